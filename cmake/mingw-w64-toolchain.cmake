@@ -1,0 +1,19 @@
+# Cross-builds for Windows x64 with Debian's MinGW-w64 (POSIX threads) and runs the results under Wine.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+
+get_filename_component(BREVANT_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
+
+# Headers and libraries come from the cross-built prefix (tools/setup.sh) and the compiler, never from the host.
+set(CMAKE_FIND_ROOT_PATH "${BREVANT_ROOT}/build/deps" /usr/x86_64-w64-mingw32)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# Every test executable gets a throwaway machine of its own.
+set(CMAKE_CROSSCOMPILING_EMULATOR python3 "${BREVANT_ROOT}/tests/system/machine.py" run)
