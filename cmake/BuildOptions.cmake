@@ -20,6 +20,9 @@ target_compile_options(brevant_options INTERFACE
     -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wimplicit-fallthrough
     -Wold-style-cast -Wzero-as-null-pointer-constant>)
 
+# Traces and exceptions name source files: by their path in the project, not on the machine that built them.
+target_compile_options(brevant_options INTERFACE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
 # -- hardening and self-contained binaries --
 target_compile_options(brevant_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong -ffunction-sections -fdata-sections>)

@@ -1,0 +1,265 @@
+#include "common/KzComn_DebugLog.h"
+
+#include "common/KzComn_IniFile.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
+
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <iterator>
+#include <mutex>
+
+namespace KzCommon {
+
+namespace {
+
+constexpr std::size_t kFormatStep = 256;           // characters
+constexpr std::size_t kFormatLimit = 4096 * 1024;  // characters; a format that cannot be printed at all ends here
+constexpr ULONGLONG kGateInitialized = 1ULL << 32;
+constexpr ULONGLONG kGateEnabled = 1ULL << 33;
+
+template <std::size_t N>
+void CopyText(wchar_t (&szField)[N], const std::wstring& tstrText)
+{
+    const std::size_t cch = std::min(tstrText.size(), N - 1);
+    std::wmemcpy(szField, tstrText.data(), cch);
+    szField[cch] = L'\0';
+}
+
+const wchar_t* TagOf(DWORD dwLevel) noexcept
+{
+    switch (dwLevel) {
+        case kTraceStep: return L".w.";
+        case kTraceInfo: return L"@@@";
+        case kTraceError: return L"!!!";
+        default: return L"???";
+    }
+}
+
+std::wstring FormatV(const wchar_t* szFormat, va_list arguments)
+{
+    std::wstring tstrText;
+    int cch = -1;
+    while (cch < 0 && tstrText.size() < kFormatLimit) {
+        tstrText.resize(tstrText.size() + kFormatStep);
+        va_list again;
+        va_copy(again, arguments);
+        // The system runtime's formatting, in which "%s" of a wide format is a wide text.
+        cch = ::_vsnwprintf(tstrText.data(), tstrText.size(), szFormat, again);
+        va_end(again);
+    }
+    tstrText.resize(static_cast<std::size_t>(std::max(cch, 0)));
+    return tstrText;
+}
+
+std::wstring Format(const wchar_t* szFormat, ...)
+{
+    va_list arguments;
+    va_start(arguments, szFormat);
+    std::wstring tstrText = FormatV(szFormat, arguments);
+    va_end(arguments);
+    return tstrText;
+}
+
+const char* BaseName(const char* szPath) noexcept
+{
+    const char* szName = szPath;
+    for (const char* sz = szPath; *sz; ++sz) {
+        if (*sz == '/' || *sz == '\\') szName = sz + 1;
+    }
+    return szName;
+}
+
+const wchar_t* SubKeyOf(const DebugLogConfig& config) noexcept
+{
+    if (config.bServiceSession) return L"ServiceSession";
+    if (config.bProtectedSession) return L"ProtectedSession";
+    return L"InteractiveSession";
+}
+
+void DetectSession(DWORD dwKind, DebugLogConfig& config)
+{
+    const bool bDetect = dwKind != eInteractiveSession && dwKind != eServiceSession && dwKind != eProtectedSession;
+    config.bServiceSession = bDetect ? Process::IsServiceSession() : dwKind == eServiceSession;
+    config.bProtectedSession = bDetect ? Process::IsLowIntegrity() : dwKind == eProtectedSession;
+}
+
+template <class Store>
+DWORD ReadNumber(Store& store, const wchar_t* szName, DWORD dwDefault)
+{
+    DWORD dwValue = dwDefault;
+    store.ReadDword(szName, dwValue);
+    return dwValue;
+}
+
+/// Reads the values in their fixed order; an exception of the store ends it, and what was read until then stands.
+template <class Store>
+void ReadValues(Store& store, DebugLogConfig& config, bool& bEnabled, DWORD& dwLevelMask)
+{
+    bEnabled = ReadNumber(store, L"Enable", 0) != 0;
+    dwLevelMask = ReadNumber(store, L"Level", kTraceError);
+    config.dwLogProcess = ReadNumber(store, L"LogProcess", 0);
+    config.dwLogUnitType = ReadNumber(store, L"LogUnitType", 0);
+    CopyText(config.szLogFolder, store.ReadString(L"LogFolder", L""));
+    CopyText(config.szLogPrefix, store.ReadString(L"LogPrefix", L"KZVLT"));
+    CopyText(config.szLogFile, store.ReadString(L"LogFile", L""));
+    CopyText(config.szLogExtension, store.ReadString(L"LogExtension", L"log"));
+    config.bRobust = ReadNumber(store, L"Robust", 0) != 0;
+    config.bDebugger = ReadNumber(store, L"Debugger", 0) != 0;
+}
+
+}  // namespace
+
+DebugLog::~DebugLog()
+{
+    Close();
+}
+
+bool DebugLog::Open(const std::wstring& tstrModuleName, const Storage::Key& settings,
+                    const std::wstring& tstrLibraryFolder, const DWORD* pdwSessionKind)
+{
+    const std::lock_guard lock(m_callLock);
+    m_tstrModuleName = tstrModuleName;
+    m_dwSessionKind = pdwSessionKind ? *pdwSessionKind : static_cast<DWORD>(eDetectSession);
+    if (!ReadSettings(settings)) return false;
+    if (!m_bInitialized && m_bEnabled && !StartLibrary(tstrLibraryFolder)) return false;
+    SetState(true, m_bEnabled, m_dwLevelMask);
+    return true;
+}
+
+bool DebugLog::ReadSettings(const Storage::Key& settings)
+{
+    m_config = {};
+    ::GetLocalTime(&m_config.stOpened);
+    DetectSession(m_dwSessionKind, m_config);
+    CopyText(m_config.szModuleName, m_tstrModuleName);
+
+    bool bEnabled = false;
+    DWORD dwLevelMask = kTraceError;
+    const auto readFrom = [&](auto&& store) {
+        // An absent sub-key or value is no failure: tracing is configured by those that are there.
+        static_cast<void>(Storage::Guarded(nullptr, [&] {
+            store.Open(settings, SubKeyOf(m_config));
+            ReadValues(store, m_config, bEnabled, dwLevelMask);
+            store.Close();
+        }));
+    };
+    switch (settings.m_dwKind) {
+        case Storage::Key::eRegistry:
+        case Storage::Key::eRegistryOther: readFrom(Storage::Registry(Storage::eViewDefault)); break;
+        case Storage::Key::eIniFile: readFrom(Storage::IniFile()); break;
+        default: return false;
+    }
+    SetState(m_bInitialized || !bEnabled, bEnabled, dwLevelMask);
+    return true;
+}
+
+bool DebugLog::StartLibrary(const std::wstring& tstrLibraryFolder)
+{
+    if (!m_library.LoadFrom(tstrLibraryFolder)) return false;
+    void* pTrace = nullptr;
+    if (m_library.m_pfnInitialize(&pTrace, &m_config) != 0 || !pTrace) {
+        m_library.Free();
+        return false;
+    }
+    m_pTrace = pTrace;
+    return true;
+}
+
+void DebugLog::SetState(bool bInitialized, bool bEnabled, DWORD dwLevelMask)
+{
+    const std::lock_guard lock(m_stateLock);
+    m_bInitialized = bInitialized;
+    m_bEnabled = bEnabled;
+    m_dwLevelMask = dwLevelMask;
+    m_ullGate = (bInitialized ? kGateInitialized : 0) | (bEnabled ? kGateEnabled : 0) | dwLevelMask;
+}
+
+bool DebugLog::Trace(const char* szFile, DWORD dwLine, DWORD dwLevel, const wchar_t* szFormat, ...)
+{
+    const ULONGLONG ullGate = m_ullGate.load(std::memory_order_relaxed);
+    if (!(ullGate & kGateInitialized)) return false;
+    if (!(ullGate & kGateEnabled)) return true;
+    if (!(static_cast<DWORD>(ullGate) & dwLevel)) return false;
+
+    // The caller may still want the code of what it reports.
+    const DWORD dwLastError = ::GetLastError();
+    va_list arguments;
+    va_start(arguments, szFormat);
+    bool bOk = false;
+    try {
+        bOk = WriteLine(szFile, dwLine, dwLevel, FormatV(szFormat, arguments));
+    } catch (const std::exception&) {
+        bOk = false;  // out of memory: the line is lost, the run goes on
+    }
+    va_end(arguments);
+    ::SetLastError(dwLastError);
+    return bOk;
+}
+
+bool DebugLog::WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage)
+{
+    SYSTEMTIME stNow{};
+    ::GetLocalTime(&stNow);
+    const std::wstring tstrLine = BuildLine(szFile, dwLine, dwLevel, stNow, tstrMessage);
+
+    const std::lock_guard lock(m_callLock);
+    return m_library.m_pfnTrace && m_library.m_pfnTrace(m_pTrace, &stNow, tstrLine.c_str()) == 0;
+}
+
+std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const SYSTEMTIME& stNow,
+                                 const std::wstring& tstrMessage) const
+{
+    std::wstring tstrLine =
+        Format(L"%02d/%02d/%04d %02d:%02d:%02d.%03d %04x:%04x %3s <%s> ", stNow.wDay, stNow.wMonth, stNow.wYear,
+               stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
+               ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
+    tstrLine += tstrMessage;
+    return tstrLine + Format(L" - %s(%lu)\r\n", String::FromAnsi(BaseName(szFile)).c_str(), dwLine);
+}
+
+bool DebugLog::Close()
+{
+    const std::lock_guard lock(m_callLock);
+    if (!m_bInitialized) return false;
+    if (m_library.IsLoaded()) {
+        static_cast<void>(m_library.m_pfnUninitialize(m_pTrace));
+        m_pTrace = nullptr;
+        m_library.Free();
+    }
+    SetState(false, false, 0);
+    return true;
+}
+
+DebugLog& GlobalDebugLog() noexcept
+{
+    static DebugLog s_debugLog;
+    return s_debugLog;
+}
+
+bool CloseGlobalDebugLog()
+{
+    return GlobalDebugLog().Close();
+}
+
+OperationTrace::OperationTrace(TraceFormat<> enter, const wchar_t* szLeave, const std::source_location& where)
+    : m_szLeave(szLeave), m_where(where)
+{
+    static_cast<void>(GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceStep, enter.Get()));
+}
+
+OperationTrace::OperationTrace(TraceFormat<const wchar_t*> enter, const std::wstring& tstrArgument,
+                               const wchar_t* szLeave, const std::source_location& where)
+    : m_szLeave(szLeave), m_where(where)
+{
+    static_cast<void>(
+        GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceStep, enter.Get(), tstrArgument.c_str()));
+}
+
+OperationTrace::~OperationTrace()
+{
+    static_cast<void>(GlobalDebugLog().Trace(m_where.file_name(), m_where.line(), kTraceStep, L"%s", m_szLeave));
+}
+
+}  // namespace KzCommon

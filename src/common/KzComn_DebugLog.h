@@ -1,0 +1,105 @@
+// The process-wide diagnostic trace.
+#pragma once
+
+#include "common/KzComn_Library.h"
+#include "common/KzComn_Registry.h"
+#include "common/KzComn_Synchronize.h"
+#include "common/KzComn_TraceFormat.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <source_location>
+#include <string>
+
+namespace KzCommon {
+
+/// Levels of a trace call: one bit each in the configured mask.
+inline constexpr DWORD kTraceStep = 1;     ///< entry, exit and steps
+inline constexpr DWORD kTraceInfo = 16;    ///< progress and parameters
+inline constexpr DWORD kTraceError = 256;  ///< failures
+
+/// Kind of the session that the trace belongs to; any other value means detect.
+enum TraceSession : DWORD { eDetectSession = 0, eInteractiveSession = 1, eServiceSession = 2, eProtectedSession = 3 };
+
+/// Reads its settings from a store, loads the trace library when tracing is enabled, and hands it one finished line per
+/// call. Nothing throws; a trace that cannot be written is not written.
+class DebugLog {
+public:
+    DebugLog() = default;
+    DebugLog(const DebugLog&) = delete;
+    DebugLog& operator=(const DebugLog&) = delete;
+    virtual ~DebugLog();
+
+    /// Opens the trace. `settings` names the key (or INI file) above "InteractiveSession", "ServiceSession" and
+    /// "ProtectedSession"; `tstrLibraryFolder` is where "KzDbg64.dll" lies (relative: from the program's folder);
+    /// `pdwSessionKind` points to a TraceSession (null means detect). True also when tracing is disabled or not
+    /// configured; false for a settings location of an unknown kind and when the library cannot be used. While open,
+    /// a second call reads the settings again and keeps the library.
+    bool Open(const std::wstring& tstrModuleName, const Storage::Key& settings, const std::wstring& tstrLibraryFolder,
+              const DWORD* pdwSessionKind);
+
+    /// Writes one line. False before Open, for a level that is not enabled and when the library refuses; true, without
+    /// a line, when tracing is disabled. `szFile` is the narrow source path, of which the base name is printed.
+    bool Trace(const char* szFile, DWORD dwLine, DWORD dwLevel, const wchar_t* szFormat, ...);
+
+    /// Ends the trace and frees the library; false when it was not open.
+    bool Close();
+
+private:
+    [[nodiscard]] bool ReadSettings(const Storage::Key& settings);
+    [[nodiscard]] bool StartLibrary(const std::wstring& tstrLibraryFolder);
+    void SetState(bool bInitialized, bool bEnabled, DWORD dwLevelMask);
+    [[nodiscard]] bool WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage);
+    [[nodiscard]] std::wstring BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const SYSTEMTIME& stNow,
+                                         const std::wstring& tstrMessage) const;
+
+    Synchronize::CriticalSection m_stateLock;  // guards the three state fields
+    bool m_bInitialized = false;
+    bool m_bEnabled = false;
+    DWORD m_dwLevelMask = 0;
+    std::wstring m_tstrModuleName;
+    Library::KzDbg m_library;
+    void* m_pTrace = nullptr;
+    Synchronize::CriticalSection m_callLock;  // serialises open, close and every call into the library
+    DWORD m_dwSessionKind = eDetectSession;
+    DebugLogConfig m_config{};
+    // The state fields once more in one word, so that a call which prints nothing takes no lock.
+    std::atomic<ULONGLONG> m_ullGate{0};
+};
+
+/// The one instance of the process.
+[[nodiscard]] DebugLog& GlobalDebugLog() noexcept;
+
+/// Closes the one instance.
+bool CloseGlobalDebugLog();
+
+/// Behind KZ_TRACE: the format is checked against the arguments when the call is compiled.
+template <class... Arguments>
+void WriteTrace(const char* szFile, DWORD dwLine, DWORD dwLevel, TraceFormat<std::type_identity_t<Arguments>...> format,
+                const Arguments&... arguments)
+{
+    static_cast<void>(GlobalDebugLog().Trace(szFile, dwLine, dwLevel, format.Get(), arguments...));
+}
+
+/// Writes one line to the trace: level, wide format, arguments.
+#define KZ_TRACE(level, ...) ::KzCommon::WriteTrace(__FILE__, __LINE__, (level), __VA_ARGS__)
+
+/// Writes an operation's entry line now and its leave line on every way out of the scope.
+class OperationTrace {
+public:
+    /// `szEnter` and `szLeave` are whole lines and must outlive the object: literals.
+    OperationTrace(TraceFormat<> enter, const wchar_t* szLeave,
+                   const std::source_location& where = std::source_location::current());
+    /// The same with one text in the entry line.
+    OperationTrace(TraceFormat<const wchar_t*> enter, const std::wstring& tstrArgument, const wchar_t* szLeave,
+                   const std::source_location& where = std::source_location::current());
+    OperationTrace(const OperationTrace&) = delete;
+    OperationTrace& operator=(const OperationTrace&) = delete;
+    ~OperationTrace();
+
+private:
+    const wchar_t* m_szLeave;
+    std::source_location m_where;
+};
+
+}  // namespace KzCommon

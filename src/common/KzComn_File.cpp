@@ -1,0 +1,204 @@
+#include "common/KzComn_File.h"
+
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
+
+#include <vector>
+
+namespace KzCommon::Storage {
+
+namespace {
+
+[[nodiscard]] bool Fail(DWORD dwCode, DWORD* pdwError) noexcept
+{
+    if (pdwError) *pdwError = dwCode;
+    return false;
+}
+
+/// The outcome of many deletions of which all are tried: the code of the first that failed.
+class FirstFailure {
+public:
+    void Note(bool bOk, DWORD dwCode) noexcept
+    {
+        if (!bOk && m_dwCode == ERROR_SUCCESS) m_dwCode = dwCode;
+    }
+    [[nodiscard]] bool Report(DWORD* pdwError) const noexcept
+    {
+        return m_dwCode == ERROR_SUCCESS || Fail(m_dwCode, pdwError);
+    }
+
+private:
+    DWORD m_dwCode = ERROR_SUCCESS;
+};
+
+Directory::Entry EntryOf(const WIN32_FIND_DATAW& data)
+{
+    const bool bReparse = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    // A reparse point that stands for no other name (a file kept in a cloud, say) is an ordinary entry. One without a
+    // tag is taken for a link, the careful answer.
+    const bool bLink = bReparse && (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0));
+    return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink};
+}
+
+bool IsLinkItself(const std::wstring& tstrPath)
+{
+    WIN32_FIND_DATAW data{};
+    const UniqueFind find(::FindFirstFileW(tstrPath.c_str(), &data));
+    return find && EntryOf(data).bLink;
+}
+
+bool DeleteNow(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    return ::DeleteFileW(tstrPath.c_str()) || Fail(::GetLastError(), pdwError);
+}
+
+bool DeleteAtRestart(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    return ::MoveFileExW(tstrPath.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT) || Fail(::GetLastError(), pdwError);
+}
+
+bool ForEachFile(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                 bool (*pfnDelete)(const std::wstring&, DWORD*), DWORD* pdwError)
+{
+    // The names are gathered first: deleting changes the folder that is being listed.
+    std::vector<std::wstring> files;
+    const auto gather = [&](const Directory::Entry& entry) {
+        if (!entry.bFolder) files.push_back(tstrFolder + entry.tstrName);
+    };
+    if (!Directory::ForEachEntry(tstrFolder, tstrPattern, gather, pdwError)) return false;
+    if (files.empty()) return Fail(ERROR_FILE_NOT_FOUND, pdwError);
+
+    FirstFailure failure;
+    for (const std::wstring& tstrFile : files) {
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bOk = pfnDelete(tstrFile, &dwError);
+        failure.Note(bOk, dwError);
+    }
+    return failure.Report(pdwError);
+}
+
+}  // namespace
+
+namespace File {
+
+bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES) return Fail(::GetLastError(), pdwError);
+    return !(dwAttributes & FILE_ATTRIBUTE_DIRECTORY) || Fail(ERROR_DIRECTORY, pdwError);
+}
+
+bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, DWORD* pdwError)
+{
+    if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    return ::CopyFileW(tstrSource.c_str(), tstrDestination.c_str(), !bOverwrite) || Fail(::GetLastError(), pdwError);
+}
+
+bool Delete(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    return DeleteNow(tstrPath, pdwError);
+}
+
+}  // namespace File
+
+namespace Directory {
+
+bool IsExisted(const std::wstring& tstrPath)
+{
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+    return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError)
+{
+    // The missing folders, the deepest first.
+    std::vector<std::wstring> missing;
+    std::wstring tstrFolder = tstrPath;
+    while (tstrFolder.size() > 3 && tstrFolder.back() == L'\\') tstrFolder.pop_back();
+    if (tstrFolder.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    do {
+        missing.push_back(tstrFolder);
+        const std::size_t uSlash = tstrFolder.find_last_of(L'\\');
+        tstrFolder.resize(uSlash == std::wstring::npos ? 0 : uSlash);
+    } while (tstrFolder.size() > 2 && !IsExisted(tstrFolder));
+
+    // A folder above the one that is asked for may be there by now, or (server and share of a network path) cannot be
+    // made: only the last one decides.
+    FirstFailure failure;
+    bool bOk = false;
+    for (auto itFolder = missing.rbegin(); itFolder != missing.rend(); ++itFolder) {
+        bOk = ::CreateDirectoryW(itFolder->c_str(), pAttributes) != FALSE;
+        failure.Note(bOk, bOk ? ERROR_SUCCESS : ::GetLastError());
+    }
+    return bOk || failure.Report(pdwError);
+}
+
+bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                  const std::function<void(const Entry&)>& visit, DWORD* pdwError)
+{
+    WIN32_FIND_DATAW data{};
+    const UniqueFind find(::FindFirstFileW((tstrFolder + tstrPattern).c_str(), &data));
+    if (!find) return Fail(::GetLastError(), pdwError);
+    do {
+        const Entry entry = EntryOf(data);
+        if (entry.tstrName != L"." && entry.tstrName != L"..") visit(entry);
+    } while (::FindNextFileW(find.Get(), &data));
+    const DWORD dwError = ::GetLastError();
+    return dwError == ERROR_NO_MORE_FILES || Fail(dwError, pdwError);
+}
+
+bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError)
+{
+    return ForEachFile(tstrFolder, tstrPattern, &DeleteNow, pdwError);
+}
+
+bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError)
+{
+    return ForEachFile(tstrFolder, tstrPattern, &DeleteAtRestart, pdwError);
+}
+
+bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
+{
+    // A stack of its own instead of recursion: a tree can be as deep as a path is long. A folder is listed when it is
+    // first met and registered when everything below it has been.
+    struct Pending {
+        std::wstring tstrFolder;
+        bool bListed;
+    };
+    FirstFailure failure;
+    const auto schedule = [&](const std::wstring& tstrPath) {
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bOk = DeleteAtRestart(tstrPath, &dwError);
+        failure.Note(bOk, dwError);
+    };
+    std::vector<Pending> stack{{tstrFolder, IsLinkItself(tstrFolder.substr(0, tstrFolder.size() - 1))}};
+    while (!stack.empty()) {
+        const Pending next = stack.back();
+        stack.pop_back();
+        if (next.bListed) {
+            schedule(next.tstrFolder.substr(0, next.tstrFolder.size() - 1));
+            continue;
+        }
+        stack.push_back({next.tstrFolder, true});
+        DWORD dwError = ERROR_SUCCESS;
+        const auto visit = [&](const Entry& entry) {
+            const std::wstring tstrPath = next.tstrFolder + entry.tstrName;
+            if (entry.bFolder && !entry.bLink) {
+                stack.push_back({tstrPath + L'\\', false});
+            } else {
+                schedule(tstrPath);
+            }
+        };
+        const bool bOk = ForEachEntry(next.tstrFolder, L"*", visit, &dwError);
+        failure.Note(bOk || dwError == ERROR_FILE_NOT_FOUND, dwError);
+    }
+    return failure.Report(pdwError);
+}
+
+}  // namespace Directory
+
+}  // namespace KzCommon::Storage

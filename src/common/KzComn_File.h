@@ -1,0 +1,61 @@
+// Files and folders: existence, copy, walk, creation, deletion now and at the next restart.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <string>
+
+namespace KzCommon::Storage::File {
+
+/// Whether `tstrPath` names an existing file (not a folder). False with the code in `*pdwError` (may be null):
+/// ERROR_BAD_ARGUMENTS (160) for an empty path, ERROR_DIRECTORY (267) for a folder. GetFileAttributesW.
+[[nodiscard]] bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
+
+/// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. False with the code in
+/// `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW.
+[[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
+                        DWORD* pdwError);
+
+/// Strips the attributes that block a deletion and deletes the file now. SetFileAttributesW, DeleteFileW.
+[[nodiscard]] bool Delete(const std::wstring& tstrPath, DWORD* pdwError);
+
+}  // namespace KzCommon::Storage::File
+
+namespace KzCommon::Storage::Directory {
+
+/// Whether `tstrPath` (with or without trailing backslash) names an existing folder. GetFileAttributesW.
+[[nodiscard]] bool IsExisted(const std::wstring& tstrPath);
+
+/// Creates a folder and the missing ones above it. False with the code of the first that could not be created.
+/// CreateDirectoryW.
+[[nodiscard]] bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError);
+
+/// One entry that a walk meets.
+struct Entry {
+    std::wstring tstrName;
+    bool bFolder = false;
+    /// A junction or symbolic link: what it points to lies elsewhere.
+    bool bLink = false;
+};
+
+/// Calls `visit` for every entry of `tstrFolder` (with trailing backslash) that matches `tstrPattern`, "." and ".."
+/// left out. False with the code when the folder cannot be listed; ERROR_FILE_NOT_FOUND (2) when nothing matches.
+/// FindFirstFileW, FindNextFileW.
+[[nodiscard]] bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                                const std::function<void(const Entry&)>& visit, DWORD* pdwError);
+
+/// Deletes the files of `tstrFolder` (with trailing backslash) that match `tstrPattern` now; folders are left alone.
+/// All are tried; false with the code of the first failure, ERROR_FILE_NOT_FOUND (2) when no file matches.
+[[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError);
+
+/// Registers the same files for deletion at the next restart. MoveFileExW without destination.
+[[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                                       DWORD* pdwError);
+
+/// Registers a whole folder tree for deletion at the next restart: contents first, then the folders they leave empty,
+/// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
+/// itself; what it points to stays. All are tried; false with the code of the first failure.
+[[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError);
+
+}  // namespace KzCommon::Storage::Directory

@@ -1,0 +1,132 @@
+#include "common/KzComn_IniFile.h"
+
+#include "common/KzComn_String.h"
+
+#include <cwchar>
+#include <memory>
+#include <new>
+
+namespace KzCommon::Storage {
+
+namespace {
+
+constexpr DWORD kFirstValueCharacters = 512;
+constexpr DWORD kMostValueCharacters = 1024 * 1024;
+
+/// Splits one "key=value" line into the list; a line that is no entry adds nothing.
+void AddEntry(const std::wstring& tstrLine, std::vector<std::pair<std::wstring, std::wstring>>& entries)
+{
+    const std::size_t uFirst = tstrLine.find(L'=');
+    if (uFirst == std::wstring::npos) return;
+    const std::size_t uValue = tstrLine.find_first_not_of(L'=', uFirst);
+    if (uValue == std::wstring::npos) return;
+    entries.emplace_back(tstrLine.substr(0, uValue - 1), tstrLine.substr(uValue));
+}
+
+}  // namespace
+
+void IniFile::Open(const std::wstring& tstrPath)
+{
+    if (tstrPath.empty()) Throw(ERROR_BAD_ARGUMENTS);
+    m_tstrPath = tstrPath;
+    m_tstrSection.clear();
+}
+
+void IniFile::Open(const Key& key, const wchar_t* szSection)
+{
+    Open(std::wstring(key.m_szPath ? key.m_szPath : L""));
+    m_tstrSection = szSection ? szSection : L"";
+}
+
+void IniFile::Close() noexcept
+{
+    m_tstrPath.clear();
+    m_tstrSection.clear();
+}
+
+std::wstring IniFile::ReadString(const std::wstring& tstrSection, const std::wstring& tstrKey,
+                                 const std::wstring& tstrDefault) const
+{
+    RequireReady();
+    std::wstring tstrValue;
+    for (DWORD cch = kFirstValueCharacters; cch <= kMostValueCharacters; cch *= 2) {
+        tstrValue.assign(cch, L'\0');
+        const DWORD cchRead = ::GetPrivateProfileStringW(tstrSection.c_str(), tstrKey.c_str(), tstrDefault.c_str(),
+                                                         tstrValue.data(), cch, m_tstrPath.c_str());
+        tstrValue.resize(cchRead);
+        if (cchRead < cch - 1) break;
+    }
+    return tstrValue;
+}
+
+std::wstring IniFile::ReadString(const std::wstring& tstrKey, const std::wstring& tstrDefault) const
+{
+    return ReadString(m_tstrSection, tstrKey, tstrDefault);
+}
+
+void IniFile::ReadDword(const std::wstring& tstrKey, DWORD& dwValue) const
+{
+    const std::wstring tstrValue = ReadString(tstrKey, L"");
+    if (!tstrValue.empty()) dwValue = String::ToDwordStrict(tstrValue);
+}
+
+void IniFile::StoreString(const std::wstring& tstrSection, const std::wstring& tstrKey,
+                          const std::wstring& tstrValue) const
+{
+    RequireReady();
+    if (!::WritePrivateProfileStringW(tstrSection.c_str(), tstrKey.c_str(), tstrValue.c_str(), m_tstrPath.c_str())) {
+        Throw(::GetLastError());
+    }
+}
+
+void IniFile::RequireReady() const
+{
+    if (!IsReady()) Throw(ERROR_INVALID_HANDLE);
+}
+
+namespace Ini {
+
+bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection, const std::wstring& tstrKey,
+                const std::wstring& tstrValue)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    const bool bOk = Guarded(&dwError, [&] {
+        IniFile iniFile;
+        iniFile.Open(tstrPath);
+        iniFile.StoreString(tstrSection, tstrKey, tstrValue);
+    });
+    if (!bOk) ::SetLastError(dwError);
+    return bOk;
+}
+
+Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection, const SectionGrowth& growth)
+{
+    Section section;
+    for (DWORD cch = growth.cchFirst; cch < growth.cchLimit; cch += growth.cchStep) {
+        section.cchBuffer = cch;
+        const std::unique_ptr<wchar_t[]> buffer(new (std::nothrow) wchar_t[cch]());
+        if (!buffer) {
+            section.eOutcome = SectionOutcome::eNoMemory;
+            section.dwError = ERROR_INVALID_HANDLE;
+            return section;
+        }
+        ::SetLastError(ERROR_SUCCESS);
+        const DWORD cchRead = ::GetPrivateProfileSectionW(tstrSection.c_str(), buffer.get(), cch, tstrPath.c_str());
+        if (cchRead == 0) {
+            // A system that leaves no code for a missing section means what Windows says of it.
+            const DWORD dwError = ::GetLastError();
+            section.dwError = dwError != ERROR_SUCCESS ? dwError : ERROR_FILE_NOT_FOUND;
+            return section;
+        }
+        if (cchRead == cch - 2) continue;
+        for (const wchar_t* sz = buffer.get(); *sz; sz += std::wcslen(sz) + 1) AddEntry(sz, section.entries);
+        section.eOutcome = SectionOutcome::eRead;
+        return section;
+    }
+    section.eOutcome = SectionOutcome::eTooLarge;
+    return section;
+}
+
+}  // namespace Ini
+
+}  // namespace KzCommon::Storage

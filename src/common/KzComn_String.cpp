@@ -1,0 +1,122 @@
+#include "common/KzComn_String.h"
+
+#include <boost/lexical_cast.hpp>
+
+#include <algorithm>
+#include <cwchar>
+
+namespace KzCommon::String {
+
+namespace {
+
+// boost::lexical_cast takes a sign ("-1" becomes the largest unsigned number), so the digits are checked before it.
+template <class Number>
+Number ToNumberStrict(const std::wstring& tstrText) noexcept
+{
+    const bool bDigits =
+        std::all_of(tstrText.begin(), tstrText.end(), [](wchar_t ch) { return ch >= L'0' && ch <= L'9'; });
+    Number number = 0;
+    if (!bDigits || !boost::conversion::try_lexical_convert(tstrText, number)) return 0;
+    return number;
+}
+
+std::wstring FromMultiByte(UINT uCodePage, DWORD dwFlags, std::string_view strBytes)
+{
+    const int cb = static_cast<int>(strBytes.size());
+    if (cb == 0) return {};
+    const int cch = ::MultiByteToWideChar(uCodePage, dwFlags, strBytes.data(), cb, nullptr, 0);
+    std::wstring tstrText(static_cast<std::size_t>(std::max(cch, 0)), L'\0');
+    if (cch > 0) ::MultiByteToWideChar(uCodePage, dwFlags, strBytes.data(), cb, tstrText.data(), cch);
+    return tstrText;
+}
+
+}  // namespace
+
+std::wstring EnsureBackslash(std::wstring tstrFolder)
+{
+    if (!tstrFolder.empty() && tstrFolder.back() != L'\\') tstrFolder.push_back(L'\\');
+    return tstrFolder;
+}
+
+std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName)
+{
+    return EnsureBackslash(tstrFolder).append(tstrName);
+}
+
+int SplitPath(const std::wstring& tstrPath, PathParts& parts)
+{
+    return ::_wsplitpath_s(tstrPath.c_str(), parts.szDrive, _MAX_DRIVE, parts.szDir, _MAX_DIR, parts.szName, _MAX_FNAME,
+                           parts.szExt, _MAX_EXT);
+}
+
+std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator, std::size_t cMaxFields,
+                                      bool& bMore)
+{
+    std::vector<std::wstring> fields;
+    std::wstring tstrBuffer = tstrText;
+    const wchar_t szSeparators[] = {chSeparator, L'\0'};
+    wchar_t* pContext = nullptr;
+    wchar_t* szField = ::wcstok_s(tstrBuffer.data(), szSeparators, &pContext);
+    for (; szField && fields.size() < cMaxFields; szField = ::wcstok_s(nullptr, szSeparators, &pContext)) {
+        fields.emplace_back(szField);
+    }
+    bMore = szField != nullptr;
+    return fields;
+}
+
+void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring_view tstrTo)
+{
+    if (tstrFrom.empty()) return;
+    for (std::size_t uAt = tstrText.find(tstrFrom); uAt != std::wstring::npos;
+         uAt = tstrText.find(tstrFrom, uAt + tstrTo.size())) {
+        tstrText.replace(uAt, tstrFrom.size(), tstrTo);
+    }
+}
+
+bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept
+{
+    if (tstrLeft.size() != tstrRight.size()) return false;
+    if (tstrLeft.empty()) return true;
+    return ::CompareStringOrdinal(tstrLeft.data(), static_cast<int>(tstrLeft.size()), tstrRight.data(),
+                                  static_cast<int>(tstrRight.size()), TRUE) == CSTR_EQUAL;
+}
+
+bool UlToStr(unsigned long ulValue, std::wstring& tstrText)
+{
+    return boost::conversion::try_lexical_convert(ulValue, tstrText);
+}
+
+DWORD ToDwordStrict(const std::wstring& tstrText) noexcept
+{
+    return ToNumberStrict<DWORD>(tstrText);
+}
+
+ULONGLONG ToQwordStrict(const std::wstring& tstrText) noexcept
+{
+    return ToNumberStrict<ULONGLONG>(tstrText);
+}
+
+std::string ToUtf8(std::wstring_view tstrText)
+{
+    const int cch = static_cast<int>(tstrText.size());
+    if (cch == 0) return {};
+    const int cb = ::WideCharToMultiByte(CP_UTF8, 0, tstrText.data(), cch, nullptr, 0, nullptr, nullptr);
+    std::string strBytes(static_cast<std::size_t>(std::max(cb, 0)), '\0');
+    if (cb > 0) ::WideCharToMultiByte(CP_UTF8, 0, tstrText.data(), cch, strBytes.data(), cb, nullptr, nullptr);
+    return strBytes;
+}
+
+bool FromUtf8(std::string_view strBytes, std::wstring& tstrText)
+{
+    std::wstring tstrRead = FromMultiByte(CP_UTF8, MB_ERR_INVALID_CHARS, strBytes);
+    if (tstrRead.empty() && !strBytes.empty()) return false;
+    tstrText = std::move(tstrRead);
+    return true;
+}
+
+std::wstring FromAnsi(std::string_view strText)
+{
+    return FromMultiByte(CP_ACP, 0, strText);
+}
+
+}  // namespace KzCommon::String

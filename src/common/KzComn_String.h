@@ -1,0 +1,59 @@
+// Texts: folder texts, path parts, fields, conversions.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KzCommon::String {
+
+/// The folder text with its trailing backslash. An empty text stays empty: no folder is known.
+[[nodiscard]] std::wstring EnsureBackslash(std::wstring tstrFolder);
+
+/// `tstrFolder`, a backslash where it is missing, and `tstrName`. An empty folder gives the name alone.
+[[nodiscard]] std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName);
+
+/// A path as _wsplitpath_s takes it apart, every part with the runtime's limits (drive 2, others 255 characters).
+struct PathParts {
+    wchar_t szDrive[_MAX_DRIVE] = {};
+    wchar_t szDir[_MAX_DIR] = {};
+    wchar_t szName[_MAX_FNAME] = {};
+    wchar_t szExt[_MAX_EXT] = {};
+};
+
+/// Splits a path; 0, or the errno value of _wsplitpath_s (ERANGE for a part that is too long).
+[[nodiscard]] int SplitPath(const std::wstring& tstrPath, PathParts& parts);
+
+/// Splits at runs of `chSeparator` with wcstok_s, so that empty fields vanish. At most `cMaxFields` fields are
+/// returned; `bMore` tells that the text holds further ones.
+[[nodiscard]] std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator,
+                                                    std::size_t cMaxFields, bool& bMore);
+
+/// Replaces every occurrence of `tstrFrom` (compared exactly), in one pass from the left.
+void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring_view tstrTo);
+
+/// Ordinal comparison without regard to case. CompareStringOrdinal.
+[[nodiscard]] bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept;
+
+/// The decimal text of a number; false when it cannot be made. Boost.LexicalCast.
+[[nodiscard]] bool UlToStr(unsigned long ulValue, std::wstring& tstrText);
+
+/// Strictly decimal text (digits only, no sign, no blanks) to a number; 0 for any other text and for a number that does
+/// not fit. Boost.LexicalCast.
+[[nodiscard]] DWORD ToDwordStrict(const std::wstring& tstrText) noexcept;
+/// The same for 64 bits.
+[[nodiscard]] ULONGLONG ToQwordStrict(const std::wstring& tstrText) noexcept;
+
+/// UTF-16 to UTF-8; an unpaired surrogate becomes U+FFFD.
+[[nodiscard]] std::string ToUtf8(std::wstring_view tstrText);
+
+/// UTF-8 to UTF-16; false, with `tstrText` left alone, when the bytes are not valid UTF-8.
+[[nodiscard]] bool FromUtf8(std::string_view strBytes, std::wstring& tstrText);
+
+/// Text of the narrow code page (the system's ANSI code page) to UTF-16.
+[[nodiscard]] std::wstring FromAnsi(std::string_view strText);
+
+}  // namespace KzCommon::String
