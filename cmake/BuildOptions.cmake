@@ -11,10 +11,11 @@ target_compile_definitions(brevant_options INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN STRICT
     _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 
-# -- warnings, all of them errors --
+# -- warnings --
+option(CMAKE_COMPILE_WARNING_AS_ERROR "Every warning is an error" ON)
 target_compile_options(brevant_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:
-    -Wall -Wextra -Wpedantic -Werror
+    -Wall -Wextra -Wpedantic
     -Wconversion -Wshadow -Wcast-qual -Wformat=2 -Wno-format-nonliteral -Wundef
     -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi -Wredundant-decls
     -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wimplicit-fallthrough

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Sets up, checks the format, builds the shipped and the checked programs, and runs every test.
+# Arguments go to ctest, for example: tools/test.sh -R system
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+step() {
+    local start=$SECONDS name="$1"
+    shift
+    echo "[test] $name"
+    "$@"
+    echo "[test] $name: $((SECONDS - start)) s"
+}
+
+check_format() {
+    find . -path ./build -prune -o '(' -name '*.h' -o -name '*.cpp' ')' -print0 |
+        xargs -0 -r clang-format --dry-run -Werror
+}
+
+build_checked() {
+    cmake --preset test -Wno-dev >/dev/null
+    cmake --build --preset test
+}
+
+# Machines whose test was ended by force.
+[[ ! -d build/machines ]] || find build/machines -mindepth 1 -maxdepth 1 -mmin +120 -exec rm -rf {} +
+
+step "set-up" tools/setup.sh
+step "format" check_format
+step "shipped programs" tools/build.sh
+step "checked programs and tests" build_checked
+echo "[test] tests (${SECONDS} s so far)"
+exec ctest --preset test --no-tests=error "$@"
