@@ -12,8 +12,6 @@ readonly kStamp="$kDeps/.recipe-$kRecipe"
 
 # package | file that shows that it is installed
 readonly kPackages='
-build-essential                 /usr/bin/make
-ca-certificates                 /etc/ssl/certs/ca-certificates.crt
 clang-format                    /usr/bin/clang-format
 cmake                           /usr/bin/cmake
 dpkg-dev                        /usr/bin/dpkg-source

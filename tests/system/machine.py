@@ -1,3 +1,4 @@
+#!/usr/bin/env python3
 """A throwaway Windows machine: a Wine prefix of its own, cloned from a template and gone after use.
 
     with Machine() as machine:
