@@ -37,6 +37,9 @@ TRACE_FOLDER = 'C:\\Trace\\'
 SHARED_FILES = {'.dll', '.exe', '.sys', '.drv', '.ocx', '.cpl', '.acm', '.ax', '.tlb', '.nls', '.manifest'}
 
 TEMPLATE_SETTINGS = r'''
+[HKEY_CURRENT_USER\Software\Wine]
+"Version"="win10"
+
 [HKEY_CURRENT_USER\Software\Wine\DllOverrides]
 "winemenubuilder.exe"=""
 "mscoree"=""
