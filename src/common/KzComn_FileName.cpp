@@ -1,0 +1,44 @@
+#include "common/KzComn_FileName.h"
+
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace KzCommon::Storage::File {
+
+namespace {
+
+constexpr std::wstring_view kForbidden = L"\\/:*?\"<>|";
+constexpr std::wstring_view kDevices[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
+constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
+
+bool IsDevice(std::wstring_view tstrName) noexcept
+{
+    // The system looks at what stands before the first dot, blanks at its end left out.
+    std::wstring_view tstrBase = tstrName.substr(0, tstrName.find(L'.'));
+    tstrBase = tstrBase.substr(0, tstrBase.find_last_not_of(L' ') + 1);
+    const auto isBase = [&](std::wstring_view tstrDevice) {
+        return String::EqualsNoCase(tstrBase, tstrDevice);
+    };
+    if (std::any_of(std::begin(kDevices), std::end(kDevices), isBase)) return true;
+    if (tstrBase.size() != 4 || tstrBase[3] < L'1' || tstrBase[3] > L'9') return false;
+    tstrBase.remove_suffix(1);
+    return std::any_of(std::begin(kNumberedDevices), std::end(kNumberedDevices), isBase);
+}
+
+}  // namespace
+
+bool IsPlainName(std::wstring_view tstrName) noexcept
+{
+    // The system drops dots and blanks at the end of a name: one of nothing else names the folder itself or the one
+    // above it, the empty name the folder itself.
+    if (tstrName.find_first_not_of(L". ") == std::wstring_view::npos) return false;
+    const auto isForbidden = [](wchar_t ch) {
+        return ch < L' ' || kForbidden.find(ch) != std::wstring_view::npos;
+    };
+    if (std::any_of(tstrName.begin(), tstrName.end(), isForbidden)) return false;
+    return !IsDevice(tstrName);
+}
+
+}  // namespace KzCommon::Storage::File

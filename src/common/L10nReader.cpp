@@ -1,0 +1,80 @@
+#include "common/L10nReader.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_IniFile.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
+
+#include <climits>
+
+using namespace KzCommon;
+
+namespace {
+
+constexpr Storage::Ini::SectionGrowth kGrowth{4096, 4096, SHRT_MAX};
+
+std::wstring TablePath(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection)
+{
+    const std::wstring tstrBase =
+        tstrAdditionalSection == L"IEBHO" ? Frwk::Utility::GetInstalledFolder() : Process::ProgramFolder();
+    const std::wstring tstrLanguage = String::JoinPath(tstrBase, L"Resource\\") + tstrLangName;
+    return String::JoinPath(tstrLanguage, L"StringTable.ini");
+}
+
+}  // namespace
+
+bool CL10nReader::ParseL10nFile(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection)
+{
+    const OperationTrace trace(L"[Enter] CL10nReader::ParseL10nFile... _tsLangName[%s]", tstrLangName,
+                               L"[Leave] CL10nReader::ParseL10nFile...");
+    const std::wstring tstrPath = TablePath(tstrLangName, tstrAdditionalSection);
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::File::IsExisted(tstrPath, &dwError)) {
+        KZ_TRACE(kTraceError,
+                 L"CL10nReader::ParseL10nFile - KzCommon::Storage::File::IsExisted(%s) failed. error[0x%08x]",
+                 tstrPath.c_str(), dwError);
+        return false;
+    }
+    bool bOk = true;
+    if (!QueryIniValue(tstrPath, L"Global")) {
+        KZ_TRACE(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() for Global section failed");
+        bOk = false;
+    }
+    if (!tstrAdditionalSection.empty() && !QueryIniValue(tstrPath, tstrAdditionalSection)) {
+        KZ_TRACE(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() failed. _tsAdditionalSection[%s]",
+                 tstrAdditionalSection.c_str());
+        bOk = false;
+    }
+    return bOk;
+}
+
+const wchar_t* CL10nReader::GetString(const std::wstring& tstrKey) const
+{
+    const auto found = m_strings.find(tstrKey);
+    if (found != m_strings.end()) return found->second.c_str();
+    KZ_TRACE(kTraceInfo, L"CL10nReader::GetString - String not found[%s]", tstrKey.c_str());
+    return nullptr;
+}
+
+bool CL10nReader::QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection)
+{
+    Storage::Ini::Section section = Storage::Ini::ReadSection(tstrPath, tstrSection, kGrowth);
+    switch (section.eOutcome) {
+        case Storage::Ini::SectionOutcome::eNoMemory:
+            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - Allocate %u bytes buffer failed.", section.cchBuffer);
+            return false;
+        case Storage::Ini::SectionOutcome::eFailed:
+            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - GetPrivateProfileSection() failed. error[0x%08x]",
+                     section.dwError);
+            return false;
+        case Storage::Ini::SectionOutcome::eTooLarge:
+            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - nCountOfString could not larger than SHRT_MAX.");
+            return false;
+        case Storage::Ini::SectionOutcome::eRead: break;
+    }
+    // The first text of a key wins: insert() leaves an earlier one alone.
+    for (auto& entry : section.entries) m_strings.insert(std::move(entry));
+    return true;
+}

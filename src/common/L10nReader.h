@@ -1,0 +1,29 @@
+// The product's localised texts.
+#pragma once
+
+#include <map>
+#include <string>
+
+/// The texts of one language, read from "StringTable.ini" in the language's folder below "Resource\". Failures are
+/// traced and reported through the results; nothing is thrown.
+class CL10nReader {
+public:
+    CL10nReader() = default;
+    CL10nReader(const CL10nReader&) = delete;
+    CL10nReader& operator=(const CL10nReader&) = delete;
+    virtual ~CL10nReader() = default;
+
+    /// Reads section "Global" and, when it is named, an additional section, whose texts never replace global ones. The
+    /// table of "IEBHO" lies below the install folder, every other one below the folder of the running program. True
+    /// when every section asked for was read; what was read before a failure stays available.
+    [[nodiscard]] bool ParseL10nFile(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection);
+
+    /// The text of a key (matched exactly), or null when there is none. Valid until the next parse.
+    [[nodiscard]] const wchar_t* GetString(const std::wstring& tstrKey) const;
+
+private:
+    [[nodiscard]] bool QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection);
+
+    std::map<std::wstring, std::wstring> m_strings;
+    bool m_bReserved = false;  // part of the class's layout, without a use yet
+};
