@@ -1,0 +1,104 @@
+#include "installer/InstComn_ShellLink.h"
+
+#include "common/KzComn_Com.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_Handle.h"
+
+#include <shlobj.h>
+
+#include <source_location>
+
+namespace InstCommon::Utility::ShellLink {
+
+using namespace KzCommon;
+using Com::ComPtr;
+
+namespace {
+
+/// Item-id lists, which belong to the shell's allocator.
+struct ItemIdListTraits {
+    using Handle = PIDLIST_ABSOLUTE;
+    static Handle Empty() noexcept { return nullptr; }
+    static void Release(Handle handle)
+    {
+        ComPtr<IMalloc> allocator;
+        const HRESULT hr = ::SHGetMalloc(allocator.GetAddressOf());
+        if (FAILED(hr)) {
+            KZ_TRACE(kTraceError, L"*** ::SHGetMalloc() failed. [0x%08x]", hr);
+            return;
+        }
+        allocator->Free(handle);
+    }
+};
+using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
+
+[[nodiscard]] bool GetSpecialFolder(int nFolder, std::wstring& tstrFolder)
+{
+    UniqueItemIdList list;
+    const HRESULT hr = ::SHGetSpecialFolderLocation(nullptr, nFolder, list.Receive());
+    if (FAILED(hr)) {
+        KZ_TRACE(kTraceError, L"*** ::SHGetSpecialFolderLocation() failed. [0x%08x]", hr);
+        return false;
+    }
+    wchar_t szPath[MAX_PATH] = {};
+    if (!::SHGetPathFromIDListW(list.Get(), szPath)) {
+        KZ_TRACE(kTraceError, L"*** ::SHGetPathFromIDList() failed.");
+        return false;
+    }
+    tstrFolder = szPath;
+    return true;
+}
+
+/// Whether a step on the link succeeded; traces its own failure text with the step's argument and the code.
+[[nodiscard]] bool Done(HRESULT hr, TraceFormat<const wchar_t*, HRESULT> failure, const std::wstring& tstrArgument,
+                        const std::source_location& where = std::source_location::current())
+{
+    if (SUCCEEDED(hr)) return true;
+    WriteTrace(where.file_name(), where.line(), kTraceError, failure, tstrArgument.c_str(), hr);
+    return false;
+}
+
+}  // namespace
+
+bool GetAllUsersDesktop(std::wstring& tstrFolder)
+{
+    return GetSpecialFolder(CSIDL_COMMON_DESKTOPDIRECTORY, tstrFolder);
+}
+
+bool GetAllUsersStartMenuPrograms(std::wstring& tstrFolder)
+{
+    return GetSpecialFolder(CSIDL_COMMON_PROGRAMS, tstrFolder);
+}
+
+bool GetUsersProfilePath(std::wstring& tstrFolder)
+{
+    return GetSpecialFolder(CSIDL_PROFILE, tstrFolder);
+}
+
+bool CreateShortcut(const std::wstring& tstrLink, const std::wstring& tstrTarget, const std::wstring& tstrIcon,
+                    const std::wstring& tstrArguments, const std::wstring& tstrDescription,
+                    const std::wstring& tstrWorkingDirectory)
+{
+    const Com::Apartment apartment;
+    ComPtr<IShellLinkW> link;
+    const HRESULT hr =
+        ::CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(link.GetAddressOf()));
+    if (FAILED(hr)) {
+        KZ_TRACE(kTraceError, L"*** CComPtrBase::CoCreateInstance() failed. [0x%08x]", hr);
+        return false;
+    }
+    ComPtr<IPersistFile> file;
+    return Done(link->SetPath(tstrTarget.c_str()), L"*** IShellLink::SetPath(%s) failed. [0x%08x]", tstrTarget) &&
+           Done(link->SetIconLocation(tstrIcon.c_str(), 0), L"*** IShellLink::SetIconLocation(%s) failed. [0x%08x]",
+                tstrIcon) &&
+           Done(link->SetDescription(tstrDescription.c_str()), L"*** IShellLink::SetDescription(%s) failed. [0x%08x]",
+                tstrDescription) &&
+           Done(link->SetArguments(tstrArguments.c_str()), L"*** IShellLink::SetArguments(%s) failed. [0x%08x]",
+                tstrArguments) &&
+           Done(link->SetWorkingDirectory(tstrWorkingDirectory.c_str()),
+                L"*** IShellLink::SetWorkingDirectory(%s) failed. [0x%08x]", tstrWorkingDirectory) &&
+           Done(link.As(&file), L"*** IShellLink::QueryInterface(IPersistFile) failed for %s. [0x%08x]", tstrLink) &&
+           Done(file->Save(tstrLink.c_str(), TRUE), L"*** IPersistFile::Save(%s) failed. [0x%08x]", tstrLink);
+}
+
+}  // namespace InstCommon::Utility::ShellLink
