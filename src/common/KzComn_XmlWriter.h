@@ -1,0 +1,22 @@
+// Writes XML documents.
+#pragma once
+
+#include "common/KzComn_XmlElement.h"
+
+#include <string>
+
+namespace KzCommon::Storage {
+
+/// Writes a document as UTF-8 behind the declaration <?xml version="1.0" encoding="UTF-8"?>. Parsed again, what was
+/// written is the same document.
+class XmlWriter {
+public:
+    /// The document's bytes.
+    [[nodiscard]] static std::string ToText(const XmlDocument& document);
+
+    /// Writes the file at `tstrPath` in one step: whatever happens, it holds the old document or the new one. Throws
+    /// XmlException with the code of what failed, ERROR_ACCESS_DENIED (5) for a file that is read-only.
+    static void WriteFile(const XmlDocument& document, const std::wstring& tstrPath);
+};
+
+}  // namespace KzCommon::Storage
