@@ -1,0 +1,64 @@
+// What the code under test traces, caught with a stand-in for the trace library:
+//
+//     RecordedTrace trace;
+//     DoSomething();
+//     EXPECT_THAT(trace.Messages(), Contains("!!! *** DoSomething() failed. [0x00000002]"));
+#pragma once
+
+#include "common/KzComn_Handle.h"
+#include "support/TempFolder.h"
+#include "support/dll/KzDbg64/TraceSink.h"
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+/// Loads the stand-in library and takes its calls for as long as it lives; opens no trace itself. One at a time.
+class TraceRecorder : public TraceSink {
+public:
+    TraceRecorder();
+    TraceRecorder(const TraceRecorder&) = delete;
+    TraceRecorder& operator=(const TraceRecorder&) = delete;
+    virtual ~TraceRecorder();
+
+    /// Folder of the stand-in "KzDbg64.dll", with trailing backslash.
+    [[nodiscard]] static std::wstring LibraryFolder();
+
+    /// The lines as they were handed over, line ends included.
+    [[nodiscard]] std::vector<std::wstring> Lines() const;
+    /// The lines in UTF-8 as "TAG message", without time, ids, module and place; TAG is ".w." for level 1, "@@@" for
+    /// 16, "!!!" for 256.
+    [[nodiscard]] std::vector<std::string> Messages() const;
+    void Clear();
+
+    // What the library answers.
+    DWORD m_dwInitializeResult = ERROR_SUCCESS;
+    void* m_pTrace = this;
+    DWORD m_dwTraceResult = ERROR_SUCCESS;
+
+    // What it was called with.
+    DebugLogConfig m_config{};
+    int m_cInitialize = 0;
+    int m_cUninitialize = 0;
+
+private:
+    DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
+    DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override;
+    DWORD OnUninitialize(void* pTrace) override;
+    void SetSink(TraceSink* pSink) const;
+
+    KzCommon::UniqueModule m_hModule;
+    mutable std::mutex m_lock;
+    std::vector<std::wstring> m_lines;
+};
+
+/// Opens the process-wide trace with the stand-in library, module "Test", and closes it when it goes. Its settings come
+/// from a file, so that tests are free to do to the registry what they like.
+class RecordedTrace : public TraceRecorder {
+public:
+    explicit RecordedTrace(DWORD dwLevelMask = 0x111);
+    ~RecordedTrace() override;
+
+private:
+    TempFolder m_folder;
+};

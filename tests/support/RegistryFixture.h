@@ -1,0 +1,42 @@
+// A registry of the test's own, so that tests are safe on a developer's machine.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Redirects HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT of this process to a new empty key below HKEY_CURRENT_USER and
+/// removes that when it goes. The 32-bit and 64-bit views are not told apart behind it.
+class RedirectedRegistry {
+public:
+    RedirectedRegistry();
+    RedirectedRegistry(const RedirectedRegistry&) = delete;
+    RedirectedRegistry& operator=(const RedirectedRegistry&) = delete;
+    ~RedirectedRegistry();
+
+private:
+    std::wstring m_tstrPath;
+};
+
+/// One value as it is stored.
+struct RawValue {
+    DWORD dwType = REG_NONE;
+    std::string strBytes;
+    bool operator==(const RawValue&) const = default;
+};
+
+/// Stores a value of any type and creates its key.
+void WriteRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, const RawValue& value);
+/// A value as it is stored; nothing when it is absent.
+[[nodiscard]] std::optional<RawValue> ReadRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName);
+/// The value that a text of that type is stored as, its terminating zero included.
+[[nodiscard]] RawValue RawText(const std::wstring& tstrText, DWORD dwType = REG_SZ);
+
+/// A test that works on the redirected registry.
+class RegistryTest : public ::testing::Test {
+private:
+    RedirectedRegistry m_registry;
+};
