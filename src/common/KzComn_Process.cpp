@@ -126,9 +126,7 @@ std::wstring ProgramFolder()
 
 std::wstring ResolveBesideProgram(const std::wstring& tstrPath)
 {
-    const bool bDrive = tstrPath.size() > 2 && tstrPath[1] == L':' && tstrPath[2] == L'\\';
-    const bool bShare = tstrPath.starts_with(L"\\\\");
-    if (bDrive || bShare) return tstrPath;
+    if (String::IsFullPath(tstrPath)) return tstrPath;
     const bool bHere = tstrPath.starts_with(L".\\");
     return ProgramFolder() + tstrPath.substr(bHere ? 2 : 0);
 }

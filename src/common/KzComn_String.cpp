@@ -3,6 +3,7 @@
 #include <boost/lexical_cast.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cwchar>
 
 namespace KzCommon::String {
@@ -43,10 +44,21 @@ std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName
     return EnsureBackslash(tstrFolder).append(tstrName);
 }
 
+bool IsFullPath(std::wstring_view tstrPath) noexcept
+{
+    const auto isSlash = [](wchar_t ch) {
+        return ch == L'\\' || ch == L'/';
+    };
+    if (tstrPath.size() < 3) return false;
+    return (tstrPath[1] == L':' && isSlash(tstrPath[2])) || (isSlash(tstrPath[0]) && isSlash(tstrPath[1]));
+}
+
 int SplitPath(const std::wstring& tstrPath, PathParts& parts)
 {
-    return ::_wsplitpath_s(tstrPath.c_str(), parts.szDrive, _MAX_DRIVE, parts.szDir, _MAX_DIR, parts.szName, _MAX_FNAME,
-                           parts.szExt, _MAX_EXT);
+    const int iError = ::_wsplitpath_s(tstrPath.c_str(), parts.szDrive, _MAX_DRIVE, parts.szDir, _MAX_DIR, parts.szName,
+                                       _MAX_FNAME, parts.szExt, _MAX_EXT);
+    if (iError != 0) ::SetLastError(iError == ERANGE ? ERROR_BUFFER_OVERFLOW : ERROR_INVALID_PARAMETER);
+    return iError;
 }
 
 std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator, std::size_t cMaxFields,

@@ -16,6 +16,9 @@ namespace KzCommon::String {
 /// `tstrFolder`, a backslash where it is missing, and `tstrName`. An empty folder gives the name alone.
 [[nodiscard]] std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName);
 
+/// Whether a path begins with a drive and a backslash or names a share: it means the same from every current folder.
+[[nodiscard]] bool IsFullPath(std::wstring_view tstrPath) noexcept;
+
 /// A path as _wsplitpath_s takes it apart, every part with the runtime's limits (drive 2, others 255 characters).
 struct PathParts {
     wchar_t szDrive[_MAX_DRIVE] = {};
@@ -24,7 +27,8 @@ struct PathParts {
     wchar_t szExt[_MAX_EXT] = {};
 };
 
-/// Splits a path; 0, or the errno value of _wsplitpath_s (ERANGE for a part that is too long).
+/// Splits a path; 0, or the errno value of _wsplitpath_s, with ERROR_BUFFER_OVERFLOW (111, a part is too long) or
+/// ERROR_INVALID_PARAMETER (87) left in GetLastError().
 [[nodiscard]] int SplitPath(const std::wstring& tstrPath, PathParts& parts);
 
 /// Splits at runs of `chSeparator` with wcstok_s, so that empty fields vanish. At most `cMaxFields` fields are

@@ -40,6 +40,10 @@ public:
         if (uArgument != sizeof...(Arguments)) throw "more arguments than conversions";
     }
 
+    /// No format: nothing is to be traced.
+    consteval TraceFormat(std::nullptr_t) : m_szFormat(nullptr) {}  // NOLINT(google-explicit-constructor)
+
+    explicit constexpr operator bool() const noexcept { return m_szFormat != nullptr; }
     [[nodiscard]] constexpr const wchar_t* Get() const noexcept { return m_szFormat; }
 
 private:

@@ -1,0 +1,65 @@
+// The settings step: what the update changes besides replacing files.
+#include "agent/QorDeployAgent.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
+
+using namespace KzCommon;
+
+namespace {
+
+/// A settings file that the update brings once for each language, "base_LANGUAGE.extension".
+struct LanguageFile {
+    const wchar_t* szBase;
+    const wchar_t* szExtension;
+};
+constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml"}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
+
+/// Makes the product's language the one that is installed.
+void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file)
+{
+    const std::wstring tstrBase = tstrFolder + file.szBase;
+    const std::wstring tstrSource = tstrBase + L"_" + Frwk::Utility::GetLanguage() + L"." + file.szExtension;
+    const std::wstring tstrDestination = tstrBase + L"." + file.szExtension;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
+        KZ_TRACE(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
+                 tstrSource.c_str(), dwError);
+    }
+}
+
+/// The update information file to change: the downloaded one, made out of the installed one where the update brings
+/// none, or the installed one where that cannot be done.
+std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
+{
+    KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
+    KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
+    DWORD dwError = ERROR_SUCCESS;
+    if (Storage::File::Copy(tstrDownloaded, tstrInstalled, false, &dwError)) return tstrDownloaded;
+    KZ_TRACE(kTraceError,
+             L"Failed to copy UpdateInfo.ini to iUD download source folder, error code is %d. Modify installed one.",
+             dwError);
+    return tstrInstalled;
+}
+
+}  // namespace
+
+bool FrameworkDeployAgent::DeploySettings()
+{
+    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DeploySettings()...",
+                               L"[Leave] FrameworkDeployAgent::DeploySettings()...");
+    PatchRegistry();
+    const std::wstring tstrSettingDir = m_pathValues.ProductDownloadDir() + L"Share\\Setting\\";
+    if (!Storage::Directory::IsExisted(tstrSettingDir)) {
+        KZ_TRACE(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
+        return true;
+    }
+    for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
+    MergeConfig(tstrSettingDir);
+    ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrSettingDir + L"UpdateInfo.ini"));
+    static_cast<void>(CopyDirectory(tstrSettingDir, L"*.*", m_pathValues.InstallDir(), true, true));
+    KZ_TRACE(kTraceInfo, L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])",
+             tstrSettingDir.c_str(), m_pathValues.InstallDir().c_str());
+    return true;
+}

@@ -1,0 +1,92 @@
+// The three phases of a deployment.
+#include "agent/QorDeployAgent.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_Registry.h"
+
+using namespace KzCommon;
+
+namespace {
+
+// Which packages a deployment has found; each group of bits is set as a whole.
+constexpr BYTE kProgramPackage = 0xF0;
+constexpr BYTE kResourcePackage = 0x0F;
+
+}  // namespace
+
+bool FrameworkDeployAgent::DoPreAction()
+{
+    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoPreAction()...",
+                               L"[Leave] FrameworkDeployAgent::DoPreAction()...");
+    m_pathValues.ReadLogFolders();
+    m_pathValues.ReadProductFolders();
+    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
+             m_pathValues.ProductDownloadDir().c_str());
+    CreateDirBeforeReboot();
+    return true;
+}
+
+bool FrameworkDeployAgent::DoDeploy()
+{
+    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoDeploy()...",
+                               L"[Leave] FrameworkDeployAgent::DoDeploy()...");
+    m_dwStatus = 0;
+    m_pathValues.ReadProductFolders();
+    m_tstrFrameworkFolder = m_pathValues.ComponentDir();
+    KZ_TRACE(kTraceInfo, L"Framework Folder : %s", m_tstrFrameworkFolder.c_str());
+
+    BYTE bPackages = 0;
+    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidProduct=%s",
+             m_pathValues.ProductDownloadDir().c_str());
+    if (Storage::Directory::IsExisted(m_pathValues.ProductDownloadDir())) {
+        KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Product directory is existed.");
+        bPackages |= kProgramPackage;
+    }
+    const std::wstring tstrResourceDir = m_pathValues.ReadResourceDownloadDir();
+    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidResource=%s", tstrResourceDir.c_str());
+    if (Storage::Directory::IsExisted(tstrResourceDir)) {
+        KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Resource directory is existed.");
+        bPackages |= kResourcePackage;
+    }
+
+    if ((bPackages & kProgramPackage) && !DeployProgramPackage()) {
+        KZ_TRACE(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
+    }
+    if ((bPackages & kResourcePackage) && !DeployResourceFiles(tstrResourceDir)) {
+        KZ_TRACE(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
+    }
+    return true;
+}
+
+bool FrameworkDeployAgent::DoPostAction()
+{
+    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoPostAction()...",
+                               L"[Leave] FrameworkDeployAgent::DoPostAction()...");
+    RemoveFileAfterReboot();
+    PostRunScript();
+    WriteProgramDeployFlag();
+    return true;
+}
+
+void FrameworkDeployAgent::WriteProgramDeployFlag()
+{
+    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::WriteProgramDeployFlag()...",
+                               L"[Leave] FrameworkDeployAgent::WriteProgramDeployFlag()...");
+    const DWORD dwView = Frwk::Utility::ProductRegistryView();
+    const struct {
+        const wchar_t* szName;
+        DWORD dwValue;
+    } rows[] = {
+        {L"DoUpdateDeploy", 1},
+        {L"FrwkDeployTick", ::GetTickCount()},
+    };
+    for (const auto& row : rows) {
+        DWORD dwError = ERROR_SUCCESS;
+        if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kazmere\\KZVLT", row.szName, row.dwValue, dwView,
+                                      &dwError)) {
+            KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed: 0x%08X", dwError);
+        }
+    }
+}

@@ -1,0 +1,30 @@
+#include "agent/InstructionFile.h"
+
+#include "common/Frwk_Utility.h"
+
+using namespace KzCommon;
+
+bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tstrSection, SectionRecords& records)
+{
+    if (!iniFile.IsReady()) return false;
+    constexpr Storage::Ini::SectionGrowth kGrowth{256, 256, 0x7FFF};
+    const Storage::Ini::Section section = Storage::Ini::ReadSection(iniFile.Path(), tstrSection, kGrowth);
+    switch (section.eOutcome) {
+        case Storage::Ini::SectionOutcome::eRead: break;
+        case Storage::Ini::SectionOutcome::eTooLarge: return true;
+        case Storage::Ini::SectionOutcome::eNoMemory:
+        case Storage::Ini::SectionOutcome::eFailed: Storage::Throw(section.dwError);
+    }
+    records.insert(section.entries.begin(), section.entries.end());
+    return true;
+}
+
+bool ReadInstructions(const std::wstring& tstrSection, SectionRecords& records, DWORD& dwError)
+{
+    return Storage::Guarded(&dwError, [&] {
+        const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+        Storage::IniFile instructions;
+        instructions.Open(tstrInstallDir.empty() ? std::wstring() : tstrInstallDir + L"QorPaFrwk.ini");
+        static_cast<void>(ReadSectionRecords(instructions, tstrSection, records));
+    });
+}

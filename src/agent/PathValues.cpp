@@ -1,0 +1,150 @@
+#include "agent/PathValues.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_IniFile.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_Registry.h"
+#include "common/KzComn_String.h"
+
+#include <objbase.h>
+#include <rpc.h>
+
+#include <iterator>
+
+using namespace KzCommon;
+
+namespace {
+
+/// A key of "UpdateInfo.ini" that names a download folder, and the component's own identifier, which is the folder that
+/// the updater uses when the key is missing.
+struct DownloadPath {
+    const wchar_t* szKey;
+    const wchar_t* szDefault;
+};
+constexpr DownloadPath kProduct32{L"Component1_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
+constexpr DownloadPath kProduct64{L"Component101_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
+constexpr DownloadPath kResource{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-1r1o1"};
+
+constexpr std::wstring_view kUserProfile = L"%USERPROFILE%";
+
+std::wstring ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadPath& downloadPath)
+{
+    std::wstring tstrValue = downloadPath.szDefault;
+    static_cast<void>(Storage::Guarded(nullptr, [&] {
+        Storage::IniFile updateInfo;
+        updateInfo.Open(tstrUpdateInfo);
+        tstrValue = updateInfo.ReadString(L"COMPONENT_LIST", downloadPath.szKey, downloadPath.szDefault);
+    }));
+    return tstrValue;
+}
+
+/// "LogFolder" of one session kind's trace settings; empty when missing.
+std::wstring ReadLogFolder(const wchar_t* szSessionKey)
+{
+    std::wstring tstrFolder;
+    static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, szSessionKey, L"LogFolder", tstrFolder,
+                                              Frwk::Utility::ProductRegistryView(), nullptr));
+    return String::EnsureBackslash(tstrFolder);
+}
+
+/// The folder `tstrName` below `tstrFolder`; below an unknown folder there is none.
+std::wstring FolderBelow(const std::wstring& tstrFolder, const std::wstring& tstrName)
+{
+    return tstrFolder.empty() ? std::wstring() : String::EnsureBackslash(tstrFolder + tstrName);
+}
+
+}  // namespace
+
+void PathValues::ReadLogFolders()
+{
+    m_tstrInteractiveLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\InteractiveSession");
+    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetInteractiveLogPath - InteractiveLogPath => %s",
+             m_tstrInteractiveLogDir.c_str());
+
+    m_tstrServiceLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession");
+    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetServiceLogPath - ServiceLogPath => %s",
+             m_tstrServiceLogDir.c_str());
+
+    m_tstrInstallerLogDir = FolderBelow(Process::WindowsFolder(), L"Temp");
+    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetInstallerLogPath - SystemLogPath => %s",
+             m_tstrInstallerLogDir.c_str());
+
+    const std::wstring tstrProtected = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ProtectedSession");
+    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetProtectedLogPath - ProtectedLogPath => %s", tstrProtected.c_str());
+    WidenProtectedLogFolder(tstrProtected);
+}
+
+void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
+{
+    m_protectedLogDirs.clear();
+    if (!tstrConfigured.starts_with(kUserProfile)) {
+        m_protectedLogDirs.push_back(tstrConfigured);
+        return;
+    }
+    // The character behind the variable goes whatever it is, and with it any further backslashes.
+    const std::size_t uRest = tstrConfigured.find_first_not_of(L'\\', kUserProfile.size() + 1);
+    const std::wstring tstrRest = uRest == std::wstring::npos ? std::wstring() : tstrConfigured.substr(uRest);
+
+    std::vector<std::wstring> profiles;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Frwk::Utility::EnumUserProfileFolders(profiles, &dwError)) {
+        KZ_TRACE(kTraceError,
+                 L"FrameworkDeployAgent::GetProtectedLogPath - Frwk::Utility::EnumUserProfileFolders() failed. "
+                 L"error[0x%08x]",
+                 dwError);
+        return;
+    }
+    for (const std::wstring& tstrProfile : profiles) m_protectedLogDirs.push_back(FolderBelow(tstrProfile, tstrRest));
+}
+
+void PathValues::ReadProductFolders()
+{
+    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    m_tstrProductDownloadPath = ReadDownloadPath(UpdateInfoFile(), Process::Is64BitWindows() ? kProduct64 : kProduct32);
+    m_tstrProductDownloadDir = FolderBelow(ComponentDir(), m_tstrProductDownloadPath);
+}
+
+std::wstring PathValues::ComponentDir() const
+{
+    return FolderBelow(m_tstrInstallDir, L"Component");
+}
+
+std::wstring PathValues::ReadResourceDownloadDir() const
+{
+    return FolderBelow(ComponentDir(), ReadDownloadPath(UpdateInfoFile(), kResource));
+}
+
+std::wstring PathValues::UpdateInfoFile() const
+{
+    return m_tstrInstallDir.empty() ? std::wstring() : m_tstrInstallDir + L"UpdateInfo.ini";
+}
+
+void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
+{
+    const std::wstring tstrInstalledDir = Frwk::Utility::GetInstalledFolder();
+    const struct {
+        const wchar_t* szPlaceholder;
+        const std::wstring& tstrFolder;
+    } rows[] = {
+        {L"{UdComponentsSrcDir}", m_tstrProductDownloadDir}, {L"{InstalledDir}", tstrInstalledDir},
+        {L"{InstallerLogDir}", m_tstrInstallerLogDir},       {L"{InteractiveLogDir}", m_tstrInteractiveLogDir},
+        {L"{ServiceLogDir}", m_tstrServiceLogDir},
+    };
+    for (const auto& row : rows) String::ReplaceAll(tstrText, row.szPlaceholder, row.tstrFolder);
+    for (const std::wstring& tstrFolder : m_protectedLogDirs) {
+        String::ReplaceAll(tstrText, L"{ProtectedLogDir}", tstrFolder);
+    }
+}
+
+std::wstring MakeUniqueName()
+{
+    const wchar_t szFixedName[] = L"{0C6E93B1-7F24-4a8d-B1C5-E82A47D9F560}";
+    GUID guid{};
+    if (FAILED(::CoCreateGuid(&guid))) return szFixedName;
+    RPC_WSTR szText = nullptr;
+    if (::UuidToStringW(&guid, &szText) != RPC_S_OK || !szText) return szFixedName;
+    std::wstring tstrName = reinterpret_cast<const wchar_t*>(szText);
+    ::RpcStringFreeW(&szText);
+    return tstrName;
+}

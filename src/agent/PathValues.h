@@ -1,0 +1,53 @@
+// The folders of one run, computed once, and the placeholders that stand for them in the instruction file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
+class PathValues {
+public:
+    /// Reads the log folders of the three session kinds and computes the installer's; traces each.
+    void ReadLogFolders();
+
+    /// Reads the install folder from the registry and, from its "UpdateInfo.ini", the name of the product package's
+    /// download folder.
+    void ReadProductFolders();
+
+    /// Replaces the placeholders in `tstrText`, each compared exactly, in their fixed order. "{InstalledDir}" is looked
+    /// up afresh; of the protected log folders only the first is ever used, and without any its placeholder stays.
+    void ExpandPlaceholders(std::wstring& tstrText) const;
+
+    /// "{InstalledDir}": value "ProductPath" of the product key.
+    [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }
+    /// Where the updater puts the packages: the install folder's "Component\".
+    [[nodiscard]] std::wstring ComponentDir() const;
+    /// The product package: ComponentDir() and the download path.
+    [[nodiscard]] const std::wstring& ProductDownloadDir() const noexcept { return m_tstrProductDownloadDir; }
+    /// The product package's download path as "UpdateInfo.ini" has it.
+    [[nodiscard]] const std::wstring& ProductDownloadPath() const noexcept { return m_tstrProductDownloadPath; }
+    /// The resource package's download folder, read from "UpdateInfo.ini" now.
+    [[nodiscard]] std::wstring ReadResourceDownloadDir() const;
+    /// The update information file of the installed product; empty without an install folder.
+    [[nodiscard]] std::wstring UpdateInfoFile() const;
+
+    [[nodiscard]] const std::wstring& InteractiveLogDir() const noexcept { return m_tstrInteractiveLogDir; }
+    [[nodiscard]] const std::wstring& ServiceLogDir() const noexcept { return m_tstrServiceLogDir; }
+    [[nodiscard]] const std::wstring& InstallerLogDir() const noexcept { return m_tstrInstallerLogDir; }
+    /// One folder per user profile when the configured one begins with "%USERPROFILE%".
+    [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
+
+private:
+    void WidenProtectedLogFolder(const std::wstring& tstrConfigured);
+
+    std::wstring m_tstrInstallDir;
+    std::wstring m_tstrProductDownloadDir;
+    std::wstring m_tstrProductDownloadPath;
+    std::wstring m_tstrInteractiveLogDir;
+    std::wstring m_tstrServiceLogDir;
+    std::wstring m_tstrInstallerLogDir;
+    std::vector<std::wstring> m_protectedLogDirs;
+};
+
+/// A new GUID as text, without braces; a fixed text when the system has no memory for one. CoCreateGuid, UuidToStringW.
+[[nodiscard]] std::wstring MakeUniqueName();
