@@ -31,7 +31,7 @@ struct XmlAttribute {
 /// where there is none, and valid as long as the document.
 class XmlElement {
 public:
-    explicit XmlElement(std::wstring tstrName, XmlElement* pParent = nullptr);
+    explicit XmlElement(std::wstring tstrName);
     XmlElement(const XmlElement&) = delete;
     XmlElement& operator=(const XmlElement&) = delete;
     ~XmlElement();
@@ -82,15 +82,12 @@ public:
     void SetEndTag(bool bEndTag) noexcept { m_bEndTag = bEndTag; }
 
 private:
-    friend class XmlDocument;
-
     [[nodiscard]] const XmlElement* ElementFrom(std::size_t uIndex) const noexcept;
-    XmlElement& InsertElement(std::size_t uIndex, std::wstring tstrName);
 
-    std::wstring m_tstrName;  // empty only for a document's own node, which is nobody's parent
+    std::wstring m_tstrName;  // empty only for a document's own node, which walkers do not meet
     std::vector<XmlAttribute> m_attributes;
     std::vector<XmlNode> m_nodes;
-    XmlElement* m_pParent;
+    XmlElement* m_pParent = nullptr;
     std::size_t m_uIndex = 0;  // among the parent's nodes
     bool m_bEndTag = false;
 };
