@@ -1,0 +1,134 @@
+#include "agent/PostRestartRename.h"
+
+#include "agent/NewNameDecision.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_Registry.h"
+#include "common/KzComn_String.h"
+#include "common/L10nReader.h"
+#include "installer/ShortCutXmlHandler.h"
+
+using namespace KzCommon;
+
+namespace {
+
+/// The names that the shell and the browsers show; empty when they cannot be read.
+struct Names {
+    std::wstring tstrProduct;
+    std::wstring tstrToolbar;
+};
+
+/// One place in the registry where a name stands.
+struct NamePlace {
+    HKEY hRoot;
+    const wchar_t* szKey;
+    const wchar_t* szValue;
+    std::wstring Names::*pName;
+    const wchar_t* szSuffix;
+    bool bWow64Only;
+};
+
+const NamePlace kPlaces[] = {
+    {HKEY_LOCAL_MACHINE,
+     L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}", L"DisplayName",
+     &Names::tstrProduct, L"", false},
+    {HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", &Names::tstrProduct, L" BHO", false},
+    {HKEY_CLASSES_ROOT, L"CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", &Names::tstrProduct, L" ActiveX", false},
+    {HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", &Names::tstrToolbar, L"", false},
+    {HKEY_CLASSES_ROOT, L"Wow6432Node\\CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", &Names::tstrProduct,
+     L" BHO", true},
+    {HKEY_CLASSES_ROOT, L"Wow6432Node\\CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", &Names::tstrProduct,
+     L" ActiveX", true},
+    {HKEY_CLASSES_ROOT, L"Wow6432Node\\CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", &Names::tstrToolbar, L"",
+     true},
+};
+
+void WriteNames(const Names& names, bool bWow64Only, DWORD dwView)
+{
+    for (const NamePlace& place : kPlaces) {
+        if (place.bWow64Only != bWow64Only) continue;
+        static_cast<void>(Storage::Reg::StoreValue(place.hRoot, place.szKey, place.szValue,
+                                                   names.*place.pName + place.szSuffix, dwView, nullptr));
+    }
+}
+
+Names ReadNames()
+{
+    Names names;
+    CL10nReader reader;
+    if (!reader.ParseL10nFile(Frwk::Utility::GetLanguage(), L"")) return names;
+    const wchar_t* szProduct = reader.GetString(L"S_STR_PRODUCT_NAME");
+    const wchar_t* szToolbar = reader.GetString(L"S_TOOLBAR_DISPLAY_NAME");
+    names.tstrProduct = szProduct ? szProduct : kNewProductName;
+    names.tstrToolbar = szToolbar ? szToolbar : L"Kazmere Qorvault ToolBar";
+    return names;
+}
+
+/// The old shortcuts go first, so that one whose name did not change is made anew and not removed.
+void ReplaceShortcuts()
+{
+    const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    KZ_TRACE(kTraceInfo, L"[YES] Remove old shortcuts");
+    if (Storage::File::IsExisted(FileInInstallFolder(kShortcutBackupFile))) {
+        UninstallShortCut(tstrInstallDir, kShortcutBackupFile);
+    } else {
+        KZ_TRACE(kTraceError, L"qorshcutbackup.xml does not exist!");
+    }
+    KZ_TRACE(kTraceInfo, L"[YES] Create new shortcuts");
+    if (Storage::File::IsExisted(FileInInstallFolder(kShortcutFile))) {
+        InstallShortCut(tstrInstallDir, kShortcutFile);
+    } else {
+        KZ_TRACE(kTraceError, L"qorshcut.xml does not exist!");
+    }
+}
+
+}  // namespace
+
+void PostUdActionForNewName()
+{
+    KZ_TRACE(kTraceStep, L"PostUdActionForNewName()");
+    KZ_TRACE(kTraceInfo, L"Rename shortcuts");
+    ReplaceShortcuts();
+
+    KZ_TRACE(kTraceInfo, L"Writing L10N product name into registry, uninstaller display name, and IE toolbar name.");
+    const Names names = ReadNames();
+    KZ_TRACE(kTraceInfo, L"Writing L10N product name: [%s] into registry", names.tstrProduct.c_str());
+    bool bWow64 = false;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Process::IsWow64ModeProcess(bWow64, &dwError)) {
+        KZ_TRACE(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
+    }
+    Frwk::Utility::WriteToRegHKLM_KZVLT(L"ProductName", names.tstrProduct);
+
+    const DWORD dwView = bWow64 ? Storage::eView64Bit : Storage::eViewDefault;
+    KZ_TRACE(kTraceInfo, L"Write default registrys");
+    WriteNames(names, false, dwView);
+    if (!bWow64) return;
+    KZ_TRACE(kTraceInfo, L"Write Wow3264Node registrys");
+    WriteNames(names, true, dwView);
+}
+
+void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)
+{
+    const OperationTrace trace(L"[Enter] ::UninstallShortCut()...", L"[Leave] ::UninstallShortCut()...");
+    const std::wstring tstrPath = String::JoinPath(tstrInstallDir, tstrFileName);
+    ShortCutXmlHandler handler;
+    if (!handler.ParseXml(tstrPath)) {
+        KZ_TRACE(kTraceError, L"FAILED*** ShortCutXmlHandler::ParseXml(%s) failed.", tstrPath.c_str());
+        return;
+    }
+    if (!handler.RemoveShortCuts()) KZ_TRACE(kTraceError, L"FAILED*** ShortCutXmlHandler::RemoveShortCuts() failed.");
+}
+
+void InstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)
+{
+    const OperationTrace trace(L"[Enter] ::InstallShortCut()...", L"[Leave] ::InstallShortCut()...");
+    const std::wstring tstrPath = String::JoinPath(tstrInstallDir, tstrFileName);
+    ShortCutXmlHandler handler;
+    if (!handler.ParseXml(tstrPath) || !handler.CreateShortCuts(tstrInstallDir)) {
+        KZ_TRACE(kTraceError, L"FAILED*** ::InstallShortCut(%s)", tstrPath.c_str());
+    }
+}

@@ -1,0 +1,85 @@
+#include "agent/RestartReminder.h"
+
+#include "agent/InstructionFile.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "installer/InstComn_Utility.h"
+
+#include <wtsapi32.h>
+
+using namespace KzCommon;
+
+namespace {
+
+const wchar_t kBuiltInTitle[] = L"Kazmere Keystride";
+const wchar_t kBuiltInMessage[] =
+    L"You must restart the computer to begin enjoying the latest version of Keystride, now known as Kazmere Qorvault. "
+    L"Your new and improved software can support many more secure websites.";
+
+constexpr DWORD kStyle = MB_OKCANCEL | MB_ICONINFORMATION | MB_TOPMOST;
+static_assert(kStyle == 262209);
+
+struct Notification {
+    std::wstring tstrTitle;
+    std::wstring tstrMessage;
+};
+
+Notification ReadNotification()
+{
+    SectionRecords records;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!ReadInstructions(L"RestartNotification_" + Frwk::Utility::GetLanguage(), records, dwError)) {
+        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
+    }
+    Notification notification;
+    auto [itText, itEnd] = records.equal_range(L"text");
+    if (itText != itEnd) {
+        notification.tstrTitle = itText->second;
+        KZ_TRACE(kTraceInfo, L"RemindToReboot(): Title: [%s]", notification.tstrTitle.c_str());
+        ++itText;
+    }
+    if (itText != itEnd) {
+        notification.tstrMessage = itText->second;
+        KZ_TRACE(kTraceInfo, L"RemindToReboot(): Message: [%s]", notification.tstrMessage.c_str());
+    }
+    if (notification.tstrTitle.empty()) notification.tstrTitle = kBuiltInTitle;
+    if (notification.tstrMessage.empty()) notification.tstrMessage = kBuiltInMessage;
+    return notification;
+}
+
+DWORD BytesOf(const std::wstring& tstrText)
+{
+    return static_cast<DWORD>(tstrText.size() * sizeof(wchar_t));
+}
+
+/// Shows the question in the active console session; true when the user agreed.
+[[nodiscard]] bool AskAtConsole(Notification notification)
+{
+    DWORD dwAnswer = 0;
+    if (!::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, ::WTSGetActiveConsoleSessionId(), notification.tstrTitle.data(),
+                           BytesOf(notification.tstrTitle), notification.tstrMessage.data(),
+                           BytesOf(notification.tstrMessage), kStyle, 0, &dwAnswer, TRUE)) {
+        const DWORD dwError = ::GetLastError();
+        KZ_TRACE(kTraceError, L"*** ::WTSSendMessage() failed. [0x%08x]", dwError);
+        return false;
+    }
+    return dwAnswer == IDOK;
+}
+
+}  // namespace
+
+void RemindToReboot()
+{
+    KZ_TRACE(kTraceStep, L"RemindToReboot()");
+    Notification notification = ReadNotification();
+    KZ_TRACE(kTraceInfo, L"To display notification dialog...");
+    // A console window must not stay open behind a question that may wait for hours.
+    ::FreeConsole();
+    if (!AskAtConsole(std::move(notification))) {
+        KZ_TRACE(kTraceInfo, L"Restart later...");
+        return;
+    }
+    KZ_TRACE(kTraceInfo, L"To restart system...");
+    if (!InstCommon::Utility::ReStartWindows()) KZ_TRACE(kTraceError, L"ReStartWindows() failed.");
+}
