@@ -138,14 +138,16 @@ class Machine:
     # -- trace --
 
     def enable_trace(self, level=0x111, folder=TRACE_FOLDER):
+        # All ten values: the program stops reading at the first that is missing.
+        values = {'Enable': 1, 'Level': level, 'LogProcess': 0, 'LogUnitType': 0, 'LogFolder': folder,
+                  'LogPrefix': 'KZVLT', 'LogFile': '', 'LogExtension': 'log', 'Robust': 0, 'Debugger': 0}
         for session in SESSIONS:
-            key = f'{SETTINGS}\\1\\DebugLog\\{session}'
-            for name, data in (('Enable', 1), ('Level', level), ('LogFolder', folder)):
-                self.set_value(key, name, data)
+            for name, data in values.items():
+                self.set_value(f'{SETTINGS}\\1\\DebugLog\\{session}', name, data)
 
     def trace_lines(self, folder=TRACE_FOLDER):
-        """The lines of every trace file in the folder."""
-        files = sorted(self.host(folder).glob('*.log')) if self.host(folder).is_dir() else []
+        """The lines of every trace file in the folder and those below."""
+        files = sorted(self.host(folder).rglob('*.log')) if self.host(folder).is_dir() else []
         return [line for file in files for line in file.read_bytes().decode('utf-8-sig').splitlines()]
 
     # -- registry --
