@@ -115,26 +115,24 @@ bool IsExisted(const std::wstring& tstrPath)
 
 bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError)
 {
+    if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     // The missing folders, the deepest first.
     std::vector<std::wstring> missing;
     std::wstring tstrFolder = tstrPath;
     while (tstrFolder.size() > 3 && tstrFolder.back() == L'\\') tstrFolder.pop_back();
-    if (tstrFolder.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
-    do {
+    while (tstrFolder.size() > 2 && !IsExisted(tstrFolder)) {
         missing.push_back(tstrFolder);
         const std::size_t uSlash = tstrFolder.find_last_of(L'\\');
         tstrFolder.resize(uSlash == std::wstring::npos ? 0 : uSlash);
-    } while (tstrFolder.size() > 2 && !IsExisted(tstrFolder));
-
-    // A folder above the one that is asked for may be there by now, or (server and share of a network path) cannot be
-    // made: only the last one decides.
+    }
+    // One above may have been made by somebody else meanwhile, or (server and share of a network path) cannot be made:
+    // what counts is whether the last one is there.
     FirstFailure failure;
-    bool bOk = false;
     for (auto itFolder = missing.rbegin(); itFolder != missing.rend(); ++itFolder) {
-        bOk = ::CreateDirectoryW(itFolder->c_str(), pAttributes) != FALSE;
+        const bool bOk = ::CreateDirectoryW(itFolder->c_str(), pAttributes) != FALSE;
         failure.Note(bOk, bOk ? ERROR_SUCCESS : ::GetLastError());
     }
-    return bOk || failure.Report(pdwError);
+    return IsExisted(tstrPath) || failure.Report(pdwError);
 }
 
 bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,

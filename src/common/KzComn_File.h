@@ -27,7 +27,8 @@ namespace KzCommon::Storage::Directory {
 /// Whether `tstrPath` (with or without trailing backslash) names an existing folder. GetFileAttributesW.
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath);
 
-/// Creates a folder and the missing ones above it. False with the code of the first that could not be created.
+/// Creates a folder and the missing ones above it; true also when it is there already. False with the code of the first
+/// that could not be created.
 /// CreateDirectoryW.
 [[nodiscard]] bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError);
 
