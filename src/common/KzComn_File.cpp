@@ -120,7 +120,7 @@ bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWOR
     std::vector<std::wstring> missing;
     std::wstring tstrFolder = tstrPath;
     while (tstrFolder.size() > 3 && tstrFolder.back() == L'\\') tstrFolder.pop_back();
-    while (tstrFolder.size() > 2 && !IsExisted(tstrFolder)) {
+    while (!tstrFolder.empty() && tstrFolder.back() != L':' && !IsExisted(tstrFolder)) {
         missing.push_back(tstrFolder);
         const std::size_t uSlash = tstrFolder.find_last_of(L'\\');
         tstrFolder.resize(uSlash == std::wstring::npos ? 0 : uSlash);
