@@ -1,0 +1,59 @@
+// A list of pinned items that only notes what is taken out of it, and the class object that gives it.
+#pragma once
+
+#include <windows.h>
+#include <shlobj.h>
+
+#include <string>
+
+// {A2A9545D-A0C2-42B4-9708-A0B2BADD77C8}
+inline constexpr CLSID kStartMenuPinClass = {
+    0xA2A9545D, 0xA0C2, 0x42B4, {0x97, 0x08, 0xA0, 0xB2, 0xBA, 0xDD, 0x77, 0xC8}};
+
+// COM's interfaces have no destructor.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
+/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks.
+class PinRecorder : public IClassFactory, public IStartMenuPinnedList {
+public:
+    virtual ~PinRecorder() = default;
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** ppv) override
+    {
+        *ppv = nullptr;
+        if (IsEqualIID(iid, IID_IStartMenuPinnedList)) *ppv = static_cast<IStartMenuPinnedList*>(this);
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+            *ppv = static_cast<IClassFactory*>(this);
+        }
+        if (!*ppv) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_cReferences; }
+    ULONG STDMETHODCALLTYPE Release() override { return --m_cReferences; }
+
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** ppv) override
+    {
+        return QueryInterface(iid, ppv);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+
+    HRESULT STDMETHODCALLTYPE RemoveFromList(IShellItem* pItem) override
+    {
+        wchar_t* szPath = nullptr;
+        const HRESULT hr = pItem->GetDisplayName(SIGDN_FILESYSPATH, &szPath);
+        if (FAILED(hr)) return hr;
+        const std::wstring tstrPath = szPath;
+        ::CoTaskMemFree(szPath);
+        return OnRemove(tstrPath);
+    }
+
+    ULONG m_cReferences = 0;
+
+private:
+    /// Told the path of an item; what it returns is the answer.
+    virtual HRESULT OnRemove(const std::wstring& tstrPath) = 0;
+};
+
+#pragma GCC diagnostic pop
