@@ -1,0 +1,59 @@
+// Protection of the values that the configuration file keeps encrypted.
+#pragma once
+
+#include "common/KzComn_Handle.h"
+
+#include <windows.h>
+#include <bcrypt.h>
+
+#include <string>
+#include <string_view>
+
+namespace Config {
+
+/// The key string of the product's store.
+inline constexpr std::wstring_view kStoreKey = L"Kazmere configuration store, key 1";
+
+/// A buffer that is wiped before its memory is given back.
+template <class Buffer>
+struct Secret {
+    Buffer value;
+
+    Secret() = default;
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+    ~Secret() { ::SecureZeroMemory(value.data(), value.size() * sizeof(typename Buffer::value_type)); }
+};
+
+struct AlgorithmTraits {
+    using Handle = BCRYPT_ALG_HANDLE;
+    static Handle Empty() noexcept { return nullptr; }
+    static void Release(Handle handle) noexcept { ::BCryptCloseAlgorithmProvider(handle, 0); }
+};
+struct KeyTraits {
+    using Handle = BCRYPT_KEY_HANDLE;
+    static Handle Empty() noexcept { return nullptr; }
+    static void Release(Handle handle) noexcept { ::BCryptDestroyKey(handle); }
+};
+
+/// Turns clear values into protected text and back: AES-256 in Galois/counter mode under the SHA-256 hash of a key
+/// string, a fresh random nonce for every value; the text is nonce, cipher text and tag in Base64. The empty text
+/// stands for the empty value.
+class ValueProtection {
+public:
+    /// Prepares the key. False with the NTSTATUS code of the failed call in `dwError`. BCryptGenerateSymmetricKey.
+    [[nodiscard]] bool Open(std::wstring_view tstrKeyString, DWORD& dwError);
+
+    /// False with the code of what failed.
+    [[nodiscard]] bool Protect(const std::wstring& tstrClear, std::wstring& tstrText, DWORD& dwError) const;
+
+    /// False with the code for a text that was not made under this key or was changed since: STATUS_AUTH_TAG_MISMATCH
+    /// (0xc000a002), or ERROR_INVALID_DATA (13) when it has not even the form.
+    [[nodiscard]] bool Unprotect(const std::wstring& tstrText, Secret<std::wstring>& clear, DWORD& dwError) const;
+
+private:
+    KzCommon::UniqueHandle<AlgorithmTraits> m_hAlgorithm;
+    KzCommon::UniqueHandle<KeyTraits> m_hKey;  // released before its algorithm
+};
+
+}  // namespace Config

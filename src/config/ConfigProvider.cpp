@@ -1,0 +1,165 @@
+#include "config/ConfigProvider.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_FileName.h"
+#include "common/KzComn_String.h"
+
+#include <optional>
+
+using namespace KzCommon;
+using Config::ConfigStore;
+
+namespace {
+
+/// A member's text; nothing when it is absent, no string, or no UTF-8.
+std::optional<std::wstring> TextOf(const Json::Value& value)
+{
+    std::wstring tstrText;
+    if (!value.isString() || !String::FromUtf8(value.asString(), tstrText)) return std::nullopt;
+    return tstrText;
+}
+
+std::optional<Config::TagPath> PathOf(const std::string& strTag)
+{
+    std::wstring tstrTag;
+    return String::FromUtf8(strTag, tstrTag) ? Config::TagPath::Parse(tstrTag) : std::nullopt;
+}
+
+bool HasData(const Json::Value& request)
+{
+    return request.isObject() && request.isMember("Data") && request["Data"].isObject();
+}
+
+}  // namespace
+
+DWORD CConfigProvider::PreInitialize()
+{
+    const OperationTrace trace(L"[Enter] CConfigProvider::PreInitialize()...",
+                               L"[Leave] CConfigProvider::PreInitialize()...");
+    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    return m_tstrInstallDir.empty() ? Config::eNoInstallFolder : Config::eOk;
+}
+
+DWORD CConfigProvider::Initialize()
+{
+    const OperationTrace trace(L"[Enter] CConfigProvider::Initialize()...",
+                               L"[Leave] CConfigProvider::Initialize()...");
+    if (m_tstrInstallDir.empty()) return Config::eNotReady;
+    DWORD dwError = ERROR_SUCCESS;
+    m_bReady = m_protection.Open(Config::kStoreKey, dwError);
+    if (m_bReady) return Config::eOk;
+    KZ_TRACE(kTraceError, L"*** CConfigProvider::Initialize() - the encryption cannot be used. [0x%08x]", dwError);
+    return Config::eNoProtection;
+}
+
+void CConfigProvider::Uninitialize() noexcept
+{
+    m_bReady = false;
+    m_tstrInstallDir.clear();
+    m_types.clear();
+}
+
+DWORD CConfigProvider::MessageProc(DWORD dwMessage, Json::Value& request)
+{
+    const OperationTrace trace(L"[Enter] CConfigProvider::MessageProc()...",
+                               L"[Leave] CConfigProvider::MessageProc()...");
+    DWORD dwResult = Config::eInternalError;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::Guarded(&dwError, [&] { dwResult = Dispatch(dwMessage, request); })) {
+        KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) failed. [0x%08x]", dwMessage, dwError);
+        return Config::eInternalError;
+    }
+    return dwResult;
+}
+
+DWORD CConfigProvider::Dispatch(DWORD dwMessage, Json::Value& request)
+{
+    static constexpr struct {
+        DWORD dwMessage;
+        DWORD (CConfigProvider::*pfnCarryOut)(Json::Value&);
+    } kMessages[] = {
+        {kQuery, &CConfigProvider::Query},
+        {kWrite, &CConfigProvider::Write},
+    };
+    if (!m_bReady) return Config::eNotReady;
+    for (const auto& row : kMessages) {
+        if (row.dwMessage != dwMessage) continue;
+        if (HasData(request)) return (this->*row.pfnCarryOut)(request);
+        KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - the request has no \"Data\".", dwMessage);
+        return Config::eBadRequest;
+    }
+    KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - unknown message.", dwMessage);
+    return Config::eUnknownMessage;
+}
+
+DWORD CConfigProvider::Query(Json::Value& request)
+{
+    Json::Value& data = request["Data"];
+    for (Json::Value& value : data) value = Json::nullValue;
+
+    ConfigStore store(m_protection);
+    if (!store.Open(m_tstrInstallDir + L"config.xml")) return Config::eUnreadableFile;
+    DWORD dwResult = Config::eOk;
+    for (const std::string& strTag : data.getMemberNames()) {
+        if (!QueryTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
+    }
+    return dwResult;
+}
+
+bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strTag, Json::Value& value)
+{
+    const std::optional<Config::TagPath> path = PathOf(strTag);
+    if (!path) return true;
+
+    Config::Value found;
+    Config::Type eType = Config::Type::eString;
+    const ConfigStore::Found eFound = store.Read(*path, found, eType);
+    if (eFound == ConfigStore::Found::eRefused) return false;
+    if (eFound == ConfigStore::Found::eNone) {
+        const Config::Default* pDefault = Config::FindDefault(*path);
+        if (!pDefault) return true;
+        found = {false, pDefault->szValue};
+        eType = pDefault->eType;
+    }
+    m_types[strTag] = eType;
+    value = String::ToUtf8(Config::ToTransit(found));
+    return true;
+}
+
+DWORD CConfigProvider::Write(Json::Value& request)
+{
+    const std::optional<std::wstring> folder = TextOf(request.get("FilePath", {}));
+    const std::optional<std::wstring> fileName = TextOf(request.get("FileName", {}));
+    if (!folder || folder->empty() || !fileName || !Storage::File::IsPlainName(*fileName)) {
+        KZ_TRACE(kTraceError, L"*** CConfigProvider::Write() - the request names no file.");
+        return Config::eBadRequest;
+    }
+    ConfigStore store(m_protection);
+    if (!store.Open(String::JoinPath(*folder, *fileName))) return Config::eUnreadableFile;
+
+    DWORD dwResult = Config::eOk;
+    const Json::Value& data = request["Data"];
+    for (const std::string& strTag : data.getMemberNames()) {
+        if (!data[strTag].isNull() && !WriteTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
+    }
+    return store.Save() ? dwResult : Config::eUnwritableFile;
+}
+
+bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, const Json::Value& value) const
+{
+    const std::optional<Config::TagPath> path = PathOf(strTag);
+    const std::optional<std::wstring> text = TextOf(value);
+    if (!path || !text) {
+        std::wstring tstrTag;
+        static_cast<void>(String::FromUtf8(strTag, tstrTag));
+        KZ_TRACE(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
+                 tstrTag.c_str());
+        return false;
+    }
+    const auto itType = m_types.find(strTag);
+    const Config::Default* pDefault = Config::FindDefault(*path);
+    const Config::Type eKnown = pDefault ? pDefault->eType : Config::Type::eString;
+    return store.Write(*path, Config::FromTransit(*text), itType != m_types.end() ? itType->second : eKnown);
+}

@@ -1,0 +1,53 @@
+// The product's configuration, "config.xml", behind JSON requests.
+#pragma once
+
+#include "config/ConfigProtection.h"
+#include "config/ConfigResult.h"
+#include "config/ConfigStore.h"
+
+#include <json/value.h>
+
+#include <map>
+#include <string>
+
+/// Called in this order: PreInitialize, Initialize, any number of MessageProc, Uninitialize. All of them but the last
+/// return a Config::Result; nothing is thrown.
+///
+/// A request is an object whose member "Data" is an object of settings: tag paths and values, all texts in UTF-8.
+/// Values are strings ("0" and "1" for a bool, decimal for an int), protected ones their protected text
+/// (Config::ToTransit).
+class CConfigProvider {
+public:
+    /// Fills every member of "Data" with the current value from "config.xml" in the product's install folder: the
+    /// built-in default where the file has none, null where there is neither and for a value that is refused. When the
+    /// file cannot be read all become null.
+    static constexpr DWORD kQuery = 0x15000001;
+    /// Writes the members of "Data" into the existing file "FileName" in the folder "FilePath", null members left out.
+    /// Everything else in the file stays, and a file in which nothing changes is not touched.
+    static constexpr DWORD kWrite = 0x15000002;
+
+    CConfigProvider() = default;
+    CConfigProvider(const CConfigProvider&) = delete;
+    CConfigProvider& operator=(const CConfigProvider&) = delete;
+
+    /// Finds the product's install folder.
+    [[nodiscard]] DWORD PreInitialize();
+    /// Prepares the protection of values.
+    [[nodiscard]] DWORD Initialize();
+    /// Carries out one request, kQuery or kWrite, and updates it in place.
+    [[nodiscard]] DWORD MessageProc(DWORD dwMessage, Json::Value& request);
+    void Uninitialize() noexcept;
+
+private:
+    [[nodiscard]] DWORD Dispatch(DWORD dwMessage, Json::Value& request);
+    [[nodiscard]] DWORD Query(Json::Value& request);
+    [[nodiscard]] DWORD Write(Json::Value& request);
+    [[nodiscard]] bool QueryTag(const Config::ConfigStore& store, const std::string& strTag, Json::Value& value);
+    [[nodiscard]] bool WriteTag(Config::ConfigStore& store, const std::string& strTag, const Json::Value& value) const;
+
+    std::wstring m_tstrInstallDir;
+    Config::ValueProtection m_protection;
+    bool m_bReady = false;
+    // Types of the settings that were read: what a new element for them is made as.
+    std::map<std::string, Config::Type> m_types;
+};
