@@ -75,7 +75,8 @@ function(brevant_standins folder)
             # Target names must not hide the system library of the same name.
             brevant_dll(standin_${name} ${folder}/${name} ${kBinDir}/standins)
             if(TARGET standin_${name})
-                set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name})
+                set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name}
+                    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/standins)
             endif()
         endif()
     endforeach()

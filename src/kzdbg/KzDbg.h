@@ -46,6 +46,11 @@ typedef DWORD(__stdcall* KzDbgTraceProc)(void* pTrace, const SYSTEMTIME* pTime, 
 /* Closes the trace; the handle is no longer valid. */
 typedef DWORD(__stdcall* KzDbgUninitializeProc)(void* pTrace);
 
+/* The procedures as the library itself declares them. */
+DWORD __stdcall KzDbgInitialize(void** ppTrace, const struct DebugLogConfig* pConfig);
+DWORD __stdcall KzDbgTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine);
+DWORD __stdcall KzDbgUninitialize(void* pTrace);
+
 #ifdef __cplusplus
 }
 #endif

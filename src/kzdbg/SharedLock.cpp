@@ -1,0 +1,85 @@
+#include "kzdbg/SharedLock.h"
+
+#include <sddl.h>
+
+#include <cstdio>
+#include <iterator>
+
+namespace KzDbg {
+
+namespace {
+
+constexpr DWORD kPatienceMilliseconds = 500;
+
+/// Everybody may use the lock, services and processes of low integrity included, and nobody may take it from others.
+constexpr wchar_t kEverybodyMayUse[] = L"D:(A;;GRGWGX;;;WD)S:(ML;;NW;;;LW)";
+
+/// A name without backslashes and of limited length, the same for the same path: its FNV-1a hash.
+std::wstring NameOf(std::wstring tstrPath)
+{
+    const int cch = static_cast<int>(tstrPath.size());
+    ::LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, tstrPath.c_str(), cch, tstrPath.data(), cch, nullptr,
+                    nullptr, 0);
+    ULONGLONG ullHash = 0xCBF29CE484222325;
+    for (const wchar_t ch : tstrPath) ullHash = (ullHash ^ ch) * 0x100000001B3;
+    wchar_t szName[32] = {};
+    ::_snwprintf(szName, std::size(szName) - 1, L"KzDbg-%016I64x", ullHash);
+    return szName;
+}
+
+HANDLE OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName) noexcept
+{
+    const HANDLE hSection = ::OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, tstrName.c_str());
+    if (hSection) return hSection;
+    return ::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, sizeof(LONG), tstrName.c_str());
+}
+
+}  // namespace
+
+SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMilliseconds)
+{
+    SECURITY_ATTRIBUTES attributes{sizeof(attributes), nullptr, FALSE};
+    ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kEverybodyMayUse, SDDL_REVISION_1,
+                                                           &attributes.lpSecurityDescriptor, nullptr);
+    const std::wstring tstrName = NameOf(tstrPath);
+    m_mutex.reset(::CreateMutexExW(&attributes, (L"Global\\" + tstrName).c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
+    // A global section takes a privilege to create; where it is missing, the users of the same session are counted.
+    m_section.reset(OpenSection(attributes, L"Global\\" + tstrName + L"-users"));
+    if (!m_section) m_section.reset(OpenSection(attributes, L"Local\\" + tstrName + L"-users"));
+    ::LocalFree(attributes.lpSecurityDescriptor);
+
+    if (!m_section) return;
+    m_plUsers =
+        static_cast<LONG*>(::MapViewOfFile(m_section.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(*m_plUsers)));
+    if (m_plUsers) ::InterlockedIncrement(m_plUsers);
+}
+
+SharedLock::~SharedLock()
+{
+    if (!m_plUsers) return;
+    ::InterlockedDecrement(m_plUsers);
+    ::UnmapViewOfFile(const_cast<LONG*>(m_plUsers));
+}
+
+bool SharedLock::IsAlone() const noexcept
+{
+    // A user that ended by force stays counted: the others then take the lock without need.
+    return m_plUsers && *m_plUsers == 1;
+}
+
+bool SharedLock::Acquire() noexcept
+{
+    if (!m_mutex) return false;
+    const DWORD dwWait = ::WaitForSingleObject(m_mutex.get(), m_dwPatience);
+    // A process that ended while it held the lock leaves the files as good as any.
+    const bool bHeld = dwWait == WAIT_OBJECT_0 || dwWait == WAIT_ABANDONED;
+    m_dwPatience = bHeld ? kPatienceMilliseconds : 0;
+    return bHeld;
+}
+
+void SharedLock::Release() noexcept
+{
+    ::ReleaseMutex(m_mutex.get());
+}
+
+}  // namespace KzDbg

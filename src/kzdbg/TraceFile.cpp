@@ -1,0 +1,212 @@
+#include "kzdbg/TraceFile.h"
+
+#include <cstdio>
+#include <cwchar>
+#include <iterator>
+
+namespace KzDbg {
+
+namespace {
+
+constexpr std::size_t kMostCharacters = 0x10000000;  // of one line
+constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+
+template <std::size_t N>
+std::wstring TextOf(const wchar_t (&szField)[N])
+{
+    return {szField, ::wcsnlen(szField, N)};
+}
+
+DWORD DayOf(const SYSTEMTIME& time) noexcept
+{
+    return time.wYear * 10000U + time.wMonth * 100U + time.wDay;
+}
+
+/// The folder as a full path with trailing backslash, so that it stays the same when the current folder changes.
+std::wstring FolderOf(const DebugLogConfig& config)
+{
+    std::wstring tstrFolder = TextOf(config.szLogFolder);
+    if (tstrFolder.empty()) {
+        wchar_t szTemp[MAX_PATH + 1] = {};
+        ::GetTempPathW(static_cast<DWORD>(std::size(szTemp)), szTemp);
+        tstrFolder = szTemp;
+    }
+    if (!tstrFolder.empty() && tstrFolder.back() != L'\\') tstrFolder.push_back(L'\\');
+    std::wstring tstrFull(::GetFullPathNameW(tstrFolder.c_str(), 0, nullptr, nullptr), L'\0');
+    tstrFull.resize(
+        ::GetFullPathNameW(tstrFolder.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
+    return tstrFull.empty() ? tstrFolder : tstrFull;
+}
+
+void CreateFoldersOf(const std::wstring& tstrPath)
+{
+    // Of the folders that exist already, or that nobody may create, the file itself will tell.
+    for (std::size_t uSlash = tstrPath.find(L'\\'); uSlash != std::wstring::npos;
+         uSlash = tstrPath.find(L'\\', uSlash + 1)) {
+        ::CreateDirectoryW(tstrPath.substr(0, uSlash).c_str(), nullptr);
+    }
+}
+
+/// Opens or creates a file for appending. 0 or the code, with `file` empty.
+DWORD OpenForAppend(const std::wstring& tstrPath, UniqueHandle& file)
+{
+    file.reset();
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE hFile = ::CreateFileW(tstrPath.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr,
+                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (hFile == INVALID_HANDLE_VALUE) return ::GetLastError();
+    file.reset(hFile);
+    return ERROR_SUCCESS;
+}
+
+struct FileState {
+    ULONGLONG ullBytes = 0;
+    bool bGone = true;
+    [[nodiscard]] bool TakesLines() const noexcept { return !bGone && ullBytes < kFullBytes; }
+};
+
+FileState StateOf(const UniqueHandle& file) noexcept
+{
+    FILE_STANDARD_INFO info{};
+    if (!file || !::GetFileInformationByHandleEx(file.get(), FileStandardInfo, &info, sizeof(info))) return {};
+    return {static_cast<ULONGLONG>(info.EndOfFile.QuadPart), info.DeletePending || info.NumberOfLinks == 0};
+}
+
+bool Rename(const std::wstring& tstrFrom, const std::wstring& tstrTo) noexcept
+{
+    return ::MoveFileExW(tstrFrom.c_str(), tstrTo.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE;
+}
+
+/// Renames a file to the name of another. A process that has not written for long may have the other one open: such a
+/// file cannot be replaced, but it can be renamed, and is deleted when its last user closes it.
+bool Replace(const std::wstring& tstrFrom, const std::wstring& tstrTo)
+{
+    if (Rename(tstrFrom, tstrTo)) return true;
+    if (::GetLastError() == ERROR_FILE_NOT_FOUND) return false;
+    const std::wstring tstrOld = tstrTo + L"." + std::to_wstring(::GetTickCount64());
+    if (!Rename(tstrTo, tstrOld)) return false;
+    ::DeleteFileW(tstrOld.c_str());
+    return Rename(tstrFrom, tstrTo);
+}
+
+/// Moves a full file and its elder ones up by one name. Nothing is moved when the file itself cannot be: somebody may
+/// have it open in a way that forbids it.
+void Roll(const std::wstring& tstrPath)
+{
+    const std::wstring tstrFull = tstrPath + L".0";
+    if (!Rename(tstrPath, tstrFull)) return;
+    const auto kept = [&](unsigned uNumber) {
+        return tstrPath + L"." + std::to_wstring(uNumber);
+    };
+    for (unsigned uNumber = kKeptFiles; uNumber > 1; --uNumber) Replace(kept(uNumber - 1), kept(uNumber));
+    if (!Replace(tstrFull, kept(1))) Rename(tstrFull, tstrPath);
+}
+
+/// The UTF-8 bytes of a line in a buffer that only grows; their number, 0 when it is empty or cannot be encoded.
+DWORD Encode(const wchar_t* szLine, std::vector<char>& bytes)
+{
+    const std::size_t cch = std::wcslen(szLine);
+    if (cch == 0 || cch > kMostCharacters) return 0;
+    if (bytes.size() < cch * 3) bytes.resize(cch * 3);
+    return static_cast<DWORD>(::WideCharToMultiByte(CP_UTF8, 0, szLine, static_cast<int>(cch), bytes.data(),
+                                                    static_cast<int>(bytes.size()), nullptr, nullptr));
+}
+
+DWORD Write(const UniqueHandle& file, const char* pbData, DWORD cbData) noexcept
+{
+    DWORD cbWritten = 0;
+    if (!::WriteFile(file.get(), pbData, cbData, &cbWritten, nullptr)) return ::GetLastError();
+    return cbWritten == cbData ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
+}
+
+std::wstring StemOf(const DebugLogConfig& config)
+{
+    std::wstring tstrStem = FolderOf(config) + TextOf(config.szLogPrefix) + L"_";
+    tstrStem += config.szLogFile[0] ? TextOf(config.szLogFile) : TextOf(config.szModuleName);
+    if (config.dwLogProcess) tstrStem += L"_" + std::to_wstring(::GetCurrentProcessId());
+    return tstrStem;
+}
+
+std::wstring ExtensionOf(const DebugLogConfig& config)
+{
+    const std::wstring tstrExtension = TextOf(config.szLogExtension);
+    return tstrExtension.empty() ? tstrExtension : L"." + tstrExtension;
+}
+
+}  // namespace
+
+TraceFile::TraceFile(const DebugLogConfig& config)
+    : m_tstrStem(StemOf(config)),
+      m_tstrExtension(ExtensionOf(config)),
+      m_bDated(config.dwLogUnitType == 1),
+      m_bRobust(config.bRobust != 0),
+      m_bDebugger(config.bDebugger != 0),
+      m_sharedLock(m_tstrStem + m_tstrExtension)
+{
+}
+
+DWORD TraceFile::Open(const SYSTEMTIME& time)
+{
+    const std::lock_guard lock(m_lock);
+    const SharedLockHold hold(m_sharedLock);
+    return Reopen(time, hold.IsHeld());
+}
+
+DWORD TraceFile::Append(const SYSTEMTIME& time, const wchar_t* szLine)
+{
+    if (m_bDebugger) ::OutputDebugStringW(szLine);
+    const std::lock_guard lock(m_lock);
+    const DWORD cb = Encode(szLine, m_bytes);
+    if (cb == 0) return *szLine ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
+    DWORD dwError = WriteEncoded(time, cb);
+    if (dwError == ERROR_SUCCESS && m_bRobust && !::FlushFileBuffers(m_file.get())) dwError = ::GetLastError();
+    return dwError;
+}
+
+std::wstring TraceFile::PathOf(const SYSTEMTIME& time) const
+{
+    wchar_t szDate[32] = {};
+    if (m_bDated) ::_snwprintf(szDate, std::size(szDate) - 1, L"_%04u%02u%02u", time.wYear, time.wMonth, time.wDay);
+    return m_tstrStem + szDate + m_tstrExtension;
+}
+
+bool TraceFile::IsReady(const SYSTEMTIME& time) const noexcept
+{
+    return StateOf(m_file).TakesLines() && (!m_bDated || DayOf(time) == m_dwDay);
+}
+
+DWORD TraceFile::WriteEncoded(const SYSTEMTIME& time, DWORD cbLine)
+{
+    if (m_sharedLock.IsAlone() && IsReady(time)) return Write(m_file, m_bytes.data(), cbLine);
+    const SharedLockHold hold(m_sharedLock);
+    const DWORD dwError = IsReady(time) ? ERROR_SUCCESS : Reopen(time, hold.IsHeld());
+    return dwError == ERROR_SUCCESS ? Write(m_file, m_bytes.data(), cbLine) : dwError;
+}
+
+DWORD TraceFile::Reopen(const SYSTEMTIME& time, bool bMayRoll)
+{
+    const std::wstring tstrPath = PathOf(time);
+    // The name of a deleted file may be in use for as long as the file is open.
+    if (StateOf(m_file).bGone) m_file.reset();
+    UniqueHandle file;
+    DWORD dwError = OpenForAppend(tstrPath, file);
+    if (dwError == ERROR_PATH_NOT_FOUND) {
+        CreateFoldersOf(tstrPath);
+        dwError = OpenForAppend(tstrPath, file);
+    }
+    if (bMayRoll && StateOf(file).ullBytes >= kFullBytes) {
+        file.reset();
+        m_file.reset();
+        Roll(tstrPath);
+        dwError = OpenForAppend(tstrPath, file);
+    }
+    if (dwError == ERROR_SUCCESS && StateOf(file).ullBytes == 0) {
+        dwError = Write(file, kByteOrderMark, sizeof(kByteOrderMark) - 1);
+    }
+    if (dwError != ERROR_SUCCESS) return dwError;
+    m_file = std::move(file);
+    m_dwDay = DayOf(time);
+    return ERROR_SUCCESS;
+}
+
+}  // namespace KzDbg
