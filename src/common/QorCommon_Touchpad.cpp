@@ -1,0 +1,166 @@
+#include "common/QorCommon_Touchpad.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_Registry.h"
+#include "common/KzComn_String.h"
+
+#include <setupapi.h>
+#include <shlwapi.h>
+
+#include <cwchar>
+#include <limits>
+#include <vector>
+
+using namespace KzCommon;
+
+namespace {
+
+struct DeviceListTraits {
+    using Handle = HDEVINFO;
+    static Handle Empty() noexcept { return INVALID_HANDLE_VALUE; }
+    static void Release(Handle handle) noexcept { ::SetupDiDestroyDeviceInfoList(handle); }
+};
+using UniqueDeviceList = UniqueHandle<DeviceListTraits>;
+
+/// A string value of the product key in the 64-bit view; empty when missing.
+std::wstring ReadProductValue(const wchar_t* szName)
+{
+    std::wstring tstrValue;
+    static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, Frwk::Utility::kProductKey, szName, tstrValue,
+                                              Storage::eView64Bit, nullptr));
+    return tstrValue;
+}
+
+UniqueDeviceList PresentMice()
+{
+    GUID guid{};
+    DWORD cGuids = 0;
+    if (!::SetupDiClassGuidsFromNameExW(L"mouse", &guid, 1, &cGuids, nullptr, nullptr) || cGuids == 0) return {};
+    return UniqueDeviceList(::SetupDiGetClassDevsW(&guid, nullptr, nullptr, DIGCF_PRESENT));
+}
+
+std::wstring DescriptionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
+{
+    DWORD cb = 0;
+    ::SetupDiGetDeviceRegistryPropertyW(hDevices, &device, SPDRP_DEVICEDESC, nullptr, nullptr, 0, &cb);
+    // One character more than reported: the text need not end in a zero.
+    std::vector<wchar_t> text(cb / sizeof(wchar_t) + 1);
+    if (cb == 0 || !::SetupDiGetDeviceRegistryPropertyW(hDevices, &device, SPDRP_DEVICEDESC, nullptr,
+                                                        reinterpret_cast<BYTE*>(text.data()), cb, nullptr)) {
+        return {};
+    }
+    return text.data();
+}
+
+/// "DriverVersion" of a device's driver key; empty when it has none.
+std::wstring DriverVersionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
+{
+    const HKEY hKey = ::SetupDiOpenDevRegKey(hDevices, &device, DICS_FLAG_GLOBAL, 0, DIREG_DRV, KEY_READ);
+    if (hKey == INVALID_HANDLE_VALUE || !hKey) {
+        KZ_TRACE(kTraceError, L"Invalid handle value for hkey!");
+        return {};
+    }
+    const UniqueRegistryKey key(hKey);
+    wchar_t szVersion[MAX_PATH] = {};
+    DWORD cbVersion = sizeof(szVersion) - sizeof(wchar_t);
+    DWORD dwType = REG_NONE;
+    const LSTATUS lStatus = ::RegQueryValueExW(key.Get(), L"DriverVersion", nullptr, &dwType,
+                                               reinterpret_cast<BYTE*>(szVersion), &cbVersion);
+    return lStatus == ERROR_SUCCESS && dwType == REG_SZ ? szVersion : std::wstring();
+}
+
+std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
+{
+    SP_DEVINFO_DATA device{};
+    device.cbSize = sizeof(device);
+    for (DWORD dwIndex = 0; ::SetupDiEnumDeviceInfo(hDevices, dwIndex, &device); ++dwIndex) {
+        KZ_TRACE(kTraceInfo, L"Device %d", dwIndex);
+        const std::wstring tstrDescription = DescriptionOf(hDevices, device);
+        KZ_TRACE(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
+        if (!::StrStrW(tstrDescription.c_str(), tstrName.c_str())) {
+            KZ_TRACE(kTraceInfo, L"StrStr return NULL!!");
+            continue;
+        }
+        const std::wstring tstrVersion = DriverVersionOf(hDevices, device);
+        if (tstrVersion.empty()) continue;
+        KZ_TRACE(kTraceInfo, L"Driver Info: %s %s", tstrDescription.c_str(), tstrVersion.c_str());
+        return tstrVersion;
+    }
+    return {};
+}
+
+std::vector<std::wstring> PartsOf(const std::wstring& tstrVersion)
+{
+    bool bMore = false;
+    return String::SplitFields(tstrVersion, L'.', std::numeric_limits<std::size_t>::max(), bMore);
+}
+
+}  // namespace
+
+std::wstring CDeployComponentsAction::GetDriverVersion()
+{
+    const OperationTrace trace(L"[Enter] CDeployComponentsAction::GetDriverVersion()...",
+                               L"[Leave] CDeployComponentsAction::GetDriverVersion()...");
+    const std::wstring tstrName = ReadProductValue(L"ETDName");
+    KZ_TRACE(kTraceInfo, L"ETDName = %s", tstrName.c_str());
+    const UniqueDeviceList devices = PresentMice();
+    if (!devices) {
+        KZ_TRACE(kTraceError, L"Invalid handle value");
+        return {};
+    }
+    std::wstring tstrVersion = FindDriverVersion(devices.Get(), tstrName);
+    if (tstrVersion.empty()) KZ_TRACE(kTraceInfo, L"Get ETD driver version fail!");
+    return tstrVersion;
+}
+
+namespace QorCommon {
+
+std::wstring GetETDMinVersionFromRegistry()
+{
+    const OperationTrace trace(L"[Enter] QorCommon::GetETDMinVersionFromRegistry...",
+                               L"[Leave] QorCommon::GetETDMinVersionFromRegistry...");
+    std::wstring tstrMinimum = ReadProductValue(L"ETDMinVersion");
+    KZ_TRACE(kTraceInfo, L"ETD Min Version = %s", tstrMinimum.c_str());
+    return tstrMinimum;
+}
+
+bool IsDriverOlder(const std::wstring& tstrCurrent, const std::wstring& tstrMinimum)
+{
+    const std::vector<std::wstring> current = PartsOf(tstrCurrent);
+    const std::vector<std::wstring> minimum = PartsOf(tstrMinimum);
+    for (std::size_t uPart = 0; uPart < current.size() && uPart < minimum.size(); ++uPart) {
+        const int iCurrent = ::_wtoi(current[uPart].c_str());
+        const int iMinimum = ::_wtoi(minimum[uPart].c_str());
+        KZ_TRACE(kTraceInfo, L"current_ver = %d, min_ver = %d", iCurrent, iMinimum);
+        if (iCurrent != iMinimum) return iCurrent < iMinimum;
+    }
+    return current.size() < minimum.size();
+}
+
+bool IsETDExistAndDriverNotUpToDate()
+{
+    const OperationTrace trace(L"[Enter] QorCommon::IsETDExistAndDriverNotUpToDate...",
+                               L"[Leave] QorCommon::IsETDExistAndDriverNotUpToDate...");
+    const std::wstring tstrCurrent = CDeployComponentsAction::GetDriverVersion();
+    KZ_TRACE(kTraceInfo, L"ETD Driver Version = %s", tstrCurrent.c_str());
+    if (tstrCurrent.empty()) {
+        const std::wstring tstrBlackList = ReadProductValue(L"KeystrokeBlackList");
+        KZ_TRACE(kTraceInfo, L"KeystrokeBlackList = %s", tstrBlackList.c_str());
+        if (tstrBlackList != L"1") return false;
+        KZ_TRACE(kTraceInfo, L"Keystroke black list found!QorCommon::IsETDExistAndDriverNotUpToDate...");
+        return true;
+    }
+    const std::wstring tstrMinimum = GetETDMinVersionFromRegistry();
+    KZ_TRACE(kTraceInfo, L"ETD Minimal Support Driver Version = %s", tstrMinimum.c_str());
+    if (tstrMinimum.empty()) {
+        KZ_TRACE(kTraceError, L"ETD Minimal support version is not found.");
+        return false;
+    }
+    const bool bOlder = IsDriverOlder(tstrCurrent, tstrMinimum);
+    KZ_TRACE(kTraceInfo, L"ret = %d", bOlder);
+    return bOlder;
+}
+
+}  // namespace QorCommon
