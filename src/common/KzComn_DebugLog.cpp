@@ -200,11 +200,11 @@ bool DebugLog::Trace(const char* szFile, DWORD dwLine, DWORD dwLevel, const wcha
 
 bool DebugLog::WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage)
 {
+    // Under the lock from here on, so that lines are written in the order of their times.
+    const std::lock_guard lock(m_callLock);
     SYSTEMTIME stNow{};
     ::GetLocalTime(&stNow);
     const std::wstring tstrLine = BuildLine(szFile, dwLine, dwLevel, stNow, tstrMessage);
-
-    const std::lock_guard lock(m_callLock);
     return m_library.m_pfnTrace && m_library.m_pfnTrace(m_pTrace, &stNow, tstrLine.c_str()) == 0;
 }
 

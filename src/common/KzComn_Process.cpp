@@ -139,7 +139,8 @@ bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError)
             std::wstring tstrFolder;
             const std::wstring tstrPath = String::JoinPath(kProfileList, tstrKey);
             if (!Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, tstrPath, L"ProfileImagePath", tstrFolder,
-                                         Storage::eViewDefault, nullptr)) {
+                                         Storage::eViewDefault, nullptr) ||
+                tstrFolder.empty()) {
                 continue;
             }
             found.push_back(String::EnsureBackslash(ExpandEnvironment(tstrFolder)));

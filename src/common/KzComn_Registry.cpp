@@ -20,7 +20,7 @@ void ThrowOnError(LSTATUS lStatus, const std::source_location& where = std::sour
 void Registry::Open(const Key& key, const wchar_t* szSubKey)
 {
     std::wstring tstrPath = key.m_szPath ? key.m_szPath : L"";
-    if (szSubKey && *szSubKey) tstrPath.append(L"\\").append(szSubKey);
+    if (!tstrPath.empty() && szSubKey && *szSubKey) tstrPath.append(L"\\").append(szSubKey);
     OpenExisting(key.m_hRoot, tstrPath, KEY_QUERY_VALUE);
 }
 

@@ -60,8 +60,13 @@ DWORD TraceRecorder::OnInitialize(void** ppTrace, const DebugLogConfig* pConfig)
 DWORD TraceRecorder::OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine)
 {
     if (pTrace != m_pTrace || !pTime || pTime->wYear == 0) return ERROR_INVALID_PARAMETER;
-    const std::lock_guard lock(m_lock);
-    m_lines.emplace_back(szLine);
+    if (++m_cInside > 1) m_bOverlap = true;
+    ::Sleep(0);  // lets another thread in, if anything does
+    {
+        const std::lock_guard lock(m_lock);
+        m_lines.emplace_back(szLine);
+    }
+    --m_cInside;
     return m_dwTraceResult;
 }
 

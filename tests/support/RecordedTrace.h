@@ -9,6 +9,7 @@
 #include "support/TempFolder.h"
 #include "support/dll/KzDbg64/TraceSink.h"
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -40,6 +41,7 @@ public:
     DebugLogConfig m_config{};
     int m_cInitialize = 0;
     int m_cUninitialize = 0;
+    std::atomic<bool> m_bOverlap = false;  // two lines were handed over at once
 
 private:
     DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
@@ -50,6 +52,7 @@ private:
     KzCommon::UniqueModule m_hModule;
     mutable std::mutex m_lock;
     std::vector<std::wstring> m_lines;
+    std::atomic<int> m_cInside = 0;
 };
 
 /// Opens the process-wide trace with the stand-in library, module "Test", and closes it when it goes. Its settings come
