@@ -13,6 +13,7 @@ commands. Keys are written as 'HKLM\\...', paths as 'C:\\...'. As a command, `ma
 runs one program on a machine of its own; BREVANT_BACKTRACE=1 then shows where a crash happened.
 """
 import collections
+import contextlib
 import fcntl
 import hashlib
 import itertools
@@ -50,6 +51,10 @@ TEMPLATE_SETTINGS = r'''
 "Auto"="1"
 "Debugger"="C:\\none.exe %ld %lld"
 '''
+
+# 13/11/2026 19:40:05.123 0a1c:0b20 @@@ <Brevant> message - Source.cpp(430)
+TRACE_LINE = re.compile(r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{4}:[0-9a-f]{4} '
+                        r'(\.w\.|@@@|!!!) <Brevant> (.*) - [A-Za-z0-9_]+\.cpp\(\d+\)')
 
 Result = collections.namedtuple('Result', 'code output')  # the exit code's low byte: -1 is 255
 
@@ -89,6 +94,14 @@ class Machine:
         """Restarts: pending moves first, then each run-once command in turn, all of them done on return."""
         self._boot()
         self._wine('wineboot', '-r', timeout=timeout)
+
+    def wait_for_restart(self, timeout=120):
+        """Waits until the restart that a program has asked the system for is over."""
+        end = time.monotonic() + timeout
+        while any(b'wineboot' in command for _, command in _processes(self.prefix)):
+            if time.monotonic() > end:
+                raise TimeoutError('the machine does not come back')
+            time.sleep(0.05)
 
     def install_program(self, folder=PRODUCT, standins=()):
         """Copies this build's program and libraries into a folder, with stand-ins for system DLLs by name."""
@@ -149,6 +162,17 @@ class Machine:
         """The lines of every trace file in the folder and those below."""
         files = sorted(self.host(folder).rglob('*.log')) if self.host(folder).is_dir() else []
         return [line for file in files for line in file.read_bytes().decode('utf-8-sig').splitlines()]
+
+    def messages(self, folder=TRACE_FOLDER):
+        """What was traced, as 'TAG message' (TAG as in the file); a line of another form is an error."""
+        return [' '.join(TRACE_LINE.fullmatch(line).groups()) for line in self.trace_lines(folder)]
+
+    def run_traced(self, *command):
+        """Runs a program and returns its exit code and messages(), those of earlier runs left out."""
+        for file in self.host(TRACE_FOLDER).rglob('*.log'):
+            file.unlink()
+        code = self.run(*command).code
+        return code, self.messages()
 
     # -- registry --
 
@@ -266,19 +290,24 @@ def _clone(source, target):
                 shutil.copy2(entry, copy / name)
 
 
-def _power_off(prefix):
-    """Ends the prefix's server and its processes, found by their environment, without waiting for their shutdown."""
-    state = os.stat(prefix)
+def _processes(prefix):
+    """The process ids and command lines of a prefix, found by their environment."""
     mark = f'WINEPREFIX={prefix}'.encode()
+    for process in pathlib.Path('/proc').glob('[0-9]*'):
+        with contextlib.suppress(OSError):
+            if mark in (process / 'environ').read_bytes().split(b'\0'):
+                yield int(process.name), (process / 'cmdline').read_bytes()
+
+
+def _power_off(prefix):
+    """Ends the prefix's server and its processes without waiting for their shutdown."""
+    state = os.stat(prefix)
     for _ in range(50):
         found = False
-        for process in pathlib.Path('/proc').glob('[0-9]*'):
-            try:
-                if mark in (process / 'environ').read_bytes().split(b'\0'):
-                    found = True
-                    os.kill(int(process.name), signal.SIGKILL)
-            except OSError:
-                continue
+        for process, _ in _processes(prefix):
+            found = True
+            with contextlib.suppress(OSError):
+                os.kill(process, signal.SIGKILL)
         if not found:
             break
         time.sleep(0.01)

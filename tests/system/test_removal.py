@@ -1,0 +1,76 @@
+"""What the instruction file removes: at once or at the restart, by pattern, folders whole but never through a link."""
+import os
+import unittest
+
+from machine import PRODUCT, SETTINGS, Machine
+
+BAD_PATTERN = PRODUCT + 'x' * (261 - len(PRODUCT))
+
+
+class Removal(unittest.TestCase):
+    def machine_with(self, instructions, *files):
+        machine = self.enterContext(Machine())
+        machine.install_program()
+        machine.enable_trace()
+        machine.set_value(SETTINGS + '\\1\\DebugLog\\ServiceSession', 'LogFolder', '')
+        machine.set_value(SETTINGS, 'ProductPath', PRODUCT)
+        machine.set_value(SETTINGS, 'Language', 'ja-jp')  # which keeps the product's old name
+        machine.write(PRODUCT + 'QorPaFrwk.ini', instructions, 'utf-16')
+        for file in files:
+            machine.write(PRODUCT + file, 'content')
+        return machine
+
+    def left(self, machine):
+        home = machine.host(PRODUCT)
+        return {str(entry.relative_to(home)).replace('/', '\\') for entry in home.rglob('*')
+                if entry.suffix not in ('.exe', '.dll', '.ini')}
+
+    def test_now_and_at_the_restart(self):
+        machine = self.machine_with(
+            '[QOR_DIR]\ndelete={InstalledDir}Old\ndelete={InstalledDir}Link\ndelete={InstalledDir}None\n'
+            'delete=Relative\\\n'
+            '[QOR_FILE]\ndelete_now={InstalledDir}*.tmp\ndelete={InstalledDir}a?.log\ndelete={ServiceLogDir}*\n'
+            f'delete={BAD_PATTERN}\ndelete_now={BAD_PATTERN}\ndelete_now={{InstalledDir}}*.none\n',
+            'a.tmp', 'b.TMP', 'b.tm', 'a1.log', 'a22.log', 'Sub\\c.tmp', 'Old\\1.txt', 'Old\\Ü\\deep\\2.txt',
+            'Kept\\mine.txt')
+        machine.make_dir(PRODUCT + 'Old\\empty')
+        machine.host(PRODUCT + 'a.tmp').chmod(0o444)
+        machine.host(PRODUCT + 'Old\\1.txt').chmod(0o444)
+        # Links look like junctions to the program. A link in a folder to be cleared, and one as the folder to be cleared.
+        for link in ('Old\\Junction', 'Link'):
+            os.symlink('../Kept' if '\\' in link else 'Kept', machine.host(PRODUCT + link))
+
+        code, messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        self.assertEqual(0, code)
+        self.assertEqual([
+            f"!!! No files under directory '{PRODUCT}None'",
+            "!!! No files under directory 'Relative\\'",
+            '!!! *** FrameworkDeployAgent::PerformFileOperation() - not a full path: [*]',
+            '!!! _MAX_PATH<strPath.length() --> 261. Cnnot do further.',
+            '!!! _MAX_PATH<strPath.length() --> 261. Cannot do further.',
+            f"!!! Failed to delete file '{PRODUCT}*.none', error = 2.",
+        ], [text for text in messages if text.startswith('!!!') and 'QueryValue' not in text])
+        before = self.left(machine)
+        self.assertLessEqual({'b.tm', 'a1.log', 'Old\\1.txt', 'Sub\\c.tmp', 'Kept\\mine.txt', 'Link'}, before)
+        self.assertFalse({'a.tmp', 'b.TMP'} & before)
+
+        registered = [path.removeprefix(PRODUCT) for path, _ in machine.pending_moves()]
+        self.assertEqual({'Old\\1.txt', 'Old\\Junction', 'Old\\empty', 'Old\\Ü\\deep\\2.txt', 'Old\\Ü\\deep',
+                          'Old\\Ü', 'Old', 'Link', 'a1.log'}, set(registered))
+        self.assertEqual([], [later for index, folder in enumerate(registered) for later in registered[index:]
+                              if later.startswith(folder + '\\')], 'a folder goes after all that is in it')
+        machine.restart()
+        # Wine does not remove a link to a folder at the restart, nor the folder it lies in; Windows does both.
+        self.assertEqual({'b.tm', 'a22.log', 'Sub', 'Sub\\c.tmp', 'Kept', 'Kept\\mine.txt'},
+                         self.left(machine) - {'Old', 'Old\\Junction', 'Link'})
+
+    def test_nothing_without_both_sections(self):
+        machine = self.machine_with('[QOR_FILE]\ndelete_now={InstalledDir}a.tmp\n', 'a.tmp')
+        messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')[1]
+        self.assertIn('!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]',
+                      messages)
+        self.assertEqual({'a.tmp'}, self.left(machine))
+
+
+if __name__ == '__main__':
+    unittest.main()
