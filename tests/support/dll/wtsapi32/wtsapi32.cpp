@@ -1,6 +1,6 @@
 // Stand-in for the terminal services: adds what it was asked to "wtsapi32.log" beside itself and answers with the
 // number in "wtsapi32.answer" beside itself (1: OK, 2: Cancel). Without that file, or with 0 in it, the call fails as
-// it does when nobody is logged on at the console.
+// it does when nobody is logged on at the console; while the file is empty, the user has not answered yet.
 #include "../BesideLibrary.h"
 
 #include <wtsapi32.h>
@@ -15,14 +15,17 @@ std::wstring TextOf(const wchar_t* sz, DWORD cb)
     return {sz, cb / sizeof(wchar_t)};
 }
 
-DWORD ConfiguredAnswer()
+DWORD WaitForAnswer()
 {
-    const KzCommon::UniqueFile file(::CreateFileW(BesideLibrary(L"wtsapi32.answer").c_str(), GENERIC_READ,
-                                                  FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    char szAnswer[16] = {};
-    DWORD cbRead = 0;
-    if (file) ::ReadFile(file.Get(), szAnswer, sizeof(szAnswer) - 1, &cbRead, nullptr);
-    return std::strtoul(szAnswer, nullptr, 10);
+    const std::wstring tstrPath = BesideLibrary(L"wtsapi32.answer");
+    for (;; ::Sleep(20)) {
+        const KzCommon::UniqueFile file(
+            ::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+        char szAnswer[16] = {};
+        DWORD cbRead = 0;
+        if (!file || !::ReadFile(file.Get(), szAnswer, sizeof(szAnswer) - 1, &cbRead, nullptr)) return 0;
+        if (cbRead > 0) return std::strtoul(szAnswer, nullptr, 10);
+    }
 }
 
 }  // namespace
@@ -30,7 +33,6 @@ DWORD ConfiguredAnswer()
 extern "C" BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage,
                                        DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pdwAnswer, BOOL bWait)
 {
-    const DWORD dwAnswer = ConfiguredAnswer();
     const std::pair<const wchar_t*, std::wstring> facts[] = {
         {L"server", hServer == WTS_CURRENT_SERVER_HANDLE ? L"local" : L"remote"},
         {L"session", dwSession == ::WTSGetActiveConsoleSessionId() ? L"console" : std::to_wstring(dwSession)},
@@ -41,9 +43,10 @@ extern "C" BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR s
         {L"style", std::to_wstring(dwStyle)},
         {L"timeout", std::to_wstring(dwTimeout)},
         {L"wait", bWait ? L"yes" : L"no"},
-        {L"answer", std::to_wstring(dwAnswer)},
     };
     for (const auto& [szName, tstrValue] : facts) RecordLine(L"wtsapi32.log", szName + (L": " + tstrValue));
+    const DWORD dwAnswer = WaitForAnswer();
+    RecordLine(L"wtsapi32.log", L"answer: " + std::to_wstring(dwAnswer));
     *pdwAnswer = dwAnswer;
     if (dwAnswer == 0) ::SetLastError(ERROR_CTX_WINSTATION_NOT_FOUND);
     return dwAnswer != 0;
