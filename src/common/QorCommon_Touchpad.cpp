@@ -79,7 +79,8 @@ std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
         KZ_TRACE(kTraceInfo, L"Device %d", dwIndex);
         const std::wstring tstrDescription = DescriptionOf(hDevices, device);
         KZ_TRACE(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
-        if (!::StrStrW(tstrDescription.c_str(), tstrName.c_str())) {
+        // Without a name no touchpad is meant.
+        if (tstrName.empty() || !::StrStrW(tstrDescription.c_str(), tstrName.c_str())) {
             KZ_TRACE(kTraceInfo, L"StrStr return NULL!!");
             continue;
         }
