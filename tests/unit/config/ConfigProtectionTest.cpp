@@ -53,7 +53,8 @@ TEST_F(ConfigProtectionTest, AnythingElseIsRefused)
     constexpr DWORD kTagMismatch = 0xC000A002;
     const std::wstring tstrText = Protected(L"secret");
     Secret<std::wstring> clear;
-    for (std::size_t uAt = 0; uAt + 2 < tstrText.size(); ++uAt) {
+    // The last character before "==" has bits that stand for nothing.
+    for (std::size_t uAt = 0; uAt + 3 < tstrText.size(); ++uAt) {
         std::wstring tstrChanged = tstrText;
         tstrChanged[uAt] = tstrChanged[uAt] == L'A' ? L'B' : L'A';
         EXPECT_FALSE(m_protection.Unprotect(tstrChanged, clear, m_dwError)) << uAt;
