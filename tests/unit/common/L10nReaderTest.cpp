@@ -1,14 +1,12 @@
 #include "common/L10nReader.h"
 
 #include "common/Frwk_Utility.h"
-#include "common/KzComn_Process.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <optional>
 
 using namespace testing;
@@ -77,15 +75,4 @@ TEST_F(L10nReaderTest, ASectionIsReadUpToTheLargestBufferAndNotInPart)
     }
     EXPECT_THAT(m_trace.Messages(),
                 Contains("!!! CL10nReader::QueryIniValue - nCountOfString could not larger than SHRT_MAX."));
-}
-
-TEST_F(L10nReaderTest, TheProductsOwnTableLiesBesideTheProgram)
-{
-    const std::filesystem::path file = KzCommon::Process::ProgramFolder() + kTable;
-    std::filesystem::create_directories(file.parent_path());
-    ASSERT_TRUE(std::filesystem::copy_file(m_install.Write(L"table", "[Global]\r\nK=here\r\n"), file,
-                                           std::filesystem::copy_options::overwrite_existing));
-    EXPECT_TRUE(m_reader.ParseL10nFile(L"XX-TEST", L""));
-    EXPECT_EQ(L"here", Text(L"K"));
-    std::filesystem::remove_all(file.parent_path());
 }
