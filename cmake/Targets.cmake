@@ -43,8 +43,7 @@ function(brevant_dll name folder output)
     add_library(${target}_objects OBJECT ${sources})
     target_link_libraries(${target}_objects PUBLIC brevant_options)
     add_library(${target} SHARED $<TARGET_OBJECTS:${target}_objects> ${extras})
-    # The libraries behind the system calls; the linker takes only what is used.
-    target_link_libraries(${target} PRIVATE brevant_options advapi32 ole32 shell32 uuid)
+    target_link_libraries(${target} PRIVATE brevant_options brevant_system)
     set_target_properties(${target} PROPERTIES PREFIX "" LINKER_LANGUAGE CXX RUNTIME_OUTPUT_DIRECTORY ${output})
 endfunction()
 

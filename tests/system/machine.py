@@ -50,6 +50,10 @@ TEMPLATE_SETTINGS = r'''
 [HKEY_LOCAL_MACHINE\Software\Microsoft\Windows NT\CurrentVersion\AeDebug]
 "Auto"="1"
 "Debugger"="C:\\none.exe %ld %lld"
+
+; Every Windows has this class of devices.
+[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Control\Class\{4D36E96F-E325-11CE-BFC1-08002BE10318}]
+"Class"="Mouse"
 '''
 
 # 13/11/2026 19:40:05.123 0a1c:0b20 @@@ <Brevant> message - Source.cpp(430)
@@ -66,6 +70,7 @@ class Machine:
         self.root = pathlib.Path(tempfile.mkdtemp(prefix=f'{os.getpid()}-', dir=BUILD / 'machines'))
         self.prefix = self.root / 'prefix'
         self.overrides = {}  # DLL name -> Wine's load order, "n,b" for a stand-in beside the program
+        self.user = _environment(self.prefix, {}).get('USER', 'root')
         self._drives = []
         self._settings = []
         self._up = False
@@ -104,14 +109,20 @@ class Machine:
             time.sleep(0.05)
 
     def install_program(self, folder=PRODUCT, standins=()):
-        """Copies this build's program and libraries into a folder, with stand-ins for system DLLs by name."""
+        """Copies this build's program and libraries into a folder, with stand-ins by name. A stand-in for a library of
+        Windows also takes its place in the system folder, the only one where the program looks for such libraries."""
         binaries = pathlib.Path(os.environ.get('BREVANT_BIN', BUILD / 'release' / 'bin'))
         self.make_dir(folder)
         for file in binaries.iterdir():
             if file.is_file():
                 shutil.copy2(file, self.host(folder))
         for name in standins:
-            shutil.copy2(binaries / 'standins' / f'{name}.dll', self.host(folder))
+            standin = pathlib.Path(os.environ.get('BREVANT_STANDINS', binaries / 'standins')) / f'{name}.dll'
+            shutil.copy2(standin, self.host(folder))
+            system = self.host(f'C:\\windows\\system32\\{name}.dll')
+            if system.exists():
+                system.unlink()  # shared with the template
+                shutil.copy2(standin, system)
             self.overrides[name] = 'n,b'
 
     # -- files --
@@ -356,6 +367,8 @@ def _value(text):
     elif kind == 'multi':
         # Each text ends in a zero and so does the list; texts inside it may be empty.
         data = data.decode('utf-16-le').removesuffix('\0').split('\0')[:-1]
+    elif kind == 'qword':
+        data = int.from_bytes(data, 'little')
     return kind, data
 
 

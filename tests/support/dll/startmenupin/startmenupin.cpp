@@ -9,7 +9,7 @@ class FileRecorder : public PinRecorder {
     HRESULT OnRemove(const std::wstring& tstrPath) override
     {
         const bool bExists = ::GetFileAttributesW(tstrPath.c_str()) != INVALID_FILE_ATTRIBUTES;
-        RecordLine(L"startmenupin.log", (bExists ? L"unpin " : L"unpin missing ") + tstrPath);
+        RecordLine(BesideLibrary(L"startmenupin.log"), (bExists ? L"unpin " : L"unpin missing ") + tstrPath);
         return S_OK;
     }
 };

@@ -1,6 +1,6 @@
-// Stand-in for the terminal services: adds what it was asked to "wtsapi32.log" beside itself and answers with the
-// number in "wtsapi32.answer" beside itself (1: OK, 2: Cancel). Without that file, or with 0 in it, the call fails as
-// it does when nobody is logged on at the console; while the file is empty, the user has not answered yet.
+// Stand-in for the terminal services: adds what it was asked to "wtsapi32.log" beside the program and answers with
+// the number in "wtsapi32.answer" beside the program (1: OK, 2: Cancel). Without that file, or with 0 in it, the call
+// fails as it does when nobody is logged on at the console; while the file is empty, the user has not answered yet.
 #include "../BesideLibrary.h"
 
 #include <wtsapi32.h>
@@ -17,7 +17,7 @@ std::wstring TextOf(const wchar_t* sz, DWORD cb)
 
 DWORD WaitForAnswer()
 {
-    const std::wstring tstrPath = BesideLibrary(L"wtsapi32.answer");
+    const std::wstring tstrPath = BesideModule(nullptr, L"wtsapi32.answer");
     for (;; ::Sleep(20)) {
         const KzCommon::UniqueFile file(
             ::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -44,9 +44,10 @@ extern "C" BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR s
         {L"timeout", std::to_wstring(dwTimeout)},
         {L"wait", bWait ? L"yes" : L"no"},
     };
-    for (const auto& [szName, tstrValue] : facts) RecordLine(L"wtsapi32.log", szName + (L": " + tstrValue));
+    const std::wstring tstrLog = BesideModule(nullptr, L"wtsapi32.log");
+    for (const auto& [szName, tstrValue] : facts) RecordLine(tstrLog, szName + (L": " + tstrValue));
     const DWORD dwAnswer = WaitForAnswer();
-    RecordLine(L"wtsapi32.log", L"answer: " + std::to_wstring(dwAnswer));
+    RecordLine(tstrLog, L"answer: " + std::to_wstring(dwAnswer));
     *pdwAnswer = dwAnswer;
     if (dwAnswer == 0) ::SetLastError(ERROR_CTX_WINSTATION_NOT_FOUND);
     return dwAnswer != 0;
