@@ -18,7 +18,7 @@ class SampleMachine(Machine):
         self.install = install
         self.folders = folders(install)
         self.rows = lay_out(self, language, install)
-        self.install_program(install)
+        self.install_program(install, standins=['wtsapi32'])
 
     def agent(self, *arguments):
         """Runs the program; its exit code and what it traced."""

@@ -1,0 +1,20 @@
+"""The whole story that the demo shows: deployment, question, restart, new name, in both languages and answers."""
+import io
+import sys
+import unittest
+
+from machine import ROOT
+
+sys.path.append(str(ROOT / 'tools'))
+import demo  # noqa: E402
+
+
+class Story(unittest.TestCase):
+    def test_update_from_deployment_to_new_name(self):
+        for language in demo.LANGUAGES:
+            with self.subTest(language):
+                self.assertEqual([], demo.play(language, io.StringIO())[1])
+
+
+if __name__ == '__main__':
+    unittest.main()
