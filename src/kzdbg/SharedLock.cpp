@@ -27,11 +27,11 @@ std::wstring NameOf(std::wstring tstrPath)
     return szName;
 }
 
-HANDLE OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName) noexcept
+HANDLE OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName, DWORD cb) noexcept
 {
     const HANDLE hSection = ::OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, tstrName.c_str());
     if (hSection) return hSection;
-    return ::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, sizeof(LONG), tstrName.c_str());
+    return ::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str());
 }
 
 }  // namespace
@@ -44,27 +44,39 @@ SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMil
     const std::wstring tstrName = NameOf(tstrPath);
     m_mutex.reset(::CreateMutexExW(&attributes, (L"Global\\" + tstrName).c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
     // A global section takes a privilege to create; where it is missing, the users of the same session are counted.
-    m_section.reset(OpenSection(attributes, L"Global\\" + tstrName + L"-users"));
-    if (!m_section) m_section.reset(OpenSection(attributes, L"Local\\" + tstrName + L"-users"));
+    m_section.reset(OpenSection(attributes, L"Global\\" + tstrName + L"-users", sizeof(Users)));
+    if (!m_section) m_section.reset(OpenSection(attributes, L"Local\\" + tstrName + L"-users", sizeof(Users)));
     ::LocalFree(attributes.lpSecurityDescriptor);
 
     if (!m_section) return;
-    m_plUsers =
-        static_cast<LONG*>(::MapViewOfFile(m_section.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(*m_plUsers)));
-    if (m_plUsers) ::InterlockedIncrement(m_plUsers);
+    constexpr DWORD kReadAndWrite = FILE_MAP_READ | FILE_MAP_WRITE;
+    m_pUsers = static_cast<Users*>(::MapViewOfFile(m_section.get(), kReadAndWrite, 0, 0, sizeof(Users)));
+    if (!m_pUsers) return;
+    ::InterlockedIncrement(&m_pUsers->lCount);
+    // From here on nobody is alone; one who was may be in the middle of a line.
+    for (DWORD dwWaited = 0; m_pUsers->lBusyAlone && dwWaited < kPatienceMilliseconds; ++dwWaited) ::Sleep(1);
 }
 
 SharedLock::~SharedLock()
 {
-    if (!m_plUsers) return;
-    ::InterlockedDecrement(m_plUsers);
-    ::UnmapViewOfFile(const_cast<LONG*>(m_plUsers));
+    if (!m_pUsers) return;
+    ::InterlockedDecrement(&m_pUsers->lCount);
+    ::UnmapViewOfFile(m_pUsers);
 }
 
-bool SharedLock::IsAlone() const noexcept
+bool SharedLock::BeginAlone() noexcept
 {
     // A user that ended by force stays counted: the others then take the lock without need.
-    return m_plUsers && *m_plUsers == 1;
+    if (!m_pUsers || m_pUsers->lCount != 1) return false;
+    ::InterlockedExchange(&m_pUsers->lBusyAlone, TRUE);
+    if (m_pUsers->lCount == 1) return true;
+    EndAlone();
+    return false;
+}
+
+void SharedLock::EndAlone() noexcept
+{
+    ::InterlockedExchange(&m_pUsers->lBusyAlone, FALSE);
 }
 
 bool SharedLock::Acquire() noexcept

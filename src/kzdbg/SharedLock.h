@@ -7,8 +7,8 @@
 
 namespace KzDbg {
 
-/// The lock that belongs to a path, which need not exist; paths are compared without regard to case. It knows whether
-/// others have it, too: taking it costs more than writing a line, and most traces are alone. CreateMutexExW,
+/// The lock that belongs to a path, which need not exist; paths are compared without regard to case. Taking it costs
+/// more than writing a line, and most traces are alone with their file: those can do without. CreateMutexExW,
 /// CreateFileMappingW.
 class SharedLock {
 public:
@@ -17,17 +17,26 @@ public:
     SharedLock& operator=(const SharedLock&) = delete;
     ~SharedLock();
 
-    /// Whether nobody else has a SharedLock of this path. False when in doubt.
-    [[nodiscard]] bool IsAlone() const noexcept;
+    /// True when nobody else has a SharedLock of this path, false when in doubt. Whoever makes one after that waits for
+    /// EndAlone, which is to follow at once.
+    [[nodiscard]] bool BeginAlone() noexcept;
+    void EndAlone() noexcept;
+
     /// Waits for the lock, but not for ever: a trace must not hold up what it traces. After a wait in vain, further
     /// calls do not wait at all until the lock is free again. False when the lock is not held then.
     [[nodiscard]] bool Acquire() noexcept;
     void Release() noexcept;
 
 private:
+    /// In memory that all users of the lock share.
+    struct Users {
+        volatile LONG lCount;
+        volatile LONG lBusyAlone;
+    };
+
     UniqueHandle m_mutex;
     UniqueHandle m_section;
-    volatile LONG* m_plUsers = nullptr;  // in memory that all users of the lock share
+    Users* m_pUsers = nullptr;
     DWORD m_dwPatience;
 };
 

@@ -177,7 +177,12 @@ bool TraceFile::IsReady(const SYSTEMTIME& time) const noexcept
 
 DWORD TraceFile::WriteEncoded(const SYSTEMTIME& time, DWORD cbLine)
 {
-    if (m_sharedLock.IsAlone() && IsReady(time)) return Write(m_file, m_bytes.data(), cbLine);
+    if (m_sharedLock.BeginAlone()) {
+        const bool bReady = IsReady(time);
+        const DWORD dwError = bReady ? Write(m_file, m_bytes.data(), cbLine) : ERROR_SUCCESS;
+        m_sharedLock.EndAlone();
+        if (bReady) return dwError;
+    }
     const SharedLockHold hold(m_sharedLock);
     const DWORD dwError = IsReady(time) ? ERROR_SUCCESS : Reopen(time, hold.IsHeld());
     return dwError == ERROR_SUCCESS ? Write(m_file, m_bytes.data(), cbLine) : dwError;

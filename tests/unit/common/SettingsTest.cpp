@@ -13,28 +13,17 @@ using ::testing::ElementsAre;
 
 namespace {
 
-DWORD CodeOf(const std::function<void()>& operation)
-{
-    DWORD dwCode = ERROR_SUCCESS;
-    static_cast<void>(Guarded(&dwCode, operation));
-    return dwCode;
-}
-
 TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
 {
     const TempFolder folder;
     IniFile ini;
     ini.Open(folder.PathOf(L"a.ini"));
     EXPECT_EQ(L"default", ini.ReadString(L"S", L"none", L"default"));
-    for (const std::size_t cch : {1, 510, 511, 512, 1023, 1024, 5000}) {
+    for (const std::size_t cch : {0, 510, 511, 512, 5000}) {
         const std::wstring tstrValue(cch, L'v');
-        ini.StoreString(L"S", L"long", tstrValue);
-        EXPECT_EQ(tstrValue, ini.ReadString(L"S", L"long", L"default"));
+        ini.StoreString(L"S", L"key", tstrValue);
+        EXPECT_EQ(tstrValue, ini.ReadString(L"S", L"key", L"default"));
     }
-    EXPECT_EQ(L"default", ini.ReadString(L"T", L"long", L"default"));
-    ini.StoreString(L"S", L"empty", L"");
-    EXPECT_EQ(L"", ini.ReadString(L"S", L"empty", L"default"));
-
     const std::wstring tstrNumbers = folder.Write(L"b.ini", "[N]\r\nten=10\r\nword=x\r\n");
     ini.Open(Key(Key::eIniFile, nullptr, tstrNumbers.c_str()), L"N");
     const std::pair<const wchar_t*, DWORD> rows[] = {{L"ten", 10}, {L"word", 0}, {L"none", 7}};
@@ -48,10 +37,11 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
 TEST(IniFileTest, FailuresCarryTheirCode)
 {
     const TempFolder folder;
-    IniFile ini;
-    EXPECT_EQ(DWORD{ERROR_BAD_ARGUMENTS}, CodeOf([&] { ini.Open(L""); }));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, CodeOf([&] { static_cast<void>(ini.ReadString(L"S", L"k", L"")); }));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, CodeOf([&] { ini.StoreString(L"S", L"k", L"v"); }));
+    DWORD dwCode = ERROR_SUCCESS;
+    EXPECT_FALSE(Guarded(&dwCode, [] { IniFile().Open(L""); }));
+    EXPECT_EQ(DWORD{ERROR_BAD_ARGUMENTS}, dwCode);
+    EXPECT_FALSE(Guarded(&dwCode, [] { IniFile().StoreString(L"S", L"k", L"v"); }));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, dwCode);
     EXPECT_FALSE(Ini::StoreValue(folder.PathOf(L"none\\a.ini"), L"S", L"k", L"v"));
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, ::GetLastError());
 }
