@@ -184,6 +184,8 @@ class Story:
         missing = [row.target for row in self.machine.rows if self.waits(row)
                    and (row.source, '!' + row.target) not in pending]
         self.check(not missing, f'every file of the update is registered to be moved {missing or ""}')
+        strays = {row.source for row in self.machine.rows if not self.waits(row)} & {source for source, _ in pending}
+        self.check(not strays, f'and no other one {strays or ""}')
         for row in self.machine.rows:
             if row.target and row.old and (self.waits(row) or row.target.endswith(('.dll', '.lnk'))):
                 self.check(self.machine.read(row.target) == row.old, f'still old  {row.target}')
