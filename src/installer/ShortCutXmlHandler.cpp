@@ -70,14 +70,18 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
     pinnedItems.RemoveCachedLink(tstrName + kLinkExtension);
 }
 
-/// Whether a folder is a junction or a symbolic link, so that what is in it lies elsewhere.
-[[nodiscard]] bool LeadsElsewhere(const std::wstring& tstrParent, const std::wstring& tstrName)
+/// The path of a Start-menu folder that the description names. False, with a trace line, like ItemPath, and for a
+/// junction or symbolic link: what is in it lies elsewhere.
+[[nodiscard]] bool FolderPath(const std::wstring& tstrParent, const Storage::XmlElement& folder, std::wstring& tstrPath)
 {
+    const std::wstring tstrName = folder.GetAttribute(L"name");
+    if (!ItemPath(tstrParent, tstrName, L"", tstrPath)) return false;
     bool bLink = false;
     static_cast<void>(Storage::Directory::ForEachEntry(
         String::EnsureBackslash(tstrParent), tstrName,
         [&](const Storage::Directory::Entry& entry) { bLink = bLink || entry.bLink; }, nullptr));
-    return bLink;
+    if (bLink) KZ_TRACE(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
+    return !bLink;
 }
 
 [[nodiscard]] bool IsBundlePlid(const std::wstring& tstrPlid)
@@ -225,7 +229,7 @@ bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wst
     if (!pParent) return false;
     ForEachChild(*pParent, L"Folder", [&](const Element& folder) {
         std::wstring tstrPath;
-        if (!ItemPath(tstrFolder, folder.GetAttribute(L"name"), L"", tstrPath)) return;
+        if (!FolderPath(tstrFolder, folder, tstrPath)) return;
         KZ_TRACE(kTraceInfo, L"p_StartMenuDir = %s", tstrFolder.c_str());
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Directory::Create(tstrPath, nullptr, &dwError)) {
@@ -311,13 +315,8 @@ void ShortCutXmlHandler::RemoveStartMenuItems(const Element& parent, const std::
 void ShortCutXmlHandler::RemoveStartMenuFolder(const Element& folder, const std::wstring& tstrParent,
                                                const PinnedItems& pinnedItems)
 {
-    const std::wstring tstrName = folder.GetAttribute(L"name");
     std::wstring tstrPath;
-    if (!ItemPath(tstrParent, tstrName, L"", tstrPath)) return;
-    if (LeadsElsewhere(tstrParent, tstrName)) {
-        KZ_TRACE(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is removed.", tstrPath.c_str());
-        return;
-    }
+    if (!FolderPath(tstrParent, folder, tstrPath)) return;
     RemoveStartMenuItems(folder, tstrPath, pinnedItems);
     // Fails for a folder in which something is left that the description does not name.
     if (!::RemoveDirectoryW(tstrPath.c_str())) {
