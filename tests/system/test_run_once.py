@@ -38,12 +38,12 @@ class RunOnce(unittest.TestCase):
                 _, messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')
                 expected = [command for command in commands if command != FILTER or not kept_back]
                 registered = machine.values(RUN_ONCE)
-                self.assertEqual(collections.Counter(expected),
-                                 collections.Counter(registered[key] for key in registered.keys() - before.keys()))
+                new = [registered[key] for key in registered.keys() - before.keys()]
+                before = registered
+                self.assertEqual(collections.Counter(expected), collections.Counter(new))
                 added = '@@@ *** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: ['
                 self.assertEqual([f'{added}{command}]' for command in expected],
                                  [text for text in messages if text.startswith(added)])
-                before = registered
 
         self.assertEqual(['ProductPath'], list(machine.values('HKLM\\Software\\Wow6432Node\\Kazmere\\KZVLT')))
         machine.restart()
