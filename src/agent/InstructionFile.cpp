@@ -8,14 +8,14 @@ bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tst
 {
     if (!iniFile.IsReady()) return false;
     constexpr Storage::Ini::SectionGrowth kGrowth{256, 256, 0x7FFF};
-    const Storage::Ini::Section section = Storage::Ini::ReadSection(iniFile.Path(), tstrSection, kGrowth);
+    Storage::Ini::Section section = Storage::Ini::ReadSection(iniFile.Path(), tstrSection, kGrowth);
     switch (section.eOutcome) {
         case Storage::Ini::SectionOutcome::eRead: break;
         case Storage::Ini::SectionOutcome::eTooLarge: return true;
         case Storage::Ini::SectionOutcome::eNoMemory:
         case Storage::Ini::SectionOutcome::eFailed: Storage::Throw(section.dwError);
     }
-    records.insert(section.entries.begin(), section.entries.end());
+    for (auto& entry : section.entries) records.insert(std::move(entry));
     return true;
 }
 

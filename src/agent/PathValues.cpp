@@ -122,6 +122,8 @@ std::wstring PathValues::UpdateInfoFile() const
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 {
+    // Most texts have none, and looking up the install folder takes longer than a whole registry record.
+    if (tstrText.find(L'{') == std::wstring::npos) return;
     const std::wstring tstrInstalledDir = Frwk::Utility::GetInstalledFolder();
     const struct {
         const wchar_t* szPlaceholder;

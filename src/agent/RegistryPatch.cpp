@@ -31,12 +31,10 @@ RegistryRecord ParseRecord(const std::wstring& tstrData, const PathValues& pathV
     std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, bMore);
     if (bMore) KZ_TRACE(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
     fields.resize(eFieldCount);
-    RegistryRecord record{fields[eKeyPath],
-                          fields[eValueName],
-                          fields[eType],
-                          fields[eData],
-                          String::ToDwordStrict(fields[eData]),
-                          String::ToQwordStrict(fields[eData])};
+    RegistryRecord record{std::move(fields[eKeyPath]), std::move(fields[eValueName]), std::move(fields[eType]),
+                          std::move(fields[eData])};
+    record.dwData = String::ToDwordStrict(record.tstrData);
+    record.ullData = String::ToQwordStrict(record.tstrData);
     pathValues.ExpandPlaceholders(record.tstrData);
     return record;
 }

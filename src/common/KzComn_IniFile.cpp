@@ -14,12 +14,12 @@ constexpr DWORD kFirstValueCharacters = 512;
 constexpr DWORD kMostValueCharacters = 1024 * 1024;
 
 /// Splits one "key=value" line into the list; a line that is no entry adds nothing.
-void AddEntry(const std::wstring& tstrLine, std::vector<std::pair<std::wstring, std::wstring>>& entries)
+void AddEntry(std::wstring_view tstrLine, std::vector<std::pair<std::wstring, std::wstring>>& entries)
 {
     const std::size_t uFirst = tstrLine.find(L'=');
-    if (uFirst == std::wstring::npos) return;
+    if (uFirst == std::wstring_view::npos) return;
     const std::size_t uValue = tstrLine.find_first_not_of(L'=', uFirst);
-    if (uValue == std::wstring::npos) return;
+    if (uValue == std::wstring_view::npos) return;
     entries.emplace_back(tstrLine.substr(0, uValue - 1), tstrLine.substr(uValue));
 }
 
@@ -101,8 +101,12 @@ bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection, c
 
 Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection, const SectionGrowth& growth)
 {
+    // Growing step by step, a long section would be read a hundred times over: one that does not fit the first buffer
+    // is read into the largest that the steps reach.
+    const DWORD cchLargest =
+        growth.cchFirst + (growth.cchLimit - 1 - growth.cchFirst) / growth.cchStep * growth.cchStep;
     Section section;
-    for (DWORD cch = growth.cchFirst; cch < growth.cchLimit; cch += growth.cchStep) {
+    for (const DWORD cch : {growth.cchFirst, cchLargest}) {
         section.cchBuffer = cch;
         const std::unique_ptr<wchar_t[]> buffer(new (std::nothrow) wchar_t[cch]());
         if (!buffer) {

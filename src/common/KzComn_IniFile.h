@@ -53,8 +53,8 @@ namespace Ini {
 [[nodiscard]] bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection,
                               const std::wstring& tstrKey, const std::wstring& tstrValue);
 
-/// How the buffer of a whole-section read grows, in characters: tried from `cchFirst` on in steps of `cchStep` while it
-/// stays below `cchLimit`.
+/// How the buffer of a whole-section read grows, in characters: from `cchFirst` on in steps of `cchStep` while it stays
+/// below `cchLimit`. A section of any length that some step holds is read.
 struct SectionGrowth {
     DWORD cchFirst;
     DWORD cchStep;
