@@ -4,6 +4,7 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_Handle.h"
 
 using namespace KzCommon;
 
@@ -28,6 +29,26 @@ void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file
                  tstrSource.c_str(), dwError);
     }
 }
+
+/// Stands beside the update information file in the download folder for as long as that is this run's copy and not
+/// changed yet. A run that is ended in between leaves the mark behind: the next one then makes the copy anew, instead
+/// of taking it for a file of the update's own, which is deployed as it is.
+class UnfinishedMark {
+public:
+    explicit UnfinishedMark(const std::wstring& tstrDownloaded) : m_tstrMark(tstrDownloaded + L".unfinished")
+    {
+        if (Storage::File::IsExisted(m_tstrMark)) static_cast<void>(Storage::File::Delete(tstrDownloaded, nullptr));
+        if (Storage::File::IsExisted(tstrDownloaded)) return;
+        const UniqueFile file(::CreateFileW(m_tstrMark.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                            FILE_ATTRIBUTE_NORMAL, nullptr));
+    }
+    UnfinishedMark(const UnfinishedMark&) = delete;
+    UnfinishedMark& operator=(const UnfinishedMark&) = delete;
+    ~UnfinishedMark() { static_cast<void>(Storage::File::Delete(m_tstrMark, nullptr)); }
+
+private:
+    std::wstring m_tstrMark;
+};
 
 /// The update information file to change: the downloaded one, made out of the installed one where the update brings
 /// none, or the installed one where that cannot be done.
@@ -57,7 +78,11 @@ bool FrameworkDeployAgent::DeploySettings()
     }
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
     MergeConfig(tstrSettingDir);
-    ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrSettingDir + L"UpdateInfo.ini"));
+    {
+        const std::wstring tstrDownloaded = tstrSettingDir + L"UpdateInfo.ini";
+        const UnfinishedMark mark(tstrDownloaded);
+        ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrDownloaded));
+    }
     static_cast<void>(CopyDirectory(tstrSettingDir, L"*.*", m_pathValues.InstallDir(), true, true));
     KZ_TRACE(kTraceInfo, L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])",
              tstrSettingDir.c_str(), m_pathValues.InstallDir().c_str());
