@@ -1,15 +1,16 @@
 """What is shipped: self-contained, hardened, small, with its manifest and version."""
 import re
+import struct
 import subprocess
 import unittest
 
-from machine import BUILD
+from machine import BUILD, ROOT
 
 SHIPPED = BUILD / 'release' / 'bin'
 HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
 # What every process of Windows has loaded. Whatever else a program imported would be mapped at each of its starts.
 CORE = re.compile(r'KERNEL32\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
-PROGRAM_TEXTS = ('requireAdministrator', 'longPathAware', '{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}')
+VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version resource
 
 
 @unittest.skipUnless((SHIPPED / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
@@ -26,12 +27,22 @@ class ShippedBinaries(unittest.TestCase):
                 self.assertLessEqual(HARDENING, set(headers.split()))
                 self.assertIn('.reloc', headers, 'without relocations the address cannot be random')
                 self.assertNotIn('.debug_info', headers)
+                sections = re.findall(r'^ +\d+ (\S+) .*\n +(.*)$', headers, re.M)
+                self.assertEqual(['.text'], [section for section, flags in sections if 'CODE' in flags])
+                self.assertIn('READONLY', dict(sections)['.text'], 'nothing that runs can be written')
+                self.assertNotIn(str(ROOT).encode(), (SHIPPED / name).read_bytes())
 
     def test_program_resources_and_size(self):
         content = (SHIPPED / 'Brevant.exe').read_bytes()
-        for text in PROGRAM_TEXTS:
-            self.assertIn(text.encode(), content)
-        self.assertIn('Kazmere Qorvault'.encode('utf-16-le'), content)
+        manifest = (ROOT / 'src' / 'agent' / 'Brevant.manifest').read_bytes()
+        self.assertEqual(1, content.count(manifest.strip()))
+        self.assertIn(b'level="requireAdministrator"', manifest)
+        version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
+        numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)
+        self.assertEqual(version, '.'.join(str(numbers[index]) for index in (1, 0, 3, 2)))
+        for name, text in (('FileVersion', version), ('ProductName', 'Kazmere Qorvault'),
+                           ('OriginalFilename', 'Brevant')):
+            self.assertRegex(content.decode('utf-16-le', 'replace'), name + '\0+' + text)
         self.assertLess(len(content), 2 << 20)
 
 
