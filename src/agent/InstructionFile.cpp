@@ -15,7 +15,8 @@ bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tst
         case Storage::Ini::SectionOutcome::eNoMemory:
         case Storage::Ini::SectionOutcome::eFailed: Storage::Throw(section.dwError);
     }
-    for (auto& entry : section.entries) records.insert(std::move(entry));
+    // Most records have the key of the one before; those of equal keys keep their order in any case.
+    for (auto& entry : section.entries) records.insert(records.end(), std::move(entry));
     return true;
 }
 

@@ -64,7 +64,9 @@ int SplitPath(const std::wstring& tstrPath, PathParts& parts)
 std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator, std::size_t cMaxFields,
                                       bool& bMore)
 {
+    constexpr std::size_t kUsualFields = 4;
     std::vector<std::wstring> fields;
+    fields.reserve(std::min(cMaxFields, kUsualFields));
     std::wstring tstrBuffer = tstrText;
     const wchar_t szSeparators[] = {chSeparator, L'\0'};
     wchar_t* pContext = nullptr;
