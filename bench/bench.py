@@ -1,0 +1,106 @@
+#!/usr/bin/env python3
+"""Runs the benchmark program on a throwaway machine and prints its samples as a table; see tools/bench.sh."""
+import os
+import pathlib
+import shutil
+import statistics
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.append(str(ROOT / 'tests' / 'system'))
+from machine import Machine  # noqa: E402
+
+PROGRAMS = 'C:\\Bench\\'
+MEGABYTE = 1 << 20
+
+# name of the samples, what is measured, against what, the ratio to reach
+RATIOS = (
+    ('deploy', 'Deploy 500 files, trace off', 'the bare loop of the same Windows calls', 1.10),
+    ('deploy traced', 'Deploy 500 files, every level traced to a file', 'the same, trace off', 1.25),
+    ('registry', '1,000 registry "add" records', 'the bare loop of open, set, close', 1.10),
+    ('start', 'Start without argument', 'an empty program', 1.20),
+)
+MOST_MEGABYTES = 8
+MOST_PROGRAM_MEGABYTES = 2
+
+
+def collect(build, rounds, growth):
+    """{kind: {name: [sample, ...]}} of one run of the benchmark program."""
+    samples = {}
+    with Machine() as machine:
+        machine.make_dir(PROGRAMS)
+        for file in ('bin/Brevant.exe', 'bin/KzDbg64.dll', 'bin/libexpat.dll', 'bench/bench.exe', 'bench/empty.exe'):
+            shutil.copy2(build / file, machine.host(PROGRAMS))
+        result = machine.run(PROGRAMS + 'bench.exe', rounds, growth, timeout=900)
+    if result.code != 0:
+        sys.exit(f'[bench] FAILED with exit code {result.code}:\n{result.output}')
+    for line in result.output.splitlines():
+        kind, name, *numbers = line.split('\t')
+        samples.setdefault(kind, {}).setdefault(name, []).append([float(number) for number in numbers])
+    return samples
+
+
+def spread(values, digits=2):
+    """Median, smallest and largest."""
+    values = sorted(values)
+    return [f'{value:.{digits}f}' for value in (statistics.median(values), values[0], values[-1])]
+
+
+def verdict(value, most):
+    return 'met' if float(value) <= most else 'MISSED'
+
+
+def table(*rows):
+    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
+    rows = [rows[0], ['-' * width for width in widths], *rows[1:]]
+    for row in rows:
+        print('| ' + ' | '.join(cell.ljust(width) for cell, width in zip(row, widths)) + ' |')
+    print()
+
+
+def print_figures(samples, program):
+    rows = [['Work', 'Against', 'Median', 'Min', 'Max', 'At most', '']]
+    for name, work, against, most in RATIOS:
+        ratios = spread(ours / other for other, ours in samples['pair'][name])
+        rows.append([work, against, *ratios, f'{most:.2f}', verdict(ratios[0], most)])
+    for name, what in (('private', 'Private memory'), ('working set', 'Working set')):
+        extra = spread([(ours - other) / MEGABYTE for other, ours in samples['memory'][name]], 1)
+        rows.append([f'{what} at its peak, largest instruction file', 'an empty program',
+                     *(f'+ {value} MB' for value in extra), f'+ {MOST_MEGABYTES} MB',
+                     verdict(extra[0], MOST_MEGABYTES)])
+    size = f'{program.stat().st_size / MEGABYTE:.2f}'
+    rows.append(['Brevant.exe, stripped', '', f'{size} MB', '', '', f'{MOST_PROGRAM_MEGABYTES} MB',
+                 verdict(size, MOST_PROGRAM_MEGABYTES)])
+    table(*rows)
+
+
+def print_growth(growth):
+    rows = [['Files', 'Deploy, ms', 'Bare loop, ms', 'MoveFileExW in it, ms', 'Its part', 'Deploy, us per file']]
+    for files, times in growth.items():
+        bare, moves, ours = (statistics.median(column) for column in zip(*times))
+        rows.append([files, f'{ours / 1e3:.1f}', f'{bare / 1e3:.1f}', f'{moves / 1e3:.1f}', f'{moves / bare:.0%}',
+                     f'{ours / int(files):.0f}'])
+    table(*rows)
+
+
+def main(arguments):
+    quick = arguments == ['--quick']
+    build = pathlib.Path(os.environ.get('BREVANT_BUILD', ROOT / 'build' / 'release'))
+    wine = subprocess.run(['wine', '--version'], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
+    load = os.getloadavg()[0]
+    print(f'[bench] {os.cpu_count()} cores, {wine.strip()}, load {load:.2f} at the beginning', flush=True)
+    if load > 0.5:
+        print('[bench] NOTE: the machine is busy; the figures will be too', flush=True)
+    start = time.monotonic()
+    samples = collect(build, 3 if quick else 11, 0 if quick else 1)
+    print(f'[bench] done in {time.monotonic() - start:.0f} s\n')
+    print_figures(samples, build / 'bin' / 'Brevant.exe')
+    if 'growth' in samples:
+        print_growth(samples['growth'])
+    print(f"A trace call that prints nothing: {spread(n for n, in samples['call']['disabled trace'])[0]} ns")
+
+
+if __name__ == '__main__':
+    main(sys.argv[1:])
