@@ -22,10 +22,11 @@ bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tst
 
 bool ReadInstructions(const std::wstring& tstrSection, SectionRecords& records, DWORD& dwError)
 {
-    return Storage::Guarded(&dwError, [&] {
-        const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    const bool bOk = Storage::Guarded(&dwError, [&] {
         Storage::IniFile instructions;
-        instructions.Open(tstrInstallDir.empty() ? std::wstring() : tstrInstallDir + L"QorPaFrwk.ini");
+        instructions.Open(Frwk::Utility::InstalledFile(L"QorPaFrwk.ini"));
         static_cast<void>(ReadSectionRecords(instructions, tstrSection, records));
     });
+    if (!bOk && dwError == Storage::kCodelessFailure) dwError = ::GetLastError();
+    return bOk;
 }

@@ -21,13 +21,6 @@ const wchar_t kFirstBuildWithNewName[] = L"1100";
 
 }  // namespace
 
-std::wstring FileInInstallFolder(const wchar_t* szName)
-{
-    // Without a folder the bare name would mean a file of the current folder, whatever that is.
-    const std::wstring tstrFolder = Frwk::Utility::GetInstalledFolder();
-    return tstrFolder.empty() ? std::wstring() : tstrFolder + szName;
-}
-
 bool CheckIfNewProdNameApplied()
 {
     KZ_TRACE(kTraceStep, L"CheckIfNewProdNameApplied()");
@@ -77,8 +70,8 @@ void TagNewProdNameApplied()
 void PreparePostUdActionForNewName()
 {
     KZ_TRACE(kTraceStep, L"PreparePostUdActionForNewName()");
-    const std::wstring tstrSource = FileInInstallFolder(kShortcutFile);
-    const std::wstring tstrDestination = FileInInstallFolder(kShortcutBackupFile);
+    const std::wstring tstrSource = Frwk::Utility::InstalledFile(kShortcutFile);
+    const std::wstring tstrDestination = Frwk::Utility::InstalledFile(kShortcutBackupFile);
     KZ_TRACE(kTraceInfo, L"Backup file -- (sDstPath=%s, sSrcPath=%s", tstrDestination.c_str(), tstrSource.c_str());
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {

@@ -5,8 +5,6 @@
 // (PostRestartRename.h). The marker comes first: the rename is scheduled once even if its preparation fails.
 #pragma once
 
-#include <string>
-
 /// The product's new name, unless a string table has another.
 inline constexpr wchar_t kNewProductName[] = L"Kazmere Qorvault";
 
@@ -14,9 +12,6 @@ inline constexpr wchar_t kNewProductName[] = L"Kazmere Qorvault";
 inline constexpr wchar_t kShortcutFile[] = L"qorshcut.xml";
 /// The copy of it that still describes the shortcuts of before the update.
 inline constexpr wchar_t kShortcutBackupFile[] = L"qorshcutbackup.xml";
-
-/// Full path of a file in the install folder; empty when no install folder is known.
-[[nodiscard]] std::wstring FileInInstallFolder(const wchar_t* szName);
 
 /// Whether the marker says that the rename has been scheduled before.
 [[nodiscard]] bool CheckIfNewProdNameApplied();

@@ -72,13 +72,13 @@ void ReplaceShortcuts()
 {
     const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
     KZ_TRACE(kTraceInfo, L"[YES] Remove old shortcuts");
-    if (Storage::File::IsExisted(FileInInstallFolder(kShortcutBackupFile))) {
+    if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutBackupFile))) {
         UninstallShortCut(tstrInstallDir, kShortcutBackupFile);
     } else {
         KZ_TRACE(kTraceError, L"qorshcutbackup.xml does not exist!");
     }
     KZ_TRACE(kTraceInfo, L"[YES] Create new shortcuts");
-    if (Storage::File::IsExisted(FileInInstallFolder(kShortcutFile))) {
+    if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutFile))) {
         InstallShortCut(tstrInstallDir, kShortcutFile);
     } else {
         KZ_TRACE(kTraceError, L"qorshcut.xml does not exist!");

@@ -20,6 +20,8 @@ const wchar_t kBuiltInMessage[] =
 constexpr DWORD kStyle = MB_OKCANCEL | MB_ICONINFORMATION | MB_TOPMOST;
 static_assert(kStyle == 262209);
 
+constexpr DWORD kNoSession = 0xFFFFFFFF;  // while the console changes hands
+
 struct Notification {
     std::wstring tstrTitle;
     std::wstring tstrMessage;
@@ -56,8 +58,14 @@ DWORD BytesOf(const std::wstring& tstrText)
 /// Shows the question in the active console session; true when the user agreed.
 [[nodiscard]] bool AskAtConsole(Notification notification)
 {
+    const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
+    if (dwSession == kNoSession) {
+        // As a session id it would mean the program's own: nobody may ever see a question that waits there.
+        KZ_TRACE(kTraceError, L"*** ::WTSGetActiveConsoleSessionId() - no session is attached to the console.");
+        return false;
+    }
     DWORD dwAnswer = 0;
-    if (!::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, ::WTSGetActiveConsoleSessionId(), notification.tstrTitle.data(),
+    if (!::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, dwSession, notification.tstrTitle.data(),
                            BytesOf(notification.tstrTitle), notification.tstrMessage.data(),
                            BytesOf(notification.tstrMessage), kStyle, 0, &dwAnswer, TRUE)) {
         const DWORD dwError = ::GetLastError();

@@ -31,6 +31,12 @@ std::wstring GetInstalledFolder()
     return String::EnsureBackslash(tstrFolder);
 }
 
+std::wstring InstalledFile(const wchar_t* szName)
+{
+    const std::wstring tstrFolder = GetInstalledFolder();
+    return tstrFolder.empty() ? std::wstring() : tstrFolder + szName;
+}
+
 std::wstring GetStrFromHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstrDefault)
 {
     std::wstring tstrValue = tstrDefault;

@@ -17,6 +17,10 @@ inline constexpr wchar_t kProductKey[] = L"Software\\Kazmere\\KZVLT";
 /// The install folder, value "ProductPath", with trailing backslash; empty, with a trace line, when it is not known.
 [[nodiscard]] std::wstring GetInstalledFolder();
 
+/// Full path of a file in the install folder; empty when that is not known, for a bare name would mean a file of the
+/// current folder.
+[[nodiscard]] std::wstring InstalledFile(const wchar_t* szName);
+
 /// A string value of the product key, or `tstrDefault` when it is missing or no text.
 [[nodiscard]] std::wstring GetStrFromHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstrDefault);
 

@@ -14,8 +14,7 @@ namespace KzCommon {
 
 namespace {
 
-constexpr std::size_t kFormatStep = 256;           // characters
-constexpr std::size_t kFormatLimit = 4096 * 1024;  // characters; a format that cannot be printed at all ends here
+constexpr std::size_t kFormatStep = 256;  // characters
 constexpr ULONGLONG kGateInitialized = 1ULL << 32;
 constexpr ULONGLONG kGateEnabled = 1ULL << 33;
 
@@ -39,15 +38,20 @@ const wchar_t* TagOf(DWORD dwLevel) noexcept
 
 std::wstring FormatV(const wchar_t* szFormat, va_list arguments)
 {
-    std::wstring tstrText;
-    int cch = -1;
-    while (cch < 0 && tstrText.size() < kFormatLimit) {
-        tstrText.resize(tstrText.size() + kFormatStep);
-        va_list again;
+    // The system runtime's formatting, in which "%s" of a wide format is a wide text.
+    va_list again;
+    va_copy(again, arguments);
+    std::wstring tstrText(kFormatStep, L'\0');
+    int cch = ::_vsnwprintf(tstrText.data(), tstrText.size(), szFormat, again);
+    va_end(again);
+    if (cch < 0) {
+        // Does not fit: the number of further steps is computed, for a long text would be printed once for each.
         va_copy(again, arguments);
-        // The system runtime's formatting, in which "%s" of a wide format is a wide text.
-        cch = ::_vsnwprintf(tstrText.data(), tstrText.size(), szFormat, again);
+        const int cchWhole = ::_vscwprintf(szFormat, again);
         va_end(again);
+        if (cchWhole < 0) return {};
+        tstrText.resize((static_cast<std::size_t>(cchWhole) / kFormatStep + 1) * kFormatStep);
+        cch = ::_vsnwprintf(tstrText.data(), tstrText.size(), szFormat, arguments);
     }
     tstrText.resize(static_cast<std::size_t>(std::max(cch, 0)));
     return tstrText;
@@ -60,15 +64,6 @@ std::wstring Format(const wchar_t* szFormat, ...)
     std::wstring tstrText = FormatV(szFormat, arguments);
     va_end(arguments);
     return tstrText;
-}
-
-const char* BaseName(const char* szPath) noexcept
-{
-    const char* szName = szPath;
-    for (const char* sz = szPath; *sz; ++sz) {
-        if (*sz == '/' || *sz == '\\') szName = sz + 1;
-    }
-    return szName;
 }
 
 const wchar_t* SubKeyOf(const DebugLogConfig& config) noexcept
@@ -216,7 +211,7 @@ std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
                ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
     tstrLine += tstrMessage;
-    return tstrLine + Format(L" - %s(%lu)\r\n", String::FromAnsi(BaseName(szFile)).c_str(), dwLine);
+    return tstrLine + Format(L" - %s(%lu)\r\n", String::FromAnsi(String::BaseName(szFile)).c_str(), dwLine);
 }
 
 bool DebugLog::Close()

@@ -52,9 +52,6 @@ inline constexpr DWORD kCodelessFailure = 0x800300FD;
 /// Throws a new Exception with `dwCode` and the caller's place.
 [[noreturn]] void Throw(DWORD dwCode, const std::source_location& where = std::source_location::current());
 
-/// Base name of the file that `where` names, the text valid for the life of the program.
-[[nodiscard]] const char* ModuleOf(const std::source_location& where) noexcept;
-
 /// Runs `action` and turns an exception into a code. True when it returned; otherwise false, with the Win32 code of
 /// the Exception, or kCodelessFailure for an exception of any other kind, in `*pdwError` (may be null; left alone on
 /// success).

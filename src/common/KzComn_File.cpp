@@ -40,13 +40,6 @@ Directory::Entry EntryOf(const WIN32_FIND_DATAW& data)
     return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink};
 }
 
-bool IsLinkItself(const std::wstring& tstrPath)
-{
-    WIN32_FIND_DATAW data{};
-    const UniqueFind find(::FindFirstFileW(tstrPath.c_str(), &data));
-    return find && EntryOf(data).bLink;
-}
-
 bool DeleteNow(const std::wstring& tstrPath, DWORD* pdwError)
 {
     ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -113,6 +106,13 @@ bool IsExisted(const std::wstring& tstrPath)
     return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
+bool IsLink(const std::wstring& tstrPath)
+{
+    WIN32_FIND_DATAW data{};
+    const UniqueFind find(::FindFirstFileW(tstrPath.c_str(), &data));
+    return find && EntryOf(data).bLink;
+}
+
 bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError)
 {
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
@@ -173,7 +173,7 @@ bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
         const bool bOk = DeleteAtRestart(tstrPath, &dwError);
         failure.Note(bOk, dwError);
     };
-    std::vector<Pending> stack{{tstrFolder, IsLinkItself(tstrFolder.substr(0, tstrFolder.size() - 1))}};
+    std::vector<Pending> stack{{tstrFolder, IsLink(tstrFolder.substr(0, tstrFolder.size() - 1))}};
     while (!stack.empty()) {
         const Pending next = stack.back();
         stack.pop_back();

@@ -27,6 +27,10 @@ namespace KzCommon::Storage::Directory {
 /// Whether `tstrPath` (with or without trailing backslash) names an existing folder. GetFileAttributesW.
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath);
 
+/// Whether `tstrPath` (without trailing backslash) is a junction or symbolic link, which points elsewhere.
+/// FindFirstFileW.
+[[nodiscard]] bool IsLink(const std::wstring& tstrPath);
+
 /// Creates a folder and the missing ones above it; true also when it is there already. False with the code of the first
 /// that could not be created.
 /// CreateDirectoryW.

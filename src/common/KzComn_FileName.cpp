@@ -12,6 +12,7 @@ namespace {
 constexpr std::wstring_view kForbidden = L"\\/:*?\"<>|";
 constexpr std::wstring_view kDevices[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
 constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
+constexpr std::wstring_view kDeviceNumbers = L"123456789\u00B9\u00B2\u00B3";
 
 bool IsDevice(std::wstring_view tstrName) noexcept
 {
@@ -22,7 +23,7 @@ bool IsDevice(std::wstring_view tstrName) noexcept
         return String::EqualsNoCase(tstrBase, tstrDevice);
     };
     if (std::any_of(std::begin(kDevices), std::end(kDevices), isBase)) return true;
-    if (tstrBase.size() != 4 || tstrBase[3] < L'1' || tstrBase[3] > L'9') return false;
+    if (tstrBase.size() != 4 || kDeviceNumbers.find(tstrBase[3]) == std::wstring_view::npos) return false;
     tstrBase.remove_suffix(1);
     return std::any_of(std::begin(kNumberedDevices), std::end(kNumberedDevices), isBase);
 }

@@ -44,6 +44,15 @@ std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName
     return EnsureBackslash(tstrFolder).append(tstrName);
 }
 
+const char* BaseName(const char* szPath) noexcept
+{
+    const char* szName = szPath;
+    for (const char* sz = szPath; *sz; ++sz) {
+        if (*sz == '/' || *sz == '\\') szName = sz + 1;
+    }
+    return szName;
+}
+
 bool IsFullPath(std::wstring_view tstrPath) noexcept
 {
     const auto isSlash = [](wchar_t ch) {

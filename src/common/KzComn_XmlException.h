@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/KzComn_Exception.h"
+#include "common/KzComn_String.h"
 
 #include <string>
 #include <utility>
@@ -20,7 +21,7 @@ class XmlException : public Exception {
 public:
     XmlException(DWORD dwCode, const XmlPosition& position, std::wstring tstrReason,
                  const std::source_location& where = std::source_location::current())
-        : Exception(dwCode, ModuleOf(where), static_cast<unsigned>(where.line())),
+        : Exception(dwCode, String::BaseName(where.file_name()), static_cast<unsigned>(where.line())),
           m_position(position),
           m_tstrReason(std::move(tstrReason))
     {

@@ -19,6 +19,7 @@ std::wstring TablePath(const std::wstring& tstrLangName, const std::wstring& tst
 {
     const std::wstring tstrBase =
         tstrAdditionalSection == L"IEBHO" ? Frwk::Utility::GetInstalledFolder() : Process::ProgramFolder();
+    if (tstrBase.empty()) return {};
     const std::wstring tstrLanguage = String::JoinPath(tstrBase, L"Resource\\") + tstrLangName;
     return String::JoinPath(tstrLanguage, L"StringTable.ini");
 }

@@ -104,7 +104,7 @@ void PinnedItems::PrepareFolders()
 void PinnedItems::UnpinProductLink() const
 {
     if (m_tstrTaskbarFolder.empty()) return;
-    UnpinLink(m_tstrTaskbarFolder + L"Kazmere Qorvault" + L".lnk");
+    UnpinLink(m_tstrTaskbarFolder + L"Kazmere Qorvault.lnk");
 }
 
 void PinnedItems::UnpinLink(const std::wstring& tstrLink) const

@@ -21,6 +21,11 @@ bool XmlHandler::ParseXml(const std::wstring& tstrPath)
                  L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x] line %llu, column %llu: %s",
                  tstrPath.c_str(), caught->ErrorCode(), position.ullLine, position.ullColumn, caught->Reason().c_str());
         return false;
+    } catch (Storage::Exception* pException) {
+        const Storage::CaughtException caught(pException);
+        KZ_TRACE(kTraceError, L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x]", tstrPath.c_str(),
+                 caught->ErrorCode());
+        return false;
     }
     m_bParsed = true;
     return true;

@@ -1,5 +1,6 @@
 #include "installer/ShortCutXmlHandler.h"
 
+#include "common/KzComn_Com.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileName.h"
@@ -76,12 +77,9 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
 {
     const std::wstring tstrName = folder.GetAttribute(L"name");
     if (!ItemPath(tstrParent, tstrName, L"", tstrPath)) return false;
-    bool bLink = false;
-    static_cast<void>(Storage::Directory::ForEachEntry(
-        String::EnsureBackslash(tstrParent), tstrName,
-        [&](const Storage::Directory::Entry& entry) { bLink = bLink || entry.bLink; }, nullptr));
-    if (bLink) KZ_TRACE(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
-    return !bLink;
+    if (!Storage::Directory::IsLink(tstrPath)) return true;
+    KZ_TRACE(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
+    return false;
 }
 
 [[nodiscard]] bool IsBundlePlid(const std::wstring& tstrPlid)
@@ -95,12 +93,11 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
 /// Whether the sibling suite is installed as a bundle with this product.
 [[nodiscard]] bool IsBundleModel()
 {
-    DWORD dwView = Storage::eViewDefault;
-    if (Process::Is64BitWindows()) {
-        dwView = Storage::eView64Bit;
-        KZ_TRACE(kTraceInfo, L"Registry mode is eMode64bitKey");
-    }
-    KZ_TRACE(kTraceInfo, L"Registry mode is %d", dwView);
+    const bool b64Bit = Process::Is64BitWindows();
+    const DWORD dwView = b64Bit ? Storage::eView64Bit : Storage::eViewDefault;
+    if (b64Bit) KZ_TRACE(kTraceInfo, L"Registry mode is eMode64bitKey");
+    // The trace has a number of its own for the default view.
+    KZ_TRACE(kTraceInfo, L"Registry mode is %d", b64Bit ? 2 : 1);
     std::wstring tstrPlid;
     std::wstring tstrUninstall;
     static_cast<void>(
@@ -120,6 +117,7 @@ bool ShortCutXmlHandler::CreateShortCuts(const std::wstring& tstrInstallDir)
 {
     const OperationTrace trace(L"[Enter] ShortCutXmlHandler::CreateShortCuts()...",
                                L"[Leave] ShortCutXmlHandler::CreateShortCuts()...");
+    const Com::Apartment apartment;  // one for all links instead of one for each
     m_tstrInstallDir = tstrInstallDir;
     m_iMode = eCreate;
     if (HandleEachElement()) return true;
@@ -234,7 +232,6 @@ bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wst
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Directory::Create(tstrPath, nullptr, &dwError)) {
             KZ_TRACE(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
-            return;
         }
         static_cast<void>(CreateStartMenuShortcut(folder, tstrPath));
         static_cast<void>(CreateStartMenus(&folder, tstrPath));
