@@ -15,13 +15,12 @@ set(kDelayedLibraries
 
 set(kImportDir ${PROJECT_BINARY_DIR}/imports)
 
-# brevant_import_library(name dll functions option): lib/libNAME.a that imports the functions of DLL, made once.
+# brevant_import_library(name dll functions option): lib/libNAME.a that imports the functions of DLL, made when they change.
 function(brevant_import_library name dll functions option)
-    set(library ${kImportDir}/lib${name}.a)
     list(JOIN functions "\n" exports)
     set(definition "LIBRARY ${dll}.dll\nEXPORTS\n${exports}\n")
     set(old "")
-    if(EXISTS ${library} AND EXISTS ${kImportDir}/${name}.def)
+    if(EXISTS ${kImportDir}/lib${name}.a AND EXISTS ${kImportDir}/${name}.def)
         file(READ ${kImportDir}/${name}.def old)
     endif()
     if(NOT old STREQUAL definition)
@@ -29,18 +28,21 @@ function(brevant_import_library name dll functions option)
         execute_process(COMMAND ${CMAKE_DLLTOOL} --input-def ${name}.def ${option} lib${name}.a
                         WORKING_DIRECTORY ${kImportDir} COMMAND_ERROR_IS_FATAL ANY)
     endif()
-    target_link_libraries(brevant_system INTERFACE ${library})
 endfunction()
 
 # brevant_delayed_library(name): delays every function that the toolchain's import library of that name has.
 function(brevant_delayed_library name)
     find_library(kLibrary_${name} ${name} REQUIRED)
-    execute_process(COMMAND ${CMAKE_NM} ${kLibrary_${name}} OUTPUT_VARIABLE symbols ERROR_QUIET
-                    COMMAND_ERROR_IS_FATAL ANY)
-    string(REGEX MATCHALL " I __imp_[A-Za-z0-9_]+" functions "${symbols}")
-    list(TRANSFORM functions REPLACE " I __imp_" "")
-    list(REMOVE_DUPLICATES functions)
-    brevant_import_library(${name}_delayed ${name} "${functions}" --output-delaylib)
+    set(made ${kImportDir}/lib${name}_delayed.a)
+    if(NOT EXISTS ${made} OR ${kLibrary_${name}} IS_NEWER_THAN ${made})
+        execute_process(COMMAND ${CMAKE_NM} ${kLibrary_${name}} OUTPUT_VARIABLE symbols ERROR_QUIET
+                        COMMAND_ERROR_IS_FATAL ANY)
+        string(REGEX MATCHALL " I __imp_[A-Za-z0-9_]+" functions "${symbols}")
+        list(TRANSFORM functions REPLACE " I __imp_" "")
+        list(REMOVE_DUPLICATES functions)
+        brevant_import_library(${name}_delayed ${name} "${functions}" --output-delaylib)
+    endif()
+    target_link_libraries(brevant_system INTERFACE ${made})
 endfunction()
 
 file(MAKE_DIRECTORY ${kImportDir})
@@ -49,6 +51,7 @@ foreach(row IN LISTS kCoreImports)
     string(REGEX MATCHALL "[^: \n]+" words "${row}")
     list(POP_FRONT words dll)
     brevant_import_library(${dll} ${dll} "${words}" --output-lib)
+    target_link_libraries(brevant_system INTERFACE ${kImportDir}/lib${dll}.a)
 endforeach()
 foreach(name IN LISTS kDelayedLibraries)
     brevant_delayed_library(${name})
