@@ -26,6 +26,18 @@ Target* At(RVA uRva) noexcept
     }
 }
 
+/// Linkers differ in whether the slots can be written.
+void Fill(FARPROC* ppfnSlot, FARPROC pfn) noexcept
+{
+    static SRWLOCK s_lock{};
+    ::AcquireSRWLockExclusive(&s_lock);
+    DWORD dwProtection = 0;
+    if (!::VirtualProtect(ppfnSlot, sizeof(FARPROC), PAGE_READWRITE, &dwProtection)) Fail(::GetLastError(), "");
+    *ppfnSlot = pfn;
+    ::VirtualProtect(ppfnSlot, sizeof(FARPROC), dwProtection, &dwProtection);
+    ::ReleaseSRWLockExclusive(&s_lock);
+}
+
 }  // namespace
 
 /// Resolves the import whose slot is `ppfnSlot` and fills the slot; the stub then goes on to the result. A library or a
@@ -42,6 +54,6 @@ extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr pDescriptor, FARPRO
     const char* szFunction = At<const IMAGE_IMPORT_BY_NAME>(static_cast<RVA>(ullName))->Name;
     const FARPROC pfn = ::GetProcAddress(hModule, szFunction);
     if (!pfn) Fail(ERROR_PROC_NOT_FOUND, szFunction);
-    *ppfnSlot = pfn;
+    Fill(ppfnSlot, pfn);
     return pfn;
 }
