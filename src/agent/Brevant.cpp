@@ -30,13 +30,24 @@ void OpenDebugLog()
     static_cast<void>(GlobalDebugLog().Open(L"Brevant", settings, L".\\", &dwSessionKind));
 }
 
+/// Runs one phase; memory that runs out ends the phase, not the run.
+bool RunPhase(QorDeployAgent& agent, bool (QorDeployAgent::*pfnPhase)())
+{
+    bool bOk = false;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::Guarded(&dwError, [&] { bOk = (agent.*pfnPhase)(); })) {
+        KZ_TRACE(kTraceError, L"*** A phase of the deployment ended early. [0x%08x]", dwError);
+    }
+    return bOk;
+}
+
 bool RunDeployment()
 {
     const std::unique_ptr<QorDeployAgent> agent(new (std::nothrow) FrameworkDeployAgent);
     if (!agent) return true;
-    static_cast<void>(agent->DoPreAction());
-    const bool bDeployed = agent->DoDeploy();
-    static_cast<void>(agent->DoPostAction());
+    static_cast<void>(RunPhase(*agent, &QorDeployAgent::DoPreAction));
+    const bool bDeployed = RunPhase(*agent, &QorDeployAgent::DoDeploy);
+    static_cast<void>(RunPhase(*agent, &QorDeployAgent::DoPostAction));
     return bDeployed;
 }
 
@@ -53,6 +64,8 @@ void DecideAboutNewName()
 
 int wmain(int argc, wchar_t** argv)
 {
+    // Nobody is there to close a box about a damaged library or a drive without a disk.
+    ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     OpenDebugLog();
     // Not used here, but a missing install folder stands at the head of the trace.
     static_cast<void>(Frwk::Utility::GetInstalledFolder());

@@ -9,12 +9,14 @@
 #include <array>
 #include <cwchar>
 #include <iterator>
+#include <utility>
+#include <vector>
 
 using namespace KzCommon;
 
 namespace {
 
-/// The nine steps of the program package, in their order.
+/// The nine steps of the program package, in their order, and the step of the resource package.
 enum DeployStep {
     eDeployFrameworkFiles,
     eDeployDriverFiles,
@@ -25,6 +27,7 @@ enum DeployStep {
     eDeployUIFiles,
     eDeployTaskFiles,
     eDeploySettings,
+    eDeployResourceFiles,
     eDeployStepCount
 };
 
@@ -32,9 +35,9 @@ struct StepRow {
     DeployStep eStep;
     TraceFormat<> enter;
     const wchar_t* szLeave;
+    bool (FrameworkDeployAgent::*pfnAfterCopies)() = nullptr;  // what the step does besides copying
 };
 
-// The settings step is more than copying and traces itself.
 constexpr StepRow kSteps[] = {
     {eDeployFrameworkFiles, L"[Enter] FrameworkDeployAgent::DeployFrameworkFiles()...",
      L"[Leave] FrameworkDeployAgent::DeployFrameworkFiles()..."},
@@ -52,11 +55,15 @@ constexpr StepRow kSteps[] = {
      L"[Leave] FrameworkDeployAgent::DeployUIFiles()..."},
     {eDeployTaskFiles, L"[Enter] FrameworkDeployAgent::DeployTaskFiles()...",
      L"[Leave] FrameworkDeployAgent::DeployTaskFiles()..."},
+    {eDeploySettings, L"[Enter] FrameworkDeployAgent::DeploySettings()...",
+     L"[Leave] FrameworkDeployAgent::DeploySettings()...", &FrameworkDeployAgent::DeploySettings},
+    {eDeployResourceFiles, L"[Enter] FrameworkDeployAgent::DeployResourceFiles()...",
+     L"[Leave] FrameworkDeployAgent::DeployResourceFiles()..."},
 };
-static_assert(std::size(kSteps) == eDeploySettings);
+static_assert(std::size(kSteps) == eDeployStepCount);
 
 /// Where the folders of a row begin.
-enum Base { ePackage, eProduct, eShare, eInstall, eAppData, eSystemDrive, eBaseCount };
+enum Base { ePackage, eProduct, eShare, eResource, eInstall, eAppData, eSystemDrive, eBaseCount };
 
 struct CopyRow {
     DeployStep eStep;
@@ -93,6 +100,8 @@ constexpr CopyRow kCopies[] = {
     {eDeployUIFiles,        eShare,   L"UI",                 eInstall,     L"",                   false, true,  nullptr},
     {eDeployUIFiles,        eShare,   L"Resource",           eInstall,     L"Resource",           true,  true,  nullptr},
     {eDeployTaskFiles,      eShare,   L"Task",               eInstall,     L"Task",               true,  true,  nullptr},
+    {eDeployResourceFiles,  eResource, L"",                  eInstall,     L"Resource",           true,  true,
+     L"CDeployComponentsAction::DeployBrowserFiles(tsDownload[%s], tsDst[%s])"},
     // clang-format on
 };
 
@@ -114,26 +123,20 @@ std::wstring SystemDriveRoot()
 
 using BaseFolders = std::array<std::wstring, eBaseCount>;
 
-BaseFolders ResolveBases(const PathValues& pathValues)
+BaseFolders ResolveBases(const PathValues& pathValues, const std::wstring& tstrResourceDir)
 {
     const std::wstring& tstrProduct = pathValues.ProductDownloadDir();
     // The updater lays the package out with the component's name once more below the platform's folder.
-    const std::wstring tstrPlatform = String::JoinPath(tstrProduct, Process::Is64BitWindows() ? L"64bit" : L"32bit");
+    const std::wstring tstrPlatform = String::FolderBelow(tstrProduct, Process::Is64BitWindows() ? L"64bit" : L"32bit");
     BaseFolders bases;
-    bases[ePackage] = String::EnsureBackslash(String::JoinPath(tstrPlatform, pathValues.ProductDownloadPath()));
+    bases[ePackage] = String::FolderBelow(tstrPlatform, pathValues.ProductDownloadPath());
     bases[eProduct] = tstrProduct;
-    bases[eShare] = String::JoinPath(tstrProduct, L"Share\\");
+    bases[eShare] = String::FolderBelow(tstrProduct, L"Share");
+    bases[eResource] = tstrResourceDir;
     bases[eInstall] = pathValues.InstallDir();
     bases[eAppData] = Process::CommonAppDataFolder();
     bases[eSystemDrive] = SystemDriveRoot();
     return bases;
-}
-
-/// A folder below a base; below an unknown base there is none.
-std::wstring FolderOf(const BaseFolders& bases, Base eBase, const wchar_t* szBelow)
-{
-    const std::wstring& tstrBase = bases[eBase];
-    return tstrBase.empty() ? std::wstring() : String::EnsureBackslash(String::JoinPath(tstrBase, szBelow));
 }
 
 /// The drive of a path, "C:"; false, with a trace line, when it cannot be split off.
@@ -196,35 +199,36 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
     return false;
 }
 
+/// Carries out one step: its rows, then what it does besides.
+void CarryOut(FrameworkDeployAgent& agent, const StepRow& step, const BaseFolders& bases)
+{
+    const OperationTrace trace(step.enter, step.szLeave);
+    for (const CopyRow& row : kCopies) {
+        if (row.eStep != step.eStep) continue;
+        const std::wstring tstrSource = String::FolderBelow(bases[row.eSource], row.szSource);
+        const std::wstring tstrDestination = String::FolderBelow(bases[row.eDestination], row.szDestination);
+        static_cast<void>(agent.CopyDirectory(tstrSource, L"*.*", tstrDestination, row.bRecurse, row.bAfterReboot));
+        if (row.trace) KZ_TRACE(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
+    }
+    if (step.pfnAfterCopies) static_cast<void>((agent.*step.pfnAfterCopies)());
+}
+
 }  // namespace
 
 bool FrameworkDeployAgent::DeployProgramPackage()
 {
     const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DeployProgramPackage()...",
                                L"[Leave] FrameworkDeployAgent::DeployProgramPackage()...");
-    const BaseFolders bases = ResolveBases(m_pathValues);
+    const BaseFolders bases = ResolveBases(m_pathValues, L"");
     for (const StepRow& step : kSteps) {
-        const OperationTrace stepTrace(step.enter, step.szLeave);
-        for (const CopyRow& row : kCopies) {
-            if (row.eStep != step.eStep) continue;
-            const std::wstring tstrSource = FolderOf(bases, row.eSource, row.szSource);
-            const std::wstring tstrDestination = FolderOf(bases, row.eDestination, row.szDestination);
-            static_cast<void>(CopyDirectory(tstrSource, L"*.*", tstrDestination, row.bRecurse, row.bAfterReboot));
-            if (row.trace) KZ_TRACE(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
-        }
+        if (step.eStep != eDeployResourceFiles) CarryOut(*this, step, bases);
     }
-    static_cast<void>(DeploySettings());
     return true;
 }
 
 bool FrameworkDeployAgent::DeployResourceFiles(const std::wstring& tstrDownloadDir)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DeployResourceFiles()...",
-                               L"[Leave] FrameworkDeployAgent::DeployResourceFiles()...");
-    const std::wstring tstrDestination = m_pathValues.InstallDir() + L"Resource\\";
-    static_cast<void>(CopyDirectory(tstrDownloadDir, L"*.*", tstrDestination, true, true));
-    KZ_TRACE(kTraceInfo, L"CDeployComponentsAction::DeployBrowserFiles(tsDownload[%s], tsDst[%s])",
-             tstrDownloadDir.c_str(), tstrDestination.c_str());
+    CarryOut(*this, kSteps[eDeployResourceFiles], ResolveBases(m_pathValues, tstrDownloadDir));
     return true;
 }
 
@@ -239,34 +243,43 @@ bool FrameworkDeployAgent::CopyDirectory(const std::wstring& tstrSourceDir, cons
                  tstrSourceDir.c_str(), tstrDestinationDir.c_str());
         return true;
     }
-    const auto copyEntry = [&](const Storage::Directory::Entry& entry) {
-        const std::wstring tstrSource = String::JoinPath(tstrSourceDir, entry.tstrName);
-        const std::wstring tstrDestination = String::JoinPath(tstrDestinationDir, entry.tstrName);
-        if (entry.bFolder) {
-            // What a link points to is not part of the package: moving it would take it from somebody else.
-            if (bRecurse && !entry.bLink) {
-                static_cast<void>(
-                    CopyDirectory(tstrSource + L'\\', tstrPattern, tstrDestination + L'\\', bRecurse, bAfterReboot));
+    // The folders that are still to be listed, source and destination: a tree can be too deep for recursion.
+    std::vector<std::pair<std::wstring, std::wstring>> folders{
+        {String::EnsureBackslash(tstrSourceDir), String::EnsureBackslash(tstrDestinationDir)}};
+    while (!folders.empty()) {
+        const std::wstring tstrSource = std::move(folders.back().first);
+        const std::wstring tstrDestination = std::move(folders.back().second);
+        folders.pop_back();
+        const auto copyEntry = [&](const Storage::Directory::Entry& entry) {
+            if (!entry.bFolder) {
+                CopyOne(tstrSource + entry.tstrName, tstrDestination + entry.tstrName, bAfterReboot);
+            } else if (bRecurse && !entry.bLink) {
+                // What a link points to is not part of the package: moving it would take it from somebody else.
+                folders.emplace_back(tstrSource + entry.tstrName + L'\\', tstrDestination + entry.tstrName + L'\\');
             }
-            return;
-        }
-        if (bAfterReboot) {
-            static_cast<void>(CopyFileAfterReboot(tstrSource, tstrDestination));
-            return;
-        }
+        };
         DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
-            KZ_TRACE(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d",
-                     tstrDestination.c_str(), tstrSource.c_str(), dwError);
+        if (!Storage::Directory::ForEachEntry(tstrSource, tstrPattern, copyEntry, &dwError) &&
+            dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
+            KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
+                     tstrSource.c_str(), dwError);
         }
-    };
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Directory::ForEachEntry(String::EnsureBackslash(tstrSourceDir), tstrPattern, copyEntry, &dwError) &&
-        dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
-                 tstrSourceDir.c_str(), dwError);
     }
     return true;
+}
+
+void FrameworkDeployAgent::CopyOne(const std::wstring& tstrSource, const std::wstring& tstrDestination,
+                                   bool bAfterReboot)
+{
+    if (bAfterReboot) {
+        static_cast<void>(CopyFileAfterReboot(tstrSource, tstrDestination));
+        return;
+    }
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
+        KZ_TRACE(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
+                 tstrSource.c_str(), dwError);
+    }
 }
 
 bool FrameworkDeployAgent::CopyFileAfterReboot(const std::wstring& tstrSource, const std::wstring& tstrDestination)

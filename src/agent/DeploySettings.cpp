@@ -30,12 +30,13 @@ void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file
     }
 }
 
-/// Stands beside the update information file in the download folder for as long as that is this run's copy and not
+/// A file in the product's download folder that says that the update information file there is this run's copy and not
 /// changed yet. A run that is ended in between leaves the mark behind: the next one then makes the copy anew, instead
 /// of taking it for a file of the update's own, which is deployed as it is.
 class UnfinishedMark {
 public:
-    explicit UnfinishedMark(const std::wstring& tstrDownloaded) : m_tstrMark(tstrDownloaded + L".unfinished")
+    UnfinishedMark(const std::wstring& tstrDownloadDir, const std::wstring& tstrDownloaded)
+        : m_tstrMark(tstrDownloadDir + L"UpdateInfo.unfinished")
     {
         if (Storage::File::IsExisted(m_tstrMark)) static_cast<void>(Storage::File::Delete(tstrDownloaded, nullptr));
         if (Storage::File::IsExisted(tstrDownloaded)) return;
@@ -54,6 +55,7 @@ private:
 /// none, or the installed one where that cannot be done.
 std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
 {
+    // Twice, as support knows it.
     KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
@@ -68,8 +70,6 @@ std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstr
 
 bool FrameworkDeployAgent::DeploySettings()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DeploySettings()...",
-                               L"[Leave] FrameworkDeployAgent::DeploySettings()...");
     PatchRegistry();
     const std::wstring tstrSettingDir = m_pathValues.ProductDownloadDir() + L"Share\\Setting\\";
     if (!Storage::Directory::IsExisted(tstrSettingDir)) {
@@ -80,7 +80,7 @@ bool FrameworkDeployAgent::DeploySettings()
     MergeConfig(tstrSettingDir);
     {
         const std::wstring tstrDownloaded = tstrSettingDir + L"UpdateInfo.ini";
-        const UnfinishedMark mark(tstrDownloaded);
+        const UnfinishedMark mark(m_pathValues.ProductDownloadDir(), tstrDownloaded);
         ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrDownloaded));
     }
     static_cast<void>(CopyDirectory(tstrSettingDir, L"*.*", m_pathValues.InstallDir(), true, true));

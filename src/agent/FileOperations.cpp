@@ -10,15 +10,9 @@ using namespace KzCommon;
 
 namespace {
 
-/// A deletion below a folder that depends on the current one, or on a placeholder that stands for nothing, could hit
-/// anything: it is refused.
-bool IsSafeToDelete(const std::wstring& tstrPath)
-{
-    if (String::IsFullPath(tstrPath)) return true;
-    KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::PerformFileOperation() - not a full path: [%s]",
-             tstrPath.c_str());
-    return false;
-}
+// A path that depends on the current folder, or on a placeholder that stands for nothing, could mean anything: it is
+// refused with this code.
+constexpr DWORD kNotAFullPath = ERROR_BAD_PATHNAME;
 
 void TraceFailedDelete(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD dwError)
 {
@@ -33,7 +27,10 @@ void ScheduleFolder(const std::wstring& tstrPath)
         KZ_TRACE(kTraceError, L"No files under directory '%s'", tstrPath.c_str());
         return;
     }
-    if (!IsSafeToDelete(tstrFolder)) return;
+    if (!String::IsFullPath(tstrFolder) || Storage::Directory::IsRoot(tstrFolder)) {
+        TraceFailedDelete(tstrFolder, L"*", kNotAFullPath);
+        return;
+    }
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Directory::ScheduleDeleteTree(tstrFolder, &dwError)) TraceFailedDelete(tstrFolder, L"*", dwError);
 }
@@ -45,8 +42,8 @@ void CreateFolder(const std::wstring& tstrPath)
         return;
     }
     AccessControl::SecurityAttributes attributes;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Directory::Create(tstrPath, attributes.Get(), &dwError)) {
+    DWORD dwError = kNotAFullPath;
+    if (!String::IsFullPath(tstrPath) || !Storage::Directory::Create(tstrPath, attributes.Get(), &dwError)) {
         KZ_TRACE(kTraceError, L"Failed to create directory '%s', error = %d.", tstrPath.c_str(), dwError);
     }
 }
@@ -60,11 +57,12 @@ void RemoveMatching(const std::wstring& tstrPath,
         KZ_TRACE(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", ::GetLastError());
         return;
     }
-    if (!IsSafeToDelete(tstrPath)) return;
     const std::wstring tstrFolder = std::wstring(parts.szDrive) + parts.szDir;
     const std::wstring tstrPattern = std::wstring(parts.szName) + parts.szExt;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!pfnRemove(tstrFolder, tstrPattern, &dwError)) TraceFailedDelete(tstrFolder, tstrPattern, dwError);
+    DWORD dwError = kNotAFullPath;
+    if (!String::IsFullPath(tstrPath) || !pfnRemove(tstrFolder, tstrPattern, &dwError)) {
+        TraceFailedDelete(tstrFolder, tstrPattern, dwError);
+    }
 }
 
 void ScheduleFiles(const std::wstring& tstrPath)

@@ -75,18 +75,13 @@ void FrameworkDeployAgent::WriteProgramDeployFlag()
     const OperationTrace trace(L"[Enter] FrameworkDeployAgent::WriteProgramDeployFlag()...",
                                L"[Leave] FrameworkDeployAgent::WriteProgramDeployFlag()...");
     const DWORD dwView = Frwk::Utility::ProductRegistryView();
-    const struct {
-        const wchar_t* szName;
-        DWORD dwValue;
-    } rows[] = {
-        {L"DoUpdateDeploy", 1},
-        {L"FrwkDeployTick", ::GetTickCount()},
-    };
-    for (const auto& row : rows) {
+    const auto store = [&](const wchar_t* szName, DWORD dwValue) {
         DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kazmere\\KZVLT", row.szName, row.dwValue, dwView,
+        if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kazmere\\KZVLT", szName, dwValue, dwView,
                                       &dwError)) {
             KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed: 0x%08X", dwError);
         }
-    }
+    };
+    store(L"DoUpdateDeploy", 1);
+    store(L"FrwkDeployTick", ::GetTickCount());
 }

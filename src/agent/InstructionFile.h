@@ -3,7 +3,9 @@
 // Every section is a list of records, one a line:
 //
 //     record  = key "=" value
-//     value   = field *( "!" field )          at most 1023 characters; runs of "!" count as one, so no field is empty
+//     value   = 1 to 1023 characters; the fields of a registry or INI record stand between "!", of which a run counts
+//     as
+//               one, so that no field is empty
 //
 //     [QOR_REGISTRY_PATCH]
 //     delete     = key-path "!" value-name                            below HKEY_LOCAL_MACHINE

@@ -36,7 +36,8 @@ std::wstring ReadDownloadPath(const std::wstring& tstrUpdateInfo, const Download
         updateInfo.Open(tstrUpdateInfo);
         tstrValue = updateInfo.ReadString(L"COMPONENT_LIST", downloadPath.szKey, downloadPath.szDefault);
     }));
-    return tstrValue;
+    // An empty name would mean the folder of all packages.
+    return tstrValue.empty() ? downloadPath.szDefault : tstrValue;
 }
 
 /// "LogFolder" of one session kind's trace settings; empty when missing.
@@ -46,12 +47,6 @@ std::wstring ReadLogFolder(const wchar_t* szSessionKey)
     static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, szSessionKey, L"LogFolder", tstrFolder,
                                               Frwk::Utility::ProductRegistryView(), nullptr));
     return String::EnsureBackslash(tstrFolder);
-}
-
-/// The folder `tstrName` below `tstrFolder`; below an unknown folder there is none.
-std::wstring FolderBelow(const std::wstring& tstrFolder, const std::wstring& tstrName)
-{
-    return tstrFolder.empty() ? std::wstring() : String::EnsureBackslash(tstrFolder + tstrName);
 }
 
 }  // namespace
@@ -66,7 +61,7 @@ void PathValues::ReadLogFolders()
     KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetServiceLogPath - ServiceLogPath => %s",
              m_tstrServiceLogDir.c_str());
 
-    m_tstrInstallerLogDir = FolderBelow(Process::WindowsFolder(), L"Temp");
+    m_tstrInstallerLogDir = String::FolderBelow(Process::WindowsFolder(), L"Temp");
     KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetInstallerLogPath - SystemLogPath => %s",
              m_tstrInstallerLogDir.c_str());
 
@@ -95,24 +90,25 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
                  dwError);
         return;
     }
-    for (const std::wstring& tstrProfile : profiles) m_protectedLogDirs.push_back(FolderBelow(tstrProfile, tstrRest));
+    for (const std::wstring& tstrProfile : profiles)
+        m_protectedLogDirs.push_back(String::FolderBelow(tstrProfile, tstrRest));
 }
 
 void PathValues::ReadProductFolders()
 {
     m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
     m_tstrProductDownloadPath = ReadDownloadPath(UpdateInfoFile(), Process::Is64BitWindows() ? kProduct64 : kProduct32);
-    m_tstrProductDownloadDir = FolderBelow(ComponentDir(), m_tstrProductDownloadPath);
+    m_tstrProductDownloadDir = String::FolderBelow(ComponentDir(), m_tstrProductDownloadPath);
 }
 
 std::wstring PathValues::ComponentDir() const
 {
-    return FolderBelow(m_tstrInstallDir, L"Component");
+    return String::FolderBelow(m_tstrInstallDir, L"Component");
 }
 
 std::wstring PathValues::ReadResourceDownloadDir() const
 {
-    return FolderBelow(ComponentDir(), ReadDownloadPath(UpdateInfoFile(), kResource));
+    return String::FolderBelow(ComponentDir(), ReadDownloadPath(UpdateInfoFile(), kResource));
 }
 
 std::wstring PathValues::UpdateInfoFile() const

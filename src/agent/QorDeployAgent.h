@@ -67,7 +67,8 @@ public:
     void ModifyUpdateInfo(const std::wstring& tstrIniPath);
     /// Carries out one record of section, key and value.
     void ModifyIniKeyValue(const std::wstring& tstrIniPath, const std::wstring& tstrData);
-    /// Registers the commands of the section "Run", the touchpad filter's left out where its driver is too old.
+    /// Registers the commands of the section "Run", the touchpad filter's left out on a machine that the touchpad check
+    /// calls affected.
     void PostRunScript();
     /// Registers one command to run once after the next restart, placeholders expanded, under a name of its own.
     void RegisterSysRunOnce(const std::wstring& tstrCommand);
@@ -77,6 +78,7 @@ public:
     [[nodiscard]] const PathValues& Paths() const noexcept { return m_pathValues; }
 
 private:
+    void CopyOne(const std::wstring& tstrSource, const std::wstring& tstrDestination, bool bAfterReboot);
     void WriteProgramDeployFlag();
 
     PathValues m_pathValues;

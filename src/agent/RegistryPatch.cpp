@@ -62,6 +62,7 @@ void TraceStore(const RegistryRecord& record, const std::wstring& tstrValue)
 
 void TraceStore(const RegistryRecord& record, ULONGLONG ullValue)
 {
+    // The text has room for 32 bits: of a longer number it shows the lower half.
     KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%d)", record.tstrKeyPath.c_str(),
              record.tstrValueName.c_str(), static_cast<int>(ullValue));
 }

@@ -14,7 +14,8 @@ inline constexpr wchar_t kProductKey[] = L"Software\\Kazmere\\KZVLT";
 /// The registry view in which the product's keys are found: a KzCommon::Storage::RegistryView.
 [[nodiscard]] DWORD ProductRegistryView();
 
-/// The install folder, value "ProductPath", with trailing backslash; empty, with a trace line, when it is not known.
+/// The install folder, value "ProductPath", with trailing backslash; empty when it is not known, with a trace
+/// line when it cannot be read.
 [[nodiscard]] std::wstring GetInstalledFolder();
 
 /// Full path of a file in the install folder; empty when that is not known, for a bare name would mean a file of the

@@ -115,7 +115,7 @@ bool DebugLog::Open(const std::wstring& tstrModuleName, const Storage::Key& sett
                     const std::wstring& tstrLibraryFolder, const DWORD* pdwSessionKind)
 {
     const std::lock_guard lock(m_callLock);
-    m_tstrModuleName = tstrModuleName;
+    SetModuleName(tstrModuleName);
     m_dwSessionKind = pdwSessionKind ? *pdwSessionKind : static_cast<DWORD>(eDetectSession);
     if (!ReadSettings(settings)) return false;
     if (!m_bInitialized && m_bEnabled && !StartLibrary(tstrLibraryFolder)) return false;
@@ -162,6 +162,12 @@ bool DebugLog::StartLibrary(const std::wstring& tstrLibraryFolder)
     return true;
 }
 
+void DebugLog::SetModuleName(const std::wstring& tstrModuleName)
+{
+    const std::lock_guard lock(m_stateLock);
+    m_tstrModuleName = tstrModuleName;
+}
+
 void DebugLog::SetState(bool bInitialized, bool bEnabled, DWORD dwLevelMask)
 {
     const std::lock_guard lock(m_stateLock);
@@ -195,17 +201,17 @@ bool DebugLog::Trace(const char* szFile, DWORD dwLine, DWORD dwLevel, const wcha
 
 bool DebugLog::WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage)
 {
-    // Under the lock from here on, so that lines are written in the order of their times.
-    const std::lock_guard lock(m_callLock);
     SYSTEMTIME stNow{};
     ::GetLocalTime(&stNow);
     const std::wstring tstrLine = BuildLine(szFile, dwLine, dwLevel, stNow, tstrMessage);
+    const std::lock_guard lock(m_callLock);
     return m_library.m_pfnTrace && m_library.m_pfnTrace(m_pTrace, &stNow, tstrLine.c_str()) == 0;
 }
 
 std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const SYSTEMTIME& stNow,
-                                 const std::wstring& tstrMessage) const
+                                 const std::wstring& tstrMessage)
 {
+    const std::lock_guard lock(m_stateLock);  // for the module name, which a second Open may change
     std::wstring tstrLine =
         Format(L"%02d/%02d/%04d %02d:%02d:%02d.%03d %04x:%04x %3s <%s> ", stNow.wDay, stNow.wMonth, stNow.wYear,
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),

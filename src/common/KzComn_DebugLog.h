@@ -48,12 +48,13 @@ public:
 private:
     [[nodiscard]] bool ReadSettings(const Storage::Key& settings);
     [[nodiscard]] bool StartLibrary(const std::wstring& tstrLibraryFolder);
+    void SetModuleName(const std::wstring& tstrModuleName);
     void SetState(bool bInitialized, bool bEnabled, DWORD dwLevelMask);
     [[nodiscard]] bool WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage);
     [[nodiscard]] std::wstring BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const SYSTEMTIME& stNow,
-                                         const std::wstring& tstrMessage) const;
+                                         const std::wstring& tstrMessage);
 
-    Synchronize::CriticalSection m_stateLock;  // guards the three state fields
+    Synchronize::CriticalSection m_stateLock;  // guards the three state fields and the module name
     bool m_bInitialized = false;
     bool m_bEnabled = false;
     DWORD m_dwLevelMask = 0;

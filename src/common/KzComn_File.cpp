@@ -40,16 +40,40 @@ Directory::Entry EntryOf(const WIN32_FIND_DATAW& data)
     return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink};
 }
 
+/// Takes away the attributes that block a deletion and calls `remove`; what could not be removed has them back.
+template <class Remove>
+bool WithoutAttributes(const std::wstring& tstrPath, Remove&& remove, DWORD* pdwError)
+{
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (remove(tstrPath.c_str())) return true;
+    const DWORD dwError = ::GetLastError();
+    if (dwAttributes != INVALID_FILE_ATTRIBUTES) ::SetFileAttributesW(tstrPath.c_str(), dwAttributes);
+    return Fail(dwError, pdwError);
+}
+
 bool DeleteNow(const std::wstring& tstrPath, DWORD* pdwError)
 {
-    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
-    return ::DeleteFileW(tstrPath.c_str()) || Fail(::GetLastError(), pdwError);
+    return WithoutAttributes(tstrPath, &::DeleteFileW, pdwError);
 }
 
 bool DeleteAtRestart(const std::wstring& tstrPath, DWORD* pdwError)
 {
-    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
-    return ::MoveFileExW(tstrPath.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT) || Fail(::GetLastError(), pdwError);
+    const auto schedule = [](const wchar_t* szPath) {
+        return ::MoveFileExW(szPath, nullptr, MOVEFILE_DELAY_UNTIL_REBOOT);
+    };
+    return WithoutAttributes(tstrPath, schedule, pdwError);
+}
+
+/// The full path, without backslashes at its end; as it is when the system cannot tell.
+std::wstring FullPath(const std::wstring& tstrPath)
+{
+    std::wstring tstrFull(::GetFullPathNameW(tstrPath.c_str(), 0, nullptr, nullptr), L'\0');
+    tstrFull.resize(
+        ::GetFullPathNameW(tstrPath.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
+    if (tstrFull.empty()) tstrFull = tstrPath;
+    while (!tstrFull.empty() && tstrFull.back() == L'\\') tstrFull.pop_back();
+    return tstrFull;
 }
 
 bool ForEachFile(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
@@ -108,9 +132,22 @@ bool IsExisted(const std::wstring& tstrPath)
 
 bool IsLink(const std::wstring& tstrPath)
 {
+    const std::wstring tstrFull = FullPath(tstrPath);
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrFull.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
     WIN32_FIND_DATAW data{};
-    const UniqueFind find(::FindFirstFileW(tstrPath.c_str(), &data));
-    return find && EntryOf(data).bLink;
+    const UniqueFind find(::FindFirstFileW(tstrFull.c_str(), &data));
+    return !find || EntryOf(data).bLink;
+}
+
+bool IsRoot(const std::wstring& tstrPath)
+{
+    std::wstring tstrFull = FullPath(tstrPath);
+    if (tstrFull.starts_with(L"\\\\?\\UNC\\")) tstrFull.replace(0, 8, L"\\\\");
+    if (tstrFull.starts_with(L"\\\\?\\")) tstrFull.erase(0, 4);
+    if (!tstrFull.starts_with(L"\\\\")) return tstrFull.find(L'\\') == std::wstring::npos;
+    const std::size_t uShare = tstrFull.find(L'\\', 2);
+    return uShare == std::wstring::npos || tstrFull.find(L'\\', uShare + 1) == std::wstring::npos;
 }
 
 bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError)
@@ -118,8 +155,7 @@ bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWOR
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     // The missing folders, the deepest first.
     std::vector<std::wstring> missing;
-    std::wstring tstrFolder = tstrPath;
-    while (tstrFolder.size() > 3 && tstrFolder.back() == L'\\') tstrFolder.pop_back();
+    std::wstring tstrFolder = FullPath(tstrPath);
     while (!tstrFolder.empty() && tstrFolder.back() != L':' && !IsExisted(tstrFolder)) {
         missing.push_back(tstrFolder);
         const std::size_t uSlash = tstrFolder.find_last_of(L'\\');
@@ -173,7 +209,7 @@ bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
         const bool bOk = DeleteAtRestart(tstrPath, &dwError);
         failure.Note(bOk, dwError);
     };
-    std::vector<Pending> stack{{tstrFolder, IsLink(tstrFolder.substr(0, tstrFolder.size() - 1))}};
+    std::vector<Pending> stack{{FullPath(tstrFolder) + L'\\', IsLink(tstrFolder)}};
     while (!stack.empty()) {
         const Pending next = stack.back();
         stack.pop_back();

@@ -27,9 +27,12 @@ namespace KzCommon::Storage::Directory {
 /// Whether `tstrPath` (with or without trailing backslash) names an existing folder. GetFileAttributesW.
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath);
 
-/// Whether `tstrPath` (without trailing backslash) is a junction or symbolic link, which points elsewhere.
-/// FindFirstFileW.
+/// Whether `tstrPath` is a junction or symbolic link, which points elsewhere; yes also for a reparse point of which
+/// nothing more can be told. FindFirstFileW.
 [[nodiscard]] bool IsLink(const std::wstring& tstrPath);
+
+/// Whether `tstrPath` is a drive or a share as a whole. GetFullPathNameW.
+[[nodiscard]] bool IsRoot(const std::wstring& tstrPath);
 
 /// Creates a folder and the missing ones above it; true also when it is there already. False with the code of the first
 /// that could not be created.

@@ -117,7 +117,7 @@ Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSectio
         ::SetLastError(ERROR_SUCCESS);
         const DWORD cchRead = ::GetPrivateProfileSectionW(tstrSection.c_str(), buffer.get(), cch, tstrPath.c_str());
         if (cchRead == 0) {
-            // A system that leaves no code for a missing section means what Windows says of it.
+            // A system that leaves no code for a missing or an empty section means what Windows says of a missing one.
             const DWORD dwError = ::GetLastError();
             section.dwError = dwError != ERROR_SUCCESS ? dwError : ERROR_FILE_NOT_FOUND;
             return section;

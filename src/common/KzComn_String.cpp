@@ -44,6 +44,11 @@ std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName
     return EnsureBackslash(tstrFolder).append(tstrName);
 }
 
+std::wstring FolderBelow(const std::wstring& tstrFolder, std::wstring_view tstrName)
+{
+    return tstrFolder.empty() ? std::wstring() : EnsureBackslash(JoinPath(tstrFolder, tstrName));
+}
+
 const char* BaseName(const char* szPath) noexcept
 {
     const char* szName = szPath;
@@ -106,7 +111,9 @@ bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexc
 
 bool UlToStr(unsigned long ulValue, std::wstring& tstrText)
 {
-    return boost::conversion::try_lexical_convert(ulValue, tstrText);
+    if (boost::conversion::try_lexical_convert(ulValue, tstrText)) return true;
+    ::SetLastError(ERROR_INVALID_DATA);
+    return false;
 }
 
 DWORD ToDwordStrict(const std::wstring& tstrText) noexcept

@@ -22,6 +22,10 @@ namespace KzCommon::String {
 /// Whether a path begins with a drive and a backslash or names a share: it means the same from every current folder.
 [[nodiscard]] bool IsFullPath(std::wstring_view tstrPath) noexcept;
 
+/// The folder `tstrName` below `tstrFolder`, with its trailing backslash; below an empty folder, one that is not known,
+/// there is none.
+[[nodiscard]] std::wstring FolderBelow(const std::wstring& tstrFolder, std::wstring_view tstrName);
+
 /// A path as _wsplitpath_s takes it apart, every part with the runtime's limits (drive 2, others 255 characters).
 struct PathParts {
     wchar_t szDrive[_MAX_DRIVE] = {};
@@ -45,7 +49,8 @@ void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring
 /// Ordinal comparison without regard to case. CompareStringOrdinal.
 [[nodiscard]] bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept;
 
-/// The decimal text of a number; false when it cannot be made. Boost.LexicalCast.
+/// The decimal text of a number; false, with ERROR_INVALID_DATA left in GetLastError(), when it cannot
+/// be made. Boost.LexicalCast.
 [[nodiscard]] bool UlToStr(unsigned long ulValue, std::wstring& tstrText);
 
 /// Strictly decimal text (digits only, no sign, no blanks) to a number; 0 for any other text and for a number that does

@@ -18,7 +18,7 @@ public:
     [[nodiscard]] bool try_lock() noexcept { return ::TryEnterCriticalSection(&m_section) != FALSE; }
 
 private:
-    CRITICAL_SECTION m_section;
+    CRITICAL_SECTION m_section{};
 };
 
 }  // namespace KzCommon::Synchronize

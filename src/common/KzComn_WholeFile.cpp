@@ -1,6 +1,7 @@
 #include "common/KzComn_WholeFile.h"
 
 #include "common/KzComn_ByteArray.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 
 #include <cwchar>
@@ -18,23 +19,36 @@ namespace {
 /// The access rights of an existing file, for a new one that is to take its place.
 class AccessRightsOf {
 public:
-    explicit AccessRightsOf(const std::wstring& tstrPath)
+    /// False with the code when they cannot be read: the new file could then be open to more users than the old one.
+    [[nodiscard]] bool Read(const std::wstring& tstrPath, DWORD* pdwError)
     {
         DWORD cb = 0;
         ::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, nullptr, 0, &cb);
-        if (cb == 0) return;
+        if (cb == 0) return Fail(::GetLastError(), pdwError);
         m_descriptor.Allocate(cb);
-        if (::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, m_descriptor.Data(), cb, &cb)) {
-            m_attributes.lpSecurityDescriptor = m_descriptor.Data();
+        if (!::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, m_descriptor.Data(), cb, &cb)) {
+            return Fail(::GetLastError(), pdwError);
         }
+        m_attributes.lpSecurityDescriptor = m_descriptor.Data();
+        return true;
     }
     [[nodiscard]] SECURITY_ATTRIBUTES* Get() noexcept { return &m_attributes; }
 
 private:
     ByteArray m_descriptor;
-    // Without a descriptor the new file takes what its folder gives it.
     SECURITY_ATTRIBUTES m_attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };
+
+/// Removes what earlier runs left beside `tstrTarget` when they were ended half-way. The file of a run that still
+/// writes cannot be deleted.
+void RemoveLeftovers(const std::wstring& tstrTarget)
+{
+    const std::size_t uName = tstrTarget.find_last_of(L'\\') + 1;
+    const std::wstring tstrPattern = tstrTarget.substr(uName) +
+                                     L".????????"
+                                     L"-??.tmp";
+    static_cast<void>(Directory::DeleteFiles(tstrTarget.substr(0, uName), tstrPattern, nullptr));
+}
 
 /// A file that is gone with this object unless it took another's place.
 class TemporaryFile {
@@ -124,7 +138,9 @@ bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD
     const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
     if (dwAttributes == INVALID_FILE_ATTRIBUTES) return Fail(::GetLastError(), pdwError);
     if (dwAttributes & FILE_ATTRIBUTE_READONLY) return Fail(ERROR_ACCESS_DENIED, pdwError);
-    AccessRightsOf rights(tstrPath);
+    AccessRightsOf rights;
+    if (!rights.Read(tstrPath, pdwError)) return false;
+    RemoveLeftovers(tstrPath);
     constexpr DWORD kKept = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_ARCHIVE |
                             FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_ENCRYPTED;
     TemporaryFile temporary;

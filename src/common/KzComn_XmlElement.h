@@ -108,6 +108,7 @@ public:
     XmlDocument() : m_content(std::wstring()) {}
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
+    ~XmlDocument() = default;
 
     /// The root element; null only in a document that was not filled.
     [[nodiscard]] const XmlElement* GetRoot() const noexcept { return m_content.GetFirstChild(); }

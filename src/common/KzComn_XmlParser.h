@@ -19,7 +19,7 @@ class XmlParser {
 public:
     /// Deep enough for every document of the product, shallow enough for walkers that call themselves.
     static constexpr unsigned kMostLevels = 1000;
-    static constexpr std::size_t kMostBytes = 4 * 1024 * 1024;
+    static constexpr std::size_t kMostBytes = std::size_t{4} * 1024 * 1024;
 
     /// Reads and parses the file at `tstrPath`. Throws XmlException: without a position when the file cannot be read
     /// (ERROR_BAD_ARGUMENTS, 160, for an empty path; ERROR_FILE_TOO_LARGE, 223) or the library cannot be loaded, with

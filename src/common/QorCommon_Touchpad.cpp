@@ -84,7 +84,7 @@ std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
             KZ_TRACE(kTraceInfo, L"StrStr return NULL!!");
             continue;
         }
-        const std::wstring tstrVersion = DriverVersionOf(hDevices, device);
+        std::wstring tstrVersion = DriverVersionOf(hDevices, device);
         if (tstrVersion.empty()) continue;
         KZ_TRACE(kTraceInfo, L"Driver Info: %s %s", tstrDescription.c_str(), tstrVersion.c_str());
         return tstrVersion;

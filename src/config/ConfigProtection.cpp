@@ -92,7 +92,7 @@ private:
 
 bool ValueProtection::Open(std::wstring_view tstrKeyString, DWORD& dwError)
 {
-    Secret<std::array<UCHAR, kHashBytes>> key;
+    Secret<std::array<UCHAR, kHashBytes>> key{};
     wchar_t szMode[] = BCRYPT_CHAIN_MODE_GCM;
     m_hKey.Reset();
     return Hash(tstrKeyString, key.value, dwError) &&

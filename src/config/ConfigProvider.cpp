@@ -132,7 +132,8 @@ DWORD CConfigProvider::Write(Json::Value& request)
 {
     const std::optional<std::wstring> folder = TextOf(request.get("FilePath", {}));
     const std::optional<std::wstring> fileName = TextOf(request.get("FileName", {}));
-    if (!folder || folder->empty() || !fileName || !Storage::File::IsPlainName(*fileName)) {
+    if (!folder || folder->empty() || folder->find(L'\0') != std::wstring::npos || !fileName ||
+        !Storage::File::IsPlainName(*fileName)) {
         KZ_TRACE(kTraceError, L"*** CConfigProvider::Write() - the request names no file.");
         return Config::eBadRequest;
     }

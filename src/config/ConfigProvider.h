@@ -29,6 +29,7 @@ public:
     CConfigProvider() = default;
     CConfigProvider(const CConfigProvider&) = delete;
     CConfigProvider& operator=(const CConfigProvider&) = delete;
+    ~CConfigProvider() = default;
 
     /// Finds the product's install folder.
     [[nodiscard]] DWORD PreInitialize();

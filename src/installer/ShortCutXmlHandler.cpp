@@ -280,7 +280,7 @@ std::wstring ShortCutXmlHandler::IconOf(const Element& shortcut) const
     std::wstring tstrName = shortcut.GetAttribute(L"lnk").substr(0, kMostPathCharacters);
     const std::size_t uDot = tstrName.rfind(L'.');
     if (uDot == std::wstring::npos || !String::EqualsNoCase(tstrName.substr(uDot), L".exe")) return {};
-    const std::wstring tstrIcon = String::JoinPath(m_tstrInstallDir, tstrName.replace(uDot, 4, L".ico"));
+    std::wstring tstrIcon = String::JoinPath(m_tstrInstallDir, tstrName.replace(uDot, 4, L".ico"));
     if (!Storage::File::IsExisted(tstrIcon)) return {};
     KZ_TRACE(kTraceInfo, L"ShortCutXmlHandler::CreateShortCut(): change icon name [%s]", tstrIcon.c_str());
     return tstrIcon;

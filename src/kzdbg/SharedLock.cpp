@@ -34,6 +34,13 @@ HANDLE OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName
     return ::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str());
 }
 
+/// Whether the memory is really there: a section of that name that somebody else made may only be reserved.
+bool IsUsable(const void* pView, SIZE_T cb) noexcept
+{
+    MEMORY_BASIC_INFORMATION info{};
+    return ::VirtualQuery(pView, &info, sizeof(info)) != 0 && info.State == MEM_COMMIT && info.RegionSize >= cb;
+}
+
 }  // namespace
 
 SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMilliseconds)
@@ -50,11 +57,17 @@ SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMil
 
     if (!m_section) return;
     constexpr DWORD kReadAndWrite = FILE_MAP_READ | FILE_MAP_WRITE;
-    m_pUsers = static_cast<Users*>(::MapViewOfFile(m_section.get(), kReadAndWrite, 0, 0, sizeof(Users)));
-    if (!m_pUsers) return;
+    void* pView = ::MapViewOfFile(m_section.get(), kReadAndWrite, 0, 0, sizeof(Users));
+    if (!pView) return;
+    if (!IsUsable(pView, sizeof(Users))) {
+        ::UnmapViewOfFile(pView);
+        return;
+    }
+    m_pUsers = static_cast<Users*>(pView);
     ::InterlockedIncrement(&m_pUsers->lCount);
     // From here on nobody is alone; one who was may be in the middle of a line.
-    for (DWORD dwWaited = 0; m_pUsers->lBusyAlone && dwWaited < kPatienceMilliseconds; ++dwWaited) ::Sleep(1);
+    const ULONGLONG ullStart = ::GetTickCount64();
+    while (m_pUsers->lBusyAlone && ::GetTickCount64() - ullStart < kPatienceMilliseconds) ::Sleep(1);
 }
 
 SharedLock::~SharedLock()

@@ -59,16 +59,27 @@ void CreateFoldersOf(const std::wstring& tstrPath)
     }
 }
 
-/// Opens or creates a file for appending. 0 or the code, with `file` empty.
+/// Whether a file is the only name of itself. A link that somebody put into the folder could lead a line, written with
+/// full rights, anywhere.
+bool IsPlainFile(HANDLE hFile) noexcept
+{
+    BY_HANDLE_FILE_INFORMATION info{};
+    return ::GetFileInformationByHandle(hFile, &info) && !(info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+           info.nNumberOfLinks == 1;
+}
+
+/// Opens or creates a file for appending, a link excepted. 0 or the code, with `file` empty.
 DWORD OpenForAppend(const std::wstring& tstrPath, UniqueHandle& file)
 {
     file.reset();
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE hFile = ::CreateFileW(tstrPath.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr,
-                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (hFile == INVALID_HANDLE_VALUE) return ::GetLastError();
     file.reset(hFile);
-    return ERROR_SUCCESS;
+    if (IsPlainFile(hFile)) return ERROR_SUCCESS;
+    file.reset();
+    return ERROR_ACCESS_DENIED;
 }
 
 struct FileState {

@@ -12,7 +12,7 @@
 namespace KzDbg {
 
 /// Size in bytes at which a file is full: it gets no further line, and the next one goes to a new file.
-inline constexpr ULONGLONG kFullBytes = 10 * 1024 * 1024;
+inline constexpr ULONGLONG kFullBytes = ULONGLONG{10} * 1024 * 1024;
 /// How many full files are kept, as FILE.1 (the youngest) and so on.
 inline constexpr unsigned kKeptFiles = 3;
 

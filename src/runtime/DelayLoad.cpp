@@ -44,6 +44,7 @@ void Fill(FARPROC* ppfnSlot, FARPROC pfn) noexcept
 /// function that this Windows lacks ends the program, as it would have at its start. LoadLibraryExA, GetProcAddress.
 extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr pDescriptor, FARPROC* ppfnSlot)
 {
+    const DWORD dwLastError = ::GetLastError();  // the call that comes here may leave it alone
     const char* szLibrary = At<const char>(pDescriptor->rvaDLLName);
     // Loaded for good. Two threads that come here at once load it twice, which Windows counts.
     const HMODULE hModule = ::LoadLibraryExA(szLibrary, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
@@ -55,5 +56,6 @@ extern "C" FARPROC WINAPI __delayLoadHelper2(PCImgDelayDescr pDescriptor, FARPRO
     const FARPROC pfn = ::GetProcAddress(hModule, szFunction);
     if (!pfn) Fail(ERROR_PROC_NOT_FOUND, szFunction);
     Fill(ppfnSlot, pfn);
+    ::SetLastError(dwLastError);
     return pfn;
 }

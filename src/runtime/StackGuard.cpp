@@ -19,7 +19,7 @@ std::uintptr_t __stack_chk_guard = 0;
 }
 
 /// A checked copy would have run past the end of its buffer.
-[[noreturn]] void __chk_fail()
+[[gnu::noreturn]] void __chk_fail()
 {
     __stack_chk_fail();
 }

@@ -27,8 +27,8 @@ class Removal(unittest.TestCase):
 
     def test_now_and_at_the_restart(self):
         machine = self.machine_with(
-            '[QOR_DIR]\ndelete={InstalledDir}Old\ndelete={InstalledDir}Link\ndelete={InstalledDir}None\n'
-            'delete=Relative\\\n'
+            '[QOR_DIR]\ndelete={InstalledDir}Old\ndelete={InstalledDir}Link\\\\\ndelete={InstalledDir}None\n'
+            'delete=Relative\\\ndelete=C:\\\n'
             '[QOR_FILE]\ndelete_now={InstalledDir}*.tmp\ndelete={InstalledDir}a?.log\ndelete={ServiceLogDir}*\n'
             f'delete={BAD_PATTERN}\ndelete_now={BAD_PATTERN}\ndelete_now={{InstalledDir}}*.none\n',
             'a.tmp', 'b.TMP', 'b.tm', 'a1.log', 'a22.log', 'Sub\\c.tmp', 'Old\\1.txt', 'Old\\Ü\\deep\\2.txt',
@@ -45,7 +45,8 @@ class Removal(unittest.TestCase):
         self.assertEqual([
             f"!!! No files under directory '{PRODUCT}None'",
             "!!! No files under directory 'Relative\\'",
-            '!!! *** FrameworkDeployAgent::PerformFileOperation() - not a full path: [*]',
+            "!!! Failed to delete file 'C:\\*', error = 161.",
+            "!!! Failed to delete file '*', error = 161.",
             '!!! _MAX_PATH<strPath.length() --> 261. Cnnot do further.',
             '!!! _MAX_PATH<strPath.length() --> 261. Cannot do further.',
             f"!!! Failed to delete file '{PRODUCT}*.none', error = 2.",

@@ -58,8 +58,10 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         {pathOf(261), op_file_delete, "!!! _MAX_PATH<strPath.length() --> 261. Cnnot do further."},
         {pathOf(261), op_file_delete_now, "!!! _MAX_PATH<strPath.length() --> 261. Cannot do further."},
         {L"C:\\" + std::wstring(256, L'n'), op_file_delete_now, "!!! Failed to do _tsplitpath_s(), error code = 111."},
-        {L"*.*", op_file_delete_now, "not a full path: [*.*]"},
-        {L"{InteractiveLogDir}*.log", op_file_delete, "not a full path: [*.log]"},
+        {L"*.*", op_file_delete_now, "!!! Failed to delete file '*.*', error = 161."},
+        {L"C:\\", op_dir_delete, "!!! Failed to delete file 'C:\\*', error = 161."},
+        {L"new", op_dir_add, "!!! Failed to create directory 'new', error = 161."},
+        {L"{InteractiveLogDir}*.log", op_file_delete, "!!! Failed to delete file '*.log', error = 161."},
     };
     for (const auto& row : rows) {
         m_trace.Clear();
