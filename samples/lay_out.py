@@ -69,6 +69,8 @@ def lay_out(machine, language='EN-US', install=PRODUCT):
             machine.write(row.source, row.new)
 
     names = folders(install)
+    # An old link of a name that the update's description has as well: it is not removed but replaced.
+    machine.write(names['desktop'] + 'New password.lnk', 'old content')
     _copy_tree(machine, HERE / 'installed', install)
     _copy_tree(machine, HERE / 'update' / 'Setting', names['share'] + 'Setting\\')
     _copy_tree(machine, HERE / 'update' / 'Resource', names['share'] + 'Resource\\')

@@ -31,6 +31,7 @@ LANGUAGES = {
         'greeting': 'Welcome to Kazmere Qorvault',
         'links': (
             ('{desktop}Kazmere Qorvault', 'Qorvault.exe', 'Qorvault.ico', '/open', 'Opens your passwords'),
+            ('{desktop}New password', 'Qorvault.exe', 'Qorvault.ico', '/generate', 'Makes a new password'),
             ('{programs}Kazmere Qorvault\\Kazmere Qorvault', 'Qorvault.exe', 'Qorvault.ico', '',
              'Opens your passwords'),
             ('{programs}Kazmere Qorvault\\Help\\Read me', 'readme.htm', 'Qorvault.exe', '', 'What is new'),
@@ -46,6 +47,7 @@ LANGUAGES = {
         'greeting': 'Willkommen bei Kazmere Qorvault – schön, dass Sie da sind',
         'links': (
             ('{desktop}Kazmere Qorvault', 'Qorvault.exe', 'Qorvault.ico', '/open', 'Öffnet Ihre Kennwörter'),
+            ('{desktop}New password', 'Qorvault.exe', 'Qorvault.ico', '/generate', 'Erzeugt ein Kennwort'),
             ('{programs}Kazmere Qorvault\\Kazmere Qorvault', 'Qorvault.exe', 'Qorvault.ico', '',
              'Öffnet Ihre Kennwörter'),
             ('{programs}Kazmere Qorvault\\Hilfe\\Bitte lesen – Änderungen', 'readme.htm', 'Qorvault.exe', '',

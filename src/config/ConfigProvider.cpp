@@ -162,5 +162,6 @@ bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, co
     const auto itType = m_types.find(strTag);
     const Config::Default* pDefault = Config::FindDefault(*path);
     const Config::Type eKnown = pDefault ? pDefault->eType : Config::Type::eString;
-    return store.Write(*path, Config::FromTransit(*text), itType != m_types.end() ? itType->second : eKnown);
+    return store.Write(*path, Config::FromTransit(*text), itType != m_types.end() ? itType->second : eKnown,
+                       pDefault && pDefault->bProtected);
 }

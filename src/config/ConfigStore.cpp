@@ -117,7 +117,7 @@ ConfigStore::Found ConfigStore::Read(const TagPath& path, Value& value, Type& eT
     return Found::eValue;
 }
 
-bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType)
+bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType, bool bNewProtected)
 {
     Secret<std::wstring> clear;
     if (!Clear(path, value, clear)) return false;
@@ -131,7 +131,7 @@ bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType)
         return false;
     }
     if (cLeft > 0) {
-        pElement = Create(path, eNewType, value.bProtected);
+        pElement = Create(path, eNewType, value.bProtected || bNewProtected);
     } else if (pElement->GetFirstChild()) {
         KZ_TRACE(kTraceError, L"*** ConfigStore::Write() - [%s] is a section.", path.Text().c_str());
         return false;

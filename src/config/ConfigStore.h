@@ -25,12 +25,13 @@ public:
     /// its type or fails its authentication, so that neither garbage nor a secret left in clear gets out.
     [[nodiscard]] Found Read(const TagPath& path, Value& value, Type& eType) const;
 
-    /// Writes one setting. A missing element is created, as one of type `eNewType`, protected when the value is. A
+    /// Writes one setting. A missing element is created, as one of type `eNewType`, protected when the value is or
+    /// `bNewProtected` says so. A
     /// protected value goes into a protected element as it is and into another one in clear; a clear value is protected
     /// where the element is. False, with the setting left as it was, when the value does not fit the element's type,
     /// fails its authentication or cannot stand in XML, and when the path is that of a section or leads through a
     /// value.
-    [[nodiscard]] bool Write(const TagPath& path, const Value& value, Type eNewType);
+    [[nodiscard]] bool Write(const TagPath& path, const Value& value, Type eNewType, bool bNewProtected);
 
     /// Replaces the file when a setting has changed since Open.
     [[nodiscard]] bool Save();

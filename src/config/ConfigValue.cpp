@@ -30,7 +30,7 @@ constexpr Default kDefaults[] = {
     {L"/ProxySettings/Server", Type::eString, L""},
     {L"/ProxySettings/Port", Type::eInt, L"8080"},
     {L"/ProxySettings/UserName", Type::eString, L""},
-    {L"/ProxySettings/Password", Type::eString, L""},
+    {L"/ProxySettings/Password", Type::eString, L"", true},
     {L"/UpdateServer/Address", Type::eString, L"https://update.kazmere.example/qorvault/"},
     {L"/FeedbackServer/Address", Type::eString, L"https://feedback.kazmere.example/qorvault/"},
 };

@@ -58,6 +58,7 @@ struct Default {
     const wchar_t* szTagPath;
     Type eType;
     const wchar_t* szValue;
+    bool bProtected = false;  // an element made for it is
 };
 
 /// Null for a tag without a built-in default.
