@@ -24,12 +24,6 @@ std::wstring TraceRecorder::LibraryFolder()
     return Process::ProgramFolder() + L"..\\bin\\standins\\";
 }
 
-std::vector<std::wstring> TraceRecorder::Lines() const
-{
-    const std::lock_guard lock(m_lock);
-    return m_lines;
-}
-
 std::vector<std::string> TraceRecorder::Messages() const
 {
     std::vector<std::string> messages;
@@ -43,37 +37,23 @@ std::vector<std::string> TraceRecorder::Messages() const
     return messages;
 }
 
-void TraceRecorder::Clear()
-{
-    const std::lock_guard lock(m_lock);
-    m_lines.clear();
-}
-
 DWORD TraceRecorder::OnInitialize(void** ppTrace, const DebugLogConfig* pConfig)
 {
-    ++m_cInitialize;
     m_config = *pConfig;
-    *ppTrace = m_pTrace;
+    *ppTrace = this;
     return m_dwInitializeResult;
 }
 
 DWORD TraceRecorder::OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine)
 {
-    if (pTrace != m_pTrace || !pTime || pTime->wYear == 0) return ERROR_INVALID_PARAMETER;
-    if (++m_cInside > 1) m_bOverlap = true;
-    ::Sleep(0);  // lets another thread in, if anything does
-    {
-        const std::lock_guard lock(m_lock);
-        m_lines.emplace_back(szLine);
-    }
-    --m_cInside;
-    return m_dwTraceResult;
+    if (pTrace != this || !pTime || pTime->wYear == 0) return ERROR_INVALID_PARAMETER;
+    m_lines.emplace_back(szLine);
+    return ERROR_SUCCESS;
 }
 
 DWORD TraceRecorder::OnUninitialize(void* pTrace)
 {
-    ++m_cUninitialize;
-    return pTrace == m_pTrace ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    return pTrace == this ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
 void TraceRecorder::SetSink(TraceSink* pSink) const

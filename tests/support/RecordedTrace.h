@@ -9,8 +9,6 @@
 #include "support/TempFolder.h"
 #include "support/dll/KzDbg64/TraceSink.h"
 
-#include <atomic>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -26,22 +24,14 @@ public:
     [[nodiscard]] static std::wstring LibraryFolder();
 
     /// The lines as they were handed over, line ends included.
-    [[nodiscard]] std::vector<std::wstring> Lines() const;
+    [[nodiscard]] const std::vector<std::wstring>& Lines() const noexcept { return m_lines; }
     /// The lines in UTF-8 as "TAG message", without time, ids, module and place; TAG is ".w." for level 1, "@@@" for
     /// 16, "!!!" for 256.
     [[nodiscard]] std::vector<std::string> Messages() const;
-    void Clear();
+    void Clear() { m_lines.clear(); }
 
-    // What the library answers.
-    DWORD m_dwInitializeResult = ERROR_SUCCESS;
-    void* m_pTrace = this;
-    DWORD m_dwTraceResult = ERROR_SUCCESS;
-
-    // What it was called with.
-    DebugLogConfig m_config{};
-    int m_cInitialize = 0;
-    int m_cUninitialize = 0;
-    std::atomic<bool> m_bOverlap = false;  // two lines were handed over at once
+    DebugLogConfig m_config{};                   // what the library was opened with
+    DWORD m_dwInitializeResult = ERROR_SUCCESS;  // what it answers to that
 
 private:
     DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
@@ -50,9 +40,7 @@ private:
     void SetSink(TraceSink* pSink) const;
 
     KzCommon::UniqueModule m_hModule;
-    mutable std::mutex m_lock;
     std::vector<std::wstring> m_lines;
-    std::atomic<int> m_cInside = 0;
 };
 
 /// Opens the process-wide trace with the stand-in library, module "Test", and closes it when it goes. Its settings come

@@ -37,18 +37,27 @@ std::optional<RawValue> ReadRaw(HKEY hRoot, const std::wstring& tstrPath, const 
 {
     UniqueRegistryKey key;
     if (::RegOpenKeyExW(hRoot, tstrPath.c_str(), 0, KEY_QUERY_VALUE, key.Receive()) != ERROR_SUCCESS) return {};
-    RawValue value;
-    DWORD cb = 0;
-    if (::RegQueryValueExW(key.Get(), tstrName.c_str(), nullptr, &value.dwType, nullptr, &cb) != ERROR_SUCCESS) {
-        return {};
-    }
+    RawValue value{REG_NONE, std::string(0x10000, '\0')};
+    DWORD cb = 0x10000;
+    const LSTATUS lError = ::RegQueryValueExW(key.Get(), tstrName.c_str(), nullptr, &value.dwType,
+                                              reinterpret_cast<BYTE*>(value.strBytes.data()), &cb);
+    EXPECT_TRUE(lError == ERROR_SUCCESS || lError == ERROR_FILE_NOT_FOUND) << lError;
+    if (lError != ERROR_SUCCESS) return {};
     value.strBytes.resize(cb);
-    BYTE* pbData = reinterpret_cast<BYTE*>(value.strBytes.data());
-    EXPECT_EQ(ERROR_SUCCESS, ::RegQueryValueExW(key.Get(), tstrName.c_str(), nullptr, nullptr, pbData, &cb));
     return value;
 }
 
 RawValue RawText(const std::wstring& tstrText, DWORD dwType)
 {
     return {dwType, {reinterpret_cast<const char*>(tstrText.c_str()), (tstrText.size() + 1) * sizeof(wchar_t)}};
+}
+
+RawValue RawNumber(ULONGLONG ullNumber, DWORD dwType)
+{
+    return {dwType, {reinterpret_cast<const char*>(&ullNumber), dwType == REG_QWORD ? 8U : 4U}};
+}
+
+void WriteProduct(const std::wstring& tstrName, const std::wstring& tstrText)
+{
+    WriteRaw(HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", tstrName, RawText(tstrText));
 }

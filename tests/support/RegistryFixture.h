@@ -34,6 +34,10 @@ void WriteRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstr
 [[nodiscard]] std::optional<RawValue> ReadRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName);
 /// The value that a text of that type is stored as, its terminating zero included.
 [[nodiscard]] RawValue RawText(const std::wstring& tstrText, DWORD dwType = REG_SZ);
+/// The value that a number is stored as: REG_DWORD or REG_QWORD.
+[[nodiscard]] RawValue RawNumber(ULONGLONG ullNumber, DWORD dwType = REG_DWORD);
+/// Stores a text below the product's key.
+void WriteProduct(const std::wstring& tstrName, const std::wstring& tstrText);
 
 /// A test that works on the redirected registry.
 class RegistryTest : public ::testing::Test {

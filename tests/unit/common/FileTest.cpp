@@ -1,85 +1,41 @@
 #include "common/KzComn_File.h"
-#include "common/KzComn_Handle.h"
+#include "common/KzComn_FileName.h"
 #include "common/KzComn_String.h"
 #include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
 
+using namespace KzCommon;
 using namespace KzCommon::Storage;
 using ::testing::ElementsAre;
 
-namespace {
-
-class FileTest : public ::testing::Test {
-protected:
-    TempFolder m_folder;
-    DWORD m_dwError = ERROR_SUCCESS;
-};
-
-TEST_F(FileTest, ExistenceTellsFilesFromFolders)
+TEST(File, FoldersAreCreatedWithTheirParentsAndToldFromFiles)
 {
-    m_folder.Write(L"dir\\file", "");
-    const std::pair<std::wstring, DWORD> rows[] = {{m_folder.PathOf(L"dir\\file"), ERROR_SUCCESS},
-                                                   {m_folder.PathOf(L"dir"), ERROR_DIRECTORY},
-                                                   {m_folder.PathOf(L"dir\\"), ERROR_DIRECTORY},
-                                                   {m_folder.PathOf(L"dir\\none"), ERROR_FILE_NOT_FOUND},
-                                                   {L"", ERROR_BAD_ARGUMENTS}};
-    for (const auto& [tstrPath, dwCode] : rows) {
-        m_dwError = ERROR_SUCCESS;
-        EXPECT_EQ(dwCode == ERROR_SUCCESS, File::IsExisted(tstrPath, &m_dwError));
-        EXPECT_EQ(dwCode, m_dwError) << KzCommon::String::ToUtf8(tstrPath);
-        EXPECT_EQ(dwCode == ERROR_DIRECTORY, Directory::IsExisted(tstrPath)) << KzCommon::String::ToUtf8(tstrPath);
+    const TempFolder folder;
+    folder.Write(L"dir\\file", "");
+    const std::tuple<std::wstring, bool, DWORD> rows[] = {// clang-format off
+        {folder.PathOf(L"a\\b\\"), true, ERROR_DIRECTORY}, {folder.PathOf(L"a\\b"), true, ERROR_DIRECTORY},
+        {folder.PathOf(L"e\\\\f\\\\"), true, ERROR_DIRECTORY}, {L"C:\\", true, ERROR_DIRECTORY},
+        {folder.PathOf(L"dir\\file"), false, 0}, {folder.PathOf(L"dir\\file\\g"), false, ERROR_PATH_NOT_FOUND},
+        {L"Q:\\none\\such", false, ERROR_PATH_NOT_FOUND}, {L"", false, ERROR_BAD_ARGUMENTS}};  // clang-format on
+    for (const auto& [tstrPath, bCreated, dwExists] : rows) {
+        DWORD dwError = 0;
+        EXPECT_EQ(bCreated, Directory::Create(tstrPath, nullptr, &dwError)) << String::ToUtf8(tstrPath);
+        EXPECT_EQ(bCreated, dwError == 0);
+        dwError = 0;
+        EXPECT_EQ(dwExists == 0, File::IsExisted(tstrPath, &dwError)) << String::ToUtf8(tstrPath);
+        EXPECT_EQ(dwExists, dwError) << String::ToUtf8(tstrPath);
+        EXPECT_EQ(bCreated, Directory::IsExisted(tstrPath)) << String::ToUtf8(tstrPath);
     }
+    EXPECT_THAT(folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"dir\\", L"dir\\file", L"e\\", L"e\\f\\"));
 }
 
-TEST_F(FileTest, CopyReplacesOnlyWhenAsked)
+TEST(File, OnlyNamesThatStayInTheirFolderArePlain)
 {
-    const std::wstring tstrSource = m_folder.Write(L"source", "new");
-    const std::wstring tstrTarget = m_folder.Write(L"target", "old");
-    EXPECT_FALSE(File::Copy(tstrTarget, tstrSource, false, &m_dwError));
-    EXPECT_TRUE(m_dwError == ERROR_FILE_EXISTS || m_dwError == ERROR_ALREADY_EXISTS) << m_dwError;
-    EXPECT_EQ("old", m_folder.Read(L"target"));
-    EXPECT_TRUE(File::Copy(tstrTarget, tstrSource, true, &m_dwError));
-    EXPECT_EQ("new", m_folder.Read(L"target"));
-    for (const auto& [tstrTo, tstrFrom] : {std::pair(tstrTarget, L""), std::pair(std::wstring(), L"C:\\source")}) {
-        EXPECT_FALSE(File::Copy(tstrTo, tstrFrom, true, &m_dwError));
-        EXPECT_EQ(DWORD{ERROR_BAD_ARGUMENTS}, m_dwError);
-    }
+    const wchar_t* const plain[] = {L"Kazmere Qorvault", L"a..b", L".hidden", L"CONsole", L"COM0", L"COM10"};
+    const wchar_t* const others[] = {// clang-format off
+        L"", L".", L"..", L".. .", L"  ", L"a\\b", L"..\\b", L"a/b", L"C:", L"a:stream", L"a*", L"a?", L"a\nb", L"a<",
+        L"nul", L"NUL.txt", L"Com1", L"lpt9 .x", L"CONIN$"};  // clang-format on
+    for (const wchar_t* szName : plain) EXPECT_TRUE(File::IsPlainName(szName)) << String::ToUtf8(szName);
+    for (const wchar_t* szName : others) EXPECT_FALSE(File::IsPlainName(szName)) << String::ToUtf8(szName);
 }
-
-TEST_F(FileTest, FoldersAreCreatedWithTheirParents)
-{
-    m_folder.Write(L"file", "");
-    const std::pair<std::wstring, bool> rows[] = {{m_folder.PathOf(L"a\\b\\c\\"), true},
-                                                  {m_folder.PathOf(L"a\\b\\c"), true},
-                                                  {L"C:\\", true},
-                                                  {m_folder.PathOf(L"e\\\\f\\\\"), true},
-                                                  {m_folder.PathOf(L"file\\g"), false},
-                                                  {L"", false},
-                                                  {L"Q:\\none\\such", false}};
-    for (const auto& [tstrPath, bOk] : rows) {
-        m_dwError = ERROR_SUCCESS;
-        EXPECT_EQ(bOk, Directory::Create(tstrPath, nullptr, &m_dwError)) << KzCommon::String::ToUtf8(tstrPath);
-        EXPECT_EQ(bOk, m_dwError == ERROR_SUCCESS) << m_dwError;
-    }
-    EXPECT_THAT(m_folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"a\\b\\c\\", L"e\\", L"e\\f\\", L"file"));
-}
-
-TEST_F(FileTest, DeletingTriesAllThatMatchAndReportsTheFirstFailure)
-{
-    for (const wchar_t* szName : {L"1.txt", L"2.txt", L"3.txt", L"dir.txt\\4.txt", L"keep.log"}) {
-        m_folder.Write(szName, "");
-    }
-    ::SetFileAttributesW(m_folder.PathOf(L"1.txt").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    KzCommon::UniqueFile open(
-        ::CreateFileW(m_folder.PathOf(L"2.txt").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    EXPECT_FALSE(Directory::DeleteFiles(m_folder.Path(), L"*.txt", &m_dwError));
-    EXPECT_EQ(DWORD{ERROR_SHARING_VIOLATION}, m_dwError);
-    EXPECT_THAT(m_folder.List(), ElementsAre(L"2.txt", L"dir.txt\\", L"dir.txt\\4.txt", L"keep.log"));
-    open.Reset();
-    EXPECT_TRUE(Directory::DeleteFiles(m_folder.Path(), L"*.txt", &m_dwError));
-    EXPECT_FALSE(Directory::DeleteFiles(m_folder.Path(), L"*.txt", &m_dwError)) << "a folder is no file";
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, m_dwError);
-}
-
-}  // namespace

@@ -5,50 +5,20 @@
 
 #include <wtsapi32.h>
 
-#include <cstdlib>
-#include <initializer_list>
+#include <filesystem>
+#include <fstream>
 
-namespace {
-
-std::wstring TextOf(const wchar_t* sz, DWORD cb)
+extern "C" BOOL WINAPI WTSSendMessageW(HANDLE, DWORD, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage, DWORD cbMessage,
+                                       DWORD dwStyle, DWORD, DWORD* pdwAnswer, BOOL bWait)
 {
-    return {sz, cb / sizeof(wchar_t)};
-}
+    const std::wstring facts[] = {L"title: " + std::wstring(szTitle, cbTitle / sizeof(wchar_t)),
+                                  L"message: " + std::wstring(szMessage, cbMessage / sizeof(wchar_t)),
+                                  L"style: " + std::to_wstring(dwStyle), bWait ? L"wait: yes" : L"wait: no"};
+    for (const std::wstring& tstrFact : facts) RecordLine(BesideModule(nullptr, L"wtsapi32.log"), tstrFact);
 
-DWORD WaitForAnswer()
-{
-    const std::wstring tstrPath = BesideModule(nullptr, L"wtsapi32.answer");
-    for (;; ::Sleep(20)) {
-        const KzCommon::UniqueFile file(
-            ::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-        char szAnswer[16] = {};
-        DWORD cbRead = 0;
-        if (!file || !::ReadFile(file.Get(), szAnswer, sizeof(szAnswer) - 1, &cbRead, nullptr)) return 0;
-        if (cbRead > 0) return std::strtoul(szAnswer, nullptr, 10);
-    }
-}
-
-}  // namespace
-
-extern "C" BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage,
-                                       DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pdwAnswer, BOOL bWait)
-{
-    const std::pair<const wchar_t*, std::wstring> facts[] = {
-        {L"server", hServer == WTS_CURRENT_SERVER_HANDLE ? L"local" : L"remote"},
-        {L"session", dwSession == ::WTSGetActiveConsoleSessionId() ? L"console" : std::to_wstring(dwSession)},
-        {L"title", TextOf(szTitle, cbTitle)},
-        {L"title bytes", std::to_wstring(cbTitle)},
-        {L"message", TextOf(szMessage, cbMessage)},
-        {L"message bytes", std::to_wstring(cbMessage)},
-        {L"style", std::to_wstring(dwStyle)},
-        {L"timeout", std::to_wstring(dwTimeout)},
-        {L"wait", bWait ? L"yes" : L"no"},
-    };
-    const std::wstring tstrLog = BesideModule(nullptr, L"wtsapi32.log");
-    for (const auto& [szName, tstrValue] : facts) RecordLine(tstrLog, szName + (L": " + tstrValue));
-    const DWORD dwAnswer = WaitForAnswer();
-    RecordLine(tstrLog, L"answer: " + std::to_wstring(dwAnswer));
-    *pdwAnswer = dwAnswer;
-    if (dwAnswer == 0) ::SetLastError(ERROR_CTX_WINSTATION_NOT_FOUND);
-    return dwAnswer != 0;
+    const std::filesystem::path answer = BesideModule(nullptr, L"wtsapi32.answer");
+    *pdwAnswer = 0;
+    while (std::filesystem::exists(answer) && !(std::ifstream(answer) >> *pdwAnswer)) ::Sleep(20);
+    if (*pdwAnswer == 0) ::SetLastError(ERROR_CTX_WINSTATION_NOT_FOUND);
+    return *pdwAnswer != 0;
 }

@@ -5,6 +5,7 @@
 #include <shlobj.h>
 
 #include <string>
+#include <vector>
 
 // {A2A9545D-A0C2-42B4-9708-A0B2BADD77C8}
 inline constexpr CLSID kStartMenuPinClass = {
@@ -14,21 +15,17 @@ inline constexpr CLSID kStartMenuPinClass = {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks.
-class PinRecorder : public IClassFactory, public IStartMenuPinnedList {
+/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks. Refuses
+/// every removal after having noted it.
+class PinRecorder final : public IClassFactory, public IStartMenuPinnedList {
 public:
-    virtual ~PinRecorder() = default;
-
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** ppv) override
     {
         *ppv = nullptr;
         if (IsEqualIID(iid, IID_IStartMenuPinnedList)) *ppv = static_cast<IStartMenuPinnedList*>(this);
-        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+        if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory))
             *ppv = static_cast<IClassFactory*>(this);
-        }
-        if (!*ppv) return E_NOINTERFACE;
-        AddRef();
-        return S_OK;
+        return *ppv ? (AddRef(), S_OK) : E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++m_cReferences; }
     ULONG STDMETHODCALLTYPE Release() override { return --m_cReferences; }
@@ -42,18 +39,15 @@ public:
     HRESULT STDMETHODCALLTYPE RemoveFromList(IShellItem* pItem) override
     {
         wchar_t* szPath = nullptr;
-        const HRESULT hr = pItem->GetDisplayName(SIGDN_FILESYSPATH, &szPath);
-        if (FAILED(hr)) return hr;
-        const std::wstring tstrPath = szPath;
+        if (FAILED(pItem->GetDisplayName(SIGDN_FILESYSPATH, &szPath))) return E_INVALIDARG;
+        const bool bThere = ::GetFileAttributesW(szPath) != INVALID_FILE_ATTRIBUTES;
+        m_removed.push_back((bThere ? L"" : L"too late: ") + std::wstring(szPath));
         ::CoTaskMemFree(szPath);
-        return OnRemove(tstrPath);
+        return E_FAIL;
     }
 
     ULONG m_cReferences = 0;
-
-private:
-    /// Told the path of an item; what it returns is the answer.
-    virtual HRESULT OnRemove(const std::wstring& tstrPath) = 0;
+    std::vector<std::wstring> m_removed;
 };
 
 #pragma GCC diagnostic pop
