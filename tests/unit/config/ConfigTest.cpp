@@ -1,0 +1,190 @@
+#include "common/KzComn_String.h"
+#include "config/ConfigProvider.h"
+#include "support/RecordedTrace.h"
+#include "support/RegistryFixture.h"
+
+#include <gmock/gmock.h>
+#include <json/reader.h>
+
+using namespace testing;
+using KzCommon::String::ToUtf8;
+
+namespace {
+
+constexpr DWORD kQuery = CConfigProvider::kQuery, kWrite = CConfigProvider::kWrite, kRefused = 0x10000008;
+const wchar_t kTarget[] = L"new\\config.xml";
+
+/// JSON written with single quotes.
+Json::Value FromText(std::string strJson)
+{
+    std::replace(strJson.begin(), strJson.end(), '\'', '"');
+    Json::Value value;
+    std::istringstream(strJson) >> value;
+    return value;
+}
+
+std::string Document(const std::string& strRootContent)
+{
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Config>" + strRootContent + "</Config>";
+}
+
+class ConfigTest : public RegistryTest {
+protected:
+    ConfigTest()
+    {
+        WriteProduct(L"ProductPath", m_install.Path());
+        EXPECT_EQ(m_provider.PreInitialize() + m_provider.Initialize(), 0U);
+        EXPECT_TRUE(m_protection.Open(Config::kStoreKey, m_dwError));
+    }
+    [[nodiscard]] std::wstring Protected(const std::wstring& tstrClear)
+    {
+        std::wstring tstrText;
+        EXPECT_TRUE(m_protection.Protect(tstrClear, tstrText, m_dwError));
+        return tstrText;
+    }
+    /// Queries tags out of an installed file, or writes them into one that holds `strDocument` before.
+    DWORD Send(DWORD dwMessage, const std::string& strDocument, Json::Value& data)
+    {
+        if (!strDocument.empty()) m_install.Write(dwMessage == kQuery ? L"config.xml" : kTarget, strDocument);
+        Json::Value request = FromText("{'FileName':'config.xml'}");
+        request["Data"] = data;
+        request["FilePath"] = ToUtf8(m_install.PathOf(L"new"));
+        const DWORD dwResult = m_provider.MessageProc(dwMessage, request);
+        data = request["Data"];
+        return dwResult;
+    }
+    [[nodiscard]] std::string Target() const { return m_install.Read(kTarget).value_or(""); }
+
+    TempFolder m_install;
+    RecordedTrace m_trace;
+    CConfigProvider m_provider;
+    Config::ValueProtection m_protection;
+    DWORD m_dwError = ERROR_SUCCESS;
+    Config::Secret<std::wstring> m_clear;
+};
+
+}  // namespace
+
+TEST_F(ConfigTest, ProtectedValuesComeBackAndNoTwoTextsAreAlike)
+{
+    for (const std::wstring& tstrClear : {std::wstring(L"x"), std::wstring(L"p\x00E4ss \xD83D\xDD11"),
+                                          std::wstring(L"a\0b", 3), std::wstring(100'000, L's')}) {
+        const std::wstring tstrText = Protected(tstrClear);
+        EXPECT_NE(tstrText, Protected(tstrClear));
+        EXPECT_EQ(tstrText.find_first_of(L"\r\n"), std::wstring::npos);
+        EXPECT_TRUE(m_protection.Unprotect(tstrText, m_clear, m_dwError) && m_clear.value == tstrClear);
+    }
+    // Files of installed products must stay readable: made with another implementation, nonce 00 01 ... 0B.
+    EXPECT_TRUE(m_protection.Unprotect(L"AAECAwQFBgcICQoLdGJe4AdZrks2Rh0EI2eJX9yzAiygF72tD8ow", m_clear, m_dwError));
+    EXPECT_EQ(m_clear.value, L"geheim \xD83D\xDD11");
+}
+
+TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
+{
+    const std::wstring tstrText = Protected(L"secret");
+    // The last character before "==" has bits that stand for nothing.
+    for (std::size_t uAt = 0; uAt + 3 < tstrText.size(); ++uAt) {
+        std::wstring tstrChanged = tstrText;
+        tstrChanged[uAt] = tstrChanged[uAt] == L'A' ? L'B' : L'A';
+        EXPECT_FALSE(m_protection.Unprotect(tstrChanged, m_clear, m_dwError)) << uAt;
+        EXPECT_EQ(m_dwError, 0xC000A002) << "the tag does not match";
+    }
+    EXPECT_FALSE(m_protection.Unprotect(tstrText.substr(4), m_clear, m_dwError) || !m_clear.value.empty());
+}
+
+TEST_F(ConfigTest, QueryGivesTheValueTheDefaultOrNull)
+{
+    const std::tuple<std::string, const char*, const char*> rows[] = {
+        // clang-format off
+        {"<!-- --><a><b type='string'> x&amp;\xC3\xA4 </b></a>", "/A/B", " x&\xC3\xA4 "},
+        {"<A><B>first</B><B>second</B></A><A><C>third</C></A>", "/A/B", "first"},
+        {"<A/><A><C>third</C></A>", "/A/C", nullptr}, {"<A><B type='int'> -12\n</B></A>", "A//B", "-12"},
+        {"<A><B type='bool'>1</B></A>", "/A/B", "1"}, {"<A><B/></A>", "/A/B", ""}, {"<A><B>x</B></A>", "/A", nullptr},
+        {"<A>{protected}x</A>", "/A", "{clear}{protected}x"}, {"<A>{clear}x</A>", "/A", "{clear}{clear}x"},
+        {"<A protected='1'/>", "/A", "{protected}"}, {"<A/>", "", nullptr}, {"", "/FeedbackServer", nullptr},
+        {"<ProxySettings><Port>1</Port></ProxySettings>", "/ProxySettings/Port", "1"},
+        {"<A/>", "/proxysettings/ENABLE", "0"}, {"", "/FeedbackServer/Address", "https://feedback.kazmere.example/qorvault/"},
+        {"<A protected='1'>hunter2</A>", "/A", "refused"}, {"<A type='date'>1</A>", "/A", "refused"},
+        {"<A type='int'>twelve</A>", "/A", "refused"}, {"<A type='int'>+1</A>", "/A", "refused"},
+        {"<A type='int'>9223372036854775808</A>", "/A", "refused"}, {"<A type='bool'>true</A>", "/A", "refused"}};
+    // clang-format on
+    for (const auto& [strContent, szTag, szValue] : rows) {
+        SCOPED_TRACE(strContent + " " + szTag);
+        const bool bRefused = szValue && szValue == std::string("refused");
+        Json::Value data = FromText("{'other':'','" + std::string(szTag) + "':''}");
+        EXPECT_EQ(Send(kQuery, Document(strContent + "<other>o</other>"), data), bRefused ? kRefused : 0U);
+        EXPECT_EQ(data[szTag], szValue && !bRefused ? Json::Value(szValue) : Json::Value());
+        EXPECT_EQ(data["other"], "o");
+    }
+    EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
+}
+
+TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
+{
+    const std::string strBefore =
+        "\n  <!-- kept --><a z='1' type='int'>1</a>\n  <B><C>x</C>\n<C>2nd</C></B> <D type='bool'>0</D>\n";
+    const std::tuple<const char*, std::string, const char*, DWORD> rows[] = {
+        // clang-format off
+        {"{'/A':'-5'}", ">1<", ">-5<", 0}, {"{'/b/c':'<new> '}", ">x<", ">&lt;new&gt; <", 0},
+        {"{'/D':'1','/A':null}", ">0<", ">1<", 0}, {"{'/B/C':'{clear}{protected}x'}", ">x<", ">{protected}x<", 0},
+        {"{'/D':'1','/A':'','/B':'x','/B/C/X':'x'}", ">0<", ">1<", kRefused},
+        {"{'/D':'1','/A':5,'':'x','/B/C':'\\u0001'}", ">0<", ">1<", kRefused},
+        {"{'/D':'1','/A b/C':'x','/A':'{protected}AAAA'}", ">0<", ">1<", kRefused},
+        {"{'/New/Sub':'n'}", "</D>", "</D>\n  <New><Sub>n</Sub></New>", 0},
+        {"{'/ProxySettings/Port':'1'}", "</D>", "</D>\n  <ProxySettings><Port type='int'>1</Port></ProxySettings>", 0},
+        {"{'/A':'1','/b/c':'x','/D':null}", "", "", 0}};  // clang-format on
+    for (const auto& [szData, strReplaced, szBy, dwResult] : rows) {
+        SCOPED_TRACE(szData);
+        Json::Value data = FromText(szData);
+        EXPECT_EQ(Send(kWrite, Document(strBefore), data), dwResult);
+        std::string strExpected = strBefore;
+        strExpected.replace(strExpected.find(strReplaced), strReplaced.size(), szBy);
+        // Without a change not even the quotation marks change.
+        if (*szBy) std::replace(strExpected.begin(), strExpected.end(), '\'', '"');
+        EXPECT_EQ(Target(), Document(strExpected));
+    }
+}
+
+TEST_F(ConfigTest, ASecretIsMergedWithoutBeingSeenOrChangedTwice)
+{
+    const std::string strTag = "<P protected=\"1\">", strOld = ToUtf8(Protected(L"hunter2"));
+    const std::string strShipped = Document(strTag + ToUtf8(Protected(L"shipped")) + "</P><C protected=\"1\"/>");
+    Json::Value data = FromText("{'/P':'','/C':'','/T':''}");
+    const std::string strInstalled = "<P protected='1'>\n" + strOld + "\n</P><C>open</C><T type='bool'>1</T>";
+    EXPECT_EQ(Send(kQuery, Document(strInstalled), data), 0U);
+    EXPECT_EQ(data["/P"].asString(), "{protected}" + strOld);
+    EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
+    const std::string strOnce = Target();
+    EXPECT_THAT(strOnce, HasSubstr("<Config>" + strTag + strOld + "</P><C protected=\"1\">"));
+    EXPECT_THAT(strOnce, EndsWith("=</C><T type=\"bool\">1</T></Config>")) << "encrypted; a new one of the old type";
+    EXPECT_EQ(Send(kWrite, "", data), 0U);
+    EXPECT_EQ(Target(), strOnce) << "what was encrypted is the same value";
+
+    // Never into a file in clear without being told to; refused when it is no longer what it was.
+    EXPECT_EQ(Send(kWrite, Document(""), data), 0U);
+    EXPECT_THAT(Target(), HasSubstr(strTag + strOld + "</P>"));
+    data = FromText("{'/P':'{protected}AAAA" + strOld.substr(4) + "'}");
+    EXPECT_EQ(Send(kWrite, strShipped, data), kRefused);
+    EXPECT_EQ(Target(), strShipped);
+    EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
+}
+
+TEST_F(ConfigTest, WhatCannotBeDoneIsAFailureCodeAndLeavesTheFile)
+{
+    const std::tuple<DWORD, const char*, DWORD> rows[] = {
+        // clang-format off
+        {0x15000000, "{'Data':{}}", 0x10000004}, {kQuery, "[]", 0x10000005}, {kQuery, "{'Data':''}", 0x10000005},
+        {kWrite, "{'Data':{'/A':'2'},'FilePath':'','FileName':'config.xml'}", 0x10000005},
+        {kWrite, "{'Data':{'/A':'2'},'FilePath':'new','FileName':'..\\\\config.xml'}", 0x10000005},
+        {kWrite, "{'Data':{'/A':'2'},'FilePath':'C:\\\\none\\\\','FileName':'config.xml'}", 0x10000006}};
+    // clang-format on
+    for (const auto& [dwMessage, szRequest, dwResult] : rows) {
+        Json::Value request = FromText(szRequest);
+        EXPECT_EQ(m_provider.MessageProc(dwMessage, request), dwResult) << szRequest;
+    }
+    Json::Value data = FromText("{'/A':'2'}");
+    ASSERT_TRUE(::SetFileAttributesW(m_install.Write(kTarget, "<r/>").c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(Send(kWrite, "", data), 0x10000007U);
+    EXPECT_EQ(Target(), "<r/>");
+    EXPECT_THAT(m_install.List(), ElementsAre(L"new\\", kTarget));
+}
