@@ -46,8 +46,7 @@ bool IsXmlText(std::wstring_view tstrText) noexcept
         const wchar_t ch = tstrText[uAt];
         if (IS_HIGH_SURROGATE(ch)) {
             if (++uAt == tstrText.size() || !IS_LOW_SURROGATE(tstrText[uAt])) return false;
-        } else if (IS_LOW_SURROGATE(ch) || ch >= 0xFFFE ||
-                   (ch < L' ' && ch != L'\t' && ch != L'\n' && ch != L'\r')) {
+        } else if (IS_LOW_SURROGATE(ch) || ch >= 0xFFFE || (ch < L' ' && ch != L'\t' && ch != L'\n' && ch != L'\r')) {
             return false;
         }
     }

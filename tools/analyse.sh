@@ -1,0 +1,70 @@
+#!/usr/bin/env bash
+# Has the product's code read once more: compiled by clang for the same target with the build's own warnings, by
+# clang-tidy (.clang-tidy) and by cppcheck (tools/cppcheck.txt). Any finding fails. Takes some minutes; installs what it
+# needs. Arguments are the sources to read instead of all: tools/analyse.sh src/common/KzComn_File.cpp
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location
+readonly kPackages=(clang-$kVersion clang-tidy-$kVersion cppcheck)
+readonly kBuild="$PWD/build/analyse"
+
+fail() { printf '[analyse] FAILED: %s\n' "$*" >&2; exit 1; }
+
+step() {
+    local start=$SECONDS name="$1"
+    shift
+    echo "[analyse] $name"
+    "$@" || fail "$name"
+    echo "[analyse] $name: $((SECONDS - start)) s"
+}
+
+install_packages() {
+    dpkg -s "${kPackages[@]}" >/dev/null 2>&1 && return 0
+    local sudo=()
+    [[ "$(id -u)" -eq 0 ]] || sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${kPackages[@]}" \
+        >/dev/null
+}
+
+# The commands of the release build, with clang in the compiler's place.
+make_commands() {
+    cmake --preset release -B "$kBuild" -DCCACHE=CCACHE-NOTFOUND -Wno-dev >/dev/null
+    # clang does not look for the standard library in a folder of Debian's name.
+    local headers clang="clang++-$kVersion --target=x86_64-w64-mingw32 -nostdinc++ -Wno-unknown-warning-option"
+    headers="$(x86_64-w64-mingw32-g++-posix -print-file-name=include)/c++"
+    for folder in "$headers" "$headers/x86_64-w64-mingw32" "$headers/backward"; do clang+=" -isystem $folder"; done
+    mkdir -p "$kBuild/clang"
+    sed "s|[^ \"]*x86_64-w64-mingw32-g++-posix |$clang |" "$kBuild/compile_commands.json" \
+        >"$kBuild/clang/compile_commands.json"
+}
+
+# Runs a command for each source, as many at once as there are processors.
+for_each_source() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} "$@"; }
+
+compile() {
+    sed -n 's/^ *"command": "\(clang.*\) -o [^ ]* -c \([^ ]*\)",$/\1 -fsyntax-only \2/p' \
+        "$kBuild/clang/compile_commands.json" >"$kBuild/clang/commands"
+    [[ -s "$kBuild/clang/commands" ]] || fail "no compile commands"
+    for_each_source sh -c "command=\$(grep -F ' $PWD/{}' '$kBuild/clang/commands') && exec \$command"
+}
+
+tidy() {
+    for_each_source clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" {} 2>"$kBuild/tidy.log" ||
+        { cat "$kBuild/tidy.log" >&2; return 1; }
+}
+
+check() {
+    cppcheck --quiet --error-exitcode=1 --platform=win64 --std=c++20 -j "$(nproc)" \
+        --enable=warning,style,performance,portability --suppressions-list=tools/cppcheck.txt \
+        --relative-paths="$PWD" "${sources[@]/#/--file-filter=*}" --project="$kBuild/clang/compile_commands.json"
+}
+
+if [[ $# -gt 0 ]]; then sources=("$@"); else mapfile -t sources < <(find src -name '*.cpp' | sort); fi
+tools/setup.sh
+step "packages" install_packages
+step "commands" make_commands
+step "clang" compile
+step "clang-tidy" tidy
+step "cppcheck" check
