@@ -1,8 +1,11 @@
 // The compiler's stack protection: its guard value, and the end of a process whose stack was overwritten.
 //
 // The compiler's own library asks a cryptographic provider for the value, and loading the provider takes longer than
-// everything else that a start does. Windows programs commonly mix it from what differs from start to start.
+// everything else that a start does. Here it comes from the processor's random numbers, mixed with what differs from
+// start to start for a processor that has none.
 #include <windows.h>
+
+#include <cpuid.h>
 
 #include <cstdint>
 
@@ -28,6 +31,15 @@ std::uintptr_t __stack_chk_guard = 0;
 
 namespace {
 
+/// A random number of the processor; 0 when it has none.
+__attribute__((target("rdrnd"), no_stack_protector)) std::uint64_t ProcessorRandom() noexcept
+{
+    unsigned uEax = 0, uEbx = 0, uEcx = 0, uEdx = 0;
+    unsigned long long ullRandom = 0;
+    if (!__get_cpuid(1, &uEax, &uEbx, &uEcx, &uEdx) || !(uEcx & bit_RDRND)) return 0;
+    return __builtin_ia32_rdrand64_step(&ullRandom) ? ullRandom : 0;
+}
+
 /// Runs before every other constructor; a function without a guard of its own, for it changes the value.
 __attribute__((constructor(101), no_stack_protector)) void MixGuard() noexcept
 {
@@ -37,6 +49,7 @@ __attribute__((constructor(101), no_stack_protector)) void MixGuard() noexcept
     ::QueryPerformanceCounter(&liCounter);
     std::uint64_t ullMix = (static_cast<std::uint64_t>(ftNow.dwHighDateTime) << 32) | ftNow.dwLowDateTime;
     const std::uint64_t kParts[] = {
+        ProcessorRandom(),
         static_cast<std::uint64_t>(liCounter.QuadPart),
         (static_cast<std::uint64_t>(::GetCurrentProcessId()) << 32) | ::GetCurrentThreadId(),
         reinterpret_cast<std::uintptr_t>(&ftNow),     // the stack's random place
