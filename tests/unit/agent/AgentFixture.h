@@ -2,21 +2,19 @@
 #pragma once
 
 #include "agent/QorDeployAgent.h"
-#include "common/Frwk_Utility.h"
+#include "common/KzComn_String.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
-#include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
 
-#include <initializer_list>
+using namespace testing;
 
 class AgentTest : public RegistryTest {
 protected:
-    AgentTest() { WriteRaw(HKEY_LOCAL_MACHINE, Frwk::Utility::kProductKey, L"ProductPath", RawText(m_install.Path())); }
+    AgentTest() { WriteProduct(L"ProductPath", m_install.Path()); }
 
-    /// Writes the instruction file; line ends are the system's.
-    void Instruct(std::string strLines) const { m_install.Write(L"QorPaFrwk.ini", strLines); }
+    void Instruct(const std::string& strLines) const { m_install.Write(L"QorPaFrwk.ini", strLines); }
 
     /// How many lines of the trace are exactly this one.
     [[nodiscard]] std::ptrdiff_t CountTraced(const std::string& strLine) const
