@@ -42,6 +42,18 @@ def collect(build, rounds, growth):
     return samples
 
 
+def busy(seconds=2):
+    """How much of the processors other programs take, measured while this one sleeps."""
+    def times():
+        with open('/proc/stat') as file:
+            fields = [int(field) for field in file.readline().split()[1:9]]
+        return sum(fields), fields[3] + fields[4]
+    total, idle = times()
+    time.sleep(seconds)
+    total, idle = (now - before for now, before in zip(times(), (total, idle)))
+    return 1 - idle / max(total, 1)
+
+
 def spread(values, digits=2):
     """Median, smallest and largest."""
     values = sorted(values)
@@ -89,13 +101,12 @@ def main(arguments):
     quick = arguments == ['--quick']
     build = pathlib.Path(os.environ.get('BREVANT_BUILD', ROOT / 'build' / 'release'))
     wine = subprocess.run(['wine', '--version'], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
-    load = os.getloadavg()[0]
-    print(f'[bench] {os.cpu_count()} cores, {wine.strip()}, load {load:.2f} at the beginning', flush=True)
-    if load > 0.5:
-        print('[bench] NOTE: the machine is busy; the figures will be too', flush=True)
-    start = time.monotonic()
-    samples = collect(build, 3 if quick else 11, 0 if quick else 1)
-    print(f'[bench] done in {time.monotonic() - start:.0f} s\n')
+    start, before = time.monotonic(), busy()
+    print(f'[bench] {os.cpu_count()} cores, {wine.strip()}; this takes '
+          f'{"half a minute" if quick else "two minutes"}, longer on a busy machine', flush=True)
+    samples = collect(build, 5 if quick else 11, 0 if quick else 1)
+    taken = time.monotonic() - start
+    print(f'[bench] done in {taken:.0f} s; other programs took {before:.0%} of the processors before, {busy():.0%} after\n')
     print_figures(samples, build / 'bin' / 'Brevant.exe')
     if 'growth' in samples:
         print_growth(samples['growth'])
