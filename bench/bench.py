@@ -106,7 +106,8 @@ def main(arguments):
           f'{"half a minute" if quick else "two minutes"}, longer on a busy machine', flush=True)
     samples = collect(build, 5 if quick else 11, 0 if quick else 1)
     taken = time.monotonic() - start
-    print(f'[bench] done in {taken:.0f} s; other programs took {before:.0%} of the processors before, {busy():.0%} after\n')
+    print(f'[bench] done in {taken:.0f} s; other programs took {before:.0%} of the processors before, {busy():.0%} '
+          f'after\n')
     print_figures(samples, build / 'bin' / 'Brevant.exe')
     if 'growth' in samples:
         print_growth(samples['growth'])

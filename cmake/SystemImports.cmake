@@ -1,21 +1,21 @@
 # brevant_system: the runtime of src/runtime and the import libraries of Windows, so that a program maps at its start
 # only what every run needs, and of a heavy library nothing before its first call.
 #
-# Functions that are called at every start come straight from the core of Windows, which every process has loaded anyway.
-# advapi32, which hands them on to the core, would bring its own libraries along.
+# Functions that are called at every start come straight from the core of Windows, which every process has loaded
+# anyway. advapi32, which hands them on to the core, would bring its own libraries along.
 set(kCoreImports
-    "api-ms-win-core-registry-l1-1-0: RegCloseKey RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW RegFlushKey
-     RegOpenKeyExW RegQueryValueExW RegSetValueExW"
+    "api-ms-win-core-registry-l1-1-0: RegCloseKey RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW
+     RegFlushKey RegOpenKeyExW RegQueryValueExW RegSetValueExW"
     "api-ms-win-core-processthreads-l1-1-0: OpenProcessToken"
     "api-ms-win-security-base-l1-1-0: GetSidSubAuthority GetSidSubAuthorityCount GetTokenInformation")
-# Every function of these is loaded at its first call, by src/runtime/DelayLoad.cpp. Not for functions that take floating
-# point numbers: the linker's stubs do not keep those.
+# Every function of these is loaded at its first call, by src/runtime/DelayLoad.cpp. Not for functions that take
+# floating point numbers: the linker's stubs do not keep those.
 set(kDelayedLibraries
     advapi32 bcrypt crypt32 ole32 oleaut32 rpcrt4 setupapi shell32 shlwapi user32 wtsapi32)
 
 set(kImportDir ${PROJECT_BINARY_DIR}/imports)
 
-# brevant_import_library(name dll functions option): lib/libNAME.a that imports the functions of DLL, made when they change.
+# brevant_import_library(name dll functions option): libNAME.a that imports the functions of DLL; made when they change.
 function(brevant_import_library name dll functions option)
     list(JOIN functions "\n" exports)
     set(definition "LIBRARY ${dll}.dll\nEXPORTS\n${exports}\n")
