@@ -81,6 +81,19 @@ function(brevant_standins folder)
     endforeach()
 endfunction()
 
+# brevant_hostile_tests(folder samples): the executable hostile_tests, run once for each kind of input.
+function(brevant_hostile_tests folder samples)
+    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    add_executable(hostile_tests ${sources})
+    set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
+    target_link_libraries(hostile_tests PRIVATE agent test_support GTest::gmock GTest::gtest)
+    foreach(kind InstructionFiles StringTables ShortcutFiles ConfigurationFiles UpdateInformation Placeholders)
+        add_test(NAME hostile.${kind}
+            COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${samples})
+        set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 300)
+    endforeach()
+endfunction()
+
 # brevant_system_tests(folder): each test_NAME.py runs as system.NAME against this build's programs.
 function(brevant_system_tests folder)
     file(GLOB modules CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${folder} ${folder}/test_*.py)

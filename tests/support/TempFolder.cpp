@@ -58,8 +58,9 @@ std::optional<std::string> TempFolder::Read(std::wstring_view tstrName) const
 std::vector<std::wstring> TempFolder::List() const
 {
     std::vector<std::wstring> found;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(m_tstrPath)) {
-        found.push_back(entry.path().wstring().substr(m_tstrPath.size()) + (entry.is_directory() ? L"\\" : L""));
+    std::error_code error;  // a name that cannot be read ends the list
+    for (fs::recursive_directory_iterator it(m_tstrPath, error), end; it != end; it.increment(error)) {
+        found.push_back(it->path().wstring().substr(m_tstrPath.size()) + (it->is_directory(error) ? L"\\" : L""));
     }
     std::sort(found.begin(), found.end());
     return found;

@@ -1,0 +1,258 @@
+// Every kind of input that comes with an update, in thousands of broken and malicious variants: nothing crashes or
+// hangs, and nothing is touched that the input does not name.
+#include "agent/PostRestartRename.h"
+#include "agent/QorDeployAgent.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_XmlParser.h"
+#include "common/L10nReader.h"
+#include "config/ConfigProvider.h"
+#include "hostile/SystemWatch.h"
+#include "hostile/Variants.h"
+#include "support/RecordedTrace.h"
+#include "support/RegistryFixture.h"
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+using namespace KzCommon;
+
+namespace {
+
+using Texts = std::vector<std::wstring>;
+
+const auto kOldTime = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
+
+/// What the records of an instruction file may name: their values as they are, with placeholders replaced, and that as
+/// a path without detours; and the agent's own registry keys.
+Texts NamedIn(const std::wstring& tstrFile)
+{
+    PathValues paths;
+    paths.ReadLogFolders();
+    paths.ReadProductFolders();
+    Texts named = {L"SOFTWARE\\Kazmere\\KZVLT", L"Software\\Kazmere\\KZVLT",
+                   L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce"};
+    for (const wchar_t* szSection : {L"QOR_REGISTRY_PATCH", L"QOR_DIR", L"QOR_FILE"}) {
+        std::vector<wchar_t> section(0x8000);
+        ::GetPrivateProfileSectionW(szSection, section.data(), 0x8000, tstrFile.c_str());
+        for (const wchar_t* sz = section.data(); *sz; sz += std::wcslen(sz) + 1) {
+            const wchar_t* szEqual = std::wcschr(sz, L'=');
+            if (!szEqual) continue;
+            named.push_back(szEqual + 1);
+            paths.ExpandPlaceholders(named.emplace_back(named.back()));
+            wchar_t szFull[0x1000] = {};
+            ::GetFullPathNameW(named.back().c_str(), 0x1000, szFull, nullptr);
+            named.emplace_back(szFull);
+        }
+    }
+    return named;
+}
+
+std::wstring FolderOf(const std::wstring& tstrPath)
+{
+    return tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1);
+}
+
+/// An installed product deep inside a sandbox, all levels of the trace on.
+class HostileInput : public ::testing::Test {
+protected:
+    HostileInput() { EXPECT_TRUE(m_expat.LoadBesideProgram()); }
+
+    static void SetText(const std::wstring& tstrBelow, const wchar_t* szName, const std::wstring& tstrText)
+    {
+        WriteRaw(HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT" + tstrBelow, szName, RawText(tstrText));
+    }
+
+    void Install(const std::wstring& tstrName, const std::string& strBytes)
+    {
+        m_sandbox.Write(m_tstrInstallName + tstrName, strBytes);
+    }
+
+    /// A registry without what earlier variants left in it, and files for the next ones to delete.
+    void Reset()
+    {
+        m_registry.reset();
+        m_registry.emplace();
+        SetText(L"", L"ProductPath", m_tstrInstallDir);
+        for (const std::wstring tstrSession : {L"Interactive", L"Service", L"Protected"}) {
+            SetText(L"\\1\\DebugLog\\" + tstrSession + L"Session", L"LogFolder", m_sandbox.PathOf(tstrSession));
+        }
+        for (const wchar_t* szName : {L"Legacy\\a\\b.txt", L"Legacy\\c.txt", L"Keystride1.dll"}) Install(szName, "x");
+    }
+
+    /// Runs the variants as file `szName` of the install folder; `judge` is asked about everything that `act` touches.
+    void RunVariantsIn(const wchar_t* szName, const std::vector<std::string>& seeds, const std::function<void()>& act,
+                       const Judge& judge)
+    {
+        Install(szName, "");
+        unsigned uNumber = 0;
+        RunVariants(seeds, [&](const std::string& strVariant) {
+            if (uNumber++ % 100 == 0) Reset();
+            m_trace.Clear();
+            const std::filesystem::path path = m_tstrInstallDir + szName;
+            std::ofstream(path, std::ios::binary) << strVariant;
+            // A time of its own, and an old one: the system trusts its copy of a file only when that cannot be newer.
+            std::filesystem::last_write_time(path, kOldTime + std::chrono::seconds(uNumber));
+            const SystemWatch watch(m_sandbox.Path(), judge);
+            act();
+        });
+    }
+
+    TempFolder m_sandbox;
+    const std::wstring m_tstrInstallName = L"1\\2\\3\\4\\5\\6\\Product\\";
+    const std::wstring m_tstrInstallDir = m_sandbox.MakeFolder(m_tstrInstallName);
+    std::optional<RedirectedRegistry> m_registry;
+    Library::Expat m_expat;  // kept loaded for all variants
+    RecordedTrace m_trace;
+};
+
+TEST_F(HostileInput, InstructionFiles)
+{
+    const std::wstring tstrFile = m_tstrInstallDir + L"QorPaFrwk.ini";
+    const std::wstring tstrSettings = m_sandbox.MakeFolder(m_tstrInstallName + L"Settings");
+    Texts named;
+    const auto act = [&] {
+        FrameworkDeployAgent agent;
+        agent.DoPreAction();
+        agent.PatchRegistry();
+        agent.MergeConfig(tstrSettings);
+        agent.ModifyUpdateInfo(tstrSettings + L"UpdateInfo.ini");
+        agent.DoPostAction();
+        named.clear();
+    };
+    const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
+        if (named.empty()) named = NamedIn(tstrFile);
+        const std::wstring tstrFolder = String::EnsureBackslash(tstrPlace);
+        const auto names = [&](const std::wstring& tstrText) {
+            if (strCall.starts_with("Reg")) {
+                return (L"!" + tstrText + L"!").find(L"!" + tstrPlace + L"!") != std::wstring::npos;
+            }
+            const std::wstring tstrNamed = String::EnsureBackslash(tstrText);
+            if (strCall == "CreateDirectoryW") return tstrNamed.starts_with(tstrFolder);
+            return String::IsFullPath(tstrText) &&
+                   (tstrFolder.starts_with(tstrNamed) || FolderOf(tstrPlace) == FolderOf(tstrText));
+        };
+        return tstrPlace.starts_with(tstrSettings) || std::any_of(named.begin(), named.end(), names);
+    };
+    const std::string strConfig = "<Config><ProxySettings><Port type=\"int\">1</Port></ProxySettings></Config>";
+    Install(L"config.xml", strConfig);
+    Install(L"Settings\\config.xml", strConfig);
+    // The whole file and each of its sections.
+    std::vector<std::string> seeds = {Sample("update/QorPaFrwk.ini")};
+    for (std::size_t uAt = 0; uAt != std::string::npos; uAt = seeds[0].find("\n[", uAt + 1)) {
+        seeds.push_back(seeds[0].substr(uAt, seeds[0].find("\n[", uAt + 1) - uAt));
+    }
+    RunVariantsIn(L"QorPaFrwk.ini", seeds, act, judge);
+    EXPECT_GT(CountJudged(), 0U);
+}
+
+TEST_F(HostileInput, StringTables)
+{
+    const auto act = [] {
+        CL10nReader reader;
+        static_cast<void>(reader.ParseL10nFile(L"EN-US", L"IEBHO"));
+        const wchar_t* szText = reader.GetString(L"S_STR_PRODUCT_NAME");
+        EXPECT_TRUE(!szText || *szText) << "a text is never empty";
+    };
+    const std::string strSeed = Sample("update/Resource/DE-DE/StringTable.ini") + "\r\n[IEBHO]\r\nA=B\r\n";
+    RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {strSeed}, act,
+                  [](std::string_view, const std::wstring&) { return false; });
+}
+
+TEST_F(HostileInput, ShortcutFiles)
+{
+    const std::wstring tstrShell = m_sandbox.MakeFolder(L"Shell");
+    unsigned cRuns = 0;
+    const auto act = [&] {
+        if (++cRuns % 4 == 0) InstallShortCut(m_tstrInstallDir, L"qorshcut.xml");  // slow: the shell makes the links
+        UninstallShortCut(m_tstrInstallDir, L"qorshcut.xml");
+    };
+    const auto judge = [&](std::string_view, const std::wstring& tstrPlace) {
+        const std::wstring tstrBelow = tstrPlace.substr(std::min(tstrShell.size(), tstrPlace.size())) + L"\\";
+        return tstrPlace.starts_with(tstrShell) && tstrBelow.find_first_of(L"/:*?") == std::wstring::npos &&
+               tstrBelow.find(L".\\") == std::wstring::npos;
+    };
+    RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
+                  judge);
+    EXPECT_GT(CountJudged(), 0U);
+    for (const std::wstring& tstrLeft : m_sandbox.List()) {  // the shell writes the links, unwatched
+        EXPECT_TRUE(!tstrLeft.ends_with(L".lnk") || tstrLeft.starts_with(L"Shell")) << String::ToUtf8(tstrLeft);
+    }
+}
+
+TEST_F(HostileInput, ConfigurationFiles)
+{
+    const auto act = [&] {
+        CConfigProvider provider;
+        ASSERT_EQ(0U, provider.PreInitialize());
+        ASSERT_EQ(0U, provider.Initialize());
+        Json::Value request;
+        for (const char* szTag : {"/ProxySettings/Enable", "/ProxySettings/Password", "/a", "/a/a/a", "//", "/\xFF"}) {
+            request["Data"][szTag] = "";
+        }
+        const DWORD dwRead = provider.MessageProc(CConfigProvider::kQuery, request);
+        request["Data"]["/ProxySettings/New"] = "\xC3\xA4]]>&<";
+        request["FilePath"] = String::ToUtf8(m_tstrInstallDir);
+        request["FileName"] = "config.xml";
+        static_cast<void>(provider.MessageProc(CConfigProvider::kWrite, request));
+        EXPECT_EQ(dwRead == Config::eUnreadableFile,
+                  provider.MessageProc(CConfigProvider::kQuery, request) == Config::eUnreadableFile);
+    };
+    const std::string strSeed = R"(<?xml version="1.0" encoding="UTF-8"?>
+        <Config><!-- c --><ProxySettings><Enable type="bool">1</Enable><Port type="int">8080</Port>
+        <Password protected="1">AAAA</Password></ProxySettings><a><![CDATA[x]]></a></Config>)";
+    RunVariantsIn(L"config.xml", {strSeed}, act, [&](std::string_view, const std::wstring& tstrPlace) {
+        return tstrPlace.starts_with(m_tstrInstallDir + L"config.xml");
+    });
+    EXPECT_GT(CountJudged(), 0U);
+}
+
+TEST_F(HostileInput, UpdateInformation)
+{
+    Install(L"QorPaFrwk.ini", "[UPDATE_INFO]\r\nmodify=COMPONENT_LIST!Component101_Version!3.9\r\n");
+    for (const std::wstring tstrName : {L"c21t2103v0.0.0l1p1r1o1\\", L"c21t2103v3.9.0l1p1r1o1\\"}) {
+        Install(L"Component\\" + tstrName + L"64bit\\" + tstrName + L"a.dll", "a");
+        Install(L"Component\\" + tstrName + L"64bit\\" + tstrName + L"Driver\\b.sys", "b");
+        Install(L"Component\\" + tstrName + L"Share\\Setting\\c.htm", "c");
+    }
+    unsigned cRuns = 0;
+    const auto act = [&] {
+        FrameworkDeployAgent agent;
+        agent.DoPreAction();
+        if (++cRuns % 8 == 0) agent.DoDeploy();  // slow, and most of it the same every time
+    };
+    const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
+        const bool bSource = strCall == "FindFirstFileW";
+        return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) || tstrPlace == L"C:\\b.sys";
+    };
+    RunVariantsIn(L"UpdateInfo.ini", {Sample("installed/UpdateInfo.ini")}, act, judge);
+    EXPECT_GT(CountJudged(), 0U);
+}
+
+TEST_F(HostileInput, Placeholders)
+{
+    Reset();
+    const auto attempt = [&](const std::string& strVariant) {
+        std::wstring tstrText = String::FromAnsi(strVariant);
+        const bool bHostileFolders = strVariant.size() % 16 == 0;
+        SetText(L"\\1\\DebugLog\\ServiceSession", L"LogFolder", bHostileFolders ? tstrText.substr(0, 40) : L"C:\\Log");
+        SetText(L"\\1\\DebugLog\\ProtectedSession", L"LogFolder", L"%USERPROFILE%" + tstrText.substr(0, 20));
+        const SystemWatch watch(m_sandbox.Path(), [](std::string_view, const std::wstring&) { return false; });
+        m_trace.Clear();
+        PathValues paths;
+        paths.ReadLogFolders();
+        paths.ReadProductFolders();
+        paths.ExpandPlaceholders(tstrText);
+        for (const wchar_t* szPlaceholder : {L"{InstalledDir}", L"{InstallerLogDir}", L"{ServiceLogDir}"}) {
+            EXPECT_TRUE(bHostileFolders || tstrText.find(szPlaceholder) == std::wstring::npos);
+        }
+    };
+    RunVariants({"a{InstalledDir}{{ServiceLogDir}}{ProtectedLogDir}{InstallerLogDir}{UdComponentsSrcDir}b"}, attempt);
+}
+
+}  // namespace

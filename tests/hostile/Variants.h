@@ -1,0 +1,19 @@
+// Hostile variants of well-formed input, and the runner that puts them through the code under test:
+//
+//     hostile_tests SAMPLES [VARIANTS]    the folder of the well-formed samples; how many variants of each kind of input
+//                                         are run, 10,000 when it is not said
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// A sample file's bytes.
+[[nodiscard]] std::string Sample(const std::string& strName);
+
+/// Runs `attempt` with the seeds as they are and then with their variants, the same ones on every run: bytes flipped,
+/// pieces cut, doubled, repeated, exchanged and mixed with dangerous words, the whole in UTF-16. The heap is checked
+/// all along. A variant that crashes or takes longer than 20 seconds ends the process, one that fails a check ends the
+/// run; either is left in the file "hostile-input.bin" of the current folder.
+void RunVariants(const std::vector<std::string>& seeds,
+                 const std::function<void(const std::string& strVariant)>& attempt);
