@@ -9,7 +9,7 @@ import sys
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.append(str(ROOT / 'tests' / 'system'))
+sys.path.append(str(ROOT / 'tools' / 'machine'))
 from machine import Machine  # noqa: E402
 
 PROGRAMS = 'C:\\Bench\\'

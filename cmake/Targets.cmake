@@ -103,6 +103,7 @@ function(brevant_system_tests folder)
         add_test(NAME system.${name}
             COMMAND ${Python3_EXECUTABLE} -B -m unittest -v ${module}
             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
-        set_tests_properties(system.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT "BREVANT_BIN=${kBinDir}")
+        set_tests_properties(system.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT
+            "BREVANT_BIN=${kBinDir};PYTHONPATH=${PROJECT_SOURCE_DIR}/tools/machine")
     endforeach()
 endfunction()

@@ -9,7 +9,7 @@ import pathlib
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
-sys.path.insert(0, str(HERE.parent / 'tests' / 'system'))
+sys.path.insert(0, str(HERE.parent / 'tools' / 'machine'))
 
 from machine import PRODUCT, SETTINGS  # noqa: E402
 

@@ -9,7 +9,7 @@ import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.append(str(ROOT / 'tests' / 'system'))
+sys.path.append(str(ROOT / 'tools' / 'machine'))
 
 from machine import TRACE_LINE  # noqa: E402
 from sample_machine import MARKER, RUN_ONCE, SampleMachine  # noqa: E402

@@ -38,6 +38,7 @@ class ShippedBinaries(unittest.TestCase):
         self.assertEqual(1, content.count(manifest.strip()))
         self.assertIn(b'level="requireAdministrator"', manifest)
         version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
+        self.assertIn(f'version="{version}"'.encode(), manifest)
         numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)
         self.assertEqual(version, '.'.join(str(numbers[index]) for index in (1, 0, 3, 2)))
         for name, text in (('FileVersion', version), ('ProductName', 'Kazmere Qorvault'),
