@@ -18,15 +18,12 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 
 using namespace KzCommon;
 
 namespace {
 
 using Texts = std::vector<std::wstring>;
-
-const auto kOldTime = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
 
 /// What the records of an instruction file may name: their values as they are, with placeholders replaced, and that as
 /// a path without detours; and the agent's own registry keys.
@@ -59,13 +56,21 @@ std::wstring FolderOf(const std::wstring& tstrPath)
 }
 
 /// An installed product deep inside a sandbox, all levels of the trace on.
-class HostileInput : public ::testing::Test {
+class HostileInput : public RegistryTest {
 protected:
-    HostileInput() { EXPECT_TRUE(m_expat.LoadBesideProgram()); }
-
-    static void SetText(const std::wstring& tstrBelow, const wchar_t* szName, const std::wstring& tstrText)
+    HostileInput()
     {
-        WriteRaw(HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT" + tstrBelow, szName, RawText(tstrText));
+        EXPECT_TRUE(m_expat.LoadBesideProgram());
+        WriteProduct(L"ProductPath", m_tstrInstallDir);
+        for (const std::wstring tstrSession : {L"Interactive", L"Service", L"Protected"}) {
+            WriteLogFolder(tstrSession, m_sandbox.PathOf(tstrSession));
+        }
+    }
+
+    static void WriteLogFolder(const std::wstring& tstrSession, const std::wstring& tstrFolder)
+    {
+        const std::wstring tstrKey = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\" + tstrSession + L"Session";
+        WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(tstrFolder));
     }
 
     void Install(const std::wstring& tstrName, const std::string& strBytes)
@@ -73,47 +78,39 @@ protected:
         m_sandbox.Write(m_tstrInstallName + tstrName, strBytes);
     }
 
-    /// A registry without what earlier variants left in it, and files for the next ones to delete.
-    void Reset()
-    {
-        m_registry.reset();
-        m_registry.emplace();
-        SetText(L"", L"ProductPath", m_tstrInstallDir);
-        for (const std::wstring tstrSession : {L"Interactive", L"Service", L"Protected"}) {
-            SetText(L"\\1\\DebugLog\\" + tstrSession + L"Session", L"LogFolder", m_sandbox.PathOf(tstrSession));
-        }
-        for (const wchar_t* szName : {L"Legacy\\a\\b.txt", L"Legacy\\c.txt", L"Keystride1.dll"}) Install(szName, "x");
-    }
-
-    /// Runs the variants as file `szName` of the install folder; `judge` is asked about everything that `act` touches.
+    /// Runs the variants as file `szName` of the install folder; `judge` is asked about everything that `act` touches,
+    /// which must be something. Without a judge it must be nothing.
     void RunVariantsIn(const wchar_t* szName, const std::vector<std::string>& seeds, const std::function<void()>& act,
-                       const Judge& judge)
+                       const Judge& judge = nullptr)
     {
+        const unsigned cBefore = CountJudged();
         Install(szName, "");
-        unsigned uNumber = 0;
+        const std::filesystem::path path = m_tstrInstallDir + szName;
+        auto time = std::filesystem::last_write_time(path) - std::chrono::hours(24 * 365);
         RunVariants(seeds, [&](const std::string& strVariant) {
-            if (uNumber++ % 100 == 0) Reset();
+            for (const wchar_t* szVictim : {L"Legacy\\a\\b.txt", L"Keystride1.dll"}) {
+                if (strVariant.size() % 16 == 0) Install(szVictim, "to be deleted");
+            }
             m_trace.Clear();
-            const std::filesystem::path path = m_tstrInstallDir + szName;
             std::ofstream(path, std::ios::binary) << strVariant;
             // A time of its own, and an old one: the system trusts its copy of a file only when that cannot be newer.
-            std::filesystem::last_write_time(path, kOldTime + std::chrono::seconds(uNumber));
-            const SystemWatch watch(m_sandbox.Path(), judge);
+            std::filesystem::last_write_time(path, time += std::chrono::seconds(1));
+            const SystemWatch watch(
+                m_sandbox.Path(), judge ? judge : [](auto&&...) { return false; });
             act();
         });
+        EXPECT_EQ(judge != nullptr, CountJudged() > cBefore);
     }
 
     TempFolder m_sandbox;
     const std::wstring m_tstrInstallName = L"1\\2\\3\\4\\5\\6\\Product\\";
     const std::wstring m_tstrInstallDir = m_sandbox.MakeFolder(m_tstrInstallName);
-    std::optional<RedirectedRegistry> m_registry;
     Library::Expat m_expat;  // kept loaded for all variants
     RecordedTrace m_trace;
 };
 
 TEST_F(HostileInput, InstructionFiles)
 {
-    const std::wstring tstrFile = m_tstrInstallDir + L"QorPaFrwk.ini";
     const std::wstring tstrSettings = m_sandbox.MakeFolder(m_tstrInstallName + L"Settings");
     Texts named;
     const auto act = [&] {
@@ -126,7 +123,7 @@ TEST_F(HostileInput, InstructionFiles)
         named.clear();
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        if (named.empty()) named = NamedIn(tstrFile);
+        if (named.empty()) named = NamedIn(m_tstrInstallDir + L"QorPaFrwk.ini");
         const std::wstring tstrFolder = String::EnsureBackslash(tstrPlace);
         const auto names = [&](const std::wstring& tstrText) {
             if (strCall.starts_with("Reg")) {
@@ -148,7 +145,6 @@ TEST_F(HostileInput, InstructionFiles)
         seeds.push_back(seeds[0].substr(uAt, seeds[0].find("\n[", uAt + 1) - uAt));
     }
     RunVariantsIn(L"QorPaFrwk.ini", seeds, act, judge);
-    EXPECT_GT(CountJudged(), 0U);
 }
 
 TEST_F(HostileInput, StringTables)
@@ -160,8 +156,7 @@ TEST_F(HostileInput, StringTables)
         EXPECT_TRUE(!szText || *szText) << "a text is never empty";
     };
     const std::string strSeed = Sample("update/Resource/DE-DE/StringTable.ini") + "\r\n[IEBHO]\r\nA=B\r\n";
-    RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {strSeed}, act,
-                  [](std::string_view, const std::wstring&) { return false; });
+    RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {strSeed}, act);
 }
 
 TEST_F(HostileInput, ShortcutFiles)
@@ -179,7 +174,6 @@ TEST_F(HostileInput, ShortcutFiles)
     };
     RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
                   judge);
-    EXPECT_GT(CountJudged(), 0U);
     for (const std::wstring& tstrLeft : m_sandbox.List()) {  // the shell writes the links, unwatched
         EXPECT_TRUE(!tstrLeft.ends_with(L".lnk") || tstrLeft.starts_with(L"Shell")) << String::ToUtf8(tstrLeft);
     }
@@ -209,7 +203,6 @@ TEST_F(HostileInput, ConfigurationFiles)
     RunVariantsIn(L"config.xml", {strSeed}, act, [&](std::string_view, const std::wstring& tstrPlace) {
         return tstrPlace.starts_with(m_tstrInstallDir + L"config.xml");
     });
-    EXPECT_GT(CountJudged(), 0U);
 }
 
 TEST_F(HostileInput, UpdateInformation)
@@ -231,19 +224,17 @@ TEST_F(HostileInput, UpdateInformation)
         return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) || tstrPlace == L"C:\\b.sys";
     };
     RunVariantsIn(L"UpdateInfo.ini", {Sample("installed/UpdateInfo.ini")}, act, judge);
-    EXPECT_GT(CountJudged(), 0U);
 }
 
 TEST_F(HostileInput, Placeholders)
 {
-    Reset();
     const auto attempt = [&](const std::string& strVariant) {
         std::wstring tstrText = String::FromAnsi(strVariant);
         const bool bHostileFolders = strVariant.size() % 16 == 0;
-        SetText(L"\\1\\DebugLog\\ServiceSession", L"LogFolder", bHostileFolders ? tstrText.substr(0, 40) : L"C:\\Log");
-        SetText(L"\\1\\DebugLog\\ProtectedSession", L"LogFolder", L"%USERPROFILE%" + tstrText.substr(0, 20));
-        const SystemWatch watch(m_sandbox.Path(), [](std::string_view, const std::wstring&) { return false; });
+        WriteLogFolder(L"Service", bHostileFolders ? tstrText.substr(0, 40) : L"C:\\Log");
+        WriteLogFolder(L"Protected", L"%USERPROFILE%" + tstrText.substr(0, 20));
         m_trace.Clear();
+        const SystemWatch watch(m_sandbox.Path(), [](auto&&...) { return false; });
         PathValues paths;
         paths.ReadLogFolders();
         paths.ReadProductFolders();

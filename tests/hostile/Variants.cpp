@@ -32,9 +32,7 @@ std::vector<std::string> Words()
         std::replace(strWord.begin(), strWord.end(), '~', ' ');
         std::replace(strWord.begin(), strWord.end(), '$', '\n');
     }
-    for (const char* sz : {"\r", "\t", "\xFF\xFE", "\xEF\xBB\xBF", "\xC3\xA4", "\xF0\x9F\x98\x80", "\xED\xA0\x80"}) {
-        words.emplace_back(sz);
-    }
+    words.insert(words.end(), {"\r", "\t", "\xFF\xFE", "\xEF\xBB\xBF", "\xC3\xA4", "\xF0\x9F\x98\x80", "\xED\xA0\x80"});
     return words;
 }
 

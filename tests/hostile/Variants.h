@@ -1,8 +1,8 @@
 // Hostile variants of well-formed input, and the runner that puts them through the code under test:
 //
-//     hostile_tests SAMPLES [VARIANTS]    the folder of the well-formed samples; how many variants of each kind of
-//     input
-//                                         are run, 10,000 when it is not said
+//     hostile_tests SAMPLES [VARIANTS]
+//
+// takes the folder of the well-formed samples, and how many variants of each kind of input are run, instead of 10,000.
 #pragma once
 
 #include <functional>
