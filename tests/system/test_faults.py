@@ -59,7 +59,7 @@ class EndedHalfWay(unittest.TestCase):
             machine.lay_out(install)
             self.assertEqual(ENDED, machine.deploy(line))
             half = [name for name, content in machine.listing(install).items()
-                    if content not in contents and 'UpdateInfo.ini' not in name]  # whose keys are written singly
+                    if content not in contents and 'UpdateInfo.' not in name]  # whose keys are written singly
             self.assertEqual([], half, f'ended at line {line} of {lines}')
             self.assertEqual(0, machine.deploy())
             self.assertEqual(settings, machine.settings(install), f'ended at line {line} of {lines}')
