@@ -111,6 +111,14 @@ bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError)
 bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, DWORD* pdwError)
 {
     if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    if (bOverwrite) {
+        // What a copy that was ended half-way leaves here, the next one overwrites.
+        const std::wstring tstrUnfinished = tstrDestination + L".unfinished";
+        if (!::CopyFileW(tstrSource.c_str(), tstrUnfinished.c_str(), FALSE)) return Fail(::GetLastError(), pdwError);
+        if (::MoveFileExW(tstrUnfinished.c_str(), tstrDestination.c_str(), MOVEFILE_REPLACE_EXISTING)) return true;
+        // A file that cannot be replaced (others have it open) may still take new content.
+        static_cast<void>(DeleteNow(tstrUnfinished, nullptr));
+    }
     return ::CopyFileW(tstrSource.c_str(), tstrDestination.c_str(), !bOverwrite) || Fail(::GetLastError(), pdwError);
 }
 

@@ -12,8 +12,9 @@ namespace KzCommon::Storage::File {
 /// ERROR_BAD_ARGUMENTS (160) for an empty path, ERROR_DIRECTORY (267) for a folder. GetFileAttributesW.
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
 
-/// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. False with the code in
-/// `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW.
+/// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. It is replaced as a
+/// whole where possible: whenever the process ends, it holds the old content or the new. False with the code in
+/// `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW, MoveFileExW.
 [[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
                         DWORD* pdwError);
 

@@ -221,7 +221,8 @@ TEST_F(HostileInput, UpdateInformation)
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
         const bool bSource = strCall == "FindFirstFileW";
-        return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) || tstrPlace == L"C:\\b.sys";
+        return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) ||
+               tstrPlace.starts_with(L"C:\\b.sys");
     };
     RunVariantsIn(L"UpdateInfo.ini", {Sample("installed/UpdateInfo.ini")}, act, judge);
 }

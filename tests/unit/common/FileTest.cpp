@@ -30,6 +30,19 @@ TEST(File, FoldersAreCreatedWithTheirParentsAndToldFromFiles)
     EXPECT_THAT(folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"dir\\", L"dir\\file", L"e\\", L"e\\f\\"));
 }
 
+TEST(File, OverwritingReplacesAFileAsAWhole)
+{
+    const TempFolder folder;
+    const std::wstring tstrOld = folder.Write(L"old", "old");
+    const std::wstring tstrNew = folder.Write(L"new", "new");
+    // A second name of the old file shows what would have become of its content.
+    ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
+    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
+    EXPECT_EQ("new", folder.Read(L"old"));
+    EXPECT_EQ("old", folder.Read(L"second"));
+    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", L"second"));
+}
+
 TEST(File, OnlyNamesThatStayInTheirFolderArePlain)
 {
     const wchar_t* const plain[] = {L"Kazmere Qorvault", L"a..b", L".hidden", L"CONsole", L"COM0", L"COM10"};
