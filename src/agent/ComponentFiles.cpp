@@ -173,7 +173,8 @@ void WarnOfMountPoint(const std::wstring& tstrPath)
     }
 }
 
-/// Copies the source beside the destination under the first free stage name.
+/// Copies the source beside the destination under the first free stage name. A run that is ended during the copy leaves
+/// it there for good: nothing tells it from somebody else's file, so the next run takes the next name.
 bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestination, std::wstring& tstrStaged)
 {
     for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
