@@ -101,9 +101,9 @@ TEST_F(ConfigTest, QueryGivesTheValueTheDefaultOrNull)
         {"<A/><A><C>third</C></A>", "/A/C", nullptr}, {"<A><B type='int'> -12\n</B></A>", "A//B", "-12"},
         {"<A><B type='bool'>1</B></A>", "/A/B", "1"}, {"<A><B/></A>", "/A/B", ""}, {"<A><B>x</B></A>", "/A", nullptr},
         {"<A>{protected}x</A>", "/A", "{clear}{protected}x"}, {"<A>{clear}x</A>", "/A", "{clear}{clear}x"},
-        {"<A protected='1'/>", "/A", "{protected}"}, {"<A/>", "", nullptr}, {"", "/FeedbackServer", nullptr},
+        {"<A protected='1'/>", "/A", "{protected}"}, {"<A/>", "/proxysettings/ENABLE", "0"},
         {"<ProxySettings><Port>1</Port></ProxySettings>", "/ProxySettings/Port", "1"},
-        {"<A/>", "/proxysettings/ENABLE", "0"}, {"", "/FeedbackServer/Address", "https://feedback.kazmere.example/qorvault/"},
+        {"", "/FeedbackServer/Address", "https://feedback.kazmere.example/qorvault/"},
         {"<A protected='1'>hunter2</A>", "/A", "refused"}, {"<A type='date'>1</A>", "/A", "refused"},
         {"<A type='int'>twelve</A>", "/A", "refused"}, {"<A type='int'>+1</A>", "/A", "refused"},
         {"<A type='int'>9223372036854775808</A>", "/A", "refused"}, {"<A type='bool'>true</A>", "/A", "refused"}};
@@ -148,15 +148,18 @@ TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
 TEST_F(ConfigTest, ASecretIsMergedWithoutBeingSeenOrChangedTwice)
 {
     const std::string strTag = "<P protected=\"1\">", strOld = ToUtf8(Protected(L"hunter2"));
-    const std::string strShipped = Document(strTag + ToUtf8(Protected(L"shipped")) + "</P><C protected=\"1\"/>");
-    Json::Value data = FromText("{'/P':'','/C':'','/T':''}");
-    const std::string strInstalled = "<P protected='1'>\n" + strOld + "\n</P><C>open</C><T type='bool'>1</T>";
+    const std::string strShipped =
+        Document(strTag + ToUtf8(Protected(L"shipped")) + "</P><C protected=\"1\"/><N>1</N>");
+    Json::Value data = FromText("{'/P':'','/C':'','/T':'','/N':''}");
+    const std::string strInstalled = "<P protected='1'>\n" + strOld + "\n</P><C>open</C><T type='bool'>1</T>" +
+                                     "<N type='int' protected='1'>" + ToUtf8(Protected(L"7")) + "</N>";
     EXPECT_EQ(Send(kQuery, Document(strInstalled), data), 0U);
     EXPECT_EQ(data["/P"].asString(), "{protected}" + strOld);
     EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
     const std::string strOnce = Target();
     EXPECT_THAT(strOnce, HasSubstr("<Config>" + strTag + strOld + "</P><C protected=\"1\">"));
-    EXPECT_THAT(strOnce, EndsWith("=</C><T type=\"bool\">1</T></Config>")) << "encrypted; a new one of the old type";
+    EXPECT_THAT(strOnce, EndsWith("=</C><N>7</N><T type=\"bool\">1</T></Config>"))
+        << "encrypted, in clear, of the old type";
     EXPECT_EQ(Send(kWrite, "", data), 0U);
     EXPECT_EQ(Target(), strOnce) << "what was encrypted is the same value";
 
