@@ -161,7 +161,7 @@ void MeasureDisabledTrace(unsigned cRounds)
     DeployWithTrace();  // leaves the trace closed, as before its first opening
     for (unsigned uRound = 0; uRound < cRounds; ++uRound) {
         const double dMicroseconds = Measure([] {
-            for (unsigned uCall = 0; uCall < kTraceCalls; ++uCall) KZ_TRACE(kTraceInfo, L"call %u", uCall);
+            for (unsigned uCall = 0; uCall < kTraceCalls; ++uCall) Trace(kTraceInfo, L"call %u", uCall);
         });
         std::printf("call\tdisabled trace\t%.3f\n", dMicroseconds * 1000 / kTraceCalls);
     }

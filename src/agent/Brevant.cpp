@@ -36,7 +36,7 @@ bool RunPhase(QorDeployAgent& agent, bool (QorDeployAgent::*pfnPhase)())
     bool bOk = false;
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Guarded(&dwError, [&] { bOk = (agent.*pfnPhase)(); })) {
-        KZ_TRACE(kTraceError, L"*** A phase of the deployment ended early. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** A phase of the deployment ended early. [0x%08x]", dwError);
     }
     return bOk;
 }
@@ -70,22 +70,22 @@ int wmain(int argc, wchar_t** argv)
     // Not used here, but a missing install folder stands at the head of the trace.
     static_cast<void>(Frwk::Utility::GetInstalledFolder());
     if (argc < 2) {
-        KZ_TRACE(kTraceInfo, L"Paramter is not right");
-        KZ_TRACE(kTraceInfo, L"***QorPatchTool.exe stop.");
+        Trace(kTraceInfo, L"Paramter is not right");
+        Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
         CloseGlobalDebugLog();
         return kSuccess;
     }
     const std::wstring_view tstrSwitch = argv[1];
-    KZ_TRACE(kTraceInfo, L"Paramter is %s", argv[1]);
+    Trace(kTraceInfo, L"Paramter is %s", argv[1]);
 
     if (tstrSwitch == L"/ApplyNewName") {
         PostUdActionForNewName();
         return kSuccess;  // the trace closes itself at the end of the process
     }
     const bool bDeployed = tstrSwitch != L"/DeployFramework" || RunDeployment();
-    KZ_TRACE(kTraceInfo, L"***QorPatchTool.exe stop.");
+    Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
     if (!bDeployed) {
-        KZ_TRACE(kTraceError, L"Patch Agent failed to perform update");
+        Trace(kTraceError, L"Patch Agent failed to perform update");
         CloseGlobalDebugLog();
         return kFailure;
     }

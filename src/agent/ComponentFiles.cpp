@@ -33,32 +33,21 @@ enum DeployStep {
 
 struct StepRow {
     DeployStep eStep;
-    TraceFormat<> enter;
-    const wchar_t* szLeave;
+    OperationName name;
     bool (FrameworkDeployAgent::*pfnAfterCopies)() = nullptr;  // what the step does besides copying
 };
 
 constexpr StepRow kSteps[] = {
-    {eDeployFrameworkFiles, L"[Enter] FrameworkDeployAgent::DeployFrameworkFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployFrameworkFiles()..."},
-    {eDeployDriverFiles, L"[Enter] FrameworkDeployAgent::DeployDriverFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployDriverFiles()..."},
-    {eDeployEngineFiles, L"[Enter] FrameworkDeployAgent::DeployEngineFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployEngineFiles()..."},
-    {eDeployPatternFiles, L"[Enter] FrameworkDeployAgent::DeployPatternFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployPatternFiles()..."},
-    {eDeploy7ZipFiles, L"[Enter] FrameworkDeployAgent::Deploy7ZipFiles()...",
-     L"[Leave] FrameworkDeployAgent::Deploy7ZipFiles()..."},
-    {eDeployBrowserFiles, L"[Enter] FrameworkDeployAgent::DeployBrowserFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployBrowserFiles()..."},
-    {eDeployUIFiles, L"[Enter] FrameworkDeployAgent::DeployUIFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployUIFiles()..."},
-    {eDeployTaskFiles, L"[Enter] FrameworkDeployAgent::DeployTaskFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployTaskFiles()..."},
-    {eDeploySettings, L"[Enter] FrameworkDeployAgent::DeploySettings()...",
-     L"[Leave] FrameworkDeployAgent::DeploySettings()...", &FrameworkDeployAgent::DeploySettings},
-    {eDeployResourceFiles, L"[Enter] FrameworkDeployAgent::DeployResourceFiles()...",
-     L"[Leave] FrameworkDeployAgent::DeployResourceFiles()..."},
+    {eDeployFrameworkFiles, L"FrameworkDeployAgent::DeployFrameworkFiles()"},
+    {eDeployDriverFiles, L"FrameworkDeployAgent::DeployDriverFiles()"},
+    {eDeployEngineFiles, L"FrameworkDeployAgent::DeployEngineFiles()"},
+    {eDeployPatternFiles, L"FrameworkDeployAgent::DeployPatternFiles()"},
+    {eDeploy7ZipFiles, L"FrameworkDeployAgent::Deploy7ZipFiles()"},
+    {eDeployBrowserFiles, L"FrameworkDeployAgent::DeployBrowserFiles()"},
+    {eDeployUIFiles, L"FrameworkDeployAgent::DeployUIFiles()"},
+    {eDeployTaskFiles, L"FrameworkDeployAgent::DeployTaskFiles()"},
+    {eDeploySettings, L"FrameworkDeployAgent::DeploySettings()", &FrameworkDeployAgent::DeploySettings},
+    {eDeployResourceFiles, L"FrameworkDeployAgent::DeployResourceFiles()"},
 };
 static_assert(std::size(kSteps) == eDeployStepCount);
 
@@ -115,7 +104,7 @@ std::wstring SystemDriveRoot()
     String::PathParts parts;
     const int iError = String::SplitPath(tstrSystem, parts);
     if (iError != 0 || !parts.szDrive[0]) {
-        KZ_TRACE(kTraceError, L"Cannot retrieve system drive letter: %d", iError);
+        Trace(kTraceError, L"Cannot retrieve system drive letter: %d", iError);
         return L"C:\\";
     }
     return String::EnsureBackslash(parts.szDrive);
@@ -145,7 +134,7 @@ bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
     wchar_t szDrive[_MAX_DRIVE] = {};
     const int iError = ::_wsplitpath_s(tstrPath.c_str(), szDrive, _MAX_DRIVE, nullptr, 0, nullptr, 0, nullptr, 0);
     if (iError != 0) {
-        KZ_TRACE(kTraceError, L"::_tsplitpath_s(%s) failed: %d", tstrPath.c_str(), iError);
+        Trace(kTraceError, L"::_tsplitpath_s(%s) failed: %d", tstrPath.c_str(), iError);
         return false;
     }
     tstrDrive = szDrive;
@@ -165,11 +154,11 @@ void WarnOfMountPoint(const std::wstring& tstrPath)
 {
     wchar_t szMount[MAX_PATH] = {};
     if (!::GetVolumePathNameW(tstrPath.c_str(), szMount, MAX_PATH)) {
-        KZ_TRACE(kTraceError, L"::GetVolumePathName(%s) failed: %d", tstrPath.c_str(), ::GetLastError());
+        Trace(kTraceError, L"::GetVolumePathName(%s) failed: %d", tstrPath.c_str(), ::GetLastError());
         return;
     }
     if (std::wcslen(szMount) > 3) {
-        KZ_TRACE(kTraceError, L"\"%s\" contains a volume mount point \"%s\"", tstrPath.c_str(), szMount);
+        Trace(kTraceError, L"\"%s\" contains a volume mount point \"%s\"", tstrPath.c_str(), szMount);
     }
 }
 
@@ -180,36 +169,36 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
     for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
         std::wstring tstrIndex;
         if (!String::UlToStr(ulIndex, tstrIndex)) {
-            KZ_TRACE(kTraceError, L"KzCommon::String::UlToStr() failed: %d", ::GetLastError());
+            Trace(kTraceError, L"KzCommon::String::UlToStr() failed: %d", ::GetLastError());
             continue;
         }
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
-        KZ_TRACE(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
+        Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
         DWORD dwError = ERROR_SUCCESS;
         if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError)) {
             tstrStaged = tstrTempFileWithIndex;
             return true;
         }
         if (dwError == ERROR_FILE_EXISTS || dwError == ERROR_ALREADY_EXISTS) {
-            KZ_TRACE(kTraceInfo, L"::CopyFile(%s) failed: ERROR_ALREADY_EXISTS", tstrTempFileWithIndex.c_str());
+            Trace(kTraceInfo, L"::CopyFile(%s) failed: ERROR_ALREADY_EXISTS", tstrTempFileWithIndex.c_str());
         } else {
-            KZ_TRACE(kTraceError, L"::CopyFile(%s) failed: 0x%08X", tstrTempFileWithIndex.c_str(), dwError);
+            Trace(kTraceError, L"::CopyFile(%s) failed: 0x%08X", tstrTempFileWithIndex.c_str(), dwError);
         }
     }
-    KZ_TRACE(kTraceError, L"could not create temp file");
+    Trace(kTraceError, L"could not create temp file");
     return false;
 }
 
 /// Carries out one step: its rows, then what it does besides.
 void CarryOut(FrameworkDeployAgent& agent, const StepRow& step, const BaseFolders& bases)
 {
-    const OperationTrace trace(step.enter, step.szLeave);
+    const OperationTrace trace(step.name);
     for (const CopyRow& row : kCopies) {
         if (row.eStep != step.eStep) continue;
         const std::wstring tstrSource = String::FolderBelow(bases[row.eSource], row.szSource);
         const std::wstring tstrDestination = String::FolderBelow(bases[row.eDestination], row.szDestination);
         static_cast<void>(agent.CopyDirectory(tstrSource, L"*.*", tstrDestination, row.bRecurse, row.bAfterReboot));
-        if (row.trace) KZ_TRACE(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
+        if (row.trace) Trace(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
     }
     if (step.pfnAfterCopies) static_cast<void>((agent.*step.pfnAfterCopies)());
 }
@@ -218,8 +207,7 @@ void CarryOut(FrameworkDeployAgent& agent, const StepRow& step, const BaseFolder
 
 bool FrameworkDeployAgent::DeployProgramPackage()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DeployProgramPackage()...",
-                               L"[Leave] FrameworkDeployAgent::DeployProgramPackage()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::DeployProgramPackage()");
     const BaseFolders bases = ResolveBases(m_pathValues, L"");
     for (const StepRow& step : kSteps) {
         if (step.eStep != eDeployResourceFiles) CarryOut(*this, step, bases);
@@ -236,12 +224,10 @@ bool FrameworkDeployAgent::DeployResourceFiles(const std::wstring& tstrDownloadD
 bool FrameworkDeployAgent::CopyDirectory(const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
                                          const std::wstring& tstrDestinationDir, bool bRecurse, bool bAfterReboot)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::CopyDirectory()...",
-                               L"[Leave] FrameworkDeployAgent::CopyDirectory()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::CopyDirectory()");
     if (tstrSourceDir.empty() || tstrDestinationDir.empty()) {
-        KZ_TRACE(kTraceError,
-                 L"*** FrameworkDeployAgent::CopyDirectory() - unknown folder, source[%s], destination[%s]",
-                 tstrSourceDir.c_str(), tstrDestinationDir.c_str());
+        Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - unknown folder, source[%s], destination[%s]",
+              tstrSourceDir.c_str(), tstrDestinationDir.c_str());
         return true;
     }
     // The folders that are still to be listed, source and destination: a tree can be too deep for recursion.
@@ -262,8 +248,8 @@ bool FrameworkDeployAgent::CopyDirectory(const std::wstring& tstrSourceDir, cons
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Directory::ForEachEntry(tstrSource, tstrPattern, copyEntry, &dwError) &&
             dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
-            KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
-                     tstrSource.c_str(), dwError);
+            Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
+                  tstrSource.c_str(), dwError);
         }
     }
     return true;
@@ -278,19 +264,18 @@ void FrameworkDeployAgent::CopyOne(const std::wstring& tstrSource, const std::ws
     }
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
-        KZ_TRACE(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
-                 tstrSource.c_str(), dwError);
+        Trace(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
+              tstrSource.c_str(), dwError);
     }
 }
 
 bool FrameworkDeployAgent::CopyFileAfterReboot(const std::wstring& tstrSource, const std::wstring& tstrDestination)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::CopyFileAfterReboot()...",
-                               L"[Leave] FrameworkDeployAgent::CopyFileAfterReboot()...");
-    KZ_TRACE(kTraceInfo, L"src: %s, dst:%s", tstrSource.c_str(), tstrDestination.c_str());
+    const OperationTrace trace(L"FrameworkDeployAgent::CopyFileAfterReboot()");
+    Trace(kTraceInfo, L"src: %s, dst:%s", tstrSource.c_str(), tstrDestination.c_str());
     String::PathParts parts;
     if (const int iError = String::SplitPath(tstrSource, parts); iError != 0) {
-        KZ_TRACE(kTraceError, L"::_tsplitpath_s() failed: %d", iError);
+        Trace(kTraceError, L"::_tsplitpath_s() failed: %d", iError);
         return false;
     }
 
@@ -299,17 +284,17 @@ bool FrameworkDeployAgent::CopyFileAfterReboot(const std::wstring& tstrSource, c
     if (bSameDrive) {
         WarnOfMountPoint(tstrSource);
         WarnOfMountPoint(tstrDestination);
-        KZ_TRACE(kTraceInfo, L"Move file in same drive, tsTempFileWithIndex[%s]", tstrStaged.c_str());
+        Trace(kTraceInfo, L"Move file in same drive, tsTempFileWithIndex[%s]", tstrStaged.c_str());
     } else {
-        KZ_TRACE(kTraceInfo, L"copy to a different drive");
+        Trace(kTraceInfo, L"copy to a different drive");
         if (!StageCopy(tstrSource, tstrDestination, tstrStaged)) return false;
     }
 
     if (!::MoveFileExW(tstrStaged.c_str(), tstrDestination.c_str(),
                        MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT)) {
         const DWORD dwError = ::GetLastError();
-        KZ_TRACE(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrStaged.c_str(), tstrDestination.c_str(),
-                 dwError);
+        Trace(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrStaged.c_str(), tstrDestination.c_str(),
+              dwError);
         // A staged copy that nothing will move would lie there for good.
         if (!bSameDrive) static_cast<void>(Storage::File::Delete(tstrStaged, nullptr));
         return false;

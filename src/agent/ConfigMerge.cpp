@@ -23,13 +23,11 @@ public:
     [[nodiscard]] bool Start()
     {
         if (m_provider.PreInitialize() != 0) {
-            KZ_TRACE(kTraceError,
-                     L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
+            Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
             return false;
         }
         if (m_provider.Initialize() != 0) {
-            KZ_TRACE(kTraceError,
-                     L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
+            Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
             return false;
         }
         return true;
@@ -60,11 +58,11 @@ Json::Value CollectTags(const SectionRecords& records)
     Json::Value data(Json::objectValue);
     ForEachRecord(records, L"migrate", [&](const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
-            KZ_TRACE(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
+            Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
             return;
         }
         data[String::ToUtf8(tstrTag)] = "";
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [%s]", tstrTag.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [%s]", tstrTag.c_str());
     });
     return data;
 }
@@ -73,16 +71,15 @@ Json::Value CollectTags(const SectionRecords& records)
 
 void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::MergeConfig(%s)...", tstrFolder,
-                               L"[Leave] FrameworkDeployAgent::MergeConfig()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
     ProviderSession provider;
     if (!provider.Start()) return;
 
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"QOR_CONFIG_MERGE", records, dwError)) {
-        KZ_TRACE(kTraceError,
-                 L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
+              dwError);
         return;
     }
 
@@ -90,9 +87,9 @@ void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
     request["Data"] = CollectTags(records);
     DWORD dwResult = provider.Send(CConfigProvider::kQuery, request);
     if (Config::IsFailure(dwResult)) {
-        KZ_TRACE(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwResult);
+        Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwResult);
     } else {
-        KZ_TRACE(kTraceInfo, L"Query OK: %s", ToTraceText(request).c_str());
+        Trace(kTraceInfo, L"Query OK: %s", ToTraceText(request).c_str());
     }
 
     // Also after a failed query: what could not be read is null in the request, and null leaves a setting alone.
@@ -100,8 +97,8 @@ void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
     request["FileName"] = "config.xml";
     dwResult = provider.Send(CConfigProvider::kWrite, request);
     if (Config::IsFailure(dwResult)) {
-        KZ_TRACE(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwResult);
+        Trace(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwResult);
     } else {
-        KZ_TRACE(kTraceInfo, L"Write OK: %s", ToTraceText(request).c_str());
+        Trace(kTraceInfo, L"Write OK: %s", ToTraceText(request).c_str());
     }
 }

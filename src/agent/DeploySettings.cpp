@@ -25,8 +25,8 @@ void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file
     const std::wstring tstrDestination = tstrBase + L"." + file.szExtension;
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
-        KZ_TRACE(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
-                 tstrSource.c_str(), dwError);
+        Trace(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
+              tstrSource.c_str(), dwError);
     }
 }
 
@@ -56,13 +56,13 @@ private:
 std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
 {
     // Twice, as support knows it.
-    KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
-    KZ_TRACE(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
+    Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
+    Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
     if (Storage::File::Copy(tstrDownloaded, tstrInstalled, false, &dwError)) return tstrDownloaded;
-    KZ_TRACE(kTraceError,
-             L"Failed to copy UpdateInfo.ini to iUD download source folder, error code is %d. Modify installed one.",
-             dwError);
+    Trace(kTraceError,
+          L"Failed to copy UpdateInfo.ini to iUD download source folder, error code is %d. Modify installed one.",
+          dwError);
     return tstrInstalled;
 }
 
@@ -73,7 +73,7 @@ bool FrameworkDeployAgent::DeploySettings()
     PatchRegistry();
     const std::wstring tstrSettingDir = m_pathValues.ProductDownloadDir() + L"Share\\Setting\\";
     if (!Storage::Directory::IsExisted(tstrSettingDir)) {
-        KZ_TRACE(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
+        Trace(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
         return true;
     }
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
@@ -84,7 +84,7 @@ bool FrameworkDeployAgent::DeploySettings()
         ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrDownloaded));
     }
     static_cast<void>(CopyDirectory(tstrSettingDir, L"*.*", m_pathValues.InstallDir(), true, true));
-    KZ_TRACE(kTraceInfo, L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])",
-             tstrSettingDir.c_str(), m_pathValues.InstallDir().c_str());
+    Trace(kTraceInfo, L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])",
+          tstrSettingDir.c_str(), m_pathValues.InstallDir().c_str());
     return true;
 }

@@ -16,15 +16,14 @@ constexpr DWORD kNotAFullPath = ERROR_BAD_PATHNAME;
 
 void TraceFailedDelete(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD dwError)
 {
-    KZ_TRACE(kTraceError, L"Failed to delete file '%s%s', error = %d.", tstrFolder.c_str(), tstrPattern.c_str(),
-             dwError);
+    Trace(kTraceError, L"Failed to delete file '%s%s', error = %d.", tstrFolder.c_str(), tstrPattern.c_str(), dwError);
 }
 
 void ScheduleFolder(const std::wstring& tstrPath)
 {
     const std::wstring tstrFolder = String::EnsureBackslash(tstrPath);
     if (!Storage::Directory::IsExisted(tstrFolder)) {
-        KZ_TRACE(kTraceError, L"No files under directory '%s'", tstrPath.c_str());
+        Trace(kTraceError, L"No files under directory '%s'", tstrPath.c_str());
         return;
     }
     if (!String::IsFullPath(tstrFolder) || Storage::Directory::IsRoot(tstrFolder)) {
@@ -38,13 +37,13 @@ void ScheduleFolder(const std::wstring& tstrPath)
 void CreateFolder(const std::wstring& tstrPath)
 {
     if (Storage::Directory::IsExisted(tstrPath)) {
-        KZ_TRACE(kTraceInfo, L"Directory '%s' is already there.", tstrPath.c_str());
+        Trace(kTraceInfo, L"Directory '%s' is already there.", tstrPath.c_str());
         return;
     }
     AccessControl::SecurityAttributes attributes;
     DWORD dwError = kNotAFullPath;
     if (!String::IsFullPath(tstrPath) || !Storage::Directory::Create(tstrPath, attributes.Get(), &dwError)) {
-        KZ_TRACE(kTraceError, L"Failed to create directory '%s', error = %d.", tstrPath.c_str(), dwError);
+        Trace(kTraceError, L"Failed to create directory '%s', error = %d.", tstrPath.c_str(), dwError);
     }
 }
 
@@ -54,7 +53,7 @@ void RemoveMatching(const std::wstring& tstrPath,
 {
     String::PathParts parts;
     if (String::SplitPath(tstrPath, parts) != 0) {
-        KZ_TRACE(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", ::GetLastError());
+        Trace(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", ::GetLastError());
         return;
     }
     const std::wstring tstrFolder = std::wstring(parts.szDrive) + parts.szDir;
@@ -68,8 +67,7 @@ void RemoveMatching(const std::wstring& tstrPath,
 void ScheduleFiles(const std::wstring& tstrPath)
 {
     if (tstrPath.size() > _MAX_PATH) {
-        KZ_TRACE(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.",
-                 static_cast<int>(tstrPath.size()));
+        Trace(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.", static_cast<int>(tstrPath.size()));
         return;
     }
     RemoveMatching(tstrPath, &Storage::Directory::ScheduleDeleteFiles);
@@ -78,8 +76,7 @@ void ScheduleFiles(const std::wstring& tstrPath)
 void DeleteFilesNow(const std::wstring& tstrPath)
 {
     if (tstrPath.size() > _MAX_PATH) {
-        KZ_TRACE(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.",
-                 static_cast<int>(tstrPath.size()));
+        Trace(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.", static_cast<int>(tstrPath.size()));
         return;
     }
     RemoveMatching(tstrPath, &Storage::Directory::DeleteFiles);
@@ -89,60 +86,55 @@ void DeleteFilesNow(const std::wstring& tstrPath)
 
 void FrameworkDeployAgent::CreateDirBeforeReboot()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::CreateDirBeforeReboot()...",
-                               L"[Leave] FrameworkDeployAgent::CreateDirBeforeReboot()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::CreateDirBeforeReboot()");
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"QOR_DIR", records, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - QueryValue failed. [0x%08x]",
-                 dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - QueryValue failed. [0x%08x]", dwError);
         return;
     }
     ForEachRecord(records, L"add", [this](const std::wstring& tstrRecord) {
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
         PerformFileOperation(tstrRecord, op_dir_add);
     });
 }
 
 void FrameworkDeployAgent::RemoveFileAfterReboot()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::RemoveFileAfterReboot()...",
-                               L"[Leave] FrameworkDeployAgent::RemoveFileAfterReboot()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::RemoveFileAfterReboot()");
     SectionRecords folders;
     SectionRecords files;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"QOR_DIR", folders, dwError) || !ReadInstructions(L"QOR_FILE", files, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]",
-                 dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]", dwError);
         return;
     }
     ForEachRecord(folders, L"delete", [this](const std::wstring& tstrRecord) {
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
-                 tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
+              tstrRecord.c_str());
         PerformFileOperation(tstrRecord, op_dir_delete);
     });
     ForEachRecord(files, L"delete", [this](const std::wstring& tstrRecord) {
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]",
-                 tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]",
+              tstrRecord.c_str());
         PerformFileOperation(tstrRecord, op_file_delete);
     });
     ForEachRecord(files, L"delete_now", [this](const std::wstring& tstrRecord) {
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]",
-                 tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]",
+              tstrRecord.c_str());
         PerformFileOperation(tstrRecord, op_file_delete_now);
     });
 }
 
 void FrameworkDeployAgent::PerformFileOperation(const std::wstring& tstrData, int iOp)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::PerformFileOperation()...",
-                               L"[Leave] FrameworkDeployAgent::PerformFileOperation()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::PerformFileOperation()");
     if (!IsRecordLengthValid(tstrData)) {
-        KZ_TRACE(kTraceError, L"PerformFileOperation(tszData==empty || tszData.size()>1023)");
+        Trace(kTraceError, L"PerformFileOperation(tszData==empty || tszData.size()>1023)");
         return;
     }
     if (iOp < op_begin_file || iOp > op_end_file) {
-        KZ_TRACE(kTraceError, L"PerformFileOperation(op<op_begin_file || op>op_end_file)");
+        Trace(kTraceError, L"PerformFileOperation(op<op_begin_file || op>op_end_file)");
         return;
     }
     std::wstring tstrPath = tstrData;

@@ -18,52 +18,48 @@ constexpr BYTE kResourcePackage = 0x0F;
 
 bool FrameworkDeployAgent::DoPreAction()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoPreAction()...",
-                               L"[Leave] FrameworkDeployAgent::DoPreAction()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::DoPreAction()");
     m_pathValues.ReadLogFolders();
     m_pathValues.ReadProductFolders();
-    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
-             m_pathValues.ProductDownloadDir().c_str());
+    Trace(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
+          m_pathValues.ProductDownloadDir().c_str());
     CreateDirBeforeReboot();
     return true;
 }
 
 bool FrameworkDeployAgent::DoDeploy()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoDeploy()...",
-                               L"[Leave] FrameworkDeployAgent::DoDeploy()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::DoDeploy()");
     m_dwStatus = 0;
     m_pathValues.ReadProductFolders();
     m_tstrFrameworkFolder = m_pathValues.ComponentDir();
-    KZ_TRACE(kTraceInfo, L"Framework Folder : %s", m_tstrFrameworkFolder.c_str());
+    Trace(kTraceInfo, L"Framework Folder : %s", m_tstrFrameworkFolder.c_str());
 
     BYTE bPackages = 0;
-    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidProduct=%s",
-             m_pathValues.ProductDownloadDir().c_str());
+    Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidProduct=%s", m_pathValues.ProductDownloadDir().c_str());
     if (Storage::Directory::IsExisted(m_pathValues.ProductDownloadDir())) {
-        KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Product directory is existed.");
+        Trace(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Product directory is existed.");
         bPackages |= kProgramPackage;
     }
     const std::wstring tstrResourceDir = m_pathValues.ReadResourceDownloadDir();
-    KZ_TRACE(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidResource=%s", tstrResourceDir.c_str());
+    Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidResource=%s", tstrResourceDir.c_str());
     if (Storage::Directory::IsExisted(tstrResourceDir)) {
-        KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Resource directory is existed.");
+        Trace(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Resource directory is existed.");
         bPackages |= kResourcePackage;
     }
 
     if ((bPackages & kProgramPackage) && !DeployProgramPackage()) {
-        KZ_TRACE(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
+        Trace(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
     }
     if ((bPackages & kResourcePackage) && !DeployResourceFiles(tstrResourceDir)) {
-        KZ_TRACE(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
+        Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
     return true;
 }
 
 bool FrameworkDeployAgent::DoPostAction()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::DoPostAction()...",
-                               L"[Leave] FrameworkDeployAgent::DoPostAction()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::DoPostAction()");
     RemoveFileAfterReboot();
     PostRunScript();
     WriteProgramDeployFlag();
@@ -72,14 +68,13 @@ bool FrameworkDeployAgent::DoPostAction()
 
 void FrameworkDeployAgent::WriteProgramDeployFlag()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::WriteProgramDeployFlag()...",
-                               L"[Leave] FrameworkDeployAgent::WriteProgramDeployFlag()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::WriteProgramDeployFlag()");
     const DWORD dwView = Frwk::Utility::ProductRegistryView();
     const auto store = [&](const wchar_t* szName, DWORD dwValue) {
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kazmere\\KZVLT", szName, dwValue, dwView,
                                       &dwError)) {
-            KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed: 0x%08X", dwError);
+            Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed: 0x%08X", dwError);
         }
     };
     store(L"DoUpdateDeploy", 1);

@@ -16,7 +16,7 @@ void StoreIniValue(const std::wstring& tstrIniPath, const std::wstring& tstrSect
                    const std::wstring& tstrValue)
 {
     if (!Storage::Ini::StoreValue(tstrIniPath, tstrSection, tstrKey, tstrValue)) {
-        KZ_TRACE(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
+        Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
     }
 }
 
@@ -24,34 +24,32 @@ void StoreIniValue(const std::wstring& tstrIniPath, const std::wstring& tstrSect
 
 void FrameworkDeployAgent::ModifyUpdateInfo(const std::wstring& tstrIniPath)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::ModifyUpdateInfo(%s)...", tstrIniPath,
-                               L"[Leave] FrameworkDeployAgent::ModifyUpdateInfo()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::ModifyUpdateInfo()", tstrIniPath);
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"UPDATE_INFO", records, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::ModifyUpdateInfo() - QueryValue failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::ModifyUpdateInfo() - QueryValue failed. [0x%08x]", dwError);
         return;
     }
     ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
         ModifyIniKeyValue(tstrIniPath, tstrRecord);
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
     });
     DeployVersion(tstrIniPath);
 }
 
 void FrameworkDeployAgent::ModifyIniKeyValue(const std::wstring& tstrIniPath, const std::wstring& tstrData)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::ModifyIniKeyValue(%s)...", tstrIniPath,
-                               L"[Leave] FrameworkDeployAgent::ModifyIniKeyValue()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::ModifyIniKeyValue()", tstrIniPath);
     if (!IsRecordLengthValid(tstrData)) {
-        KZ_TRACE(kTraceError, L"ModifyIniKeyValue(tszData==empty || tszData.size()>1023)");
+        Trace(kTraceError, L"ModifyIniKeyValue(tszData==empty || tszData.size()>1023)");
         return;
     }
     bool bMore = false;
     std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, bMore);
-    if (bMore) KZ_TRACE(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
+    if (bMore) Trace(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
     fields.resize(eFieldCount);
-    KZ_TRACE(kTraceInfo, L"[%s] %s=%s", fields[eSection].c_str(), fields[eKey].c_str(), fields[eValue].c_str());
+    Trace(kTraceInfo, L"[%s] %s=%s", fields[eSection].c_str(), fields[eKey].c_str(), fields[eValue].c_str());
     if (fields[eSection].empty() || fields[eKey].empty() || fields[eValue].empty()) return;
     StoreIniValue(tstrIniPath, fields[eSection], fields[eKey], fields[eValue]);
 }

@@ -23,74 +23,73 @@ const wchar_t kFirstBuildWithNewName[] = L"1100";
 
 bool CheckIfNewProdNameApplied()
 {
-    KZ_TRACE(kTraceStep, L"CheckIfNewProdNameApplied()");
+    Trace(kTraceStep, L"CheckIfNewProdNameApplied()");
     const std::wstring tstrMarker = Frwk::Utility::GetStrFromHKLM_KZVLT(kMarkerName, L"");
-    KZ_TRACE(kTraceInfo, L"val = %s", tstrMarker.c_str());
+    Trace(kTraceInfo, L"val = %s", tstrMarker.c_str());
     if (tstrMarker == kMarkerData) {
-        KZ_TRACE(kTraceInfo, L"     == {8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}   --> New Brand applied");
+        Trace(kTraceInfo, L"     == {8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}   --> New Brand applied");
         return true;
     }
-    KZ_TRACE(kTraceInfo, L"     != {8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}   --> New Brand NOT YET applied");
+    Trace(kTraceInfo, L"     != {8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}   --> New Brand NOT YET applied");
     return false;
 }
 
 bool NeedToApplyNewName()
 {
-    KZ_TRACE(kTraceStep, L"NeedToApplyNewName()");
+    Trace(kTraceStep, L"NeedToApplyNewName()");
     const std::wstring tstrLanguage = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Language", L"");
-    KZ_TRACE(kTraceInfo, L"Installed language=%s (No need to apply this change if language==JA-JP)",
-             tstrLanguage.c_str());
+    Trace(kTraceInfo, L"Installed language=%s (No need to apply this change if language==JA-JP)", tstrLanguage.c_str());
     // Only the lower-case tag stands for an installation that keeps its name.
     if (tstrLanguage == L"ja-jp") {
-        KZ_TRACE(kTraceInfo, L"No need to change product name for Japanese version.");
+        Trace(kTraceInfo, L"No need to change product name for Japanese version.");
         return false;
     }
     const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Version", L"");
-    KZ_TRACE(kTraceInfo, L"Installed product version = %s", tstrVersion.c_str());
+    Trace(kTraceInfo, L"Installed product version = %s", tstrVersion.c_str());
     if (tstrVersion.size() < kBuildStart + kBuildLength) {
-        KZ_TRACE(kTraceError, L"Product version key is invalid. Do not apply new name.");
+        Trace(kTraceError, L"Product version key is invalid. Do not apply new name.");
         return false;
     }
     const std::wstring tstrBuild = tstrVersion.substr(kBuildStart, kBuildLength);
-    KZ_TRACE(kTraceInfo, L"Build# = %s", tstrBuild.c_str());
+    Trace(kTraceInfo, L"Build# = %s", tstrBuild.c_str());
     if (tstrBuild < kFirstBuildWithNewName) {
-        KZ_TRACE(kTraceInfo, L"Need to apply new brand");
+        Trace(kTraceInfo, L"Need to apply new brand");
         return true;
     }
-    KZ_TRACE(kTraceInfo, L"NO need to apply new brand");
+    Trace(kTraceInfo, L"NO need to apply new brand");
     return false;
 }
 
 void TagNewProdNameApplied()
 {
-    KZ_TRACE(kTraceStep, L"TagNewProdNameApplied(), write registry %s to be %s", kMarkerName, kMarkerData);
+    Trace(kTraceStep, L"TagNewProdNameApplied(), write registry %s to be %s", kMarkerName, kMarkerData);
     Frwk::Utility::WriteToRegHKLM_KZVLT(kMarkerName, kMarkerData);
 }
 
 void PreparePostUdActionForNewName()
 {
-    KZ_TRACE(kTraceStep, L"PreparePostUdActionForNewName()");
+    Trace(kTraceStep, L"PreparePostUdActionForNewName()");
     const std::wstring tstrSource = Frwk::Utility::InstalledFile(kShortcutFile);
     const std::wstring tstrDestination = Frwk::Utility::InstalledFile(kShortcutBackupFile);
-    KZ_TRACE(kTraceInfo, L"Backup file -- (sDstPath=%s, sSrcPath=%s", tstrDestination.c_str(), tstrSource.c_str());
+    Trace(kTraceInfo, L"Backup file -- (sDstPath=%s, sSrcPath=%s", tstrDestination.c_str(), tstrSource.c_str());
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
-        KZ_TRACE(kTraceError, L"Failed to backup old shortcut configuration. Error code = %d", dwError);
+        Trace(kTraceError, L"Failed to backup old shortcut configuration. Error code = %d", dwError);
     }
-    KZ_TRACE(kTraceInfo, L"Prepare RunOnce key for after-reboot actions: {InstalledDir}Brevant.exe /ApplyNewName");
+    Trace(kTraceInfo, L"Prepare RunOnce key for after-reboot actions: {InstalledDir}Brevant.exe /ApplyNewName");
     FrameworkDeployAgent().RegisterSysRunOnce(L"{InstalledDir}Brevant.exe /ApplyNewName");
 }
 
 bool NeedToInformUser()
 {
-    KZ_TRACE(kTraceStep, L"NeedToInformUser()");
+    Trace(kTraceStep, L"NeedToInformUser()");
     std::wstring tstrProductName;
-    KZ_TRACE(kTraceInfo, L"Read StringTable.ini...");
+    Trace(kTraceInfo, L"Read StringTable.ini...");
     CL10nReader reader;
     if (reader.ParseL10nFile(L"EN-US", L"")) {
         const wchar_t* szName = reader.GetString(L"S_STR_PRODUCT_NAME");
         if (szName) tstrProductName = szName;
     }
-    KZ_TRACE(kTraceInfo, L"tsProductName=='%s'", tstrProductName.c_str());
+    Trace(kTraceInfo, L"tsProductName=='%s'", tstrProductName.c_str());
     return tstrProductName != kNewProductName;
 }

@@ -54,19 +54,18 @@ std::wstring ReadLogFolder(const wchar_t* szSessionKey)
 void PathValues::ReadLogFolders()
 {
     m_tstrInteractiveLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\InteractiveSession");
-    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetInteractiveLogPath - InteractiveLogPath => %s",
-             m_tstrInteractiveLogDir.c_str());
+    Trace(kTraceInfo, L"FrameworkDeployAgent::GetInteractiveLogPath - InteractiveLogPath => %s",
+          m_tstrInteractiveLogDir.c_str());
 
     m_tstrServiceLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession");
-    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetServiceLogPath - ServiceLogPath => %s",
-             m_tstrServiceLogDir.c_str());
+    Trace(kTraceInfo, L"FrameworkDeployAgent::GetServiceLogPath - ServiceLogPath => %s", m_tstrServiceLogDir.c_str());
 
     m_tstrInstallerLogDir = String::FolderBelow(Process::WindowsFolder(), L"Temp");
-    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetInstallerLogPath - SystemLogPath => %s",
-             m_tstrInstallerLogDir.c_str());
+    Trace(kTraceInfo, L"FrameworkDeployAgent::GetInstallerLogPath - SystemLogPath => %s",
+          m_tstrInstallerLogDir.c_str());
 
     const std::wstring tstrProtected = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ProtectedSession");
-    KZ_TRACE(kTraceInfo, L"FrameworkDeployAgent::GetProtectedLogPath - ProtectedLogPath => %s", tstrProtected.c_str());
+    Trace(kTraceInfo, L"FrameworkDeployAgent::GetProtectedLogPath - ProtectedLogPath => %s", tstrProtected.c_str());
     WidenProtectedLogFolder(tstrProtected);
 }
 
@@ -84,10 +83,10 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
     std::vector<std::wstring> profiles;
     DWORD dwError = ERROR_SUCCESS;
     if (!Frwk::Utility::EnumUserProfileFolders(profiles, &dwError)) {
-        KZ_TRACE(kTraceError,
-                 L"FrameworkDeployAgent::GetProtectedLogPath - Frwk::Utility::EnumUserProfileFolders() failed. "
-                 L"error[0x%08x]",
-                 dwError);
+        Trace(kTraceError,
+              L"FrameworkDeployAgent::GetProtectedLogPath - Frwk::Utility::EnumUserProfileFolders() failed. "
+              L"error[0x%08x]",
+              dwError);
         return;
     }
     for (const std::wstring& tstrProfile : profiles)

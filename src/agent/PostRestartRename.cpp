@@ -71,17 +71,17 @@ Names ReadNames()
 void ReplaceShortcuts()
 {
     const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
-    KZ_TRACE(kTraceInfo, L"[YES] Remove old shortcuts");
+    Trace(kTraceInfo, L"[YES] Remove old shortcuts");
     if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutBackupFile))) {
         UninstallShortCut(tstrInstallDir, kShortcutBackupFile);
     } else {
-        KZ_TRACE(kTraceError, L"qorshcutbackup.xml does not exist!");
+        Trace(kTraceError, L"qorshcutbackup.xml does not exist!");
     }
-    KZ_TRACE(kTraceInfo, L"[YES] Create new shortcuts");
+    Trace(kTraceInfo, L"[YES] Create new shortcuts");
     if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutFile))) {
         InstallShortCut(tstrInstallDir, kShortcutFile);
     } else {
-        KZ_TRACE(kTraceError, L"qorshcut.xml does not exist!");
+        Trace(kTraceError, L"qorshcut.xml does not exist!");
     }
 }
 
@@ -89,46 +89,46 @@ void ReplaceShortcuts()
 
 void PostUdActionForNewName()
 {
-    KZ_TRACE(kTraceStep, L"PostUdActionForNewName()");
-    KZ_TRACE(kTraceInfo, L"Rename shortcuts");
+    Trace(kTraceStep, L"PostUdActionForNewName()");
+    Trace(kTraceInfo, L"Rename shortcuts");
     ReplaceShortcuts();
 
-    KZ_TRACE(kTraceInfo, L"Writing L10N product name into registry, uninstaller display name, and IE toolbar name.");
+    Trace(kTraceInfo, L"Writing L10N product name into registry, uninstaller display name, and IE toolbar name.");
     const Names names = ReadNames();
-    KZ_TRACE(kTraceInfo, L"Writing L10N product name: [%s] into registry", names.tstrProduct.c_str());
+    Trace(kTraceInfo, L"Writing L10N product name: [%s] into registry", names.tstrProduct.c_str());
     bool bWow64 = false;
     DWORD dwError = ERROR_SUCCESS;
     if (!Process::IsWow64ModeProcess(bWow64, &dwError)) {
-        KZ_TRACE(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
+        Trace(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
     }
     Frwk::Utility::WriteToRegHKLM_KZVLT(L"ProductName", names.tstrProduct);
 
     const DWORD dwView = bWow64 ? Storage::eView64Bit : Storage::eViewDefault;
-    KZ_TRACE(kTraceInfo, L"Write default registrys");
+    Trace(kTraceInfo, L"Write default registrys");
     WriteNames(names, false, dwView);
     if (!bWow64) return;
-    KZ_TRACE(kTraceInfo, L"Write Wow3264Node registrys");
+    Trace(kTraceInfo, L"Write Wow3264Node registrys");
     WriteNames(names, true, dwView);
 }
 
 void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)
 {
-    const OperationTrace trace(L"[Enter] ::UninstallShortCut()...", L"[Leave] ::UninstallShortCut()...");
+    const OperationTrace trace(L"::UninstallShortCut()");
     const std::wstring tstrPath = String::JoinPath(tstrInstallDir, tstrFileName);
     ShortCutXmlHandler handler;
     if (!handler.ParseXml(tstrPath)) {
-        KZ_TRACE(kTraceError, L"FAILED*** ShortCutXmlHandler::ParseXml(%s) failed.", tstrPath.c_str());
+        Trace(kTraceError, L"FAILED*** ShortCutXmlHandler::ParseXml(%s) failed.", tstrPath.c_str());
         return;
     }
-    if (!handler.RemoveShortCuts()) KZ_TRACE(kTraceError, L"FAILED*** ShortCutXmlHandler::RemoveShortCuts() failed.");
+    if (!handler.RemoveShortCuts()) Trace(kTraceError, L"FAILED*** ShortCutXmlHandler::RemoveShortCuts() failed.");
 }
 
 void InstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)
 {
-    const OperationTrace trace(L"[Enter] ::InstallShortCut()...", L"[Leave] ::InstallShortCut()...");
+    const OperationTrace trace(L"::InstallShortCut()");
     const std::wstring tstrPath = String::JoinPath(tstrInstallDir, tstrFileName);
     ShortCutXmlHandler handler;
     if (!handler.ParseXml(tstrPath) || !handler.CreateShortCuts(tstrInstallDir)) {
-        KZ_TRACE(kTraceError, L"FAILED*** ::InstallShortCut(%s)", tstrPath.c_str());
+        Trace(kTraceError, L"FAILED*** ::InstallShortCut(%s)", tstrPath.c_str());
     }
 }

@@ -29,7 +29,7 @@ RegistryRecord ParseRecord(const std::wstring& tstrData, const PathValues& pathV
 {
     bool bMore = false;
     std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, bMore);
-    if (bMore) KZ_TRACE(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
+    if (bMore) Trace(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
     fields.resize(eFieldCount);
     RegistryRecord record{std::move(fields[eKeyPath]), std::move(fields[eValueName]), std::move(fields[eType]),
                           std::move(fields[eData])};
@@ -51,20 +51,20 @@ template <class Value>
 void AddValue(const RegistryRecord& record, const Value& value, TraceFormat<DWORD> failure)
 {
     DWORD dwError = ERROR_SUCCESS;
-    if (!Store(record, record.tstrValueName, value, dwError)) KZ_TRACE(kTraceError, failure, dwError);
+    if (!Store(record, record.tstrValueName, value, dwError)) Trace(kTraceError, failure, dwError);
 }
 
 void TraceStore(const RegistryRecord& record, const std::wstring& tstrValue)
 {
-    KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%s)", record.tstrKeyPath.c_str(),
-             record.tstrValueName.c_str(), tstrValue.c_str());
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%s)", record.tstrKeyPath.c_str(),
+          record.tstrValueName.c_str(), tstrValue.c_str());
 }
 
 void TraceStore(const RegistryRecord& record, ULONGLONG ullValue)
 {
     // The text has room for 32 bits: of a longer number it shows the lower half.
-    KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%d)", record.tstrKeyPath.c_str(),
-             record.tstrValueName.c_str(), static_cast<int>(ullValue));
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%d)", record.tstrKeyPath.c_str(),
+          record.tstrValueName.c_str(), static_cast<int>(ullValue));
 }
 
 /// "add_if_non": writes the value unless one of its type is there. A value of another type cannot be read and is
@@ -81,7 +81,7 @@ void AddValueIfNone(const RegistryRecord& record, const Value& value, const Valu
     TraceStore(record, value);
     const std::wstring tstrName = record.tstrValueName == L"(Default)" ? std::wstring() : record.tstrValueName;
     if (!Store(record, tstrName, value, dwError)) {
-        KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
+        Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
     }
 }
 
@@ -94,7 +94,7 @@ struct TypeRow {
 
 void RefuseMultiText(const RegistryRecord&)
 {
-    KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). REG_MULTI_SZ not supported yet");
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). REG_MULTI_SZ not supported yet");
 }
 
 const TypeRow kTypes[] = {
@@ -124,23 +124,23 @@ const TypeRow kTypes[] = {
 
 void DeleteRegistryValue(const RegistryRecord& record)
 {
-    KZ_TRACE(kTraceInfo, L"To delete registry key: HKEY_LOCAL_MACHINE:%s:%s", record.tstrKeyPath.c_str(),
-             record.tstrValueName.c_str());
+    Trace(kTraceInfo, L"To delete registry key: HKEY_LOCAL_MACHINE:%s:%s", record.tstrKeyPath.c_str(),
+          record.tstrValueName.c_str());
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Reg::DeleteValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, record.tstrValueName, Storage::eViewDefault,
                                    &dwError)) {
-        KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
+        Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
     }
 }
 
 void WriteRegistryValue(const RegistryRecord& record, DWORD dwOp)
 {
     if (dwOp == op_reg_add) {
-        KZ_TRACE(kTraceInfo, L"To write registry key: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
-                 record.tstrValueName.c_str(), record.tstrData.c_str());
+        Trace(kTraceInfo, L"To write registry key: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
+              record.tstrValueName.c_str(), record.tstrData.c_str());
     } else {
-        KZ_TRACE(kTraceInfo, L"To check if registry key exists: HKEY_LOCAL_MACHINE:%s:%s:%s",
-                 record.tstrKeyPath.c_str(), record.tstrValueName.c_str(), record.tstrData.c_str());
+        Trace(kTraceInfo, L"To check if registry key exists: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
+              record.tstrValueName.c_str(), record.tstrData.c_str());
     }
     for (const TypeRow& row : kTypes) {
         if (record.tstrType == row.szType) {
@@ -148,28 +148,27 @@ void WriteRegistryValue(const RegistryRecord& record, DWORD dwOp)
             return;
         }
     }
-    KZ_TRACE(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
 }
 
 }  // namespace
 
 void FrameworkDeployAgent::PatchRegistry()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::PatchRegistry()...",
-                               L"[Leave] FrameworkDeployAgent::PatchRegistry()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::PatchRegistry()");
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"QOR_REGISTRY_PATCH", records, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
         return;
     }
     ForEachRecord(records, L"delete", [this](const std::wstring& tstrRecord) {
         PatchReg(op_reg_delete, tstrRecord);
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
     });
     const auto add = [this](DWORD dwOp, const std::wstring& tstrRecord) {
         PatchReg(dwOp, tstrRecord);
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
     };
     ForEachRecord(records, L"add", [&](const std::wstring& tstrRecord) { add(op_reg_add, tstrRecord); });
     ForEachRecord(records, L"add_if_non", [&](const std::wstring& tstrRecord) { add(op_reg_add_if_non, tstrRecord); });
@@ -177,14 +176,13 @@ void FrameworkDeployAgent::PatchRegistry()
 
 void FrameworkDeployAgent::PatchReg(DWORD dwOp, const std::wstring& tstrData)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::PatchReg()...",
-                               L"[Leave] FrameworkDeployAgent::PatchReg()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::PatchReg()");
     if (!IsRecordLengthValid(tstrData)) {
-        KZ_TRACE(kTraceError, L"PatchReg(tszData==empty || tszData.size()>1023)");
+        Trace(kTraceError, L"PatchReg(tszData==empty || tszData.size()>1023)");
         return;
     }
     if (dwOp < op_begin_reg || dwOp > op_end_reg) {
-        KZ_TRACE(kTraceError, L"PatchReg(op<op_begin_reg || op>op_end_reg)");
+        Trace(kTraceError, L"PatchReg(op<op_begin_reg || op>op_end_reg)");
         return;
     }
     const RegistryRecord record = ParseRecord(tstrData, m_pathValues);
@@ -192,6 +190,6 @@ void FrameworkDeployAgent::PatchReg(DWORD dwOp, const std::wstring& tstrData)
         case op_reg_delete: DeleteRegistryValue(record); break;
         case op_reg_add:
         case op_reg_add_if_non: WriteRegistryValue(record, dwOp); break;
-        default: KZ_TRACE(kTraceError, L"FrameworkDeployAgent::PatchReg(). incorrect RegOp type"); break;
+        default: Trace(kTraceError, L"FrameworkDeployAgent::PatchReg(). incorrect RegOp type"); break;
     }
 }

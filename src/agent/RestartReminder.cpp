@@ -32,18 +32,18 @@ Notification ReadNotification()
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"RestartNotification_" + Frwk::Utility::GetLanguage(), records, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
     }
     Notification notification;
     auto [itText, itEnd] = records.equal_range(L"text");
     if (itText != itEnd) {
         notification.tstrTitle = itText->second;
-        KZ_TRACE(kTraceInfo, L"RemindToReboot(): Title: [%s]", notification.tstrTitle.c_str());
+        Trace(kTraceInfo, L"RemindToReboot(): Title: [%s]", notification.tstrTitle.c_str());
         ++itText;
     }
     if (itText != itEnd) {
         notification.tstrMessage = itText->second;
-        KZ_TRACE(kTraceInfo, L"RemindToReboot(): Message: [%s]", notification.tstrMessage.c_str());
+        Trace(kTraceInfo, L"RemindToReboot(): Message: [%s]", notification.tstrMessage.c_str());
     }
     if (notification.tstrTitle.empty()) notification.tstrTitle = kBuiltInTitle;
     if (notification.tstrMessage.empty()) notification.tstrMessage = kBuiltInMessage;
@@ -61,7 +61,7 @@ DWORD BytesOf(const std::wstring& tstrText)
     const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
     if (dwSession == kNoSession) {
         // As a session id it would mean the program's own: nobody may ever see a question that waits there.
-        KZ_TRACE(kTraceError, L"*** ::WTSGetActiveConsoleSessionId() - no session is attached to the console.");
+        Trace(kTraceError, L"*** ::WTSGetActiveConsoleSessionId() - no session is attached to the console.");
         return false;
     }
     DWORD dwAnswer = 0;
@@ -69,7 +69,7 @@ DWORD BytesOf(const std::wstring& tstrText)
                            BytesOf(notification.tstrTitle), notification.tstrMessage.data(),
                            BytesOf(notification.tstrMessage), kStyle, 0, &dwAnswer, TRUE)) {
         const DWORD dwError = ::GetLastError();
-        KZ_TRACE(kTraceError, L"*** ::WTSSendMessage() failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** ::WTSSendMessage() failed. [0x%08x]", dwError);
         return false;
     }
     return dwAnswer == IDOK;
@@ -79,15 +79,15 @@ DWORD BytesOf(const std::wstring& tstrText)
 
 void RemindToReboot()
 {
-    KZ_TRACE(kTraceStep, L"RemindToReboot()");
+    Trace(kTraceStep, L"RemindToReboot()");
     Notification notification = ReadNotification();
-    KZ_TRACE(kTraceInfo, L"To display notification dialog...");
+    Trace(kTraceInfo, L"To display notification dialog...");
     // A console window must not stay open behind a question that may wait for hours.
     ::FreeConsole();
     if (!AskAtConsole(std::move(notification))) {
-        KZ_TRACE(kTraceInfo, L"Restart later...");
+        Trace(kTraceInfo, L"Restart later...");
         return;
     }
-    KZ_TRACE(kTraceInfo, L"To restart system...");
-    if (!InstCommon::Utility::ReStartWindows()) KZ_TRACE(kTraceError, L"ReStartWindows() failed.");
+    Trace(kTraceInfo, L"To restart system...");
+    if (!InstCommon::Utility::ReStartWindows()) Trace(kTraceError, L"ReStartWindows() failed.");
 }

@@ -8,12 +8,11 @@ using namespace KzCommon;
 
 void FrameworkDeployAgent::PostRunScript()
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::PostRunScript()...",
-                               L"[Leave] FrameworkDeployAgent::PostRunScript()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::PostRunScript()");
     SectionRecords records;
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(L"Run", records, dwError)) {
-        KZ_TRACE(kTraceError, L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]", dwError);
         return;
     }
     const bool bTouchpadTooOld = QorCommon::IsETDExistAndDriverNotUpToDate();
@@ -21,15 +20,13 @@ void FrameworkDeployAgent::PostRunScript()
         // The keyboard filter of that touchpad does not work with an old driver.
         if (bTouchpadTooOld && tstrCommand.find(L"kbfilter.ini") != std::wstring::npos) return;
         RegisterSysRunOnce(tstrCommand);
-        KZ_TRACE(kTraceInfo, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]",
-                 tstrCommand.c_str());
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]", tstrCommand.c_str());
     });
 }
 
 void FrameworkDeployAgent::RegisterSysRunOnce(const std::wstring& tstrCommand)
 {
-    const OperationTrace trace(L"[Enter] FrameworkDeployAgent::RegisterSysRunOnce()...",
-                               L"[Leave] FrameworkDeployAgent::RegisterSysRunOnce()...");
+    const OperationTrace trace(L"FrameworkDeployAgent::RegisterSysRunOnce()");
     std::wstring tstrExpanded = tstrCommand;
     m_pathValues.ExpandPlaceholders(tstrExpanded);
     PatchReg(op_reg_add,

@@ -14,7 +14,7 @@ DWORD ProductRegistryView()
     bool bWow64 = false;
     DWORD dwError = ERROR_SUCCESS;
     if (!Process::IsWow64ModeProcess(bWow64, &dwError)) {
-        KZ_TRACE(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
+        Trace(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
     }
     return bWow64 ? Storage::eView64Bit : Storage::eViewDefault;
 }
@@ -25,8 +25,7 @@ std::wstring GetInstalledFolder()
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, kProductKey, L"ProductPath", tstrFolder, ProductRegistryView(),
                                  &dwError)) {
-        KZ_TRACE(kTraceError, L"*** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x%08x]",
-                 dwError);
+        Trace(kTraceError, L"*** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x%08x]", dwError);
     }
     return String::EnsureBackslash(tstrFolder);
 }
@@ -48,18 +47,18 @@ std::wstring GetStrFromHKLM_KZVLT(const std::wstring& tstrName, const std::wstri
 void WriteToRegHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstrValue)
 {
     if (tstrName.empty() || tstrValue.empty()) {
-        KZ_TRACE(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) - empty, nothing is written.",
-                 tstrName.c_str(), tstrValue.c_str());
+        Trace(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) - empty, nothing is written.",
+              tstrName.c_str(), tstrValue.c_str());
         return;
     }
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, kProductKey, tstrName, tstrValue, ProductRegistryView(),
                                   &dwError)) {
-        KZ_TRACE(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) failed. [0x%08x]", tstrName.c_str(),
-                 tstrValue.c_str(), dwError);
+        Trace(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) failed. [0x%08x]", tstrName.c_str(),
+              tstrValue.c_str(), dwError);
         return;
     }
-    KZ_TRACE(kTraceInfo, L"Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) written.", tstrName.c_str(), tstrValue.c_str());
+    Trace(kTraceInfo, L"Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) written.", tstrName.c_str(), tstrValue.c_str());
 }
 
 std::wstring GetLanguage()

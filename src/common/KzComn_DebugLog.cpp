@@ -244,23 +244,41 @@ bool CloseGlobalDebugLog()
     return GlobalDebugLog().Close();
 }
 
-OperationTrace::OperationTrace(TraceFormat<> enter, const wchar_t* szLeave, const std::source_location& where)
-    : m_szLeave(szLeave), m_where(where)
+OperationTrace::OperationTrace(OperationName name)
+    : m_szLeaveFormat(L"[Leave] %s..."),
+      m_szLeaveText(name.Get()),
+      m_szFile(name.Where().file_name()),
+      m_dwLine(name.Where().line())
 {
-    static_cast<void>(GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceStep, enter.Get()));
+    Write(L"[Enter] %s...", name.Get());
+}
+
+OperationTrace::OperationTrace(OperationName name, const std::wstring& tstrArgument)
+    : m_szLeaveFormat(L"[Leave] %s..."),
+      m_szLeaveText(name.Get()),
+      m_szFile(name.Where().file_name()),
+      m_dwLine(name.Where().line())
+{
+    const int cchBare = static_cast<int>(std::wcscspn(name.Get(), L"("));
+    static_cast<void>(GlobalDebugLog().Trace(m_szFile, m_dwLine, kTraceStep, L"[Enter] %.*s(%s)...", cchBare,
+                                             name.Get(), tstrArgument.c_str()));
 }
 
 OperationTrace::OperationTrace(TraceFormat<const wchar_t*> enter, const std::wstring& tstrArgument,
-                               const wchar_t* szLeave, const std::source_location& where)
-    : m_szLeave(szLeave), m_where(where)
+                               const wchar_t* szLeave)
+    : m_szLeaveFormat(L"%s"), m_szLeaveText(szLeave), m_szFile(enter.File()), m_dwLine(enter.Line())
 {
-    static_cast<void>(
-        GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceStep, enter.Get(), tstrArgument.c_str()));
+    Write(enter.Get(), tstrArgument.c_str());
 }
 
 OperationTrace::~OperationTrace()
 {
-    static_cast<void>(GlobalDebugLog().Trace(m_where.file_name(), m_where.line(), kTraceStep, L"%s", m_szLeave));
+    Write(m_szLeaveFormat, m_szLeaveText);
+}
+
+void OperationTrace::Write(const wchar_t* szFormat, const wchar_t* szText) const
+{
+    static_cast<void>(GlobalDebugLog().Trace(m_szFile, m_dwLine, kTraceStep, szFormat, szText));
 }
 
 }  // namespace KzCommon

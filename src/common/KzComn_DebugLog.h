@@ -74,33 +74,51 @@ private:
 /// Closes the one instance.
 bool CloseGlobalDebugLog();
 
-/// Behind KZ_TRACE: the format is checked against the arguments when the call is compiled.
+/// Writes one line to the trace: level, wide format, arguments. The format is checked against the arguments when the
+/// call is compiled, and carries the place in the source that the line names.
 template <class... Arguments>
-void WriteTrace(const char* szFile, DWORD dwLine, DWORD dwLevel, TraceFormat<std::type_identity_t<Arguments>...> format,
-                const Arguments&... arguments)
+void Trace(DWORD dwLevel, TraceFormat<std::type_identity_t<Arguments>...> format, Arguments... arguments)
 {
-    static_cast<void>(GlobalDebugLog().Trace(szFile, dwLine, dwLevel, format.Get(), arguments...));
+    static_cast<void>(GlobalDebugLog().Trace(format.File(), format.Line(), dwLevel, format.Get(), arguments...));
 }
 
-/// Writes one line to the trace: level, wide format, arguments.
-#define KZ_TRACE(level, ...) ::KzCommon::WriteTrace(__FILE__, __LINE__, (level), __VA_ARGS__)
+/// An operation's name as its trace lines show it, usually "Class::Operation()", and the place of the trace call.
+class OperationName {
+public:
+    consteval OperationName(const wchar_t* szName,  // NOLINT(google-explicit-constructor)
+                            const std::source_location& where = std::source_location::current())
+        : m_szName(szName), m_where(where)
+    {
+    }
+    [[nodiscard]] constexpr const wchar_t* Get() const noexcept { return m_szName; }
+    [[nodiscard]] constexpr const std::source_location& Where() const noexcept { return m_where; }
 
-/// Writes an operation's entry line now and its leave line on every way out of the scope.
+private:
+    const wchar_t* m_szName;
+    std::source_location m_where;
+};
+
+/// Writes an operation's entry line now and its leave line on every way out of the scope, both at level 1:
+/// "[Enter] NAME..." and "[Leave] NAME...".
 class OperationTrace {
 public:
-    /// `szEnter` and `szLeave` are whole lines and must outlive the object: literals.
-    OperationTrace(TraceFormat<> enter, const wchar_t* szLeave,
-                   const std::source_location& where = std::source_location::current());
-    /// The same with one text in the entry line.
-    OperationTrace(TraceFormat<const wchar_t*> enter, const std::wstring& tstrArgument, const wchar_t* szLeave,
-                   const std::source_location& where = std::source_location::current());
+    explicit OperationTrace(OperationName name);
+    /// The same with one text between the parentheses of the entry line: "[Enter] Class::Operation(TEXT)...".
+    OperationTrace(OperationName name, const std::wstring& tstrArgument);
+    /// For operations whose lines have a form of their own: the entry line's format and the whole leave line, a
+    /// literal.
+    OperationTrace(TraceFormat<const wchar_t*> enter, const std::wstring& tstrArgument, const wchar_t* szLeave);
     OperationTrace(const OperationTrace&) = delete;
     OperationTrace& operator=(const OperationTrace&) = delete;
     ~OperationTrace();
 
 private:
-    const wchar_t* m_szLeave;
-    std::source_location m_where;
+    void Write(const wchar_t* szFormat, const wchar_t* szText) const;
+
+    const wchar_t* m_szLeaveFormat;
+    const wchar_t* m_szLeaveText;
+    const char* m_szFile;
+    DWORD m_dwLine;
 };
 
 }  // namespace KzCommon

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <source_location>
 #include <type_traits>
 
 namespace KzCommon {
@@ -25,7 +26,9 @@ consteval TraceArgument KindOfTraceArgument()
 template <class... Arguments>
 class TraceFormat {
 public:
-    consteval TraceFormat(const wchar_t* szFormat) : m_szFormat(szFormat)  // NOLINT(google-explicit-constructor)
+    consteval TraceFormat(const wchar_t* szFormat,  // NOLINT(google-explicit-constructor)
+                          const std::source_location& where = std::source_location::current())
+        : m_szFormat(szFormat), m_where(where)
     {
         static_assert(((KindOfTraceArgument<Arguments>() != TraceArgument::eNotTraceable) && ...),
                       "a trace argument is a number or a zero-terminated wide text");
@@ -45,6 +48,9 @@ public:
 
     explicit constexpr operator bool() const noexcept { return m_szFormat != nullptr; }
     [[nodiscard]] constexpr const wchar_t* Get() const noexcept { return m_szFormat; }
+    /// The place in the source where the format stands.
+    [[nodiscard]] constexpr const char* File() const noexcept { return m_where.file_name(); }
+    [[nodiscard]] constexpr unsigned long Line() const noexcept { return m_where.line(); }
 
 private:
     static consteval bool IsOneOf(wchar_t ch, const wchar_t* szSet)
@@ -67,6 +73,7 @@ private:
     }
 
     const wchar_t* m_szFormat;
+    std::source_location m_where;
 };
 
 }  // namespace KzCommon

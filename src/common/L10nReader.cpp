@@ -33,19 +33,18 @@ bool CL10nReader::ParseL10nFile(const std::wstring& tstrLangName, const std::wst
     const std::wstring tstrPath = TablePath(tstrLangName, tstrAdditionalSection);
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::IsExisted(tstrPath, &dwError)) {
-        KZ_TRACE(kTraceError,
-                 L"CL10nReader::ParseL10nFile - KzCommon::Storage::File::IsExisted(%s) failed. error[0x%08x]",
-                 tstrPath.c_str(), dwError);
+        Trace(kTraceError, L"CL10nReader::ParseL10nFile - KzCommon::Storage::File::IsExisted(%s) failed. error[0x%08x]",
+              tstrPath.c_str(), dwError);
         return false;
     }
     bool bOk = true;
     if (!QueryIniValue(tstrPath, L"Global")) {
-        KZ_TRACE(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() for Global section failed");
+        Trace(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() for Global section failed");
         bOk = false;
     }
     if (!tstrAdditionalSection.empty() && !QueryIniValue(tstrPath, tstrAdditionalSection)) {
-        KZ_TRACE(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() failed. _tsAdditionalSection[%s]",
-                 tstrAdditionalSection.c_str());
+        Trace(kTraceError, L"CL10nReader::ParseL10nFile - QueryIniValue() failed. _tsAdditionalSection[%s]",
+              tstrAdditionalSection.c_str());
         bOk = false;
     }
     return bOk;
@@ -55,7 +54,7 @@ const wchar_t* CL10nReader::GetString(const std::wstring& tstrKey) const
 {
     const auto found = m_strings.find(tstrKey);
     if (found != m_strings.end()) return found->second.c_str();
-    KZ_TRACE(kTraceInfo, L"CL10nReader::GetString - String not found[%s]", tstrKey.c_str());
+    Trace(kTraceInfo, L"CL10nReader::GetString - String not found[%s]", tstrKey.c_str());
     return nullptr;
 }
 
@@ -64,14 +63,14 @@ bool CL10nReader::QueryIniValue(const std::wstring& tstrPath, const std::wstring
     Storage::Ini::Section section = Storage::Ini::ReadSection(tstrPath, tstrSection, kGrowth);
     switch (section.eOutcome) {
         case Storage::Ini::SectionOutcome::eNoMemory:
-            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - Allocate %u bytes buffer failed.", section.cchBuffer);
+            Trace(kTraceError, L"CL10nReader::QueryIniValue - Allocate %u bytes buffer failed.", section.cchBuffer);
             return false;
         case Storage::Ini::SectionOutcome::eFailed:
-            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - GetPrivateProfileSection() failed. error[0x%08x]",
-                     section.dwError);
+            Trace(kTraceError, L"CL10nReader::QueryIniValue - GetPrivateProfileSection() failed. error[0x%08x]",
+                  section.dwError);
             return false;
         case Storage::Ini::SectionOutcome::eTooLarge:
-            KZ_TRACE(kTraceError, L"CL10nReader::QueryIniValue - nCountOfString could not larger than SHRT_MAX.");
+            Trace(kTraceError, L"CL10nReader::QueryIniValue - nCountOfString could not larger than SHRT_MAX.");
             return false;
         case Storage::Ini::SectionOutcome::eRead: break;
     }

@@ -59,7 +59,7 @@ std::wstring DriverVersionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
 {
     const HKEY hKey = ::SetupDiOpenDevRegKey(hDevices, &device, DICS_FLAG_GLOBAL, 0, DIREG_DRV, KEY_READ);
     if (hKey == INVALID_HANDLE_VALUE || !hKey) {
-        KZ_TRACE(kTraceError, L"Invalid handle value for hkey!");
+        Trace(kTraceError, L"Invalid handle value for hkey!");
         return {};
     }
     const UniqueRegistryKey key(hKey);
@@ -76,17 +76,17 @@ std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
     SP_DEVINFO_DATA device{};
     device.cbSize = sizeof(device);
     for (DWORD dwIndex = 0; ::SetupDiEnumDeviceInfo(hDevices, dwIndex, &device); ++dwIndex) {
-        KZ_TRACE(kTraceInfo, L"Device %d", dwIndex);
+        Trace(kTraceInfo, L"Device %d", dwIndex);
         const std::wstring tstrDescription = DescriptionOf(hDevices, device);
-        KZ_TRACE(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
+        Trace(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
         // Without a name no touchpad is meant.
         if (tstrName.empty() || !::StrStrW(tstrDescription.c_str(), tstrName.c_str())) {
-            KZ_TRACE(kTraceInfo, L"StrStr return NULL!!");
+            Trace(kTraceInfo, L"StrStr return NULL!!");
             continue;
         }
         std::wstring tstrVersion = DriverVersionOf(hDevices, device);
         if (tstrVersion.empty()) continue;
-        KZ_TRACE(kTraceInfo, L"Driver Info: %s %s", tstrDescription.c_str(), tstrVersion.c_str());
+        Trace(kTraceInfo, L"Driver Info: %s %s", tstrDescription.c_str(), tstrVersion.c_str());
         return tstrVersion;
     }
     return {};
@@ -102,17 +102,16 @@ std::vector<std::wstring> PartsOf(const std::wstring& tstrVersion)
 
 std::wstring CDeployComponentsAction::GetDriverVersion()
 {
-    const OperationTrace trace(L"[Enter] CDeployComponentsAction::GetDriverVersion()...",
-                               L"[Leave] CDeployComponentsAction::GetDriverVersion()...");
+    const OperationTrace trace(L"CDeployComponentsAction::GetDriverVersion()");
     const std::wstring tstrName = ReadProductValue(L"ETDName");
-    KZ_TRACE(kTraceInfo, L"ETDName = %s", tstrName.c_str());
+    Trace(kTraceInfo, L"ETDName = %s", tstrName.c_str());
     const UniqueDeviceList devices = PresentMice();
     if (!devices) {
-        KZ_TRACE(kTraceError, L"Invalid handle value");
+        Trace(kTraceError, L"Invalid handle value");
         return {};
     }
     std::wstring tstrVersion = FindDriverVersion(devices.Get(), tstrName);
-    if (tstrVersion.empty()) KZ_TRACE(kTraceInfo, L"Get ETD driver version fail!");
+    if (tstrVersion.empty()) Trace(kTraceInfo, L"Get ETD driver version fail!");
     return tstrVersion;
 }
 
@@ -120,10 +119,9 @@ namespace QorCommon {
 
 std::wstring GetETDMinVersionFromRegistry()
 {
-    const OperationTrace trace(L"[Enter] QorCommon::GetETDMinVersionFromRegistry...",
-                               L"[Leave] QorCommon::GetETDMinVersionFromRegistry...");
+    const OperationTrace trace(L"QorCommon::GetETDMinVersionFromRegistry");
     std::wstring tstrMinimum = ReadProductValue(L"ETDMinVersion");
-    KZ_TRACE(kTraceInfo, L"ETD Min Version = %s", tstrMinimum.c_str());
+    Trace(kTraceInfo, L"ETD Min Version = %s", tstrMinimum.c_str());
     return tstrMinimum;
 }
 
@@ -134,7 +132,7 @@ bool IsDriverOlder(const std::wstring& tstrCurrent, const std::wstring& tstrMini
     for (std::size_t uPart = 0; uPart < current.size() && uPart < minimum.size(); ++uPart) {
         const int iCurrent = ::_wtoi(current[uPart].c_str());
         const int iMinimum = ::_wtoi(minimum[uPart].c_str());
-        KZ_TRACE(kTraceInfo, L"current_ver = %d, min_ver = %d", iCurrent, iMinimum);
+        Trace(kTraceInfo, L"current_ver = %d, min_ver = %d", iCurrent, iMinimum);
         if (iCurrent != iMinimum) return iCurrent < iMinimum;
     }
     return current.size() < minimum.size();
@@ -142,25 +140,24 @@ bool IsDriverOlder(const std::wstring& tstrCurrent, const std::wstring& tstrMini
 
 bool IsETDExistAndDriverNotUpToDate()
 {
-    const OperationTrace trace(L"[Enter] QorCommon::IsETDExistAndDriverNotUpToDate...",
-                               L"[Leave] QorCommon::IsETDExistAndDriverNotUpToDate...");
+    const OperationTrace trace(L"QorCommon::IsETDExistAndDriverNotUpToDate");
     const std::wstring tstrCurrent = CDeployComponentsAction::GetDriverVersion();
-    KZ_TRACE(kTraceInfo, L"ETD Driver Version = %s", tstrCurrent.c_str());
+    Trace(kTraceInfo, L"ETD Driver Version = %s", tstrCurrent.c_str());
     if (tstrCurrent.empty()) {
         const std::wstring tstrBlackList = ReadProductValue(L"KeystrokeBlackList");
-        KZ_TRACE(kTraceInfo, L"KeystrokeBlackList = %s", tstrBlackList.c_str());
+        Trace(kTraceInfo, L"KeystrokeBlackList = %s", tstrBlackList.c_str());
         if (tstrBlackList != L"1") return false;
-        KZ_TRACE(kTraceInfo, L"Keystroke black list found!QorCommon::IsETDExistAndDriverNotUpToDate...");
+        Trace(kTraceInfo, L"Keystroke black list found!QorCommon::IsETDExistAndDriverNotUpToDate...");
         return true;
     }
     const std::wstring tstrMinimum = GetETDMinVersionFromRegistry();
-    KZ_TRACE(kTraceInfo, L"ETD Minimal Support Driver Version = %s", tstrMinimum.c_str());
+    Trace(kTraceInfo, L"ETD Minimal Support Driver Version = %s", tstrMinimum.c_str());
     if (tstrMinimum.empty()) {
-        KZ_TRACE(kTraceError, L"ETD Minimal support version is not found.");
+        Trace(kTraceError, L"ETD Minimal support version is not found.");
         return false;
     }
     const bool bOlder = IsDriverOlder(tstrCurrent, tstrMinimum);
-    KZ_TRACE(kTraceInfo, L"ret = %d", bOlder);
+    Trace(kTraceInfo, L"ret = %d", bOlder);
     return bOlder;
 }
 

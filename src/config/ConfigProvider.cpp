@@ -36,21 +36,19 @@ bool HasData(const Json::Value& request)
 
 DWORD CConfigProvider::PreInitialize()
 {
-    const OperationTrace trace(L"[Enter] CConfigProvider::PreInitialize()...",
-                               L"[Leave] CConfigProvider::PreInitialize()...");
+    const OperationTrace trace(L"CConfigProvider::PreInitialize()");
     m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
     return m_tstrInstallDir.empty() ? Config::eNoInstallFolder : Config::eOk;
 }
 
 DWORD CConfigProvider::Initialize()
 {
-    const OperationTrace trace(L"[Enter] CConfigProvider::Initialize()...",
-                               L"[Leave] CConfigProvider::Initialize()...");
+    const OperationTrace trace(L"CConfigProvider::Initialize()");
     if (m_tstrInstallDir.empty()) return Config::eNotReady;
     DWORD dwError = ERROR_SUCCESS;
     m_bReady = m_protection.Open(Config::kStoreKey, dwError);
     if (m_bReady) return Config::eOk;
-    KZ_TRACE(kTraceError, L"*** CConfigProvider::Initialize() - the encryption cannot be used. [0x%08x]", dwError);
+    Trace(kTraceError, L"*** CConfigProvider::Initialize() - the encryption cannot be used. [0x%08x]", dwError);
     return Config::eNoProtection;
 }
 
@@ -63,12 +61,11 @@ void CConfigProvider::Uninitialize() noexcept
 
 DWORD CConfigProvider::MessageProc(DWORD dwMessage, Json::Value& request)
 {
-    const OperationTrace trace(L"[Enter] CConfigProvider::MessageProc()...",
-                               L"[Leave] CConfigProvider::MessageProc()...");
+    const OperationTrace trace(L"CConfigProvider::MessageProc()");
     DWORD dwResult = Config::eInternalError;
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Guarded(&dwError, [&] { dwResult = Dispatch(dwMessage, request); })) {
-        KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) failed. [0x%08x]", dwMessage, dwError);
+        Trace(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) failed. [0x%08x]", dwMessage, dwError);
         return Config::eInternalError;
     }
     return dwResult;
@@ -87,10 +84,10 @@ DWORD CConfigProvider::Dispatch(DWORD dwMessage, Json::Value& request)
     for (const auto& row : kMessages) {
         if (row.dwMessage != dwMessage) continue;
         if (HasData(request)) return (this->*row.pfnCarryOut)(request);
-        KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - the request has no \"Data\".", dwMessage);
+        Trace(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - the request has no \"Data\".", dwMessage);
         return Config::eBadRequest;
     }
-    KZ_TRACE(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - unknown message.", dwMessage);
+    Trace(kTraceError, L"*** CConfigProvider::MessageProc(0x%08x) - unknown message.", dwMessage);
     return Config::eUnknownMessage;
 }
 
@@ -134,7 +131,7 @@ DWORD CConfigProvider::Write(Json::Value& request)
     const std::optional<std::wstring> fileName = TextOf(request.get("FileName", {}));
     if (!folder || folder->empty() || folder->find(L'\0') != std::wstring::npos || !fileName ||
         !Storage::File::IsPlainName(*fileName)) {
-        KZ_TRACE(kTraceError, L"*** CConfigProvider::Write() - the request names no file.");
+        Trace(kTraceError, L"*** CConfigProvider::Write() - the request names no file.");
         return Config::eBadRequest;
     }
     ConfigStore store(m_protection);
@@ -155,8 +152,8 @@ bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, co
     if (!path || !text) {
         std::wstring tstrTag;
         static_cast<void>(String::FromUtf8(strTag, tstrTag));
-        KZ_TRACE(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
-                 tstrTag.c_str());
+        Trace(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
+              tstrTag.c_str());
         return false;
     }
     const auto itType = m_types.find(strTag);

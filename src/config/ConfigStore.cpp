@@ -61,9 +61,8 @@ bool ConfigStore::Open(const std::wstring& tstrPath)
         m_document = Storage::XmlParser().ParseFile(tstrPath);
     } catch (Storage::XmlException* pException) {
         const std::unique_ptr<Storage::XmlException> caught(pException);
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Open(%s) - [0x%08x] line %llu, column %llu: %s", tstrPath.c_str(),
-                 caught->ErrorCode(), caught->Position().ullLine, caught->Position().ullColumn,
-                 caught->Reason().c_str());
+        Trace(kTraceError, L"*** ConfigStore::Open(%s) - [0x%08x] line %llu, column %llu: %s", tstrPath.c_str(),
+              caught->ErrorCode(), caught->Position().ullLine, caught->Position().ullColumn, caught->Reason().c_str());
         return false;
     }
     m_tstrPath = tstrPath;
@@ -78,7 +77,7 @@ bool ConfigStore::Save()
         Storage::XmlWriter::WriteFile(*m_document, m_tstrPath);
     } catch (Storage::XmlException* pException) {
         const std::unique_ptr<Storage::XmlException> caught(pException);
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Save(%s) failed. [0x%08x]", m_tstrPath.c_str(), caught->ErrorCode());
+        Trace(kTraceError, L"*** ConfigStore::Save(%s) failed. [0x%08x]", m_tstrPath.c_str(), caught->ErrorCode());
         return false;
     }
     m_bChanged = false;
@@ -93,8 +92,8 @@ bool ConfigStore::Clear(const TagPath& path, const Value& value, Secret<std::wst
     }
     DWORD dwError = ERROR_SUCCESS;
     if (m_protection.Unprotect(value.tstrText, clear, dwError)) return true;
-    KZ_TRACE(kTraceError, L"*** ConfigStore - the protected value of [%s] is not authentic. [0x%08x]",
-             path.Text().c_str(), dwError);
+    Trace(kTraceError, L"*** ConfigStore - the protected value of [%s] is not authentic. [0x%08x]", path.Text().c_str(),
+          dwError);
     return false;
 }
 
@@ -109,7 +108,7 @@ ConfigStore::Found ConfigStore::Read(const TagPath& path, Value& value, Type& eT
     Secret<std::wstring> clear;
     if (!Clear(path, held, clear)) return Found::eRefused;
     if (!Fits(eHeld, clear.value)) {
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Read() - [%s] does not fit its type.", path.Text().c_str());
+        Trace(kTraceError, L"*** ConfigStore::Read() - [%s] does not fit its type.", path.Text().c_str());
         return Found::eRefused;
     }
     value = held;
@@ -126,14 +125,13 @@ bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType, 
     XmlElement* pElement = Follow(m_document->GetRoot(), path, cLeft);
     const Type eType = cLeft > 0 ? eNewType : TypeOfName(pElement->GetAttribute(L"type"));
     if (!Fits(eType, clear.value) || !Storage::IsXmlText(clear.value)) {
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Write() - the value does not fit the type of [%s].",
-                 path.Text().c_str());
+        Trace(kTraceError, L"*** ConfigStore::Write() - the value does not fit the type of [%s].", path.Text().c_str());
         return false;
     }
     if (cLeft > 0) {
         pElement = Create(path, eNewType, value.bProtected || bNewProtected);
     } else if (pElement->GetFirstChild()) {
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Write() - [%s] is a section.", path.Text().c_str());
+        Trace(kTraceError, L"*** ConfigStore::Write() - [%s] is a section.", path.Text().c_str());
         return false;
     }
     return pElement && Store(*pElement, path, value, clear.value);
@@ -148,8 +146,8 @@ bool ConfigStore::Store(XmlElement& element, const TagPath& path, const Value& v
         Secret<std::wstring> held;
         if (m_protection.Unprotect(ValueOf(element).tstrText, held, dwError) && held.value == tstrClear) return true;
         if (!m_protection.Protect(tstrClear, tstrNew, dwError)) {
-            KZ_TRACE(kTraceError, L"*** ConfigStore::Write() - [%s] cannot be protected. [0x%08x]", path.Text().c_str(),
-                     dwError);
+            Trace(kTraceError, L"*** ConfigStore::Write() - [%s] cannot be protected. [0x%08x]", path.Text().c_str(),
+                  dwError);
             return false;
         }
     }
@@ -166,7 +164,7 @@ XmlElement* ConfigStore::Create(const TagPath& path, Type eType, bool bProtected
     XmlElement* pElement = Follow(m_document->GetRoot(), path, cLeft);
     const auto itNew = path.Names().end() - static_cast<std::ptrdiff_t>(cLeft);
     if (!IsSection(*pElement) || !std::all_of(itNew, path.Names().end(), &Storage::IsXmlName)) {
-        KZ_TRACE(kTraceError, L"*** ConfigStore::Write() - [%s] cannot be created.", path.Text().c_str());
+        Trace(kTraceError, L"*** ConfigStore::Write() - [%s] cannot be created.", path.Text().c_str());
         return nullptr;
     }
     for (auto itName = itNew; itName != path.Names().end(); ++itName) pElement = &pElement->AddChild(*itName);

@@ -39,16 +39,16 @@ void Unpin(IStartMenuPinnedList* pList, decltype(&::SHCreateItemFromParsingName)
     ComPtr<IShellItem> item;
     HRESULT hr = pfnCreateItem(tstrLink.c_str(), nullptr, IID_PPV_ARGS(item.GetAddressOf()));
     if (FAILED(hr)) {
-        KZ_TRACE(kTraceError, texts.noItem, tstrLink.c_str(), hr);
+        Trace(kTraceError, texts.noItem, tstrLink.c_str(), hr);
         return;
     }
-    KZ_TRACE(kTraceInfo, L"[SHCreateItemFromParsingName]successfully.");
+    Trace(kTraceInfo, L"[SHCreateItemFromParsingName]successfully.");
     hr = pList->RemoveFromList(item.Get());
     if (FAILED(hr)) {
-        KZ_TRACE(kTraceError, texts.notRemoved, tstrLink.c_str(), hr);
+        Trace(kTraceError, texts.notRemoved, tstrLink.c_str(), hr);
         return;
     }
-    KZ_TRACE(kTraceInfo, texts.removed, tstrLink.c_str());
+    Trace(kTraceInfo, texts.removed, tstrLink.c_str());
 }
 
 }  // namespace
@@ -56,9 +56,9 @@ void Unpin(IStartMenuPinnedList* pList, decltype(&::SHCreateItemFromParsingName)
 PinnedItems::PinnedItems()
 {
     if (SUCCEEDED(m_apartment.Result())) {
-        KZ_TRACE(kTraceInfo, L"CoInitializeEx successfully.");
+        Trace(kTraceInfo, L"CoInitializeEx successfully.");
     } else {
-        KZ_TRACE(kTraceError, L"*** ::CoInitializeEx() failed. [0x%08x]", m_apartment.Result());
+        Trace(kTraceError, L"*** ::CoInitializeEx() failed. [0x%08x]", m_apartment.Result());
     }
     PrepareList();
     PrepareFolders();
@@ -68,37 +68,37 @@ void PinnedItems::PrepareList()
 {
     DWORD dwError = ERROR_SUCCESS;
     if (!m_shell32.LoadSystem(L"Shell32.dll", &dwError)) {
-        KZ_TRACE(kTraceError, L"*** ::LoadLibrary(Shell32.dll) failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** ::LoadLibrary(Shell32.dll) failed. [0x%08x]", dwError);
         return;
     }
     m_pfnCreateItem = m_shell32.GetProcedure<decltype(m_pfnCreateItem)>("SHCreateItemFromParsingName");
     if (!m_pfnCreateItem) {
         dwError = ::GetLastError();
-        KZ_TRACE(kTraceError, L"*** ::GetProcAddress(SHCreateItemFromParsingName) failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** ::GetProcAddress(SHCreateItemFromParsingName) failed. [0x%08x]", dwError);
         return;
     }
-    KZ_TRACE(kTraceInfo, L"GetProcAddress [SHCreateItemFromParsingName]successfully.");
+    Trace(kTraceInfo, L"GetProcAddress [SHCreateItemFromParsingName]successfully.");
     const HRESULT hr =
         ::CoCreateInstance(kStartMenuPin, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(m_list.GetAddressOf()));
     if (FAILED(hr)) {
-        KZ_TRACE(kTraceError, L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x%08x]", hr);
+        Trace(kTraceError, L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x%08x]", hr);
         return;
     }
-    KZ_TRACE(kTraceInfo, L"CoCreateInstance [IStartMenuPinnedList] successfully.");
+    Trace(kTraceInfo, L"CoCreateInstance [IStartMenuPinnedList] successfully.");
 }
 
 void PinnedItems::PrepareFolders()
 {
     std::wstring tstrUsersProfilePath;
     if (!ShellLink::GetUsersProfilePath(tstrUsersProfilePath)) {
-        KZ_TRACE(kTraceError, L"*** InstCommon::Utility::ShellLink::GetUsersProfilePath failed.");
+        Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetUsersProfilePath failed.");
         return;
     }
     m_tstrCacheFolder = String::JoinPath(
         tstrUsersProfilePath, L"AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned\\Kazmere\\");
     m_tstrTaskbarFolder = String::JoinPath(
         tstrUsersProfilePath, L"AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned\\Taskbar\\");
-    KZ_TRACE(kTraceInfo, L"tstrUsersProfilePath = %s", tstrUsersProfilePath.c_str());
+    Trace(kTraceInfo, L"tstrUsersProfilePath = %s", tstrUsersProfilePath.c_str());
 }
 
 void PinnedItems::UnpinProductLink() const
@@ -116,12 +116,12 @@ void PinnedItems::RemoveCachedLink(const std::wstring& tstrLinkName) const
 {
     if (m_tstrCacheFolder.empty()) return;
     const std::wstring tstrCacheShorcut = m_tstrCacheFolder + tstrLinkName;
-    KZ_TRACE(kTraceInfo, L"tstrCacheShorcut = %s", tstrCacheShorcut.c_str());
+    Trace(kTraceInfo, L"tstrCacheShorcut = %s", tstrCacheShorcut.c_str());
     if (!Storage::File::IsExisted(tstrCacheShorcut)) return;
     Unpin(m_list.Get(), m_pfnCreateItem, tstrCacheShorcut, kCacheTexts);
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Delete(tstrCacheShorcut, &dwError)) {
-        KZ_TRACE(kTraceError, L"*** ::DeleteFile(%s) failed. [0x%08x]", tstrCacheShorcut.c_str(), dwError);
+        Trace(kTraceError, L"*** ::DeleteFile(%s) failed. [0x%08x]", tstrCacheShorcut.c_str(), dwError);
     }
 }
 

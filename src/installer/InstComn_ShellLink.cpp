@@ -6,8 +6,6 @@
 
 #include <shlobj.h>
 
-#include <source_location>
-
 namespace InstCommon::Utility::ShellLink {
 
 using namespace KzCommon;
@@ -24,7 +22,7 @@ struct ItemIdListTraits {
         ComPtr<IMalloc> allocator;
         const HRESULT hr = ::SHGetMalloc(allocator.GetAddressOf());
         if (FAILED(hr)) {
-            KZ_TRACE(kTraceError, L"*** ::SHGetMalloc() failed. [0x%08x]", hr);
+            Trace(kTraceError, L"*** ::SHGetMalloc() failed. [0x%08x]", hr);
             return;
         }
         allocator->Free(handle);
@@ -37,12 +35,12 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
     UniqueItemIdList list;
     const HRESULT hr = ::SHGetSpecialFolderLocation(nullptr, nFolder, list.Receive());
     if (FAILED(hr)) {
-        KZ_TRACE(kTraceError, L"*** ::SHGetSpecialFolderLocation() failed. [0x%08x]", hr);
+        Trace(kTraceError, L"*** ::SHGetSpecialFolderLocation() failed. [0x%08x]", hr);
         return false;
     }
     wchar_t szPath[MAX_PATH] = {};
     if (!::SHGetPathFromIDListW(list.Get(), szPath)) {
-        KZ_TRACE(kTraceError, L"*** ::SHGetPathFromIDList() failed.");
+        Trace(kTraceError, L"*** ::SHGetPathFromIDList() failed.");
         return false;
     }
     tstrFolder = szPath;
@@ -50,11 +48,10 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
 }
 
 /// Whether a step on the link succeeded; traces its own failure text with the step's argument and the code.
-[[nodiscard]] bool Done(HRESULT hr, TraceFormat<const wchar_t*, HRESULT> failure, const std::wstring& tstrArgument,
-                        const std::source_location& where = std::source_location::current())
+[[nodiscard]] bool Done(HRESULT hr, TraceFormat<const wchar_t*, HRESULT> failure, const std::wstring& tstrArgument)
 {
     if (SUCCEEDED(hr)) return true;
-    WriteTrace(where.file_name(), where.line(), kTraceError, failure, tstrArgument.c_str(), hr);
+    Trace(kTraceError, failure, tstrArgument.c_str(), hr);
     return false;
 }
 
@@ -84,7 +81,7 @@ bool CreateShortcut(const std::wstring& tstrLink, const std::wstring& tstrTarget
     const HRESULT hr =
         ::CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(link.GetAddressOf()));
     if (FAILED(hr)) {
-        KZ_TRACE(kTraceError, L"*** CComPtrBase::CoCreateInstance() failed. [0x%08x]", hr);
+        Trace(kTraceError, L"*** CComPtrBase::CoCreateInstance() failed. [0x%08x]", hr);
         return false;
     }
     ComPtr<IPersistFile> file;

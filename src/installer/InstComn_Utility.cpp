@@ -15,11 +15,11 @@ namespace {
     UniqueKernelHandle token;
     if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.Receive())) {
         const DWORD dwError = ::GetLastError();
-        KZ_TRACE(kTraceError, L"*** ::OpenProcessToken() failed. [0x%08x]", dwError);
+        Trace(kTraceError, L"*** ::OpenProcessToken() failed. [0x%08x]", dwError);
         return false;
     }
     if (SetPrivilege(token.Get(), SE_SHUTDOWN_NAME)) return true;
-    KZ_TRACE(kTraceError, L"*** InstCommon::Utility::SetPrivilege() failed.");
+    Trace(kTraceError, L"*** InstCommon::Utility::SetPrivilege() failed.");
     return false;
 }
 
@@ -32,7 +32,7 @@ bool SetPrivilege(HANDLE hToken, const wchar_t* szPrivilege)
     privileges.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
     if (!::LookupPrivilegeValueW(nullptr, szPrivilege, &privileges.Privileges[0].Luid)) {
         const DWORD dwError = ::GetLastError();
-        KZ_TRACE(kTraceError, L"*** ::LookupPrivilegeValue(%s) failed. [0x%08x]", szPrivilege, dwError);
+        Trace(kTraceError, L"*** ::LookupPrivilegeValue(%s) failed. [0x%08x]", szPrivilege, dwError);
         return false;
     }
     // The call also succeeds when the token does not hold the privilege; only the code tells.
@@ -40,7 +40,7 @@ bool SetPrivilege(HANDLE hToken, const wchar_t* szPrivilege)
     const BOOL bAdjusted = ::AdjustTokenPrivileges(hToken, FALSE, &privileges, 0, nullptr, nullptr);
     const DWORD dwError = ::GetLastError();
     if (bAdjusted && dwError == ERROR_SUCCESS) return true;
-    KZ_TRACE(kTraceError, L"*** ::AdjustTokenPrivileges() failed. [0x%08x]", dwError);
+    Trace(kTraceError, L"*** ::AdjustTokenPrivileges() failed. [0x%08x]", dwError);
     return false;
 }
 
@@ -49,7 +49,7 @@ bool ReStartWindows()
     if (Process::HasPrivileges() && !EnableShutdown()) return false;
     if (::ExitWindowsEx(EWX_REBOOT, 0)) return true;
     const DWORD dwError = ::GetLastError();
-    KZ_TRACE(kTraceError, L"*** ::ExitWindowsEx() failed. [0x%08x]", dwError);
+    Trace(kTraceError, L"*** ::ExitWindowsEx() failed. [0x%08x]", dwError);
     return false;
 }
 

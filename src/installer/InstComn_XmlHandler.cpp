@@ -9,22 +9,21 @@ using namespace KzCommon;
 
 bool XmlHandler::ParseXml(const std::wstring& tstrPath)
 {
-    const OperationTrace trace(L"[Enter] InstCommon::Utility::XmlHandler::ParseXml()...",
-                               L"[Leave] InstCommon::Utility::XmlHandler::ParseXml()...");
+    const OperationTrace trace(L"InstCommon::Utility::XmlHandler::ParseXml()");
     Release();
     try {
         m_document = Storage::XmlParser().ParseFile(tstrPath);
     } catch (Storage::XmlException* pException) {
         const std::unique_ptr<Storage::XmlException> caught(pException);
         const Storage::XmlPosition& position = caught->Position();
-        KZ_TRACE(kTraceError,
-                 L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x] line %llu, column %llu: %s",
-                 tstrPath.c_str(), caught->ErrorCode(), position.ullLine, position.ullColumn, caught->Reason().c_str());
+        Trace(kTraceError,
+              L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x] line %llu, column %llu: %s",
+              tstrPath.c_str(), caught->ErrorCode(), position.ullLine, position.ullColumn, caught->Reason().c_str());
         return false;
     } catch (Storage::Exception* pException) {
         const Storage::CaughtException caught(pException);
-        KZ_TRACE(kTraceError, L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x]", tstrPath.c_str(),
-                 caught->ErrorCode());
+        Trace(kTraceError, L"*** KzCommon::Storage::XmlParser::ParseFile(%s) failed. [0x%08x]", tstrPath.c_str(),
+              caught->ErrorCode());
         return false;
     }
     m_bParsed = true;
@@ -33,17 +32,16 @@ bool XmlHandler::ParseXml(const std::wstring& tstrPath)
 
 bool XmlHandler::SkipAllChildElements()
 {
-    const OperationTrace trace(L"[Enter] InstCommon::Utility::XmlHandler::SkipAllChildElements()...",
-                               L"[Leave] InstCommon::Utility::XmlHandler::SkipAllChildElements()...");
+    const OperationTrace trace(L"InstCommon::Utility::XmlHandler::SkipAllChildElements()");
     if (!m_pElement) {
-        KZ_TRACE(kTraceError, L"*** Parameter is invalid.");
+        Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
     const Storage::XmlElement* pRoot = m_document ? m_document->GetRoot() : nullptr;
     for (const Storage::XmlElement* pElement = m_pElement;; pElement = pElement->GetParent()) {
         const Storage::XmlElement* pParent = pElement->GetParent();
         if (!pParent) {
-            KZ_TRACE(kTraceError, L"*** KzCommon::Storage::XmlElement::GetParent() retuned invalid handle.");
+            Trace(kTraceError, L"*** KzCommon::Storage::XmlElement::GetParent() retuned invalid handle.");
             return false;
         }
         if (pParent == pRoot) {

@@ -36,12 +36,12 @@ void ForEachChild(const Storage::XmlElement& parent, const wchar_t* szName, Visi
                             std::wstring& tstrPath)
 {
     if (!Storage::File::IsPlainName(tstrName)) {
-        KZ_TRACE(kTraceError, L"*** [%s] is no name for an item in %s.", tstrName.c_str(), tstrFolder.c_str());
+        Trace(kTraceError, L"*** [%s] is no name for an item in %s.", tstrName.c_str(), tstrFolder.c_str());
         return false;
     }
     tstrPath = String::JoinPath(tstrFolder, tstrName) + szExtension;
     if (tstrPath.size() <= kMostPathCharacters) return true;
-    KZ_TRACE(kTraceError, L"*** Path is too long: %s", tstrPath.c_str());
+    Trace(kTraceError, L"*** Path is too long: %s", tstrPath.c_str());
     return false;
 }
 
@@ -49,13 +49,13 @@ void DeleteLink(const std::wstring& tstrLink)
 {
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::Delete(tstrLink, &dwError)) {
-        KZ_TRACE(kTraceError, L"*** ::DeleteFile(%s) failed. [0x%08x]", tstrLink.c_str(), dwError);
+        Trace(kTraceError, L"*** ::DeleteFile(%s) failed. [0x%08x]", tstrLink.c_str(), dwError);
     }
 }
 
 void RemoveDesktopLinks(const Storage::XmlElement& desktop, const std::wstring& tstrFolder)
 {
-    KZ_TRACE(kTraceInfo, L"Remove shortcuts...");
+    Trace(kTraceInfo, L"Remove shortcuts...");
     ForEachChild(desktop, L"Shortcut", [&](const Storage::XmlElement& shortcut) {
         std::wstring tstrLink;
         if (ItemPath(tstrFolder, shortcut.GetText(), kLinkExtension, tstrLink)) DeleteLink(tstrLink);
@@ -78,7 +78,7 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
     const std::wstring tstrName = folder.GetAttribute(L"name");
     if (!ItemPath(tstrParent, tstrName, L"", tstrPath)) return false;
     if (!Storage::Directory::IsLink(tstrPath)) return true;
-    KZ_TRACE(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
+    Trace(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
     return false;
 }
 
@@ -95,9 +95,9 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
 {
     const bool b64Bit = Process::Is64BitWindows();
     const DWORD dwView = b64Bit ? Storage::eView64Bit : Storage::eViewDefault;
-    if (b64Bit) KZ_TRACE(kTraceInfo, L"Registry mode is eMode64bitKey");
+    if (b64Bit) Trace(kTraceInfo, L"Registry mode is eMode64bitKey");
     // The trace has a number of its own for the default view.
-    KZ_TRACE(kTraceInfo, L"Registry mode is %d", b64Bit ? 2 : 1);
+    Trace(kTraceInfo, L"Registry mode is %d", b64Bit ? 2 : 1);
     std::wstring tstrPlid;
     std::wstring tstrUninstall;
     static_cast<void>(
@@ -106,8 +106,8 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
         HKEY_LOCAL_MACHINE,
         L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{D40E8B62-19C5-47A3-8F0B-3A6C2E95D1F7}",
         L"UninstallString", tstrUninstall, dwView, nullptr));
-    KZ_TRACE(kTraceInfo, L"Found Qe PLID is %s", tstrPlid.c_str());
-    KZ_TRACE(kTraceInfo, L"Found Qe UninstallString is %s", tstrUninstall.c_str());
+    Trace(kTraceInfo, L"Found Qe PLID is %s", tstrPlid.c_str());
+    Trace(kTraceInfo, L"Found Qe UninstallString is %s", tstrUninstall.c_str());
     return IsBundlePlid(tstrPlid) && !tstrUninstall.empty();
 }
 
@@ -115,32 +115,29 @@ void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrF
 
 bool ShortCutXmlHandler::CreateShortCuts(const std::wstring& tstrInstallDir)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::CreateShortCuts()...",
-                               L"[Leave] ShortCutXmlHandler::CreateShortCuts()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::CreateShortCuts()");
     const Com::Apartment apartment;  // one for all links instead of one for each
     m_tstrInstallDir = tstrInstallDir;
     m_iMode = eCreate;
     if (HandleEachElement()) return true;
-    KZ_TRACE(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
+    Trace(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
     return false;
 }
 
 bool ShortCutXmlHandler::RemoveShortCuts()
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::RemoveShortCuts()...",
-                               L"[Leave] ShortCutXmlHandler::RemoveShortCuts()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::RemoveShortCuts()");
     m_iMode = eRemove;
     if (HandleEachElement()) return true;
-    KZ_TRACE(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
+    Trace(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
     return false;
 }
 
 bool ShortCutXmlHandler::HandleEachElement()
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::HandleEachElement()...",
-                               L"[Leave] ShortCutXmlHandler::HandleEachElement()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::HandleEachElement()");
     if (!m_bParsed) {
-        KZ_TRACE(kTraceError, L"*** Xml is not parsed.");
+        Trace(kTraceError, L"*** Xml is not parsed.");
         return false;
     }
     for (m_pElement = m_document->GetRoot()->GetFirstChild(); m_pElement; m_pElement = m_pElement->GetNextSibling()) {
@@ -148,7 +145,7 @@ bool ShortCutXmlHandler::HandleEachElement()
         if (m_pElement->IsNamed(L"Desktop")) bOk = HandleDesktopElement(m_pElement);
         if (m_pElement->IsNamed(L"StartMenu")) bOk = HandleStartMenuElement(m_pElement);
         if (!bOk) {
-            KZ_TRACE(kTraceError, L"*** Fatal error occured.");
+            Trace(kTraceError, L"*** Fatal error occured.");
             Release();
             return false;
         }
@@ -158,22 +155,21 @@ bool ShortCutXmlHandler::HandleEachElement()
 
 bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::HandleDesktopElement()...",
-                               L"[Leave] ShortCutXmlHandler::HandleDesktopElement()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::HandleDesktopElement()");
     if (!pDesktop) {
-        KZ_TRACE(kTraceError, L"*** Parameter is invalid.");
+        Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
     const std::wstring tstrAvailable = pDesktop->GetAttribute(L"available");
-    KZ_TRACE(kTraceInfo, L"<Desktop> element is handled.");
-    KZ_TRACE(kTraceInfo, L"<Desktop available=%s>", tstrAvailable.c_str());
+    Trace(kTraceInfo, L"<Desktop> element is handled.");
+    Trace(kTraceInfo, L"<Desktop available=%s>", tstrAvailable.c_str());
     if (tstrAvailable != L"1") {
-        KZ_TRACE(kTraceInfo, L"Skip <Desktop> element.");
+        Trace(kTraceInfo, L"Skip <Desktop> element.");
         return SkipAllChildElements();
     }
     std::wstring tstrFolder;
     if (!Utility::ShellLink::GetAllUsersDesktop(tstrFolder)) {
-        KZ_TRACE(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersDesktop() failed.");
+        Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersDesktop() failed.");
         return SkipAllChildElements();
     }
     if (m_iMode == eRemove) {
@@ -181,10 +177,10 @@ bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
         return true;
     }
     if (IsBundleModel()) {
-        KZ_TRACE(kTraceInfo, L"Bundle Qe model: Do not install desktop shortcut.");
+        Trace(kTraceInfo, L"Bundle Qe model: Do not install desktop shortcut.");
         return true;
     }
-    KZ_TRACE(kTraceInfo, L"Not bundle Qe model: install desktop shortcut");
+    Trace(kTraceInfo, L"Not bundle Qe model: install desktop shortcut");
     // Unlike the removal, this takes every child, whatever its name.
     ForEachChild(*pDesktop, nullptr,
                  [&](const Element& child) { static_cast<void>(CreateShortCut(&child, tstrFolder)); });
@@ -193,27 +189,26 @@ bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
 
 bool ShortCutXmlHandler::HandleStartMenuElement(const Element* pStartMenu)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::HandleStartMenuElement()...",
-                               L"[Leave] ShortCutXmlHandler::HandleStartMenuElement()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::HandleStartMenuElement()");
     if (!pStartMenu) {
-        KZ_TRACE(kTraceError, L"*** Parameter is invalid.");
+        Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
     const std::wstring tstrAvailable = pStartMenu->GetAttribute(L"available");
-    KZ_TRACE(kTraceInfo, L"<StartMenu> element is handled.");
-    KZ_TRACE(kTraceInfo, L"<StartMenu available=%s>", tstrAvailable.c_str());
+    Trace(kTraceInfo, L"<StartMenu> element is handled.");
+    Trace(kTraceInfo, L"<StartMenu available=%s>", tstrAvailable.c_str());
     const auto skip = [this] {
         if (SkipAllChildElements()) return true;
-        KZ_TRACE(kTraceError, L"*** InstCommon::Utility::XmlHandler::SkipAllChildElements() failed.");
+        Trace(kTraceError, L"*** InstCommon::Utility::XmlHandler::SkipAllChildElements() failed.");
         return false;
     };
     if (tstrAvailable != L"1") {
-        KZ_TRACE(kTraceInfo, L"Skip <StartMenu> element.");
+        Trace(kTraceInfo, L"Skip <StartMenu> element.");
         return skip();
     }
     std::wstring tstrFolder;
     if (!Utility::ShellLink::GetAllUsersStartMenuPrograms(tstrFolder)) {
-        KZ_TRACE(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersStartMenuPrograms failed.");
+        Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersStartMenuPrograms failed.");
         static_cast<void>(skip());
         return false;
     }
@@ -222,16 +217,15 @@ bool ShortCutXmlHandler::HandleStartMenuElement(const Element* pStartMenu)
 
 bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wstring& tstrFolder)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::CreateStartMenus()...",
-                               L"[Leave] ShortCutXmlHandler::CreateStartMenus()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::CreateStartMenus()");
     if (!pParent) return false;
     ForEachChild(*pParent, L"Folder", [&](const Element& folder) {
         std::wstring tstrPath;
         if (!FolderPath(tstrFolder, folder, tstrPath)) return;
-        KZ_TRACE(kTraceInfo, L"p_StartMenuDir = %s", tstrFolder.c_str());
+        Trace(kTraceInfo, L"p_StartMenuDir = %s", tstrFolder.c_str());
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Directory::Create(tstrPath, nullptr, &dwError)) {
-            KZ_TRACE(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
+            Trace(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
         }
         static_cast<void>(CreateStartMenuShortcut(folder, tstrPath));
         static_cast<void>(CreateStartMenus(&folder, tstrPath));
@@ -241,8 +235,7 @@ bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wst
 
 bool ShortCutXmlHandler::CreateStartMenuShortcut(const Element& folder, const std::wstring& tstrFolder)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::CreateStartMenuShortcut()...",
-                               L"[Leave] ShortCutXmlHandler::CreateStartMenuShortcut()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::CreateStartMenuShortcut()");
     if (tstrFolder.empty()) return false;
     ForEachChild(folder, L"Shortcut",
                  [&](const Element& shortcut) { static_cast<void>(CreateShortCut(&shortcut, tstrFolder)); });
@@ -251,14 +244,13 @@ bool ShortCutXmlHandler::CreateStartMenuShortcut(const Element& folder, const st
 
 bool ShortCutXmlHandler::CreateShortCut(const Element* pShortcut, const std::wstring& tstrFolder)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::CreateShortCut()...",
-                               L"[Leave] ShortCutXmlHandler::CreateShortCut()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::CreateShortCut()");
     if (!pShortcut) {
-        KZ_TRACE(kTraceError, L"*** Parameter is invalid.");
+        Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
     if (m_tstrInstallDir.empty()) {
-        KZ_TRACE(kTraceError, L"*** ShortCutXmlHandler::m_tstrInstallDir is empty.");
+        Trace(kTraceError, L"*** ShortCutXmlHandler::m_tstrInstallDir is empty.");
         return false;
     }
     std::wstring tstrLink;
@@ -268,7 +260,7 @@ bool ShortCutXmlHandler::CreateShortCut(const Element* pShortcut, const std::wst
                                            pShortcut->GetAttribute(L"desc"), L"")) {
         return true;
     }
-    KZ_TRACE(kTraceError, L"*** InstCommon::Utility::ShellLink::CreateShortcut is failed.");
+    Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::CreateShortcut is failed.");
     return false;
 }
 
@@ -282,16 +274,15 @@ std::wstring ShortCutXmlHandler::IconOf(const Element& shortcut) const
     if (uDot == std::wstring::npos || !String::EqualsNoCase(tstrName.substr(uDot), L".exe")) return {};
     std::wstring tstrIcon = String::JoinPath(m_tstrInstallDir, tstrName.replace(uDot, 4, L".ico"));
     if (!Storage::File::IsExisted(tstrIcon)) return {};
-    KZ_TRACE(kTraceInfo, L"ShortCutXmlHandler::CreateShortCut(): change icon name [%s]", tstrIcon.c_str());
+    Trace(kTraceInfo, L"ShortCutXmlHandler::CreateShortCut(): change icon name [%s]", tstrIcon.c_str());
     return tstrIcon;
 }
 
 bool ShortCutXmlHandler::RemoveStartMenus(const Element* pStartMenu, const std::wstring& tstrFolder)
 {
-    const OperationTrace trace(L"[Enter] ShortCutXmlHandler::RemoveStartMenus()...",
-                               L"[Leave] ShortCutXmlHandler::RemoveStartMenus()...");
+    const OperationTrace trace(L"ShortCutXmlHandler::RemoveStartMenus()");
     if (!pStartMenu) {
-        KZ_TRACE(kTraceError, L"*** Parameter is invalid.");
+        Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
     const PinnedItems pinnedItems;
@@ -318,6 +309,6 @@ void ShortCutXmlHandler::RemoveStartMenuFolder(const Element& folder, const std:
     // Fails for a folder in which something is left that the description does not name.
     if (!::RemoveDirectoryW(tstrPath.c_str())) {
         const DWORD dwError = ::GetLastError();
-        KZ_TRACE(kTraceInfo, L"Folder %s stays. [0x%08x]", tstrPath.c_str(), dwError);
+        Trace(kTraceInfo, L"Folder %s stays. [0x%08x]", tstrPath.c_str(), dwError);
     }
 }
