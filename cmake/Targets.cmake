@@ -94,6 +94,17 @@ function(brevant_hostile_tests folder samples)
     endforeach()
 endfunction()
 
+# brevant_platform_trial(folder): WindowsTrial.exe, run at once; what needs a restart is a system test's.
+function(brevant_platform_trial folder)
+    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    add_executable(WindowsTrial ${sources})
+    set_target_properties(WindowsTrial PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
+    target_link_libraries(WindowsTrial PRIVATE common)
+    target_link_options(WindowsTrial PRIVATE -municode -mconsole)
+    add_test(NAME platform.now COMMAND WindowsTrial --now)
+    set_tests_properties(platform.now PROPERTIES TIMEOUT 120)
+endfunction()
+
 # brevant_system_tests(folder): each test_NAME.py runs as system.NAME against this build's programs.
 function(brevant_system_tests folder)
     file(GLOB modules CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${folder} ${folder}/test_*.py)
