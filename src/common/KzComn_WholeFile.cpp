@@ -148,4 +148,9 @@ bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD
            temporary.Fill(strBytes, pdwError) && temporary.TakePlaceOf(tstrPath, pdwError);
 }
 
+bool KeepCopy(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError)
+{
+    return ::CopyFileW(tstrSource.c_str(), tstrDestination.c_str(), FALSE) || Fail(::GetLastError(), pdwError);
+}
+
 }  // namespace KzCommon::Storage::File
