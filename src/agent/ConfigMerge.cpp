@@ -120,16 +120,18 @@ bool CarryOver(const std::wstring& tstrFolder)
     return bCollected && !Config::IsFailure(dwQueried) && !Config::IsFailure(dwWritten);
 }
 
-/// Gives a file a second name, in place of a file that has it. Needs no room and no leave to read, so it still works
-/// on a full drive and for a file that others hold; the content stays when the first name goes to another file.
+/// Gives a file a second name, in place of a file that has it. This needs no room and no leave to read, so that it
+/// works on a full drive and for a file that others hold, and the content stays when the first name goes to another
+/// file.
 bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD& dwError)
 {
-    const std::wstring tstrLink = tstrName + L".link";
-    ::DeleteFileW(tstrLink.c_str());  // not File::Delete: attributes belong to the file under all its names
-    const bool bOk = ::CreateHardLinkW(tstrLink.c_str(), tstrFile.c_str(), nullptr) &&
-                     ::MoveFileExW(tstrLink.c_str(), tstrName.c_str(), MOVEFILE_REPLACE_EXISTING);
+    // Straight to its name: a link to a file that others hold cannot be moved.
+    const std::wstring tstrAside = tstrName + L".aside";
+    const bool bAside = ::MoveFileExW(tstrName.c_str(), tstrAside.c_str(), MOVEFILE_REPLACE_EXISTING);
+    const bool bOk = ::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr);
     if (!bOk) dwError = ::GetLastError();
-    ::DeleteFileW(tstrLink.c_str());
+    if (bAside && bOk) ::DeleteFileW(tstrAside.c_str());
+    if (bAside && !bOk) ::MoveFileExW(tstrAside.c_str(), tstrName.c_str(), 0);
     return bOk;
 }
 
