@@ -66,11 +66,11 @@ public:
 
     // -- changing; a name or text that XML cannot carry throws Exception with ERROR_BAD_ARGUMENTS (160) --
 
-    /// Adds a child behind the last one, on a line of its own where the others stand on lines of their own.
+    /// Adds a child after the last one, on a line of its own where the others stand on lines of their own.
     XmlElement& AddChild(std::wstring_view tstrName);
     /// Replaces the element's own character data and leaves its children and comments in place.
     void SetText(std::wstring_view tstrText);
-    /// Replaces an attribute or adds it behind the last one.
+    /// Replaces an attribute or adds it after the last one.
     void SetAttribute(std::wstring_view tstrName, std::wstring_view tstrValue);
     /// Removes all attributes of that name, compared without regard to case.
     void RemoveAttributes(std::wstring_view tstrName);
@@ -79,7 +79,7 @@ public:
 
     /// Everything between the element's tags, in order.
     [[nodiscard]] const std::vector<XmlNode>& Nodes() const noexcept { return m_nodes; }
-    /// Adds a node behind the last one; an element's index in its parent is set.
+    /// Adds a node after the last one; an element's index in its parent is set.
     void AppendNode(XmlNode node);
     /// The same for a new element, which stood at `position`. Nothing is checked.
     XmlElement& AppendElement(std::wstring tstrName, std::vector<XmlAttribute> attributes,
@@ -110,7 +110,7 @@ struct XmlNode {
     std::unique_ptr<XmlElement> element;
 };
 
-/// A document: its root element and what stands before and behind it.
+/// A document: its root element and what stands before and after it.
 class XmlDocument {
 public:
     XmlDocument() : m_content(std::wstring()) {}

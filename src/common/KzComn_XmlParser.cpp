@@ -154,7 +154,7 @@ private:
 
     void OnStart(const XML_Char* szName, const XML_Char** pszAttributes)
     {
-        if (m_cLevels == XmlParser::kMostLevels) {
+        if (m_cLevels == XmlParser::kMaxLevels) {
             Fail(ERROR_XML_PARSE_ERROR, L"too many elements inside each other");
             return;
         }
@@ -229,7 +229,7 @@ std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
     const auto read = [&](DWORD& dwFailure) {
-        return File::ReadWhole(tstrPath, kMostBytes, strBytes, &dwFailure);
+        return File::ReadWhole(tstrPath, kMaxBytes, strBytes, &dwFailure);
     };
     if (!TryWhileHeld(read, &dwError)) {
         throw new XmlException(dwError, {}, L"the file cannot be read");
@@ -239,7 +239,7 @@ std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
 
 std::unique_ptr<XmlDocument> XmlParser::ParseText(std::string_view strBytes)
 {
-    if (strBytes.size() > kMostBytes) throw new XmlException(ERROR_FILE_TOO_LARGE, {}, L"the document is too large");
+    if (strBytes.size() > kMaxBytes) throw new XmlException(ERROR_FILE_TOO_LARGE, {}, L"the document is too large");
     DWORD dwError = ERROR_SUCCESS;
     if (!m_library.LoadBesideProgram(&dwError)) {
         throw new XmlException(dwError, {}, L"libexpat.dll cannot be loaded");

@@ -9,9 +9,9 @@
 namespace Config {
 
 /// The largest configuration file that is read, in bytes.
-inline constexpr std::size_t kMostFileBytes = KzCommon::Storage::XmlParser::kMostBytes;
+inline constexpr std::size_t kMaxFileBytes = KzCommon::Storage::XmlParser::kMaxBytes;
 /// The deepest one, in elements inside each other, the root included.
-inline constexpr unsigned kMostFileLevels = KzCommon::Storage::XmlParser::kMostLevels;
+inline constexpr unsigned kMaxFileLevels = KzCommon::Storage::XmlParser::kMaxLevels;
 
 /// One setting that the program knows.
 struct Default {

@@ -1,4 +1,4 @@
-// The product's configuration, "config.xml", behind JSON requests.
+// The product's configuration, "config.xml", reached through JSON requests.
 #pragma once
 
 #include "config/ConfigProtection.h"

@@ -41,7 +41,7 @@ std::optional<TagPath> TagPath::Parse(const std::wstring& tstrPath)
     if (tstrPath.find(L'\0') != std::wstring::npos) return std::nullopt;
     TagPath path;
     bool bMore = false;
-    path.m_names = String::SplitFields(tstrPath, L'/', kMostNames, bMore);
+    path.m_names = String::SplitFields(tstrPath, L'/', kMaxNames, bMore);
     if (bMore || path.m_names.empty()) return std::nullopt;
     return path;
 }

@@ -12,10 +12,10 @@ namespace Config {
 /// without regard to case; a slash too many changes nothing.
 class TagPath {
 public:
-    /// Nothing for a text without a name, with a zero in it, or with more than kMostNames names.
+    /// Nothing for a text without a name, with a zero in it, or with more than kMaxNames names.
     [[nodiscard]] static std::optional<TagPath> Parse(const std::wstring& tstrPath);
 
-    static constexpr std::size_t kMostNames = 32;
+    static constexpr std::size_t kMaxNames = 32;
 
     /// At least one.
     [[nodiscard]] const std::vector<std::wstring>& Names() const noexcept { return m_names; }

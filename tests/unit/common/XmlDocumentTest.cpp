@@ -78,7 +78,7 @@ TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
         {folder.PathOf(L"none\\a.xml"), ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND},
         {folder.Write(L"bad.xml", "<r>\n<"), ERROR_XML_PARSE_ERROR, 0},
         {folder.Write(L"empty.xml", ""), ERROR_XML_PARSE_ERROR, 0},
-        {folder.Write(L"large.xml", std::string(XmlParser::kMostBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
+        {folder.Write(L"large.xml", std::string(XmlParser::kMaxBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
         {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
     const auto document = XmlParser().ParseText("<r>new</r>");
     XmlParser parser;  // one for all: what one file leaves behind must not reach the next
@@ -135,7 +135,7 @@ TEST(Xml, RefusesABadDocumentAndSaysWhere)
         {"<r>\n\xC3(</r>", 2, 1}, {"<r>\0</r>"s, 1, 4}, {"<?xml version='1.0' encoding='none'?>\n<r/>", 1, 31},
         {"<!DOCTYPE r [<!ENTITY a \"a\">]>\n<r>&a;</r>", 1, 13},
         {"<!DOCTYPE r SYSTEM \"file:///c:/windows/win.ini\"><r/>", 1, 48},
-        {Nested(9'000), 1, 3 * XmlParser::kMostLevels + 1}};  // clang-format on
+        {Nested(9'000), 1, 3 * XmlParser::kMaxLevels + 1}};  // clang-format on
     for (const auto& [strDocument, ullLine, ullColumn] : rows) {
         SCOPED_TRACE(strDocument.substr(0, 80));
         try {
@@ -147,9 +147,9 @@ TEST(Xml, RefusesABadDocumentAndSaysWhere)
             EXPECT_EQ(std::pair(at.ullLine, at.ullColumn), std::pair(ullLine, ullColumn));
         }
     }
-    EXPECT_EQ(Rewritten(Nested(XmlParser::kMostLevels)), kHead + "\n" + Nested(XmlParser::kMostLevels));
+    EXPECT_EQ(Rewritten(Nested(XmlParser::kMaxLevels)), kHead + "\n" + Nested(XmlParser::kMaxLevels));
     DWORD dwCode = 0;
-    EXPECT_FALSE(Guarded(&dwCode, [] { Rewritten(std::string(XmlParser::kMostBytes + 1, ' ')); }));
+    EXPECT_FALSE(Guarded(&dwCode, [] { Rewritten(std::string(XmlParser::kMaxBytes + 1, ' ')); }));
     EXPECT_EQ(dwCode, DWORD{ERROR_FILE_TOO_LARGE});
 }
 
