@@ -125,6 +125,7 @@ bool CarryOver(const std::wstring& tstrFolder)
 /// file.
 bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD& dwError)
 {
+    MakeWritable(tstrName);
     // Straight to its name: a link to a file that others hold cannot be moved.
     const std::wstring tstrAside = tstrName + L".aside";
     const bool bAside = ::MoveFileExW(tstrName.c_str(), tstrAside.c_str(), MOVEFILE_REPLACE_EXISTING);
@@ -143,9 +144,8 @@ void KeepUsersFile(const std::wstring& tstrFolder)
         return;
     }
     const std::wstring tstrKept = Frwk::Utility::InstalledFile(L"config.previous.xml");
-    MakeWritable(tstrKept);
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::KeepCopy(tstrFile, tstrKept, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
+    if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
               tstrKept.c_str());
         return;

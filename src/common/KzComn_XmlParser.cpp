@@ -1,6 +1,5 @@
 #include "common/KzComn_XmlParser.h"
 
-#include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 #include "common/KzComn_XmlEncoding.h"
@@ -228,10 +227,7 @@ std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
 {
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
-    const auto read = [&](DWORD& dwFailure) {
-        return File::ReadWhole(tstrPath, kMaxBytes, strBytes, &dwFailure);
-    };
-    if (!TryWhileHeld(read, &dwError)) {
+    if (!File::ReadWhole(tstrPath, kMaxBytes, strBytes, &dwError)) {
         throw new XmlException(dwError, {}, L"the file cannot be read");
     }
     return ParseText(strBytes);

@@ -22,8 +22,8 @@ public:
     static constexpr unsigned kMaxLevels = 1000;
     static constexpr std::size_t kMaxBytes = std::size_t{4} * 1024 * 1024;
 
-    /// Reads and parses the file at `tstrPath`; tried again while another program holds it. Throws XmlException:
-    /// without a position when the file cannot be read (ERROR_BAD_ARGUMENTS, 160, for an empty path;
+    /// Reads and parses the file at `tstrPath`; one that others hold is waited for, some two seconds. Throws
+    /// XmlException: without a position when the file cannot be read (ERROR_BAD_ARGUMENTS, 160, for an empty path;
     /// ERROR_FILE_TOO_LARGE, 223) or the library cannot be loaded, with one for a document that is refused.
     [[nodiscard]] std::unique_ptr<XmlDocument> ParseFile(const std::wstring& tstrPath);
 
