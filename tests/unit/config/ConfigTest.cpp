@@ -269,7 +269,8 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
     const std::tuple<std::string, DWORD, const char*> rows[] = {
         // clang-format off
         {Document("<B>b</B>"), 0, "{'/A':null,'/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
-        {Document("<A type='int'>x</A>"), kRefused, "{'/A':'','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
+        {Document("<A type='int'>x</A>"), kRefused,
+         "{'/A':'','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
         {"<Config", 0x10000006, "{'/A':'','/ProxySettings/Port':'','/ProxySettings/Enable':''}"}};
     // clang-format on
     for (const auto& [strInstalled, dwResult, szAnswer] : rows) {
