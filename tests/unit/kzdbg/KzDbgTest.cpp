@@ -6,7 +6,6 @@
 #include <process.h>
 
 #include <atomic>
-#include <barrier>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -96,7 +95,7 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
 TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
 {
     m_config.dwLogUnitType = 1;
-    const std::wstring names[] = {L"KZVLT_Brevant_20261104.log", L"KZVLT_Brevant_20261105.log"};
+    const std::wstring names[] = {L"KZVLT_Brevant_20261105.log", L"KZVLT_Brevant_20261106.log"};
     KzCommon::UniqueFile holders[] = {Hold(names[0], 0), Hold(names[1], 0)};
     const Trace trace(m_config);
     for (const std::size_t uDay : {0, 1}) {  // from the beginning; when the day changes
@@ -136,12 +135,15 @@ TEST(SharedLockTest, EveryUserIsCountedEvenWhenTwoComeAtOnce)
     for (int nRound = 0; nRound < 200; ++nRound) {
         const std::wstring tstrPath = L"C:\\trace" + std::to_wstring(nRound);
         std::unique_ptr<SharedLock> first, second;
-        std::barrier both(2);
+        std::atomic<int> nMissing = 2;
+        const auto meet = [&] {
+            for (--nMissing; nMissing != 0;) ::YieldProcessor();
+        };
         std::jthread other([&] {
-            both.arrive_and_wait();
+            meet();
             second = std::make_unique<SharedLock>(tstrPath);
         });
-        both.arrive_and_wait();
+        meet();
         first = std::make_unique<SharedLock>(L"c" + tstrPath.substr(1));
         other.join();
         EXPECT_FALSE(first->BeginAlone() || second->BeginAlone()) << nRound;
