@@ -6,9 +6,8 @@
 namespace KzCommon::Library {
 
 /// Calls `pfn` with up to three arguments that are pointers. True with what it returned in `dwResult`; false, with the
-/// exception's code there, when it faulted or threw: an access violation, an exception of any compiler, a stack that
-/// ran over. What the library held at that moment (memory, locks) it holds for ever, so it is not to be called again,
-/// nor freed. __C_specific_handler.
+/// exception's code there, when it faulted or threw, an exception of any compiler. What the library held at that moment
+/// (memory, locks) it holds for ever, so it is not to be called again, nor freed. __C_specific_handler.
 template <class... Arguments>
 [[nodiscard]] bool CallShielded(DWORD& dwResult, DWORD(__stdcall* pfn)(Arguments*...),
                                 Arguments*... arguments) noexcept;

@@ -10,6 +10,7 @@ namespace KzDbg {
 namespace {
 
 constexpr DWORD kPatienceMilliseconds = 500;
+constexpr int kSectionAttempts = 3;
 
 /// Everybody may use the lock, services and processes of low integrity included, and nobody may take it from others.
 constexpr wchar_t kEverybodyMayUse[] = L"D:(A;;GRGWGX;;;WD)S:(ML;;NW;;;LW)";
@@ -27,16 +28,19 @@ std::wstring NameOf(std::wstring tstrPath)
     return szName;
 }
 
-/// Opens the section of that name, or creates it; null when neither can be done. Creating asks for more access than an
-/// existing section grants to anybody, so whoever loses the race to create it has to open the winner's.
+/// Creates the section of that name, or opens the one that is there; null when neither can be done. Creating asks for
+/// more access than an existing section grants to anybody, so of several users that come at once one creates it and the
+/// others are refused and open it. A section that has gone in between is created after all.
 KzCommon::UniqueKernelHandle OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName,
                                          DWORD cb) noexcept
 {
-    constexpr DWORD kReadAndWrite = FILE_MAP_READ | FILE_MAP_WRITE;
-    KzCommon::UniqueKernelHandle section(::OpenFileMappingW(kReadAndWrite, FALSE, tstrName.c_str()));
-    if (section) return section;
-    section.Reset(::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str()));
-    if (!section) section.Reset(::OpenFileMappingW(kReadAndWrite, FALSE, tstrName.c_str()));
+    KzCommon::UniqueKernelHandle section;
+    for (int nAttempt = 0; !section && nAttempt < kSectionAttempts; ++nAttempt) {
+        section.Reset(::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str()));
+        if (!section) {
+            section.Reset(::OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, tstrName.c_str()));
+        }
+    }
     return section;
 }
 
