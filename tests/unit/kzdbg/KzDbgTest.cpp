@@ -83,10 +83,16 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     first.Line(L"still here");
     EXPECT_EQ("1", Log(L".1")) << "nothing moves when the file itself cannot";
     reader.Reset();
+    {
+        SharedLock lock(m_folder.Path() + m_tstrLog);
+        const SharedLockHold hold(lock);
+        std::jthread([&] { first.Line(L"!"); }).join();
+        EXPECT_EQ("1", Log(L".1")) << "nor without the lock";
+    }
     first.Line(L"new");
     second.Line(L"er");
     EXPECT_EQ(kMark + "newer", Log()) << "a writer must not stay with the rolled file";
-    EXPECT_EQ(KzDbg::kFullBytes + 14, Log(L".1").size());
+    EXPECT_EQ(KzDbg::kFullBytes + 15, Log(L".1").size());
     EXPECT_EQ("1", Log(L".2"));
     EXPECT_EQ("2", Log(L".3"));
 }
