@@ -23,10 +23,6 @@ function(brevant_program name library source resource)
     add_executable(${name} ${source} ${resource})
     file(GLOB manifests CONFIGURE_DEPENDS src/agent/*.manifest)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
-    target_compile_definitions(${name} PRIVATE $<$<COMPILE_LANGUAGE:RC>:
-        BREVANT_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}
-        BREVANT_VERSION_MINOR=${PROJECT_VERSION_MINOR}
-        BREVANT_VERSION_PATCH=${PROJECT_VERSION_PATCH}>)
     target_link_libraries(${name} PRIVATE ${library})
     target_link_options(${name} PRIVATE -municode -mconsole)
 endfunction()

@@ -1,6 +1,8 @@
 // The update information records of the instruction file.
 #include "agent/QorDeployAgent.h"
 
+#include "BrevantVersion.h"
+
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
@@ -58,5 +60,6 @@ void DeployVersion(const std::wstring& tstrIniPath)
 {
     const OperationTrace trace(L"[Enter] DeployVersion(%s)", tstrIniPath, L"[Leve] DeployVersion()");
     StoreIniValue(tstrIniPath, L"COMPONENT_LIST",
-                  Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version", L"1.9.1112");
+                  Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version",
+                  BREVANT_WIDE_VERSION);
 }
