@@ -104,12 +104,10 @@ private:
     ByteArray m_bytes;
 };
 
-/// Flushes a file that CopyFileW has made, read-only or not.
-bool Flush(const std::wstring& tstrPath, DWORD* pdwError)
+/// Flushes a file that CopyFileW has made, read-only or not, and gives it these attributes.
+bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
 {
-    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
-    const bool bReadOnly = dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-    if (bReadOnly) ::SetFileAttributesW(tstrPath.c_str(), dwAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY});
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
     const auto flush = [&](DWORD& dwError) {
         const UniqueFile file(
             ::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
@@ -118,7 +116,7 @@ bool Flush(const std::wstring& tstrPath, DWORD* pdwError)
         return false;
     };
     if (!TryWhileHeld(flush, pdwError)) return false;
-    return !bReadOnly || ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
+    return ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
 }
 
 }  // namespace
@@ -179,7 +177,13 @@ bool Replacement::CopyFrom(const std::wstring& tstrSource, DWORD* pdwError)
         dwError = ::GetLastError();
         return false;
     };
-    return TryWhileHeld(copy, pdwError) && Flush(m_tstrPath, pdwError);
+    if (!TryWhileHeld(copy, pdwError)) return false;
+    // What a copy to a new file takes over; Wine leaves out the attributes when it overwrites one.
+    constexpr DWORD kCopied =
+        FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrSource.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES) return Fail(::GetLastError(), pdwError);
+    return Finish(m_tstrPath, (dwAttributes & kCopied) | FILE_ATTRIBUTE_ARCHIVE, pdwError);
 }
 
 bool Replacement::Write(std::string_view strBytes, DWORD* pdwError)
@@ -203,12 +207,18 @@ bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
     const std::string strWanted(wanted.List());
     // Without the request the system forgets that the list follows its folder's.
     if (wanted.Is(SE_DACL_AUTO_INHERITED)) wanted.Switch(SE_DACL_AUTO_INHERIT_REQ);
+    const DWORD dwAttributes = ::GetFileAttributesW(m_tstrPath.c_str());
     if (!::SetFileSecurityW(m_tstrPath.c_str(), DACL_SECURITY_INFORMATION, wanted.Get())) {
         return Fail(::GetLastError(), pdwError);
     }
     Security given;
     if (!given.Read(m_tstrPath, pdwError)) return false;
-    return given.List() == strWanted || Fail(ERROR_INVALID_ACL, pdwError);
+    if (given.List() != strWanted) return Fail(ERROR_INVALID_ACL, pdwError);
+    // To Wine a file is read-only by its access rights.
+    if (::GetFileAttributesW(m_tstrPath.c_str()) != dwAttributes) {
+        ::SetFileAttributesW(m_tstrPath.c_str(), dwAttributes);
+    }
+    return true;
 }
 
 bool Replacement::TakeOwner(const std::wstring& tstrLike, DWORD* pdwError)
