@@ -27,24 +27,32 @@ struct LocalFreer {
 template <class T>
 using Local = std::unique_ptr<T, LocalFreer>;
 
-/// Access control list of a file as text.
-std::wstring AccessOf(const std::wstring& tstrPath)
+/// Owner ("O:...") or access control list ("D:...") of a file as text.
+std::wstring SecurityOf(const std::wstring& tstrPath, SECURITY_INFORMATION what)
 {
     BYTE descriptor[4096] = {};
     DWORD cb = sizeof(descriptor);
-    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, descriptor, cb, &cb));
+    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), what, descriptor, cb, &cb));
     wchar_t* szText = nullptr;
-    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
-                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
+    EXPECT_TRUE(
+        ::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, what, &szText, nullptr));
     const Local<wchar_t> text(szText);
     return szText ? szText : L"";
 }
 
-void Open(const std::wstring& tstrPath, const wchar_t* szAccess)
+std::wstring AccessOf(const std::wstring& tstrPath)
 {
+    return SecurityOf(tstrPath, DACL_SECURITY_INFORMATION);
+}
+
+/// Closes a file to all but its owner.
+void Close(const std::wstring& tstrPath)
+{
+    const std::wstring tstrOwner = SecurityOf(tstrPath, OWNER_SECURITY_INFORMATION).substr(2);
+    const std::wstring tstrAccess = L"D:P(A;;FA;;;" + tstrOwner + L")";
     void* pDescriptor = nullptr;
-    ASSERT_TRUE(
-        ::ConvertStringSecurityDescriptorToSecurityDescriptorW(szAccess, SDDL_REVISION_1, &pDescriptor, nullptr));
+    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(tstrAccess.c_str(), SDDL_REVISION_1,
+                                                                       &pDescriptor, nullptr));
     const Local<void> descriptor(pDescriptor);
     ASSERT_TRUE(::SetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
 }
@@ -59,16 +67,18 @@ struct Way {
     const char* szName;
     std::function<bool(const TempFolder&, DWORD*)> change;
     std::optional<std::string> expected;  // of "old"
+    bool bUnlocks;                        // a read-only file is no obstacle
 };
 const Way kWays[] = {
     // clang-format off
-    {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n"},
+    {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n",
+     false},
     {"KeepCopy", [](const TempFolder& f, DWORD* p) { return File::KeepCopy(f.PathOf(L"old"), f.PathOf(L"new"), p); },
-     "n"},
-    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n"},
-    {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt},
+     "n", true},
+    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n", false},
+    {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt, true},
     {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
-     std::nullopt}};  // clang-format on
+     std::nullopt, true}};  // clang-format on
 
 /// A name as the process of that id makes it.
 std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
@@ -96,6 +106,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         // Two files held take no longer than one, and keep their attributes.
         const std::wstring tstrLocked = folder.Write(L"old", "o");
         held = Hold(tstrLocked);
+        if (way.bUnlocks) ::SetFileAttributesW(tstrLocked.c_str(), kLocked);
         const UniqueFile second = Hold(folder.Write(L"o2", "o"));
         const ULONGLONG ullStart = ::GetTickCount64();
         EXPECT_FALSE(way.change(folder, &dwError));
@@ -105,6 +116,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         EXPECT_LT(ullTime, 3800U);
         held.Reset();
         EXPECT_EQ("o", folder.Read(L"old"));
+        EXPECT_EQ(way.bUnlocks ? kLocked : 0, ::GetFileAttributesW(tstrLocked.c_str()) & kLocked);
         EXPECT_THAT(folder.List(), ElementsAre(L"new", L"o2", L"old")) << "nothing stays behind";
     }
 }
@@ -145,21 +157,26 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
     const TempFolder folder;
     const std::wstring tstrNew = folder.Write(L"new", "n");
     const std::wstring tstrOld = folder.Write(L"old", "o");
-    Open(tstrOld, L"D:P(A;;FA;;;WD)");
-    const std::wstring tstrOpen = AccessOf(tstrOld);
-    ASSERT_NE(tstrOpen, AccessOf(tstrNew));
+    Close(tstrOld);
+    const std::wstring tstrClosed = AccessOf(tstrOld);
+    ASSERT_NE(tstrClosed, AccessOf(tstrNew));
+    {
+        File::Replacement replacement(folder.PathOf(L"target"));
+        ASSERT_TRUE(replacement.Create(tstrOld, FILE_ATTRIBUTE_NORMAL, nullptr));
+        EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(TemporaryName(::GetCurrentProcessId(), 0)))) << "from the start";
+    }
     for (const Way& way : {kWays[0], kWays[2]}) {
         // A second name of the old file shows what would have become of its content: it is replaced, not written to.
         ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
         EXPECT_TRUE(way.change(folder, nullptr)) << way.szName;
-        EXPECT_EQ(tstrOpen, AccessOf(tstrOld)) << way.szName;
+        EXPECT_EQ(tstrClosed, AccessOf(tstrOld)) << way.szName;
         EXPECT_EQ("o", folder.Read(L"second")) << way.szName;
         EXPECT_TRUE(File::Delete(folder.PathOf(L"second"), nullptr));
         folder.Write(L"old", "o");
     }
     ::SetFileAttributesW(tstrNew.c_str(), kLocked);
     EXPECT_TRUE(File::KeepCopy(folder.PathOf(L"kept"), tstrOld, nullptr));
-    EXPECT_EQ(tstrOpen, AccessOf(folder.PathOf(L"kept")));
+    EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(L"kept")));
     EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
     EXPECT_EQ(kLocked, ::GetFileAttributesW(tstrOld.c_str()) & kLocked);
     EXPECT_THAT(folder.List(), ElementsAre(L"kept", L"new", L"old"));
