@@ -182,7 +182,7 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
     EXPECT_THAT(folder.List(), ElementsAre(L"kept", L"new", L"old"));
 }
 
-TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndTheUsersFilesAreLeftAlone)
+TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsReported)
 {
     const TempFolder folder;
     const std::wstring tstrNew = folder.Write(L"new", "n");
