@@ -3,7 +3,9 @@
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_Process.h"
+#include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
 #include <array>
@@ -166,6 +168,7 @@ void WarnOfMountPoint(const std::wstring& tstrPath)
 /// it there for good: nothing tells it from somebody else's file, so the next run takes the next name.
 bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestination, std::wstring& tstrStaged)
 {
+    DWORD dwError = ERROR_SUCCESS;
     for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
         std::wstring tstrIndex;
         if (!String::UlToStr(ulIndex, tstrIndex)) {
@@ -174,8 +177,9 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
         }
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
         Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
-        DWORD dwError = ERROR_SUCCESS;
-        if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError)) {
+        // A source that others hold is waited for once, not for each of the names.
+        const bool bWait = !Storage::IsHeldByOthers(dwError);
+        if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError, bWait)) {
             tstrStaged = tstrTempFileWithIndex;
             return true;
         }
@@ -239,6 +243,7 @@ bool FrameworkDeployAgent::CopyDirectory(const std::wstring& tstrSourceDir, cons
         folders.pop_back();
         const auto copyEntry = [&](const Storage::Directory::Entry& entry) {
             if (!entry.bFolder) {
+                if (Storage::File::IsTemporaryName(entry.tstrName)) return;  // what an ended run left behind
                 CopyOne(tstrSource + entry.tstrName, tstrDestination + entry.tstrName, bAfterReboot);
             } else if (bRecurse && !entry.bLink) {
                 // What a link points to is not part of the package: moving it would take it from somebody else.

@@ -10,6 +10,7 @@ from sample_machine import MARKER, RUN_ONCE, lay_out
 AGENT = 'C:\\Agent\\'
 PRODUCT = 'C:\\Product00\\'
 SESSION_MANAGER = 'HKLM\\System\\CurrentControlSet\\Control\\Session Manager'
+LEFTOVER = '~kzcomn-fffffff0-00.tmp'  # as a run that is ended while it replaces a file leaves it
 ENDED = 66  # the exit code of a process that the stand-in ends
 
 
@@ -85,6 +86,7 @@ class Obstacles(unittest.TestCase):
         machine.write(PRODUCT + 'Task', 'no folder')
         for name, data in (('IdleMinutes', 'text'), ('Columns', b'\1\2\3'), ('Theme', 7)):
             machine.set_value(SETTINGS + '\\Vault', name, data)
+        machine.write(package[PRODUCT + 'KzVault.dll'].rpartition('\\')[0] + '\\' + LEFTOVER, 'half a file')
         foreign = ['\\??\\C:\\foreign\\1', '', '\\??\\C:\\foreign\\2', '!\\??\\C:\\foreign\\3', '\\??\\X:\\none',
                    '\\??\\C:\\forei\u00dfn\\4']
         for index in (1, 2, 3):
@@ -106,6 +108,7 @@ class Obstacles(unittest.TestCase):
             if not name.startswith(PRODUCT + 'Task\\') and not name.endswith('.lnk'):
                 self.assertEqual(hindered.get(name, row.new), machine.read(name), name)
         self.assertEqual('no folder', machine.read(PRODUCT + 'Task'))
+        self.assertIsNone(machine.read(PRODUCT + LEFTOVER), 'no file of the package')
         self.assertEqual([None, None, '2'], [machine.read(f'C:\\foreign\\{index}') for index in (1, 2, 3)])
 
     @unittest.skipUnless(os.geteuid() == 0, 'only root can mount a small file system')
