@@ -14,8 +14,10 @@ using namespace InstCommon::Utility;
 
 namespace {
 
-// Windows handles no longer path, whatever is asked; which shorter ones it refuses is for it and the shell to say.
-constexpr std::size_t kLongestPath = 32766;
+// The longest folder that the shell handles. Also what ends a description of folders without end.
+constexpr std::size_t kLongestFolder = MAX_PATH - 1;
+// A link's path goes to the shell, which knows its own limit; longer than this is no path at all.
+constexpr std::size_t kLongestLink = 32766;
 
 /// The path of an item in a folder. False, with a trace line, for an item that would lie outside it and for a path that
 /// is too long to be tried.
@@ -27,19 +29,7 @@ constexpr std::size_t kLongestPath = 32766;
         return false;
     }
     tstrPath = String::JoinPath(tstrFolder, item.tstrPath);
-    if (tstrPath.size() <= kLongestPath) return true;
-    Trace(kTraceError, L"*** Path is too long: %s", tstrPath.c_str());
-    return false;
-}
-
-/// Makes a folder of the Start menu and those above it. False when nothing can be made in it.
-[[nodiscard]] bool MakeFolder(const std::wstring& tstrPath)
-{
-    DWORD dwError = ERROR_SUCCESS;
-    if (Storage::Directory::Create(tstrPath, nullptr, &dwError)) return true;
-    Trace(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
-    // Its links are tried all the same, each with its own failure; but folders without end must come to one.
-    if (tstrPath.size() < MAX_PATH) return true;
+    if (tstrPath.size() <= (item.bFolder ? kLongestFolder : kLongestLink)) return true;
     Trace(kTraceError, L"*** Path is too long: %s", tstrPath.c_str());
     return false;
 }
@@ -79,17 +69,19 @@ void RemoveStartMenuLink(const ShortcutItem& shortcut, const std::wstring& tstrL
     if (::RemoveDirectoryW(tstrPath.c_str())) return true;
     const DWORD dwError = ::GetLastError();
     Trace(kTraceInfo, L"Folder %s stays. [0x%08x]", tstrPath.c_str(), dwError);
-    return dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
+    return false;
 }
 
-/// Removes the folders of one name below `tstrParent`, the innermost first, as far as they are empty. `tstrParent`
-/// itself stays.
+/// Removes the folders of one name below `tstrParent`, the innermost that is there first, as far as they are empty.
+/// `tstrParent` itself stays.
 void RemoveFolderLevels(const std::wstring& tstrParent, const std::wstring& tstrName)
 {
     std::vector<std::wstring> paths;
     std::wstring tstrPath = tstrParent;
     for (const std::wstring& tstrLevel : LevelsOf(tstrName)) {
-        paths.push_back(tstrPath = String::JoinPath(tstrPath, tstrLevel));
+        tstrPath = String::JoinPath(tstrPath, tstrLevel);
+        if (!Storage::Directory::IsExisted(tstrPath)) break;
+        paths.push_back(tstrPath);
     }
     while (!paths.empty() && RemoveEmptyFolder(paths.back())) paths.pop_back();
 }
@@ -239,7 +231,10 @@ bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wst
         std::wstring tstrPath;
         if (!folder.bFolder || !ItemPath(tstrFolder, folder, tstrPath)) continue;
         Trace(kTraceInfo, L"p_StartMenuDir = %s", tstrFolder.c_str());
-        if (!MakeFolder(tstrPath)) continue;
+        DWORD dwError = ERROR_SUCCESS;
+        if (!Storage::Directory::Create(tstrPath, nullptr, &dwError)) {
+            Trace(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
+        }
         static_cast<void>(CreateStartMenuShortcut(*folder.pElement, tstrPath));
         static_cast<void>(CreateStartMenus(folder.pElement, tstrPath));
     }
