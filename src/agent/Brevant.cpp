@@ -69,6 +69,7 @@ bool RunDeployment()
 void DecideAboutNewName()
 {
     if (CheckIfNewProdNameApplied() || !NeedToApplyNewName()) return;
+    if (!CanScheduleNewName()) return;
     // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
     TagNewProdNameApplied();
     PreparePostUdActionForNewName();

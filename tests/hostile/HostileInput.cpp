@@ -170,9 +170,9 @@ TEST_F(HostileInput, ShortcutFiles)
         UninstallShortCut(m_tstrInstallDir, L"qorshcut.xml");
     };
     const auto judge = [&](std::string_view, const std::wstring& tstrPlace) {
-        const std::wstring tstrBelow = tstrPlace.substr(std::min(tstrShell.size(), tstrPlace.size())) + L"\\";
-        return tstrPlace.starts_with(tstrShell) && tstrBelow.find_first_of(L"/:*?") == std::wstring::npos &&
-               tstrBelow.find(L".\\") == std::wstring::npos;
+        // A name may have levels, and a pattern is no call's wildcard; nothing leads up or into a stream.
+        const std::wstring tstrNormal = std::filesystem::path(tstrPlace).lexically_normal().wstring();
+        return tstrNormal.starts_with(tstrShell) && tstrNormal.find(L':', tstrShell.size()) == std::wstring::npos;
     };
     RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
                   judge);
