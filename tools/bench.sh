@@ -1,10 +1,18 @@
 #!/usr/bin/env bash
 # Measures the program against the bare Windows calls and an empty program: sets up, builds, and runs the benchmarks on
 # a throwaway machine, about two minutes on a quiet one. --quick takes fewer rounds and leaves out how the cost of a
-# deployment grows with its files.
+# deployment grows with its files; --plot draws that growth into docs/growth.svg.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+if [[ " $* " == *" --plot "* ]] && ! /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
+    echo "[bench] installing python3-matplotlib"
+    sudo=()
+    [[ "$(id -u)" -eq 0 ]] || sudo=(sudo)
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        python3-matplotlib >/dev/null
+fi
 tools/build.sh
 cmake --build --preset release --target bench empty
-exec python3 -B bench/bench.py "$@"
+exec /usr/bin/python3 -B bench/bench.py "$@"
