@@ -1,5 +1,6 @@
-// The user's settings, carried over into the configuration file that an update brings.
-#include "agent/QorDeployAgent.h"
+#include "agent/ConfigMerge.h"
+
+#include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_String.h"
@@ -69,19 +70,14 @@ Json::Value CollectTags(const SectionRecords& records)
 
 }  // namespace
 
-void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
+void MergeConfig(const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
     ProviderSession provider;
     if (!provider.Start()) return;
 
     SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_CONFIG_MERGE", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
-              dwError);
-        return;
-    }
+    if (!ReadSection(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig"), records)) return;
 
     Json::Value request(Json::objectValue);
     request["Data"] = CollectTags(records);

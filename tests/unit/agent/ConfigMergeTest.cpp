@@ -1,5 +1,7 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/ConfigMerge.h"
+
 using ConfigMergeTest = AgentTest;
 
 TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndFailuresLeaveTheFile)
@@ -22,7 +24,7 @@ TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndFailuresLeaveTheFile)
         m_install.Write(L"config.xml", szInstalled);
         m_install.Write(L"new\\config.xml", strBefore);
         m_trace.Clear();
-        m_agent.MergeConfig(m_install.PathOf(L"new\\"));
+        MergeConfig(m_install.PathOf(L"new\\"));
         EXPECT_EQ(m_install.Read(L"new\\config.xml"), strAfter);
         for (const std::string& strLine : traced) EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr(strLine)));
         EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), 2);
