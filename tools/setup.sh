@@ -3,7 +3,7 @@
 # versions (tools/dependencies.lock) of Expat (libexpat.dll), JsonCpp and GoogleTest once into build/deps. Does nothing
 # when all is there. Needs root, or a user with sudo, only while packages are missing.
 #
-# --exact: no other version than the locked one will do, as for a release.
+# --exact: for a release, where no other version than the locked one will do and nothing is tested (no GoogleTest).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -11,7 +11,7 @@ readonly kRoot="$PWD"
 readonly kDeps="$kRoot/build/deps"
 # Whatever makes build/deps what it is: a change of any of these makes it anew.
 readonly kRecipe=(tools/setup.sh tools/dependencies.lock cmake/Hardening.cmake cmake/DependencyOptions.cmake cmake/SplitSymbols.cmake)
-kStamp="$kDeps/.recipe-$(cat "${kRecipe[@]}" | sha256sum | cut -c 1-16)"
+kStamp="$kDeps/.recipe-$(cat "${kRecipe[@]}" | sha256sum | cut -c 1-16)${1:-}"
 readonly kStamp
 
 # package | file that shows that it is installed
@@ -92,7 +92,7 @@ keep_licences() {
 
 build_dependencies() {
     local work="$kRoot/build/deps-work"
-    say "building Expat, JsonCpp and GoogleTest into build/deps"
+    say "building the locked dependencies into build/deps"
     rm -rf "$work" "$kDeps.new"
     mkdir -p "$work" "$kDeps.new/bin" "$kDeps.new/include"
     PYTHONPATH=tools python3 -B -m shipping.dependencies fetch "$work" "$@" || fail "the locked dependencies"
@@ -107,7 +107,7 @@ build_dependencies() {
         cp expat-build/libexpat.dll.debug "$kDeps.new/bin/"
         cross_build jsoncpp libjsoncpp -DBUILD_SHARED_LIBS=OFF -DBUILD_STATIC_LIBS=ON -DBUILD_OBJECT_LIBS=OFF \
             -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF -DJSONCPP_WITH_PKGCONFIG_SUPPORT=OFF
-        cross_build googletest googletest -DBUILD_SHARED_LIBS=OFF -DBUILD_GMOCK=ON
+        [[ "${1:-}" == --exact ]] || cross_build googletest googletest -DBUILD_SHARED_LIBS=OFF -DBUILD_GMOCK=ON
         keep_licences
     )
     # The headers alone, reachable without the host's other headers.
@@ -122,6 +122,7 @@ build_dependencies() {
 
 main() {
     local start=$SECONDS
+    [[ $# -eq 0 || "$*" == --exact ]] || fail "usage: tools/setup.sh [--exact]"
     [[ -e "$kStamp" && -z "$(missing_packages)" ]] && return 0
     mkdir -p build
     # One at a time; whoever waited finds all of it done.
