@@ -23,7 +23,7 @@ target_compile_options(brevant_options INTERFACE
     -Wold-style-cast -Wzero-as-null-pointer-constant>)
 
 # Traces, exceptions and symbols name source files: by their path in the project, not on the machine that built them.
-target_compile_options(brevant_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_options(brevant_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 # -- hardening and self-contained binaries --
 target_compile_options(brevant_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${kShippedCompileFlags}>")

@@ -5,6 +5,6 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 add_compile_definitions(${kPlatformDefinitions} _FORTIFY_SOURCE=2)
 # The place where the sources were unpacked is nobody's business.
 add_compile_options(${kShippedCompileFlags} -ffile-prefix-map=${CMAKE_SOURCE_DIR}=${PROJECT_NAME}
-    -ffile-prefix-map=${CMAKE_BINARY_DIR}=build)
+    -ffile-prefix-map=${CMAKE_BINARY_DIR}=.)
 add_link_options(${kShippedLinkFlags})
 include(${CMAKE_CURRENT_LIST_DIR}/SplitSymbols.cmake)

@@ -10,7 +10,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 readonly kRoot="$PWD"
 readonly kDeps="$kRoot/build/deps"
 # Whatever makes build/deps what it is: a change of any of these makes it anew.
-readonly kRecipe=(tools/setup.sh tools/dependencies.lock cmake/Hardening.cmake cmake/DependencyOptions.cmake cmake/SplitSymbols.cmake)
+readonly kRecipe=(tools/setup.sh tools/dependencies.lock
+    cmake/Hardening.cmake cmake/DependencyOptions.cmake cmake/SplitSymbols.cmake)
 kStamp="$kDeps/.recipe-$(cat "${kRecipe[@]}" | sha256sum | cut -c 1-16)${1:-}"
 readonly kStamp
 

@@ -44,7 +44,8 @@ main() {
         ((offset >= base)) || offset=$((offset + base))
         addresses+=("$(printf '0x%x' "$offset")")
     done
-    "$kTools-addr2line" --exe="$symbols" --functions --demangle --inlines --pretty-print "${addresses[@]}"
+    "$kTools-addr2line" --exe="$symbols" --functions --demangle --inlines --pretty-print "${addresses[@]}" |
+        sed 's| at \./| at |'
 }
 
 main "$@"
