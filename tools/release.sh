@@ -37,11 +37,11 @@ require_signer() {
     command -v "${signer[0]}" >/dev/null || fail "the signing command is not there: ${signer[0]} (BREVANT_SIGN)"
 }
 
-# Builds HEAD in the folder $1, from the locked dependencies alone and without the compiler's cache.
+# Builds the commit in the folder $1, from the locked dependencies alone and without the compiler's cache.
 build() {
     local folder="$1" start=$SECONDS log="$work/build.log"
     mkdir -p "$folder"
-    git archive HEAD | tar -x -C "$folder"
+    git archive "$commit" | tar -x -C "$folder"
     (
         cd "$folder"
         export CCACHE_DISABLE=1 BREVANT_SOURCES="${BREVANT_SOURCES:-$kRoot/build/sources}"
@@ -93,7 +93,9 @@ main() {
     [[ $# -le 1 && "${1:-}" =~ ^(|--unsigned|--verify)$ ]] || fail "usage: tools/release.sh [--unsigned | --verify]"
     [[ -n "$kVersion" ]] || fail "CMakeLists.txt names no version"
     require_clean_tree
-    SOURCE_DATE_EPOCH="$(git log -1 --format=%ct)"
+    # Whoever commits meanwhile changes nothing of this release.
+    commit="$(git rev-parse HEAD)"
+    SOURCE_DATE_EPOCH="$(git log -1 --format=%ct "$commit")"
     export SOURCE_DATE_EPOCH
     mkdir -p build
     work="$(mktemp -d "$kRoot/build/release-work.XXXXXX")"
@@ -101,4 +103,4 @@ main() {
     if [[ "${1:-}" == --verify ]]; then verify; else release "${1:-}"; fi
 }
 
-main "$@"
+[[ "${BASH_SOURCE[0]}" != "$0" ]] || main "$@"

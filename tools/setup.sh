@@ -24,6 +24,8 @@ g++-mingw-w64-x86-64-posix      /usr/bin/x86_64-w64-mingw32-g++-posix
 libboost-dev                    /usr/include/boost/lexical_cast.hpp
 mingw-w64-x86-64-dev            /usr/x86_64-w64-mingw32/include/windows.h
 ninja-build                     /usr/bin/ninja
+openssl                         /usr/bin/openssl
+osslsigncode                    /usr/bin/osslsigncode
 python3                         /usr/bin/python3
 wine                            /usr/bin/wine
 wine64                          /usr/lib/wine/wine64

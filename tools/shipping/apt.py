@@ -74,8 +74,8 @@ class Archive:
         return '\n'.join(lines[-3:])
 
     def _run(self, command: str, *arguments: str, folder: pathlib.Path | None = None) -> Run:
-        run = subprocess.run([command, *self._options, *arguments], cwd=folder, stdin=subprocess.DEVNULL,
-                             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env={**os.environ, 'LC_ALL': 'C'})
+        run = subprocess.run([command, *self._options, *arguments], cwd=folder, env={**os.environ, 'LC_ALL': 'C'},
+                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         with self._log.open('a', encoding='utf-8') as log:
             log.write(f'$ {command} {" ".join(arguments)}\n{run.stdout[:5000]}{run.stderr}')
         return run

@@ -1,8 +1,9 @@
 """The locked dependencies: fetched, checked, unpacked; and their lock, renewed.
 
-    python3 -m shipping.dependencies fetch FOLDER [--exact]   unpacks each package into FOLDER/NAME
-    python3 -m shipping.dependencies renew                    writes tools/dependencies.lock anew
-    python3 -m shipping.dependencies compare FILE             is what FILE lists (SOURCES.txt) what is locked?
+    python3 -m shipping.dependencies [--lock FILE] VERB
+
+    fetch FOLDER [--exact]   unpacks each package into FOLDER/NAME
+    renew                    writes the lock (tools/dependencies.lock) anew
 
 At the locked version a package's description (.dsc) must have the locked hash, and its archives those that the
 description has for them. What was used is listed in FOLDER/SOURCES.txt. Downloads are kept in build/sources.
@@ -47,7 +48,7 @@ def sha256(file: pathlib.Path) -> str:
     return hashlib.sha256(file.read_bytes()).hexdigest()
 
 
-def fetch(folder: pathlib.Path, exact: bool, lock: pathlib.Path = LOCK) -> None:
+def fetch(folder: pathlib.Path, exact: bool, lock: pathlib.Path) -> None:
     """Unpacks every locked package into folder/NAME. `exact`: no other version than the locked one will do."""
     folder.mkdir(parents=True, exist_ok=True)
     # A parallel build of another checkout may share the downloads of this one.
@@ -66,7 +67,7 @@ def fetch(folder: pathlib.Path, exact: bool, lock: pathlib.Path = LOCK) -> None:
     (folder / USED).write_text(''.join(used), 'utf-8')
 
 
-def renew(lock: pathlib.Path = LOCK) -> None:
+def renew(lock: pathlib.Path) -> None:
     """Writes the newest version of each locked package that the archive serves, all of them or none."""
     old = read_lock(lock)
     text = lock.read_text('utf-8')
@@ -81,17 +82,6 @@ def renew(lock: pathlib.Path = LOCK) -> None:
     fresh = lock.with_suffix('.new')
     fresh.write_text(text, 'utf-8')
     fresh.replace(lock)
-
-
-def compare(file: pathlib.Path, lock: pathlib.Path = LOCK) -> None:
-    """Fails when the dependencies that were built from are not the locked ones."""
-    if not file.is_file():
-        raise DependencyError(f'{file} is missing: run tools/setup.sh')
-    used = {source.name: source for source in read_lock(file)}
-    for locked in read_lock(lock):
-        if used.get(locked.name) != locked:
-            found = used[locked.name].version if locked.name in used else 'nothing'
-            raise DependencyError(f'{locked.name} {locked.version} is locked, but {found} was built')
 
 
 def _download(archive: Archive, locked: Source, cache: pathlib.Path, exact: bool) -> Source:
@@ -140,21 +130,18 @@ def _unpack(source: Source, downloads: pathlib.Path, target: pathlib.Path) -> No
 
 def main() -> int:
     parser = argparse.ArgumentParser(description='The locked dependencies.')
+    parser.add_argument('--lock', type=pathlib.Path, default=LOCK)
     verbs = parser.add_subparsers(dest='verb', required=True)
     verb = verbs.add_parser('fetch')
     verb.add_argument('folder', type=pathlib.Path)
     verb.add_argument('--exact', action='store_true')
     verbs.add_parser('renew')
-    verb = verbs.add_parser('compare')
-    verb.add_argument('file', type=pathlib.Path)
     arguments = parser.parse_args()
     try:
         if arguments.verb == 'fetch':
-            fetch(arguments.folder, arguments.exact)
-        elif arguments.verb == 'renew':
-            renew()
+            fetch(arguments.folder, arguments.exact, arguments.lock)
         else:
-            compare(arguments.file)
+            renew(arguments.lock)
     except DependencyError as error:
         print(f'[dependencies] FAILED: {error}', file=sys.stderr)
         return 1
