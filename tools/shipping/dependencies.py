@@ -57,7 +57,7 @@ def fetch(folder: pathlib.Path, exact: bool, lock: pathlib.Path) -> None:
     archive: Archive | None = None
     used = []
     for locked in read_lock(lock):
-        source: Source | None = locked
+        source = locked
         if not (cache / locked.dsc).is_file() or sha256(cache / locked.dsc) != locked.sha256:
             archive = archive or Archive(folder)
             source = _download(archive, locked, cache, exact)

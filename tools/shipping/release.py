@@ -92,8 +92,9 @@ def write_zip(archive: pathlib.Path, root: str, content: dict[str, pathlib.Path]
 def bill_of_materials(checkout: pathlib.Path, shipped: list[pathlib.Path], version: str, epoch: int
                       ) -> dict[str, object]:
     """What is in the release, as CycloneDX 1.5."""
-    components = [{'type': 'file', 'name': file.name, 'version': version,
-                   'hashes': [{'alg': 'SHA-256', 'content': sha256(file)}]} for file in shipped]
+    components: list[dict[str, object]] = [
+        {'type': 'file', 'name': file.name, 'version': version,
+         'hashes': [{'alg': 'SHA-256', 'content': sha256(file)}]} for file in shipped]
     for source in read_lock(checkout / DEPS / USED):
         if source.name in SHIPPED_SOURCES:
             components.append({
