@@ -97,8 +97,10 @@ build_dependencies() {
     local work="$kRoot/build/deps-work"
     say "building the locked dependencies into build/deps"
     rm -rf "$work" "$kDeps.new"
-    mkdir -p "$work" "$kDeps.new/bin" "$kDeps.new/include"
-    PYTHONPATH=tools python3 -B -m shipping.dependencies fetch "$work" "$@" || fail "the locked dependencies"
+    mkdir -p "$work"
+    PYTHONPATH=tools python3 -B -m shipping.dependencies fetch "$work" "$@" ||
+        fail "the locked dependencies; build/deps is left as it was (log of apt: $work/apt.log)"
+    mkdir -p "$kDeps.new/bin" "$kDeps.new/include"
     (
         cd "$work"
         # Security updates of Expat test the value of this switch, which its CMake build leaves empty.
