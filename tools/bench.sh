@@ -15,4 +15,5 @@ if [[ " $* " == *" --plot "* ]] && ! /usr/bin/python3 -c 'import matplotlib' 2>/
 fi
 tools/build.sh
 cmake --build --preset release --target bench empty
+export PYTHONPATH="$PWD/tools"
 exec /usr/bin/python3 -B bench/bench.py "$@"

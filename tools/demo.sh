@@ -12,4 +12,5 @@ cmake --build --preset test --target standin_wtsapi32
 echo "[demo] ready after $((SECONDS - start)) s"
 
 export BREVANT_BIN="$PWD/build/release/bin" BREVANT_STANDINS="$PWD/build/test/bin/standins"
-exec python3 -B tools/demo.py
+export PYTHONPATH="$PWD/tools"
+exec python3 -B -m brevantlab.demo

@@ -1,12 +1,8 @@
 """The whole story that the demo shows: deployment, question, restart, new name, in both languages and answers."""
 import io
-import sys
 import unittest
 
-from machine import ROOT
-
-sys.path.append(str(ROOT / 'tools'))
-import demo  # noqa: E402
+from brevantlab import demo
 
 
 class Story(unittest.TestCase):

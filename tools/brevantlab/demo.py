@@ -2,26 +2,21 @@
 
 play() is the whole story of one language; every expectation that does not hold is one line of its result.
 """
-import pathlib
 import re
 import sys
 import threading
 import time
+from typing import Any, Optional, TextIO
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.append(str(ROOT / 'tools' / 'machine'))
-
-from machine import TRACE_LINE  # noqa: E402
-from sample_machine import MARKER, RUN_ONCE, SampleMachine  # noqa: E402
-from shell_link import ShellLink, read_link  # noqa: E402
-
-from lay_out import PROXY_PASSWORD  # noqa: E402
-
-OK, CANCEL = '1', '2'
+from . import trace
+from .layouts import MARKER, PROXY_PASSWORD, File, SampleMachine
+from .links import ShellLink, read_link
+from .machine import RUN_ONCE, Result
+from .standins import CANCEL, OK, Question
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.
-LANGUAGES = {
+LANGUAGES: dict[str, dict[str, Any]] = {
     'EN-US': {
         'answer': OK,
         'message': 'Restart the computer to finish the update. Keystride is now Kazmere Qorvault.',
@@ -112,29 +107,29 @@ EXPECTED_FAILURES = (
 
 
 class Story:
-    def __init__(self, language, out):
+    def __init__(self, language: str, out: TextIO) -> None:
         self.language = language
         self.text = LANGUAGES[language]
         self.out = out
-        self.failures = []
+        self.failures: list[str] = []
 
-    def say(self, text=''):
+    def say(self, text: str = '') -> None:
         print(text, file=self.out, flush=True)
 
-    def chapter(self, title):
+    def chapter(self, title: str) -> None:
         self.say(f'\n== {self.language}: {title} ==')
 
-    def check(self, ok, text):
+    def check(self, ok: bool, text: str) -> None:
         self.say(f'  {"ok    " if ok else "FAILED"} {text}')
         if not ok:
             self.failures.append(f'{self.language}: {text}')
 
-    def play(self):
+    def play(self) -> list[str]:
         """Returns what was traced."""
         self.chapter('an installed Keystride 3.8 and the downloaded update')
         with SampleMachine(self.language) as self.machine:
-            self.names = {**self.machine.folders, 'text': self.text, 'user': self.machine.user}
-            self.config = self.machine.read(self.machine.install + 'config.xml')
+            self.names: dict[str, Any] = {**self.machine.folders, 'text': self.text, 'user': self.machine.user}
+            self.config = self.machine.read(self.machine.install + 'config.xml') or ''
             self.show_before()
             agent = self.deploy_until_question()
             self.show_question()
@@ -149,42 +144,42 @@ class Story:
 
     # -- before the restart --
 
-    def show_before(self):
+    def show_before(self) -> None:
         for row in self.machine.rows:
-            if row.old:
+            if row.old and row.target:
                 self.check(self.machine.read(row.target) == row.old, f'old  {row.target}')
         for key, name, before, _ in REGISTRY:
             if before is not None:
                 self.check(self.machine.values(key).get(name) == before, f'{key} {name or "(Default)"} = {before}')
 
-    def deploy_until_question(self):
+    def deploy_until_question(self) -> threading.Thread:
         self.chapter('Brevant.exe /DeployFramework')
-        self.machine.write(self.machine.install + 'wtsapi32.answer', '')
-        self.result = None
+        self.question = Question(self.machine, self.machine.install)
+        self.question.hold()
+        self.result: Optional[Result] = None
 
-        def run():
+        def run() -> None:
             self.result = self.machine.run(self.machine.install + 'Brevant.exe', '/DeployFramework')
 
         agent = threading.Thread(target=run)
         agent.start()
-        while agent.is_alive() and 'wait:' not in (self.machine.read(self.machine.install + 'wtsapi32.log') or ''):
+        while agent.is_alive() and not self.question.asked():
             time.sleep(0.05)
         return agent
 
-    def show_question(self):
-        text = self.machine.read(self.machine.install + 'wtsapi32.log') or ''
-        question = dict(line.split(': ', 1) for line in text.splitlines() if ': ' in line)
+    def show_question(self) -> None:
+        question = self.question.asked()
         self.check(question.get('title') == 'Kazmere Qorvault', f'the user is asked: [{question.get("title")}]')
         self.check(question.get('message') == self.text['message'], f'[{question.get("message")}]')
         self.check(question.get('style') == '262209', f'message box style {question.get("style")}')
 
-    def show_pending(self):
+    def show_pending(self) -> None:
         self.chapter('while the user thinks: what waits for the restart')
         pending = self.machine.pending_moves()
         for source, target in pending:
             self.say(f'         {"replace" if target else "delete "} {target.lstrip("!") or source}')
         missing = [row.target for row in self.machine.rows if self.waits(row)
-                   and (row.source, '!' + row.target) not in pending]
+                   and (row.source, f'!{row.target}') not in pending]
         self.check(not missing, f'every file of the update is registered to be moved {missing or ""}')
         strays = {row.source for row in self.machine.rows if not self.waits(row)} & {source for source, _ in pending}
         self.check(not strays, f'and no other one {strays or ""}')
@@ -200,13 +195,13 @@ class Story:
             self.say(f'         run once: {command}')
 
     @staticmethod
-    def waits(row):
+    def waits(row: File) -> bool:
         """Whether a row's file is moved at the restart; drivers are copied at once."""
-        return row.source and row.target and '\\Driver\\' not in row.source
+        return bool(row.source and row.target) and '\\Driver\\' not in (row.source or '')
 
-    def answer(self, agent):
+    def answer(self, agent: threading.Thread) -> None:
         start = time.monotonic()
-        self.machine.write(self.machine.install + 'wtsapi32.answer', self.text['answer'])
+        self.question.answer(self.text['answer'])
         agent.join()
         if self.text['answer'] == OK:
             self.chapter('the user agrees: the agent restarts the machine')
@@ -215,31 +210,32 @@ class Story:
             self.chapter('the user refuses, and restarts the machine later')
             self.check(self.machine.pending_moves() != [], 'nothing has happened yet')
             self.machine.restart()
-        self.check(self.result.code == 0, f'exit code {self.result.code}')
+        self.check(self.result is not None and self.result.code == 0, f'exit code {self.result}')
         self.check(self.machine.pending_moves() == [], 'nothing waits any more')
         self.say(f'         back after {time.monotonic() - start:.1f} s')
 
     # -- after the restart --
 
-    def show_files(self):
+    def show_files(self) -> None:
         self.chapter('files')
         expected = {'Brevant.exe', 'KzDbg64.dll', 'libexpat.dll', 'wtsapi32.dll', 'wtsapi32.log', 'wtsapi32.answer',
-                    'QorPaFrwk.ini', 'UpdateInfo.ini', 'qorshcutbackup.xml', 'Resource/EN-US/StringTable.ini',
-                    'Resource/DE-DE/StringTable.ini'}
+                    'QorPaFrwk.ini', 'UpdateInfo.ini', 'qorshcutbackup.xml', 'Resource\\EN-US\\StringTable.ini',
+                    'Resource\\DE-DE\\StringTable.ini'}
         for base, kind in (('config', 'xml'), ('qorshcut', 'xml'), ('readme', 'htm')):
             expected |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
         for row in self.machine.rows:
-            where = row.target or row.source
+            where = row.target or row.source or ''
             found = self.machine.read(where)
             self.check(found == row.new, f'{("new  " if row.target else "left ") if row.new else "gone "} {where}')
             stay = [row.target, None if self.waits(row) else row.source] if row.new else []
-            expected |= {path.removeprefix(self.machine.install).replace('\\', '/') for path in stay
+            expected |= {path.removeprefix(self.machine.install) for path in stay
                          if path and path.startswith(self.machine.install)}
-        strange = expected ^ set(self.machine.listing())
-        self.check(not strange, f'no other file came or went, and the moved ones left the download folder {strange or ""}')
+        strange = expected ^ set(self.machine.listing(self.machine.install))
+        self.check(not strange,
+                   f'no other file came or went, and the moved ones left the download folder {strange or ""}')
         self.check(not self.machine.host(self.machine.install + 'Legacy').exists(), 'the whole folder Legacy is gone')
 
-    def show_registry(self):
+    def show_registry(self) -> None:
         self.chapter('registry')
         for key, name, before, after in REGISTRY:
             found = self.machine.values(key).get(name)
@@ -247,16 +243,16 @@ class Story:
             self.check(found is not None if after is ANY else found == wanted,
                        f'{key} {name or "(Default)"}: {before} -> {found}')
 
-    def show_settings(self):
+    def show_settings(self) -> None:
         self.chapter('settings')
         install = self.machine.install
-        update_info = self.machine.read(install + 'UpdateInfo.ini', 'utf-16')
+        update_info = self.machine.read(install + 'UpdateInfo.ini', 'utf-16') or ''
         for key, before, after in UPDATE_INFO:
             self.check(f'\n{key}={after}\n' in update_info, f'UpdateInfo.ini {key}: {before} -> {after}')
-        self.check(self.text['readme'] in self.machine.read(install + 'readme.htm'),
+        self.check(self.text['readme'] in (self.machine.read(install + 'readme.htm') or ''),
                    f'readme.htm is the one {self.text["readme"]}')
 
-        config = self.machine.read(install + 'config.xml')
+        config = self.machine.read(install + 'config.xml') or ''
         self.say('\n'.join('         ' + line for line in config.splitlines()))
         for what, text in (*CONFIG, ('in its language', f'<Greeting>{self.text["greeting"]}</Greeting>')):
             self.check(text in config, f'config.xml: {what}, {text}')
@@ -264,14 +260,14 @@ class Story:
                    "the user's password is carried over in its protected form")
         self.check(not self.find_password(), f'it is nowhere in clear {self.find_password() or ""}')
 
-    def find_password(self):
+    def find_password(self) -> list[str]:
         """Files of the machine that hold the password in clear; those of Windows itself (hard links) left out."""
         secrets = PROXY_PASSWORD.encode(), PROXY_PASSWORD.encode('utf-16-le')
         return [str(file) for file in self.machine.prefix.rglob('*')
                 if file.is_file() and not file.is_symlink() and file.stat().st_nlink == 1
                 and any(secret in file.read_bytes() for secret in secrets)]
 
-    def show_run_once(self):
+    def show_run_once(self) -> None:
         self.chapter('commands that ran once after the restart')
         self.check(self.machine.values(RUN_ONCE) == {}, 'none is left')
         for name, wanted in (('QorvaultRunOnce.txt', self.names['product'].strip()),
@@ -280,7 +276,7 @@ class Story:
             found = (self.machine.read(path) or '').strip()
             self.check(found == wanted, f'{path}: {found}')
 
-    def show_shortcuts(self):
+    def show_shortcuts(self) -> None:
         self.chapter('shortcuts')
         wanted = {}
         for name, target, icon, arguments, description in self.text['links']:
@@ -298,10 +294,10 @@ class Story:
         self.check(not self.machine.host(self.names['programs'] + 'Kazmere Keystride').exists(),
                    'their folder is gone')
 
-    def show_trace(self):
+    def show_trace(self) -> list[str]:
         self.chapter('trace')
         messages = self.machine.messages()
-        failures = [text[4:] for text in messages if text.startswith('!!!')]
+        failures = trace.failures(messages)
         self.check(sorted(failures) == sorted(EXPECTED_FAILURES),
                    f'{len(messages)} lines; those at the level of failures are known: '
                    f'{sorted(set(failures) ^ set(EXPECTED_FAILURES)) or len(failures)}')
@@ -309,26 +305,22 @@ class Story:
         return self.machine.trace_lines()
 
 
-def play(language, out):
+def play(language: str, out: TextIO) -> tuple[list[str], list[str]]:
     """Plays the story of one language; returns its trace lines and the expectations that do not hold."""
     story = Story(language, out)
     return story.play(), story.failures
 
 
-def message(line):
-    return TRACE_LINE.fullmatch(line)[2]
-
-
-def main():
-    start, failures, shown = time.monotonic(), [], set()
+def main() -> int:
+    start, failures, shown = time.monotonic(), [], set[str]()
     for language in LANGUAGES:
-        trace, failed = play(language, sys.stdout)
+        lines, failed = play(language, sys.stdout)
         failures += failed
-        lines = [line for line in trace if message(line) not in shown]
-        shown.update(message(line) for line in trace)
-        print('\n  The trace line by line' + ('' if len(lines) == len(trace) else ', where it is not that of above') +
+        new = [line for line in lines if trace.message(line) not in shown]
+        shown.update(trace.message(line) for line in lines)
+        print('\n  The trace line by line' + ('' if len(new) == len(lines) else ', where it is not that of above') +
               '; docs/debug-trace.md tells how to read it:\n')
-        print('\n'.join('  ' + line for line in lines))
+        print('\n'.join('  ' + line for line in new))
     seconds = time.monotonic() - start
     print(f'\n[demo] {len(LANGUAGES)} machines in {seconds:.0f} s: ', end='')
     print('every expectation held' if not failures else f'FAILED, {len(failures)} expectations did not hold:')

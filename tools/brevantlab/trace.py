@@ -1,0 +1,20 @@
+"""Lines of the debug trace."""
+import re
+
+# 13/11/2026 19:40:05.123 0a1c:0b20 @@@ <Brevant> message - Source.cpp(430)
+LINE = re.compile(r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{4}:[0-9a-f]{4} '
+                  r'(\.w\.|@@@|!!!) <Brevant> (.*) - [A-Za-z0-9_]+\.cpp\(\d+\)')
+FAILURE = '!!! '
+
+
+def message(line: str) -> str:
+    """What a line says, as 'TAG message' (TAG as in the file); a line of another form is an error."""
+    match = LINE.fullmatch(line)
+    if not match:
+        raise ValueError(f'no line of the trace: {line!r:.200}')
+    return ' '.join(match.groups())
+
+
+def failures(messages: list[str]) -> list[str]:
+    """The messages at the level of failures, their tag left out."""
+    return [text.removeprefix(FAILURE) for text in messages if text.startswith(FAILURE)]
