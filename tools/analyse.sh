@@ -6,6 +6,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+source tools/packages.sh
+
 readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location
 readonly kPackages=(clang-$kVersion clang-tidy-$kVersion cppcheck)
 readonly kPythonPackages=(flake8 mypy)
@@ -19,14 +21,6 @@ step() {
     echo "[analyse] $name"
     "$@" || fail "$name"
     echo "[analyse] $name: $((SECONDS - start)) s"
-}
-
-install_packages() {
-    dpkg -s "$@" >/dev/null 2>&1 && return 0
-    local sudo=()
-    [[ "$(id -u)" -eq 0 ]] || sudo=(sudo)
-    "${sudo[@]}" apt-get update -qq
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" >/dev/null
 }
 
 # The commands of the release build, with clang in the compiler's place.
@@ -64,19 +58,20 @@ check() {
 
 # Debian's own programs, whatever else of these names the caller has installed.
 python() {
-    local folders=(tools/brevantlab tests bench)
+    local folders=(tools tests bench samples)
     /usr/bin/flake8 --max-line-length 120 "${folders[@]}" &&
         /usr/bin/mypy --config-file tools/mypy.ini --cache-dir build/mypy $(find "${folders[@]}" -name '*.py')
 }
 
 if [[ "${1:-}" == --python ]]; then
-    step "packages" install_packages "${kPythonPackages[@]}"
+    need_packages "${kPythonPackages[@]}"
+    mkdir -p build
     step "Python" python
     exit
 fi
 if [[ $# -gt 0 ]]; then sources=("$@"); else mapfile -t sources < <(find src -name '*.cpp' | sort); fi
 tools/setup.sh
-step "packages" install_packages "${kPackages[@]}" "${kPythonPackages[@]}"
+need_packages "${kPackages[@]}" "${kPythonPackages[@]}"
 step "commands" make_commands
 step "clang" compile
 step "clang-tidy" tidy

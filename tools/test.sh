@@ -3,6 +3,7 @@
 # Arguments go to ctest, for example: tools/test.sh -R system
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/packages.sh
 
 step() {
     local start=$SECONDS name="$1"
@@ -28,6 +29,7 @@ build_checked() {
     echo "[test] not all of build/machines could be removed"
 
 step "set-up" tools/setup.sh
+need_packages chromium # in which the report of a trial is opened
 step "format" check_format
 step "Python" tools/analyse.sh --python
 step "shipped programs" tools/build.sh

@@ -1,24 +1,26 @@
-"""Plays the sample's update through on throwaway machines, one for each language, and shows what became of it.
-
-play() is the whole story of one language; every expectation that does not hold is one line of its result.
-"""
+"""Tries the sample's update once for each of its languages, and compares what is seen with what it must show."""
+import argparse
+import os
+import pathlib
 import re
+import shutil
 import sys
-import threading
+import tempfile
 import time
-from typing import Any, Optional, TextIO
+from typing import Any, Iterator
 
-from . import trace
-from .layouts import MARKER, PROXY_PASSWORD, File, SampleMachine
-from .links import ShellLink, read_link
-from .machine import RUN_ONCE, Result
-from .standins import CANCEL, OK, Question
+from . import expect, trace
+from .layouts import MARKER, PROXY_PASSWORD, File, folders, read_files, write_sample
+from .links import ShellLink
+from .machine import PRODUCT
+from .outcome import Move, Outcome
+from .try_update import ROOMS, Options, Trial, progress, show
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.
 LANGUAGES: dict[str, dict[str, Any]] = {
     'EN-US': {
-        'answer': OK,
+        'answer': 'ok',
         'message': 'Restart the computer to finish the update. Keystride is now Kazmere Qorvault.',
         'product': 'Kazmere Qorvault',
         'toolbar': 'Kazmere Qorvault Toolbar',
@@ -33,7 +35,7 @@ LANGUAGES: dict[str, dict[str, Any]] = {
         ),
     },
     'DE-DE': {
-        'answer': CANCEL,
+        'answer': 'later',
         'message': 'Bitte starten Sie den Computer neu, um die Aktualisierung abzuschließen. '
                    'Aus Keystride wird Kazmere Qorvault.',
         'product': 'Kazmere Qorvault für Zuhause',
@@ -98,235 +100,146 @@ CONFIG = (
 PASSWORD = re.compile(r'<Password protected="1">([^<]+)</Password>')
 
 # Steps in which a value is written are traced at the level of failures; nothing else may be.
-EXPECTED_FAILURES = (
+EXPECTED_FAILURES = [
     'KzCommon::Storage::Reg::StoreValue(SOFTWARE\\Kazmere\\KZVLT\\Vault(Default)=Kazmere Qorvault)',
     'KzCommon::Storage::Reg::StoreValue(SOFTWARE\\Kazmere\\KZVLT\\VaultColumns=4)',
     'KzCommon::Storage::Reg::StoreValue(SOFTWARE\\Kazmere\\KZVLT\\VaultCacheBytes=0)',
     '*** CoCreateInstance [IStartMenuPinnedList] failed. [0x80040154]',  # Wine has no pins
-)
+]
+
+Topic = tuple[str, Any, Any]  # what, as it must be, as it is
 
 
-class Story:
-    def __init__(self, language: str, out: TextIO) -> None:
-        self.language = language
-        self.text = LANGUAGES[language]
-        self.out = out
-        self.failures: list[str] = []
+def waits(row: File) -> bool:
+    """Whether a row's file is moved at the restart; drivers are copied at once."""
+    return bool(row.source and row.target) and '\\Driver\\' not in (row.source or '')
 
-    def say(self, text: str = '') -> None:
-        print(text, file=self.out, flush=True)
 
-    def chapter(self, title: str) -> None:
-        self.say(f'\n== {self.language}: {title} ==')
+class Expectations:
+    """What the sample must show in a language."""
+    def __init__(self, language: str, outcome: Outcome) -> None:
+        self.language, self.text, self.outcome = language, LANGUAGES[language], outcome
+        self.rows = read_files()
+        self.names: dict[str, Any] = {**folders(), 'text': self.text, 'user': os.environ.get('USER', 'root')}
 
-    def check(self, ok: bool, text: str) -> None:
-        self.say(f'  {"ok    " if ok else "FAILED"} {text}')
-        if not ok:
-            self.failures.append(f'{self.language}: {text}')
+    def failures(self) -> list[str]:
+        topics = (*self.before_restart(), *self.files(), *self.registry(), *self.settings(), *self.shortcuts(),
+                  *self.trace())
+        return [f'{self.language}, {what}: {line}' for what, expected, found in topics
+                for line in expect.differences(expected, found)]
 
-    def play(self) -> list[str]:
-        """Returns what was traced."""
-        self.chapter('an installed Keystride 3.8 and the downloaded update')
-        with SampleMachine(self.language) as self.machine:
-            self.names: dict[str, Any] = {**self.machine.folders, 'text': self.text, 'user': self.machine.user}
-            self.config = self.machine.read(self.machine.install + 'config.xml') or ''
-            self.show_before()
-            agent = self.deploy_until_question()
-            self.show_question()
-            self.show_pending()
-            self.answer(agent)
-            self.show_files()
-            self.show_registry()
-            self.show_settings()
-            self.show_run_once()
-            self.show_shortcuts()
-            return self.show_trace()
+    def read(self, path: str, encoding: str = 'utf-8') -> str:
+        return (self.outcome.after.content(path) or b'').decode(encoding).replace('\r\n', '\n')
 
-    # -- before the restart --
-
-    def show_before(self) -> None:
-        for row in self.machine.rows:
-            if row.old and row.target:
-                self.check(self.machine.read(row.target) == row.old, f'old  {row.target}')
-        for key, name, before, _ in REGISTRY:
-            if before is not None:
-                self.check(self.machine.values(key).get(name) == before, f'{key} {name or "(Default)"} = {before}')
-
-    def deploy_until_question(self) -> threading.Thread:
-        self.chapter('Brevant.exe /DeployFramework')
-        self.question = Question(self.machine, self.machine.install)
-        self.question.hold()
-        self.result: Optional[Result] = None
-
-        def run() -> None:
-            self.result = self.machine.run(self.machine.install + 'Brevant.exe', '/DeployFramework')
-
-        agent = threading.Thread(target=run)
-        agent.start()
-        while agent.is_alive() and not self.question.asked():
-            time.sleep(0.05)
-        return agent
-
-    def show_question(self) -> None:
-        question = self.question.asked()
-        self.check(question.get('title') == 'Kazmere Qorvault', f'the user is asked: [{question.get("title")}]')
-        self.check(question.get('message') == self.text['message'], f'[{question.get("message")}]')
-        self.check(question.get('style') == '262209', f'message box style {question.get("style")}')
-
-    def show_pending(self) -> None:
-        self.chapter('while the user thinks: what waits for the restart')
-        pending = self.machine.pending_moves()
-        for source, target in pending:
-            self.say(f'         {"replace" if target else "delete "} {target.lstrip("!") or source}')
-        missing = [row.target for row in self.machine.rows if self.waits(row)
-                   and (row.source, f'!{row.target}') not in pending]
-        self.check(not missing, f'every file of the update is registered to be moved {missing or ""}')
-        strays = {row.source for row in self.machine.rows if not self.waits(row)} & {source for source, _ in pending}
-        self.check(not strays, f'and no other one {strays or ""}')
-        for row in self.machine.rows:
-            if row.target and row.old and (self.waits(row) or row.target.endswith(('.dll', '.lnk'))):
-                self.check(self.machine.read(row.target) == row.old, f'still old  {row.target}')
-            elif row.target and row.new and not self.waits(row):
-                self.check(self.machine.read(row.target) == row.new, f'already new  {row.target}')
-        for name in ('{interactivelog}Keystride.old', '{windows}Temp\\Keystride1.tmp'):
-            path = name.format(**self.names)
-            self.check(self.machine.read(path) is None, f'already gone  {path}')
-        for command in self.machine.values(RUN_ONCE).values():
-            self.say(f'         run once: {command}')
+    def before_restart(self) -> Iterator[Topic]:
+        outcome = self.outcome
+        yield 'question', {'title': 'Kazmere Qorvault', 'message': self.text['message'], 'style': '262209',
+                           'wait': 'yes'}, outcome.question
+        yield 'exit code', 0, outcome.code
+        moves = {Move(str(row.source), str(row.target)) for row in self.rows if waits(row)}
+        yield 'not registered to be moved', set(), moves - set(outcome.moves)
+        others = {row.source for row in self.rows if not waits(row)}
+        yield 'registered by mistake', set(), {move.source for move in outcome.moves if move.source in others}
+        old = {row.target: row.old for row in self.rows
+               if row.target and row.old and (waits(row) or row.target.endswith(('.dll', '.lnk')))}
+        new = {row.target: row.new for row in self.rows if row.target and row.new and not waits(row)}
+        gone = {name.format(**self.names): None for name in ('{interactivelog}Keystride.old',
+                                                             '{windows}Temp\\Keystride1.tmp')}
+        yield 'files while the user thinks', {**old, **new, **gone}, self.contents(outcome.waiting, [*old, *new, *gone])
+        yield 'still pending after the restart', [], outcome.left
 
     @staticmethod
-    def waits(row: File) -> bool:
-        """Whether a row's file is moved at the restart; drivers are copied at once."""
-        return bool(row.source and row.target) and '\\Driver\\' not in (row.source or '')
+    def contents(state: Any, paths: list[str]) -> dict[str, Any]:
+        found = {path: state.content(path) for path in paths}
+        return {path: content and content.decode().replace('\r\n', '\n') for path, content in found.items()}
 
-    def answer(self, agent: threading.Thread) -> None:
-        start = time.monotonic()
-        self.question.answer(self.text['answer'])
-        agent.join()
-        if self.text['answer'] == OK:
-            self.chapter('the user agrees: the agent restarts the machine')
-            self.machine.wait_for_restart()
-        else:
-            self.chapter('the user refuses, and restarts the machine later')
-            self.check(self.machine.pending_moves() != [], 'nothing has happened yet')
-            self.machine.restart()
-        self.check(self.result is not None and self.result.code == 0, f'exit code {self.result}')
-        self.check(self.machine.pending_moves() == [], 'nothing waits any more')
-        self.say(f'         back after {time.monotonic() - start:.1f} s')
-
-    # -- after the restart --
-
-    def show_files(self) -> None:
-        self.chapter('files')
-        expected = {'Brevant.exe', 'KzDbg64.dll', 'libexpat.dll', 'wtsapi32.dll', 'wtsapi32.log', 'wtsapi32.answer',
-                    'QorPaFrwk.ini', 'UpdateInfo.ini', 'qorshcutbackup.xml', 'Resource\\EN-US\\StringTable.ini',
-                    'Resource\\DE-DE\\StringTable.ini'}
+    def files(self) -> Iterator[Topic]:
+        after = self.outcome.after
+        expected: dict[str, Any] = {}
+        for row in self.rows:
+            expected[row.target or row.source or ''] = row.new
+            if row.source and not waits(row):
+                expected[row.source] = row.new
+        temp = self.names['windows'] + 'Temp\\'
+        expected[temp + 'QorvaultRunOnce.txt'] = self.names['product'] + '\n'
+        expected[temp + 'kbfilter.ini'] = expected[PRODUCT + 'Driver\\kbfilter.ini']
+        yield 'files', expected, self.contents(after, list(expected))
+        others = {'Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll', 'wtsapi32.dll', 'QorPaFrwk.ini',
+                  'UpdateInfo.ini', 'qorshcutbackup.xml', 'Resource\\EN-US\\StringTable.ini',
+                  'Resource\\DE-DE\\StringTable.ini'}
         for base, kind in (('config', 'xml'), ('qorshcut', 'xml'), ('readme', 'htm')):
-            expected |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
-        for row in self.machine.rows:
-            where = row.target or row.source or ''
-            found = self.machine.read(where)
-            self.check(found == row.new, f'{("new  " if row.target else "left ") if row.new else "gone "} {where}')
-            stay = [row.target, None if self.waits(row) else row.source] if row.new else []
-            expected |= {path.removeprefix(self.machine.install) for path in stay
-                         if path and path.startswith(self.machine.install)}
-        strange = expected ^ set(self.machine.listing(self.machine.install))
-        self.check(not strange,
-                   f'no other file came or went, and the moved ones left the download folder {strange or ""}')
-        self.check(not self.machine.host(self.machine.install + 'Legacy').exists(), 'the whole folder Legacy is gone')
+            others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
+        known = {path for path, content in expected.items() if content} | {PRODUCT + name for name in others}
+        yield 'files that nobody expects', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
+        yield 'folder Legacy', False, (PRODUCT + 'Legacy').casefold() in self.outcome.folders
 
-    def show_registry(self) -> None:
-        self.chapter('registry')
+    def registry(self) -> Iterator[Topic]:
         for key, name, before, after in REGISTRY:
-            found = self.machine.values(key).get(name)
             wanted = after.format(**self.names) if isinstance(after, str) else after
-            self.check(found is not None if after is ANY else found == wanted,
-                       f'{key} {name or "(Default)"}: {before} -> {found}')
+            found = self.outcome.after.values.get((key, name))
+            where = f'{key} {name or "(Default)"}'
+            yield f'{where} before', before, self.outcome.before.values.get((key, name))
+            yield where, found if after is ANY and found is not None else wanted, found
 
-    def show_settings(self) -> None:
-        self.chapter('settings')
-        install = self.machine.install
-        update_info = self.machine.read(install + 'UpdateInfo.ini', 'utf-16') or ''
-        for key, before, after in UPDATE_INFO:
-            self.check(f'\n{key}={after}\n' in update_info, f'UpdateInfo.ini {key}: {before} -> {after}')
-        self.check(self.text['readme'] in (self.machine.read(install + 'readme.htm') or ''),
-                   f'readme.htm is the one {self.text["readme"]}')
-
-        config = self.machine.read(install + 'config.xml') or ''
-        self.say('\n'.join('         ' + line for line in config.splitlines()))
+    def settings(self) -> Iterator[Topic]:
+        update_info = self.read(PRODUCT + 'UpdateInfo.ini', 'utf-16')
+        yield 'UpdateInfo.ini', [after for _, _, after in UPDATE_INFO], [
+            (re.findall(f'^{key}=(.*)$', update_info, re.M) or [''])[0] for key, _, _ in UPDATE_INFO]
+        yield 'language of readme.htm', True, self.text['readme'] in self.read(PRODUCT + 'readme.htm')
+        config = self.read(PRODUCT + 'config.xml')
         for what, text in (*CONFIG, ('in its language', f'<Greeting>{self.text["greeting"]}</Greeting>')):
-            self.check(text in config, f'config.xml: {what}, {text}')
-        self.check(PASSWORD.findall(config) == PASSWORD.findall(self.config) != [],
-                   "the user's password is carried over in its protected form")
-        self.check(not self.find_password(), f'it is nowhere in clear {self.find_password() or ""}')
-
-    def find_password(self) -> list[str]:
-        """Files of the machine that hold the password in clear; those of Windows itself (hard links) left out."""
+            yield f'config.xml, {what}', text, text if text in config else None
+        old = (self.outcome.before.content(PRODUCT + 'config.xml') or b'').decode()
+        found = PASSWORD.findall(config)
+        yield 'protected password', (PASSWORD.findall(old), 1), (found, len(found))
         secrets = PROXY_PASSWORD.encode(), PROXY_PASSWORD.encode('utf-16-le')
-        return [str(file) for file in self.machine.prefix.rglob('*')
-                if file.is_file() and not file.is_symlink() and file.stat().st_nlink == 1
-                and any(secret in file.read_bytes() for secret in secrets)]
+        yield 'the password in clear', [], [
+            path for state in (self.outcome.waiting, self.outcome.after) for path, content in state.files.items()
+            if any(secret in content for secret in secrets)]
+        yield 'the password in the trace', 0, sum(PROXY_PASSWORD in line for line in self.outcome.lines)
 
-    def show_run_once(self) -> None:
-        self.chapter('commands that ran once after the restart')
-        self.check(self.machine.values(RUN_ONCE) == {}, 'none is left')
-        for name, wanted in (('QorvaultRunOnce.txt', self.names['product'].strip()),
-                             ('kbfilter.ini', 'new content, {package}Driver\\kbfilter.ini')):
-            path = self.names['windows'] + 'Temp\\' + name
-            found = (self.machine.read(path) or '').strip()
-            self.check(found == wanted, f'{path}: {found}')
+    def shortcuts(self) -> Iterator[Topic]:
+        yield 'shortcuts', {
+            name.format(**self.names) + '.lnk': ShellLink(PRODUCT + target, PRODUCT + icon, arguments, description, '')
+            for name, target, icon, arguments, description in self.text['links']}, self.outcome.after.links
+        yield 'old folder of shortcuts', False, (
+            self.names['programs'] + 'Kazmere Keystride').casefold() in self.outcome.folders
 
-    def show_shortcuts(self) -> None:
-        self.chapter('shortcuts')
-        wanted = {}
-        for name, target, icon, arguments, description in self.text['links']:
-            install = self.machine.install
-            wanted[name.format(**self.names) + '.lnk'] = ShellLink(install + target, install + icon, arguments,
-                                                                   description, '')
-        for path, link in wanted.items():
-            file = self.machine.host(path)
-            found = read_link(file.read_bytes()) if file.is_file() else None
-            self.check(found == link, f'{path}\n{" " * 11}' + f'\n{" " * 11}'.join(
-                f'{field}: {text}' for field, text in (found or link)._asdict().items()))
-        links = [file for folder in ('desktop', 'programs') for file in
-                 self.machine.host(self.names[folder]).rglob('*.lnk')]
-        self.check(len(links) == len(wanted), 'the old ones are gone')
-        self.check(not self.machine.host(self.names['programs'] + 'Kazmere Keystride').exists(),
-                   'their folder is gone')
-
-    def show_trace(self) -> list[str]:
-        self.chapter('trace')
-        messages = self.machine.messages()
-        failures = trace.failures(messages)
-        self.check(sorted(failures) == sorted(EXPECTED_FAILURES),
-                   f'{len(messages)} lines; those at the level of failures are known: '
-                   f'{sorted(set(failures) ^ set(EXPECTED_FAILURES)) or len(failures)}')
-        self.check('@@@ Paramter is /ApplyNewName' in messages, 'Brevant.exe /ApplyNewName ran after the restart')
-        return self.machine.trace_lines()
+    def trace(self) -> Iterator[Topic]:
+        messages = [trace.message(line) for line in self.outcome.lines]
+        yield 'failure lines', sorted(EXPECTED_FAILURES), sorted(trace.failures(messages))
+        yield 'runs after the restart', 1, messages.count('@@@ Paramter is /ApplyNewName')
 
 
-def play(language: str, out: TextIO) -> tuple[list[str], list[str]]:
-    """Plays the story of one language; returns its trace lines and the expectations that do not hold."""
-    story = Story(language, out)
-    return story.play(), story.failures
+def play(language: str) -> tuple[Outcome, list[str]]:
+    """Tries the sample in a language; returns what was seen, and the expectations that do not hold."""
+    home = pathlib.Path(tempfile.mkdtemp(prefix='brevant-sample-'))
+    try:
+        update, installed = write_sample(home)
+        outcome = Trial(Options(update, installed, language, LANGUAGES[language]['answer']), progress(language)).run()
+    finally:
+        shutil.rmtree(home, ignore_errors=True)
+    return outcome, Expectations(language, outcome).failures()
 
 
-def main() -> int:
-    start, failures, shown = time.monotonic(), [], set[str]()
+def main(arguments: list[str]) -> int:
+    parser = argparse.ArgumentParser('tools/demo.sh', description=__doc__)
+    parser.add_argument('--details', nargs='?', const='all', default='', metavar='LIST', help=','.join(ROOMS))
+    parser.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write a report for each language there')
+    options = parser.parse_args(arguments)
+    rooms = list(ROOMS) if options.details == 'all' else list(filter(None, options.details.split(',')))
+    start, failures, incomplete = time.monotonic(), [], []
     for language in LANGUAGES:
-        lines, failed = play(language, sys.stdout)
+        outcome, failed = play(language)
+        print()
+        show(outcome, rooms, options.report / language if options.report else None)
         failures += failed
-        new = [line for line in lines if trace.message(line) not in shown]
-        shown.update(trace.message(line) for line in lines)
-        print('\n  The trace line by line' + ('' if len(new) == len(lines) else ', where it is not that of above') +
-              '; docs/debug-trace.md tells how to read it:\n')
-        print('\n'.join('  ' + line for line in new))
-    seconds = time.monotonic() - start
-    print(f'\n[demo] {len(LANGUAGES)} machines in {seconds:.0f} s: ', end='')
-    print('every expectation held' if not failures else f'FAILED, {len(failures)} expectations did not hold:')
-    print('\n'.join('  ' + text for text in failures), end='\n' if failures else '')
-    return 1 if failures else 0
+        incomplete += [] if outcome.complete() else [f'{language}: the update is not complete']
+    print(f'[demo] {len(LANGUAGES)} machines in {time.monotonic() - start:.0f} s: '
+          + ('FAILED' if failures + incomplete else 'complete, and every expectation held'))
+    print('\n'.join(f'  {text}' for text in incomplete + failures), end='\n' if failures + incomplete else '')
+    return 1 if failures + incomplete else 0
 
 
 if __name__ == '__main__':
-    sys.exit(main())
+    sys.exit(main(sys.argv[1:]))

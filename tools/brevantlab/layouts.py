@@ -4,6 +4,7 @@
         code, messages = machine.agent('/DeployFramework')
 """
 import pathlib
+import re
 from typing import Iterable, NamedTuple, Optional
 
 from .machine import PRODUCT, SETTINGS, Machine
@@ -11,6 +12,7 @@ from .prefix import ROOT
 from .standins import Question
 
 SAMPLES = ROOT / 'samples'
+OUTSIDE = 'drive_c'  # what an installed product has outside of its folder
 
 # Says that the new name has been applied.
 MARKER = ('{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}', '{8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}')
@@ -65,37 +67,102 @@ def read_files(install: str = PRODUCT) -> list[File]:
     return rows
 
 
+Files = dict[str, bytes]  # by Windows path
+
+
+def sample_files(install: str = PRODUCT) -> tuple[Files, Files]:
+    """The installed product, and the downloaded update."""
+    names = folders(install)
+    # An old link of a name that the update's description has as well: it is not removed but replaced.
+    installed = {names['desktop'] + 'New password.lnk': b'old content', **_tree(SAMPLES / 'installed', install)}
+    update = {**_tree(SAMPLES / 'update' / 'Setting', names['share'] + 'Setting\\'),
+              **_tree(SAMPLES / 'update' / 'Resource', names['share'] + 'Resource\\'),
+              **_tree(SAMPLES / 'update', install, '*.ini'),
+              **_tree(SAMPLES / 'installed', install, 'UpdateInfo.ini')}
+    for row in read_files(install):
+        if row.old and row.target:
+            installed[row.target] = _bytes(row.old)
+        if row.new and row.source:
+            update[row.source] = _bytes(row.new)
+    return installed, update
+
+
+def _bytes(text: str, encoding: str = 'utf-8') -> bytes:
+    return text.replace('\n', '\r\n').encode(encoding)
+
+
+def _tree(source: pathlib.Path, target: str, pattern: str = '**/*') -> Files:
+    # Windows takes an INI file for UTF-16 or, without its mark, for the code page of the machine.
+    return {target + str(file.relative_to(source)).replace('/', '\\'):
+            _bytes(file.read_text('utf-8'), 'utf-16' if file.suffix == '.ini' else 'utf-8')
+            for file in sorted(source.glob(pattern)) if file.is_file() and file.suffix != '.reg'}
+
+
 def lay_out(machine: Machine, language: str = 'EN-US', install: str = PRODUCT) -> list[File]:
     """Puts the installed product, its registry and the downloaded update on the machine; returns the rows of
     files.txt. The program itself is not part of the sample: Machine.install_program()."""
-    rows = read_files(install)
-    for row in rows:
-        if row.old and row.target:
-            machine.write(row.target, row.old)
-        if row.new and row.source:
-            machine.write(row.source, row.new)
-
-    names = folders(install)
-    # An old link of a name that the update's description has as well: it is not removed but replaced.
-    machine.write(names['desktop'] + 'New password.lnk', 'old content')
-    _copy_tree(machine, SAMPLES / 'installed', install)
-    _copy_tree(machine, SAMPLES / 'update' / 'Setting', names['share'] + 'Setting\\')
-    _copy_tree(machine, SAMPLES / 'update' / 'Resource', names['share'] + 'Resource\\')
-    _copy_tree(machine, SAMPLES / 'update', install, '*.ini')
-
+    for files in sample_files(install):
+        for path, content in files.items():
+            machine.write(path, content)
     machine.import_reg((SAMPLES / 'installed' / 'registry.reg').read_text('utf-8'))
     machine.set_value(SETTINGS, 'ProductPath', install.rstrip('\\'))
     machine.set_value(SETTINGS, 'Language', language)
-    return rows
+    return read_files(install)
 
 
-def _copy_tree(machine: Machine, source: pathlib.Path, target: str, pattern: str = '**/*') -> None:
-    for file in sorted(source.glob(pattern)):
-        if file.is_file() and file.suffix != '.reg':
-            # Windows takes an INI file for UTF-16 or, without its mark, for the code page of the machine.
-            encoding = 'utf-16' if file.suffix == '.ini' else 'utf-8'
-            name = str(file.relative_to(source)).replace('/', '\\')
-            machine.write(target + name, file.read_text('utf-8'), encoding)
+def write_sample(folder: pathlib.Path) -> tuple[pathlib.Path, pathlib.Path]:
+    """The sample as two folders of the host, its update and its installed product; returns both."""
+    for name, files in zip(('installed', 'update'), sample_files()):
+        for path, content in files.items():
+            below = path.removeprefix(PRODUCT) if path.startswith(PRODUCT) else path.replace('C:', OUTSIDE, 1)
+            file = folder / name / below.replace('\\', '/')
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_bytes(content)
+    (folder / 'installed' / 'registry.reg').write_bytes((SAMPLES / 'installed' / 'registry.reg').read_bytes())
+    return folder / 'update', folder / 'installed'
+
+
+def install_folder(machine: Machine, installed: pathlib.Path, language: str = '') -> str:
+    """Puts an installed product on the machine: a folder's files into the install folder, those below OUTSIDE into
+    C:\\, and "registry.reg" into the registry. Returns its language."""
+    for path, content in host_files(installed).items():
+        if path != 'registry.reg':
+            outside = path.startswith(OUTSIDE + '\\')
+            machine.write('C:' + path.removeprefix(OUTSIDE) if outside else PRODUCT + path, content)
+    machine.enable_trace()
+    settings = installed / 'registry.reg'
+    text = _decode(settings.read_bytes()) if settings.is_file() else ''
+    machine.import_reg(text)
+    found = re.search(r'^"Language"="([^"]+)"', text, re.M)
+    language = language or (found[1] if found else 'EN-US')
+    machine.set_value(SETTINGS, 'ProductPath', PRODUCT.rstrip('\\'))
+    machine.set_value(SETTINGS, 'Language', language)
+    return language
+
+
+def host_files(folder: pathlib.Path) -> Files:
+    """A folder's files by their path below it, with backslashes."""
+    return {str(file.relative_to(folder)).replace('/', '\\'): file.read_bytes()
+            for file in sorted(folder.rglob('*')) if file.is_file()}
+
+
+def _decode(content: bytes) -> str:
+    return content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8-sig', 'replace')
+
+
+def instructions(update: pathlib.Path) -> dict[str, list[tuple[str, str]]]:
+    """The records of an update's instruction file by section; the first section of a name counts, as for Windows."""
+    file = update / 'QorPaFrwk.ini'
+    sections: dict[str, list[tuple[str, str]]] = {}
+    records: list[tuple[str, str]] = []
+    for line in (_decode(file.read_bytes()) if file.is_file() else '').splitlines():
+        if line.strip().startswith('['):
+            records = []
+            sections.setdefault(line.strip().strip('[]').upper(), records)
+        elif '=' in line and not line.lstrip().startswith(';'):
+            key, _, value = line.partition('=')
+            records.append((key.strip(), value.strip()))
+    return sections
 
 
 class SampleMachine(Machine):

@@ -88,7 +88,7 @@ class Machine:
     def restart(self, timeout: float = 300) -> None:
         """Restarts: pending moves first, then each run-once command in turn, all of them done on return."""
         self._boot()
-        self._insist('restart', lambda: _done(self._wine('wineboot', '-r', timeout=timeout)))
+        self._insist('restart', lambda: _done(self._tool('wineboot', '-r', timeout=timeout)))
 
     def wait_for_restart(self, timeout: float = 300) -> None:
         """Waits until the restart that a program has asked the system for is over."""
@@ -235,7 +235,7 @@ class Machine:
         mark = [f'[{registry.long_key(MARK_KEY)}]', registry.line_of(MARK, self._imports)]
         text = '\r\n'.join([registry.HEADER, *lines, *mark, ''])
         (self.root / 'import.reg').write_text(text, 'utf-16', newline='')
-        _done(self._wine('reg', 'import', self._host_file('import.reg'), timeout=300))
+        _done(self._tool('reg', 'import', self._host_file('import.reg')))
         return self._marked() or None
 
     def _export(self, key: str) -> Optional[registry.Tree]:
@@ -244,7 +244,7 @@ class Machine:
 
         def export() -> Optional[tuple[Optional[registry.Tree]]]:
             file.unlink(missing_ok=True)
-            result = self._wine('reg', 'export', key, self._host_file(file.name), '/y', timeout=300)
+            result = self._tool('reg', 'export', key, self._host_file(file.name), '/y')
             if result.code == 1 and NO_SUCH_KEY in result.output:
                 return (None,)
             _done(result)
@@ -276,12 +276,16 @@ class Machine:
     def _environment(self) -> dict[str, str]:
         return prefixes.environment(self.prefix, self.overrides)
 
-    def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120,
-              capture: bool = True) -> Result:
+    def _tool(self, *command: str, timeout: float = 300) -> Result:
+        return self._wine(*command, timeout=timeout, debug='err+all,fixme-all')
+
+    def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
+              debug: str = '-all') -> Result:
         # A file takes the output: a pipe would stay open in the services that the first command starts.
         with tempfile.TemporaryFile() as output:
             done = subprocess.run(['wine', *map(str, command)], cwd=cwd or self.prefix / 'drive_c', timeout=timeout,
-                                  env=self._environment(), stdin=subprocess.DEVNULL,
+                                  stdin=subprocess.DEVNULL,
+                                  env={**self._environment(), 'WINEDEBUG': debug},
                                   stdout=output if capture else None, stderr=subprocess.STDOUT if capture else None)
             output.seek(0)
             return Result(done.returncode & 0xFF, output.read().decode('utf-8', 'replace').replace('\r\n', '\n'))
