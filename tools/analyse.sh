@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Has the product's code read once more: compiled by clang for the same target with the build's own warnings, by
-# clang-tidy (.clang-tidy) and by cppcheck (tools/cppcheck.txt); and the Python sources by flake8 and mypy
-# (tools/mypy.ini). Any finding fails. Takes some minutes; installs what it needs. Arguments are the sources to read
-# instead of all, tools/analyse.sh src/common/KzComn_File.cpp; --python reads the Python sources alone.
+# Has the product's code read once more: by clang for the same target with the build's own warnings and clang-tidy's
+# checks (.clang-tidy), and by cppcheck (tools/cppcheck.txt); and the Python sources by flake8 and mypy (tools/mypy.ini).
+# Any finding fails. Takes some minutes; installs what it needs. Arguments are the sources to read instead of all,
+# tools/analyse.sh src/common/KzComn_File.cpp; --python reads the Python sources alone.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -38,13 +38,6 @@ make_commands() {
 # Runs a command for each source, as many at once as there are processors.
 for_each_source() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} "$@"; }
 
-compile() {
-    sed -n 's/^ *"command": "\(clang.*\) -o [^ ]* -c \([^ ]*\)",$/\1 -fsyntax-only \2/p' \
-        "$kBuild/clang/compile_commands.json" >"$kBuild/clang/commands"
-    [[ -s "$kBuild/clang/commands" ]] || fail "no compile commands"
-    for_each_source sh -c "command=\$(grep -F ' $PWD/{}' '$kBuild/clang/commands') && exec \$command"
-}
-
 tidy() {
     for_each_source clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" {} 2>"$kBuild/tidy.log" ||
         { cat "$kBuild/tidy.log" >&2; return 1; }
@@ -73,7 +66,6 @@ if [[ $# -gt 0 ]]; then sources=("$@"); else mapfile -t sources < <(find src -na
 tools/setup.sh
 need_packages "${kPackages[@]}" "${kPythonPackages[@]}"
 step "commands" make_commands
-step "clang" compile
-step "clang-tidy" tidy
+step "clang and clang-tidy" tidy
 step "cppcheck" check
 step "Python" python

@@ -277,15 +277,14 @@ class Machine:
         return prefixes.environment(self.prefix, self.overrides)
 
     def _tool(self, *command: str, timeout: float = 300) -> Result:
-        return self._wine(*command, timeout=timeout, debug='err+all,fixme-all')
+        return self._wine(*command, timeout=timeout, debug='-all,err+all')
 
     def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
               debug: str = '-all') -> Result:
         # A file takes the output: a pipe would stay open in the services that the first command starts.
         with tempfile.TemporaryFile() as output:
             done = subprocess.run(['wine', *map(str, command)], cwd=cwd or self.prefix / 'drive_c', timeout=timeout,
-                                  stdin=subprocess.DEVNULL,
-                                  env={**self._environment(), 'WINEDEBUG': debug},
+                                  env={**self._environment(), 'WINEDEBUG': debug}, stdin=subprocess.DEVNULL,
                                   stdout=output if capture else None, stderr=subprocess.STDOUT if capture else None)
             output.seek(0)
             return Result(done.returncode & 0xFF, output.read().decode('utf-8', 'replace').replace('\r\n', '\n'))
