@@ -1,8 +1,12 @@
 // The user's settings, carried over into the configuration file that an update brings.
 #include "agent/QorDeployAgent.h"
 
+#include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
 #include "config/ConfigProvider.h"
 
 #include <json/writer.h>
@@ -52,19 +56,103 @@ std::wstring ToTraceText(const Json::Value& json)
     return tstrText;
 }
 
-/// The tags to carry over, each with an empty value.
-Json::Value CollectTags(const SectionRecords& records)
+/// Adds the tags to carry over to `data`, each with an empty value. False when there is none, or one that is no record.
+bool CollectTags(const SectionRecords& records, Json::Value& data)
 {
-    Json::Value data(Json::objectValue);
+    bool bAll = true;
     ForEachRecord(records, L"migrate", [&](const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
             Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
+            bAll = false;
             return;
         }
         data[String::ToUtf8(tstrTag)] = "";
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [%s]", tstrTag.c_str());
     });
-    return data;
+    return bAll && !data.empty();
+}
+
+/// A file that is read-only cannot be replaced.
+void MakeWritable(const std::wstring& tstrFile)
+{
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrFile.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & FILE_ATTRIBUTE_READONLY)) return;
+    if (::SetFileAttributesW(tstrFile.c_str(), dwAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY})) return;
+    const DWORD dwError = ::GetLastError();
+    Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - [%s] stays read-only. [0x%08x]", tstrFile.c_str(),
+          dwError);
+}
+
+/// Carries the user's values over into "config.xml" in `tstrFolder`. False unless every value got there.
+bool CarryOver(const std::wstring& tstrFolder)
+{
+    ProviderSession provider;
+    if (!provider.Start()) return false;
+
+    SectionRecords records;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!ReadInstructions(L"QOR_CONFIG_MERGE", records, dwError)) {
+        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
+              dwError);
+        return false;
+    }
+
+    Json::Value request(Json::objectValue);
+    request["Data"] = Json::Value(Json::objectValue);
+    const bool bCollected = CollectTags(records, request["Data"]);
+    const DWORD dwQueried = provider.Send(CConfigProvider::kQuery, request);
+    if (Config::IsFailure(dwQueried)) {
+        Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwQueried);
+    } else {
+        Trace(kTraceInfo, L"Query OK: %s", ToTraceText(request).c_str());
+    }
+
+    // Also after a failed query: the provider writes what it found and nothing else.
+    request["FilePath"] = String::ToUtf8(tstrFolder);
+    request["FileName"] = "config.xml";
+    MakeWritable(String::JoinPath(tstrFolder, L"config.xml"));
+    const DWORD dwWritten = provider.Send(CConfigProvider::kWrite, request);
+    if (Config::IsFailure(dwWritten)) {
+        Trace(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwWritten);
+    } else {
+        Trace(kTraceInfo, L"Write OK: %s", ToTraceText(request).c_str());
+    }
+    return bCollected && !Config::IsFailure(dwQueried) && !Config::IsFailure(dwWritten);
+}
+
+/// Gives a file a second name, in place of a file that has it. This needs no room and no leave to read, so that it
+/// works on a full drive and for a file that others hold, and the content stays when the first name goes to another
+/// file.
+bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD& dwError)
+{
+    MakeWritable(tstrName);
+    // Straight to its name: a link to a file that others hold cannot be moved.
+    const std::wstring tstrAside = tstrName + L".aside";
+    const bool bAside = ::MoveFileExW(tstrName.c_str(), tstrAside.c_str(), MOVEFILE_REPLACE_EXISTING);
+    const bool bOk = ::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr);
+    if (!bOk) dwError = ::GetLastError();
+    if (bAside && bOk) ::DeleteFileW(tstrAside.c_str());
+    if (bAside && !bOk) ::MoveFileExW(tstrAside.c_str(), tstrName.c_str(), 0);
+    return bOk;
+}
+
+/// The user's file, which an update's file is about to replace without all of its values, stays under another name.
+void KeepUsersFile(const std::wstring& tstrFolder)
+{
+    const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"config.xml");
+    if (!Storage::File::IsExisted(tstrFile) || !Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) {
+        return;
+    }
+    const std::wstring tstrKept = Frwk::Utility::InstalledFile(L"config.previous.xml");
+    DWORD dwError = ERROR_SUCCESS;
+    if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
+        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
+              tstrKept.c_str());
+        return;
+    }
+    Trace(kTraceError,
+          L"*** FrameworkDeployAgent::MergeConfig() - the user's settings cannot be kept in [%s]. [0x%08x]",
+          tstrKept.c_str(), dwError);
 }
 
 }  // namespace
@@ -72,33 +160,10 @@ Json::Value CollectTags(const SectionRecords& records)
 void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
-    ProviderSession provider;
-    if (!provider.Start()) return;
-
-    SectionRecords records;
+    bool bCarriedOver = false;
     DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_CONFIG_MERGE", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
-              dwError);
-        return;
+    if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(tstrFolder); })) {
+        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() failed. [0x%08x]", dwError);
     }
-
-    Json::Value request(Json::objectValue);
-    request["Data"] = CollectTags(records);
-    DWORD dwResult = provider.Send(CConfigProvider::kQuery, request);
-    if (Config::IsFailure(dwResult)) {
-        Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwResult);
-    } else {
-        Trace(kTraceInfo, L"Query OK: %s", ToTraceText(request).c_str());
-    }
-
-    // Also after a failed query: what could not be read is null in the request, and null leaves a setting alone.
-    request["FilePath"] = String::ToUtf8(tstrFolder);
-    request["FileName"] = "config.xml";
-    dwResult = provider.Send(CConfigProvider::kWrite, request);
-    if (Config::IsFailure(dwResult)) {
-        Trace(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwResult);
-    } else {
-        Trace(kTraceInfo, L"Write OK: %s", ToTraceText(request).c_str());
-    }
+    if (!bCarriedOver) KeepUsersFile(tstrFolder);
 }

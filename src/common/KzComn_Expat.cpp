@@ -33,6 +33,7 @@ bool Expat::Resolve(DWORD* pdwError) noexcept
     take(m_functions.SetXmlDeclHandler, "XML_SetXmlDeclHandler");
     take(m_functions.SetStartDoctypeDeclHandler, "XML_SetStartDoctypeDeclHandler");
     take(m_functions.SetDefaultHandler, "XML_SetDefaultHandler");
+    take(m_functions.SetUnknownEncodingHandler, "XML_SetUnknownEncodingHandler");
     take(m_functions.GetErrorCode, "XML_GetErrorCode");
     take(m_functions.ErrorString, "XML_ErrorString");
     take(m_functions.GetCurrentLineNumber, "XML_GetCurrentLineNumber");

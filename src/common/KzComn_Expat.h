@@ -31,6 +31,7 @@ public:
         decltype(&::XML_SetXmlDeclHandler) SetXmlDeclHandler = nullptr;
         decltype(&::XML_SetStartDoctypeDeclHandler) SetStartDoctypeDeclHandler = nullptr;
         decltype(&::XML_SetDefaultHandler) SetDefaultHandler = nullptr;
+        decltype(&::XML_SetUnknownEncodingHandler) SetUnknownEncodingHandler = nullptr;
         decltype(&::XML_GetErrorCode) GetErrorCode = nullptr;
         decltype(&::XML_ErrorString) ErrorString = nullptr;
         decltype(&::XML_GetCurrentLineNumber) GetCurrentLineNumber = nullptr;

@@ -3,6 +3,7 @@
 #include "common/KzComn_ByteArray.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_Retry.h"
 
 #include <cwchar>
 
@@ -116,9 +117,14 @@ bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& st
 {
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const UniqueFile file(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShare, nullptr, OPEN_EXISTING,
-                                        FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file) return Fail(::GetLastError(), pdwError);
+    UniqueFile file;
+    const auto open = [&](DWORD& dwError) {
+        file.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShare, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+        dwError = file ? ERROR_SUCCESS : ::GetLastError();
+        return file.IsValid();
+    };
+    if (!TryWhileHeld(open, pdwError)) return false;
     LARGE_INTEGER liSize{};
     if (!::GetFileSizeEx(file.Get(), &liSize)) return Fail(::GetLastError(), pdwError);
     if (static_cast<ULONGLONG>(liSize.QuadPart) > cbMost) return Fail(ERROR_FILE_TOO_LARGE, pdwError);
@@ -146,6 +152,11 @@ bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD
     TemporaryFile temporary;
     return temporary.Create(tstrPath, dwAttributes & kKept, rights.Get(), pdwError) &&
            temporary.Fill(strBytes, pdwError) && temporary.TakePlaceOf(tstrPath, pdwError);
+}
+
+bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError)
+{
+    return ::CopyFileW(tstrSource.c_str(), tstrCopy.c_str(), FALSE) || Fail(::GetLastError(), pdwError);
 }
 
 }  // namespace KzCommon::Storage::File

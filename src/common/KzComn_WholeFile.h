@@ -18,4 +18,8 @@ namespace KzCommon::Storage::File {
 /// ERROR_FILE_NOT_FOUND (2) when there is no such file, ERROR_ACCESS_DENIED (5) when it is read-only. MoveFileExW.
 [[nodiscard]] bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD* pdwError);
 
+/// Makes `tstrCopy` a copy of `tstrSource`; an older copy is replaced. False with the code in `*pdwError` (may be
+/// null). CopyFileW.
+[[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
+
 }  // namespace KzCommon::Storage::File

@@ -186,6 +186,12 @@ void XmlElement::SetAttribute(std::wstring_view tstrName, std::wstring_view tstr
     m_attributes.push_back({std::wstring(tstrName), std::wstring(tstrValue)});
 }
 
+void XmlElement::RemoveAttributes(std::wstring_view tstrName)
+{
+    std::erase_if(m_attributes,
+                  [&](const XmlAttribute& attribute) { return String::EqualsNoCase(attribute.tstrName, tstrName); });
+}
+
 void XmlElement::AppendNode(XmlNode node)
 {
     if (node.element) {
@@ -195,10 +201,12 @@ void XmlElement::AppendNode(XmlNode node)
     m_nodes.push_back(std::move(node));
 }
 
-XmlElement& XmlElement::AppendElement(std::wstring tstrName, std::vector<XmlAttribute> attributes)
+XmlElement& XmlElement::AppendElement(std::wstring tstrName, std::vector<XmlAttribute> attributes,
+                                      const XmlPosition& position)
 {
     auto element = std::make_unique<XmlElement>(std::move(tstrName));
     element->m_attributes = std::move(attributes);
+    element->m_position = position;
     XmlElement& added = *element;
     AppendNode({XmlNode::Kind::eElement, {}, {}, std::move(element)});
     return added;

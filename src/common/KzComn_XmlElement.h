@@ -6,6 +6,8 @@
 // whether a character was written as itself or as a reference.
 #pragma once
 
+#include "common/KzComn_XmlPosition.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -46,6 +48,8 @@ public:
     [[nodiscard]] const std::vector<XmlAttribute>& Attributes() const noexcept { return m_attributes; }
     /// The element's own character data, that of its children left out; white space as it stands.
     [[nodiscard]] std::wstring GetText() const;
+    /// Where the element's start tag begins in the document that was parsed; none for an element that was added.
+    [[nodiscard]] const XmlPosition& Position() const noexcept { return m_position; }
 
     // -- walking: elements only, comments and the like are not seen --
 
@@ -62,21 +66,24 @@ public:
 
     // -- changing; a name or text that XML cannot carry throws Exception with ERROR_BAD_ARGUMENTS (160) --
 
-    /// Adds a child behind the last one, on a line of its own where the others stand on lines of their own.
+    /// Adds a child after the last one, on a line of its own where the others stand on lines of their own.
     XmlElement& AddChild(std::wstring_view tstrName);
     /// Replaces the element's own character data and leaves its children and comments in place.
     void SetText(std::wstring_view tstrText);
-    /// Replaces an attribute or adds it behind the last one.
+    /// Replaces an attribute or adds it after the last one.
     void SetAttribute(std::wstring_view tstrName, std::wstring_view tstrValue);
+    /// Removes all attributes of that name, compared without regard to case.
+    void RemoveAttributes(std::wstring_view tstrName);
 
     // -- for parser and writer --
 
     /// Everything between the element's tags, in order.
     [[nodiscard]] const std::vector<XmlNode>& Nodes() const noexcept { return m_nodes; }
-    /// Adds a node behind the last one; an element's index in its parent is set.
+    /// Adds a node after the last one; an element's index in its parent is set.
     void AppendNode(XmlNode node);
-    /// The same for a new element. Nothing is checked.
-    XmlElement& AppendElement(std::wstring tstrName, std::vector<XmlAttribute> attributes);
+    /// The same for a new element, which stood at `position`. Nothing is checked.
+    XmlElement& AppendElement(std::wstring tstrName, std::vector<XmlAttribute> attributes,
+                              const XmlPosition& position = {});
     /// Whether the element is written as a start and an end tag even with nothing between them.
     [[nodiscard]] bool HasEndTag() const noexcept { return m_bEndTag; }
     void SetEndTag(bool bEndTag) noexcept { m_bEndTag = bEndTag; }
@@ -89,6 +96,7 @@ private:
     std::vector<XmlNode> m_nodes;
     XmlElement* m_pParent = nullptr;
     std::size_t m_uIndex = 0;  // among the parent's nodes
+    XmlPosition m_position;
     bool m_bEndTag = false;
 };
 
@@ -102,7 +110,7 @@ struct XmlNode {
     std::unique_ptr<XmlElement> element;
 };
 
-/// A document: its root element and what stands before and behind it.
+/// A document: its root element and what stands before and after it.
 class XmlDocument {
 public:
     XmlDocument() : m_content(std::wstring()) {}

@@ -3,17 +3,12 @@
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_XmlPosition.h"
 
 #include <string>
 #include <utility>
 
 namespace KzCommon::Storage {
-
-/// Where in a document something is wrong, counted from 1; both 0 when the failure belongs to no place in it.
-struct XmlPosition {
-    ULONGLONG ullLine = 0;
-    ULONGLONG ullColumn = 0;  ///< in characters
-};
 
 /// An XML document cannot be read or written. The code is ERROR_XML_PARSE_ERROR (1465) for a document that is refused,
 /// ERROR_INVALID_HANDLE (6) when memory is out, otherwise that of the file or library call that failed.
@@ -27,7 +22,8 @@ public:
     {
     }
 
-    /// The place in the document, not to be confused with Line(), the place in the program.
+    /// The place in the document (none when the failure belongs to no place in it), not to be confused with Line(), the
+    /// place in the program.
     [[nodiscard]] const XmlPosition& Position() const noexcept { return m_position; }
     /// What is wrong, for the trace.
     [[nodiscard]] const std::wstring& Reason() const noexcept { return m_tstrReason; }

@@ -2,7 +2,9 @@
 
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
+#include "common/KzComn_XmlEncoding.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace KzCommon::Storage {
@@ -36,6 +38,16 @@ bool EndsLinesWithCrLf(std::string_view strBytes)
     if (uLineFeed == std::string_view::npos || uLineFeed == 0) return false;
     const std::size_t uBack = strBytes[uLineFeed - 1] == '\0' ? 2 : 1;
     return uLineFeed >= uBack && strBytes[uLineFeed - uBack] == '\r';
+}
+
+/// Tells Expat about an encoding that it does not know itself.
+int XMLCALL OnUnknownEncoding(void*, const XML_Char* szName, XML_Encoding* pEncoding) noexcept
+{
+    ByteCharacters characters{};
+    if (!FindSingleByteEncoding(szName, characters)) return XML_STATUS_ERROR;
+    *pEncoding = {};
+    std::copy(characters.begin(), characters.end(), pEncoding->map);
+    return XML_STATUS_OK;
 }
 
 /// One parse: takes what Expat reports and grows the document. No exception passes through Expat: the first failure is
@@ -90,6 +102,7 @@ private:
         m_api.SetXmlDeclHandler(m_parser, &Callback<&Builder::OnDeclaration>::Call);
         m_api.SetStartDoctypeDeclHandler(m_parser, &Callback<&Builder::OnDoctype>::Call);
         m_api.SetDefaultHandler(m_parser, &Callback<&Builder::OnAnythingElse>::Call);
+        m_api.SetUnknownEncodingHandler(m_parser, &OnUnknownEncoding, nullptr);
     }
 
     template <class Action>
@@ -140,7 +153,7 @@ private:
 
     void OnStart(const XML_Char* szName, const XML_Char** pszAttributes)
     {
-        if (m_cLevels == XmlParser::kMostLevels) {
+        if (m_cLevels == XmlParser::kMaxLevels) {
             Fail(ERROR_XML_PARSE_ERROR, L"too many elements inside each other");
             return;
         }
@@ -149,7 +162,7 @@ private:
         for (const XML_Char** psz = pszAttributes; *psz; psz += 2) {
             attributes.push_back({ToWide(psz[0]), ToWide(psz[1])});
         }
-        m_pCurrent = &m_pCurrent->AppendElement(ToWide(szName), std::move(attributes));
+        m_pCurrent = &m_pCurrent->AppendElement(ToWide(szName), std::move(attributes), Position());
         ++m_cLevels;
     }
 
@@ -214,7 +227,7 @@ std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
 {
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
-    if (!File::ReadWhole(tstrPath, kMostBytes, strBytes, &dwError)) {
+    if (!File::ReadWhole(tstrPath, kMaxBytes, strBytes, &dwError)) {
         throw new XmlException(dwError, {}, L"the file cannot be read");
     }
     return ParseText(strBytes);
@@ -222,7 +235,7 @@ std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
 
 std::unique_ptr<XmlDocument> XmlParser::ParseText(std::string_view strBytes)
 {
-    if (strBytes.size() > kMostBytes) throw new XmlException(ERROR_FILE_TOO_LARGE, {}, L"the document is too large");
+    if (strBytes.size() > kMaxBytes) throw new XmlException(ERROR_FILE_TOO_LARGE, {}, L"the document is too large");
     DWORD dwError = ERROR_SUCCESS;
     if (!m_library.LoadBesideProgram(&dwError)) {
         throw new XmlException(dwError, {}, L"libexpat.dll cannot be loaded");

@@ -54,11 +54,11 @@ public:
 private:
     static bool IsEmptyTag(const XmlElement& element) { return element.Nodes().empty() && !element.HasEndTag(); }
 
-    void Verbatim(std::wstring_view tstrBefore, std::wstring_view tstrText, std::wstring_view tstrBehind)
+    void Verbatim(std::wstring_view tstrBefore, std::wstring_view tstrText, std::wstring_view tstrAfter)
     {
         m_tstrText += tstrBefore;
         for (const wchar_t ch : tstrText) ch == L'\n' ? LineEnd() : m_tstrText.push_back(ch);
-        m_tstrText += tstrBehind;
+        m_tstrText += tstrAfter;
     }
 
     /// A parser turns a carriage return into a line feed, and in attributes all white space into blanks: what must come

@@ -7,7 +7,7 @@
 
 namespace KzCommon::Storage {
 
-/// Writes a document as UTF-8 behind the declaration <?xml version="1.0" encoding="UTF-8"?>. Parsed again, what was
+/// Writes a document as UTF-8 after the declaration <?xml version="1.0" encoding="UTF-8"?>. Parsed again, what was
 /// written is the same document.
 class XmlWriter {
 public:

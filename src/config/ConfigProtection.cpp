@@ -16,6 +16,9 @@ namespace {
 
 using Bytes = std::vector<UCHAR>;
 
+/// What a text begins with that is bound to its tag path. No Base64 text does.
+constexpr std::wstring_view kBoundPrefix = L"2:";
+
 constexpr std::size_t kNonceBytes = 12;
 constexpr std::size_t kTagBytes = 16;
 constexpr std::size_t kHashBytes = 32;
@@ -63,10 +66,10 @@ constexpr std::size_t kHashBytes = 32;
     return true;
 }
 
-/// A protected value taken apart: nonce, cipher text and tag stand behind one another.
+/// A protected value taken apart: nonce, cipher text and tag, one after the other; `strBinding` is authenticated, too.
 class Sealed {
 public:
-    explicit Sealed(Bytes& bytes) noexcept : m_bytes(bytes)
+    Sealed(Bytes& bytes, std::string& strBinding) noexcept : m_bytes(bytes)
     {
         m_info.cbSize = sizeof m_info;
         m_info.dwInfoVersion = BCRYPT_AUTHENTICATED_CIPHER_MODE_INFO_VERSION;
@@ -74,6 +77,9 @@ public:
         m_info.cbNonce = kNonceBytes;
         m_info.pbTag = m_bytes.data() + m_bytes.size() - kTagBytes;
         m_info.cbTag = kTagBytes;
+        if (strBinding.empty()) return;
+        m_info.pbAuthData = reinterpret_cast<PUCHAR>(strBinding.data());
+        m_info.cbAuthData = static_cast<ULONG>(strBinding.size());
     }
     [[nodiscard]] PUCHAR Nonce() noexcept { return m_bytes.data(); }
     [[nodiscard]] PUCHAR Cipher() noexcept { return m_bytes.data() + kNonceBytes; }
@@ -105,7 +111,13 @@ bool ValueProtection::Open(std::wstring_view tstrKeyString, DWORD& dwError)
               dwError);
 }
 
-bool ValueProtection::Protect(const std::wstring& tstrClear, std::wstring& tstrText, DWORD& dwError) const
+bool ValueProtection::IsBound(std::wstring_view tstrText) noexcept
+{
+    return tstrText.empty() || tstrText.starts_with(kBoundPrefix);
+}
+
+bool ValueProtection::Protect(const TagPath& path, const std::wstring& tstrClear, std::wstring& tstrText,
+                              DWORD& dwError) const
 {
     if (tstrClear.empty()) {
         tstrText.clear();
@@ -114,7 +126,8 @@ bool ValueProtection::Protect(const std::wstring& tstrClear, std::wstring& tstrT
     Secret<std::string> clear;
     clear.value = String::ToUtf8(tstrClear);
     Bytes bytes(kNonceBytes + clear.value.size() + kTagBytes);
-    Sealed sealed(bytes);
+    std::string strBinding = String::ToUtf8(path.Folded());
+    Sealed sealed(bytes, strBinding);
     ULONG cbDone = 0;
     if (!Ok(::BCryptGenRandom(nullptr, sealed.Nonce(), kNonceBytes, BCRYPT_USE_SYSTEM_PREFERRED_RNG), dwError) ||
         !Ok(::BCryptEncrypt(m_hKey.Get(), reinterpret_cast<PUCHAR>(clear.value.data()), sealed.CipherBytes(),
@@ -122,22 +135,30 @@ bool ValueProtection::Protect(const std::wstring& tstrClear, std::wstring& tstrT
             dwError)) {
         return false;
     }
-    if (ToBase64(bytes, tstrText)) return true;
-    dwError = ::GetLastError();
-    return false;
+    std::wstring tstrBase64;
+    if (!ToBase64(bytes, tstrBase64)) {
+        dwError = ::GetLastError();
+        return false;
+    }
+    tstrText = std::wstring(kBoundPrefix) + tstrBase64;
+    return true;
 }
 
-bool ValueProtection::Unprotect(const std::wstring& tstrText, Secret<std::wstring>& clear, DWORD& dwError) const
+bool ValueProtection::Unprotect(const TagPath& path, const std::wstring& tstrText, Secret<std::wstring>& clear,
+                                DWORD& dwError) const
 {
     if (tstrText.empty()) {
         clear.value.clear();
         return true;
     }
+    const bool bBound = IsBound(tstrText);
     Bytes bytes;
     dwError = ERROR_INVALID_DATA;
-    if (!FromBase64(tstrText, bytes) || bytes.size() < kNonceBytes + kTagBytes) return false;
+    if (!FromBase64(tstrText.substr(bBound ? kBoundPrefix.size() : 0), bytes) || bytes.size() < kNonceBytes + kTagBytes)
+        return false;
 
-    Sealed sealed(bytes);
+    std::string strBinding = bBound ? String::ToUtf8(path.Folded()) : std::string();
+    Sealed sealed(bytes, strBinding);
     Secret<std::string> utf8;
     utf8.value.resize(sealed.CipherBytes());
     ULONG cbDone = 0;

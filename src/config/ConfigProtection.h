@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/KzComn_Handle.h"
+#include "config/ConfigValue.h"
 
 #include <windows.h>
 #include <bcrypt.h>
@@ -37,19 +38,25 @@ struct KeyTraits {
 };
 
 /// Turns clear values into protected text and back: AES-256 in Galois/counter mode under the SHA-256 hash of a key
-/// string, a fresh random nonce for every value; the text is nonce, cipher text and tag in Base64. The empty text
-/// stands for the empty value.
+/// string, a fresh random nonce for every value, the folded tag path as authenticated data, so that the text counts for
+/// that setting only. The text is "2:", then nonce, cipher text and tag in Base64. Texts of the first form, without the
+/// "2:" and the tag path, are still read. The empty text stands for the empty value.
 class ValueProtection {
 public:
     /// Prepares the key. False with the NTSTATUS code of the failed call in `dwError`. BCryptGenerateSymmetricKey.
     [[nodiscard]] bool Open(std::wstring_view tstrKeyString, DWORD& dwError);
 
-    /// False with the code of what failed.
-    [[nodiscard]] bool Protect(const std::wstring& tstrClear, std::wstring& tstrText, DWORD& dwError) const;
+    /// False with the code of what failed. BCryptEncrypt.
+    [[nodiscard]] bool Protect(const TagPath& path, const std::wstring& tstrClear, std::wstring& tstrText,
+                               DWORD& dwError) const;
 
-    /// False with the code for a text that was not made under this key or was changed since: STATUS_AUTH_TAG_MISMATCH
-    /// (0xc000a002), or ERROR_INVALID_DATA (13) when it has not even the form.
-    [[nodiscard]] bool Unprotect(const std::wstring& tstrText, Secret<std::wstring>& clear, DWORD& dwError) const;
+    /// False with the code for a text that was not made under this key and for this path or was changed since:
+    /// STATUS_AUTH_TAG_MISMATCH (0xc000a002), or ERROR_INVALID_DATA (13) when it has not even the form. BCryptDecrypt.
+    [[nodiscard]] bool Unprotect(const TagPath& path, const std::wstring& tstrText, Secret<std::wstring>& clear,
+                                 DWORD& dwError) const;
+
+    /// Whether a protected text is of today's form and not of the first one.
+    [[nodiscard]] static bool IsBound(std::wstring_view tstrText) noexcept;
 
 private:
     KzCommon::UniqueHandle<AlgorithmTraits> m_hAlgorithm;

@@ -5,8 +5,7 @@
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_FileName.h"
 #include "common/KzComn_String.h"
-
-#include <optional>
+#include "config/ConfigDefaults.h"
 
 using namespace KzCommon;
 using Config::ConfigStore;
@@ -19,6 +18,14 @@ std::optional<std::wstring> TextOf(const Json::Value& value)
     std::wstring tstrText;
     if (!value.isString() || !String::FromUtf8(value.asString(), tstrText)) return std::nullopt;
     return tstrText;
+}
+
+/// A tag for the trace.
+std::wstring TraceText(const std::string& strTag)
+{
+    std::wstring tstrTag;
+    static_cast<void>(String::FromUtf8(strTag, tstrTag));
+    return tstrTag;
 }
 
 std::optional<Config::TagPath> PathOf(const std::string& strTag)
@@ -56,7 +63,7 @@ void CConfigProvider::Uninitialize() noexcept
 {
     m_bReady = false;
     m_tstrInstallDir.clear();
-    m_types.clear();
+    m_found.reset();
 }
 
 DWORD CConfigProvider::MessageProc(DWORD dwMessage, Json::Value& request)
@@ -93,9 +100,8 @@ DWORD CConfigProvider::Dispatch(DWORD dwMessage, Json::Value& request)
 
 DWORD CConfigProvider::Query(Json::Value& request)
 {
+    m_found.emplace();  // first of all: whatever fails from here on, nothing counts as found
     Json::Value& data = request["Data"];
-    for (Json::Value& value : data) value = Json::nullValue;
-
     ConfigStore store(m_protection);
     if (!store.Open(m_tstrInstallDir + L"config.xml")) return Config::eUnreadableFile;
     DWORD dwResult = Config::eOk;
@@ -108,20 +114,21 @@ DWORD CConfigProvider::Query(Json::Value& request)
 bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strTag, Json::Value& value)
 {
     const std::optional<Config::TagPath> path = PathOf(strTag);
-    if (!path) return true;
-
+    if (!path) {
+        value = Json::nullValue;
+        return true;
+    }
     Config::Value found;
     Config::Type eType = Config::Type::eString;
     const ConfigStore::Found eFound = store.Read(*path, found, eType);
     if (eFound == ConfigStore::Found::eRefused) return false;
     if (eFound == ConfigStore::Found::eNone) {
         const Config::Default* pDefault = Config::FindDefault(*path);
-        if (!pDefault) return true;
-        found = {false, pDefault->szValue};
-        eType = pDefault->eType;
+        value = pDefault ? Json::Value(String::ToUtf8(pDefault->szValue)) : Json::Value();
+        return true;
     }
-    m_types[strTag] = eType;
     value = String::ToUtf8(Config::ToTransit(found));
+    (*m_found)[strTag] = eType;
     return true;
 }
 
@@ -140,7 +147,14 @@ DWORD CConfigProvider::Write(Json::Value& request)
     DWORD dwResult = Config::eOk;
     const Json::Value& data = request["Data"];
     for (const std::string& strTag : data.getMemberNames()) {
-        if (!data[strTag].isNull() && !WriteTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
+        const bool bFound = !m_found || m_found->contains(strTag);
+        if (data[strTag].isNull()) continue;
+        if (!bFound) {
+            Trace(kTraceInfo, L"CConfigProvider::Write() - [%s] has no value of the user's and stays as it is.",
+                  TraceText(strTag).c_str());
+            continue;
+        }
+        if (!WriteTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
     }
     return store.Save() ? dwResult : Config::eUnwritableFile;
 }
@@ -150,15 +164,12 @@ bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, co
     const std::optional<Config::TagPath> path = PathOf(strTag);
     const std::optional<std::wstring> text = TextOf(value);
     if (!path || !text) {
-        std::wstring tstrTag;
-        static_cast<void>(String::FromUtf8(strTag, tstrTag));
         Trace(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
-              tstrTag.c_str());
+              TraceText(strTag).c_str());
         return false;
     }
-    const auto itType = m_types.find(strTag);
     const Config::Default* pDefault = Config::FindDefault(*path);
-    const Config::Type eKnown = pDefault ? pDefault->eType : Config::Type::eString;
-    return store.Write(*path, Config::FromTransit(*text), itType != m_types.end() ? itType->second : eKnown,
-                       pDefault && pDefault->bProtected);
+    Config::Type eNewType = pDefault ? pDefault->eType : Config::Type::eString;
+    if (m_found) eNewType = m_found->at(strTag);
+    return store.Write(*path, Config::FromTransit(*text), eNewType);
 }

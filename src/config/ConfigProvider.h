@@ -1,4 +1,4 @@
-// The product's configuration, "config.xml", behind JSON requests.
+// The product's configuration, "config.xml", reached through JSON requests.
 #pragma once
 
 #include "config/ConfigProtection.h"
@@ -8,6 +8,7 @@
 #include <json/value.h>
 
 #include <map>
+#include <optional>
 #include <string>
 
 /// Called in this order: PreInitialize, Initialize, any number of MessageProc, Uninitialize. All of them but the last
@@ -19,11 +20,12 @@
 class CConfigProvider {
 public:
     /// Fills every member of "Data" with the current value from "config.xml" in the product's install folder: the
-    /// built-in default where the file has none, null where there is neither and for a value that is refused. When the
-    /// file cannot be read all become null.
+    /// built-in default where the file has none, null where there is neither. A value that is refused is left as it was
+    /// sent, and so is everything when the file cannot be read.
     static constexpr DWORD kQuery = 0x15000001;
-    /// Writes the members of "Data" into the existing file "FileName" in the folder "FilePath", null members left out.
-    /// Everything else in the file stays, and a file in which nothing changes is not touched.
+    /// Writes the members of "Data" into the existing file "FileName" in the folder "FilePath". Left out are null
+    /// members and, after a query, whatever that did not find in the installed file: a built-in default is no value of
+    /// the user's. Everything else in the file stays, and a file in which nothing changes is not touched.
     static constexpr DWORD kWrite = 0x15000002;
 
     CConfigProvider() = default;
@@ -49,6 +51,6 @@ private:
     std::wstring m_tstrInstallDir;
     Config::ValueProtection m_protection;
     bool m_bReady = false;
-    // Types of the settings that were read: what a new element for them is made as.
-    std::map<std::string, Config::Type> m_types;
+    // What the session's query found, with its types: what a new element is made as. Nothing before a query.
+    std::optional<std::map<std::string, Config::Type>> m_found;
 };

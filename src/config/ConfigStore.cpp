@@ -1,8 +1,10 @@
 #include "config/ConfigStore.h"
 
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/KzComn_XmlWriter.h"
+#include "config/ConfigDefaults.h"
 
 #include <algorithm>
 
@@ -22,7 +24,7 @@ std::wstring Trimmed(const std::wstring& tstrText)
 
 bool IsProtected(const XmlElement& element)
 {
-    return element.GetAttribute(L"protected") == L"1";
+    return ProtectionOf(element) == Protection::eProtected;
 }
 
 /// What the element holds. White space around it counts only in a clear text.
@@ -54,6 +56,19 @@ Element* Follow(Element* pElement, const TagPath& path, std::size_t& cLeft)
 }
 
 }  // namespace
+
+Protection ProtectionOf(const XmlElement& element)
+{
+    if (element.GetAttribute(L"protected") == L"1") return Protection::eProtected;
+    for (const Storage::XmlAttribute& attribute : element.Attributes()) {
+        if (!String::EqualsNoCase(attribute.tstrName, L"protected")) continue;
+        const std::wstring tstrValue = Trimmed(attribute.tstrValue);
+        const bool bMeantNot = tstrValue.empty() || tstrValue == L"0" || String::EqualsNoCase(tstrValue, L"false") ||
+                               String::EqualsNoCase(tstrValue, L"no");
+        if (!bMeantNot) return Protection::eMisspelt;
+    }
+    return Protection::eNone;
+}
 
 bool ConfigStore::Open(const std::wstring& tstrPath)
 {
@@ -91,7 +106,7 @@ bool ConfigStore::Clear(const TagPath& path, const Value& value, Secret<std::wst
         return true;
     }
     DWORD dwError = ERROR_SUCCESS;
-    if (m_protection.Unprotect(value.tstrText, clear, dwError)) return true;
+    if (m_protection.Unprotect(path, value.tstrText, clear, dwError)) return true;
     Trace(kTraceError, L"*** ConfigStore - the protected value of [%s] is not authentic. [0x%08x]", path.Text().c_str(),
           dwError);
     return false;
@@ -103,20 +118,25 @@ ConfigStore::Found ConfigStore::Read(const TagPath& path, Value& value, Type& eT
     const XmlElement* pElement = Follow<const XmlElement>(m_document->GetRoot(), path, cLeft);
     if (cLeft > 0 || pElement->GetFirstChild()) return Found::eNone;
 
-    const Value held = ValueOf(*pElement);
+    Value held = ValueOf(*pElement);
     const Type eHeld = TypeOfName(pElement->GetAttribute(L"type"));
     Secret<std::wstring> clear;
     if (!Clear(path, held, clear)) return Found::eRefused;
+    if (clear.value.empty() && (eHeld == Type::eInt || eHeld == Type::eBool)) return Found::eNone;
     if (!Fits(eHeld, clear.value)) {
         Trace(kTraceError, L"*** ConfigStore::Read() - [%s] does not fit its type.", path.Text().c_str());
         return Found::eRefused;
     }
-    value = held;
+    if (!held.bProtected && IsSecret(path)) {
+        if (!Seal(path, clear.value, held.tstrText)) return Found::eRefused;
+        held.bProtected = true;
+    }
+    value = std::move(held);
     eType = eHeld;
     return Found::eValue;
 }
 
-bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType, bool bNewProtected)
+bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType)
 {
     Secret<std::wstring> clear;
     if (!Clear(path, value, clear)) return false;
@@ -129,7 +149,7 @@ bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType, 
         return false;
     }
     if (cLeft > 0) {
-        pElement = Create(path, eNewType, value.bProtected || bNewProtected);
+        pElement = Create(path, eNewType, value.bProtected || IsSecret(path));
     } else if (pElement->GetFirstChild()) {
         Trace(kTraceError, L"*** ConfigStore::Write() - [%s] is a section.", path.Text().c_str());
         return false;
@@ -139,23 +159,50 @@ bool ConfigStore::Write(const TagPath& path, const Value& value, Type eNewType, 
 
 bool ConfigStore::Store(XmlElement& element, const TagPath& path, const Value& value, const std::wstring& tstrClear)
 {
-    std::wstring tstrNew = value.bProtected && IsProtected(element) ? value.tstrText : tstrClear;
-    if (IsProtected(element) && !value.bProtected) {
-        // The same value again would become another text under another nonce: what holds it already stays.
-        DWORD dwError = ERROR_SUCCESS;
-        Secret<std::wstring> held;
-        if (m_protection.Unprotect(ValueOf(element).tstrText, held, dwError) && held.value == tstrClear) return true;
-        if (!m_protection.Protect(tstrClear, tstrNew, dwError)) {
-            Trace(kTraceError, L"*** ConfigStore::Write() - [%s] cannot be protected. [0x%08x]", path.Text().c_str(),
-                  dwError);
-            return false;
-        }
+    const Protection eProtection = ProtectionOf(element);
+    const bool bMissing = eProtection != Protection::eProtected &&
+                          (IsSecret(path) || (value.bProtected && eProtection == Protection::eMisspelt));
+    std::wstring tstrNew = tstrClear;
+    const bool bProtect = bMissing || eProtection == Protection::eProtected;
+    if (bProtect && !SealedText(element, path, value, tstrClear, tstrNew)) return false;
+    if (bMissing) {
+        Trace(kTraceError, L"*** ConfigStore::Write() - [%s] is not protected=\"1\" in the file: made so.",
+              path.Text().c_str());
+        element.RemoveAttributes(L"protected");
+        element.SetAttribute(L"protected", L"1");
+        m_bChanged = true;
     }
     if (ValueOf(element).tstrText != tstrNew) {
         element.SetText(tstrNew);
         m_bChanged = true;
     }
     return true;
+}
+
+/// The text for a protected element.
+bool ConfigStore::SealedText(const XmlElement& element, const TagPath& path, const Value& value,
+                             const std::wstring& tstrClear, std::wstring& tstrText) const
+{
+    // The same value would become another text under another nonce: what holds it already stays.
+    const Value held = ValueOf(element);
+    DWORD dwError = ERROR_SUCCESS;
+    Secret<std::wstring> clear;
+    if (held.bProtected && ValueProtection::IsBound(held.tstrText) &&
+        m_protection.Unprotect(path, held.tstrText, clear, dwError) && clear.value == tstrClear) {
+        tstrText = held.tstrText;
+        return true;
+    }
+    if (!value.bProtected || !ValueProtection::IsBound(value.tstrText)) return Seal(path, tstrClear, tstrText);
+    tstrText = value.tstrText;
+    return true;
+}
+
+bool ConfigStore::Seal(const TagPath& path, const std::wstring& tstrClear, std::wstring& tstrText) const
+{
+    DWORD dwError = ERROR_SUCCESS;
+    if (m_protection.Protect(path, tstrClear, tstrText, dwError)) return true;
+    Trace(kTraceError, L"*** ConfigStore - [%s] cannot be protected. [0x%08x]", path.Text().c_str(), dwError);
+    return false;
 }
 
 XmlElement* ConfigStore::Create(const TagPath& path, Type eType, bool bProtected)

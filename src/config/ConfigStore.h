@@ -10,6 +10,14 @@
 
 namespace Config {
 
+/// What the attributes of an element say about the protection of its text.
+enum class Protection {
+    eNone,
+    eMisspelt,  ///< meant to be protected, but its text is taken to be in clear: Protected="1", protected="true"
+    eProtected  ///< protected="1", exactly so
+};
+[[nodiscard]] Protection ProtectionOf(const KzCommon::Storage::XmlElement& element);
+
 /// A setting is an element without child elements; its attribute "type" says what its text is (see Type), and with
 /// protected="1" the text is kept encrypted. Failures are traced, the values never.
 class ConfigStore {
@@ -22,16 +30,17 @@ public:
     enum class Found { eValue, eNone, eRefused };
 
     /// Reads one setting and its type. eNone when the file does not hold it; eRefused when what it holds does not fit
-    /// its type or fails its authentication, so that neither garbage nor a secret left in clear gets out.
+    /// its type or fails its authentication, so that neither garbage nor a protected value left in clear gets out. An
+    /// `int` or `bool` without a text holds none. A secret (IsSecret) that stands in clear comes out protected.
     [[nodiscard]] Found Read(const TagPath& path, Value& value, Type& eType) const;
 
-    /// Writes one setting. A missing element is created, as one of type `eNewType`, protected when the value is or
-    /// `bNewProtected` says so. A
-    /// protected value goes into a protected element as it is and into another one in clear; a clear value is protected
-    /// where the element is. False, with the setting left as it was, when the value does not fit the element's type,
-    /// fails its authentication or cannot stand in XML, and when the path is that of a section or leads through a
-    /// value.
-    [[nodiscard]] bool Write(const TagPath& path, const Value& value, Type eNewType, bool bNewProtected);
+    /// Writes one setting. A missing element is created, as one of type `eNewType`, protected when the value is. A
+    /// protected value goes into a protected element as it is (in today's form) and into another one in clear; a clear
+    /// value is protected where the element is. A secret makes its element a protected one, and so does a protected
+    /// value one that is meant to be. What holds the value already stays. False, with the setting left as it was, when
+    /// the value does not fit the element's type, fails its authentication or cannot stand in XML, and when the path is
+    /// that of a section or leads through a value.
+    [[nodiscard]] bool Write(const TagPath& path, const Value& value, Type eNewType);
 
     /// Replaces the file when a setting has changed since Open.
     [[nodiscard]] bool Save();
@@ -39,6 +48,9 @@ public:
 private:
     [[nodiscard]] bool Store(KzCommon::Storage::XmlElement& element, const TagPath& path, const Value& value,
                              const std::wstring& tstrClear);
+    [[nodiscard]] bool SealedText(const KzCommon::Storage::XmlElement& element, const TagPath& path, const Value& value,
+                                  const std::wstring& tstrClear, std::wstring& tstrText) const;
+    [[nodiscard]] bool Seal(const TagPath& path, const std::wstring& tstrClear, std::wstring& tstrText) const;
     [[nodiscard]] KzCommon::Storage::XmlElement* Create(const TagPath& path, Type eType, bool bProtected);
     [[nodiscard]] bool Clear(const TagPath& path, const Value& value, Secret<std::wstring>& clear) const;
 

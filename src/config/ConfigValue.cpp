@@ -1,5 +1,6 @@
 #include "config/ConfigValue.h"
 
+#include "common/KzComn_Exception.h"
 #include "common/KzComn_String.h"
 
 #include <boost/lexical_cast.hpp>
@@ -24,17 +25,6 @@ constexpr struct {
     {Type::eBool, L"bool"},
 };
 
-constexpr Default kDefaults[] = {
-    {L"/ProxySettings/Enable", Type::eBool, L"0"},
-    {L"/ProxySettings/UseSystemSettings", Type::eBool, L"1"},
-    {L"/ProxySettings/Server", Type::eString, L""},
-    {L"/ProxySettings/Port", Type::eInt, L"8080"},
-    {L"/ProxySettings/UserName", Type::eString, L""},
-    {L"/ProxySettings/Password", Type::eString, L"", true},
-    {L"/UpdateServer/Address", Type::eString, L"https://update.kazmere.example/qorvault/"},
-    {L"/FeedbackServer/Address", Type::eString, L"https://feedback.kazmere.example/qorvault/"},
-};
-
 bool IsInteger(const std::wstring& tstrValue) noexcept
 {
     // boost::lexical_cast takes a plus sign as well.
@@ -51,7 +41,7 @@ std::optional<TagPath> TagPath::Parse(const std::wstring& tstrPath)
     if (tstrPath.find(L'\0') != std::wstring::npos) return std::nullopt;
     TagPath path;
     bool bMore = false;
-    path.m_names = String::SplitFields(tstrPath, L'/', kMostNames, bMore);
+    path.m_names = String::SplitFields(tstrPath, L'/', kMaxNames, bMore);
     if (bMore || path.m_names.empty()) return std::nullopt;
     return path;
 }
@@ -61,6 +51,19 @@ std::wstring TagPath::Text() const
     std::wstring tstrText;
     for (const std::wstring& tstrName : m_names) tstrText.append(L"/").append(tstrName);
     return tstrText;
+}
+
+std::wstring TagPath::Folded() const
+{
+    const std::wstring tstrText = Text();
+    const int cch = static_cast<int>(tstrText.size());
+    std::wstring tstrFolded(tstrText.size(), L'\0');
+    // Without linguistic casing the result is as long as the text.
+    if (::LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, tstrText.data(), cch, tstrFolded.data(), cch, nullptr,
+                        nullptr, 0) != cch) {
+        Storage::Throw(::GetLastError());
+    }
+    return tstrFolded;
 }
 
 Type TypeOfName(std::wstring_view tstrName) noexcept
@@ -103,15 +106,6 @@ Value FromTransit(const std::wstring& tstrTransit)
     if (tstrTransit.starts_with(kProtectedPrefix)) return {true, tstrTransit.substr(kProtectedPrefix.size())};
     if (tstrTransit.starts_with(kClearPrefix)) return {false, tstrTransit.substr(kClearPrefix.size())};
     return {false, tstrTransit};
-}
-
-const Default* FindDefault(const TagPath& path) noexcept
-{
-    const std::wstring tstrPath = path.Text();
-    for (const Default& row : kDefaults) {
-        if (String::EqualsNoCase(tstrPath, row.szTagPath)) return &row;
-    }
-    return nullptr;
 }
 
 }  // namespace Config

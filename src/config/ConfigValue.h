@@ -1,4 +1,4 @@
-// The values of the configuration store: tag paths, types, defaults, and the form in which values travel.
+// The values of the configuration store: tag paths, types, and the form in which values travel.
 #pragma once
 
 #include <optional>
@@ -12,15 +12,17 @@ namespace Config {
 /// without regard to case; a slash too many changes nothing.
 class TagPath {
 public:
-    /// Nothing for a text without a name, with a zero in it, or with more than kMostNames names.
+    /// Nothing for a text without a name, with a zero in it, or with more than kMaxNames names.
     [[nodiscard]] static std::optional<TagPath> Parse(const std::wstring& tstrPath);
 
-    static constexpr std::size_t kMostNames = 32;
+    static constexpr std::size_t kMaxNames = 32;
 
     /// At least one.
     [[nodiscard]] const std::vector<std::wstring>& Names() const noexcept { return m_names; }
     /// The path with one slash before every name.
     [[nodiscard]] std::wstring Text() const;
+    /// The same text for all spellings of the path: that of Text() in capitals. LCMapStringEx.
+    [[nodiscard]] std::wstring Folded() const;
 
 private:
     std::vector<std::wstring> m_names;
@@ -48,20 +50,10 @@ struct Value {
     bool operator==(const Value&) const = default;
 };
 
-/// The value as one text: a protected one behind "{protected}", a clear one as it is; a clear one that could be taken
-/// for either form stands behind "{clear}".
+/// The value as one text: a protected one after "{protected}", a clear one as it is; a clear one that could be taken
+/// for either form stands after "{clear}".
 [[nodiscard]] std::wstring ToTransit(const Value& value);
+/// The value that ToTransit made the text of.
 [[nodiscard]] Value FromTransit(const std::wstring& tstrTransit);
-
-/// What a setting that the file does not hold is taken to be.
-struct Default {
-    const wchar_t* szTagPath;
-    Type eType;
-    const wchar_t* szValue;
-    bool bProtected = false;  // an element made for it is
-};
-
-/// Null for a tag without a built-in default.
-[[nodiscard]] const Default* FindDefault(const TagPath& path) noexcept;
 
 }  // namespace Config

@@ -112,6 +112,7 @@ protected:
 TEST_F(HostileInput, InstructionFiles)
 {
     const std::wstring tstrSettings = m_sandbox.MakeFolder(m_tstrInstallName + L"Settings");
+    const std::wstring tstrKept = m_tstrInstallDir + L"config.previous.xml";
     Texts named;
     const auto act = [&] {
         FrameworkDeployAgent agent;
@@ -134,7 +135,8 @@ TEST_F(HostileInput, InstructionFiles)
             return String::IsFullPath(tstrText) &&
                    (tstrFolder.starts_with(tstrNamed) || FolderOf(tstrPlace) == FolderOf(tstrText));
         };
-        return tstrPlace.starts_with(tstrSettings) || std::any_of(named.begin(), named.end(), names);
+        return tstrPlace.starts_with(tstrSettings) || tstrPlace.starts_with(tstrKept) ||
+               std::any_of(named.begin(), named.end(), names);
     };
     const std::string strConfig = "<Config><ProxySettings><Port type=\"int\">1</Port></ProxySettings></Config>";
     Install(L"config.xml", strConfig);

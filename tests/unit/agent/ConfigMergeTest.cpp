@@ -1,30 +1,111 @@
+#include "common/KzComn_Handle.h"
 #include "unit/agent/AgentFixture.h"
 
-using ConfigMergeTest = AgentTest;
+#include <thread>
 
-TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndFailuresLeaveTheFile)
-{
-    const std::string strDefault =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r><P><A>new</A><B type=\"bool\">0</B><C>new</C></P></r>";
-    const std::string strMerged =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r><P><A>mine</A><B type=\"bool\">1</B><C>new</C></P></r>";
-    const std::tuple<const char*, std::string, std::string, std::vector<std::string>> rows[] = {
-        // clang-format off
-        {"<r><P><A>mine</A><B type='bool'>1</B><C>mine</C></P></r>", strDefault, strMerged,
-         {"Query OK: {\"Data\":{\"/P/A\":\"mine\",\"/P/B\":\"1\"}}",
-          "Write OK: {\"Data\":{\"/P/A\":\"mine\",\"/P/B\":\"1\"},\"FileName\":\"config.xml\",\"FilePath\":\""}},
-        {"", strDefault, strDefault, {"Fail to get the product config, error code: 0x10000006",
-          "Write OK: {\"Data\":{\"/P/A\":null,\"/P/B\":null},"}},
-        {"<r/>", "<r>", "<r>", {"Query OK:", "Fail to write the product config, error code: 0x10000006"}}};
-    // clang-format on
-    Instruct("[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigrate=/P/C\nmigrate=/P/B\n");
-    for (const auto& [szInstalled, strBefore, strAfter, traced] : rows) {
-        m_install.Write(L"config.xml", szInstalled);
-        m_install.Write(L"new\\config.xml", strBefore);
-        m_trace.Clear();
-        m_agent.MergeConfig(m_install.PathOf(L"new\\"));
-        EXPECT_EQ(m_install.Read(L"new\\config.xml"), strAfter);
-        for (const std::string& strLine : traced) EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr(strLine)));
-        EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), 2);
+namespace {
+
+const std::string kHead = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+const std::string kShipped = kHead + "<r><P><A>new</A><B type=\"bool\">0</B><C>new</C></P></r>";
+const std::string kUsers = "<r><P><A>mine</A><B type='bool'>1</B><C>mine</C></P></r>";
+const std::string kMerged = kHead + "<r><P><A>mine</A><B type=\"bool\">1</B><C>new</C></P></r>";
+const std::string kTags = "[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigrate=/P/C\nmigrate=/P/B\n";
+
+class ConfigMergeTest : public AgentTest {
+protected:
+    void Merge() { m_agent.MergeConfig(m_install.PathOf(L"new\\")); }
+    /// Opens a file so that nobody else can.
+    [[nodiscard]] KzCommon::UniqueFile Hold(const wchar_t* szName) const
+    {
+        return KzCommon::UniqueFile(
+            ::CreateFileW(m_install.PathOf(szName).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     }
+    [[nodiscard]] std::string Kept() const { return m_install.Read(L"config.previous.xml").value_or("none"); }
+};
+
+}  // namespace
+
+TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndKeepsTheirFileWhereThatFails)
+{
+    const std::tuple<const char*, std::string, std::string, std::string, std::string, std::string, const char*> rows[] =
+        {// clang-format off
+            {"merged", kTags, kUsers, kShipped, kMerged, "none",
+             "@@@ Write OK: {\"Data\":{\"/P/A\":\"mine\",\"/P/B\":\"1\"},\"FileName\":\"config.xml\",\"FilePath\":\""},
+            {"user's file broken", kTags, "<r", kShipped, kShipped, "<r",
+             "@@@ Write OK: {\"Data\":{\"/P/A\":\"\",\"/P/B\":\"\"},"},
+            {"package's file broken", kTags, kUsers, "<r>", "<r>", kUsers,
+             "!!! Fail to write the product config, error code: 0x10000006"},
+            {"a value refused in the user's file", kTags, "<r><P><B type='bool'>yes</B></P></r>", kShipped, kShipped,
+             "<r><P><B type='bool'>yes</B></P></r>", "!!! Fail to get the product config, error code: 0x10000008"},
+            {"a value refused in the package's", kTags, kUsers, "<r><P><A type='int'>1</A></P></r>",
+             kHead + "<r><P><A type=\"int\">1</A><B type=\"bool\">1</B></P></r>", kUsers,
+             "!!! Fail to write the product config, error code: 0x10000008"},
+            {"no section", "[Other]\na=b\n", kUsers, kShipped, kShipped, kUsers,
+             "!!! *** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x"},
+            {"no tag", "[QOR_CONFIG_MERGE]\nMigrate=/P/A\n", kUsers, kShipped, kShipped, kUsers, "@@@ Query OK:"},
+            {"a tag too long", kTags + "migrate=/" + std::string(1023, 'x'), kUsers, kShipped, kMerged, kUsers,
+             "!!! MergeConfig(tszData==empty || tszData.size()>1023)"},
+            {"no user's file", kTags, "", kShipped, kShipped, "none",
+             "!!! Fail to get the product config, error code: 0x10000006"},
+            {"no file in the package", kTags, kUsers, "", "none", "none",
+             "!!! Fail to write the product config, error code: 0x10000006"}};  // clang-format on
+    const auto put = [this](const wchar_t* szName, const std::string& strBytes) {
+        const std::wstring tstrPath = m_install.Write(szName, strBytes);
+        if (strBytes.empty()) ::DeleteFileW(tstrPath.c_str());
+    };
+    for (const auto& [szRow, strInstructions, strInstalled, strBefore, strAfter, strKept, szLine] : rows) {
+        SCOPED_TRACE(szRow);
+        Instruct(strInstructions);
+        put(L"config.xml", strInstalled);
+        put(L"new\\config.xml", strBefore);
+        put(L"config.previous.xml", "");
+        m_trace.Clear();
+        Merge();
+        EXPECT_EQ(m_install.Read(L"new\\config.xml").value_or("none"), strAfter);
+        EXPECT_EQ(Kept(), strKept);
+        EXPECT_EQ(m_install.Read(L"config.xml").value_or(""), strInstalled);
+        EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(szLine)));
+        const auto said = HasSubstr("MergeConfig() - the user's settings ");
+        const auto kept = AllOf(said, StartsWith("!!! *** FrameworkDeployAgent::"), HasSubstr("are kept in ["));
+        EXPECT_THAT(m_trace.Messages(), Contains(said).Times(strKept != "none"));
+        EXPECT_THAT(m_trace.Messages(), Contains(kept).Times(strKept != "none"));
+        const bool bTags = strInstructions.starts_with(kTags);
+        EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), bTags ? 2 : 0);
+    }
+}
+
+TEST_F(ConfigMergeTest, AFileThatIsReadOnlyOrHeldForAMomentIsMergedAllTheSame)
+{
+    Instruct(kTags);
+    m_install.Write(L"config.xml", kUsers);
+    ASSERT_TRUE(::SetFileAttributesW(m_install.Write(L"new\\config.xml", kShipped).c_str(), FILE_ATTRIBUTE_READONLY));
+    for (const wchar_t* szHeld : {L"config.xml", L"new\\config.xml"}) {
+        std::thread holder([held = Hold(szHeld)]() mutable {
+            ::Sleep(250);
+            held.Reset();
+        });
+        Merge();
+        holder.join();
+        EXPECT_EQ(m_install.Read(L"new\\config.xml"), kMerged);
+        EXPECT_EQ(Kept(), "none");
+        m_install.Write(L"new\\config.xml", kShipped);
+    }
+}
+
+TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWell)
+{
+    Instruct(kTags);
+    const std::wstring tstrNew = m_install.Write(L"new\\config.xml", kShipped);
+    const std::wstring tstrUsers = m_install.Write(L"config.xml", kUsers);
+    ASSERT_TRUE(
+        ::SetFileAttributesW(m_install.Write(L"config.previous.xml", "older").c_str(), FILE_ATTRIBUTE_READONLY));
+    {
+        const KzCommon::UniqueFile held = Hold(L"config.xml");
+        Merge();
+    }
+    ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
+    EXPECT_EQ(m_install.Read(L"config.xml"), kShipped);
+    EXPECT_EQ(Kept(), kUsers);
+    EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.xml", L"config.xml", L"new\\"));
+    EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr("are kept in")));
 }

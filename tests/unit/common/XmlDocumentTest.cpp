@@ -1,7 +1,11 @@
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/KzComn_XmlWriter.h"
+#include "support/TempFolder.h"
 
 #include <gtest/gtest.h>
+
+#include <thread>
 
 using namespace KzCommon::Storage;
 using namespace std::string_literals;
@@ -39,8 +43,87 @@ TEST(Xml, RoundTripKeepsEverythingButDeclarationAndQuoting)
     }
     EXPECT_EQ(Rewritten("\xEF\xBB\xBF<?xml version='1.0' standalone='yes'?>\n<r  a = 'x\"y'  ></r >"),
               kHead + "\n<r a=\"x&quot;y\"></r>");
-    EXPECT_EQ(Rewritten("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><r>\xFC&#65;</r>"), kHead + "\n<r>\u00FCA</r>");
     EXPECT_EQ(Rewritten("\xFF\xFE<\0r\0/\0>\0"s), kHead + "\n<r/>");
+}
+
+TEST(Xml, SingleByteEncodingsAreReadAndMultiByteOnesRefused)
+{
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        // clang-format off
+        {"ISO-8859-1", "\xFC&#65;", "\u00FCA"}, {"windows-1252", "\x80 \xE4", "\u20AC \u00E4"},
+        {"Windows-1251", "\xC0", "\u0410"}, {"cp1250", "\xB9", "\u0105"}, {"KOI8-R", "\xC1", "\u0430"},
+        {"koi8-u", "\xA4", "\u0454"}, {"iso-8859-15", "\xA4", "\u20AC"}, {"ISO-8859-2", "\xB1", "\u0105"},
+        {"IBM850", "\x84", "\u00E4"}, {"cp437", "\x9C", "\u00A3"},
+        {"windows-1253", "\xD2", nullptr},  // stands for nothing in there
+        {"cp932", "a", nullptr}, {"cp65001", "a", nullptr}, {"cp0", "a", nullptr}, {"cp037", "a", nullptr},
+        {"windows-", "a", nullptr}, {"windows-1252x", "a", nullptr}, {"windows--4", "a", nullptr},
+        {"koi8", "a", nullptr}, {"iso-8859-99", "a", nullptr}, {"cp4294968548", "a", nullptr}};  // clang-format on
+    for (const auto& [szEncoding, szText, szUtf8] : rows) {
+        const std::string strDocument =
+            "<?xml version=\"1.0\" encoding=\"" + std::string(szEncoding) + "\"?>\n<r>" + szText + "</r>";
+        std::string strRewritten = "refused";
+        DWORD dwCode = 0;
+        const bool bOk = Guarded(&dwCode, [&] { strRewritten = Rewritten(strDocument); });
+        EXPECT_EQ(strRewritten, szUtf8 ? kHead + "\n<r>" + szUtf8 + "</r>" : "refused") << szEncoding;
+        EXPECT_EQ(dwCode, bOk ? 0 : DWORD{ERROR_XML_PARSE_ERROR}) << szEncoding;
+    }
+}
+
+TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
+{
+    const TempFolder folder;
+    const std::tuple<std::wstring, DWORD, DWORD> rows[] = {
+        // path, codes of reading and of writing
+        {folder.PathOf(L"none.xml"), ERROR_FILE_NOT_FOUND, ERROR_FILE_NOT_FOUND},
+        {folder.PathOf(L"none\\a.xml"), ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND},
+        {folder.Write(L"bad.xml", "<r>\n<"), ERROR_XML_PARSE_ERROR, 0},
+        {folder.Write(L"empty.xml", ""), ERROR_XML_PARSE_ERROR, 0},
+        {folder.Write(L"large.xml", std::string(XmlParser::kMaxBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
+        {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
+    const auto document = XmlParser().ParseText("<r>new</r>");
+    XmlParser parser;  // one for all: what one file leaves behind must not reach the next
+    for (const auto& [tstrPath, dwRead, dwWritten] : rows) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrPath));
+        DWORD dwCode = 0;
+        EXPECT_EQ(Guarded(&dwCode, [&] { static_cast<void>(parser.ParseFile(tstrPath)); }), dwRead == 0);
+        EXPECT_EQ(dwCode, dwRead);
+        dwCode = 0;
+        EXPECT_EQ(Guarded(&dwCode, [&] { XmlWriter::WriteFile(*document, tstrPath); }), dwWritten == 0);
+        EXPECT_EQ(dwCode, dwWritten);
+        if (dwWritten != 0) continue;
+        EXPECT_EQ(parser.ParseFile(tstrPath)->GetRoot()->GetText(), L"new");
+    }
+    EXPECT_EQ(folder.List().size(), 4U) << "nothing is left beside the files";
+    DWORD dwCode = 0;
+    EXPECT_FALSE(Guarded(&dwCode, [&] { static_cast<void>(parser.ParseFile(L"")); }));
+    EXPECT_EQ(dwCode, DWORD{ERROR_BAD_ARGUMENTS});
+}
+
+TEST(Xml, AHeldFileIsWaitedForAndAReadOnlyOneKept)
+{
+    const TempFolder folder;
+    const std::wstring tstrPath = folder.Write(L"a.xml", "<r/>");
+    std::thread holder([held = KzCommon::UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr,
+                                                                  OPEN_EXISTING, 0, nullptr))]() mutable {
+        ::Sleep(250);
+        held.Reset();
+    });
+    std::unique_ptr<XmlDocument> document;
+    EXPECT_TRUE(Guarded(nullptr, [&] { document = XmlParser().ParseFile(tstrPath); }));
+    holder.join();
+    ASSERT_TRUE(document);
+
+    for (const DWORD dwAttribute : {FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_HIDDEN}) {
+        document->GetRoot()->SetText(L"new");
+        const bool bReadOnly = dwAttribute == FILE_ATTRIBUTE_READONLY;
+        ASSERT_TRUE(::SetFileAttributesW(tstrPath.c_str(), dwAttribute));
+        DWORD dwCode = 0;
+        EXPECT_EQ(Guarded(&dwCode, [&] { XmlWriter::WriteFile(*document, tstrPath); }), !bReadOnly);
+        EXPECT_EQ(dwCode, bReadOnly ? DWORD{ERROR_ACCESS_DENIED} : 0);
+        EXPECT_EQ(folder.Read(L"a.xml"), bReadOnly ? "<r/>" : kHead + "\n<r>new</r>");
+        EXPECT_TRUE(::GetFileAttributesW(tstrPath.c_str()) & dwAttribute);
+    }
+    EXPECT_EQ(folder.List(), std::vector<std::wstring>{L"a.xml"});
 }
 
 TEST(Xml, RefusesABadDocumentAndSaysWhere)
@@ -52,7 +135,7 @@ TEST(Xml, RefusesABadDocumentAndSaysWhere)
         {"<r>\n\xC3(</r>", 2, 1}, {"<r>\0</r>"s, 1, 4}, {"<?xml version='1.0' encoding='none'?>\n<r/>", 1, 31},
         {"<!DOCTYPE r [<!ENTITY a \"a\">]>\n<r>&a;</r>", 1, 13},
         {"<!DOCTYPE r SYSTEM \"file:///c:/windows/win.ini\"><r/>", 1, 48},
-        {Nested(9'000), 1, 3 * XmlParser::kMostLevels + 1}};  // clang-format on
+        {Nested(9'000), 1, 3 * XmlParser::kMaxLevels + 1}};  // clang-format on
     for (const auto& [strDocument, ullLine, ullColumn] : rows) {
         SCOPED_TRACE(strDocument.substr(0, 80));
         try {
@@ -64,9 +147,9 @@ TEST(Xml, RefusesABadDocumentAndSaysWhere)
             EXPECT_EQ(std::pair(at.ullLine, at.ullColumn), std::pair(ullLine, ullColumn));
         }
     }
-    EXPECT_EQ(Rewritten(Nested(XmlParser::kMostLevels)), kHead + "\n" + Nested(XmlParser::kMostLevels));
+    EXPECT_EQ(Rewritten(Nested(XmlParser::kMaxLevels)), kHead + "\n" + Nested(XmlParser::kMaxLevels));
     DWORD dwCode = 0;
-    EXPECT_FALSE(Guarded(&dwCode, [] { Rewritten(std::string(XmlParser::kMostBytes + 1, ' ')); }));
+    EXPECT_FALSE(Guarded(&dwCode, [] { Rewritten(std::string(XmlParser::kMaxBytes + 1, ' ')); }));
     EXPECT_EQ(dwCode, DWORD{ERROR_FILE_TOO_LARGE});
 }
 
@@ -78,9 +161,16 @@ TEST(Xml, ElementsAreFoundAndChangedWithoutTouchingWhatSurroundsThem)
     XmlElement* pFirst = pRoot->FindChild(L"A");
     ASSERT_TRUE(pFirst && pFirst == pRoot->GetFirstChild() && !pRoot->FindChild(L"i"));
     EXPECT_EQ(pFirst->GetAttribute(L"a") + pFirst->GetText(), L"212");
+    EXPECT_EQ(pFirst->Position(), (XmlPosition{2, 3}));
+    EXPECT_EQ(pFirst->FindChild(L"i")->Position(), (XmlPosition{2, 32}));
+    EXPECT_EQ(pRoot->FindChild(L"b")->Position(), (XmlPosition{4, 3}));
     pFirst->SetText(L"new");
     pRoot->FindChild(L"b")->SetText(L"<b>");
-    pRoot->AddChild(L"c").AddChild(L"d").SetAttribute(L"type", L"int");
+    XmlElement& added = pRoot->AddChild(L"c").AddChild(L"d");
+    added.SetAttribute(L"TYPE", L"x");
+    added.RemoveAttributes(L"Type");
+    added.SetAttribute(L"type", L"int");
+    EXPECT_EQ(added.Position(), XmlPosition{});
     const char szChanged[] =
         "\n<r>\n  <a A=\"1\" a=\"2\">new<!-- kept --><i>-</i></a>\n\n  <b>&lt;b&gt;</b>\n"
         "  <c><d type=\"int\"/></c>\n</r>";

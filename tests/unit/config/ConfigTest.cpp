@@ -13,6 +13,8 @@ namespace {
 
 constexpr DWORD kQuery = CConfigProvider::kQuery, kWrite = CConfigProvider::kWrite, kRefused = 0x10000008;
 const wchar_t kTarget[] = L"new\\config.xml";
+const std::wstring kFirstForm = L"AAECAwQFBgcICQoLdGJe4AdZrks2Rh0EI2eJX9yzAiygF72tD8ow";
+const std::wstring kBoundForm = L"2:AAECAwQFBgcICQoLdGJe4AdZrks2Rh1oXsZIZ6EtYdZPO96QgKj7";  // of "/P/Secret"
 
 /// JSON written with single quotes.
 Json::Value FromText(std::string strJson)
@@ -33,14 +35,24 @@ protected:
     ConfigTest()
     {
         WriteProduct(L"ProductPath", m_install.Path());
-        EXPECT_EQ(m_provider.PreInitialize() + m_provider.Initialize(), 0U);
+        StartSession();
         EXPECT_TRUE(m_protection.Open(Config::kStoreKey, m_dwError));
     }
-    [[nodiscard]] std::wstring Protected(const std::wstring& tstrClear)
+    void StartSession()
+    {
+        m_provider.Uninitialize();
+        EXPECT_EQ(m_provider.PreInitialize(), 0U);
+        EXPECT_EQ(m_provider.Initialize(), 0U);
+    }
+    [[nodiscard]] std::wstring Protected(const std::wstring& tstrClear, const wchar_t* szPath = L"/P")
     {
         std::wstring tstrText;
-        EXPECT_TRUE(m_protection.Protect(tstrClear, tstrText, m_dwError));
+        EXPECT_TRUE(m_protection.Protect(*Config::TagPath::Parse(szPath), tstrClear, tstrText, m_dwError));
         return tstrText;
+    }
+    [[nodiscard]] bool Unprotect(const std::wstring& tstrText, const wchar_t* szPath = L"/P")
+    {
+        return m_protection.Unprotect(*Config::TagPath::Parse(szPath), tstrText, m_clear, m_dwError);
     }
     /// Queries tags out of an installed file, or writes them into one that holds `strDocument` before.
     DWORD Send(DWORD dwMessage, const std::string& strDocument, Json::Value& data)
@@ -72,24 +84,41 @@ TEST_F(ConfigTest, ProtectedValuesComeBackAndNoTwoTextsAreAlike)
         const std::wstring tstrText = Protected(tstrClear);
         EXPECT_NE(tstrText, Protected(tstrClear));
         EXPECT_EQ(tstrText.find_first_of(L"\r\n"), std::wstring::npos);
-        EXPECT_TRUE(m_protection.Unprotect(tstrText, m_clear, m_dwError) && m_clear.value == tstrClear);
+        EXPECT_TRUE(Unprotect(tstrText));
+        EXPECT_EQ(m_clear.value, tstrClear);
     }
+}
+
+TEST_F(ConfigTest, ProtectedValuesCountForTheirTagOnly)
+{
     // Files of installed products must stay readable: made with another implementation, nonce 00 01 ... 0B.
-    EXPECT_TRUE(m_protection.Unprotect(L"AAECAwQFBgcICQoLdGJe4AdZrks2Rh0EI2eJX9yzAiygF72tD8ow", m_clear, m_dwError));
-    EXPECT_EQ(m_clear.value, L"geheim \xD83D\xDD11");
+    const std::tuple<std::wstring, const wchar_t*, bool> rows[] = {
+        {kFirstForm, L"/P/Secret", true},         {kFirstForm, L"/Other", true},
+        {kBoundForm, L"/p//SECRET/", true},       {kBoundForm, L"/P/Secret2", false},
+        {kBoundForm, L"/Secret", false},          {kBoundForm.substr(2), L"/P/Secret", false},
+        {L"2:" + kFirstForm, L"/P/Secret", false}};
+    for (const auto& [tstrText, szPath, bAccepted] : rows) {
+        m_clear.value.clear();
+        EXPECT_EQ(Unprotect(tstrText, szPath), bAccepted) << ToUtf8(tstrText) << " in " << ToUtf8(szPath);
+        EXPECT_EQ(m_clear.value, bAccepted ? L"geheim \xD83D\xDD11" : L"");
+    }
 }
 
 TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
 {
     const std::wstring tstrText = Protected(L"secret");
     // The last character before "==" has bits that stand for nothing.
-    for (std::size_t uAt = 0; uAt + 3 < tstrText.size(); ++uAt) {
+    for (std::size_t uAt = 2; uAt + 3 < tstrText.size(); ++uAt) {
         std::wstring tstrChanged = tstrText;
         tstrChanged[uAt] = tstrChanged[uAt] == L'A' ? L'B' : L'A';
-        EXPECT_FALSE(m_protection.Unprotect(tstrChanged, m_clear, m_dwError)) << uAt;
+        EXPECT_FALSE(Unprotect(tstrChanged)) << uAt;
         EXPECT_EQ(m_dwError, 0xC000A002) << "the tag does not match";
     }
-    EXPECT_FALSE(m_protection.Unprotect(tstrText.substr(4), m_clear, m_dwError) || !m_clear.value.empty());
+    for (const std::wstring& tstrBad :
+         {tstrText.substr(6), tstrText.substr(0, 20), std::wstring(L"2:"), L"3:" + tstrText}) {
+        EXPECT_FALSE(Unprotect(tstrBad)) << ToUtf8(tstrBad);
+    }
+    EXPECT_TRUE(m_clear.value.empty());
 }
 
 TEST_F(ConfigTest, QueryGivesTheValueTheDefaultOrNull)
@@ -106,14 +135,17 @@ TEST_F(ConfigTest, QueryGivesTheValueTheDefaultOrNull)
         {"", "/FeedbackServer/Address", "https://feedback.kazmere.example/qorvault/"},
         {"<A protected='1'>hunter2</A>", "/A", "refused"}, {"<A type='date'>1</A>", "/A", "refused"},
         {"<A type='int'>twelve</A>", "/A", "refused"}, {"<A type='int'>+1</A>", "/A", "refused"},
-        {"<A type='int'>9223372036854775808</A>", "/A", "refused"}, {"<A type='bool'>true</A>", "/A", "refused"}};
+        {"<A type='int'>9223372036854775808</A>", "/A", "refused"}, {"<A type='bool'>true</A>", "/A", "refused"},
+        {"<A type='int'/>", "/A", nullptr}, {"<A type='bool'>\n </A>", "/A", nullptr},
+        {"<A type='int' protected='1'></A>", "/A", nullptr},
+        {"<ProxySettings><Port type='int'/></ProxySettings>", "/ProxySettings/Port", "8080"}};
     // clang-format on
     for (const auto& [strContent, szTag, szValue] : rows) {
         SCOPED_TRACE(strContent + " " + szTag);
         const bool bRefused = szValue && szValue == std::string("refused");
         Json::Value data = FromText("{'other':'','" + std::string(szTag) + "':''}");
         EXPECT_EQ(Send(kQuery, Document(strContent + "<other>o</other>"), data), bRefused ? kRefused : 0U);
-        EXPECT_EQ(data[szTag], szValue && !bRefused ? Json::Value(szValue) : Json::Value());
+        EXPECT_EQ(data[szTag], bRefused ? Json::Value("") : szValue ? Json::Value(szValue) : Json::Value());
         EXPECT_EQ(data["other"], "o");
     }
     EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
@@ -148,11 +180,12 @@ TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
 TEST_F(ConfigTest, ASecretIsMergedWithoutBeingSeenOrChangedTwice)
 {
     const std::string strTag = "<P protected=\"1\">", strOld = ToUtf8(Protected(L"hunter2"));
+    const std::string strNumber = ToUtf8(Protected(L"7", L"/N"));
     const std::string strShipped =
         Document(strTag + ToUtf8(Protected(L"shipped")) + "</P><C protected=\"1\"/><N>1</N>");
     Json::Value data = FromText("{'/P':'','/C':'','/T':'','/N':''}");
     const std::string strInstalled = "<P protected='1'>\n" + strOld + "\n</P><C>open</C><T type='bool'>1</T>" +
-                                     "<N type='int' protected='1'>" + ToUtf8(Protected(L"7")) + "</N>";
+                                     "<N type='int' protected='1'>" + strNumber + "</N>";
     EXPECT_EQ(Send(kQuery, Document(strInstalled), data), 0U);
     EXPECT_EQ(data["/P"].asString(), "{protected}" + strOld);
     EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
@@ -166,10 +199,87 @@ TEST_F(ConfigTest, ASecretIsMergedWithoutBeingSeenOrChangedTwice)
     // Never into a file in clear without being told to; refused when it is no longer what it was.
     EXPECT_EQ(Send(kWrite, Document(""), data), 0U);
     EXPECT_THAT(Target(), HasSubstr(strTag + strOld + "</P>"));
-    data = FromText("{'/P':'{protected}AAAA" + strOld.substr(4) + "'}");
-    EXPECT_EQ(Send(kWrite, strShipped, data), kRefused);
-    EXPECT_EQ(Target(), strShipped);
+    for (const std::string& strForged : {"2:AAAA" + strOld.substr(6), strNumber, strOld.substr(2)}) {
+        data = FromText("{'/P':'{protected}" + strForged + "'}");
+        EXPECT_EQ(Send(kWrite, strShipped, data), kRefused) << strForged;
+        EXPECT_EQ(Target(), strShipped);
+    }
     EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
+}
+
+TEST_F(ConfigTest, AProtectedValueOfTheFirstFormIsWrittenInTodays)
+{
+    const std::string strShipped = Document("<P protected='1'>" + ToUtf8(kFirstForm) + "</P>");
+    Json::Value data = FromText("{'/P':''}");
+    EXPECT_EQ(Send(kQuery, strShipped, data), 0U);
+    EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
+    const std::string strOnce = Target();
+    const std::size_t uText = strOnce.find("2:"), uEnd = strOnce.find("</P>");
+    ASSERT_LT(uText, uEnd) << strOnce;
+    EXPECT_TRUE(Unprotect(std::wstring(strOnce.begin() + uText, strOnce.begin() + uEnd)));
+    EXPECT_EQ(m_clear.value, L"geheim \xD83D\xDD11");
+    EXPECT_EQ(Send(kWrite, "", data), 0U);
+    EXPECT_EQ(Target(), strOnce) << "written twice, it is the same";
+}
+
+TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
+{
+    const char kPassword[] = "/ProxySettings/Password";
+    const std::tuple<const char*, const char*, bool> rows[] = {
+        // shipped elements, what becomes of the first, traced
+        {"<Password/>", "<Password protected=\"1\">2:", true},
+        {"<Password>hunter2</Password>", "<Password protected=\"1\">2:", true},
+        {"<PASSWORD Protected='1' a='b'/>", "<PASSWORD a=\"b\" protected=\"1\">2:", true},
+        {"<Password protected='true'>x</Password>", "<Password protected=\"1\">2:", true},
+        {"<Password protected='0'/>", "<Password protected=\"1\">2:", true},
+        {"<Password>1</Password><Password protected='1'/>", "<Password protected=\"1\">2:", true},
+        {"<Password protected='1'/>", "<Password protected=\"1\">2:", false},
+        {"", "<Password protected=\"1\">2:", false}};
+    for (const auto& [szShipped, szWritten, bTraced] : rows) {
+        SCOPED_TRACE(szShipped);
+        m_trace.Clear();
+        Json::Value data = FromText("{'/ProxySettings/Password':''}");
+        EXPECT_EQ(Send(kQuery, Document("<ProxySettings><Password>hunter2</Password></ProxySettings>"), data), 0U);
+        EXPECT_THAT(data[kPassword].asString(), StartsWith("{protected}2:"));
+        EXPECT_EQ(Send(kWrite, Document("<ProxySettings>" + std::string(szShipped) + "</ProxySettings>"), data), 0U);
+        EXPECT_THAT(Target(), HasSubstr(szWritten));
+        EXPECT_THAT(Target(), Not(HasSubstr("hunter2")));
+        EXPECT_THAT(m_trace.Messages(),
+                    Contains(HasSubstr("[/ProxySettings/Password] is not protected")).Times(bTraced));
+        EXPECT_EQ(Send(kQuery, Target(), data), 0U);
+        EXPECT_TRUE(
+            Unprotect(KzCommon::String::FromAnsi(data[kPassword].asString()).substr(11), L"/ProxySettings/Password"));
+        EXPECT_EQ(m_clear.value, L"hunter2");
+    }
+    // What is no secret of the program's is protected where its author meant it to be, and not where he did not.
+    StartSession();
+    const std::pair<const char*, const char*> others[] = {{"<P Protected='true'/>", "<P protected=\"1\">2:"},
+                                                          {"<P protected='no'/>", "<P protected=\"no\">hunter2<"}};
+    for (const auto& [szShipped, szWritten] : others) {
+        Json::Value data = FromText("{'/P':'{protected}" + ToUtf8(Protected(L"hunter2")) + "'}");
+        EXPECT_EQ(Send(kWrite, Document(szShipped), data), 0U);
+        EXPECT_THAT(Target(), HasSubstr(szWritten));
+    }
+    EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
+}
+
+TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
+{
+    const std::string strShipped = Document("<A>a</A><ProxySettings><Port>3128</Port></ProxySettings>");
+    const std::tuple<std::string, DWORD, const char*> rows[] = {
+        // clang-format off
+        {Document("<B>b</B>"), 0, "{'/A':null,'/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
+        {Document("<A type='int'>x</A>"), kRefused,
+         "{'/A':'','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
+        {"<Config", 0x10000006, "{'/A':'','/ProxySettings/Port':'','/ProxySettings/Enable':''}"}};
+    // clang-format on
+    for (const auto& [strInstalled, dwResult, szAnswer] : rows) {
+        Json::Value data = FromText("{'/A':'','/ProxySettings/Port':'','/ProxySettings/Enable':''}");
+        EXPECT_EQ(Send(kQuery, strInstalled, data), dwResult) << strInstalled;
+        EXPECT_EQ(data, FromText(szAnswer)) << strInstalled;
+        EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
+        EXPECT_EQ(Target(), strShipped) << strInstalled;
+    }
 }
 
 TEST_F(ConfigTest, WhatCannotBeDoneIsAFailureCodeAndLeavesTheFile)
