@@ -142,7 +142,8 @@ class Outcome:
                  if move.target not in self.not_arrived()]
         known = ' '.join(where for _, where in rows).casefold()
         if self.verify.code not in (0, None):
-            rows += [('VERIFY', line) for line in self.verify.lines if line.split()[-1].casefold() not in known]
+            rows += [('VERIFY', line) for line in self.verify.lines
+                     if re.split(r'\}|(?<=[A-Z]) ', line)[-1].casefold() not in known]
         return rows
 
     def complete(self) -> bool:

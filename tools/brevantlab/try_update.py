@@ -3,6 +3,7 @@
 Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed.
 """
 import argparse
+import json
 import os
 import pathlib
 import shutil
@@ -11,7 +12,7 @@ import sys
 import tempfile
 import threading
 import time
-from typing import Callable, NamedTuple, Optional
+from typing import Any, Callable, Iterator, NamedTuple, Optional
 
 from . import report
 from .layouts import host_files, install_folder, instructions, write_sample
@@ -30,7 +31,8 @@ NAMED_KEYS = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{5
               CLASSES + '{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}', CLASSES + '{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}',
               CLASSES + '{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}')
 # What the trial itself leaves on the machine.
-OURS = {PRODUCT + 'wtsapi32.log', PRODUCT + 'wtsapi32.answer', 'C:\\manifest.json'}
+MANIFEST = 'C:\\manifest.json'
+OURS = {PRODUCT + 'wtsapi32.log', PRODUCT + 'wtsapi32.answer', MANIFEST}
 
 
 class Options(NamedTuple):
@@ -98,20 +100,21 @@ class Trial:
             raise Refused('\n'.join(lines))
         return Check(result.code, lines)
 
-    def manifest(self) -> Optional[str]:
-        """The manifest's path on the machine; None without one."""
+    def manifest(self) -> Check:
+        """Writes the manifest to the machine."""
         result = self.check('manifest', host_path(self.options.update))
-        if result is None or result.code != 0:
-            return None
-        self.machine.write('C:\\manifest.json', result.output)
-        return 'C:\\manifest.json'
-
-    def verify(self, manifest: Optional[str]) -> Check:
-        result = self.check('verify', *([manifest] if manifest else []), '--installed', PRODUCT.rstrip('\\'))
         if result is None:
             return Check()
-        lines = [line for line in result.output.splitlines() if line and not line.startswith('ARRIVED')]
-        return Check(result.code, lines)
+        self.machine.write(MANIFEST, result.output)
+        failures = [f'no manifest: {line}' for line in result.output.splitlines()] if result.code else []
+        return Check(result.code, failures)
+
+    def verify(self, manifest: Check) -> Check:
+        if manifest.code != 0:
+            return manifest
+        self.progress('verification')
+        result = self.check('verify', MANIFEST, '--installed', PRODUCT.rstrip('\\'), '--format', 'json')
+        return Check() if result is None else Check(result.code, not_arrived(result.output))
 
     # -- the run --
 
@@ -185,7 +188,7 @@ class Trial:
     def folders(self) -> set[str]:
         return {windows_path(self.machine, folder).rstrip('\\').casefold() for folder, _, _ in self._walk()}
 
-    def _walk(self) -> 'list[tuple[pathlib.Path, list[str], list[str]]]':
+    def _walk(self) -> list[tuple[pathlib.Path, list[str], list[str]]]:
         top = self.machine.host('C:\\')
         found = []
         for folder, names, files in os.walk(top):
@@ -201,6 +204,20 @@ class Trial:
         places = {place for place in places if place and '%' not in place
                   and not any(place != other and place.startswith(other + '\\') for other in places)}
         return [line for place in sorted(places) for line in self.machine.trace_lines(place)]
+
+
+def not_arrived(text: str) -> list[str]:
+    """'STATE place' of everything in a verification's JSON that has not arrived; without JSON its lines as they are."""
+    def places(part: Any) -> Iterator[str]:
+        for inner in part.values() if isinstance(part, dict) else part if isinstance(part, list) else ():
+            yield from places(inner)
+        if isinstance(part, dict) and isinstance(part.get('state'), str) and part['state'].upper() != 'ARRIVED':
+            place = next((part[name] for name in ('path', 'destination', 'value', 'key', 'name') if part.get(name)), '')
+            yield f'{part["state"].upper()} {place}'
+    try:
+        return list(places(json.loads(text)))
+    except ValueError:
+        return text.splitlines()
 
 
 def windows_path(machine: Machine, folder: pathlib.Path) -> str:
