@@ -1,14 +1,19 @@
 """Any update on a throwaway machine: what did not arrive is named, a power cut does no harm, the report has filters."""
+import os
 import pathlib
 import re
+import shutil
 import subprocess
+import sys
 import tempfile
+import unittest
 
 from brevantlab import report
 from brevantlab.expect import LabTest
-from brevantlab.layouts import PRODUCT_PACKAGE, write_sample
+from brevantlab.layouts import PRODUCT_PACKAGE, SAMPLES, write_sample
 from brevantlab.outcome import short
-from brevantlab.try_update import Options, Trial
+from brevantlab.prefix import BUILD
+from brevantlab.try_update import Options, Refused, Trial
 
 SHARE = f'Component\\{PRODUCT_PACKAGE}\\Share\\'
 
@@ -66,3 +71,43 @@ class Try(LabTest):
         self.assertEqual(200, outcome.ended)
         self.assertSame([], outcome.problems())
         self.assertEqual((0, 'Kazmere Qorvault'), (outcome.exit_code(), outcome.question.get('title')))
+
+
+class SecondSample(LabTest):
+    """An update without question and shortcuts, of which only the guides tell."""
+    def setUp(self):
+        self.update = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory())) / 'update'
+        shutil.copytree(SAMPLES / 'second' / 'update', self.update)
+
+    def trial(self, **options):
+        return Trial(Options(self.update, SAMPLES / 'second' / 'installed', **options), lambda stage: None)
+
+    def plant(self):
+        """Rule and harm of each mistake that is made."""
+        done = subprocess.run([sys.executable, SAMPLES / 'second' / 'plant.py', self.update], check=True,
+                              stdout=subprocess.PIPE, text=True).stdout
+        mistakes = re.findall(r'^(B\d+) .*: (.*)$', done, re.M)
+        self.assertEqual(5, len(mistakes))
+        return mistakes
+
+    def test_as_it_is(self):
+        for language in ('FR-FR', 'ES-ES'):
+            with self.subTest(language):
+                outcome = self.trial(language=language).run()
+                self.assertSame(([], [], {}), (outcome.problems(), outcome.never_looked_at(), outcome.question))
+                self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
+
+    def test_forced_past_its_mistakes(self):
+        mistakes = self.plant()
+        outcome = self.trial(force=True).run()
+        self.assertEqual(1, outcome.exit_code())
+        told = '\n'.join([*(where for _, where in outcome.problems()), *outcome.never_looked_at()])
+        self.assertSame([], [harm for _, harm in mistakes if harm not in told])
+
+    @unittest.skipUnless((pathlib.Path(os.environ.get('BREVANT_BIN', BUILD / 'release' / 'bin'))
+                          / 'BrevantCheck.exe').exists(), 'no checker among the programs')
+    def test_refused_for_its_mistakes(self):
+        mistakes = self.plant()
+        with self.assertRaises(Refused) as refusal:
+            self.trial().run()
+        self.assertSame([], [rule for rule, _ in mistakes if rule not in str(refusal.exception)])
