@@ -108,7 +108,7 @@ class Machine:
             raise FileNotFoundError(f'no programs in {binaries}: run tools/build.sh')
         self.make_dir(folder)
         for file in binaries.iterdir():
-            if file.is_file():
+            if file.suffix in ('.exe', '.dll'):
                 shutil.copy2(file, self.host(folder))
         for name in standins:
             standin = pathlib.Path(os.environ.get('BREVANT_STANDINS', BUILD / 'test/bin/standins')) / f'{name}.dll'
