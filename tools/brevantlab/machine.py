@@ -173,7 +173,8 @@ class Machine:
     def trace_lines(self, folder: str = TRACE_FOLDER) -> list[str]:
         """The lines of every trace file in the folder and those below."""
         files = sorted(self.host(folder).rglob('*.log')) if self.host(folder).is_dir() else []
-        return [line for file in files for line in file.read_bytes().decode('utf-8-sig').splitlines()]
+        texts = (file.read_bytes().decode('utf-8-sig', 'replace').removesuffix('\r\n') for file in files)
+        return [line for text in texts if text for line in text.split('\r\n')]
 
     def messages(self, folder: str = TRACE_FOLDER) -> list[str]:
         """What was traced, as 'TAG message' (TAG as in the file); a line of another form is an error."""

@@ -62,7 +62,8 @@ class Outcome:
     commands: list[str]
     question: dict[str, str]
     code: int
-    ended: Optional[int]  # the trace line at which the first run was ended
+    kill_at: int  # the trace line at which a first run was to be ended, or 0
+    ended: bool  # whether it came that far
     after: State
     left: list[Move]
     lines: list[str]
@@ -107,8 +108,9 @@ class Outcome:
     def never_looked_at(self) -> list[str]:
         """Files of the update that stayed where they were downloaded, traced by nobody and copied to nowhere."""
         traced = '\n'.join(self.lines).casefold()
+        brought = {path.casefold() for path in self.packaged}
         placed = {(path.rpartition('\\')[2].casefold(), content) for state in (self.waiting, self.after)
-                  for path, content in state.files.items() if path not in self.packaged}
+                  for path, content in state.files.items() if path.casefold() not in brought}
         return sorted(path for path, content in self.packaged.items()
                       if self.after.content(path) == content and path.casefold() not in traced
                       and (path.rpartition('\\')[2].casefold(), content) not in placed)
@@ -129,7 +131,7 @@ class Outcome:
 
     def failures(self) -> tuple[list[str], int]:
         """Failure lines of the trace, and how many more look like one and are none."""
-        found = trace.failures([trace.message(line) for line in self.lines])
+        found = trace.failures([said(line) for line in self.lines])
         shown = [text for text in found if not trace.is_harmless(text)]
         return shown, len(found) - len(shown)
 
@@ -187,7 +189,9 @@ class Outcome:
     def _file_rows(self) -> list[Row]:
         missing, ignored = self.not_arrived(), set(self.never_looked_at())
         rows = []
-        for path in sorted({*self.before.files, *self.after.files, *missing} - set(self.packaged) | ignored):
+        brought = {path.casefold() for path in self.packaged} - {path.casefold() for path in ignored}
+        places = {path.casefold(): path for path in (*missing, *self.before.files, *self.after.files)}
+        for path in sorted(path for name, path in places.items() if name not in brought):
             old, new = self.before.content(path), self.after.content(path)
             state = ('never looked at' if path in ignored else missing.get(path)
                      or ('same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'))
@@ -206,14 +210,14 @@ class Outcome:
 
     @staticmethod
     def _trace_row(line: str) -> Row:
-        text = trace.message(line)
+        text = said(line)
         failure = text.startswith(trace.FAILURE)
         return Row(line[:23], '', text, 'line' if not failure else
                    'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE)) else 'failure')
 
     def as_json(self) -> dict[str, Any]:
         return {'format': 1, 'update': self.update, 'language': self.language, 'complete': self.complete(),
-                'exitCode': self.exit_code(), 'agentCode': self.code, 'endedAtLine': self.ended,
+                'exitCode': self.exit_code(), 'agentCode': self.code, 'killAt': self.kill_at, 'ended': self.ended,
                 'seconds': round(self.seconds, 1), 'question': self.question, 'summary': self.summary(),
                 'lint': dataclasses.asdict(self.lint), 'verify': dataclasses.asdict(self.verify),
                 'details': {room: [row._asdict() for row in rows] for room, rows in self.details().items()}}
@@ -221,6 +225,11 @@ class Outcome:
 
 def _state(old: Any, new: Any) -> str:
     return 'same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'
+
+
+def said(line: str) -> str:
+    """A trace line's message; what is no such line, as it is."""
+    return trace.message(line) if trace.LINE.fullmatch(line) else line
 
 
 def short(path: str) -> str:

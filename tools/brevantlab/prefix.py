@@ -105,6 +105,8 @@ def processes(prefix: pathlib.Path) -> Iterator[tuple[int, bytes]]:
 
 def power_off(prefix: pathlib.Path) -> None:
     """Ends the prefix's server and its processes without waiting for their shutdown."""
+    if not prefix.exists():
+        return
     state = os.stat(prefix)
     for _ in range(50):
         found = False

@@ -31,6 +31,7 @@ NAMED_KEYS = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{5
               CLASSES + '{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}', CLASSES + '{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}',
               CLASSES + '{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}')
 # What the trial itself leaves on the machine.
+COMPONENTS = PRODUCT + 'Component\\'
 MANIFEST = 'C:\\manifest.json'
 OURS = {PRODUCT + 'wtsapi32.log', PRODUCT + 'wtsapi32.answer', MANIFEST}
 
@@ -77,10 +78,12 @@ class Trial:
             code = self.restart(agent)
             self.progress('after the restart')
             return Outcome(
-                str(self.options.update), language, lint, before,
-                {path: content for path, content in self.packaged.items() if path.startswith(PRODUCT + 'Component\\')},
-                self.records, waiting, moves, commands, asked, code, ended, self.state(), self.pending(),
-                self.trace_lines(), self.verify(manifest), self.folders(), time.monotonic() - start)
+                update=str(self.options.update), language=language, lint=lint, before=before, records=self.records,
+                packaged={path: content for path, content in self.packaged.items() if path.startswith(COMPONENTS)},
+                waiting=waiting, moves=moves, commands=commands, question=asked, code=code,
+                kill_at=self.options.kill_at, ended=ended, after=self.state(), left=self.pending(),
+                lines=self.trace_lines(), verify=self.verify(manifest), folders=self.folders(),
+                seconds=time.monotonic() - start)
 
     # -- the checker --
 
@@ -118,10 +121,10 @@ class Trial:
 
     # -- the run --
 
-    def end_first_run(self) -> Optional[int]:
-        """A run that ends at its trace line `kill_at`, as in a power cut; None when it has fewer lines."""
+    def end_first_run(self) -> bool:
+        """A run that ends at its trace line `kill_at`, as in a power cut; false when it has fewer lines."""
         if not self.options.kill_at:
-            return None
+            return False
         self.progress(f'a run that ends at line {self.options.kill_at}')
         library = FaultLibrary(self.machine, PRODUCT)
         library.end_at(self.options.kill_at)
@@ -129,7 +132,7 @@ class Trial:
         self.machine.install_program(PRODUCT, standins=[Question.LIBRARY])
         for name in ('KzDbgFault.dll', 'fault.end', 'fault.count', 'wtsapi32.log'):
             self.machine.host(PRODUCT + name).unlink(missing_ok=True)
-        return self.options.kill_at if code == ENDED else None
+        return code == ENDED
 
     def deploy(self) -> tuple[threading.Thread, State, list[Move], list[str]]:
         """Runs the agent until it asks or ends; returns it and how the machine stands then."""
@@ -261,8 +264,9 @@ def print_details(details: dict[str, list[Row]], rooms: list[str]) -> None:
 
 def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path] = None) -> None:
     """Prints what a person wants to know first, the details asked for, and writes the report where one is wanted."""
-    if outcome.ended:
-        print(f'{"power cut":<20} at line {outcome.ended} of the trace; the agent was started again')
+    if outcome.kill_at:
+        came = f'at line {outcome.kill_at} of the trace; the agent was started again'
+        print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
     lint = outcome.lint
     print(f'{"lint":<20} ' + (lint.lines[-1] if lint.lines else 'clean' if lint.code == 0 else
                               'not done: no BrevantCheck.exe among the programs'))
