@@ -10,11 +10,11 @@ struct Row {
     std::vector<std::string> findings;
 };
 
-constexpr char kClean[] = "[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\a\\b\n";
+constexpr char kSections[] = "[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\a\\b\n";
 
 std::string With(const std::string& strLines)
 {
-    return kClean + strLines;
+    return kSections + strLines;
 }
 
 }  // namespace
@@ -30,7 +30,8 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
         {With("").insert(0, "add=C:\\a\n"), {"B002 1:1"}},
         {With("[Runs]\nSysRunOnce=a\n"), {"B003 5:2 Run"}},
         {With("[run]\nSysRunOnce=a\n[RestartNotification_X]\ntext=a\ntext=b\n"), {}},
-        {With("[RestartNotification_]\ntext=a\ntext=b\n"), {"B003 5:2"}},
+        {With("[RestartNotification_]\ntext=a\ntext=b\n"), {"B003 5:2 RestartNotification_EN-US"}},
+        {With("[RestartNotificaton_DE-DE]\ntext=a\n"), {"B003 5:2 RestartNotification_DE-DE"}},
         {With("[qor_dir]\nadd=C:\\b\n"), {"B004 5:2"}},
         {With("[Run]\nsysrunonce=a\n SysRunOnec=a\nSysRunOnce==a\nSysRunOnce =a\nSysRunOnce= a\n"),
          {"B005 6:1 SysRunOnce", "B005 7:2 SysRunOnce", "B005 8:1 SysRunOnce", "B005 9:1 SysRunOnce="}},
@@ -45,7 +46,7 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
 
 TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii)
 {
-    const std::wstring tstrClean = KzCommon::String::FromAnsi(kClean);
+    const std::wstring tstrClean = KzCommon::String::FromAnsi(kSections);
     const std::wstring tstrPair = tstrClean + L"[Run]\nSysRunOnce=\U0001F511\n";
     const std::wstring tstrHalf = tstrClean + L"[Run]\nSysRunOnce=\xD83D.\nSysRunOnce=\xDD11\n";
     const Row rows[] = {
@@ -53,7 +54,7 @@ TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii
         {Utf16(tstrPair) + "x", {"B001 7:1"}},
         {Utf16(tstrHalf), {"B001 6:12", "B001 7:12"}},
         {Utf16(tstrClean).substr(2), {"B001 1:1"}},
-        {std::string("\xEF\xBB\xBF") + kClean, {"B001 1:1"}},
+        {std::string("\xEF\xBB\xBF") + kSections, {"B001 1:1"}},
         {With("[Run]\nSysRunOnce=a\xFC\n"), {"B001 6:13"}},
     };
     for (const Row& row : rows) EXPECT_EQ(row.findings, Lint(row.strText)) << testing::PrintToString(row.strText);

@@ -67,7 +67,7 @@ TEST(SuggestionTest, ASlipIsFoundAndAnotherWordIsNot)
                                          {L"dad", L"add"},
                                          {L"ad", L"add"},
                                          {L"add_if_none", L"add_if_non"},
-                                         {L"RunOnce", L"SysRunOnce"},
+                                         {L"SystemRunOnce", L"SysRunOnce"},
                                          {L"delete", L""},
                                          {L"", L""}}) {
         EXPECT_EQ(NearestOf(szWord, words), szNear) << szWord;

@@ -27,7 +27,7 @@ TEST_F(TextRulesTest, XmlIsRefusedWhereTheProductRefusesIt)
     const std::pair<std::string, std::string> rows[] = {
         {"<a>\n<b/></a>", ""},
         {"<a>\n<b></a>", "2:6"},
-        {"<!DOCTYPE a>\n<a/>", "1:1"},
+        {"<!DOCTYPE a>\n<a/>", "1:12"},
         {nested(XmlParser::kMostLevels), ""},
         {nested(XmlParser::kMostLevels + 1), "1:3001"},
         {"<a/>" + strBlanks, ""},
@@ -58,7 +58,7 @@ TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
         {Utf16(L"[Global]\nS_STR_PRODUCT_NAMES=Qorvault\n"), {"B090 2:1"}},
         {Utf16(L"[Global]\nS_STR_PRODUCT_NAME=\n"), {"B090 1:2"}},
         {Utf16(L"[Globe]\n" + tstrName), {"B090 0:0"}},
-        {"[Global]\nS_STR_PRODUCT_NAME=Qorvault f\xFCr\n", {"B090 2:29"}},
+        {"[Global]\nS_STR_PRODUCT_NAME=Qorvault f\xFCr\n", {"B090 2:30"}},
         {Utf16(tstrFill), {}},
         {Utf16(tstrFill + L"x"), {"B090 1:2"}},
     };

@@ -162,7 +162,9 @@ TEST(FailureLinesTest, WhatLooksLikeAFailureIsToldFromOne)
         {L"Failed to delete file 'C:\\x', error = 5.", L"FileOperations.cpp", false},
     };
     for (const Row& row : rows) {
-        const TraceLine line{.tstrMessage = row.szMessage, .tstrSource = row.szSource};
+        TraceLine line;
+        line.tstrMessage = row.szMessage;
+        line.tstrSource = row.szSource;
         EXPECT_EQ(WhyHarmless(line) != nullptr, row.bHarmless) << row.szMessage;
     }
 }
