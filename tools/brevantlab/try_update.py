@@ -270,6 +270,7 @@ def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path]
     lint = outcome.lint
     print(f'{"lint":<20} ' + (lint.lines[-1] if lint.lines else 'clean' if lint.code == 0 else
                               'not done: no BrevantCheck.exe among the programs'))
+    print_rows([('finding', line) for line in lint.lines[:-1] if lint.code])
     print_rows(outcome.summary())
     print_details(outcome.details(), rooms)
     if folder:
