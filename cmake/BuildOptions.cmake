@@ -6,7 +6,8 @@ option(BREVANT_CHECKED "Check library preconditions and undefined behaviour at r
 
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 target_compile_features(brevant_options INTERFACE cxx_std_20)
-target_include_directories(brevant_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/BrevantVersion.h.in ${PROJECT_BINARY_DIR}/generated/BrevantVersion.h)
+target_include_directories(brevant_options INTERFACE ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/generated)
 
 target_compile_definitions(brevant_options INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN STRICT
@@ -27,7 +28,8 @@ target_compile_options(brevant_options INTERFACE -ffile-prefix-map=${PROJECT_SOU
 
 # -- hardening and self-contained binaries --
 target_compile_options(brevant_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${kShippedCompileFlags}>")
-target_link_options(brevant_options INTERFACE ${kShippedLinkFlags} -Wl,--fatal-warnings)
+target_link_options(brevant_options INTERFACE ${kShippedLinkFlags} -Wl,--fatal-warnings
+    $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-Wl,--tsaware>)
 
 if(BREVANT_CHECKED)
     # This platform has no run-time library for the sanitizer: a fault ends the process by a trap.

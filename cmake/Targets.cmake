@@ -19,7 +19,8 @@ endfunction()
 # brevant_library(name folder dependency...): static library of the folder's sources, the entry point left out.
 function(brevant_library name folder)
     brevant_glob(sources ${folder}/*.cpp)
-    list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp)
+    list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp
+                             ${PROJECT_SOURCE_DIR}/src/check/BrevantCheck.cpp)
     add_library(${name} STATIC ${sources})
     target_link_libraries(${name} PUBLIC brevant_options ${ARGN})
 endfunction()
@@ -27,12 +28,9 @@ endfunction()
 # brevant_program(name library source resource): console program with a wide entry point.
 function(brevant_program name library source resource)
     add_executable(${name} ${source} ${resource})
-    brevant_glob(manifests src/agent/*.manifest)
+    get_filename_component(folder ${resource} DIRECTORY)
+    brevant_glob(manifests ${folder}/*.manifest)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
-    target_compile_definitions(${name} PRIVATE $<$<COMPILE_LANGUAGE:RC>:
-        BREVANT_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}
-        BREVANT_VERSION_MINOR=${PROJECT_VERSION_MINOR}
-        BREVANT_VERSION_PATCH=${PROJECT_VERSION_PATCH}>)
     target_link_libraries(${name} PRIVATE ${library})
     target_link_options(${name} PRIVATE -municode -mconsole)
 endfunction()

@@ -1,7 +1,10 @@
 // The folders of one run, computed once, and the placeholders that stand for them in the instruction file.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 /// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
@@ -22,11 +25,11 @@ public:
     [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }
     /// Where the updater puts the packages: the install folder's "Component\".
     [[nodiscard]] std::wstring ComponentDir() const;
-    /// The product package: ComponentDir() and the download path.
+    /// The product package: ComponentDir() and the download path; empty when "UpdateInfo.ini" could not be read.
     [[nodiscard]] const std::wstring& ProductDownloadDir() const noexcept { return m_tstrProductDownloadDir; }
     /// The product package's download path as "UpdateInfo.ini" has it.
     [[nodiscard]] const std::wstring& ProductDownloadPath() const noexcept { return m_tstrProductDownloadPath; }
-    /// The resource package's download folder, read from "UpdateInfo.ini" now.
+    /// The resource package's download folder, read from "UpdateInfo.ini" now; empty when that cannot be read.
     [[nodiscard]] std::wstring ReadResourceDownloadDir() const;
     /// The update information file of the installed product; empty without an install folder.
     [[nodiscard]] std::wstring UpdateInfoFile() const;
@@ -36,6 +39,15 @@ public:
     [[nodiscard]] const std::wstring& InstallerLogDir() const noexcept { return m_tstrInstallerLogDir; }
     /// One folder per user profile when the configured one begins with "%USERPROFILE%".
     [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
+
+    /// What the system says of a folder's volume.
+    struct Volume {
+        std::wstring tstrMountPoint;    ///< with trailing backslash; empty when the question failed
+        DWORD dwError = ERROR_SUCCESS;  ///< its Win32 code
+    };
+
+    /// The volume that a folder (with trailing backslash) lies on, asked once for each folder. GetVolumePathNameW.
+    [[nodiscard]] const Volume& VolumeOf(const std::wstring& tstrFolder) const;
 
 private:
     void WidenProtectedLogFolder(const std::wstring& tstrConfigured);
@@ -47,6 +59,7 @@ private:
     std::wstring m_tstrServiceLogDir;
     std::wstring m_tstrInstallerLogDir;
     std::vector<std::wstring> m_protectedLogDirs;
+    mutable std::unordered_map<std::wstring, Volume> m_volumes;
 };
 
 /// A new GUID as text, without braces; a fixed text when the system has no memory for one. CoCreateGuid, UuidToStringW.

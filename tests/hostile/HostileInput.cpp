@@ -1,15 +1,18 @@
 // Every kind of input that comes with an update, in thousands of broken and malicious variants: nothing crashes or
 // hangs, and nothing is touched that the input does not name.
+#include "agent/ConfigMerge.h"
+#include "agent/IniEdits.h"
 #include "agent/PostRestartRename.h"
 #include "agent/QorDeployAgent.h"
+#include "agent/RegistryPatch.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/L10nReader.h"
 #include "config/ConfigProvider.h"
-#include "hostile/SystemWatch.h"
 #include "hostile/Variants.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -117,9 +120,9 @@ TEST_F(HostileInput, InstructionFiles)
     const auto act = [&] {
         FrameworkDeployAgent agent;
         agent.DoPreAction();
-        agent.PatchRegistry();
-        agent.MergeConfig(tstrSettings);
-        agent.ModifyUpdateInfo(tstrSettings + L"UpdateInfo.ini");
+        PatchRegistry(agent.Paths());
+        MergeConfig(tstrSettings);
+        ModifyUpdateInfo({tstrSettings + L"UpdateInfo.ini", tstrSettings + L"UpdateInfo.ini"});
         agent.DoPostAction();
         named.clear();
     };
@@ -170,9 +173,9 @@ TEST_F(HostileInput, ShortcutFiles)
         UninstallShortCut(m_tstrInstallDir, L"qorshcut.xml");
     };
     const auto judge = [&](std::string_view, const std::wstring& tstrPlace) {
-        const std::wstring tstrBelow = tstrPlace.substr(std::min(tstrShell.size(), tstrPlace.size())) + L"\\";
-        return tstrPlace.starts_with(tstrShell) && tstrBelow.find_first_of(L"/:*?") == std::wstring::npos &&
-               tstrBelow.find(L".\\") == std::wstring::npos;
+        // A name may have levels, and a pattern is no call's wildcard; nothing leads up or into a stream.
+        const std::wstring tstrNormal = std::filesystem::path(tstrPlace).lexically_normal().wstring();
+        return tstrNormal.starts_with(tstrShell) && tstrNormal.find(L':', tstrShell.size()) == std::wstring::npos;
     };
     RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
                   judge);
@@ -222,7 +225,7 @@ TEST_F(HostileInput, UpdateInformation)
         if (++cRuns % 8 == 0) agent.DoDeploy();  // slow, and most of it the same every time
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        const bool bSource = strCall == "FindFirstFileW";
+        const bool bSource = strCall == "FindFirstFileW" || strCall == "MoveFileExW source";
         return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) ||
                tstrPlace.starts_with(L"C:\\b.sys");
     };

@@ -50,6 +50,35 @@ class Dispatch(LabTest):
                     self.assertEqual(expected.split(), [STEPS[text] for text in messages if text in STEPS])
                     self.assertEqual('deploy' in expected, 'DoUpdateDeploy' in machine.values(SETTINGS))
 
+    def test_without_a_library_of_windows_nothing_is_changed(self):
+        with SampleMachine() as machine:
+            for library, argument, expected in (
+                ('setupapi', '/DeployFramework', 255),
+                ('wtsapi32', '/DeployFramework', 255),
+                ('crypt32', '/DeployFramework', 255),
+                ('shell32', '/ApplyNewName', 0),
+                ('wtsapi32', 'anything', 0),
+            ):
+                with self.subTest(library=library, argument=argument):
+                    usual, machine.overrides = machine.overrides, {library: 'd'}
+                    files, settings = machine.listing(), machine.read_tree(SETTINGS)
+                    code, messages = machine.agent(argument)
+                    self.assertEqual(set(), set(files.items()) ^ set(machine.listing().items()))
+                    self.assertEqual(settings, machine.read_tree(SETTINGS))
+                    self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
+                    machine.overrides = usual
+                    failures = [f'!!! *** {library}.dll is missing in Windows: nothing is changed. [0x0000007e]']
+                    failures += ['!!! Patch Agent failed to perform update'] if expected else []
+                    self.assertEqual((expected, failures), (code, [text for text in messages if text[0] == '!']))
+                    self.assertNotIn('prepare', [STEPS.get(text) for text in messages])
+
+    def test_libraries_of_windows_find_theirs_in_the_system_folder_only(self):
+        with SampleMachine() as machine:
+            machine.install_program(machine.install, standins=['Planted'])
+            machine.agent('anything')
+            self.assertIn('style', machine.read(machine.install + 'wtsapi32.log'), 'the one that loads another has run')
+            self.assertIsNone(machine.read(machine.install + 'planted.log'))
+
     def test_a_machine_without_the_product(self):
         with Machine() as machine:
             # Nothing may be taken from the current folder in place of the unknown install folder.

@@ -11,6 +11,7 @@ from brevantlab.standins import ENDED, FaultLibrary
 
 AGENT = 'C:\\Agent\\'
 PRODUCT = 'C:\\Product00\\'
+LEFTOVER = '~kzcomn-fffffff0-00.tmp'  # as a run that is ended while it replaces a file leaves it
 
 
 class FaultyMachine(Machine):
@@ -81,6 +82,7 @@ class Obstacles(LabTest):
         machine.write(PRODUCT + 'Task', 'no folder')
         for name, data in (('IdleMinutes', 'text'), ('Columns', b'\1\2\3'), ('Theme', 7)):
             machine.set_value(SETTINGS + '\\Vault', name, data)
+        machine.write(package[PRODUCT + 'KzVault.dll'].rpartition('\\')[0] + '\\' + LEFTOVER, 'half a file')
         foreign = ['\\??\\C:\\foreign\\1', '', '\\??\\C:\\foreign\\2', '!\\??\\C:\\foreign\\3', '\\??\\X:\\none',
                    '\\??\\C:\\forei\u00dfn\\4']
         for index in (1, 2, 3):
@@ -102,6 +104,7 @@ class Obstacles(LabTest):
                     if not name.startswith(PRODUCT + 'Task\\') and not name.endswith('.lnk')}
         self.assertSame(expected, {name: machine.read(name) for name in expected})
         self.assertEqual('no folder', machine.read(PRODUCT + 'Task'))
+        self.assertIsNone(machine.read(PRODUCT + LEFTOVER), 'no file of the package')
         self.assertEqual([None, None, '2'], [machine.read(f'C:\\foreign\\{index}') for index in (1, 2, 3)])
 
     @unittest.skipUnless(os.geteuid() == 0, 'only root can mount a small file system')

@@ -67,6 +67,23 @@ class Removal(LabTest):
         self.assertSame({'b.tm', 'a22.log', 'Sub', 'Sub\\c.tmp', 'Kept', 'Kept\\mine.txt'},
                         self.left(machine) - {'Old', 'Old\\Junction', 'Link'})
 
+    def test_what_a_link_leads_to_stays(self):
+        machine = self.machine_with(
+            '[QOR_DIR]\ndelete={InstalledDir}Link\\Deep\ndelete={InstalledDir}Link\\Deep\\Sub\\\n'
+            '[QOR_FILE]\ndelete={InstalledDir}Link\\*\ndelete_now={InstalledDir}Link\\*\n'
+            'delete_now={InstalledDir}Link\\Deep\\*\ndelete={InstalledDir}Link\\Deep\\Sub\\*.txt\n'
+            'delete_now={InstalledDir}Kept\\..\\Real\\*.txt\n',
+            'Kept\\mine.txt', 'Kept\\Deep\\mine.txt', 'Kept\\Deep\\Sub\\mine.txt', 'Real\\1.txt')
+        os.symlink('Kept', machine.host(PRODUCT + 'Link'))
+        before = self.left(machine)
+        messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')[1]
+        self.assertEqual(
+            [f"!!! Failed to delete file '{PRODUCT}Link\\{rest}', error = 681."
+             for rest in ('Deep\\*', 'Deep\\Sub\\*', '*', 'Deep\\Sub\\*.txt', '*', 'Deep\\*')],
+            [text for text in messages if text.startswith('!!! Failed')])
+        self.assertEqual([], machine.pending_moves())
+        self.assertEqual(before - {'Real\\1.txt'}, self.left(machine))
+
     def test_nothing_without_both_sections(self):
         machine = self.machine_with('[QOR_FILE]\ndelete_now={InstalledDir}a.tmp\n', 'a.tmp')
         messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')[1]
