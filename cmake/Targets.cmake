@@ -4,7 +4,8 @@
 # brevant_library(name folder dependency...): static library of the folder's sources, the entry point left out.
 function(brevant_library name folder)
     file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
-    list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp)
+    list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp
+                             ${PROJECT_SOURCE_DIR}/src/check/BrevantCheck.cpp)
     if(sources)
         add_library(${name} STATIC ${sources})
         target_link_libraries(${name} PUBLIC brevant_options ${ARGN})
@@ -21,7 +22,8 @@ function(brevant_program name library source resource)
         return()
     endif()
     add_executable(${name} ${source} ${resource})
-    file(GLOB manifests CONFIGURE_DEPENDS src/agent/*.manifest)
+    get_filename_component(folder ${resource} DIRECTORY)
+    file(GLOB manifests CONFIGURE_DEPENDS ${folder}/*.manifest)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
     target_compile_definitions(${name} PRIVATE $<$<COMPILE_LANGUAGE:RC>:
         BREVANT_VERSION_MAJOR=${PROJECT_VERSION_MAJOR}

