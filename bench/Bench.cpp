@@ -10,6 +10,7 @@
 #include "Programs.h"
 
 #include "agent/QorDeployAgent.h"
+#include "agent/RegistryPatch.h"
 #include "common/KzComn_DebugLog.h"
 
 #include <cstdio>
@@ -148,7 +149,7 @@ void MeasureRegistry(unsigned cRounds)
     WriteRegistryRecords(kRecords);
     MeasurePairs("registry", cRounds, AddBare, [] {
         FrameworkDeployAgent agent;
-        agent.PatchRegistry();
+        PatchRegistry(agent.Paths());
     });
     DWORD cb = 0;
     Require(::RegGetValueW(HKEY_LOCAL_MACHINE, kRecordKey, RecordName(kRecords - 1).c_str(), RRF_RT_REG_SZ, nullptr,

@@ -1,5 +1,6 @@
-// The user's settings, carried over into the configuration file that an update brings.
-#include "agent/QorDeployAgent.h"
+#include "agent/ConfigMerge.h"
+
+#include "agent/Sections.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
@@ -90,12 +91,7 @@ bool CarryOver(const std::wstring& tstrFolder)
     if (!provider.Start()) return false;
 
     SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_CONFIG_MERGE", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
-              dwError);
-        return false;
-    }
+    if (!ReadSection(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig"), records)) return false;
 
     Json::Value request(Json::objectValue);
     request["Data"] = Json::Value(Json::objectValue);
@@ -157,7 +153,7 @@ void KeepUsersFile(const std::wstring& tstrFolder)
 
 }  // namespace
 
-void FrameworkDeployAgent::MergeConfig(const std::wstring& tstrFolder)
+void MergeConfig(const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
     bool bCarriedOver = false;

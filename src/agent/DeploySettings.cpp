@@ -1,10 +1,14 @@
-// The settings step: what the update changes besides replacing files.
-#include "agent/QorDeployAgent.h"
+#include "agent/DeploySettings.h"
+
+#include "agent/ConfigMerge.h"
+#include "agent/IniEdits.h"
+#include "agent/RegistryPatch.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
 
 using namespace KzCommon;
 
@@ -68,23 +72,19 @@ std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstr
 
 }  // namespace
 
-bool FrameworkDeployAgent::DeploySettings()
+bool PrepareSettings(const PathValues& pathValues)
 {
-    PatchRegistry();
-    const std::wstring tstrSettingDir = m_pathValues.ProductDownloadDir() + L"Share\\Setting\\";
+    PatchRegistry(pathValues);
+    const std::wstring tstrSettingDir = String::FolderBelow(pathValues.ProductDownloadDir(), L"Share\\Setting");
     if (!Storage::Directory::IsExisted(tstrSettingDir)) {
         Trace(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
-        return true;
+        return false;
     }
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
     MergeConfig(tstrSettingDir);
-    {
-        const std::wstring tstrDownloaded = tstrSettingDir + L"UpdateInfo.ini";
-        const UnfinishedMark mark(m_pathValues.ProductDownloadDir(), tstrDownloaded);
-        ModifyUpdateInfo(SelectUpdateInfo(m_pathValues.UpdateInfoFile(), tstrDownloaded));
-    }
-    static_cast<void>(CopyDirectory(tstrSettingDir, L"*.*", m_pathValues.InstallDir(), true, true));
-    Trace(kTraceInfo, L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])",
-          tstrSettingDir.c_str(), m_pathValues.InstallDir().c_str());
+    const std::wstring tstrDownloaded = tstrSettingDir + L"UpdateInfo.ini";
+    const UnfinishedMark mark(pathValues.ProductDownloadDir(), tstrDownloaded);
+    const std::wstring tstrTarget = SelectUpdateInfo(pathValues.UpdateInfoFile(), tstrDownloaded);
+    ModifyUpdateInfo({.tstrPath = tstrTarget, .tstrWritten = tstrTarget});
     return true;
 }

@@ -1,5 +1,6 @@
-// The file and folder records of the instruction file.
-#include "agent/QorDeployAgent.h"
+#include "agent/FileOperations.h"
+
+#include "agent/Sections.h"
 
 #include "common/KzComn_AccessControl.h"
 #include "common/KzComn_DebugLog.h"
@@ -14,119 +15,138 @@ namespace {
 // refused with this code.
 constexpr DWORD kNotAFullPath = ERROR_BAD_PATHNAME;
 
-void TraceFailedDelete(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD dwError)
+void Refuse(FileRecord& record, FileRefusal eRefusal, DWORD dwCode)
 {
-    Trace(kTraceError, L"Failed to delete file '%s%s', error = %d.", tstrFolder.c_str(), tstrPattern.c_str(), dwError);
+    record.eRefusal = eRefusal;
+    record.dwRefusal = dwCode;
 }
 
-void ScheduleFolder(const std::wstring& tstrPath)
+void ParseFolder(FileRecord& record, bool bClear)
 {
-    const std::wstring tstrFolder = String::EnsureBackslash(tstrPath);
-    if (!Storage::Directory::IsExisted(tstrFolder)) {
-        Trace(kTraceError, L"No files under directory '%s'", tstrPath.c_str());
-        return;
+    record.tstrFolder = bClear ? String::EnsureBackslash(record.tstrPath) : record.tstrPath;
+    if (bClear) record.tstrPattern = L"*";
+    if (!String::IsFullPath(record.tstrFolder) || (bClear && Storage::Directory::IsRoot(record.tstrFolder))) {
+        Refuse(record, FileRefusal::eNotAFullPath, kNotAFullPath);
     }
-    if (!String::IsFullPath(tstrFolder) || Storage::Directory::IsRoot(tstrFolder)) {
-        TraceFailedDelete(tstrFolder, L"*", kNotAFullPath);
-        return;
-    }
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Directory::ScheduleDeleteTree(tstrFolder, &dwError)) TraceFailedDelete(tstrFolder, L"*", dwError);
 }
 
-void CreateFolder(const std::wstring& tstrPath)
+void ParsePattern(FileRecord& record)
 {
-    if (Storage::Directory::IsExisted(tstrPath)) {
-        Trace(kTraceInfo, L"Directory '%s' is already there.", tstrPath.c_str());
+    if (record.tstrPath.size() > _MAX_PATH) return Refuse(record, FileRefusal::eTooLong, ERROR_FILENAME_EXCED_RANGE);
+    String::PathParts parts;
+    if (String::SplitPath(record.tstrPath, parts) != 0) {
+        return Refuse(record, FileRefusal::eNotSplit, ::GetLastError());
+    }
+    record.tstrFolder = std::wstring(parts.szDrive) + parts.szDir;
+    record.tstrPattern = std::wstring(parts.szName) + parts.szExt;
+    if (!String::IsFullPath(record.tstrPath)) Refuse(record, FileRefusal::eNotAFullPath, kNotAFullPath);
+}
+
+void TraceFailedDelete(const FileRecord& record, DWORD dwError)
+{
+    Trace(kTraceError, L"Failed to delete file '%s%s', error = %d.", record.tstrFolder.c_str(),
+          record.tstrPattern.c_str(), dwError);
+}
+
+void ScheduleFolder(const FileRecord& record)
+{
+    if (!Storage::Directory::IsExisted(record.tstrFolder)) {
+        Trace(kTraceError, L"No files under directory '%s'", record.tstrPath.c_str());
+        return;
+    }
+    DWORD dwError = record.dwRefusal;
+    if (record.eRefusal != FileRefusal::eNone || !Storage::Directory::ScheduleDeleteTree(record.tstrFolder, &dwError)) {
+        TraceFailedDelete(record, dwError);
+    }
+}
+
+void MakeFolder(const FileRecord& record)
+{
+    if (Storage::Directory::IsExisted(record.tstrFolder)) {
+        Trace(kTraceInfo, L"Directory '%s' is already there.", record.tstrPath.c_str());
         return;
     }
     AccessControl::SecurityAttributes attributes;
-    DWORD dwError = kNotAFullPath;
-    if (!String::IsFullPath(tstrPath) || !Storage::Directory::Create(tstrPath, attributes.Get(), &dwError)) {
-        Trace(kTraceError, L"Failed to create directory '%s', error = %d.", tstrPath.c_str(), dwError);
+    DWORD dwError = record.dwRefusal;
+    if (record.eRefusal != FileRefusal::eNone ||
+        !Storage::Directory::Create(record.tstrFolder, attributes.Get(), &dwError)) {
+        Trace(kTraceError, L"Failed to create directory '%s', error = %d.", record.tstrPath.c_str(), dwError);
     }
 }
 
-/// Splits a path of up to _MAX_PATH characters into folder and name pattern, then removes what matches.
-void RemoveMatching(const std::wstring& tstrPath,
+void RemoveMatching(const FileRecord& record, TraceFormat<int> tooLong,
                     bool (*pfnRemove)(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError))
 {
-    String::PathParts parts;
-    if (String::SplitPath(tstrPath, parts) != 0) {
-        Trace(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", ::GetLastError());
-        return;
+    DWORD dwError = record.dwRefusal;
+    switch (record.eRefusal) {
+        case FileRefusal::eTooLong: Trace(kTraceError, tooLong, static_cast<int>(record.tstrPath.size())); break;
+        case FileRefusal::eNotSplit:
+            Trace(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", dwError);
+            break;
+        case FileRefusal::eNotAFullPath: TraceFailedDelete(record, dwError); break;
+        case FileRefusal::eNone:
+            if (!pfnRemove(record.tstrFolder, record.tstrPattern, &dwError)) TraceFailedDelete(record, dwError);
+            break;
     }
-    const std::wstring tstrFolder = std::wstring(parts.szDrive) + parts.szDir;
-    const std::wstring tstrPattern = std::wstring(parts.szName) + parts.szExt;
-    DWORD dwError = kNotAFullPath;
-    if (!String::IsFullPath(tstrPath) || !pfnRemove(tstrFolder, tstrPattern, &dwError)) {
-        TraceFailedDelete(tstrFolder, tstrPattern, dwError);
-    }
-}
-
-void ScheduleFiles(const std::wstring& tstrPath)
-{
-    if (tstrPath.size() > _MAX_PATH) {
-        Trace(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.", static_cast<int>(tstrPath.size()));
-        return;
-    }
-    RemoveMatching(tstrPath, &Storage::Directory::ScheduleDeleteFiles);
-}
-
-void DeleteFilesNow(const std::wstring& tstrPath)
-{
-    if (tstrPath.size() > _MAX_PATH) {
-        Trace(kTraceError, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.", static_cast<int>(tstrPath.size()));
-        return;
-    }
-    RemoveMatching(tstrPath, &Storage::Directory::DeleteFiles);
 }
 
 }  // namespace
 
-void FrameworkDeployAgent::CreateDirBeforeReboot()
+FileRecord ParseFileRecord(int iOp, const std::wstring& tstrExpanded)
+{
+    FileRecord record;
+    record.tstrPath = tstrExpanded;
+    if (iOp == op_dir_delete || iOp == op_dir_add) ParseFolder(record, iOp == op_dir_delete);
+    if (iOp == op_file_delete || iOp == op_file_delete_now) ParsePattern(record);
+    return record;
+}
+
+void CreateDirBeforeReboot(const PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::CreateDirBeforeReboot()");
+    constexpr const Section& kSection = SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot");
     SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_DIR", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - QueryValue failed. [0x%08x]", dwError);
-        return;
-    }
-    ForEachRecord(records, L"add", [this](const std::wstring& tstrRecord) {
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
-        PerformFileOperation(tstrRecord, op_dir_add);
-    });
+    if (ReadSection(kSection, records)) CarryOutRecords(kSection, records, pathValues);
 }
 
-void FrameworkDeployAgent::RemoveFileAfterReboot()
+void RemoveFileAfterReboot(const PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::RemoveFileAfterReboot()");
+    constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
+    constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
     SectionRecords folders;
     SectionRecords files;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_DIR", folders, dwError) || !ReadInstructions(L"QOR_FILE", files, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]", dwError);
-        return;
-    }
-    ForEachRecord(folders, L"delete", [this](const std::wstring& tstrRecord) {
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
-              tstrRecord.c_str());
-        PerformFileOperation(tstrRecord, op_dir_delete);
-    });
-    ForEachRecord(files, L"delete", [this](const std::wstring& tstrRecord) {
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]",
-              tstrRecord.c_str());
-        PerformFileOperation(tstrRecord, op_file_delete);
-    });
-    ForEachRecord(files, L"delete_now", [this](const std::wstring& tstrRecord) {
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]",
-              tstrRecord.c_str());
-        PerformFileOperation(tstrRecord, op_file_delete_now);
-    });
+    if (!ReadSection(kFolders, folders) || !ReadSection(kFiles, files)) return;
+    CarryOutRecords(kFolders, folders, pathValues);
+    CarryOutRecords(kFiles, files, pathValues);
 }
 
-void FrameworkDeployAgent::PerformFileOperation(const std::wstring& tstrData, int iOp)
+void Records::CreateFolder(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
+    PerformFileOperation(pathValues, tstrRecord, op_dir_add);
+}
+
+void Records::RemoveFolder(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
+          tstrRecord.c_str());
+    PerformFileOperation(pathValues, tstrRecord, op_dir_delete);
+}
+
+void Records::RemoveFiles(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]", tstrRecord.c_str());
+    PerformFileOperation(pathValues, tstrRecord, op_file_delete);
+}
+
+void Records::RemoveFilesNow(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]", tstrRecord.c_str());
+    PerformFileOperation(pathValues, tstrRecord, op_file_delete_now);
+}
+
+void PerformFileOperation(const PathValues& pathValues, const std::wstring& tstrData, int iOp)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PerformFileOperation()");
     if (!IsRecordLengthValid(tstrData)) {
@@ -138,12 +158,19 @@ void FrameworkDeployAgent::PerformFileOperation(const std::wstring& tstrData, in
         return;
     }
     std::wstring tstrPath = tstrData;
-    m_pathValues.ExpandPlaceholders(tstrPath);
+    pathValues.ExpandPlaceholders(tstrPath);
+    const FileRecord record = ParseFileRecord(iOp, tstrPath);
     switch (iOp) {
-        case op_dir_delete: ScheduleFolder(tstrPath); break;
-        case op_dir_add: CreateFolder(tstrPath); break;
-        case op_file_delete: ScheduleFiles(tstrPath); break;
-        case op_file_delete_now: DeleteFilesNow(tstrPath); break;
+        case op_dir_delete: ScheduleFolder(record); break;
+        case op_dir_add: MakeFolder(record); break;
+        case op_file_delete:
+            RemoveMatching(record, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.",
+                           &Storage::Directory::ScheduleDeleteFiles);
+            break;
+        case op_file_delete_now:
+            RemoveMatching(record, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.",
+                           &Storage::Directory::DeleteFiles);
+            break;
         default: break;
     }
 }

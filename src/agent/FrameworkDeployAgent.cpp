@@ -1,6 +1,10 @@
 // The three phases of a deployment.
 #include "agent/QorDeployAgent.h"
 
+#include "agent/ComponentFiles.h"
+#include "agent/FileOperations.h"
+#include "agent/RunOnce.h"
+
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
@@ -23,7 +27,7 @@ bool FrameworkDeployAgent::DoPreAction()
     m_pathValues.ReadProductFolders();
     Trace(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
           m_pathValues.ProductDownloadDir().c_str());
-    CreateDirBeforeReboot();
+    CreateDirBeforeReboot(m_pathValues);
     return true;
 }
 
@@ -48,10 +52,10 @@ bool FrameworkDeployAgent::DoDeploy()
         bPackages |= kResourcePackage;
     }
 
-    if ((bPackages & kProgramPackage) && !DeployProgramPackage()) {
+    if ((bPackages & kProgramPackage) && !DeployProgramPackage(m_pathValues)) {
         Trace(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
     }
-    if ((bPackages & kResourcePackage) && !DeployResourceFiles(tstrResourceDir)) {
+    if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_pathValues, tstrResourceDir)) {
         Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
     return true;
@@ -60,8 +64,8 @@ bool FrameworkDeployAgent::DoDeploy()
 bool FrameworkDeployAgent::DoPostAction()
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DoPostAction()");
-    RemoveFileAfterReboot();
-    PostRunScript();
+    RemoveFileAfterReboot(m_pathValues);
+    PostRunScript(m_pathValues);
     WriteProgramDeployFlag();
     return true;
 }

@@ -1,10 +1,13 @@
-// The update information records of the instruction file.
-#include "agent/QorDeployAgent.h"
+#include "agent/IniEdits.h"
+
+#include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
+
+#include <vector>
 
 using namespace KzCommon;
 
@@ -12,51 +15,57 @@ namespace {
 
 enum Field : std::size_t { eSection, eKey, eValue, eFieldCount };
 
-void StoreIniValue(const std::wstring& tstrIniPath, const std::wstring& tstrSection, const std::wstring& tstrKey,
+void StoreIniValue(const IniTarget& target, const std::wstring& tstrSection, const std::wstring& tstrKey,
                    const std::wstring& tstrValue)
 {
-    if (!Storage::Ini::StoreValue(tstrIniPath, tstrSection, tstrKey, tstrValue)) {
+    if (!Storage::Ini::StoreValue(target.tstrWritten, tstrSection, tstrKey, tstrValue)) {
         Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
     }
 }
 
 }  // namespace
 
-void FrameworkDeployAgent::ModifyUpdateInfo(const std::wstring& tstrIniPath)
+IniRecord ParseIniRecord(const std::wstring& tstrData)
 {
-    const OperationTrace trace(L"FrameworkDeployAgent::ModifyUpdateInfo()", tstrIniPath);
-    SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"UPDATE_INFO", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::ModifyUpdateInfo() - QueryValue failed. [0x%08x]", dwError);
-        return;
-    }
-    ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
-        ModifyIniKeyValue(tstrIniPath, tstrRecord);
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
-    });
-    DeployVersion(tstrIniPath);
+    IniRecord record;
+    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, record.bTooManyFields);
+    fields.resize(eFieldCount);
+    record.tstrSection = std::move(fields[eSection]);
+    record.tstrKey = std::move(fields[eKey]);
+    record.tstrValue = std::move(fields[eValue]);
+    return record;
 }
 
-void FrameworkDeployAgent::ModifyIniKeyValue(const std::wstring& tstrIniPath, const std::wstring& tstrData)
+void ModifyUpdateInfo(const IniTarget& target)
 {
-    const OperationTrace trace(L"FrameworkDeployAgent::ModifyIniKeyValue()", tstrIniPath);
+    const OperationTrace trace(L"FrameworkDeployAgent::ModifyUpdateInfo()", target.tstrPath);
+    SectionRecords records;
+    if (!ReadSection(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"), records)) return;
+    ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
+        ModifyIniKeyValue(target, tstrRecord);
+        Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
+    });
+    DeployVersion(target);
+}
+
+void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData)
+{
+    const OperationTrace trace(L"FrameworkDeployAgent::ModifyIniKeyValue()", target.tstrPath);
     if (!IsRecordLengthValid(tstrData)) {
         Trace(kTraceError, L"ModifyIniKeyValue(tszData==empty || tszData.size()>1023)");
         return;
     }
-    bool bMore = false;
-    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, bMore);
-    if (bMore) Trace(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
-    fields.resize(eFieldCount);
-    Trace(kTraceInfo, L"[%s] %s=%s", fields[eSection].c_str(), fields[eKey].c_str(), fields[eValue].c_str());
-    if (fields[eSection].empty() || fields[eKey].empty() || fields[eValue].empty()) return;
-    StoreIniValue(tstrIniPath, fields[eSection], fields[eKey], fields[eValue]);
+    const IniRecord record = ParseIniRecord(tstrData);
+    if (record.bTooManyFields) {
+        Trace(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
+    }
+    Trace(kTraceInfo, L"[%s] %s=%s", record.tstrSection.c_str(), record.tstrKey.c_str(), record.tstrValue.c_str());
+    if (record.IsComplete()) StoreIniValue(target, record.tstrSection, record.tstrKey, record.tstrValue);
 }
 
-void DeployVersion(const std::wstring& tstrIniPath)
+void DeployVersion(const IniTarget& target)
 {
-    const OperationTrace trace(L"[Enter] DeployVersion(%s)", tstrIniPath, L"[Leve] DeployVersion()");
-    StoreIniValue(tstrIniPath, L"COMPONENT_LIST",
+    const OperationTrace trace(L"[Enter] DeployVersion(%s)", target.tstrPath, L"[Leve] DeployVersion()");
+    StoreIniValue(target, L"COMPONENT_LIST",
                   Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version", L"1.9.1112");
 }

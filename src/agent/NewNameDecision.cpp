@@ -1,6 +1,6 @@
 #include "agent/NewNameDecision.h"
 
-#include "agent/QorDeployAgent.h"
+#include "agent/RunOnce.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
@@ -77,7 +77,7 @@ void PreparePostUdActionForNewName()
         Trace(kTraceError, L"Failed to backup old shortcut configuration. Error code = %d", dwError);
     }
     Trace(kTraceInfo, L"Prepare RunOnce key for after-reboot actions: {InstalledDir}Brevant.exe /ApplyNewName");
-    FrameworkDeployAgent().RegisterSysRunOnce(L"{InstalledDir}Brevant.exe /ApplyNewName");
+    RegisterSysRunOnce(PathValues(), L"{InstalledDir}Brevant.exe /ApplyNewName");
 }
 
 bool NeedToInformUser()

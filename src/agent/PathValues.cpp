@@ -115,6 +115,20 @@ std::wstring PathValues::UpdateInfoFile() const
     return m_tstrInstallDir.empty() ? std::wstring() : m_tstrInstallDir + L"UpdateInfo.ini";
 }
 
+const PathValues::Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) const
+{
+    const auto [itVolume, bNew] = m_volumes.try_emplace(tstrFolder);
+    Volume& volume = itVolume->second;
+    if (!bNew) return volume;
+    wchar_t szMount[MAX_PATH] = {};
+    if (::GetVolumePathNameW(tstrFolder.c_str(), szMount, MAX_PATH)) {
+        volume.tstrMountPoint = szMount;
+    } else {
+        volume.dwError = ::GetLastError();
+    }
+    return volume;
+}
+
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 {
     // Most texts have none, and looking up the install folder takes longer than a whole registry record.

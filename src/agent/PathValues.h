@@ -1,7 +1,10 @@
 // The folders of one run, computed once, and the placeholders that stand for them in the instruction file.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 /// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
@@ -37,6 +40,15 @@ public:
     /// One folder per user profile when the configured one begins with "%USERPROFILE%".
     [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
 
+    /// What the system says of a folder's volume.
+    struct Volume {
+        std::wstring tstrMountPoint;    ///< with trailing backslash; empty when the question failed
+        DWORD dwError = ERROR_SUCCESS;  ///< its Win32 code
+    };
+
+    /// The volume that a folder (with trailing backslash) lies on, asked once for each folder. GetVolumePathNameW.
+    [[nodiscard]] const Volume& VolumeOf(const std::wstring& tstrFolder) const;
+
 private:
     void WidenProtectedLogFolder(const std::wstring& tstrConfigured);
 
@@ -47,6 +59,7 @@ private:
     std::wstring m_tstrServiceLogDir;
     std::wstring m_tstrInstallerLogDir;
     std::vector<std::wstring> m_protectedLogDirs;
+    mutable std::unordered_map<std::wstring, Volume> m_volumes;
 };
 
 /// A new GUID as text, without braces; a fixed text when the system has no memory for one. CoCreateGuid, UuidToStringW.

@@ -1,9 +1,14 @@
-// The registry records of the instruction file.
-#include "agent/QorDeployAgent.h"
+#include "agent/RegistryPatch.h"
+
+#include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <iterator>
+#include <vector>
 
 using namespace KzCommon;
 
@@ -15,29 +20,6 @@ constexpr DWORD kAbsentDword = 0xEB0A1234;
 constexpr ULONGLONG kAbsentQword = 0xEB0A1234EB0A1234;
 
 enum Field : std::size_t { eKeyPath, eValueName, eType, eData, eFieldCount };
-
-struct RegistryRecord {
-    std::wstring tstrKeyPath;
-    std::wstring tstrValueName;
-    std::wstring tstrType;
-    std::wstring tstrData;  // placeholders expanded
-    DWORD dwData = 0;       // the data as a number, 0 when it is none
-    ULONGLONG ullData = 0;
-};
-
-RegistryRecord ParseRecord(const std::wstring& tstrData, const PathValues& pathValues)
-{
-    bool bMore = false;
-    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, bMore);
-    if (bMore) Trace(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
-    fields.resize(eFieldCount);
-    RegistryRecord record{std::move(fields[eKeyPath]), std::move(fields[eValueName]), std::move(fields[eType]),
-                          std::move(fields[eData])};
-    record.dwData = String::ToDwordStrict(record.tstrData);
-    record.ullData = String::ToQwordStrict(record.tstrData);
-    pathValues.ExpandPlaceholders(record.tstrData);
-    return record;
-}
 
 template <class Value>
 bool Store(const RegistryRecord& record, const std::wstring& tstrName, const Value& value, DWORD& dwError)
@@ -85,44 +67,57 @@ void AddValueIfNone(const RegistryRecord& record, const Value& value, const Valu
     }
 }
 
-/// One data type of a registry record: how "add" and "add_if_non" write it.
-struct TypeRow {
-    const wchar_t* szType;
-    void (*pfnAdd)(const RegistryRecord&);
-    void (*pfnAddIfNone)(const RegistryRecord&);
-};
-
 void RefuseMultiText(const RegistryRecord&)
 {
     Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). REG_MULTI_SZ not supported yet");
 }
 
+void RefuseType(const RegistryRecord&)
+{
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
+}
+
+/// One data type of a registry record: its word, and how "add" and "add_if_non" write it.
+struct TypeRow {
+    const wchar_t* szType;  // null: any other word
+    RegistryType eType;
+    void (*pfnAdd)(const RegistryRecord&);
+    void (*pfnAddIfNone)(const RegistryRecord&);
+};
+
 const TypeRow kTypes[] = {
-    {L"REG_SZ",
+    {L"REG_SZ", RegistryType::eText,
      [](const RegistryRecord& record) {
          AddValue(record, record.tstrData, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
          AddValueIfNone<std::wstring>(record, record.tstrData, kAbsentText);
      }},
-    {L"REG_DWORD",
+    {L"REG_DWORD", RegistryType::eDword,
      [](const RegistryRecord& record) {
          AddValue(record, record.dwData, L"KzCommon::Storage::Reg::StoreValue(REG_DWORD) failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
          AddValueIfNone(record, record.dwData, kAbsentDword);
      }},
-    {L"REG_QDWORD",
+    {L"REG_QDWORD", RegistryType::eQword,
      [](const RegistryRecord& record) {
          AddValue(record, record.ullData, L"KzCommon::Storage::Reg::StoreValue(REG_QDWORD) failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
          AddValueIfNone(record, record.ullData, kAbsentQword);
      }},
-    {L"REG_MULTI_SZ", &RefuseMultiText, &RefuseMultiText},
+    {L"REG_MULTI_SZ", RegistryType::eMultiText, &RefuseMultiText, &RefuseMultiText},
+    {nullptr, RegistryType::eUnknown, &RefuseType, &RefuseType},
 };
 
-void DeleteRegistryValue(const RegistryRecord& record)
+const TypeRow& TypeOf(const std::wstring& tstrType)
+{
+    return *std::find_if(std::begin(kTypes), std::end(kTypes),
+                         [&](const TypeRow& row) { return !row.szType || tstrType == row.szType; });
+}
+
+void DeleteValue(const RegistryRecord& record)
 {
     Trace(kTraceInfo, L"To delete registry key: HKEY_LOCAL_MACHINE:%s:%s", record.tstrKeyPath.c_str(),
           record.tstrValueName.c_str());
@@ -133,7 +128,7 @@ void DeleteRegistryValue(const RegistryRecord& record)
     }
 }
 
-void WriteRegistryValue(const RegistryRecord& record, DWORD dwOp)
+void WriteValue(const RegistryRecord& record, DWORD dwOp)
 {
     if (dwOp == op_reg_add) {
         Trace(kTraceInfo, L"To write registry key: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
@@ -142,39 +137,71 @@ void WriteRegistryValue(const RegistryRecord& record, DWORD dwOp)
         Trace(kTraceInfo, L"To check if registry key exists: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
               record.tstrValueName.c_str(), record.tstrData.c_str());
     }
-    for (const TypeRow& row : kTypes) {
-        if (record.tstrType == row.szType) {
-            (dwOp == op_reg_add ? row.pfnAdd : row.pfnAddIfNone)(record);
-            return;
-        }
-    }
-    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
+    const TypeRow& row = TypeOf(record.tstrType);
+    (dwOp == op_reg_add ? row.pfnAdd : row.pfnAddIfNone)(record);
+}
+
+void AddAndTrace(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrRecord)
+{
+    PatchReg(pathValues, dwOp, tstrRecord);
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
 }
 
 }  // namespace
 
-void FrameworkDeployAgent::PatchRegistry()
+RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
 {
-    const OperationTrace trace(L"FrameworkDeployAgent::PatchRegistry()");
-    SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"QOR_REGISTRY_PATCH", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
-        return;
-    }
-    ForEachRecord(records, L"delete", [this](const std::wstring& tstrRecord) {
-        PatchReg(op_reg_delete, tstrRecord);
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
-    });
-    const auto add = [this](DWORD dwOp, const std::wstring& tstrRecord) {
-        PatchReg(dwOp, tstrRecord);
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
-    };
-    ForEachRecord(records, L"add", [&](const std::wstring& tstrRecord) { add(op_reg_add, tstrRecord); });
-    ForEachRecord(records, L"add_if_non", [&](const std::wstring& tstrRecord) { add(op_reg_add_if_non, tstrRecord); });
+    RegistryRecord record;
+    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, record.bTooManyFields);
+    record.cFields = fields.size();
+    fields.resize(eFieldCount);
+    record.tstrKeyPath = std::move(fields[eKeyPath]);
+    record.tstrValueName = std::move(fields[eValueName]);
+    record.tstrType = std::move(fields[eType]);
+    record.tstrData = std::move(fields[eData]);
+    record.eType = TypeOf(record.tstrType).eType;
+    record.dwData = String::ToDwordStrict(record.tstrData);
+    record.ullData = String::ToQwordStrict(record.tstrData);
+    return record;
 }
 
-void FrameworkDeployAgent::PatchReg(DWORD dwOp, const std::wstring& tstrData)
+bool CountsAsMissing(const RegistryRecord& record)
+{
+    switch (record.eType) {
+        case RegistryType::eText: return record.tstrData == kAbsentText;
+        case RegistryType::eDword: return record.dwData == kAbsentDword;
+        case RegistryType::eQword: return record.ullData == kAbsentQword;
+        case RegistryType::eMultiText:
+        case RegistryType::eUnknown: break;
+    }
+    return false;
+}
+
+void PatchRegistry(const PathValues& pathValues)
+{
+    const OperationTrace trace(L"FrameworkDeployAgent::PatchRegistry()");
+    constexpr const Section& kSection = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
+    SectionRecords records;
+    if (ReadSection(kSection, records)) CarryOutRecords(kSection, records, pathValues);
+}
+
+void Records::DeleteRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    PatchReg(pathValues, op_reg_delete, tstrRecord);
+    Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
+}
+
+void Records::AddRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    AddAndTrace(pathValues, op_reg_add, tstrRecord);
+}
+
+void Records::AddMissingRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+{
+    AddAndTrace(pathValues, op_reg_add_if_non, tstrRecord);
+}
+
+void PatchReg(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrData)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PatchReg()");
     if (!IsRecordLengthValid(tstrData)) {
@@ -185,11 +212,15 @@ void FrameworkDeployAgent::PatchReg(DWORD dwOp, const std::wstring& tstrData)
         Trace(kTraceError, L"PatchReg(op<op_begin_reg || op>op_end_reg)");
         return;
     }
-    const RegistryRecord record = ParseRecord(tstrData, m_pathValues);
+    RegistryRecord record = ParseRegistryRecord(tstrData);
+    if (record.bTooManyFields) {
+        Trace(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
+    }
+    pathValues.ExpandPlaceholders(record.tstrData);
     switch (dwOp) {
-        case op_reg_delete: DeleteRegistryValue(record); break;
+        case op_reg_delete: DeleteValue(record); break;
         case op_reg_add:
-        case op_reg_add_if_non: WriteRegistryValue(record, dwOp); break;
+        case op_reg_add_if_non: WriteValue(record, dwOp); break;
         default: Trace(kTraceError, L"FrameworkDeployAgent::PatchReg(). incorrect RegOp type"); break;
     }
 }

@@ -1,6 +1,6 @@
 #include "agent/RestartReminder.h"
 
-#include "agent/InstructionFile.h"
+#include "agent/Sections.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
@@ -30,10 +30,8 @@ struct Notification {
 Notification ReadNotification()
 {
     SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"RestartNotification_" + Frwk::Utility::GetLanguage(), records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]", dwError);
-    }
+    static_cast<void>(
+        ReadSection(SectionOf(L"RestartNotification_", L"RemindToReboot"), records, Frwk::Utility::GetLanguage()));
     Notification notification;
     auto [itText, itEnd] = records.equal_range(L"text");
     if (itText != itEnd) {

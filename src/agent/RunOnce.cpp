@@ -1,34 +1,40 @@
-// The run-once commands of the instruction file.
-#include "agent/QorDeployAgent.h"
+#include "agent/RunOnce.h"
+
+#include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
 #include "common/QorCommon_Touchpad.h"
 
 using namespace KzCommon;
 
-void FrameworkDeployAgent::PostRunScript()
+bool IsKeyboardFilterCommand(const std::wstring& tstrCommand)
+{
+    return tstrCommand.find(L"kbfilter.ini") != std::wstring::npos;
+}
+
+std::wstring MakeRunOnceRecord(const std::wstring& tstrName, const std::wstring& tstrExpanded)
+{
+    return L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce!" + tstrName + L"!REG_SZ!" + tstrExpanded;
+}
+
+void PostRunScript(const PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PostRunScript()");
     SectionRecords records;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!ReadInstructions(L"Run", records, dwError)) {
-        Trace(kTraceError, L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]", dwError);
-        return;
-    }
+    if (!ReadSection(SectionOf(L"Run", L"PostRunScript"), records)) return;
     const bool bTouchpadTooOld = QorCommon::IsETDExistAndDriverNotUpToDate();
     ForEachRecord(records, L"SysRunOnce", [&](const std::wstring& tstrCommand) {
         // The keyboard filter of that touchpad does not work with an old driver.
-        if (bTouchpadTooOld && tstrCommand.find(L"kbfilter.ini") != std::wstring::npos) return;
-        RegisterSysRunOnce(tstrCommand);
+        if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return;
+        RegisterSysRunOnce(pathValues, tstrCommand);
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]", tstrCommand.c_str());
     });
 }
 
-void FrameworkDeployAgent::RegisterSysRunOnce(const std::wstring& tstrCommand)
+void RegisterSysRunOnce(const PathValues& pathValues, const std::wstring& tstrCommand)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::RegisterSysRunOnce()");
     std::wstring tstrExpanded = tstrCommand;
-    m_pathValues.ExpandPlaceholders(tstrExpanded);
-    PatchReg(op_reg_add,
-             L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce!" + MakeUniqueName() + L"!REG_SZ!" + tstrExpanded);
+    pathValues.ExpandPlaceholders(tstrExpanded);
+    PatchReg(pathValues, op_reg_add, MakeRunOnceRecord(MakeUniqueName(), tstrExpanded));
 }

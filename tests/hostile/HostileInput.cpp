@@ -1,7 +1,10 @@
 // Every kind of input that comes with an update, in thousands of broken and malicious variants: nothing crashes or
 // hangs, and nothing is touched that the input does not name.
+#include "agent/ConfigMerge.h"
+#include "agent/IniEdits.h"
 #include "agent/PostRestartRename.h"
 #include "agent/QorDeployAgent.h"
+#include "agent/RegistryPatch.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/L10nReader.h"
@@ -117,9 +120,9 @@ TEST_F(HostileInput, InstructionFiles)
     const auto act = [&] {
         FrameworkDeployAgent agent;
         agent.DoPreAction();
-        agent.PatchRegistry();
-        agent.MergeConfig(tstrSettings);
-        agent.ModifyUpdateInfo(tstrSettings + L"UpdateInfo.ini");
+        PatchRegistry(agent.Paths());
+        MergeConfig(tstrSettings);
+        ModifyUpdateInfo({tstrSettings + L"UpdateInfo.ini", tstrSettings + L"UpdateInfo.ini"});
         agent.DoPostAction();
         named.clear();
     };

@@ -1,7 +1,7 @@
-// A product installed in a folder of the test's own, and the agent that works on it.
+// A product installed in a folder of the test's own.
 #pragma once
 
-#include "agent/QorDeployAgent.h"
+#include "agent/PathValues.h"
 #include "common/KzComn_String.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
@@ -24,6 +24,6 @@ protected:
     }
 
     TempFolder m_install;
-    FrameworkDeployAgent m_agent;
+    PathValues m_paths;
     RecordedTrace m_trace;
 };

@@ -1,6 +1,8 @@
 #include "common/KzComn_Handle.h"
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/ConfigMerge.h"
+
 #include <thread>
 
 namespace {
@@ -13,7 +15,7 @@ const std::string kTags = "[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigra
 
 class ConfigMergeTest : public AgentTest {
 protected:
-    void Merge() { m_agent.MergeConfig(m_install.PathOf(L"new\\")); }
+    void Merge() { MergeConfig(m_install.PathOf(L"new\\")); }
     /// Opens a file so that nobody else can.
     [[nodiscard]] KzCommon::UniqueFile Hold(const wchar_t* szName) const
     {

@@ -1,5 +1,7 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/FileOperations.h"
+
 #include "common/KzComn_Handle.h"
 
 using FileOperationsTest = AgentTest;
@@ -10,7 +12,7 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
     ::SetFileAttributesW(m_install.PathOf(L"c.dll").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
     const KzCommon::UniqueFile open(
         ::CreateFileW(m_install.PathOf(L"a.dll").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    m_agent.PerformFileOperation(L"{InstalledDir}*.dll", op_file_delete_now);
+    PerformFileOperation(m_paths, L"{InstalledDir}*.dll", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"a.dll", L"d.txt", L"f.dll\\", L"f.dll\\e.dll"));
     EXPECT_EQ(1, CountTraced("!!! Failed to delete file '" + KzCommon::String::ToUtf8(m_install.Path()) +
                              "*.dll', error = 32."));
@@ -38,7 +40,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
     // clang-format on
     for (const auto& [tstrRecord, iOp, strTraced] : rows) {
         m_trace.Clear();
-        m_agent.PerformFileOperation(tstrRecord, iOp);
+        PerformFileOperation(m_paths, tstrRecord, iOp);
         EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(strTraced)));
     }
     EXPECT_THAT(m_install.List(), ElementsAre(L"file", L"there\\"));

@@ -1,5 +1,8 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/IniEdits.h"
+#include "common/KzComn_IniFile.h"
+
 class IniEditsTest : public AgentTest {
 protected:
     [[nodiscard]] std::wstring Value(const wchar_t* szSection, const wchar_t* szKey) const
@@ -23,7 +26,7 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
     for (const auto& [tstrRecord, szValue, szTraced] : rows) {
         m_install.Write(L"UpdateInfo.ini", "");
         m_trace.Clear();
-        m_agent.ModifyIniKeyValue(m_tstrFile, tstrRecord);
+        ModifyIniKeyValue({m_tstrFile, m_tstrFile}, tstrRecord);
         EXPECT_EQ(Value(L"S", L"K"), szValue);
         EXPECT_EQ(CountTraced(szTraced), 1);
     }
@@ -32,10 +35,10 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
 TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
 {
     m_install.Write(L"UpdateInfo.ini", "");
-    m_agent.ModifyUpdateInfo(m_tstrFile);
+    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), L"-");
     Instruct("[UPDATE_INFO]\r\nmodify=COMPONENT_LIST!Component103_iUD_Version!0\r\nmodify=A!B!C\r\n");
-    m_agent.ModifyUpdateInfo(m_tstrFile);
+    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), L"1.9.1112");
     EXPECT_EQ(Value(L"A", L"B"), L"C");
     EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the blank belongs to it";

@@ -1,5 +1,7 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/InstructionFile.h"
+
 class InstructionFileTest : public AgentTest {
 protected:
     [[nodiscard]] SectionRecords Read(const std::wstring& tstrSection, DWORD dwExpected = ERROR_SUCCESS) const

@@ -16,7 +16,6 @@ protected:
         return tstrText;
     }
     const std::wstring m_tstrInstall = m_install.Path();
-    PathValues m_paths;
 };
 
 TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)

@@ -1,5 +1,7 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/RegistryPatch.h"
+
 namespace {
 
 const wchar_t kKey[] = L"SOFTWARE\\X";
@@ -54,22 +56,22 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
         if (before) WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Name", *before);
         m_trace.Clear();
-        m_agent.PatchReg(dwOp, kKey + tstrRecord);
+        PatchReg(m_paths, dwOp, kKey + tstrRecord);
         EXPECT_EQ(Value(L"Name"), after);
         EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr(strTraced)));
     }
-    m_agent.PatchReg(op_reg_add, L"");
-    m_agent.PatchReg(op_reg_delete, L"!!!");
+    PatchReg(m_paths, op_reg_add, L"");
+    PatchReg(m_paths, op_reg_delete, L"!!!");
     EXPECT_EQ(CountTraced(strTooLong) + CountTraced(kStore + "() failed. Win32ErrorCode=a0"), 2);
 }
 
 TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)
 {
-    m_agent.PatchReg(op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed");
+    PatchReg(m_paths, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
-    m_agent.PatchReg(op_reg_add, L"SOFTWARE\\X!(Default)!REG_SZ!literal");
+    PatchReg(m_paths, op_reg_add, L"SOFTWARE\\X!(Default)!REG_SZ!literal");
     EXPECT_EQ(Value(L"(Default)"), RawText(L"literal"));
-    m_agent.PatchReg(op_reg_delete, L"SOFTWARE\\X!(Default)");
+    PatchReg(m_paths, op_reg_delete, L"SOFTWARE\\X!(Default)");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
     EXPECT_EQ(Value(L""), RawText(L"unnamed"));
 }
@@ -81,7 +83,7 @@ TEST_F(RegistryPatchTest, PassesRunInTheirOwnOrderAndBadRecordsStopNothing)
     Instruct(
         "[QOR_REGISTRY_PATCH]\nadd_if_non=SOFTWARE\\X!A!REG_SZ!late\nadd=SOFTWARE\\X!A!REG_SZ!added\nadd=" + strLong +
         "\nadd=SOFTWARE\\X\njunk\nDELETE=SOFTWARE\\X!A\ndelete=SOFTWARE\\X!A\nadd=SOFTWARE\\X!B!REG_DWORD!1\n");
-    m_agent.PatchRegistry();
+    PatchRegistry(m_paths);
     EXPECT_EQ(Value(L"A"), RawText(L"added"));
     EXPECT_EQ(Value(L"B"), RawNumber(1));
     std::vector<std::string> passes = m_trace.Messages();

@@ -1,0 +1,36 @@
+// The update information records of the instruction file.
+#pragma once
+
+#include <string>
+
+/// An INI record taken apart. A field that the record does not have is empty.
+struct IniRecord {
+    std::wstring tstrSection;
+    std::wstring tstrKey;
+    std::wstring tstrValue;
+    bool bTooManyFields = false;
+
+    /// Whether there is something to write.
+    [[nodiscard]] bool IsComplete() const noexcept
+    {
+        return !tstrSection.empty() && !tstrKey.empty() && !tstrValue.empty();
+    }
+};
+
+/// Takes a record apart; does and traces nothing.
+[[nodiscard]] IniRecord ParseIniRecord(const std::wstring& tstrData);
+
+/// The INI file that is changed.
+struct IniTarget {
+    std::wstring tstrPath;     ///< the file that the change is for, as the trace names it
+    std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
+};
+
+/// Changes keys of an INI file and records the deployed version in it.
+void ModifyUpdateInfo(const IniTarget& target);
+
+/// Carries out one record of section, key and value. WritePrivateProfileStringW.
+void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData);
+
+/// Writes the version of the agent's own component. WritePrivateProfileStringW.
+void DeployVersion(const IniTarget& target);

@@ -1,0 +1,127 @@
+#include "agent/PackageLayout.h"
+
+#include "agent/DeploySettings.h"
+
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
+
+using namespace KzCommon;
+
+namespace PackageLayout {
+
+namespace {
+
+using enum Base;
+using enum Depth;
+using enum When;
+
+constexpr DeployStep kProgramSteps[] = {
+    // clang-format off
+    {L"FrameworkDeployAgent::DeployFrameworkFiles()", {
+        {{ePackage, L""}, {eInstall, L""}, eFolderOnly, eAtRestart,
+         L"FrameworkDeployAgent::DeployFrameworkFiles(tsSrcFrameworkFolder[%s], tsDstFrameworkFolder[%s])"}}},
+    {L"FrameworkDeployAgent::DeployDriverFiles()", {
+        {{ePackage, L"Driver"}, {eInstall, L"Driver"}, eFolderOnly, eNow},
+        {{ePackage, L"Driver"}, {eSystemDrive, L""}, eFolderOnly, eNow}}},
+    {L"FrameworkDeployAgent::DeployEngineFiles()", {
+        {{eProduct, L"Engine\\Preload"}, {eAppData, L"Kazmere\\KZVLT\\Engine\\Preload"}, eFolderOnly, eAtRestart,
+         L"FrameworkDeployAgent::DeployEngineFiles(tstrPreLoadEngineSourceDir[%s], tstrInstallPreLoadEngine[%s])"},
+        {{eShare, L"Engine"}, {eInstall, L""}, eFolderOnly, eAtRestart,
+         L"FrameworkDeployAgent::DeployPatternFiles(tstrEngineSourceDir[%s], tstrInstallEngine[%s])"}}},
+    {L"FrameworkDeployAgent::DeployPatternFiles()", {
+        {{eShare, L"Patterns"}, {eInstall, L"Patterns"}, eFolderOnly, eAtRestart,
+         L"FrameworkDeployAgent::DeployPatternFiles(tstrPatternSourceDir[%s], tstrInstallPattern[%s])"}}},
+    {L"FrameworkDeployAgent::Deploy7ZipFiles()", {
+        {{eShare, L"7-Zip"}, {eInstall, L""}, eWithSubfolders, eAtRestart,
+         L"FrameworkDeployAgent::Deploy7ZipFiles(tstr7ZipSourceDir[%s], tstrInstall7Zip[%s])"}}},
+    {L"FrameworkDeployAgent::DeployBrowserFiles()", {
+        {{eShare, L"QorFirefoxExt"}, {eInstall, L"QorFirefoxExt"}, eWithSubfolders, eAtRestart,
+         L"FrameworkDeployAgent::DeployBrowserFiles(tstrFirefoxExtSourceDir[%s], tstrInstallFirefoxExt[%s])"},
+        {{eShare, L"QorNativeMessaging"}, {eInstall, L"QorNativeMessaging"}, eFolderOnly, eAtRestart,
+         L"CDeployComponentsAction::DeployBrowserFiles(tstrNativeMsgSourceDir[%s], tstrInstallNativeMsg[%s])"},
+        {{eShare, L"QorIEExt"}, {eInstall, L""}, eFolderOnly, eAtRestart,
+         L"CDeployComponentsAction::DeployBrowserFiles(tstrIEExtSourceDir[%s], tstrInstallIEExt[%s])"}}},
+    {L"FrameworkDeployAgent::DeployUIFiles()", {
+        {{eShare, L"UI"}, {eInstall, L""}, eFolderOnly, eAtRestart},
+        {{eShare, L"Resource"}, {eInstall, L"Resource"}, eWithSubfolders, eAtRestart}}},
+    {L"FrameworkDeployAgent::DeployTaskFiles()", {
+        {{eShare, L"Task"}, {eInstall, L"Task"}, eWithSubfolders, eAtRestart}}},
+    {L"FrameworkDeployAgent::DeploySettings()", {
+        {{eShare, L"Setting"}, {eInstall, L""}, eWithSubfolders, eAtRestart,
+         L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])"}},
+     &PrepareSettings},
+    // clang-format on
+};
+
+constexpr DeployStep kResourceStep = {
+    // clang-format off
+    L"FrameworkDeployAgent::DeployResourceFiles()", {
+        {{eResource, L""}, {eInstall, L"Resource"}, eWithSubfolders, eAtRestart,
+         L"CDeployComponentsAction::DeployBrowserFiles(tsDownload[%s], tsDst[%s])"}},
+    // clang-format on
+};
+
+/// The root of the drive that Windows lies on; empty when the system folder is not known.
+std::wstring SystemDriveRoot()
+{
+    const std::wstring tstrSystem = Process::SystemFolder();
+    if (tstrSystem.empty()) return {};
+    String::PathParts parts;
+    const int iError = String::SplitPath(tstrSystem, parts);
+    if (iError != 0 || !parts.szDrive[0]) {
+        Trace(kTraceError, L"Cannot retrieve system drive letter: %d", iError);
+        return L"C:\\";
+    }
+    return String::EnsureBackslash(parts.szDrive);
+}
+
+}  // namespace
+
+std::span<const DeployStep> ProgramSteps() noexcept
+{
+    return kProgramSteps;
+}
+
+const DeployStep& ResourceStep() noexcept
+{
+    return kResourceStep;
+}
+
+BaseFolders::BaseFolders(const PackageFolders& folders)
+{
+    const auto set = [this](Base eBase, std::wstring tstrFolder) {
+        m_bases[static_cast<std::size_t>(eBase)] = std::move(tstrFolder);
+    };
+    const std::wstring& tstrProduct = folders.tstrProductDownloadDir;
+    // The updater lays the package out with the component's name once more below the platform's folder.
+    const std::wstring tstrPlatform = String::FolderBelow(tstrProduct, Process::Is64BitWindows() ? L"64bit" : L"32bit");
+    set(ePackage, String::FolderBelow(tstrPlatform, folders.tstrProductDownloadPath));
+    set(eProduct, tstrProduct);
+    set(eShare, String::FolderBelow(tstrProduct, L"Share"));
+    set(eResource, folders.tstrResourceDownloadDir);
+    set(eInstall, folders.tstrInstallDir);
+    set(eAppData, Process::CommonAppDataFolder());
+    set(eSystemDrive, SystemDriveRoot());
+}
+
+std::wstring BaseFolders::FolderOf(const Place& place) const
+{
+    return String::FolderBelow(m_bases[static_cast<std::size_t>(place.eBase)], place.szBelow);
+}
+
+std::vector<FolderCopy> ListCopies(const PackageFolders& folders)
+{
+    const BaseFolders bases(folders);
+    std::vector<FolderCopy> copies;
+    const auto add = [&](const DeployStep& step) {
+        for (const CopyRow& row : step.rows) {
+            copies.push_back(
+                {&step, bases.FolderOf(row.source), bases.FolderOf(row.destination), row.eDepth, row.eWhen});
+        }
+    };
+    for (const DeployStep& step : ProgramSteps()) add(step);
+    add(ResourceStep());
+    return copies;
+}
+
+}  // namespace PackageLayout

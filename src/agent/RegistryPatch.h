@@ -1,0 +1,55 @@
+// The registry records of the instruction file.
+#pragma once
+
+#include "agent/InstructionFile.h"
+#include "agent/PathValues.h"
+
+#include <windows.h>
+
+#include <string>
+
+/// What a registry record's type word means.
+enum class RegistryType {
+    eText,       ///< REG_SZ
+    eDword,      ///< REG_DWORD
+    eQword,      ///< REG_QDWORD
+    eMultiText,  ///< REG_MULTI_SZ: known, and refused
+    eUnknown
+};
+
+/// A registry record taken apart: key path, value name and, for all but a deletion, type and data. A field that the
+/// record does not have is empty.
+struct RegistryRecord {
+    std::wstring tstrKeyPath;
+    std::wstring tstrValueName;
+    std::wstring tstrType;
+    std::wstring tstrData;  ///< placeholders as they stand
+    RegistryType eType = RegistryType::eUnknown;
+    DWORD dwData = 0;         ///< the data as a number, 0 when it is none
+    ULONGLONG ullData = 0;    ///< the same in 64 bits
+    std::size_t cFields = 0;  ///< how many there are, further ones not counted
+    bool bTooManyFields = false;
+};
+
+/// Takes a record apart; does and traces nothing.
+[[nodiscard]] RegistryRecord ParseRegistryRecord(const std::wstring& tstrData);
+
+/// Whether the data of `record` is what stands for a missing value of its type: the operation that adds missing values
+/// rewrites a value that holds it.
+[[nodiscard]] bool CountsAsMissing(const RegistryRecord& record);
+
+/// Carries out the registry records: all deletes, then all adds, then all adds of missing values.
+void PatchRegistry(const PathValues& pathValues);
+
+/// Carries out one registry record below HKEY_LOCAL_MACHINE; `dwOp` is a RegOp. Traces what becomes of it.
+/// RegSetValueExW, RegDeleteValueW.
+void PatchReg(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrData);
+
+namespace Records {
+
+// The operations of the section's keys, one record each.
+void DeleteRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
+void AddRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
+void AddMissingRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
+
+}  // namespace Records

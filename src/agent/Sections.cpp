@@ -1,0 +1,20 @@
+#include "agent/Sections.h"
+
+using namespace KzCommon;
+
+bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    if (ReadInstructions(section.szName + std::wstring(tstrLanguage), records, dwError)) return true;
+    Trace(kTraceError, section.missing, dwError);
+    return false;
+}
+
+void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues)
+{
+    for (const SectionKey& key : section.keys) {
+        if (!key.pfnCarryOut) continue;
+        ForEachRecord(records, key.szKey,
+                      [&](const std::wstring& tstrRecord) { key.pfnCarryOut(pathValues, tstrRecord); });
+    }
+}
