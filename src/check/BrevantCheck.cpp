@@ -2,6 +2,7 @@
 // it and changes nothing.
 #include "check/CommandLine.h"
 #include "check/Lint.h"
+#include "check/TraceSummary.h"
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_String.h"
@@ -22,6 +23,12 @@ constexpr Verb kVerbs[] = {
      L"  --strict         warnings count as errors\n\n"
      L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
+    {L"trace", L"FILE... [--all]",
+     L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"
+     L"(FILE.1, ...) are read along.\n\n"
+     L"  --all            shows also the lines that look like failures and are none\n\n"
+     L"Exit code: 0 read, 2 wrong use, 3 cannot read.",
+     kAll, 1, SIZE_MAX, RunTrace},
 };
 
 /// Writes to a console as text, to a file or pipe as UTF-8. False when not all could be written.

@@ -60,15 +60,25 @@ void CheckRecord(const IniRecord& record, const KnownSection& known, Report& rep
     }
 }
 
+/// The section that may have been meant; one with a language, with the language that was written or an example.
+std::wstring NearestSection(const std::wstring& tstrName)
+{
+    const std::size_t uLanguage = tstrName.rfind(L'_') + 1;
+    const std::wstring tstrLanguage = uLanguage < tstrName.size() ? tstrName.substr(uLanguage) : L"EN-US";
+    std::vector<std::wstring> names;
+    for (const KnownSection& known : KnownSections()) {
+        names.push_back(known.szName + (known.bLanguage ? tstrLanguage : std::wstring()));
+    }
+    return NearestOf(tstrName, names);
+}
+
 void CheckSectionName(const IniScan& scan, const IniSection& section, const KnownSection* pKnown, Report& report)
 {
     const auto add = [&](Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) {
         report.Add(eRule, kInstructionFile, section.place, L"[" + section.tstrName + L"] " + tstrText, tstrSuggestion);
     };
     if (!pKnown) {
-        std::vector<std::wstring> names;
-        for (const KnownSection& known : KnownSections()) names.emplace_back(known.szName);
-        add(Rule::eUnknownSection, L"is no section that anything reads", NearestOf(section.tstrName, names));
+        add(Rule::eUnknownSection, L"is no section that anything reads", NearestSection(section.tstrName));
         return;
     }
     const IniSection* const pFirst = scan.Find(section.tstrName);

@@ -113,7 +113,7 @@ std::string FormatSarif(const Report& report, const std::wstring& tstrFolder)
     run["originalUriBaseIds"][kFolderId]["uri"] = FileUri(tstrFolder);
     run["results"] = DescribeResults(report);
     Json::Value log;
-    log["$schema"] = "https://json.schemastore.org/sarif-2.1.0.json";
+    log["$schema"] = "https://docs.oasis-open.org/sarif/sarif/v2.1.0/errata01/os/schemas/sarif-schema-2.1.0.json";
     log["version"] = "2.1.0";
     log["runs"].append(run);
     return ToJsonText(log);
