@@ -17,9 +17,9 @@ namespace {
 constexpr std::size_t kMostCharacters = 1023;
 
 /// All that may stand in front, in the order in which a full path is compared with their folders.
-constexpr const wchar_t* kPlaceholders[] = {kDownloadDir,        kInstalledDir,       L"{InstallerLogDir}",
-                                            L"{InteractiveLogDir}", L"{ServiceLogDir}", L"{ProtectedLogDir}",
-                                            kAppData,            kSystemDrive};
+constexpr const wchar_t* kPlaceholders[] = {
+    kDownloadDir,         kInstalledDir, L"{InstallerLogDir}", L"{InteractiveLogDir}", L"{ServiceLogDir}",
+    L"{ProtectedLogDir}", kAppData,      kSystemDrive};
 
 }  // namespace
 
@@ -62,8 +62,7 @@ MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wst
     const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
     m_folders[kInstalledDir] = tstrFolder;
     if (IsRelativeName(tstrDownloadPath)) {
-        m_folders[kDownloadDir] =
-            String::FolderBelow(String::FolderBelow(tstrFolder, L"Component"), tstrDownloadPath);
+        m_folders[kDownloadDir] = String::FolderBelow(String::FolderBelow(tstrFolder, L"Component"), tstrDownloadPath);
     }
     m_folders[L"{InstallerLogDir}"] = paths.InstallerLogDir();
     m_folders[L"{InteractiveLogDir}"] = paths.InteractiveLogDir();

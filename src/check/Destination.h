@@ -20,7 +20,7 @@ inline constexpr wchar_t kDownloadDir[] = L"{UdComponentsSrcDir}";
 /// A place taken apart.
 struct Destination {
     std::wstring tstrPlaceholder;  ///< one of those that are known
-    std::wstring tstrName;         ///< below its folder: plain names with backslashes between them; empty for the folder
+    std::wstring tstrName;  ///< below its folder: plain names with backslashes between them; empty for the folder
 };
 
 /// Whether every part of a relative name is the plain name of one file or folder, so that it can only mean something
@@ -34,8 +34,8 @@ struct Destination {
 /// The folders of this machine behind the placeholders.
 class MachineFolders {
 public:
-    /// `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product package's download folder; empty
-    /// when it is not known.
+    /// `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product package's download folder;
+    /// empty when it is not known.
     MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath);
 
     [[nodiscard]] const std::wstring& InstalledDir() const { return FolderOf(kInstalledDir); }

@@ -3,7 +3,7 @@
 #include "check/Destination.h"
 #include "check/ErrorWords.h"
 
-#include "agent/IniEdits.h"
+#include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
 #include "agent/Sections.h"
 #include "common/KzComn_File.h"
@@ -25,27 +25,36 @@ std::wstring LowerCase(std::wstring tstrText)
     return tstrText;
 }
 
-RegistryPromise& ValueOf(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
-                         const std::wstring& tstrName)
+RegistryPromise* FindValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
+                           const std::wstring& tstrName)
 {
     const auto itValue = std::find_if(registry.begin(), registry.end(), [&](const RegistryPromise& promise) {
         return String::EqualsNoCase(promise.tstrKeyPath, tstrKeyPath) &&
                String::EqualsNoCase(promise.tstrValueName, tstrName);
     });
-    if (itValue != registry.end()) return *itValue;
-    RegistryPromise promise;
-    promise.tstrKeyPath = tstrKeyPath;
-    promise.tstrValueName = tstrName;
-    return registry.emplace_back(promise);
+    return itValue == registry.end() ? nullptr : &*itValue;
 }
 
-bool IsKnown(const std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
-             const std::wstring& tstrName)
+RegistryPromise& FindOrAddValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
+                                const std::wstring& tstrName)
 {
-    return std::any_of(registry.begin(), registry.end(), [&](const RegistryPromise& promise) {
-        return String::EqualsNoCase(promise.tstrKeyPath, tstrKeyPath) &&
-               String::EqualsNoCase(promise.tstrValueName, tstrName);
-    });
+    if (RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, tstrName)) return *pKnown;
+    RegistryPromise& promise = registry.emplace_back();
+    promise.tstrKeyPath = tstrKeyPath;
+    promise.tstrValueName = tstrName;
+    return promise;
+}
+
+/// Whether "add_if_non" leaves a value alone of which the records before it tell the state: one of the same type,
+/// unless its data are those that stand for a missing value.
+bool IsLeftAlone(const RegistryPromise& known, const RegistryRecord& record)
+{
+    if (known.eState == ValueState::eAbsent || known.eType != record.eType) return false;
+    RegistryRecord held = record;
+    held.tstrData = known.tstrData;
+    held.dwData = static_cast<DWORD>(known.ullData);
+    held.ullData = known.ullData;
+    return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
 }
 
 void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState eState)
@@ -62,9 +71,8 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
 
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
 {
-    if (!record.tstrKeyPath.empty()) {
-        ValueOf(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
-    }
+    if (record.tstrKeyPath.empty()) return;
+    FindOrAddValue(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
 }
 
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
@@ -72,37 +80,25 @@ void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& 
     const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
                           record.eType == RegistryType::eQword;
     if (!bWritten || record.tstrKeyPath.empty()) return;
-    const bool bKnown = IsKnown(registry, record.tstrKeyPath, record.tstrValueName);
-    if (!bOnlyMissing) {
-        SetData(ValueOf(registry, record.tstrKeyPath, record.tstrValueName), record, ValueState::eData);
-        return;
-    }
-    const bool bLiteral = record.tstrValueName == L"(Default)";
-    if (bKnown) {
-        const RegistryPromise& known = ValueOf(registry, record.tstrKeyPath, record.tstrValueName);
-        // One of the same type stays, unless its data are those that stand for a missing value.
-        RegistryRecord held = record;
-        held.tstrData = known.tstrData;
-        held.dwData = static_cast<DWORD>(known.ullData);
-        held.ullData = known.ullData;
-        const bool bSentinel = known.eState == ValueState::eData && CountsAsMissing(held);
-        if (known.eState != ValueState::eAbsent && known.eType == record.eType && !bSentinel) return;
-    }
-    RegistryPromise& promise = ValueOf(registry, record.tstrKeyPath, bLiteral ? std::wstring() : record.tstrValueName);
-    SetData(promise, record, bKnown || bLiteral ? ValueState::eData : ValueState::eAnyData);
-    promise.bUnlessLiteral = bLiteral && !bKnown;
+    const RegistryPromise* const pKnown = FindValue(registry, record.tstrKeyPath, record.tstrValueName);
+    if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
+    // Looked for under its literal name, written as the unnamed value.
+    const bool bUnnamed = bOnlyMissing && record.tstrValueName == L"(Default)";
+    const bool bKnown = pKnown != nullptr;
+    RegistryPromise& promise =
+        FindOrAddValue(registry, record.tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
+    SetData(promise, record, !bOnlyMissing || bUnnamed || bKnown ? ValueState::eData : ValueState::eAnyData);
+    promise.bUnlessLiteral = bUnnamed && !bKnown;
 }
 
-bool PromiseIniValue(std::vector<IniPromise>& updateInfo, const std::wstring& tstrRecord)
+void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record)
 {
-    const IniRecord record = ParseIniRecord(tstrRecord);
-    if (!IsRecordLengthValid(tstrRecord) || !record.IsComplete()) return false;
+    if (!record.IsComplete()) return;
     std::erase_if(updateInfo, [&](const IniPromise& promise) {
         return String::EqualsNoCase(promise.tstrSection, record.tstrSection) &&
                String::EqualsNoCase(promise.tstrKey, record.tstrKey);
     });
     updateInfo.push_back({record.tstrSection, record.tstrKey, record.tstrValue});
-    return true;
 }
 
 namespace {
@@ -288,9 +284,9 @@ private:
         const SectionRecords records = Read(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"));
         if (records.empty()) return;
         ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
-            PromiseIniValue(m_promises.updateInfo, tstrRecord);
+            if (IsRecordLengthValid(tstrRecord)) PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
         });
-        PromiseIniValue(m_promises.updateInfo, DeployedVersionRecord());
+        PromiseIniValue(m_promises.updateInfo, DeployedVersion());
     }
 
     /// Puts a file in its place; one that was to go there before loses it.

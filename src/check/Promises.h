@@ -1,6 +1,7 @@
 // What an update promises to a machine: what is there, and what is gone, when it has arrived.
 #pragma once
 
+#include "agent/IniEdits.h"
 #include "agent/RegistryPatch.h"
 #include "check/Sha256.h"
 #include "check/Update.h"
@@ -55,6 +56,7 @@ struct IniPromise {
     std::wstring tstrValue;
 };
 
+/// All of them.
 struct Promises {
     std::wstring tstrProduct;   ///< the product package's download path
     std::wstring tstrResource;  ///< the resource package's
@@ -74,11 +76,11 @@ struct Promises {
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing);
 /// The same for a "delete".
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record);
-/// Carries an INI record out on what the records before it promise. False when it writes nothing.
-bool PromiseIniValue(std::vector<IniPromise>& updateInfo, const std::wstring& tstrRecord);
+/// The same for a record of the update information.
+void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record);
 
-/// All that an update promises, with the contents of its files. What cannot be promised is a line of `tstrErrors`. False
-/// when a file cannot be read.
+/// All that an update promises, with the contents of its files. What cannot be promised is a line of `tstrErrors`.
+/// False when a file cannot be read.
 [[nodiscard]] bool CollectPromises(const Update& update, Promises& promises, std::wstring& tstrErrors);
 
 }  // namespace Check

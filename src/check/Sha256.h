@@ -18,8 +18,8 @@ struct Content {
 /// Reads files through one buffer. One that is a link is not followed but refused.
 class ContentReader {
 public:
-    /// Only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a folder.
-    /// CreateFileW.
+    /// Only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a
+    /// folder. CreateFileW.
     [[nodiscard]] bool ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError);
     /// Size and hash, with the same codes. ReadFile, BCryptHashData.
     [[nodiscard]] bool Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError);
