@@ -23,6 +23,7 @@ namespace {
 
 constexpr unsigned kDeployedFiles = 500;
 constexpr unsigned kRecords = 1000;
+constexpr unsigned kIniRecords = 200;
 constexpr unsigned kGrowth[] = {10, 100, 1000, 3000};
 constexpr unsigned kGrowthRounds = 5;
 constexpr unsigned kShortRounds = 3;  // times as many where a round takes a moment only
@@ -50,14 +51,13 @@ void MeasurePairs(const char* szName, unsigned cRounds, Other&& other, Ours&& ou
     }
 }
 
-/// What a deployment asks of Windows for each file, and nothing else. Returns the ticks inside MoveFileExW.
+/// Registers the moves that a deployment registers, and nothing else. Returns the ticks inside MoveFileExW.
 LONGLONG DeployBare(const std::vector<FolderPair>& folders)
 {
     LONGLONG llMoves = 0;
     for (const FolderPair& folder : folders) {
         wchar_t szSource[MAX_PATH];
         wchar_t szDestination[MAX_PATH];
-        wchar_t szMount[MAX_PATH];
         wchar_t* pSourceName = szSource + folder.tstrSource.copy(szSource, MAX_PATH);
         wchar_t* pDestinationName = szDestination + folder.tstrDestination.copy(szDestination, MAX_PATH);
         ::lstrcpyW(pSourceName, L"*.*");
@@ -68,8 +68,6 @@ LONGLONG DeployBare(const std::vector<FolderPair>& folders)
             if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) continue;
             ::lstrcpyW(pSourceName, data.cFileName);
             ::lstrcpyW(pDestinationName, data.cFileName);
-            ::GetVolumePathNameW(szSource, szMount, MAX_PATH);
-            ::GetVolumePathNameW(szDestination, szMount, MAX_PATH);
             const LONGLONG llStart = Now();
             ::MoveFileExW(szSource, szDestination, MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT);
             llMoves += Now() - llStart;
@@ -79,10 +77,15 @@ LONGLONG DeployBare(const std::vector<FolderPair>& folders)
     return llMoves;
 }
 
-void Deploy()
+void Deploy(FrameworkDeployAgent& agent)
+{
+    Require(agent.DoDeploy(), "the deployment runs");
+}
+
+void DeployFiles()
 {
     FrameworkDeployAgent agent;
-    Require(agent.DoDeploy(), "the deployment runs");
+    Deploy(agent);
 }
 
 /// A deployment with its trace, as the program has it: opened before, closed after.
@@ -90,7 +93,7 @@ void DeployWithTrace()
 {
     const Storage::Key settings(HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT\\1\\DebugLog");
     Require(GlobalDebugLog().Open(L"Brevant", settings, L".\\", nullptr), "the trace can be opened");
-    Deploy();
+    DeployFiles();
     Require(CloseGlobalDebugLog(), "the trace was open");
 }
 
@@ -98,7 +101,7 @@ void MeasureDeployment(unsigned cRounds)
 {
     const std::vector<FolderPair> folders = MakePackage(kDeployedFiles);
     MeasurePairs(
-        "deploy", cRounds, [&] { DeployBare(folders); }, Deploy);
+        "deploy", cRounds, [&] { DeployBare(folders); }, DeployFiles);
     Require(CountPendingTexts() == 2 * kDeployedFiles, "every file is pending");
 
     MeasurePairs(
@@ -121,7 +124,7 @@ void MeasureGrowth()
         for (unsigned uRound = 0; uRound < kGrowthRounds; ++uRound) {
             LONGLONG llMoves = 0;
             const double dBare = Measure([&] { llMoves = DeployBare(folders); });
-            const double dOurs = Measure(Deploy);
+            const double dOurs = Measure(DeployFiles);
             std::printf("growth\t%u\t%.1f\t%.1f\t%.1f\n", cFiles, dBare, Microseconds(llMoves), dOurs);
             std::fflush(stdout);
         }
@@ -155,6 +158,35 @@ void MeasureRegistry(unsigned cRounds)
     Require(::RegGetValueW(HKEY_LOCAL_MACHINE, kRecordKey, RecordName(kRecords - 1).c_str(), RRF_RT_REG_SZ, nullptr,
                            nullptr, &cb) == ERROR_SUCCESS,
             "the last record is written");
+}
+
+/// What a whole update asks of Windows, and nothing else.
+void UpdateBare(const std::vector<FolderPair>& folders)
+{
+    AddBare();
+    const std::wstring tstrUpdateInfo = UpdateInfoPath();
+    for (unsigned uIndex = 0; uIndex < kIniRecords; ++uIndex) {
+        const std::wstring tstrName = RecordName(uIndex);
+        ::WritePrivateProfileStringW(L"COMPONENT_LIST", tstrName.c_str(), tstrName.c_str(), tstrUpdateInfo.c_str());
+    }
+    DeployBare(folders);
+}
+
+void MeasureUpdate(unsigned cRounds)
+{
+    const std::vector<FolderPair> folders = MakePackage(kDeployedFiles);
+    WriteUpdateRecords(kRecords, kIniRecords);
+    MeasurePairs(
+        "update", cRounds, [&] { UpdateBare(folders); },
+        [] {
+            FrameworkDeployAgent agent;
+            agent.DoPreAction();
+            Deploy(agent);
+            agent.DoPostAction();
+        });
+    // The update information is one file more.
+    Require(CountPendingTexts() == 2 * (kDeployedFiles + 1) || CountPendingTexts() == 2 * kDeployedFiles,
+            "every file is pending");
 }
 
 void MeasureDisabledTrace(unsigned cRounds)
@@ -209,6 +241,7 @@ int main(int argc, char** argv)
     if (bGrowth) MeasureGrowth();
     MeasureDisabledTrace(cRounds);
     MeasureRegistry(kShortRounds * cRounds);
+    MeasureUpdate(cRounds);
     MeasureMemory(cRounds);
     Reset();
     return 0;

@@ -159,6 +159,24 @@ void WriteRegistryRecords(unsigned cRecords)
     WriteInstructions(strText);
 }
 
+void WriteUpdateRecords(unsigned cRegistryRecords, unsigned cIniRecords)
+{
+    CreateFolder(std::wstring(kInstallDir) + kPackage + L"Setting\\");
+    std::string strText = "[QOR_REGISTRY_PATCH]\r\n";
+    for (unsigned uIndex = 0; uIndex < cRegistryRecords; ++uIndex) strText += RegistryRecord(uIndex) + "\r\n";
+    strText += "[UPDATE_INFO]\r\n";
+    for (unsigned uIndex = 0; uIndex < cIniRecords; ++uIndex) {
+        const std::string strName = std::to_string(1000 + uIndex);
+        strText += "modify=COMPONENT_LIST!" + strName + "!" + strName + "\r\n";
+    }
+    WriteInstructions(strText);
+}
+
+std::wstring UpdateInfoPath()
+{
+    return std::wstring(kInstallDir) + L"UpdateInfo.ini";
+}
+
 void WriteLargestInstructions()
 {
     CreateFolder(std::wstring(kInstallDir) + kPackage + L"Setting\\");
@@ -183,6 +201,8 @@ void Reset()
             "the list of pending moves can be opened");
     ::RegDeleteValueW(manager.Get(), kPendingMoves);
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRecordKey);
+    ::DeleteFileW((std::wstring(kInstallDir) + kPackage + L"Setting\\UpdateInfo.ini").c_str());
+    const UniqueFile updateInfo = CreateNew(UpdateInfoPath());
     static_cast<void>(Storage::Directory::DeleteFiles(kTraceDir, L"*", nullptr));
 }
 

@@ -38,6 +38,13 @@ void EnableTrace(bool bEnable);
 /// Writes an instruction file with that many registry records.
 void WriteRegistryRecords(unsigned cRecords);
 
+/// Writes an instruction file with that many registry and INI records, and the installed update information and
+/// settings folder that the INI records need.
+void WriteUpdateRecords(unsigned cRegistryRecords, unsigned cIniRecords);
+
+/// The installed update information file.
+[[nodiscard]] std::wstring UpdateInfoPath();
+
 /// Writes the largest instruction file that is carried out in full: every section as long as is still read.
 void WriteLargestInstructions();
 

@@ -8,8 +8,8 @@ set(kCoreImports
      RegFlushKey RegOpenKeyExW RegQueryValueExW RegSetValueExW"
     "api-ms-win-core-processthreads-l1-1-0: OpenProcessToken"
     "api-ms-win-security-base-l1-1-0: GetSidSubAuthority GetSidSubAuthorityCount GetTokenInformation")
-# Every function of these is loaded at its first call, by src/runtime/DelayLoad.cpp. Not for functions that take
-# floating point numbers: the linker's stubs do not keep those.
+# Every function of these is looked up at its first call, or all of them by LoadDelayedLibraries (src/runtime/DelayLoad.h).
+# Not for functions that take floating point numbers: the linker's stubs do not keep those.
 set(kDelayedLibraries
     advapi32 bcrypt crypt32 ole32 oleaut32 rpcrt4 setupapi shell32 shlwapi user32 wtsapi32)
 
@@ -42,7 +42,13 @@ function(brevant_delayed_library name)
         list(REMOVE_DUPLICATES functions)
         brevant_import_library(${name}_delayed ${name} "${functions}" --output-delaylib)
     endif()
-    target_link_libraries(brevant_system INTERFACE ${made})
+    target_link_libraries(brevant_runtime INTERFACE ${made})
+    # By this name the linker's stubs know the library.
+    set(symbol __DELAY_IMPORT_DESCRIPTOR_lib${name}_delayed_a)
+    string(APPEND kDelayDeclarations "extern const ImgDelayDescr ${symbol};\n")
+    string(APPEND kDelayTable "    &${symbol},\n")
+    set(kDelayDeclarations "${kDelayDeclarations}" PARENT_SCOPE)
+    set(kDelayTable "${kDelayTable}" PARENT_SCOPE)
 endfunction()
 
 file(MAKE_DIRECTORY ${kImportDir})
@@ -53,11 +59,14 @@ foreach(row IN LISTS kCoreImports)
     brevant_import_library(${dll} ${dll} "${words}" --output-lib)
     target_link_libraries(brevant_system INTERFACE ${kImportDir}/lib${dll}.a)
 endforeach()
+
+# Every program links the runtime. Its delay hook is asked for by name: only so does it take the place of the empty one
+# that the toolchain's helper, linked later, would bring along.
+add_library(brevant_runtime STATIC src/runtime/DelayHook.cpp src/runtime/DelayLoad.cpp src/runtime/StackGuard.cpp)
+target_link_libraries(brevant_runtime PRIVATE brevant_options)
+target_link_options(brevant_runtime INTERFACE -Wl,-u,__pfnDliNotifyHook2)
 foreach(name IN LISTS kDelayedLibraries)
     brevant_delayed_library(${name})
 endforeach()
-
-# Every program links the runtime, which takes the place of the compiler's.
-add_library(brevant_runtime STATIC src/runtime/DelayLoad.cpp src/runtime/StackGuard.cpp)
-target_link_libraries(brevant_runtime PRIVATE brevant_options)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/DelayedLibraries.h.in ${PROJECT_BINARY_DIR}/generated/DelayedLibraries.h)
 target_link_libraries(brevant_system INTERFACE brevant_runtime uuid)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs BrevantCheck from Debian on a throwaway machine: tools/check.sh VERB ARGUMENT... with paths of the host, or
-# tools/check.sh UPDATE... to lint each update. Exit code: the program's, of several updates the highest; 3010 (a restart
-# is pending) shows as 194.
+# tools/check.sh UPDATE... to lint each update. Exit code: the program's, of several updates the highest; 3010, a
+# restart is pending, shows as 194.
 set -euo pipefail
 here="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -1,16 +1,18 @@
 // Entry point of the patch agent.
 //
 //   /DeployFramework   deploys the downloaded update, then decides about the product's new name; 0, or -1 when the
-//                      deployment reports failure
+//                      deployment reports failure, or cannot begin because a library of Windows is missing
 //   /ApplyNewName      finishes the rename after the restart; 0
 //   any other text     decides about the new name only; 0
 //   nothing            does nothing; 0
+#include "agent/GuardedStep.h"
 #include "agent/NewNameDecision.h"
 #include "agent/PostRestartRename.h"
 #include "agent/QorDeployAgent.h"
 #include "agent/RestartReminder.h"
 #include "common/Frwk_Utility.h"
-#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_String.h"
+#include "runtime/DelayLoad.h"
 
 #include <memory>
 #include <new>
@@ -30,20 +32,33 @@ void OpenDebugLog()
     static_cast<void>(GlobalDebugLog().Open(L"Brevant", settings, L".\\", &dwSessionKind));
 }
 
-/// Runs one phase; memory that runs out ends the phase, not the run.
+/// Whether every library that a run may call is there. One that is missing would end the run at its first call, which
+/// may be half-way through a deployment.
+bool HasLibraries()
+{
+    bool bComplete = false;
+    RunGuarded(L"The loading of libraries", [&] {
+        const char* szMissing = "";
+        DWORD dwError = ERROR_SUCCESS;
+        bComplete = LoadDelayedLibraries(szMissing, dwError);
+        if (bComplete) return;
+        Trace(kTraceError, L"*** %s is missing in Windows: nothing is changed. [0x%08x]",
+              String::FromAnsi(szMissing).c_str(), dwError);
+    });
+    return bComplete;
+}
+
 bool RunPhase(QorDeployAgent& agent, bool (QorDeployAgent::*pfnPhase)())
 {
     bool bOk = false;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Guarded(&dwError, [&] { bOk = (agent.*pfnPhase)(); })) {
-        Trace(kTraceError, L"*** A phase of the deployment ended early. [0x%08x]", dwError);
-    }
+    RunGuarded(L"A phase of the deployment", [&] { bOk = (agent.*pfnPhase)(); });
     return bOk;
 }
 
 bool RunDeployment()
 {
-    const std::unique_ptr<QorDeployAgent> agent(new (std::nothrow) FrameworkDeployAgent);
+    std::unique_ptr<QorDeployAgent> agent;
+    RunGuarded(L"The making of the agent", [&] { agent.reset(new (std::nothrow) FrameworkDeployAgent); });
     if (!agent) return true;
     static_cast<void>(RunPhase(*agent, &QorDeployAgent::DoPreAction));
     const bool bDeployed = RunPhase(*agent, &QorDeployAgent::DoDeploy);
@@ -54,42 +69,56 @@ bool RunDeployment()
 void DecideAboutNewName()
 {
     if (CheckIfNewProdNameApplied() || !NeedToApplyNewName()) return;
+    if (!CanScheduleNewName()) return;
     // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
     TagNewProdNameApplied();
     PreparePostUdActionForNewName();
     if (NeedToInformUser()) RemindToReboot();
 }
 
+void ApplyNewName()
+{
+    // Windows starts this at somebody's logon: no console window is to stay on the screen meanwhile.
+    ::FreeConsole();
+    if (HasLibraries()) RunGuarded(L"The rename", &PostUdActionForNewName);
+}
+
+int CloseWith(int iExitCode)
+{
+    CloseGlobalDebugLog();
+    return iExitCode;
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv)
 {
+    // Libraries of Windows load theirs by name alone: from the system folder, never from the program's.
+    ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     // Nobody is there to close a box about a damaged library or a drive without a disk.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
-    OpenDebugLog();
+    RunGuarded(L"The opening of the trace", &OpenDebugLog);
     // Not used here, but a missing install folder stands at the head of the trace.
-    static_cast<void>(Frwk::Utility::GetInstalledFolder());
+    RunGuarded(L"The look-up of the install folder", &Frwk::Utility::GetInstalledFolder);
     if (argc < 2) {
         Trace(kTraceInfo, L"Paramter is not right");
         Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
-        CloseGlobalDebugLog();
-        return kSuccess;
+        return CloseWith(kSuccess);
     }
     const std::wstring_view tstrSwitch = argv[1];
     Trace(kTraceInfo, L"Paramter is %s", argv[1]);
 
     if (tstrSwitch == L"/ApplyNewName") {
-        PostUdActionForNewName();
+        ApplyNewName();
         return kSuccess;  // the trace closes itself at the end of the process
     }
-    const bool bDeployed = tstrSwitch != L"/DeployFramework" || RunDeployment();
+    const bool bLibraries = HasLibraries();
+    const bool bDeployed = tstrSwitch != L"/DeployFramework" || (bLibraries && RunDeployment());
     Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
     if (!bDeployed) {
         Trace(kTraceError, L"Patch Agent failed to perform update");
-        CloseGlobalDebugLog();
-        return kFailure;
+        return CloseWith(kFailure);
     }
-    DecideAboutNewName();
-    CloseGlobalDebugLog();
-    return kSuccess;
+    if (bLibraries) RunGuarded(L"The decision about the new name", &DecideAboutNewName);
+    return CloseWith(kSuccess);
 }

@@ -4,6 +4,8 @@
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
+#include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
 #include <cwchar>
@@ -57,6 +59,7 @@ void WarnOfMountPoint(const PathValues& pathValues, const std::wstring& tstrFile
 /// it there for good: nothing tells it from somebody else's file, so the next run takes the next name.
 bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestination, std::wstring& tstrStaged)
 {
+    DWORD dwError = ERROR_SUCCESS;
     for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
         std::wstring tstrIndex;
         if (!String::UlToStr(ulIndex, tstrIndex)) {
@@ -65,8 +68,9 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
         }
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
         Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
-        DWORD dwError = ERROR_SUCCESS;
-        if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError)) {
+        // A source that others hold is waited for once, not for each of the names.
+        const bool bWait = !Storage::IsHeldByOthers(dwError);
+        if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError, bWait)) {
             tstrStaged = tstrTempFileWithIndex;
             return true;
         }
@@ -92,6 +96,39 @@ void CopyOne(const PathValues& pathValues, const std::wstring& tstrSource, const
         Trace(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
               tstrSource.c_str(), dwError);
     }
+}
+
+/// One folder of a walk: its entries, of which those before `uNext` are done.
+struct WalkLevel {
+    std::wstring tstrSourceDir;
+    std::wstring tstrDestinationDir;
+    std::vector<Storage::Directory::Entry> entries;
+    std::size_t uNext = 0;
+};
+
+/// Lists a folder of a walk. Only of the walk's first folder is it no failure not to be there.
+WalkLevel ListLevel(std::wstring tstrSourceDir, std::wstring tstrDestinationDir, const std::wstring& tstrPattern,
+                    bool bFirst)
+{
+    WalkLevel level{
+        .tstrSourceDir = std::move(tstrSourceDir), .tstrDestinationDir = std::move(tstrDestinationDir), .entries = {}};
+    const auto add = [&](const Storage::Directory::Entry& entry) {
+        level.entries.push_back(entry);
+    };
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::Directory::ForEachEntry(level.tstrSourceDir, tstrPattern, add, &dwError) &&
+        dwError != ERROR_FILE_NOT_FOUND && !(bFirst && dwError == ERROR_PATH_NOT_FOUND)) {
+        Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
+              level.tstrSourceDir.c_str(), dwError);
+    }
+    return level;
+}
+
+/// What a link points to is not part of the package: moving it would take it from somebody else.
+void TraceLink(const std::wstring& tstrFolder)
+{
+    Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - [%s] is a link and is not followed.",
+          tstrFolder.c_str());
 }
 
 void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
@@ -139,26 +176,30 @@ bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceD
               tstrSourceDir.c_str(), tstrDestinationDir.c_str());
         return true;
     }
-    // The folders that are still to be listed, source and destination: a tree can be too deep for recursion.
-    std::vector<std::pair<std::wstring, std::wstring>> folders{
-        {String::EnsureBackslash(tstrSourceDir), String::EnsureBackslash(tstrDestinationDir)}};
-    while (!folders.empty()) {
-        const std::wstring tstrSource = std::move(folders.back().first);
-        const std::wstring tstrDestination = std::move(folders.back().second);
-        folders.pop_back();
-        const auto copyEntry = [&](const Storage::Directory::Entry& entry) {
-            if (!entry.bFolder) {
-                CopyOne(pathValues, tstrSource + entry.tstrName, tstrDestination + entry.tstrName, bAfterReboot);
-            } else if (bRecurse && !entry.bLink) {
-                // What a link points to is not part of the package: moving it would take it from somebody else.
-                folders.emplace_back(tstrSource + entry.tstrName + L'\\', tstrDestination + entry.tstrName + L'\\');
-            }
-        };
-        DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::Directory::ForEachEntry(tstrSource, tstrPattern, copyEntry, &dwError) &&
-            dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
-            Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
-                  tstrSource.c_str(), dwError);
+    const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
+    if (Storage::Directory::IsLink(tstrRoot)) {
+        TraceLink(tstrRoot);
+        return true;
+    }
+    // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
+    std::vector<WalkLevel> levels;
+    levels.push_back(ListLevel(tstrRoot, String::EnsureBackslash(tstrDestinationDir), tstrPattern, true));
+    while (!levels.empty()) {
+        WalkLevel& level = levels.back();
+        if (level.uNext == level.entries.size()) {
+            levels.pop_back();
+            continue;
+        }
+        const Storage::Directory::Entry entry = std::move(level.entries[level.uNext++]);
+        if (!entry.bFolder && Storage::File::IsTemporaryName(entry.tstrName)) continue;  // of a run that was ended
+        const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
+        const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
+        if (!entry.bFolder) {
+            CopyOne(pathValues, tstrSource, tstrDestination, bAfterReboot);
+        } else if (bRecurse && entry.bLink) {
+            TraceLink(tstrSource);
+        } else if (bRecurse) {
+            levels.push_back(ListLevel(tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
         }
     }
     return true;
@@ -186,9 +227,8 @@ bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrS
         if (!StageCopy(tstrSource, tstrDestination, tstrStaged)) return false;
     }
 
-    if (!::MoveFileExW(tstrStaged.c_str(), tstrDestination.c_str(),
-                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_DELAY_UNTIL_REBOOT)) {
-        const DWORD dwError = ::GetLastError();
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::File::MoveAtRestart(tstrStaged, tstrDestination, &dwError)) {
         Trace(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrStaged.c_str(), tstrDestination.c_str(),
               dwError);
         // A staged copy that nothing will move would lie there for good.

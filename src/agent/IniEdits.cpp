@@ -2,6 +2,8 @@
 
 #include "agent/Sections.h"
 
+#include "BrevantVersion.h"
+
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
@@ -67,7 +69,7 @@ IniRecord DeployedVersion()
 {
     return {.tstrSection = L"COMPONENT_LIST",
             .tstrKey = Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version",
-            .tstrValue = L"1.9.1112"};
+            .tstrValue = BREVANT_WIDE_VERSION};
 }
 
 void DeployVersion(const IniTarget& target)

@@ -60,6 +60,13 @@ bool NeedToApplyNewName()
     return false;
 }
 
+bool CanScheduleNewName()
+{
+    if (!Frwk::Utility::GetInstalledFolder().empty()) return true;
+    Trace(kTraceError, L"*** CanScheduleNewName() - the install folder is not known, the new name is not scheduled.");
+    return false;
+}
+
 void TagNewProdNameApplied()
 {
     Trace(kTraceStep, L"TagNewProdNameApplied(), write registry %s to be %s", kMarkerName, kMarkerData);

@@ -6,8 +6,7 @@ namespace Check {
 void CheckConfiguration(const Subject& subject, Report& report)
 {
     for (const std::wstring& tstrFile : SettingFiles(subject.update, L"config", L"xml")) {
-        const auto document = ReadXml(subject.update, tstrFile, Rule::eConfigNotXml, report);
-        if (!document) continue;
+        static_cast<void>(ReadXml(subject.update, tstrFile, Rule::eConfigNotXml, report));
     }
 }
 

@@ -14,7 +14,7 @@ constexpr Severity kWarning = Severity::eWarning;
 constexpr RuleRow kRules[] = {
     // clang-format off
     {Rule::eEncoding, kError, L"encoding",
-     L"Windows reads characters outside ASCII in the code page of each machine, unless the file is UTF-16 with its mark."},
+     L"Windows reads characters outside ASCII in the code page of each machine, unless the file is marked UTF-16."},
     {Rule::eNoRecord, kError, L"no-record", L"A line that is no record is passed over without a word."},
     {Rule::eUnknownSection, kError, L"unknown-section", L"Nothing reads a section of that name."},
     {Rule::eRepeatedSection, kError, L"repeated-section", L"Windows reads the first section of a name only."},
@@ -27,7 +27,8 @@ constexpr RuleRow kRules[] = {
     {Rule::eScanDiffers, kError, L"scan-differs",
      L"Windows finds another number of records than this check: its places cannot be trusted."},
 
-    {Rule::eUnknownPlaceholder, kError, L"unknown-placeholder", L"Text in braces that is no placeholder stays as it is."},
+    {Rule::eUnknownPlaceholder, kError, L"unknown-placeholder",
+     L"Text in braces that is no placeholder stays as it is."},
     {Rule::ePlaceholderNotExpanded, kError, L"placeholder-not-expanded",
      L"Placeholders are not expanded here: the text is taken as it stands."},
     {Rule::eLogFolderMayBeUnset, kWarning, L"log-folder-may-be-unset",
@@ -60,7 +61,8 @@ constexpr RuleRow kRules[] = {
      L"The agent records its version only when the section UPDATE_INFO is there."},
     {Rule::eCommandExclamation, kError, L"command-exclamation", L"A \"!\" ends the command."},
     {Rule::eCommandTooLong, kError, L"command-too-long", L"Windows runs commands of up to 260 characters only."},
-    {Rule::eUnquotedPath, kError, L"unquoted-path", L"A path with blanks outside quotes is not the path it seems to be."},
+    {Rule::eUnquotedPath, kError, L"unquoted-path",
+     L"A path with blanks outside quotes is not the path it seems to be."},
     {Rule::eCommandNamesMovedFile, kError, L"command-names-moved-file",
      L"The restart moves the file away before the command starts."},
 
@@ -82,7 +84,8 @@ constexpr RuleRow kRules[] = {
     {Rule::eShortcutName, kError, L"shortcut-name", L"The name is refused, and the item left out."},
     {Rule::eShortcutTarget, kError, L"shortcut-target", L"The shortcut leads to a file that is not there."},
     {Rule::eShortcutPlace, kError, L"shortcut-place", L"The shortcut lies in a place that is never created."},
-    {Rule::eStringTable, kError, L"string-table", L"The product's name cannot be read: its entry has an empty or wrong name."},
+    {Rule::eStringTable, kError, L"string-table",
+     L"The product's name cannot be read: its entry has an empty or wrong name."},
     {Rule::eNotification, kWarning, L"notification", L"Built-in English texts are shown instead of what is missing."},
     // clang-format on
 };

@@ -2,6 +2,7 @@
 
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
+#include "common/KzComn_ShieldedCall.h"
 #include "common/KzComn_String.h"
 
 #include <cstdio>
@@ -64,6 +65,28 @@ std::wstring Format(const wchar_t* szFormat, ...)
     std::wstring tstrText = FormatV(szFormat, arguments);
     va_end(arguments);
     return tstrText;
+}
+
+/// Whether a character ends a line for some reader, or cannot be seen at all.
+bool IsControl(wchar_t ch) noexcept
+{
+    const bool bControl = ch < 0x20 || (ch >= 0x7F && ch < 0xA0);
+    return (bControl && ch != L'\t') || ch == 0x2028 || ch == 0x2029;
+}
+
+/// Adds a text with its line breaks made visible ("\r", "\n", "\x2028"): a line is one line, and a value from the
+/// registry or an update cannot forge another.
+void AppendVisibly(std::wstring& tstrLine, const std::wstring& tstrText)
+{
+    for (const wchar_t ch : tstrText) {
+        if (!IsControl(ch)) {
+            tstrLine.push_back(ch);
+        } else if (ch == L'\r' || ch == L'\n') {
+            tstrLine += ch == L'\r' ? L"\\r" : L"\\n";
+        } else {
+            tstrLine += Format(L"\\x%04x", ch);
+        }
+    }
 }
 
 const wchar_t* SubKeyOf(const DebugLogConfig& config) noexcept
@@ -154,12 +177,24 @@ bool DebugLog::StartLibrary(const std::wstring& tstrLibraryFolder)
 {
     if (!m_library.LoadFrom(tstrLibraryFolder)) return false;
     void* pTrace = nullptr;
-    if (m_library.m_pfnInitialize(&pTrace, &m_config) != 0 || !pTrace) {
+    const DebugLogConfig* pConfig = &m_config;
+    if (!CallLibrary(m_library.m_pfnInitialize, &pTrace, pConfig) || !pTrace) {
         m_library.Free();
         return false;
     }
     m_pTrace = pTrace;
     return true;
+}
+
+template <class... Arguments>
+bool DebugLog::CallLibrary(DWORD(__stdcall* pfn)(Arguments*...), Arguments*... arguments)
+{
+    DWORD dwResult = ERROR_SUCCESS;
+    if (Library::CallShielded(dwResult, pfn, arguments...)) return dwResult == ERROR_SUCCESS;
+    m_library.Abandon();
+    m_pTrace = nullptr;
+    SetState(false, false, 0);
+    return false;
 }
 
 void DebugLog::SetModuleName(const std::wstring& tstrModuleName)
@@ -205,7 +240,8 @@ bool DebugLog::WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const 
     ::GetLocalTime(&stNow);
     const std::wstring tstrLine = BuildLine(szFile, dwLine, dwLevel, stNow, tstrMessage);
     const std::lock_guard lock(m_callLock);
-    return m_library.m_pfnTrace && m_library.m_pfnTrace(m_pTrace, &stNow, tstrLine.c_str()) == 0;
+    const SYSTEMTIME* pTime = &stNow;
+    return m_library.m_pfnTrace && CallLibrary(m_library.m_pfnTrace, m_pTrace, pTime, tstrLine.c_str());
 }
 
 std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const SYSTEMTIME& stNow,
@@ -216,7 +252,7 @@ std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel
         Format(L"%02d/%02d/%04d %02d:%02d:%02d.%03d %04x:%04x %3s <%s> ", stNow.wDay, stNow.wMonth, stNow.wYear,
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
                ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
-    tstrLine += tstrMessage;
+    AppendVisibly(tstrLine, tstrMessage);
     return tstrLine + Format(L" - %s(%lu)\r\n", String::FromAnsi(String::BaseName(szFile)).c_str(), dwLine);
 }
 
@@ -225,7 +261,7 @@ bool DebugLog::Close()
     const std::lock_guard lock(m_callLock);
     if (!m_bInitialized) return false;
     if (m_library.IsLoaded()) {
-        static_cast<void>(m_library.m_pfnUninitialize(m_pTrace));
+        static_cast<void>(CallLibrary(m_library.m_pfnUninitialize, m_pTrace));
         m_pTrace = nullptr;
         m_library.Free();
     }

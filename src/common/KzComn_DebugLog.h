@@ -22,7 +22,8 @@ inline constexpr DWORD kTraceError = 256;  ///< failures
 enum TraceSession : DWORD { eDetectSession = 0, eInteractiveSession = 1, eServiceSession = 2, eProtectedSession = 3 };
 
 /// Reads its settings from a store, loads the trace library when tracing is enabled, and hands it one finished line per
-/// call. Nothing throws; a trace that cannot be written is not written.
+/// call. Nothing throws; a trace that cannot be written is not written, and a fault inside the library ends the trace
+/// only.
 class DebugLog {
 public:
     DebugLog() = default;
@@ -48,6 +49,9 @@ public:
 private:
     [[nodiscard]] bool ReadSettings(const Storage::Key& settings);
     [[nodiscard]] bool StartLibrary(const std::wstring& tstrLibraryFolder);
+    /// Calls a procedure of the library; true when it returned 0. A fault inside it ends the trace, not the program.
+    template <class... Arguments>
+    [[nodiscard]] bool CallLibrary(DWORD(__stdcall* pfn)(Arguments*...), Arguments*... arguments);
     void SetModuleName(const std::wstring& tstrModuleName);
     void SetState(bool bInitialized, bool bEnabled, DWORD dwLevelMask);
     [[nodiscard]] bool WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const std::wstring& tstrMessage);

@@ -1,7 +1,5 @@
 #include "common/KzComn_Expat.h"
 
-#include <type_traits>
-
 namespace KzCommon::Library {
 
 bool Expat::LoadBesideProgram(DWORD* pdwError)
@@ -15,10 +13,9 @@ bool Expat::LoadBesideProgram(DWORD* pdwError)
 
 bool Expat::Resolve(DWORD* pdwError) noexcept
 {
-    DWORD dwError = ERROR_SUCCESS;
+    ProcedureLoader procedures(*this);
     const auto take = [&](auto& pfn, const char* szName) {
-        pfn = GetProcedure<std::remove_reference_t<decltype(pfn)>>(szName);
-        if (!pfn) dwError = ::GetLastError();
+        procedures.Take(pfn, szName);
     };
     take(m_functions.ParserCreate, "XML_ParserCreate");
     take(m_functions.ParserFree, "XML_ParserFree");
@@ -39,8 +36,7 @@ bool Expat::Resolve(DWORD* pdwError) noexcept
     take(m_functions.GetCurrentLineNumber, "XML_GetCurrentLineNumber");
     take(m_functions.GetCurrentColumnNumber, "XML_GetCurrentColumnNumber");
     take(m_functions.GetCurrentByteCount, "XML_GetCurrentByteCount");
-    if (dwError != ERROR_SUCCESS && pdwError) *pdwError = dwError;
-    return dwError == ERROR_SUCCESS;
+    return procedures.HasAll(pdwError);
 }
 
 void Expat::Free() noexcept

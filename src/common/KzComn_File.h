@@ -13,13 +13,26 @@ namespace KzCommon::Storage::File {
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
 
 /// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. It is replaced as a
-/// whole where possible: whenever the process ends, it holds the old content or the new. False with the code in
-/// `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW, MoveFileExW.
+/// whole, owner and access rights kept, where possible: whenever the process ends, it holds the old content or the new.
+/// A link in its place is replaced itself. Unless `bWait` is false (for new files only), what others hold is waited
+/// for, some two seconds. False with the code in `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path
+/// is empty, ERROR_ACCESS_DENIED (5) for a destination that is read-only, or hidden while the source is not. CopyFileW,
+/// MoveFileExW.
 [[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
-                        DWORD* pdwError);
+                        DWORD* pdwError, bool bWait = true);
 
-/// Strips the attributes that block a deletion and deletes the file now. SetFileAttributesW, DeleteFileW.
+/// Makes `tstrCopy` a copy of `tstrSource` in one step, with its access rights and, where it can be given, its owner;
+/// an older copy, read-only or not, is replaced. False with the code in `*pdwError` (may be null), an older copy as it
+/// was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW, MoveFileExW.
+[[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
+
+/// Strips the attributes that block a deletion and deletes the file now; one that others hold is waited for, some two
+/// seconds. SetFileInformationByHandle.
 [[nodiscard]] bool Delete(const std::wstring& tstrPath, DWORD* pdwError);
+
+/// Registers a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. False
+/// with the code in `*pdwError` (may be null), after some two seconds for what may pass. MoveFileExW.
+[[nodiscard]] bool MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError);
 
 }  // namespace KzCommon::Storage::File
 
@@ -31,6 +44,12 @@ namespace KzCommon::Storage::Directory {
 /// Whether `tstrPath` is a junction or symbolic link, which points elsewhere; yes also for a reparse point of which
 /// nothing more can be told. FindFirstFileW.
 [[nodiscard]] bool IsLink(const std::wstring& tstrPath);
+
+/// The full path, without backslashes at its end; as it is when the system cannot tell. GetFullPathNameW.
+[[nodiscard]] std::wstring FullPath(const std::wstring& tstrPath);
+
+/// How many characters of a full path name its drive ("C:") or share ("\\\\server\\share").
+[[nodiscard]] std::size_t RootLength(const std::wstring& tstrFull);
 
 /// Whether `tstrPath` is a drive or a share as a whole. GetFullPathNameW.
 [[nodiscard]] bool IsRoot(const std::wstring& tstrPath);
@@ -55,16 +74,19 @@ struct Entry {
                                 const std::function<void(const Entry&)>& visit, DWORD* pdwError);
 
 /// Deletes the files of `tstrFolder` (with trailing backslash) that match `tstrPattern` now; folders are left alone.
-/// All are tried; false with the code of the first failure, ERROR_FILE_NOT_FOUND (2) when no file matches.
+/// All are tried, those that others hold for some two seconds together; false with the code of the first failure,
+/// ERROR_FILE_NOT_FOUND (2) when no file matches. Nothing is deleted where a junction or symbolic link leads to the
+/// folder (kStoppedOnLink, 681): it is held for as long as files are deleted.
 [[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError);
 
-/// Registers the same files for deletion at the next restart. MoveFileExW without destination.
+/// Registers the same files for deletion at the next restart; refused in the same way. MoveFileExW without destination.
 [[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
                                        DWORD* pdwError);
 
 /// Registers a whole folder tree for deletion at the next restart: contents first, then the folders they leave empty,
 /// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
-/// itself; what it points to stays. All are tried; false with the code of the first failure.
+/// itself; what it points to stays. All are tried; false with the code of the first failure, kStoppedOnLink (681) and
+/// nothing registered when a folder above `tstrFolder` is such a link.
 [[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError);
 
 }  // namespace KzCommon::Storage::Directory

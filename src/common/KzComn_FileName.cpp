@@ -14,6 +14,8 @@ constexpr std::wstring_view kDevices[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONI
 constexpr std::wstring_view kNumberedDevices[] = {L"COM", L"LPT"};
 constexpr std::wstring_view kDeviceNumbers = L"123456789\u00B9\u00B2\u00B3";
 
+}  // namespace
+
 bool IsDevice(std::wstring_view tstrName) noexcept
 {
     // The system looks at what stands before the first dot, blanks at its end left out.
@@ -27,8 +29,6 @@ bool IsDevice(std::wstring_view tstrName) noexcept
     tstrBase.remove_suffix(1);
     return std::any_of(std::begin(kNumberedDevices), std::end(kNumberedDevices), isBase);
 }
-
-}  // namespace
 
 bool IsPlainName(std::wstring_view tstrName) noexcept
 {

@@ -10,4 +10,8 @@ namespace KzCommon::Storage::File {
 /// and not a device ("NUL", "COM1", with or without extension).
 [[nodiscard]] bool IsPlainName(std::wstring_view tstrName) noexcept;
 
+/// Whether the system takes a name for a device, whatever folder stands before it ("NUL", "COM1", with or without
+/// extension).
+[[nodiscard]] bool IsDevice(std::wstring_view tstrName) noexcept;
+
 }  // namespace KzCommon::Storage::File

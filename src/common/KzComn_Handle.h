@@ -1,4 +1,5 @@
-// Owners of system handles: every handle the program opens is released by the destructor of one of these.
+// Owners of system handles: every handle the program opens is released by the destructor of one of these. Stands by
+// itself, for the trace library, too.
 #pragma once
 
 #include <windows.h>
@@ -30,12 +31,19 @@ public:
     [[nodiscard]] bool IsValid() const noexcept { return m_handle != Traits::Empty(); }
     explicit operator bool() const noexcept { return IsValid(); }
 
-    /// Releases the handle that is held, then takes `handle`.
+    /// Releases the handle that is held, then takes `handle`. The last error stays: a handle often goes on the way out
+    /// of what failed.
     void Reset(Handle handle = Traits::Empty()) noexcept
     {
         const Handle old = std::exchange(m_handle, handle);
-        if (old != Traits::Empty() && old != handle) Traits::Release(old);
+        if (old == Traits::Empty() || old == handle) return;
+        const DWORD dwLastError = ::GetLastError();
+        Traits::Release(old);
+        ::SetLastError(dwLastError);
     }
+
+    /// Gives the handle away: who takes it releases it.
+    [[nodiscard]] Handle Detach() noexcept { return std::exchange(m_handle, Traits::Empty()); }
 
     /// Releases what is held and gives the address for a call that returns a new handle through a pointer.
     [[nodiscard]] Handle* Receive() noexcept

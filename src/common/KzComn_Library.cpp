@@ -33,6 +33,12 @@ void Wrapper::Free() noexcept
     m_bLoaded = false;
 }
 
+void Wrapper::Abandon() noexcept
+{
+    static_cast<void>(m_hModule.Detach());
+    Free();
+}
+
 bool KzDbg::LoadFrom(const std::wstring& tstrFolder, DWORD* pdwError)
 {
     if (!Load(String::JoinPath(tstrFolder, L"KzDbg64.dll"), pdwError)) return false;
@@ -48,16 +54,11 @@ bool KzDbg::Resolve(bool bResolve, DWORD* pdwError) noexcept
     m_pfnTrace = nullptr;
     if (!bResolve) return false;
 
-    DWORD dwError = ERROR_SUCCESS;
-    const auto resolve = [&](auto& pfn, const char* szName) {
-        pfn = GetProcedure<std::remove_reference_t<decltype(pfn)>>(szName);
-        if (!pfn) dwError = ::GetLastError();
-    };
-    resolve(m_pfnInitialize, "KzDbgInitialize");
-    resolve(m_pfnUninitialize, "KzDbgUninitialize");
-    resolve(m_pfnTrace, "KzDbgTrace");
-    if (dwError != ERROR_SUCCESS && pdwError) *pdwError = dwError;
-    return dwError == ERROR_SUCCESS;
+    ProcedureLoader procedures(*this);
+    procedures.Take(m_pfnInitialize, "KzDbgInitialize");
+    procedures.Take(m_pfnUninitialize, "KzDbgUninitialize");
+    procedures.Take(m_pfnTrace, "KzDbgTrace");
+    return procedures.HasAll(pdwError);
 }
 
 void KzDbg::Free() noexcept

@@ -24,6 +24,8 @@ public:
     [[nodiscard]] bool LoadSystem(const wchar_t* szName, DWORD* pdwError = nullptr);
     /// FreeLibrary.
     virtual void Free() noexcept;
+    /// Leaves the library where it is, for good: after a fault inside it, not even freeing it is safe.
+    void Abandon() noexcept;
     [[nodiscard]] bool IsLoaded() const noexcept { return m_bLoaded; }
 
     /// The procedure of that name, or null with the code left in GetLastError().
@@ -38,6 +40,30 @@ private:
 
     UniqueModule m_hModule;
     bool m_bLoaded = false;
+};
+
+/// Takes procedures out of a loaded library, each whatever became of those before it.
+class ProcedureLoader {
+public:
+    explicit ProcedureLoader(const Wrapper& library) noexcept : m_library(library) {}
+
+    /// Fills `pfn` with the procedure of that name, null when the library has none. GetProcAddress.
+    template <class Procedure>
+    void Take(Procedure& pfn, const char* szName) noexcept
+    {
+        pfn = m_library.GetProcedure<Procedure>(szName);
+        if (!pfn) m_dwError = ::GetLastError();
+    }
+    /// True when none was missing; otherwise false with the code of the last that was, in `*pdwError` (may be null).
+    [[nodiscard]] bool HasAll(DWORD* pdwError) const noexcept
+    {
+        if (m_dwError != ERROR_SUCCESS && pdwError) *pdwError = m_dwError;
+        return m_dwError == ERROR_SUCCESS;
+    }
+
+private:
+    const Wrapper& m_library;
+    DWORD m_dwError = ERROR_SUCCESS;
 };
 
 /// The trace library, "KzDbg64.dll".

@@ -29,16 +29,6 @@ std::wstring FolderOf(UINT(WINAPI* pfnGet)(LPWSTR, UINT))
     return String::EnsureBackslash(szFolder);
 }
 
-std::wstring ExpandEnvironment(const std::wstring& tstrText)
-{
-    const DWORD cch = ::ExpandEnvironmentStringsW(tstrText.c_str(), nullptr, 0);
-    std::wstring tstrExpanded(cch, L'\0');
-    const DWORD cchDone = cch ? ::ExpandEnvironmentStringsW(tstrText.c_str(), tstrExpanded.data(), cch) : 0;
-    if (cchDone == 0 || cchDone > cch) return tstrText;
-    tstrExpanded.resize(cchDone - 1);
-    return tstrExpanded;
-}
-
 std::vector<std::wstring> ProfileKeys()
 {
     Storage::Registry list(Storage::eViewDefault);
@@ -129,6 +119,16 @@ std::wstring ResolveBesideProgram(const std::wstring& tstrPath)
     if (String::IsFullPath(tstrPath)) return tstrPath;
     const bool bHere = tstrPath.starts_with(L".\\");
     return ProgramFolder() + tstrPath.substr(bHere ? 2 : 0);
+}
+
+std::wstring ExpandEnvironment(const std::wstring& tstrText)
+{
+    const DWORD cch = ::ExpandEnvironmentStringsW(tstrText.c_str(), nullptr, 0);
+    std::wstring tstrExpanded(cch, L'\0');
+    const DWORD cchDone = cch ? ::ExpandEnvironmentStringsW(tstrText.c_str(), tstrExpanded.data(), cch) : 0;
+    if (cchDone == 0 || cchDone > cch) return tstrText;
+    tstrExpanded.resize(cchDone - 1);
+    return tstrExpanded;
 }
 
 bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError)

@@ -39,6 +39,9 @@ namespace KzCommon::Process {
 /// A path as it is when it names a drive or a share; otherwise the same below the program's folder.
 [[nodiscard]] std::wstring ResolveBesideProgram(const std::wstring& tstrPath);
 
+/// `tstrText` with the environment's variables in it; as it is when they cannot be asked. ExpandEnvironmentStringsW.
+[[nodiscard]] std::wstring ExpandEnvironment(const std::wstring& tstrText);
+
 /// The profile folder of every user of the machine, expanded, with trailing backslash, in the order of the profile
 /// list. Users without a folder are left out. False with the Win32 code when the list cannot be read.
 [[nodiscard]] bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError);

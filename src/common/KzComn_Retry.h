@@ -1,31 +1,45 @@
-// What another program holds open for a moment is tried again.
+// What other programs (scanners, indexers) hold open for a moment is tried again.
 #pragma once
+
+#include "common/KzComn_Result.h"
 
 #include <windows.h>
 
-#include <utility>
-
 namespace KzCommon::Storage {
 
-/// Calls `attempt`, a `bool(DWORD& dwError)` that leaves the code of its failure in `dwError`, and calls it again while
-/// it fails with ERROR_ACCESS_DENIED (5), ERROR_SHARING_VIOLATION (32) or ERROR_LOCK_VIOLATION (33): at most 20 times
-/// more, 100 ms apart. False with the last code in `*pdwError` (may be null). Sleep.
-template <class Attempt>
-[[nodiscard]] bool TryWhileHeld(Attempt&& attempt, DWORD* pdwError)
+/// How often a failed attempt is repeated, and the pause before each repetition in milliseconds.
+inline constexpr unsigned kHeldRepetitions = 20;
+inline constexpr DWORD kHeldPauseMs = 100;
+
+/// Whether a code can mean that another program holds the object open: ERROR_ACCESS_DENIED (5), ERROR_SHARING_VIOLATION
+/// (32), ERROR_LOCK_VIOLATION (33).
+[[nodiscard]] constexpr bool IsHeldByOthers(DWORD dwCode) noexcept
 {
-    constexpr unsigned kMostRepetitions = 20;
-    constexpr DWORD kPauseMilliseconds = 100;
+    return dwCode == ERROR_ACCESS_DENIED || dwCode == ERROR_SHARING_VIOLATION || dwCode == ERROR_LOCK_VIOLATION;
+}
+
+/// Calls `attempt`, a bool(DWORD& dwError), until it is true: again at most kHeldRepetitions times, kHeldPauseMs apart,
+/// while its code is one of IsHeldByOthers() and `mayPass`, a bool(), does not say at the first such failure that
+/// waiting cannot help. False with the last code in `*pdwError` (may be null), after some two seconds at most. Sleep.
+template <class Attempt, class MayPass>
+[[nodiscard]] bool TryWhileHeld(Attempt&& attempt, MayPass&& mayPass, DWORD* pdwError)
+{
     for (unsigned uRepetition = 0;; ++uRepetition) {
         DWORD dwError = ERROR_SUCCESS;
         if (attempt(dwError)) return true;
-        const bool bHeld =
-            dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION || dwError == ERROR_LOCK_VIOLATION;
-        if (!bHeld || uRepetition == kMostRepetitions) {
-            if (pdwError) *pdwError = dwError;
-            return false;
-        }
-        ::Sleep(kPauseMilliseconds);
+        const bool bAgain = IsHeldByOthers(dwError) && uRepetition < kHeldRepetitions && (uRepetition > 0 || mayPass());
+        if (!bAgain) return Fail(dwError, pdwError);
+        ::Sleep(kHeldPauseMs);
     }
+}
+
+/// The same where every such failure may pass. What cannot (a read-only file, a folder in a file's place) is the
+/// caller's to look for first.
+template <class Attempt>
+[[nodiscard]] bool TryWhileHeld(Attempt&& attempt, DWORD* pdwError)
+{
+    return TryWhileHeld(
+        attempt, [] { return true; }, pdwError);
 }
 
 }  // namespace KzCommon::Storage

@@ -8,18 +8,16 @@
 
 namespace KzCommon::Storage::File {
 
-/// Reads a whole file into `strBytes`. False with the code in `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) for
-/// an empty path, ERROR_FILE_TOO_LARGE (223) for more than `cbMost` bytes. CreateFileW, ReadFile.
+/// Reads a whole file into `strBytes`; one that others hold is waited for, some two seconds. False with the code in
+/// `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) for an empty path, ERROR_FILE_TOO_LARGE (223) for more than
+/// `cbMost` bytes. CreateFileW, ReadFile.
 [[nodiscard]] bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes, DWORD* pdwError);
 
 /// Makes `strBytes` the content of an existing file in one step: they are written to a file beside it and flushed, then
-/// that one takes its place, with its access rights and attributes. Whatever happens in between, the old file is there
-/// whole. False with the code in `*pdwError` (may be null), nothing changed and nothing left behind:
-/// ERROR_FILE_NOT_FOUND (2) when there is no such file, ERROR_ACCESS_DENIED (5) when it is read-only. MoveFileExW.
+/// that one takes its place, with its access rights and attributes; a file that others hold is waited for, some two
+/// seconds. Whatever happens in between, the old file is there whole. False with the code in `*pdwError` (may be null),
+/// nothing changed and nothing left behind: ERROR_FILE_NOT_FOUND (2) when there is no such file, ERROR_ACCESS_DENIED
+/// (5) when it is read-only or a folder. WriteFile, MoveFileExW.
 [[nodiscard]] bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD* pdwError);
-
-/// Makes `tstrCopy` a copy of `tstrSource`; an older copy is replaced. False with the code in `*pdwError` (may be
-/// null). CopyFileW.
-[[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
 
 }  // namespace KzCommon::Storage::File

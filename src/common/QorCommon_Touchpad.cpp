@@ -7,7 +7,6 @@
 #include "common/KzComn_String.h"
 
 #include <setupapi.h>
-#include <shlwapi.h>
 
 #include <cwchar>
 #include <limits>
@@ -80,7 +79,7 @@ std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
         const std::wstring tstrDescription = DescriptionOf(hDevices, device);
         Trace(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
         // Without a name no touchpad is meant.
-        if (tstrName.empty() || !::StrStrW(tstrDescription.c_str(), tstrName.c_str())) {
+        if (tstrName.empty() || tstrDescription.find(tstrName) == std::wstring::npos) {
             Trace(kTraceInfo, L"StrStr return NULL!!");
             continue;
         }

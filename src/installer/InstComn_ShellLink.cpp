@@ -72,9 +72,7 @@ bool GetUsersProfilePath(std::wstring& tstrFolder)
     return GetSpecialFolder(CSIDL_PROFILE, tstrFolder);
 }
 
-bool CreateShortcut(const std::wstring& tstrLink, const std::wstring& tstrTarget, const std::wstring& tstrIcon,
-                    const std::wstring& tstrArguments, const std::wstring& tstrDescription,
-                    const std::wstring& tstrWorkingDirectory)
+bool CreateShortcut(const std::wstring& tstrLink, const LinkProperties& properties)
 {
     const Com::Apartment apartment;
     ComPtr<IShellLinkW> link;
@@ -85,6 +83,7 @@ bool CreateShortcut(const std::wstring& tstrLink, const std::wstring& tstrTarget
         return false;
     }
     ComPtr<IPersistFile> file;
+    const auto& [tstrTarget, tstrIcon, tstrArguments, tstrDescription, tstrWorkingDirectory] = properties;
     return Done(link->SetPath(tstrTarget.c_str()), L"*** IShellLink::SetPath(%s) failed. [0x%08x]", tstrTarget) &&
            Done(link->SetIconLocation(tstrIcon.c_str(), 0), L"*** IShellLink::SetIconLocation(%s) failed. [0x%08x]",
                 tstrIcon) &&

@@ -16,12 +16,18 @@ namespace InstCommon::Utility::ShellLink {
 /// The profile folder of the user who runs the program.
 [[nodiscard]] bool GetUsersProfilePath(std::wstring& tstrFolder);
 
-/// Writes the link file `tstrLink` (full path with ".lnk"), replacing an existing one. The other texts may be empty;
-/// `tstrIcon` is an icon or program file, of which the first icon is shown. False, with a trace line that names the
-/// step and its HRESULT, when anything fails; no link is to be relied on then. Initialises COM for itself. IShellLinkW,
-/// IPersistFile.
-[[nodiscard]] bool CreateShortcut(const std::wstring& tstrLink, const std::wstring& tstrTarget,
-                                  const std::wstring& tstrIcon, const std::wstring& tstrArguments,
-                                  const std::wstring& tstrDescription, const std::wstring& tstrWorkingDirectory);
+/// What a link says; each text may be empty.
+struct LinkProperties {
+    std::wstring tstrTarget;  ///< full path
+    std::wstring tstrIcon;    ///< full path of an icon or program file, of which the first icon is shown
+    std::wstring tstrArguments;
+    std::wstring tstrDescription;  ///< the tooltip
+    std::wstring tstrWorkingDirectory;
+};
+
+/// Writes the link file `tstrLink` (full path with ".lnk"), replacing an existing one. False, with a trace line that
+/// names the step and its HRESULT, when anything fails; no link is to be relied on then. Initialises COM for itself.
+/// IShellLinkW, IPersistFile.
+[[nodiscard]] bool CreateShortcut(const std::wstring& tstrLink, const LinkProperties& properties);
 
 }  // namespace InstCommon::Utility::ShellLink

@@ -8,39 +8,28 @@
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "installer/InstComn_PinnedItems.h"
-#include "installer/InstComn_ShellLink.h"
 
 using namespace KzCommon;
-using namespace InstCommon;
-using Utility::PinnedItems;
+using namespace InstCommon::Utility;
 
 namespace {
 
-// The shell makes no links with longer paths. Also what ends a description of folders without end.
-constexpr std::size_t kMostPathCharacters = MAX_PATH - 1;
+// The longest folder that the shell handles. Also what ends a description of folders without end.
+constexpr std::size_t kLongestFolder = MAX_PATH - 1;
+// A link's path goes to the shell, which knows its own limit; longer than this is no path at all.
+constexpr std::size_t kLongestLink = 32766;
 
-const wchar_t kLinkExtension[] = L".lnk";
-
-/// Calls `visit` with each child of that name (without regard to case), or with each child at all for a null name.
-template <class Visit>
-void ForEachChild(const Storage::XmlElement& parent, const wchar_t* szName, Visit&& visit)
+/// The path of an item in a folder. False, with a trace line, for an item that would lie outside it and for a path that
+/// is too long to be tried.
+[[nodiscard]] bool ItemPath(const std::wstring& tstrFolder, const ShortcutItem& item, std::wstring& tstrPath)
 {
-    for (const Storage::XmlElement* pChild = parent.GetFirstChild(); pChild; pChild = pChild->GetNextSibling()) {
-        if (!szName || pChild->IsNamed(szName)) visit(*pChild);
-    }
-}
-
-/// The path of an item that the description names in a folder. False, with a trace line, for a name that no item in
-/// that folder can have and for a path that is too long.
-[[nodiscard]] bool ItemPath(const std::wstring& tstrFolder, const std::wstring& tstrName, const wchar_t* szExtension,
-                            std::wstring& tstrPath)
-{
-    if (!Storage::File::IsPlainName(tstrName)) {
-        Trace(kTraceError, L"*** [%s] is no name for an item in %s.", tstrName.c_str(), tstrFolder.c_str());
+    if (item.szRefusal) {
+        Trace(kTraceError, L"*** [%s] is no name for an item in %s: it %s.", item.tstrPath.c_str(), tstrFolder.c_str(),
+              item.szRefusal);
         return false;
     }
-    tstrPath = String::JoinPath(tstrFolder, tstrName) + szExtension;
-    if (tstrPath.size() <= kMostPathCharacters) return true;
+    tstrPath = String::JoinPath(tstrFolder, item.tstrPath);
+    if (tstrPath.size() <= (item.bFolder ? kLongestFolder : kLongestLink)) return true;
     Trace(kTraceError, L"*** Path is too long: %s", tstrPath.c_str());
     return false;
 }
@@ -56,30 +45,45 @@ void DeleteLink(const std::wstring& tstrLink)
 void RemoveDesktopLinks(const Storage::XmlElement& desktop, const std::wstring& tstrFolder)
 {
     Trace(kTraceInfo, L"Remove shortcuts...");
-    ForEachChild(desktop, L"Shortcut", [&](const Storage::XmlElement& shortcut) {
+    for (const ShortcutItem& shortcut : ItemsOf(desktop, ShortcutPlace::eDesktop, ShortcutWalk::eRemove)) {
         std::wstring tstrLink;
-        if (ItemPath(tstrFolder, shortcut.GetText(), kLinkExtension, tstrLink)) DeleteLink(tstrLink);
-    });
+        if (ItemPath(tstrFolder, shortcut, tstrLink)) DeleteLink(tstrLink);
+    }
 }
 
-void RemoveStartMenuLink(const std::wstring& tstrName, const std::wstring& tstrFolder, const PinnedItems& pinnedItems)
+void RemoveStartMenuLink(const ShortcutItem& shortcut, const std::wstring& tstrLink, const PinnedItems& pinnedItems)
 {
-    std::wstring tstrLink;
-    if (!ItemPath(tstrFolder, tstrName, kLinkExtension, tstrLink)) return;
     pinnedItems.UnpinLink(tstrLink);
     DeleteLink(tstrLink);
-    pinnedItems.RemoveCachedLink(tstrName + kLinkExtension);
+    pinnedItems.RemoveCachedLink(shortcut.tstrPath);
 }
 
-/// The path of a Start-menu folder that the description names. False, with a trace line, like ItemPath, and for a
-/// junction or symbolic link: what is in it lies elsewhere.
-[[nodiscard]] bool FolderPath(const std::wstring& tstrParent, const Storage::XmlElement& folder, std::wstring& tstrPath)
+/// Removes one folder when nothing is left in it. False when it stays.
+[[nodiscard]] bool RemoveEmptyFolder(const std::wstring& tstrPath)
 {
-    const std::wstring tstrName = folder.GetAttribute(L"name");
-    if (!ItemPath(tstrParent, tstrName, L"", tstrPath)) return false;
-    if (!Storage::Directory::IsLink(tstrPath)) return true;
-    Trace(kTraceError, L"*** Folder %s leads elsewhere, nothing in it is touched.", tstrPath.c_str());
+    // The call would remove a link instead of the folder that it points to.
+    if (Storage::Directory::IsLink(tstrPath)) {
+        Trace(kTraceInfo, L"Folder %s stays: it is a link to another place.", tstrPath.c_str());
+        return false;
+    }
+    if (::RemoveDirectoryW(tstrPath.c_str())) return true;
+    const DWORD dwError = ::GetLastError();
+    Trace(kTraceInfo, L"Folder %s stays. [0x%08x]", tstrPath.c_str(), dwError);
     return false;
+}
+
+/// Removes the folders of one name below `tstrParent`, the innermost that is there first, as far as they are empty.
+/// `tstrParent` itself stays.
+void RemoveFolderLevels(const std::wstring& tstrParent, const std::wstring& tstrName)
+{
+    std::vector<std::wstring> paths;
+    std::wstring tstrPath = tstrParent;
+    for (const std::wstring& tstrLevel : LevelsOf(tstrName)) {
+        tstrPath = String::JoinPath(tstrPath, tstrLevel);
+        if (!Storage::Directory::IsExisted(tstrPath)) break;
+        paths.push_back(tstrPath);
+    }
+    while (!paths.empty() && RemoveEmptyFolder(paths.back())) paths.pop_back();
 }
 
 [[nodiscard]] bool IsBundlePlid(const std::wstring& tstrPlid)
@@ -118,7 +122,7 @@ bool ShortCutXmlHandler::CreateShortCuts(const std::wstring& tstrInstallDir)
     const OperationTrace trace(L"ShortCutXmlHandler::CreateShortCuts()");
     const Com::Apartment apartment;  // one for all links instead of one for each
     m_tstrInstallDir = tstrInstallDir;
-    m_iMode = eCreate;
+    m_eMode = Walk::eCreate;
     if (HandleEachElement()) return true;
     Trace(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
     return false;
@@ -127,7 +131,7 @@ bool ShortCutXmlHandler::CreateShortCuts(const std::wstring& tstrInstallDir)
 bool ShortCutXmlHandler::RemoveShortCuts()
 {
     const OperationTrace trace(L"ShortCutXmlHandler::RemoveShortCuts()");
-    m_iMode = eRemove;
+    m_eMode = Walk::eRemove;
     if (HandleEachElement()) return true;
     Trace(kTraceError, L"*** ShortCutXmlHandler::HandleEachElement() failed.");
     return false;
@@ -141,16 +145,19 @@ bool ShortCutXmlHandler::HandleEachElement()
         return false;
     }
     for (m_pElement = m_document->GetRoot()->GetFirstChild(); m_pElement; m_pElement = m_pElement->GetNextSibling()) {
-        bool bOk = true;
-        if (m_pElement->IsNamed(L"Desktop")) bOk = HandleDesktopElement(m_pElement);
-        if (m_pElement->IsNamed(L"StartMenu")) bOk = HandleStartMenuElement(m_pElement);
-        if (!bOk) {
-            Trace(kTraceError, L"*** Fatal error occured.");
-            Release();
-            return false;
-        }
+        if (HandlePlace(*m_pElement)) continue;
+        Trace(kTraceError, L"*** Fatal error occured.");
+        Release();
+        return false;
     }
     return true;
+}
+
+bool ShortCutXmlHandler::HandlePlace(const Element& element)
+{
+    const std::optional<ShortcutPlace> place = PlaceOf(element);
+    if (!place) return true;
+    return *place == ShortcutPlace::eDesktop ? HandleDesktopElement(&element) : HandleStartMenuElement(&element);
 }
 
 bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
@@ -160,19 +167,18 @@ bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
         Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
-    const std::wstring tstrAvailable = pDesktop->GetAttribute(L"available");
     Trace(kTraceInfo, L"<Desktop> element is handled.");
-    Trace(kTraceInfo, L"<Desktop available=%s>", tstrAvailable.c_str());
-    if (tstrAvailable != L"1") {
+    Trace(kTraceInfo, L"<Desktop available=%s>", pDesktop->GetAttribute(L"available").c_str());
+    if (!IsAvailable(*pDesktop)) {
         Trace(kTraceInfo, L"Skip <Desktop> element.");
         return SkipAllChildElements();
     }
     std::wstring tstrFolder;
-    if (!Utility::ShellLink::GetAllUsersDesktop(tstrFolder)) {
+    if (!ShellLink::GetAllUsersDesktop(tstrFolder)) {
         Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersDesktop() failed.");
         return SkipAllChildElements();
     }
-    if (m_iMode == eRemove) {
+    if (m_eMode == Walk::eRemove) {
         RemoveDesktopLinks(*pDesktop, tstrFolder);
         return true;
     }
@@ -181,9 +187,9 @@ bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
         return true;
     }
     Trace(kTraceInfo, L"Not bundle Qe model: install desktop shortcut");
-    // Unlike the removal, this takes every child, whatever its name.
-    ForEachChild(*pDesktop, nullptr,
-                 [&](const Element& child) { static_cast<void>(CreateShortCut(&child, tstrFolder)); });
+    for (const Item& shortcut : ItemsOf(*pDesktop, ShortcutPlace::eDesktop, Walk::eCreate)) {
+        static_cast<void>(CreateShortCut(shortcut, tstrFolder));
+    }
     return true;
 }
 
@@ -194,42 +200,44 @@ bool ShortCutXmlHandler::HandleStartMenuElement(const Element* pStartMenu)
         Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
-    const std::wstring tstrAvailable = pStartMenu->GetAttribute(L"available");
     Trace(kTraceInfo, L"<StartMenu> element is handled.");
-    Trace(kTraceInfo, L"<StartMenu available=%s>", tstrAvailable.c_str());
-    const auto skip = [this] {
-        if (SkipAllChildElements()) return true;
-        Trace(kTraceError, L"*** InstCommon::Utility::XmlHandler::SkipAllChildElements() failed.");
-        return false;
-    };
-    if (tstrAvailable != L"1") {
+    Trace(kTraceInfo, L"<StartMenu available=%s>", pStartMenu->GetAttribute(L"available").c_str());
+    if (!IsAvailable(*pStartMenu)) {
         Trace(kTraceInfo, L"Skip <StartMenu> element.");
-        return skip();
+        return SkipStartMenu();
     }
     std::wstring tstrFolder;
-    if (!Utility::ShellLink::GetAllUsersStartMenuPrograms(tstrFolder)) {
+    if (!ShellLink::GetAllUsersStartMenuPrograms(tstrFolder)) {
         Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersStartMenuPrograms failed.");
-        static_cast<void>(skip());
+        static_cast<void>(SkipStartMenu());
         return false;
     }
-    return m_iMode == eCreate ? CreateStartMenus(pStartMenu, tstrFolder) : RemoveStartMenus(pStartMenu, tstrFolder);
+    if (m_eMode == Walk::eRemove) return RemoveStartMenus(pStartMenu, tstrFolder);
+    return CreateStartMenus(pStartMenu, tstrFolder);
+}
+
+bool ShortCutXmlHandler::SkipStartMenu()
+{
+    if (SkipAllChildElements()) return true;
+    Trace(kTraceError, L"*** InstCommon::Utility::XmlHandler::SkipAllChildElements() failed.");
+    return false;
 }
 
 bool ShortCutXmlHandler::CreateStartMenus(const Element* pParent, const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"ShortCutXmlHandler::CreateStartMenus()");
     if (!pParent) return false;
-    ForEachChild(*pParent, L"Folder", [&](const Element& folder) {
+    for (const Item& folder : ItemsOf(*pParent, ShortcutPlace::eStartMenu, Walk::eCreate)) {
         std::wstring tstrPath;
-        if (!FolderPath(tstrFolder, folder, tstrPath)) return;
+        if (!folder.bFolder || !ItemPath(tstrFolder, folder, tstrPath)) continue;
         Trace(kTraceInfo, L"p_StartMenuDir = %s", tstrFolder.c_str());
         DWORD dwError = ERROR_SUCCESS;
         if (!Storage::Directory::Create(tstrPath, nullptr, &dwError)) {
             Trace(kTraceError, L"*** ::CreateDirectory(%s) failed. [0x%08x]", tstrPath.c_str(), dwError);
         }
-        static_cast<void>(CreateStartMenuShortcut(folder, tstrPath));
-        static_cast<void>(CreateStartMenus(&folder, tstrPath));
-    });
+        static_cast<void>(CreateStartMenuShortcut(*folder.pElement, tstrPath));
+        static_cast<void>(CreateStartMenus(folder.pElement, tstrPath));
+    }
     return true;
 }
 
@@ -237,15 +245,16 @@ bool ShortCutXmlHandler::CreateStartMenuShortcut(const Element& folder, const st
 {
     const OperationTrace trace(L"ShortCutXmlHandler::CreateStartMenuShortcut()");
     if (tstrFolder.empty()) return false;
-    ForEachChild(folder, L"Shortcut",
-                 [&](const Element& shortcut) { static_cast<void>(CreateShortCut(&shortcut, tstrFolder)); });
+    for (const Item& shortcut : ItemsOf(folder, ShortcutPlace::eStartMenu, Walk::eCreate)) {
+        if (!shortcut.bFolder) static_cast<void>(CreateShortCut(shortcut, tstrFolder));
+    }
     return true;
 }
 
-bool ShortCutXmlHandler::CreateShortCut(const Element* pShortcut, const std::wstring& tstrFolder)
+bool ShortCutXmlHandler::CreateShortCut(const Item& shortcut, const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"ShortCutXmlHandler::CreateShortCut()");
-    if (!pShortcut) {
+    if (!shortcut.pElement) {
         Trace(kTraceError, L"*** Parameter is invalid.");
         return false;
     }
@@ -254,25 +263,24 @@ bool ShortCutXmlHandler::CreateShortCut(const Element* pShortcut, const std::wst
         return false;
     }
     std::wstring tstrLink;
-    if (!ItemPath(tstrFolder, pShortcut->GetText(), kLinkExtension, tstrLink)) return false;
-    const std::wstring tstrTarget = String::JoinPath(m_tstrInstallDir, pShortcut->GetAttribute(L"lnk"));
-    if (Utility::ShellLink::CreateShortcut(tstrLink, tstrTarget, IconOf(*pShortcut), pShortcut->GetAttribute(L"arg"),
-                                           pShortcut->GetAttribute(L"desc"), L"")) {
-        return true;
-    }
+    if (!ItemPath(tstrFolder, shortcut, tstrLink)) return false;
+    const ShellLink::LinkProperties properties{.tstrTarget = String::JoinPath(m_tstrInstallDir, shortcut.tstrTarget),
+                                               .tstrIcon = IconOf(shortcut),
+                                               .tstrArguments = shortcut.tstrArguments,
+                                               .tstrDescription = shortcut.tstrDescription,
+                                               .tstrWorkingDirectory = {}};
+    if (ShellLink::CreateShortcut(tstrLink, properties)) return true;
     Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::CreateShortcut is failed.");
     return false;
 }
 
 /// The icon's path: the one described, or an icon file beside a program and named like it, or none.
-std::wstring ShortCutXmlHandler::IconOf(const Element& shortcut) const
+std::wstring ShortCutXmlHandler::IconOf(const Item& shortcut) const
 {
-    const std::wstring tstrDescribed = shortcut.GetAttribute(L"icon");
-    if (!tstrDescribed.empty()) return String::JoinPath(m_tstrInstallDir, tstrDescribed);
-    std::wstring tstrName = shortcut.GetAttribute(L"lnk").substr(0, kMostPathCharacters);
-    const std::size_t uDot = tstrName.rfind(L'.');
-    if (uDot == std::wstring::npos || !String::EqualsNoCase(tstrName.substr(uDot), L".exe")) return {};
-    std::wstring tstrIcon = String::JoinPath(m_tstrInstallDir, tstrName.replace(uDot, 4, L".ico"));
+    if (!shortcut.tstrIcon.empty()) return String::JoinPath(m_tstrInstallDir, shortcut.tstrIcon);
+    const std::wstring tstrBeside = IconBeside(shortcut.tstrTarget);
+    if (tstrBeside.empty()) return {};
+    std::wstring tstrIcon = String::JoinPath(m_tstrInstallDir, tstrBeside);
     if (!Storage::File::IsExisted(tstrIcon)) return {};
     Trace(kTraceInfo, L"ShortCutXmlHandler::CreateShortCut(): change icon name [%s]", tstrIcon.c_str());
     return tstrIcon;
@@ -294,21 +302,14 @@ bool ShortCutXmlHandler::RemoveStartMenus(const Element* pStartMenu, const std::
 void ShortCutXmlHandler::RemoveStartMenuItems(const Element& parent, const std::wstring& tstrFolder,
                                               const PinnedItems& pinnedItems)
 {
-    ForEachChild(parent, nullptr, [&](const Element& child) {
-        if (child.IsNamed(L"Folder")) RemoveStartMenuFolder(child, tstrFolder, pinnedItems);
-        if (child.IsNamed(L"Shortcut")) RemoveStartMenuLink(child.GetText(), tstrFolder, pinnedItems);
-    });
-}
-
-void ShortCutXmlHandler::RemoveStartMenuFolder(const Element& folder, const std::wstring& tstrParent,
-                                               const PinnedItems& pinnedItems)
-{
-    std::wstring tstrPath;
-    if (!FolderPath(tstrParent, folder, tstrPath)) return;
-    RemoveStartMenuItems(folder, tstrPath, pinnedItems);
-    // Fails for a folder in which something is left that the description does not name.
-    if (!::RemoveDirectoryW(tstrPath.c_str())) {
-        const DWORD dwError = ::GetLastError();
-        Trace(kTraceInfo, L"Folder %s stays. [0x%08x]", tstrPath.c_str(), dwError);
+    for (const Item& item : ItemsOf(parent, ShortcutPlace::eStartMenu, Walk::eRemove)) {
+        std::wstring tstrPath;
+        if (!ItemPath(tstrFolder, item, tstrPath)) continue;
+        if (!item.bFolder) {
+            RemoveStartMenuLink(item, tstrPath, pinnedItems);
+            continue;
+        }
+        RemoveStartMenuItems(*item.pElement, tstrPath, pinnedItems);
+        RemoveFolderLevels(tstrFolder, item.tstrPath);
     }
 }

@@ -39,7 +39,7 @@ static_assert(offsetof(DebugLogConfig, szLogExtension) == 1636);
 extern "C" {
 #endif
 
-/* Opens a trace; its handle goes to *ppTrace. */
+/* Opens a trace; its handle goes to *ppTrace. A file that others hold is no failure: it is opened with a later line. */
 typedef DWORD(__stdcall* KzDbgInitializeProc)(void** ppTrace, const struct DebugLogConfig* pConfig);
 /* Appends one finished line; pTime is the line's local time. */
 typedef DWORD(__stdcall* KzDbgTraceProc)(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine);

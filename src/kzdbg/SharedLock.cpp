@@ -10,6 +10,7 @@ namespace KzDbg {
 namespace {
 
 constexpr DWORD kPatienceMilliseconds = 500;
+constexpr int kSectionAttempts = 3;
 
 /// Everybody may use the lock, services and processes of low integrity included, and nobody may take it from others.
 constexpr wchar_t kEverybodyMayUse[] = L"D:(A;;GRGWGX;;;WD)S:(ML;;NW;;;LW)";
@@ -27,11 +28,20 @@ std::wstring NameOf(std::wstring tstrPath)
     return szName;
 }
 
-HANDLE OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName, DWORD cb) noexcept
+/// Creates the section of that name, or opens the one that is there; null when neither can be done. Creating asks for
+/// more access than an existing section grants to anybody, so of several users that come at once one creates it and the
+/// others are refused and open it. A section that has gone in between is created after all.
+KzCommon::UniqueKernelHandle OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName,
+                                         DWORD cb) noexcept
 {
-    const HANDLE hSection = ::OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, tstrName.c_str());
-    if (hSection) return hSection;
-    return ::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str());
+    KzCommon::UniqueKernelHandle section;
+    for (int nAttempt = 0; !section && nAttempt < kSectionAttempts; ++nAttempt) {
+        section.Reset(::CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0, cb, tstrName.c_str()));
+        if (!section) {
+            section.Reset(::OpenFileMappingW(FILE_MAP_READ | FILE_MAP_WRITE, FALSE, tstrName.c_str()));
+        }
+    }
+    return section;
 }
 
 /// Whether the memory is really there: a section of that name that somebody else made may only be reserved.
@@ -49,15 +59,16 @@ SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMil
     ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kEverybodyMayUse, SDDL_REVISION_1,
                                                            &attributes.lpSecurityDescriptor, nullptr);
     const std::wstring tstrName = NameOf(tstrPath);
-    m_mutex.reset(::CreateMutexExW(&attributes, (L"Global\\" + tstrName).c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
+    m_mutex.Reset(::CreateMutexExW(&attributes, (L"Global\\" + tstrName).c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
     // A global section takes a privilege to create; where it is missing, the users of the same session are counted.
-    m_section.reset(OpenSection(attributes, L"Global\\" + tstrName + L"-users", sizeof(Users)));
-    if (!m_section) m_section.reset(OpenSection(attributes, L"Local\\" + tstrName + L"-users", sizeof(Users)));
+    for (const wchar_t* szSpace : {L"Global\\", L"Local\\"}) {
+        if (!m_section) m_section = OpenSection(attributes, szSpace + tstrName + L"-users", sizeof(Users));
+    }
     ::LocalFree(attributes.lpSecurityDescriptor);
 
     if (!m_section) return;
     constexpr DWORD kReadAndWrite = FILE_MAP_READ | FILE_MAP_WRITE;
-    void* pView = ::MapViewOfFile(m_section.get(), kReadAndWrite, 0, 0, sizeof(Users));
+    void* pView = ::MapViewOfFile(m_section.Get(), kReadAndWrite, 0, 0, sizeof(Users));
     if (!pView) return;
     if (!IsUsable(pView, sizeof(Users))) {
         ::UnmapViewOfFile(pView);
@@ -95,7 +106,7 @@ void SharedLock::EndAlone() noexcept
 bool SharedLock::Acquire() noexcept
 {
     if (!m_mutex) return false;
-    const DWORD dwWait = ::WaitForSingleObject(m_mutex.get(), m_dwPatience);
+    const DWORD dwWait = ::WaitForSingleObject(m_mutex.Get(), m_dwPatience);
     // A process that ended while it held the lock leaves the files as good as any.
     const bool bHeld = dwWait == WAIT_OBJECT_0 || dwWait == WAIT_ABANDONED;
     m_dwPatience = bHeld ? kPatienceMilliseconds : 0;
@@ -104,7 +115,7 @@ bool SharedLock::Acquire() noexcept
 
 void SharedLock::Release() noexcept
 {
-    ::ReleaseMutex(m_mutex.get());
+    ::ReleaseMutex(m_mutex.Get());
 }
 
 }  // namespace KzDbg

@@ -1,7 +1,7 @@
 // A lock that all processes of the machine share.
 #pragma once
 
-#include "kzdbg/UniqueHandle.h"
+#include "common/KzComn_Handle.h"
 
 #include <string>
 
@@ -34,8 +34,8 @@ private:
         volatile LONG lBusyAlone;
     };
 
-    UniqueHandle m_mutex;
-    UniqueHandle m_section;
+    KzCommon::UniqueKernelHandle m_mutex;
+    KzCommon::UniqueKernelHandle m_section;
     Users* m_pUsers = nullptr;
     DWORD m_dwPatience;
 };

@@ -6,6 +6,8 @@
 
 namespace KzDbg {
 
+using KzCommon::UniqueFile;
+
 namespace {
 
 constexpr std::size_t kMostCharacters = 0x10000000;  // of one line
@@ -69,16 +71,15 @@ bool IsPlainFile(HANDLE hFile) noexcept
 }
 
 /// Opens or creates a file for appending, a link excepted. 0 or the code, with `file` empty.
-DWORD OpenForAppend(const std::wstring& tstrPath, UniqueHandle& file)
+DWORD OpenForAppend(const std::wstring& tstrPath, UniqueFile& file)
 {
-    file.reset();
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE hFile = ::CreateFileW(tstrPath.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr,
-                                       OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (hFile == INVALID_HANDLE_VALUE) return ::GetLastError();
-    file.reset(hFile);
-    if (IsPlainFile(hFile)) return ERROR_SUCCESS;
-    file.reset();
+    file.Reset();
+    file.Reset(::CreateFileW(tstrPath.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr, OPEN_ALWAYS,
+                             FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (!file) return ::GetLastError();
+    if (IsPlainFile(file.Get())) return ERROR_SUCCESS;
+    file.Reset();
     return ERROR_ACCESS_DENIED;
 }
 
@@ -88,10 +89,10 @@ struct FileState {
     [[nodiscard]] bool TakesLines() const noexcept { return !bGone && ullBytes < kFullBytes; }
 };
 
-FileState StateOf(const UniqueHandle& file) noexcept
+FileState StateOf(const UniqueFile& file) noexcept
 {
     FILE_STANDARD_INFO info{};
-    if (!file || !::GetFileInformationByHandleEx(file.get(), FileStandardInfo, &info, sizeof(info))) return {};
+    if (!file || !::GetFileInformationByHandleEx(file.Get(), FileStandardInfo, &info, sizeof(info))) return {};
     return {static_cast<ULONGLONG>(info.EndOfFile.QuadPart), info.DeletePending || info.NumberOfLinks == 0};
 }
 
@@ -125,7 +126,7 @@ void Roll(const std::wstring& tstrPath)
     if (!Replace(tstrFull, kept(1))) Rename(tstrFull, tstrPath);
 }
 
-/// The UTF-8 bytes of a line in a buffer that only grows; their number, 0 when it is empty or cannot be encoded.
+/// The UTF-8 bytes of a line in a buffer that only grows; their number, 0 when it cannot be encoded.
 DWORD Encode(const wchar_t* szLine, std::vector<char>& bytes)
 {
     const std::size_t cch = std::wcslen(szLine);
@@ -135,10 +136,10 @@ DWORD Encode(const wchar_t* szLine, std::vector<char>& bytes)
                                                     static_cast<int>(bytes.size()), nullptr, nullptr));
 }
 
-DWORD Write(const UniqueHandle& file, const char* pbData, DWORD cbData) noexcept
+DWORD Write(const UniqueFile& file, const char* pbData, DWORD cbData) noexcept
 {
     DWORD cbWritten = 0;
-    if (!::WriteFile(file.get(), pbData, cbData, &cbWritten, nullptr)) return ::GetLastError();
+    if (!::WriteFile(file.Get(), pbData, cbData, &cbWritten, nullptr)) return ::GetLastError();
     return cbWritten == cbData ? ERROR_SUCCESS : ERROR_WRITE_FAULT;
 }
 
@@ -159,7 +160,8 @@ std::wstring ExtensionOf(const DebugLogConfig& config)
 }  // namespace
 
 TraceFile::TraceFile(const DebugLogConfig& config)
-    : m_tstrStem(StemOf(config)),
+    : m_tstrModule(TextOf(config.szModuleName)),
+      m_tstrStem(StemOf(config)),
       m_tstrExtension(ExtensionOf(config)),
       m_bDated(config.dwLogUnitType == 1),
       m_bRobust(config.bRobust != 0),
@@ -178,12 +180,31 @@ DWORD TraceFile::Open(const SYSTEMTIME& time)
 DWORD TraceFile::Append(const SYSTEMTIME& time, const wchar_t* szLine)
 {
     if (m_bDebugger) ::OutputDebugStringW(szLine);
+    if (!*szLine) return ERROR_SUCCESS;
     const std::lock_guard lock(m_lock);
+    const DWORD dwError = m_cLost ? WriteLine(time, (LossLine(time) + szLine).c_str()) : WriteLine(time, szLine);
+    m_cLost = dwError == ERROR_SUCCESS ? 0 : m_cLost + 1;
+    m_dwLossError = dwError;
+    if (dwError != ERROR_SUCCESS || !m_bRobust || ::FlushFileBuffers(m_file.Get())) return dwError;
+    return ::GetLastError();
+}
+
+std::wstring TraceFile::LossLine(const SYSTEMTIME& time) const
+{
+    wchar_t szLine[256] = {};
+    ::_snwprintf(szLine, std::size(szLine) - 1,
+                 L"%02u/%02u/%04u %02u:%02u:%02u.%03u %04lx:%04lx !!! <%s> *** Lines lost while the trace file could "
+                 L"not be written: %lu. [0x%08lx] - TraceFile.cpp(%d)\r\n",
+                 time.wDay, time.wMonth, time.wYear, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds,
+                 ::GetCurrentProcessId(), ::GetCurrentThreadId(), m_tstrModule.c_str(), m_cLost, m_dwLossError,
+                 __LINE__);
+    return szLine;
+}
+
+DWORD TraceFile::WriteLine(const SYSTEMTIME& time, const wchar_t* szLine)
+{
     const DWORD cb = Encode(szLine, m_bytes);
-    if (cb == 0) return *szLine ? ERROR_INVALID_PARAMETER : ERROR_SUCCESS;
-    DWORD dwError = WriteEncoded(time, cb);
-    if (dwError == ERROR_SUCCESS && m_bRobust && !::FlushFileBuffers(m_file.get())) dwError = ::GetLastError();
-    return dwError;
+    return cb ? WriteEncoded(time, cb) : ERROR_INVALID_PARAMETER;
 }
 
 std::wstring TraceFile::PathOf(const SYSTEMTIME& time) const
@@ -215,16 +236,16 @@ DWORD TraceFile::Reopen(const SYSTEMTIME& time, bool bMayRoll)
 {
     const std::wstring tstrPath = PathOf(time);
     // The name of a deleted file may be in use for as long as the file is open.
-    if (StateOf(m_file).bGone) m_file.reset();
-    UniqueHandle file;
+    if (StateOf(m_file).bGone) m_file.Reset();
+    UniqueFile file;
     DWORD dwError = OpenForAppend(tstrPath, file);
     if (dwError == ERROR_PATH_NOT_FOUND) {
         CreateFoldersOf(tstrPath);
         dwError = OpenForAppend(tstrPath, file);
     }
     if (bMayRoll && StateOf(file).ullBytes >= kFullBytes) {
-        file.reset();
-        m_file.reset();
+        file.Reset();
+        m_file.Reset();
         Roll(tstrPath);
         dwError = OpenForAppend(tstrPath, file);
     }

@@ -1,9 +1,9 @@
 // The file that a trace is written to: its name, its lines, its rollover.
 #pragma once
 
+#include "common/KzComn_Handle.h"
 #include "kzdbg/KzDbg.h"
 #include "kzdbg/SharedLock.h"
-#include "kzdbg/UniqueHandle.h"
 
 #include <mutex>
 #include <string>
@@ -27,16 +27,20 @@ public:
     /// Opens or creates the file of that day, and its folder; the file stays open. 0 or a Win32 code. CreateFileW.
     [[nodiscard]] DWORD Open(const SYSTEMTIME& time);
 
-    /// Appends a line in UTF-8, moving to another file when the day or the size asks for it. 0 or a Win32 code; the
-    /// line is lost then. WriteFile.
+    /// Appends a line in UTF-8, moving to another file when the day or the size asks for it, and opening the file anew
+    /// when it is not open. 0 or a Win32 code; the line is lost then, and the next that is not comes after one which
+    /// says how many were. WriteFile.
     [[nodiscard]] DWORD Append(const SYSTEMTIME& time, const wchar_t* szLine);
 
 private:
     [[nodiscard]] std::wstring PathOf(const SYSTEMTIME& time) const;
     [[nodiscard]] bool IsReady(const SYSTEMTIME& time) const noexcept;
+    [[nodiscard]] std::wstring LossLine(const SYSTEMTIME& time) const;
+    [[nodiscard]] DWORD WriteLine(const SYSTEMTIME& time, const wchar_t* szLine);
     [[nodiscard]] DWORD WriteEncoded(const SYSTEMTIME& time, DWORD cbLine);
     [[nodiscard]] DWORD Reopen(const SYSTEMTIME& time, bool bMayRoll);
 
+    std::wstring m_tstrModule;
     std::wstring m_tstrStem;  // full path without date and extension
     std::wstring m_tstrExtension;
     bool m_bDated;
@@ -45,8 +49,10 @@ private:
 
     std::mutex m_lock;  // guards what follows
     SharedLock m_sharedLock;
-    UniqueHandle m_file;
-    DWORD m_dwDay = 0;  // of the open file, as yyyyMMdd
+    KzCommon::UniqueFile m_file;
+    DWORD m_dwDay = 0;          // of the open file, as yyyyMMdd
+    unsigned long m_cLost = 0;  // lines since the last that was written
+    DWORD m_dwLossError = ERROR_SUCCESS;
     std::vector<char> m_bytes;
 };
 

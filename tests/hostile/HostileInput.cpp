@@ -9,10 +9,10 @@
 #include "common/KzComn_XmlParser.h"
 #include "common/L10nReader.h"
 #include "config/ConfigProvider.h"
-#include "hostile/SystemWatch.h"
 #include "hostile/Variants.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -173,9 +173,9 @@ TEST_F(HostileInput, ShortcutFiles)
         UninstallShortCut(m_tstrInstallDir, L"qorshcut.xml");
     };
     const auto judge = [&](std::string_view, const std::wstring& tstrPlace) {
-        const std::wstring tstrBelow = tstrPlace.substr(std::min(tstrShell.size(), tstrPlace.size())) + L"\\";
-        return tstrPlace.starts_with(tstrShell) && tstrBelow.find_first_of(L"/:*?") == std::wstring::npos &&
-               tstrBelow.find(L".\\") == std::wstring::npos;
+        // A name may have levels, and a pattern is no call's wildcard; nothing leads up or into a stream.
+        const std::wstring tstrNormal = std::filesystem::path(tstrPlace).lexically_normal().wstring();
+        return tstrNormal.starts_with(tstrShell) && tstrNormal.find(L':', tstrShell.size()) == std::wstring::npos;
     };
     RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
                   judge);
@@ -225,7 +225,7 @@ TEST_F(HostileInput, UpdateInformation)
         if (++cRuns % 8 == 0) agent.DoDeploy();  // slow, and most of it the same every time
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        const bool bSource = strCall == "FindFirstFileW";
+        const bool bSource = strCall == "FindFirstFileW" || strCall == "MoveFileExW source";
         return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) ||
                tstrPlace.starts_with(L"C:\\b.sys");
     };

@@ -1,6 +1,8 @@
 // A list of pinned items that only notes what is taken out of it, and the class object that gives it.
 #pragma once
 
+#include "common/KzComn_Handle.h"
+
 #include <windows.h>
 #include <shlobj.h>
 
@@ -15,10 +17,12 @@ inline constexpr CLSID kStartMenuPinClass = {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks. Refuses
-/// every removal after having noted it.
+/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks. Answers
+/// every removal, after having noted it, as its owner says.
 class PinRecorder final : public IClassFactory, public IStartMenuPinnedList {
 public:
+    explicit PinRecorder(HRESULT hrAnswer) : m_hrAnswer(hrAnswer) {}
+
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** ppv) override
     {
         *ppv = nullptr;
@@ -38,16 +42,24 @@ public:
 
     HRESULT STDMETHODCALLTYPE RemoveFromList(IShellItem* pItem) override
     {
-        wchar_t* szPath = nullptr;
-        if (FAILED(pItem->GetDisplayName(SIGDN_FILESYSPATH, &szPath))) return E_INVALIDARG;
-        const bool bThere = ::GetFileAttributesW(szPath) != INVALID_FILE_ATTRIBUTES;
-        m_removed.push_back((bThere ? L"" : L"too late: ") + std::wstring(szPath));
-        ::CoTaskMemFree(szPath);
-        return E_FAIL;
+        KzCommon::UniqueHandle<TaskMemoryTraits> path;
+        if (FAILED(pItem->GetDisplayName(SIGDN_FILESYSPATH, path.Receive()))) return E_INVALIDARG;
+        const bool bThere = ::GetFileAttributesW(path.Get()) != INVALID_FILE_ATTRIBUTES;
+        m_removed.push_back((bThere ? L"" : L"too late: ") + std::wstring(path.Get()));
+        return m_hrAnswer;
     }
 
     ULONG m_cReferences = 0;
     std::vector<std::wstring> m_removed;
+
+private:
+    struct TaskMemoryTraits {
+        using Handle = wchar_t*;
+        static Handle Empty() noexcept { return nullptr; }
+        static void Release(Handle handle) noexcept { ::CoTaskMemFree(handle); }
+    };
+
+    HRESULT m_hrAnswer;
 };
 
 #pragma GCC diagnostic pop

@@ -33,10 +33,12 @@ public:
     DebugLogConfig m_config{};                   // what the library was opened with
     DWORD m_dwInitializeResult = ERROR_SUCCESS;  // what it answers to that
 
-private:
+protected:
     DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
     DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override;
     DWORD OnUninitialize(void* pTrace) override;
+
+private:
     void SetSink(TraceSink* pSink) const;
 
     KzCommon::UniqueModule m_hModule;

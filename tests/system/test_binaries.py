@@ -4,7 +4,7 @@ import struct
 import subprocess
 import unittest
 
-from machine import BUILD, ROOT
+from brevantlab.prefix import BUILD, ROOT
 
 SHIPPED = BUILD / 'release' / 'bin'
 HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
@@ -13,7 +13,6 @@ CORE = re.compile(r'KERNEL32\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
 VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version resource
 
 
-@unittest.skipUnless((SHIPPED / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
 class ShippedBinaries(unittest.TestCase):
     def test_self_contained_and_hardened(self):
         for name in ('Brevant.exe', 'KzDbg64.dll', 'libexpat.dll'):
@@ -25,6 +24,9 @@ class ShippedBinaries(unittest.TestCase):
                 others = {dll for dll in imports if not CORE.fullmatch(dll)}
                 self.assertLessEqual(others, {'ADVAPI32.dll'} if name == 'libexpat.dll' else set())
                 self.assertLessEqual(HARDENING, set(headers.split()))
+                if name != 'libexpat.dll':
+                    self.assertRegex(headers, r'MajorOSystemVersion\s+10\n(.*\n)*MajorSubsystemVersion\s+10\n')
+                self.assertEqual(name.endswith('.exe'), 'TERMINAL_SERVICE_AWARE' in headers.split())
                 self.assertIn('.reloc', headers, 'without relocations the address cannot be random')
                 self.assertNotIn('.debug_info', headers)
                 sections = re.findall(r'^ +\d+ (\S+) .*\n +(.*)$', headers, re.M)
@@ -37,14 +39,18 @@ class ShippedBinaries(unittest.TestCase):
         manifest = (ROOT / 'src' / 'agent' / 'Brevant.manifest').read_bytes()
         self.assertEqual(1, content.count(manifest.strip()))
         self.assertIn(b'level="requireAdministrator"', manifest)
-        version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
-        self.assertIn(f'version="{version}"'.encode(), manifest)
-        numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)
-        self.assertEqual(version, '.'.join(str(numbers[index]) for index in (1, 0, 3, 2)))
-        for name, text in (('FileVersion', version), ('ProductName', 'Kazmere Qorvault'),
-                           ('OriginalFilename', 'Brevant')):
-            self.assertRegex(content.decode('utf-16-le', 'replace'), name + '\0+' + text)
         self.assertLess(len(content), 2 << 20)
+
+    def test_version(self):
+        version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
+        for name in ('Brevant.exe', 'KzDbg64.dll'):
+            with self.subTest(name):
+                content = (SHIPPED / name).read_bytes()
+                numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)
+                self.assertEqual(version, '.'.join(str(numbers[index]) for index in (1, 0, 3, 2)))
+                for field, text in (('FileVersion', version), ('ProductName', 'Kazmere Qorvault'),
+                                    ('OriginalFilename', name)):
+                    self.assertRegex(content.decode('utf-16-le', 'replace'), field + '\0+' + text)
 
 
 if __name__ == '__main__':

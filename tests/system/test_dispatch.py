@@ -3,8 +3,10 @@ import collections
 import contextlib
 import unittest
 
-from machine import SETTINGS, Machine
-from sample_machine import RUN_ONCE, SampleMachine
+from brevantlab.expect import LabTest
+from brevantlab.layouts import SampleMachine
+from brevantlab.machine import RUN_ONCE, SETTINGS, Machine
+from brevantlab.trace import failures
 
 STOP = '@@@ ***QorPatchTool.exe stop.'
 STEPS = {
@@ -17,14 +19,18 @@ STEPS = {
 }
 
 
-class Dispatch(unittest.TestCase):
+class Dispatch(LabTest):
     def test_arguments(self):
         with SampleMachine() as machine:
             machine.mark_renamed()
-            before = machine.read_tree('HKLM\\Software\\Kazmere'), machine.listing()
+
+            def state():
+                return {**machine.read_tree('HKLM\\Software\\Kazmere'), **machine.listing(machine.install)}
+
+            before = state()
             code, messages = machine.agent()
             self.assertEqual((0, ['@@@ Paramter is not right', STOP]), (code, messages))
-            self.assertEqual(before, (machine.read_tree('HKLM\\Software\\Kazmere'), machine.listing()))
+            self.assertSame(before, state())
             self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
 
             # The deployment comes last: its registry flags must not be there before.
@@ -43,6 +49,35 @@ class Dispatch(unittest.TestCase):
                     self.assertEqual(f'@@@ Paramter is {arguments[0]}', messages[0])
                     self.assertEqual(expected.split(), [STEPS[text] for text in messages if text in STEPS])
                     self.assertEqual('deploy' in expected, 'DoUpdateDeploy' in machine.values(SETTINGS))
+
+    def test_without_a_library_of_windows_nothing_is_changed(self):
+        with SampleMachine() as machine:
+            for library, argument, expected in (
+                ('setupapi', '/DeployFramework', 255),
+                ('wtsapi32', '/DeployFramework', 255),
+                ('crypt32', '/DeployFramework', 255),
+                ('shell32', '/ApplyNewName', 0),
+                ('wtsapi32', 'anything', 0),
+            ):
+                with self.subTest(library=library, argument=argument):
+                    usual, machine.overrides = machine.overrides, {library: 'd'}
+                    files, settings = machine.listing(), machine.read_tree(SETTINGS)
+                    code, messages = machine.agent(argument)
+                    self.assertEqual(set(), set(files.items()) ^ set(machine.listing().items()))
+                    self.assertEqual(settings, machine.read_tree(SETTINGS))
+                    self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
+                    machine.overrides = usual
+                    failures = [f'!!! *** {library}.dll is missing in Windows: nothing is changed. [0x0000007e]']
+                    failures += ['!!! Patch Agent failed to perform update'] if expected else []
+                    self.assertEqual((expected, failures), (code, [text for text in messages if text[0] == '!']))
+                    self.assertNotIn('prepare', [STEPS.get(text) for text in messages])
+
+    def test_libraries_of_windows_find_theirs_in_the_system_folder_only(self):
+        with SampleMachine() as machine:
+            machine.install_program(machine.install, standins=['Planted'])
+            machine.agent('anything')
+            self.assertIn('style', machine.read(machine.install + 'wtsapi32.log'), 'the one that loads another has run')
+            self.assertIsNone(machine.read(machine.install + 'planted.log'))
 
     def test_a_machine_without_the_product(self):
         with Machine() as machine:
@@ -63,7 +98,7 @@ READERS = ('CreateDirBeforeReboot() - QueryValue', 'PatchRegistry() - QueryValue
            'RemoveFileAfterReboot() - QueryValue', 'PostRunScript() - QueryValue')
 
 
-class BadInput(unittest.TestCase):
+class BadInput(LabTest):
     def setUp(self):
         self.machine = self.enterContext(SampleMachine())
         self.machine.mark_renamed()
@@ -92,9 +127,9 @@ class BadInput(unittest.TestCase):
         before = len(self.machine.pending_moves())
         code, messages = self.machine.agent('/DeployFramework')
         self.assertEqual((0, 1), (code, self.machine.values(SETTINGS)['DoUpdateDeploy']))
-        failures = collections.Counter(text[4:] for text in messages if text.startswith('!!!'))
+        found = collections.Counter(failures(messages))
         moves = sum(1 for _, target in self.machine.pending_moves()[before:] if target)
-        return failures if messages else None, moves
+        return found if messages else None, moves
 
     def test_run_goes_on(self):
         install, package, share = (self.machine.folders[name] for name in ('install', 'package', 'share'))
@@ -123,9 +158,9 @@ class BadInput(unittest.TestCase):
             ('trace folder', self.without('C:\\Trace', ''), None, moves),
         ):
             with self.subTest(name), spoilt:
-                failures, found = self.deploy()
-                self.assertEqual(count, found)
-                self.assertEqual(expected, failures if failures is None else list((failures - usual).elements()))
+                found, registered = self.deploy()
+                self.assertEqual(count, registered)
+                self.assertSame(expected, found if found is None else list((found - usual).elements()))
 
 
 if __name__ == '__main__':

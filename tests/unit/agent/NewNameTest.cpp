@@ -19,12 +19,20 @@ struct {
     std::wstring tstrTitle, tstrMessage;
     DWORD dwStyle, dwAnswer;
     UINT uExitFlags;
+    bool bExitFails;
+    DWORD dwSession;
 } s_asked;
 
 BOOL WINAPI NoteExit(UINT uFlags, DWORD)
 {
     s_asked.uExitFlags = uFlags;
-    return TRUE;
+    ::SetLastError(ERROR_SHUTDOWN_IN_PROGRESS);
+    return !s_asked.bExitFails;
+}
+
+DWORD WINAPI ConsoleSession()
+{
+    return s_asked.dwSession;
 }
 
 class NewNameTest : public AgentTest {
@@ -48,11 +56,12 @@ protected:
 // The linker takes these instead of the system's.
 extern "C" {
 decltype(&::ExitWindowsEx) __imp_ExitWindowsEx = &NoteExit;
+decltype(&::WTSGetActiveConsoleSessionId) __imp_WTSGetActiveConsoleSessionId = &ConsoleSession;
 
 BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage,
                             DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pdwAnswer, BOOL bWait)
 {
-    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == ::WTSGetActiveConsoleSessionId();
+    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == s_asked.dwSession;
     s_asked.tstrTitle.assign(szTitle, cbTitle / 2);
     s_asked.tstrMessage.assign(szMessage, cbMessage / 2);
     s_asked.dwStyle = bConsole && bWait && dwTimeout == 0 ? dwStyle : 0;
@@ -93,6 +102,40 @@ TEST_F(NewNameTest, OnlyATableWithTheNewNameSparesTheUserTheQuestion)
     }
 }
 
+TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
+{
+    EXPECT_TRUE(CanScheduleNewName());
+    WriteProduct(L"ProductPath", L"");
+    EXPECT_FALSE(CanScheduleNewName());
+    EXPECT_EQ(1, CountTraced("!!! *** CanScheduleNewName() - the install folder is not known, the new name is not "
+                             "scheduled."));
+}
+
+TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
+{
+    const wchar_t szRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
+    const auto prepare = [&](DWORD cCommands) {
+        PreparePostUdActionForNewName();
+        DWORD cValues = 0;
+        UniqueRegistryKey key;
+        EXPECT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, szRunOnce, 0, KEY_READ, key.Receive()));
+        ::RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &cValues, nullptr, nullptr,
+                           nullptr, nullptr);
+        EXPECT_EQ(cCommands, cValues);
+    };
+    prepare(1);
+    EXPECT_EQ(1, CountTraced("!!! Failed to backup old shortcut configuration. Error code = 2"));
+    m_install.Write(L"qorshcut.xml", "new");
+    const std::wstring tstrBackup = m_install.Write(L"qorshcutbackup.xml", "old");
+    prepare(2);
+    EXPECT_EQ("new", m_install.Read(L"qorshcutbackup.xml"));
+    EXPECT_EQ("new", m_install.Read(L"qorshcut.xml"));
+    std::filesystem::remove(tstrBackup);
+    m_install.MakeFolder(L"qorshcutbackup.xml");
+    prepare(3);
+    EXPECT_EQ(1, CountTraced("!!! Failed to backup old shortcut configuration. Error code = 5"));
+}
+
 TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkRestarts)
 {
     const std::tuple<const char*, const wchar_t*, const wchar_t*, DWORD> rows[] = {
@@ -116,6 +159,23 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
     EXPECT_EQ(2, CountTraced("@@@ Restart later..."));
 }
 
+TEST_F(NewNameTest, AQuestionThatCannotBePutAndARestartThatIsRefusedLeaveTheirLines)
+{
+    s_asked = {};
+    s_asked.dwAnswer = IDOK;
+    s_asked.dwSession = 0xFFFFFFFF;
+    RemindToReboot();
+    EXPECT_EQ(L"", s_asked.tstrTitle) << "nobody is asked while the console changes hands";
+    EXPECT_EQ(0U, s_asked.uExitFlags);
+    EXPECT_EQ(1, CountTraced("@@@ Restart later..."));
+    s_asked.dwSession = 3;
+    s_asked.bExitFails = true;
+    RemindToReboot();
+    EXPECT_EQ(L"Kazmere Keystride", s_asked.tstrTitle);
+    EXPECT_EQ(1, CountTraced("!!! *** ::ExitWindowsEx() failed. [0x0000045b]"));
+    EXPECT_EQ(1, CountTraced("!!! ReStartWindows() failed."));
+}
+
 TEST_F(NewNameTest, WithoutATextOfTheLanguageTheNamesAreTheNewOnesOrEmpty)
 {
     WriteProduct(L"Language", L"DE-DE");
@@ -128,4 +188,27 @@ TEST_F(NewNameTest, WithoutATextOfTheLanguageTheNamesAreTheNewOnesOrEmpty)
     EXPECT_EQ(L"Kazmere Qorvault", Frwk::Utility::GetStrFromHKLM_KZVLT(L"ProductName", L""));
     EXPECT_EQ(RawText(L"Kazmere Qorvault ToolBar"),
               ReadRaw(HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L""));
+}
+
+TEST_F(NewNameTest, EveryPlaceTakesItsNameWhateverBecomesOfTheShortcuts)
+{
+    SetTable(L"EN-US", "S_STR_PRODUCT_NAME=N\nS_TOOLBAR_DISPLAY_NAME=T\n");
+    m_install.Write(L"qorshcutbackup.xml", "<S>");
+    PostUdActionForNewName();
+    const std::tuple<HKEY, std::wstring, const wchar_t*, const wchar_t*> rows[] = {
+        // clang-format off
+        {HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", L"ProductName", L"N"},
+        {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
+                             L"{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}", L"DisplayName", L"N"},
+        {HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", L"N BHO"},
+        {HKEY_CLASSES_ROOT, L"CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", L"N ActiveX"},
+        {HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", L"T"}};
+    // clang-format on
+    for (const auto& [hRoot, tstrKey, szValue, szName] : rows) {
+        EXPECT_EQ(RawText(szName), ReadRaw(hRoot, tstrKey, szValue)) << KzCommon::String::ToUtf8(tstrKey);
+        EXPECT_EQ(std::nullopt, ReadRaw(HKEY_CLASSES_ROOT, L"Wow6432Node\\" + tstrKey, szValue));
+    }
+    EXPECT_EQ(1, CountTraced("!!! FAILED*** ShortCutXmlHandler::ParseXml(" +
+                             KzCommon::String::ToUtf8(m_install.PathOf(L"qorshcutbackup.xml")) + ") failed."));
+    EXPECT_EQ(1, CountTraced("!!! qorshcut.xml does not exist!"));
 }

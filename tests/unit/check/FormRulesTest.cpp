@@ -90,3 +90,18 @@ TEST_F(FormRulesTest, ScanAndWindowsAgreeAboutTheRecordsOfOddLines)
     }
     EXPECT_EQ(read, scanned);
 }
+
+TEST_F(FormRulesTest, AScanThatFindsAnotherNumberOfRecordsThanWindowsIsReported)
+{
+    Write(kInstructionFile, With("[Run]\nSysRunOnce=a\nSysRunOnce=b\n"));
+    Update update;
+    ASSERT_TRUE(update.Open(m_folder.Path(), std::nullopt, nullptr));
+    for (const auto& [strScanned, cFound] : {std::pair("SysRunOnce=a\nSysRunOnce=c\n", 0), {"SysRunOnce=a\n", 1}}) {
+        IniScan scan;
+        scan.Scan(With(std::string("[Run]\n") + strScanned));
+        Report report;
+        CheckForm({update, scan, {}}, report);
+        ASSERT_EQ(report.Sorted().size(), static_cast<std::size_t>(cFound)) << strScanned;
+        for (const Finding& finding : report.Sorted()) EXPECT_EQ(finding.eRule, Rule::eScanDiffers);
+    }
+}

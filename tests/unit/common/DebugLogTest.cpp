@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <stdexcept>
+
 using namespace KzCommon;
 using namespace testing;
 
@@ -22,6 +24,47 @@ const std::pair<std::wstring, RawValue> kValues[] = {
     {L"LogFile", RawText(L"fil")}, {L"LogExtension", RawText(L"ext")}, {L"Robust", RawNumber(5)},
     {L"Debugger", RawNumber(6)}};  // clang-format on
 
+/// What may go wrong inside a library.
+const std::pair<const char*, void (*)()> kFaults[] = {{"access violation",
+                                                       [] {
+                                                           *reinterpret_cast<volatile int*>(ULONG_PTR{16}) = 1;
+                                                       }},
+                                                      {"jump to nowhere",
+                                                       [] {
+                                                           reinterpret_cast<void (*)()>(ULONG_PTR{16})();
+                                                       }},
+                                                      {"exception of this compiler",
+                                                       [] {
+                                                           throw std::runtime_error("fault");
+                                                       }},
+                                                      {"exception of another", [] {
+                                                           ::RaiseException(0xE06D7363, 0, 0, nullptr);
+                                                       }}};
+
+/// Faults in the call of that number: 0 on opening, 1 with a line, 2 on closing.
+class FaultyRecorder : public TraceRecorder {
+public:
+    int m_nFaulty = -1;
+    void (*m_pfnFault)() = nullptr;
+
+private:
+    DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override
+    {
+        if (m_nFaulty == 0) m_pfnFault();
+        return TraceRecorder::OnInitialize(ppTrace, pConfig);
+    }
+    DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override
+    {
+        if (m_nFaulty == 1) m_pfnFault();
+        return TraceRecorder::OnTrace(pTrace, pTime, szLine);
+    }
+    DWORD OnUninitialize(void* pTrace) override
+    {
+        if (m_nFaulty == 2) m_pfnFault();
+        return TraceRecorder::OnUninitialize(pTrace);
+    }
+};
+
 class DebugLogTest : public RegistryTest {
 protected:
     static void Set(const std::wstring& tstrName, const RawValue& value, DWORD dwSession = eInteractiveSession)
@@ -35,7 +78,7 @@ protected:
     }
     bool Trace(DWORD dwLevel) { return m_log.Trace("dir/a.cpp", 7, dwLevel, L"text"); }
 
-    TraceRecorder m_recorder;
+    FaultyRecorder m_recorder;
     const DebugLogConfig& m_config = m_recorder.m_config;
     DebugLog m_log;
 };
@@ -87,10 +130,13 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
         // clang-format off
         {0x11, 1, {".w. text"}}, {0x11, 16, {"@@@ text"}}, {0x11, 256, {}}, {0x100, 256, {"!!! text"}},
         {0x11, 2, {}}, {2, 2, {"??? text"}}, {0, 1, {}}};  // clang-format on
-    for (const auto& [dwMask, dwLevel, messages] : rows) {
+    for (const auto& row : rows) {
+        const auto& [dwMask, dwLevel, messages] = row;
         Set(L"Enable", RawNumber(1));
         Set(L"Level", RawNumber(dwMask));
+        m_recorder.m_config = {};
         EXPECT_TRUE(Open()) << "a second open reads the settings again";
+        EXPECT_EQ(&row == rows, m_config.stOpened.wYear > 0) << "and keeps the library";
         m_recorder.Clear();
         EXPECT_EQ(!messages.empty(), Trace(dwLevel)) << dwLevel;
         EXPECT_EQ(messages, m_recorder.Messages());
@@ -102,6 +148,9 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
         EXPECT_TRUE(m_log.Trace("a.cpp", 1, kTraceInfo, L"%s", std::wstring(cch, L'm').c_str()));
         EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ " + std::string(cch, 'm')));
     }
+    m_recorder.Clear();
+    EXPECT_TRUE(m_log.Trace("a.cpp", 1, kTraceInfo, L"%s%c.", L"a\r\n\tb\x1b\x85\x2028", L'\0'));
+    EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ a\\r\\n\tb\\x001b\\x0085\\x2028\\x0000."));
     ::SetLastError(4711);
     EXPECT_TRUE(m_log.Trace("src/agent\\Brevant.cpp", 430, kTraceInfo, L"Paramter is %s", L"/Täst"));
     EXPECT_EQ(4711U, ::GetLastError()) << "the caller still wants its code";
@@ -110,6 +159,24 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
     EXPECT_THAT(String::ToUtf8(m_recorder.Lines().back()),
                 MatchesRegex("\\d\\d/\\d\\d/2\\d\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d\\d\\d " + std::string(szIds) +
                              " @@@ <Brevant> Paramter is /Täst - Brevant\\.cpp\\(430\\)\r\n"));
+}
+
+TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
+{
+    for (const auto& [tstrName, value] : kValues) Set(tstrName, value);
+    for (const auto& [szFault, pfnFault] : kFaults) {
+        for (const int nFaulty : {0, 1, 2}) {
+            SCOPED_TRACE(szFault + std::to_string(nFaulty));
+            m_recorder.m_pfnFault = pfnFault;
+            m_recorder.m_nFaulty = nFaulty;
+            EXPECT_EQ(nFaulty != 0, Open());
+            EXPECT_EQ(nFaulty == 2, Trace(kTraceInfo));
+            EXPECT_EQ(nFaulty == 2, Trace(kTraceInfo)) << "nothing more is asked of it";
+            EXPECT_EQ(nFaulty == 2, m_log.Close());
+            m_recorder.m_nFaulty = -1;
+            EXPECT_TRUE(Open() && Trace(kTraceInfo) && m_log.Close()) << "a later trace is another matter";
+        }
+    }
 }
 
 }  // namespace

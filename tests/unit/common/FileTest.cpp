@@ -30,17 +30,20 @@ TEST(File, FoldersAreCreatedWithTheirParentsAndToldFromFiles)
     EXPECT_THAT(folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"dir\\", L"dir\\file", L"e\\", L"e\\f\\"));
 }
 
-TEST(File, OverwritingReplacesAFileAsAWhole)
+TEST(File, WholeDrivesAndSharesAreToldFromWhatLiesInThem)
 {
-    const TempFolder folder;
-    const std::wstring tstrOld = folder.Write(L"old", "old");
-    const std::wstring tstrNew = folder.Write(L"new", "new");
-    // A second name of the old file shows what would have become of its content.
-    ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
-    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
-    EXPECT_EQ("new", folder.Read(L"old"));
-    EXPECT_EQ("old", folder.Read(L"second"));
-    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", L"second"));
+    // A path, how many of its characters name the drive or share, and whether that is all.
+    const std::tuple<const wchar_t*, std::size_t, bool> rows[] = {
+        // clang-format off
+        {L"C:\\", 2, true}, {L"C:\\a", 2, false}, {L"C:\\a\\..", 2, true}, {L"C:/", 2, true},
+        {L"\\\\s\\h", 5, true}, {L"\\\\s\\h\\", 5, true}, {L"\\\\s", 3, true}, {L"\\\\s\\h\\a", 5, false},
+        {L"\\\\?\\C:\\", 6, true}, {L"\\\\?\\C:\\a", 6, false}, {L"\\\\?\\UNC\\s\\h\\", 11, true},
+        {L"\\\\?\\UNC\\s\\h\\a\\b", 11, false}};  // clang-format on
+    for (const auto& [szPath, cchRoot, bRoot] : rows) {
+        SCOPED_TRACE(String::ToUtf8(szPath));
+        EXPECT_EQ(cchRoot, Directory::RootLength(Directory::FullPath(szPath)));
+        EXPECT_EQ(bRoot, Directory::IsRoot(szPath));
+    }
 }
 
 TEST(File, OnlyNamesThatStayInTheirFolderArePlain)

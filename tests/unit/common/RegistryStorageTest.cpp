@@ -70,4 +70,83 @@ TEST_F(RegistryStorage, FailuresHaveTheirCode)
     ExpectCode(0x800300FD, [] { throw std::bad_alloc(); });
 }
 
+TEST_F(RegistryStorage, NothingWorksOnAKeyThatIsNotOpenOrAnEmptyPath)
+{
+    Registry registry;
+    KzCommon::ByteArray bytes;
+    DWORD dwValue = 7;
+    ULONGLONG ullValue = 7;
+    const std::function<void()> unopened[] = {// clang-format off
+        [&] { registry.Flush(); }, [&] { registry.ReadBinary(L"a", bytes); }, [&] { registry.ReadString(L"a", L""); },
+        [&] { registry.ReadDword(L"a", dwValue); }, [&] { registry.ReadQword(L"a", ullValue); },
+        [&] { registry.WriteBinary(L"a", bytes); }, [&] { registry.WriteString(L"a", L""); },
+        [&] { registry.WriteQword(L"a", 1); }, [&] { registry.DeleteSubKey(L"a"); },
+        [&] { registry.DeleteValue(L"a"); }, [&] { registry.EnumSubKey(0); }, [&] { registry.EnumValue(0); }};
+    const std::function<void()> nowhere[] = {
+        [&] { registry.OpenOrCreate(kRoot, L""); }, [&] { registry.OpenForDelete(kRoot, L""); },
+        [&] { registry.OpenForEnumerate(kRoot, L""); }, [&] { registry.Open(Key(kRoot, L"")); }};  // clang-format on
+    registry.OpenOrCreate(kRoot, kPath);
+    registry.Close();
+    EXPECT_EQ(L"", registry.Path());
+    for (const auto& operation : unopened) ExpectCode(ERROR_INVALID_HANDLE, operation);
+    for (const auto& operation : nowhere) ExpectCode(ERROR_BAD_ARGUMENTS, operation);
+}
+
+TEST_F(RegistryStorage, AnObjectThatOpensAnotherKeyWorksOnThatOne)
+{
+    Registry registry;
+    for (const wchar_t* szKey : {L"a", L"b"}) {
+        registry.OpenOrCreate(kRoot, kPath + L"\\" + szKey);
+        registry.WriteString(L"name", szKey);
+    }
+    EXPECT_EQ(kPath + L"\\b", registry.Path());
+    EXPECT_EQ(RawText(L"a"), ReadRaw(kRoot, kPath + L"\\a", L"name"));
+    registry.OpenForEnumerate(kRoot, kPath);
+    EXPECT_EQ(L"ab", registry.EnumSubKey(0) + registry.EnumSubKey(1));
+    ExpectCode(ERROR_NO_MORE_ITEMS, [&] { registry.EnumSubKey(2); });
+    ExpectCode(ERROR_NO_MORE_ITEMS, [&] { registry.EnumValue(0); });
+    registry.OpenOrCreate(kRoot, kPath);
+    registry.DeleteSubKey(L"a");
+    ExpectCode(ERROR_FILE_NOT_FOUND, [&] { registry.DeleteSubKey(L"a"); });
+    registry.OpenForDelete(kRoot, kPath + L"\\b");
+    registry.DeleteValue(L"name");
+    ExpectCode(ERROR_FILE_NOT_FOUND, [&] { registry.DeleteValue(L"name"); });
+}
+
+TEST_F(RegistryStorage, AFailedReadLeavesTheDefaultAndASuccessClearsTheCode)
+{
+    WriteRaw(kRoot, kPath, L"text", RawText(L"t"));
+    WriteRaw(kRoot, kPath, L"word", RawNumber(5));
+    WriteRaw(kRoot, kPath, L"quad", RawNumber(6, REG_QWORD));
+    // The value, the codes of the three reads, and what they leave in the caller's variables.
+    const std::tuple<std::wstring, std::wstring, DWORD, std::wstring, DWORD, ULONGLONG> rows[] = {
+        // clang-format off
+        {kPath, L"text", 0, L"t", 77, 77}, {kPath, L"word", 0, L"default", 5, 77}, {kPath, L"quad", 0, L"default", 77, 6},
+        {kPath, L"none", ERROR_FILE_NOT_FOUND, L"default", 77, 77},
+        {kPath + L"\\none", L"text", ERROR_FILE_NOT_FOUND, L"default", 77, 77},
+        {L"", L"text", ERROR_BAD_ARGUMENTS, L"default", 77, 77}};  // clang-format on
+    for (const auto& [tstrPath, tstrName, dwCode, tstrLeft, dwLeft, ullLeft] : rows) {
+        SCOPED_TRACE(tstrPath.empty() ? "no path" : "path" + std::to_string(tstrName.size()));
+        std::wstring tstrValue = L"default";
+        DWORD dwValue = 77;
+        ULONGLONG ullValue = 77;
+        DWORD codes[] = {1, 1, 1};
+        EXPECT_EQ(tstrLeft != L"default", Reg::ReadValue(kRoot, tstrPath, tstrName, tstrValue, 0, &codes[0]));
+        EXPECT_EQ(dwLeft != 77, Reg::ReadValue(kRoot, tstrPath, tstrName, dwValue, 0, &codes[1]));
+        EXPECT_EQ(ullLeft != 77, Reg::ReadValue(kRoot, tstrPath, tstrName, ullValue, 0, &codes[2]));
+        EXPECT_EQ(tstrLeft, tstrValue);
+        EXPECT_EQ(dwLeft, dwValue);
+        EXPECT_EQ(ullLeft, ullValue);
+        const DWORD dwOther = dwCode ? dwCode : DWORD{ERROR_INVALID_DATA};
+        EXPECT_EQ(tstrLeft != L"default" ? 0 : dwOther, codes[0]);
+        EXPECT_EQ(dwLeft != 77 ? 0 : dwOther, codes[1]);
+        EXPECT_EQ(ullLeft != 77 ? 0 : dwOther, codes[2]);
+    }
+    DWORD dwError = 1;
+    EXPECT_TRUE(Reg::DeleteValue(kRoot, kPath, L"text", 0, &dwError));
+    EXPECT_EQ(0U, dwError);
+    EXPECT_FALSE(Reg::DeleteValue(kRoot, kPath, L"text", 0, &dwError));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, dwError);
+}
+
 }  // namespace

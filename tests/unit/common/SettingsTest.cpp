@@ -1,8 +1,12 @@
 // Where settings come from: INI values and the product key.
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_IniFile.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
+
+#include <functional>
 
 using namespace KzCommon::Storage;
 using namespace Frwk::Utility;
@@ -27,6 +31,64 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, ::GetLastError());
 }
 
+TEST(IniFileTest, OnlyAnOpenFileIsReadAndWritten)
+{
+    const TempFolder folder;
+    IniFile ini;
+    const auto codeOf = [](const std::function<void()>& operation) {
+        DWORD dwError = 0;
+        static_cast<void>(Guarded(&dwError, operation));
+        return dwError;
+    };
+    const std::wstring tstrFile = folder.Write(L"a.ini", "[S]\r\nk=v\r\n");
+    DWORD dwValue = 7;
+    for (const bool bClosed : {false, true}) {
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { static_cast<void>(ini.ReadString(L"S", L"k", L"")); }))
+            << bClosed;
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { ini.ReadDword(L"k", dwValue); })) << bClosed;
+        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { ini.StoreString(L"S", L"k", L"w"); })) << bClosed;
+        ini.Open(Key(Key::eIniFile, nullptr, tstrFile.c_str()), L"S");
+        EXPECT_EQ(L"v", ini.ReadString(L"k", L""));
+        ini.Close();
+    }
+    EXPECT_EQ(DWORD{ERROR_BAD_ARGUMENTS}, codeOf([&] { ini.Open(L""); }));
+    EXPECT_FALSE(ini.IsReady());
+}
+
+TEST(IniFileTest, ASectionComesWholeInItsOrderOrNotAtAll)
+{
+    const TempFolder folder;
+    const std::wstring tstrFile = folder.Write(L"a.ini", "[S]\r\na=1\r\nb==2\r\nnone\r\nempty=\r\na=3=4\r\n[E]\r\n");
+    constexpr Ini::SectionGrowth kSmall{8, 8, 64};
+    const Ini::Section section = Ini::ReadSection(tstrFile, L"S", kSmall);
+    EXPECT_EQ(Ini::SectionOutcome::eRead, section.eOutcome);
+    const std::vector<std::pair<std::wstring, std::wstring>> expected{{L"a", L"1"}, {L"b=", L"2"}, {L"a", L"3=4"}};
+    EXPECT_EQ(expected, section.entries);
+    EXPECT_EQ(Ini::SectionOutcome::eTooLarge, Ini::ReadSection(tstrFile, L"S", {8, 8, 24}).eOutcome);
+    for (const auto& [tstrPath, szSection] :
+         {std::pair(tstrFile, L"None"), {tstrFile, L"E"}, {folder.PathOf(L"none.ini"), L"S"}, {folder.Path(), L"S"}}) {
+        const Ini::Section missing = Ini::ReadSection(tstrPath, szSection, kSmall);
+        EXPECT_EQ(Ini::SectionOutcome::eFailed, missing.eOutcome) << KzCommon::String::ToUtf8(szSection);
+        EXPECT_NE(0U, missing.dwError) << "a failure has a code, whatever a call before it left";
+        EXPECT_TRUE(missing.entries.empty());
+    }
+}
+
+TEST(ProcessTest, PathsOutOfSettingsAreExpandedAndRelativeOnesLieBesideTheProgram)
+{
+    using namespace KzCommon::Process;
+    ::SetEnvironmentVariableW(L"BREVANT_TEST", L"\u00FC");
+    const std::wstring tstrProgram = ProgramFolder();
+    EXPECT_TRUE(tstrProgram.ends_with(L"\\"));
+    const std::pair<std::wstring, std::wstring> expanded[] = {
+        {L"a%BREVANT_TEST%b", L"a\u00FCb"}, {L"", L""}, {L"%BREVANT_NONE%", L"%BREVANT_NONE%"}, {L"100%", L"100%"}};
+    for (const auto& [tstrText, tstrWanted] : expanded) EXPECT_EQ(tstrWanted, ExpandEnvironment(tstrText));
+    const std::pair<std::wstring, std::wstring> resolved[] = {
+        {L".\\a", tstrProgram + L"a"}, {L"a\\b", tstrProgram + L"a\\b"}, {L".\\", tstrProgram},
+        {L"C:\\a", L"C:\\a"},          {L"\\\\s\\h", L"\\\\s\\h"},       {L"..\\a", tstrProgram + L"..\\a"}};
+    for (const auto& [tstrPath, tstrWanted] : resolved) EXPECT_EQ(tstrWanted, ResolveBesideProgram(tstrPath));
+}
+
 class ProductKeyTest : public RegistryTest {};
 
 TEST_F(ProductKeyTest, InstallFolderEndsInABackslashAndNothingEmptyIsWritten)
@@ -39,5 +101,23 @@ TEST_F(ProductKeyTest, InstallFolderEndsInABackslashAndNothingEmptyIsWritten)
         EXPECT_EQ(L"C:\\P\\", GetInstalledFolder());
     }
     WriteToRegHKLM_KZVLT(L"", L"unnamed");
+    EXPECT_EQ(L"C:\\P\\file", InstalledFile(L"file"));
     EXPECT_EQ(L"none", GetStrFromHKLM_KZVLT(L"", L"none"));
+}
+
+TEST_F(ProductKeyTest, EveryUserWithAFolderIsFoundAndNoListIsAFailure)
+{
+    const std::wstring tstrList = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList";
+    std::vector<std::wstring> folders{L"old"};
+    DWORD dwError = 0;
+    EXPECT_FALSE(EnumUserProfileFolders(folders, &dwError));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, dwError);
+    EXPECT_EQ(1U, folders.size()) << "out-parameters stay as they are";
+    ::SetEnvironmentVariableW(L"BREVANT_TEST", L"C:\\Users");
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\1", L"ProfileImagePath", RawText(L"%BREVANT_TEST%\\a", REG_EXPAND_SZ));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\2", L"Other", RawText(L"x"));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\3", L"ProfileImagePath", RawText(L""));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\4", L"ProfileImagePath", RawText(L"D:\\b\\"));
+    EXPECT_TRUE(EnumUserProfileFolders(folders, &dwError));
+    EXPECT_EQ((std::vector<std::wstring>{L"C:\\Users\\a\\", L"D:\\b\\"}), folders);
 }

@@ -39,3 +39,41 @@ TEST(String, Utf8IsExactBothWaysOrRefused)
     EXPECT_EQ("a\xEF\xBF\xBD", ToUtf8(L"a\xD83D"));
     for (const char* szBad : {"\xFF", "a\xC3", "\xC0\x80", "\xED\xA0\x80"}) EXPECT_FALSE(FromUtf8(szBad, tstrRead));
 }
+
+TEST(String, PathsAreFullOnlyWithADriveAndASlashOrAsAShare)
+{
+    for (const wchar_t* szPath : {L"C:\\", L"c:/a", L"\\\\s\\h", L"//s/h", L"\\\\?\\C:\\a"}) {
+        EXPECT_TRUE(IsFullPath(szPath)) << ToUtf8(szPath);
+    }
+    for (const wchar_t* szPath :
+         {L"", L"a", L"C:", L"C:a", L"C:a\\b", L"\\a", L"/a\\b", L"..\\a", L"a\\b", L".\\", L"\\"}) {
+        EXPECT_FALSE(IsFullPath(szPath)) << ToUtf8(szPath);
+    }
+    // Folder, name, and what joining them and going below gives.
+    const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*> rows[] = {
+        // clang-format off
+        {L"C:\\a", L"b", L"C:\\a\\b", L"C:\\a\\b\\"}, {L"C:\\a\\", L"b\\", L"C:\\a\\b\\", L"C:\\a\\b\\"},
+        {L"", L"b", L"b", L""}, {L"C:\\", L"", L"C:\\", L"C:\\"}};  // clang-format on
+    for (const auto& [szFolder, szName, szJoined, szBelow] : rows) {
+        EXPECT_EQ(szJoined, JoinPath(szFolder, szName));
+        EXPECT_EQ(szBelow, FolderBelow(szFolder, szName));
+    }
+}
+
+TEST(String, APathIsSplitOrItsCodeIsLeftBehind)
+{
+    const std::wstring tstrLong(256, L'x');
+    const std::tuple<std::wstring, int, DWORD> rows[] = {{L"C:\\a\\b.c.d", 0, 77},
+                                                         {L"C:\\" + tstrLong, ERANGE, ERROR_BUFFER_OVERFLOW},
+                                                         {L"C:\\" + tstrLong + L"\\a", ERANGE, ERROR_BUFFER_OVERFLOW},
+                                                         {L"a." + tstrLong, ERANGE, ERROR_BUFFER_OVERFLOW}};
+    for (const auto& [tstrPath, iExpected, dwLeft] : rows) {
+        PathParts parts;
+        ::SetLastError(77);
+        EXPECT_EQ(iExpected, SplitPath(tstrPath, parts)) << ToUtf8(tstrPath);
+        EXPECT_EQ(dwLeft, ::GetLastError()) << ToUtf8(tstrPath);
+        if (iExpected != 0) continue;
+        EXPECT_EQ(L"C:|\\a\\|b.c|.d",
+                  std::wstring(parts.szDrive) + L"|" + parts.szDir + L"|" + parts.szName + L"|" + parts.szExt);
+    }
+}

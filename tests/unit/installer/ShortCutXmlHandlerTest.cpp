@@ -1,18 +1,23 @@
 #include "installer/ShortCutXmlHandler.h"
 
 #include "common/KzComn_Com.h"
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_XmlParser.h"
 #include "installer/InstComn_ShellLink.h"
 #include "support/PinRecorder.h"
+#include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <set>
 
 using namespace testing;
 using namespace KzCommon;
+using namespace InstCommon::Utility;
 namespace Links = InstCommon::Utility::ShellLink;
 namespace fs = std::filesystem;
 
@@ -54,6 +59,24 @@ protected:
         return bRemove ? handler.RemoveShortCuts() : handler.CreateShortCuts(m_install.Path());
     }
     bool Remove(const std::string& strDescription) const { return Create(strDescription, true); }
+    /// What the description plans to leave in the places, in one text as Found() has it, and whom it refuses.
+    std::string Planned(const std::string& strDescription, ShortcutWalk eWalk = ShortcutWalk::eCreate) const
+    {
+        const auto document = Storage::XmlParser().ParseFile(m_install.Write(L"s.xml", strDescription));
+        std::set<std::wstring> items;
+        std::wstring tstrPlanned;
+        for (const ShortcutItem& item : ListShortcuts(*document->GetRoot(), eWalk)) {
+            std::wstring tstrPath = item.ePlace == ShortcutPlace::eDesktop ? L"D" : L"M";
+            for (const std::wstring& tstrLevel : LevelsOf(item.tstrPath)) {
+                if (item.szRefusal) break;
+                tstrPath += L"\\" + tstrLevel;
+                items.insert(tstrPath + (tstrPath.ends_with(L".lnk") ? L"" : L"\\"));
+            }
+            if (item.szRefusal) items.insert(std::wstring(L"(") + item.szRefusal + L")");
+        }
+        for (const std::wstring& tstrItem : items) tstrPlanned += tstrItem + L" ";
+        return String::ToUtf8(tstrPlanned);
+    }
     /// What is on desktop and Start menu, in one text.
     std::string Found() const
     {
@@ -62,31 +85,70 @@ protected:
         return String::ToUtf8(tstrFound);
     }
 
+    /// How many lines of the trace begin like this.
+    std::ptrdiff_t CountTraced(const std::string& strStart) const
+    {
+        const std::vector<std::string> messages = m_trace.Messages();
+        return std::count_if(messages.begin(), messages.end(),
+                             [&](const std::string& strLine) { return strLine.starts_with(strStart); });
+    }
+
     TempFolder m_shell, m_install;
+    RecordedTrace m_trace;
 };
 
 }  // namespace
 
-TEST_F(ShortCutTest, CreatesWhatIsDescribedAndNothingOutsideItsFolder)
+TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
 {
+    const auto folder = [](const std::string& strName, const std::string& strInside) {
+        return "<Folder name='" + strName + "'>" + strInside + "</Folder>";
+    };
     const std::pair<std::string, std::string> rows[] = {
         // clang-format off
-        {Describe(Link("A"), "<Folder name='F'><Folder name='G'>" + Link("C") + "</Folder>" + Link("B") + "</Folder>"),
+        {Describe(Link("A"), folder("F", folder("G", Link("C")) + Link("B"))),
          "D\\A.lnk M\\F\\ M\\F\\B.lnk M\\F\\G\\ M\\F\\G\\C.lnk "},
         // Any child of the desktop is a shortcut; directly below the Start menu none is.
         {Describe("<Any>A</Any>", Link("B") + "<Group name='G'>" + Link("C") + "</Group>"), "D\\A.lnk "},
         {"<S><Desktop available='0'>" + Link("A") + "</Desktop><Desktop>" + Link("A") + "</Desktop>" +
          "<StartMenu available='true'><Folder name='F'/></StartMenu><!-- -->"
          "<DESKTOP available='1'><SHORTCUT>B</SHORTCUT></DESKTOP></S>", "D\\B.lnk "},
-        {Describe(Link("..\\A") + Link("") + Link("C:\\B") + Link(std::string(260, 'x')), "<Folder name='..'>" +
-                  Link("A") + "</Folder><Folder>" + Link("B") + "</Folder><Folder name='F\\G'/>"), ""}};
+        // A name of several levels; the programs folder itself; a link in a folder that another one brings.
+        {Describe("", folder("K\\L", Link("A")) + folder("N/O\\", folder("", Link("P")))),
+         "M\\K\\ M\\K\\L\\ M\\K\\L\\A.lnk M\\N\\ M\\N\\O\\ M\\N\\O\\P.lnk "},
+        {Describe("", "<Folder>" + Link("A") + "</Folder>" + folder(".", Link("B") + folder("Q", "")) +
+                  folder("", Link("Q\\C"))), "M\\A.lnk M\\B.lnk M\\Q\\ M\\Q\\C.lnk "},
+        {Describe(Link("..\\A") + Link("x/../A"), folder("..", Link("A")) + folder("F\\.. .\\G", folder("H", ""))),
+         "(leads to a folder above) "},
+        {Describe(Link("C:\\B") + Link("C:") + Link("a:b"), folder("Q:", Link("A"))), "(names a drive or a stream) "},
+        {Describe(Link("\\A") + Link("/A"), folder("\\\\s\\F", Link("A"))), "(begins at a root) "},
+        {Describe(Link("nul") + Link("x\\Com1 .y"), folder("F\\aux", Link("A"))), "(names a device) "}};
     // clang-format on
-    for (const auto& [strDescription, strExpected] : rows) {
+    for (const auto& [strDescription, strPlanned] : rows) {
+        EXPECT_EQ(strPlanned, Planned(strDescription)) << strDescription;
         EXPECT_TRUE(Create(strDescription));
-        EXPECT_EQ(strExpected, Found()) << strDescription;
+        EXPECT_EQ(strPlanned.starts_with("(") ? "" : strPlanned, Found()) << strDescription;
         fs::remove_all(m_shell.Path());
         SetUp();
     }
+    EXPECT_EQ(14, CountTraced("!!! *** [")) << "each refused name is traced";
+}
+
+TEST_F(ShortCutTest, ANameThatTheSystemRefusesFailsThereWithoutHarmToTheOthers)
+{
+    const std::string strLong(230, 'x');
+    const std::string strDescription =
+        Describe(Link("None\\A") + Link(strLong + strLong) + Link("a|b") + Link("B"),
+                 "<Folder name='c|d'>" + Link("A") + "</Folder><Folder name='F'>" + Link("A") + "</Folder>");
+    EXPECT_TRUE(Create(strDescription));
+    EXPECT_EQ("D\\B.lnk M\\F\\ M\\F\\A.lnk ", Found());
+    EXPECT_EQ(4, CountTraced("!!! *** IPersistFile::Save("));
+    EXPECT_EQ(4, CountTraced("!!! *** InstCommon::Utility::ShellLink::CreateShortcut is failed."));
+    EXPECT_EQ(1, CountTraced("!!! *** ::CreateDirectory(" + String::ToUtf8(m_shell.PathOf(L"M\\c|d"))));
+    m_trace.Clear();
+    EXPECT_TRUE(Remove(strDescription));
+    EXPECT_EQ("", Found());
+    EXPECT_EQ(4, CountTraced("!!! *** ::DeleteFile("));
 }
 
 TEST_F(ShortCutTest, AProgramWithoutAnIconTakesTheIconFileBesideIt)
@@ -137,36 +199,91 @@ TEST_F(ShortCutTest, AnUnreachableStartMenuEndsTheWalkAndAnUnreachableDesktopDoe
 
 TEST_F(ShortCutTest, FoldersWithoutEndStopAtTheLongestPath)
 {
-    std::string strFolders;
+    std::string strFolders, strLevels;
     for (int i = 0; i < 900; ++i) strFolders = "<Folder name='twenty characters ..x'>" + strFolders + "</Folder>";
-    EXPECT_TRUE(Create(Describe("", strFolders)));
+    while (strLevels.size() < 30000) strLevels += "x\\";
+    const std::string strDescription = Describe("", strFolders + "<Folder name='" + strLevels + "'/>");
+    EXPECT_TRUE(Create(strDescription));
+    EXPECT_EQ(2, CountTraced("!!! *** Path is too long: "));
     EXPECT_THAT(m_shell.List().size(), AllOf(Gt(5U), Lt(20U)));
-    EXPECT_TRUE(Remove(Describe("", strFolders)));
+    EXPECT_TRUE(Remove(strDescription));
     EXPECT_EQ("", Found());
+}
+
+TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmpty)
+{
+    const std::tuple<std::vector<const wchar_t*>, std::string, std::string> rows[] = {
+        // clang-format off
+        {{L"M\\K\\L\\A.lnk", L"M\\N\\x"}, "K\\L", "M\\N\\ M\\N\\x "}, {{L"M\\K\\L\\A.lnk"}, "K/L\\", ""},
+        {{L"M\\K\\L\\A.lnk", L"M\\K\\x"}, "K\\L", "M\\K\\ M\\K\\x "},
+        {{L"M\\K\\L\\A.lnk", L"M\\K\\L\\x"}, "K\\L", "M\\K\\ M\\K\\L\\ M\\K\\L\\x "},
+        {{L"M\\K\\A.lnk"}, "K\\.", ""}, {{L"M\\A.lnk"}, "", ""},
+        {{L"A.lnk", L"M\\x"}, "..", "A.lnk M\\x "}};
+    // clang-format on
+    for (const auto& [files, strName, strLeft] : rows) {
+        for (const wchar_t* szFile : files) m_shell.Write(szFile, "");
+        EXPECT_TRUE(Remove(Describe("", "<Folder name='" + strName + "'>" + Link("A") + "</Folder>"))) << strName;
+        EXPECT_EQ(strLeft, Found()) << strName;
+        EXPECT_TRUE(fs::is_directory(m_shell.PathOf(L"M"))) << strName;
+        fs::remove_all(m_shell.Path());
+        SetUp();
+    }
+    // The inner one is gone already.
+    m_shell.MakeFolder(L"M\\K");
+    EXPECT_TRUE(Remove(Describe("", "<Folder name='K\\L'/>")));
+    EXPECT_EQ("", Found());
+}
+
+TEST_F(ShortCutTest, ALinkThatIsReadOnlyGoesAndOneThatIsHeldOrMissingStopsNothing)
+{
+    for (const wchar_t* szFile : {L"D\\A", L"D\\B", L"D\\C"}) m_shell.Write(szFile + std::wstring(L".lnk"), "");
+    ::SetFileAttributesW(m_shell.PathOf(L"D\\C.lnk").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    {
+        const UniqueFile held(::CreateFileW(m_shell.PathOf(L"D\\A.lnk").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                            OPEN_EXISTING, 0, nullptr));
+        EXPECT_TRUE(Remove(Describe(Link("A") + Link("None") + Link("B") + Link("C"))));
+    }
+    EXPECT_EQ("D\\A.lnk ", Found());
+    const std::string strDesktop = "!!! *** ::DeleteFile(" + String::ToUtf8(m_shell.PathOf(L"D\\"));
+    EXPECT_EQ(1, CountTraced(strDesktop + "A.lnk) failed. [0x00000020]"));
+    EXPECT_EQ(1, CountTraced(strDesktop + "None.lnk) failed. [0x00000002]"));
+    EXPECT_EQ(2, CountTraced("!!! *** ::DeleteFile("));
 }
 
 TEST_F(ShortCutTest, RemovesOnlyWhatIsDescribedAndUnpinsItBefore)
 {
-    PinRecorder recorder;
     std::wstring tstrProfile;
     ASSERT_TRUE(Links::GetUsersProfilePath(tstrProfile));
     const fs::path pinned =
-        tstrProfile + L"\\AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned\\Kazmere";
-    fs::create_directories(pinned);
-    for (const wchar_t* szFile : {L"D\\B", L"M\\A", L"M\\F\\B", L"M\\F\\C"})
-        m_shell.Write(szFile + std::wstring(L".lnk"), "");
-    fs::copy_file(m_shell.PathOf(L"M\\F\\B.lnk"), pinned / L"B.lnk");
-
+        tstrProfile + L"\\AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned";
+    const fs::path cache = pinned / L"Kazmere";
+    const fs::path taskbarLink = pinned / L"Taskbar" / L"Kazmere Qorvault.lnk";
+    fs::create_directories(cache);
+    fs::create_directories(taskbarLink.parent_path());
+    fs::copy_file(m_install.Write(L"link", ""), taskbarLink);
     const Com::Apartment apartment;
-    DWORD dwCookie = 0;
-    ASSERT_EQ(S_OK, ::CoRegisterClassObject(kStartMenuPinClass, static_cast<IClassFactory*>(&recorder),
-                                            CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &dwCookie));
-    EXPECT_TRUE(Remove(Describe("<Any>B</Any>", Link("A") + "<Folder name='F'>" + Link("B") + "</Folder>")));
-    ::CoRevokeClassObject(dwCookie);
-    EXPECT_EQ(0U, recorder.m_cReferences);
-    EXPECT_THAT(recorder.m_removed,
-                ElementsAre(m_shell.PathOf(L"M\\A.lnk"), m_shell.PathOf(L"M\\F\\B.lnk"), pinned / L"B.lnk"));
-    EXPECT_EQ("D\\B.lnk M\\F\\ M\\F\\C.lnk ", Found());
-    EXPECT_FALSE(fs::exists(pinned / L"B.lnk"));
+    for (const HRESULT hrAnswer : {S_OK, E_FAIL}) {
+        PinRecorder recorder(hrAnswer);
+        for (const wchar_t* szFile : {L"D\\B", L"M\\A", L"M\\F\\B", L"M\\F\\C"})
+            m_shell.Write(szFile + std::wstring(L".lnk"), "");
+        fs::copy_file(m_shell.PathOf(L"M\\F\\B.lnk"), cache / L"B.lnk");
+        DWORD dwCookie = 0;
+        ASSERT_EQ(S_OK, ::CoRegisterClassObject(kStartMenuPinClass, static_cast<IClassFactory*>(&recorder),
+                                                CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &dwCookie));
+        m_trace.Clear();
+        EXPECT_TRUE(Remove(Describe("<Any>B</Any>", Link("A") + "<Folder name='F'>" + Link("B") + "</Folder>")));
+        ::CoRevokeClassObject(dwCookie);
+        EXPECT_EQ(0U, recorder.m_cReferences);
+        EXPECT_THAT(recorder.m_removed, ElementsAre(taskbarLink, m_shell.PathOf(L"M\\A.lnk"),
+                                                    m_shell.PathOf(L"M\\F\\B.lnk"), cache / L"B.lnk"));
+        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 3 : 0,
+                  CountTraced("@@@ pStartMenuPinnedList->RemoveFromList successfully. str"));
+        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 0 : 3, CountTraced("!!! pStartMenuPinnedList->RemoveFromList failed. str"));
+        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 0 : 1,
+                  CountTraced("!!! pStartMenuPinnedList->RemoveFromList failed. tstrCache"));
+        EXPECT_EQ("D\\B.lnk M\\F\\ M\\F\\C.lnk ", Found());
+        EXPECT_FALSE(fs::exists(cache / L"B.lnk"));
+        EXPECT_TRUE(fs::exists(taskbarLink)) << "only unpinned";
+    }
     fs::remove_all(pinned);
 }

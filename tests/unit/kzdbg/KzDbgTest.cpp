@@ -5,8 +5,14 @@
 #include <gmock/gmock.h>
 #include <process.h>
 
+#include <atomic>
 #include <filesystem>
 #include <set>
+#include <thread>
+
+using namespace testing;
+using KzDbg::SharedLock;
+using KzDbg::SharedLockHold;
 
 namespace {
 
@@ -25,18 +31,23 @@ class Trace {
 public:
     explicit Trace(const DebugLogConfig& config) { EXPECT_EQ(0U, KzDbgInitialize(&m_pTrace, &config)); }
     ~Trace() { EXPECT_EQ(0U, KzDbgUninitialize(m_pTrace)); }
-    void Line(const std::wstring& tstrLine, const SYSTEMTIME& time = kDay1) const
+    void Line(const std::wstring& tstrLine, const SYSTEMTIME& time = kDay1, DWORD dwExpected = ERROR_SUCCESS) const
     {
-        EXPECT_EQ(0U, KzDbgTrace(m_pTrace, &time, tstrLine.c_str()));
+        EXPECT_EQ(dwExpected, KzDbgTrace(m_pTrace, &time, tstrLine.c_str())) << dwExpected;
     }
 
 private:
     void* m_pTrace = nullptr;
 };
 
-class KzDbgTest : public ::testing::Test {
+class KzDbgTest : public Test {
 protected:
     std::string Log(const std::wstring& tstrEnd = L"") const { return m_folder.Read(m_tstrLog + tstrEnd).value_or(""); }
+    KzCommon::UniqueFile Hold(const std::wstring& tstrName, DWORD dwShare) const
+    {
+        return KzCommon::UniqueFile(::CreateFileW((m_folder.Path() + tstrName).c_str(), GENERIC_READ, dwShare, nullptr,
+                                                  OPEN_ALWAYS, 0, nullptr));
+    }
 
     const std::wstring m_tstrLog = L"KZVLT_Brevant.log";
     TempFolder m_folder;
@@ -66,19 +77,99 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
 {
     for (const char* szOld : {"1", "2", "3"}) m_folder.Write(m_tstrLog + L"." + std::wstring(1, szOld[0]), szOld);
     std::filesystem::resize_file(m_path, KzDbg::kFullBytes - 1);
-    KzCommon::UniqueFile reader(::CreateFileW(m_path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                              OPEN_EXISTING, 0, nullptr));
+    KzCommon::UniqueFile reader = Hold(m_tstrLog, FILE_SHARE_READ | FILE_SHARE_WRITE);
     const Trace first(m_config), second(m_config);
     first.Line(L"fills");
     first.Line(L"still here");
     EXPECT_EQ("1", Log(L".1")) << "nothing moves when the file itself cannot";
     reader.Reset();
+    {
+        SharedLock lock(m_folder.Path() + m_tstrLog);
+        const SharedLockHold hold(lock);
+        std::jthread([&] { first.Line(L"!"); }).join();
+        EXPECT_EQ("1", Log(L".1")) << "nor without the lock";
+    }
     first.Line(L"new");
     second.Line(L"er");
     EXPECT_EQ(kMark + "newer", Log()) << "a writer must not stay with the rolled file";
-    EXPECT_EQ(KzDbg::kFullBytes + 14, Log(L".1").size());
+    EXPECT_EQ(KzDbg::kFullBytes + 15, Log(L".1").size());
     EXPECT_EQ("1", Log(L".2"));
     EXPECT_EQ("2", Log(L".3"));
+}
+
+TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
+{
+    m_config.dwLogUnitType = 1;
+    const std::wstring names[] = {L"KZVLT_Brevant_20261105.log", L"KZVLT_Brevant_20261106.log"};
+    KzCommon::UniqueFile holders[] = {Hold(names[0], 0), Hold(names[1], 0)};
+    const Trace trace(m_config);
+    for (const std::size_t uDay : {0, 1}) {  // from the beginning; when the day changes
+        SCOPED_TRACE(uDay);
+        SYSTEMTIME time = kDay1;
+        time.wDay = static_cast<WORD>(time.wDay + uDay);
+        trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
+        trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
+        holders[uDay].Reset();
+        trace.Line(L"kept\n", time);
+        trace.Line(L"next\n", time);
+        EXPECT_THAT(m_folder.Read(names[uDay]).value_or(""),
+                    AllOf(StartsWith(kMark + "0" + std::to_string(time.wDay) + "/11/2026 23:59:59.999 "),
+                          HasSubstr(" !!! <Brevant> *** Lines lost while the trace file could not be written: 2. "
+                                    "[0x00000020] - TraceFile.cpp("),
+                          EndsWith(")\r\nkept\nnext\n")));
+    }
+}
+
+TEST_F(KzDbgTest, OnlyAPlainFileInAFolderIsWritten)
+{
+    const std::filesystem::path elsewhere = m_folder.Path() + L"elsewhere";
+    std::filesystem::create_hard_link(m_path, elsewhere);
+    const Trace trace(m_config);
+    trace.Line(L"a", kDay1, ERROR_ACCESS_DENIED);
+    EXPECT_EQ("", m_folder.Read(L"elsewhere")) << "what is written with full rights goes nowhere else";
+    std::filesystem::remove(elsewhere);
+    trace.Line(L"b\n");
+    EXPECT_THAT(Log(), EndsWith("\r\nb\n"));
+    void* pTrace = nullptr;
+    m_config = ConfigFor(m_path.wstring());
+    EXPECT_NE(0U, KzDbgInitialize(&pTrace, &m_config)) << "a file is no folder, now or later";
+}
+
+TEST(SharedLockTest, UsersOfOnePathAreCounted)
+{
+    SharedLock first(L"C:\\trace\\a.log");
+    {
+        SharedLock second(L"c:\\Trace\\A.log");
+        EXPECT_FALSE(first.BeginAlone());
+        EXPECT_FALSE(second.BeginAlone());
+    }
+    SharedLock other(L"C:\\trace\\b.log");
+    ASSERT_TRUE(first.BeginAlone());
+    first.EndAlone();
+}
+
+TEST(SharedLockTest, HoldsOthersUpButNotForEver)
+{
+    SharedLock first(L"C:\\trace");
+    ASSERT_TRUE(first.BeginAlone());
+    std::atomic<bool> bEnded = false;
+    std::jthread writer([&] {
+        ::Sleep(100);
+        bEnded = true;
+        first.EndAlone();
+    });
+    SharedLock second(L"C:\\trace");
+    EXPECT_TRUE(bEnded) << "who comes later waits for a line that is being written";
+    const SharedLockHold hold(first);
+    std::jthread([&] {
+        for (const auto& [ullLeast, ullMost] : {std::pair(400ULL, 5000ULL), {0, 100}}) {
+            const ULONGLONG ullStart = ::GetTickCount64();
+            EXPECT_FALSE(second.Acquire());
+            EXPECT_THAT(::GetTickCount64() - ullStart, AllOf(Ge(ullLeast), Le(ullMost))) << "waits once";
+        }
+    }).join();
+    EXPECT_TRUE(hold.IsHeld() && second.Acquire()) << "free for the thread that has it, and patient again";
+    second.Release();
 }
 
 constexpr std::size_t kWriters = 4, kLines = 1500, kLineBytes = 120;
@@ -105,7 +196,7 @@ TEST_F(KzDbgTest, ProcessesShareAFileThroughARollover)
                             "--gtest_filter=KzDbgWriter.*", nullptr);
     }
     for (const std::intptr_t iWriter : writers) EXPECT_EQ(iWriter, ::_cwait(nullptr, iWriter, 0));
-    EXPECT_THAT(m_folder.List(), testing::ElementsAre(m_tstrLog, m_tstrLog + L".1"));
+    EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1"));
     std::istringstream all(Log(L".1").substr(kOld) + Log().substr(3));
     std::set<std::string> whole;
     for (std::string strLine; std::getline(all, strLine);) whole.insert(strLine + "\n");

@@ -11,6 +11,7 @@
 extern "C" BOOL WINAPI WTSSendMessageW(HANDLE, DWORD, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage, DWORD cbMessage,
                                        DWORD dwStyle, DWORD, DWORD* pdwAnswer, BOOL bWait)
 {
+    ::LoadLibraryW(L"Planted.dll");
     const std::wstring facts[] = {L"title: " + std::wstring(szTitle, cbTitle / sizeof(wchar_t)),
                                   L"message: " + std::wstring(szMessage, cbMessage / sizeof(wchar_t)),
                                   L"style: " + std::to_wstring(dwStyle), bWait ? L"wait: yes" : L"wait: no"};

@@ -1,0 +1,119 @@
+// What the system moves and deletes at the next restart. Its list holds paths: a folder that is exchanged for a link
+// after it was looked at here is followed then, and nothing can be held until then.
+#include "common/KzComn_File.h"
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_Retry.h"
+
+#include <vector>
+
+namespace KzCommon::Storage {
+
+namespace {
+
+const wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+
+/// Whether this process may write to the system's list; where it may not, waiting does not help.
+bool MayRegister()
+{
+    UniqueRegistryKey key;
+    return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSessionManager, 0, KEY_SET_VALUE, key.Receive()) != ERROR_ACCESS_DENIED;
+}
+
+/// Takes away the attributes that block a deletion and registers it; what could not be registered has them back.
+bool DeleteAtRestart(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (File::MoveAtRestart(tstrPath, L"", pdwError)) return true;
+    if (dwAttributes != INVALID_FILE_ATTRIBUTES) ::SetFileAttributesW(tstrPath.c_str(), dwAttributes);
+    return false;
+}
+
+/// The folder above `tstrFull`, a full path without backslash at its end; the drive or share for what lies in it.
+std::wstring FolderAbove(const std::wstring& tstrFull)
+{
+    const std::size_t uRoot = Directory::RootLength(tstrFull);
+    const std::size_t uSlash = tstrFull.find_last_of(L'\\');
+    return tstrFull.substr(0, uSlash == std::wstring::npos || uSlash < uRoot ? uRoot : uSlash) + L'\\';
+}
+
+}  // namespace
+
+bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError)
+{
+    const wchar_t* const szDestination = tstrDestination.empty() ? nullptr : tstrDestination.c_str();
+    const DWORD dwFlags = MOVEFILE_DELAY_UNTIL_REBOOT | (szDestination ? MOVEFILE_REPLACE_EXISTING : 0U);
+    const auto schedule = [&](DWORD& dwError) {
+        if (::MoveFileExW(tstrSource.c_str(), szDestination, dwFlags)) return true;
+        dwError = ::GetLastError();
+        return false;
+    };
+    return TryWhileHeld(schedule, &MayRegister, pdwError);
+}
+
+namespace Directory {
+
+bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError)
+{
+    HeldFolder folder;
+    if (!folder.Hold(tstrFolder, pdwError)) return false;
+    std::vector<std::wstring> files;
+    const auto gather = [&](const Entry& entry) {
+        if (!entry.bFolder) files.push_back(tstrFolder + entry.tstrName);
+    };
+    if (!ForEachEntry(tstrFolder, tstrPattern, gather, pdwError)) return false;
+    if (files.empty()) return Fail(ERROR_FILE_NOT_FOUND, pdwError);
+    FirstFailure failure;
+    for (const std::wstring& tstrFile : files) {
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bOk = DeleteAtRestart(tstrFile, &dwError);
+        failure.Note(bOk, dwError);
+    }
+    return failure.Report(pdwError);
+}
+
+bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
+{
+    const std::wstring tstrFull = FullPath(tstrFolder);
+    HeldFolder above;
+    if (!above.Hold(FolderAbove(tstrFull), pdwError)) return false;
+    // A stack of its own instead of recursion: a tree can be as deep as a path is long. A folder is listed when it is
+    // first met and registered when everything below it has been.
+    struct Pending {
+        std::wstring tstrFolder;
+        bool bListed;
+    };
+    FirstFailure failure;
+    const auto schedule = [&](const std::wstring& tstrPath) {
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bOk = DeleteAtRestart(tstrPath, &dwError);
+        failure.Note(bOk, dwError);
+    };
+    std::vector<Pending> stack{{tstrFull + L'\\', IsLink(tstrFull)}};
+    while (!stack.empty()) {
+        const Pending next = stack.back();
+        stack.pop_back();
+        if (next.bListed) {
+            schedule(next.tstrFolder.substr(0, next.tstrFolder.size() - 1));
+            continue;
+        }
+        stack.push_back({next.tstrFolder, true});
+        DWORD dwError = ERROR_SUCCESS;
+        const auto visit = [&](const Entry& entry) {
+            const std::wstring tstrPath = next.tstrFolder + entry.tstrName;
+            if (entry.bFolder && !entry.bLink) {
+                stack.push_back({tstrPath + L'\\', false});
+            } else {
+                schedule(tstrPath);
+            }
+        };
+        const bool bOk = ForEachEntry(next.tstrFolder, L"*", visit, &dwError);
+        failure.Note(bOk || dwError == ERROR_FILE_NOT_FOUND, dwError);
+    }
+    return failure.Report(pdwError);
+}
+
+}  // namespace Directory
+
+}  // namespace KzCommon::Storage

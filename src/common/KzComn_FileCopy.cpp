@@ -1,0 +1,118 @@
+// The copying of files.
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
+#include "common/KzComn_Retry.h"
+
+namespace KzCommon::Storage::File {
+
+namespace {
+
+/// CopyFileW, tried again while others hold one of the files; once only for `bWaited`.
+bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, bool bWaited,
+                 DWORD* pdwError)
+{
+    const auto copy = [&](DWORD& dwError) {
+        if (::CopyFileW(tstrSource.c_str(), tstrDestination.c_str(), !bOverwrite)) return true;
+        dwError = ::GetLastError();
+        return false;
+    };
+    return TryWhileHeld(
+        copy, [&] { return !bWaited; }, pdwError);
+}
+
+/// The code of what makes every overwriting copy fail however long one waits, as CopyFileW gives it; ERROR_SUCCESS
+/// when nothing of the kind is known. (Wine's CopyFileW takes a hidden target.)
+DWORD LastingObstacle(const std::wstring& tstrDestination, const std::wstring& tstrSource)
+{
+    const DWORD dwNew = ::GetFileAttributesW(tstrSource.c_str());
+    if (dwNew == INVALID_FILE_ATTRIBUTES) {
+        const DWORD dwError = ::GetLastError();
+        return IsHeldByOthers(dwError) ? ERROR_SUCCESS : dwError;
+    }
+    if (dwNew & FILE_ATTRIBUTE_DIRECTORY) return ERROR_ACCESS_DENIED;
+    const DWORD dwOld = ::GetFileAttributesW(tstrDestination.c_str());
+    if (dwOld == INVALID_FILE_ATTRIBUTES) return ERROR_SUCCESS;
+    if (dwOld & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) return ERROR_ACCESS_DENIED;
+    constexpr DWORD kHiding = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    return (dwOld & ~dwNew & kHiding) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
+
+bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSource, DWORD* pdwError)
+{
+    if (const DWORD dwCode = LastingObstacle(tstrDestination, tstrSource)) return Fail(dwCode, pdwError);
+    // A link in the target's place is replaced itself. What it points to has no say about the new file's rights and
+    // is not written to.
+    const bool bLink = Directory::IsLink(tstrDestination);
+    const bool bLike = !bLink && ::GetFileAttributesW(tstrDestination.c_str()) != INVALID_FILE_ATTRIBUTES;
+    DWORD dwError = ERROR_SUCCESS;
+    bool bCreated = false;
+    {
+        Replacement replacement(tstrDestination);
+        bCreated = replacement.Create(bLike ? tstrDestination : L"", FILE_ATTRIBUTE_NORMAL, &dwError);
+        if (bCreated && replacement.CopyFrom(tstrSource, &dwError) &&
+            (!bLike ||
+             (replacement.TakeAccess(tstrDestination, &dwError) && replacement.TakeOwner(tstrDestination, &dwError))) &&
+            replacement.TakePlace(&dwError)) {
+            return true;
+        }
+    }
+    if (bLink) return Fail(dwError, pdwError);
+    // No place for the temporary file, no right to give its rights away, or a target that others have open, which may
+    // still take new content. Whoever holds it has been waited for.
+    return CopyPlainly(tstrDestination, tstrSource, true, bCreated && IsHeldByOthers(dwError), pdwError);
+}
+
+/// What blocks the replacing of a file, taken away from it; given back unless it was replaced.
+class Unlocked {
+public:
+    explicit Unlocked(const std::wstring& tstrPath)
+        : m_tstrPath(tstrPath), m_dwAttributes(::GetFileAttributesW(tstrPath.c_str()))
+    {
+        if (IsLocked()) ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+    ~Unlocked()
+    {
+        if (IsLocked() && !m_bReplaced) ::SetFileAttributesW(m_tstrPath.c_str(), m_dwAttributes);
+    }
+    bool m_bReplaced = false;
+
+private:
+    [[nodiscard]] bool IsLocked() const noexcept
+    {
+        return m_dwAttributes != INVALID_FILE_ATTRIBUTES && (m_dwAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    }
+
+    std::wstring m_tstrPath;
+    DWORD m_dwAttributes;
+};
+
+}  // namespace
+
+bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, DWORD* pdwError,
+          bool bWait)
+{
+    if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    return bOverwrite
+               ? CopyOver(tstrDestination, tstrSource, pdwError)
+               : CopyPlainly(tstrDestination, tstrSource, false, !bWait || Directory::IsExisted(tstrSource), pdwError);
+}
+
+bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError)
+{
+    if (tstrCopy.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    if (Directory::IsExisted(tstrCopy) || Directory::IsExisted(tstrSource)) return Fail(ERROR_ACCESS_DENIED, pdwError);
+    Replacement replacement(tstrCopy);
+    if (!replacement.Create(tstrSource, FILE_ATTRIBUTE_NORMAL, pdwError) ||
+        !replacement.CopyFrom(tstrSource, pdwError) || !replacement.TakeAccess(tstrSource, pdwError)) {
+        return false;
+    }
+    // An owner that cannot be given away costs nobody the copy.
+    static_cast<void>(replacement.TakeOwner(tstrSource, nullptr));
+    Unlocked older(tstrCopy);
+    older.m_bReplaced = replacement.TakePlace(pdwError);
+    return older.m_bReplaced;
+}
+
+}  // namespace KzCommon::Storage::File

@@ -1,0 +1,247 @@
+#include "common/KzComn_FileReplace.h"
+
+#include "common/KzComn_ByteArray.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_Retry.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <vector>
+
+namespace KzCommon::Storage::File {
+
+namespace {
+
+// A temporary file's name: the process that made it, in hexadecimal digits, and a number. Of one length whatever the
+// target's name is: a long name must not make it too long.
+constexpr std::wstring_view kPrefix = L"~kzcomn-";
+constexpr std::wstring_view kSuffix = L".tmp";
+constexpr std::size_t kProcessDigits = 8;
+constexpr std::size_t kNameLength = kPrefix.size() + kProcessDigits + 3 + kSuffix.size();
+constexpr unsigned kNames = 100;
+const wchar_t kNameFormat[] = L"~kzcomn-%08lx-%02u.tmp";
+const wchar_t kNamePattern[] = L"~kzcomn-*.tmp";
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+/// The folder of a path, with trailing backslash; empty for a name alone.
+std::wstring FolderOf(const std::wstring& tstrPath)
+{
+    return tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1);
+}
+
+/// Whether the process that made a temporary file is another one and still runs.
+bool IsInUse(const std::wstring& tstrName)
+{
+    const DWORD dwProcess = std::wcstoul(tstrName.substr(kPrefix.size(), kProcessDigits).c_str(), nullptr, 16);
+    if (dwProcess == ::GetCurrentProcessId()) return false;
+    const UniqueKernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, dwProcess));
+    if (!process) return ::GetLastError() == ERROR_ACCESS_DENIED;
+    return ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+}
+
+void DeleteTemporary(const std::wstring& tstrPath) noexcept
+{
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    ::DeleteFileW(tstrPath.c_str());
+}
+
+void RemoveLeftovers(const std::wstring& tstrFolder)
+{
+    std::vector<std::wstring> leftovers;
+    const auto gather = [&](const Directory::Entry& entry) {
+        const bool bOurs = !entry.bFolder && IsTemporaryName(entry.tstrName);
+        if (bOurs && !IsInUse(entry.tstrName)) leftovers.push_back(tstrFolder + entry.tstrName);
+    };
+    static_cast<void>(Directory::ForEachEntry(tstrFolder, kNamePattern, gather, nullptr));
+    for (const std::wstring& tstrPath : leftovers) DeleteTemporary(tstrPath);
+}
+
+/// Owner and access control list of an existing file.
+class Security {
+public:
+    [[nodiscard]] bool Read(const std::wstring& tstrPath, DWORD* pdwError)
+    {
+        constexpr SECURITY_INFORMATION kAsked = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+        DWORD cb = 0;
+        ::GetFileSecurityW(tstrPath.c_str(), kAsked, nullptr, 0, &cb);
+        if (cb == 0) return Fail(::GetLastError(), pdwError);
+        m_bytes.Allocate(cb);
+        return ::GetFileSecurityW(tstrPath.c_str(), kAsked, m_bytes.Data(), cb, &cb) ||
+               Fail(::GetLastError(), pdwError);
+    }
+    [[nodiscard]] PSECURITY_DESCRIPTOR Get() noexcept { return m_bytes.Data(); }
+
+    /// The access control list's bytes; empty for the null list, which admits everybody.
+    [[nodiscard]] std::string_view List() noexcept
+    {
+        BOOL bPresent = FALSE;
+        BOOL bDefaulted = FALSE;
+        PACL pList = nullptr;
+        if (!::GetSecurityDescriptorDacl(Get(), &bPresent, &pList, &bDefaulted) || !bPresent || !pList) return {};
+        return {reinterpret_cast<const char*>(pList), pList->AclSize};
+    }
+    [[nodiscard]] bool HasOwnerOf(Security& other) noexcept
+    {
+        BOOL bDefaulted = FALSE;
+        PSID pOwner = nullptr;
+        PSID pOther = nullptr;
+        return ::GetSecurityDescriptorOwner(Get(), &pOwner, &bDefaulted) && pOwner &&
+               ::GetSecurityDescriptorOwner(other.Get(), &pOther, &bDefaulted) && pOther && ::EqualSid(pOwner, pOther);
+    }
+
+    /// Switches bits of the descriptor on.
+    void Switch(SECURITY_DESCRIPTOR_CONTROL bits) noexcept { ::SetSecurityDescriptorControl(Get(), bits, bits); }
+    [[nodiscard]] bool Is(SECURITY_DESCRIPTOR_CONTROL bit) noexcept
+    {
+        SECURITY_DESCRIPTOR_CONTROL bits = 0;
+        DWORD dwRevision = 0;
+        return ::GetSecurityDescriptorControl(Get(), &bits, &dwRevision) && (bits & bit) != 0;
+    }
+
+private:
+    ByteArray m_bytes;
+};
+
+/// Flushes a file that CopyFileW has made, read-only or not, and gives it these attributes.
+bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
+{
+    ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const auto flush = [&](DWORD& dwError) {
+        const UniqueFile file(
+            ::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
+        if (file && ::FlushFileBuffers(file.Get())) return true;
+        dwError = ::GetLastError();
+        return false;
+    };
+    if (!TryWhileHeld(flush, pdwError)) return false;
+    return ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
+}
+
+}  // namespace
+
+bool IsTemporaryName(std::wstring_view tstrName) noexcept
+{
+    if (tstrName.size() != kNameLength || !tstrName.starts_with(kPrefix) || !tstrName.ends_with(kSuffix)) return false;
+    const std::wstring_view tstrProcess = tstrName.substr(kPrefix.size(), kProcessDigits);
+    const std::wstring_view tstrNumber = tstrName.substr(kPrefix.size() + kProcessDigits, 3);
+    const auto isDigit = [](wchar_t ch) {
+        return ch >= L'0' && ch <= L'9';
+    };
+    const auto isHexDigit = [&](wchar_t ch) {
+        return isDigit(ch) || (ch >= L'a' && ch <= L'f');
+    };
+    return std::all_of(tstrProcess.begin(), tstrProcess.end(), isHexDigit) && tstrNumber[0] == L'-' &&
+           isDigit(tstrNumber[1]) && isDigit(tstrNumber[2]);
+}
+
+Replacement::~Replacement()
+{
+    if (!m_tstrPath.empty()) DeleteTemporary(m_tstrPath);
+}
+
+bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD* pdwError)
+{
+    SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+    Security security;
+    if (!tstrLike.empty()) {
+        if (!security.Read(tstrLike, pdwError)) return false;
+        security.Switch(SE_DACL_PROTECTED);  // what the folder gives to new files stays out, for this moment, too
+        attributes.lpSecurityDescriptor = security.Get();
+    }
+    const std::wstring tstrFolder = FolderOf(m_tstrTarget);
+    RemoveLeftovers(tstrFolder);
+    for (unsigned uName = 0; uName < kNames; ++uName) {
+        wchar_t szName[kNameLength + 1] = {};
+        ::_snwprintf_s(szName, _TRUNCATE, kNameFormat, ::GetCurrentProcessId(), uName);
+        const std::wstring tstrPath = tstrFolder + szName;
+        // A link that somebody made under that name is not followed but in the way.
+        const UniqueFile file(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_NEW,
+                                            dwAttributes | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        if (file) {
+            m_tstrPath = tstrPath;
+            return true;
+        }
+        const DWORD dwError = ::GetLastError();
+        if (dwError != ERROR_FILE_EXISTS && dwError != ERROR_ALREADY_EXISTS) return Fail(dwError, pdwError);
+    }
+    return Fail(ERROR_FILE_EXISTS, pdwError);
+}
+
+bool Replacement::CopyFrom(const std::wstring& tstrSource, DWORD* pdwError)
+{
+    // Onto the empty file, whose access rights stay.
+    const auto copy = [&](DWORD& dwError) {
+        if (::CopyFileW(tstrSource.c_str(), m_tstrPath.c_str(), FALSE)) return true;
+        dwError = ::GetLastError();
+        return false;
+    };
+    if (!TryWhileHeld(copy, pdwError)) return false;
+    // What a copy to a new file takes over; Wine leaves out the attributes when it overwrites one.
+    constexpr DWORD kCopied =
+        FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrSource.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES) return Fail(::GetLastError(), pdwError);
+    return Finish(m_tstrPath, (dwAttributes & kCopied) | FILE_ATTRIBUTE_ARCHIVE, pdwError);
+}
+
+bool Replacement::Write(std::string_view strBytes, DWORD* pdwError)
+{
+    const auto write = [&](DWORD& dwError) {
+        const UniqueFile file(::CreateFileW(m_tstrPath.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        DWORD cbWritten = 0;
+        const DWORD cb = static_cast<DWORD>(strBytes.size());
+        const bool bOk = file && ::WriteFile(file.Get(), strBytes.data(), cb, &cbWritten, nullptr) &&
+                         ::SetEndOfFile(file.Get()) && ::FlushFileBuffers(file.Get());
+        dwError = bOk ? ERROR_DISK_FULL : ::GetLastError();
+        return bOk && cbWritten == cb;
+    };
+    return TryWhileHeld(write, pdwError);
+}
+
+bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
+{
+    Security wanted;
+    if (!wanted.Read(tstrLike, pdwError)) return false;
+    const std::string strWanted(wanted.List());
+    // Without the request the system forgets that the list follows its folder's.
+    if (wanted.Is(SE_DACL_AUTO_INHERITED)) wanted.Switch(SE_DACL_AUTO_INHERIT_REQ);
+    const DWORD dwAttributes = ::GetFileAttributesW(m_tstrPath.c_str());
+    if (!::SetFileSecurityW(m_tstrPath.c_str(), DACL_SECURITY_INFORMATION, wanted.Get())) {
+        return Fail(::GetLastError(), pdwError);
+    }
+    Security given;
+    if (!given.Read(m_tstrPath, pdwError)) return false;
+    if (given.List() != strWanted) return Fail(ERROR_INVALID_ACL, pdwError);
+    // To Wine a file is read-only by its access rights.
+    if (::GetFileAttributesW(m_tstrPath.c_str()) != dwAttributes) {
+        ::SetFileAttributesW(m_tstrPath.c_str(), dwAttributes);
+    }
+    return true;
+}
+
+bool Replacement::TakeOwner(const std::wstring& tstrLike, DWORD* pdwError)
+{
+    Security wanted;
+    Security given;
+    if (!wanted.Read(tstrLike, pdwError) || !given.Read(m_tstrPath, pdwError)) return false;
+    return given.HasOwnerOf(wanted) ||
+           ::SetFileSecurityW(m_tstrPath.c_str(), OWNER_SECURITY_INFORMATION, wanted.Get()) ||
+           Fail(::GetLastError(), pdwError);
+}
+
+bool Replacement::TakePlace(DWORD* pdwError)
+{
+    const auto rename = [&](DWORD& dwError) {
+        constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+        if (::MoveFileExW(m_tstrPath.c_str(), m_tstrTarget.c_str(), kFlags)) return true;
+        dwError = ::GetLastError();
+        return false;
+    };
+    if (!TryWhileHeld(rename, pdwError)) return false;
+    m_tstrPath.clear();
+    return true;
+}
+
+}  // namespace KzCommon::Storage::File

@@ -1,0 +1,42 @@
+#include "common/KzComn_ShieldedCall.h"
+
+// The compiler has no structured exception handling of its own, but its assembler has: a frame with the C runtime's
+// handler and one guarded range (begin, end, 1 for "handle everything", where to go on). The system calls the handler
+// only for what the library itself left unhandled, and has unwound the library's frames before it goes on here.
+asm(R"(
+        .text
+        .globl  KzCommonShieldedCall
+        .def    KzCommonShieldedCall
+        .scl    2
+        .type   32
+        .endef
+        .seh_proc KzCommonShieldedCall
+KzCommonShieldedCall:
+        subq    $40, %rsp
+        .seh_stackalloc 40
+        .seh_endprologue
+        movq    %rcx, %rax
+        movq    %rdx, %rcx
+        movq    %r8, %rdx
+        movq    %r9, %r8
+.LShieldBegin:
+        call    *%rax
+        nop
+.LShieldEnd:
+        movl    %eax, %eax
+        addq    $40, %rsp
+        ret
+.LShieldFault:
+        movl    %eax, %eax
+        btsq    $32, %rax
+        addq    $40, %rsp
+        ret
+        .seh_handler __C_specific_handler, @except
+        .seh_handlerdata
+        .long   1
+        .rva    .LShieldBegin, .LShieldEnd
+        .long   1
+        .rva    .LShieldFault
+        .text
+        .seh_endproc
+)");

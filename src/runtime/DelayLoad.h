@@ -1,0 +1,10 @@
+// System libraries that are loaded when the first of their functions is called.
+#pragma once
+
+#include <windows.h>
+
+/// Loads every system library of which this program delays a function, and looks up each of those functions: after
+/// that no first call can fail, which would end the process where it stands. False with the name of what is missing,
+/// a library's or a function's, and the Win32 code; both out-parameters are untouched on success. LoadLibraryExA,
+/// GetProcAddress.
+[[nodiscard]] bool LoadDelayedLibraries(const char*& szMissing, DWORD& dwError) noexcept;

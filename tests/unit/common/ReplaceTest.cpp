@@ -1,0 +1,255 @@
+// Replacing and deleting files that are in use, locked, or not alone in their folder.
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
+#include "support/TempFolder.h"
+
+#include <gmock/gmock.h>
+#include <sddl.h>
+
+#include <functional>
+#include <thread>
+
+using namespace KzCommon;
+using namespace KzCommon::Storage;
+using ::testing::ElementsAre;
+
+namespace {
+
+constexpr DWORD kLocked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
+
+struct LocalFreer {
+    void operator()(void* pv) const noexcept { ::LocalFree(pv); }
+};
+template <class T>
+using Local = std::unique_ptr<T, LocalFreer>;
+
+/// Owner ("O:...") or access control list ("D:...") of a file as text.
+std::wstring SecurityOf(const std::wstring& tstrPath, SECURITY_INFORMATION what)
+{
+    BYTE descriptor[4096] = {};
+    DWORD cb = sizeof(descriptor);
+    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), what, descriptor, cb, &cb));
+    wchar_t* szText = nullptr;
+    EXPECT_TRUE(
+        ::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, what, &szText, nullptr));
+    const Local<wchar_t> text(szText);
+    return szText ? szText : L"";
+}
+
+std::wstring AccessOf(const std::wstring& tstrPath)
+{
+    return SecurityOf(tstrPath, DACL_SECURITY_INFORMATION);
+}
+
+/// Closes a file to all but its owner.
+void Close(const std::wstring& tstrPath)
+{
+    const std::wstring tstrOwner = SecurityOf(tstrPath, OWNER_SECURITY_INFORMATION).substr(2);
+    const std::wstring tstrAccess = L"D:P(A;;FA;;;" + tstrOwner + L")";
+    void* pDescriptor = nullptr;
+    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(tstrAccess.c_str(), SDDL_REVISION_1,
+                                                                       &pDescriptor, nullptr));
+    const Local<void> descriptor(pDescriptor);
+    ASSERT_TRUE(::SetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
+}
+
+UniqueFile Hold(const std::wstring& tstrPath)
+{
+    return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+/// Every way of changing a file: does it to "new" and "old" of the folder, what both then hold when it succeeds.
+struct Way {
+    const char* szName;
+    std::function<bool(const TempFolder&, DWORD*)> change;
+    std::optional<std::string> expected;  // of "old"
+    bool bUnlocks;                        // a read-only file is no obstacle
+};
+const Way kWays[] = {
+    // clang-format off
+    {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n",
+     false},
+    {"KeepCopy", [](const TempFolder& f, DWORD* p) { return File::KeepCopy(f.PathOf(L"old"), f.PathOf(L"new"), p); },
+     "n", true},
+    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n", false},
+    {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt, true},
+    {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
+     std::nullopt, true}};  // clang-format on
+
+/// A name as the process of that id makes it.
+std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
+{
+    wchar_t szName[40] = {};
+    ::_snwprintf_s(szName, _TRUNCATE, L"~kzcomn-%08lx-%02u.tmp", dwProcess, uNumber);
+    return szName;
+}
+
+}  // namespace
+
+TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCode)
+{
+    for (const Way& way : kWays) {
+        SCOPED_TRACE(way.szName);
+        const TempFolder folder;
+        folder.Write(L"new", "n");
+        UniqueFile held = Hold(folder.Write(L"old", "o"));
+        std::jthread release([&] { ::Sleep(300), held.Reset(); });
+        DWORD dwError = 77;
+        EXPECT_TRUE(way.change(folder, &dwError)) << dwError;
+        release.join();
+        EXPECT_EQ(way.expected, folder.Read(L"old"));
+
+        // Two files held take no longer than one, and keep their attributes.
+        const std::wstring tstrLocked = folder.Write(L"old", "o");
+        held = Hold(tstrLocked);
+        if (way.bUnlocks) ::SetFileAttributesW(tstrLocked.c_str(), kLocked);
+        const UniqueFile second = Hold(folder.Write(L"o2", "o"));
+        const ULONGLONG ullStart = ::GetTickCount64();
+        EXPECT_FALSE(way.change(folder, &dwError));
+        const ULONGLONG ullTime = ::GetTickCount64() - ullStart;
+        EXPECT_TRUE(dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION) << dwError;
+        EXPECT_GE(ullTime, 1900U);
+        EXPECT_LT(ullTime, 3800U);
+        held.Reset();
+        EXPECT_EQ("o", folder.Read(L"old"));
+        EXPECT_EQ(way.bUnlocks ? kLocked : 0, ::GetFileAttributesW(tstrLocked.c_str()) & kLocked);
+        EXPECT_THAT(folder.List(), ElementsAre(L"new", L"o2", L"old")) << "nothing stays behind";
+    }
+}
+
+TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
+{
+    const std::tuple<const char*, DWORD, bool> rows[] = {// clang-format off
+        {"Copy", FILE_ATTRIBUTE_READONLY, false}, {"Copy", FILE_ATTRIBUTE_HIDDEN, false},
+        {"Copy", FILE_ATTRIBUTE_SYSTEM, false}, {"Copy", FILE_ATTRIBUTE_DIRECTORY, false},
+        {"ReplaceWhole", FILE_ATTRIBUTE_READONLY, false}, {"ReplaceWhole", FILE_ATTRIBUTE_HIDDEN, true},
+        {"ReplaceWhole", FILE_ATTRIBUTE_DIRECTORY, false}, {"KeepCopy", kLocked, true},
+        {"KeepCopy", FILE_ATTRIBUTE_DIRECTORY, false}, {"Delete", kLocked, true},
+        {"Delete", FILE_ATTRIBUTE_DIRECTORY, false}, {"DeleteFiles", kLocked, true}};  // clang-format on
+    for (const auto& [strWay, dwAttributes, bDone] : rows) {
+        SCOPED_TRACE(strWay + std::to_string(dwAttributes));
+        const TempFolder folder;
+        folder.Write(L"new", "n");
+        const bool bFolder = dwAttributes == FILE_ATTRIBUTE_DIRECTORY;
+        if (bFolder) folder.MakeFolder(L"old");
+        if (!bFolder) ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
+        const Way* const pWay = std::find_if(std::begin(kWays), std::end(kWays), [&](const Way& candidate) {
+            return std::string(strWay) == candidate.szName;
+        });
+        const ULONGLONG ullStart = ::GetTickCount64();
+        DWORD dwError = 0;
+        EXPECT_EQ(bDone, pWay->change(folder, &dwError));
+        EXPECT_EQ(bDone ? 0 : DWORD{ERROR_ACCESS_DENIED}, dwError);
+        EXPECT_LT(::GetTickCount64() - ullStart, 1500U);
+        const DWORD dwAfter = ::GetFileAttributesW(folder.PathOf(L"old").c_str());
+        EXPECT_TRUE(bDone || (dwAfter & (dwAttributes | kLocked)) == dwAttributes) << dwAfter;
+        if (bFolder) continue;
+        EXPECT_EQ(bDone ? pWay->expected : "o", folder.Read(L"old"));
+    }
+}
+
+TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
+{
+    const TempFolder folder;
+    const std::wstring tstrNew = folder.Write(L"new", "n");
+    const std::wstring tstrOld = folder.Write(L"old", "o");
+    Close(tstrOld);
+    const std::wstring tstrClosed = AccessOf(tstrOld);
+    ASSERT_NE(tstrClosed, AccessOf(tstrNew));
+    {
+        File::Replacement replacement(folder.PathOf(L"target"));
+        ASSERT_TRUE(replacement.Create(tstrOld, FILE_ATTRIBUTE_NORMAL, nullptr));
+        EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(TemporaryName(::GetCurrentProcessId(), 0)))) << "from the start";
+    }
+    for (const Way& way : {kWays[0], kWays[2]}) {
+        // A second name of the old file shows what would have become of its content: it is replaced, not written to.
+        ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
+        EXPECT_TRUE(way.change(folder, nullptr)) << way.szName;
+        EXPECT_EQ(tstrClosed, AccessOf(tstrOld)) << way.szName;
+        EXPECT_EQ("o", folder.Read(L"second")) << way.szName;
+        EXPECT_TRUE(File::Delete(folder.PathOf(L"second"), nullptr));
+        folder.Write(L"old", "o");
+    }
+    ::SetFileAttributesW(tstrNew.c_str(), kLocked);
+    EXPECT_TRUE(File::KeepCopy(folder.PathOf(L"kept"), tstrOld, nullptr));
+    EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(L"kept")));
+    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
+    EXPECT_EQ(kLocked, ::GetFileAttributesW(tstrOld.c_str()) & kLocked);
+    EXPECT_THAT(folder.List(), ElementsAre(L"kept", L"new", L"old"));
+}
+
+TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsReported)
+{
+    const TempFolder folder;
+    const std::wstring tstrNew = folder.Write(L"new", "n");
+    const std::wstring tstrOld = folder.Write(L"old", "o");
+    const std::wstring tstrFirst = TemporaryName(::GetCurrentProcessId(), 0);
+    folder.MakeFolder(tstrFirst);
+    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr)) << "the next name is free";
+    for (unsigned uNumber = 1; uNumber < 100; ++uNumber) {
+        folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), uNumber));
+    }
+    folder.Write(L"old", "o");
+    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
+    EXPECT_EQ("n", folder.Read(L"old"));
+    DWORD dwError = 0;
+    EXPECT_FALSE(File::KeepCopy(tstrOld, tstrNew, &dwError));
+    EXPECT_EQ(DWORD{ERROR_FILE_EXISTS}, dwError);
+    EXPECT_FALSE(File::Copy(folder.PathOf(L"none\\old"), tstrNew, true, &dwError));
+    EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, dwError);
+    EXPECT_FALSE(File::Copy(tstrOld, folder.PathOf(L"none"), true, &dwError));
+    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, dwError);
+}
+
+TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
+{
+    wchar_t szProgram[MAX_PATH] = {};
+    ::GetModuleFileNameW(nullptr, szProgram, MAX_PATH);
+    STARTUPINFOW start{};
+    start.cb = sizeof(start);
+    PROCESS_INFORMATION process{};
+    ASSERT_TRUE(::CreateProcessW(szProgram, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
+                                 &start, &process));
+    const UniqueKernelHandle thread(process.hThread);
+    const UniqueKernelHandle running(process.hProcess);
+    const TempFolder folder;
+    const std::wstring tstrRunning = TemporaryName(process.dwProcessId, 0);
+    for (const std::wstring& tstrName :
+         {tstrRunning, TemporaryName(0xFFFFFFF0, 7), TemporaryName(::GetCurrentProcessId(), 0),
+          std::wstring(L"~kzcomn-mine.tmp")}) {
+        EXPECT_EQ(tstrName.size() == tstrRunning.size(), File::IsTemporaryName(tstrName));
+        ::SetFileAttributesW(folder.Write(tstrName, "x").c_str(), FILE_ATTRIBUTE_READONLY);
+    }
+    const std::wstring tstrNew = folder.Write(L"new", "n");
+    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), tstrNew, true, nullptr));
+    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", tstrRunning, L"~kzcomn-mine.tmp"));
+    ::TerminateProcess(running.Get(), 0);
+    ::WaitForSingleObject(running.Get(), INFINITE);
+    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), tstrNew, true, nullptr));
+    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", L"~kzcomn-mine.tmp"));
+    for (const wchar_t* szName : {L"~kzcomn-0000002g-00.tmp", L"~kzcomn-00000020-0x.tmp", L"~kzcomn-00000020_00.tmp",
+                                  L"x~kzcomn-00000020-00.tmp", L"~kzcomn-00000020-00.tmp0", L""}) {
+        EXPECT_FALSE(File::IsTemporaryName(szName)) << String::ToUtf8(szName);
+    }
+}
+
+TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
+{
+    const TempFolder folder;
+    const UniqueFile inside = Hold(folder.Write(L"a\\b\\file", ""));
+    const UniqueFile outside = Hold(folder.Write(L"a\\other\\file", ""));
+    DWORD dwError = 0;
+    {
+        Directory::HeldFolder held;
+        EXPECT_FALSE(held.Hold(folder.PathOf(L"a\\none\\"), &dwError));
+        EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, dwError);
+        ASSERT_TRUE(held.Hold(folder.PathOf(L"A\\b\\"), nullptr));
+        EXPECT_TRUE(held.IsHomeOf(inside.Get()));
+        EXPECT_FALSE(held.IsHomeOf(outside.Get()));
+        EXPECT_FALSE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
+    }
+}
