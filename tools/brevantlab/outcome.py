@@ -142,10 +142,11 @@ class Outcome:
         rows += [('NOT WRITTEN', name) for name in self.not_written()]
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
                  if move.target not in self.not_arrived()]
-        known = ' '.join(where for _, where in rows).casefold()
         if self.verify.code not in (0, None):
-            rows += [('VERIFY', line) for line in self.verify.lines
-                     if re.split(r'\}|(?<=[A-Z]) ', line)[-1].casefold() not in known]
+            names = [where.partition(': ')[0].removeprefix('HKLM\\').casefold() for _, where in rows]
+            found = [line.partition(': ') for line in self.verify.lines
+                     if not any(name in line.casefold() for name in names)]
+            rows += [(verdict, short(what)) for verdict, _, what in found]
         return rows
 
     def complete(self) -> bool:
