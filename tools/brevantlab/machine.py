@@ -107,8 +107,9 @@ class Machine:
         A stand-in for a library of Windows also takes its place in the system folder, the only one where the program
         looks for such libraries."""
         binaries = pathlib.Path(os.environ.get('BREVANT_BIN', BUILD / 'release' / 'bin'))
-        if not (binaries / 'Brevant.exe').is_file():
-            raise FileNotFoundError(f'no programs in {binaries}: run tools/build.sh')
+        for name in ('Brevant.exe', 'BrevantCheck.exe'):
+            if not (binaries / name).is_file():
+                raise FileNotFoundError(f'no {name} in {binaries}: run tools/build.sh')
         self.make_dir(folder)
         for file in binaries.iterdir():
             if file.suffix in ('.exe', '.dll'):

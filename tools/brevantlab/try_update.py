@@ -24,7 +24,6 @@ from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
 ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace')
 REFUSED = 2
-WRONG_USE = 2  # of a BrevantCheck that does not know the verb
 KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
 MOST_ROWS = 6  # of one kind before they are only counted
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
@@ -89,18 +88,14 @@ class Trial:
 
     # -- the checker --
 
-    def check(self, *arguments: str, errors: bool = True) -> Optional[Result]:
-        """Runs BrevantCheck; None when it is not among the programs."""
-        program = PRODUCT + 'BrevantCheck.exe'
-        there = self.machine.host(program).is_file()
-        return self.machine.run(program, *arguments, timeout=300, errors=errors) if there else None
+    def check(self, *arguments: str, errors: bool = True) -> Result:
+        """Runs BrevantCheck."""
+        return self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
 
     def lint(self, language: str) -> Check:
         self.progress('lint')
         folder = host_path(self.options.update)
         result = self.check('lint', folder, '--installed', PRODUCT.rstrip('\\'), '--language', language)
-        if result is None:
-            return Check()
         lines = [line.replace(folder + '\\', '') for line in result.output.splitlines() if line]
         if result.code != 0 and not self.options.force:
             raise Refused('\n'.join(lines))
@@ -109,8 +104,6 @@ class Trial:
     def manifest(self) -> Check:
         """Writes the manifest to the machine."""
         result = self.check('manifest', host_path(self.options.update), errors=False)
-        if result is None or result.code == WRONG_USE:
-            return Check()
         self.machine.write(MANIFEST, result.output)
         failures = [f'NO MANIFEST: {line}' for line in result.output.splitlines()] if result.code else []
         return Check(result.code, failures)
@@ -121,7 +114,7 @@ class Trial:
         self.progress('verification')
         folder = PRODUCT.rstrip('\\')
         result = self.check('verify', MANIFEST, '--installed', folder, '--format', 'json', errors=False)
-        return Check() if result is None else Check(result.code, broken_promises(result.output))
+        return Check(result.code, broken_promises(result.output))
 
     # -- the run --
 
@@ -268,12 +261,9 @@ def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path]
         came = f'at line {outcome.kill_at} of the trace; the agent was started again'
         print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
     lint = outcome.lint
-    print(f'{"lint":<20} ' + (lint.lines[-1] if lint.lines else 'clean' if lint.code == 0 else
-                              'not done: no BrevantCheck.exe among the programs'))
+    print(f'{"lint":<20} {lint.lines[-1] if lint.lines else lint.code}')
     print_rows([('finding', line) for line in lint.lines[:-1] if lint.code])
     print_rows(outcome.summary())
-    if outcome.verify.code is None:
-        print(f'{"verification":<20} not done: BrevantCheck does not offer it')
     print_details(outcome.details(), rooms)
     if folder:
         print(f'{"report":<20} {report.write(outcome, folder)}')
