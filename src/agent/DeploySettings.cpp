@@ -14,11 +14,6 @@ using namespace KzCommon;
 
 namespace {
 
-/// A settings file that the update brings once for each language, "base_LANGUAGE.extension".
-struct LanguageFile {
-    const wchar_t* szBase;
-    const wchar_t* szExtension;
-};
 constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml"}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
 
 /// Makes the product's language the one that is installed.
@@ -92,6 +87,11 @@ void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownlo
 }
 
 }  // namespace
+
+std::span<const LanguageFile> LanguageFiles() noexcept
+{
+    return kLanguageFiles;
+}
 
 bool PrepareSettings(const PathValues& pathValues)
 {
