@@ -82,14 +82,28 @@ void CheckLength(const CommandCheck& check)
                   (bRegistered ? L"Windows runs at most 260" : L"it is not even registered"));
 }
 
-/// A folder with blanks, or a placeholder that stands for one on most machines, outside quotes.
+/// The command with blanks for what "echo" of the command interpreter writes: that is text and no path.
+std::wstring WithoutEchoedText(std::wstring tstrCommand)
+{
+    const std::wstring tstrLower = LowerCase(tstrCommand);
+    std::size_t uEcho = 0;
+    while ((uEcho = tstrLower.find(L"echo ", uEcho)) != std::wstring::npos) {
+        const bool bWord = uEcho == 0 || std::wstring_view(L" \"@&|(").find(tstrLower[uEcho - 1]) != std::wstring::npos;
+        for (uEcho += 5; bWord && uEcho < tstrCommand.size(); ++uEcho) {
+            if (std::wstring_view(L"><&|\"").find(tstrCommand[uEcho]) != std::wstring_view::npos) break;
+            tstrCommand[uEcho] = L' ';
+        }
+    }
+    return tstrCommand;
+}
+
+/// A placeholder that stands for a folder with blanks on most machines, outside quotes.
 void CheckQuotes(const CommandCheck& check)
 {
-    const CustomerFolders usual(kUsualInstallFolder, L"c");
-    std::size_t uAt = 0;
+    const CustomerFolders usual(kUsualInstallFolder, L"...");
     bool bQuotes = false;
-    const std::wstring& tstrCommand = check.record.tstrValue;
-    for (; uAt < tstrCommand.size(); ++uAt) {
+    const std::wstring tstrCommand = WithoutEchoedText(check.record.tstrValue);
+    for (std::size_t uAt = 0; uAt < tstrCommand.size(); ++uAt) {
         if (tstrCommand[uAt] == L'"') {
             bQuotes = !bQuotes;
             if (tstrCommand.compare(uAt, 2, L"\"\"") == 0) ++uAt;
@@ -104,12 +118,16 @@ void CheckQuotes(const CommandCheck& check)
             return;
         }
     }
-    const std::vector<Word> words = SplitCommand(tstrCommand);
+}
+
+/// A path written out that breaks off without an extension at a blank and goes on behind it.
+void CheckBlanks(const CommandCheck& check)
+{
+    const std::vector<Word> words = SplitCommand(WithoutEchoedText(check.record.tstrValue));
     for (std::size_t u = 0; u + 1 < words.size(); ++u) {
         const std::wstring& tstrText = words[u].tstrText;
         const std::wstring& tstrNext = words[u + 1].tstrText;
         const std::size_t uName = tstrText.rfind(L'\\') + 1;
-        // A path that breaks off without an extension and goes on behind the blank.
         const bool bBreaksOff = !words[u].bQuoted && BeginsWithDrive(tstrText) && uName < tstrText.size() &&
                                 tstrText.find(L'.', uName) == std::wstring::npos;
         const bool bGoesOn = !words[u + 1].bQuoted && tstrNext.find(L'\\') != std::wstring::npos &&
@@ -190,6 +208,7 @@ void CheckCommands(const Subject& subject, Report& report)
         }
         CheckLength(check);
         CheckQuotes(check);
+        CheckBlanks(check);
         CheckMovedFiles(check, tstrInstalled, sources);
         CheckProgram(check);
         CheckKeyboardFilter(check);

@@ -76,6 +76,27 @@ std::wstring CheckInnerFolder(const Update& update, Report& report)
     return tstrPlatform;
 }
 
+/// The folder that may have been meant by one below a package's: one above it of which only the files are taken, or one
+/// beside it of nearly the same name.
+std::wstring NearestSource(const std::wstring& tstrFolder, const std::vector<std::wstring>& sources)
+{
+    if (tstrFolder.empty()) return {};
+    const auto parentOf = [](std::wstring tstrPath) {
+        tstrPath.pop_back();
+        return FolderPartOf(tstrPath);
+    };
+    const std::wstring tstrParent = parentOf(tstrFolder);
+    std::wstring tstrAbove;
+    std::vector<std::wstring> beside;
+    for (const std::wstring& tstrSource : sources) {
+        if (IsBelow(tstrFolder, tstrSource) && tstrSource.size() > tstrAbove.size()) tstrAbove = tstrSource;
+        if (String::EqualsNoCase(parentOf(tstrSource), tstrParent))
+            beside.push_back(tstrSource.substr(tstrParent.size()));
+    }
+    const std::wstring tstrNear = NearestOf(tstrFolder.substr(tstrParent.size()), beside);
+    return tstrNear.empty() ? tstrAbove : tstrParent + tstrNear;
+}
+
 /// Files of which no folder copy knows, one finding for each folder.
 void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, Report& report)
 {
@@ -99,7 +120,7 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
             files.size() == 1 ? L"its file stays" : L"its " + std::to_wstring(files.size()) + L" files stay";
         report.Add(Rule::eNoStepLooksThere, files.front(), {},
                    L"no deploy step looks at this folder: " + tstrCount + L" in the download folder",
-                   NearestOf(tstrBelow, sources));
+                   NearestSource(tstrBelow, sources));
     }
 }
 

@@ -35,6 +35,8 @@ MACHINES = BUILD / 'machines'
 
 # Written last in every import: says that all of it has arrived, and that this is the registry of this machine.
 MARK_KEY, MARK = 'HKLM\\Software\\BrevantLab', 'Import'
+# Said by Wine when a program could not begin; what it did not do can be done again.
+NOT_BEGUN = 'failed to map the shared user data'
 NO_SUCH_KEY = 'Unable to find the specified registry key'
 ATTEMPTS = 5
 
@@ -225,7 +227,7 @@ class Machine:
         if not self._up:
             self._up = True
             # Stays for a while between two commands; an orphaned one ends by itself.
-            subprocess.run(['wineserver', '-p600'], env=self._environment(), check=True)
+            subprocess.run([*prefixes.fixed_layout(), 'wineserver', '-p600'], env=self._environment(), check=True)
             self.set_value(MARK_KEY, None)
         if self._settings:
             lines, self._settings = self._settings, []
@@ -281,14 +283,19 @@ class Machine:
         return self._wine(*command, timeout=timeout, debug='-all,err+all')
 
     def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
-              debug: str = '-all') -> Result:
+              debug: str = '-all,err+virtual') -> Result:
         # A file takes the output: a pipe would stay open in the services that the first command starts.
         with tempfile.TemporaryFile() as output:
-            done = subprocess.run(['wine', *map(str, command)], cwd=cwd or self.prefix / 'drive_c', timeout=timeout,
-                                  env={**self._environment(), 'WINEDEBUG': debug}, stdin=subprocess.DEVNULL,
+            done = subprocess.run([*prefixes.fixed_layout(), 'wine', *map(str, command)], timeout=timeout,
+                                  cwd=cwd or self.prefix / 'drive_c', stdin=subprocess.DEVNULL,
+                                  env={**self._environment(), 'WINEDEBUG': debug},
                                   stdout=output if capture else None, stderr=subprocess.STDOUT if capture else None)
             output.seek(0)
-            return Result(done.returncode & 0xFF, output.read().decode('utf-8', 'replace').replace('\r\n', '\n'))
+            text = output.read().decode('utf-8', 'replace').replace('\r\n', '\n')
+        if NOT_BEGUN in text and done.returncode != 0:
+            self.repeated.append(f'{command}: {text.strip()}')
+            return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, debug=debug)
+        return Result(done.returncode & 0xFF, text)
 
 
 def _done(result: Result) -> bool:

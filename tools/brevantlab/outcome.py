@@ -180,11 +180,14 @@ class Outcome:
                       f'{folded} folded'), *(('failure', text) for text in failures)]
 
     def details(self) -> dict[str, list[Row]]:
-        """Rows by room: files, registry, shortcuts, settings, trace."""
+        """Rows by room: files, registry, shortcuts, settings, trace, and what the checker said."""
         return {'files': self._file_rows(), 'registry': self._value_rows(), 'shortcuts': self._link_rows(),
                 'settings': [Row(name, '', shown(text), 'left alone' if text is None else 'carried over')
                              for name, text in self.settings().items()],
-                'trace': [self._trace_row(line) for line in self.lines]}
+                'trace': [self._trace_row(line) for line in self.lines],
+                'checker': [Row(verb, '', line, 'finding') for verb, check in (('lint', self.lint),
+                                                                               ('verify', self.verify))
+                            for line in check.lines if check.code]}
 
     def _file_rows(self) -> list[Row]:
         missing, ignored = self.not_arrived(), set(self.never_looked_at())

@@ -1,6 +1,7 @@
 """Wine prefixes: the template, its clones, their processes and their end."""
 import contextlib
 import fcntl
+import functools
 import hashlib
 import os
 import pathlib
@@ -46,6 +47,18 @@ def environment(prefix: pathlib.Path, overrides: Mapping[str, str] = {}) -> dict
             'WINEDLLOVERRIDES': ';'.join(f'{name}={order}' for name, order in orders.items())}
 
 
+@functools.cache
+def fixed_layout() -> list[str]:
+    """What goes before a command of Wine: an address space that is not random.
+
+    Newer kernels put a program's heap anywhere in the gigabyte behind it. Once in some thousand starts it lies where
+    Wine needs its shared page, and the program ends before it begins.
+    """
+    command = ['setarch', '-R']
+    tried = subprocess.run([*command, 'true'], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    return [] if tried.returncode else command  # some containers do not allow it
+
+
 def template() -> pathlib.Path:
     """The prefix that machines are cloned from; made by the first caller, anew when Wine or its recipe changes."""
     wine = os.stat(os.path.realpath(shutil.which('wineserver') or sys.exit('Wine is missing: run tools/setup.sh')))
@@ -71,8 +84,8 @@ def _make_template(home: pathlib.Path) -> None:
     settings.write_text('Windows Registry Editor Version 5.00\n' + TEMPLATE_SETTINGS, 'utf-16')
     for command in (['wineboot', '-i'], ['wine', 'reg', 'import', f'Z:{settings}'.replace('/', '\\')],
                     ['wineserver', '-k'], ['wineserver', '-w']):
-        subprocess.run(command, env=environment(prefix), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                       stderr=subprocess.DEVNULL, timeout=300, check=command[0] == 'wine')
+        subprocess.run([*fixed_layout(), *command], env=environment(prefix), stdin=subprocess.DEVNULL, timeout=300,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=command[0] == 'wine')
     for link in (entry for entry in (prefix / 'drive_c' / 'users').glob('*/*') if entry.is_symlink()):
         link.unlink()
         link.mkdir()

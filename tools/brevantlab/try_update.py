@@ -24,6 +24,7 @@ from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
 ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace')
 REFUSED = 2
+WRONG_USE = 2  # of a BrevantCheck that does not know the verb
 MOST_ROWS = 6  # of one kind before they are only counted
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
 # What the change of name writes beside the product's own key.
@@ -106,7 +107,7 @@ class Trial:
     def manifest(self) -> Check:
         """Writes the manifest to the machine."""
         result = self.check('manifest', host_path(self.options.update))
-        if result is None:
+        if result is None or result.code == WRONG_USE:
             return Check()
         self.machine.write(MANIFEST, result.output)
         failures = [f'no manifest: {line}' for line in result.output.splitlines()] if result.code else []
@@ -270,7 +271,10 @@ def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path]
     lint = outcome.lint
     print(f'{"lint":<20} ' + (lint.lines[-1] if lint.lines else 'clean' if lint.code == 0 else
                               'not done: no BrevantCheck.exe among the programs'))
+    print_rows([('finding', line) for line in lint.lines[:-1] if lint.code])
     print_rows(outcome.summary())
+    if outcome.verify.code is None:
+        print(f'{"verification":<20} not done: BrevantCheck does not offer it')
     print_details(outcome.details(), rooms)
     if folder:
         print(f'{"report":<20} {report.write(outcome, folder)}')
