@@ -30,6 +30,13 @@ std::wstring ReadLogFolder(const wchar_t* szSessionKey)
 
 }  // namespace
 
+void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folders)
+{
+    for (std::size_t u = 0; u < folders.size(); ++u) {
+        if (folders[u]) String::ReplaceAll(tstrText, kPlaceholders[u].szText, *folders[u]);
+    }
+}
+
 void PathValues::ReadLogFolders()
 {
     m_tstrInteractiveLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\InteractiveSession");
@@ -117,18 +124,9 @@ void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
     // Most texts have none, and looking up the install folder takes longer than a whole registry record.
     if (tstrText.find(L'{') == std::wstring::npos) return;
     const std::wstring tstrInstalledDir = Frwk::Utility::GetInstalledFolder();
-    const struct {
-        const wchar_t* szPlaceholder;
-        const std::wstring& tstrFolder;
-    } rows[] = {
-        {L"{UdComponentsSrcDir}", m_tstrProductDownloadDir}, {L"{InstalledDir}", tstrInstalledDir},
-        {L"{InstallerLogDir}", m_tstrInstallerLogDir},       {L"{InteractiveLogDir}", m_tstrInteractiveLogDir},
-        {L"{ServiceLogDir}", m_tstrServiceLogDir},
-    };
-    for (const auto& row : rows) String::ReplaceAll(tstrText, row.szPlaceholder, row.tstrFolder);
-    for (const std::wstring& tstrFolder : m_protectedLogDirs) {
-        String::ReplaceAll(tstrText, L"{ProtectedLogDir}", tstrFolder);
-    }
+    ReplacePlaceholders(tstrText,
+                        {&m_tstrProductDownloadDir, &tstrInstalledDir, &m_tstrInstallerLogDir, &m_tstrInteractiveLogDir,
+                         &m_tstrServiceLogDir, m_protectedLogDirs.empty() ? nullptr : &m_protectedLogDirs.front()});
 }
 
 std::wstring MakeUniqueName()

@@ -3,9 +3,29 @@
 
 #include <windows.h>
 
+#include <array>
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+/// One placeholder.
+struct Placeholder {
+    const wchar_t* szText;  ///< braces included, compared exactly
+    bool bMayBeUnset;       ///< stands for a folder that not every machine has set
+};
+
+/// All of them, in the order in which they are replaced.
+inline constexpr std::array kPlaceholders{
+    Placeholder{L"{UdComponentsSrcDir}", false}, Placeholder{L"{InstalledDir}", false},
+    Placeholder{L"{InstallerLogDir}", false},    Placeholder{L"{InteractiveLogDir}", true},
+    Placeholder{L"{ServiceLogDir}", true},       Placeholder{L"{ProtectedLogDir}", true},
+};
+
+/// The folder of each of kPlaceholders, with trailing backslash; a placeholder without one stays in the text.
+using PlaceholderFolders = std::array<const std::wstring*, kPlaceholders.size()>;
+
+/// Replaces the placeholders in `tstrText` by the folders.
+void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folders);
 
 /// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
 class PathValues {

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <vector>
 
 using namespace KzCommon;
 
@@ -163,6 +162,15 @@ RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
     record.dwData = String::ToDwordStrict(record.tstrData);
     record.ullData = String::ToQwordStrict(record.tstrData);
     return record;
+}
+
+std::vector<std::wstring> RegistryTypeWords()
+{
+    std::vector<std::wstring> words;
+    for (const TypeRow& row : kTypes) {
+        if (row.szType && row.eType != RegistryType::eMultiText) words.push_back(row.szType);
+    }
+    return words;
 }
 
 bool CountsAsMissing(const RegistryRecord& record)

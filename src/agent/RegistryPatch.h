@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <string>
+#include <vector>
 
 /// What a registry record's type word means.
 enum class RegistryType {
@@ -33,6 +34,9 @@ struct RegistryRecord {
 
 /// Takes a record apart; does and traces nothing.
 [[nodiscard]] RegistryRecord ParseRegistryRecord(const std::wstring& tstrData);
+
+/// The words of the types that are written.
+[[nodiscard]] std::vector<std::wstring> RegistryTypeWords();
 
 /// Whether the data of `record` is what stands for a missing value of its type: the operation that adds missing values
 /// rewrites a value that holds it.

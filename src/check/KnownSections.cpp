@@ -1,22 +1,35 @@
 #include "check/KnownSections.h"
 
+#include "agent/Sections.h"
 #include "common/KzComn_String.h"
+
+#include <algorithm>
 
 using namespace KzCommon;
 
 namespace Check {
 
+namespace {
+
+/// A section that several operations read stands in the agent's table once for each of them.
+std::vector<KnownSection> MergeReadings()
+{
+    std::vector<KnownSection> sections;
+    for (const ::Section& row : kSections) {
+        const std::wstring_view tstrName = row.szName;
+        auto itKnown = std::find_if(sections.begin(), sections.end(),
+                                    [&](const KnownSection& known) { return tstrName == known.szName; });
+        if (itKnown == sections.end()) itKnown = sections.insert(itKnown, {row.szName, row.bLanguage, {}});
+        for (const SectionKey& key : row.keys) itKnown->keys.push_back(key.szKey);
+    }
+    return sections;
+}
+
+}  // namespace
+
 std::span<const KnownSection> KnownSections()
 {
-    static const KnownSection s_sections[] = {
-        {L"QOR_REGISTRY_PATCH", false, {L"delete", L"add", L"add_if_non"}},
-        {L"QOR_DIR", false, {L"add", L"delete"}},
-        {L"QOR_FILE", false, {L"delete_now", L"delete"}},
-        {L"UPDATE_INFO", false, {L"modify"}},
-        {L"Run", false, {L"SysRunOnce"}},
-        {L"QOR_CONFIG_MERGE", false, {L"migrate"}},
-        {L"RestartNotification_", true, {L"text"}},
-    };
+    static const std::vector<KnownSection> s_sections = MergeReadings();
     return s_sections;
 }
 

@@ -22,6 +22,12 @@ struct Subject {
 // as a finding.
 
 void CheckForm(const Subject& subject, Report& report);           ///< FormRules.cpp
+void CheckPlaceholders(const Subject& subject, Report& report);   ///< PlaceholderRules.cpp
+void CheckRegistry(const Subject& subject, Report& report);       ///< RegistryRules.cpp
+void CheckFileRecords(const Subject& subject, Report& report);    ///< FileRules.cpp
+void CheckUpdateInfo(const Subject& subject, Report& report);     ///< UpdateInfoRules.cpp
+void CheckCommands(const Subject& subject, Report& report);       ///< CommandRules.cpp
+void CheckPackages(const Subject& subject, Report& report);       ///< PackageRules.cpp
 void CheckConfiguration(const Subject& subject, Report& report);  ///< ConfigRules.cpp
 void CheckShortcuts(const Subject& subject, Report& report);      ///< ShortcutRules.cpp
 void CheckTexts(const Subject& subject, Report& report);          ///< TextRules.cpp

@@ -45,6 +45,7 @@ constexpr RuleRow kRules[] = {
     {Rule::eUndoneByOtherPass, kWarning, L"undone-by-other-pass",
      L"Deletes come first, then adds, then adds of what is missing: another record makes this one pointless."},
     {Rule::eCountsAsMissing, kWarning, L"counts-as-missing", L"This data counts as a missing value for add_if_non."},
+    {Rule::eBlankAtField, kWarning, L"blank-at-field", L"Blanks beside \"!\" become part of the field."},
 
     {Rule::eNoFullPath, kError, L"no-full-path", L"Paths that are not full and whole drives are refused."},
     {Rule::ePathTooLong, kError, L"path-too-long", L"A path of more than 260 characters, expanded, is refused."},
@@ -53,6 +54,9 @@ constexpr RuleRow kRules[] = {
     {Rule::eDeletesWhatItBrings, kError, L"deletes-what-it-brings",
      L"Deletions are carried out behind the moves: the file that this update brings is gone in the end."},
     {Rule::eWildcardInFolder, kError, L"wildcard-in-folder", L"Only the last part of a path may be a pattern."},
+    {Rule::eNameNotAllowed, kError, L"name-not-allowed",
+     L"Windows refuses the name, or takes it for another one: dots and blanks at the end of a name vanish."},
+    {Rule::eFolderAsFile, kError, L"folder-as-file", L"QOR_FILE removes files: folders never match."},
 
     {Rule::eIniFields, kError, L"ini-fields", L"A record has section, key and value; what is missing is not written."},
     {Rule::eShipsUpdateInfo, kError, L"ships-update-info",
@@ -65,10 +69,14 @@ constexpr RuleRow kRules[] = {
      L"A path with blanks outside quotes is not the path it seems to be."},
     {Rule::eCommandNamesMovedFile, kError, L"command-names-moved-file",
      L"The restart moves the file away before the command starts."},
+    {Rule::eRelativeProgram, kWarning, L"relative-program",
+     L"The folder that a command starts in is not known: a program named by part of its path is not found."},
+    {Rule::eKeyboardFilterCase, kWarning, L"keyboard-filter-case",
+     L"A command of the keyboard filter is recognised by \"kbfilter.ini\", exactly so."},
 
     {Rule::eNoTagPath, kError, L"no-tag-path", L"The record names no setting: nothing is carried over."},
     {Rule::eUnknownTag, kWarning, L"unknown-tag",
-     L"Neither the new file nor the defaults know the setting: nothing is carried over."},
+     L"Neither the new file nor the defaults know the setting: nothing that is read is carried over."},
     {Rule::eConfigNotXml, kError, L"config-not-xml", L"The configuration file is refused as a whole."},
     {Rule::eConfigValueType, kError, L"config-value-type", L"The value does not fit the type that is written on it."},
     {Rule::eSecretInClear, kError, L"secret-in-clear", L"The secret stands in the file for everybody to read."},

@@ -32,12 +32,15 @@ enum class Rule : unsigned {
     eDefaultName = 24,
     eUndoneByOtherPass = 25,
     eCountsAsMissing = 26,
+    eBlankAtField = 27,
     // Files and folders
     eNoFullPath = 30,
     ePathTooLong = 31,
     eNoDestinationFolder = 32,
     eDeletesWhatItBrings = 33,
     eWildcardInFolder = 34,
+    eNameNotAllowed = 35,
+    eFolderAsFile = 36,
     // Update information and commands
     eIniFields = 40,
     eShipsUpdateInfo = 41,
@@ -46,6 +49,8 @@ enum class Rule : unsigned {
     eCommandTooLong = 51,
     eUnquotedPath = 52,
     eCommandNamesMovedFile = 53,
+    eRelativeProgram = 54,
+    eKeyboardFilterCase = 55,
     // Configuration
     eNoTagPath = 60,
     eUnknownTag = 61,

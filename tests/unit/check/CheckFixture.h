@@ -18,7 +18,8 @@ inline std::string Utf16(std::wstring_view tstrText)
 
 class CheckTest : public Test {
 protected:
-    CheckTest()
+    /// `pfnFamily`: the rules that are tried.
+    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&) = LintUpdate) : m_pfnFamily(pfnFamily)
     {
         Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
         Write(L"Component\\p1\\64bit\\p1\\Brevant.exe", "new");
@@ -26,17 +27,17 @@ protected:
 
     void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_folder.Write(tstrName, strBytes); }
 
-    /// The findings of all families, "B005 2:1 Component\\..." each, the path left out for the instruction file.
+    /// The findings, "B005 2:1 Component\\..." each, the path left out for the instruction file.
     [[nodiscard]] std::vector<std::string> Lint(std::string_view strInstructions) const
     {
         Write(kInstructionFile, strInstructions);
         Update update;
         IniScan instructions;
         DWORD dwError = ERROR_SUCCESS;
-        EXPECT_TRUE(update.Open(m_folder.Path(), std::nullopt, &dwError)) << dwError;
+        EXPECT_TRUE(update.Open(m_folder.Path(), m_optInstalled, &dwError)) << dwError;
         EXPECT_TRUE(instructions.Read(update.FullPath(kInstructionFile), &dwError)) << dwError;
         Report report;
-        LintUpdate({update, instructions, {}}, report);
+        m_pfnFamily({update, instructions, m_languages}, report);
         std::vector<std::string> found;
         for (const Finding& finding : report.Sorted()) {
             std::wstring tstrLine = IdOf(finding.eRule) + L" " + std::to_wstring(finding.place.uLine) + L":" +
@@ -49,4 +50,9 @@ protected:
     }
 
     TempFolder m_folder;
+    std::optional<std::wstring> m_optInstalled;
+    std::vector<std::wstring> m_languages;
+
+private:
+    void (*m_pfnFamily)(const Subject&, Report&);
 };

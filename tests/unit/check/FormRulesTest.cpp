@@ -19,7 +19,10 @@ std::string With(const std::string& strLines)
 
 }  // namespace
 
-class FormRulesTest : public CheckTest {};
+class FormRulesTest : public CheckTest {
+protected:
+    FormRulesTest() : CheckTest(CheckForm) {}
+};
 
 TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
 {

@@ -4,6 +4,13 @@
 
 class TextRulesTest : public CheckTest {
 protected:
+    TextRulesTest()
+        : CheckTest([](const Subject& subject, Report& report) {
+              for (const auto pfnFamily : {CheckConfiguration, CheckShortcuts, CheckTexts}) pfnFamily(subject, report);
+          })
+    {
+    }
+
     /// Findings about one file of the product package's shared part.
     [[nodiscard]] std::vector<std::string> LintFile(const std::wstring& tstrName, const std::string& strBytes) const
     {

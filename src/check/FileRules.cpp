@@ -1,0 +1,257 @@
+// B030 to B036: folders and files that the instruction file creates and removes.
+#include "check/BroughtFiles.h"
+#include "check/Instructions.h"
+#include "check/Lint.h"
+
+#include "agent/FileOperations.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileName.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <set>
+#include <string_view>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// What a file record is checked against.
+struct Surroundings {
+    const Update& update;
+    CustomerFolders folders;
+    BroughtFiles brought;
+    std::map<std::wstring, std::vector<std::wstring>> sources;
+    std::set<std::wstring> created;  ///< folders, in lower case with trailing backslash
+};
+
+/// One record of QOR_DIR or QOR_FILE.
+struct FileCheck {
+    const IniRecord& record;
+    int iOp;
+    FileRecord parsed;
+    Report& report;
+
+    [[nodiscard]] bool IsFolder() const { return iOp == op_dir_add || iOp == op_dir_delete; }
+    void Add(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) const
+    {
+        report.Add(eRule, kInstructionFile, record.valuePlace, tstrText, tstrSuggestion);
+    }
+};
+
+int OperationOf(const SectionKey& key)
+{
+    const bool bFolder = key.eForm == RecordForm::eFolder;
+    if (key.szKey == std::wstring_view(L"add")) return op_dir_add;
+    if (key.szKey == std::wstring_view(L"delete_now")) return op_file_delete_now;
+    return bFolder ? op_dir_delete : op_file_delete;
+}
+
+/// A path whose beginning is left of a placeholder: that mistake has a rule of its own.
+bool BeginsWithBraces(const std::wstring& tstrPath)
+{
+    return tstrPath.find_first_of(L"{}") < tstrPath.find(L'\\');
+}
+
+/// False for a record that the agent refuses.
+bool CheckRefusal(const FileCheck& check)
+{
+    const bool bTooLong = check.parsed.tstrPath.size() > _MAX_PATH || check.parsed.eRefusal == FileRefusal::eTooLong;
+    if (bTooLong) {
+        check.Add(Rule::ePathTooLong, L"the path has " + std::to_wstring(check.parsed.tstrPath.size()) +
+                                          L" characters, at most 260 are taken");
+        return false;
+    }
+    switch (check.parsed.eRefusal) {
+        case FileRefusal::eNone:
+        case FileRefusal::eTooLong: return true;
+        case FileRefusal::eNotSplit:
+            check.Add(Rule::ePathTooLong, L"a part of the path has more than 255 characters");
+            return false;
+        case FileRefusal::eNotAFullPath: break;
+    }
+    if (BeginsWithBraces(check.parsed.tstrPath)) return false;
+    const bool bFull = String::IsFullPath(check.parsed.tstrPath);
+    check.Add(Rule::eNoFullPath,
+              bFull ? L"\"" + check.parsed.tstrPath + L"\" is a whole drive or share"
+                    : L"\"" + check.parsed.tstrPath + L"\" is no full path",
+              bFull ? std::wstring() : kPlaceholders[1].szText + check.parsed.tstrPath);
+    return false;
+}
+
+/// One name of a path; with `bPattern` the last one of a file record.
+void CheckName(const FileCheck& check, const std::wstring& tstrName, bool bPattern)
+{
+    if (!bPattern && tstrName.find_first_of(L"*?") != std::wstring::npos) {
+        check.Add(Rule::eWildcardInFolder, L"\"" + tstrName + L"\" is a folder: only a file's name may be a pattern");
+        return;
+    }
+    const bool bDots = tstrName.find_first_not_of(L'.') == std::wstring::npos;
+    const bool bCharacter = std::any_of(tstrName.begin(), tstrName.end(), [](wchar_t ch) {
+        return ch < L' ' || std::wstring_view(L"<>\"|:").find(ch) != std::wstring_view::npos;
+    });
+    if (bCharacter || Storage::File::IsDevice(tstrName)) {
+        check.Add(Rule::eNameNotAllowed, L"Windows does not allow the name \"" + tstrName + L"\"");
+    } else if (!bPattern && !bDots && (tstrName.ends_with(L'.') || tstrName.ends_with(L' '))) {
+        check.Add(Rule::eNameNotAllowed, L"Windows drops the end of the name \"" + tstrName + L"\"");
+    }
+}
+
+void CheckNames(const FileCheck& check)
+{
+    const std::wstring& tstrPath = check.parsed.tstrPath;
+    std::size_t uBegin = Storage::Directory::RootLength(tstrPath);
+    while ((uBegin = tstrPath.find_first_not_of(L"\\/", uBegin)) != std::wstring::npos) {
+        const std::size_t uEnd = std::min(tstrPath.find_first_of(L"\\/", uBegin), tstrPath.size());
+        CheckName(check, tstrPath.substr(uBegin, uEnd - uBegin), !check.IsFolder() && uEnd == tstrPath.size());
+        uBegin = uEnd;
+    }
+}
+
+void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
+{
+    if (check.IsFolder()) return;
+    const bool bNoName = check.parsed.tstrPattern.empty();
+    const bool bKnown = around.update.InstalledFolder() && Storage::Directory::IsExisted(check.parsed.tstrPath);
+    if (bNoName || bKnown) {
+        check.Add(Rule::eFolderAsFile,
+                  L"\"" + check.parsed.tstrPath + L"\" is a folder: nothing is removed; folders belong into [QOR_DIR]");
+    }
+}
+
+/// How many files a deletion takes away, and the gravest case.
+struct Losses {
+    std::size_t cFiles = 0;
+    bool bForGood = false;
+    std::wstring tstrExample;
+
+    void Add(const std::wstring& tstrPath, bool bGone)
+    {
+        if (cFiles++ == 0 || (bGone && !bForGood)) tstrExample = tstrPath;
+        bForGood = bForGood || bGone;
+    }
+};
+
+/// One file that this update brings into a place that is cleared. Deletions are looked up during the run and carried
+/// out behind the moves.
+void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around, const BroughtFile& file)
+{
+    const bool bAtOnce = file.eWhen == PackageLayout::When::eNow;
+    const bool bUnknown = !around.update.InstalledFolder();
+    if (!bAtOnce && !bUnknown && !Storage::File::IsExisted(file.tstrDestination)) return;
+    losses.Add(file.tstrDestination, bAtOnce || check.iOp != op_file_delete_now);
+}
+
+Losses LossesIn(const FileCheck& check, const Surroundings& around)
+{
+    Losses losses;
+    const std::wstring tstrFolder = LowerCase(check.parsed.tstrFolder);
+    if (check.iOp == op_dir_delete) {
+        for (auto it = around.brought.lower_bound(tstrFolder);
+             it != around.brought.end() && it->first.starts_with(tstrFolder); ++it) {
+            for (const BroughtFile& file : it->second) AddLoss(losses, check, around, file);
+        }
+        return losses;
+    }
+    const auto itFolder = around.brought.find(tstrFolder);
+    if (itFolder == around.brought.end()) return losses;
+    for (const BroughtFile& file : itFolder->second) {
+        const std::wstring tstrName = file.tstrDestination.substr(tstrFolder.size());
+        if (MatchesPattern(tstrName, check.parsed.tstrPattern)) AddLoss(losses, check, around, file);
+    }
+    return losses;
+}
+
+/// Files that are deleted from the download folder before the restart can move them.
+void AddDeletedSources(Losses& losses, const FileCheck& check, const Surroundings& around)
+{
+    if (check.iOp != op_file_delete_now) return;
+    const std::wstring& tstrInstalled = around.folders.InstalledDir();
+    const std::wstring& tstrFolder = check.parsed.tstrFolder;
+    if (tstrFolder.size() <= tstrInstalled.size()) return;
+    const auto itSources = around.sources.find(LowerCase(tstrFolder.substr(tstrInstalled.size())));
+    if (itSources == around.sources.end()) return;
+    for (const std::wstring& tstrName : itSources->second) {
+        if (MatchesPattern(tstrName, check.parsed.tstrPattern)) losses.Add(tstrFolder + tstrName, true);
+    }
+}
+
+void CheckLosses(const FileCheck& check, const Surroundings& around)
+{
+    if (check.iOp == op_dir_add) return;
+    Losses losses = LossesIn(check, around);
+    AddDeletedSources(losses, check, around);
+    if (losses.cFiles == 0) {
+        const bool bCreated = check.iOp == op_dir_delete && around.created.count(LowerCase(check.parsed.tstrFolder));
+        if (bCreated) {
+            check.report.AddAs(Severity::eWarning, Rule::eDeletesWhatItBrings, kInstructionFile,
+                               check.record.valuePlace, L"the folder is created by this update");
+        }
+        return;
+    }
+    const std::wstring tstrMore =
+        losses.cFiles > 1 ? L" and " + std::to_wstring(losses.cFiles - 1) + L" more" : std::wstring();
+    check.report.AddAs(losses.bForGood ? Severity::eError : Severity::eWarning, Rule::eDeletesWhatItBrings,
+                       kInstructionFile, check.record.valuePlace,
+                       L"this update brings \"" + losses.tstrExample + L"\"" + tstrMore +
+                           (losses.bForGood ? L": gone in the end" : L": missing until the restart"));
+}
+
+/// The folder of a QOR_DIR "add" and those above it, which are created with it.
+void AddCreated(std::set<std::wstring>& created, const std::wstring& tstrFolder)
+{
+    std::wstring tstrLower = LowerCase(String::EnsureBackslash(tstrFolder));
+    while (tstrLower.size() > 3 && created.insert(tstrLower).second) {
+        tstrLower.pop_back();
+        tstrLower = FolderPartOf(tstrLower);
+    }
+}
+
+/// Folders that files are for and that nobody makes. Of places outside the install folder nothing is known.
+void CheckDestinations(const Surroundings& around, Report& report)
+{
+    const std::wstring& tstrInstalled = around.folders.InstalledDir();
+    if (!around.update.InstalledFolder()) return;
+    for (const auto& [tstrLower, files] : around.brought) {
+        const std::wstring tstrFolder = FolderPartOf(files.front().tstrDestination);
+        const bool bBelow = tstrFolder.size() > tstrInstalled.size() &&
+                            String::EqualsNoCase(tstrFolder.substr(0, tstrInstalled.size()), tstrInstalled);
+        if (!bBelow || around.created.count(tstrLower) > 0 || Storage::Directory::IsExisted(tstrFolder)) continue;
+        const std::wstring tstrName = tstrFolder.substr(tstrInstalled.size());
+        report.Add(Rule::eNoDestinationFolder, files.front().tstrFile, {},
+                   L"the installed product has no folder \"" + tstrName + L"\" and [QOR_DIR] adds none: " +
+                       std::to_wstring(files.size()) + (files.size() == 1 ? L" file stays" : L" files stay") +
+                       L" behind",
+                   std::wstring(L"add={InstalledDir}") + tstrName.substr(0, tstrName.size() - 1));
+    }
+}
+
+}  // namespace
+
+void CheckFileRecords(const Subject& subject, Report& report)
+{
+    const std::wstring tstrInstalled = subject.update.InstalledFolder().value_or(kUsualInstallFolder);
+    Surroundings around{subject.update,
+                        CustomerFolders(tstrInstalled, subject.update.Product().tstrDownloadPath),
+                        ListBroughtFiles(subject.update, tstrInstalled),
+                        {},
+                        {}};
+    around.sources = ListMovedSources(around.brought);
+    for (const Instruction& instruction : ListInstructions(subject.instructions)) {
+        const RecordForm eForm = instruction.pKey->eForm;
+        if (eForm != RecordForm::eFolder && eForm != RecordForm::eFilePattern) continue;
+        const int iOp = OperationOf(*instruction.pKey);
+        const FileCheck check{*instruction.pRecord, iOp,
+                              ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
+        if (!CheckRefusal(check)) continue;
+        if (iOp == op_dir_add) AddCreated(around.created, check.parsed.tstrFolder);
+        CheckNames(check);
+        CheckFolderAsFile(check, around);
+        CheckLosses(check, around);
+    }
+    CheckDestinations(around, report);
+}
+
+}  // namespace Check

@@ -1,0 +1,57 @@
+// The records of an instruction file as the agent takes them: by section and key, in the order of a run.
+#pragma once
+
+#include "agent/Sections.h"
+#include "check/IniScan.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Check {
+
+/// A record that the agent takes, and the row of its key.
+struct Instruction {
+    const SectionKey* pKey;
+    const IniRecord* pRecord;
+};
+
+/// All records that the agent takes, in the order in which it carries them out. Those of unknown sections and keys, of
+/// a length that is refused, and of sections that Windows does not read are left out. Valid as long as the scan.
+[[nodiscard]] std::vector<Instruction> ListInstructions(const IniScan& scan);
+
+/// A field of a record, and where it stands in its line.
+struct Field {
+    std::wstring tstrText;
+    Place place;
+};
+
+/// The fields of a record between "!", as many as there are; a run of "!" counts as one.
+[[nodiscard]] std::vector<Field> FieldsOf(const IniRecord& record);
+
+/// Whether a run of "!" swallows a field that looks as if it were there, at most `cBefore` fields from the front.
+[[nodiscard]] bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore);
+
+/// `tstrText` in lower case, for comparisons without regard to case in tables.
+[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
+
+/// The install folder that is taken when none is known, with trailing backslash: the installer's usual one.
+inline constexpr wchar_t kUsualInstallFolder[] = L"C:\\Program Files\\Kazmere\\KZVLT\\";
+
+/// The folders of a customer's machine that the placeholders stand for, the log folders taken as set.
+class CustomerFolders {
+public:
+    /// `tstrInstalled`: the install folder, with trailing backslash. `tstrDownloadPath`: the product package's name.
+    CustomerFolders(std::wstring tstrInstalled, const std::wstring& tstrDownloadPath);
+
+    [[nodiscard]] std::wstring Expand(std::wstring tstrText) const;
+    [[nodiscard]] const std::wstring& InstalledDir() const noexcept { return m_tstrInstalled; }
+
+private:
+    std::wstring m_tstrInstalled;
+    std::wstring m_tstrDownload;
+    std::wstring m_tstrInstallerLog;
+    std::wstring m_tstrLog;
+};
+
+}  // namespace Check

@@ -1,0 +1,226 @@
+// B070 to B072: the layout of the packages.
+#include "check/BroughtFiles.h"
+#include "check/Instructions.h"
+#include "check/Lint.h"
+#include "check/Suggestion.h"
+
+#include "agent/DeploySettings.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <string_view>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kComponents[] = L"Component\\";
+
+bool IsBelow(std::wstring_view tstrFile, const std::wstring& tstrFolder)
+{
+    return !tstrFolder.empty() && tstrFile.size() > tstrFolder.size() &&
+           String::EqualsNoCase(tstrFile.substr(0, tstrFolder.size()), tstrFolder);
+}
+
+/// Without the package that the update information names, other folders below "Component\" are for nobody.
+void CheckDownloadPath(const Update& update, Report& report)
+{
+    if (update.Product().bThere) return;
+    std::vector<std::wstring> others;
+    static_cast<void>(Storage::Directory::ForEachEntry(
+        update.FullPath(kComponents), L"*",
+        [&](const Storage::Directory::Entry& entry) {
+            const bool bResource = String::EqualsNoCase(entry.tstrName, update.Resource().tstrDownloadPath);
+            if (entry.bFolder && !bResource) others.push_back(entry.tstrName);
+        },
+        nullptr));
+    if (others.empty()) return;
+    report.AddAs(update.Resource().bThere ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere,
+                 kUpdateInfoFile, {},
+                 L"the product package is looked for in \"" + update.RelativeName(update.Product().tstrFolder) +
+                     L"\", which is not there: nothing of it is deployed",
+                 NearestOf(update.Product().tstrDownloadPath, others));
+}
+
+/// The folder of the program's own files: the platform's, and in it the component's name once more.
+std::wstring ProgramFolder(const Update& update)
+{
+    const PackageLayout::BaseFolders bases({.tstrInstallDir = {},
+                                            .tstrProductDownloadDir = update.Product().tstrFolder,
+                                            .tstrProductDownloadPath = update.Product().tstrDownloadPath,
+                                            .tstrResourceDownloadDir = {}});
+    return update.RelativeName(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
+}
+
+/// The platform's folder where the one in it is missing, with the finding; else empty.
+std::wstring CheckInnerFolder(const Update& update, Report& report)
+{
+    const std::wstring tstrInner = ProgramFolder(update);
+    const std::size_t cchName = String::EnsureBackslash(update.Product().tstrDownloadPath).size();
+    const std::wstring tstrPlatform = tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
+    const std::vector<std::wstring>& files = update.Files();
+    const auto isIn = [&](const std::wstring& tstrFolder) {
+        return std::find_if(files.begin(), files.end(),
+                            [&](const std::wstring& tstrFile) { return IsBelow(tstrFile, tstrFolder); });
+    };
+    const auto itMisplaced = isIn(tstrPlatform);
+    if (itMisplaced == files.end() || isIn(tstrInner) != files.end()) return {};
+    report.Add(Rule::eNoInnerFolder, *itMisplaced, {},
+               L"the files for this platform are looked for in \"" + tstrInner + L"\" only: nothing of them arrives",
+               tstrInner + itMisplaced->substr(itMisplaced->rfind(L'\\') + 1));
+    return tstrPlatform;
+}
+
+/// The folder that may have been meant by one below a package's: one above it of which only the files are taken, or one
+/// beside it of nearly the same name.
+std::wstring NearestSource(const std::wstring& tstrFolder, const std::vector<std::wstring>& sources)
+{
+    if (tstrFolder.empty()) return {};
+    const auto parentOf = [](std::wstring tstrPath) {
+        tstrPath.pop_back();
+        return FolderPartOf(tstrPath);
+    };
+    const std::wstring tstrParent = parentOf(tstrFolder);
+    std::wstring tstrAbove;
+    std::vector<std::wstring> beside;
+    for (const std::wstring& tstrSource : sources) {
+        if (IsBelow(tstrFolder, tstrSource) && tstrSource.size() > tstrAbove.size()) tstrAbove = tstrSource;
+        if (String::EqualsNoCase(parentOf(tstrSource), tstrParent))
+            beside.push_back(tstrSource.substr(tstrParent.size()));
+    }
+    const std::wstring tstrNear = NearestOf(tstrFolder.substr(tstrParent.size()), beside);
+    return tstrNear.empty() ? tstrAbove : tstrParent + tstrNear;
+}
+
+/// Files of which no folder copy knows, one finding for each folder.
+void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, Report& report)
+{
+    const std::vector<PackageLayout::FolderCopy> copies = CopiesOf(update, kUsualInstallFolder);
+    const std::wstring tstrPackage = update.RelativeName(update.Product().tstrFolder);
+    std::map<std::wstring, std::vector<std::wstring>> unused;
+    for (const std::wstring& tstrFile : update.Files()) {
+        // The other platform's files are for other machines.
+        if (IsBelow(tstrFile, tstrMisplaced) || IsBelow(tstrFile, tstrPackage + L"32bit\\")) continue;
+        const bool bTaken = std::any_of(copies.begin(), copies.end(),
+                                        [&](const PackageLayout::FolderCopy& copy) { return Takes(copy, tstrFile); });
+        if (!bTaken) unused[FolderPartOf(tstrFile)].push_back(tstrFile);
+    }
+    std::vector<std::wstring> sources;
+    for (const PackageLayout::FolderCopy& copy : copies) {
+        if (IsBelow(copy.tstrSourceDir, tstrPackage)) sources.push_back(copy.tstrSourceDir.substr(tstrPackage.size()));
+    }
+    for (const auto& [tstrFolder, files] : unused) {
+        const std::wstring tstrBelow = IsBelow(tstrFolder, tstrPackage) ? tstrFolder.substr(tstrPackage.size()) : L"";
+        const std::wstring tstrCount =
+            files.size() == 1 ? L"its file stays" : L"its " + std::to_wstring(files.size()) + L" files stay";
+        report.Add(Rule::eNoStepLooksThere, files.front(), {},
+                   L"no deploy step looks at this folder: " + tstrCount + L" in the download folder",
+                   NearestSource(tstrBelow, sources));
+    }
+}
+
+/// Languages by their tags in lower case.
+using Languages = std::map<std::wstring, std::wstring>;
+
+/// One kind of text or file that an update brings once for each language.
+struct LanguageKind {
+    Languages languages;
+    bool bForAll = false;  ///< one that serves every language is there
+    Severity eSeverity;
+    std::function<void(const std::wstring& tstrLanguage, Severity eSeverity)> report;  ///< that it is missing
+};
+
+void AddLanguage(Languages& languages, const std::wstring& tstrTag)
+{
+    if (!tstrTag.empty()) languages.emplace(LowerCase(tstrTag), tstrTag);
+}
+
+LanguageKind SettingKind(const Update& update, const LanguageFile& file, Report& report)
+{
+    const std::wstring tstrFront = update.SettingFolder() + file.szBase + L"_";
+    const std::wstring tstrBack = std::wstring(L".") + file.szExtension;
+    LanguageKind kind{{}, false, Severity::eError, [&report, tstrFront, tstrBack](const auto& tstrTag, auto eSeverity) {
+                          report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFront + tstrTag + tstrBack, {},
+                                       L"other languages have this file, " + tstrTag + L" has not");
+                      }};
+    const std::wstring tstrPattern = std::wstring(file.szBase) + L"_*" + tstrBack;
+    for (const std::wstring& tstrFile : update.FilesIn(update.SettingFolder(), tstrPattern.c_str())) {
+        const std::size_t cchTag = tstrFile.size() - tstrFront.size() - tstrBack.size();
+        AddLanguage(kind.languages, tstrFile.substr(tstrFront.size(), cchTag));
+    }
+    kind.bForAll = !update.FilesIn(update.SettingFolder(), (file.szBase + tstrBack).c_str()).empty();
+    return kind;
+}
+
+LanguageKind TableKind(const Update& update, Report& report)
+{
+    constexpr std::wstring_view kTable = L"\\StringTable.ini";
+    Languages languages;
+    std::wstring tstrFound = update.ResourceFolders().front();
+    for (const std::wstring& tstrFolder : update.ResourceFolders()) {
+        for (const std::wstring& tstrFile : update.Files()) {
+            if (!IsBelow(tstrFile, tstrFolder)) continue;
+            const std::wstring tstrRest = tstrFile.substr(tstrFolder.size());
+            const std::size_t uTag = std::min(tstrRest.find(L'\\'), tstrRest.size());
+            if (!String::EqualsNoCase(std::wstring_view(tstrRest).substr(uTag), kTable)) continue;
+            AddLanguage(languages, tstrRest.substr(0, uTag));
+            tstrFound = tstrFolder;
+        }
+    }
+    return {languages, false, Severity::eError, [&report, tstrFound, kTable](const auto& tstrTag, auto eSeverity) {
+                report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFound + tstrTag + std::wstring(kTable), {},
+                             L"other languages have this file, " + tstrTag + L" has not");
+            }};
+}
+
+LanguageKind NotificationKind(const IniScan& scan, Report& report)
+{
+    constexpr std::wstring_view kSection = L"RestartNotification_";
+    Languages languages;
+    for (const IniSection& section : scan.Sections()) {
+        if (IsBelow(section.tstrName, std::wstring(kSection))) {
+            AddLanguage(languages, section.tstrName.substr(kSection.size()));
+        }
+    }
+    return {languages, false, Severity::eWarning, [&report, kSection](const auto& tstrTag, auto eSeverity) {
+                report.AddAs(eSeverity, Rule::eLanguageIncomplete, kInstructionFile, {},
+                             L"[" + std::wstring(kSection) + tstrTag + L"] is missing: the question is in English");
+            }};
+}
+
+void CheckLanguages(const Subject& subject, Report& report)
+{
+    std::vector<LanguageKind> kinds;
+    Languages languages;
+    for (const std::wstring& tstrTag : subject.languages) AddLanguage(languages, tstrTag);
+    for (const LanguageFile& file : LanguageFiles()) kinds.push_back(SettingKind(subject.update, file, report));
+    kinds.push_back(NotificationKind(subject.instructions, report));
+    for (const LanguageKind& kind : kinds) languages.insert(kind.languages.begin(), kind.languages.end());
+    kinds.push_back(TableKind(subject.update, report));
+    for (const auto& [tstrLower, tstrTag] : kinds.back().languages) {
+        // The decision about the new name reads the English table on every machine.
+        if (tstrLower != L"en-us") languages.emplace(tstrLower, tstrTag);
+    }
+    for (const LanguageKind& kind : kinds) {
+        if (kind.languages.empty() || kind.bForAll) continue;
+        for (const auto& [tstrLower, tstrTag] : languages) {
+            if (kind.languages.count(tstrLower) == 0) kind.report(tstrTag, kind.eSeverity);
+        }
+    }
+}
+
+}  // namespace
+
+void CheckPackages(const Subject& subject, Report& report)
+{
+    CheckDownloadPath(subject.update, report);
+    CheckUnusedFiles(subject.update, CheckInnerFolder(subject.update, report), report);
+    CheckLanguages(subject, report);
+}
+
+}  // namespace Check

@@ -1,0 +1,161 @@
+#include "unit/check/CheckFixture.h"
+
+namespace {
+
+/// Lines of one section, and the findings about them; the first record stands in line 2.
+struct Row {
+    std::string strLines;
+    std::vector<std::string> findings;
+};
+
+template <class Rows>
+void ExpectFindings(const Rows& rows, const std::function<std::vector<std::string>(const std::string&)>& lint)
+{
+    for (const Row& row : rows) EXPECT_EQ(row.findings, lint(row.strLines)) << row.strLines;
+}
+
+}  // namespace
+
+class PlaceholderRulesTest : public CheckTest {
+protected:
+    PlaceholderRulesTest() : CheckTest(CheckPlaceholders) {}
+};
+
+TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
+{
+    const Row rows[] = {
+        {"[QOR_DIR]\nadd={InstalledDir}a\nadd=C:\\{0C6E93B1-7F24-4a8d-B1C5-E82A47D9F560}\nadd=C:\\{0}\n", {}},
+        {"[QOR_DIR]\nadd={installedDir}a\n", {"B010 2:5 {InstalledDir}"}},
+        {"[QOR_DIR]\nadd={InstallDir}a\n", {"B010 2:5 {InstalledDir}"}},
+        {"[QOR_DIR]\nadd={InstalledDir\\a\n", {"B010 2:5 {InstalledDir}"}},
+        {"[QOR_DIR]\nadd=InstalledDir}a\n", {"B010 2:5 {InstalledDir}"}},
+        {"[QOR_FILE]\ndelete={WinDir}\\a\n", {"B010 2:8"}},
+        {"[Run]\nSysRunOnce=powershell { Get-Date }\nSysRunOnce=a {b}\n", {"B010 3:14"}},
+        {"[QOR_REGISTRY_PATCH]\nadd=K!N!REG_SZ!{InstalledDir}\nadd=K{InstalledDir}!N!REG_SZ!{InstalledDir}\n",
+         {"B011 3:6"}},
+        {"[QOR_REGISTRY_PATCH]\ndelete=K!{installeddir}\n", {"B011 2:10"}},
+        {"[UPDATE_INFO]\nmodify=S!K!{x}\nmodify=S!K!{InstalledDir}\n", {"B011 3:12"}},
+        {"[RestartNotification_X]\ntext={InstalledDir}\n", {"B011 2:6"}},
+        {"[QOR_FILE]\ndelete={InstallerLogDir}a\ndelete={ServiceLogDir}a\n", {"B012 3:8"}},
+    };
+    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+}
+
+class RegistryRulesTest : public CheckTest {
+protected:
+    RegistryRulesTest() : CheckTest(CheckRegistry) {}
+
+    [[nodiscard]] std::vector<std::string> LintRecords(const std::string& strLines) const
+    {
+        return Lint("[QOR_REGISTRY_PATCH]\n" + strLines);
+    }
+};
+
+TEST_F(RegistryRulesTest, FieldsTypesAndData)
+{
+    const Row rows[] = {
+        {"add=K!N!REG_SZ!a=b\nadd=K!O!REG_SZ!\ndelete=K!P\nadd=K!Q!REG_DWORD!4294967295\nadd=K!R!REG_DWORD!00\n", {}},
+        {"add=K!N!REG_SZ\nadd=K!O\nadd=K!!REG_SZ!x\ndelete=!K!P\n", {"B020 2:5", "B020 3:5", "B020 4:5", "B020 5:8"}},
+        {"add=K!N!REG_SZ!a!b\nadd=K!O!REG_SZ!!a\n", {"B020 2:18", "B020 3:5"}},
+        {"delete=K\ndelete=K!P!REG_SZ\n", {"B020 2:8", "B020 3:12"}},
+        {"add=K!N!REG_QWORD!1\nadd=K!O!reg_sz!1\nadd=K!P!REG_MULTI_SZ!a\nadd=K!Q!REG_BINARY!1\n",
+         {"B021 2:9 REG_QDWORD", "B021 3:9 REG_SZ", "B021 4:9", "B021 5:9"}},
+        {"add=K!N!REG_DWORD!0x10\nadd=K!O!REG_DWORD! 5\nadd=K!P!REG_DWORD!-1\nadd=K!Q!REG_DWORD!4294967296\n",
+         {"B022 2:19 16", "B022 3:19 5", "B022 4:19 4294967295", "B022 5:19"}},
+        {"add=K!N!REG_QDWORD!4294967296\nadd=K!O!REG_QDWORD!1e3\nadd=K!P!REG_DWORD!\n", {"B022 3:20", "B022 4:9"}},
+        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
+         {"B023 3:5 K", "B023 4:8"}},
+        {"add=K!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
+        {"add_if_non=K!(Default)!REG_SZ!a\nadd=L!(Default)!REG_SZ!a\ndelete=M!(default)\nadd=N!Default!REG_SZ!a\n",
+         {"B024 2:14", "B024 3:7", "B024 4:10"}},
+        {"add_if_non=K!N!REG_DWORD!3943305780\nadd_if_non=K!O!REG_DWORD!3943305781\n", {"B026 2:26"}},
+        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\n", {"B026 2:25"}},
+        {"add=K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:8"}},
+    };
+    ExpectFindings(rows, [&](const std::string& strLines) { return LintRecords(strLines); });
+}
+
+// Deletes, then adds, then adds of missing values, whatever the order of the lines.
+TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
+{
+    const Row rows[] = {
+        {"add=K!N!REG_SZ!a\nadd=K!O!REG_SZ!a\ndelete=L!N\nadd_if_non=K!P!REG_SZ!a\n", {}},
+        {"add=K!N!REG_SZ!a\ndelete=k\\!n\n", {"B025 3:1"}},
+        {"add_if_non=K!N!REG_SZ!a\ndelete=K!N\n", {"B025 3:1"}},
+        {"add=K!N!REG_SZ!a\nadd=K!n!REG_DWORD!1\n", {"B025 2:1"}},
+        {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_SZ!b\n", {"B025 2:1"}},
+        {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_DWORD!1\n", {"B025 3:1"}},
+        {"delete=K!N\ndelete=K!N\n", {"B025 3:1"}},
+        {"add=K!N!REG_SZ!a\nadd=K!N!REG_MULTI_SZ!1\n", {"B021 3:9"}},
+        {"delete=K\nadd_if_non=K!(Default)!REG_SZ!a\n", {"B020 2:8", "B024 3:14", "B025 2:1"}},
+    };
+    ExpectFindings(rows, [&](const std::string& strLines) {
+        std::vector<std::string> found = LintRecords(strLines);
+        std::sort(found.begin(), found.end());
+        return found;
+    });
+}
+
+class UpdateInfoRulesTest : public CheckTest {
+protected:
+    UpdateInfoRulesTest() : CheckTest(CheckUpdateInfo) { Write(L"Component\\p1\\Share\\Setting\\a.txt", ""); }
+};
+
+TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
+{
+    const Row rows[] = {
+        {"[UPDATE_INFO]\nmodify=S!K!V\n", {}},
+        {"[UPDATE_INFO]\nnothing\n", {}},
+        {"[UPDATE_INFO]\nmodify=S!K!\nmodify=S!K!a!b\nmodify=S!!K!a\nmodify=S !K!a\n",
+         {"B040 2:8", "B040 3:14", "B040 4:8", "B040 5:8"}},
+        {"[Run]\nSysRunOnce=a\n", {"B042 0:0"}},
+        {"[UPDATE_INFO]\n; nothing\n", {"B042 1:2"}},
+    };
+    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+    Write(L"Component\\p1\\Share\\Setting\\updateinfo.INI", "");
+    EXPECT_THAT(Lint(rows[0].strLines), ElementsAre("B041 0:0 Component\\p1\\Share\\Setting\\updateinfo.INI"));
+}
+
+TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
+{
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
+    EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), IsEmpty());
+    Write(L"Component\\p2\\Share\\UI\\a.htm", "");
+    EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), ElementsAre("B042 1:2"));
+}
+
+class CommandRulesTest : public CheckTest {
+protected:
+    CommandRulesTest() : CheckTest(CheckCommands)
+    {
+        Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
+        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
+    }
+};
+
+TEST_F(CommandRulesTest, WhatACommandMayBe)
+{
+    const std::string strInstalled = "\"{InstalledDir}";  // 34 characters behind the quote, expanded
+    const std::string strFill(260 - 34 - 2, 'x');
+    const Row rows[] = {
+        {"a.exe \"C:\\b c\\d\"", {}},
+        {"a.exe /c echo Done!", {"B050 2:30"}},
+        {strInstalled + strFill + "\"", {}},
+        {strInstalled + strFill + "x\"", {"B051 2:12"}},
+        {"wscript.exe {InstalledDir}Task\\a.vbs", {"B052 2:24"}},
+        {"cmd.exe /c echo {InstalledDir}>\"{InstalledDir}a.txt\"", {}},
+        {"cmd.exe /c \"\"{InstalledDir}a b.cmd\" /q\"", {}},
+        {"C:\\Program Files\\a\\b.exe /s", {"B052 2:12 \"C:\\Program Files\\a\\b.exe\""}},
+        {"C:\\b\\a.exe c\\d \"C:\\Program Files\\a\"", {}},
+        {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\a.vbs\"", {"B053 2:12"}},
+        {"xcopy.exe \"{InstalledDir}component\\P1\\Share\\Task\" C:\\a", {"B053 2:12"}},
+        {"cmd.exe /c copy \"{UdComponentsSrcDir}Share\\Task\\*.vbs\" C:\\a", {"B053 2:12"}},
+        {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\b.vbs\"", {}},
+        {"cmd.exe /c copy \"{UdComponentsSrcDir}64bit\\p1\\Driver\\k.ini\" C:\\", {}},
+        {"Task\\a.exe", {"B054 2:12"}},
+        {"a.exe Task\\a.vbs", {}},
+        {"a.exe C:\\KbFilter.ini", {"B055 2:21 kbfilter.ini"}},
+        {"a.exe C:\\kbfilter.ini", {}},
+    };
+    ExpectFindings(rows, [&](const std::string& strCommand) { return Lint("[Run]\nSysRunOnce=" + strCommand + "\n"); });
+}
