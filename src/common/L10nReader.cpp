@@ -3,17 +3,12 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
-
-#include <climits>
 
 using namespace KzCommon;
 
 namespace {
-
-constexpr Storage::Ini::SectionGrowth kGrowth{4096, 4096, SHRT_MAX};
 
 std::wstring TablePath(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection)
 {
@@ -60,7 +55,7 @@ const wchar_t* CL10nReader::GetString(const std::wstring& tstrKey) const
 
 bool CL10nReader::QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection)
 {
-    Storage::Ini::Section section = Storage::Ini::ReadSection(tstrPath, tstrSection, kGrowth);
+    Storage::Ini::Section section = Storage::Ini::ReadSection(tstrPath, tstrSection, kStringTableGrowth);
     switch (section.eOutcome) {
         case Storage::Ini::SectionOutcome::eNoMemory:
             Trace(kTraceError, L"CL10nReader::QueryIniValue - Allocate %u bytes buffer failed.", section.cchBuffer);

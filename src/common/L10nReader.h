@@ -1,8 +1,13 @@
 // The product's localised texts.
 #pragma once
 
+#include "common/KzComn_IniFile.h"
+
 #include <map>
 #include <string>
+
+/// How long a section of a string table may be: beyond the last buffer nothing of it is read.
+inline constexpr KzCommon::Storage::Ini::SectionGrowth kStringTableGrowth{4096, 4096, 0x7FFF};
 
 /// The texts of one language, read from "StringTable.ini" in the language's folder below "Resource\". Failures are
 /// traced and reported through the results; nothing is thrown.

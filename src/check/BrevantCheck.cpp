@@ -1,0 +1,71 @@
+// Entry point of the checking program: checks updates before they ship and machines after it. It runs as whoever calls
+// it and changes nothing.
+#include "check/CommandLine.h"
+#include "check/Lint.h"
+#include "check/TraceSummary.h"
+
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_String.h"
+
+#include <cstdint>
+
+using namespace Check;
+using namespace KzCommon;
+
+namespace {
+
+constexpr Verb kVerbs[] = {
+    {L"lint", L"UPDATE [--installed DIR] [--language TAG]... [--strict] [--format text|sarif]",
+     L"Finds every mistake of an update that can be found before it ships. UPDATE is a folder as the update client\n"
+     L"leaves it: QorPaFrwk.ini, UpdateInfo.ini, Component\\... docs/check-rules.md has a page on every rule.\n\n"
+     L"  --installed DIR  the folder of the installed product; without it UPDATE itself when it is one\n"
+     L"  --language TAG   a language that the update must serve, such as EN-US\n"
+     L"  --strict         warnings count as errors\n\n"
+     L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
+     kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
+    {L"trace", L"FILE... [--all]",
+     L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"
+     L"(FILE.1, ...) are read along.\n\n"
+     L"  --all            shows also the lines that look like failures and are none\n\n"
+     L"Exit code: 0 read, 2 wrong use, 3 cannot read.",
+     kAll, 1, SIZE_MAX, RunTrace},
+};
+
+/// Writes to a console as text, to a file or pipe as UTF-8. False when not all could be written.
+bool Write(DWORD dwHandle, std::string_view strText)
+{
+    const HANDLE hOutput = ::GetStdHandle(dwHandle);
+    DWORD dwMode = 0;
+    DWORD dwWritten = 0;
+    std::wstring tstrText;
+    if (::GetConsoleMode(hOutput, &dwMode) && String::FromUtf8(strText, tstrText)) {
+        return ::WriteConsoleW(hOutput, tstrText.data(), static_cast<DWORD>(tstrText.size()), &dwWritten, nullptr);
+    }
+    while (!strText.empty()) {
+        const auto cb = static_cast<DWORD>(std::min(strText.size(), std::size_t{1} << 20));
+        if (!::WriteFile(hOutput, strText.data(), cb, &dwWritten, nullptr) || dwWritten == 0) return false;
+        strText.remove_prefix(dwWritten);
+    }
+    return true;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv)
+{
+    // Nothing is loaded from the folder of the program or the current one but what is named with its path.
+    ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+
+    Output output;
+    int iExitCode = kCannotRead;
+    DWORD dwError = ERROR_SUCCESS;
+    const std::size_t cWords = argc > 1 ? static_cast<std::size_t>(argc) - 1 : 0;
+    if (!Storage::Guarded(&dwError, [&] { iExitCode = RunCommandLine(kVerbs, {argv + 1, cWords}, output); })) {
+        output.tstrErrors += L"BrevantCheck ended early, error " + std::to_wstring(dwError) + L"\n";
+        iExitCode = kCannotRead;
+    }
+    const bool bWritten = Write(STD_OUTPUT_HANDLE, output.strText);
+    static_cast<void>(Write(STD_ERROR_HANDLE, String::ToUtf8(output.tstrErrors)));
+    return bWritten ? iExitCode : kCannotRead;
+}

@@ -1,0 +1,60 @@
+// The command line: a verb, its options, its operands.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Check {
+
+/// Exit codes; 3010 is Windows' own for "done, but a restart is pending".
+enum ExitCode : int { kClean = 0, kFound = 1, kWrongUse = 2, kCannotRead = 3, kRestartPending = 3010 };
+
+enum class Format { eText, eSarif, eJson };
+
+/// What a verb was called with.
+struct Arguments {
+    std::vector<std::wstring> operands;        ///< as they were written
+    std::optional<std::wstring> optInstalled;  ///< --installed DIR
+    std::vector<std::wstring> languages;       ///< --language TAG, as often as given
+    Format eFormat = Format::eText;            ///< --format
+    bool bStrict = false;                      ///< --strict
+    bool bAll = false;                         ///< --all
+};
+
+/// What a verb writes: the entry point hands it on when the verb has returned.
+struct Output {
+    std::string strText;      ///< UTF-8, for standard output
+    std::wstring tstrErrors;  ///< one line each, for standard error
+};
+
+/// The options that exist; a verb accepts a sum of them.
+enum OptionBits : unsigned {
+    kInstalled = 1,
+    kLanguage = 2,
+    kStrict = 4,
+    kFormatSarif = 8,
+    kFormatJson = 16,
+    kAll = 32,
+};
+
+/// One verb: a row in the table of the entry point.
+struct Verb {
+    const wchar_t* szName;
+    const wchar_t* szUsage;  ///< what follows the verb
+    const wchar_t* szHelp;   ///< what it does, and its exit codes
+    unsigned uOptions;
+    std::size_t cLeastOperands;
+    std::size_t cMostOperands;
+    int (*pfnRun)(const Arguments& arguments, Output& output);
+};
+
+/// Takes the arguments behind the verb apart. False with what is wrong in `tstrError`.
+[[nodiscard]] bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arguments& arguments,
+                                  std::wstring& tstrError);
+
+/// Runs a whole command line, without the program's name: a verb of the table, its help, --help or --version.
+[[nodiscard]] int RunCommandLine(std::span<const Verb> verbs, std::span<const wchar_t* const> words, Output& output);
+
+}  // namespace Check

@@ -1,0 +1,166 @@
+// B001 to B009: the form of the instruction file.
+#include "check/KnownSections.h"
+#include "check/Lint.h"
+#include "check/Suggestion.h"
+
+#include "agent/InstructionFile.h"
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_IniFile.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+void CheckEncoding(const IniScan& scan, Report& report)
+{
+    const auto add = [&](Place place, const wchar_t* szText) {
+        report.Add(Rule::eEncoding, kInstructionFile, place, szText);
+    };
+    switch (scan.Encoding()) {
+        case IniEncoding::eUtf16:
+        case IniEncoding::eAscii: break;
+        case IniEncoding::eUtf16Unmarked: add({1, 1}, L"UTF-16 without its byte order mark"); break;
+        case IniEncoding::eOtherMark:
+            add({1, 1}, L"the byte order mark is not that of UTF-16, little end first: the first line is lost");
+            break;
+        case IniEncoding::eCodePage:
+            add(scan.FirstForeign(), L"a character outside ASCII, and the file is not UTF-16 with its mark");
+            break;
+    }
+    for (const Place& place : scan.Damaged()) add(place, L"half a character: a surrogate that stands alone");
+}
+
+void CheckRecord(const IniRecord& record, const KnownSection& known, Report& report)
+{
+    const auto add = [&](Rule eRule, Place place, std::wstring tstrText, std::wstring tstrSuggestion = {}) {
+        report.Add(eRule, kInstructionFile, place, std::move(tstrText), std::move(tstrSuggestion));
+    };
+    if (!record.bEquals) {
+        add(Rule::eNoRecord, record.place, L"\"" + record.tstrKey + L"\" is no record: \"=\" is missing");
+        return;
+    }
+    const bool bKnown = std::find(known.keys.begin(), known.keys.end(), record.tstrKey) != known.keys.end();
+    if (!bKnown && record.IsRecord()) {
+        add(Rule::eUnknownKey, record.place,
+            L"[" + std::wstring(known.szName) + L"] has no key \"" + record.tstrKey + L"\"",
+            NearestOf(record.tstrKey, known.keys));
+    } else if (record.bBlankBefore) {
+        add(Rule::eUnknownKey, record.place, L"blanks before \"=\" may become part of the key", record.tstrKey + L"=");
+    }
+    if (!record.IsRecord()) {
+        add(Rule::eValueLength, record.valuePlace, L"the value is empty: the line is passed over");
+    } else if (!IsRecordLengthValid(record.tstrValue)) {
+        add(Rule::eValueLength, record.valuePlace,
+            L"the value has " + std::to_wstring(record.tstrValue.size()) + L" characters, at most " +
+                std::to_wstring(kMostRecordCharacters) + L" are taken");
+    }
+}
+
+/// The section that may have been meant; one with a language, with the language that was written or an example.
+std::wstring NearestSection(const std::wstring& tstrName)
+{
+    const std::size_t uLanguage = tstrName.rfind(L'_') + 1;
+    const std::wstring tstrLanguage = uLanguage < tstrName.size() ? tstrName.substr(uLanguage) : L"EN-US";
+    std::vector<std::wstring> names;
+    for (const KnownSection& known : KnownSections()) {
+        names.push_back(known.szName + (known.bLanguage ? tstrLanguage : std::wstring()));
+    }
+    return NearestOf(tstrName, names);
+}
+
+void CheckSectionName(const IniScan& scan, const IniSection& section, const KnownSection* pKnown, Report& report)
+{
+    const auto add = [&](Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) {
+        report.Add(eRule, kInstructionFile, section.place, L"[" + section.tstrName + L"] " + tstrText, tstrSuggestion);
+    };
+    if (!pKnown) {
+        add(Rule::eUnknownSection, L"is no section that anything reads", NearestSection(section.tstrName));
+        return;
+    }
+    const IniSection* const pFirst = scan.Find(section.tstrName);
+    if (pFirst != &section) {
+        add(Rule::eRepeatedSection,
+            L"stands in line " + std::to_wstring(pFirst->place.uLine) + L" already: Windows reads only that one");
+    }
+}
+
+/// Compares what was scanned with what Windows and the agent read of the same section.
+void CompareWithWindows(const Subject& subject, const IniSection& section, Report& report)
+{
+    const std::wstring tstrPath = subject.update.FullPath(kInstructionFile);
+    const auto cScanned = static_cast<std::size_t>(std::count_if(
+        section.records.begin(), section.records.end(), [](const IniRecord& record) { return record.IsRecord(); }));
+    // Much more room than the agent gives it: a section that fits only here is too long for the agent.
+    constexpr Storage::Ini::SectionGrowth kRoomy{0x10000, 0x10000, 0x800000};
+    const Storage::Ini::Section read = Storage::Ini::ReadSection(tstrPath, section.tstrName, kRoomy);
+    if (read.eOutcome == Storage::Ini::SectionOutcome::eRead && read.entries.size() != cScanned) {
+        report.Add(Rule::eScanDiffers, kInstructionFile, section.place,
+                   L"[" + section.tstrName + L"] has " + std::to_wstring(cScanned) + L" records, but Windows finds " +
+                       std::to_wstring(read.entries.size()));
+        return;
+    }
+    SectionRecords records;
+    static_cast<void>(Storage::Guarded(nullptr, [&] {
+        Storage::IniFile instructions;
+        instructions.Open(tstrPath);
+        static_cast<void>(ReadSectionRecords(instructions, section.tstrName, records));
+    }));
+    if (records.empty() && cScanned > 0) {
+        const bool bUnread = read.eOutcome == Storage::Ini::SectionOutcome::eFailed;
+        report.Add(
+            bUnread ? Rule::eScanDiffers : Rule::eSectionTooLong, kInstructionFile, section.place,
+            L"[" + section.tstrName + (bUnread ? L"] is not found by Windows" : L"] is too long: it counts as empty"));
+    }
+}
+
+bool HasRecords(const IniScan& scan, const wchar_t* szSection)
+{
+    const IniSection* const pSection = scan.Find(szSection);
+    return pSection && std::any_of(pSection->records.begin(), pSection->records.end(),
+                                   [](const IniRecord& record) { return record.IsRecord(); });
+}
+
+/// A removal needs both sections. Where nothing is to be removed, the missing one costs a failure line only.
+void CheckRemovalSections(const IniScan& scan, Report& report)
+{
+    const bool bFolders = HasRecords(scan, L"QOR_DIR");
+    const bool bFiles = HasRecords(scan, L"QOR_FILE");
+    if (bFolders == bFiles) return;
+    const IniSection& there = *scan.Find(bFolders ? L"QOR_DIR" : L"QOR_FILE");
+    const bool bRemoves =
+        bFiles || std::any_of(there.records.begin(), there.records.end(),
+                              [](const IniRecord& record) { return record.IsRecord() && record.tstrKey == L"delete"; });
+    report.AddAs(bRemoves ? Severity::eError : Severity::eWarning, Rule::eMissingSection, kInstructionFile, there.place,
+                 L"[" + there.tstrName + L"] stands without " + (bFolders ? L"[QOR_FILE]" : L"[QOR_DIR]") +
+                     L": nothing is removed");
+}
+
+}  // namespace
+
+void CheckForm(const Subject& subject, Report& report)
+{
+    const IniScan& scan = subject.instructions;
+    CheckEncoding(scan, report);
+    if (scan.Sections().empty()) {
+        report.Add(Rule::eMissingSection, kInstructionFile, {}, L"there is no section: nothing is carried out");
+    }
+    for (const IniRecord& record : scan.Stray()) {
+        report.Add(Rule::eNoRecord, kInstructionFile, record.place, L"the line stands before the first section");
+    }
+    for (const IniSection& section : scan.Sections()) {
+        const KnownSection* const pKnown = FindKnownSection(section.tstrName);
+        CheckSectionName(scan, section, pKnown, report);
+        if (!pKnown) continue;
+        for (const IniRecord& record : section.records) CheckRecord(record, *pKnown, report);
+        // In another encoding the two may differ, and the encoding is the mistake.
+        const bool bSame = scan.Encoding() != IniEncoding::eOtherMark && scan.Encoding() != IniEncoding::eUtf16Unmarked;
+        if (bSame && scan.Find(section.tstrName) == &section) CompareWithWindows(subject, section, report);
+    }
+    CheckRemovalSections(scan, report);
+}
+
+}  // namespace Check

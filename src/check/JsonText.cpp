@@ -1,0 +1,20 @@
+#include "check/JsonText.h"
+
+#include "common/KzComn_String.h"
+
+namespace Check {
+
+std::string ToJsonText(const Json::Value& value)
+{
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "  ";
+    builder["emitUTF8"] = true;
+    return Json::writeString(builder, value) + "\n";
+}
+
+Json::Value ToJson(std::wstring_view tstrText)
+{
+    return Json::Value(KzCommon::String::ToUtf8(tstrText));
+}
+
+}  // namespace Check

@@ -1,0 +1,17 @@
+// JSON as the program writes it.
+#pragma once
+
+#include <json/json.h>
+
+#include <string>
+#include <string_view>
+
+namespace Check {
+
+/// The value as UTF-8 text, two blanks a level, members in alphabetical order, with a line end behind it.
+[[nodiscard]] std::string ToJsonText(const Json::Value& value);
+
+/// A text as a JSON value; an unpaired surrogate becomes U+FFFD.
+[[nodiscard]] Json::Value ToJson(std::wstring_view tstrText);
+
+}  // namespace Check

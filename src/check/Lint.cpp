@@ -1,0 +1,56 @@
+#include "check/Lint.h"
+
+#include "check/ErrorWords.h"
+
+#include "common/KzComn_String.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr void (*kFamilies[])(const Subject& subject, Report& report) = {
+    CheckForm,
+    CheckConfiguration,
+    CheckShortcuts,
+    CheckTexts,
+};
+
+int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
+{
+    output.tstrErrors += tstrPath + L": cannot be read: " + WordsOf(dwError) + L"\n";
+    return kCannotRead;
+}
+
+}  // namespace
+
+void LintUpdate(const Subject& subject, Report& report)
+{
+    for (const auto pfnFamily : kFamilies) pfnFamily(subject, report);
+}
+
+int RunLint(const Arguments& arguments, Output& output)
+{
+    const std::wstring& tstrFolder = arguments.operands.front();
+    DWORD dwError = ERROR_SUCCESS;
+    Update update;
+    if (!update.Open(tstrFolder, arguments.optInstalled, &dwError)) {
+        if (dwError != ERROR_FILE_NOT_FOUND) return CannotRead(tstrFolder, dwError, output);
+        output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
+        return kCannotRead;
+    }
+    IniScan instructions;
+    if (!instructions.Read(update.FullPath(kInstructionFile), &dwError) && dwError != ERROR_FILE_NOT_FOUND) {
+        return CannotRead(update.FullPath(kInstructionFile), dwError, output);
+    }
+    Report report;
+    LintUpdate({update, instructions, arguments.languages}, report);
+    output.strText = arguments.eFormat == Format::eSarif ? FormatSarif(report, update.Folder())
+                                                         : String::ToUtf8(FormatText(report, update.GivenFolder()));
+    const bool bFound =
+        report.Count(Severity::eError) > 0 || (arguments.bStrict && report.Count(Severity::eWarning) > 0);
+    return bFound ? kFound : kClean;
+}
+
+}  // namespace Check

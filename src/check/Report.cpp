@@ -1,0 +1,83 @@
+#include "check/Report.h"
+
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+std::wstring Counted(std::size_t uCount, const wchar_t* szWord)
+{
+    return std::to_wstring(uCount) + L" " + szWord + (uCount == 1 ? L"" : L"s");
+}
+
+/// A path below the folder as the user wrote it: with forward slashes where only those were used.
+std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
+{
+    if (String::IsFullPath(tstrPath)) return tstrPath;
+    const bool bForward = tstrFolder.find(L'/') != std::wstring::npos && tstrFolder.find(L'\\') == std::wstring::npos;
+    std::wstring tstrShown = tstrFolder;
+    if (!tstrShown.empty() && tstrShown.back() != L'/' && tstrShown.back() != L'\\') {
+        tstrShown += bForward ? L'/' : L'\\';
+    }
+    tstrShown += tstrPath;
+    if (bForward) std::replace(tstrShown.begin(), tstrShown.end(), L'\\', L'/');
+    return tstrShown;
+}
+
+}  // namespace
+
+void Report::Add(Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
+                 std::wstring tstrSuggestion)
+{
+    AddAs(RowOf(eRule).eSeverity, eRule, tstrPath, place, std::move(tstrText), std::move(tstrSuggestion));
+}
+
+void Report::AddAs(Severity eSeverity, Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
+                   std::wstring tstrSuggestion)
+{
+    m_findings.push_back(
+        {eRule, eSeverity, std::wstring(tstrPath), place, std::move(tstrText), std::move(tstrSuggestion)});
+}
+
+std::vector<Finding> Report::Sorted() const
+{
+    std::vector<Finding> findings = m_findings;
+    const auto order = [](const Finding& finding) {
+        return std::tie(finding.tstrPath, finding.place, finding.eRule);
+    };
+    std::stable_sort(findings.begin(), findings.end(),
+                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    return findings;
+}
+
+std::size_t Report::Count(Severity eSeverity) const
+{
+    return static_cast<std::size_t>(std::count_if(
+        m_findings.begin(), m_findings.end(), [&](const Finding& finding) { return finding.eSeverity == eSeverity; }));
+}
+
+std::wstring FormatText(const Report& report, const std::wstring& tstrFolder)
+{
+    std::wstring tstrText;
+    for (const Finding& finding : report.Sorted()) {
+        tstrText += Shown(tstrFolder, finding.tstrPath);
+        if (finding.place.uLine > 0) {
+            tstrText += L":" + std::to_wstring(finding.place.uLine) + L":" + std::to_wstring(finding.place.uColumn);
+        }
+        tstrText += finding.eSeverity == Severity::eError ? L": error " : L": warning ";
+        tstrText += IdOf(finding.eRule) + L": " + finding.tstrText;
+        if (!finding.tstrSuggestion.empty()) tstrText += L"; did you mean \"" + finding.tstrSuggestion + L"\"?";
+        tstrText += L"\n";
+    }
+    return tstrText + Counted(report.Count(Severity::eError), L"error") + L", " +
+           Counted(report.Count(Severity::eWarning), L"warning") + L"\n";
+}
+
+}  // namespace Check

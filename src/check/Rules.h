@@ -1,0 +1,84 @@
+// The rules of "lint": one row each, whose number never changes its meaning.
+#pragma once
+
+#include <span>
+#include <string>
+
+namespace Check {
+
+enum class Severity { eWarning, eError };
+
+/// The number of a rule; docs/check-rules.md has a page for each. A number that is no longer used is never given again.
+enum class Rule : unsigned {
+    // Form of the instruction file
+    eEncoding = 1,
+    eNoRecord = 2,
+    eUnknownSection = 3,
+    eRepeatedSection = 4,
+    eUnknownKey = 5,
+    eValueLength = 6,
+    eSectionTooLong = 7,
+    eMissingSection = 8,
+    eScanDiffers = 9,
+    // Placeholders
+    eUnknownPlaceholder = 10,
+    ePlaceholderNotExpanded = 11,
+    eLogFolderMayBeUnset = 12,
+    // Registry
+    eRegistryFields = 20,
+    eRegistryType = 21,
+    eRegistryNumber = 22,
+    eRootWrittenOut = 23,
+    eDefaultName = 24,
+    eUndoneByOtherPass = 25,
+    eCountsAsMissing = 26,
+    // Files and folders
+    eNoFullPath = 30,
+    ePathTooLong = 31,
+    eNoDestinationFolder = 32,
+    eDeletesWhatItBrings = 33,
+    eWildcardInFolder = 34,
+    // Update information and commands
+    eIniFields = 40,
+    eShipsUpdateInfo = 41,
+    eVersionNotRecorded = 42,
+    eCommandExclamation = 50,
+    eCommandTooLong = 51,
+    eUnquotedPath = 52,
+    eCommandNamesMovedFile = 53,
+    // Configuration
+    eNoTagPath = 60,
+    eUnknownTag = 61,
+    eConfigNotXml = 62,
+    eConfigValueType = 63,
+    eSecretInClear = 64,
+    // Package
+    eNoStepLooksThere = 70,
+    eNoInnerFolder = 71,
+    eLanguageIncomplete = 72,
+    // Shortcuts and texts
+    eShortcutsNotXml = 80,
+    eShortcutName = 81,
+    eShortcutTarget = 82,
+    eShortcutPlace = 83,
+    eStringTable = 90,
+    eNotification = 91,
+};
+
+struct RuleRow {
+    Rule eRule;
+    Severity eSeverity;     ///< of its findings, unless one says otherwise
+    const wchar_t* szName;  ///< short, for lists and reports of other tools
+    const wchar_t* szHelp;  ///< one sentence: what happens on the customer's machine
+};
+
+/// All rules, by number.
+[[nodiscard]] std::span<const RuleRow> Rules() noexcept;
+
+/// The row of a rule.
+[[nodiscard]] const RuleRow& RowOf(Rule eRule) noexcept;
+
+/// "B010".
+[[nodiscard]] std::wstring IdOf(Rule eRule);
+
+}  // namespace Check

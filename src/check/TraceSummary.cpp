@@ -1,0 +1,241 @@
+#include "check/TraceSummary.h"
+
+#include "check/ErrorWords.h"
+#include "check/FailureLines.h"
+
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr std::wstring_view kAgent = L"Brevant";
+constexpr std::wstring_view kParameter = L"Paramter is ";
+
+/// What is counted: lines that begin so.
+struct FigureRow {
+    TraceLevel eLevel;
+    std::wstring_view tstrStart;
+    const wchar_t* szOne;
+    const wchar_t* szMany;
+};
+constexpr FigureRow kFigures[] = {
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: ", L"folder to create",
+     L"folders to create"},
+    {TraceLevel::eProgress, L"src: ", L"file for the restart", L"files for the restart"},
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::PatchRegistry() - ", L"registry record", L"registry records"},
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::MergeConfig() - Add tag.", L"setting to carry over",
+     L"settings to carry over"},
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::ModifyUpdateInfo(", L"change of the update information",
+     L"changes of the update information"},
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - ", L"removal", L"removals"},
+    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: ",
+     L"command for the restart", L"commands for the restart"},
+    {TraceLevel::eStep, L"[Enter] ShortCutXmlHandler::CreateShortCut()", L"shortcut", L"shortcuts"},
+};
+
+/// A line behind which a run may end, or must go on.
+struct EndRow {
+    std::wstring_view tstrPart;
+    RunEnd eEnd;
+};
+constexpr EndRow kEnds[] = {
+    {L"--> New Brand applied", RunEnd::eWhole},
+    {L"No need to change product name", RunEnd::eWhole},
+    {L"Product version key is invalid.", RunEnd::eWhole},
+    {L"NO need to apply new brand", RunEnd::eWhole},
+    {L"tsProductName==", RunEnd::eWhole},
+    {L"RemindToReboot()", RunEnd::eCutOff},
+    {L"To display notification dialog...", RunEnd::eAsking},
+    {L"Restart later...", RunEnd::eWhole},
+    {L"To restart system...", RunEnd::eWhole},
+    {L"Patch Agent failed to perform update", RunEnd::eWhole},
+    {L"Write default registrys", RunEnd::eWhole},
+};
+constexpr std::wstring_view kStop = L"***QorPatchTool.exe stop.";
+constexpr std::wstring_view kNoParameter = L"Paramter is not right";
+
+RunEnd EndOf(const TraceRun& run)
+{
+    if (run.lines.front().tstrModule != kAgent) return RunEnd::eUnknown;
+    RunEnd eEnd = RunEnd::eUnknown;
+    bool bParameter = true;
+    for (const TraceLine& line : run.lines) {
+        if (line.eLevel == TraceLevel::eProgress && eEnd == RunEnd::eUnknown) eEnd = RunEnd::eCutOff;
+        if (line.tstrMessage == kNoParameter) bParameter = false;
+        if (line.tstrMessage == kStop && !bParameter) eEnd = RunEnd::eWhole;
+        for (const EndRow& row : kEnds) {
+            if (line.tstrMessage.find(row.tstrPart) != std::wstring_view::npos) eEnd = row.eEnd;
+        }
+    }
+    return eEnd;
+}
+
+std::wstring ProgramOf(const TraceRun& run)
+{
+    const std::wstring tstrProgram(run.lines.front().tstrModule);
+    for (const TraceLine& line : run.lines) {
+        if (line.tstrMessage == kNoParameter) return tstrProgram + L" without an argument";
+        if (line.eLevel == TraceLevel::eProgress && line.tstrMessage.starts_with(kParameter)) {
+            return tstrProgram + L" " + std::wstring(line.tstrMessage.substr(kParameter.size()));
+        }
+    }
+    return tstrProgram;
+}
+
+std::vector<std::wstring> FiguresOf(const TraceRun& run)
+{
+    std::vector<std::wstring> figures;
+    for (const FigureRow& row : kFigures) {
+        const auto cLines = std::count_if(run.lines.begin(), run.lines.end(), [&](const TraceLine& line) {
+            return line.eLevel == row.eLevel && line.tstrMessage.starts_with(row.tstrStart);
+        });
+        if (cLines > 0) figures.push_back(std::to_wstring(cLines) + L" " + (cLines == 1 ? row.szOne : row.szMany));
+    }
+    return figures;
+}
+
+/// Adds a failure, or counts it once more.
+void AddFailure(const TraceLine& line, std::wstring_view tstrAfter, const wchar_t* szNote,
+                std::vector<TraceFailure>& failures)
+{
+    // A message that names a path or a text says itself what it is about.
+    if (line.tstrMessage.find_first_of(L"\\'") != std::wstring_view::npos) tstrAfter = {};
+    const auto itSame = std::find_if(failures.begin(), failures.end(), [&](const TraceFailure& failure) {
+        return failure.tstrMessage == line.tstrMessage && failure.tstrSource == line.tstrSource &&
+               failure.tstrAfter == tstrAfter;
+    });
+    if (itSame != failures.end()) {
+        ++itSame->cTimes;
+        return;
+    }
+    const std::optional<DWORD> optCode = CodeOf(line.tstrMessage);
+    failures.push_back({std::wstring(line.tstrMessage), std::wstring(line.tstrSource),
+                        optCode ? WordsOf(*optCode) : std::wstring(), szNote, std::wstring(tstrAfter)});
+}
+
+std::wstring FormatDuration(LONGLONG llMilliseconds)
+{
+    wchar_t szText[64] = {};
+    const LONGLONG llSeconds = llMilliseconds / 1000;
+    if (llSeconds < 60) {
+        ::_snwprintf(szText, std::size(szText) - 1, L"%lld.%03lld s", llSeconds, llMilliseconds % 1000);
+    } else {
+        ::_snwprintf(szText, std::size(szText) - 1, L"%lld:%02lld:%02lld h", llSeconds / 3600, llSeconds / 60 % 60,
+                     llSeconds % 60);
+    }
+    return szText;
+}
+
+const wchar_t* WordsOfEnd(RunEnd eEnd)
+{
+    switch (eEnd) {
+        case RunEnd::eCutOff: return L"  CUT OFF: its last line is missing; it was ended, or is still running\n";
+        case RunEnd::eAsking:
+            return L"  CUT OFF while the user was asked to restart, or still waiting for the answer\n";
+        case RunEnd::eWhole:
+        case RunEnd::eUnknown: break;
+    }
+    return L"";
+}
+
+std::wstring Counted(std::size_t uCount, const wchar_t* szOne, const wchar_t* szMany)
+{
+    return std::to_wstring(uCount) + L" " + (uCount == 1 ? szOne : szMany);
+}
+
+std::wstring FormatFailure(const TraceFailure& failure, const wchar_t* szNote)
+{
+    std::wstring tstrText = L"    !!! " + failure.tstrMessage + L" - " + failure.tstrSource;
+    if (failure.cTimes > 1) tstrText += L" (" + std::to_wstring(failure.cTimes) + L" times)";
+    tstrText += L"\n";
+    if (!failure.tstrAfter.empty()) tstrText += L"        after: " + failure.tstrAfter + L"\n";
+    if (!failure.tstrWords.empty()) tstrText += L"        code: " + failure.tstrWords + L"\n";
+    return tstrText + L"        " + szNote + failure.tstrNote + L"\n";
+}
+
+std::size_t CountLines(const std::vector<TraceFailure>& failures)
+{
+    std::size_t cLines = 0;
+    for (const TraceFailure& failure : failures) cLines += failure.cTimes;
+    return cLines;
+}
+
+}  // namespace
+
+RunSummary SummarizeRun(const TraceRun& run)
+{
+    const TraceLine& first = run.lines.front();
+    RunSummary summary;
+    summary.tstrTime = first.tstrTime;
+    summary.tstrProgram = ProgramOf(run);
+    summary.tstrProcess = first.tstrProcess;
+    summary.llMilliseconds = std::max<LONGLONG>(0, run.lines.back().llMilliseconds - first.llMilliseconds);
+    summary.eEnd = EndOf(run);
+    summary.figures = FiguresOf(run);
+    std::wstring_view tstrAfter;
+    for (const TraceLine& line : run.lines) {
+        if (line.eLevel == TraceLevel::eProgress) tstrAfter = line.tstrMessage;
+        if (line.eLevel != TraceLevel::eFailure) continue;
+        const wchar_t* const szWhy = WhyHarmless(line);
+        AddFailure(line, szWhy ? std::wstring_view() : tstrAfter, szWhy ? szWhy : PageOf(line.tstrSource),
+                   szWhy ? summary.harmless : summary.failures);
+    }
+    return summary;
+}
+
+std::wstring FormatRun(const RunSummary& summary, bool bAll)
+{
+    std::wstring tstrText = summary.tstrTime + L"  " + summary.tstrProgram + L"  (process " + summary.tstrProcess +
+                            L", " + FormatDuration(summary.llMilliseconds) + L")\n";
+    std::wstring tstrFigures;
+    for (const std::wstring& tstrFigure : summary.figures)
+        tstrFigures += (tstrFigures.empty() ? L"" : L", ") + tstrFigure;
+    if (!tstrFigures.empty()) tstrText += L"  " + tstrFigures + L"\n";
+    tstrText += WordsOfEnd(summary.eEnd);
+    const std::size_t cFailures = CountLines(summary.failures);
+    tstrText += cFailures == 0 ? L"  no failures\n" : L"  " + Counted(cFailures, L"failure", L"failures") + L"\n";
+    for (const TraceFailure& failure : summary.failures) tstrText += FormatFailure(failure, L"read: ");
+    const std::size_t cHarmless = CountLines(summary.harmless);
+    if (cHarmless == 0) return tstrText;
+    tstrText += L"  " + Counted(cHarmless, L"line that looks like a failure and is none",
+                                L"lines that look like failures and are none");
+    tstrText += bAll ? L"\n" : L" (--all shows them)\n";
+    if (!bAll) return tstrText;
+    for (const TraceFailure& failure : summary.harmless) tstrText += FormatFailure(failure, L"no fault: ");
+    return tstrText;
+}
+
+int RunTrace(const Arguments& arguments, Output& output)
+{
+    TraceReader reader;
+    int iExitCode = kClean;
+    for (const std::wstring& tstrFile : arguments.operands) {
+        DWORD dwError = ERROR_SUCCESS;
+        if (reader.Add(tstrFile, &dwError)) continue;
+        const bool bNoTrace = dwError == ERROR_INVALID_DATA;
+        output.tstrErrors +=
+            tstrFile + (bNoTrace ? std::wstring(L": no trace") : L": cannot be read: " + WordsOf(dwError)) + L"\n";
+        iExitCode = kCannotRead;
+    }
+    std::size_t cFailed = 0;
+    std::size_t cCutOff = 0;
+    const std::vector<TraceRun> runs = reader.Runs();
+    for (const TraceRun& run : runs) {
+        const RunSummary summary = SummarizeRun(run);
+        output.strText += String::ToUtf8(FormatRun(summary, arguments.bAll) + L"\n");
+        cFailed += summary.failures.empty() ? 0 : 1;
+        cCutOff += summary.eEnd == RunEnd::eCutOff || summary.eEnd == RunEnd::eAsking ? 1 : 0;
+    }
+    output.strText += String::ToUtf8(Counted(runs.size(), L"run", L"runs") + L", " + std::to_wstring(cFailed) +
+                                     L" with failures, " + std::to_wstring(cCutOff) + L" cut off\n");
+    return iExitCode;
+}
+
+}  // namespace Check

@@ -1,0 +1,136 @@
+#include "check/Update.h"
+
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_IniFile.h"
+#include "common/KzComn_String.h"
+
+#include <shlwapi.h>
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kComponents[] = L"Component\\";
+
+/// A key of the update information that names a download folder, and the folder that is used when it is missing.
+struct DownloadKey {
+    const wchar_t* szKey;
+    const wchar_t* szDefault;
+};
+constexpr DownloadKey kProductKey{L"Component101_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
+constexpr DownloadKey kResourceKey{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-1r1o1"};
+
+std::wstring FullFolder(const std::wstring& tstrFolder)
+{
+    std::wstring tstrFull(::GetFullPathNameW(tstrFolder.c_str(), 0, nullptr, nullptr), L'\0');
+    tstrFull.resize(
+        ::GetFullPathNameW(tstrFolder.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
+    return String::EnsureBackslash(tstrFull);
+}
+
+Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
+{
+    Package package;
+    package.tstrDownloadPath = key.szDefault;
+    static_cast<void>(Storage::Guarded(nullptr, [&] {
+        Storage::IniFile updateInfo;
+        updateInfo.Open(tstrFolder + kUpdateInfoFile);
+        const std::wstring tstrPath = updateInfo.ReadString(L"COMPONENT_LIST", key.szKey, key.szDefault);
+        if (!tstrPath.empty()) package.tstrDownloadPath = tstrPath;
+    }));
+    package.tstrFolder = String::FolderBelow(tstrFolder + kComponents, package.tstrDownloadPath);
+    package.bThere = Storage::Directory::IsExisted(package.tstrFolder);
+    return package;
+}
+
+}  // namespace
+
+bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstring>& optInstalled, DWORD* pdwError)
+{
+    m_tstrGiven = tstrFolder;
+    m_tstrFolder = FullFolder(tstrFolder);
+    const bool bFolder = !m_tstrFolder.empty() && Storage::Directory::IsExisted(m_tstrFolder);
+    if (pdwError) *pdwError = bFolder ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
+    if (!bFolder) return false;
+    const bool bPackages = Storage::Directory::IsExisted(m_tstrFolder + kComponents);
+    if (!bPackages && !Storage::File::IsExisted(m_tstrFolder + kInstructionFile)) return false;
+
+    if (optInstalled) {
+        m_optInstalled = FullFolder(*optInstalled);
+    } else if (Storage::File::IsExisted(m_tstrFolder + L"config.xml")) {
+        m_optInstalled = m_tstrFolder;  // an update brings its own below the packages
+    }
+    if (m_optInstalled && !Storage::Directory::IsExisted(*m_optInstalled)) {
+        if (pdwError) *pdwError = ERROR_PATH_NOT_FOUND;
+        return false;
+    }
+    m_product = FindPackage(m_tstrFolder, kProductKey);
+    m_resource = FindPackage(m_tstrFolder, kResourceKey);
+    m_files.clear();
+    for (const Package* pPackage : {&m_product, &m_resource}) {
+        if (pPackage->bThere) ListFiles(pPackage->tstrFolder);
+    }
+    if (pdwError) *pdwError = ERROR_SUCCESS;
+    return true;
+}
+
+std::vector<std::wstring> Update::FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const
+{
+    std::vector<std::wstring> found;
+    for (const std::wstring& tstrFile : m_files) {
+        if (tstrFile.size() <= tstrFolder.size()) continue;
+        if (!String::EqualsNoCase(std::wstring_view(tstrFile).substr(0, tstrFolder.size()), tstrFolder)) continue;
+        const std::wstring tstrName = tstrFile.substr(tstrFolder.size());
+        if (tstrName.find(L'\\') == std::wstring::npos && ::PathMatchSpecW(tstrName.c_str(), szPattern)) {
+            found.push_back(tstrFile);
+        }
+    }
+    return found;
+}
+
+std::wstring Update::RelativeName(const std::wstring& tstrFull) const
+{
+    const bool bBelow = tstrFull.size() > m_tstrFolder.size() &&
+                        String::EqualsNoCase(std::wstring_view(tstrFull).substr(0, m_tstrFolder.size()), m_tstrFolder);
+    return bBelow ? tstrFull.substr(m_tstrFolder.size()) : tstrFull;
+}
+
+std::wstring Update::SettingFolder() const
+{
+    return RelativeName(m_product.tstrFolder + L"Share\\Setting\\");
+}
+
+std::vector<std::wstring> Update::ResourceFolders() const
+{
+    return {RelativeName(m_product.tstrFolder + L"Share\\Resource\\"), RelativeName(m_resource.tstrFolder)};
+}
+
+void Update::ListFiles(const std::wstring& tstrPackage)
+{
+    std::vector<std::wstring> folders{tstrPackage};
+    while (!folders.empty()) {
+        const std::wstring tstrFolder = folders.back();
+        folders.pop_back();
+        std::vector<std::wstring> below;
+        static_cast<void>(Storage::Directory::ForEachEntry(
+            tstrFolder, L"*",
+            [&](const Storage::Directory::Entry& entry) {
+                if (entry.bLink) return;
+                const std::wstring tstrPath = tstrFolder + entry.tstrName;
+                if (entry.bFolder) {
+                    below.push_back(tstrPath + L"\\");
+                } else {
+                    m_files.push_back(RelativeName(tstrPath));
+                }
+            },
+            nullptr));
+        folders.insert(folders.end(), below.rbegin(), below.rend());
+    }
+}
+
+}  // namespace Check
