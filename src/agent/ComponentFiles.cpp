@@ -98,6 +98,39 @@ void CopyOne(const PathValues& pathValues, const std::wstring& tstrSource, const
     }
 }
 
+/// One folder of a walk: its entries, of which those before `uNext` are done.
+struct WalkLevel {
+    std::wstring tstrSourceDir;
+    std::wstring tstrDestinationDir;
+    std::vector<Storage::Directory::Entry> entries;
+    std::size_t uNext = 0;
+};
+
+/// Lists a folder of a walk. Only of the walk's first folder is it no failure not to be there.
+WalkLevel ListLevel(std::wstring tstrSourceDir, std::wstring tstrDestinationDir, const std::wstring& tstrPattern,
+                    bool bFirst)
+{
+    WalkLevel level{
+        .tstrSourceDir = std::move(tstrSourceDir), .tstrDestinationDir = std::move(tstrDestinationDir), .entries = {}};
+    const auto add = [&](const Storage::Directory::Entry& entry) {
+        level.entries.push_back(entry);
+    };
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Storage::Directory::ForEachEntry(level.tstrSourceDir, tstrPattern, add, &dwError) &&
+        dwError != ERROR_FILE_NOT_FOUND && !(bFirst && dwError == ERROR_PATH_NOT_FOUND)) {
+        Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
+              level.tstrSourceDir.c_str(), dwError);
+    }
+    return level;
+}
+
+/// What a link points to is not part of the package: moving it would take it from somebody else.
+void TraceLink(const std::wstring& tstrFolder)
+{
+    Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - [%s] is a link and is not followed.",
+          tstrFolder.c_str());
+}
+
 void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
 {
     const OperationTrace trace(step.name);
@@ -143,27 +176,30 @@ bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceD
               tstrSourceDir.c_str(), tstrDestinationDir.c_str());
         return true;
     }
-    // The folders that are still to be listed, source and destination: a tree can be too deep for recursion.
-    std::vector<std::pair<std::wstring, std::wstring>> folders{
-        {String::EnsureBackslash(tstrSourceDir), String::EnsureBackslash(tstrDestinationDir)}};
-    while (!folders.empty()) {
-        const std::wstring tstrSource = std::move(folders.back().first);
-        const std::wstring tstrDestination = std::move(folders.back().second);
-        folders.pop_back();
-        const auto copyEntry = [&](const Storage::Directory::Entry& entry) {
-            if (!entry.bFolder) {
-                if (Storage::File::IsTemporaryName(entry.tstrName)) return;  // what an ended run left behind
-                CopyOne(pathValues, tstrSource + entry.tstrName, tstrDestination + entry.tstrName, bAfterReboot);
-            } else if (bRecurse && !entry.bLink) {
-                // What a link points to is not part of the package: moving it would take it from somebody else.
-                folders.emplace_back(tstrSource + entry.tstrName + L'\\', tstrDestination + entry.tstrName + L'\\');
-            }
-        };
-        DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::Directory::ForEachEntry(tstrSource, tstrPattern, copyEntry, &dwError) &&
-            dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
-            Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
-                  tstrSource.c_str(), dwError);
+    const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
+    if (Storage::Directory::IsLink(tstrRoot)) {
+        TraceLink(tstrRoot);
+        return true;
+    }
+    // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
+    std::vector<WalkLevel> levels;
+    levels.push_back(ListLevel(tstrRoot, String::EnsureBackslash(tstrDestinationDir), tstrPattern, true));
+    while (!levels.empty()) {
+        WalkLevel& level = levels.back();
+        if (level.uNext == level.entries.size()) {
+            levels.pop_back();
+            continue;
+        }
+        const Storage::Directory::Entry entry = std::move(level.entries[level.uNext++]);
+        const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
+        const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
+        if (!entry.bFolder) {
+            if (Storage::File::IsTemporaryName(entry.tstrName)) continue;  // what an ended run left behind
+            CopyOne(pathValues, tstrSource, tstrDestination, bAfterReboot);
+        } else if (bRecurse && entry.bLink) {
+            TraceLink(tstrSource);
+        } else if (bRecurse) {
+            levels.push_back(ListLevel(tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
         }
     }
     return true;

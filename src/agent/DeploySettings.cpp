@@ -7,7 +7,7 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_Handle.h"
+#include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -34,40 +34,61 @@ void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file
     }
 }
 
-/// A file in the product's download folder that says that the update information file there is this run's copy and not
-/// changed yet. A run that is ended in between leaves the mark behind: the next one then makes the copy anew, instead
-/// of taking it for a file of the update's own, which is deployed as it is.
-class UnfinishedMark {
-public:
-    UnfinishedMark(const std::wstring& tstrDownloadDir, const std::wstring& tstrDownloaded)
-        : m_tstrMark(tstrDownloadDir + L"UpdateInfo.unfinished")
-    {
-        if (Storage::File::IsExisted(m_tstrMark)) static_cast<void>(Storage::File::Delete(tstrDownloaded, nullptr));
-        if (Storage::File::IsExisted(tstrDownloaded)) return;
-        const UniqueFile file(::CreateFileW(m_tstrMark.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                                            FILE_ATTRIBUTE_NORMAL, nullptr));
-    }
-    UnfinishedMark(const UnfinishedMark&) = delete;
-    UnfinishedMark& operator=(const UnfinishedMark&) = delete;
-    ~UnfinishedMark() { static_cast<void>(Storage::File::Delete(m_tstrMark, nullptr)); }
-
-private:
-    std::wstring m_tstrMark;
-};
-
-/// The update information file to change: the downloaded one, made out of the installed one where the update brings
-/// none, or the installed one where that cannot be done.
-std::wstring SelectUpdateInfo(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
+void TraceInstalledIsModified(DWORD dwError)
 {
+    Trace(kTraceError,
+          L"Failed to copy UpdateInfo.ini to iUD download source folder, error code is %d. Modify installed one.",
+          dwError);
+}
+
+/// A file of the product's download folder in which the update information is changed before it takes its place among
+/// the settings: there, a run that is ended half-way would leave a file that the next one takes for the update's own.
+/// What such a run leaves here is not deployed, and the next run makes it anew.
+std::wstring WorkingCopyOf(const PathValues& pathValues)
+{
+    return pathValues.ProductDownloadDir() + L"UpdateInfo.unfinished";
+}
+
+/// The update information file to change: the one among the settings, made out of the installed one where the update
+/// brings none, or the installed one where that cannot be done.
+IniTarget SelectUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownloaded)
+{
+    const std::wstring tstrInstalled = pathValues.UpdateInfoFile();
     // Twice, as support knows it.
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::Copy(tstrDownloaded, tstrInstalled, false, &dwError)) return tstrDownloaded;
-    Trace(kTraceError,
-          L"Failed to copy UpdateInfo.ini to iUD download source folder, error code is %d. Modify installed one.",
-          dwError);
-    return tstrInstalled;
+    if (::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        const std::wstring tstrWorkingCopy = WorkingCopyOf(pathValues);
+        static_cast<void>(Storage::File::Delete(tstrWorkingCopy, nullptr));
+        if (Storage::File::Copy(tstrWorkingCopy, tstrInstalled, false, &dwError)) {
+            return {.tstrPath = tstrDownloaded, .tstrWritten = tstrWorkingCopy};
+        }
+    }
+    if (Storage::File::Copy(tstrDownloaded, tstrInstalled, false, &dwError)) {
+        return {.tstrPath = tstrDownloaded, .tstrWritten = tstrDownloaded};
+    }
+    TraceInstalledIsModified(dwError);
+    return {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled};
+}
+
+/// Changes the update information that is deployed with the settings.
+void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownloaded)
+{
+    const IniTarget target = SelectUpdateInfo(pathValues, tstrDownloaded);
+    ModifyUpdateInfo(target);
+    if (target.tstrWritten == target.tstrPath) return;
+    DWORD dwError = ERROR_SUCCESS;
+    const auto putInPlace = [&](DWORD& dwCode) {
+        if (::MoveFileExW(target.tstrWritten.c_str(), target.tstrPath.c_str(), 0)) return true;
+        dwCode = ::GetLastError();
+        return false;
+    };
+    if (Storage::TryWhileHeld(putInPlace, &dwError)) return;
+    TraceInstalledIsModified(dwError);
+    static_cast<void>(Storage::File::Delete(target.tstrWritten, nullptr));
+    const std::wstring tstrInstalled = pathValues.UpdateInfoFile();
+    ModifyUpdateInfo({.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled});
 }
 
 }  // namespace
@@ -82,9 +103,6 @@ bool PrepareSettings(const PathValues& pathValues)
     }
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
     MergeConfig(tstrSettingDir);
-    const std::wstring tstrDownloaded = tstrSettingDir + L"UpdateInfo.ini";
-    const UnfinishedMark mark(pathValues.ProductDownloadDir(), tstrDownloaded);
-    const std::wstring tstrTarget = SelectUpdateInfo(pathValues.UpdateInfoFile(), tstrDownloaded);
-    ModifyUpdateInfo({.tstrPath = tstrTarget, .tstrWritten = tstrTarget});
+    EditUpdateInfo(pathValues, tstrSettingDir + L"UpdateInfo.ini");
     return true;
 }

@@ -58,7 +58,9 @@ bool FrameworkDeployAgent::DoDeploy()
     if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_pathValues, tstrResourceDir)) {
         Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
-    return true;
+    // A package whose folder cannot be looked up may be there: the updater is to try again, and the new name waits.
+    const bool bFoldersKnown = !m_pathValues.ProductDownloadDir().empty() && !tstrResourceDir.empty();
+    return bFoldersKnown || m_pathValues.InstallDir().empty();
 }
 
 bool FrameworkDeployAgent::DoPostAction()

@@ -1,8 +1,9 @@
 #include "agent/PathValues.h"
 
+#include "agent/DownloadPath.h"
+
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
@@ -16,29 +17,7 @@ using namespace KzCommon;
 
 namespace {
 
-/// A key of "UpdateInfo.ini" that names a download folder, and the component's own identifier, which is the folder that
-/// the updater uses when the key is missing.
-struct DownloadPath {
-    const wchar_t* szKey;
-    const wchar_t* szDefault;
-};
-constexpr DownloadPath kProduct32{L"Component1_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
-constexpr DownloadPath kProduct64{L"Component101_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
-constexpr DownloadPath kResource{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-1r1o1"};
-
 constexpr std::wstring_view kUserProfile = L"%USERPROFILE%";
-
-std::wstring ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadPath& downloadPath)
-{
-    std::wstring tstrValue = downloadPath.szDefault;
-    static_cast<void>(Storage::Guarded(nullptr, [&] {
-        Storage::IniFile updateInfo;
-        updateInfo.Open(tstrUpdateInfo);
-        tstrValue = updateInfo.ReadString(L"COMPONENT_LIST", downloadPath.szKey, downloadPath.szDefault);
-    }));
-    // An empty name would mean the folder of all packages.
-    return tstrValue.empty() ? downloadPath.szDefault : tstrValue;
-}
 
 /// "LogFolder" of one session kind's trace settings; empty when missing.
 std::wstring ReadLogFolder(const wchar_t* szSessionKey)
@@ -96,7 +75,9 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
 void PathValues::ReadProductFolders()
 {
     m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
-    m_tstrProductDownloadPath = ReadDownloadPath(UpdateInfoFile(), Process::Is64BitWindows() ? kProduct64 : kProduct32);
+    m_tstrProductDownloadPath.clear();
+    m_tstrProductDownloadDir.clear();
+    if (!ReadDownloadPath(UpdateInfoFile(), ProductDownloadKey(), m_tstrProductDownloadPath)) return;
     m_tstrProductDownloadDir = String::FolderBelow(ComponentDir(), m_tstrProductDownloadPath);
 }
 
@@ -107,7 +88,9 @@ std::wstring PathValues::ComponentDir() const
 
 std::wstring PathValues::ReadResourceDownloadDir() const
 {
-    return String::FolderBelow(ComponentDir(), ReadDownloadPath(UpdateInfoFile(), kResource));
+    std::wstring tstrPath;
+    if (!ReadDownloadPath(UpdateInfoFile(), ResourceDownloadKey(), tstrPath)) return {};
+    return String::FolderBelow(ComponentDir(), tstrPath);
 }
 
 std::wstring PathValues::UpdateInfoFile() const

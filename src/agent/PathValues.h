@@ -25,11 +25,11 @@ public:
     [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }
     /// Where the updater puts the packages: the install folder's "Component\".
     [[nodiscard]] std::wstring ComponentDir() const;
-    /// The product package: ComponentDir() and the download path.
+    /// The product package: ComponentDir() and the download path; empty when "UpdateInfo.ini" could not be read.
     [[nodiscard]] const std::wstring& ProductDownloadDir() const noexcept { return m_tstrProductDownloadDir; }
     /// The product package's download path as "UpdateInfo.ini" has it.
     [[nodiscard]] const std::wstring& ProductDownloadPath() const noexcept { return m_tstrProductDownloadPath; }
-    /// The resource package's download folder, read from "UpdateInfo.ini" now.
+    /// The resource package's download folder, read from "UpdateInfo.ini" now; empty when that cannot be read.
     [[nodiscard]] std::wstring ReadResourceDownloadDir() const;
     /// The update information file of the installed product; empty without an install folder.
     [[nodiscard]] std::wstring UpdateInfoFile() const;

@@ -26,7 +26,8 @@ class FrameworkDeployAgent : public QorDeployAgent {
 public:
     /// Computes the path values and creates the folders that the instruction file asks for. Always true.
     bool DoPreAction() override;
-    /// Puts the packages in place. Always true: the updater is not told about a partial failure.
+    /// Puts the packages in place. True whatever becomes of their files, for the updater is not told about a partial
+    /// failure; false when other programs keep "UpdateInfo.ini" from saying where a package lies.
     bool DoDeploy() override;
     /// Schedules removals, registers run-once commands, records the deployment. Always true.
     bool DoPostAction() override;

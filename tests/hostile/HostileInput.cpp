@@ -9,10 +9,10 @@
 #include "common/KzComn_XmlParser.h"
 #include "common/L10nReader.h"
 #include "config/ConfigProvider.h"
-#include "hostile/SystemWatch.h"
 #include "hostile/Variants.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -225,7 +225,7 @@ TEST_F(HostileInput, UpdateInformation)
         if (++cRuns % 8 == 0) agent.DoDeploy();  // slow, and most of it the same every time
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        const bool bSource = strCall == "FindFirstFileW";
+        const bool bSource = strCall == "FindFirstFileW" || strCall == "MoveFileExW source";
         return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) ||
                tstrPlace.starts_with(L"C:\\b.sys");
     };

@@ -1,6 +1,9 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_Process.h"
+
+#include <thread>
 
 class PathValuesTest : public AgentTest {
 protected:
@@ -70,4 +73,43 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     WriteProduct(L"ProductPath", L"");
     m_paths.ReadProductFolders();
     EXPECT_EQ(m_paths.ProductDownloadDir() + m_paths.ReadResourceDownloadDir(), L"") << "below an unknown folder";
+}
+
+TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
+{
+    const wchar_t* const paths[] = {L"new", L"new\\", L"a\\b", L"c21t2101v0.0.0l1p-1r1o1", L"a..b", L"CONsole"};
+    const wchar_t* const others[] = {// clang-format off
+        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c", L"C:", L"C:\\Pub", L"C:a",
+        L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub", L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream", L"a::$DATA",
+        L"NUL", L"a\\com1.x", L"a*", L"a\tb"};  // clang-format on
+    const auto read = [&](const std::wstring& tstrPath) {
+        m_install.Write(L"UpdateInfo.ini",
+                        "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
+        m_trace.Clear();
+        m_paths.ReadProductFolders();
+        return m_paths.ProductDownloadPath();
+    };
+    for (const wchar_t* szPath : paths) EXPECT_EQ(read(szPath), szPath);
+    for (const wchar_t* szPath : others) {
+        EXPECT_EQ(read(szPath), L"c21t2103v0.0.0l1p1r1o1");
+        EXPECT_EQ(CountTraced("!!! *** PathValues::ReadDownloadPath() - Component101_DownloadPath=[" +
+                              KzCommon::String::ToUtf8(szPath) +
+                              "] is no name below \"Component\\\", [c21t2103v0.0.0l1p1r1o1] is taken."),
+                  1)
+            << KzCommon::String::ToUtf8(szPath);
+    }
+}
+
+TEST_F(PathValuesTest, AnUpdateInformationThatIsHeldForAMomentIsRead)
+{
+    const std::wstring tstrFile =
+        m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=new\n");
+    KzCommon::UniqueFile held(::CreateFileW(tstrFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    std::thread holder([&held] {
+        ::Sleep(250);
+        held.Reset();
+    });
+    m_paths.ReadProductFolders();
+    holder.join();
+    EXPECT_EQ(m_paths.ProductDownloadPath(), L"new");
 }

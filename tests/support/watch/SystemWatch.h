@@ -1,0 +1,52 @@
+// What the code under test asks the system to change.
+#pragma once
+
+#include <windows.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// Judges one call by the name of its Windows function and the file, folder or key that it is about: false when nothing
+/// allows the code under test to touch that place. A move is judged twice, as "MoveFileExW" by where it goes (a
+/// deletion: by what it deletes) and as "MoveFileExW source" by what it takes away.
+using Judge = std::function<bool(std::string_view strCall, const std::wstring& tstrPlace)>;
+
+/// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass.
+using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
+
+/// A delayed move that the system has not been told of; a deletion has no destination.
+struct DelayedMove {
+    std::wstring tstrSource;
+    std::wstring tstrDestination;
+    bool operator==(const DelayedMove&) const = default;
+};
+
+/// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that
+/// it is linked into: it stands in the place of the import table. A call that the judge refuses fails the test. No call
+/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell is the
+/// sandbox's folder "Shell". One at a time; without one every call passes.
+class SystemWatch {
+public:
+    explicit SystemWatch(
+        const std::wstring& tstrSandbox, const Judge& judge = [](auto&&...) { return true; });
+    SystemWatch(const SystemWatch&) = delete;
+    SystemWatch& operator=(const SystemWatch&) = delete;
+    ~SystemWatch();
+
+    /// Makes calls fail that the judge has allowed.
+    void SetFault(const Fault& fault) const;
+    /// What the system says of the volume of every folder; empty for the truth.
+    void SetMountPoint(const std::wstring& tstrMountPoint) const;
+    /// Every folder of this name is a symbolic link.
+    void SetLink(const std::wstring& tstrName) const;
+
+    /// The delayed moves in the order in which they were asked for.
+    [[nodiscard]] const std::vector<DelayedMove>& DelayedMoves() const noexcept;
+    /// The paths whose volume was asked for.
+    [[nodiscard]] const std::vector<std::wstring>& VolumeQuestions() const noexcept;
+};
+
+/// How many calls have been judged in all.
+[[nodiscard]] unsigned CountJudged() noexcept;

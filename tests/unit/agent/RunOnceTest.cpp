@@ -1,0 +1,68 @@
+#include "agent/RunOnce.h"
+
+#include "unit/agent/AgentFixture.h"
+
+#include <set>
+
+using namespace KzCommon;
+
+namespace {
+
+const wchar_t kRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
+
+class RunOnceTest : public AgentTest {
+protected:
+    /// The registered commands; their names are unique.
+    [[nodiscard]] static std::multiset<std::wstring> Commands()
+    {
+        std::multiset<std::wstring> commands;
+        UniqueRegistryKey key;
+        if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRunOnce, 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) return commands;
+        for (DWORD dwIndex = 0;; ++dwIndex) {
+            wchar_t szName[256];
+            DWORD cchName = 256;
+            wchar_t szData[1024] = {};
+            DWORD cbData = sizeof szData;
+            if (::RegEnumValueW(key.Get(), dwIndex, szName, &cchName, nullptr, nullptr, reinterpret_cast<BYTE*>(szData),
+                                &cbData) != ERROR_SUCCESS) {
+                return commands;
+            }
+            commands.insert(szData);
+        }
+    }
+};
+
+}  // namespace
+
+TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpadIsAffected)
+{
+    const std::string strLong(929, 'x');  // with key path, name and type the longest record there is
+    Instruct(
+        "[Run]\nSysRunOnce=a.exe\nSysRunOnce=a.exe\nsysrunonce=b.exe\nSysRunOnce=cmd !x kbfilter.ini\n"
+        "SysRunOnce=\"{InstalledDir}c.exe\" /x\nSysRunOnce=KBFILTER.INI\nSysRunOnce=" +
+        strLong + "\nSysRunOnce=" + strLong + "x\n");
+    const std::wstring tstrInstalled = L"\"" + m_install.PathOf(L"c.exe") + L"\" /x";
+    std::multiset<std::wstring> expected = {L"a.exe",        L"a.exe",      L"cmd ",
+                                            L"KBFILTER.INI", tstrInstalled, std::wstring(929, L'x')};
+    for (const bool bAffected : {false, true}) {
+        WriteProduct(L"KeystrokeBlackList", bAffected ? L"1" : L"yes");
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunOnce);
+        m_trace.Clear();
+        PostRunScript(m_paths);
+        if (bAffected) expected.erase(L"cmd ");
+        EXPECT_EQ(Commands(), expected);
+        EXPECT_EQ(CountTraced("!!! PatchReg() field index>3, too many fields, ignore remaining ones"), !bAffected);
+        EXPECT_EQ(CountTraced("!!! PatchReg(tszData==empty || tszData.size()>1023)"), 1);
+        EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [a.exe]"), 2);
+    }
+}
+
+TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
+{
+    WriteProduct(L"KeystrokeBlackList", L"1");
+    Instruct("[Other]\na=b\n");
+    PostRunScript(m_paths);
+    EXPECT_TRUE(Commands().empty());
+    EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
+    EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);
+}
