@@ -14,11 +14,6 @@ using namespace KzCommon;
 
 namespace {
 
-/// A settings file that the update brings once for each language, "base_LANGUAGE.extension".
-struct LanguageFile {
-    const wchar_t* szBase;
-    const wchar_t* szExtension;
-};
 constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml"}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
 
 /// Makes the product's language the one that is installed.
@@ -58,7 +53,7 @@ IniTarget SelectUpdateInfo(const PathValues& pathValues, const std::wstring& tst
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    if (IsUpdateInfoCopied(tstrInstalled, tstrDownloaded)) {
         const std::wstring tstrWorkingCopy = WorkingCopyOf(pathValues);
         static_cast<void>(Storage::File::Delete(tstrWorkingCopy, nullptr));
         if (Storage::File::Copy(tstrWorkingCopy, tstrInstalled, false, &dwError)) {
@@ -92,6 +87,17 @@ void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownlo
 }
 
 }  // namespace
+
+std::span<const LanguageFile> LanguageFiles() noexcept
+{
+    return kLanguageFiles;
+}
+
+bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
+{
+    return Storage::File::IsExisted(tstrInstalled) &&
+           ::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES;
+}
 
 bool PrepareSettings(const PathValues& pathValues)
 {

@@ -65,10 +65,16 @@ void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData)
     if (record.IsComplete()) StoreIniValue(target, record.tstrSection, record.tstrKey, record.tstrValue);
 }
 
+IniRecord DeployedVersion()
+{
+    return {.tstrSection = L"COMPONENT_LIST",
+            .tstrKey = Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version",
+            .tstrValue = BREVANT_WIDE_VERSION};
+}
+
 void DeployVersion(const IniTarget& target)
 {
     const OperationTrace trace(L"[Enter] DeployVersion(%s)", target.tstrPath, L"[Leve] DeployVersion()");
-    StoreIniValue(target, L"COMPONENT_LIST",
-                  Process::Is64BitWindows() ? L"Component103_iUD_Version" : L"Component3_iUD_Version",
-                  BREVANT_WIDE_VERSION);
+    const IniRecord version = DeployedVersion();
+    StoreIniValue(target, version.tstrSection, version.tstrKey, version.tstrValue);
 }

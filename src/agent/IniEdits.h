@@ -32,5 +32,8 @@ void ModifyUpdateInfo(const IniTarget& target);
 /// Carries out one record of section, key and value. WritePrivateProfileStringW.
 void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData);
 
-/// Writes the version of the agent's own component. WritePrivateProfileStringW.
+/// What records the version of the agent's own component.
+[[nodiscard]] IniRecord DeployedVersion();
+
+/// Writes DeployedVersion(). WritePrivateProfileStringW.
 void DeployVersion(const IniTarget& target);
