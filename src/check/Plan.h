@@ -37,14 +37,16 @@ enum class Outcome {
 
 /// One change, in the order of the run.
 struct Change {
-    Action eAction;
-    Outcome eOutcome;
-    bool bAtRestart = false;            ///< it happens when Windows starts the next time
-    std::wstring tstrTarget;            ///< what changes: a path, "key:value", "[section] key" or a tag path; a command
-    std::wstring tstrSource;            ///< where a file comes from
-    std::optional<std::wstring> optOld;  ///< a value before; never a secret's
-    std::optional<std::wstring> optNew;  ///< a value afterwards; never a secret's
-    std::wstring tstrReason;            ///< why it stays or fails; what else there is to know
+    Action eAction{};
+    Outcome eOutcome{};
+    bool bAtRestart = false;    ///< it happens when Windows starts the next time
+    std::wstring tstrTarget{};  ///< a path, a registry key, a command; a question's text
+    std::wstring tstrName{};    ///< what changes in it: a value, "[section] key", a tag path; a question's title
+    std::wstring tstrSource{};  ///< where a file comes from
+    std::wstring tstrStaged{};  ///< the copy that is put beside its place
+    std::optional<std::wstring> optOld{};  ///< a value before; never a secret's
+    std::optional<std::wstring> optNew{};  ///< a value afterwards; never a secret's
+    std::wstring tstrReason{};             ///< why it stays or fails; what else there is to know
 };
 
 /// The changes of one operation of the agent.
