@@ -114,7 +114,7 @@ std::wstring Line(const Change& change)
     return OneLine(std::move(tstrLine)) + L"\n";
 }
 
-Json::Value ToJson(const Change& change)
+Json::Value JsonOf(const Change& change)
 {
     Json::Value value(Json::objectValue);
     value["action"] = RowOf(change.eAction).szName;
@@ -166,7 +166,7 @@ std::string FormatPlanJson(const Plan& plan)
         value["step"] = ToJson(step.tstrName);
         if (!step.tstrReason.empty()) value["reason"] = ToJson(step.tstrReason);
         value["changes"] = Json::Value(Json::arrayValue);
-        for (const Change& change : step.changes) value["changes"].append(ToJson(change));
+        for (const Change& change : step.changes) value["changes"].append(JsonOf(change));
         root["steps"].append(std::move(value));
     }
     const Count count = CountOf(plan);
