@@ -7,10 +7,10 @@ import statistics
 import subprocess
 import sys
 import time
+from typing import Iterable
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.append(str(ROOT / 'tools' / 'machine'))
-from machine import Machine  # noqa: E402
+from brevantlab.machine import Machine
+from brevantlab.prefix import ROOT
 
 PROGRAMS = 'C:\\Bench\\'
 MEGABYTE = 1 << 20
@@ -27,9 +27,9 @@ MOST_MEGABYTES = 8
 MOST_PROGRAM_MEGABYTES = 2
 
 
-def collect(build, rounds, growth):
+def collect(build: pathlib.Path, rounds: int, growth: int) -> dict[str, dict[str, list[list[float]]]]:
     """{kind: {name: [sample, ...]}} of one run of the benchmark program."""
-    samples = {}
+    samples: dict[str, dict[str, list[list[float]]]] = {}
     with Machine() as machine:
         machine.make_dir(PROGRAMS)
         for file in ('bin/Brevant.exe', 'bin/KzDbg64.dll', 'bin/libexpat.dll', 'bench/bench.exe', 'bench/empty.exe'):
@@ -43,9 +43,9 @@ def collect(build, rounds, growth):
     return samples
 
 
-def busy(seconds=2):
+def busy(seconds: float = 2) -> float:
     """How much of the processors other programs take, measured while this one sleeps."""
-    def times():
+    def times() -> tuple[int, int]:
         with open('/proc/stat') as file:
             fields = [int(field) for field in file.readline().split()[1:9]]
         return sum(fields), fields[3] + fields[4]
@@ -55,25 +55,24 @@ def busy(seconds=2):
     return 1 - idle / max(total, 1)
 
 
-def spread(values, digits=2):
+def spread(values: Iterable[float], digits: int = 2) -> list[str]:
     """Median, smallest and largest."""
     values = sorted(values)
     return [f'{value:.{digits}f}' for value in (statistics.median(values), values[0], values[-1])]
 
 
-def verdict(value, most):
+def verdict(value: str, most: float) -> str:
     return 'met' if float(value) <= most else 'MISSED'
 
 
-def table(*rows):
+def table(*rows: list[str]) -> None:
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
-    rows = [rows[0], ['-' * width for width in widths], *rows[1:]]
-    for row in rows:
+    for row in (rows[0], ['-' * width for width in widths], *rows[1:]):
         print('| ' + ' | '.join(cell.ljust(width) for cell, width in zip(row, widths)) + ' |')
     print()
 
 
-def print_figures(samples, program):
+def print_figures(samples: dict[str, dict[str, list[list[float]]]], program: pathlib.Path) -> None:
     rows = [['Work', 'Against', 'Median', 'Min', 'Max', 'At most', '']]
     for name, work, against, most in RATIOS:
         ratios = spread(ours / other for other, ours in samples['pair'][name])
@@ -89,7 +88,7 @@ def print_figures(samples, program):
     table(*rows)
 
 
-def print_growth(growth):
+def print_growth(growth: dict[str, list[list[float]]]) -> None:
     rows = [['Files', 'Deploy, ms', 'Bare loop, ms', 'MoveFileExW in it, ms', 'Its part', 'Deploy, us per file']]
     for files, times in growth.items():
         bare, moves, ours = (statistics.median(column) for column in zip(*times))
@@ -98,7 +97,7 @@ def print_growth(growth):
     table(*rows)
 
 
-def plot(growth, file):
+def plot(growth: dict[str, list[list[float]]], file: pathlib.Path) -> None:
     """Draws what a deployment costs over its number of files, ours and the bare loop."""
     os.environ.setdefault('SOURCE_DATE_EPOCH', '0')  # the same figures give the same file
     import matplotlib
@@ -117,7 +116,7 @@ def plot(growth, file):
     print(f'[bench] {file.relative_to(ROOT)} drawn')
 
 
-def main(arguments):
+def main(arguments: list[str]) -> None:
     quick = '--quick' in arguments
     build = pathlib.Path(os.environ.get('BREVANT_BUILD', ROOT / 'build' / 'release'))
     wine = subprocess.run(['wine', '--version'], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout

@@ -1,6 +1,7 @@
 # brevant_options: what every target of this project is compiled and linked with.
 add_library(brevant_options INTERFACE)
 
+include(${CMAKE_CURRENT_LIST_DIR}/Hardening.cmake)
 option(BREVANT_CHECKED "Check library preconditions and undefined behaviour at run time" OFF)
 
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
@@ -10,7 +11,7 @@ target_include_directories(brevant_options INTERFACE ${PROJECT_SOURCE_DIR}/src $
 
 target_compile_definitions(brevant_options INTERFACE
     UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN STRICT
-    _WIN32_WINNT=0x0A00 WINVER=0x0A00)
+    ${kPlatformDefinitions})
 
 # -- warnings --
 option(CMAKE_COMPILE_WARNING_AS_ERROR "Every warning is an error" ON)
@@ -22,17 +23,12 @@ target_compile_options(brevant_options INTERFACE
     -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wimplicit-fallthrough
     -Wold-style-cast -Wzero-as-null-pointer-constant>)
 
-# Traces and exceptions name source files: by their path in the project, not on the machine that built them.
-target_compile_options(brevant_options INTERFACE -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+# Traces, exceptions and symbols name source files: by their path in the project, not on the machine that built them.
+target_compile_options(brevant_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 # -- hardening and self-contained binaries --
-target_compile_options(brevant_options INTERFACE
-    $<$<COMPILE_LANGUAGE:CXX>:-fstack-protector-strong -ffunction-sections -fdata-sections>)
-target_link_options(brevant_options INTERFACE
-    -static -fstack-protector-strong
-    -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--gc-sections,--fatal-warnings
-    # Windows 10 and later: an older one refuses the image instead of failing somewhere inside.
-    -Wl,--major-os-version,10,--minor-os-version,0,--major-subsystem-version,10,--minor-subsystem-version,0
+target_compile_options(brevant_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${kShippedCompileFlags}>")
+target_link_options(brevant_options INTERFACE ${kShippedLinkFlags} -Wl,--fatal-warnings
     $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-Wl,--tsaware>)
 
 if(BREVANT_CHECKED)
@@ -40,8 +36,8 @@ if(BREVANT_CHECKED)
     target_compile_definitions(brevant_options INTERFACE _GLIBCXX_ASSERTIONS)
     target_compile_options(brevant_options INTERFACE
         $<$<COMPILE_LANGUAGE:CXX>:
-        -O1 -g1 -fsanitize=undefined -fsanitize-undefined-trap-on-error -Wno-maybe-uninitialized>)
-else()
-    target_compile_definitions(brevant_options INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
-    target_link_options(brevant_options INTERFACE $<$<CONFIG:Release>:-s>)
+        -O1 -fsanitize=undefined -fsanitize-undefined-trap-on-error -Wno-maybe-uninitialized>)
+elseif(CMAKE_BUILD_TYPE STREQUAL Release)
+    target_compile_definitions(brevant_options INTERFACE _FORTIFY_SOURCE=2)
+    include(${CMAKE_CURRENT_LIST_DIR}/SplitSymbols.cmake)
 endif()

@@ -1,29 +1,35 @@
-# The kinds of targets of this project. Each takes a folder and globs it, so that a new file needs no edit here;
-# a folder without sources makes an empty target, or none, instead of an error.
+# The kinds of targets of this project. Each takes a folder and globs it, so that a new file needs no edit here; a folder
+# that is missing or empty is an error: what nobody finds would be missing without a word.
+
+# brevant_glob(variable pattern...): the files of the patterns, at least one for each.
+function(brevant_glob variable)
+    set(all)
+    foreach(pattern IN LISTS ARGN)
+        file(GLOB files CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${pattern})
+        if(NOT files)
+            message(FATAL_ERROR "No file is called ${pattern}: a folder was renamed or emptied, not its name here.")
+        endif()
+        list(APPEND all ${files})
+        get_filename_component(folder ${PROJECT_SOURCE_DIR}/${pattern} DIRECTORY)
+        set_property(GLOBAL APPEND PROPERTY brevant_known_folders ${folder})
+    endforeach()
+    set(${variable} ${all} PARENT_SCOPE)
+endfunction()
 
 # brevant_library(name folder dependency...): static library of the folder's sources, the entry point left out.
 function(brevant_library name folder)
-    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    brevant_glob(sources ${folder}/*.cpp)
     list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp
                              ${PROJECT_SOURCE_DIR}/src/check/BrevantCheck.cpp)
-    if(sources)
-        add_library(${name} STATIC ${sources})
-        target_link_libraries(${name} PUBLIC brevant_options ${ARGN})
-    else()
-        add_library(${name} INTERFACE)
-        target_link_libraries(${name} INTERFACE brevant_options ${ARGN})
-    endif()
+    add_library(${name} STATIC ${sources})
+    target_link_libraries(${name} PUBLIC brevant_options ${ARGN})
 endfunction()
 
 # brevant_program(name library source resource): console program with a wide entry point.
 function(brevant_program name library source resource)
-    file(GLOB source CONFIGURE_DEPENDS ${source})
-    if(NOT source)
-        return()
-    endif()
     add_executable(${name} ${source} ${resource})
     get_filename_component(folder ${resource} DIRECTORY)
-    file(GLOB manifests CONFIGURE_DEPENDS ${folder}/*.manifest)
+    brevant_glob(manifests ${folder}/*.manifest)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
     target_link_libraries(${name} PRIVATE ${library})
     target_link_options(${name} PRIVATE -municode -mconsole)
@@ -32,11 +38,8 @@ endfunction()
 # brevant_dll(name folder output-folder): NAME.dll without the "lib" prefix. Its objects are the target
 # NAME_objects, for tests that reach inside.
 function(brevant_dll name folder output)
-    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    brevant_glob(sources ${folder}/*.cpp)
     file(GLOB extras CONFIGURE_DEPENDS ${folder}/*.def ${folder}/*.rc)
-    if(NOT sources)
-        return()
-    endif()
     get_filename_component(target ${name} NAME)
     add_library(${target}_objects OBJECT ${sources})
     target_link_libraries(${target}_objects PUBLIC brevant_options)
@@ -47,15 +50,12 @@ endfunction()
 
 # brevant_unit_tests(library): the executable LIBRARY_tests of tests/unit/LIBRARY.
 function(brevant_unit_tests library)
-    file(GLOB sources CONFIGURE_DEPENDS tests/unit/${library}/*.cpp)
-    if(NOT sources)
-        return()
-    endif()
+    brevant_glob(sources tests/unit/${library}/*.cpp)
     set(name ${library}_tests)
     add_executable(${name} ${sources})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     if(library STREQUAL "kzdbg")
-        target_link_libraries(${name} PRIVATE $<TARGET_NAME_IF_EXISTS:KzDbg64_objects>)
+        target_link_libraries(${name} PRIVATE KzDbg64_objects)
     else()
         target_link_libraries(${name} PRIVATE ${library})
     endif()
@@ -66,22 +66,21 @@ endfunction()
 
 # brevant_standins(folder): each sub-folder is one recording DLL of that name, in bin/standins.
 function(brevant_standins folder)
-    file(GLOB names CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${folder} ${folder}/*)
-    foreach(name IN LISTS names)
-        if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/${name})
+    brevant_glob(entries ${folder}/*)
+    foreach(entry IN LISTS entries)
+        if(IS_DIRECTORY ${entry})
+            get_filename_component(name ${entry} NAME)
             # Target names must not hide the system library of the same name.
             brevant_dll(standin_${name} ${folder}/${name} ${kBinDir}/standins)
-            if(TARGET standin_${name})
-                set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name}
-                    ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/standins)
-            endif()
+            set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name}
+                ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/standins)
         endif()
     endforeach()
 endfunction()
 
 # brevant_hostile_tests(folder samples): the executable hostile_tests, run once for each kind of input.
 function(brevant_hostile_tests folder samples)
-    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    brevant_glob(sources ${folder}/*.cpp)
     add_executable(hostile_tests ${sources})
     set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     target_link_libraries(hostile_tests PRIVATE agent test_support GTest::gmock GTest::gtest)
@@ -94,7 +93,7 @@ endfunction()
 
 # brevant_platform_trial(folder): WindowsTrial.exe, run at once; what needs a restart is a system test's.
 function(brevant_platform_trial folder)
-    file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
+    brevant_glob(sources ${folder}/*.cpp)
     add_executable(WindowsTrial ${sources})
     set_target_properties(WindowsTrial PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     target_link_libraries(WindowsTrial PRIVATE common)
@@ -103,16 +102,33 @@ function(brevant_platform_trial folder)
     set_tests_properties(platform.now PROPERTIES TIMEOUT 120)
 endfunction()
 
-# brevant_system_tests(folder): each test_NAME.py runs as system.NAME against this build's programs.
-function(brevant_system_tests folder)
-    file(GLOB modules CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${folder} ${folder}/test_*.py)
-    foreach(file IN LISTS modules)
-        string(REGEX REPLACE "\\.py$" "" module ${file})
+# brevant_every_folder_is_known(folder...): everything below the folders has been asked for by one of the functions above.
+function(brevant_every_folder_is_known)
+    get_property(known GLOBAL PROPERTY brevant_known_folders)
+    foreach(folder IN LISTS ARGN)
+        file(GLOB entries CONFIGURE_DEPENDS LIST_DIRECTORIES true ${folder}/*)
+        foreach(entry IN LISTS entries)
+            set(inside ${known})
+            list(FILTER inside INCLUDE REGEX "^${entry}(/|$)")
+            if(IS_DIRECTORY ${entry} AND NOT inside)
+                message(FATAL_ERROR "Nothing builds or runs what is in ${entry}: CMakeLists.txt does not know it.")
+            endif()
+        endforeach()
+    endforeach()
+endfunction()
+
+# brevant_python_tests(kind folder): each test_NAME.py runs as KIND.NAME against the shipped programs, with the stand-ins
+# of this build.
+set(BREVANT_SHIPPED ${PROJECT_SOURCE_DIR}/build/release/bin CACHE PATH "Programs that system tests run")
+function(brevant_python_tests kind folder)
+    brevant_glob(files ${folder}/test_*.py)
+    foreach(file IN LISTS files)
+        get_filename_component(module ${file} NAME_WE)
         string(REGEX REPLACE "^test_" "" name ${module})
-        add_test(NAME system.${name}
+        add_test(NAME ${kind}.${name}
             COMMAND ${Python3_EXECUTABLE} -B -m unittest -v ${module}
             WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/${folder})
-        set_tests_properties(system.${name} PROPERTIES TIMEOUT 600 ENVIRONMENT
-            "BREVANT_BIN=${kBinDir};PYTHONPATH=${PROJECT_SOURCE_DIR}/tools/machine")
+        set_tests_properties(${kind}.${name} PROPERTIES TIMEOUT 900 ENVIRONMENT
+            "BREVANT_BIN=${BREVANT_SHIPPED};BREVANT_STANDINS=${kBinDir}/standins;PYTHONPATH=${PROJECT_SOURCE_DIR}/tools")
     endforeach()
 endfunction()

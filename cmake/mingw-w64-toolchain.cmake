@@ -16,4 +16,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 # Every test executable gets a throwaway machine of its own.
-set(CMAKE_CROSSCOMPILING_EMULATOR python3 "${BREVANT_ROOT}/tools/machine/machine.py" run)
+set(CMAKE_CROSSCOMPILING_EMULATOR env "PYTHONPATH=${BREVANT_ROOT}/tools" python3 -B -m brevantlab.machine run)

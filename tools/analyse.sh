@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# Has the product's code read once more: compiled by clang for the same target with the build's own warnings, by
-# clang-tidy (.clang-tidy) and by cppcheck (tools/cppcheck.txt). Any finding fails. Takes some minutes; installs what it
-# needs. Arguments are the sources to read instead of all: tools/analyse.sh src/common/KzComn_File.cpp
+# Has the product's code read once more: by clang for the same target with the build's own warnings and clang-tidy's
+# checks (.clang-tidy), and by cppcheck (tools/cppcheck.txt); and the Python sources by flake8 and mypy (tools/mypy.ini).
+# Any finding fails. Takes some minutes; installs what it needs. Arguments are the sources to read instead of all,
+# tools/analyse.sh src/common/KzComn_File.cpp; --python reads the Python sources alone.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+source tools/packages.sh
+
 readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location
 readonly kPackages=(clang-$kVersion clang-tidy-$kVersion cppcheck)
+readonly kPythonPackages=(flake8 mypy)
 readonly kBuild="$PWD/build/analyse"
 
 fail() { printf '[analyse] FAILED: %s\n' "$*" >&2; exit 1; }
@@ -17,15 +21,6 @@ step() {
     echo "[analyse] $name"
     "$@" || fail "$name"
     echo "[analyse] $name: $((SECONDS - start)) s"
-}
-
-install_packages() {
-    dpkg -s "${kPackages[@]}" >/dev/null 2>&1 && return 0
-    local sudo=()
-    [[ "$(id -u)" -eq 0 ]] || sudo=(sudo)
-    "${sudo[@]}" apt-get update -qq
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${kPackages[@]}" \
-        >/dev/null
 }
 
 # The commands of the release build, with clang in the compiler's place.
@@ -43,13 +38,6 @@ make_commands() {
 # Runs a command for each source, as many at once as there are processors.
 for_each_source() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} "$@"; }
 
-compile() {
-    sed -n 's/^ *"command": "\(clang.*\) -o [^ ]* -c \([^ ]*\)",$/\1 -fsyntax-only \2/p' \
-        "$kBuild/clang/compile_commands.json" >"$kBuild/clang/commands"
-    [[ -s "$kBuild/clang/commands" ]] || fail "no compile commands"
-    for_each_source sh -c "command=\$(grep -F ' $PWD/{}' '$kBuild/clang/commands') && exec \$command"
-}
-
 tidy() {
     for_each_source clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" {} 2>"$kBuild/tidy.log" ||
         { cat "$kBuild/tidy.log" >&2; return 1; }
@@ -61,10 +49,23 @@ check() {
         --relative-paths="$PWD" "${sources[@]/#/--file-filter=*}" --project="$kBuild/clang/compile_commands.json"
 }
 
+# Debian's own programs, whatever else of these names the caller has installed.
+python() {
+    local folders=(tools tests bench samples)
+    /usr/bin/flake8 --max-line-length 120 "${folders[@]}" &&
+        /usr/bin/mypy --config-file tools/mypy.ini --cache-dir build/mypy $(find "${folders[@]}" -name '*.py')
+}
+
+if [[ "${1:-}" == --python ]]; then
+    need_packages "${kPythonPackages[@]}"
+    mkdir -p build
+    step "Python" python
+    exit
+fi
 if [[ $# -gt 0 ]]; then sources=("$@"); else mapfile -t sources < <(find src -name '*.cpp' | sort); fi
 tools/setup.sh
-step "packages" install_packages
+need_packages "${kPackages[@]}" "${kPythonPackages[@]}"
 step "commands" make_commands
-step "clang" compile
-step "clang-tidy" tidy
+step "clang and clang-tidy" tidy
 step "cppcheck" check
+step "Python" python

@@ -5,14 +5,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-if [[ " $* " == *" --plot "* ]] && ! /usr/bin/python3 -c 'import matplotlib' 2>/dev/null; then
-    echo "[bench] installing python3-matplotlib"
-    sudo=()
-    [[ "$(id -u)" -eq 0 ]] || sudo=(sudo)
-    "${sudo[@]}" apt-get update -qq
-    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-        python3-matplotlib >/dev/null
-fi
+source tools/packages.sh
+[[ " $* " != *" --plot "* ]] || need_packages python3-matplotlib
 tools/build.sh
 cmake --build --preset release --target bench empty
+export PYTHONPATH="$PWD/tools"
 exec /usr/bin/python3 -B bench/bench.py "$@"

@@ -19,7 +19,7 @@ check() {
         fi
         arguments+=("$argument")
     done
-    python3 -B tools/machine/machine.py run "$program" "${arguments[@]}"
+    PYTHONPATH=tools python3 -B -m brevantlab.machine run "$program" "${arguments[@]}"
 }
 
 case "${1:---help}" in

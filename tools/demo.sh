@@ -1,15 +1,12 @@
 #!/usr/bin/env bash
-# The main job on a bare machine: sets up, builds, and plays the sample update through on throwaway machines, from
+# The main job on a bare machine: sets up, builds, and tries the sample update in each of its languages, from
 # "Brevant.exe /DeployFramework" over the restart to the product's new name. Exit code 0 only when all went as it should.
+# --details shows what became of every file, value, shortcut and setting, and the trace; --report DIR writes it as pages.
+# BREVANT_BIN, when it is set, is the folder with the programs to be tried in place of those built here.
 set -euo pipefail
+caller="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-
-start=$SECONDS
-tools/build.sh
-echo "[demo] stand-in for the message box that asks the user to restart"
-cmake --preset test -Wno-dev >/dev/null
-cmake --build --preset test --target standin_wtsapi32
-echo "[demo] ready after $((SECONDS - start)) s"
-
-export BREVANT_BIN="$PWD/build/release/bin" BREVANT_STANDINS="$PWD/build/test/bin/standins"
-exec python3 -B tools/demo.py
+source tools/programs.sh
+prepare_programs
+cd "$caller"
+exec python3 -B -m brevantlab.demo "$@"

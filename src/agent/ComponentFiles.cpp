@@ -202,6 +202,7 @@ void ForEachFileToCopy(
             continue;
         }
         const Storage::Directory::Entry entry = std::move(level.entries[level.uNext++]);
+        if (!entry.bFolder && Storage::File::IsTemporaryName(entry.tstrName)) continue;  // of a run that was ended
         const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
         const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
         if (!entry.bFolder) {

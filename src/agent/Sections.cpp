@@ -2,11 +2,13 @@
 
 using namespace KzCommon;
 
-bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage)
+bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage,
+                 const std::source_location& where)
 {
     DWORD dwError = ERROR_SUCCESS;
     if (ReadInstructions(section.szName + std::wstring(tstrLanguage), records, dwError)) return true;
-    Trace(kTraceError, section.missing, dwError);
+    static_cast<void>(
+        GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceError, section.missing.Get(), dwError));
     return false;
 }
 

@@ -9,6 +9,7 @@
 #include "common/KzComn_DebugLog.h"
 
 #include <initializer_list>
+#include <source_location>
 #include <string>
 #include <string_view>
 
@@ -90,8 +91,10 @@ consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view
 }
 
 /// Reads a section of the instruction file, `tstrLanguage` behind its name where the section has one for each language.
-/// False, with the section's failure line, when that fails.
-[[nodiscard]] bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage = {});
+/// False, with the section's failure line, when that fails: the line names the reader's place, by which support tells
+/// two readers with the same words.
+[[nodiscard]] bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage = {},
+                               const std::source_location& where = std::source_location::current());
 
 /// Carries out the records of a section key by key, those of one key in the order of their lines.
 void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues);

@@ -3,6 +3,8 @@
 #include "check/CommandLine.h"
 #include "check/Lint.h"
 #include "check/Plan.h"
+#include "check/Manifest.h"
+#include "check/Verify.h"
 #include "check/TraceSummary.h"
 
 #include "common/KzComn_Exception.h"
@@ -31,6 +33,17 @@ constexpr Verb kVerbs[] = {
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson, 1, 1, RunPlan},
+    {L"manifest", L"UPDATE > FILE",
+     L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
+     L"information. \"verify\" compares a machine with it.\n\n"
+     L"Exit code: 0 written, 2 wrong use, 3 cannot read.",
+     0, 1, 1, RunManifest},
+    {L"verify", L"[FILE] [--installed DIR] [--format text|json]",
+     L"Says of each promise of a manifest, FILE, whether this machine has it. Without FILE the newest deployment in\n"
+     L"the product's trace tells what was promised; then the files' contents are not known.\n\n"
+     L"  --installed DIR  the folder of the installed product; without it the one in the registry\n\n"
+     L"Exit code: 0 complete, 1 not, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
+     kInstalled | kFormatJson, 0, 1, RunVerify},
     {L"trace", L"FILE... [--all]",
      L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"
      L"(FILE.1, ...) are read along.\n\n"

@@ -1,7 +1,7 @@
 #include "check/CommandLine.h"
 
 #include "check/Suggestion.h"
-#include "check/Version.h"
+#include "BrevantVersion.h"
 
 #include "common/KzComn_String.h"
 
@@ -145,7 +145,7 @@ int RunCommandLine(std::span<const Verb> verbs, std::span<const wchar_t* const> 
         return kClean;
     }
     if (tstrVerb == L"--version" && words.size() == 1) {
-        output.strText = String::ToUtf8(L"BrevantCheck " + ProgramVersion() + L"\n");
+        output.strText = String::ToUtf8(L"BrevantCheck " BREVANT_WIDE_VERSION L"\n");
         return kClean;
     }
     std::vector<std::wstring> names;

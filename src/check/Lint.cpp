@@ -30,16 +30,24 @@ void LintUpdate(const Subject& subject, Report& report)
     for (const auto pfnFamily : kFamilies) pfnFamily(subject, report);
 }
 
-int RunLint(const Arguments& arguments, Output& output)
+bool OpenUpdate(const Arguments& arguments, Update& update, Output& output)
 {
     const std::wstring& tstrFolder = arguments.operands.front();
     DWORD dwError = ERROR_SUCCESS;
-    Update update;
-    if (!update.Open(tstrFolder, arguments.optInstalled, &dwError)) {
-        if (dwError != ERROR_FILE_NOT_FOUND) return CannotRead(tstrFolder, dwError, output);
+    if (update.Open(tstrFolder, arguments.optInstalled, &dwError)) return true;
+    if (dwError == ERROR_FILE_NOT_FOUND) {
         output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
-        return kCannotRead;
+    } else {
+        static_cast<void>(CannotRead(tstrFolder, dwError, output));
     }
+    return false;
+}
+
+int RunLint(const Arguments& arguments, Output& output)
+{
+    Update update;
+    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
+    DWORD dwError = ERROR_SUCCESS;
     IniScan instructions;
     if (!instructions.Read(update.FullPath(kInstructionFile), &dwError) && dwError != ERROR_FILE_NOT_FOUND) {
         return CannotRead(update.FullPath(kInstructionFile), dwError, output);

@@ -26,6 +26,9 @@ void CheckConfiguration(const Subject& subject, Report& report);  ///< ConfigRul
 void CheckShortcuts(const Subject& subject, Report& report);      ///< ShortcutRules.cpp
 void CheckTexts(const Subject& subject, Report& report);          ///< TextRules.cpp
 
+/// Opens the update that is the verb's first operand. False, with a line of errors, when it cannot be read.
+[[nodiscard]] bool OpenUpdate(const Arguments& arguments, Update& update, Output& output);
+
 /// Runs all families.
 void LintUpdate(const Subject& subject, Report& report);
 

@@ -1,7 +1,7 @@
 // The findings in the form that editors and build servers read: SARIF 2.1.0.
 #include "check/JsonText.h"
 #include "check/Report.h"
-#include "check/Version.h"
+#include "BrevantVersion.h"
 
 #include "common/KzComn_String.h"
 
@@ -105,7 +105,7 @@ std::string FormatSarif(const Report& report, const std::wstring& tstrFolder)
 {
     Json::Value driver;
     driver["name"] = "BrevantCheck";
-    driver["version"] = ToJson(ProgramVersion());
+    driver["version"] = BREVANT_VERSION;
     driver["rules"] = DescribeRules();
     Json::Value run;
     run["tool"]["driver"] = driver;

@@ -3,8 +3,10 @@ import collections
 import contextlib
 import unittest
 
-from machine import SETTINGS, Machine
-from sample_machine import RUN_ONCE, SampleMachine
+from brevantlab.expect import LabTest
+from brevantlab.layouts import SampleMachine
+from brevantlab.machine import RUN_ONCE, SETTINGS, Machine
+from brevantlab.trace import failures
 
 STOP = '@@@ ***QorPatchTool.exe stop.'
 STEPS = {
@@ -17,14 +19,18 @@ STEPS = {
 }
 
 
-class Dispatch(unittest.TestCase):
+class Dispatch(LabTest):
     def test_arguments(self):
         with SampleMachine() as machine:
             machine.mark_renamed()
-            before = machine.read_tree('HKLM\\Software\\Kazmere'), machine.listing()
+
+            def state():
+                return {**machine.read_tree('HKLM\\Software\\Kazmere'), **machine.listing(machine.install)}
+
+            before = state()
             code, messages = machine.agent()
             self.assertEqual((0, ['@@@ Paramter is not right', STOP]), (code, messages))
-            self.assertEqual(before, (machine.read_tree('HKLM\\Software\\Kazmere'), machine.listing()))
+            self.assertSame(before, state())
             self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
 
             # The deployment comes last: its registry flags must not be there before.
@@ -92,7 +98,7 @@ READERS = ('CreateDirBeforeReboot() - QueryValue', 'PatchRegistry() - QueryValue
            'RemoveFileAfterReboot() - QueryValue', 'PostRunScript() - QueryValue')
 
 
-class BadInput(unittest.TestCase):
+class BadInput(LabTest):
     def setUp(self):
         self.machine = self.enterContext(SampleMachine())
         self.machine.mark_renamed()
@@ -121,9 +127,9 @@ class BadInput(unittest.TestCase):
         before = len(self.machine.pending_moves())
         code, messages = self.machine.agent('/DeployFramework')
         self.assertEqual((0, 1), (code, self.machine.values(SETTINGS)['DoUpdateDeploy']))
-        failures = collections.Counter(text[4:] for text in messages if text.startswith('!!!'))
+        found = collections.Counter(failures(messages))
         moves = sum(1 for _, target in self.machine.pending_moves()[before:] if target)
-        return failures if messages else None, moves
+        return found if messages else None, moves
 
     def test_run_goes_on(self):
         install, package, share = (self.machine.folders[name] for name in ('install', 'package', 'share'))
@@ -152,9 +158,9 @@ class BadInput(unittest.TestCase):
             ('trace folder', self.without('C:\\Trace', ''), None, moves),
         ):
             with self.subTest(name), spoilt:
-                failures, found = self.deploy()
-                self.assertEqual(count, found)
-                self.assertEqual(expected, failures if failures is None else list((failures - usual).elements()))
+                found, registered = self.deploy()
+                self.assertEqual(count, registered)
+                self.assertSame(expected, found if found is None else list((found - usual).elements()))
 
 
 if __name__ == '__main__':

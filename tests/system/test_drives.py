@@ -1,13 +1,14 @@
 """An installation on another drive than Windows: files for that drive are staged beside their place."""
 import unittest
 
-from machine import SETTINGS
-from sample_machine import SampleMachine
+from brevantlab.expect import LabTest
+from brevantlab.layouts import SampleMachine
+from brevantlab.machine import SETTINGS
 
 PRELOAD = 'C:\\ProgramData\\Kazmere\\KZVLT\\Engine\\Preload\\preload.dat'
 
 
-class Drives(unittest.TestCase):
+class Drives(LabTest):
     def deploy(self, taken):
         """Deploys with that many of the stage names taken; returns the machine, its trace and its moves."""
         machine = self.enterContext(SampleMachine(install='D:\\Kazmere\\', drives='D'))
@@ -22,20 +23,19 @@ class Drives(unittest.TestCase):
         machine, messages, moves = self.deploy(2)
         source = machine.folders['product'] + 'Engine\\Preload\\preload.dat'
         start = messages.index(f'@@@ src: {source}, dst:{PRELOAD}')
-        self.assertEqual(['@@@ copy to a different drive',
-                          *(f'@@@ {text}' for index in range(2) for text in (
-                              f'tsTempFileWithIndex: {PRELOAD}{index}',
-                              f'::CopyFile({PRELOAD}{index}) failed: ERROR_ALREADY_EXISTS')),
-                          f'@@@ tsTempFileWithIndex: {PRELOAD}2',
-                          '.w. [Leave] FrameworkDeployAgent::CopyFileAfterReboot()...'],
-                         messages[start + 1:start + 8])
+        self.assertSame(['@@@ copy to a different drive',
+                         *(f'@@@ {text}' for index in range(2) for text in (
+                             f'tsTempFileWithIndex: {PRELOAD}{index}',
+                             f'::CopyFile({PRELOAD}{index}) failed: ERROR_ALREADY_EXISTS')),
+                         f'@@@ tsTempFileWithIndex: {PRELOAD}2',
+                         '.w. [Leave] FrameworkDeployAgent::CopyFileAfterReboot()...'],
+                        messages[start + 1:start + 8])
         self.assertEqual('!' + PRELOAD, moves[PRELOAD + '2'])
         self.assertIn('!D:\\Kazmere\\KzVault.dll', moves.values())
 
         machine.restart()
-        for row in machine.rows:
-            if row.target and row.new:
-                self.assertEqual(row.new, machine.read(row.target), row.target)
+        moved = {row.target: row.new for row in machine.rows if row.target and row.new}
+        self.assertSame(moved, {target: machine.read(target) for target in moved})
         self.assertIsNotNone(machine.read(source), 'the package keeps what was staged')
         self.assertIsNone(machine.read(PRELOAD + '2'))
         self.assertEqual('taken', machine.read(PRELOAD + '1'))

@@ -4,22 +4,21 @@ import shutil
 import subprocess
 import unittest
 
-from machine import SETTINGS, Machine
-from sample_machine import MARKER, RUN_ONCE, lay_out
+from brevantlab.expect import LabTest
+from brevantlab.layouts import MARKER, lay_out
+from brevantlab.machine import RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
+from brevantlab.standins import ENDED, FaultLibrary
 
 AGENT = 'C:\\Agent\\'
 PRODUCT = 'C:\\Product00\\'
-SESSION_MANAGER = 'HKLM\\System\\CurrentControlSet\\Control\\Session Manager'
 LEFTOVER = '~kzcomn-fffffff0-00.tmp'  # as a run that is ended while it replaces a file leaves it
-ENDED = 66  # the exit code of a process that the stand-in ends
 
 
 class FaultyMachine(Machine):
     """Its trace library is a stand-in that ends the program at a trace line, or locks files."""
     def __init__(self):
         super().__init__()
-        self.install_program(AGENT, standins=['KzDbgFault'])
-        self.host(AGENT + 'KzDbgFault.dll').replace(self.host(AGENT + 'KzDbg64.dll'))
+        self.library = FaultLibrary(self, AGENT)
 
     def lay_out(self, install=PRODUCT):
         self.set_value(SETTINGS, *MARKER)  # the product's new name is not part of the deployment
@@ -27,31 +26,28 @@ class FaultyMachine(Machine):
 
     def deploy(self, end=0):
         """Runs the program, up to the given trace line if one is given; returns its exit code."""
-        self.write(AGENT + 'fault.end', str(end))
+        self.library.end_at(end)
         return self.run(AGENT + 'Brevant.exe', '/DeployFramework').code
-
-    def listing(self, install=PRODUCT):
-        home = self.host(install)
-        return {str(file.relative_to(home)): file.read_bytes() for file in home.rglob('*') if file.is_file()}
 
     def settings(self, install):
         """The product's registry, install folder and clock left out of it."""
         tree = self.read_tree(SETTINGS)
         del tree['']['FrwkDeployTick']
-        return str(tree).replace(install[3:-1], 'X')
+        return {subkey: {name: (kind, data.replace(install[3:-1], 'X') if isinstance(data, str) else data)
+                         for name, (kind, data) in values.items()} for subkey, values in tree.items()}
 
 
-class EndedHalfWay(unittest.TestCase):
+class EndedHalfWay(LabTest):
     POINTS = 50
 
     def test_a_second_run_makes_it_whole(self):
         machine = self.enterContext(FaultyMachine())
         machine.lay_out()
-        contents = set(machine.listing().values())
+        contents = set(machine.listing(PRODUCT).values())
         self.assertEqual(0, machine.deploy())
-        lines = int(machine.read(AGENT + 'fault.count'))
+        lines = machine.library.lines()
         settings = machine.settings(PRODUCT)
-        contents.update(machine.listing().values())
+        contents.update(machine.listing(PRODUCT).values())
 
         installs = {}
         for index in range(self.POINTS):
@@ -61,26 +57,26 @@ class EndedHalfWay(unittest.TestCase):
             self.assertEqual(ENDED, machine.deploy(line))
             half = [name for name, content in machine.listing(install).items()
                     if content not in contents and 'UpdateInfo.' not in name]  # whose keys are written singly
-            self.assertEqual([], half, f'ended at line {line} of {lines}')
+            self.assertSame([], half, f'ended at line {line} of {lines}')
             self.assertEqual(0, machine.deploy())
-            self.assertEqual(settings, machine.settings(install), f'ended at line {line} of {lines}')
+            self.assertSame(settings, machine.settings(install), f'ended at line {line} of {lines}')
 
         commands = machine.values(RUN_ONCE).values()
         machine.run('reg', 'delete', RUN_ONCE, '/va', '/f')  # some hundred programs
         machine.restart()
-        undisturbed = machine.listing()
+        undisturbed = machine.listing(PRODUCT)
         for line, install in installs.items():
             with self.subTest(f'ended at line {line} of {lines}'):
-                self.assertEqual(undisturbed, machine.listing(install))
+                self.assertSame(undisturbed, machine.listing(install))
                 self.assertEqual(2, len({text for text in commands if install in text}))
 
 
-class Obstacles(unittest.TestCase):
+class Obstacles(LabTest):
     def test_what_is_in_the_way_hinders_nothing_else(self):
         machine = self.enterContext(FaultyMachine())
         rows = {row.target: row for row in machine.lay_out() if row.target}
         package = {name: row.source for name, row in rows.items() if row.source}
-        machine.write(AGENT + 'fault.lock', f'{PRODUCT}Driver\\kbfilter.sys\n{package[PRODUCT + "QorUI.dll"]}\n')
+        machine.library.hold(f'{PRODUCT}Driver\\kbfilter.sys', package[PRODUCT + 'QorUI.dll'])
         machine.host(package[PRODUCT + 'KzVault.dll']).chmod(0o444)
         shutil.rmtree(machine.host(PRODUCT + 'Task'))
         machine.write(PRODUCT + 'Task', 'no folder')
@@ -95,7 +91,7 @@ class Obstacles(unittest.TestCase):
 
         self.assertEqual(0, machine.deploy())
         pending = machine.values(SESSION_MANAGER)['PendingFileRenameOperations']
-        self.assertEqual(foreign, pending[:len(foreign)])
+        self.assertSame(foreign, pending[:len(foreign)])
         vault = machine.read_tree(SETTINGS + '\\Vault')['']
         self.assertEqual([('dword', 15), ('dword', 4), ('sz', 'light')],
                          [vault[name] for name in ('IdleMinutes', 'Columns', 'Theme')])
@@ -104,9 +100,9 @@ class Obstacles(unittest.TestCase):
         machine.restart()
         hindered = {PRODUCT + 'Driver\\kbfilter.sys': rows[PRODUCT + 'Driver\\kbfilter.sys'].old,
                     PRODUCT + 'Qorvault.exe': None, PRODUCT + 'Task': 'no folder'}
-        for name, row in rows.items():
-            if not name.startswith(PRODUCT + 'Task\\') and not name.endswith('.lnk'):
-                self.assertEqual(hindered.get(name, row.new), machine.read(name), name)
+        expected = {name: hindered.get(name, row.new) for name, row in rows.items()
+                    if not name.startswith(PRODUCT + 'Task\\') and not name.endswith('.lnk')}
+        self.assertSame(expected, {name: machine.read(name) for name in expected})
         self.assertEqual('no folder', machine.read(PRODUCT + 'Task'))
         self.assertIsNone(machine.read(PRODUCT + LEFTOVER), 'no file of the package')
         self.assertEqual([None, None, '2'], [machine.read(f'C:\\foreign\\{index}') for index in (1, 2, 3)])
@@ -117,7 +113,8 @@ class Obstacles(unittest.TestCase):
         machine.add_drive('D')
         full = machine.host('C:\\ProgramData\\Kazmere\\KZVLT\\Engine\\Preload')
         full.mkdir(parents=True)
-        if subprocess.run(['mount', '-t', 'tmpfs', '-o', 'size=16k', 'none', full], stderr=subprocess.DEVNULL).returncode:
+        mount = ['mount', '-t', 'tmpfs', '-o', 'size=16k', 'none', full]
+        if subprocess.run(mount, stderr=subprocess.DEVNULL).returncode:
             self.skipTest('no small file system can be mounted here')
         self.addCleanup(subprocess.run, ['umount', full], check=True)
         rows = machine.lay_out('D:\\Product\\')

@@ -3,7 +3,8 @@ import os
 import pathlib
 import unittest
 
-from machine import BUILD, Machine
+from brevantlab.machine import Machine
+from brevantlab.prefix import BUILD
 
 TRIAL = pathlib.Path(os.environ.get('BREVANT_TRIAL', BUILD / 'test' / 'tests' / 'WindowsTrial.exe'))
 

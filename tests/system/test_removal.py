@@ -2,12 +2,14 @@
 import os
 import unittest
 
-from machine import PRODUCT, SETTINGS, Machine
+from brevantlab.expect import LabTest
+from brevantlab.machine import PRODUCT, SETTINGS, Machine
+from brevantlab.trace import failures
 
 BAD_PATTERN = PRODUCT + 'x' * (261 - len(PRODUCT))
 
 
-class Removal(unittest.TestCase):
+class Removal(LabTest):
     def machine_with(self, instructions, *files):
         machine = self.enterContext(Machine())
         machine.install_program()
@@ -36,34 +38,34 @@ class Removal(unittest.TestCase):
         machine.make_dir(PRODUCT + 'Old\\empty')
         machine.host(PRODUCT + 'a.tmp').chmod(0o444)
         machine.host(PRODUCT + 'Old\\1.txt').chmod(0o444)
-        # Links look like junctions to the program. A link in a folder to be cleared, and one as the folder to be cleared.
+        # Links look like junctions to the program. One in a folder to be cleared, and one as the folder to be cleared.
         for link in ('Old\\Junction', 'Link'):
             os.symlink('../Kept' if '\\' in link else 'Kept', machine.host(PRODUCT + link))
 
         code, messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')
         self.assertEqual(0, code)
-        self.assertEqual([
-            f"!!! No files under directory '{PRODUCT}None'",
-            "!!! No files under directory 'Relative\\'",
-            "!!! Failed to delete file 'C:\\*', error = 161.",
-            "!!! Failed to delete file '*', error = 161.",
-            '!!! _MAX_PATH<strPath.length() --> 261. Cnnot do further.',
-            '!!! _MAX_PATH<strPath.length() --> 261. Cannot do further.',
-            f"!!! Failed to delete file '{PRODUCT}*.none', error = 2.",
-        ], [text for text in messages if text.startswith('!!!') and 'QueryValue' not in text])
+        self.assertSame([
+            f"No files under directory '{PRODUCT}None'",
+            "No files under directory 'Relative\\'",
+            "Failed to delete file 'C:\\*', error = 161.",
+            "Failed to delete file '*', error = 161.",
+            '_MAX_PATH<strPath.length() --> 261. Cnnot do further.',
+            '_MAX_PATH<strPath.length() --> 261. Cannot do further.',
+            f"Failed to delete file '{PRODUCT}*.none', error = 2.",
+        ], [text for text in failures(messages) if 'QueryValue' not in text])
         before = self.left(machine)
         self.assertLessEqual({'b.tm', 'a1.log', 'Old\\1.txt', 'Sub\\c.tmp', 'Kept\\mine.txt', 'Link'}, before)
         self.assertFalse({'a.tmp', 'b.TMP'} & before)
 
         registered = [path.removeprefix(PRODUCT) for path, _ in machine.pending_moves()]
-        self.assertEqual({'Old\\1.txt', 'Old\\Junction', 'Old\\empty', 'Old\\Ü\\deep\\2.txt', 'Old\\Ü\\deep',
-                          'Old\\Ü', 'Old', 'Link', 'a1.log'}, set(registered))
+        self.assertSame({'Old\\1.txt', 'Old\\Junction', 'Old\\empty', 'Old\\Ü\\deep\\2.txt', 'Old\\Ü\\deep',
+                         'Old\\Ü', 'Old', 'Link', 'a1.log'}, set(registered))
         self.assertEqual([], [later for index, folder in enumerate(registered) for later in registered[index:]
                               if later.startswith(folder + '\\')], 'a folder goes after all that is in it')
         machine.restart()
         # Wine does not remove a link to a folder at the restart, nor the folder it lies in; Windows does both.
-        self.assertEqual({'b.tm', 'a22.log', 'Sub', 'Sub\\c.tmp', 'Kept', 'Kept\\mine.txt'},
-                         self.left(machine) - {'Old', 'Old\\Junction', 'Link'})
+        self.assertSame({'b.tm', 'a22.log', 'Sub', 'Sub\\c.tmp', 'Kept', 'Kept\\mine.txt'},
+                        self.left(machine) - {'Old', 'Old\\Junction', 'Link'})
 
     def test_what_a_link_leads_to_stays(self):
         machine = self.machine_with(

@@ -2,15 +2,16 @@
 import collections
 import unittest
 
-from machine import PRODUCT, ROOT, SETTINGS, Machine
-from sample_machine import RUN_ONCE
+from brevantlab.expect import LabTest
+from brevantlab.machine import PRODUCT, RUN_ONCE, SETTINGS, Machine
+from brevantlab.prefix import ROOT
 
 SAME = 'cmd.exe /c echo once more>>C:\\said.txt'
 FILTER = 'cmd.exe /c echo kbfilter.ini>>C:\\said.txt'
 OTHER_CASE = 'cmd.exe /c echo KBFILTER.INI>>C:\\said.txt'
 
 
-class RunOnce(unittest.TestCase):
+class RunOnce(LabTest):
     def test_commands_and_touchpad(self):
         machine = self.enterContext(Machine())
         machine.install_program()
@@ -40,10 +41,10 @@ class RunOnce(unittest.TestCase):
                 registered = machine.values(RUN_ONCE)
                 new = [registered[key] for key in registered.keys() - before.keys()]
                 before = registered
-                self.assertEqual(collections.Counter(expected), collections.Counter(new))
+                self.assertSame(collections.Counter(expected), collections.Counter(new))
                 added = '@@@ *** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: ['
-                self.assertEqual([f'{added}{command}]' for command in expected],
-                                 [text for text in messages if text.startswith(added)])
+                self.assertSame([f'{added}{command}]' for command in expected],
+                                [text for text in messages if text.startswith(added)])
 
         self.assertEqual(['ProductPath'], list(machine.values('HKLM\\Software\\Wow6432Node\\Kazmere\\KZVLT')))
         machine.restart()

@@ -2,8 +2,8 @@
 import os
 import unittest
 
-from machine import PRODUCT, SETTINGS, Machine
-from sample_machine import MARKER, RUN_ONCE
+from brevantlab.layouts import MARKER
+from brevantlab.machine import PRODUCT, RUN_ONCE, SETTINGS, Machine
 
 PROGRAMS = 'C:\\ProgramData\\Microsoft\\Windows\\Start Menu\\Programs\\'
 

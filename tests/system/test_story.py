@@ -1,19 +1,19 @@
 """The whole story that the demo shows: deployment, question, restart, new name, in both languages and answers."""
+import contextlib
 import io
-import sys
 import unittest
 
-from machine import ROOT
-
-sys.path.append(str(ROOT / 'tools'))
-import demo  # noqa: E402
+from brevantlab import demo
+from brevantlab.expect import LabTest
 
 
-class Story(unittest.TestCase):
+class Story(LabTest):
     def test_update_from_deployment_to_new_name(self):
         for language in demo.LANGUAGES:
-            with self.subTest(language):
-                self.assertEqual([], demo.play(language, io.StringIO())[1])
+            with self.subTest(language), contextlib.redirect_stdout(io.StringIO()):
+                outcome, failures = demo.play(language)
+                self.assertSame([], failures)
+                self.assertSame([], outcome.problems())
 
 
 if __name__ == '__main__':

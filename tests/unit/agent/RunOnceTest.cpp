@@ -65,4 +65,6 @@ TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
     EXPECT_TRUE(Commands().empty());
     EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
     EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);
+    EXPECT_THAT(m_trace.Lines(), Contains(AllOf(HasSubstr(L"QueryValue failed"), HasSubstr(L" - RunOnce.cpp("))))
+        << "the line names its reader's place";
 }

@@ -23,13 +23,13 @@ TEST_F(TextRulesTest, XmlIsRefusedWhereTheProductRefusesIt)
         for (unsigned u = 0; u < cLevels; ++u) strText += "</a>";
         return strText;
     };
-    const std::string strBlanks(XmlParser::kMostBytes - 4, ' ');
+    const std::string strBlanks(XmlParser::kMaxBytes - 4, ' ');
     const std::pair<std::string, std::string> rows[] = {
         {"<a>\n<b/></a>", ""},
         {"<a>\n<b></a>", "2:6"},
         {"<!DOCTYPE a>\n<a/>", "1:12"},
-        {nested(XmlParser::kMostLevels), ""},
-        {nested(XmlParser::kMostLevels + 1), "1:3001"},
+        {nested(XmlParser::kMaxLevels), ""},
+        {nested(XmlParser::kMaxLevels + 1), "1:3001"},
         {"<a/>" + strBlanks, ""},
         {"<a/>" + strBlanks + " ", "0:0"},
     };

@@ -1,15 +1,22 @@
 """Reads shell link files (.lnk) without help of the system that wrote them."""
-import collections
 import struct
+from typing import NamedTuple
 
-ShellLink = collections.namedtuple('ShellLink', 'target icon arguments description folder')
+
+class ShellLink(NamedTuple):
+    target: str
+    icon: str
+    arguments: str
+    description: str
+    folder: str
+
 
 HEADER = 0x4C
 HAS_ID_LIST, HAS_LINK_INFO, HAS_NAME, HAS_RELATIVE_PATH, HAS_FOLDER, HAS_ARGUMENTS, HAS_ICON, IS_UNICODE = (
     1 << bit for bit in range(8))
 
 
-def read_link(content):
+def read_link(content: bytes) -> ShellLink:
     """The link in the bytes of a .lnk file; texts that it does not hold are empty."""
     size, flags = struct.unpack_from('<I16xI', content)
     if size != HEADER or not flags & IS_UNICODE:

@@ -1,0 +1,114 @@
+#include "check/Destination.h"
+
+#include "agent/PathValues.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileName.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr std::size_t kMostCharacters = 1023;
+
+/// All that may stand in front, in the order in which a full path is compared with their folders.
+constexpr const wchar_t* kPlaceholders[] = {
+    kDownloadDir,         kInstalledDir, L"{InstallerLogDir}", L"{InteractiveLogDir}", L"{ServiceLogDir}",
+    L"{ProtectedLogDir}", kAppData,      kSystemDrive};
+
+}  // namespace
+
+bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
+{
+    if (tstrName.empty() || tstrName.size() > kMostCharacters) return false;
+    while (true) {
+        const std::size_t uEnd = tstrName.find(L'\\');
+        std::wstring tstrPart(tstrName.substr(0, uEnd));
+        const bool bLast = uEnd == std::wstring_view::npos;
+        if (bLast && bPattern) {
+            // A wildcard is as good as a letter, except that dots and blanks beside it stay what they are.
+            std::replace_if(
+                tstrPart.begin(), tstrPart.end(), [](wchar_t ch) { return ch == L'*' || ch == L'?'; }, L'x');
+        }
+        if (!Storage::File::IsPlainName(tstrPart)) return false;
+        if (bLast) return true;
+        tstrName.remove_prefix(uEnd + 1);
+    }
+}
+
+bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination)
+{
+    for (const std::wstring_view tstrPlaceholder : kPlaceholders) {
+        if (!tstrText.starts_with(tstrPlaceholder)) continue;
+        std::wstring_view tstrName = tstrText.substr(tstrPlaceholder.size());
+        if (tstrName.starts_with(L'\\')) tstrName.remove_prefix(1);
+        if (!tstrName.empty() && !IsRelativeName(tstrName, bPattern)) return false;
+        if (tstrPlaceholder == kSystemDrive && tstrName.find(L'\\') != std::wstring_view::npos) return false;
+        destination = {std::wstring(tstrPlaceholder), std::wstring(tstrName)};
+        return true;
+    }
+    return false;
+}
+
+MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath)
+{
+    PathValues paths;
+    paths.ReadLogFolders();
+    const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
+    m_folders[kInstalledDir] = tstrFolder;
+    if (IsRelativeName(tstrDownloadPath)) {
+        m_folders[kDownloadDir] = String::FolderBelow(String::FolderBelow(tstrFolder, L"Component"), tstrDownloadPath);
+    }
+    m_folders[L"{InstallerLogDir}"] = paths.InstallerLogDir();
+    m_folders[L"{InteractiveLogDir}"] = paths.InteractiveLogDir();
+    m_folders[L"{ServiceLogDir}"] = paths.ServiceLogDir();
+    if (!paths.ProtectedLogDirs().empty()) m_folders[L"{ProtectedLogDir}"] = paths.ProtectedLogDirs().front();
+    m_folders[kAppData] = Process::CommonAppDataFolder();
+    m_folders[kSystemDrive] = Process::SystemFolder().substr(0, std::size(L"C:\\") - 1);
+}
+
+const std::wstring& MachineFolders::FolderOf(const std::wstring& tstrPlaceholder) const
+{
+    static const std::wstring tstrUnknown;
+    const auto itFolder = m_folders.find(tstrPlaceholder);
+    // What is no full path depends on the current folder.
+    return itFolder != m_folders.end() && String::IsFullPath(itFolder->second) ? itFolder->second : tstrUnknown;
+}
+
+std::wstring MachineFolders::PathOf(const Destination& destination) const
+{
+    const std::wstring& tstrFolder = FolderOf(destination.tstrPlaceholder);
+    return tstrFolder.empty() ? tstrFolder : tstrFolder + destination.tstrName;
+}
+
+std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
+{
+    for (const wchar_t* const szPlaceholder : kPlaceholders) {
+        const std::wstring& tstrFolder = FolderOf(szPlaceholder);
+        if (tstrFolder.empty() || tstrPath.size() < tstrFolder.size()) continue;
+        if (String::EqualsNoCase(std::wstring_view(tstrPath).substr(0, tstrFolder.size()), tstrFolder)) {
+            return szPlaceholder + tstrPath.substr(tstrFolder.size());
+        }
+    }
+    return tstrPath;
+}
+
+bool MachineFolders::LeadsElsewhere(const Destination& destination)
+{
+    const std::wstring& tstrBase = FolderOf(destination.tstrPlaceholder);
+    for (std::size_t uEnd = destination.tstrName.find(L'\\'); uEnd != std::wstring::npos;
+         uEnd = destination.tstrName.find(L'\\', uEnd + 1)) {
+        const std::wstring tstrFolder = tstrBase + destination.tstrName.substr(0, uEnd);
+        const auto [itLink, bNew] = m_links.try_emplace(tstrFolder, false);
+        if (bNew) itLink->second = Storage::Directory::IsLink(tstrFolder);
+        if (itLink->second) return true;
+    }
+    return false;
+}
+
+}  // namespace Check

@@ -1,0 +1,57 @@
+// Places on a machine as a manifest names them: a placeholder for a folder that every machine has elsewhere, and a name
+// below it.
+#pragma once
+
+#include <windows.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace Check {
+
+/// The placeholders of places that no instruction file has.
+inline constexpr wchar_t kInstalledDir[] = L"{InstalledDir}";
+inline constexpr wchar_t kAppData[] = L"{AppData}";
+inline constexpr wchar_t kSystemDrive[] = L"{SystemDrive}";
+inline constexpr wchar_t kDownloadDir[] = L"{UdComponentsSrcDir}";
+
+/// A place taken apart.
+struct Destination {
+    std::wstring tstrPlaceholder;  ///< one of those that are known
+    std::wstring tstrName;  ///< below its folder: plain names with backslashes between them; empty for the folder
+};
+
+/// Whether every part of a relative name is the plain name of one file or folder, so that it can only mean something
+/// below the folder that it is appended to. With `bPattern` the last part may have wildcards.
+[[nodiscard]] bool IsRelativeName(std::wstring_view tstrName, bool bPattern = false);
+
+/// Takes a place apart. False for one without a known placeholder in front, for a name that is not relative, and for
+/// files of the system drive that do not lie at its root: the agent puts none there.
+[[nodiscard]] bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination);
+
+/// The folders of this machine behind the placeholders.
+class MachineFolders {
+public:
+    /// `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product package's download folder;
+    /// empty when it is not known.
+    MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath);
+
+    [[nodiscard]] const std::wstring& InstalledDir() const { return FolderOf(kInstalledDir); }
+    /// With trailing backslash; empty for one that is not known.
+    [[nodiscard]] const std::wstring& FolderOf(const std::wstring& tstrPlaceholder) const;
+    /// The full path of a place; empty when its folder is not known.
+    [[nodiscard]] std::wstring PathOf(const Destination& destination) const;
+    /// A full path as a place below the first folder that holds it; as it is when none does.
+    [[nodiscard]] std::wstring PlaceOf(const std::wstring& tstrPath) const;
+    /// Whether a folder between the placeholder's and the place is a junction or symbolic link, so that the place would
+    /// lie elsewhere. Every folder is looked at once.
+    [[nodiscard]] bool LeadsElsewhere(const Destination& destination);
+
+private:
+    std::map<std::wstring, std::wstring> m_folders;
+    std::map<std::wstring, bool> m_links;
+};
+
+}  // namespace Check

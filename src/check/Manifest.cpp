@@ -1,0 +1,281 @@
+#include "check/Manifest.h"
+
+#include "check/JsonText.h"
+#include "check/Lint.h"
+
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr unsigned kFormat = 1;
+
+constexpr const char* kStates[] = {"absent", "value", "any"};
+struct TypeWord {
+    RegistryType eType;
+    const char* szWord;
+};
+constexpr TypeWord kTypes[] = {
+    {RegistryType::eText, "REG_SZ"}, {RegistryType::eDword, "REG_DWORD"}, {RegistryType::eQword, "REG_QDWORD"}};
+
+const char* When(bool bAtRestart)
+{
+    return bAtRestart ? "restart" : "now";
+}
+
+Json::Value Describe(const FilePromise& file)
+{
+    Json::Value json;
+    json["destination"] = ToJson(file.tstrPlace);
+    json["source"] = ToJson(file.tstrSource);
+    json["when"] = When(file.bAtRestart);
+    if (!file.tstrLanguage.empty()) json["language"] = ToJson(file.tstrLanguage);
+    // Without these two it differs from machine to machine.
+    if (file.optContent) {
+        json["size"] = Json::UInt64{file.optContent->ullSize};
+        json["sha256"] = file.optContent->strSha256;
+    }
+    return json;
+}
+
+Json::Value Describe(const DeletionPromise& deletion)
+{
+    Json::Value json;
+    json[deletion.bFolder ? "folder" : "files"] = ToJson(deletion.tstrPlace);
+    json["when"] = When(deletion.bAtRestart);
+    return json;
+}
+
+Json::Value Describe(const RegistryPromise& value)
+{
+    Json::Value json;
+    json["key"] = ToJson(value.tstrKeyPath);
+    json["name"] = ToJson(value.tstrValueName);
+    json["state"] = kStates[static_cast<std::size_t>(value.eState)];
+    if (value.eState == ValueState::eAbsent) return json;
+    for (const TypeWord& row : kTypes) {
+        if (row.eType == value.eType) json["type"] = row.szWord;
+    }
+    if (value.bUnlessLiteral) json["unless_literal"] = true;
+    json["data"] =
+        value.eType == RegistryType::eText ? ToJson(value.tstrData) : Json::Value(Json::UInt64{value.ullData});
+    return json;
+}
+
+Json::Value Describe(const IniPromise& value)
+{
+    Json::Value json;
+    json["section"] = ToJson(value.tstrSection);
+    json["key"] = ToJson(value.tstrKey);
+    json["value"] = ToJson(value.tstrValue);
+    return json;
+}
+
+template <class Promise>
+Json::Value DescribeAll(const std::vector<Promise>& promises)
+{
+    Json::Value json(Json::arrayValue);
+    for (const Promise& promise : promises) json.append(Describe(promise));
+    return json;
+}
+
+/// Reads members of one object; one that is missing or of another kind makes the whole wrong.
+class Members {
+public:
+    Members(const Json::Value& json, bool& bOk) : m_json(json), m_bOk(bOk) { m_bOk = m_bOk && json.isObject(); }
+
+    [[nodiscard]] bool Has(const char* szName) const { return m_bOk && m_json.isMember(szName); }
+    std::string Utf8(const char* szName)
+    {
+        m_bOk = Has(szName) && m_json[szName].isString();
+        return m_bOk ? m_json[szName].asString() : std::string();
+    }
+    std::wstring Text(const char* szName)
+    {
+        std::wstring tstrText;
+        m_bOk = String::FromUtf8(Utf8(szName), tstrText) && m_bOk && tstrText.find(L'\0') == std::wstring::npos;
+        return tstrText;
+    }
+    ULONGLONG Number(const char* szName)
+    {
+        m_bOk = Has(szName) && m_json[szName].isUInt64();
+        return m_bOk ? m_json[szName].asUInt64() : 0;
+    }
+    bool AtRestart()
+    {
+        const std::string strWhen = Utf8("when");
+        m_bOk = m_bOk && (strWhen == When(true) || strWhen == When(false));
+        return strWhen == When(true);
+    }
+
+private:
+    const Json::Value& m_json;
+    bool& m_bOk;
+};
+
+bool FromJson(const Json::Value& json, FilePromise& file)
+{
+    bool bOk = true;
+    Members members(json, bOk);
+    file.tstrPlace = members.Text("destination");
+    file.tstrSource = members.Text("source");
+    file.bAtRestart = members.AtRestart();
+    if (members.Has("language")) file.tstrLanguage = members.Text("language");
+    if (members.Has("size") || members.Has("sha256")) {
+        file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
+        bOk = bOk && file.optContent->strSha256.size() == 64;
+    }
+    return bOk;
+}
+
+bool FromJson(const Json::Value& json, DeletionPromise& deletion)
+{
+    bool bOk = true;
+    Members members(json, bOk);
+    deletion.bFolder = members.Has("folder");
+    deletion.tstrPlace = members.Text(deletion.bFolder ? "folder" : "files");
+    deletion.bAtRestart = members.AtRestart();
+    return bOk;
+}
+
+bool FromJson(const Json::Value& json, RegistryPromise& value)
+{
+    bool bOk = true;
+    Members members(json, bOk);
+    value.tstrKeyPath = members.Text("key");
+    value.tstrValueName = members.Text("name");
+    const std::string strState = members.Utf8("state");
+    const auto* const pszState = std::find(std::begin(kStates), std::end(kStates), strState);
+    bOk = bOk && pszState != std::end(kStates) && !value.tstrKeyPath.empty();
+    if (!bOk) return false;
+    value.eState = static_cast<ValueState>(pszState - kStates);
+    if (value.eState == ValueState::eAbsent) return true;
+    const std::string strType = members.Utf8("type");
+    for (const TypeWord& row : kTypes) {
+        if (strType == row.szWord) value.eType = row.eType;
+    }
+    value.bUnlessLiteral = members.Has("unless_literal");
+    if (value.eType == RegistryType::eText) {
+        value.tstrData = members.Text("data");
+    } else {
+        value.ullData = members.Number("data");
+    }
+    const bool bFits = value.eType != RegistryType::eDword || value.ullData <= MAXDWORD;
+    return bOk && bFits && value.eType != RegistryType::eUnknown;
+}
+
+bool FromJson(const Json::Value& json, IniPromise& value)
+{
+    bool bOk = true;
+    Members members(json, bOk);
+    value.tstrSection = members.Text("section");
+    value.tstrKey = members.Text("key");
+    value.tstrValue = members.Text("value");
+    return bOk && !value.tstrSection.empty() && !value.tstrKey.empty();
+}
+
+bool FromJson(const Json::Value& json, std::wstring& tstrText)
+{
+    return json.isString() && String::FromUtf8(json.asString(), tstrText) && tstrText.find(L'\0') == std::wstring::npos;
+}
+
+template <class Promise>
+bool ReadList(const Json::Value& root, const char* szName, std::vector<Promise>& promises, std::wstring& tstrError)
+{
+    const Json::Value& list = root[szName];
+    tstrError = String::FromAnsi(szName) + L": no list";
+    if (!list.isArray()) return false;
+    for (const Json::Value& json : list) {
+        if (FromJson(json, promises.emplace_back())) continue;
+        tstrError = String::FromAnsi(szName) + L"[" + std::to_wstring(promises.size() - 1) + L"]: not as it should be";
+        return false;
+    }
+    return true;
+}
+
+/// The text as UTF-8, however it was written.
+std::string Decode(std::string_view strBytes)
+{
+    if (strBytes.starts_with("\xEF\xBB\xBF")) return std::string(strBytes.substr(3));
+    if (!strBytes.starts_with("\xFF\xFE")) return std::string(strBytes);
+    std::wstring tstrText((strBytes.size() - 2) / sizeof(wchar_t), L'\0');
+    std::copy_n(strBytes.data() + 2, tstrText.size() * sizeof(wchar_t), reinterpret_cast<char*>(tstrText.data()));
+    return String::ToUtf8(tstrText);
+}
+
+bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstrError)
+{
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["stackLimit"] = 16;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string strErrors;
+    try {
+        if (reader->parse(strText.data(), strText.data() + strText.size(), &root, &strErrors)) return true;
+    } catch (const Json::Exception& exception) {
+        strErrors = exception.what();
+    }
+    if (!String::FromUtf8(strErrors.substr(0, strErrors.find_last_not_of("\r\n") + 1), tstrError)) {
+        tstrError = L"not JSON";
+    }
+    return false;
+}
+
+}  // namespace
+
+std::string FormatManifest(const Promises& promises)
+{
+    Json::Value root;
+    root["format"] = kFormat;
+    root["component"]["product"] = ToJson(promises.tstrProduct);
+    root["component"]["resource"] = ToJson(promises.tstrResource);
+    root["version"] = Json::Value(Json::objectValue);
+    for (const IniPromise& value : promises.updateInfo) {
+        if (value.tstrKey.ends_with(L"_Version"))
+            root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
+    }
+    root["folders"] = Json::Value(Json::arrayValue);
+    for (const std::wstring& tstrFolder : promises.folders) root["folders"].append(ToJson(tstrFolder));
+    root["files"] = DescribeAll(promises.files);
+    root["deletions"] = DescribeAll(promises.deletions);
+    root["registry"] = DescribeAll(promises.registry);
+    root["update_information"] = DescribeAll(promises.updateInfo);
+    return ToJsonText(root);
+}
+
+bool ParseManifest(std::string_view strBytes, Promises& promises, std::wstring& tstrError)
+{
+    Json::Value root;
+    if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
+    tstrError = L"no manifest, or one of another format";
+    if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() != kFormat) return false;
+    bool bOk = true;
+    Members component(root["component"], bOk);
+    promises.tstrProduct = component.Text("product");
+    promises.tstrResource = component.Text("resource");
+    tstrError = L"component: not as it should be";
+    return bOk && ReadList(root, "folders", promises.folders, tstrError) &&
+           ReadList(root, "files", promises.files, tstrError) &&
+           ReadList(root, "deletions", promises.deletions, tstrError) &&
+           ReadList(root, "registry", promises.registry, tstrError) &&
+           ReadList(root, "update_information", promises.updateInfo, tstrError);
+}
+
+int RunManifest(const Arguments& arguments, Output& output)
+{
+    Update update;
+    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
+    Promises promises;
+    if (!CollectPromises(update, promises, output.tstrErrors)) return kCannotRead;
+    output.strText = FormatManifest(promises);
+    return kClean;
+}
+
+}  // namespace Check

@@ -1,0 +1,323 @@
+#include "check/Promises.h"
+
+#include "check/Destination.h"
+#include "check/ErrorWords.h"
+
+#include "agent/DeploySettings.h"
+#include "agent/PackageLayout.h"
+#include "agent/Sections.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_IniFile.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <map>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+std::wstring LowerCase(std::wstring tstrText)
+{
+    ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));
+    return tstrText;
+}
+
+RegistryPromise* FindValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
+                           const std::wstring& tstrName)
+{
+    const auto itValue = std::find_if(registry.begin(), registry.end(), [&](const RegistryPromise& promise) {
+        return String::EqualsNoCase(promise.tstrKeyPath, tstrKeyPath) &&
+               String::EqualsNoCase(promise.tstrValueName, tstrName);
+    });
+    return itValue == registry.end() ? nullptr : &*itValue;
+}
+
+RegistryPromise& FindOrAddValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
+                                const std::wstring& tstrName)
+{
+    if (RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, tstrName)) return *pKnown;
+    RegistryPromise& promise = registry.emplace_back();
+    promise.tstrKeyPath = tstrKeyPath;
+    promise.tstrValueName = tstrName;
+    return promise;
+}
+
+/// Whether "add_if_non" leaves a value alone of which the records before it tell the state: one of the same type,
+/// unless its data are those that stand for a missing value.
+bool IsLeftAlone(const RegistryPromise& known, const RegistryRecord& record)
+{
+    if (known.eState == ValueState::eAbsent || known.eType != record.eType) return false;
+    RegistryRecord held = record;
+    held.tstrData = known.tstrData;
+    held.dwData = static_cast<DWORD>(known.ullData);
+    held.ullData = known.ullData;
+    return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
+}
+
+void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState eState)
+{
+    promise.eState = eState;
+    promise.eType = record.eType;
+    promise.tstrData = record.eType == RegistryType::eText ? record.tstrData : std::wstring();
+    promise.ullData = 0;
+    if (record.eType == RegistryType::eDword) promise.ullData = record.dwData;
+    if (record.eType == RegistryType::eQword) promise.ullData = record.ullData;
+}
+
+}  // namespace
+
+void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
+{
+    if (record.tstrKeyPath.empty()) return;
+    FindOrAddValue(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
+}
+
+void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
+{
+    const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
+                          record.eType == RegistryType::eQword;
+    if (!bWritten || record.tstrKeyPath.empty()) return;
+    const RegistryPromise* const pKnown = FindValue(registry, record.tstrKeyPath, record.tstrValueName);
+    if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
+    // Looked for under its literal name, written as the unnamed value.
+    const bool bUnnamed = bOnlyMissing && record.tstrValueName == L"(Default)";
+    const bool bKnown = pKnown != nullptr;
+    RegistryPromise& promise =
+        FindOrAddValue(registry, record.tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
+    SetData(promise, record, !bOnlyMissing || bUnnamed || bKnown ? ValueState::eData : ValueState::eAnyData);
+    promise.bUnlessLiteral = bUnnamed && !bKnown;
+}
+
+void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record)
+{
+    if (!record.IsComplete()) return;
+    std::erase_if(updateInfo, [&](const IniPromise& promise) {
+        return String::EqualsNoCase(promise.tstrSection, record.tstrSection) &&
+               String::EqualsNoCase(promise.tstrKey, record.tstrKey);
+    });
+    updateInfo.push_back({record.tstrSection, record.tstrKey, record.tstrValue});
+}
+
+namespace {
+
+/// Puts together what one update promises.
+class Collector {
+public:
+    Collector(const Update& update, Promises& promises, std::wstring& tstrErrors)
+        : m_update(update), m_promises(promises), m_tstrErrors(tstrErrors)
+    {
+    }
+
+    bool Collect()
+    {
+        m_promises.tstrProduct = m_update.Product().tstrDownloadPath;
+        m_promises.tstrResource = m_update.Resource().tstrDownloadPath;
+        AddFolders();
+        if (m_update.Product().bThere) AddRegistry();
+        AddRows();
+        AddDeletions();
+        return m_bRead;
+    }
+
+private:
+    using Row = PackageLayout::CopyRow;
+
+    SectionRecords Read(const Section& section) const
+    {
+        SectionRecords records;
+        static_cast<void>(Storage::Guarded(nullptr, [&] {
+            Storage::IniFile instructions;
+            instructions.Open(m_update.FullPath(kInstructionFile));
+            static_cast<void>(ReadSectionRecords(instructions, section.szName, records));
+        }));
+        return records;
+    }
+
+    /// A record's place; nothing, with a line that says so, for one that no manifest can name.
+    std::optional<std::wstring> PlaceOf(const std::wstring& tstrRecord, bool bPattern)
+    {
+        Destination destination;
+        std::wstring tstrPlace = tstrRecord;
+        if (!bPattern && tstrPlace.ends_with(L'\\')) tstrPlace.pop_back();
+        if (IsRecordLengthValid(tstrRecord) && ParseDestination(tstrPlace, bPattern, destination)) {
+            return destination.tstrPlaceholder + destination.tstrName;
+        }
+        m_tstrErrors += tstrRecord + L": not below a folder that a placeholder names, left out\n";
+        return std::nullopt;
+    }
+
+    void AddFolders()
+    {
+        ForEachRecord(Read(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot")), L"add", [&](const std::wstring& tstr) {
+            if (const auto optPlace = PlaceOf(tstr, false)) m_promises.folders.push_back(*optPlace);
+        });
+    }
+
+    void AddDeletions()
+    {
+        const SectionRecords folders = Read(SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot"));
+        const SectionRecords files = Read(SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot"));
+        if (folders.empty() || files.empty()) return;  // then nothing at all is removed
+        const auto add = [&](const SectionRecords& records, const wchar_t* szKey, bool bFolder, bool bAtRestart) {
+            ForEachRecord(records, szKey, [&](const std::wstring& tstrRecord) {
+                const auto optPlace = PlaceOf(tstrRecord, !bFolder);
+                if (optPlace) m_promises.deletions.push_back({*optPlace, bFolder, bAtRestart});
+            });
+        };
+        add(folders, L"delete", true, true);
+        add(files, L"delete", false, true);
+        add(files, L"delete_now", false, false);
+    }
+
+    void AddRegistry()
+    {
+        const Section& section = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
+        const SectionRecords records = Read(section);
+        for (const SectionKey& key : section.keys) {
+            ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) {
+                if (!IsRecordLengthValid(tstrRecord)) return;
+                const RegistryRecord record = ParseRegistryRecord(tstrRecord);
+                if (key.eForm == RecordForm::eRegistryValue) {
+                    PromiseNoValue(m_promises.registry, record);
+                } else {
+                    PromiseValue(m_promises.registry, record, key.szKey == std::wstring_view(L"add_if_non"));
+                }
+            });
+        }
+    }
+
+    void AddRows()
+    {
+        const Package& product = m_update.Product();
+        const Package& resource = m_update.Resource();
+        const PackageLayout::BaseFolders bases({.tstrInstallDir = m_update.Folder(),
+                                                .tstrProductDownloadDir = product.tstrFolder,
+                                                .tstrProductDownloadPath = product.tstrDownloadPath,
+                                                .tstrResourceDownloadDir = resource.tstrFolder});
+        // What is copied at once is replaced by what the restart moves to the same place.
+        for (const PackageLayout::When eWhen : {PackageLayout::When::eNow, PackageLayout::When::eAtRestart}) {
+            for (const PackageLayout::DeployStep& step : PackageLayout::ProgramSteps()) {
+                if (product.bThere) AddStep(step, bases, eWhen);
+            }
+            if (resource.bThere) AddStep(PackageLayout::ResourceStep(), bases, eWhen);
+        }
+        if (product.bThere) AddSettings();
+        for (auto& [tstrKey, promise] : m_files) m_promises.files.push_back(std::move(promise));
+    }
+
+    void AddStep(const PackageLayout::DeployStep& step, const PackageLayout::BaseFolders& bases,
+                 PackageLayout::When eWhen)
+    {
+        for (const Row& row : step.rows) {
+            if (row.eWhen == eWhen) AddRow(row, m_update.RelativeName(bases.FolderOf(row.source)));
+        }
+    }
+
+    void AddRow(const Row& row, const std::wstring& tstrSourceDir)
+    {
+        std::wstring tstrPlace = PlaceholderOf(row.destination.eBase) + std::wstring(row.destination.szBelow);
+        if (row.destination.szBelow[0]) tstrPlace += L"\\";
+        for (const std::wstring& tstrFile : m_update.Files()) {
+            const std::wstring_view tstrBegin = std::wstring_view(tstrFile).substr(0, tstrSourceDir.size());
+            if (!String::EqualsNoCase(tstrBegin, tstrSourceDir)) continue;
+            const std::wstring tstrName = tstrFile.substr(tstrSourceDir.size());
+            const bool bBelow = tstrName.find(L'\\') != std::wstring::npos;
+            if (bBelow && row.eDepth == PackageLayout::Depth::eFolderOnly) continue;
+            FilePromise promise;
+            promise.tstrPlace = tstrPlace + tstrName;
+            promise.tstrSource = tstrFile;
+            promise.bAtRestart = row.eWhen == PackageLayout::When::eAtRestart;
+            promise.optContent = ContentOf(tstrFile);
+            Put(std::move(promise));
+        }
+    }
+
+    static const wchar_t* PlaceholderOf(PackageLayout::Base eBase)
+    {
+        switch (eBase) {
+            case PackageLayout::Base::eAppData: return kAppData;
+            case PackageLayout::Base::eSystemDrive: return kSystemDrive;
+            default: return kInstalledDir;
+        }
+    }
+
+    /// The settings that the agent makes out of what the update brings.
+    void AddSettings()
+    {
+        const std::wstring tstrFolder = m_update.SettingFolder();
+        if (!Storage::Directory::IsExisted(m_update.FullPath(tstrFolder))) return;
+        const bool bMerged = !Read(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig")).empty();
+        for (const LanguageFile& file : LanguageFiles()) {
+            const std::wstring tstrName = file.szBase + std::wstring(L".") + file.szExtension;
+            const bool bOwn = bMerged && file.szBase == std::wstring_view(L"config");
+            const std::wstring tstrBegin = tstrFolder + file.szBase + L"_";
+            const std::wstring tstrEnd = L"." + std::wstring(file.szExtension);
+            for (const std::wstring& tstrFile :
+                 m_update.FilesIn(tstrFolder, (file.szBase + std::wstring(L"_*") + tstrEnd).c_str())) {
+                FilePromise promise;
+                promise.tstrPlace = kInstalledDir + tstrName;
+                promise.tstrSource = tstrFolder + tstrName;
+                promise.tstrLanguage =
+                    tstrFile.substr(tstrBegin.size(), tstrFile.size() - tstrBegin.size() - tstrEnd.size());
+                if (!bOwn) promise.optContent = ContentOf(tstrFile);
+                Put(std::move(promise));
+            }
+            const auto itShipped = m_files.find({LowerCase(kInstalledDir + tstrName), {}});
+            if (bOwn && itShipped != m_files.end()) itShipped->second.optContent.reset();
+        }
+        AddUpdateInfo(tstrFolder + kUpdateInfoFile);
+    }
+
+    /// The update information goes through the download folder, unless the update brings one of its own, which then
+    /// replaces the one with the changes.
+    void AddUpdateInfo(const std::wstring& tstrSource)
+    {
+        const std::wstring tstrPlace = kInstalledDir + std::wstring(kUpdateInfoFile);
+        if (Storage::File::IsExisted(m_update.FullPath(tstrSource))) return;
+        FilePromise promise;
+        promise.tstrPlace = tstrPlace;
+        promise.tstrSource = tstrSource;
+        Put(std::move(promise));
+        const SectionRecords records = Read(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"));
+        if (records.empty()) return;
+        ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
+            if (IsRecordLengthValid(tstrRecord)) PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
+        });
+        PromiseIniValue(m_promises.updateInfo, DeployedVersion());
+    }
+
+    /// Puts a file in its place; one that was to go there before loses it.
+    void Put(FilePromise promise)
+    {
+        m_files[{LowerCase(promise.tstrPlace), LowerCase(promise.tstrLanguage)}] = std::move(promise);
+    }
+
+    std::optional<Content> ContentOf(const std::wstring& tstrFile)
+    {
+        Content content;
+        DWORD dwError = ERROR_SUCCESS;
+        if (m_reader.Read(m_update.FullPath(tstrFile), content, &dwError)) return content;
+        m_tstrErrors += m_update.FullPath(tstrFile) + L": cannot be read: " + WordsOf(dwError) + L"\n";
+        m_bRead = false;
+        return std::nullopt;
+    }
+
+    const Update& m_update;
+    Promises& m_promises;
+    std::wstring& m_tstrErrors;
+    ContentReader m_reader;
+    std::map<std::pair<std::wstring, std::wstring>, FilePromise> m_files;  // by place and language
+    bool m_bRead = true;
+};
+
+}  // namespace
+
+bool CollectPromises(const Update& update, Promises& promises, std::wstring& tstrErrors)
+{
+    return Collector(update, promises, tstrErrors).Collect();
+}
+
+}  // namespace Check

@@ -1,0 +1,122 @@
+#include "check/Sha256.h"
+
+#include "common/KzComn_Handle.h"
+#include "config/ConfigProtection.h"
+
+#include <bcrypt.h>
+
+#include <array>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr std::size_t kBufferBytes = std::size_t{1} << 20;
+constexpr std::size_t kHashBytes = 32;
+
+struct HashTraits {
+    using Handle = BCRYPT_HASH_HANDLE;
+    static Handle Empty() noexcept { return nullptr; }
+    static void Release(Handle handle) noexcept { ::BCryptDestroyHash(handle); }
+};
+
+bool Fail(DWORD dwCode, DWORD* pdwError) noexcept
+{
+    if (pdwError) *pdwError = dwCode;
+    return false;
+}
+
+/// Opens a file whoever else has it open, and tells its size.
+bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSize, DWORD* pdwError)
+{
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    // A folder opens only with the flag for backups: it is told apart by what is opened, not by the code.
+    constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_BACKUP_SEMANTICS;
+    hFile.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
+    BY_HANDLE_FILE_INFORMATION information{};
+    if (!hFile || !::GetFileInformationByHandle(hFile.Get(), &information)) return Fail(::GetLastError(), pdwError);
+    if (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) return Fail(ERROR_CANT_ACCESS_FILE, pdwError);
+    if (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return Fail(ERROR_DIRECTORY, pdwError);
+    if (::GetFileType(hFile.Get()) != FILE_TYPE_DISK) return Fail(ERROR_CANT_ACCESS_FILE, pdwError);
+    ullSize = (ULONGLONG{information.nFileSizeHigh} << 32) | information.nFileSizeLow;
+    return true;
+}
+
+std::string ToHex(const std::array<UCHAR, kHashBytes>& bytes)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string strText;
+    for (const UCHAR by : bytes) {
+        strText += kDigits[by >> 4];
+        strText += kDigits[by & 0xF];
+    }
+    return strText;
+}
+
+/// The algorithm is opened once for all files.
+BCRYPT_ALG_HANDLE Sha256()
+{
+    static const UniqueHandle<Config::AlgorithmTraits> hAlgorithm = [] {
+        UniqueHandle<Config::AlgorithmTraits> hOpened;
+        static_cast<void>(::BCryptOpenAlgorithmProvider(hOpened.Receive(), BCRYPT_SHA256_ALGORITHM, nullptr, 0));
+        return hOpened;
+    }();
+    return hAlgorithm.Get();
+}
+
+bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content, DWORD* pdwError)
+{
+    UniqueHandle<HashTraits> hHash;
+    if (!Sha256() || !BCRYPT_SUCCESS(::BCryptCreateHash(Sha256(), hHash.Receive(), nullptr, 0, nullptr, 0, 0))) {
+        return Fail(ERROR_INTERNAL_ERROR, pdwError);
+    }
+    buffer.resize(kBufferBytes);
+    content.ullSize = 0;
+    for (DWORD cbRead = 0;;) {
+        if (!::ReadFile(hFile, buffer.data(), static_cast<DWORD>(buffer.size()), &cbRead, nullptr)) {
+            return Fail(::GetLastError(), pdwError);
+        }
+        if (cbRead == 0) break;
+        if (!BCRYPT_SUCCESS(::BCryptHashData(hHash.Get(), buffer.data(), cbRead, 0))) {
+            return Fail(ERROR_INTERNAL_ERROR, pdwError);
+        }
+        content.ullSize += cbRead;
+    }
+    std::array<UCHAR, kHashBytes> bytes{};
+    if (!BCRYPT_SUCCESS(::BCryptFinishHash(hHash.Get(), bytes.data(), static_cast<ULONG>(bytes.size()), 0))) {
+        return Fail(ERROR_INTERNAL_ERROR, pdwError);
+    }
+    content.strSha256 = ToHex(bytes);
+    return true;
+}
+
+}  // namespace
+
+bool ContentReader::ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError)
+{
+    UniqueFile hFile;
+    return OpenFile(tstrPath, hFile, ullSize, pdwError);
+}
+
+bool ContentReader::Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError)
+{
+    UniqueFile hFile;
+    ULONGLONG ullSize = 0;
+    return OpenFile(tstrPath, hFile, ullSize, pdwError) && HashFile(hFile.Get(), m_buffer, content, pdwError);
+}
+
+bool ContentReader::Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError)
+{
+    UniqueFile hFile;
+    Content found;
+    if (!OpenFile(tstrPath, hFile, found.ullSize, pdwError)) return false;
+    bSame = false;
+    if (found.ullSize != content.ullSize) return true;
+    if (!HashFile(hFile.Get(), m_buffer, found, pdwError)) return false;
+    bSame = found == content;
+    return true;
+}
+
+}  // namespace Check

@@ -1,0 +1,34 @@
+// What a file holds, as a number that no other content has.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace Check {
+
+/// A file's size in bytes and its SHA-256, 64 lower-case hexadecimal digits.
+struct Content {
+    ULONGLONG ullSize = 0;
+    std::string strSha256;
+    bool operator==(const Content&) const = default;
+};
+
+/// Reads files through one buffer. One that is a link is not followed but refused.
+class ContentReader {
+public:
+    /// Only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a
+    /// folder. CreateFileW.
+    [[nodiscard]] bool ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError);
+    /// Size and hash, with the same codes. ReadFile, BCryptHashData.
+    [[nodiscard]] bool Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError);
+    /// Whether the file holds that content: it is read only when its size is right. False in `bSame` for another one;
+    /// the result is false with the code when it cannot be told.
+    [[nodiscard]] bool Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError);
+
+private:
+    std::vector<unsigned char> m_buffer;
+};
+
+}  // namespace Check

@@ -1,0 +1,20 @@
+// What a deployment promised, as far as its trace tells.
+#pragma once
+
+#include "check/Destination.h"
+#include "check/Promises.h"
+#include "check/TraceReader.h"
+
+#include <string>
+#include <vector>
+
+namespace Check {
+
+/// The promises of one run. The content of its files is not known, and what was copied at once leaves no line.
+[[nodiscard]] Promises PromisesOf(const TraceRun& run, const MachineFolders& folders);
+
+/// Reads the trace files of this machine and takes the promises of the newest deployment, whose time is `tstrTime`.
+/// False when there is none in them.
+[[nodiscard]] bool PromisesOfNewestRun(const MachineFolders& folders, Promises& promises, std::wstring& tstrTime);
+
+}  // namespace Check

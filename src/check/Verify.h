@@ -1,0 +1,59 @@
+// "verify": whether an update has arrived on this machine.
+#pragma once
+
+#include "check/CommandLine.h"
+#include "check/Destination.h"
+#include "check/PendingMoves.h"
+#include "check/Promises.h"
+
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Check {
+
+/// What became of a promise. The first three are kept.
+enum class Verdict {
+    eArrived,
+    eDeleted,
+    eValueRight,
+    eWaiting,         ///< in the list of pending moves
+    eMissing,         ///< not there
+    eDifferent,       ///< there with another content, or not to be read
+    eLeftInDownload,  ///< the file still lies where it was downloaded
+    eNotDeleted,
+    eValueDiffers,
+    eRefused,  ///< a place that no update can name, or one behind a link: not looked at
+    eCount
+};
+
+/// One line of the answer.
+struct Answer {
+    Verdict eVerdict;
+    std::wstring tstrWhat;    ///< path, or key and value
+    std::wstring tstrDetail;  ///< empty, or what is there instead
+};
+
+/// The machine that is looked at.
+struct Machine {
+    MachineFolders& folders;
+    PendingPlaces pending;
+    std::wstring tstrLanguage;  ///< the product's
+};
+
+/// Looks every promise up, in their order.
+[[nodiscard]] std::vector<Answer> VerifyPromises(const Promises& promises, Machine& machine);
+
+/// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
+[[nodiscard]] int ExitCodeOf(std::span<const Answer> answers);
+
+/// One line for each answer, those that are not kept last, then one that counts. `tstrSource`: where the promises are
+/// from.
+[[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource);
+/// The same as JSON in UTF-8.
+[[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource);
+
+/// The verb.
+[[nodiscard]] int RunVerify(const Arguments& arguments, Output& output);
+
+}  // namespace Check

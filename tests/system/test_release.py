@@ -1,0 +1,201 @@
+"""What a release stands on: dependencies as locked, refusals that leave nothing behind, signatures, symbols."""
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+SHIPPED = pathlib.Path(os.environ.get('BREVANT_RELEASE_BIN', ROOT / 'build' / 'release' / 'bin'))
+CONTROL = 'Source: small\nMaintainer: Nobody <nobody@example.org>\nStandards-Version: 4.6.0\n\n' \
+          'Package: small\nArchitecture: all\nDescription: a package of the tests\n'
+ENTRY = 'small ({}) unstable; urgency=low\n\n  * Made.\n\n' \
+        ' -- Nobody <nobody@example.org>  Thu, 01 Jan 2026 00:00:00 +0000\n'
+
+
+def run(*command, folder=None, **variables):
+    """Exit code, and all that the command wrote."""
+    result = subprocess.run(command, cwd=folder, env={**os.environ, **variables}, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    return result.returncode, result.stdout
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+
+
+class LockedDependencies(Case):
+    """The package "small" in an archive of the test's own; version 2 is locked."""
+
+    def serve(self, *versions):
+        """An archive of these versions; returns the hashes of their descriptions."""
+        self.archive = self.folder / 'archive'
+        shutil.rmtree(self.archive, ignore_errors=True)
+        for version in versions:
+            files = {'control': CONTROL, 'changelog': ENTRY.format(version), 'source/format': '3.0 (native)\n'}
+            for name, text in files.items():
+                file = self.archive / 'small' / 'debian' / name
+                file.parent.mkdir(parents=True, exist_ok=True)
+                file.write_text(text)
+            self.assertEqual(0, run('dpkg-source', '-b', 'small', folder=self.archive)[0])
+        with (self.archive / 'Sources').open('w') as lists:
+            subprocess.run(['dpkg-scansources', '.'], cwd=self.archive, check=True, stdout=lists,
+                           stderr=subprocess.DEVNULL)
+        (self.folder / 'archive.list').write_text(f'deb-src [trusted=yes] file:{self.archive} ./\n')
+        return {version: run('sha256sum', f'small_{version}.dsc', folder=self.archive)[1].split()[0]
+                for version in versions}
+
+    def lock(self, version, digest):
+        (self.folder / 'lock').write_text(f'# a comment\nsmall  {version}  {digest}\n')
+
+    def dependencies(self, *arguments):
+        shutil.rmtree(self.folder / 'cache', ignore_errors=True)
+        return run('python3', '-B', '-m', 'shipping.dependencies', '--lock', str(self.folder / 'lock'), *arguments,
+                   PYTHONPATH=str(ROOT / 'tools'), BREVANT_ARCHIVE=str(self.folder / 'archive.list'),
+                   BREVANT_SOURCES=str(self.folder / 'cache'))
+
+    def fetch(self, *options):
+        shutil.rmtree(self.folder / 'out', ignore_errors=True)
+        return self.dependencies('fetch', str(self.folder / 'out'), *options)
+
+    def test_only_the_locked_version_or_a_newer_one(self):
+        locked = self.serve('2')['2']
+        for served, option, code, words in (
+                (('1', '2', '3'), '--exact', 0, 'small 2\n'),
+                (('1', '3'), None, 0, 'NOTICE: small 2 is locked but no longer served; taking the newer 3'),
+                (('1', '3'), '--exact', 1, 'small 2 is missing: the archive names 3, 1'),
+                (('1',), None, 1, 'small 2 is missing: the archive names 1'),
+                ((), None, 1, 'small 2 is missing: the archive names no version')):
+            with self.subTest(served=served, option=option):
+                self.archive = self.folder / 'archive'
+                if served:
+                    locked = self.serve(*served).get('2', locked)
+                else:
+                    (self.archive / 'Sources').write_text('')
+                self.lock('2', locked)
+                result, output = self.fetch(*[option] if option else [])
+                self.assertEqual(code, result, output)
+                self.assertIn(words, output)
+                self.assertEqual(code == 0, (self.folder / 'out/small/debian/control').exists())
+                self.assertEqual(code == 0, (self.folder / 'out/SOURCES.txt').exists())
+
+    def test_what_is_not_the_locked_file_is_refused(self):
+        digest = self.serve('2')['2']
+        self.lock('2', digest[::-1])
+        result, output = self.fetch()
+        self.assertEqual((1, True), (result, 'has not the locked SHA-256' in output), output)
+
+        self.lock('2', digest)
+        archive = next(self.archive.glob('small_2.tar.*'))
+        content = bytearray(archive.read_bytes())
+        content[len(content) // 2] ^= 1
+        archive.write_bytes(content)
+        result, output = self.fetch()
+        self.assertEqual((1, True), (result, 'small 2' in output and 'FAILED' in output), output)
+        self.assertFalse((self.folder / 'out/small').exists())
+
+        # The same in a download that was kept: then apt, which would refuse it, is not asked.
+        (self.folder / 'kept').mkdir()
+        for file in self.archive.glob('small_2.*'):
+            shutil.copy(file, self.folder / 'kept')
+        output = run('python3', '-B', '-m', 'shipping.dependencies', '--lock', str(self.folder / 'lock'), 'fetch',
+                     str(self.folder / 'out'), PYTHONPATH=str(ROOT / 'tools'),
+                     BREVANT_SOURCES=str(self.folder / 'kept'))[1]
+        self.assertIn('FAILED: small 2 is damaged', output)
+
+    def test_the_lock_takes_the_newest_that_is_served(self):
+        digests = self.serve('1', '2', '3')
+        self.lock('1', digests['1'])
+        (self.archive / 'small_3.dsc').unlink()
+        output = self.dependencies('renew')[1]
+        self.assertIn('the archive names 3 but does not serve it; 2 is the newest', output)
+        self.assertEqual(['small', '2', digests['2']], (self.folder / 'lock').read_text().splitlines()[1].split())
+
+        before = self.folder.joinpath('lock').read_text().replace(' 2 ', ' 9 ')
+        (self.folder / 'lock').write_text(before)
+        self.assertEqual(1, self.dependencies('renew')[0])
+        self.assertEqual(before, (self.folder / 'lock').read_text(), 'never back to an older one')
+
+
+@unittest.skipUnless((ROOT / '.git').exists(), 'no checkout of git')
+class Refusals(Case):
+    def test_nothing_is_made_of_what_is_no_release(self):
+        clone = self.folder / 'clone'
+        self.assertEqual(0, run('git', 'clone', '-q', '--shared', str(ROOT), str(clone))[0])
+        version = re.search(r'project\(Brevant VERSION ([\d.]+)', (clone / 'CMakeLists.txt').read_text())[1]
+
+        def release(*arguments, **variables):
+            result, output = run('tools/release.sh', *arguments, folder=clone, **{'BREVANT_SIGN': '', **variables})
+            self.assertNotEqual(0, result)
+            self.assertFalse((clone / 'dist').exists())
+            self.assertEqual([], list(clone.glob('build/release-work*')), 'nothing half made')
+            return output
+
+        self.assertIn(f'HEAD is not tagged v{version}', release())
+        run('git', 'tag', 'v0.1', folder=clone)
+        self.assertIn('(tags here: v0.1)', release('--unsigned'))
+        run('git', 'tag', f'v{version}', folder=clone)
+        self.assertIn('BREVANT_SIGN names no signing command', release())
+        self.assertIn('the signing command is not there: nosigner', release(BREVANT_SIGN='nosigner -x'))
+        (clone / 'changed').touch()
+        for option in ('--unsigned', '--verify'):
+            self.assertIn('the tree is dirty', release(option))
+
+
+@unittest.skipUnless((SHIPPED / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
+class ShippedFiles(Case):
+    def setUp(self):
+        super().setUp()
+        self.programs = sorted([*SHIPPED.glob('*.exe'), *SHIPPED.glob('*.dll')])
+
+    def test_places_of_a_stripped_program_have_names(self):
+        exports = run('x86_64-w64-mingw32-objdump', '-p', str(SHIPPED / 'KzDbg64.dll'))[1]
+        base = int(re.search(r'^ImageBase\s+([0-9a-f]+)', exports, re.M)[1], 16)
+        addresses = re.findall(r'\+base\[ *\d+\]\s+([0-9a-f]+) Export RVA', exports)
+        names = re.findall(r'^\s+\[ *\d+\] (KzDbg\w+)$', exports, re.M)
+        self.assertEqual(3, len(addresses))
+        # Also as an address, for a library that was loaded where it asks to be.
+        places = [*addresses, f'{int(addresses[0], 16) + base:x}']
+        result, output = run(str(ROOT / 'tools/symbolise.sh'), str(SHIPPED / 'KzDbg64.dll'), *places)
+        self.assertEqual(0, result, output)
+        self.assertEqual([*names, names[0]], re.findall(r'^(\w+).* at src/kzdbg/KzDbg\.cpp:\d+$', output, re.M), output)
+
+        shutil.copy(SHIPPED / 'KzDbg64.dll', self.folder)
+        other = {'BREVANT_SYMBOLS': str(self.folder / 'symbols')}
+        (self.folder / 'symbols').mkdir()
+        call = (str(ROOT / 'tools/symbolise.sh'), str(self.folder / 'KzDbg64.dll'), places[0])
+        self.assertIn('no KzDbg64.dll.debug', run(*call, **other)[1])
+        shutil.copy(SHIPPED / 'Brevant.exe.debug', self.folder / 'symbols' / 'KzDbg64.dll.debug')
+        self.assertIn('belongs to another build', run(*call, **other)[1])
+
+    def test_signatures_are_verified_ones(self):
+        def sign(command):
+            return run('bash', '-c', '. tools/release.sh; work=$1; read -ra signer <<<"$2"; sign "$1/bin"', 'sign',
+                       str(self.folder), command, folder=ROOT)
+
+        shutil.copytree(SHIPPED, self.folder / 'bin', ignore=shutil.ignore_patterns('standins'))
+        key, certificate = self.folder / 'key.pem', self.folder / 'certificate.pem'
+        self.assertEqual(0, run('openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-subj', '/CN=Test',
+                                '-addext', 'extendedKeyUsage=codeSigning', '-keyout', str(key),
+                                '-out', str(certificate))[0])
+        signer = self.folder / 'signer'
+        signer.write_text(f'#!/bin/sh\nosslsigncode sign -certs {certificate} -key {key} -in "$1" -out "$1.signed" &&\n'
+                          'mv "$1.signed" "$1"\n')
+        signer.chmod(0o755)
+        self.assertIn('left Brevant.exe as it was', sign('true')[1])
+        self.assertIn('FAILED: signing Brevant.exe', sign('false')[1])
+        result, output = sign(str(signer))
+        self.assertEqual(0, result, output)
+        for program in self.programs:
+            signed = str(self.folder / 'bin' / program.name)
+            result, output = run('osslsigncode', 'verify', '-CAfile', str(certificate), signed)
+            self.assertEqual(0, result, output)
+            result, output = run(str(ROOT / 'tools/symbolise.sh'), signed, '1500')
+            self.assertEqual(0, result, 'signing leaves the link to the symbols: ' + output)
+
+
+if __name__ == '__main__':
+    unittest.main()

@@ -1,0 +1,334 @@
+#include "check/Manifest.h"
+#include "check/TracePromises.h"
+#include "check/Verify.h"
+#include "common/KzComn_String.h"
+#include "support/RegistryFixture.h"
+#include "support/TempFolder.h"
+
+#include <gmock/gmock.h>
+
+using namespace testing;
+using namespace Check;
+using KzCommon::String::ToUtf8;
+
+namespace {
+
+constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
+
+/// An update in one folder and a machine, with its registry, in another.
+class VerifyTest : public RegistryTest {
+protected:
+    VerifyTest()
+    {
+        Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
+        WriteProduct(L"ProductPath", m_machine.Path());
+    }
+    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+
+    [[nodiscard]] Promises Collect() const
+    {
+        Update update;
+        Promises promises;
+        std::wstring tstrErrors;
+        EXPECT_TRUE(update.Open(m_update.Path(), std::nullopt, nullptr));
+        EXPECT_TRUE(CollectPromises(update, promises, tstrErrors));
+        return promises;
+    }
+    /// "VERDICT what" for each promise, the install folder left out, and the exit code in front.
+    [[nodiscard]] std::vector<std::string> Verify(const Promises& promises, const std::wstring& tstrPending = {}) const
+    {
+        MachineFolders folders(m_machine.Path(), promises.tstrProduct);
+        std::wstring tstrRaw;
+        KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
+        std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
+        Machine machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
+        const std::vector<Answer> answers = VerifyPromises(promises, machine);
+        std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
+        std::wstring tstrText = FormatAnswers(answers, L"");
+        KzCommon::String::ReplaceAll(tstrText, m_machine.Path(), L"");
+        for (std::size_t uEnd = 0; (uEnd = tstrText.find(L'\n')) != std::wstring::npos; tstrText.erase(0, uEnd + 1)) {
+            std::wstring tstrLine = tstrText.substr(0, uEnd);
+            while (tstrLine.find(L"  ") != std::wstring::npos) KzCommon::String::ReplaceAll(tstrLine, L"  ", L" ");
+            found.push_back(ToUtf8(tstrLine));
+        }
+        found.pop_back();  // the count
+        return found;
+    }
+
+    TempFolder m_update;
+    TempFolder m_machine;
+};
+
+/// One file that an update moves.
+Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
+{
+    Promises promises;
+    promises.files.push_back({std::move(tstrPlace), std::move(tstrSource), true, {}, std::nullopt});
+    return promises;
+}
+
+}  // namespace
+
+TEST_F(VerifyTest, EveryStateOfAFile)
+{
+    Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    const Promises promises = Collect();
+    ASSERT_EQ(promises.files.size(), 1u);
+    struct Row {
+        const char* szInstalled;
+        const char* szDownloaded;  // null: gone
+        const wchar_t* szPending;
+        const char* szCode;
+        const char* szLine;
+    };
+    const Row rows[] = {
+        {"new", nullptr, L"", "0", "ARRIVED a.exe"},
+        {"new", "new", L"", "0", "ARRIVED a.exe"},  // staged on another drive
+        {"new", "new", L"@Component\\x|!@A.EXE||", "3010", "STILL WAITING a.exe"},
+        {"old", "new", L"@b.exe||@a.exe|@c.exe||", "1", "LEFT IN DOWNLOAD a.exe (another content)"},
+        {nullptr, "new", L"@a.exe|||", "1", "LEFT IN DOWNLOAD a.exe (nothing is there)"},
+        {nullptr, nullptr, L"", "1", "MISSING a.exe"},
+        {"old", nullptr, L"", "1", "DIFFERENT a.exe (another content)"},
+        {"newer", nullptr, L"", "1", "DIFFERENT a.exe (another content)"},
+    };
+    for (const Row& row : rows) {
+        const std::wstring tstrSource = m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+        const std::wstring tstrTarget = m_machine.Write(L"a.exe", row.szInstalled ? row.szInstalled : "");
+        if (!row.szDownloaded) ::DeleteFileW(tstrSource.c_str());
+        if (!row.szInstalled) ::DeleteFileW(tstrTarget.c_str());
+        EXPECT_THAT(Verify(promises, row.szPending), ElementsAre(row.szCode, row.szLine));
+    }
+}
+
+TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
+{
+    Write(L"Component\\p1\\Share\\Engine\\both.dll", "first");
+    Write(L"Component\\p1\\Share\\UI\\BOTH.DLL", "last");
+    Write(L"Component\\p1\\Share\\UI\\below\\left.dll", "no step takes it");
+    Write(L"Component\\p1\\Share\\Task\\daily\\t.xml", "t");
+    Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "d");
+    Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
+    Write(L"Component\\p1\\Share\\Setting\\readme_FR-FR.htm", "fr");
+    Write(L"Component\\p1\\Share\\Setting\\readme.htm", "any");
+    Write(L"Component\\p1\\Engine\\Preload\\e.bin", "e");
+    Write(L"Component\\r1\\images\\i.png", "i");
+    std::vector<std::string> found;
+    for (const FilePromise& file : Collect().files) {
+        found.push_back(ToUtf8(file.tstrPlace + (file.bAtRestart ? L" r " : L" n ") + file.tstrLanguage) + " " +
+                        std::to_string(file.optContent ? file.optContent->ullSize : 99));
+    }
+    EXPECT_THAT(found,
+                UnorderedElementsAre("{InstalledDir}BOTH.DLL r  4", "{InstalledDir}Task\\daily\\t.xml r  1",
+                                     "{InstalledDir}Driver\\d.sys n  1", "{SystemDrive}d.sys n  1",
+                                     "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  1",
+                                     "{InstalledDir}Resource\\images\\i.png r  1", "{InstalledDir}UpdateInfo.ini r  99",
+                                     "{InstalledDir}readme.htm r  3", "{InstalledDir}readme.htm r DE-DE 2",
+                                     "{InstalledDir}readme.htm r FR-FR 2", "{InstalledDir}readme_DE-DE.htm r  2",
+                                     "{InstalledDir}readme_FR-FR.htm r  2"));
+    Promises promises = Collect();
+    std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
+    m_machine.Write(L"readme.htm", "de");
+    EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
+}
+
+TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
+{
+    struct Row {
+        const char* szRecords;
+        RawValue is;         // of the value "N"; REG_NONE: not there
+        const char* szLine;  // after the verdict and the value's name
+    };
+    const std::wstring tstrFolder = m_machine.Path();
+    const Row rows[] = {
+        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7), "VALUE RIGHT"},
+        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\nadd=SOFTWARE\\Vault!N!REG_DWORD!8", RawNumber(7),
+         "VALUE DIFFERS (promised REG_DWORD 8, is REG_DWORD 7)"},
+        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawNumber(1), "VALUE RIGHT"},
+        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", {}, "VALUE DIFFERS (promised REG_DWORD 7, is not there)"},
+        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawText(L"7"), "VALUE DIFFERS (promised REG_DWORD 7, is \"7\")"},
+        {"delete=SOFTWARE\\Vault!N\nadd_if_non=SOFTWARE\\Vault!N!REG_QDWORD!7", RawNumber(1, REG_QWORD),
+         "VALUE DIFFERS (promised REG_QDWORD 7, is REG_QDWORD 1)"},
+        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT"},
+        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT"},
+        {"add=SOFTWARE\\Vault!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT"},
+        {"add=SOFTWARE\\Vault!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT"},
+        {"delete=SOFTWARE\\Vault!N", RawText(L""), "VALUE DIFFERS (promised none, is \"\")"},
+        {"delete=SOFTWARE\\Vault!N", {REG_BINARY, "x"}, "VALUE DIFFERS (promised none, is of another type)"},
+        {"add=SOFTWARE\\Vault!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}",
+         RawText(tstrFolder + tstrFolder + L"Component\\p1\\"), "VALUE RIGHT"},
+        {"add=SOFTWARE\\Vault!N!REG_MULTI_SZ!x", {}, ""},
+        {"add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x", RawText(L"x"), "VALUE DIFFERS"},
+    };
+    Write(L"Component\\p1\\Share\\UI\\x", "");
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.szRecords);
+        Write(kInstructionFile, std::string("[QOR_REGISTRY_PATCH]\n") + row.szRecords + "\n");
+        ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kVault);
+        if (row.is.dwType != REG_NONE) WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", row.is);
+        Promises promises = Collect();
+        promises.files.clear();
+        std::string strLine = Verify(promises).back();
+        for (const std::string strName :
+             {" HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: N", " HKEY_LOCAL_MACHINE\\software\\vault: n"}) {
+            if (const auto uName = strLine.find(strName); uName != std::string::npos)
+                strLine.erase(uName, strName.size());
+        }
+        EXPECT_THAT(strLine, *row.szLine ? StartsWith(row.szLine) : StrEq("0"));
+    }
+    // By its literal name nothing was there, so that the unnamed value was written.
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"x"));
+    Promises promises = Collect();
+    promises.files.clear();
+    EXPECT_EQ(Verify(promises).front(), "0");
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"y"));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"(Default)", RawText(L"z"));
+    EXPECT_EQ(Verify(promises).front(), "0");
+}
+
+TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
+{
+    Write(kInstructionFile,
+          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
+          "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete_now={InteractiveLogDir}*.old\n"
+          "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
+    Write(L"Component\\p1\\Share\\UI\\OldButNew.dll", "new");
+    Write(L"Component\\p1\\Share\\Setting\\x.txt", "x");
+    const Promises promises = Collect();
+    EXPECT_EQ(promises.deletions.size(), 3u);
+    m_machine.Write(L"OldButNew.dll", "new");
+    m_machine.Write(L"x.txt", "x");
+    m_machine.MakeFolder(L"Lang");
+    m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=1.9.1112\n");
+    const auto kept = Verify(promises);
+    EXPECT_THAT(kept, Contains("0"));
+    EXPECT_THAT(kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll",
+                                    "VALUE RIGHT UpdateInfo.ini: [s] k"}));
+
+    m_machine.Write(L"Old1.dll", "");
+    m_machine.Write(L"Legacy\\a\\b.txt", "");
+    m_machine.Write(L"UpdateInfo.ini", "[S]\nK=a\n");
+    EXPECT_THAT(Verify(promises), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
+                                                "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
+    EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
+                IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
+                              "STILL WAITING UpdateInfo.ini: [s] k"}));
+}
+
+TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
+{
+    m_machine.Write(L"outside.txt", "secret");
+    const std::wstring tstrInside = m_machine.MakeFolder(L"in");
+    const wchar_t* const kPlaces[] = {
+        L"C:\\Windows\\win.ini",
+        L"{InstalledDir}..\\outside.txt",
+        L"{InstalledDir}a\\..\\..\\outside.txt",
+        L"..\\outside.txt",
+        L"{InstalledDir}a:b",
+        L"{InstalledDir}NUL",
+        L"{InstalledDir}a\\com1.txt",
+        L"{InstalledDir}\\\\server\\share\\x",
+        L"{InstalledDir}a/../x",
+        L"{SystemDrive}windows\\win.ini",
+        L"{Installeddir}x",
+        L"{InstalledDir}a\\ .\\x",
+        L"{InstalledDir}x*",
+    };
+    for (const wchar_t* const szPlace : kPlaces) {
+        EXPECT_THAT(Verify(OneFile(szPlace, L"Component\\x")), ElementsAre("1", StartsWith("REFUSED")))
+            << ToUtf8(szPlace);
+    }
+    for (const wchar_t* const szSource :
+         {L"Component\\..\\x", L"outside.txt", L"Component\\", L"C:\\x", L"Component"}) {
+        EXPECT_THAT(Verify(OneFile(L"{InstalledDir}x", szSource)), ElementsAre("1", HasSubstr("no file of a package")));
+    }
+    EXPECT_THAT(Verify(OneFile(L"{InstalledDir}console", L"Component\\x")), ElementsAre("1", "MISSING console"));
+}
+
+TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
+{
+    Write(kInstructionFile,
+          "[QOR_REGISTRY_PATCH]\nadd=SOFTWARE\\Vault!A!REG_QDWORD!18446744073709551615\ndelete=SOFTWARE\\Vault!B\n"
+          "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x\n"
+          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
+          "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
+    Write(L"Component\\p1\\Share\\UI\\\u00E9.dll", "new");
+    Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
+    const Promises promises = Collect();
+    const std::string strManifest = FormatManifest(promises);
+    EXPECT_THAT(strManifest, HasSubstr("11507a0e2f5e69d5dfa40a62a1bd7b6ee57e6bcd85c67c9b8431b36fff21c437"));
+    EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));
+    std::wstring tstrWide;
+    ASSERT_TRUE(KzCommon::String::FromUtf8(strManifest, tstrWide));
+    const std::string strUtf16(reinterpret_cast<const char*>(tstrWide.data()), tstrWide.size() * 2);
+    for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, "\xFF\xFE" + strUtf16}) {
+        Promises read;
+        std::wstring tstrError;
+        ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
+        EXPECT_EQ(FormatManifest(read), strManifest);
+    }
+    const std::pair<const char*, const char*> damages[] = {
+        {"\"format\" : 1", "\"format\" : 2"},      {"\"format\" : 1", "\"format\" : 1e99"},
+        {"\"when\" : \"now\"", "\"when\" : 1"},    {"18446744073709551615", "18446744073709551616"},
+        {"\"state\" : \"any\"", "\"state\" : []"}, {"\"folders\" :", "\"folder\" :"},
+        {"\"REG_QDWORD\"", "\"REG_DWORD\""},       {"11507a0e", "11507"},
+        {"{InstalledDir}Lang", "\\u0000"},         {"\"sha256\"", "\"sha\""},
+    };
+    for (const auto& [strFrom, strTo] : damages) {
+        std::string strDamaged = strManifest;
+        const auto uFound = strDamaged.find(strFrom);
+        if (uFound == std::string::npos) continue;
+        strDamaged.replace(uFound, std::strlen(strFrom), strTo);
+        Promises read;
+        std::wstring tstrError;
+        EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strFrom;
+        EXPECT_FALSE(tstrError.empty());
+    }
+    for (const std::string& strText :
+         {std::string(100'000, '['), std::string("null"), std::string(), std::string("\xFF\xFE\x00", 3)}) {
+        Promises read;
+        std::wstring tstrError;
+        EXPECT_FALSE(ParseManifest(strText, read, tstrError));
+    }
+}
+
+TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromised)
+{
+    const std::wstring tstrKey = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession";
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
+    std::string strTrace = "\xEF\xBB\xBF";
+    int iSecond = 0;
+    const auto line = [&](const std::string& strProcess, const std::string& strMessage) {
+        strTrace += "21/11/2026 08:37:" + std::to_string(10 + iSecond++) + ".500 " + strProcess +
+                    ":00d4 @@@ <Brevant> " + strMessage + " - A.cpp(1)\r\n";
+    };
+    const std::string strFolder = ToUtf8(m_machine.Path());
+    line("0001", "Paramter is /DeployFramework");
+    line("0001", "src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
+    line("0002", "Paramter is /DeployFramework");
+    line("0002", "src: " + strFolder + "Component\\p1\\a.dll, dst:" + strFolder + "a.dll");
+    line("0002", "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll");
+    line("0002", "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll");
+    line("0002", "To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7");
+    line("0002", "*** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]");
+    line("0002", "To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7");
+    line("0002", "*** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]");
+    line("0002", "*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [{InstalledDir}Legacy]");
+    line("0003", "Paramter is /ApplyNewName");
+    m_update.Write(L"KZ_Brevant.log", strTrace);
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
+    m_machine.Write(L"a.dll", "new");
+    m_machine.Write(L"b.dll", "old");
+    m_machine.Write(L"Component\\p1\\b.dll", "new");
+
+    Promises promises;
+    std::wstring tstrTime;
+    ASSERT_TRUE(PromisesOfNewestRun(MachineFolders(m_machine.Path(), {}), promises, tstrTime));
+    EXPECT_EQ(tstrTime, L"21/11/2026 08:37:12");
+    EXPECT_THAT(Verify(promises),
+                UnorderedElementsAre("1", "ARRIVED a.dll", "LEFT IN DOWNLOAD b.dll (another content)",
+                                     AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
+                                     AllOf(StartsWith("VALUE DIFFERS"), HasSubstr(": N (promised REG_DWORD 7")),
+                                     AllOf(StartsWith("VALUE RIGHT"), EndsWith(": M"))));
+}

@@ -1,0 +1,67 @@
+"""Comparisons that name what differs in a few lines, however large the rest is."""
+import unittest
+from typing import Any, Iterable, Mapping
+
+MOST_LINES, MOST_CHARACTERS = 6, 100
+
+
+def _excerpt(value: Any, other: Any) -> str:
+    """A value around the first place where it differs from the other one."""
+    if type(value) is not type(other) or not isinstance(value, (str, bytes)) or len(value) <= MOST_CHARACTERS:
+        text = repr(value)
+        return text if len(text) <= 2 * MOST_CHARACTERS else text[:2 * MOST_CHARACTERS] + '...'
+    start = next((index for index, pair in enumerate(zip(value, other)) if pair[0] != pair[1]),
+                 min(len(value), len(other)))
+    start = max(start - MOST_CHARACTERS // 2, 0)
+    return f'...{value[start:start + MOST_CHARACTERS]!r}... (of {len(value)}, from {start})'
+
+
+def _pairs(value: Any) -> Mapping[Any, Any]:
+    if isinstance(value, Mapping):
+        return value
+    return dict(enumerate(value))
+
+
+def _flat(value: Mapping[Any, Any], start: str = '') -> dict[str, Any]:
+    """Names of nested mappings as one: 'subkey: value name'."""
+    flat = {}
+    for name, part in value.items():
+        flat.update(_flat(part, f'{start}{name}: ') if isinstance(part, Mapping) and part else {f'{start}{name}': part})
+    return flat
+
+
+def differences(expected: Any, found: Any) -> list[str]:
+    """One line for each entry that differs between two mappings or sequences, or each element of one set only."""
+    if isinstance(expected, (set, frozenset)):
+        return ([f'missing: {_excerpt(element, None)}' for element in sorted(expected - found, key=str)]
+                + [f'not expected: {_excerpt(element, None)}' for element in sorted(found - expected, key=str)])
+    if not isinstance(expected, (Mapping, list, tuple)) or not isinstance(found, (Mapping, list, tuple)):
+        return [] if expected == found else [f'expected {_excerpt(expected, found)}, found {_excerpt(found, expected)}']
+    ours, theirs = _flat(_pairs(expected)), _flat(_pairs(found))
+    lines = []
+    for name in [*ours, *(name for name in theirs if name not in ours)]:
+        if name not in theirs:
+            lines.append(f'{name}: missing, expected {_excerpt(ours[name], None)}')
+        elif name not in ours:
+            lines.append(f'{name}: not expected, found {_excerpt(theirs[name], None)}')
+        elif ours[name] != theirs[name]:
+            lines.append(f'{name}: expected {_excerpt(ours[name], theirs[name])}, '
+                         f'found {_excerpt(theirs[name], ours[name])}')
+    return lines
+
+
+def shown(lines: Iterable[str]) -> str:
+    """The first few lines, and how many more there are."""
+    lines = list(lines)
+    rest = len(lines) - MOST_LINES
+    return '\n  '.join(['', *lines[:MOST_LINES], *([f'... and {rest} more'] if rest > 0 else [])])
+
+
+class LabTest(unittest.TestCase):
+    """A test whose failures say which file or value, in a few lines."""
+    maxDiff = 2000
+
+    def assertSame(self, expected: Any, found: Any, where: str = '') -> None:
+        """Two mappings, sequences or sets are equal."""
+        if lines := differences(expected, found):
+            raise self.failureException(f'{where or "not the same"}:{shown(lines)}')

@@ -1,0 +1,258 @@
+"""What a trial of an update has shown: the machine before it, while the restart was due, and after it."""
+import dataclasses
+import json
+import re
+from typing import Any, NamedTuple, Optional
+
+from . import registry, trace
+from .links import ShellLink
+from .layouts import MARKER
+from .machine import PRODUCT
+
+# What every deployment notes about itself.
+BOOKKEEPING = {'DoUpdateDeploy', 'FrwkDeployTick', MARKER[0]}
+
+
+class Move(NamedTuple):
+    """A pending move whose source was there when the restart was due; no target: a deletion."""
+    source: str
+    target: str
+
+
+@dataclasses.dataclass
+class State:
+    """All files outside the Windows folder, the registry keys that an update can reach, and the shortcuts."""
+    files: dict[str, bytes]
+    values: dict[tuple[str, str], registry.Data]  # (key, value name): data
+    links: dict[str, ShellLink]
+
+    def __post_init__(self) -> None:
+        self._names = {path.casefold(): path for path in self.files}
+
+    def content(self, path: str) -> Optional[bytes]:
+        name = self._names.get(path.casefold())
+        return None if name is None else self.files[name]
+
+
+@dataclasses.dataclass
+class Check:
+    """One call of BrevantCheck."""
+    code: Optional[int] = None  # None: there is no BrevantCheck.exe among the programs
+    lines: list[str] = dataclasses.field(default_factory=list)
+
+
+class Row(NamedTuple):
+    """One line of the details: what it is, how it was, how it is, and what became of it."""
+    name: str
+    before: str
+    after: str
+    state: str
+
+
+@dataclasses.dataclass
+class Outcome:
+    update: str
+    language: str
+    lint: Check
+    before: State
+    packaged: dict[str, bytes]  # what the update has brought, by place on the machine
+    records: list[tuple[str, str]]  # the values that the instruction file adds, as (key, value name)
+    waiting: State
+    moves: list[Move]
+    commands: list[str]
+    question: dict[str, str]
+    code: int
+    kill_at: int  # the trace line at which a first run was to be ended, or 0
+    ended: bool  # whether it came that far
+    after: State
+    left: list[Move]
+    lines: list[str]
+    verify: Check
+    folders: set[str]  # every folder after the restart, in small letters
+    seconds: float
+
+    # -- files --
+
+    def replacements(self) -> dict[str, Optional[bytes]]:
+        """{target: content} of the pending moves; None: there is nothing to be moved."""
+        return {move.target: self.waiting.content(move.source) for move in self.moves if move.target}
+
+    def arrived(self) -> int:
+        return sum(content is not None and self.after.content(target) == content
+                   for target, content in self.replacements().items())
+
+    def not_arrived(self) -> dict[str, str]:
+        """{target: why}."""
+        return {target: self._reason(target, content) for target, content in self.replacements().items()
+                if content is None or self.after.content(target) != content}
+
+    def _reason(self, target: str, content: Optional[bytes]) -> str:
+        if content is None:
+            return 'there was nothing to be moved'
+        if target in (move.target for move in self.left):
+            return 'still waits for a restart'
+        if target.rpartition('\\')[0].casefold() not in self.folders:
+            return 'its folder is missing'
+        if self.after.content(target) is None:
+            return 'has been deleted again' if self._deleted(target) else 'is not there'
+        return 'has another content'
+
+    def _deleted(self, target: str) -> bool:
+        return any(not move.target and move.source.casefold() == target.casefold() for move in self.moves)
+
+    def not_deleted(self) -> list[str]:
+        paths = {move.source for move in self.moves if not move.target}
+        return sorted(path for path in paths if self.after.content(path) is not None
+                      and path not in self.replacements())
+
+    def never_looked_at(self) -> list[str]:
+        """Files of the update that stayed where they were downloaded, traced by nobody and copied to nowhere."""
+        traced = '\n'.join(self.lines).casefold()
+        brought = {path.casefold() for path in self.packaged}
+        placed = {(path.rpartition('\\')[2].casefold(), content) for state in (self.waiting, self.after)
+                  for path, content in state.files.items() if path.casefold() not in brought}
+        return sorted(path for path, content in self.packaged.items()
+                      if self.after.content(path) == content and path.casefold() not in traced
+                      and (path.rpartition('\\')[2].casefold(), content) not in placed)
+
+    # -- the rest --
+
+    def not_written(self) -> list[str]:
+        """Values that the instruction file adds and that are not there."""
+        names = {(key.casefold(), name.casefold()) for key, name in self.after.values}
+        return [f'{key}!{name}' for key, name in self.records if (key.casefold(), name.casefold()) not in names]
+
+    def settings(self) -> dict[str, Optional[str]]:
+        """The user's settings that were carried over; None: left alone."""
+        for line in reversed(self.lines):
+            if match := re.search(r'Write OK: (\{.*\}) - [A-Za-z0-9_]+\.cpp', line):
+                return json.loads(match[1]).get('Data') or {}
+        return {}
+
+    def failures(self) -> tuple[list[str], int]:
+        """Failure lines of the trace, and how many more look like one and are none."""
+        found = trace.failures([said(line) for line in self.lines])
+        shown = [text for text in found if not trace.is_harmless(text)]
+        return shown, len(found) - len(shown)
+
+    def problems(self) -> list[tuple[str, str]]:
+        """(what, where) of everything that keeps the update from being complete."""
+        rows = [('NOT ARRIVED', f'{short(path)}: {why}') for path, why in self.not_arrived().items()]
+        rows += [('NOT DELETED', short(path)) for path in self.not_deleted()]
+        rows += [('NOT WRITTEN', name) for name in self.not_written()]
+        rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
+                 if move.target not in self.not_arrived()]
+        known = ' '.join(where for _, where in rows).casefold()
+        if self.verify.code not in (0, None):
+            rows += [('VERIFY', line) for line in self.verify.lines
+                     if re.split(r'\}|(?<=[A-Z]) ', line)[-1].casefold() not in known]
+        return rows
+
+    def complete(self) -> bool:
+        return self.code == 0 and not self.problems() and self.verify.code in (0, None)
+
+    def exit_code(self) -> int:
+        return 3 if self.code != 0 else 0 if self.complete() else 1
+
+    # -- what is shown --
+
+    def summary(self) -> list[tuple[str, str]]:
+        moved, deleted = len(self.replacements()), sum(not move.target for move in self.moves)
+        commands = [text for text in self.commands if '/ApplyNewName' not in text]
+        old, new = self.before.values, self.waiting.values
+        values = sum(old.get(place) != new.get(place) and place[1] not in BOOKKEEPING for place in {**old, **new})
+        renamed = ', the new name is due' if len(commands) < len(self.commands) else ''
+        links = self.before.links, self.after.links
+        made = sum(links[0].get(path) != link for path, link in links[1].items())
+        texts = self.settings().values()
+        secret = sum(bool(text and text.startswith('{protected}')) for text in texts)
+        alone = sum(text is None for text in texts)
+        failures, folded = self.failures()
+        rows = [('before the restart', f'{moved + deleted} pending ({moved} replace, {deleted} delete), '
+                                       f'{values} registry values, {len(commands)} commands{renamed}'),
+                ('after the restart', f'{self.arrived()} of {moved} arrived')]
+        rows += self.problems()
+        rows += [('NEVER LOOKED AT', short(path)) for path in self.never_looked_at()]
+        return rows + [
+            ('shortcuts', f'{len(links[0].keys() - links[1].keys())} removed, {made} made'),
+            ('settings', f'{len(texts) - secret - alone} carried over, {secret} secret, {alone} left alone'),
+            ('trace', f'{len(self.lines)} lines, {len(failures)} failures{" (shown)" if failures else ""}, '
+                      f'{folded} folded'), *(('failure', text) for text in failures)]
+
+    def details(self) -> dict[str, list[Row]]:
+        """Rows by room: files, registry, shortcuts, settings, trace, and what the checker said."""
+        return {'files': self._file_rows(), 'registry': self._value_rows(), 'shortcuts': self._link_rows(),
+                'settings': [Row(name, '', shown(text), 'left alone' if text is None else 'carried over')
+                             for name, text in self.settings().items()],
+                'trace': [self._trace_row(line) for line in self.lines],
+                'checker': [Row(verb, '', line, 'finding') for verb, check in (('lint', self.lint),
+                                                                               ('verify', self.verify))
+                            for line in check.lines if check.code]}
+
+    def _file_rows(self) -> list[Row]:
+        missing, ignored = self.not_arrived(), set(self.never_looked_at())
+        rows = []
+        brought = {path.casefold() for path in self.packaged} - {path.casefold() for path in ignored}
+        places = {path.casefold(): path for path in (*missing, *self.before.files, *self.after.files)}
+        for path in sorted(path for name, path in places.items() if name not in brought):
+            old, new = self.before.content(path), self.after.content(path)
+            state = ('never looked at' if path in ignored else missing.get(path)
+                     or ('same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'))
+            rows.append(Row(path, shown(old), shown(new), state))
+        return rows
+
+    def _value_rows(self) -> list[Row]:
+        old, new = self.before.values, self.after.values
+        return [Row(f'{key}  {name or "(Default)"}', shown(old.get((key, name))), shown(new.get((key, name))),
+                    _state(old.get((key, name)), new.get((key, name)))) for key, name in sorted({**old, **new})]
+
+    def _link_rows(self) -> list[Row]:
+        old, new = self.before.links, self.after.links
+        return [Row(path, shown(old.get(path)), shown(new.get(path)), _state(old.get(path), new.get(path)))
+                for path in sorted({**old, **new})]
+
+    @staticmethod
+    def _trace_row(line: str) -> Row:
+        text = said(line)
+        failure = text.startswith(trace.FAILURE)
+        return Row(line[:23], '', text, 'line' if not failure else
+                   'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE)) else 'failure')
+
+    def as_json(self) -> dict[str, Any]:
+        return {'format': 1, 'update': self.update, 'language': self.language, 'complete': self.complete(),
+                'exitCode': self.exit_code(), 'agentCode': self.code, 'killAt': self.kill_at, 'ended': self.ended,
+                'seconds': round(self.seconds, 1), 'question': self.question, 'summary': self.summary(),
+                'lint': dataclasses.asdict(self.lint), 'verify': dataclasses.asdict(self.verify),
+                'details': {room: [row._asdict() for row in rows] for room, rows in self.details().items()}}
+
+
+def _state(old: Any, new: Any) -> str:
+    return 'same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'
+
+
+def said(line: str) -> str:
+    """A trace line's message; what is no such line, as it is."""
+    return trace.message(line) if trace.LINE.fullmatch(line) else line
+
+
+def short(path: str) -> str:
+    """A path below the install folder, or as it is."""
+    return path[len(PRODUCT):] if path.casefold().startswith(PRODUCT.casefold()) else path
+
+
+def shown(value: Any, most: int = 4000) -> str:
+    """A value as text: contents of text files as they are, others by their size."""
+    if value is None:
+        return ''
+    if isinstance(value, ShellLink):
+        return '\n'.join(f'{name}: {text}' for name, text in value._asdict().items() if text)
+    if not isinstance(value, bytes):
+        return str(value)
+    for encoding in ('utf-16' if value[:2] in (b'\xff\xfe', b'\xfe\xff') else 'utf-8-sig',):
+        try:
+            text = value.decode(encoding).replace('\r\n', '\n')
+            if text.isprintable() or not re.search(r'[\x00-\x08\x0e-\x1f]', text):
+                return text if len(text) <= most else f'{text[:most]}... ({len(text)} characters)'
+        except UnicodeError:
+            pass
+    return f'({len(value)} bytes)'

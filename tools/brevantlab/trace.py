@@ -1,0 +1,33 @@
+"""Lines of the debug trace."""
+import re
+
+# 13/11/2026 19:40:05.123 0a1c:0b20 @@@ <Brevant> message - Source.cpp(430)
+LINE = re.compile(r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{4}:[0-9a-f]{4} '
+                  r'(\.w\.|@@@|!!!) <Brevant> (.*) - [A-Za-z0-9_]+\.cpp\(\d+\)')
+FAILURE = '!!! '
+
+# Lines at the level of failures that are none; docs/debug-trace.md says why.
+HARMLESS = re.compile('|'.join((
+    r'.* - QueryValue(\(QOR_CONFIG_MERGE\))? failed\. \[0x00000002\]',
+    r'KzCommon::Storage::Reg::StoreValue\((?!.*failed).*\)',
+    r"Failed to delete file '.*', error = 2\.",
+    r'\[SHCreateItemFromParsingName\]failed\. .*\\Taskbar\\.*, hr=-2147024894',
+    r'\*\*\* CoCreateInstance \[IStartMenuPinnedList\] failed\. \[0x80040154\]')))
+
+
+def message(line: str) -> str:
+    """What a line says, as 'TAG message' (TAG as in the file); a line of another form is an error."""
+    match = LINE.fullmatch(line)
+    if not match:
+        raise ValueError(f'no line of the trace: {line!r:.200}')
+    return ' '.join(match.groups())
+
+
+def failures(messages: list[str]) -> list[str]:
+    """The messages at the level of failures, their tag left out."""
+    return [text.removeprefix(FAILURE) for text in messages if text.startswith(FAILURE)]
+
+
+def is_harmless(failure: str) -> bool:
+    """Whether a failure's text, its tag left out, is one that support may pass over."""
+    return bool(HARMLESS.fullmatch(failure))

@@ -1,0 +1,17 @@
+# For scripts that try programs on throwaway machines, sourced from the project's folder. Nothing is built when
+# BREVANT_BIN names a folder with programs; the whole output is in build/programs.log.
+
+# prepare_programs: sets up, builds the shipped programs and the stand-ins, and names their folders.
+prepare_programs() {
+    local start=$SECONDS log="$PWD/build/programs.log" build=tools/build.sh
+    mkdir -p build
+    [[ -z "${BREVANT_BIN:-}" ]] || build=tools/setup.sh
+    export BREVANT_BIN="${BREVANT_BIN:-$PWD/build/release/bin}" BREVANT_STANDINS="$PWD/build/test/bin/standins"
+    export PYTHONPATH="$PWD/tools"
+    {
+        "$build"
+        cmake --preset test -Wno-dev
+        cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
+    } 2>&1 | tee "$log" | { grep --line-buffered '^\[[a-z]*\]' || true; } || { tail -n 40 "$log" >&2; return 1; }
+    echo "[programs] ready after $((SECONDS - start)) s"
+}

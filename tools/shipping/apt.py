@@ -1,0 +1,105 @@
+"""Debian's source archive, asked through apt with a configuration of its own: the machine's stays as it is."""
+import dataclasses
+import functools
+import os
+import pathlib
+import re
+import subprocess
+
+# Names a file with deb-src lines that takes the place of the machine's own archive: a mirror, or a folder.
+ARCHIVE_VARIABLE = 'BREVANT_ARCHIVE'
+
+Run = subprocess.CompletedProcess[str]
+
+
+@dataclasses.dataclass(frozen=True)
+class Source:
+    """One version of a source package, by its name; sha256 is that of its .dsc."""
+    name: str
+    version: str
+    sha256: str
+
+    @property
+    def dsc(self) -> str:
+        return f'{self.name}_{self.version.partition(":")[2] or self.version}.dsc'
+
+
+def is_newer(version: str, other: str) -> bool:
+    return subprocess.run(['dpkg', '--compare-versions', version, 'gt', other]).returncode == 0
+
+
+def newest_first(sources: list[Source]) -> list[Source]:
+    def compare(left: Source, right: Source) -> int:
+        return is_newer(left.version, right.version) - is_newer(right.version, left.version)
+    return sorted(sources, key=functools.cmp_to_key(compare), reverse=True)
+
+
+class Archive:
+    """The archive as it stands now; its lists lie in `folder`."""
+
+    def __init__(self, folder: pathlib.Path) -> None:
+        self._log = folder / 'apt.log'
+        state = folder / 'apt'
+        for name in ('parts', 'lists/partial', 'cache/archives/partial'):
+            (state / name).mkdir(parents=True, exist_ok=True)
+        _write_entries(state / 'parts')
+        user = subprocess.run(['id', '-un'], check=True, stdout=subprocess.PIPE, text=True).stdout.strip()
+        settings = {
+            'Dir::Etc::sourcelist': '/dev/null', 'Dir::Etc::sourceparts': state / 'parts',
+            'Dir::State::lists': state / 'lists', 'Dir::Cache': state / 'cache', 'APT::Sandbox::User': user,
+            'APT::Get::List-Cleanup': 0, 'Acquire::Languages': 'none', 'Acquire::Retries': 3}
+        self._options = [f'-o{name}={value}' for name, value in settings.items()]
+        # One list that is not served is no failure yet: the packages may stand in another one.
+        self._run('apt-get', 'update')
+
+    def named(self, name: str) -> list[Source]:
+        """The versions of a package that the archive's lists name, newest first. Not all need be served."""
+        found: dict[str, Source] = {}
+        for text in self._run('apt-cache', 'showsrc', '--only-source', name).stdout.split('\n\n'):
+            version = re.search(r'^Version: (\S+)$', text, re.M)
+            dsc = re.search(r'^Checksums-Sha256:.*\n(?: .*\n)*? ([0-9a-f]{64}) \d+ \S+\.dsc$', text, re.M)
+            if version and dsc:
+                found[version[1]] = Source(name, version[1], dsc[1])
+        return newest_first(list(found.values()))
+
+    def download(self, source: Source, folder: pathlib.Path) -> bool:
+        """Fetches the package's files into the folder; apt compares them with its signed lists. False: not served."""
+        run = self._run('apt-get', 'source', '--download-only', '--only-source', f'{source.name}={source.version}',
+                        folder=folder)
+        return run.returncode == 0 and (folder / source.dsc).is_file()
+
+    def last_words(self) -> str:
+        """The errors that apt reported last."""
+        lines = [line for line in self._log.read_text('utf-8', 'replace').splitlines() if line.startswith('E: ')]
+        return '\n'.join(lines[-3:])
+
+    def _run(self, command: str, *arguments: str, folder: pathlib.Path | None = None) -> Run:
+        run = subprocess.run([command, *self._options, *arguments], cwd=folder, env={**os.environ, 'LC_ALL': 'C'},
+                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        with self._log.open('a', encoding='utf-8') as log:
+            log.write(f'$ {command} {" ".join(arguments)}\n{run.stdout[:5000]}{run.stderr}')
+        return run
+
+
+def _write_entries(folder: pathlib.Path) -> None:
+    """Writes the machine's own entries for this release of Debian, as entries for sources."""
+    if ARCHIVE_VARIABLE in os.environ:
+        (folder / 'archive.list').write_text(pathlib.Path(os.environ[ARCHIVE_VARIABLE]).read_text('utf-8'), 'utf-8')
+        return
+    release = re.search(r'^VERSION_CODENAME=(\w+)', pathlib.Path('/etc/os-release').read_text('utf-8'), re.M)
+    codename = release[1] if release else 'bookworm'
+    etc = pathlib.Path('/etc/apt')
+    paragraphs: list[str] = []
+    for file in sorted(etc.glob('sources.list.d/*.sources')):
+        text = re.sub(r'^#.*\n', '', file.read_text('utf-8'), flags=re.M)
+        for paragraph in re.split(r'\n\s*\n', text.strip()):
+            if re.search(rf'^Suites:.*\b{codename}', paragraph, re.M) and \
+                    not re.search(r'^Enabled: *no', paragraph, re.M | re.I):
+                paragraphs.append(re.sub(r'^Types:.*$', 'Types: deb-src', paragraph, flags=re.M))
+    (folder / 'debian.sources').write_text('\n\n'.join(paragraphs) + '\n', 'utf-8')
+    lines: list[str] = []
+    for file in (etc / 'sources.list', *sorted(etc.glob('sources.list.d/*.list'))):
+        if file.is_file():
+            lines += [re.sub(r'^deb\s', 'deb-src ', line) for line in file.read_text('utf-8').splitlines()
+                      if re.match(rf'deb\s.*[ /]{codename}', line)]
+    (folder / 'debian.list').write_text('\n'.join(dict.fromkeys(lines)) + '\n', 'utf-8')

@@ -1,0 +1,173 @@
+"""The files of a release, made from a built checkout; the same input gives the same bytes.
+
+    python3 -m shipping.release pack CHECKOUT TARGET VERSION EPOCH
+    python3 -m shipping.release compare CHECKOUT OTHER      every packed file (CHECKOUT/dist) and program, byte for byte
+"""
+import argparse
+import hashlib
+import json
+import pathlib
+import subprocess
+import sys
+import time
+import uuid
+import zipfile
+
+from shipping.dependencies import USED, read_lock
+
+BIN = pathlib.PurePath('build/release/bin')
+DEPS = pathlib.PurePath('build/deps')
+# A release without one of these is none; every other program in the folder of programs is shipped, too.
+NEEDED = ('Brevant.exe', 'KzDbg64.dll', 'libexpat.dll')
+# Documents for those who work on the program; all others are guides for those who use it.
+INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md')
+# Name in the archive -> file; relative ones stand in the built dependencies.
+LICENCES = {
+    'Expat.txt': 'share/licenses/Expat.txt',
+    'JsonCpp.txt': 'share/licenses/JsonCpp.txt',
+    'MinGW-w64-runtime.txt': '/usr/share/doc/mingw-w64-common/copyright',
+    'GCC-runtime.txt': '/usr/share/doc/gcc-mingw-w64-base/copyright',
+    'GPL-3.txt': '/usr/share/common-licenses/GPL-3',
+}
+# What of the compiler's packages becomes part of the programs: name, package, SPDX licence expression.
+RUNTIMES = (
+    ('gcc-runtime', 'gcc-mingw-w64-x86-64-posix-runtime', 'GPL-3.0-or-later WITH GCC-exception-3.1'),
+    ('mingw-w64-runtime', 'mingw-w64-x86-64-dev', 'ZPL-2.1 AND MIT AND LicenseRef-public-domain'),
+    ('boost-headers', 'libboost-dev', 'BSL-1.0'),
+)
+SHIPPED_SOURCES = {'expat': 'MIT', 'libjsoncpp': 'MIT'}  # GoogleTest is in nothing that is shipped
+
+
+class ReleaseError(Exception):
+    """Something that a release needs is missing or differs."""
+
+
+def programs(folder: pathlib.Path) -> list[pathlib.Path]:
+    found = sorted(file for file in folder.iterdir() if file.suffix in ('.exe', '.dll'))
+    for name in set(NEEDED) - {file.name for file in found}:
+        raise ReleaseError(f'{name} was not built')
+    for file in found:
+        if not symbols_of(file).is_file():
+            raise ReleaseError(f'{file.name} has no symbols beside it')
+    return found
+
+
+def symbols_of(program: pathlib.Path) -> pathlib.Path:
+    return program.with_name(program.name + '.debug')
+
+
+def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int) -> None:
+    """Writes the archives, the bill of materials and their hashes into the folder `target`."""
+    target.mkdir(parents=True)
+    name = f'brevant-{version}'
+    shipped = programs(checkout / BIN)
+    content = {file.name: file for file in shipped}
+    for file in sorted((checkout / 'docs').glob('*.md')):
+        if file.name not in INTERNAL_DOCUMENTS:
+            content[f'guides/{file.name}'] = file
+    for licence, place in LICENCES.items():
+        content[f'licences/{licence}'] = checkout / DEPS / place
+    write_zip(target / f'{name}.zip', name, content, epoch)
+    write_zip(target / f'{name}-symbols.zip', f'{name}-symbols',
+              {symbols_of(file).name: symbols_of(file) for file in shipped}, epoch)
+    bill = bill_of_materials(checkout, shipped, version, epoch)
+    (target / f'{name}.cdx.json').write_text(json.dumps(bill, indent=2) + '\n', 'utf-8')
+    sums = [f'{sha256(file)}  {file.name}\n' for file in sorted(target.iterdir())]
+    (target / 'SHA256SUMS').write_text(''.join(sums), 'utf-8')
+
+
+def write_zip(archive: pathlib.Path, root: str, content: dict[str, pathlib.Path], epoch: int) -> None:
+    """Packs files under the folder `root`; order, times and rights are the same on every machine."""
+    with zipfile.ZipFile(archive, 'w') as packed:
+        for name in sorted(content):
+            if not content[name].is_file():
+                raise ReleaseError(f'{content[name]} is missing')
+            entry = zipfile.ZipInfo(f'{root}/{name}', time.gmtime(epoch)[:6])
+            entry.compress_type = zipfile.ZIP_DEFLATED
+            entry.external_attr = 0o644 << 16
+            entry.create_system = 3
+            packed.writestr(entry, content[name].read_bytes())
+
+
+def bill_of_materials(checkout: pathlib.Path, shipped: list[pathlib.Path], version: str, epoch: int
+                      ) -> dict[str, object]:
+    """What is in the release, as CycloneDX 1.5."""
+    components: list[dict[str, object]] = [
+        {'type': 'file', 'name': file.name, 'version': version,
+         'hashes': [{'alg': 'SHA-256', 'content': sha256(file)}]} for file in shipped]
+    for source in read_lock(checkout / DEPS / USED):
+        if source.name in SHIPPED_SOURCES:
+            components.append({
+                **_library(source.name, source.version, source.name, SHIPPED_SOURCES[source.name], '&arch=source'),
+                'externalReferences': [{'type': 'distribution', 'url': source.dsc,
+                                        'hashes': [{'alg': 'SHA-256', 'content': source.sha256}]}]})
+    for name, package, licence in RUNTIMES:
+        components.append(_library(name, _installed_version(package), package, licence))
+    identity = hashlib.sha256(json.dumps(components).encode()).hexdigest()
+    return {
+        'bomFormat': 'CycloneDX', 'specVersion': '1.5', 'version': 1,
+        'serialNumber': f'urn:uuid:{uuid.uuid5(uuid.NAMESPACE_OID, identity)}',
+        'metadata': {'timestamp': time.strftime('%Y-%m-%dT%H:%M:%SZ', time.gmtime(epoch)),
+                     'component': {'type': 'application', 'bom-ref': 'brevant', 'name': 'brevant',
+                                   'version': version}},
+        'components': components}
+
+
+def _library(name: str, version: str, package: str, licence: str, kind: str = '') -> dict[str, object]:
+    return {'type': 'library', 'name': name, 'version': version, 'licenses': [{'expression': licence}],
+            'purl': f'pkg:deb/debian/{package}@{version.replace("+", "%2B")}?distro=bookworm{kind}'}
+
+
+def _installed_version(package: str) -> str:
+    run = subprocess.run(['dpkg-query', '-W', '-f=${Version}', package], stdout=subprocess.PIPE, text=True)
+    if run.returncode or not run.stdout:
+        raise ReleaseError(f'the package {package} is not installed: its version belongs into the bill of materials')
+    return run.stdout
+
+
+def sha256(file: pathlib.Path) -> str:
+    return hashlib.sha256(file.read_bytes()).hexdigest()
+
+
+def compare(checkout: pathlib.Path, other: pathlib.Path) -> None:
+    """Compares what two builds of the same commit made."""
+    left, right = (_made(folder) for folder in (checkout, other))
+    differing = sorted(name for name in left.keys() | right.keys() if left.get(name) != right.get(name))
+    if differing:
+        raise ReleaseError('two builds of this commit differ in ' + ', '.join(differing))
+    for name, digest in sorted(left.items()):
+        print(f'  equal  {digest[:16]}  {name}')
+    print(f'[release] {len(left)} files are equal in every byte')
+
+
+def _made(checkout: pathlib.Path) -> dict[str, str]:
+    binaries = programs(checkout / BIN)
+    files = [*(checkout / 'dist').iterdir(), *binaries, *map(symbols_of, binaries)]
+    return {str(file.relative_to(checkout)): sha256(file) for file in files}
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description='The files of a release.')
+    verbs = parser.add_subparsers(dest='verb', required=True)
+    verb = verbs.add_parser('pack')
+    verb.add_argument('checkout', type=pathlib.Path)
+    verb.add_argument('target', type=pathlib.Path)
+    verb.add_argument('version')
+    verb.add_argument('epoch', type=int)
+    verb = verbs.add_parser('compare')
+    verb.add_argument('checkout', type=pathlib.Path)
+    verb.add_argument('other', type=pathlib.Path)
+    arguments = parser.parse_args()
+    try:
+        if arguments.verb == 'pack':
+            pack(arguments.checkout, arguments.target, arguments.version, arguments.epoch)
+        else:
+            compare(arguments.checkout, arguments.other)
+    except ReleaseError as error:
+        print(f'[release] FAILED: {error}', file=sys.stderr)
+        return 1
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
