@@ -2,6 +2,8 @@
 
 #include "check/JsonText.h"
 
+#include "common/KzComn_String.h"
+
 #include <iterator>
 
 namespace Check {
@@ -97,18 +99,28 @@ std::wstring Quoted(const std::wstring& tstrText)
     return L"\"" + tstrText + L"\"";
 }
 
-std::wstring Line(const Change& change)
+/// A path below one of the plan's folders without it.
+std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 {
-    std::wstring tstrLine =
-        std::wstring(L"  ") + RowOf(change.eOutcome).chSign + L" " + RowOf(change.eAction).szShown + change.tstrTarget;
+    for (const std::wstring& tstrFolder : {plan.tstrInstalledDir, plan.tstrUpdateDir}) {
+        const std::wstring_view tstrBegin = std::wstring_view(tstrPath).substr(0, tstrFolder.size());
+        if (KzCommon::String::EqualsNoCase(tstrBegin, tstrFolder)) return tstrPath.substr(tstrFolder.size());
+    }
+    return tstrPath;
+}
+
+std::wstring Line(const Change& change, const Plan& plan)
+{
+    std::wstring tstrLine = std::wstring(L"  ") + RowOf(change.eOutcome).chSign + L" " + RowOf(change.eAction).szShown +
+                            Short(change.tstrTarget, plan);
     if (!change.tstrName.empty()) tstrLine += L"  " + change.tstrName;
     if (change.optNew && change.eOutcome == Outcome::eReplace) {
         tstrLine += L": " + Quoted(change.optOld.value_or(L"")) + L" -> " + Quoted(*change.optNew);
     } else if (change.optNew || change.optOld) {
         tstrLine += L": " + Quoted(change.optNew ? *change.optNew : *change.optOld);
     }
-    if (!change.tstrSource.empty()) tstrLine += L"  <- " + change.tstrSource;
-    if (!change.tstrStaged.empty()) tstrLine += L"  by way of " + change.tstrStaged;
+    if (!change.tstrSource.empty()) tstrLine += L"  <- " + Short(change.tstrSource, plan);
+    if (!change.tstrStaged.empty()) tstrLine += L"  by way of " + Short(change.tstrStaged, plan);
     if (change.bAtRestart) tstrLine += L"  [restart]";
     if (!change.tstrReason.empty()) tstrLine += L"  (" + change.tstrReason + L")";
     return OneLine(std::move(tstrLine)) + L"\n";
@@ -144,7 +156,7 @@ std::wstring FormatPlanText(const Plan& plan)
         tstrText += L"\n" + step.tstrName;
         if (!step.tstrReason.empty()) tstrText += OneLine(L": nothing, " + step.tstrReason);
         tstrText += L"\n";
-        for (const Change& change : step.changes) tstrText += Line(change);
+        for (const Change& change : step.changes) tstrText += Line(change, plan);
     }
     const Count count = CountOf(plan);
     tstrText += L"\n";

@@ -7,7 +7,8 @@
 
 namespace Check {
 
-/// For a person: one line a change below its operation, then one that counts them.
+/// For a person: one line a change below its operation, paths below the plan's folders without them, then one that
+/// counts the changes.
 [[nodiscard]] std::wstring FormatPlanText(const Plan& plan);
 
 /// JSON, in UTF-8: {"update", "installed", "steps": [{"step", "changes": [{"action", "outcome", "target", ...}]}],
