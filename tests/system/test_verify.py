@@ -1,5 +1,6 @@
 """A manifest of the sample update, and what the checking program says of the machine at every stage of its arrival."""
 import json
+import os
 import unittest
 
 from brevantlab.expect import LabTest
@@ -42,10 +43,13 @@ class Verify(LabTest):
 
         row = next(row for row in machine.rows if row.source and row.target and row.target.startswith(machine.install))
         machine.write(row.target, 'damaged')
+        patterns = machine.host(machine.install + 'Patterns')
+        patterns.rename(patterns.with_name('Elsewhere'))
+        os.symlink('Elsewhere', patterns)
         machine.set_value('HKLM\\SOFTWARE\\Kazmere\\KZVLT\\Vault', 'IdleMinutes', 16)
         code, open_promises = self.verify(MANIFEST)
         self.assertEqual(1, code)
-        self.assertEqual(['DIFFERENT', 'VALUE DIFFERS'], sorted(open_promises.values()), open_promises)
+        self.assertEqual(['DIFFERENT', 'REFUSED', 'VALUE DIFFERS'], sorted(open_promises.values()), open_promises)
 
 
 if __name__ == '__main__':

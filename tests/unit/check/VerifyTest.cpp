@@ -107,6 +107,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     Write(L"Component\\p1\\Share\\UI\\below\\left.dll", "no step takes it");
     Write(L"Component\\p1\\Share\\Task\\daily\\t.xml", "t");
     Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "d");
+    Write(L"Component\\p1\\Share\\7-Zip\\Driver\\d.sys", "at the restart");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     Write(L"Component\\p1\\Share\\Setting\\readme_FR-FR.htm", "fr");
     Write(L"Component\\p1\\Share\\Setting\\readme.htm", "any");
@@ -119,7 +120,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     }
     EXPECT_THAT(found,
                 UnorderedElementsAre("{InstalledDir}BOTH.DLL r  4", "{InstalledDir}Task\\daily\\t.xml r  1",
-                                     "{InstalledDir}Driver\\d.sys n  1", "{SystemDrive}d.sys n  1",
+                                     "{InstalledDir}Driver\\d.sys r  14", "{SystemDrive}d.sys n  1",
                                      "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  1",
                                      "{InstalledDir}Resource\\images\\i.png r  1", "{InstalledDir}UpdateInfo.ini r  99",
                                      "{InstalledDir}readme.htm r  3", "{InstalledDir}readme.htm r DE-DE 2",
@@ -212,6 +213,9 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini: [s] k"}));
+
+    Write(kInstructionFile, "[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
+    EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
 }
 
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
