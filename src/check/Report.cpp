@@ -31,6 +31,18 @@ std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
     return tstrShown;
 }
 
+/// A text of a file may hold line ends and what a terminal takes for a command, and be of any length.
+std::wstring OnOneLine(std::wstring tstrText)
+{
+    constexpr std::size_t kMostCharacters = 2000;
+    if (tstrText.size() > kMostCharacters) tstrText.replace(kMostCharacters, std::wstring::npos, L"...");
+    const auto isControl = [](wchar_t ch) {
+        return ch < L' ' || (ch >= 0x7F && ch < 0xA0);
+    };
+    std::replace_if(tstrText.begin(), tstrText.end(), isControl, L' ');
+    return tstrText;
+}
+
 }  // namespace
 
 void Report::Add(Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
@@ -42,8 +54,8 @@ void Report::Add(Rule eRule, std::wstring_view tstrPath, Place place, std::wstri
 void Report::AddAs(Severity eSeverity, Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
                    std::wstring tstrSuggestion)
 {
-    m_findings.push_back(
-        {eRule, eSeverity, std::wstring(tstrPath), place, std::move(tstrText), std::move(tstrSuggestion)});
+    m_findings.push_back({eRule, eSeverity, std::wstring(tstrPath), place, OnOneLine(std::move(tstrText)),
+                          OnOneLine(std::move(tstrSuggestion))});
 }
 
 std::vector<Finding> Report::Sorted() const

@@ -76,7 +76,7 @@ constexpr RuleRow kRules[] = {
 
     {Rule::eNoTagPath, kError, L"no-tag-path", L"The record names no setting: nothing is carried over."},
     {Rule::eUnknownTag, kWarning, L"unknown-tag",
-     L"Neither the new file nor the defaults know the setting: nothing is carried over."},
+     L"Neither the new file nor the defaults know the setting: nothing that is read is carried over."},
     {Rule::eConfigNotXml, kError, L"config-not-xml", L"The configuration file is refused as a whole."},
     {Rule::eConfigValueType, kError, L"config-value-type", L"The value does not fit the type that is written on it."},
     {Rule::eSecretInClear, kError, L"secret-in-clear", L"The secret stands in the file for everybody to read."},

@@ -1,8 +1,7 @@
 #include "check/Update.h"
 
-#include "common/KzComn_Exception.h"
+#include "agent/DownloadPath.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 
 #include <shlwapi.h>
@@ -17,14 +16,6 @@ namespace {
 
 constexpr wchar_t kComponents[] = L"Component\\";
 
-/// A key of the update information that names a download folder, and the folder that is used when it is missing.
-struct DownloadKey {
-    const wchar_t* szKey;
-    const wchar_t* szDefault;
-};
-constexpr DownloadKey kProductKey{L"Component101_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
-constexpr DownloadKey kResourceKey{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-1r1o1"};
-
 std::wstring FullFolder(const std::wstring& tstrFolder)
 {
     std::wstring tstrFull(::GetFullPathNameW(tstrFolder.c_str(), 0, nullptr, nullptr), L'\0');
@@ -36,13 +27,9 @@ std::wstring FullFolder(const std::wstring& tstrFolder)
 Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
 {
     Package package;
-    package.tstrDownloadPath = key.szDefault;
-    static_cast<void>(Storage::Guarded(nullptr, [&] {
-        Storage::IniFile updateInfo;
-        updateInfo.Open(tstrFolder + kUpdateInfoFile);
-        const std::wstring tstrPath = updateInfo.ReadString(L"COMPONENT_LIST", key.szKey, key.szDefault);
-        if (!tstrPath.empty()) package.tstrDownloadPath = tstrPath;
-    }));
+    if (!ReadDownloadPath(tstrFolder + kUpdateInfoFile, key, package.tstrDownloadPath)) {
+        package.tstrDownloadPath = key.szDefault;
+    }
     package.tstrFolder = String::FolderBelow(tstrFolder + kComponents, package.tstrDownloadPath);
     package.bThere = Storage::Directory::IsExisted(package.tstrFolder);
     return package;
@@ -69,8 +56,8 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
         if (pdwError) *pdwError = ERROR_PATH_NOT_FOUND;
         return false;
     }
-    m_product = FindPackage(m_tstrFolder, kProductKey);
-    m_resource = FindPackage(m_tstrFolder, kResourceKey);
+    m_product = FindPackage(m_tstrFolder, ProductDownloadKey());
+    m_resource = FindPackage(m_tstrFolder, ResourceDownloadKey());
     m_files.clear();
     for (const Package* pPackage : {&m_product, &m_resource}) {
         if (pPackage->bThere) ListFiles(pPackage->tstrFolder);

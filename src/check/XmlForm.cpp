@@ -9,6 +9,15 @@ using namespace KzCommon;
 
 namespace Check {
 
+namespace {
+
+Place PlaceAt(const Storage::XmlPosition& position)
+{
+    return {static_cast<unsigned>(position.ullLine), static_cast<unsigned>(position.ullColumn)};
+}
+
+}  // namespace
+
 std::unique_ptr<Storage::XmlDocument> ReadXml(const Update& update, const std::wstring& tstrFile, Rule eRule,
                                               Report& report)
 {
@@ -17,13 +26,17 @@ std::unique_ptr<Storage::XmlDocument> ReadXml(const Update& update, const std::w
     } catch (Storage::Exception* pException) {
         const Storage::CaughtException caught(pException);
         const auto* const pXml = dynamic_cast<const Storage::XmlException*>(caught.get());
-        const Storage::XmlPosition position = pXml ? pXml->Position() : Storage::XmlPosition{};
+        const Place place = PlaceAt(pXml ? pXml->Position() : Storage::XmlPosition{});
         const std::wstring tstrReason = pXml ? pXml->Reason() : std::wstring(L"the file cannot be read");
-        const Place place{static_cast<unsigned>(position.ullLine), static_cast<unsigned>(position.ullColumn)};
         report.Add(eRule, tstrFile, place,
                    place.uLine > 0 ? tstrReason : tstrReason + L": " + WordsOf(caught->ErrorCode()));
     }
     return nullptr;
+}
+
+Place PlaceOfElement(const Storage::XmlElement& element)
+{
+    return PlaceAt(element.Position());
 }
 
 std::vector<std::wstring> SettingFiles(const Update& update, const std::wstring& tstrBase,

@@ -17,6 +17,9 @@ namespace Check {
                                                                       const std::wstring& tstrFile, Rule eRule,
                                                                       Report& report);
 
+/// Where an element's start tag stands.
+[[nodiscard]] Place PlaceOfElement(const KzCommon::Storage::XmlElement& element);
+
 /// The files of the settings folder that belong to one base name, "config" with "xml" giving "config_EN-US.xml" and the
 /// like; also one without language.
 [[nodiscard]] std::vector<std::wstring> SettingFiles(const Update& update, const std::wstring& tstrBase,

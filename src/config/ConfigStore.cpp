@@ -27,14 +27,6 @@ bool IsProtected(const XmlElement& element)
     return ProtectionOf(element) == Protection::eProtected;
 }
 
-/// What the element holds. White space around it counts only in a clear text.
-Value ValueOf(const XmlElement& element)
-{
-    const bool bProtected = IsProtected(element);
-    const bool bTextual = !bProtected && TypeOfName(element.GetAttribute(L"type")) == Type::eString;
-    return {bProtected, bTextual ? element.GetText() : Trimmed(element.GetText())};
-}
-
 /// Whether elements can be put into this one without spoiling a value.
 bool IsSection(const XmlElement& element)
 {
@@ -68,6 +60,13 @@ Protection ProtectionOf(const XmlElement& element)
         if (!bMeantNot) return Protection::eMisspelt;
     }
     return Protection::eNone;
+}
+
+Value ValueOf(const XmlElement& element)
+{
+    const bool bProtected = IsProtected(element);
+    const bool bTextual = !bProtected && TypeOfName(element.GetAttribute(L"type")) == Type::eString;
+    return {bProtected, bTextual ? element.GetText() : Trimmed(element.GetText())};
 }
 
 bool ConfigStore::Open(const std::wstring& tstrPath)

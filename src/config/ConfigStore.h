@@ -18,6 +18,9 @@ enum class Protection {
 };
 [[nodiscard]] Protection ProtectionOf(const KzCommon::Storage::XmlElement& element);
 
+/// What an element without child elements holds. White space around it counts only in a clear text.
+[[nodiscard]] Value ValueOf(const KzCommon::Storage::XmlElement& element);
+
 /// A setting is an element without child elements; its attribute "type" says what its text is (see Type), and with
 /// protected="1" the text is kept encrypted. Failures are traced, the values never.
 class ConfigStore {

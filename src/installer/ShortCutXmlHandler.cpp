@@ -14,11 +14,6 @@ using namespace InstCommon::Utility;
 
 namespace {
 
-// The longest folder that the shell handles. Also what ends a description of folders without end.
-constexpr std::size_t kLongestFolder = MAX_PATH - 1;
-// A link's path goes to the shell, which knows its own limit; longer than this is no path at all.
-constexpr std::size_t kLongestLink = 32766;
-
 /// The path of an item in a folder. False, with a trace line, for an item that would lie outside it and for a path that
 /// is too long to be tried.
 [[nodiscard]] bool ItemPath(const std::wstring& tstrFolder, const ShortcutItem& item, std::wstring& tstrPath)

@@ -89,9 +89,11 @@ void AppendAll(const XmlElement& parent, ShortcutPlace ePlace, ShortcutWalk eWal
                std::vector<ShortcutItem>& all)
 {
     for (ShortcutItem& item : ItemsOf(parent, ePlace, eWalk)) {
-        const bool bEnter = item.bFolder && !item.szRefusal;
         const XmlElement* pElement = item.pElement;
         if (!tstrFolder.empty()) item.tstrPath = String::JoinPath(tstrFolder, item.tstrPath);
+        const bool bTooLong = item.tstrPath.size() > (item.bFolder ? kLongestFolder : kLongestLink);
+        if (bTooLong && !item.szRefusal) item.szRefusal = L"is too long";
+        const bool bEnter = item.bFolder && !item.szRefusal;
         const std::wstring tstrPath = item.tstrPath;
         all.push_back(std::move(item));
         if (bEnter) AppendAll(*pElement, ePlace, eWalk, tstrPath, all);

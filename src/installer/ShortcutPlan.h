@@ -28,6 +28,11 @@
 
 namespace InstCommon::Utility {
 
+/// The longest folder that the shell handles. Also what ends a description of folders without end.
+inline constexpr std::size_t kLongestFolder = 259;
+/// A link's path goes to the shell, which knows its own limit; longer than this is no path at all.
+inline constexpr std::size_t kLongestLink = 32766;
+
 /// The direction of a walk over a description; the two do not look at the same elements.
 enum class ShortcutWalk : int { eRemove = 0, eCreate = 1 };
 
@@ -65,8 +70,9 @@ struct ShortcutItem {
 [[nodiscard]] std::vector<ShortcutItem> ItemsOf(const KzCommon::Storage::XmlElement& parent, ShortcutPlace ePlace,
                                                 ShortcutWalk eWalk);
 
-/// Everything that a walk over the document with that root handles, in the order of the walk, refused items included.
-/// That a machine's desktop is to be left alone, or a place cannot be found, is not known here.
+/// Everything that a walk over the document with that root handles, in the order of the walk, refused items included,
+/// also those whose path is too long wherever the place lies. That a machine's desktop is to be left alone, or a place
+/// cannot be found, is not known here.
 [[nodiscard]] std::vector<ShortcutItem> ListShortcuts(const KzCommon::Storage::XmlElement& root, ShortcutWalk eWalk);
 
 /// Why an item of that name would lie outside the folder it stands in, as in ShortcutItem; null when it does not.

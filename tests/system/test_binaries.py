@@ -15,7 +15,7 @@ VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version 
 
 class ShippedBinaries(unittest.TestCase):
     def test_self_contained_and_hardened(self):
-        for name in ('Brevant.exe', 'KzDbg64.dll', 'libexpat.dll'):
+        for name in ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll'):
             with self.subTest(name):
                 headers = subprocess.run(['x86_64-w64-mingw32-objdump', '-p', '-h', SHIPPED / name], check=True,
                                          stdout=subprocess.PIPE, text=True).stdout
@@ -35,15 +35,19 @@ class ShippedBinaries(unittest.TestCase):
                 self.assertNotIn(str(ROOT).encode(), (SHIPPED / name).read_bytes())
 
     def test_program_resources_and_size(self):
-        content = (SHIPPED / 'Brevant.exe').read_bytes()
-        manifest = (ROOT / 'src' / 'agent' / 'Brevant.manifest').read_bytes()
-        self.assertEqual(1, content.count(manifest.strip()))
-        self.assertIn(b'level="requireAdministrator"', manifest)
-        self.assertLess(len(content), 2 << 20)
+        # The agent is started elevated, the checker as whoever calls it.
+        for folder, name, level in (('agent', 'Brevant', b'requireAdministrator'),
+                                    ('check', 'BrevantCheck', b'asInvoker')):
+            with self.subTest(name):
+                content = (SHIPPED / f'{name}.exe').read_bytes()
+                manifest = (ROOT / 'src' / folder / f'{name}.manifest').read_bytes()
+                self.assertEqual(1, content.count(manifest.strip()))
+                self.assertIn(b'level="' + level + b'"', manifest)
+                self.assertLess(len(content), 2 << 20)
 
     def test_version(self):
         version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
-        for name in ('Brevant.exe', 'KzDbg64.dll'):
+        for name in ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll'):
             with self.subTest(name):
                 content = (SHIPPED / name).read_bytes()
                 numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)

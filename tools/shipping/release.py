@@ -18,7 +18,7 @@ from shipping.dependencies import USED, read_lock
 BIN = pathlib.PurePath('build/release/bin')
 DEPS = pathlib.PurePath('build/deps')
 # A release without one of these is none; every other program in the folder of programs is shipped, too.
-NEEDED = ('Brevant.exe', 'KzDbg64.dll', 'libexpat.dll')
+NEEDED = ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll')
 # Documents for those who work on the program; all others are guides for those who use it.
 INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md')
 # Name in the archive -> file; relative ones stand in the built dependencies.

@@ -6,6 +6,7 @@
 #include <json/json.h>
 
 #include <memory>
+#include <set>
 
 using namespace testing;
 using namespace Check;
@@ -22,6 +23,14 @@ Report Sample()
     return report;
 }
 
+Json::Value ParseJson(const std::string& strText)
+{
+    Json::Value value;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(strText.data(), strText.data() + strText.size(), &value, nullptr));
+    return value;
+}
+
 }  // namespace
 
 TEST(ReportTest, LinesAreSortedByPathAndPlaceAndCounted)
@@ -36,21 +45,63 @@ TEST(ReportTest, LinesAreSortedByPathAndPlaceAndCounted)
     EXPECT_EQ(FormatText({}, L""), L"0 errors, 0 warnings\n");
 }
 
+TEST(ReportTest, TextsOfAFileStayOnOneLine)
+{
+    Report report;
+    report.Add(Rule::eUnknownKey, L"a.ini", {1, 1}, L"a\r\n\x1B[2Jb" + std::wstring(5000, L'x'), L"c\x9B");
+    const Finding finding = report.Sorted().front();
+    EXPECT_TRUE(finding.tstrText.starts_with(L"a   [2Jbxxx") && finding.tstrText.ends_with(L"xxx..."));
+    EXPECT_EQ(finding.tstrSuggestion, L"c ");
+}
+
+// What the format's schema asks for.
+TEST(ReportTest, SarifHasTheMembersThatReadersRelyOn)
+{
+    Report report = Sample();
+    for (const RuleRow& row : Rules()) report.Add(row.eRule, L"Component\\f.ini", {1, 0}, L"half \xD83D");
+    const Json::Value log = ParseJson(FormatSarif(report, L"\\\\server\\\u00DC x\\"));
+    EXPECT_THAT(log.getMemberNames(), UnorderedElementsAre("$schema", "version", "runs"));
+    ASSERT_EQ(log["runs"].size(), 1U);
+    const Json::Value& run = log["runs"][0];
+    EXPECT_EQ(run["originalUriBaseIds"]["UPDATE"]["uri"], "file://server/%C3%9C%20x/");
+    EXPECT_EQ(run["columnKind"], "utf16CodeUnits");
+    const Json::Value& driver = run["tool"]["driver"];
+    EXPECT_THAT(driver["name"].asString(), Not(IsEmpty()));
+    EXPECT_THAT(driver["version"].asString(), MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
+    std::set<std::string> ids;
+    for (const Json::Value& rule : driver["rules"]) {
+        EXPECT_TRUE(ids.insert(rule["id"].asString()).second) << rule["id"];
+        EXPECT_THAT(rule["name"].asString(), MatchesRegex("[a-z0-9-]+"));
+        for (const char* szText : {"shortDescription", "help"}) {
+            EXPECT_TRUE(rule[szText]["text"].asString().ends_with(".")) << rule["id"];
+        }
+        EXPECT_THAT(rule["defaultConfiguration"]["level"].asString(), AnyOf("error", "warning"));
+    }
+    ASSERT_EQ(run["results"].size(), 4U + Rules().size());
+    for (const Json::Value& result : run["results"]) {
+        const Json::Value& rule = driver["rules"][result["ruleIndex"].asUInt()];
+        EXPECT_EQ(result["ruleId"], rule["id"]);
+        EXPECT_THAT(result["level"].asString(), AnyOf("error", "warning"));
+        EXPECT_THAT(result["message"]["text"].asString(), Not(IsEmpty()));
+        ASSERT_EQ(result["locations"].size(), 1U);
+        const Json::Value& place = result["locations"][0]["physicalLocation"];
+        const Json::Value& file = place["artifactLocation"];
+        EXPECT_THAT(file["uri"].asString(), MatchesRegex("[A-Za-z0-9%/:._~-]+"));
+        EXPECT_EQ(file.isMember("uriBaseId"), !file["uri"].asString().starts_with("file:"));
+        for (const char* szNumber : {"startLine", "startColumn"}) {
+            EXPECT_TRUE(!place["region"].isMember(szNumber) || place["region"][szNumber].asUInt() > 0);
+        }
+    }
+}
+
 TEST(ReportTest, SarifNamesRulesAndPlacesInItsOwnWay)
 {
-    const std::string strSarif = FormatSarif(Sample(), L"C:\\up date\\");
-    Json::Value log;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    ASSERT_TRUE(reader->parse(strSarif.data(), strSarif.data() + strSarif.size(), &log, nullptr));
+    const Json::Value log = ParseJson(FormatSarif(Sample(), L"C:\\up date\\"));
     const Json::Value& run = log["runs"][0];
     EXPECT_EQ(log["version"], "2.1.0");
     EXPECT_EQ(run["originalUriBaseIds"]["UPDATE"]["uri"], "file:///C:/up%20date/");
     const Json::Value& results = run["results"];
     ASSERT_EQ(results.size(), 4U);
-    for (const Json::Value& result : results) {
-        const Json::Value& rule = run["tool"]["driver"]["rules"][result["ruleIndex"].asUInt()];
-        EXPECT_EQ(result["ruleId"], rule["id"]);
-    }
     EXPECT_EQ(results[0]["level"], "warning");
     const Json::Value& elsewhere = results[0]["locations"][0]["physicalLocation"];
     EXPECT_EQ(elsewhere["artifactLocation"]["uri"], "file:///C:/i/x.ini");

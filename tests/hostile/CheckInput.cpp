@@ -1,0 +1,118 @@
+// What the checking program reads, in broken and malicious variants: nothing crashes or hangs, and nothing is written.
+#include "check/Lint.h"
+#include "check/Manifest.h"
+#include "check/TraceSummary.h"
+#include "check/Verify.h"
+#include "common/KzComn_XmlParser.h"
+#include "hostile/Variants.h"
+#include "support/RegistryFixture.h"
+#include "support/TempFolder.h"
+#include "support/watch/SystemWatch.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+using namespace KzCommon;
+using namespace Check;
+
+namespace {
+
+constexpr wchar_t kPackage[] = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
+
+class CheckInput : public RegistryTest {
+protected:
+    CheckInput()
+    {
+        EXPECT_TRUE(m_expat.LoadBesideProgram());
+        m_sandbox.Write(std::wstring(kPackage) + L"64bit\\c21t2103v0.0.0l1p1r1o1\\Qorvault.exe", "new");
+        m_sandbox.Write(L"installed\\Qorvault.exe", "old");
+        WriteProduct(L"ProductPath", m_sandbox.PathOf(L"installed\\"));
+    }
+
+    /// Puts a file in place that is as old as no other one was: the system trusts its copy of a file only when that
+    /// cannot be newer.
+    void Put(const std::wstring& tstrName, const std::string& strBytes)
+    {
+        const std::filesystem::path path = m_sandbox.PathOf(tstrName);
+        std::ofstream(path, std::ios::binary) << strBytes;
+        std::filesystem::last_write_time(path, m_time += std::chrono::seconds(1));
+    }
+
+    /// Runs a verb, which may list folders and read files, but change nothing.
+    void Run(int (*pfnVerb)(const Arguments&, Output&), const Arguments& arguments)
+    {
+        const SystemWatch watch(m_sandbox.Path(),
+                                [](std::string_view strCall, auto&&) { return strCall == "FindFirstFileW"; });
+        Output output;
+        const int iExitCode = pfnVerb(arguments, output);
+        EXPECT_NE(iExitCode, kWrongUse);
+        EXPECT_TRUE(iExitCode == kCannotRead ? !output.tstrErrors.empty() : output.strText.ends_with('\n'));
+    }
+
+    TempFolder m_sandbox;
+    Library::Expat m_expat;  // kept loaded for all variants
+    std::filesystem::file_time_type m_time =
+        std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
+};
+
+TEST_F(CheckInput, UpdatesToCheck)
+{
+    const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
+    const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
+                                  tstrShare + L"Setting\\qorshcut_EN-US.xml",
+                                  tstrShare + L"Resource\\EN-US\\StringTable.ini"};
+    for (const std::wstring& tstrName : names) m_sandbox.Write(tstrName, "");
+    Arguments arguments;
+    arguments.operands = {m_sandbox.Path()};
+    arguments.optInstalled = m_sandbox.PathOf(L"installed");
+    const std::vector<std::string> seeds = {
+        Sample("update/QorPaFrwk.ini"), Sample("installed/UpdateInfo.ini"), Sample("update/Setting/config_DE-DE.xml"),
+        Sample("update/Setting/qorshcut_DE-DE.xml"), Sample("update/Resource/DE-DE/StringTable.ini")};
+    RunVariants(seeds, [&](const std::string& strVariant) {
+        // Every file is the variant: none of them must be taken for another kind with less care.
+        for (const std::wstring& tstrName : names) Put(tstrName, strVariant);
+        arguments.eFormat = strVariant.size() % 2 == 0 ? Format::eSarif : Format::eText;
+        Run(strVariant.size() % 4 == 0 ? RunManifest : RunLint, arguments);
+    });
+}
+
+TEST_F(CheckInput, TracesToRead)
+{
+    const std::string strSeed =
+        "\xEF\xBB\xBF"
+        "21/11/2026 08:37:01.500 00d0:00d4 @@@ <Brevant> Paramter is /DeployFramework - Brevant.cpp(12)\r\n"
+        "21/11/2026 08:37:02.500 00d0:00d4 >>> <Brevant> [Enter] FrameworkDeployAgent::DoDeploy() - Brevant.cpp(12)\r\n"
+        "21/11/2026 08:37:02.501 00d0:00d4 !!! <Brevant> *** ::MoveFileEx(a) failed. [0x00000005] - A.cpp(1)\r\n"
+        "21/11/2026 23:59:59.999 00e0:00d4 @@@ <Brevant> Paramter is /ApplyNewName - Brevant.cpp(12)\r\n"
+        "22/11/2026 00:00:00.000 00d0:00d4 @@@ <Brevant> ***QorPatchTool.exe stop. - Brevant.cpp(12)\r\n";
+    Arguments arguments;
+    arguments.operands = {m_sandbox.PathOf(L"Brevant.log")};
+    RunVariants({strSeed}, [&](const std::string& strVariant) {
+        Put(L"Brevant.log", strVariant);
+        Put(L"Brevant.log.1", strSeed);
+        arguments.bAll = strVariant.size() % 2 == 0;
+        Run(RunTrace, arguments);
+    });
+}
+
+TEST_F(CheckInput, ManifestsToVerify)
+{
+    m_sandbox.Write(kInstructionFile, Sample("update/QorPaFrwk.ini"));
+    m_sandbox.Write(kUpdateInfoFile, "");
+    Arguments arguments;
+    arguments.operands = {m_sandbox.Path()};
+    Output manifest;
+    ASSERT_EQ(kClean, RunManifest(arguments, manifest)) << String::ToUtf8(manifest.tstrErrors);
+    arguments.operands = {m_sandbox.PathOf(L"manifest.json")};
+    arguments.optInstalled = m_sandbox.PathOf(L"installed");
+    RunVariants({manifest.strText}, [&](const std::string& strVariant) {
+        Put(L"manifest.json", strVariant);
+        arguments.eFormat = strVariant.size() % 2 == 0 ? Format::eJson : Format::eText;
+        Run(RunVerify, arguments);
+    });
+}
+
+}  // namespace

@@ -1,0 +1,149 @@
+#include "unit/check/CheckFixture.h"
+
+#include "config/ConfigProtection.h"
+
+/// The rules on the files of the settings folder.
+class SettingRulesTest : public CheckTest {
+protected:
+    /// What one family finds: "B063 2:3 suggestion" each, a warning in small letters. `strFile` goes to `szName` in the
+    /// settings folder.
+    [[nodiscard]] std::vector<std::string> Run(void (*pfnFamily)(const Subject&, Report&), const wchar_t* szName,
+                                               const std::string& strFile, const std::string& strInstructions,
+                                               const std::optional<std::wstring>& optInstalled = {}) const
+    {
+        Write(L"Component\\p1\\Share\\Setting\\" + std::wstring(szName), strFile);
+        Write(kInstructionFile, strInstructions);
+        Update update;
+        IniScan scan;
+        EXPECT_TRUE(update.Open(m_folder.Path(), optInstalled, nullptr));
+        EXPECT_TRUE(scan.Read(update.FullPath(kInstructionFile), nullptr));
+        Report report;
+        pfnFamily({update, scan, {}}, report);
+        std::vector<std::string> found;
+        for (const Finding& finding : report.Sorted()) {
+            std::wstring tstrLine = finding.eSeverity == Severity::eError ? L"" : L"warning ";
+            tstrLine += IdOf(finding.eRule) + L" " + std::to_wstring(finding.place.uLine) + L":" +
+                        std::to_wstring(finding.place.uColumn);
+            if (!finding.tstrSuggestion.empty()) tstrLine += L" " + finding.tstrSuggestion;
+            found.push_back(KzCommon::String::ToUtf8(tstrLine));
+        }
+        return found;
+    }
+};
+
+TEST_F(SettingRulesTest, WhatIsCarriedOverIsASettingThatTheFileOrTheDefaultsKnow)
+{
+    const std::pair<const char*, std::vector<std::string>> rows[] = {
+        {"/Window/Skin", {}},
+        {"window//SKIN/", {}},
+        {"/ProxySettings/Server", {}},  // known by the defaults alone
+        {"/", {"B060 2:9"}},
+        {"\\Window\\Skin", {"B060 2:9 /Window/Skin"}},
+        {"/Window/Skin,/Window/Size", {"B060 2:9"}},
+        {"/Window/Skni", {"warning B061 2:9 /Window/Skin"}},
+        {"/Window", {"warning B061 2:9"}},
+        {"/Settings/Window/Skin", {"warning B061 2:9"}},  // the root is not part of the path
+    };
+    for (const auto& [szTag, found] : rows) {
+        EXPECT_EQ(found, Run(CheckConfiguration, L"config_EN-US.xml",
+                             "<Settings><Window><Skin>a</Skin><Size/></Window></Settings>",
+                             std::string("[QOR_CONFIG_MERGE]\nmigrate=") + szTag + "\n"))
+            << szTag;
+    }
+}
+
+TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
+{
+    Config::ValueProtection protection;
+    DWORD dwError = ERROR_SUCCESS;
+    ASSERT_TRUE(protection.Open(Config::kStoreKey, dwError));
+    const auto sealed = [&](const wchar_t* szPath, const wchar_t* szValue) {
+        std::wstring tstrText;
+        EXPECT_TRUE(protection.Protect(*Config::TagPath::Parse(szPath), szValue, tstrText, dwError));
+        return KzCommon::String::ToUtf8(tstrText);
+    };
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
+        {"<Port type=\"int\"> -8080\n</Port>", {}},
+        {"<Port type=\"int\">80a</Port>", {"B063 3:1"}},
+        {"<Port type=\"int\">9223372036854775808</Port>", {"B063 3:1"}},
+        {"<Enable type=\"bool\"/>", {}},
+        {"<Enable type=\"bool\">true</Enable>", {"B063 3:1"}},
+        {"<Enable type=\"boolean\">1</Enable>", {"B063 3:1"}},
+        {"<Enable type=\"Bool\">1</Enable>", {"B063 3:1 bool"}},
+        {"<Any type=\"text\"><Port type=\"int\">8</Port></Any>", {}},  // a section has no value
+        {"<Pin type=\"int\" protected=\"1\">" + sealed(L"/ProxySettings/Pin", L"12") + "</Pin>", {}},
+        {"<Pin type=\"int\" protected=\"1\">" + sealed(L"/ProxySettings/Pin", L"x") + "</Pin>", {"B063 3:1"}},
+        {"<Pin protected=\"1\">" + sealed(L"/ProxySettings/Password", L"12") + "</Pin>", {"B064 3:1"}},
+        {"<Pin protected=\"true\">12</Pin>", {"B064 3:1 protected=\"1\""}},
+        {"<Pin protected=\"0\">12</Pin>", {}},
+        {"<Password protected=\"1\"/>", {}},
+        {"<Password protected=\"1\">geheim</Password>", {"B064 3:1"}},
+        {"<Password Protected=\"1\">geheim</Password>", {"B064 3:1 protected=\"1\""}},
+        {"<password>geheim</password>", {"B064 3:1 protected=\"1\""}},
+        {"<Password/>", {"warning B064 3:1 protected=\"1\""}},
+        {"<a><Password>12</Password></a>\n<Port type=\"int\">x</Port>", {"B063 4:1"}},
+    };
+    for (const auto& [strElement, found] : rows) {
+        EXPECT_EQ(found, Run(CheckConfiguration, L"config.xml",
+                             "<Settings>\n<ProxySettings>\n" + strElement + "</ProxySettings></Settings>", ""))
+            << strElement;
+    }
+}
+
+TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesThatAreThere)
+{
+    const std::wstring tstrInstalled = m_folder.MakeFolder(L"installed");
+    Write(L"installed\\old.exe", "");
+    Write(L"Component\\p1\\Share\\Setting\\readme_EN-US.htm", "");
+    Write(L"Component\\p1\\Share\\Task\\daily\\a.task", "");
+    const auto link = [](const std::string& strName, const std::string& strTarget = "Brevant.exe") {
+        return "<Shortcut lnk=\"" + strTarget + "\">" + strName + "</Shortcut>";
+    };
+    const auto desktop = [](const std::string& strContent, const std::string& strAvailable = "1") {
+        return "<Desktop available=\"" + strAvailable + "\">\n" + strContent + "</Desktop>";
+    };
+    const auto menu = [](const std::string& strContent) {
+        return "<StartMenu available=\"1\">\n" + strContent + "</StartMenu>";
+    };
+    const auto folder = [](const std::string& strName, const std::string& strContent) {
+        return "<Folder name=\"" + strName + "\">\n" + strContent + "</Folder>";
+    };
+    const std::pair<std::string, std::vector<std::string>> rows[] = {
+        {desktop(link("A")) + menu(folder("M\\P", link("A") + folder("T", link("B")))), {}},
+        // names
+        {desktop(link("..\\A")), {"B081 2:1"}},
+        {desktop(link("a..b. c")), {}},
+        {desktop(link("A?")), {"B081 2:1"}},
+        {desktop(link("\n  A\n")), {"B081 2:1"}},
+        {desktop(link("")), {"B081 2:1"}},
+        {menu(folder("", link("A"))), {}},
+        {menu(folder("CON", link("A"))), {"B081 2:1", "B083 2:1"}},
+        {menu(folder("C:x", "")), {"B081 2:1"}},
+        {menu(folder(std::string(259, 'x'), "")), {}},
+        {menu(folder(std::string(200, 'x'), folder(std::string(59, 'y'), ""))), {"B081 3:1"}},
+        // targets
+        {desktop(link("A", "old.exe") + link("B", "readme.htm") + link("C", "task/daily/A.TASK")), {}},
+        {desktop(link("A", "Task\\daily") + link("B", ".\\x\\..\\BREVANT.EXE")), {}},
+        {desktop(link("A", "Brevant.ex")), {"B082 2:1"}},
+        {desktop(link("A", "Task\\dail")), {"B082 2:1"}},
+        {desktop(link("A", "..\\QorPaFrwk.ini")), {"B082 2:1"}},  // it is there, but not in the install folder
+        {desktop("<Shortcut Lnk=\"Brevant.exe\">A</Shortcut>"), {"B082 2:1"}},
+        // places
+        {desktop(link("A", "none.exe"), "0"), {"warning B083 1:8"}},
+        {desktop("", "0"), {}},
+        {desktop(link("A"), "true"), {"B083 1:8"}},
+        {"<Desk_top available=\"1\">" + link("A") + "</Desk_top><Note>n</Note>", {"B083 1:8 Desktop"}},
+        {menu(link("A")), {"B083 2:1"}},
+        {menu(folder("M", "<Group>" + link("A") + "</Group><Note/>")), {"B083 3:1"}},
+        {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:28"}},
+        {desktop(link("M\\A")), {"B083 2:1"}},
+        {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 3:67"}},
+    };
+    for (const auto& [strPlaces, found] : rows) {
+        EXPECT_EQ(found,
+                  Run(CheckShortcuts, L"qorshcut_EN-US.xml", "<Links>" + strPlaces + "</Links>", "", tstrInstalled))
+            << strPlaces;
+    }
+    EXPECT_THAT(Run(CheckShortcuts, L"qorshcut_EN-US.xml", "<a>" + desktop(link("A", "old.exe")) + "</a>", ""),
+                ElementsAre("warning B082 2:1"));
+}
