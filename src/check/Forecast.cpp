@@ -104,12 +104,6 @@ std::optional<HeldValue> ReadNow(const std::wstring& tstrKeyPath, const std::wst
 
 }  // namespace
 
-std::wstring LowerCase(std::wstring tstrText)
-{
-    ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));
-    return tstrText;
-}
-
 HeldValue ValueOf(const RegistryRecord& record)
 {
     switch (record.eType) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "agent/RegistryPatch.h"
+#include "check/Instructions.h"
 #include "check/Update.h"
 
 #include <map>
@@ -76,8 +77,5 @@ private:
 
 /// The value that a record writes.
 [[nodiscard]] HeldValue ValueOf(const RegistryRecord& record);
-
-/// A text in small letters. CharLowerBuffW.
-[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
 
 }  // namespace Check

@@ -2,6 +2,7 @@
 
 #include "check/Destination.h"
 #include "check/ErrorWords.h"
+#include "check/Instructions.h"
 
 #include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
@@ -18,12 +19,6 @@ using namespace KzCommon;
 namespace Check {
 
 namespace {
-
-std::wstring LowerCase(std::wstring tstrText)
-{
-    ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));
-    return tstrText;
-}
 
 RegistryPromise* FindValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
                            const std::wstring& tstrName)
