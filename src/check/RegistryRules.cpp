@@ -165,6 +165,14 @@ std::wstring NearestNumber(const std::wstring& tstrData, bool bQword)
     return std::to_wstring(bQword ? ullNumber : static_cast<DWORD>(ullNumber));
 }
 
+/// Of two types that come equally near, the 64-bit one is meant: its word is the odd one.
+std::wstring NearestType(const std::wstring& tstrType)
+{
+    std::vector<std::wstring> words = RegistryTypeWords();
+    std::reverse(words.begin(), words.end());
+    return NearestOf(tstrType, words);
+}
+
 void CheckTypeAndData(const Patch& patch)
 {
     const RegistryRecord& parsed = patch.parsed;
@@ -176,7 +184,7 @@ void CheckTypeAndData(const Patch& patch)
             return;
         case RegistryType::eUnknown:
             patch.Error(Rule::eRegistryType, type.place, L"\"" + parsed.tstrType + L"\" is no type: nothing is written",
-                        NearestOf(parsed.tstrType, RegistryTypeWords()));
+                        NearestType(parsed.tstrType));
             return;
         case RegistryType::eDword:
         case RegistryType::eQword: break;

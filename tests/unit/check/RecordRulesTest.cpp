@@ -135,8 +135,8 @@ protected:
 
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
-    const std::string strInstalled = "\"{InstalledDir}";  // 34 characters behind the quote, expanded
-    const std::string strFill(260 - 34 - 2, 'x');
+    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters behind the quote, expanded
+    const std::string strFill(260 - 31 - 2, 'x');
     const Row rows[] = {
         {"a.exe \"C:\\b c\\d\"", {}},
         {"a.exe /c echo Done!", {"B050 2:30"}},

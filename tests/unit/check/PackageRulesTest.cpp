@@ -1,0 +1,146 @@
+#include "unit/check/CheckFixture.h"
+
+#include "check/BroughtFiles.h"
+
+class FileRulesTest : public CheckTest {
+protected:
+    FileRulesTest() : CheckTest(CheckFileRecords)
+    {
+        Write(L"Component\\p1\\Share\\UI\\a.html", "");
+        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
+    }
+
+    /// Findings about the lines of one section; the first stands in line 2.
+    [[nodiscard]] std::vector<std::string> LintFolders(const std::string& strLines) const
+    {
+        return Lint("[QOR_DIR]\n" + strLines);
+    }
+    [[nodiscard]] std::vector<std::string> LintFiles(const std::string& strLines) const
+    {
+        return Lint("[QOR_FILE]\n" + strLines);
+    }
+};
+
+TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
+{
+    const std::string strLong = "C:\\" + std::string(200, 'x') + "\\" + std::string(56, 'x');
+    const std::pair<std::string, std::vector<std::string>> folders[] = {
+        {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
+        {"add=a\\b\ndelete=C:\\\nadd=C:\\\n", {"B030 2:5 {InstalledDir}a\\b", "B030 3:8"}},
+        {"add=" + strLong + "\nadd=" + strLong + "x\n", {"B031 3:5"}},
+        {"delete=C:\\a*\nadd=C:\\?\\b\n", {"B034 2:8", "B034 3:5"}},
+        {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
+         {"B035 2:5", "B035 3:5", "B035 4:5", "B035 5:5", "B035 6:5"}},
+    };
+    for (const auto& [strLines, findings] : folders) EXPECT_EQ(findings, LintFolders(strLines)) << strLines;
+    const std::pair<std::string, std::vector<std::string>> files[] = {
+        {"delete={InstalledDir}*.d?l\ndelete_now=D:\\*\n", {}},
+        {"delete=old.txt\ndelete_now={ServiceLogDir}*.log\n", {"B030 2:8 {InstalledDir}old.txt"}},
+        {"delete=" + strLong + "\ndelete=" + strLong + "x\n", {"B031 3:8"}},
+        {"delete=C:\\" + std::string(256, 'x') + "\n", {"B031 2:8"}},
+        {"delete=C:\\a*\\b\n", {"B034 2:8"}},
+        {"delete_now=C:\\a\\b<\n", {"B035 2:12"}},
+        {"delete={InstalledDir}Legacy\\\n", {"B036 2:8"}},
+    };
+    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
+}
+
+TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
+{
+    const std::pair<std::string, std::vector<std::string>> files[] = {
+        {"delete={InstalledDir}A.HTML\n", {"B033 2:8"}},
+        {"delete={InstalledDir}*.htm\n", {"B033 2:8"}},
+        {"delete_now={InstalledDir}a.*\n", {"B033 2:12"}},
+        {"delete={InstalledDir}a.htm\ndelete={InstalledDir}Legacy\\a.html\n", {}},
+        {"delete_now={UdComponentsSrcDir}Share\\UI\\*\n", {"B033 2:12"}},
+        {"delete={UdComponentsSrcDir}Share\\UI\\*\n", {}},
+    };
+    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
+    EXPECT_THAT(LintFolders("delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\n"), ElementsAre("B033 2:8"));
+    EXPECT_THAT(LintFolders("add={InstalledDir}New\\a\ndelete={InstalledDir}new\n"), ElementsAre("B033 3:8"));
+}
+
+// A deletion is looked up during the run: what only this update brings is not there then, but for what is copied at
+// once.
+TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
+{
+    m_optInstalled = m_folder.PathOf(L"installed");
+    Write(L"installed\\Driver\\x", "");
+    Write(L"Component\\p1\\Share\\Patterns\\p.ptn", "");
+    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
+    EXPECT_THAT(Lint("[QOR_DIR]\nadd={InstalledDir}Task\\daily\n"),
+                ElementsAre("B032 0:0 Component\\p1\\Share\\Patterns\\p.ptn add={InstalledDir}Patterns"));
+    const std::string strFolders = "[QOR_DIR]\nadd={InstalledDir}Task\\daily\nadd={InstalledDir}Patterns\n[QOR_FILE]\n";
+    const auto lint = [&](const std::string& strLine) {
+        return Lint(strFolders + strLine + "\n");
+    };
+    EXPECT_THAT(lint("delete={InstalledDir}a.html"), IsEmpty());
+    EXPECT_THAT(lint("delete_now={InstalledDir}Driver\\*"), ElementsAre("B033 5:12"));
+    EXPECT_THAT(lint("delete={InstalledDir}Driver"), ElementsAre("B036 5:8"));
+    Write(L"installed\\a.html", "");
+    EXPECT_THAT(lint("delete={InstalledDir}a.html"), ElementsAre("B033 5:8"));
+}
+
+TEST(PatternTest, MatchesAsWindowsListsFiles)
+{
+    const struct {
+        const wchar_t* szName;
+        const wchar_t* szPattern;
+        bool bMatches;
+    } rows[] = {
+        {L"a.txt", L"*", true},      {L"a", L"*.*", true},         {L"A.TXT", L"a.t?t", true},
+        {L"a.txt", L"?.tx", false},  {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
+        {L"a.html", L"*.htm", true}, {L"a.html", L"a.htm", false}, {L"a.htm", L"*.html", false},
+        {L"", L"*", true},
+    };
+    for (const auto& row : rows) EXPECT_EQ(MatchesPattern(row.szName, row.szPattern), row.bMatches) << row.szPattern;
+}
+
+class PackageRulesTest : public CheckTest {
+protected:
+    PackageRulesTest() : CheckTest(CheckPackages) {}
+};
+
+TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
+{
+    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
+    Write(L"Component\\p1\\32bit\\p1\\a.dll", "");
+    Write(L"Component\\r1\\EN-US\\help\\a.htm", "");
+    EXPECT_THAT(Lint(""), IsEmpty());
+    Write(L"Component\\p1\\Share\\Pattern\\p.ptn", "");
+    Write(L"Component\\p1\\Share\\UI\\Test\\a.htm", "");
+    Write(L"Component\\p1\\a.htm", "");
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\",
+                                      "B070 0:0 Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\",
+                                      "B070 0:0 Component\\p1\\a.htm"));
+}
+
+TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
+{
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1x\nComponent2_DownloadPath=r1\n");
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 UpdateInfo.ini p1"));
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
+    Write(L"Component\\p2\\64bit\\a.dll", "");
+    EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
+}
+
+TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
+{
+    for (const wchar_t* const szFile :
+         {L"config_EN-US.xml", L"config_DE-DE.xml", L"readme_en-us.htm", L"readme_DE-DE.htm"}) {
+        Write(std::wstring(L"Component\\p1\\Share\\Setting\\") + szFile, "");
+    }
+    Write(L"Component\\r1\\DE-DE\\StringTable.ini", "");
+    Write(L"Component\\r1\\EN-US\\StringTable.ini", "");
+    const std::string strTexts = "[RestartNotification_EN-US]\ntext=a\ntext=b\n[RestartNotification_DE-DE]\ntext=a\n";
+    EXPECT_THAT(Lint(strTexts), IsEmpty());
+    EXPECT_THAT(Lint("[RestartNotification_EN-US]\ntext=a\n"), ElementsAre("B072 0:0"));
+    Write(L"Component\\p1\\Share\\Setting\\qorshcut_DE-DE.xml", "");
+    EXPECT_THAT(Lint(strTexts), ElementsAre("B072 0:0 Component\\p1\\Share\\Setting\\qorshcut_EN-US.xml"));
+    Write(L"Component\\p1\\Share\\Setting\\qorshcut.xml", "");
+    m_languages = {L"FR-FR"};
+    EXPECT_THAT(Lint(strTexts),
+                UnorderedElementsAre("B072 0:0", "B072 0:0 Component\\p1\\Share\\Setting\\config_FR-FR.xml",
+                                     "B072 0:0 Component\\p1\\Share\\Setting\\readme_FR-FR.htm",
+                                     "B072 0:0 Component\\r1\\FR-FR\\StringTable.ini"));
+}
