@@ -84,7 +84,8 @@ function(brevant_hostile_tests folder samples)
     add_executable(hostile_tests ${sources})
     set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     target_link_libraries(hostile_tests PRIVATE check test_support GTest::gmock GTest::gtest)
-    foreach(kind InstructionFiles StringTables ShortcutFiles ConfigurationFiles UpdateInformation Placeholders Manifests)
+    foreach(kind InstructionFiles StringTables ShortcutFiles ConfigurationFiles UpdateInformation Placeholders
+                 PlacesOfManifests)
         add_test(NAME hostile.${kind}
             COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${samples})
         set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 300)

@@ -1,5 +1,5 @@
-// What the checking program reads that others can have written, in broken and malicious variants: nothing crashes,
-// nothing is written, and nothing is looked at but what lies below the product's folders.
+// Manifests in broken and malicious variants: nothing is looked at but what lies below the product's folders, whatever
+// a manifest names.
 #include "check/Manifest.h"
 #include "check/Verify.h"
 #include "common/KzComn_String.h"
@@ -45,9 +45,9 @@ bool IsBelow(const MachineFolders& folders, const std::wstring& tstrPath)
     return tstrPlace != tstrPath && tstrPath.find(L':', 2) == std::wstring::npos;
 }
 
-class CheckInput : public RegistryTest {};
+class Manifests : public RegistryTest {};
 
-TEST_F(CheckInput, Manifests)
+TEST_F(Manifests, PlacesOfManifests)
 {
     TempFolder sandbox;
     sandbox.Write(L"outside.txt", "secret");
