@@ -88,7 +88,7 @@ function(brevant_hostile_tests folder samples)
                  UpdatesToCheck TracesToRead PlacesOfManifests)
         add_test(NAME hostile.${kind}
             COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${samples})
-        set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 300)
+        set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 600)
     endforeach()
 endfunction()
 

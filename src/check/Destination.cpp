@@ -7,6 +7,7 @@
 #include "common/KzComn_String.h"
 
 #include <algorithm>
+#include <iterator>
 
 using namespace KzCommon;
 

@@ -2,16 +2,14 @@
 // below it.
 #pragma once
 
-#include <windows.h>
-
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
 
 namespace Check {
 
-/// The placeholders of places that no instruction file has.
+/// The placeholders that a place begins with; instruction files have those of the log folders besides, and not the
+/// second and third.
 inline constexpr wchar_t kInstalledDir[] = L"{InstalledDir}";
 inline constexpr wchar_t kAppData[] = L"{AppData}";
 inline constexpr wchar_t kSystemDrive[] = L"{SystemDrive}";

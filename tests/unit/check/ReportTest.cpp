@@ -31,6 +31,13 @@ Json::Value ParseJson(const std::string& strText)
     return value;
 }
 
+const std::string kSmall = "abcdefghijklmnopqrstuvwxyz";
+
+bool IsMadeOf(const std::string& strText, const std::string& strCharacters)
+{
+    return !strText.empty() && strText.find_first_not_of(strCharacters) == std::string::npos;
+}
+
 }  // namespace
 
 TEST(ReportTest, LinesAreSortedByPathAndPlaceAndCounted)
@@ -67,11 +74,11 @@ TEST(ReportTest, SarifHasTheMembersThatReadersRelyOn)
     EXPECT_EQ(run["columnKind"], "utf16CodeUnits");
     const Json::Value& driver = run["tool"]["driver"];
     EXPECT_THAT(driver["name"].asString(), Not(IsEmpty()));
-    EXPECT_THAT(driver["version"].asString(), MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
+    EXPECT_TRUE(IsMadeOf(driver["version"].asString(), "0123456789.")) << driver["version"];
     std::set<std::string> ids;
     for (const Json::Value& rule : driver["rules"]) {
         EXPECT_TRUE(ids.insert(rule["id"].asString()).second) << rule["id"];
-        EXPECT_THAT(rule["name"].asString(), MatchesRegex("[a-z0-9-]+"));
+        EXPECT_TRUE(IsMadeOf(rule["name"].asString(), kSmall + "0123456789-")) << rule["name"];
         for (const char* szText : {"shortDescription", "help"}) {
             EXPECT_TRUE(rule[szText]["text"].asString().ends_with(".")) << rule["id"];
         }
@@ -86,7 +93,7 @@ TEST(ReportTest, SarifHasTheMembersThatReadersRelyOn)
         ASSERT_EQ(result["locations"].size(), 1U);
         const Json::Value& place = result["locations"][0]["physicalLocation"];
         const Json::Value& file = place["artifactLocation"];
-        EXPECT_THAT(file["uri"].asString(), MatchesRegex("[A-Za-z0-9%/:._~-]+"));
+        EXPECT_TRUE(IsMadeOf(file["uri"].asString(), kSmall + "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789%/:._~-"));
         EXPECT_EQ(file.isMember("uriBaseId"), !file["uri"].asString().starts_with("file:"));
         for (const char* szNumber : {"startLine", "startColumn"}) {
             EXPECT_TRUE(!place["region"].isMember(szNumber) || place["region"][szNumber].asUInt() > 0);

@@ -135,9 +135,9 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {"<Desk_top available=\"1\">" + link("A") + "</Desk_top><Note>n</Note>", {"B083 1:8 Desktop"}},
         {menu(link("A")), {"B083 2:1"}},
         {menu(folder("M", "<Group>" + link("A") + "</Group><Note/>")), {"B083 3:1"}},
-        {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:28"}},
+        {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:26"}},
         {desktop(link("M\\A")), {"B083 2:1"}},
-        {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 3:67"}},
+        {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 4:43"}},
     };
     for (const auto& [strPlaces, found] : rows) {
         EXPECT_EQ(found,
