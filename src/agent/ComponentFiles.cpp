@@ -17,7 +17,6 @@ using namespace PackageLayout;
 
 namespace {
 
-constexpr int kStageNames = 100;
 constexpr std::size_t kDriveRootLength = 3;  // "C:\\"
 
 /// The drive of a path, "C:"; false, with a trace line, when it cannot be split off.
@@ -31,14 +30,6 @@ bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
     }
     tstrDrive = szDrive;
     return true;
-}
-
-bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight)
-{
-    std::wstring tstrLeftDrive;
-    std::wstring tstrRightDrive;
-    if (!DriveOf(tstrLeft, tstrLeftDrive) || !DriveOf(tstrRight, tstrRightDrive)) return true;
-    return String::EqualsNoCase(tstrLeftDrive, tstrRightDrive);
 }
 
 /// A delayed move does not cross volumes, and a volume may be mounted in a folder of the same drive: worth a warning.
@@ -146,6 +137,14 @@ void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFo
 
 }  // namespace
 
+bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight)
+{
+    std::wstring tstrLeftDrive;
+    std::wstring tstrRightDrive;
+    if (!DriveOf(tstrLeft, tstrLeftDrive) || !DriveOf(tstrRight, tstrRightDrive)) return true;
+    return String::EqualsNoCase(tstrLeftDrive, tstrRightDrive);
+}
+
 bool DeployProgramPackage(const PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DeployProgramPackage()");
@@ -176,10 +175,22 @@ bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceD
               tstrSourceDir.c_str(), tstrDestinationDir.c_str());
         return true;
     }
+    const auto copy = [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {
+        CopyOne(pathValues, tstrSource, tstrDestination, bAfterReboot);
+    };
+    ForEachFileToCopy(tstrSourceDir, tstrPattern, tstrDestinationDir, bRecurse, copy);
+    return true;
+}
+
+void ForEachFileToCopy(
+    const std::wstring& tstrSourceDir, const std::wstring& tstrPattern, const std::wstring& tstrDestinationDir,
+    bool bRecurse,
+    const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit)
+{
     const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
     if (Storage::Directory::IsLink(tstrRoot)) {
         TraceLink(tstrRoot);
-        return true;
+        return;
     }
     // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
     std::vector<WalkLevel> levels;
@@ -195,14 +206,14 @@ bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceD
         const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
         const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
         if (!entry.bFolder) {
-            CopyOne(pathValues, tstrSource, tstrDestination, bAfterReboot);
+            if (Storage::File::IsTemporaryName(entry.tstrName)) continue;  // what an ended run left behind
+            visit(tstrSource, tstrDestination);
         } else if (bRecurse && entry.bLink) {
             TraceLink(tstrSource);
         } else if (bRecurse) {
             levels.push_back(ListLevel(tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
         }
     }
-    return true;
 }
 
 bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrSource,

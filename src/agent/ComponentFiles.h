@@ -3,6 +3,7 @@
 
 #include "agent/PathValues.h"
 
+#include <functional>
 #include <string>
 
 /// Runs the deploy steps of the program package, each whatever became of the one before. Always true.
@@ -10,6 +11,21 @@ bool DeployProgramPackage(const PathValues& pathValues);
 
 /// Deploys the resource package out of `tstrDownloadDir` (with trailing backslash). Always true.
 bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir);
+
+/// How many names beside its destination a file that comes from another drive is tried under: the destination's with a
+/// number from 0 on behind it.
+inline constexpr unsigned long kStageNames = 100;
+
+/// Whether two paths lie on one drive, so that a file can be moved from one to the other at the next restart. Traces a
+/// path whose drive cannot be told; then they count as if they did.
+[[nodiscard]] bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight);
+
+/// Calls `visit` with source and destination of every file that CopyDirectory() copies with the same arguments, in its
+/// order. FindFirstFileW.
+void ForEachFileToCopy(
+    const std::wstring& tstrSourceDir, const std::wstring& tstrPattern, const std::wstring& tstrDestinationDir,
+    bool bRecurse,
+    const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit);
 
 /// Copies the entries of a folder that match `tstrPattern`, with `bRecurse` those of its folders too, each folder when
 /// it is met; with `bAfterReboot` at the next restart, otherwise now. Destination folders are not created. Links to

@@ -53,7 +53,7 @@ IniTarget SelectUpdateInfo(const PathValues& pathValues, const std::wstring& tst
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES) {
+    if (IsUpdateInfoCopied(tstrInstalled, tstrDownloaded)) {
         const std::wstring tstrWorkingCopy = WorkingCopyOf(pathValues);
         static_cast<void>(Storage::File::Delete(tstrWorkingCopy, nullptr));
         if (Storage::File::Copy(tstrWorkingCopy, tstrInstalled, false, &dwError)) {
@@ -91,6 +91,12 @@ void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownlo
 std::span<const LanguageFile> LanguageFiles() noexcept
 {
     return kLanguageFiles;
+}
+
+bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
+{
+    return Storage::File::IsExisted(tstrInstalled) &&
+           ::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES;
 }
 
 bool PrepareSettings(const PathValues& pathValues)

@@ -11,9 +11,6 @@ using namespace KzCommon;
 
 namespace {
 
-const wchar_t kMarkerName[] = L"{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}";
-const wchar_t kMarkerData[] = L"{8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}";
-
 // The build number is taken by its place in the version ("3.8.0.1099"), never by its dots.
 constexpr std::size_t kBuildStart = 6;
 constexpr std::size_t kBuildLength = 4;
@@ -34,25 +31,34 @@ bool CheckIfNewProdNameApplied()
     return false;
 }
 
+NewNameNeed JudgeNewName(const std::wstring& tstrLanguage, const std::wstring& tstrVersion, std::wstring& tstrBuild)
+{
+    // Only the lower-case tag stands for an installation that keeps its name.
+    if (tstrLanguage == L"ja-jp") return NewNameNeed::eJapanese;
+    if (tstrVersion.size() < kBuildStart + kBuildLength) return NewNameNeed::eVersionInvalid;
+    tstrBuild = tstrVersion.substr(kBuildStart, kBuildLength);
+    return tstrBuild < kFirstBuildWithNewName ? NewNameNeed::eDue : NewNameNeed::eNewEnough;
+}
+
 bool NeedToApplyNewName()
 {
     Trace(kTraceStep, L"NeedToApplyNewName()");
     const std::wstring tstrLanguage = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Language", L"");
     Trace(kTraceInfo, L"Installed language=%s (No need to apply this change if language==JA-JP)", tstrLanguage.c_str());
-    // Only the lower-case tag stands for an installation that keeps its name.
-    if (tstrLanguage == L"ja-jp") {
+    const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Version", L"");
+    std::wstring tstrBuild;
+    const NewNameNeed eNeed = JudgeNewName(tstrLanguage, tstrVersion, tstrBuild);
+    if (eNeed == NewNameNeed::eJapanese) {
         Trace(kTraceInfo, L"No need to change product name for Japanese version.");
         return false;
     }
-    const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Version", L"");
     Trace(kTraceInfo, L"Installed product version = %s", tstrVersion.c_str());
-    if (tstrVersion.size() < kBuildStart + kBuildLength) {
+    if (eNeed == NewNameNeed::eVersionInvalid) {
         Trace(kTraceError, L"Product version key is invalid. Do not apply new name.");
         return false;
     }
-    const std::wstring tstrBuild = tstrVersion.substr(kBuildStart, kBuildLength);
     Trace(kTraceInfo, L"Build# = %s", tstrBuild.c_str());
-    if (tstrBuild < kFirstBuildWithNewName) {
+    if (eNeed == NewNameNeed::eDue) {
         Trace(kTraceInfo, L"Need to apply new brand");
         return true;
     }
@@ -84,7 +90,7 @@ void PreparePostUdActionForNewName()
         Trace(kTraceError, L"Failed to backup old shortcut configuration. Error code = %d", dwError);
     }
     Trace(kTraceInfo, L"Prepare RunOnce key for after-reboot actions: {InstalledDir}Brevant.exe /ApplyNewName");
-    RegisterSysRunOnce(PathValues(), L"{InstalledDir}Brevant.exe /ApplyNewName");
+    RegisterSysRunOnce(PathValues(), kNewNameCommand);
 }
 
 bool NeedToInformUser()

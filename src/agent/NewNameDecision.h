@@ -5,6 +5,8 @@
 // (PostRestartRename.h). The marker comes first: the rename is scheduled once even if its preparation fails.
 #pragma once
 
+#include <string>
+
 /// The product's new name, unless a string table has another.
 inline constexpr wchar_t kNewProductName[] = L"Kazmere Qorvault";
 
@@ -12,6 +14,21 @@ inline constexpr wchar_t kNewProductName[] = L"Kazmere Qorvault";
 inline constexpr wchar_t kShortcutFile[] = L"qorshcut.xml";
 /// The copy of it that still describes the shortcuts of before the update.
 inline constexpr wchar_t kShortcutBackupFile[] = L"qorshcutbackup.xml";
+
+/// The marker, a value of the product's key, and what it holds when the rename has been scheduled.
+inline constexpr wchar_t kMarkerName[] = L"{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}";
+inline constexpr wchar_t kMarkerData[] = L"{8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}";
+
+/// The command that gives the name, as it is registered to run once.
+inline constexpr wchar_t kNewNameCommand[] = L"{InstalledDir}Brevant.exe /ApplyNewName";
+
+/// Whether an installation takes the new name, or why not.
+enum class NewNameNeed { eJapanese, eVersionInvalid, eNewEnough, eDue };
+
+/// Decides by the installation's language and version alone; `tstrBuild` becomes the version's build number, where it
+/// has one.
+[[nodiscard]] NewNameNeed JudgeNewName(const std::wstring& tstrLanguage, const std::wstring& tstrVersion,
+                                       std::wstring& tstrBuild);
 
 /// Whether the marker says that the rename has been scheduled before.
 [[nodiscard]] bool CheckIfNewProdNameApplied();

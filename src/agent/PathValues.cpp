@@ -84,7 +84,15 @@ void PathValues::ReadProductFolders()
     m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
     m_tstrProductDownloadPath.clear();
     m_tstrProductDownloadDir.clear();
-    if (!ReadDownloadPath(UpdateInfoFile(), ProductDownloadKey(), m_tstrProductDownloadPath)) return;
+    std::wstring tstrPath;
+    if (!ReadDownloadPath(UpdateInfoFile(), ProductDownloadKey(), tstrPath)) return;
+    TakeProductFolders(m_tstrInstallDir, std::move(tstrPath));
+}
+
+void PathValues::TakeProductFolders(std::wstring tstrInstallDir, std::wstring tstrDownloadPath)
+{
+    m_tstrInstallDir = std::move(tstrInstallDir);
+    m_tstrProductDownloadPath = std::move(tstrDownloadPath);
     m_tstrProductDownloadDir = String::FolderBelow(ComponentDir(), m_tstrProductDownloadPath);
 }
 
@@ -122,8 +130,11 @@ const PathValues::Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) c
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 {
     // Most texts have none, and looking up the install folder takes longer than a whole registry record.
-    if (tstrText.find(L'{') == std::wstring::npos) return;
-    const std::wstring tstrInstalledDir = Frwk::Utility::GetInstalledFolder();
+    if (tstrText.find(L'{') != std::wstring::npos) ExpandPlaceholders(tstrText, Frwk::Utility::GetInstalledFolder());
+}
+
+void PathValues::ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const
+{
     ReplacePlaceholders(tstrText,
                         {&m_tstrProductDownloadDir, &tstrInstalledDir, &m_tstrInstallerLogDir, &m_tstrInteractiveLogDir,
                          &m_tstrServiceLogDir, m_protectedLogDirs.empty() ? nullptr : &m_protectedLogDirs.front()});

@@ -37,9 +37,14 @@ public:
     /// download folder.
     void ReadProductFolders();
 
+    /// The same for an install folder (with trailing backslash) and a download path that are known already.
+    void TakeProductFolders(std::wstring tstrInstallDir, std::wstring tstrDownloadPath);
+
     /// Replaces the placeholders in `tstrText`, each compared exactly, in their fixed order. "{InstalledDir}" is looked
     /// up afresh; of the protected log folders only the first is ever used, and without any its placeholder stays.
     void ExpandPlaceholders(std::wstring& tstrText) const;
+    /// The same with another folder for "{InstalledDir}".
+    void ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const;
 
     /// "{InstalledDir}": value "ProductPath" of the product key.
     [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }

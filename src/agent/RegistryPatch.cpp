@@ -51,17 +51,12 @@ void TraceStore(const RegistryRecord& record, ULONGLONG ullValue)
 /// "add_if_non": writes the value unless one of its type is there. A value of another type cannot be read and is
 /// rewritten. Only here does "(Default)" stand for the key's unnamed value, and only for the write.
 template <class Value>
-void AddValueIfNone(const RegistryRecord& record, const Value& value, const Value& absent)
+void AddValueIfNone(const RegistryRecord& record, const Value& value)
 {
-    Value existing = absent;
-    DWORD dwError = ERROR_SUCCESS;
-    const bool bRead = Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, record.tstrValueName, existing,
-                                               Storage::eViewDefault, &dwError);
-    if (bRead && existing != absent) return;
-
+    if (IsValueThere(record)) return;
     TraceStore(record, value);
-    const std::wstring tstrName = record.tstrValueName == L"(Default)" ? std::wstring() : record.tstrValueName;
-    if (!Store(record, tstrName, value, dwError)) {
+    DWORD dwError = ERROR_SUCCESS;
+    if (!Store(record, NameWrittenIfNone(record), value, dwError)) {
         Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
     }
 }
@@ -90,21 +85,21 @@ const TypeRow kTypes[] = {
          AddValue(record, record.tstrData, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
-         AddValueIfNone<std::wstring>(record, record.tstrData, kAbsentText);
+         AddValueIfNone(record, record.tstrData);
      }},
     {L"REG_DWORD", RegistryType::eDword,
      [](const RegistryRecord& record) {
          AddValue(record, record.dwData, L"KzCommon::Storage::Reg::StoreValue(REG_DWORD) failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
-         AddValueIfNone(record, record.dwData, kAbsentDword);
+         AddValueIfNone(record, record.dwData);
      }},
     {L"REG_QDWORD", RegistryType::eQword,
      [](const RegistryRecord& record) {
          AddValue(record, record.ullData, L"KzCommon::Storage::Reg::StoreValue(REG_QDWORD) failed. Win32ErrorCode=%x");
      },
      [](const RegistryRecord& record) {
-         AddValueIfNone(record, record.ullData, kAbsentQword);
+         AddValueIfNone(record, record.ullData);
      }},
     {L"REG_MULTI_SZ", RegistryType::eMultiText, &RefuseMultiText, &RefuseMultiText},
     {nullptr, RegistryType::eUnknown, &RefuseType, &RefuseType},
@@ -183,6 +178,30 @@ bool CountsAsMissing(const RegistryRecord& record)
         case RegistryType::eUnknown: break;
     }
     return false;
+}
+
+bool IsValueThere(const RegistryRecord& record)
+{
+    RegistryRecord held = record;
+    const auto read = [&](auto& value) {
+        return Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, record.tstrValueName, value,
+                                       Storage::eViewDefault, nullptr) &&
+               !CountsAsMissing(held);
+    };
+    switch (record.eType) {
+        case RegistryType::eText: return read(held.tstrData);
+        case RegistryType::eDword: return read(held.dwData);
+        case RegistryType::eQword: return read(held.ullData);
+        case RegistryType::eMultiText:
+        case RegistryType::eUnknown: break;
+    }
+    return false;
+}
+
+const std::wstring& NameWrittenIfNone(const RegistryRecord& record)
+{
+    static const std::wstring kUnnamed;
+    return record.tstrValueName == L"(Default)" ? kUnnamed : record.tstrValueName;
 }
 
 void PatchRegistry(const PathValues& pathValues)

@@ -42,6 +42,13 @@ struct RegistryRecord {
 /// rewrites a value that holds it.
 [[nodiscard]] bool CountsAsMissing(const RegistryRecord& record);
 
+/// Whether the operation that adds missing values leaves this one alone: the registry holds one of the record's type,
+/// and not what stands for a missing one. RegQueryValueExW.
+[[nodiscard]] bool IsValueThere(const RegistryRecord& record);
+
+/// The name under which that operation writes the value: "(Default)" stands for the key's unnamed one.
+[[nodiscard]] const std::wstring& NameWrittenIfNone(const RegistryRecord& record);
+
 /// Carries out the registry records: all deletes, then all adds, then all adds of missing values.
 void PatchRegistry(const PathValues& pathValues);
 

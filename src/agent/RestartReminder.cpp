@@ -22,30 +22,12 @@ static_assert(kStyle == 262209);
 
 constexpr DWORD kNoSession = 0xFFFFFFFF;  // while the console changes hands
 
-struct Notification {
-    std::wstring tstrTitle;
-    std::wstring tstrMessage;
-};
-
 Notification ReadNotification()
 {
     SectionRecords records;
     static_cast<void>(
         ReadSection(SectionOf(L"RestartNotification_", L"RemindToReboot"), records, Frwk::Utility::GetLanguage()));
-    Notification notification;
-    auto [itText, itEnd] = records.equal_range(L"text");
-    if (itText != itEnd) {
-        notification.tstrTitle = itText->second;
-        Trace(kTraceInfo, L"RemindToReboot(): Title: [%s]", notification.tstrTitle.c_str());
-        ++itText;
-    }
-    if (itText != itEnd) {
-        notification.tstrMessage = itText->second;
-        Trace(kTraceInfo, L"RemindToReboot(): Message: [%s]", notification.tstrMessage.c_str());
-    }
-    if (notification.tstrTitle.empty()) notification.tstrTitle = kBuiltInTitle;
-    if (notification.tstrMessage.empty()) notification.tstrMessage = kBuiltInMessage;
-    return notification;
+    return MakeNotification(records);
 }
 
 DWORD BytesOf(const std::wstring& tstrText)
@@ -74,6 +56,24 @@ DWORD BytesOf(const std::wstring& tstrText)
 }
 
 }  // namespace
+
+Notification MakeNotification(const SectionRecords& records)
+{
+    Notification notification;
+    auto [itText, itEnd] = records.equal_range(L"text");
+    if (itText != itEnd) {
+        notification.tstrTitle = itText->second;
+        Trace(kTraceInfo, L"RemindToReboot(): Title: [%s]", notification.tstrTitle.c_str());
+        ++itText;
+    }
+    if (itText != itEnd) {
+        notification.tstrMessage = itText->second;
+        Trace(kTraceInfo, L"RemindToReboot(): Message: [%s]", notification.tstrMessage.c_str());
+    }
+    if (notification.tstrTitle.empty()) notification.tstrTitle = kBuiltInTitle;
+    if (notification.tstrMessage.empty()) notification.tstrMessage = kBuiltInMessage;
+    return notification;
+}
 
 void RemindToReboot()
 {

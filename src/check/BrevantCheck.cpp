@@ -2,6 +2,7 @@
 // it and changes nothing.
 #include "check/CommandLine.h"
 #include "check/Lint.h"
+#include "check/Plan.h"
 #include "check/Manifest.h"
 #include "check/Verify.h"
 #include "check/TraceSummary.h"
@@ -25,6 +26,13 @@ constexpr Verb kVerbs[] = {
      L"  --strict         warnings count as errors\n\n"
      L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
+    {L"plan", L"UPDATE [--installed DIR] [--format text|json]",
+     L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run; does nothing of\n"
+     L"it. An update elsewhere than in the install folder is taken as if it lay there.\n\n"
+     L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   [restart] when Windows starts again\n\n"
+     L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n\n"
+     L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
+     kInstalled | kFormatJson, 1, 1, RunPlan},
     {L"manifest", L"UPDATE > FILE",
      L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
      L"information. \"verify\" compares a machine with it.\n\n"

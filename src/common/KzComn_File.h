@@ -83,6 +83,12 @@ struct Entry {
 [[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
                                        DWORD* pdwError);
 
+/// Calls `visit` for every file, link and folder of a tree in the order in which it is deleted: contents first,
+/// `tstrFolder` (with trailing backslash) last; paths without trailing backslash. What a junction or symbolic link
+/// points to is no part of the tree. False with the code of the first folder that could not be listed.
+[[nodiscard]] bool ForEachInTree(const std::wstring& tstrFolder,
+                                 const std::function<void(const std::wstring& tstrPath)>& visit, DWORD* pdwError);
+
 /// Registers a whole folder tree for deletion at the next restart: contents first, then the folders they leave empty,
 /// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
 /// itself; what it points to stays. All are tried; false with the code of the first failure, kStoppedOnLink (681) and

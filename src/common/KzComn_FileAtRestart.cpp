@@ -75,40 +75,50 @@ bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tst
 
 bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
 {
-    const std::wstring tstrFull = FullPath(tstrFolder);
     HeldFolder above;
-    if (!above.Hold(FolderAbove(tstrFull), pdwError)) return false;
-    // A stack of its own instead of recursion: a tree can be as deep as a path is long. A folder is listed when it is
-    // first met and registered when everything below it has been.
-    struct Pending {
-        std::wstring tstrFolder;
-        bool bListed;
-    };
+    if (!above.Hold(FolderAbove(FullPath(tstrFolder)), pdwError)) return false;
     FirstFailure failure;
     const auto schedule = [&](const std::wstring& tstrPath) {
         DWORD dwError = ERROR_SUCCESS;
         const bool bOk = DeleteAtRestart(tstrPath, &dwError);
         failure.Note(bOk, dwError);
     };
+    DWORD dwError = ERROR_SUCCESS;
+    const bool bListed = ForEachInTree(tstrFolder, schedule, &dwError);
+    failure.Note(bListed, dwError);
+    return failure.Report(pdwError);
+}
+
+bool ForEachInTree(const std::wstring& tstrFolder, const std::function<void(const std::wstring& tstrPath)>& visit,
+                   DWORD* pdwError)
+{
+    const std::wstring tstrFull = FullPath(tstrFolder);
+    // A stack of its own instead of recursion: a tree can be as deep as a path is long. A folder is listed when it is
+    // first met and visited when everything below it has been.
+    struct Pending {
+        std::wstring tstrFolder;
+        bool bListed;
+    };
+    FirstFailure failure;
     std::vector<Pending> stack{{tstrFull + L'\\', IsLink(tstrFull)}};
     while (!stack.empty()) {
         const Pending next = stack.back();
         stack.pop_back();
         if (next.bListed) {
-            schedule(next.tstrFolder.substr(0, next.tstrFolder.size() - 1));
+            visit(next.tstrFolder.substr(0, next.tstrFolder.size() - 1));
             continue;
         }
         stack.push_back({next.tstrFolder, true});
         DWORD dwError = ERROR_SUCCESS;
-        const auto visit = [&](const Entry& entry) {
+        const auto visitEntry = [&](const Entry& entry) {
             const std::wstring tstrPath = next.tstrFolder + entry.tstrName;
             if (entry.bFolder && !entry.bLink) {
                 stack.push_back({tstrPath + L'\\', false});
             } else {
-                schedule(tstrPath);
+                visit(tstrPath);
             }
         };
-        const bool bOk = ForEachEntry(next.tstrFolder, L"*", visit, &dwError);
+        const bool bOk = ForEachEntry(next.tstrFolder, L"*", visitEntry, &dwError);
         failure.Note(bOk || dwError == ERROR_FILE_NOT_FOUND, dwError);
     }
     return failure.Report(pdwError);

@@ -64,7 +64,23 @@ bool IsMountedVolume(const std::wstring& tstrFolder)
     return false;
 }
 
+/// Whether a folder is a link that somebody may have pointed anywhere.
+bool IsRefused(const std::wstring& tstrFolder)
+{
+    return IsLink(tstrFolder) && !IsMountedVolume(tstrFolder);
+}
+
 }  // namespace
+
+bool LeadsThroughLink(const std::wstring& tstrFolder)
+{
+    const std::wstring tstrFull = FullPath(tstrFolder);
+    for (std::size_t uEnd = RootLength(tstrFull); uEnd < tstrFull.size();) {
+        uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
+        if (IsRefused(tstrFull.substr(0, uEnd))) return true;
+    }
+    return false;
+}
 
 bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError)
 {
@@ -83,7 +99,7 @@ bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError)
         if (!TryWhileHeld(open, &dwError)) {
             return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
         }
-        if (!bRoot && IsLink(tstrPath) && !IsMountedVolume(tstrPath)) return Fail(kStoppedOnLink, pdwError);
+        if (!bRoot && IsRefused(tstrPath)) return Fail(kStoppedOnLink, pdwError);
         if (uEnd >= tstrFull.size()) break;
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
     }

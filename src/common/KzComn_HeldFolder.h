@@ -12,6 +12,9 @@ namespace KzCommon::Storage::Directory {
 /// link.
 inline constexpr DWORD kStoppedOnLink = 681;
 
+/// Whether HeldFolder refuses a folder for a junction or symbolic link on the way to it; nothing is opened for long.
+[[nodiscard]] bool LeadsThroughLink(const std::wstring& tstrFolder);
+
 /// Holds a folder and all above it open, so that none of them can be moved away and another put in its place.
 class HeldFolder {
 public:

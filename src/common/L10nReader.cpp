@@ -25,7 +25,11 @@ bool CL10nReader::ParseL10nFile(const std::wstring& tstrLangName, const std::wst
 {
     const OperationTrace trace(L"[Enter] CL10nReader::ParseL10nFile... _tsLangName[%s]", tstrLangName,
                                L"[Leave] CL10nReader::ParseL10nFile...");
-    const std::wstring tstrPath = TablePath(tstrLangName, tstrAdditionalSection);
+    return ParseTable(TablePath(tstrLangName, tstrAdditionalSection), tstrAdditionalSection);
+}
+
+bool CL10nReader::ParseTable(const std::wstring& tstrPath, const std::wstring& tstrAdditionalSection)
+{
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::IsExisted(tstrPath, &dwError)) {
         Trace(kTraceError, L"CL10nReader::ParseL10nFile - KzCommon::Storage::File::IsExisted(%s) failed. error[0x%08x]",

@@ -23,6 +23,9 @@ public:
     /// when every section asked for was read; what was read before a failure stays available.
     [[nodiscard]] bool ParseL10nFile(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection);
 
+    /// The same out of the table at `tstrPath`.
+    [[nodiscard]] bool ParseTable(const std::wstring& tstrPath, const std::wstring& tstrAdditionalSection);
+
     /// The text of a key (matched exactly), or null when there is none. Valid until the next parse.
     [[nodiscard]] const wchar_t* GetString(const std::wstring& tstrKey) const;
 

@@ -2,7 +2,6 @@
 #include "check/Lint.h"
 #include "check/Manifest.h"
 #include "check/TraceSummary.h"
-#include "check/Verify.h"
 #include "common/KzComn_XmlParser.h"
 #include "hostile/Variants.h"
 #include "support/RegistryFixture.h"
@@ -95,23 +94,6 @@ TEST_F(CheckInput, TracesToRead)
         Put(L"Brevant.log.1", strSeed);
         arguments.bAll = strVariant.size() % 2 == 0;
         Run(RunTrace, arguments);
-    });
-}
-
-TEST_F(CheckInput, ManifestsToVerify)
-{
-    m_sandbox.Write(kInstructionFile, Sample("update/QorPaFrwk.ini"));
-    m_sandbox.Write(kUpdateInfoFile, "");
-    Arguments arguments;
-    arguments.operands = {m_sandbox.Path()};
-    Output manifest;
-    ASSERT_EQ(kClean, RunManifest(arguments, manifest)) << String::ToUtf8(manifest.tstrErrors);
-    arguments.operands = {m_sandbox.PathOf(L"manifest.json")};
-    arguments.optInstalled = m_sandbox.PathOf(L"installed");
-    RunVariants({manifest.strText}, [&](const std::string& strVariant) {
-        Put(L"manifest.json", strVariant);
-        arguments.eFormat = strVariant.size() % 2 == 0 ? Format::eJson : Format::eText;
-        Run(RunVerify, arguments);
     });
 }
 

@@ -20,7 +20,7 @@ import subprocess
 import sys
 import tempfile
 import time
-from typing import Callable, Iterable, NamedTuple, Optional, Self, TypeVar, Union
+from typing import IO, Callable, Iterable, NamedTuple, Optional, Self, TypeVar, Union
 
 from . import prefix as prefixes, registry, trace
 from .prefix import BUILD
@@ -81,11 +81,12 @@ class Machine:
 
     # -- programs --
 
-    def run(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120,
-            capture: bool = True) -> Result:
-        """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output."""
+    def run(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
+            errors: bool = True) -> Result:
+        """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output, with what it
+        says on standard error unless that is not wanted."""
         self._boot()
-        return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture)
+        return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors)
 
     def restart(self, timeout: float = 300) -> None:
         """Restarts: pending moves first, then each run-once command in turn, all of them done on return."""
@@ -106,8 +107,9 @@ class Machine:
         A stand-in for a library of Windows also takes its place in the system folder, the only one where the program
         looks for such libraries."""
         binaries = pathlib.Path(os.environ.get('BREVANT_BIN', BUILD / 'release' / 'bin'))
-        if not (binaries / 'Brevant.exe').is_file():
-            raise FileNotFoundError(f'no programs in {binaries}: run tools/build.sh')
+        for name in ('Brevant.exe', 'BrevantCheck.exe'):
+            if not (binaries / name).is_file():
+                raise FileNotFoundError(f'no {name} in {binaries}: run tools/build.sh')
         self.make_dir(folder)
         for file in binaries.iterdir():
             if file.suffix in ('.exe', '.dll'):
@@ -283,19 +285,24 @@ class Machine:
         return self._wine(*command, timeout=timeout, debug='-all,err+all')
 
     def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
-              debug: str = '-all,err+virtual') -> Result:
+              errors: bool = True, debug: str = '-all,err+virtual') -> Result:
         # A file takes the output: a pipe would stay open in the services that the first command starts.
-        with tempfile.TemporaryFile() as output:
+        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as said:
             done = subprocess.run([*prefixes.fixed_layout(), 'wine', *map(str, command)], timeout=timeout,
                                   cwd=cwd or self.prefix / 'drive_c', stdin=subprocess.DEVNULL,
                                   env={**self._environment(), 'WINEDEBUG': debug},
-                                  stdout=output if capture else None, stderr=subprocess.STDOUT if capture else None)
-            output.seek(0)
-            text = output.read().decode('utf-8', 'replace').replace('\r\n', '\n')
-        if NOT_BEGUN in text and done.returncode != 0:
-            self.repeated.append(f'{command}: {text.strip()}')
-            return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, debug=debug)
+                                  stdout=output if capture else None,
+                                  stderr=said if capture and not errors else subprocess.STDOUT if capture else None)
+            text, aside = (_text(file) for file in (output, said))
+        if NOT_BEGUN in text + aside and done.returncode != 0:
+            self.repeated.append(f'{command}: {text}{aside}'.strip())
+            return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors, debug=debug)
         return Result(done.returncode & 0xFF, text)
+
+
+def _text(file: IO[bytes]) -> str:
+    file.seek(0)
+    return file.read().decode('utf-8', 'replace').replace('\r\n', '\n')
 
 
 def _done(result: Result) -> bool:

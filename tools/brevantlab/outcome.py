@@ -37,8 +37,8 @@ class State:
 @dataclasses.dataclass
 class Check:
     """One call of BrevantCheck."""
-    code: Optional[int] = None  # None: there is no BrevantCheck.exe among the programs
-    lines: list[str] = dataclasses.field(default_factory=list)
+    code: int
+    lines: list[str]
 
 
 class Row(NamedTuple):
@@ -142,14 +142,15 @@ class Outcome:
         rows += [('NOT WRITTEN', name) for name in self.not_written()]
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
                  if move.target not in self.not_arrived()]
-        known = ' '.join(where for _, where in rows).casefold()
-        if self.verify.code not in (0, None):
-            rows += [('VERIFY', line) for line in self.verify.lines
-                     if re.split(r'\}|(?<=[A-Z]) ', line)[-1].casefold() not in known]
+        if self.verify.code != 0:
+            names = [where.partition(': ')[0].removeprefix('HKLM\\').casefold() for _, where in rows]
+            found = [line.partition(': ') for line in self.verify.lines
+                     if not any(name in line.casefold() for name in names)]
+            rows += [(verdict, short(what)) for verdict, _, what in found]
         return rows
 
     def complete(self) -> bool:
-        return self.code == 0 and not self.problems() and self.verify.code in (0, None)
+        return self.code == 0 and not self.problems() and self.verify.code == 0
 
     def exit_code(self) -> int:
         return 3 if self.code != 0 else 0 if self.complete() else 1

@@ -12,7 +12,7 @@ import sys
 import tempfile
 import threading
 import time
-from typing import Any, Callable, Iterator, NamedTuple, Optional
+from typing import Callable, NamedTuple, Optional
 
 from . import report
 from .layouts import host_files, install_folder, instructions, write_sample
@@ -24,7 +24,7 @@ from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
 ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace')
 REFUSED = 2
-WRONG_USE = 2  # of a BrevantCheck that does not know the verb
+KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
 MOST_ROWS = 6  # of one kind before they are only counted
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
 # What the change of name writes beside the product's own key.
@@ -88,17 +88,14 @@ class Trial:
 
     # -- the checker --
 
-    def check(self, *arguments: str) -> Optional[Result]:
-        """Runs BrevantCheck; None when it is not among the programs."""
-        program = PRODUCT + 'BrevantCheck.exe'
-        return self.machine.run(program, *arguments, timeout=300) if self.machine.host(program).is_file() else None
+    def check(self, *arguments: str, errors: bool = True) -> Result:
+        """Runs BrevantCheck."""
+        return self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
 
     def lint(self, language: str) -> Check:
         self.progress('lint')
         folder = host_path(self.options.update)
         result = self.check('lint', folder, '--installed', PRODUCT.rstrip('\\'), '--language', language)
-        if result is None:
-            return Check()
         lines = [line.replace(folder + '\\', '') for line in result.output.splitlines() if line]
         if result.code != 0 and not self.options.force:
             raise Refused('\n'.join(lines))
@@ -106,19 +103,18 @@ class Trial:
 
     def manifest(self) -> Check:
         """Writes the manifest to the machine."""
-        result = self.check('manifest', host_path(self.options.update))
-        if result is None or result.code == WRONG_USE:
-            return Check()
+        result = self.check('manifest', host_path(self.options.update), errors=False)
         self.machine.write(MANIFEST, result.output)
-        failures = [f'no manifest: {line}' for line in result.output.splitlines()] if result.code else []
+        failures = [f'NO MANIFEST: {line}' for line in result.output.splitlines()] if result.code else []
         return Check(result.code, failures)
 
     def verify(self, manifest: Check) -> Check:
         if manifest.code != 0:
             return manifest
         self.progress('verification')
-        result = self.check('verify', MANIFEST, '--installed', PRODUCT.rstrip('\\'), '--format', 'json')
-        return Check() if result is None else Check(result.code, not_arrived(result.output))
+        folder = PRODUCT.rstrip('\\')
+        result = self.check('verify', MANIFEST, '--installed', folder, '--format', 'json', errors=False)
+        return Check(result.code, broken_promises(result.output))
 
     # -- the run --
 
@@ -210,18 +206,14 @@ class Trial:
         return [line for place in sorted(places) for line in self.machine.trace_lines(place)]
 
 
-def not_arrived(text: str) -> list[str]:
-    """'STATE place' of everything in a verification's JSON that has not arrived; without JSON its lines as they are."""
-    def places(part: Any) -> Iterator[str]:
-        for inner in part.values() if isinstance(part, dict) else part if isinstance(part, list) else ():
-            yield from places(inner)
-        if isinstance(part, dict) and isinstance(part.get('state'), str) and part['state'].upper() != 'ARRIVED':
-            place = next((part[name] for name in ('path', 'destination', 'value', 'key', 'name') if part.get(name)), '')
-            yield f'{part["state"].upper()} {place}'
+def broken_promises(text: str) -> list[str]:
+    """'VERDICT: what (why)' of everything in a verification's JSON that is not as promised; other text by line."""
     try:
-        return list(places(json.loads(text)))
-    except ValueError:
-        return text.splitlines()
+        answers = json.loads(text)['answers']
+    except (ValueError, KeyError):
+        return [f'VERIFY: {line}' for line in text.splitlines()]
+    return [f'{answer["verdict"]}: {answer["what"]}' + (f' ({answer["detail"]})' if answer.get('detail') else '')
+            for answer in answers if answer['verdict'] not in KEPT]
 
 
 def windows_path(machine: Machine, folder: pathlib.Path) -> str:
@@ -269,12 +261,9 @@ def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path]
         came = f'at line {outcome.kill_at} of the trace; the agent was started again'
         print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
     lint = outcome.lint
-    print(f'{"lint":<20} ' + (lint.lines[-1] if lint.lines else 'clean' if lint.code == 0 else
-                              'not done: no BrevantCheck.exe among the programs'))
+    print(f'{"lint":<20} {lint.lines[-1] if lint.lines else lint.code}')
     print_rows([('finding', line) for line in lint.lines[:-1] if lint.code])
     print_rows(outcome.summary())
-    if outcome.verify.code is None:
-        print(f'{"verification":<20} not done: BrevantCheck does not offer it')
     print_details(outcome.details(), rooms)
     if folder:
         print(f'{"report":<20} {report.write(outcome, folder)}')

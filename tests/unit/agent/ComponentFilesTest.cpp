@@ -179,6 +179,7 @@ TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeplo
               2);
     EXPECT_TRUE(agent.DoDeploy());
     EXPECT_THAT(Moves(), ElementsAre(HasSubstr("Share\\UI\\f > f")));
+    EXPECT_EQ(Traced("@@@ CDeployComponentsAction::CopyDirectory("), 0) << "without settings none are copied";
     WriteProduct(L"ProductPath", L"");
     EXPECT_TRUE(agent.DoDeploy()) << "nothing is known, and nothing held";
 }

@@ -3,6 +3,7 @@
 #include "agent/FileOperations.h"
 
 #include "common/KzComn_Handle.h"
+#include "support/watch/SystemWatch.h"
 
 using FileOperationsTest = AgentTest;
 
@@ -44,4 +45,25 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(strTraced)));
     }
     EXPECT_THAT(m_install.List(), ElementsAre(L"file", L"there\\"));
+}
+
+TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
+{
+    const std::string strFolders = "[QOR_DIR]\ndelete={InstalledDir}old\n";
+    const std::string strFiles = "[QOR_FILE]\ndelete_now={InstalledDir}a.*\ndelete={InstalledDir}b.*\n";
+    for (const wchar_t* szName : {L"a.x", L"b.x", L"old\\c"}) m_install.Write(szName, "");
+    const SystemWatch watch(m_install.Path());
+    for (const std::string& strOnly : {strFolders, strFiles}) {
+        Instruct(strOnly);
+        RemoveFileAfterReboot(m_paths);
+        EXPECT_TRUE(watch.DelayedMoves().empty() && m_install.Read(L"a.x"));
+    }
+    EXPECT_EQ(2,
+              CountTraced("!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]"));
+    Instruct(strFiles + strFolders);
+    RemoveFileAfterReboot(m_paths);
+    const std::wstring tstrOld = m_install.PathOf(L"old");
+    EXPECT_THAT(watch.DelayedMoves(), ElementsAre(DelayedMove{tstrOld + L"\\c", L""}, DelayedMove{tstrOld, L""},
+                                                  DelayedMove{m_install.PathOf(L"b.x"), L""}));
+    EXPECT_EQ(m_install.Read(L"a.x"), std::nullopt);
 }

@@ -107,6 +107,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     Write(L"Component\\p1\\Share\\UI\\below\\left.dll", "no step takes it");
     Write(L"Component\\p1\\Share\\Task\\daily\\t.xml", "t");
     Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "d");
+    Write(L"Component\\p1\\Share\\7-Zip\\Driver\\d.sys", "at the restart");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     Write(L"Component\\p1\\Share\\Setting\\readme_FR-FR.htm", "fr");
     Write(L"Component\\p1\\Share\\Setting\\readme.htm", "any");
@@ -119,7 +120,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     }
     EXPECT_THAT(found,
                 UnorderedElementsAre("{InstalledDir}BOTH.DLL r  4", "{InstalledDir}Task\\daily\\t.xml r  1",
-                                     "{InstalledDir}Driver\\d.sys n  1", "{SystemDrive}d.sys n  1",
+                                     "{InstalledDir}Driver\\d.sys r  14", "{SystemDrive}d.sys n  1",
                                      "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  1",
                                      "{InstalledDir}Resource\\images\\i.png r  1", "{InstalledDir}UpdateInfo.ini r  99",
                                      "{InstalledDir}readme.htm r  3", "{InstalledDir}readme.htm r DE-DE 2",
@@ -156,7 +157,7 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
         {"delete=SOFTWARE\\Vault!N", {REG_BINARY, "x"}, "VALUE DIFFERS (promised none, is of another type)"},
         {"add=SOFTWARE\\Vault!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}",
          RawText(tstrFolder + tstrFolder + L"Component\\p1\\"), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_MULTI_SZ!x", {}, ""},
+        {"add=SOFTWARE\\Vault!N!REG_MULTI_SZ!x", {}, "0"},
         {"add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x", RawText(L"x"), "VALUE DIFFERS"},
     };
     Write(L"Component\\p1\\Share\\UI\\x", "");
@@ -173,7 +174,7 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
             if (const auto uName = strLine.find(strName); uName != std::string::npos)
                 strLine.erase(uName, strName.size());
         }
-        EXPECT_THAT(strLine, *row.szLine ? StartsWith(row.szLine) : StrEq("0"));
+        EXPECT_THAT(strLine, StartsWith(row.szLine));
     }
     // By its literal name nothing was there, so that the unnamed value was written.
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"x"));
@@ -212,6 +213,9 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini: [s] k"}));
+
+    Write(kInstructionFile, "[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
+    EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
 }
 
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
@@ -248,7 +252,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
 {
     Write(kInstructionFile,
           "[QOR_REGISTRY_PATCH]\nadd=SOFTWARE\\Vault!A!REG_QDWORD!18446744073709551615\ndelete=SOFTWARE\\Vault!B\n"
-          "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x\n"
+          "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!C!REG_SZ!y\n"
           "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
           "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
     Write(L"Component\\p1\\Share\\UI\\\u00E9.dll", "new");
@@ -266,7 +270,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
         EXPECT_EQ(FormatManifest(read), strManifest);
     }
-    const std::pair<const char*, const char*> damages[] = {
+    const std::pair<std::string, std::string> damages[] = {
         {"\"format\" : 1", "\"format\" : 2"},      {"\"format\" : 1", "\"format\" : 1e99"},
         {"\"when\" : \"now\"", "\"when\" : 1"},    {"18446744073709551615", "18446744073709551616"},
         {"\"state\" : \"any\"", "\"state\" : []"}, {"\"folders\" :", "\"folder\" :"},
@@ -276,8 +280,8 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
     for (const auto& [strFrom, strTo] : damages) {
         std::string strDamaged = strManifest;
         const auto uFound = strDamaged.find(strFrom);
-        if (uFound == std::string::npos) continue;
-        strDamaged.replace(uFound, std::strlen(strFrom), strTo);
+        ASSERT_NE(uFound, std::string::npos) << strFrom;
+        strDamaged.replace(uFound, strFrom.size(), strTo);
         Promises read;
         std::wstring tstrError;
         EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strFrom;

@@ -1,0 +1,83 @@
+// What lies on this machine, as it will be at some moment of a run that is only planned.
+#pragma once
+
+#include "agent/RegistryPatch.h"
+#include "check/Update.h"
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Check {
+
+/// A registry value as it is shown.
+struct HeldValue {
+    DWORD dwType = REG_NONE;
+    std::wstring tstrText;
+    bool operator==(const HeldValue&) const = default;
+};
+
+/// Files, folders and registry values: what is there now, the update laid over the installed folder, and what the plan
+/// has noted since. Paths are full; those of the update are the ones that its files have then. Nothing is changed.
+class Forecast {
+public:
+    /// Both folders with trailing backslash; they may be the same.
+    Forecast(std::wstring tstrUpdateDir, std::wstring tstrInstalledDir);
+
+    /// Where a path of the installed folder is read now: in the update, where that has it.
+    [[nodiscard]] std::wstring PlaceNow(const std::wstring& tstrPath) const;
+    /// The path that a file of the update has then.
+    [[nodiscard]] std::wstring PlaceThen(const std::wstring& tstrPath) const;
+
+    [[nodiscard]] bool HasFile(const std::wstring& tstrPath) const;
+    [[nodiscard]] bool HasFolder(const std::wstring& tstrPath) const;
+    /// Whether a file is there and cannot be copied over.
+    [[nodiscard]] bool IsReadOnly(const std::wstring& tstrPath) const;
+    /// The files of a folder (with trailing backslash) that match a pattern.
+    [[nodiscard]] std::vector<std::wstring> FilesIn(const std::wstring& tstrFolder,
+                                                    const std::wstring& tstrPattern) const;
+    /// Those of them that were noted, and not there before.
+    [[nodiscard]] std::vector<std::wstring> AddedFilesIn(const std::wstring& tstrFolder,
+                                                         const std::wstring& tstrPattern) const;
+    /// Files and folders of a tree, contents first, the folder last; without trailing backslashes.
+    [[nodiscard]] std::vector<std::wstring> Tree(const std::wstring& tstrFolder) const;
+
+    void AddFile(const std::wstring& tstrPath);
+    void RemoveFile(const std::wstring& tstrPath);
+    /// Adds those above it, too.
+    void AddFolder(const std::wstring& tstrPath);
+
+    /// A value below HKEY_LOCAL_MACHINE; nothing when it is not there. RegQueryValueExW.
+    [[nodiscard]] std::optional<HeldValue> Value(const std::wstring& tstrKeyPath, const std::wstring& tstrName) const;
+    /// A text among the product's values, or the default.
+    [[nodiscard]] std::wstring ProductText(const wchar_t* szName, const wchar_t* szDefault) const;
+    /// IsValueThere() at this moment.
+    [[nodiscard]] bool LeavesAlone(const RegistryRecord& record) const;
+    /// Notes a value that is written, or, without one, deleted.
+    void SetValue(const std::wstring& tstrKeyPath, const std::wstring& tstrName, std::optional<HeldValue> optValue);
+
+private:
+    using ValueKey = std::pair<std::wstring, std::wstring>;
+
+    [[nodiscard]] const std::optional<HeldValue>* Noted(const std::wstring& tstrKeyPath,
+                                                        const std::wstring& tstrName) const;
+
+    std::wstring m_tstrUpdateDir;
+    std::wstring m_tstrInstalledDir;
+    // By their names in small letters.
+    std::map<std::wstring, std::wstring> m_files;
+    std::map<std::wstring, std::wstring> m_folders;
+    std::set<std::wstring> m_gone;
+    std::map<ValueKey, std::optional<HeldValue>> m_values;
+};
+
+/// The value that a record writes.
+[[nodiscard]] HeldValue ValueOf(const RegistryRecord& record);
+
+/// A text in small letters. CharLowerBuffW.
+[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
+
+}  // namespace Check

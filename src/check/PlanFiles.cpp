@@ -1,0 +1,262 @@
+// The files and folders of a plan.
+#include "check/PlanSteps.h"
+
+#include "agent/ComponentFiles.h"
+#include "agent/FileOperations.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_String.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+std::wstring FolderOf(const std::wstring& tstrPath)
+{
+    return tstrPath.substr(0, tstrPath.find_last_of(L'\\') + 1);
+}
+
+const wchar_t* ReasonOf(FileRefusal eRefusal)
+{
+    switch (eRefusal) {
+        case FileRefusal::eTooLong: return L"longer than 260 characters";
+        case FileRefusal::eNotSplit: return L"a part of the path is too long";
+        case FileRefusal::eNotAFullPath: return L"no full path, or a whole drive";
+        case FileRefusal::eNone: break;
+    }
+    return L"";
+}
+
+/// Windows moves no file to another volume at the restart.
+bool IsSameVolume(const PlanWork& work, const std::wstring& tstrLeft, const std::wstring& tstrRight)
+{
+    const PathValues::Volume& left = work.paths.VolumeOf(FolderOf(tstrLeft));
+    const PathValues::Volume& right = work.paths.VolumeOf(FolderOf(tstrRight));
+    if (left.dwError != ERROR_SUCCESS || right.dwError != ERROR_SUCCESS) return true;
+    return String::EqualsNoCase(left.tstrMountPoint, right.tstrMountPoint);
+}
+
+/// Why nothing can be put under that path; empty when it can.
+std::wstring Obstacle(const PlanWork& work, const std::wstring& tstrTarget)
+{
+    if (!work.forecast.HasFolder(FolderOf(tstrTarget))) return L"the folder is missing";
+    if (work.forecast.HasFolder(tstrTarget)) return L"a folder has that name";
+    return {};
+}
+
+/// The first free name beside the destination; empty when all are taken.
+std::wstring FindStageName(const PlanWork& work, const std::wstring& tstrTarget)
+{
+    for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
+        std::wstring tstrName = tstrTarget + std::to_wstring(ulIndex);
+        if (!work.forecast.HasFile(tstrName) && !work.forecast.HasFolder(tstrName)) return tstrName;
+    }
+    return {};
+}
+
+void Stage(PlanWork& work, Change& change)
+{
+    change.eAction = Action::eStage;
+    if (change.eOutcome == Outcome::eFail) return;
+    change.tstrStaged = FindStageName(work, change.tstrTarget);
+    if (change.tstrStaged.empty()) {
+        change.eOutcome = Outcome::eFail;
+        change.tstrReason = L"no name beside it is free for the copy";
+        return;
+    }
+    work.forecast.AddFile(change.tstrStaged);
+}
+
+void PlanMove(PlanWork& work, const std::wstring& tstrSource, const std::wstring& tstrTarget)
+{
+    Change change{.eAction = Action::eMove,
+                  .eOutcome = work.forecast.HasFile(tstrTarget) ? Outcome::eReplace : Outcome::eNew,
+                  .bAtRestart = true};
+    change.tstrSource = tstrSource;
+    change.tstrTarget = tstrTarget;
+    change.tstrReason = Obstacle(work, tstrTarget);
+    const std::wstring tstrThen = work.forecast.PlaceThen(tstrSource);
+    const bool bSameDrive = IsSameDrive(tstrThen, tstrTarget);
+    if (bSameDrive && change.tstrReason.empty() && !IsSameVolume(work, tstrThen, tstrTarget)) {
+        change.tstrReason = L"on another volume: Windows moves no file there at the restart";
+    }
+    if (!change.tstrReason.empty()) change.eOutcome = Outcome::eFail;
+    if (!bSameDrive) Stage(work, change);
+    work.Add(std::move(change));
+}
+
+void Refuse(PlanWork& work, const std::wstring& tstrTarget, bool bAtRestart, Outcome eOutcome, std::wstring tstrReason)
+{
+    Change change{.eAction = Action::eDelete, .eOutcome = eOutcome, .bAtRestart = bAtRestart};
+    change.tstrTarget = tstrTarget;
+    change.tstrReason = std::move(tstrReason);
+    work.Add(std::move(change));
+}
+
+void AddDeletion(PlanWork& work, const std::wstring& tstrPath, bool bAtRestart)
+{
+    Change change{.eAction = Action::eDelete, .eOutcome = Outcome::eRemove, .bAtRestart = bAtRestart};
+    change.tstrTarget = tstrPath;
+    work.Add(std::move(change));
+}
+
+const wchar_t kLink[] = L"a junction or symbolic link leads there";
+
+void DeleteFolder(PlanWork& work, const FileRecord& record)
+{
+    if (!work.forecast.HasFolder(record.tstrFolder)) {
+        return Refuse(work, record.tstrPath, true, Outcome::eStay, L"there is no such folder");
+    }
+    if (record.eRefusal != FileRefusal::eNone) {
+        return Refuse(work, record.tstrPath, true, Outcome::eFail, ReasonOf(record.eRefusal));
+    }
+    const std::wstring tstrFolder = Storage::Directory::FullPath(record.tstrFolder);
+    if (Storage::Directory::LeadsThroughLink(FolderOf(tstrFolder))) {
+        return Refuse(work, record.tstrPath, true, Outcome::eFail, kLink);
+    }
+    for (const std::wstring& tstrPath : work.forecast.Tree(tstrFolder)) AddDeletion(work, tstrPath, true);
+}
+
+void DeleteFiles(PlanWork& work, const FileRecord& record, bool bAtRestart)
+{
+    if (record.eRefusal != FileRefusal::eNone) {
+        return Refuse(work, record.tstrPath, bAtRestart, Outcome::eFail, ReasonOf(record.eRefusal));
+    }
+    if (Storage::Directory::LeadsThroughLink(record.tstrFolder)) {
+        return Refuse(work, record.tstrPath, bAtRestart, Outcome::eFail, kLink);
+    }
+    const std::vector<std::wstring> files = work.forecast.FilesIn(record.tstrFolder, record.tstrPattern);
+    if (files.empty()) return Refuse(work, record.tstrPath, bAtRestart, Outcome::eStay, L"no file is called so");
+    for (const std::wstring& tstrFile : files) {
+        AddDeletion(work, tstrFile, bAtRestart);
+        if (!bAtRestart) work.forecast.RemoveFile(tstrFile);
+    }
+}
+
+struct DeletionKey {
+    const wchar_t* szKey;
+    int iOp;
+};
+
+void PlanDeletionsOf(PlanWork& work, const SectionRecords& records, const DeletionKey& key)
+{
+    const bool bAtRestart = key.iOp != op_file_delete_now;
+    ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) {
+        if (!IsRecordLengthValid(tstrRecord)) return Refuse(work, tstrRecord, bAtRestart, Outcome::eFail, kTooLong);
+        const FileRecord record = ParseFileRecord(key.iOp, work.Expand(tstrRecord));
+        if (key.iOp == op_dir_delete) {
+            DeleteFolder(work, record);
+        } else {
+            DeleteFiles(work, record, bAtRestart);
+        }
+    });
+}
+
+}  // namespace
+
+bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget)
+{
+    Change change{.eAction = eAction,
+                  .eOutcome = work.forecast.HasFile(tstrTarget) ? Outcome::eReplace : Outcome::eNew};
+    change.tstrSource = tstrSource;
+    change.tstrTarget = tstrTarget;
+    change.tstrReason = Obstacle(work, tstrTarget);
+    if (!work.forecast.HasFile(tstrSource)) change.tstrReason = L"there is no such file to copy";
+    // A kept copy replaces whatever is there.
+    if (eAction == Action::eCopy && change.tstrReason.empty() && work.forecast.IsReadOnly(tstrTarget)) {
+        change.tstrReason = L"the file there is read-only";
+    }
+    const bool bOk = change.tstrReason.empty();
+    if (!bOk) change.eOutcome = Outcome::eFail;
+    if (bOk) work.forecast.AddFile(tstrTarget);
+    work.Add(std::move(change));
+    return bOk;
+}
+
+void PlanFolders(PlanWork& work)
+{
+    constexpr const Section& kSection = SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot");
+    work.Begin(kSection.szReader);
+    SectionRecords records;
+    if (!work.Read(kSection, records)) return;
+    ForEachRecord(records, L"add", [&](const std::wstring& tstrRecord) {
+        Change change{.eAction = Action::eCreateFolder, .eOutcome = Outcome::eNew};
+        change.tstrTarget = work.Expand(tstrRecord);
+        const FileRecord record = ParseFileRecord(op_dir_add, change.tstrTarget);
+        const std::wstring tstrFull = Storage::Directory::FullPath(record.tstrFolder);
+        const std::wstring tstrRoot = tstrFull.substr(0, Storage::Directory::RootLength(tstrFull)) + L'\\';
+        if (!IsRecordLengthValid(tstrRecord)) {
+            change.tstrReason = kTooLong;
+        } else if (work.forecast.HasFolder(record.tstrFolder)) {
+            change.eOutcome = Outcome::eStay;
+        } else if (record.eRefusal != FileRefusal::eNone) {
+            change.tstrReason = ReasonOf(record.eRefusal);
+        } else if (work.forecast.HasFile(tstrFull)) {
+            change.tstrReason = L"a file has that name";
+        } else if (!Storage::Directory::IsExisted(tstrRoot)) {
+            change.tstrReason = L"there is no such drive";
+        } else {
+            work.forecast.AddFolder(tstrFull);
+        }
+        if (!change.tstrReason.empty()) change.eOutcome = Outcome::eFail;
+        work.Add(std::move(change));
+    });
+}
+
+void PlanCopies(PlanWork& work, const PackageLayout::DeployStep& step, const PackageLayout::BaseFolders& bases)
+{
+    using namespace PackageLayout;
+    for (const CopyRow& row : step.rows) {
+        const std::wstring tstrSourceDir = bases.FolderOf(row.source);
+        const std::wstring tstrTargetDir = bases.FolderOf(row.destination);
+        if (tstrSourceDir.empty() || tstrTargetDir.empty()) continue;
+        std::set<std::wstring> known;
+        const auto add = [&](const std::wstring& tstrSource, const std::wstring& tstrTarget) {
+            known.insert(LowerCase(work.forecast.PlaceThen(tstrSource)));
+            if (row.eWhen == When::eAtRestart) {
+                PlanMove(work, tstrSource, tstrTarget);
+            } else {
+                static_cast<void>(PlanCopy(work, Action::eCopy, tstrSource, tstrTarget));
+            }
+        };
+        ForEachFileToCopy(tstrSourceDir, L"*.*", tstrTargetDir, row.eDepth == Depth::eWithSubfolders, add);
+        // And what the run itself puts among them before.
+        const std::wstring tstrThen = work.forecast.PlaceThen(tstrSourceDir);
+        for (const std::wstring& tstrFile : work.forecast.AddedFilesIn(tstrThen, L"*.*")) {
+            const std::wstring tstrName = tstrFile.substr(tstrThen.size());
+            if (!known.contains(LowerCase(tstrFile))) add(tstrSourceDir + tstrName, tstrTargetDir + tstrName);
+        }
+    }
+}
+
+void NoteSameTargets(PlanWork& work)
+{
+    std::map<std::wstring, std::wstring> arrivals;  // by name in small letters: where they come from
+    for (PlanStep& step : work.plan.steps) {
+        for (Change& change : step.changes) {
+            const bool bFile = change.eAction == Action::eMove || change.eAction == Action::eStage;
+            if (!bFile || change.eOutcome == Outcome::eFail) continue;
+            const auto [itFirst, bNew] = arrivals.try_emplace(LowerCase(change.tstrTarget), change.tstrSource);
+            if (bNew) continue;
+            change.eOutcome = Outcome::eReplace;
+            change.tstrReason = L"takes the place of " + std::exchange(itFirst->second, change.tstrSource);
+        }
+    }
+}
+
+void PlanDeletions(PlanWork& work)
+{
+    constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
+    constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
+    work.Begin(kFolders.szReader);
+    SectionRecords folders;
+    SectionRecords files;
+    if (!work.Read(kFolders, folders) || !work.Read(kFiles, files)) return;
+    PlanDeletionsOf(work, folders, {L"delete", op_dir_delete});
+    PlanDeletionsOf(work, files, {L"delete", op_file_delete});
+    PlanDeletionsOf(work, files, {L"delete_now", op_file_delete_now});
+}
+
+}  // namespace Check
