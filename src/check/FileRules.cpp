@@ -110,11 +110,20 @@ void CheckNames(const FileCheck& check)
     }
 }
 
+bool IsBelowInstalled(const std::wstring& tstrPath, const Surroundings& around)
+{
+    const std::wstring& tstrInstalled = around.folders.InstalledDir();
+    return tstrPath.size() > tstrInstalled.size() &&
+           String::EqualsNoCase(tstrPath.substr(0, tstrInstalled.size()), tstrInstalled);
+}
+
 void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
 {
     if (check.IsFolder()) return;
     const bool bNoName = check.parsed.tstrPattern.empty();
-    const bool bKnown = around.update.InstalledFolder() && Storage::Directory::IsExisted(check.parsed.tstrPath);
+    // Nothing else of this machine is looked at: a record may name a share of somebody's server.
+    const bool bKnown = around.update.InstalledFolder() && IsBelowInstalled(check.parsed.tstrPath, around) &&
+                        Storage::Directory::IsExisted(check.parsed.tstrPath);
     if (bNoName || bKnown) {
         check.Add(Rule::eFolderAsFile,
                   L"\"" + check.parsed.tstrPath + L"\" is a folder: nothing is removed; folders belong into [QOR_DIR]");
@@ -216,9 +225,9 @@ void CheckDestinations(const Surroundings& around, Report& report)
     if (!around.update.InstalledFolder()) return;
     for (const auto& [tstrLower, files] : around.brought) {
         const std::wstring tstrFolder = FolderPartOf(files.front().tstrDestination);
-        const bool bBelow = tstrFolder.size() > tstrInstalled.size() &&
-                            String::EqualsNoCase(tstrFolder.substr(0, tstrInstalled.size()), tstrInstalled);
-        if (!bBelow || around.created.count(tstrLower) > 0 || Storage::Directory::IsExisted(tstrFolder)) continue;
+        if (!IsBelowInstalled(tstrFolder, around) || around.created.count(tstrLower) > 0 ||
+            Storage::Directory::IsExisted(tstrFolder))
+            continue;
         const std::wstring tstrName = tstrFolder.substr(tstrInstalled.size());
         report.Add(Rule::eNoDestinationFolder, files.front().tstrFile, {},
                    L"the installed product has no folder \"" + tstrName + L"\" and [QOR_DIR] adds none: " +

@@ -133,12 +133,22 @@ std::wstring IniScan::Decode(std::string_view strBytes)
     return bUtf8Mark && String::FromUtf8(strBytes, tstrText) ? tstrText : String::FromAnsi(strBytes);
 }
 
+void IniScan::NoteComment(std::wstring_view tstrText)
+{
+    m_comments.push_back({std::wstring(tstrText), 0});
+    if (m_sections.empty()) m_cCommentsWithLine = m_comments.size();
+}
+
 void IniScan::ScanLine(std::wstring_view tstrLine, unsigned uLine)
 {
     NoteCharacters(tstrLine, uLine);
     tstrLine = TrimEnd(tstrLine);
     const std::size_t uStart = FirstOf(tstrLine);
-    if (uStart == tstrLine.size() || tstrLine[uStart] == L';') return;
+    if (uStart == tstrLine.size()) return;
+    if (tstrLine[uStart] == L';') return NoteComment(tstrLine.substr(uStart + 1));
+    for (; m_cCommentsWithLine < m_comments.size(); ++m_cCommentsWithLine) {
+        m_comments[m_cCommentsWithLine].uLine = uLine;
+    }
     const std::size_t uClose = tstrLine.rfind(L']');
     if (tstrLine[uStart] == L'[' && uClose != std::wstring_view::npos && uClose > uStart) {
         const std::wstring_view tstrName = tstrLine.substr(uStart + 1, uClose - uStart - 1);

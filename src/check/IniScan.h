@@ -38,6 +38,12 @@ struct IniSection {
     std::vector<IniRecord> records;
 };
 
+/// A comment, and the line that it is about.
+struct IniComment {
+    std::wstring tstrText;  ///< behind ";"
+    unsigned uLine;         ///< the next line that is no comment; 0 for a comment before the first section
+};
+
 /// The sections of one file in the order of their lines, those of equal names each by itself.
 class IniScan {
 public:
@@ -54,6 +60,7 @@ public:
     [[nodiscard]] const std::vector<Place>& Damaged() const noexcept { return m_damaged; }
     /// Lines before the first section, which belong to none.
     [[nodiscard]] const std::vector<IniRecord>& Stray() const noexcept { return m_stray; }
+    [[nodiscard]] const std::vector<IniComment>& Comments() const noexcept { return m_comments; }
     [[nodiscard]] const std::vector<IniSection>& Sections() const noexcept { return m_sections; }
     /// The section that Windows reads under that name, the first one, compared without regard to case; null without.
     [[nodiscard]] const IniSection* Find(std::wstring_view tstrName) const noexcept;
@@ -63,6 +70,7 @@ public:
 private:
     [[nodiscard]] std::wstring Decode(std::string_view strBytes);
     void ScanLine(std::wstring_view tstrLine, unsigned uLine);
+    void NoteComment(std::wstring_view tstrText);
     void NoteCharacters(std::wstring_view tstrLine, unsigned uLine);
 
     IniEncoding m_eEncoding = IniEncoding::eAscii;
@@ -70,6 +78,8 @@ private:
     Place m_foreign;
     std::vector<Place> m_damaged;
     std::vector<IniRecord> m_stray;
+    std::vector<IniComment> m_comments;
+    std::size_t m_cCommentsWithLine = 0;  ///< those behind them wait for theirs
     std::vector<IniSection> m_sections;
 };
 

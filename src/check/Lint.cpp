@@ -1,6 +1,7 @@
 #include "check/Lint.h"
 
 #include "check/ErrorWords.h"
+#include "check/Intended.h"
 
 #include "common/KzComn_String.h"
 
@@ -26,6 +27,7 @@ int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
 void LintUpdate(const Subject& subject, Report& report)
 {
     for (const auto pfnFamily : kFamilies) pfnFamily(subject, report);
+    RemoveIntended(subject.instructions, report);
 }
 
 bool OpenUpdate(const Arguments& arguments, Update& update, Output& output)

@@ -58,6 +58,11 @@ void Report::AddAs(Severity eSeverity, Rule eRule, std::wstring_view tstrPath, P
                           OnOneLine(std::move(tstrSuggestion))});
 }
 
+void Report::Remove(const std::function<bool(const Finding&)>& isOut)
+{
+    std::erase_if(m_findings, isOut);
+}
+
 std::vector<Finding> Report::Sorted() const
 {
     std::vector<Finding> findings = m_findings;

@@ -3,6 +3,7 @@
 
 #include "check/Rules.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,9 @@ public:
     /// Adds one that weighs less or more than its rule says.
     void AddAs(Severity eSeverity, Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
                std::wstring tstrSuggestion = {});
+
+    /// Takes the findings out that `isOut` says yes to.
+    void Remove(const std::function<bool(const Finding&)>& isOut);
 
     /// The findings by path, place and rule.
     [[nodiscard]] std::vector<Finding> Sorted() const;

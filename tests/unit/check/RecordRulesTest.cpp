@@ -159,3 +159,20 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
     };
     ExpectFindings(rows, [&](const std::string& strCommand) { return Lint("[Run]\nSysRunOnce=" + strCommand + "\n"); });
 }
+
+class IntendedTest : public CheckTest {};
+
+TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
+{
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    const std::string strHead = "[UPDATE_INFO]\nmodify=S!K!V\n[QOR_REGISTRY_PATCH]\n";
+    const std::string strRecord = "add=K!N!REG_SZ!{ServiceLogDir}\n";
+    const std::string strOther = "add=K!O!REG_SZ!{ServiceLogDir}\n";
+    const Row rows[] = {
+        {strHead + "; BrevantCheck: B012 the folder is for tests\n\n; why\n" + strRecord + strOther, {"B012 8:16"}},
+        {strHead + "; BrevantCheck: B011\n; B012\n" + strRecord, {"B012 6:16"}},
+        {"; BrevantCheck: B012\n" + strHead + strRecord + strOther, {}},
+        {"; BrevantCheck: B021\n" + strHead + "; BrevantCheck: B021\nadd=K!N!REG_BINARY!1\n", {"B021 6:9"}},
+    };
+    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+}
