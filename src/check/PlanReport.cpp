@@ -111,8 +111,9 @@ std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 
 std::wstring Line(const Change& change, const Plan& plan)
 {
+    const bool bCommand = change.eAction == Action::eRunOnce;  // to be read as a whole
     std::wstring tstrLine = std::wstring(L"  ") + RowOf(change.eOutcome).chSign + L" " + RowOf(change.eAction).szShown +
-                            Short(change.tstrTarget, plan);
+                            (bCommand ? change.tstrTarget : Short(change.tstrTarget, plan));
     if (!change.tstrName.empty()) tstrLine += L"  " + change.tstrName;
     if (change.optNew && change.eOutcome == Outcome::eReplace) {
         tstrLine += L": " + Quoted(change.optOld.value_or(L"")) + L" -> " + Quoted(*change.optNew);

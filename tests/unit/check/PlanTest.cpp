@@ -161,7 +161,7 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
     Lines due = decided();
     ASSERT_EQ(due.size(), 5U);
     EXPECT_EQ(due[2], "+ qorshcutbackup.xml  <- qorshcut.xml");
-    EXPECT_EQ(due[3], "+ run Brevant.exe /ApplyNewName  [restart]");
+    EXPECT_EQ(due[3], "+ run I:\\Brevant.exe /ApplyNewName  [restart]");
     EXPECT_THAT(due[4], AllOf(StartsWith("+ ask You must restart"), EndsWith("Title")));
     m_installed.Write(L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Kazmere Qorvault\n");
     EXPECT_THAT(decided().back(), StartsWith("= ask"));
