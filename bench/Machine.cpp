@@ -67,7 +67,7 @@ std::string RegistryRecord(unsigned uIndex)
 }
 
 // The longest text, each line with its terminator, that the growing buffer of a section takes.
-constexpr std::size_t kMostSectionCharacters = 127 * 256 - 3;
+constexpr std::size_t kMaxSectionCharacters = 127 * 256 - 3;
 constexpr struct {
     const char* szSection;
     std::string (*pfnRecord)(unsigned uIndex);
@@ -187,7 +187,7 @@ void WriteLargestInstructions()
         for (unsigned uIndex = 0;; ++uIndex) {
             std::string strRecord = row.pfnRecord(uIndex);
             cchSection += strRecord.size() + 1;
-            if (cchSection > kMostSectionCharacters) break;
+            if (cchSection > kMaxSectionCharacters) break;
             strText += strRecord + "\r\n";
         }
     }

@@ -206,7 +206,6 @@ void ForEachFileToCopy(
         const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
         const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
         if (!entry.bFolder) {
-            if (Storage::File::IsTemporaryName(entry.tstrName)) continue;  // what an ended run left behind
             visit(tstrSource, tstrDestination);
         } else if (bRecurse && entry.bLink) {
             TraceLink(tstrSource);

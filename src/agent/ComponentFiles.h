@@ -13,7 +13,7 @@ bool DeployProgramPackage(const PathValues& pathValues);
 bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir);
 
 /// How many names beside its destination a file that comes from another drive is tried under: the destination's with a
-/// number from 0 on behind it.
+/// number from 0 on after it.
 inline constexpr unsigned long kStageNames = 100;
 
 /// Whether two paths lie on one drive, so that a file can be moved from one to the other at the next restart. Traces a

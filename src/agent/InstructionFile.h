@@ -3,9 +3,8 @@
 // Every section is a list of records, one a line:
 //
 //     record  = key "=" value
-//     value   = 1 to 1023 characters; the fields of a registry or INI record stand between "!", of which a run counts
-//     as
-//               one, so that no field is empty
+//     value   = 1 to 1023 characters; the fields of a registry or INI record stand between "!", and a run of "!"
+//               counts as one, so that no field is empty
 //
 //     [QOR_REGISTRY_PATCH]
 //     delete     = key-path "!" value-name                            below HKEY_LOCAL_MACHINE
@@ -56,7 +55,7 @@ enum FileOp : int {
 };
 
 /// The longest record value that an operation accepts, in characters.
-inline constexpr std::size_t kMostRecordCharacters = 1023;
+inline constexpr std::size_t kMaxRecordCharacters = 1023;
 
 /// A section's records: keys in plain ordinal order, the records of one key in the order of their lines.
 using SectionRecords = std::multimap<std::wstring, std::wstring>;
@@ -82,5 +81,5 @@ void ForEachRecord(const SectionRecords& records, const wchar_t* szKey, Apply&& 
 /// Whether an operation accepts a record value of this length.
 [[nodiscard]] inline bool IsRecordLengthValid(const std::wstring& tstrData) noexcept
 {
-    return !tstrData.empty() && tstrData.size() <= kMostRecordCharacters;
+    return !tstrData.empty() && tstrData.size() <= kMaxRecordCharacters;
 }

@@ -62,7 +62,7 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
         m_protectedLogDirs.push_back(tstrConfigured);
         return;
     }
-    // The character behind the variable goes whatever it is, and with it any further backslashes.
+    // The character after the variable goes whatever it is, and with it any further backslashes.
     const std::size_t uRest = tstrConfigured.find_first_not_of(L'\\', kUserProfile.size() + 1);
     const std::wstring tstrRest = uRest == std::wstring::npos ? std::wstring() : tstrConfigured.substr(uRest);
 

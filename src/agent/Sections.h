@@ -90,7 +90,7 @@ consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view
     throw "no such section, or not read by that operation";
 }
 
-/// Reads a section of the instruction file, `tstrLanguage` behind its name where the section has one for each language.
+/// Reads a section of the instruction file, `tstrLanguage` after its name where the section has one for each language.
 /// False, with the section's failure line, when that fails: the line names the reader's place, by which support tells
 /// two readers with the same words.
 [[nodiscard]] bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage = {},

@@ -39,7 +39,7 @@ using BroughtFiles = std::map<std::wstring, std::vector<BroughtFile>>;
 [[nodiscard]] std::wstring FolderPartOf(const std::wstring& tstrPath);
 
 /// Whether a name matches a pattern as Windows lists files: without regard to case, "*.*" any name, and an extension of
-/// three characters behind wildcards the longer ones as well, by their short names.
+/// three characters after wildcards the longer ones as well, by their short names.
 [[nodiscard]] bool MatchesPattern(const std::wstring& tstrName, const std::wstring& tstrPattern);
 
 }  // namespace Check

@@ -50,7 +50,7 @@ struct Verb {
     int (*pfnRun)(const Arguments& arguments, Output& output);
 };
 
-/// Takes the arguments behind the verb apart. False with what is wrong in `tstrError`.
+/// Takes the arguments after the verb apart. False with what is wrong in `tstrError`.
 [[nodiscard]] bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arguments& arguments,
                                   std::wstring& tstrError);
 

@@ -15,7 +15,7 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kMostCommandCharacters = 260;  // Windows passes longer values of its run-once key over
+constexpr std::size_t kMaxCommandCharacters = 260;  // Windows passes longer values of its run-once key over
 
 /// A word of a command line: what stands between blanks, where quotes hold blanks together.
 struct Word {
@@ -45,7 +45,7 @@ std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
     return words;
 }
 
-/// The same with placeholders expanded behind the splitting, whether their blanks are in quotes or not.
+/// The same with placeholders expanded after the splitting, whether their blanks are in quotes or not.
 std::vector<Word> SplitExpanded(std::wstring_view tstrCommand, const CustomerFolders& folders)
 {
     std::vector<Word> words = SplitCommand(tstrCommand);
@@ -75,7 +75,7 @@ struct CommandCheck {
 void CheckLength(const CommandCheck& check)
 {
     const std::size_t cch = check.tstrExpanded.size();
-    if (cch <= kMostCommandCharacters) return;
+    if (cch <= kMaxCommandCharacters) return;
     const bool bRegistered = IsRecordLengthValid(MakeRunOnceRecord(MakeUniqueName(), check.tstrExpanded));
     check.Add(Rule::eCommandTooLong, 0,
               L"the command has " + std::to_wstring(cch) + L" characters, expanded: " +
@@ -120,7 +120,7 @@ void CheckQuotes(const CommandCheck& check)
     }
 }
 
-/// A path written out that breaks off without an extension at a blank and goes on behind it.
+/// A path written out that breaks off without an extension at a blank and goes on after it.
 void CheckBlanks(const CommandCheck& check)
 {
     const std::vector<Word> words = SplitCommand(WithoutEchoedText(check.record.tstrValue));

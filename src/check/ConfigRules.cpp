@@ -21,7 +21,7 @@ namespace {
 constexpr wchar_t kNeverInNames[] = L" \t\\\"'<>&{}[]()!=;,*?";
 
 /// More settings than this are not searched for one that may have been meant.
-constexpr std::size_t kMostSuggested = 500;
+constexpr std::size_t kMaxSuggested = 500;
 
 struct KnownTag {
     std::wstring tstrPath;
@@ -74,7 +74,7 @@ void ConfigFile::Check(const XmlElement& root)
     while (pElement && pElement != &root) {
         tstrPath += L"/" + pElement->GetName();
         // No record reaches what is called by more, and nothing of it is looked at.
-        const auto path = tstrPath.size() <= kMostRecordCharacters ? TagPath::Parse(tstrPath) : std::nullopt;
+        const auto path = tstrPath.size() <= kMaxRecordCharacters ? TagPath::Parse(tstrPath) : std::nullopt;
         if (path) CheckElement(*pElement, *path);
         if (path && pElement->GetFirstChild()) {
             pElement = pElement->GetFirstChild();
@@ -183,7 +183,7 @@ void CheckConfiguration(const Subject& subject, Report& report)
     }
     std::vector<std::wstring> words;
     for (const auto& [tstrFolded, tag] : known) {
-        if (!tag.bSection && words.size() < kMostSuggested) words.push_back(tag.tstrPath);
+        if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
     }
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
         if (instruction.pKey->eForm == RecordForm::eTagPath) CheckTag(*instruction.pRecord, known, words, report);

@@ -15,7 +15,7 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kMostCharacters = 1023;
+constexpr std::size_t kMaxCharacters = 1023;
 
 /// All that may stand in front, in the order in which a full path is compared with their folders.
 constexpr const wchar_t* kPlaceholders[] = {
@@ -26,7 +26,7 @@ constexpr const wchar_t* kPlaceholders[] = {
 
 bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
 {
-    if (tstrName.empty() || tstrName.size() > kMostCharacters) return false;
+    if (tstrName.empty() || tstrName.size() > kMaxCharacters) return false;
     while (true) {
         const std::size_t uEnd = tstrName.find(L'\\');
         std::wstring tstrPart(tstrName.substr(0, uEnd));

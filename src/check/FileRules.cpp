@@ -144,7 +144,7 @@ struct Losses {
 };
 
 /// One file that this update brings into a place that is cleared. Deletions are looked up during the run and carried
-/// out behind the moves.
+/// out after the moves.
 void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around, const BroughtFile& file)
 {
     const bool bAtOnce = file.eWhen == PackageLayout::When::eNow;

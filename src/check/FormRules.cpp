@@ -56,7 +56,7 @@ void CheckRecord(const IniRecord& record, const KnownSection& known, Report& rep
     } else if (!IsRecordLengthValid(record.tstrValue)) {
         add(Rule::eValueLength, record.valuePlace,
             L"the value has " + std::to_wstring(record.tstrValue.size()) + L" characters, at most " +
-                std::to_wstring(kMostRecordCharacters) + L" are taken");
+                std::to_wstring(kMaxRecordCharacters) + L" are taken");
     }
 }
 

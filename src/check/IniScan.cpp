@@ -81,7 +81,7 @@ IniRecord SplitLine(std::wstring_view tstrLine, std::size_t uStart, unsigned uLi
 bool IniScan::Read(const std::wstring& tstrPath, DWORD* pdwError)
 {
     std::string strBytes;
-    if (!Storage::File::ReadWhole(tstrPath, kMostBytes, strBytes, pdwError)) return false;
+    if (!Storage::File::ReadWhole(tstrPath, kMaxBytes, strBytes, pdwError)) return false;
     Scan(strBytes);
     return true;
 }

@@ -28,7 +28,7 @@ struct IniRecord {
     bool bEquals = false;       ///< the line has a "="
     bool bBlankBefore = false;  ///< blanks stand before the "="
 
-    /// Whether Windows' whole-section function and the splitting behind it make a record of it.
+    /// Whether Windows' whole-section function and the splitting after it make a record of it.
     [[nodiscard]] bool IsRecord() const noexcept { return !tstrValue.empty(); }
 };
 
@@ -40,7 +40,7 @@ struct IniSection {
 
 /// A comment, and the line that it is about.
 struct IniComment {
-    std::wstring tstrText;  ///< behind ";"
+    std::wstring tstrText;  ///< after ";"
     unsigned uLine;         ///< the next line that is no comment; 0 for a comment before the first section
 };
 
@@ -48,7 +48,7 @@ struct IniComment {
 class IniScan {
 public:
     /// Reads and scans the file at `tstrPath`. False with the Win32 code; ERROR_FILE_TOO_LARGE (223) for more than
-    /// kMostBytes. CreateFileW, ReadFile.
+    /// kMaxBytes. CreateFileW, ReadFile.
     [[nodiscard]] bool Read(const std::wstring& tstrPath, DWORD* pdwError);
     /// Scans the content of a file.
     void Scan(std::string_view strBytes);
@@ -65,7 +65,7 @@ public:
     /// The section that Windows reads under that name, the first one, compared without regard to case; null without.
     [[nodiscard]] const IniSection* Find(std::wstring_view tstrName) const noexcept;
 
-    static constexpr std::size_t kMostBytes = std::size_t{16} * 1024 * 1024;
+    static constexpr std::size_t kMaxBytes = std::size_t{16} * 1024 * 1024;
 
 private:
     [[nodiscard]] std::wstring Decode(std::string_view strBytes);
@@ -79,7 +79,7 @@ private:
     std::vector<Place> m_damaged;
     std::vector<IniRecord> m_stray;
     std::vector<IniComment> m_comments;
-    std::size_t m_cCommentsWithLine = 0;  ///< those behind them wait for theirs
+    std::size_t m_cCommentsWithLine = 0;  ///< those after them wait for theirs
     std::vector<IniSection> m_sections;
 };
 

@@ -13,7 +13,7 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kMostWords = 100;
+constexpr std::size_t kMaxWords = 100;
 
 /// Line and rule; line 0 for the whole update.
 using Intended = std::set<std::pair<unsigned, std::wstring>>;
@@ -23,7 +23,7 @@ Intended ReadIntended(const IniScan& scan)
     Intended intended;
     for (const IniComment& comment : scan.Comments()) {
         bool bMore = false;
-        const std::vector<std::wstring> words = String::SplitFields(comment.tstrText, L' ', kMostWords, bMore);
+        const std::vector<std::wstring> words = String::SplitFields(comment.tstrText, L' ', kMaxWords, bMore);
         if (words.empty() || words.front() != L"BrevantCheck:") continue;
         for (const std::wstring& tstrWord : words) intended.emplace(comment.uLine, tstrWord);
     }

@@ -8,7 +8,7 @@
 
 namespace Check {
 
-/// The value as UTF-8 text, two blanks a level, members in alphabetical order, with a line end behind it.
+/// The value as UTF-8 text, two blanks a level, members in alphabetical order, with a line end after it.
 [[nodiscard]] std::string ToJsonText(const Json::Value& value);
 
 /// A text as a JSON value; an unpaired surrogate becomes U+FFFD.

@@ -18,7 +18,7 @@ namespace Check {
 [[nodiscard]] bool ParseManifest(std::string_view strBytes, Promises& promises, std::wstring& tstrError);
 
 /// The largest manifest that is read, in bytes: about 25,000 files.
-inline constexpr std::size_t kMostManifestBytes = std::size_t{8} * 1024 * 1024;
+inline constexpr std::size_t kMaxManifestBytes = std::size_t{8} * 1024 * 1024;
 
 /// The verb.
 [[nodiscard]] int RunManifest(const Arguments& arguments, Output& output);

@@ -30,7 +30,7 @@ bool IsWordCharacter(wchar_t ch)
 std::vector<Braced> ListBraced(const std::wstring& tstrText)
 {
     std::vector<Braced> found;
-    std::size_t uAfter = 0;  // behind what was taken last
+    std::size_t uAfter = 0;  // after what was taken last
     for (std::size_t u = tstrText.find_first_of(L"{}"); u != std::wstring::npos;
          u = tstrText.find_first_of(L"{}", uAfter)) {
         std::size_t uBegin = u;

@@ -82,7 +82,7 @@ bool CheckFields(const Patch& patch)
 {
     const IniRecord& record = *patch.instruction.pRecord;
     if (HasEmptyField(record.tstrValue, patch.Deletes() ? eValueName : eData)) {
-        patch.Error(Rule::eRegistryFields, record.valuePlace, L"an empty field vanishes: those behind it move up");
+        patch.Error(Rule::eRegistryFields, record.valuePlace, L"an empty field vanishes: those after it move up");
         return false;
     }
     if (patch.Deletes()) {

@@ -34,8 +34,8 @@ std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
 /// A text of a file may hold line ends and what a terminal takes for a command, and be of any length.
 std::wstring OnOneLine(std::wstring tstrText)
 {
-    constexpr std::size_t kMostCharacters = 2000;
-    if (tstrText.size() > kMostCharacters) tstrText.replace(kMostCharacters, std::wstring::npos, L"...");
+    constexpr std::size_t kMaxCharacters = 2000;
+    if (tstrText.size() > kMaxCharacters) tstrText.replace(kMaxCharacters, std::wstring::npos, L"...");
     const auto isControl = [](wchar_t ch) {
         return ch < L' ' || (ch >= 0x7F && ch < 0xA0);
     };

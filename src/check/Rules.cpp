@@ -52,7 +52,7 @@ constexpr RuleRow kRules[] = {
     {Rule::eNoDestinationFolder, kError, L"no-destination-folder",
      L"The deployment makes no folders: files for a folder that is not there never arrive."},
     {Rule::eDeletesWhatItBrings, kError, L"deletes-what-it-brings",
-     L"Deletions are carried out behind the moves: the file that this update brings is gone in the end."},
+     L"Deletions are carried out after the moves: the file that this update brings is gone in the end."},
     {Rule::eWildcardInFolder, kError, L"wildcard-in-folder", L"Only the last part of a path may be a pattern."},
     {Rule::eNameNotAllowed, kError, L"name-not-allowed",
      L"Windows refuses the name, or takes it for another one: dots and blanks at the end of a name vanish."},

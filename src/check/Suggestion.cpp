@@ -8,7 +8,7 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kMostCharacters = 64;  // names; longer texts are not worth the work
+constexpr std::size_t kMaxCharacters = 64;  // names; longer texts are not worth the work
 
 std::wstring Lower(std::wstring_view tstrText)
 {
@@ -45,12 +45,12 @@ std::size_t DistanceOf(std::wstring_view tstrLeft, std::wstring_view tstrRight)
 
 std::wstring NearestOf(std::wstring_view tstrWord, std::span<const std::wstring> words)
 {
-    if (tstrWord.empty() || tstrWord.size() > kMostCharacters) return {};
+    if (tstrWord.empty() || tstrWord.size() > kMaxCharacters) return {};
     const std::wstring tstrLower = Lower(tstrWord);
     std::wstring tstrNearest;
     std::size_t uLeast = std::max<std::size_t>(1, tstrWord.size() / 3) + 1;
     for (const std::wstring& tstrCandidate : words) {
-        if (tstrCandidate.size() > kMostCharacters) continue;
+        if (tstrCandidate.size() > kMaxCharacters) continue;
         const std::size_t uDistance = DistanceOf(tstrLower, Lower(tstrCandidate));
         if (uDistance >= uLeast) continue;
         uLeast = uDistance;

@@ -15,7 +15,7 @@ namespace Check {
 
 namespace {
 
-constexpr unsigned kMostRolled = 9;
+constexpr unsigned kMaxRolled = 9;
 /// Without progress lines nothing tells two processes of one number apart but the time between their lines.
 constexpr LONGLONG kLongPause = 60LL * 60 * 1000;
 constexpr std::wstring_view kStartMessage = L"Paramter is ";
@@ -264,7 +264,7 @@ bool TraceReader::Add(const std::wstring& tstrPath, DWORD* pdwError)
 {
     const auto [tstrBase, uGiven] = SplitNumber(FullPath(tstrPath));
     if (!AddOne(tstrBase, uGiven, pdwError)) return false;
-    for (unsigned uNumber = 0; uNumber <= kMostRolled; ++uNumber) {
+    for (unsigned uNumber = 0; uNumber <= kMaxRolled; ++uNumber) {
         if (uNumber != uGiven) static_cast<void>(AddOne(tstrBase, uNumber, nullptr));
     }
     return true;
@@ -278,7 +278,7 @@ bool TraceReader::AddOne(const std::wstring& tstrBase, unsigned uNumber, DWORD* 
     if (files.contains(order)) return true;
     std::string strBytes;
     const std::wstring tstrPath = uNumber > 0 ? tstrBase + L"." + std::to_wstring(uNumber) : tstrBase;
-    if (!Storage::File::ReadWhole(tstrPath, kMostBytes, strBytes, pdwError)) return false;
+    if (!Storage::File::ReadWhole(tstrPath, kMaxBytes, strBytes, pdwError)) return false;
     m_texts.push_back(Decode(strBytes));
     std::vector<TraceLine> lines = ParseLines(m_texts.back());
     if (pdwError && lines.empty()) *pdwError = ERROR_INVALID_DATA;

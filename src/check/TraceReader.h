@@ -14,7 +14,7 @@ namespace Check {
 
 enum class TraceLevel { eStep, eProgress, eFailure, eOther };
 
-/// One message, with what stands before and behind it. The texts belong to the reader.
+/// One message, with what stands before and after it. The texts belong to the reader.
 struct TraceLine {
     LONGLONG llMilliseconds = 0;    ///< local time, since the first day of 1970
     std::wstring_view tstrTime;     ///< as it is written, without the milliseconds
@@ -41,7 +41,7 @@ public:
     /// The runs of all files, by the time of their first line.
     [[nodiscard]] std::vector<TraceRun> Runs() const;
 
-    static constexpr std::size_t kMostBytes = std::size_t{256} * 1024 * 1024;
+    static constexpr std::size_t kMaxBytes = std::size_t{256} * 1024 * 1024;
 
 private:
     /// The files of one trace in the order in which they were written: by day, then from the oldest rolled one on.

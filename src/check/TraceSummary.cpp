@@ -40,7 +40,7 @@ constexpr FigureRow kFigures[] = {
     {TraceLevel::eStep, L"[Enter] ShortCutXmlHandler::CreateShortCut()", L"shortcut", L"shortcuts"},
 };
 
-/// A line behind which a run may end, or must go on.
+/// A line after which a run may end, or must go on.
 struct EndRow {
     std::wstring_view tstrPart;
     RunEnd eEnd;

@@ -25,7 +25,7 @@ void CheckFields(const IniRecord& record, Report& report)
         add(Severity::eError, record.valuePlace,
             L"section, key and value are needed: nothing is written; a key cannot be emptied");
     } else if (HasEmptyField(record.tstrValue, kFields - 1)) {
-        add(Severity::eError, record.valuePlace, L"an empty field vanishes: those behind it move up");
+        add(Severity::eError, record.valuePlace, L"an empty field vanishes: those after it move up");
     } else if (parsed.bTooManyFields) {
         add(Severity::eError, fields[kFields].place,
             L"the value ends at \"!\": only \"" + parsed.tstrValue + L"\" is written");
@@ -38,7 +38,7 @@ void CheckFields(const IniRecord& record, Report& report)
     }
 }
 
-/// The agent records its version behind the last record of the section, while it prepares the settings folder.
+/// The agent records its version after the last record of the section, while it prepares the settings folder.
 void CheckVersion(const Subject& subject, Report& report)
 {
     const IniScan& scan = subject.instructions;

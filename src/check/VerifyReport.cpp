@@ -61,7 +61,7 @@ bool ReadPromises(const Arguments& arguments, const std::wstring& tstrInstalled,
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
     std::wstring tstrError;
-    if (!Storage::File::ReadWhole(tstrSource, kMostManifestBytes, strBytes, &dwError)) {
+    if (!Storage::File::ReadWhole(tstrSource, kMaxManifestBytes, strBytes, &dwError)) {
         tstrError = L"cannot be read: " + WordsOf(dwError);
     } else if (ParseManifest(strBytes, promises, tstrError)) {
         if (promises.Count() > 0) return true;

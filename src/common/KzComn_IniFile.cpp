@@ -11,7 +11,7 @@ namespace KzCommon::Storage {
 namespace {
 
 constexpr DWORD kFirstValueCharacters = 512;
-constexpr DWORD kMostValueCharacters = 1024 * 1024;
+constexpr DWORD kMaxValueCharacters = 1024 * 1024;
 
 /// Splits one "key=value" line into the list; a line that is no entry adds nothing.
 void AddEntry(std::wstring_view tstrLine, std::vector<std::pair<std::wstring, std::wstring>>& entries)
@@ -49,7 +49,7 @@ std::wstring IniFile::ReadString(const std::wstring& tstrSection, const std::wst
 {
     RequireReady();
     std::wstring tstrValue;
-    for (DWORD cch = kFirstValueCharacters; cch <= kMostValueCharacters; cch *= 2) {
+    for (DWORD cch = kFirstValueCharacters; cch <= kMaxValueCharacters; cch *= 2) {
         tstrValue.assign(cch, L'\0');
         const DWORD cchRead = ::GetPrivateProfileStringW(tstrSection.c_str(), tstrKey.c_str(), tstrDefault.c_str(),
                                                          tstrValue.data(), cch, m_tstrPath.c_str());

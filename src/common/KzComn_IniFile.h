@@ -78,7 +78,7 @@ struct Section {
 };
 
 /// Reads a whole section. An entry is split at its first run of "=": all of the run but its last "=" still belongs to
-/// the key. Lines without "=" and lines without a text behind it are left out. GetPrivateProfileSectionW.
+/// the key. Lines without "=" and lines without a text after it are left out. GetPrivateProfileSectionW.
 [[nodiscard]] Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection,
                                   const SectionGrowth& growth);
 

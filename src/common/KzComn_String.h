@@ -16,7 +16,7 @@ namespace KzCommon::String {
 /// `tstrFolder`, a backslash where it is missing, and `tstrName`. An empty folder gives the name alone.
 [[nodiscard]] std::wstring JoinPath(const std::wstring& tstrFolder, std::wstring_view tstrName);
 
-/// What stands behind the last slash or backslash of a narrow path, within the same text.
+/// What stands after the last slash or backslash of a narrow path, within the same text.
 [[nodiscard]] const char* BaseName(const char* szPath) noexcept;
 
 /// Whether a path begins with a drive and a backslash or names a share: it means the same from every current folder.

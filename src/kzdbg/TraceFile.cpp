@@ -10,7 +10,7 @@ using KzCommon::UniqueFile;
 
 namespace {
 
-constexpr std::size_t kMostCharacters = 0x10000000;  // of one line
+constexpr std::size_t kMaxCharacters = 0x10000000;  // of one line
 constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
 template <std::size_t N>
@@ -113,7 +113,7 @@ bool Replace(const std::wstring& tstrFrom, const std::wstring& tstrTo)
     return Rename(tstrFrom, tstrTo);
 }
 
-/// Moves a full file and its elder ones up by one name. Nothing is moved when the file itself cannot be: somebody may
+/// Moves a full file and its older ones up by one name. Nothing is moved when the file itself cannot be: somebody may
 /// have it open in a way that forbids it.
 void Roll(const std::wstring& tstrPath)
 {
@@ -130,7 +130,7 @@ void Roll(const std::wstring& tstrPath)
 DWORD Encode(const wchar_t* szLine, std::vector<char>& bytes)
 {
     const std::size_t cch = std::wcslen(szLine);
-    if (cch == 0 || cch > kMostCharacters) return 0;
+    if (cch == 0 || cch > kMaxCharacters) return 0;
     if (bytes.size() < cch * 3) bytes.resize(cch * 3);
     return static_cast<DWORD>(::WideCharToMultiByte(CP_UTF8, 0, szLine, static_cast<int>(cch), bytes.data(),
                                                     static_cast<int>(bytes.size()), nullptr, nullptr));

@@ -1,5 +1,5 @@
 // Operator new that gives one block in 64 pages of its own: the block ends where they end, and they are gone when it is
-// freed, so that an access behind it or after its end is trapped at once.
+// freed, so that an access after it was freed or past its end is trapped at once.
 #include <windows.h>
 
 #include <atomic>

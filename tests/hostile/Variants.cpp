@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr DWORD kMostMilliseconds = 20'000;
+constexpr DWORD kMaxMilliseconds = 20'000;
 
 /// "~" is a blank in these words, "$" a line end.
 const char kWordText[] =
@@ -111,7 +111,7 @@ void Watch()
 {
     for (;; ::Sleep(500)) {
         const DWORD dwStarted = s_dwStarted;
-        if (dwStarted == 0 || ::GetTickCount() - dwStarted < kMostMilliseconds) continue;
+        if (dwStarted == 0 || ::GetTickCount() - dwStarted < kMaxMilliseconds) continue;
         Report("no end");
         ::TerminateProcess(::GetCurrentProcess(), 1);
     }

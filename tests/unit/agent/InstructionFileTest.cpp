@@ -28,10 +28,10 @@ TEST_F(InstructionFileTest, KeepsLineOrderWithinAKeyAndSplitsAtTheFirstRunOfEqua
 // a section may fill all but its two closing zeros and the one character by which a full buffer is told.
 TEST_F(InstructionFileTest, ASectionIsReadUpToTheLastBufferAndSilentlyEmptyBeyond)
 {
-    constexpr std::size_t kMost = 32512 - 3;
-    for (const std::size_t cch : {std::size_t{253}, std::size_t{254}, kMost, kMost + 1, std::size_t{40000}}) {
+    constexpr std::size_t kMax = 32512 - 3;
+    for (const std::size_t cch : {std::size_t{253}, std::size_t{254}, kMax, kMax + 1, std::size_t{40000}}) {
         const std::wstring tstrText(cch - 3, L'x');  // each entry of the section ends in a zero that counts
         Instruct("[S]\nk=" + KzCommon::String::ToUtf8(tstrText) + "\n");
-        EXPECT_EQ(Read(L"S"), cch <= kMost ? SectionRecords({{L"k", tstrText}}) : SectionRecords()) << cch;
+        EXPECT_EQ(Read(L"S"), cch <= kMax ? SectionRecords({{L"k", tstrText}}) : SectionRecords()) << cch;
     }
 }

@@ -14,7 +14,7 @@ protected:
 
 }  // namespace
 
-// One record each on the value "Name": operation, record behind the key, value before and after, a line of the trace.
+// One record each on the value "Name": operation, record after the key, value before and after, a line of the trace.
 TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
 {
     using Optional = std::optional<RawValue>;

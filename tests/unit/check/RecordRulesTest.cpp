@@ -135,7 +135,7 @@ protected:
 
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
-    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters behind the quote, expanded
+    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote, expanded
     const std::string strFill(260 - 31 - 2, 'x');
     const Row rows[] = {
         {"a.exe \"C:\\b c\\d\"", {}},
