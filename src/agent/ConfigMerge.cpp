@@ -132,6 +132,11 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
     return bOk;
 }
 
+std::wstring KeptFile()
+{
+    return Frwk::Utility::InstalledFile(L"config.previous.xml");
+}
+
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
 void KeepUsersFile(const std::wstring& tstrFolder)
 {
@@ -139,7 +144,7 @@ void KeepUsersFile(const std::wstring& tstrFolder)
     if (!Storage::File::IsExisted(tstrFile) || !Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) {
         return;
     }
-    const std::wstring tstrKept = Frwk::Utility::InstalledFile(L"config.previous.xml");
+    const std::wstring tstrKept = KeptFile();
     DWORD dwError = ERROR_SUCCESS;
     if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
@@ -153,7 +158,7 @@ void KeepUsersFile(const std::wstring& tstrFolder)
 
 }  // namespace
 
-void MergeConfig(const std::wstring& tstrFolder)
+bool MergeConfig(const std::wstring& tstrFolder)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
     bool bCarriedOver = false;
@@ -162,4 +167,18 @@ void MergeConfig(const std::wstring& tstrFolder)
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() failed. [0x%08x]", dwError);
     }
     if (!bCarriedOver) KeepUsersFile(tstrFolder);
+    return bCarriedOver;
+}
+
+bool KeepDuringMerge(const std::wstring& tstrFolder)
+{
+    if (!Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) return false;
+    const std::wstring tstrKept = KeptFile();
+    return !Storage::File::IsExisted(tstrKept) &&
+           Storage::File::KeepCopy(tstrKept, Frwk::Utility::InstalledFile(L"config.xml"), nullptr);
+}
+
+void DropKept()
+{
+    static_cast<void>(Storage::File::Delete(KeptFile(), nullptr));
 }

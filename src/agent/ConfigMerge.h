@@ -3,5 +3,14 @@
 
 #include <string>
 
-/// Carries the user's values of the "migrate" tags over into "config.xml" in `tstrFolder` (trailing backslash).
-void MergeConfig(const std::wstring& tstrFolder);
+/// Carries the user's values of the "migrate" tags over into "config.xml" in `tstrFolder` (trailing backslash). False,
+/// with the user's file kept as "config.previous.xml", unless every value got there.
+bool MergeConfig(const std::wstring& tstrFolder);
+
+/// Keeps the user's file as "config.previous.xml" while "config.xml" in `tstrFolder` is made anew: an earlier run may
+/// have registered its move, and a run that is ended before the merge would put it in place without the user's values.
+/// False when nothing needs to be kept, or something is kept already, or it cannot be done.
+[[nodiscard]] bool KeepDuringMerge(const std::wstring& tstrFolder);
+
+/// Removes what KeepDuringMerge() has kept.
+void DropKept();

@@ -107,8 +107,11 @@ bool PrepareSettings(const PathValues& pathValues)
         Trace(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
         return false;
     }
+    // The copy does not follow a link, and says so: what it leads to is not the package's to be changed.
+    if (Storage::Directory::IsLink(tstrSettingDir)) return true;
+    const bool bKept = KeepDuringMerge(tstrSettingDir);
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
-    MergeConfig(tstrSettingDir);
+    if (MergeConfig(tstrSettingDir) && bKept) DropKept();
     EditUpdateInfo(pathValues, tstrSettingDir + L"UpdateInfo.ini");
     return true;
 }

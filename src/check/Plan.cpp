@@ -70,6 +70,7 @@ bool PlanSettings(PlanWork& work)
         work.Begin(L"DeploySettings").tstrReason = L"there is no folder " + tstrSettingDir;
         return false;
     }
+    if (Storage::Directory::IsLink(tstrSettingDir)) return true;
     work.Begin(L"SelectLanguageFile");
     for (const LanguageFile& file : LanguageFiles()) {
         const std::wstring tstrEnd = L"." + std::wstring(file.szExtension);

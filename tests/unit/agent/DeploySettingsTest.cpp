@@ -101,3 +101,15 @@ TEST_F(DeploySettingsTest, WithoutSettingsOnlyTheRegistryIsPatched)
     EXPECT_EQ(CountTraced("!!! No files under directory '" + String::ToUtf8(m_install.PathOf(kSetting)) + "'"), 1);
     EXPECT_EQ(ValueIn(L"UpdateInfo.ini"), "old");
 }
+
+TEST_F(DeploySettingsTest, WhatALinkLeadsToIsNotChanged)
+{
+    m_install.Write(kSetting + L"config.xml", "");
+    m_install.Write(kSetting + L"config_EN-US.xml", "new");
+    const SystemWatch watch(m_install.Path());
+    watch.SetLink(L"Setting");
+    EXPECT_TRUE(PrepareSettings(m_paths));
+    EXPECT_EQ(m_install.Read(kSetting + L"config.xml"), "");
+    EXPECT_EQ(ValueIn(kSetting + L"UpdateInfo.ini"), "");
+    EXPECT_EQ(ReadRaw(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", L"Name"), RawNumber(7));
+}
