@@ -1,6 +1,7 @@
 #include "agent/DownloadPath.h"
 
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_FileName.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_IniFile.h"
@@ -21,7 +22,7 @@ bool IsFolderName(std::wstring_view tstrName) noexcept
     return Storage::File::IsPlainName(tstrName) && tstrName.back() != L'.' && tstrName.back() != L' ';
 }
 
-/// Opens a file so that others still can, and reads from it. No file is no failure.
+/// Opens a file so that others still can, and reads from it. No file, or a folder of that name, is no failure.
 bool OpenForReading(const std::wstring& tstrPath, UniqueFile& file, DWORD& dwError)
 {
     file.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
@@ -30,7 +31,7 @@ bool OpenForReading(const std::wstring& tstrPath, UniqueFile& file, DWORD& dwErr
     DWORD cbRead = 0;
     if (file && ::ReadFile(file.Get(), &chFirst, 1, &cbRead, nullptr)) return true;
     dwError = ::GetLastError();
-    return !Storage::IsHeldByOthers(dwError);
+    return !Storage::IsHeldByOthers(dwError) || Storage::Directory::IsExisted(tstrPath);
 }
 
 }  // namespace

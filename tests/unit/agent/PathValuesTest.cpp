@@ -70,6 +70,10 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=right\n");
     m_paths.ReadProductFolders();
     EXPECT_EQ(m_paths.ProductDownloadDir(), m_tstrInstall + L"Component\\right\\");
+    ::DeleteFileW(m_install.PathOf(L"UpdateInfo.ini").c_str());
+    m_install.MakeFolder(L"UpdateInfo.ini");
+    m_paths.ReadProductFolders();
+    EXPECT_EQ(m_paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "a folder is no file that others hold";
     WriteProduct(L"ProductPath", L"");
     m_paths.ReadProductFolders();
     EXPECT_EQ(m_paths.ProductDownloadDir() + m_paths.ReadResourceDownloadDir(), L"") << "below an unknown folder";
