@@ -1,6 +1,8 @@
 #include "agent/InstructionFile.h"
 
 #include "common/Frwk_Utility.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_Retry.h"
 
 using namespace KzCommon;
 
@@ -22,11 +24,16 @@ bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tst
 
 bool ReadInstructions(const std::wstring& tstrSection, SectionRecords& records, DWORD& dwError)
 {
-    const bool bOk = Storage::Guarded(&dwError, [&] {
-        Storage::IniFile instructions;
-        instructions.Open(Frwk::Utility::InstalledFile(L"QorPaFrwk.ini"));
-        static_cast<void>(ReadSectionRecords(instructions, tstrSection, records));
-    });
+    const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"QorPaFrwk.ini");
+    const auto read = [&](DWORD& dwCode) {
+        return Storage::Guarded(&dwCode, [&] {
+            Storage::IniFile instructions;
+            instructions.Open(tstrFile);
+            static_cast<void>(ReadSectionRecords(instructions, tstrSection, records));
+        });
+    };
+    const bool bOk = Storage::TryWhileHeld(
+        read, [&] { return !Storage::Directory::IsExisted(tstrFile); }, &dwError);
     if (!bOk && dwError == Storage::kCodelessFailure) dwError = ::GetLastError();
     return bOk;
 }

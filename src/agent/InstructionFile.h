@@ -67,7 +67,7 @@ using SectionRecords = std::multimap<std::wstring, std::wstring>;
                                       SectionRecords& records);
 
 /// Opens the instruction file in the install folder and reads one section of it. False with the Win32 code in `dwError`
-/// when that fails; ERROR_BAD_ARGUMENTS (160) when no install folder is known.
+/// when that fails; ERROR_BAD_ARGUMENTS (160) when no install folder is known. A file that others hold is waited for.
 [[nodiscard]] bool ReadInstructions(const std::wstring& tstrSection, SectionRecords& records, DWORD& dwError);
 
 /// Calls `apply` with every record of `szKey`, in the order of their lines.

@@ -2,6 +2,10 @@
 
 #include "agent/InstructionFile.h"
 
+#include "common/KzComn_Handle.h"
+
+#include <thread>
+
 class InstructionFileTest : public AgentTest {
 protected:
     [[nodiscard]] SectionRecords Read(const std::wstring& tstrSection, DWORD dwExpected = ERROR_SUCCESS) const
@@ -20,6 +24,10 @@ TEST_F(InstructionFileTest, KeepsLineOrderWithinAKeyAndSplitsAtTheFirstRunOfEqua
     EXPECT_THAT(Read(L"S"), ElementsAre(Pair(L"Delete", L"other"), Pair(L"add", L"a"), Pair(L"add", L"c"),
                                         Pair(L"add", L"k=v=w"), Pair(L"add=", L"x"), Pair(L"delete", L"b")));
     EXPECT_TRUE(Read(L"Missing", ERROR_FILE_NOT_FOUND).empty() && Read(L"Empty", ERROR_FILE_NOT_FOUND).empty());
+    const std::wstring tstrFile = m_install.PathOf(L"QorPaFrwk.ini");
+    KzCommon::UniqueFile held(::CreateFileW(tstrFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    std::jthread holder([&held] { ::Sleep(250), held.Reset(); });
+    EXPECT_THAT(Read(L"T"), ElementsAre(Pair(L"add", L"z"))) << "held for a moment";
     WriteProduct(L"ProductPath", L"");
     EXPECT_TRUE(Read(L"S", ERROR_BAD_ARGUMENTS).empty());
 }
