@@ -62,7 +62,7 @@ std::wstring CheckInnerFolder(const Update& update, Report& report)
 {
     const std::wstring tstrInner = ProgramFolder(update);
     const std::size_t cchName = String::EnsureBackslash(update.Product().tstrDownloadPath).size();
-    const std::wstring tstrPlatform = tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
+    std::wstring tstrPlatform = tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
     const std::vector<std::wstring>& files = update.Files();
     const auto isIn = [&](const std::wstring& tstrFolder) {
         return std::find_if(files.begin(), files.end(),
