@@ -122,7 +122,7 @@ public:
 private:
     using Row = PackageLayout::CopyRow;
 
-    SectionRecords Read(const Section& section) const
+    [[nodiscard]] SectionRecords Read(const Section& section) const
     {
         SectionRecords records;
         static_cast<void>(Storage::Guarded(nullptr, [&] {
