@@ -163,7 +163,7 @@ std::vector<std::wstring> RegistryTypeWords()
 {
     std::vector<std::wstring> words;
     for (const TypeRow& row : kTypes) {
-        if (row.szType && row.eType != RegistryType::eMultiText) words.push_back(row.szType);
+        if (row.szType && row.eType != RegistryType::eMultiText) words.emplace_back(row.szType);
     }
     return words;
 }

@@ -14,7 +14,7 @@ std::string ToJsonText(const Json::Value& value)
 
 Json::Value ToJson(std::wstring_view tstrText)
 {
-    return Json::Value(KzCommon::String::ToUtf8(tstrText));
+    return KzCommon::String::ToUtf8(tstrText);
 }
 
 }  // namespace Check

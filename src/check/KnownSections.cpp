@@ -20,7 +20,7 @@ std::vector<KnownSection> MergeReadings()
         auto itKnown = std::find_if(sections.begin(), sections.end(),
                                     [&](const KnownSection& known) { return tstrName == known.szName; });
         if (itKnown == sections.end()) itKnown = sections.insert(itKnown, {row.szName, row.bLanguage, {}});
-        for (const SectionKey& key : row.keys) itKnown->keys.push_back(key.szKey);
+        for (const SectionKey& key : row.keys) itKnown->keys.emplace_back(key.szKey);
     }
     return sections;
 }

@@ -89,8 +89,9 @@ Json::Value DescribeAll(const std::vector<Promise>& promises)
 /// Reads members of one object; one that is missing or of another kind makes the whole wrong.
 class Members {
 public:
-    Members(const Json::Value& json, bool& bOk) : m_json(json), m_bOk(bOk) { m_bOk = m_bOk && json.isObject(); }
+    explicit Members(const Json::Value& json) : m_json(json), m_bOk(json.isObject()) {}
 
+    [[nodiscard]] bool AreGood() const noexcept { return m_bOk; }
     [[nodiscard]] bool Has(const char* szName) const { return m_bOk && m_json.isMember(szName); }
     std::string Utf8(const char* szName)
     {
@@ -117,44 +118,40 @@ public:
 
 private:
     const Json::Value& m_json;
-    bool& m_bOk;
+    bool m_bOk;
 };
 
 bool FromJson(const Json::Value& json, FilePromise& file)
 {
-    bool bOk = true;
-    Members members(json, bOk);
+    Members members(json);
     file.tstrPlace = members.Text("destination");
     file.tstrSource = members.Text("source");
     file.bAtRestart = members.AtRestart();
     if (members.Has("language")) file.tstrLanguage = members.Text("language");
     if (members.Has("size") || members.Has("sha256")) {
         file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
-        bOk = bOk && file.optContent->strSha256.size() == 64;
+        if (file.optContent->strSha256.size() != 64) return false;
     }
-    return bOk;
+    return members.AreGood();
 }
 
 bool FromJson(const Json::Value& json, DeletionPromise& deletion)
 {
-    bool bOk = true;
-    Members members(json, bOk);
+    Members members(json);
     deletion.bFolder = members.Has("folder");
     deletion.tstrPlace = members.Text(deletion.bFolder ? "folder" : "files");
     deletion.bAtRestart = members.AtRestart();
-    return bOk;
+    return members.AreGood();
 }
 
 bool FromJson(const Json::Value& json, RegistryPromise& value)
 {
-    bool bOk = true;
-    Members members(json, bOk);
+    Members members(json);
     value.tstrKeyPath = members.Text("key");
     value.tstrValueName = members.Text("name");
     const std::string strState = members.Utf8("state");
     const auto* const pszState = std::find(std::begin(kStates), std::end(kStates), strState);
-    bOk = bOk && pszState != std::end(kStates) && !value.tstrKeyPath.empty();
-    if (!bOk) return false;
+    if (!members.AreGood() || pszState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
     value.eState = static_cast<ValueState>(pszState - kStates);
     if (value.eState == ValueState::eAbsent) return true;
     const std::string strType = members.Utf8("type");
@@ -168,17 +165,16 @@ bool FromJson(const Json::Value& json, RegistryPromise& value)
         value.ullData = members.Number("data");
     }
     const bool bFits = value.eType != RegistryType::eDword || value.ullData <= MAXDWORD;
-    return bOk && bFits && value.eType != RegistryType::eUnknown;
+    return members.AreGood() && bFits && value.eType != RegistryType::eUnknown;
 }
 
 bool FromJson(const Json::Value& json, IniPromise& value)
 {
-    bool bOk = true;
-    Members members(json, bOk);
+    Members members(json);
     value.tstrSection = members.Text("section");
     value.tstrKey = members.Text("key");
     value.tstrValue = members.Text("value");
-    return bOk && !value.tstrSection.empty() && !value.tstrKey.empty();
+    return members.AreGood() && !value.tstrSection.empty() && !value.tstrKey.empty();
 }
 
 bool FromJson(const Json::Value& json, std::wstring& tstrText)
@@ -256,12 +252,11 @@ bool ParseManifest(std::string_view strBytes, Promises& promises, std::wstring& 
     if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
     tstrError = L"no manifest, or one of another format";
     if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() != kFormat) return false;
-    bool bOk = true;
-    Members component(root["component"], bOk);
+    Members component(root["component"]);
     promises.tstrProduct = component.Text("product");
     promises.tstrResource = component.Text("resource");
     tstrError = L"component: not as it should be";
-    return bOk && ReadList(root, "folders", promises.folders, tstrError) &&
+    return component.AreGood() && ReadList(root, "folders", promises.folders, tstrError) &&
            ReadList(root, "files", promises.files, tstrError) &&
            ReadList(root, "deletions", promises.deletions, tstrError) &&
            ReadList(root, "registry", promises.registry, tstrError) &&

@@ -69,7 +69,7 @@ std::wstring PlatformFolder(const Update& update)
 std::wstring CheckInnerFolder(const Update& update, Report& report)
 {
     const std::wstring tstrInner = ProgramFolder(update);
-    const std::wstring tstrPlatform = PlatformFolder(update);
+    std::wstring tstrPlatform = PlatformFolder(update);
     const std::vector<std::wstring>& files = update.Files();
     const auto isIn = [&](const std::wstring& tstrFolder) {
         return std::find_if(files.begin(), files.end(),

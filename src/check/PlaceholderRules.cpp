@@ -50,7 +50,8 @@ const std::vector<std::wstring>& Names()
 {
     static const std::vector<std::wstring> s_names = [] {
         std::vector<std::wstring> names;
-        for (const Placeholder& placeholder : kPlaceholders) names.push_back(placeholder.szText);
+        names.reserve(kPlaceholders.size());
+        for (const Placeholder& placeholder : kPlaceholders) names.emplace_back(placeholder.szText);
         return names;
     }();
     return s_names;

@@ -133,8 +133,7 @@ int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
 std::wstring InstalledFolder(const Update& update, bool bGiven)
 {
     std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder();
-    if (tstrFolder.empty() && update.InstalledFolder()) tstrFolder = *update.InstalledFolder();
-    return tstrFolder;
+    return tstrFolder.empty() ? update.InstalledFolder().value_or(std::wstring()) : tstrFolder;
 }
 
 }  // namespace

@@ -33,11 +33,13 @@ RegistryPromise* FindValue(std::vector<RegistryPromise>& registry, const std::ws
 RegistryPromise& FindOrAddValue(std::vector<RegistryPromise>& registry, const std::wstring& tstrKeyPath,
                                 const std::wstring& tstrName)
 {
-    if (RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, tstrName)) return *pKnown;
-    RegistryPromise& promise = registry.emplace_back();
-    promise.tstrKeyPath = tstrKeyPath;
-    promise.tstrValueName = tstrName;
-    return promise;
+    RegistryPromise* pPromise = FindValue(registry, tstrKeyPath, tstrName);
+    if (!pPromise) {
+        pPromise = &registry.emplace_back();
+        pPromise->tstrKeyPath = tstrKeyPath;
+        pPromise->tstrValueName = tstrName;
+    }
+    return *pPromise;
 }
 
 /// Whether "add_if_non" leaves a value alone of which the records before it tell the state: one of the same type,
@@ -120,7 +122,7 @@ public:
 private:
     using Row = PackageLayout::CopyRow;
 
-    SectionRecords Read(const Section& section) const
+    [[nodiscard]] SectionRecords Read(const Section& section) const
     {
         SectionRecords records;
         static_cast<void>(Storage::Guarded(nullptr, [&] {

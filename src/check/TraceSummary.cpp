@@ -79,7 +79,7 @@ RunEnd EndOf(const TraceRun& run)
 
 std::wstring ProgramOf(const TraceRun& run)
 {
-    const std::wstring tstrProgram(run.lines.front().tstrModule);
+    std::wstring tstrProgram(run.lines.front().tstrModule);
     for (const TraceLine& line : run.lines) {
         if (line.tstrMessage == kNoParameter) return tstrProgram + L" without an argument";
         if (line.eLevel == TraceLevel::eProgress && line.tstrMessage.starts_with(kParameter)) {

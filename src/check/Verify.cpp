@@ -119,7 +119,7 @@ private:
             Add(Verdict::eRefused, tstrPlace, L"no place below a folder of the product");
             return {};
         }
-        const std::wstring tstrPath = m_machine.folders.PathOf(destination);
+        std::wstring tstrPath = m_machine.folders.PathOf(destination);
         if (tstrPath.empty()) {
             Add(Verdict::eRefused, tstrPlace, L"this machine has no such folder");
         } else if (m_machine.folders.LeadsElsewhere(destination)) {

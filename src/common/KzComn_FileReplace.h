@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace KzCommon::Storage::File {
 
@@ -18,7 +19,7 @@ namespace KzCommon::Storage::File {
 /// `*pdwError`. For one thread at a time.
 class Replacement {
 public:
-    explicit Replacement(const std::wstring& tstrTarget) : m_tstrTarget(tstrTarget) {}
+    explicit Replacement(std::wstring tstrTarget) : m_tstrTarget(std::move(tstrTarget)) {}
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
     ~Replacement();

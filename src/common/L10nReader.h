@@ -33,5 +33,5 @@ private:
     [[nodiscard]] bool QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection);
 
     std::map<std::wstring, std::wstring> m_strings;
-    bool m_bReserved = false;  // part of the class's layout, without a use yet
+    [[maybe_unused]] bool m_bReserved = false;  // part of the class's layout, without a use yet
 };

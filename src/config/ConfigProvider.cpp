@@ -100,18 +100,19 @@ DWORD CConfigProvider::Dispatch(DWORD dwMessage, Json::Value& request)
 
 DWORD CConfigProvider::Query(Json::Value& request)
 {
-    m_found.emplace();  // first of all: whatever fails from here on, nothing counts as found
+    FoundTypes& foundTypes = m_found.emplace();  // first of all: whatever fails from here on, nothing counts as found
     Json::Value& data = request["Data"];
     ConfigStore store(m_protection);
     if (!store.Open(m_tstrInstallDir + L"config.xml")) return Config::eUnreadableFile;
     DWORD dwResult = Config::eOk;
     for (const std::string& strTag : data.getMemberNames()) {
-        if (!QueryTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
+        if (!QueryTag(store, strTag, data[strTag], foundTypes)) dwResult = Config::eRefusedValue;
     }
     return dwResult;
 }
 
-bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strTag, Json::Value& value)
+bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strTag, Json::Value& value,
+                               FoundTypes& foundTypes) const
 {
     const std::optional<Config::TagPath> path = PathOf(strTag);
     if (!path) {
@@ -128,7 +129,7 @@ bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strT
         return true;
     }
     value = String::ToUtf8(Config::ToTransit(found));
-    (*m_found)[strTag] = eType;
+    foundTypes[strTag] = eType;
     return true;
 }
 

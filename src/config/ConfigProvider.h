@@ -42,15 +42,18 @@ public:
     void Uninitialize() noexcept;
 
 private:
+    using FoundTypes = std::map<std::string, Config::Type>;
+
     [[nodiscard]] DWORD Dispatch(DWORD dwMessage, Json::Value& request);
     [[nodiscard]] DWORD Query(Json::Value& request);
     [[nodiscard]] DWORD Write(Json::Value& request);
-    [[nodiscard]] bool QueryTag(const Config::ConfigStore& store, const std::string& strTag, Json::Value& value);
+    [[nodiscard]] bool QueryTag(const Config::ConfigStore& store, const std::string& strTag, Json::Value& value,
+                                FoundTypes& foundTypes) const;
     [[nodiscard]] bool WriteTag(Config::ConfigStore& store, const std::string& strTag, const Json::Value& value) const;
 
     std::wstring m_tstrInstallDir;
     Config::ValueProtection m_protection;
     bool m_bReady = false;
     // What the session's query found, with its types: what a new element is made as. Nothing before a query.
-    std::optional<std::map<std::string, Config::Type>> m_found;
+    std::optional<FoundTypes> m_found;
 };

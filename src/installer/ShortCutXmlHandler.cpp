@@ -169,7 +169,7 @@ bool ShortCutXmlHandler::HandleDesktopElement(const Element* pDesktop)
         return SkipAllChildElements();
     }
     std::wstring tstrFolder;
-    if (!ShellLink::GetAllUsersDesktop(tstrFolder)) {
+    if (!InstCommon::Utility::ShellLink::GetAllUsersDesktop(tstrFolder)) {
         Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersDesktop() failed.");
         return SkipAllChildElements();
     }
@@ -202,7 +202,7 @@ bool ShortCutXmlHandler::HandleStartMenuElement(const Element* pStartMenu)
         return SkipStartMenu();
     }
     std::wstring tstrFolder;
-    if (!ShellLink::GetAllUsersStartMenuPrograms(tstrFolder)) {
+    if (!InstCommon::Utility::ShellLink::GetAllUsersStartMenuPrograms(tstrFolder)) {
         Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::GetAllUsersStartMenuPrograms failed.");
         static_cast<void>(SkipStartMenu());
         return false;
@@ -259,12 +259,13 @@ bool ShortCutXmlHandler::CreateShortCut(const Item& shortcut, const std::wstring
     }
     std::wstring tstrLink;
     if (!ItemPath(tstrFolder, shortcut, tstrLink)) return false;
-    const ShellLink::LinkProperties properties{.tstrTarget = String::JoinPath(m_tstrInstallDir, shortcut.tstrTarget),
-                                               .tstrIcon = IconOf(shortcut),
-                                               .tstrArguments = shortcut.tstrArguments,
-                                               .tstrDescription = shortcut.tstrDescription,
-                                               .tstrWorkingDirectory = {}};
-    if (ShellLink::CreateShortcut(tstrLink, properties)) return true;
+    const InstCommon::Utility::ShellLink::LinkProperties properties{
+        .tstrTarget = String::JoinPath(m_tstrInstallDir, shortcut.tstrTarget),
+        .tstrIcon = IconOf(shortcut),
+        .tstrArguments = shortcut.tstrArguments,
+        .tstrDescription = shortcut.tstrDescription,
+        .tstrWorkingDirectory = {}};
+    if (InstCommon::Utility::ShellLink::CreateShortcut(tstrLink, properties)) return true;
     Trace(kTraceError, L"*** InstCommon::Utility::ShellLink::CreateShortcut is failed.");
     return false;
 }
