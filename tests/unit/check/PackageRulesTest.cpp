@@ -124,6 +124,18 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
 }
 
+TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
+{
+    const std::string strSections =
+        "[QOR_REGISTRY_PATCH]\nadd=K!N!REG_SZ!a\n[QOR_CONFIG_MERGE]\nmigrate=/A/B\n[UPDATE_INFO]\nmodify=S!K!V\n"
+        "[QOR_DIR]\nadd=C:\\a\n";
+    EXPECT_THAT(Lint(strSections), ElementsAre("B073 3:2"));
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    EXPECT_THAT(Lint(strSections), IsEmpty());
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
+    EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B070 0:0 UpdateInfo.ini p1"));
+}
+
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
 {
     for (const wchar_t* const szFile :
