@@ -26,7 +26,8 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
     const std::string strLong = "C:\\" + std::string(200, 'x') + "\\" + std::string(56, 'x');
     const std::pair<std::string, std::vector<std::string>> folders[] = {
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
-        {"add=a\\b\ndelete=C:\\\nadd=C:\\\n", {"B030 2:5 {InstalledDir}a\\b", "B030 3:8"}},
+        {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
+         {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
         {"add=" + strLong + "\nadd=" + strLong + "x\n", {"B031 3:5"}},
         {"delete=C:\\a*\nadd=C:\\?\\b\n", {"B034 2:8", "B034 3:5"}},
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
