@@ -76,12 +76,19 @@ std::wstring ProgramFolder(const Update& update)
     return update.RelativeName(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
 }
 
+/// The platform's folder, around the one of the program's own files.
+std::wstring PlatformFolder(const Update& update)
+{
+    const std::wstring tstrInner = ProgramFolder(update);
+    const std::size_t cchName = String::EnsureBackslash(update.Product().tstrDownloadPath).size();
+    return tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
+}
+
 /// The platform's folder where the one in it is missing, with the finding; else empty.
 std::wstring CheckInnerFolder(const Update& update, Report& report)
 {
     const std::wstring tstrInner = ProgramFolder(update);
-    const std::size_t cchName = String::EnsureBackslash(update.Product().tstrDownloadPath).size();
-    const std::wstring tstrPlatform = tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
+    const std::wstring tstrPlatform = PlatformFolder(update);
     const std::vector<std::wstring>& files = update.Files();
     const auto isIn = [&](const std::wstring& tstrFolder) {
         return std::find_if(files.begin(), files.end(),
@@ -133,7 +140,15 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
     for (const PackageLayout::FolderCopy& copy : copies) {
         if (IsBelow(copy.tstrSourceDir, tstrPackage)) sources.push_back(copy.tstrSourceDir.substr(tstrPackage.size()));
     }
+    const std::wstring tstrPlatform = PlatformFolder(update);
     for (const auto& [tstrFolder, files] : unused) {
+        if (String::EqualsNoCase(tstrFolder, tstrPlatform)) {
+            report.Add(Rule::eNoInnerFolder, files.front(), {},
+                       L"the files for this platform are looked for in \"" + ProgramFolder(update) +
+                           L"\" only: what lies beside it stays in the download folder",
+                       ProgramFolder(update) + files.front().substr(tstrFolder.size()));
+            continue;
+        }
         const std::wstring tstrBelow = IsBelow(tstrFolder, tstrPackage) ? tstrFolder.substr(tstrPackage.size()) : L"";
         const std::wstring tstrCount =
             files.size() == 1 ? L"its file stays" : L"its " + std::to_wstring(files.size()) + L" files stay";

@@ -58,6 +58,14 @@ std::wstring FolderOf(const std::wstring& tstrPath)
     return tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1);
 }
 
+/// Whether a file is the new content of one that is replaced in one step, beside it in one of those folders.
+bool IsNewContent(const std::wstring& tstrPlace, const std::wstring& tstrInstallDir)
+{
+    const std::wstring tstrFolder = FolderOf(tstrPlace);
+    return tstrPlace.substr(tstrFolder.size()).starts_with(L"~kzcomn-") &&
+           (tstrFolder.starts_with(tstrInstallDir) || tstrFolder == L"C:\\");
+}
+
 /// An installed product deep inside a sandbox, all levels of the trace on.
 class HostileInput : public RegistryTest {
 protected:
@@ -98,8 +106,9 @@ protected:
             std::ofstream(path, std::ios::binary) << strVariant;
             // A time of its own, and an old one: the system trusts its copy of a file only when that cannot be newer.
             std::filesystem::last_write_time(path, time += std::chrono::seconds(1));
-            const SystemWatch watch(
-                m_sandbox.Path(), judge ? judge : [](auto&&...) { return false; });
+            const SystemWatch watch(m_sandbox.Path(), [&](std::string_view strCall, const std::wstring& tstrPlace) {
+                return judge && (IsNewContent(tstrPlace, m_tstrInstallDir) || judge(strCall, tstrPlace));
+            });
             act();
         });
         EXPECT_EQ(judge != nullptr, CountJudged() > cBefore);

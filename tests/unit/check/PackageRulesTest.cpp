@@ -123,6 +123,9 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
     Write(L"Component\\p2\\64bit\\a.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
+    Write(L"Component\\p2\\64bit\\p2\\b.dll", "");
+    EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"))
+        << "beside the folder that is there";
 }
 
 TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
