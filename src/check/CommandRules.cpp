@@ -24,7 +24,34 @@ struct Word {
     bool bQuoted = false;   ///< begins with a quote
 };
 
-/// A pair of quotes counts as one: "cmd /c ""C:\a b" c"" has its path in quotes.
+void Replace(std::wstring& tstrText, std::wstring_view tstrOld, std::wstring_view tstrNew)
+{
+    for (std::size_t u = 0; (u = tstrText.find(tstrOld, u)) != std::wstring::npos; u += tstrNew.size()) {
+        tstrText.replace(u, tstrOld.size(), tstrNew);
+    }
+}
+
+/// The command, equally long, without the quotes that open and close nothing for its reader: the outer ones of what the
+/// command interpreter carries out ("cmd /c ""C:\a b" c""), and those that a backslash hands on ("\"C:\a b\" c").
+std::wstring WithPlainQuotes(std::wstring tstrCommand)
+{
+    // Behind a name a backslash is the end of a folder, and the quote is one.
+    const std::wstring tstrEscape = L"\\\"";
+    const std::size_t uEscape = tstrCommand.find(tstrEscape);
+    const bool bEscapes = uEscape != std::wstring::npos && uEscape > 0 &&
+                          std::wstring_view(L" \"=").find(tstrCommand[uEscape - 1]) != std::wstring_view::npos;
+    if (bEscapes) Replace(tstrCommand, tstrEscape, L"\\'");
+
+    const std::wstring tstrLower = LowerCase(tstrCommand);
+    const std::size_t uOption = std::min(tstrLower.find(L" /c \""), tstrLower.find(L" /k \""));
+    if (uOption != std::wstring::npos && tstrCommand.ends_with(L'"') &&
+        std::count(tstrCommand.begin(), tstrCommand.end(), L'"') > 2) {
+        tstrCommand[uOption + 4] = L' ';
+        tstrCommand.back() = L' ';
+    }
+    return tstrCommand;
+}
+
 std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
 {
     std::vector<Word> words;
@@ -37,7 +64,6 @@ std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
         bWord = !bBlank;
         if (ch == L'"') {
             bQuotes = !bQuotes;
-            if (tstrCommand.substr(u).starts_with(L"\"\"")) ++u;
         } else if (!bBlank) {
             words.back().tstrText += ch;
         }
@@ -48,7 +74,7 @@ std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
 /// The same with placeholders expanded after the splitting, whether their blanks are in quotes or not.
 std::vector<Word> SplitExpanded(std::wstring_view tstrCommand, const CustomerFolders& folders)
 {
-    std::vector<Word> words = SplitCommand(tstrCommand);
+    std::vector<Word> words = SplitCommand(WithPlainQuotes(std::wstring(tstrCommand)));
     for (Word& word : words) word.tstrText = folders.Expand(word.tstrText);
     return words;
 }
@@ -102,12 +128,9 @@ void CheckQuotes(const CommandCheck& check)
 {
     const CustomerFolders usual(kUsualInstallFolder, L"...");
     bool bQuotes = false;
-    const std::wstring tstrCommand = WithoutEchoedText(check.record.tstrValue);
+    const std::wstring tstrCommand = WithoutEchoedText(WithPlainQuotes(check.record.tstrValue));
     for (std::size_t uAt = 0; uAt < tstrCommand.size(); ++uAt) {
-        if (tstrCommand[uAt] == L'"') {
-            bQuotes = !bQuotes;
-            if (tstrCommand.compare(uAt, 2, L"\"\"") == 0) ++uAt;
-        }
+        if (tstrCommand[uAt] == L'"') bQuotes = !bQuotes;
         if (bQuotes || tstrCommand[uAt] != L'{') continue;
         for (const Placeholder& placeholder : kPlaceholders) {
             const std::wstring tstrText = placeholder.szText;
@@ -123,7 +146,7 @@ void CheckQuotes(const CommandCheck& check)
 /// A path written out that breaks off without an extension at a blank and goes on after it.
 void CheckBlanks(const CommandCheck& check)
 {
-    const std::vector<Word> words = SplitCommand(WithoutEchoedText(check.record.tstrValue));
+    const std::vector<Word> words = SplitCommand(WithoutEchoedText(WithPlainQuotes(check.record.tstrValue)));
     for (std::size_t u = 0; u + 1 < words.size(); ++u) {
         const std::wstring& tstrText = words[u].tstrText;
         const std::wstring& tstrNext = words[u + 1].tstrText;
@@ -140,11 +163,19 @@ void CheckBlanks(const CommandCheck& check)
     }
 }
 
+/// Whether a word, or the first one in its quotes, removes what may be gone.
+bool IsRemoval(const Word& word)
+{
+    const std::wstring tstrVerb = LowerCase(word.tstrText.substr(0, word.tstrText.find(L' ')));
+    return tstrVerb == L"del" || tstrVerb == L"erase" || tstrVerb == L"rd" || tstrVerb == L"rmdir";
+}
+
 /// Files that lie in the download folders until the restart moves them.
 void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalled,
                      const std::map<std::wstring, std::vector<std::wstring>>& sources)
 {
     const std::wstring tstrLowerInstalled = LowerCase(tstrInstalled);
+    if (std::any_of(check.words.begin(), check.words.end(), IsRemoval)) return;
     for (const Word& word : check.words) {
         const std::wstring tstrText = LowerCase(word.tstrText);
         const std::size_t uAt = tstrText.find(tstrLowerInstalled + L"component\\");

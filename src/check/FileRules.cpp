@@ -73,11 +73,12 @@ bool CheckRefusal(const FileCheck& check)
         case FileRefusal::eNotAFullPath: break;
     }
     if (BeginsWithBraces(check.parsed.tstrPath)) return false;
-    const bool bFull = String::IsFullPath(check.parsed.tstrPath);
-    check.Add(Rule::eNoFullPath,
-              bFull ? L"\"" + check.parsed.tstrPath + L"\" is a whole drive or share"
-                    : L"\"" + check.parsed.tstrPath + L"\" is no full path",
-              bFull ? std::wstring() : kPlaceholders[1].szText + check.parsed.tstrPath);
+    const std::wstring& tstrPath = check.parsed.tstrPath;
+    const bool bFull = String::IsFullPath(tstrPath);
+    const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos;
+    const std::size_t uName = std::min(tstrPath.find_first_not_of(L"\\/"), tstrPath.size());
+    check.Add(Rule::eNoFullPath, L"\"" + tstrPath + (bFull ? L"\" is a whole drive or share" : L"\" is no full path"),
+              bRelative ? kPlaceholders[1].szText + tstrPath.substr(uName) : std::wstring());
     return false;
 }
 

@@ -5,6 +5,7 @@
 
 #include "agent/InstructionFile.h"
 #include "common/KzComn_Exception.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 
 #include <algorithm>
@@ -34,7 +35,7 @@ void CheckEncoding(const IniScan& scan, Report& report)
     for (const Place& place : scan.Damaged()) add(place, L"half a character: a surrogate that stands alone");
 }
 
-void CheckRecord(const IniRecord& record, const KnownSection& known, Report& report)
+void CheckRecord(const IniSection& section, const IniRecord& record, const KnownSection& known, Report& report)
 {
     const auto add = [&](Rule eRule, Place place, std::wstring tstrText, std::wstring tstrSuggestion = {}) {
         report.Add(eRule, kInstructionFile, place, std::move(tstrText), std::move(tstrSuggestion));
@@ -45,8 +46,7 @@ void CheckRecord(const IniRecord& record, const KnownSection& known, Report& rep
     }
     const bool bKnown = std::find(known.keys.begin(), known.keys.end(), record.tstrKey) != known.keys.end();
     if (!bKnown && record.IsRecord()) {
-        add(Rule::eUnknownKey, record.place,
-            L"[" + std::wstring(known.szName) + L"] has no key \"" + record.tstrKey + L"\"",
+        add(Rule::eUnknownKey, record.place, L"[" + section.tstrName + L"] has no key \"" + record.tstrKey + L"\"",
             NearestOf(record.tstrKey, known.keys));
     } else if (record.bBlankBefore) {
         add(Rule::eUnknownKey, record.place, L"blanks before \"=\" may become part of the key", record.tstrKey + L"=");
@@ -146,7 +146,10 @@ void CheckForm(const Subject& subject, Report& report)
     const IniScan& scan = subject.instructions;
     CheckEncoding(scan, report);
     if (scan.Sections().empty()) {
-        report.Add(Rule::eMissingSection, kInstructionFile, {}, L"there is no section: nothing is carried out");
+        const bool bThere = Storage::File::IsExisted(subject.update.FullPath(kInstructionFile));
+        report.Add(
+            Rule::eMissingSection, kInstructionFile, {},
+            std::wstring(bThere ? L"there is no section" : L"the file is missing") + L": nothing is carried out");
     }
     for (const IniRecord& record : scan.Stray()) {
         report.Add(Rule::eNoRecord, kInstructionFile, record.place, L"the line stands before the first section");
@@ -155,7 +158,7 @@ void CheckForm(const Subject& subject, Report& report)
         const KnownSection* const pKnown = FindKnownSection(section.tstrName);
         CheckSectionName(scan, section, pKnown, report);
         if (!pKnown) continue;
-        for (const IniRecord& record : section.records) CheckRecord(record, *pKnown, report);
+        for (const IniRecord& record : section.records) CheckRecord(section, record, *pKnown, report);
         // In another encoding the two may differ, and the encoding is the mistake.
         const bool bSame = scan.Encoding() != IniEncoding::eOtherMark && scan.Encoding() != IniEncoding::eUtf16Unmarked;
         if (bSame && scan.Find(section.tstrName) == &section) CompareWithWindows(subject, section, report);

@@ -3,6 +3,7 @@
 #include "check/ErrorWords.h"
 #include "check/Intended.h"
 
+#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -38,7 +39,8 @@ bool OpenUpdate(const Arguments& arguments, Update& update, Output& output)
     if (dwError == ERROR_FILE_NOT_FOUND) {
         output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
     } else {
-        static_cast<void>(CannotRead(tstrFolder, dwError, output));
+        const bool bInstalled = arguments.optInstalled && Storage::Directory::IsExisted(update.Folder());
+        static_cast<void>(CannotRead(bInstalled ? *arguments.optInstalled : tstrFolder, dwError, output));
     }
     return false;
 }

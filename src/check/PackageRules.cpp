@@ -1,4 +1,4 @@
-// B070 to B072: the layout of the packages.
+// B070 to B073: the layout of the packages.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
@@ -45,6 +45,25 @@ void CheckDownloadPath(const Update& update, Report& report)
                  L"the product package is looked for in \"" + update.RelativeName(update.Product().tstrFolder) +
                      L"\", which is not there: nothing of it is deployed",
                  NearestOf(update.Product().tstrDownloadPath, others));
+}
+
+/// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
+/// settings folder is missing.
+void CheckSections(const Subject& subject, Report& report)
+{
+    const Update& update = subject.update;
+    const bool bPackage = update.Product().bThere;
+    const bool bSettings = Storage::Directory::IsExisted(update.FullPath(update.SettingFolder()));
+    const std::pair<const wchar_t*, bool> sections[] = {
+        {L"QOR_REGISTRY_PATCH", bPackage}, {L"QOR_CONFIG_MERGE", bSettings}, {L"UPDATE_INFO", bPackage}};
+    for (const auto& [szSection, bCarriedOut] : sections) {
+        const IniSection* const pSection = subject.instructions.Find(szSection);
+        if (bCarriedOut || !pSection || pSection->records.empty()) continue;
+        const std::wstring tstrMissing =
+            bPackage ? update.SettingFolder() : update.RelativeName(update.Product().tstrFolder);
+        report.Add(Rule::eSectionWithoutPackage, kInstructionFile, pSection->place,
+                   L"[" + pSection->tstrName + L"] is passed over, for there is no folder \"" + tstrMissing + L"\"");
+    }
 }
 
 /// The folder of the program's own files: the platform's, and in it the component's name once more.
@@ -234,6 +253,7 @@ void CheckLanguages(const Subject& subject, Report& report)
 void CheckPackages(const Subject& subject, Report& report)
 {
     CheckDownloadPath(subject.update, report);
+    CheckSections(subject, report);
     CheckUnusedFiles(subject.update, CheckInnerFolder(subject.update, report), report);
     CheckLanguages(subject, report);
 }

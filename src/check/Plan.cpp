@@ -1,6 +1,7 @@
 #include "check/Plan.h"
 
 #include "check/ErrorWords.h"
+#include "check/Lint.h"
 #include "check/PlanReport.h"
 #include "check/PlanSteps.h"
 
@@ -155,22 +156,19 @@ Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir)
 
 int RunPlan(const Arguments& arguments, Output& output)
 {
-    const std::wstring& tstrFolder = arguments.operands.front();
-    DWORD dwError = ERROR_SUCCESS;
     Update update;
-    if (!update.Open(tstrFolder, arguments.optInstalled, &dwError)) {
-        if (dwError != ERROR_FILE_NOT_FOUND) return CannotRead(tstrFolder, dwError, output);
-        output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
-        return kCannotRead;
-    }
+    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
     const std::wstring tstrInstalled = InstalledFolder(update, arguments.optInstalled.has_value());
     if (!Storage::Directory::IsExisted(tstrInstalled)) {
-        output.tstrErrors += tstrInstalled + L": no product is installed there; --installed DIR names its folder\n";
+        output.tstrErrors +=
+            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
+            L"; --installed DIR names the product's folder\n";
         return kCannotRead;
     }
     const Forecast now(update.Folder(), tstrInstalled);
     for (const wchar_t* szName : {kInstructionFile, kUpdateInfoFile}) {
         const std::wstring tstrPath = now.PlaceNow(tstrInstalled + szName);
+        DWORD dwError = ERROR_SUCCESS;
         if (!IsReadable(tstrPath, dwError)) return CannotRead(tstrPath, dwError, output);
     }
     const Plan plan = MakePlan(update, tstrInstalled);

@@ -87,6 +87,8 @@ constexpr RuleRow kRules[] = {
      L"The program's own files are looked for below the component's name once more; nothing of them arrives."},
     {Rule::eLanguageIncomplete, kError, L"language-incomplete",
      L"An installation of this language keeps the old file, or gets none."},
+    {Rule::eSectionWithoutPackage, kError, L"section-without-package",
+     L"The section is carried out with the product package only, and passed over without it."},
 
     {Rule::eShortcutsNotXml, kError, L"shortcuts-not-xml", L"The description is refused: no shortcuts are made."},
     {Rule::eShortcutName, kError, L"shortcut-name", L"The name is refused, and the item left out."},

@@ -61,6 +61,7 @@ enum class Rule : unsigned {
     eNoStepLooksThere = 70,
     eNoInnerFolder = 71,
     eLanguageIncomplete = 72,
+    eSectionWithoutPackage = 73,
     // Shortcuts and texts
     eShortcutsNotXml = 80,
     eShortcutName = 81,

@@ -147,6 +147,7 @@ std::vector<TraceLine> ParseLines(std::wstring_view tstrText)
         std::wstring_view tstrLine = tstrText.substr(0, uEnd);
         tstrText.remove_prefix(std::min(uEnd + 1, tstrText.size()));
         if (tstrLine.ends_with(L'\r')) tstrLine.remove_suffix(1);
+        if (tstrLine.starts_with(L'\xFEFF')) tstrLine.remove_prefix(1);  // of a file that was put behind another
         if (std::optional<TraceLine> line = ParseHead(tstrLine)) {
             line->tstrMessage = line->tstrMessage.substr(0, FindSource(line->tstrMessage, line->tstrSource));
             lines.push_back(*line);

@@ -133,7 +133,9 @@ int RunVerify(const Arguments& arguments, Output& output)
     wchar_t szFull[MAX_PATH] = {};
     const DWORD cch = tstrInstalled.empty() ? 0 : ::GetFullPathNameW(tstrInstalled.c_str(), MAX_PATH, szFull, nullptr);
     if (cch == 0 || cch >= MAX_PATH || !Storage::Directory::IsExisted(szFull)) {
-        output.tstrErrors += L"the install folder is not known or not there: " + tstrInstalled + L"\n";
+        output.tstrErrors +=
+            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
+            L"; --installed DIR names the product's folder\n";
         return kCannotRead;
     }
     tstrInstalled = String::EnsureBackslash(szFull);

@@ -26,7 +26,8 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
     const std::string strLong = "C:\\" + std::string(200, 'x') + "\\" + std::string(56, 'x');
     const std::pair<std::string, std::vector<std::string>> folders[] = {
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
-        {"add=a\\b\ndelete=C:\\\nadd=C:\\\n", {"B030 2:5 {InstalledDir}a\\b", "B030 3:8"}},
+        {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
+         {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
         {"add=" + strLong + "\nadd=" + strLong + "x\n", {"B031 3:5"}},
         {"delete=C:\\a*\nadd=C:\\?\\b\n", {"B034 2:8", "B034 3:5"}},
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
@@ -125,6 +126,18 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     Write(L"Component\\p2\\64bit\\p2\\b.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"))
         << "beside the folder that is there";
+}
+
+TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
+{
+    const std::string strSections =
+        "[QOR_REGISTRY_PATCH]\nadd=K!N!REG_SZ!a\n[QOR_CONFIG_MERGE]\nmigrate=/A/B\n[UPDATE_INFO]\nmodify=S!K!V\n"
+        "[QOR_DIR]\nadd=C:\\a\n";
+    EXPECT_THAT(Lint(strSections), ElementsAre("B073 3:2"));
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    EXPECT_THAT(Lint(strSections), IsEmpty());
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
+    EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B070 0:0 UpdateInfo.ini p1"));
 }
 
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)

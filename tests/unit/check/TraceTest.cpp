@@ -53,11 +53,12 @@ TEST_F(TraceTest, RunsOfSeveralProcessesAreToldApartAndCutOffOnesAreCalledSo)
 {
     const std::string strUnknown =
         "!!! *** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x00000002]";
-    EXPECT_THAT(RunsOf(Line(1, "00d0", kDeploy) + Line(2, "00e0", "@@@ Paramter is /ApplyNewName") +
-                       Line(3, "00d0", kStop) + Line(4, "00e0", "@@@ Write default registrys") +
-                       Line(5, "00d0", kDecided) + Line(6, "00d0", strUnknown) + Line(7, "00d0", kDeploy)),
-                ElementsAre("Brevant /DeployFramework 00d0 3 whole", "Brevant /ApplyNewName 00e0 2 whole",
-                            "Brevant /DeployFramework 00d0 2 cut off"));
+    EXPECT_THAT(
+        RunsOf(Line(1, "00d0", kDeploy) + Line(2, "00e0", "@@@ Paramter is /ApplyNewName") + Line(3, "00d0", kStop) +
+               Line(4, "00e0", "@@@ Write default registrys") + Line(5, "00d0", kDecided) + "\xEF\xBB\xBF" +
+               Line(6, "00d0", strUnknown) + Line(7, "00d0", kDeploy)),
+        ElementsAre("Brevant /DeployFramework 00d0 3 whole", "Brevant /ApplyNewName 00e0 2 whole",
+                    "Brevant /DeployFramework 00d0 2 cut off"));
     const std::pair<std::vector<std::string>, const char*> rows[] = {
         {{"@@@ Paramter is not right", kStop}, "whole"},
         {{kDeploy, kStop}, "cut off"},
