@@ -78,8 +78,8 @@ function(brevant_standins folder)
     endforeach()
 endfunction()
 
-# brevant_hostile_tests(folder samples): the executable hostile_tests, run once for each kind of input.
-function(brevant_hostile_tests folder samples)
+# brevant_hostile_tests(folder): the executable hostile_tests, run once for each kind of input with the folder's seeds.
+function(brevant_hostile_tests folder)
     brevant_glob(sources ${folder}/*.cpp)
     add_executable(hostile_tests ${sources})
     set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
@@ -87,7 +87,7 @@ function(brevant_hostile_tests folder samples)
     foreach(kind InstructionFiles StringTables ShortcutFiles ConfigurationFiles UpdateInformation Placeholders
                  UpdatesToCheck TracesToRead PlacesOfManifests)
         add_test(NAME hostile.${kind}
-            COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${samples})
+            COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds)
         set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 600)
     endforeach()
 endfunction()

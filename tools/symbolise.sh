@@ -45,7 +45,7 @@ main() {
         addresses+=("$(printf '0x%x' "$offset")")
     done
     "$kTools-addr2line" --exe="$symbols" --functions --demangle --inlines --pretty-print "${addresses[@]}" |
-        sed 's| at \./| at |'
+        sed -E 's| at (\.{1,2}/)+| at |'
 }
 
 main "$@"

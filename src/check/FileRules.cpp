@@ -41,12 +41,14 @@ struct FileCheck {
     }
 };
 
+/// A FileOp; op_not_used for a key that these rules do not know.
 int OperationOf(const SectionKey& key)
 {
     const bool bFolder = key.eForm == RecordForm::eFolder;
-    if (key.szKey == std::wstring_view(L"add")) return op_dir_add;
-    if (key.szKey == std::wstring_view(L"delete_now")) return op_file_delete_now;
-    return bFolder ? op_dir_delete : op_file_delete;
+    const std::wstring_view tstrKey = key.szKey;
+    if (tstrKey == L"add") return op_dir_add;
+    if (tstrKey == L"delete") return bFolder ? op_dir_delete : op_file_delete;
+    return tstrKey == L"delete_now" ? op_file_delete_now : op_not_used;
 }
 
 /// A path whose beginning is left of a placeholder: that mistake has a rule of its own.
@@ -253,6 +255,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
         const RecordForm eForm = instruction.pKey->eForm;
         if (eForm != RecordForm::eFolder && eForm != RecordForm::eFilePattern) continue;
         const int iOp = OperationOf(*instruction.pKey);
+        if (iOp == op_not_used) continue;
         const FileCheck check{*instruction.pRecord, iOp,
                               ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
         if (!CheckRefusal(check)) continue;

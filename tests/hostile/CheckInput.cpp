@@ -67,9 +67,8 @@ TEST_F(CheckInput, UpdatesToCheck)
     Arguments arguments;
     arguments.operands = {m_sandbox.Path()};
     arguments.optInstalled = m_sandbox.PathOf(L"installed");
-    const std::vector<std::string> seeds = {
-        Sample("update/QorPaFrwk.ini"), Sample("installed/UpdateInfo.ini"), Sample("update/Setting/config_DE-DE.xml"),
-        Sample("update/Setting/qorshcut_DE-DE.xml"), Sample("update/Resource/DE-DE/StringTable.ini")};
+    const std::vector<std::string> seeds = {Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"),
+                                            Seed("shortcuts.xml"), Seed("strings.ini")};
     RunVariants(seeds, [&](const std::string& strVariant) {
         // Every file is the variant: none of them must be taken for another kind with less care.
         for (const std::wstring& tstrName : names) Put(tstrName, strVariant);

@@ -154,7 +154,7 @@ TEST_F(HostileInput, InstructionFiles)
     Install(L"config.xml", strConfig);
     Install(L"Settings\\config.xml", strConfig);
     // The whole file and each of its sections.
-    std::vector<std::string> seeds = {Sample("update/QorPaFrwk.ini")};
+    std::vector<std::string> seeds = {Seed("instructions.ini")};
     for (std::size_t uAt = 0; uAt != std::string::npos; uAt = seeds[0].find("\n[", uAt + 1)) {
         seeds.push_back(seeds[0].substr(uAt, seeds[0].find("\n[", uAt + 1) - uAt));
     }
@@ -169,8 +169,7 @@ TEST_F(HostileInput, StringTables)
         const wchar_t* szText = reader.GetString(L"S_STR_PRODUCT_NAME");
         EXPECT_TRUE(!szText || *szText) << "a text is never empty";
     };
-    const std::string strSeed = Sample("update/Resource/DE-DE/StringTable.ini") + "\r\n[IEBHO]\r\nA=B\r\n";
-    RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {strSeed}, act);
+    RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {Seed("strings.ini")}, act);
 }
 
 TEST_F(HostileInput, ShortcutFiles)
@@ -186,8 +185,7 @@ TEST_F(HostileInput, ShortcutFiles)
         const std::wstring tstrNormal = std::filesystem::path(tstrPlace).lexically_normal().wstring();
         return tstrNormal.starts_with(tstrShell) && tstrNormal.find(L':', tstrShell.size()) == std::wstring::npos;
     };
-    RunVariantsIn(L"qorshcut.xml", {Sample("installed/qorshcut.xml"), Sample("update/Setting/qorshcut_DE-DE.xml")}, act,
-                  judge);
+    RunVariantsIn(L"qorshcut.xml", {Seed("shortcuts.xml")}, act, judge);
     for (const std::wstring& tstrLeft : m_sandbox.List()) {  // the shell writes the links, unwatched
         EXPECT_TRUE(!tstrLeft.ends_with(L".lnk") || tstrLeft.starts_with(L"Shell")) << String::ToUtf8(tstrLeft);
     }
@@ -211,10 +209,7 @@ TEST_F(HostileInput, ConfigurationFiles)
         EXPECT_EQ(dwRead == Config::eUnreadableFile,
                   provider.MessageProc(CConfigProvider::kQuery, request) == Config::eUnreadableFile);
     };
-    const std::string strSeed = R"(<?xml version="1.0" encoding="UTF-8"?>
-        <Config><!-- c --><ProxySettings><Enable type="bool">1</Enable><Port type="int">8080</Port>
-        <Password protected="1">AAAA</Password></ProxySettings><a><![CDATA[x]]></a></Config>)";
-    RunVariantsIn(L"config.xml", {strSeed}, act, [&](std::string_view, const std::wstring& tstrPlace) {
+    RunVariantsIn(L"config.xml", {Seed("config.xml")}, act, [&](std::string_view, const std::wstring& tstrPlace) {
         return tstrPlace.starts_with(m_tstrInstallDir + L"config.xml");
     });
 }
@@ -238,7 +233,7 @@ TEST_F(HostileInput, UpdateInformation)
         return tstrPlace.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L"")) ||
                tstrPlace.starts_with(L"C:\\b.sys");
     };
-    RunVariantsIn(L"UpdateInfo.ini", {Sample("installed/UpdateInfo.ini")}, act, judge);
+    RunVariantsIn(L"UpdateInfo.ini", {Seed("updateinfo.ini")}, act, judge);
 }
 
 TEST_F(HostileInput, Placeholders)

@@ -37,7 +37,7 @@ std::vector<std::string> Words()
 }
 
 const std::vector<std::string> kWords = Words();
-std::string s_strSamples;
+std::string s_strSeeds;
 std::size_t s_cVariants = 10'000;
 std::string s_strVariant;
 unsigned s_uNumber = 0;
@@ -126,9 +126,9 @@ bool AreHeapsSound()
 
 }  // namespace
 
-std::string Sample(const std::string& strName)
+std::string Seed(const std::string& strName)
 {
-    std::ifstream file(s_strSamples + "/" + strName, std::ios::binary);
+    std::ifstream file(s_strSeeds + "/" + strName, std::ios::binary);
     EXPECT_TRUE(file) << strName;
     return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -151,7 +151,7 @@ int main(int argc, char** argv)
 {
     ::testing::InitGoogleTest(&argc, argv);
     if (argc < 2) return 2;
-    s_strSamples = argv[1];
+    s_strSeeds = argv[1];
     if (argc > 2) s_cVariants = std::stoul(argv[2]);
     ::SetUnhandledExceptionFilter(&OnCrash);
     std::signal(SIGABRT, [](int) { Report("abort"); });

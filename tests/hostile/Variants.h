@@ -1,16 +1,16 @@
 // Hostile variants of well-formed input, and the runner that puts them through the code under test:
 //
-//     hostile_tests SAMPLES [VARIANTS]
+//     hostile_tests SEEDS [VARIANTS]
 //
-// takes the folder of the well-formed samples, and how many variants of each kind of input are run, instead of 10,000.
+// takes the folder of the well-formed seeds, and how many variants of each kind of input are run, instead of 10,000.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <vector>
 
-/// A sample file's bytes.
-[[nodiscard]] std::string Sample(const std::string& strName);
+/// The bytes of a file in "seeds".
+[[nodiscard]] std::string Seed(const std::string& strName);
 
 /// Runs `attempt` with the seeds as they are and then with their variants, the same ones on every run: bytes flipped,
 /// pieces cut, doubled, repeated, exchanged and mixed with dangerous words, the whole in UTF-16. The heap is checked

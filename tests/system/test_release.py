@@ -163,6 +163,11 @@ class ShippedFiles(Case):
         self.assertEqual(0, result, output)
         self.assertEqual([*names, names[0]], re.findall(r'^(\w+).* at src/kzdbg/KzDbg\.cpp:\d+$', output, re.M), output)
 
+        symbols = run('x86_64-w64-mingw32-nm', str(SHIPPED / 'Brevant.exe.debug'))[1]
+        entry = re.search(r'^(\w+) T wmain$', symbols, re.M)[1]
+        output = run(str(ROOT / 'tools/symbolise.sh'), str(SHIPPED / 'Brevant.exe'), entry)[1]
+        self.assertRegex(output, r'^wmain at src/agent/Brevant\.cpp:\d+$')
+
         shutil.copy(SHIPPED / 'KzDbg64.dll', self.folder)
         other = {'BREVANT_SYMBOLS': str(self.folder / 'symbols')}
         (self.folder / 'symbols').mkdir()

@@ -14,7 +14,7 @@ from .layouts import MARKER, PROXY_PASSWORD, File, folders, read_files, write_sa
 from .links import ShellLink
 from .machine import PRODUCT
 from .outcome import Move, Outcome
-from .try_update import ROOMS, Options, Trial, progress, show
+from .try_update import ROOMS, Options, Refused, Trial, progress, show
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.
@@ -230,7 +230,11 @@ def main(arguments: list[str]) -> int:
     rooms = list(ROOMS) if options.details == 'all' else list(filter(None, options.details.split(',')))
     start, failures, incomplete = time.monotonic(), [], []
     for language in LANGUAGES:
-        outcome, failed = play(language)
+        try:
+            outcome, failed = play(language)
+        except Refused as findings:
+            print(f'\n{findings}\n[demo] FAILED: the checker refuses the sample')
+            return 1
         print()
         show(outcome, rooms, options.report / language if options.report else None)
         failures += failed

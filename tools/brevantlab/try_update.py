@@ -1,6 +1,6 @@
 """Tries any update on a throwaway machine: checks it, deploys it, answers, restarts and looks what has arrived.
 
-Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed.
+Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 64 a wrong option.
 """
 import argparse
 import json
@@ -12,7 +12,7 @@ import sys
 import tempfile
 import threading
 import time
-from typing import Callable, NamedTuple, Optional
+from typing import Callable, NamedTuple, NoReturn, Optional
 
 from . import report
 from .layouts import host_files, install_folder, instructions, write_sample
@@ -22,8 +22,9 @@ from .outcome import Check, Move, Outcome, Row, State
 from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
-ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace')
+ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace', 'checker')
 REFUSED = 2
+USAGE = 64
 KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
 MOST_ROWS = 6  # of one kind before they are only counted
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
@@ -248,10 +249,11 @@ def print_rows(rows: list[tuple[str, str]]) -> None:
 def print_details(details: dict[str, list[Row]], rooms: list[str]) -> None:
     for room in rooms:
         print(f'\n== {room} ==')
+        most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, what somebody says is not
         for row in details[room]:
             if row.state == 'same':
                 continue
-            before, after = ('; '.join(text.splitlines())[:100] for text in (row.before, row.after))
+            before, after = ('; '.join(text.splitlines())[:most] for text in (row.before, row.after))
             print(f'{row.state:<14} {row.name}  ' + (f'{before} -> {after}' if before else after))
 
 
@@ -279,8 +281,15 @@ def progress(title: str) -> Callable[[str], None]:
     return say
 
 
+class Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        """Its usual code is that of an update that the checker refuses."""
+        self.print_usage(sys.stderr)
+        self.exit(USAGE, f'{self.prog}: error: {message}\n')
+
+
 def parse(arguments: list[str]) -> argparse.Namespace:
-    parser = argparse.ArgumentParser('tools/try.sh', description='Tries an update on a throwaway machine.')
+    parser = Parser('tools/try.sh', description='Tries an update on a throwaway machine.')
     parser.add_argument('update', type=pathlib.Path, nargs='?', help='what lies over the install folder; the sample')
     parser.add_argument('--installed', type=pathlib.Path, help='an install folder with its registry.reg')
     parser.add_argument('--language', default='', help="the product's language, for example EN-US")
@@ -293,6 +302,8 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     options.rooms = list(ROOMS) if options.details == 'all' else list(filter(None, options.details.split(',')))
     if set(options.rooms) - set(ROOMS):
         parser.error(f'--details knows {", ".join(ROOMS)}')
+    if options.kill_at < 0:
+        parser.error('--kill-at counts from 1')
     for folder in (options.update, options.installed):
         if folder and not folder.is_dir():
             parser.error(f'no folder {folder}')

@@ -20,7 +20,7 @@ DEPS = pathlib.PurePath('build/deps')
 # A release without one of these is none; every other program in the folder of programs is shipped, too.
 NEEDED = ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll')
 # Documents for those who work on the program; all others are guides for those who use it.
-INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md')
+INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md', 'windows-trial.md')
 # Name in the archive -> file; relative ones stand in the built dependencies.
 LICENCES = {
     'Expat.txt': 'share/licenses/Expat.txt',

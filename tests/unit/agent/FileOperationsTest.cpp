@@ -40,6 +40,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         {L"{InteractiveLogDir}*.log", op_file_delete, "!!! Failed to delete file '*.log', error = 161."}};
     // clang-format on
     for (const auto& [tstrRecord, iOp, strTraced] : rows) {
+        SCOPED_TRACE(std::to_string(iOp) + " " + KzCommon::String::ToUtf8(tstrRecord));
         m_trace.Clear();
         PerformFileOperation(m_paths, tstrRecord, iOp);
         EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(strTraced)));
@@ -56,7 +57,8 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
     for (const std::string& strOnly : {strFolders, strFiles}) {
         Instruct(strOnly);
         RemoveFileAfterReboot(m_paths);
-        EXPECT_TRUE(watch.DelayedMoves().empty() && m_install.Read(L"a.x"));
+        EXPECT_THAT(watch.DelayedMoves(), IsEmpty()) << strOnly;
+        EXPECT_EQ(m_install.Read(L"a.x"), "") << strOnly;
     }
     EXPECT_EQ(2,
               CountTraced("!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]"));

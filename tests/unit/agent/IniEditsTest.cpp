@@ -24,6 +24,7 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
         {L"S!K!" + std::wstring(1020, L'v'), L"-", "!!! ModifyIniKeyValue(tszData==empty || tszData.size()>1023)"}};
     // clang-format on
     for (const auto& [tstrRecord, szValue, szTraced] : rows) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrRecord));
         m_install.Write(L"UpdateInfo.ini", "");
         m_trace.Clear();
         ModifyIniKeyValue({m_tstrFile, m_tstrFile}, tstrRecord);
