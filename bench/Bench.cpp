@@ -5,8 +5,10 @@
 //     growth    files  the bare loop's microseconds   those of MoveFileExW in it   ours
 //     call      name   nanoseconds
 //     memory    kind   the other's bytes at its peak   ours
+#include "Checks.h"
 #include "Clock.h"
 #include "Machine.h"
+#include "Pairs.h"
 #include "Programs.h"
 
 #include "agent/QorDeployAgent.h"
@@ -28,28 +30,6 @@ constexpr unsigned kGrowth[] = {10, 100, 1000, 3000};
 constexpr unsigned kGrowthRounds = 5;
 constexpr unsigned kShortRounds = 3;  // times as many where a round takes a moment only
 constexpr unsigned kTraceCalls = 20'000'000;
-
-template <class Work>
-double Measure(Work&& work)
-{
-    Reset();
-    const LONGLONG llStart = Now();
-    work();
-    return Microseconds(Now() - llStart);
-}
-
-/// Both works in turns, each as often first as the other.
-template <class Other, class Ours>
-void MeasurePairs(const char* szName, unsigned cRounds, Other&& other, Ours&& ours)
-{
-    for (unsigned uRound = 0; uRound < cRounds; ++uRound) {
-        const bool bOtherFirst = uRound % 2 == 0;
-        const double dFirst = bOtherFirst ? Measure(other) : Measure(ours);
-        const double dSecond = bOtherFirst ? Measure(ours) : Measure(other);
-        std::printf("pair\t%s\t%.1f\t%.1f\n", szName, bOtherFirst ? dFirst : dSecond, bOtherFirst ? dSecond : dFirst);
-        std::fflush(stdout);
-    }
-}
 
 /// Registers the moves that a deployment registers, and nothing else. Returns the ticks inside MoveFileExW.
 LONGLONG DeployBare(const std::vector<FolderPair>& folders)
@@ -243,6 +223,7 @@ int main(int argc, char** argv)
     MeasureRegistry(kShortRounds * cRounds);
     MeasureUpdate(cRounds);
     MeasureMemory(cRounds);
+    MeasureChecks(cRounds);
     Reset();
     return 0;
 }

@@ -4,8 +4,10 @@
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Registry.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 using namespace KzCommon;
@@ -123,8 +125,10 @@ void InstallProduct()
     }
 }
 
-std::vector<FolderPair> MakePackage(unsigned cFiles)
+std::vector<FolderPair> MakePackage(unsigned cFiles, DWORD cbFile)
 {
+    std::string strContent(cbFile, '\0');
+    for (std::size_t uAt = 0; uAt < strContent.size(); ++uAt) strContent[uAt] = static_cast<char>(uAt * uAt >> 8);
     std::vector<FolderPair> folders;
     for (const auto& row : kFolders) {
         folders.push_back(
@@ -135,7 +139,10 @@ std::vector<FolderPair> MakePackage(unsigned cFiles)
     }
     for (unsigned uIndex = 0; uIndex < cFiles; ++uIndex) {
         const std::wstring& tstrFolder = folders[uIndex % folders.size()].tstrSource;
-        static_cast<void>(CreateNew(tstrFolder + L"QorComponentFile" + std::to_wstring(uIndex) + L".dll"));
+        const UniqueFile file = CreateNew(tstrFolder + L"QorComponentFile" + std::to_wstring(uIndex) + L".dll");
+        std::memcpy(strContent.data(), &uIndex, std::min(strContent.size(), sizeof(uIndex)));
+        DWORD cbWritten = 0;
+        Require(::WriteFile(file.Get(), strContent.data(), cbFile, &cbWritten, nullptr), "a file can be written");
     }
     return folders;
 }
@@ -194,12 +201,17 @@ void WriteLargestInstructions()
     WriteInstructions(strText);
 }
 
-void Reset()
+void ForgetPendingMoves()
 {
     UniqueRegistryKey manager;
     Require(::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSessionManager, 0, KEY_SET_VALUE, manager.Receive()) == ERROR_SUCCESS,
             "the list of pending moves can be opened");
     ::RegDeleteValueW(manager.Get(), kPendingMoves);
+}
+
+void Reset()
+{
+    ForgetPendingMoves();
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRecordKey);
     ::DeleteFileW((std::wstring(kInstallDir) + kPackage + L"Setting\\UpdateInfo.ini").c_str());
     const UniqueFile updateInfo = CreateNew(UpdateInfoPath());

@@ -29,8 +29,9 @@ struct FolderPair {
 /// program when that fails.
 void InstallProduct();
 
-/// Fills the package with that many empty files, spread over its folders, and returns the folders.
-[[nodiscard]] std::vector<FolderPair> MakePackage(unsigned cFiles);
+/// Fills the package with that many files, spread over its folders, and returns the folders. No two files of at least
+/// four bytes have the same content.
+[[nodiscard]] std::vector<FolderPair> MakePackage(unsigned cFiles, DWORD cbFile = 0);
 
 /// Turns the trace of every level to a file on or off; counts when the trace is opened next.
 void EnableTrace(bool bEnable);
@@ -53,6 +54,9 @@ void WriteLargestInstructions();
 
 /// Removes the pending moves, the records' key and the traces: every sample begins with the same machine.
 void Reset();
+
+/// Empties the system's list of pending moves.
+void ForgetPendingMoves();
 
 /// How many texts the system's list of pending moves holds: two for each move.
 [[nodiscard]] std::size_t CountPendingTexts();

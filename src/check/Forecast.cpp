@@ -137,23 +137,31 @@ std::wstring Forecast::PlaceThen(const std::wstring& tstrPath) const
     return IsBelow(tstrPath, m_tstrUpdateDir) ? m_tstrInstalledDir + tstrPath.substr(m_tstrUpdateDir.size()) : tstrPath;
 }
 
+DWORD Forecast::AttributesNow(const std::wstring& tstrPath) const
+{
+    const auto [itPath, bNew] = m_attributes.try_emplace(LowerCase(tstrPath));
+    if (bNew) itPath->second = ::GetFileAttributesW(PlaceNow(tstrPath).c_str());
+    return itPath->second;
+}
+
 bool Forecast::HasFile(const std::wstring& tstrPath) const
 {
     const std::wstring tstrKey = LowerCase(tstrPath);
     if (m_gone.contains(tstrKey)) return false;
-    return m_files.contains(tstrKey) || Storage::File::IsExisted(PlaceNow(tstrPath));
+    return m_files.contains(tstrKey) || !(AttributesNow(tstrPath) & FILE_ATTRIBUTE_DIRECTORY);
 }
 
 bool Forecast::HasFolder(const std::wstring& tstrPath) const
 {
-    return m_folders.contains(LowerCase(WithoutBackslash(tstrPath))) ||
-           Storage::Directory::IsExisted(PlaceNow(tstrPath));
+    if (m_folders.contains(LowerCase(WithoutBackslash(tstrPath)))) return true;
+    const DWORD dwAttributes = AttributesNow(tstrPath);
+    return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
 bool Forecast::IsReadOnly(const std::wstring& tstrPath) const
 {
     if (!HasFile(tstrPath)) return false;
-    const DWORD dwAttributes = ::GetFileAttributesW(PlaceNow(tstrPath).c_str());
+    const DWORD dwAttributes = AttributesNow(tstrPath);
     return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
 }
 

@@ -63,6 +63,9 @@ public:
 private:
     using ValueKey = std::pair<std::wstring, std::wstring>;
 
+    /// INVALID_FILE_ATTRIBUTES, with every bit set, when there is nothing. Each path is asked for once: nothing changes
+    /// meanwhile. GetFileAttributesW.
+    [[nodiscard]] DWORD AttributesNow(const std::wstring& tstrPath) const;
     [[nodiscard]] const std::optional<HeldValue>* Noted(const std::wstring& tstrKeyPath,
                                                         const std::wstring& tstrName) const;
 
@@ -72,6 +75,7 @@ private:
     std::map<std::wstring, std::wstring> m_files;
     std::map<std::wstring, std::wstring> m_folders;
     std::set<std::wstring> m_gone;
+    mutable std::map<std::wstring, DWORD> m_attributes;
     std::map<ValueKey, std::optional<HeldValue>> m_values;
 };
 

@@ -43,6 +43,8 @@ bool PlanWork::Read(const Section& section, SectionRecords& records, std::wstrin
 
 std::wstring PlanWork::Expand(std::wstring tstrText) const
 {
+    // Most texts have none, and looking up the install folder takes longer than the rest of a record.
+    if (tstrText.find(L'{') == std::wstring::npos) return tstrText;
     // A record may have given the installed product another folder.
     std::wstring tstrInstalledDir = paths.InstallDir();
     const std::wstring tstrNow = Frwk::Utility::GetStrFromHKLM_KZVLT(L"ProductPath", L"");

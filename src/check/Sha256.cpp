@@ -35,12 +35,17 @@ bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSiz
     // A folder opens only with the flag for backups: it is told apart by what is opened, not by the code.
     constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_BACKUP_SEMANTICS;
     hFile.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
-    BY_HANDLE_FILE_INFORMATION information{};
-    if (!hFile || !::GetFileInformationByHandle(hFile.Get(), &information)) return Fail(::GetLastError(), pdwError);
-    if (information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) return Fail(ERROR_CANT_ACCESS_FILE, pdwError);
-    if (information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return Fail(ERROR_DIRECTORY, pdwError);
+    // These two, and not GetFileInformationByHandle: it asks for the volume of every file as well.
+    FILE_BASIC_INFO attributes{};
+    FILE_STANDARD_INFO information{};
+    if (!hFile || !::GetFileInformationByHandleEx(hFile.Get(), FileBasicInfo, &attributes, sizeof(attributes)) ||
+        !::GetFileInformationByHandleEx(hFile.Get(), FileStandardInfo, &information, sizeof(information))) {
+        return Fail(::GetLastError(), pdwError);
+    }
+    if (attributes.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) return Fail(ERROR_CANT_ACCESS_FILE, pdwError);
+    if (information.Directory) return Fail(ERROR_DIRECTORY, pdwError);
     if (::GetFileType(hFile.Get()) != FILE_TYPE_DISK) return Fail(ERROR_CANT_ACCESS_FILE, pdwError);
-    ullSize = (ULONGLONG{information.nFileSizeHigh} << 32) | information.nFileSizeLow;
+    ullSize = static_cast<ULONGLONG>(information.EndOfFile.QuadPart);
     return true;
 }
 
@@ -74,15 +79,14 @@ bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content
     }
     buffer.resize(kBufferBytes);
     content.ullSize = 0;
-    for (DWORD cbRead = 0;;) {
+    // Only at the end of a file is less read than was asked for.
+    for (DWORD cbRead = static_cast<DWORD>(buffer.size()); cbRead == buffer.size(); content.ullSize += cbRead) {
         if (!::ReadFile(hFile, buffer.data(), static_cast<DWORD>(buffer.size()), &cbRead, nullptr)) {
             return Fail(::GetLastError(), pdwError);
         }
-        if (cbRead == 0) break;
         if (!BCRYPT_SUCCESS(::BCryptHashData(hHash.Get(), buffer.data(), cbRead, 0))) {
             return Fail(ERROR_INTERNAL_ERROR, pdwError);
         }
-        content.ullSize += cbRead;
     }
     std::array<UCHAR, kHashBytes> bytes{};
     if (!BCRYPT_SUCCESS(::BCryptFinishHash(hHash.Get(), bytes.data(), static_cast<ULONG>(bytes.size()), 0))) {
