@@ -88,7 +88,7 @@ function(brevant_hostile_tests folder)
                  UpdatesToCheck TracesToRead PlacesOfManifests)
         add_test(NAME hostile.${kind}
             COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds 2000)
-        set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 600)
+        set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 1200)
     endforeach()
 endfunction()
 

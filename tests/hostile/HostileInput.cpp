@@ -226,7 +226,7 @@ TEST_F(HostileInput, UpdateInformation)
     const auto act = [&] {
         FrameworkDeployAgent agent;
         agent.DoPreAction();
-        if (++cRuns % 8 == 0) agent.DoDeploy();  // slow, and most of it the same every time
+        if (++cRuns % 64 == 0) agent.DoDeploy();  // slow: the refused copy to the drive is tried again for two seconds
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
         const bool bSource = strCall == "FindFirstFileW" || strCall == "MoveFileExW source";

@@ -2,8 +2,8 @@
 //
 //     hostile_tests SEEDS [VARIANTS]
 //
-// takes the folder of the well-formed seeds, and how many variants of each kind of input are run, instead of 10,000. The
-// build's tests run 2,000, which is what fits into their time; a release is worth the whole number.
+// takes the folder of the well-formed seeds, and how many variants of each kind of input are run, instead of 10,000.
+// The build's tests run 2,000, which is what fits into their time; a release is worth the whole number.
 #pragma once
 
 #include <functional>
