@@ -149,7 +149,8 @@ class BadInput(LabTest):
              [f"No files under directory '{share}Setting\\'"], moves - 11),
             ('instructions', self.without(install + 'QorPaFrwk.ini'),
              [*(f'*** FrameworkDeployAgent::{reader} failed. [0x00000002]' for reader in READERS[:3]),
-              f"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [{install}config.previous.xml].",
+              "*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in "
+              f'[{install}config.previous.xml].',
               *(f'*** FrameworkDeployAgent::{reader} failed. [0x00000002]' for reader in READERS[3:])], moves),
             ('file of the language', self.without(readme),
              [f"Failed to do file copy. dest='{share}Setting\\readme.htm', src='{readme}', error code=2"], moves - 1),
