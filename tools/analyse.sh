@@ -35,13 +35,18 @@ make_commands() {
         >"$kBuild/clang/compile_commands.json"
 }
 
-# Runs a command for each source, as many at once as there are processors.
-for_each_source() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} "$@"; }
-
-tidy() {
-    for_each_source clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" {} 2>"$kBuild/tidy.log" ||
-        { cat "$kBuild/tidy.log" >&2; return 1; }
+# One source; one that ends the analyser itself is named like one with findings.
+tidy_source() {
+    local said
+    said="$(clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" "$1" 2>&1)" && return
+    printf '[analyse] %s\n%s\n' "$1" "$(grep -v 'warnings* generated' <<<"$said")"
+    return 1
 }
+export -f tidy_source
+export kVersion kBuild
+
+# All of them whatever one says, as many at once as there are processors.
+tidy() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_source "$1"' - {}; }
 
 check() {
     cppcheck --quiet --error-exitcode=1 --platform=win64 --std=c++20 -j "$(nproc)" \
