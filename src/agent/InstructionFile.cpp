@@ -9,7 +9,8 @@ using namespace KzCommon;
 bool ReadSectionRecords(const Storage::IniFile& iniFile, const std::wstring& tstrSection, SectionRecords& records)
 {
     if (!iniFile.IsReady()) return false;
-    constexpr Storage::Ini::SectionGrowth kGrowth{256, 256, 0x7FFF};
+    // The largest buffer of steps of 256 at once: a second reading of the file costs more than the room.
+    constexpr Storage::Ini::SectionGrowth kGrowth{127 * 256, 256, 0x7FFF};
     Storage::Ini::Section section = Storage::Ini::ReadSection(iniFile.Path(), tstrSection, kGrowth);
     switch (section.eOutcome) {
         case Storage::Ini::SectionOutcome::eRead: break;

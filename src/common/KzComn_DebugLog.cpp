@@ -5,6 +5,7 @@
 #include "common/KzComn_ShieldedCall.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -78,6 +79,10 @@ bool IsControl(wchar_t ch) noexcept
 /// registry or an update cannot forge another.
 void AppendVisibly(std::wstring& tstrLine, const std::wstring& tstrText)
 {
+    if (std::none_of(tstrText.begin(), tstrText.end(), IsControl)) {
+        tstrLine += tstrText;
+        return;
+    }
     for (const wchar_t ch : tstrText) {
         if (!IsControl(ch)) {
             tstrLine.push_back(ch);
@@ -253,7 +258,7 @@ std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
                ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
     AppendVisibly(tstrLine, tstrMessage);
-    return tstrLine + Format(L" - %s(%lu)\r\n", String::FromAnsi(String::BaseName(szFile)).c_str(), dwLine);
+    return tstrLine.append(Format(L" - %hs(%lu)\r\n", String::BaseName(szFile), dwLine));
 }
 
 bool DebugLog::Close()

@@ -107,6 +107,7 @@ Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSectio
         growth.cchFirst + (growth.cchLimit - 1 - growth.cchFirst) / growth.cchStep * growth.cchStep;
     Section section;
     for (const DWORD cch : {growth.cchFirst, cchLargest}) {
+        if (cch == section.cchBuffer) break;
         section.cchBuffer = cch;
         const std::unique_ptr<wchar_t[]> buffer(new (std::nothrow) wchar_t[cch]());
         if (!buffer) {

@@ -216,17 +216,34 @@ std::wstring TraceFile::PathOf(const SYSTEMTIME& time) const
 
 bool TraceFile::IsReady(const SYSTEMTIME& time) const noexcept
 {
-    return StateOf(m_file).TakesLines() && (!m_bDated || DayOf(time) == m_dwDay);
+    return StateOf(m_file).TakesLines() && IsOfDay(time);
+}
+
+bool TraceFile::IsReadyAlone(const SYSTEMTIME& time) noexcept
+{
+    const ULONGLONG ullNow = ::GetTickCount64();
+    if (ullNow == m_ullLooked && m_ullBytes < kFullBytes && IsOfDay(time)) return true;
+    const FileState state = StateOf(m_file);
+    m_ullLooked = ullNow;
+    m_ullBytes = state.ullBytes;
+    return state.TakesLines() && IsOfDay(time);
+}
+
+bool TraceFile::IsOfDay(const SYSTEMTIME& time) const noexcept
+{
+    return !m_bDated || DayOf(time) == m_dwDay;
 }
 
 DWORD TraceFile::WriteEncoded(const SYSTEMTIME& time, DWORD cbLine)
 {
     if (m_sharedLock.BeginAlone()) {
-        const bool bReady = IsReady(time);
+        const bool bReady = IsReadyAlone(time);
         const DWORD dwError = bReady ? Write(m_file, m_bytes.data(), cbLine) : ERROR_SUCCESS;
         m_sharedLock.EndAlone();
+        m_ullBytes += cbLine;
         if (bReady) return dwError;
     }
+    m_ullLooked = 0;
     const SharedLockHold hold(m_sharedLock);
     const DWORD dwError = IsReady(time) ? ERROR_SUCCESS : Reopen(time, hold.IsHeld());
     return dwError == ERROR_SUCCESS ? Write(m_file, m_bytes.data(), cbLine) : dwError;

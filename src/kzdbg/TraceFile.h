@@ -18,8 +18,8 @@ inline constexpr unsigned kKeptFiles = 3;
 
 /// One trace file, which any number of threads and processes may write to at once: a line is one write at the end of
 /// the file, and writers that are not alone take a lock around it, which makes up for file systems that do not append
-/// in one go. Before every line a writer looks at the file it has open: when that is full or was deleted, it opens the
-/// file by its name anew, and so never stays with one that another process has rolled.
+/// in one go. A writer looks at the file it has open, one that is not alone before every line: when that is full or was
+/// deleted, it opens the file by its name anew, and so never stays with one that another process has rolled.
 class TraceFile {
 public:
     explicit TraceFile(const DebugLogConfig& config);
@@ -35,6 +35,10 @@ public:
 private:
     [[nodiscard]] std::wstring PathOf(const SYSTEMTIME& time) const;
     [[nodiscard]] bool IsReady(const SYSTEMTIME& time) const noexcept;
+    /// The same for a writer that is alone, which looks once in a tick of the system's clock: a look costs as much as a
+    /// write, and what comes into a file in the tick in which it is deleted could as well have come before.
+    [[nodiscard]] bool IsReadyAlone(const SYSTEMTIME& time) noexcept;
+    [[nodiscard]] bool IsOfDay(const SYSTEMTIME& time) const noexcept;
     [[nodiscard]] std::wstring LossLine(const SYSTEMTIME& time) const;
     [[nodiscard]] DWORD WriteLine(const SYSTEMTIME& time, const wchar_t* szLine);
     [[nodiscard]] DWORD WriteEncoded(const SYSTEMTIME& time, DWORD cbLine);
@@ -51,6 +55,8 @@ private:
     SharedLock m_sharedLock;
     KzCommon::UniqueFile m_file;
     DWORD m_dwDay = 0;          // of the open file, as yyyyMMdd
+    ULONGLONG m_ullLooked = 0;  // when the file was last looked at, in milliseconds since the system's start; 0: anew
+    ULONGLONG m_ullBytes = 0;   // its size since then
     unsigned long m_cLost = 0;  // lines since the last that was written
     DWORD m_dwLossError = ERROR_SUCCESS;
     std::vector<char> m_bytes;
