@@ -5,7 +5,13 @@
 prepare_programs() {
     local start=$SECONDS log="$PWD/build/programs.log" build=tools/build.sh
     mkdir -p build
-    [[ -z "${BREVANT_BIN:-}" ]] || build=tools/setup.sh
+    if [[ -n "${BREVANT_BIN:-}" ]]; then
+        build=tools/setup.sh
+        BREVANT_BIN="$(cd "${caller:-.}" && realpath -m -- "$BREVANT_BIN")"
+        for name in Brevant.exe BrevantCheck.exe; do
+            [[ -f "$BREVANT_BIN/$name" ]] || { echo "[programs] FAILED: no $name in $BREVANT_BIN" >&2; return 64; }
+        done
+    fi
     export BREVANT_BIN="${BREVANT_BIN:-$PWD/build/release/bin}" BREVANT_STANDINS="$PWD/build/test/bin/standins"
     export PYTHONPATH="$PWD/tools"
     {
