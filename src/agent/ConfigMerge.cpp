@@ -16,6 +16,8 @@ using namespace KzCommon;
 
 namespace {
 
+constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
+
 /// A configuration provider that is uninitialised on every way out.
 class ProviderSession {
 public:
@@ -132,9 +134,12 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
     return bOk;
 }
 
-std::wstring KeptFile()
+bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)
 {
-    return Frwk::Utility::InstalledFile(L"config.previous.xml");
+    std::string strBytes;
+    std::string strOther;
+    return Storage::File::ReadWhole(tstrFile, kMaxComparedBytes, strBytes, nullptr) &&
+           Storage::File::ReadWhole(tstrOther, kMaxComparedBytes, strOther, nullptr) && strBytes == strOther;
 }
 
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
@@ -144,7 +149,7 @@ void KeepUsersFile(const std::wstring& tstrFolder)
     if (!Storage::File::IsExisted(tstrFile) || !Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) {
         return;
     }
-    const std::wstring tstrKept = KeptFile();
+    const std::wstring tstrKept = KeptFileFor(tstrFile);
     DWORD dwError = ERROR_SUCCESS;
     if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
@@ -170,15 +175,27 @@ bool MergeConfig(const std::wstring& tstrFolder)
     return bCarriedOver;
 }
 
-bool KeepDuringMerge(const std::wstring& tstrFolder)
+std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
 {
-    if (!Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) return false;
-    const std::wstring tstrKept = KeptFile();
-    return !Storage::File::IsExisted(tstrKept) &&
-           Storage::File::KeepCopy(tstrKept, Frwk::Utility::InstalledFile(L"config.xml"), nullptr);
+    const std::wstring tstrBase = tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous";
+    std::wstring tstrKept = tstrBase + L".xml";
+    for (unsigned uName = 2; uName <= kKeptFiles; ++uName) {
+        if (!Storage::File::IsExisted(tstrKept) || HoldSame(tstrKept, tstrUsersFile)) break;
+        tstrKept = tstrBase + L"." + std::to_wstring(uName) + L".xml";
+    }
+    return tstrKept;
 }
 
-void DropKept()
+std::wstring KeepDuringMerge(const std::wstring& tstrFolder)
 {
-    static_cast<void>(Storage::File::Delete(KeptFile(), nullptr));
+    if (!Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) return {};
+    const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"config.xml");
+    std::wstring tstrKept = KeptFileFor(tstrFile);
+    if (Storage::File::IsExisted(tstrKept) || !Storage::File::KeepCopy(tstrKept, tstrFile, nullptr)) return {};
+    return tstrKept;
+}
+
+void DropKept(const std::wstring& tstrKept)
+{
+    if (!tstrKept.empty()) static_cast<void>(Storage::File::Delete(tstrKept, nullptr));
 }

@@ -3,14 +3,21 @@
 
 #include <string>
 
+/// How many of the user's files are kept; of more the last is replaced.
+inline constexpr unsigned kKeptFiles = 9;
+
 /// Carries the user's values of the "migrate" tags over into "config.xml" in `tstrFolder` (trailing backslash). False,
-/// with the user's file kept as "config.previous.xml", unless every value got there.
+/// with the user's file kept under the name of KeptFileFor(), unless every value got there.
 bool MergeConfig(const std::wstring& tstrFolder);
 
-/// Keeps the user's file as "config.previous.xml" while "config.xml" in `tstrFolder` is made anew: an earlier run may
-/// have registered its move, and a run that is ended before the merge would put it in place without the user's values.
-/// False when nothing needs to be kept, or something is kept already, or it cannot be done.
-[[nodiscard]] bool KeepDuringMerge(const std::wstring& tstrFolder);
+/// The name under which the user's file is kept beside it: "config.previous.xml", or, where that holds the settings of
+/// an earlier time, the first of "config.previous.2.xml" and so on that is free or holds the same.
+[[nodiscard]] std::wstring KeptFileFor(const std::wstring& tstrUsersFile);
+
+/// Keeps the user's file while "config.xml" in `tstrFolder` is made anew: an earlier run may have registered its move,
+/// and a run that is ended before the merge would put it in place without the user's values. The kept file's path;
+/// empty when nothing needs to be kept, or the same is kept already, or it cannot be done.
+[[nodiscard]] std::wstring KeepDuringMerge(const std::wstring& tstrFolder);
 
 /// Removes what KeepDuringMerge() has kept.
-void DropKept();
+void DropKept(const std::wstring& tstrKept);

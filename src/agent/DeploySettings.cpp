@@ -109,9 +109,9 @@ bool PrepareSettings(const PathValues& pathValues)
     }
     // The copy does not follow a link, and says so: what it leads to is not the package's to be changed.
     if (Storage::Directory::IsLink(tstrSettingDir)) return true;
-    const bool bKept = KeepDuringMerge(tstrSettingDir);
+    const std::wstring tstrKept = KeepDuringMerge(tstrSettingDir);
     for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
-    if (MergeConfig(tstrSettingDir) && bKept) DropKept();
+    if (MergeConfig(tstrSettingDir)) DropKept(tstrKept);
     EditUpdateInfo(pathValues, tstrSettingDir + L"UpdateInfo.ini");
     return true;
 }

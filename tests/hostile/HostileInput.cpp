@@ -124,7 +124,7 @@ protected:
 TEST_F(HostileInput, InstructionFiles)
 {
     const std::wstring tstrSettings = m_sandbox.MakeFolder(m_tstrInstallName + L"Settings");
-    const std::wstring tstrKept = m_tstrInstallDir + L"config.previous.xml";
+    const std::wstring tstrKept = m_tstrInstallDir + L"config.previous.";
     Texts named;
     const auto act = [&] {
         FrameworkDeployAgent agent;

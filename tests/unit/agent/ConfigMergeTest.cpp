@@ -94,20 +94,23 @@ TEST_F(ConfigMergeTest, AFileThatIsReadOnlyOrHeldForAMomentIsMergedAllTheSame)
     }
 }
 
-TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWell)
+TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneStays)
 {
     Instruct(kTags);
     const std::wstring tstrNew = m_install.Write(L"new\\config.xml", kShipped);
     const std::wstring tstrUsers = m_install.Write(L"config.xml", kUsers);
-    ASSERT_TRUE(
-        ::SetFileAttributesW(m_install.Write(L"config.previous.xml", "older").c_str(), FILE_ATTRIBUTE_READONLY));
+    m_install.Write(L"config.previous.xml", "older");
     {
         const KzCommon::UniqueFile held = Hold(L"config.xml");
         Merge();
     }
+    m_install.Write(L"new\\config.xml", "<r>");
+    Merge();  // the same settings once more
     ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
-    EXPECT_EQ(m_install.Read(L"config.xml"), kShipped);
-    EXPECT_EQ(Kept(), kUsers);
-    EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.xml", L"config.xml", L"new\\"));
-    EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr("are kept in")));
+    EXPECT_EQ(m_install.Read(L"config.xml"), "<r>");
+    EXPECT_EQ(Kept(), "older");
+    EXPECT_EQ(m_install.Read(L"config.previous.2.xml"), kUsers);
+    EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml", L"config.previous.xml",
+                                              L"config.xml", L"new\\"));
+    EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr("config.previous.2.xml].")).Times(2));
 }
