@@ -5,7 +5,6 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "common/L10nReader.h"
@@ -96,17 +95,12 @@ void PostUdActionForNewName()
     Trace(kTraceInfo, L"Writing L10N product name into registry, uninstaller display name, and IE toolbar name.");
     const Names names = ReadNames();
     Trace(kTraceInfo, L"Writing L10N product name: [%s] into registry", names.tstrProduct.c_str());
-    bool bWow64 = false;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Process::IsWow64ModeProcess(bWow64, &dwError)) {
-        Trace(kTraceError, L"KzCommon::Process::IsWow64ModeProcess() failed: 0x%08X", dwError);
-    }
+    const DWORD dwView = Frwk::Utility::ProductRegistryView();
     Frwk::Utility::WriteToRegHKLM_KZVLT(L"ProductName", names.tstrProduct);
 
-    const DWORD dwView = bWow64 ? Storage::eView64Bit : Storage::eViewDefault;
     Trace(kTraceInfo, L"Write default registrys");
     WriteNames(names, false, dwView);
-    if (!bWow64) return;
+    if (dwView != Storage::eView64Bit) return;
     Trace(kTraceInfo, L"Write Wow3264Node registrys");
     WriteNames(names, true, dwView);
 }
