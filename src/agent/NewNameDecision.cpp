@@ -5,6 +5,7 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
 #include "common/L10nReader.h"
 
 using namespace KzCommon;
@@ -68,7 +69,7 @@ bool NeedToApplyNewName()
 
 bool CanScheduleNewName()
 {
-    if (!Frwk::Utility::GetInstalledFolder().empty()) return true;
+    if (String::IsFullPath(Frwk::Utility::GetInstalledFolder())) return true;
     Trace(kTraceError, L"*** CanScheduleNewName() - the install folder is not known, the new name is not scheduled.");
     return false;
 }

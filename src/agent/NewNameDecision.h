@@ -36,8 +36,8 @@ enum class NewNameNeed { eJapanese, eVersionInvalid, eNewEnough, eDue };
 /// Whether this installation takes the new name: not the Japanese one, and older than build 1100.
 [[nodiscard]] bool NeedToApplyNewName();
 
-/// Whether the rename can be prepared: the install folder is known. Without it the command that gives the name would
-/// have no folder, and the decision is left to a later run. False with a trace line.
+/// Whether the rename can be prepared: the install folder's full path is known. Without it the command that gives the
+/// name would have no folder, and the decision is left to a later run. False with a trace line.
 [[nodiscard]] bool CanScheduleNewName();
 
 /// Sets the marker.

@@ -105,9 +105,11 @@ TEST_F(NewNameTest, OnlyATableWithTheNewNameSparesTheUserTheQuestion)
 TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
 {
     EXPECT_TRUE(CanScheduleNewName());
-    WriteProduct(L"ProductPath", L"");
-    EXPECT_FALSE(CanScheduleNewName());
-    EXPECT_EQ(1, CountTraced("!!! *** CanScheduleNewName() - the install folder is not known, the new name is not "
+    for (const wchar_t* szFolder : {L"", L"KZVLT"}) {
+        WriteProduct(L"ProductPath", szFolder);
+        EXPECT_FALSE(CanScheduleNewName()) << szFolder;
+    }
+    EXPECT_EQ(2, CountTraced("!!! *** CanScheduleNewName() - the install folder is not known, the new name is not "
                              "scheduled."));
 }
 
