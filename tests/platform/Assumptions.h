@@ -1,4 +1,5 @@
-// What the product takes for granted of Windows and no document settles here, one row each.
+// What the product takes for granted of Windows and no document settles here, one row each; what a unit test shows when
+// it is run on Windows has no row.
 #pragma once
 
 #include <windows.h>

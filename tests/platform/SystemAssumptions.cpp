@@ -1,11 +1,9 @@
-// Formatting, libraries, sessions and code pages; and what only a restart shows.
+// Libraries and sessions; and what only a restart shows.
 #include "Assumptions.h"
 
 #include "common/KzComn_Handle.h"
 
 #include <wtsapi32.h>
-
-#include <cstdio>
 
 using namespace KzCommon;
 
@@ -35,17 +33,6 @@ std::wstring MessageWithoutSession(const std::wstring&)
                              &dwAnswer, TRUE)
                ? L"done"
                : L"refused";
-}
-
-std::wstring SingleByteCodePages(const std::wstring&)
-{
-    for (const UINT uCodePage : {1250U, 1252U, 20866U, 28605U}) {
-        wchar_t szText[2] = {};
-        if (::MultiByteToWideChar(uCodePage, 0, "\xC1", 1, szText, 2) != 1) {
-            return std::to_wstring(uCodePage) + L" is missing";
-        }
-    }
-    return L"there";
 }
 
 // -- the next restart --
@@ -99,24 +86,10 @@ std::wstring WhetherItRan(const std::wstring& tstrFolder)
 
 // clang-format off
 constexpr Assumption kRows[] = {
-    {L"\"%s\" in a wide format", L"wide", nullptr, L"every line of the trace",
-     [](const std::wstring&) -> std::wstring {
-         wchar_t szText[16] = {};
-         ::_snwprintf_s(szText, _TRUNCATE, L"%s", L"wide");
-         return szText;
-     }},
     {L"LOAD_LIBRARY_SEARCH_SYSTEM32 beside a planted library", L"that of the system folder", nullptr,
      L"nothing planted runs with full rights", &PlantedLibrary},
     {L"WTSSendMessageW to a session that is not there", L"refused", L"done",
      L"no question is asked without a console session", &MessageWithoutSession},
-    {L"code pages of settings files that Expat does not know", L"there", nullptr, L"a user's file in such an encoding",
-     &SingleByteCodePages},
-    {L"GetTickCount, 50 ms later", L"another value", nullptr, L"two deployments within one boot are told apart",
-     [](const std::wstring&) -> std::wstring {
-         const DWORD dwBefore = ::GetTickCount();
-         ::Sleep(50);
-         return ::GetTickCount() != dwBefore ? L"another value" : L"the same value";
-     }},
     {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &WhatStandsInOld,
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, 0); }},
     {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &WhatStandsInOld,
