@@ -15,6 +15,7 @@
 
 using namespace KzCommon;
 using namespace KzCommon::Storage;
+using ::testing::AnyOf;
 using ::testing::ElementsAre;
 
 namespace {
@@ -68,7 +69,8 @@ const Way kWays[] = {
      false},
     {"KeepCopy", [](const TempFolder& f, DWORD* p) { return File::KeepCopy(f.PathOf(L"old"), f.PathOf(L"new"), p); },
      "n", true},
-    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n", false},
+    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n",
+     false},
     {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt, true},
     {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
      std::nullopt, true}};  // clang-format on
@@ -104,7 +106,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         const ULONGLONG ullStart = ::GetTickCount64();
         EXPECT_FALSE(way.act(folder, &dwError));
         const ULONGLONG ullTime = ::GetTickCount64() - ullStart;
-        EXPECT_TRUE(dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION) << dwError;
+        EXPECT_THAT(dwError, AnyOf(DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_SHARING_VIOLATION}));
         EXPECT_GE(ullTime, 1900U);
         EXPECT_LT(ullTime, 3800U);
         held.Reset();
@@ -197,13 +199,11 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
 
 TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
 {
-    wchar_t szProgram[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, szProgram, MAX_PATH);
-    STARTUPINFOW start{};
+    STARTUPINFOA start{};
     start.cb = sizeof(start);
     PROCESS_INFORMATION process{};
-    ASSERT_TRUE(::CreateProcessW(szProgram, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
-                                 &start, &process));
+    ASSERT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
+                                 &process));
     const UniqueKernelHandle thread(process.hThread);
     const UniqueKernelHandle running(process.hProcess);
     const TempFolder folder;

@@ -53,7 +53,13 @@ private:
 
 class KzDbgTest : public Test {
 protected:
-    std::string Log(const std::wstring& tstrEnd = L"") const { return m_folder.Read(m_tstrLog + tstrEnd).value_or(""); }
+    /// What a log file holds, or how many bytes when they are too many to be looked at.
+    std::string Log(const std::wstring& tstrEnd = L"") const
+    {
+        const std::string strBytes = m_folder.Read(m_tstrLog + tstrEnd).value_or("");
+        return strBytes.size() < KzDbg::kFullBytes ? strBytes
+                                                   : "full + " + std::to_string(strBytes.size() - KzDbg::kFullBytes);
+    }
     KzCommon::UniqueFile Hold(const std::wstring& tstrName, DWORD dwShare) const
     {
         return KzCommon::UniqueFile(::CreateFileW((m_folder.Path() + tstrName).c_str(), GENERIC_READ, dwShare, nullptr,
@@ -72,8 +78,7 @@ TEST_F(KzDbgTest, FileIsNamedAfterTheSettingsAndTheDayAndHoldsLinesInUtf8BehindO
 {
     ::SetEnvironmentVariableW(L"KZDBG_TEST_FOLDER", m_folder.Path().c_str());
     const std::wstring tstrProcess = L"_" + std::to_wstring(::GetCurrentProcessId());
-    // The folder, whether file, process and date are asked for, the extension; the file. No folder is the temporary
-    // one.
+    // The folder (the temporary one for none), whether file, process and date are asked for, the extension; the file.
     const std::tuple<std::wstring, bool, std::wstring, std::wstring> rows[] = {
         // clang-format off
         {m_folder.Path(), false, L"log", L"KZVLT_Brevant.log"},
@@ -86,10 +91,10 @@ TEST_F(KzDbgTest, FileIsNamedAfterTheSettingsAndTheDayAndHoldsLinesInUtf8BehindO
         m_config.szLogExtension[tstrExtension.size()] = L'\0';
         m_config.szLogFile[0] = bAll ? L'f' : L'\0';
         m_config.dwLogProcess = m_config.dwLogUnitType = m_config.bRobust = bAll;
-        Trace(m_config).Line(L"鍵鍵\r\n");
+        Trace(m_config).Line(L"鍵鍵鍵\r\n");
         Trace(m_config).Line(L"");
         Trace(m_config).Line(L"grün \xD83D\xDD11\r\n");
-        EXPECT_EQ(kMark + "鍵鍵\r\ngrün 🔑\r\n", m_folder.Read(tstrFile));
+        EXPECT_EQ(kMark + "鍵鍵鍵\r\ngrün 🔑\r\n", m_folder.Read(tstrFile));
         std::filesystem::remove(m_folder.PathOf(tstrFile));
     }
 }
@@ -114,7 +119,7 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     second.Line(L"er");
     reader.Reset();
     EXPECT_EQ(kMark + "newer", Log()) << "a writer must not stay with the rolled file";
-    EXPECT_EQ(KzDbg::kFullBytes + 15, Log(L".1").size());
+    EXPECT_EQ("full + 15", Log(L".1"));
     EXPECT_EQ("1", Log(L".2"));
     EXPECT_EQ("2", Log(L".3")) << "somebody who reads the oldest file and lets it be deleted is no obstacle";
     EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1", m_tstrLog + L".2", m_tstrLog + L".3"));
@@ -122,7 +127,7 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     std::filesystem::resize_file(m_path, KzDbg::kFullBytes);
     reader = Hold(m_tstrLog + L".1", FILE_SHARE_READ);
     first.Line(L"!");
-    EXPECT_EQ(KzDbg::kFullBytes + 1, Log().size()) << "put back: the youngest full file cannot be moved";
+    EXPECT_EQ("full + 1", Log()) << "put back: the youngest full file cannot be moved";
 }
 
 TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
@@ -173,7 +178,7 @@ TEST_F(KzDbgTest, OnlyAnOpenTraceTakesLinesAndTellsTheDebugger)
     ASSERT_EQ(0U, KzDbgInitialize(&pTrace, &m_config));
     void* const pHandler = ::AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS* pPointers) -> LONG {
         const DWORD dwCode = pPointers->ExceptionRecord->ExceptionCode;
-        s_bDebuggerTold = dwCode == DBG_PRINTEXCEPTION_C || dwCode == DBG_PRINTEXCEPTION_WIDE_C;
+        s_bDebuggerTold = s_bDebuggerTold || dwCode == DBG_PRINTEXCEPTION_C || dwCode == DBG_PRINTEXCEPTION_WIDE_C;
         return EXCEPTION_CONTINUE_SEARCH;
     });
     EXPECT_EQ(0U, KzDbgTrace(pTrace, &kDay1, L"line"));
@@ -254,7 +259,7 @@ TEST_F(KzDbgTest, ProcessesShareAFileThroughARollover)
     }
     for (const std::intptr_t iWriter : writers) EXPECT_EQ(iWriter, ::_cwait(nullptr, iWriter, 0));
     EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1"));
-    std::istringstream all(Log(L".1").substr(kOld) + Log().substr(3));
+    std::istringstream all(m_folder.Read(m_tstrLog + L".1")->substr(kOld) + m_folder.Read(m_tstrLog)->substr(3));
     std::set<std::string> whole;
     for (std::string strLine; std::getline(all, strLine);) whole.insert(strLine + "\n");
     std::erase_if(whole, [](const std::string& strLine) { return strLine.size() != kLineBytes; });
