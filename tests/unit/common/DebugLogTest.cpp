@@ -127,6 +127,9 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
     m_recorder.Clear();
     EXPECT_TRUE(m_log.Trace("a.cpp", 1, kTraceInfo, L"%s%c.", L"a\r\n\tb\x1b\x7f\x85\xa0\x2028\x2029", L'\0'));
     EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ a\\r\\n\tb\\x001b\\x007f\\x0085\u00a0\\x2028\\x2029\\x0000."));
+    m_recorder.m_onCall = [](const char*) {
+        ::SetLastError(ERROR_DISK_FULL);
+    };
     ::SetLastError(4711);
     EXPECT_TRUE(m_log.Trace("src/agent\\Brevant.cpp", 430, kTraceInfo, L"Paramter is %s", L"/Täst"));
     EXPECT_EQ(4711U, ::GetLastError()) << "the caller still wants its code";
