@@ -3,8 +3,6 @@
 
 #include "common/KzComn_Handle.h"
 
-#include <aclapi.h>
-
 using namespace KzCommon;
 
 namespace Platform {
@@ -21,34 +19,6 @@ UniqueFile HoldFile(const std::wstring& tstrPath, DWORD dwShare)
 {
     return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, dwShare, nullptr, OPEN_EXISTING, 0, nullptr));
 }
-
-/// Whether the group of all signed-in users may write to what an administrator makes in the drive's root.
-std::wstring RightsBelowDrive(const std::wstring&)
-{
-    wchar_t szWindows[MAX_PATH] = {};
-    ::GetSystemWindowsDirectoryW(szWindows, MAX_PATH);
-    const std::wstring tstrPath = std::wstring(szWindows, 3) + L"brevant-trial.tmp";
-    if (!UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr))) {
-        return L"not to be tried: " + Outcome(FALSE);
-    }
-    PACL pList = nullptr;
-    PSECURITY_DESCRIPTOR pFound = nullptr;
-    ::GetNamedSecurityInfoW(tstrPath.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pList,
-                            nullptr, &pFound);
-    ::DeleteFileW(tstrPath.c_str());
-    BYTE sid[SECURITY_MAX_SID_SIZE] = {};
-    DWORD cbSid = sizeof(sid);
-    TRUSTEE_W users{};
-    ACCESS_MASK rights = 0;
-    if (pList && ::CreateWellKnownSid(WinAuthenticatedUserSid, nullptr, sid, &cbSid)) {
-        ::BuildTrusteeWithSidW(&users, sid);
-        ::GetEffectiveRightsFromAclW(pList, &users, &rights);
-    }
-    ::LocalFree(pFound);
-    return (rights & FILE_WRITE_DATA) ? L"every user may change it" : L"users may not change it";
-}
-
-// -- INI files --
 
 std::wstring IniAt(const std::wstring& tstrFolder, std::string_view strBytes, DWORD dwAttributes = 0)
 {
@@ -107,8 +77,6 @@ constexpr Assumption kRows[] = {
          ::GetVolumePathNameW(tstrFolder.c_str(), szFolder, MAX_PATH);
          return std::wstring(szFile) == szFolder && *szFile ? L"that of its folder" : L"another one";
      }},
-    {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
-     L"a driver that is copied there keeps the rights of the one it replaces", &RightsBelowDrive},
     {L"a section that stands twice", L"the first", nullptr, L"the checker's warning",
      [](const std::wstring& tstrFolder) -> std::wstring {
          const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=1\r\n[A]\r\nother=2\r\n[B]\r\nkey=3\r\nmore=4\r\n");
