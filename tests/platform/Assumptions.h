@@ -21,8 +21,8 @@ struct Assumption {
     void (*pfnPrepare)(const std::wstring& tstrFolder) = nullptr;
 };
 
-[[nodiscard]] std::span<const Assumption> FileAssumptions();
-[[nodiscard]] std::span<const Assumption> SystemAssumptions();
+/// All of them, in the order in which they are tried.
+[[nodiscard]] std::span<const Assumption> Assumptions();
 
 /// "done", or "refused (CODE)" with the last error.
 [[nodiscard]] std::wstring Outcome(BOOL bDone);

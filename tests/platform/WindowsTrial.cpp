@@ -68,16 +68,14 @@ unsigned Try(const std::wstring& tstrVerb)
     Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
     unsigned uRow = 0;
-    for (const auto rows : {FileAssumptions(), SystemAssumptions()}) {
-        for (const Assumption& row : rows) {
-            const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
-            if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
-            fs::create_directories(folder);
-            if (bPrepare) {
-                row.pfnPrepare(folder.wstring());
-            } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
-                ++cDiffering;
-            }
+    for (const Assumption& row : Assumptions()) {
+        const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
+        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
+        fs::create_directories(folder);
+        if (bPrepare) {
+            row.pfnPrepare(folder.wstring());
+        } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
+            ++cDiffering;
         }
     }
     return cDiffering;
