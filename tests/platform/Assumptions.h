@@ -1,39 +1,37 @@
-// What the product takes for granted of Windows and no document settles here, one row each.
+// What the product takes for granted of Windows and no document settles here, one row each; what a unit test shows when
+// it is run on Windows has no row.
 #pragma once
+
+#include <windows.h>
 
 #include <span>
 #include <string>
 
 namespace Platform {
 
-/// One assumption. `pfnObserve` tries it out in `tstrFolder` (with trailing backslash), a fresh folder of its own, and
-/// says in a few words what it saw; it leaves nothing outside that folder.
+/// One assumption. Each row has a fresh folder, given with trailing backslash, and leaves nothing outside it.
 struct Assumption {
     const wchar_t* szQuestion;
     const wchar_t* szAssumed;  ///< what the product counts on
     const wchar_t* szWine;     ///< what Wine 8 may show instead (some of it as root only); null where it agrees
     const wchar_t* szFollows;  ///< what in the product depends on it
+    /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw.
     std::wstring (*pfnObserve)(const std::wstring& tstrFolder);
+    /// Sets up what only a restart shows; null where it can be seen at once.
+    void (*pfnPrepare)(const std::wstring& tstrFolder) = nullptr;
 };
 
-/// What can be seen at once.
-[[nodiscard]] std::span<const Assumption> FileAssumptions();
-[[nodiscard]] std::span<const Assumption> SystemAssumptions();
-
-/// What only a restart shows: `pfnPrepare` sets it up in `tstrFolder`, `pfnObserve` looks at it afterwards.
-struct RestartAssumption {
-    Assumption row;
-    void (*pfnPrepare)(const std::wstring& tstrFolder);
-};
-[[nodiscard]] std::span<const RestartAssumption> RestartAssumptions();
+/// All of them, in the order in which they are tried.
+[[nodiscard]] std::span<const Assumption> Assumptions();
 
 /// "done", or "refused (CODE)" with the last error.
-[[nodiscard]] std::wstring Outcome(bool bDone);
-/// Creates or overwrites a file. Ends the program when that fails: nothing could be learnt.
-void WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes);
+[[nodiscard]] std::wstring Outcome(BOOL bDone);
+/// Creates or overwrites a file with these attributes besides its usual ones; returns its path. Ends the program when
+/// that fails: nothing could be learnt.
+std::wstring WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes, DWORD dwAttributes = 0);
 /// A file's bytes; "(no file)" when there is none.
 [[nodiscard]] std::string ReadFileAt(const std::wstring& tstrPath);
 /// Ends the program with a message unless `bOk`: the machine does not allow the trial itself.
-void Require(bool bOk, const wchar_t* szWhat);
+void Require(BOOL bOk, const wchar_t* szWhat);
 
 }  // namespace Platform

@@ -11,13 +11,10 @@
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 
-#include <windows.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 namespace fs = std::filesystem;
 
@@ -29,12 +26,6 @@ namespace {
 fs::path TrialFolder()
 {
     return fs::temp_directory_path() / L"brevant-trial";
-}
-
-/// A fresh folder for row `uRow` of a list, with trailing backslash.
-std::wstring FolderOfRow(const wchar_t* szList, std::size_t uRow)
-{
-    return (TrialFolder() / (szList + std::to_wstring(uRow)) / L"").wstring();
 }
 
 void RemoveTrialFolder()
@@ -61,47 +52,31 @@ bool Judge(const Assumption& row, const std::wstring& tstrSeen)
 {
     const bool bAssumed = tstrSeen == row.szAssumed;
     const bool bWine = !bAssumed && IsWine() && row.szWine && tstrSeen == row.szWine;
-    Print((bAssumed ? L"ok       "
-           : bWine  ? L"Wine     "
-                    : L"DIFFERS  ") +
-          std::wstring(row.szQuestion) + L": " + tstrSeen);
+    const std::wstring tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
+    Print(tstrVerdict + row.szQuestion + L": " + tstrSeen);
     if (bAssumed) return true;
     Print(L"         assumed: " + std::wstring(row.szAssumed) + L"; on it depends: " + row.szFollows);
     return bWine;
 }
 
-unsigned TryNow()
+/// Goes through the rows that "--prepare" and "--after-restart" are for, or without these words through the others.
+/// How many differ.
+unsigned Try(const std::wstring& tstrVerb)
 {
+    const bool bPrepare = tstrVerb == L"--prepare";
+    const bool bAfterRestart = tstrVerb == L"--after-restart";
+    Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
-    for (const auto& [szList, rows] : {std::pair(L"file", FileAssumptions()), {L"system", SystemAssumptions()}}) {
-        for (std::size_t uRow = 0; uRow < rows.size(); ++uRow) {
-            const std::wstring tstrFolder = FolderOfRow(szList, uRow);
-            fs::create_directories(tstrFolder);
-            cDiffering += Judge(rows[uRow], rows[uRow].pfnObserve(tstrFolder)) ? 0 : 1;
+    unsigned uRow = 0;
+    for (const Assumption& row : Assumptions()) {
+        const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
+        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
+        fs::create_directories(folder);
+        if (bPrepare) {
+            row.pfnPrepare(folder.wstring());
+        } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
+            ++cDiffering;
         }
-    }
-    return cDiffering;
-}
-
-unsigned PrepareRestart()
-{
-    const auto rows = RestartAssumptions();
-    for (std::size_t uRow = 0; uRow < rows.size(); ++uRow) {
-        const std::wstring tstrFolder = FolderOfRow(L"restart", uRow);
-        fs::create_directories(tstrFolder);
-        rows[uRow].pfnPrepare(tstrFolder);
-    }
-    Print(L"Prepared. Restart, sign in as an administrator, and run WindowsTrial.exe --after-restart.");
-    return 0;
-}
-
-unsigned TryAfterRestart()
-{
-    Require(fs::exists(FolderOfRow(L"restart", 0)), L"the trial has been prepared");
-    unsigned cDiffering = 0;
-    const auto rows = RestartAssumptions();
-    for (std::size_t uRow = 0; uRow < rows.size(); ++uRow) {
-        cDiffering += Judge(rows[uRow].row, rows[uRow].row.pfnObserve(FolderOfRow(L"restart", uRow))) ? 0 : 1;
     }
     return cDiffering;
 }
@@ -116,17 +91,19 @@ void WaitAfterDoubleClick()
 
 }  // namespace
 
-std::wstring Outcome(bool bDone)
+std::wstring Outcome(BOOL bDone)
 {
     const DWORD dwError = ::GetLastError();
     return bDone ? L"done" : L"refused (" + std::to_wstring(dwError) + L")";
 }
 
-void WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes)
+std::wstring WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes, DWORD dwAttributes)
 {
     std::ofstream file(fs::path(tstrPath), std::ios::binary);
     file << strBytes;
     Require(static_cast<bool>(file.flush()), L"a file can be written");
+    Require(!dwAttributes || ::SetFileAttributesW(tstrPath.c_str(), dwAttributes), L"attributes can be set");
+    return tstrPath;
 }
 
 std::string ReadFileAt(const std::wstring& tstrPath)
@@ -136,7 +113,7 @@ std::string ReadFileAt(const std::wstring& tstrPath)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void Require(bool bOk, const wchar_t* szWhat)
+void Require(BOOL bOk, const wchar_t* szWhat)
 {
     if (bOk) return;
     const DWORD dwError = ::GetLastError();
@@ -151,13 +128,12 @@ int wmain(int argc, wchar_t** argv)
 {
     using namespace Platform;
     const std::wstring tstrVerb = argc > 1 ? argv[1] : L"";
-    const bool bAfterRestart = tstrVerb == L"--after-restart";
     ::SetConsoleOutputCP(CP_UTF8);
-    if (!bAfterRestart) RemoveTrialFolder();
-    const unsigned cDiffering = tstrVerb == L"--prepare" ? PrepareRestart()
-                                : bAfterRestart          ? TryAfterRestart()
-                                                         : TryNow();
-    if (tstrVerb != L"--prepare") {
+    if (tstrVerb != L"--after-restart") RemoveTrialFolder();
+    const unsigned cDiffering = Try(tstrVerb);
+    if (tstrVerb == L"--prepare") {
+        Print(L"Prepared. Restart, sign in as an administrator, and run WindowsTrial.exe --after-restart.");
+    } else {
         RemoveTrialFolder();
         Print(std::to_wstring(cDiffering) + L" differing");
     }

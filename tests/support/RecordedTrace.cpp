@@ -39,6 +39,7 @@ std::vector<std::string> TraceRecorder::Messages() const
 
 DWORD TraceRecorder::OnInitialize(void** ppTrace, const DebugLogConfig* pConfig)
 {
+    if (m_onCall) m_onCall("open");
     m_config = *pConfig;
     *ppTrace = this;
     return m_dwInitializeResult;
@@ -46,6 +47,7 @@ DWORD TraceRecorder::OnInitialize(void** ppTrace, const DebugLogConfig* pConfig)
 
 DWORD TraceRecorder::OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine)
 {
+    if (m_onCall) m_onCall("line");
     if (pTrace != this || !pTime || pTime->wYear == 0) return ERROR_INVALID_PARAMETER;
     m_lines.emplace_back(szLine);
     return ERROR_SUCCESS;
@@ -53,6 +55,7 @@ DWORD TraceRecorder::OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_
 
 DWORD TraceRecorder::OnUninitialize(void* pTrace)
 {
+    if (m_onCall) m_onCall("close");
     return pTrace == this ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 

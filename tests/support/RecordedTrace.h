@@ -9,6 +9,7 @@
 #include "support/TempFolder.h"
 #include "support/dll/KzDbg64/TraceSink.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,15 +31,14 @@ public:
     [[nodiscard]] std::vector<std::string> Messages() const;
     void Clear() { m_lines.clear(); }
 
-    DebugLogConfig m_config{};                   // what the library was opened with
-    DWORD m_dwInitializeResult = ERROR_SUCCESS;  // what it answers to that
+    DebugLogConfig m_config{};                         // what the library was opened with
+    DWORD m_dwInitializeResult = ERROR_SUCCESS;        // what it answers to that
+    std::function<void(const char* szCall)> m_onCall;  // done first in each call: "open", "line", "close"
 
-protected:
+private:
     DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
     DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override;
     DWORD OnUninitialize(void* pTrace) override;
-
-private:
     void SetSink(TraceSink* pSink) const;
 
     KzCommon::UniqueModule m_hModule;

@@ -10,8 +10,7 @@ namespace {
 const std::pair<HKEY, const wchar_t*> kRoots[] = {{HKEY_LOCAL_MACHINE, L"\\HKLM"}, {HKEY_CLASSES_ROOT, L"\\HKCR"}};
 }
 
-RedirectedRegistry::RedirectedRegistry()
-    : m_tstrPath(L"Software\\Kazmere\\Tests\\" + std::to_wstring(::GetCurrentProcessId()))
+RegistryTest::RegistryTest() : m_tstrPath(L"Software\\Kazmere\\Tests\\" + std::to_wstring(::GetCurrentProcessId()))
 {
     for (const auto& [hRoot, szName] : kRoots) {
         UniqueRegistryKey key;
@@ -20,7 +19,7 @@ RedirectedRegistry::RedirectedRegistry()
     }
 }
 
-RedirectedRegistry::~RedirectedRegistry()
+RegistryTest::~RegistryTest()
 {
     for (const auto& [hRoot, szName] : kRoots) ::RegOverridePredefKey(hRoot, nullptr);
     EXPECT_EQ(ERROR_SUCCESS, ::RegDeleteTreeW(HKEY_CURRENT_USER, m_tstrPath.c_str()));

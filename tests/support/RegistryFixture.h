@@ -8,19 +8,6 @@
 #include <string>
 #include <vector>
 
-/// Redirects HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT of this process to a new empty key below HKEY_CURRENT_USER and
-/// removes that when it goes. The 32-bit and 64-bit views are not told apart behind it.
-class RedirectedRegistry {
-public:
-    RedirectedRegistry();
-    RedirectedRegistry(const RedirectedRegistry&) = delete;
-    RedirectedRegistry& operator=(const RedirectedRegistry&) = delete;
-    ~RedirectedRegistry();
-
-private:
-    std::wstring m_tstrPath;
-};
-
 /// One value as it is stored.
 struct RawValue {
     DWORD dwType = REG_NONE;
@@ -39,8 +26,13 @@ void WriteRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstr
 /// Stores a text below the product's key.
 void WriteProduct(const std::wstring& tstrName, const std::wstring& tstrText);
 
-/// A test that works on the redirected registry.
+/// A test with HKEY_LOCAL_MACHINE and HKEY_CLASSES_ROOT of this process redirected to a new empty key below
+/// HKEY_CURRENT_USER, which it removes when it goes. The 32-bit and 64-bit views are not told apart behind it.
 class RegistryTest : public ::testing::Test {
+protected:
+    RegistryTest();
+    ~RegistryTest() override;
+
 private:
-    RedirectedRegistry m_registry;
+    std::wstring m_tstrPath;
 };

@@ -25,45 +25,17 @@ const std::pair<std::wstring, RawValue> kValues[] = {
     {L"Debugger", RawNumber(6)}};  // clang-format on
 
 /// What may go wrong inside a library.
-const std::pair<const char*, void (*)()> kFaults[] = {{"access violation",
-                                                       [] {
-                                                           *reinterpret_cast<volatile int*>(ULONG_PTR{16}) = 1;
-                                                       }},
-                                                      {"jump to nowhere",
-                                                       [] {
-                                                           reinterpret_cast<void (*)()>(ULONG_PTR{16})();
-                                                       }},
-                                                      {"exception of this compiler",
-                                                       [] {
-                                                           throw std::runtime_error("fault");
-                                                       }},
-                                                      {"exception of another", [] {
-                                                           ::RaiseException(0xE06D7363, 0, 0, nullptr);
-                                                       }}};
+const char* const kFaults[] = {"access violation", "jump to nowhere", "exception of this compiler", "of another"};
 
-/// Faults in the call of that number: 0 on opening, 1 with a line, 2 on closing.
-class FaultyRecorder : public TraceRecorder {
-public:
-    int m_nFaulty = -1;
-    void (*m_pfnFault)() = nullptr;
-
-private:
-    DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override
-    {
-        if (m_nFaulty == 0) m_pfnFault();
-        return TraceRecorder::OnInitialize(ppTrace, pConfig);
+void CauseFault(std::size_t uFault)
+{
+    switch (uFault) {
+        case 0: *reinterpret_cast<volatile int*>(ULONG_PTR{16}) = 1; break;
+        case 1: reinterpret_cast<void (*)()>(ULONG_PTR{16})(); break;
+        case 2: throw std::runtime_error("fault");
+        default: ::RaiseException(0xE06D7363, 0, 0, nullptr);
     }
-    DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override
-    {
-        if (m_nFaulty == 1) m_pfnFault();
-        return TraceRecorder::OnTrace(pTrace, pTime, szLine);
-    }
-    DWORD OnUninitialize(void* pTrace) override
-    {
-        if (m_nFaulty == 2) m_pfnFault();
-        return TraceRecorder::OnUninitialize(pTrace);
-    }
-};
+}
 
 class DebugLogTest : public RegistryTest {
 protected:
@@ -78,14 +50,15 @@ protected:
     }
     bool Trace(DWORD dwLevel) { return m_log.Trace("dir/a.cpp", 7, dwLevel, L"text"); }
 
-    FaultyRecorder m_recorder;
+    TraceRecorder m_recorder;
     const DebugLogConfig& m_config = m_recorder.m_config;
     DebugLog m_log;
 };
 
 TEST_F(DebugLogTest, SettingsAreReadUpToTheFirstAbsentOneAndHandedOver)
 {
-    EXPECT_FALSE(Trace(kTraceError) || m_log.Close()) << "not open yet";
+    EXPECT_FALSE(Trace(kTraceError)) << "not open yet";
+    EXPECT_FALSE(m_log.Close());
     for (int nPresent = 0; nPresent <= 10; ++nPresent) {
         SCOPED_TRACE(nPresent);
         for (const auto& [tstrName, value] : kValues) Set(tstrName, value);
@@ -101,7 +74,8 @@ TEST_F(DebugLogTest, SettingsAreReadUpToTheFirstAbsentOneAndHandedOver)
         EXPECT_STREQ(nPresent > 5 ? L"pre" : L"", m_config.szLogPrefix);
         EXPECT_STREQ(nPresent > 6 ? L"fil" : L"", m_config.szLogFile);
         EXPECT_STREQ(nPresent > 7 ? L"ext" : L"", m_config.szLogExtension);
-        EXPECT_TRUE(m_config.bRobust == (nPresent > 8) && m_config.bDebugger == (nPresent > 9));
+        EXPECT_EQ(nPresent > 8, m_config.bRobust);
+        EXPECT_EQ(nPresent > 9, m_config.bDebugger);
         EXPECT_TRUE(m_log.Close());
     }
 }
@@ -121,7 +95,9 @@ TEST_F(DebugLogTest, SessionChoosesTheSubKey)
         EXPECT_TRUE(m_log.Close());
     }
     m_recorder.m_dwInitializeResult = ERROR_ACCESS_DENIED;
-    EXPECT_FALSE(Open() || Trace(kTraceStep) || m_log.Close());
+    EXPECT_FALSE(Open());
+    EXPECT_FALSE(Trace(kTraceStep));
+    EXPECT_FALSE(m_log.Close());
 }
 
 TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
@@ -149,8 +125,11 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
         EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ " + std::string(cch, 'm')));
     }
     m_recorder.Clear();
-    EXPECT_TRUE(m_log.Trace("a.cpp", 1, kTraceInfo, L"%s%c.", L"a\r\n\tb\x1b\x85\x2028", L'\0'));
-    EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ a\\r\\n\tb\\x001b\\x0085\\x2028\\x0000."));
+    EXPECT_TRUE(m_log.Trace("a.cpp", 1, kTraceInfo, L"%s%c.", L"a\r\n\tb\x1b\x7f\x85\xa0\x2028\x2029", L'\0'));
+    EXPECT_THAT(m_recorder.Messages(), ElementsAre("@@@ a\\r\\n\tb\\x001b\\x007f\\x0085\u00a0\\x2028\\x2029\\x0000."));
+    m_recorder.m_onCall = [](const char*) {
+        ::SetLastError(ERROR_DISK_FULL);
+    };
     ::SetLastError(4711);
     EXPECT_TRUE(m_log.Trace("src/agent\\Brevant.cpp", 430, kTraceInfo, L"Paramter is %s", L"/Täst"));
     EXPECT_EQ(4711U, ::GetLastError()) << "the caller still wants its code";
@@ -164,17 +143,19 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
 TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
 {
     for (const auto& [tstrName, value] : kValues) Set(tstrName, value);
-    for (const auto& [szFault, pfnFault] : kFaults) {
-        for (const int nFaulty : {0, 1, 2}) {
-            SCOPED_TRACE(szFault + std::to_string(nFaulty));
-            m_recorder.m_pfnFault = pfnFault;
-            m_recorder.m_nFaulty = nFaulty;
-            EXPECT_EQ(nFaulty != 0, Open());
-            EXPECT_EQ(nFaulty == 2, Trace(kTraceInfo));
-            EXPECT_EQ(nFaulty == 2, Trace(kTraceInfo)) << "nothing more is asked of it";
-            EXPECT_EQ(nFaulty == 2, m_log.Close());
-            m_recorder.m_nFaulty = -1;
-            EXPECT_TRUE(Open() && Trace(kTraceInfo) && m_log.Close()) << "a later trace is another matter";
+    for (std::size_t uFault = 0; uFault < std::size(kFaults); ++uFault) {
+        for (const std::string strFaulty : {"open", "line", "close"}) {
+            SCOPED_TRACE(kFaults[uFault] + (" in " + strFaulty));
+            m_recorder.m_onCall = [&](const char* szCall) {
+                if (strFaulty == szCall) CauseFault(uFault);
+            };
+            EXPECT_EQ(strFaulty != "open", Open());
+            for (const char* szTime : {"first", "second"}) EXPECT_EQ(strFaulty == "close", Trace(kTraceInfo)) << szTime;
+            EXPECT_EQ(strFaulty == "close", m_log.Close()) << "nothing more is asked of it";
+            m_recorder.m_onCall = {};
+            EXPECT_TRUE(Open()) << "a later trace is another matter";
+            EXPECT_TRUE(Trace(kTraceInfo));
+            EXPECT_TRUE(m_log.Close());
         }
     }
 }

@@ -49,9 +49,10 @@ TEST(File, WholeDrivesAndSharesAreToldFromWhatLiesInThem)
 TEST(File, OnlyNamesThatStayInTheirFolderArePlain)
 {
     const wchar_t* const plain[] = {L"Kazmere Qorvault", L"a..b", L".hidden", L"CONsole", L"COM0", L"COM10"};
-    const wchar_t* const others[] = {// clang-format off
+    const wchar_t* const others[] = {
+        // clang-format off
         L"", L".", L"..", L".. .", L"  ", L"a\\b", L"..\\b", L"a/b", L"C:", L"a:stream", L"a*", L"a?", L"a\nb", L"a<",
-        L"nul", L"NUL.txt", L"Com1", L"lpt9 .x", L"CONIN$"};  // clang-format on
+        L"nul", L"NUL.txt", L"Com1", L"lpt9 .x", L"COM\u00B9", L"CONIN$"};  // clang-format on
     for (const wchar_t* szName : plain) EXPECT_TRUE(File::IsPlainName(szName)) << String::ToUtf8(szName);
     for (const wchar_t* szName : others) EXPECT_FALSE(File::IsPlainName(szName)) << String::ToUtf8(szName);
 }

@@ -15,46 +15,35 @@
 
 using namespace KzCommon;
 using namespace KzCommon::Storage;
+using ::testing::AnyOf;
 using ::testing::ElementsAre;
 
 namespace {
 
 constexpr DWORD kLocked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
 
-struct LocalFreer {
-    void operator()(void* pv) const noexcept { ::LocalFree(pv); }
-};
-template <class T>
-using Local = std::unique_ptr<T, LocalFreer>;
-
-/// Owner ("O:...") or access control list ("D:...") of a file as text.
-std::wstring SecurityOf(const std::wstring& tstrPath, SECURITY_INFORMATION what)
+/// Access control list of a file as text.
+std::wstring AccessOf(const std::wstring& tstrPath)
 {
     BYTE descriptor[4096] = {};
     DWORD cb = sizeof(descriptor);
-    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), what, descriptor, cb, &cb));
+    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, descriptor, cb, &cb));
     wchar_t* szText = nullptr;
-    EXPECT_TRUE(
-        ::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, what, &szText, nullptr));
-    const Local<wchar_t> text(szText);
-    return szText ? szText : L"";
+    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
+                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
+    const std::wstring tstrText = szText ? szText : L"";
+    ::LocalFree(szText);
+    return tstrText;
 }
 
-std::wstring AccessOf(const std::wstring& tstrPath)
-{
-    return SecurityOf(tstrPath, DACL_SECURITY_INFORMATION);
-}
-
-/// Closes a file to all but its owner.
+/// Closes a file to all but administrators and whoever is at the machine.
 void Close(const std::wstring& tstrPath)
 {
-    const std::wstring tstrOwner = SecurityOf(tstrPath, OWNER_SECURITY_INFORMATION).substr(2);
-    const std::wstring tstrAccess = L"D:P(A;;FA;;;" + tstrOwner + L")";
     void* pDescriptor = nullptr;
-    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(tstrAccess.c_str(), SDDL_REVISION_1,
+    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;FA;;;BA)(A;;FA;;;IU)", SDDL_REVISION_1,
                                                                        &pDescriptor, nullptr));
-    const Local<void> descriptor(pDescriptor);
-    ASSERT_TRUE(::SetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
+    EXPECT_TRUE(::SetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
+    ::LocalFree(pDescriptor);
 }
 
 UniqueFile Hold(const std::wstring& tstrPath)
@@ -62,20 +51,26 @@ UniqueFile Hold(const std::wstring& tstrPath)
     return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-/// Every way of changing a file: does it to "new" and "old" of the folder, what both then hold when it succeeds.
+/// Every way of reading or changing a file: does it to "new" and "old" of the folder, what "old" holds when it
+/// succeeds.
 struct Way {
     const char* szName;
-    std::function<bool(const TempFolder&, DWORD*)> change;
-    std::optional<std::string> expected;  // of "old"
-    bool bUnlocks;                        // a read-only file is no obstacle
+    std::function<bool(const TempFolder&, DWORD*)> act;
+    std::optional<std::string> expected;
+    bool bUnlocks;  // a read-only file is no obstacle
 };
+std::string s_strRead;
+enum { eRead, eCopy, eKeepCopy, eReplaceWhole, eDelete, eDeleteFiles };
 const Way kWays[] = {
     // clang-format off
+    {"ReadWhole", [](const TempFolder& f, DWORD* p) { return File::ReadWhole(f.PathOf(L"old"), 1, s_strRead, p); }, "o",
+     true},
     {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n",
      false},
     {"KeepCopy", [](const TempFolder& f, DWORD* p) { return File::KeepCopy(f.PathOf(L"old"), f.PathOf(L"new"), p); },
      "n", true},
-    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n", false},
+    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n",
+     false},
     {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt, true},
     {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
      std::nullopt, true}};  // clang-format on
@@ -99,7 +94,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         UniqueFile held = Hold(folder.Write(L"old", "o"));
         std::jthread release([&] { ::Sleep(300), held.Reset(); });
         DWORD dwError = 77;
-        EXPECT_TRUE(way.change(folder, &dwError)) << dwError;
+        EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
         release.join();
         EXPECT_EQ(way.expected, folder.Read(L"old"));
 
@@ -109,9 +104,9 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         if (way.bUnlocks) ::SetFileAttributesW(tstrLocked.c_str(), kLocked);
         const UniqueFile second = Hold(folder.Write(L"o2", "o"));
         const ULONGLONG ullStart = ::GetTickCount64();
-        EXPECT_FALSE(way.change(folder, &dwError));
+        EXPECT_FALSE(way.act(folder, &dwError));
         const ULONGLONG ullTime = ::GetTickCount64() - ullStart;
-        EXPECT_TRUE(dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION) << dwError;
+        EXPECT_THAT(dwError, AnyOf(DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_SHARING_VIOLATION}));
         EXPECT_GE(ullTime, 1900U);
         EXPECT_LT(ullTime, 3800U);
         held.Reset();
@@ -123,32 +118,30 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
 
 TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
 {
-    const std::tuple<const char*, DWORD, bool> rows[] = {// clang-format off
-        {"Copy", FILE_ATTRIBUTE_READONLY, false}, {"Copy", FILE_ATTRIBUTE_HIDDEN, false},
-        {"Copy", FILE_ATTRIBUTE_SYSTEM, false}, {"Copy", FILE_ATTRIBUTE_DIRECTORY, false},
-        {"ReplaceWhole", FILE_ATTRIBUTE_READONLY, false}, {"ReplaceWhole", FILE_ATTRIBUTE_HIDDEN, true},
-        {"ReplaceWhole", FILE_ATTRIBUTE_DIRECTORY, false}, {"KeepCopy", kLocked, true},
-        {"KeepCopy", FILE_ATTRIBUTE_DIRECTORY, false}, {"Delete", kLocked, true},
-        {"Delete", FILE_ATTRIBUTE_DIRECTORY, false}, {"DeleteFiles", kLocked, true}};  // clang-format on
-    for (const auto& [strWay, dwAttributes, bDone] : rows) {
-        SCOPED_TRACE(strWay + std::to_string(dwAttributes));
+    const std::tuple<int, DWORD, bool> rows[] = {// clang-format off
+        {eRead, kLocked, true}, {eRead, FILE_ATTRIBUTE_DIRECTORY, false}, {eCopy, FILE_ATTRIBUTE_READONLY, false},
+        {eCopy, FILE_ATTRIBUTE_HIDDEN, false}, {eCopy, FILE_ATTRIBUTE_SYSTEM, false},
+        {eCopy, FILE_ATTRIBUTE_DIRECTORY, false}, {eReplaceWhole, FILE_ATTRIBUTE_READONLY, false},
+        {eReplaceWhole, FILE_ATTRIBUTE_HIDDEN, true}, {eReplaceWhole, FILE_ATTRIBUTE_DIRECTORY, false},
+        {eKeepCopy, kLocked, true}, {eKeepCopy, FILE_ATTRIBUTE_DIRECTORY, false}, {eDelete, kLocked, true},
+        {eDelete, FILE_ATTRIBUTE_DIRECTORY, false}, {eDeleteFiles, kLocked, true}};  // clang-format on
+    for (const auto& [nWay, dwAttributes, bDone] : rows) {
+        const Way& way = kWays[nWay];
+        SCOPED_TRACE(way.szName + std::to_string(dwAttributes));
         const TempFolder folder;
         folder.Write(L"new", "n");
         const bool bFolder = dwAttributes == FILE_ATTRIBUTE_DIRECTORY;
         if (bFolder) folder.MakeFolder(L"old");
         if (!bFolder) ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
-        const Way* const pWay = std::find_if(std::begin(kWays), std::end(kWays), [&](const Way& candidate) {
-            return std::string(strWay) == candidate.szName;
-        });
         const ULONGLONG ullStart = ::GetTickCount64();
         DWORD dwError = 0;
-        EXPECT_EQ(bDone, pWay->change(folder, &dwError));
+        EXPECT_EQ(bDone, way.act(folder, &dwError));
         EXPECT_EQ(bDone ? 0 : DWORD{ERROR_ACCESS_DENIED}, dwError);
         EXPECT_LT(::GetTickCount64() - ullStart, 1500U);
         const DWORD dwAfter = ::GetFileAttributesW(folder.PathOf(L"old").c_str());
-        EXPECT_TRUE(bDone || (dwAfter & (dwAttributes | kLocked)) == dwAttributes) << dwAfter;
+        EXPECT_EQ(bDone && nWay == eKeepCopy ? 0 : dwAttributes, dwAfter & (dwAttributes | kLocked));
         if (bFolder) continue;
-        EXPECT_EQ(bDone ? pWay->expected : "o", folder.Read(L"old"));
+        EXPECT_EQ(bDone ? way.expected : "o", folder.Read(L"old"));
     }
 }
 
@@ -165,10 +158,10 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
         ASSERT_TRUE(replacement.Create(tstrOld, FILE_ATTRIBUTE_NORMAL, nullptr));
         EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(TemporaryName(::GetCurrentProcessId(), 0)))) << "from the start";
     }
-    for (const Way& way : {kWays[0], kWays[2]}) {
+    for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole]}) {
         // A second name of the old file shows what would have become of its content: it is replaced, not written to.
         ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
-        EXPECT_TRUE(way.change(folder, nullptr)) << way.szName;
+        EXPECT_TRUE(way.act(folder, nullptr)) << way.szName;
         EXPECT_EQ(tstrClosed, AccessOf(tstrOld)) << way.szName;
         EXPECT_EQ("o", folder.Read(L"second")) << way.szName;
         EXPECT_TRUE(File::Delete(folder.PathOf(L"second"), nullptr));
@@ -187,9 +180,8 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
     const TempFolder folder;
     const std::wstring tstrNew = folder.Write(L"new", "n");
     const std::wstring tstrOld = folder.Write(L"old", "o");
-    const std::wstring tstrFirst = TemporaryName(::GetCurrentProcessId(), 0);
-    folder.MakeFolder(tstrFirst);
-    EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr)) << "the next name is free";
+    folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), 0));
+    EXPECT_TRUE(File::KeepCopy(tstrOld, tstrNew, nullptr)) << "the next name is free";
     for (unsigned uNumber = 1; uNumber < 100; ++uNumber) {
         folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), uNumber));
     }
@@ -207,13 +199,11 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
 
 TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
 {
-    wchar_t szProgram[MAX_PATH] = {};
-    ::GetModuleFileNameW(nullptr, szProgram, MAX_PATH);
-    STARTUPINFOW start{};
+    STARTUPINFOA start{};
     start.cb = sizeof(start);
     PROCESS_INFORMATION process{};
-    ASSERT_TRUE(::CreateProcessW(szProgram, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
-                                 &start, &process));
+    ASSERT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
+                                 &process));
     const UniqueKernelHandle thread(process.hThread);
     const UniqueKernelHandle running(process.hProcess);
     const TempFolder folder;

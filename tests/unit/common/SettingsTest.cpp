@@ -3,10 +3,9 @@
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
+#include "support/CodeOf.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
-
-#include <functional>
 
 using namespace KzCommon::Storage;
 using namespace Frwk::Utility;
@@ -34,24 +33,19 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
 TEST(IniFileTest, OnlyAnOpenFileIsReadAndWritten)
 {
     const TempFolder folder;
-    IniFile ini;
-    const auto codeOf = [](const std::function<void()>& operation) {
-        DWORD dwError = 0;
-        static_cast<void>(Guarded(&dwError, operation));
-        return dwError;
-    };
     const std::wstring tstrFile = folder.Write(L"a.ini", "[S]\r\nk=v\r\n");
+    IniFile ini;
     DWORD dwValue = 7;
-    for (const bool bClosed : {false, true}) {
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { static_cast<void>(ini.ReadString(L"S", L"k", L"")); }))
-            << bClosed;
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { ini.ReadDword(L"k", dwValue); })) << bClosed;
-        EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, codeOf([&] { ini.StoreString(L"S", L"k", L"w"); })) << bClosed;
+    for (const char* szTime : {"before it is opened", "after it was closed"}) {
+        SCOPED_TRACE(szTime);
+        EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { static_cast<void>(ini.ReadString(L"S", L"k", L"")); }));
+        EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { ini.ReadDword(L"k", dwValue); }));
+        EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { ini.StoreString(L"S", L"k", L"w"); }));
         ini.Open(Key(Key::eIniFile, nullptr, tstrFile.c_str()), L"S");
         EXPECT_EQ(L"v", ini.ReadString(L"k", L""));
         ini.Close();
     }
-    EXPECT_EQ(DWORD{ERROR_BAD_ARGUMENTS}, codeOf([&] { ini.Open(L""); }));
+    EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { ini.Open(L""); }));
     EXPECT_FALSE(ini.IsReady());
 }
 
@@ -67,9 +61,11 @@ TEST(IniFileTest, ASectionComesWholeInItsOrderOrNotAtAll)
     EXPECT_EQ(Ini::SectionOutcome::eTooLarge, Ini::ReadSection(tstrFile, L"S", {8, 8, 24}).eOutcome);
     for (const auto& [tstrPath, szSection] :
          {std::pair(tstrFile, L"None"), {tstrFile, L"E"}, {folder.PathOf(L"none.ini"), L"S"}, {folder.Path(), L"S"}}) {
+        ::SetLastError(77);
         const Ini::Section missing = Ini::ReadSection(tstrPath, szSection, kSmall);
         EXPECT_EQ(Ini::SectionOutcome::eFailed, missing.eOutcome) << KzCommon::String::ToUtf8(szSection);
-        EXPECT_NE(0U, missing.dwError) << "a failure has a code, whatever a call before it left";
+        EXPECT_NE(0U, missing.dwError) << "a failure has a code";
+        EXPECT_NE(77U, missing.dwError) << "and not that of a call before it";
         EXPECT_TRUE(missing.entries.empty());
     }
 }
@@ -114,10 +110,11 @@ TEST_F(ProductKeyTest, EveryUserWithAFolderIsFoundAndNoListIsAFailure)
     EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, dwError);
     EXPECT_EQ(1U, folders.size()) << "out-parameters stay as they are";
     ::SetEnvironmentVariableW(L"BREVANT_TEST", L"C:\\Users");
-    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\1", L"ProfileImagePath", RawText(L"%BREVANT_TEST%\\a", REG_EXPAND_SZ));
+    const wchar_t* const szFolder = L"ProfileImagePath";
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\1", szFolder, RawText(L"%BREVANT_TEST%\\a", REG_EXPAND_SZ));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\2", L"Other", RawText(L"x"));
-    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\3", L"ProfileImagePath", RawText(L""));
-    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\4", L"ProfileImagePath", RawText(L"D:\\b\\"));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\3", szFolder, RawText(L""));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"\\4", szFolder, RawText(L"D:\\b\\"));
     EXPECT_TRUE(EnumUserProfileFolders(folders, &dwError));
     EXPECT_EQ((std::vector<std::wstring>{L"C:\\Users\\a\\", L"D:\\b\\"}), folders);
 }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <thread>
 
@@ -26,6 +27,16 @@ DebugLogConfig ConfigFor(const std::wstring& tstrFolder)
     return config;
 }
 
+bool s_bDebuggerTold = false;
+
+/// In milliseconds.
+ULONGLONG TimeOf(const std::function<void()>& action)
+{
+    const ULONGLONG ullStart = ::GetTickCount64();
+    action();
+    return ::GetTickCount64() - ullStart;
+}
+
 /// An open trace; closed when it goes.
 class Trace {
 public:
@@ -42,7 +53,13 @@ private:
 
 class KzDbgTest : public Test {
 protected:
-    std::string Log(const std::wstring& tstrEnd = L"") const { return m_folder.Read(m_tstrLog + tstrEnd).value_or(""); }
+    /// What a log file holds, or how many bytes when they are too many to be looked at.
+    std::string Log(const std::wstring& tstrEnd = L"") const
+    {
+        const std::string strBytes = m_folder.Read(m_tstrLog + tstrEnd).value_or("");
+        return strBytes.size() < KzDbg::kFullBytes ? strBytes
+                                                   : "full + " + std::to_string(strBytes.size() - KzDbg::kFullBytes);
+    }
     KzCommon::UniqueFile Hold(const std::wstring& tstrName, DWORD dwShare) const
     {
         return KzCommon::UniqueFile(::CreateFileW((m_folder.Path() + tstrName).c_str(), GENERIC_READ, dwShare, nullptr,
@@ -59,18 +76,27 @@ protected:
 
 TEST_F(KzDbgTest, FileIsNamedAfterTheSettingsAndTheDayAndHoldsLinesInUtf8BehindOneMark)
 {
-    Trace(m_config).Line(L"a\r\n");
-    Trace(m_config).Line(L"grün 鍵 \xD83D\xDD11\r\n");
-    EXPECT_EQ(kMark + "a\r\ngrün 鍵 🔑\r\n", Log());
-    m_config = ConfigFor(m_folder.Path() + L"new/deep");
-    m_config.szLogFile[0] = L'f';
-    m_config.dwLogProcess = m_config.dwLogUnitType = m_config.bRobust = 1;
-    const Trace trace(m_config);
-    trace.Line(L"late");
-    trace.Line(L"early", {2026, 11, 5, 6, 0, 0, 0, 0});
-    const std::wstring tstrStem = L"new\\deep\\KZVLT_f_" + std::to_wstring(::GetCurrentProcessId());
-    EXPECT_EQ(kMark + "late", m_folder.Read(tstrStem + L"_20261105.log"));
-    EXPECT_EQ(kMark + "early", m_folder.Read(tstrStem + L"_20261106.log"));
+    ::SetEnvironmentVariableW(L"KZDBG_TEST_FOLDER", m_folder.Path().c_str());
+    const std::wstring tstrProcess = L"_" + std::to_wstring(::GetCurrentProcessId());
+    // The folder (the temporary one for none), whether file, process and date are asked for, the extension; the file.
+    const std::tuple<std::wstring, bool, std::wstring, std::wstring> rows[] = {
+        // clang-format off
+        {m_folder.Path(), false, L"log", L"KZVLT_Brevant.log"},
+        {m_folder.Path() + L"new/deep", true, L"log", L"new\\deep\\KZVLT_f" + tstrProcess + L"_20261105.log"},
+        {L"%KZDBG_TEST_FOLDER%", false, L"", L"KZVLT_Brevant"},
+        {L"", true, L"log", L"..\\KZVLT_f" + tstrProcess + L"_20261105.log"}};  // clang-format on
+    for (const auto& [tstrFolder, bAll, tstrExtension, tstrFile] : rows) {
+        SCOPED_TRACE(std::filesystem::path(tstrFile).string());
+        m_config = ConfigFor(tstrFolder);
+        m_config.szLogExtension[tstrExtension.size()] = L'\0';
+        m_config.szLogFile[0] = bAll ? L'f' : L'\0';
+        m_config.dwLogProcess = m_config.dwLogUnitType = m_config.bRobust = bAll;
+        Trace(m_config).Line(L"鍵鍵鍵\r\n");
+        Trace(m_config).Line(L"");
+        Trace(m_config).Line(L"grün \xD83D\xDD11\r\n");
+        EXPECT_EQ(kMark + "鍵鍵鍵\r\ngrün 🔑\r\n", m_folder.Read(tstrFile));
+        std::filesystem::remove(m_folder.PathOf(tstrFile));
+    }
 }
 
 TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
@@ -82,7 +108,7 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     first.Line(L"fills");
     first.Line(L"still here");
     EXPECT_EQ("1", Log(L".1")) << "nothing moves when the file itself cannot";
-    reader.Reset();
+    reader = Hold(m_tstrLog + L".3", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     {
         SharedLock lock(m_folder.Path() + m_tstrLog);
         const SharedLockHold hold(lock);
@@ -91,33 +117,43 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     }
     first.Line(L"new");
     second.Line(L"er");
+    reader.Reset();
     EXPECT_EQ(kMark + "newer", Log()) << "a writer must not stay with the rolled file";
-    EXPECT_EQ(KzDbg::kFullBytes + 15, Log(L".1").size());
+    EXPECT_EQ("full + 15", Log(L".1"));
     EXPECT_EQ("1", Log(L".2"));
-    EXPECT_EQ("2", Log(L".3"));
+    EXPECT_EQ("2", Log(L".3")) << "somebody who reads the oldest file and lets it be deleted is no obstacle";
+    EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1", m_tstrLog + L".2", m_tstrLog + L".3"));
+
+    std::filesystem::resize_file(m_path, KzDbg::kFullBytes);
+    reader = Hold(m_tstrLog + L".1", FILE_SHARE_READ);
+    first.Line(L"!");
+    EXPECT_EQ("full + 1", Log()) << "put back: the youngest full file cannot be moved";
 }
 
 TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
 {
     m_config.dwLogUnitType = 1;
-    const std::wstring names[] = {L"KZVLT_Brevant_20261105.log", L"KZVLT_Brevant_20261106.log"};
+    const std::wstring names[] = {L"KZVLT_Brevant_20261105.log", L"KZVLT_Brevant_20261205.log"};
     KzCommon::UniqueFile holders[] = {Hold(names[0], 0), Hold(names[1], 0)};
     const Trace trace(m_config);
     for (const std::size_t uDay : {0, 1}) {  // from the beginning; when the day changes
         SCOPED_TRACE(uDay);
         SYSTEMTIME time = kDay1;
-        time.wDay = static_cast<WORD>(time.wDay + uDay);
+        time.wMonth = static_cast<WORD>(time.wMonth + uDay);
         trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
         trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
+        EXPECT_LT(TimeOf([&] { SharedLock(m_folder.Path() + m_tstrLog); }), 450U) << "none is being written";
         holders[uDay].Reset();
         trace.Line(L"kept\n", time);
         trace.Line(L"next\n", time);
         EXPECT_THAT(m_folder.Read(names[uDay]).value_or(""),
-                    AllOf(StartsWith(kMark + "0" + std::to_string(time.wDay) + "/11/2026 23:59:59.999 "),
+                    AllOf(StartsWith(kMark + "05/" + std::to_string(time.wMonth) + "/2026 23:59:59.999 "),
                           HasSubstr(" !!! <Brevant> *** Lines lost while the trace file could not be written: 2. "
                                     "[0x00000020] - TraceFile.cpp("),
                           EndsWith(")\r\nkept\nnext\n")));
     }
+    trace.Line(L"late", {2026, 12, 0, 6, 0, 0, 0, 0});
+    EXPECT_EQ(kMark + "late", m_folder.Read(L"KZVLT_Brevant_20261206.log"));
 }
 
 TEST_F(KzDbgTest, OnlyAPlainFileInAFolderIsWritten)
@@ -133,6 +169,26 @@ TEST_F(KzDbgTest, OnlyAPlainFileInAFolderIsWritten)
     void* pTrace = nullptr;
     m_config = ConfigFor(m_path.wstring());
     EXPECT_NE(0U, KzDbgInitialize(&pTrace, &m_config)) << "a file is no folder, now or later";
+}
+
+TEST_F(KzDbgTest, OnlyAnOpenTraceTakesLinesAndTellsTheDebugger)
+{
+    void* pTrace = nullptr;
+    m_config.bDebugger = 1;
+    ASSERT_EQ(0U, KzDbgInitialize(&pTrace, &m_config));
+    void* const pHandler = ::AddVectoredExceptionHandler(1, [](EXCEPTION_POINTERS* pPointers) -> LONG {
+        const DWORD dwCode = pPointers->ExceptionRecord->ExceptionCode;
+        s_bDebuggerTold = s_bDebuggerTold || dwCode == DBG_PRINTEXCEPTION_C || dwCode == DBG_PRINTEXCEPTION_WIDE_C;
+        return EXCEPTION_CONTINUE_SEARCH;
+    });
+    EXPECT_EQ(0U, KzDbgTrace(pTrace, &kDay1, L"line"));
+    ::RemoveVectoredExceptionHandler(pHandler);
+    EXPECT_TRUE(s_bDebuggerTold);
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, KzDbgTrace(pTrace, nullptr, L"line"));
+    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, KzDbgTrace(pTrace, &kDay1, nullptr));
+    EXPECT_EQ(0U, KzDbgUninitialize(pTrace));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, KzDbgUninitialize(pTrace));
+    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, KzDbgTrace(pTrace, &kDay1, L"line"));
 }
 
 TEST(SharedLockTest, UsersOfOnePathAreCounted)
@@ -160,15 +216,21 @@ TEST(SharedLockTest, HoldsOthersUpButNotForEver)
     });
     SharedLock second(L"C:\\trace");
     EXPECT_TRUE(bEnded) << "who comes later waits for a line that is being written";
-    const SharedLockHold hold(first);
-    std::jthread([&] {
-        for (const auto& [ullLeast, ullMost] : {std::pair(400ULL, 5000ULL), {0, 100}}) {
-            const ULONGLONG ullStart = ::GetTickCount64();
-            EXPECT_FALSE(second.Acquire());
-            EXPECT_THAT(::GetTickCount64() - ullStart, AllOf(Ge(ullLeast), Le(ullMost))) << "waits once";
+    for (const int nTime : {1, 2}) {  // patient again once the lock was free
+        SCOPED_TRACE(nTime);
+        {
+            const SharedLockHold hold(first);
+            EXPECT_TRUE(hold.IsHeld());
+            std::jthread([&] {
+                EXPECT_THAT(TimeOf([&] { EXPECT_FALSE(second.Acquire()); }), AllOf(Ge(400U), Le(5000U)));
+                EXPECT_LE(TimeOf([&] { EXPECT_FALSE(second.Acquire()); }), 100U) << "waits once";
+            }).join();
         }
-    }).join();
-    EXPECT_TRUE(hold.IsHeld() && second.Acquire()) << "free for the thread that has it, and patient again";
+        EXPECT_TRUE(second.Acquire());
+        second.Release();
+    }
+    std::jthread([&] { EXPECT_TRUE(first.Acquire()); }).join();
+    EXPECT_TRUE(second.Acquire()) << "left behind by a thread that has ended";
     second.Release();
 }
 
@@ -197,7 +259,7 @@ TEST_F(KzDbgTest, ProcessesShareAFileThroughARollover)
     }
     for (const std::intptr_t iWriter : writers) EXPECT_EQ(iWriter, ::_cwait(nullptr, iWriter, 0));
     EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1"));
-    std::istringstream all(Log(L".1").substr(kOld) + Log().substr(3));
+    std::istringstream all(m_folder.Read(m_tstrLog + L".1")->substr(kOld) + m_folder.Read(m_tstrLog)->substr(3));
     std::set<std::string> whole;
     for (std::string strLine; std::getline(all, strLine);) whole.insert(strLine + "\n");
     std::erase_if(whole, [](const std::string& strLine) { return strLine.size() != kLineBytes; });

@@ -1,0 +1,215 @@
+// Files, INI files, libraries and sessions; and what only a restart shows.
+#include "Assumptions.h"
+
+#include "common/KzComn_Handle.h"
+
+#include <wtsapi32.h>
+
+using namespace KzCommon;
+
+namespace Platform {
+
+namespace {
+
+std::wstring CopyOnto(const std::wstring& tstrFolder, DWORD dwAttributes)
+{
+    const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwAttributes);
+    return Outcome(::CopyFileW(WriteFileAt(tstrFolder + L"new", "new").c_str(), tstrOld.c_str(), FALSE));
+}
+
+UniqueFile HoldFile(const std::wstring& tstrPath, DWORD dwShare)
+{
+    return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, dwShare, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
+std::wstring IniAt(const std::wstring& tstrFolder, std::string_view strBytes, DWORD dwAttributes = 0)
+{
+    return WriteFileAt(tstrFolder + L"a.ini", strBytes, dwAttributes);
+}
+
+std::wstring ValueOf(const std::wstring& tstrIni)
+{
+    wchar_t szText[64] = {};
+    ::GetPrivateProfileStringW(L"B", L"key", L"default", szText, 64, tstrIni.c_str());
+    return szText;
+}
+
+std::wstring ReadLetter(const std::wstring& tstrFolder, std::string_view strBytes)
+{
+    return ValueOf(IniAt(tstrFolder, strBytes)) == L"\u00e4" ? L"as written" : L"in another form";
+}
+
+std::wstring WriteIni(const std::wstring& tstrIni)
+{
+    return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
+}
+
+/// A library of the system's own name in the current folder must not be taken.
+std::wstring PlantedLibrary(const std::wstring& tstrFolder)
+{
+    WriteFileAt(tstrFolder + L"wtsapi32.dll", "no library");
+    wchar_t szCurrent[MAX_PATH] = {};
+    ::GetCurrentDirectoryW(MAX_PATH, szCurrent);
+    ::SetCurrentDirectoryW(tstrFolder.c_str());
+    const UniqueModule library(::LoadLibraryExW(L"wtsapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+    ::SetCurrentDirectoryW(szCurrent);
+    return library ? L"that of the system folder" : Outcome(FALSE);
+}
+
+std::wstring MessageWithoutSession(const std::wstring&)
+{
+    constexpr DWORD kUnusedSession = 54321;
+    wchar_t szText[] = L"Trial";
+    constexpr DWORD kBytes = sizeof(szText) - sizeof(wchar_t);
+    DWORD dwAnswer = 0;
+    return ::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, kUnusedSession, szText, kBytes, szText, kBytes, MB_OK, 1,
+                             &dwAnswer, TRUE)
+               ? L"done"
+               : L"refused";
+}
+
+// -- the next restart --
+
+void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags = 0)
+{
+    Require(::MoveFileExW(tstrSource.c_str(), szDestination, dwFlags | MOVEFILE_DELAY_UNTIL_REBOOT),
+            L"moves can be delayed (run it as an administrator)");
+}
+
+/// A file "new" that is to take the place of "old", with the attributes of each.
+void DelayedReplacement(const std::wstring& tstrFolder, DWORD dwNew, DWORD dwOld)
+{
+    const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwOld);
+    Delay(WriteFileAt(tstrFolder + L"new", "new", dwNew), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING);
+}
+
+std::wstring WhatStandsInOld(const std::wstring& tstrFolder)
+{
+    return ReadFileAt(tstrFolder + L"old") == "new" ? L"arrives" : L"does not arrive";
+}
+
+/// A folder with a file in it, of which both or the folder alone is to be deleted.
+void DelayedDeletion(const std::wstring& tstrFolder, bool bFileToo)
+{
+    ::CreateDirectoryW((tstrFolder + L"folder").c_str(), nullptr);
+    const std::wstring tstrFile = WriteFileAt(tstrFolder + L"folder\\a", "a");
+    if (bFileToo) Delay(tstrFile, nullptr);
+    Delay(tstrFolder + L"folder", nullptr);
+}
+
+std::wstring WhetherFolderIsGone(const std::wstring& tstrFolder)
+{
+    return ::GetFileAttributesW((tstrFolder + L"folder").c_str()) == INVALID_FILE_ATTRIBUTES ? L"gone" : L"there";
+}
+
+void RunOnceOf(const std::wstring& tstrFolder, std::size_t cchCommand)
+{
+    std::wstring tstrCommand = L"cmd.exe /c echo ran>\"" + tstrFolder + L"ran.txt\"";
+    tstrCommand.insert(11, std::wstring(cchCommand > tstrCommand.size() ? cchCommand - tstrCommand.size() : 0, L' '));
+    Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
+                              (L"brevant-trial-" + std::to_wstring(cchCommand)).c_str(), REG_SZ, tstrCommand.c_str(),
+                              static_cast<DWORD>((tstrCommand.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS,
+            L"the RunOnce key can be written (run it as an administrator)");
+}
+
+std::wstring WhetherItRan(const std::wstring& tstrFolder)
+{
+    return ReadFileAt(tstrFolder + L"ran.txt").starts_with("ran") ? L"runs" : L"does not run";
+}
+
+// question, assumed, Wine 8 where it differs, what depends on it; clang-format would give each trial lines of its own
+// clang-format off
+constexpr Assumption kRows[] = {
+    {L"CopyFileW onto a hidden file", L"refused (5)", L"done", L"drivers, language files and shortcut backup",
+     [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_HIDDEN); }},
+    {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies",
+     [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_READONLY); }},
+    {L"a name with trailing blanks and dots", L"the same as without them", nullptr,
+     L"what counts as a download path that leads elsewhere",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         WriteFileAt(tstrFolder + L"name. .", "a");
+         return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
+     }},
+    {L"two dots and a blank as a part of a path", L"a name of its own", nullptr, L"the same check",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         ::CreateDirectoryW((tstrFolder + L"a").c_str(), nullptr);
+         ::CreateDirectoryW((tstrFolder + L"a\\b").c_str(), nullptr);
+         wchar_t szFull[MAX_PATH] = {};
+         ::GetFullPathNameW((tstrFolder + L"a\\b\\.. \\c").c_str(), MAX_PATH, szFull, nullptr);
+         return tstrFolder + L"a\\c" == szFull ? L"the folder above" : L"a name of its own";
+     }},
+    {L"\"*.*\" and a name without a dot", L"found", nullptr, L"packages may hold such files",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         WIN32_FIND_DATAW data{};
+         const std::wstring tstrFile = WriteFileAt(tstrFolder + L"readme", "a");
+         return UniqueFind(::FindFirstFileW((tstrFile + L"*.*").c_str(), &data)) ? L"found" : L"not found";
+     }},
+    {L"GetVolumePathNameW of a file", L"that of its folder", nullptr, L"it is asked once for each folder",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         wchar_t szFile[MAX_PATH] = {};
+         wchar_t szFolder[MAX_PATH] = {};
+         ::GetVolumePathNameW(WriteFileAt(tstrFolder + L"a", "a").c_str(), szFile, MAX_PATH);
+         ::GetVolumePathNameW(tstrFolder.c_str(), szFolder, MAX_PATH);
+         return std::wstring(szFile) == szFolder && *szFile ? L"that of its folder" : L"another one";
+     }},
+    {L"a section that stands twice", L"the first", nullptr, L"the checker's warning",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=1\r\n[A]\r\nother=2\r\n[B]\r\nkey=3\r\nmore=4\r\n");
+         wchar_t szText[64] = {};
+         return ::GetPrivateProfileSectionW(L"B", szText, 64, tstrIni.c_str()) == 6 ? L"the first" : L"not it alone";
+     }},
+    {L"reading an INI file that nobody else may open", L"default", nullptr,
+     L"held update information is looked for before it is read",
+     [](const std::wstring& tstrFolder) {
+         const UniqueFile holder = HoldFile(IniAt(tstrFolder, "[B]\r\nkey=value\r\n"), 0);
+         return ValueOf(tstrFolder + L"a.ini");
+     }},
+    {L"an INI file in UTF-8 without mark", L"in another form", nullptr, L"the guides ask for UTF-16",
+     [](const std::wstring& tstrFolder) { return ReadLetter(tstrFolder, "[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n"); }},
+    {L"an INI file in UTF-8 with its mark", L"in another form", L"as written", L"the guides ask for UTF-16",
+     [](const std::wstring& tstrFolder) {
+         return ReadLetter(tstrFolder, "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
+     }},
+    {L"an INI file in UTF-16 with its mark", L"as written", nullptr, L"the same",
+     [](const std::wstring& tstrFolder) {
+         const wchar_t szText[] = L"\xFEFF[B]\r\nkey=\u00e4\r\n";
+         return ReadLetter(tstrFolder, {reinterpret_cast<const char*>(szText), sizeof(szText) - sizeof(wchar_t)});
+     }},
+    {L"WritePrivateProfileStringW, file read-only", L"refused (5)", L"done",
+     L"update information is then a failure line",
+     [](const std::wstring& tstrFolder) { return WriteIni(IniAt(tstrFolder, "[B]\r\n", FILE_ATTRIBUTE_READONLY)); }},
+    {L"WritePrivateProfileStringW, file held by a reader", L"refused (32)", nullptr, L"the same",
+     [](const std::wstring& tstrFolder) {
+         const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=value\r\n");
+         const UniqueFile holder = HoldFile(tstrIni, FILE_SHARE_READ | FILE_SHARE_DELETE);
+         return WriteIni(tstrIni);
+     }},
+    {L"LOAD_LIBRARY_SEARCH_SYSTEM32 beside a planted library", L"that of the system folder", nullptr,
+     L"nothing planted runs with full rights", &PlantedLibrary},
+    {L"WTSSendMessageW to a session that is not there", L"refused", L"done",
+     L"no question is asked without a console session", &MessageWithoutSession},
+    {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &WhatStandsInOld,
+     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, 0); }},
+    {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &WhatStandsInOld,
+     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, FILE_ATTRIBUTE_READONLY, 0); }},
+    {L"delayed move onto a read-only file", L"arrives", nullptr, L"files that a user has protected", &WhatStandsInOld,
+     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, FILE_ATTRIBUTE_READONLY); }},
+    {L"delayed deletion of a folder that is empty by then", L"gone", nullptr, L"folders of \"QOR_DIR\"",
+     &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, true); }},
+    {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"nothing of anybody else's is lost",
+     &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, false); }},
+    {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit that the guides name", &WhetherItRan,
+     [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 250); }},
+    {L"a run-once command of 400 characters", L"does not run", L"runs", L"the same limit", &WhetherItRan,
+     [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 400); }},
+};
+// clang-format on
+
+}  // namespace
+
+std::span<const Assumption> Assumptions()
+{
+    return kRows;
+}
+
+}  // namespace Platform
