@@ -3,6 +3,8 @@
 
 #include "common/KzComn_Handle.h"
 
+#include <accctrl.h>
+#include <aclapi.h>
 #include <wtsapi32.h>
 
 using namespace KzCommon;
@@ -42,6 +44,39 @@ std::wstring ReadLetter(const std::wstring& tstrFolder, std::string_view strByte
 std::wstring WriteIni(const std::wstring& tstrIni)
 {
     return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
+}
+
+/// What a section holds that may be missing or empty: the answer and the code beside it.
+std::wstring SectionAndCode(const std::wstring& tstrFolder, std::string_view strBytes)
+{
+    const std::wstring tstrIni = IniAt(tstrFolder, strBytes);
+    wchar_t szText[64] = {};
+    ::SetLastError(ERROR_SUCCESS);
+    const DWORD cch = ::GetPrivateProfileSectionW(L"B", szText, 64, tstrIni.c_str());
+    return std::to_wstring(cch) + L" characters, last error " + std::to_wstring(::GetLastError());
+}
+
+/// What every signed-in user may do with a file that an administrator makes in the drive's root.
+std::wstring RightsBelowDrive(const std::wstring&)
+{
+    wchar_t szWindows[MAX_PATH] = {};
+    ::GetSystemWindowsDirectoryW(szWindows, MAX_PATH);
+    const std::wstring tstrPath = WriteFileAt(std::wstring(szWindows, 3) + L"brevant-trial.tmp", "a");
+    PACL pList = nullptr;
+    PSECURITY_DESCRIPTOR pFound = nullptr;
+    ::GetNamedSecurityInfoW(tstrPath.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pList,
+                            nullptr, &pFound);
+    ::DeleteFileW(tstrPath.c_str());
+    BYTE sid[SECURITY_MAX_SID_SIZE] = {};
+    DWORD cbSid = sizeof(sid);
+    TRUSTEE_W users{};
+    ACCESS_MASK rights = 0;
+    if (pList && ::CreateWellKnownSid(WinAuthenticatedUserSid, nullptr, sid, &cbSid)) {
+        ::BuildTrusteeWithSidW(&users, sid);
+        ::GetEffectiveRightsFromAclW(pList, &users, &rights);
+    }
+    ::LocalFree(pFound);
+    return (rights & FILE_WRITE_DATA) ? L"every user may change it" : L"users may not change it";
 }
 
 /// A library of the system's own name in the current folder must not be taken.
@@ -124,6 +159,14 @@ constexpr Assumption kRows[] = {
      [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_HIDDEN); }},
     {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies",
      [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_READONLY); }},
+    {L"MoveFileExW over a file that somebody reads", L"refused (5)", nullptr,
+     L"a replaced file is tried again, then copied onto",
+     [](const std::wstring& tstrFolder) {
+         const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old");
+         const std::wstring tstrNew = WriteFileAt(tstrFolder + L"new", "new");
+         const UniqueFile reader = HoldFile(tstrOld, FILE_SHARE_READ);
+         return Outcome(::MoveFileExW(tstrNew.c_str(), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING));
+     }},
     {L"a name with trailing blanks and dots", L"the same as without them", nullptr,
      L"what counts as a download path that leads elsewhere",
      [](const std::wstring& tstrFolder) -> std::wstring {
@@ -152,6 +195,14 @@ constexpr Assumption kRows[] = {
          ::GetVolumePathNameW(tstrFolder.c_str(), szFolder, MAX_PATH);
          return std::wstring(szFile) == szFolder && *szFile ? L"that of its folder" : L"another one";
      }},
+    {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
+     L"a driver that is copied there keeps the rights of the one it replaces", &RightsBelowDrive},
+    {L"GetPrivateProfileSectionW, section missing", L"0 characters, last error 2", L"0 characters, last error 0",
+     L"the failure line of a missing section has a code",
+     [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n"); }},
+    {L"GetPrivateProfileSectionW, section empty", L"0 characters, last error 0", nullptr,
+     L"an empty section is told from a missing one by the code alone",
+     [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n[B]\r\n"); }},
     {L"a section that stands twice", L"the first", nullptr, L"the checker's warning",
      [](const std::wstring& tstrFolder) -> std::wstring {
          const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=1\r\n[A]\r\nother=2\r\n[B]\r\nkey=3\r\nmore=4\r\n");

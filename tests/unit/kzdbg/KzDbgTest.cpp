@@ -130,6 +130,17 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     EXPECT_EQ("full + 1", Log()) << "put back: the youngest full file cannot be moved";
 }
 
+TEST_F(KzDbgTest, AWriterThatIsAloneRollsAtTheSameByte)
+{
+    for (const auto& [uRoom, strLog] : {std::pair(6U, std::string("full + 3")), {5U, kMark + "next"}}) {
+        std::filesystem::resize_file(m_path, KzDbg::kFullBytes - uRoom);
+        const Trace alone(m_config);
+        alone.Line(L"fills");
+        alone.Line(L"next");
+        EXPECT_EQ(strLog, Log());
+    }
+}
+
 TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
 {
     m_config.dwLogUnitType = 1;
