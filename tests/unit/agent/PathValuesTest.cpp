@@ -1,9 +1,6 @@
 #include "unit/agent/AgentFixture.h"
 
-#include "common/KzComn_Handle.h"
 #include "common/KzComn_Process.h"
-
-#include <thread>
 
 class PathValuesTest : public AgentTest {
 protected:
@@ -83,9 +80,9 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
 {
     const wchar_t* const paths[] = {L"new", L"new\\", L"a\\b", L"c21t2101v0.0.0l1p-1r1o1", L"a..b", L"CONsole"};
     const wchar_t* const others[] = {// clang-format off
-        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c", L"C:", L"C:\\Pub", L"C:a",
-        L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub", L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream", L"a::$DATA",
-        L"NUL", L"a\\com1.x", L"a*", L"a\tb"};  // clang-format on
+        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c", L"a \\b", L"C:",
+        L"C:\\Pub", L"C:a", L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub", L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream",
+        L"a::$DATA", L"NUL", L"a\\com1.x", L"a*", L"a\tb"};  // clang-format on
     const auto read = [&](const std::wstring& tstrPath) {
         m_install.Write(L"UpdateInfo.ini",
                         "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
@@ -106,14 +103,8 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
 
 TEST_F(PathValuesTest, AnUpdateInformationThatIsHeldForAMomentIsRead)
 {
-    const std::wstring tstrFile =
-        m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=new\n");
-    KzCommon::UniqueFile held(::CreateFileW(tstrFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    std::thread holder([&held] {
-        ::Sleep(250);
-        held.Reset();
-    });
+    m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=new\n");
+    const std::jthread holder = HoldForAMoment(L"UpdateInfo.ini");
     m_paths.ReadProductFolders();
-    holder.join();
     EXPECT_EQ(m_paths.ProductDownloadPath(), L"new");
 }
