@@ -62,20 +62,27 @@ void MarkLink(WIN32_FIND_DATAW* pData)
 
 }  // namespace
 
-// Puts a function in the place of an imported one.
-#define IMPORT(Name, Function)                   \
-    extern "C" decltype(&Function) __imp_##Name; \
-    decltype(&Function) __imp_##Name = &Function;
+// Puts the function that follows in the place of an imported one.
+#define REPLACED(Name, Result, Parameters)           \
+    static Result WINAPI Watched##Name Parameters;   \
+    extern "C" decltype(&::Name) __imp_##Name;       \
+    decltype(&::Name) __imp_##Name = &Watched##Name; \
+    static Result WINAPI Watched##Name Parameters
+
+// The system's function.
+#define REAL(Name)                                                \
+    ([] {                                                         \
+        static const auto s_pfn = Real<decltype(&::Name)>(#Name); \
+        return s_pfn;                                             \
+    }())
 
 // One watched function: its parameters, the arguments that it is passed on with, the place that it is about, whether it
 // may reach beyond the sandbox, and what it answers otherwise.
-#define WATCHED(Name, Result, Parameters, Arguments, szPlace, bAnywhere, Refused) \
-    static Result WINAPI Watched##Name Parameters                                 \
-    {                                                                             \
-        static const auto s_pfn = Real<decltype(&::Name)>(#Name);                 \
-        return MayPass(#Name, szPlace, bAnywhere) ? s_pfn Arguments : Refused;    \
-    }                                                                             \
-    IMPORT(Name, Watched##Name)
+#define WATCHED(Name, Result, Parameters, Arguments, szPlace, bAnywhere, Refused)   \
+    REPLACED(Name, Result, Parameters)                                              \
+    {                                                                               \
+        return MayPass(#Name, szPlace, bAnywhere) ? REAL(Name) Arguments : Refused; \
+    }
 
 // clang-format off
 WATCHED(CreateDirectoryW, BOOL, (LPCWSTR sz, LPSECURITY_ATTRIBUTES p), (sz, p), sz, false, FALSE)
@@ -93,68 +100,57 @@ WATCHED(RegOpenKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD o, REGSAM a, PHKEY k)
         true, ERROR_ACCESS_DENIED)
 // clang-format on
 
-static BOOL WINAPI WatchedMoveFileExW(LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags)
+REPLACED(MoveFileExW, BOOL, (LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags))
 {
-    static const auto s_pfn = Real<decltype(&::MoveFileExW)>("MoveFileExW");
     const bool bDelayed = s_pWatch && (dwFlags & MOVEFILE_DELAY_UNTIL_REBOOT);
     if (!MayPass("MoveFileExW", szTo ? szTo : szFrom, bDelayed)) return FALSE;
     if (szTo && !MayPass("MoveFileExW source", szFrom, bDelayed)) return FALSE;
-    if (!bDelayed) return s_pfn(szFrom, szTo, dwFlags);
+    if (!bDelayed) return REAL(MoveFileExW)(szFrom, szTo, dwFlags);
     std::wstring& tstrMove = s_pWatch->m_moves.emplace_back(szFrom + std::wstring(L" > ") + (szTo ? szTo : L""));
     KzCommon::String::ReplaceAll(tstrMove, s_pWatch->m_tstrSandbox, L"");
     return TRUE;
 }
-IMPORT(MoveFileExW, WatchedMoveFileExW)
 
-static BOOL WINAPI WatchedGetVolumePathNameW(LPCWSTR sz, LPWSTR szMount, DWORD cch)
+REPLACED(GetVolumePathNameW, BOOL, (LPCWSTR sz, LPWSTR szMount, DWORD cch))
 {
-    static const auto s_pfn = Real<decltype(&::GetVolumePathNameW)>("GetVolumePathNameW");
-    if (!s_pWatch) return s_pfn(sz, szMount, cch);
+    if (!s_pWatch) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     s_pWatch->m_volumeQuestions.emplace_back(sz);
     ::SetLastError(s_pWatch->m_fault("GetVolumePathNameW", sz));
     if (::GetLastError() != ERROR_SUCCESS) return FALSE;
-    if (s_pWatch->m_tstrMountPoint.empty()) return s_pfn(sz, szMount, cch);
+    if (s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     szMount[s_pWatch->m_tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
     return TRUE;
 }
-IMPORT(GetVolumePathNameW, WatchedGetVolumePathNameW)
 
-static HANDLE WINAPI WatchedFindFirstFileW(LPCWSTR sz, LPWIN32_FIND_DATAW pData)
+REPLACED(FindFirstFileW, HANDLE, (LPCWSTR sz, LPWIN32_FIND_DATAW pData))
 {
-    static const auto s_pfn = Real<decltype(&::FindFirstFileW)>("FindFirstFileW");
     if (!MayPass("FindFirstFileW", sz)) return INVALID_HANDLE_VALUE;
-    const HANDLE hFind = s_pfn(sz, pData);
+    const HANDLE hFind = REAL(FindFirstFileW)(sz, pData);
     if (hFind != INVALID_HANDLE_VALUE) MarkLink(pData);
     return hFind;
 }
-IMPORT(FindFirstFileW, WatchedFindFirstFileW)
 
-static BOOL WINAPI WatchedFindNextFileW(HANDLE hFind, LPWIN32_FIND_DATAW pData)
+REPLACED(FindNextFileW, BOOL, (HANDLE hFind, LPWIN32_FIND_DATAW pData))
 {
-    static const auto s_pfn = Real<decltype(&::FindNextFileW)>("FindNextFileW");
-    if (!s_pfn(hFind, pData)) return FALSE;
+    if (!REAL(FindNextFileW)(hFind, pData)) return FALSE;
     MarkLink(pData);
     return TRUE;
 }
-IMPORT(FindNextFileW, WatchedFindNextFileW)
 
-static DWORD WINAPI WatchedGetFileAttributesW(LPCWSTR sz)
+REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
 {
-    static const auto s_pfn = Real<decltype(&::GetFileAttributesW)>("GetFileAttributesW");
-    const DWORD dwAttributes = s_pfn(sz);
+    const DWORD dwAttributes = REAL(GetFileAttributesW)(sz);
     const bool bLink = dwAttributes != INVALID_FILE_ATTRIBUTES && IsLinkName(sz);
     return bLink ? dwAttributes | FILE_ATTRIBUTE_REPARSE_POINT : dwAttributes;
 }
-IMPORT(GetFileAttributesW, WatchedGetFileAttributesW)
 
-static BOOL WINAPI WatchedSHGetPathFromIDListW(PCIDLIST_ABSOLUTE pidl, LPWSTR szPath)
+REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
 {
-    static const auto s_pfn = Real<decltype(&::SHGetPathFromIDListW)>("SHGetPathFromIDListW");
-    if (!s_pWatch) return s_pfn(pidl, szPath);
+    const BOOL bDone = REAL(SHGetPathFromIDListW)(pidl, szPath);
+    if (!s_pWatch || IsInSandbox(szPath)) return bDone;
     szPath[(s_pWatch->m_tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';
     return TRUE;
 }
-IMPORT(SHGetPathFromIDListW, WatchedSHGetPathFromIDListW)
 
 SystemWatch::SystemWatch(const std::wstring& tstrSandbox, Judge judge)
     : m_tstrSandbox(tstrSandbox), m_judge(std::move(judge))

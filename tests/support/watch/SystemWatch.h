@@ -18,8 +18,8 @@ using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& 
 
 /// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that
 /// it is linked into: it stands in the place of the import table. A call that the judge refuses fails the test. No call
-/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell is the
-/// sandbox's folder "Shell". One at a time; without one every call passes.
+/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell that
+/// lies outside is the sandbox's folder "Shell". One at a time; without one every call passes.
 class SystemWatch {
 public:
     explicit SystemWatch(

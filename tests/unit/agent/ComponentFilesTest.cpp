@@ -5,6 +5,8 @@
 #include "support/watch/SystemWatch.h"
 #include "unit/agent/AgentFixture.h"
 
+#include <filesystem>
+
 using namespace KzCommon;
 
 namespace {
@@ -74,7 +76,7 @@ TEST_F(ComponentFilesTest, EveryFolderOfBothPackagesGoesToItsPlaceInTheStepsOrde
 
 TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
 {
-    for (const wchar_t* szName : {L"a", L"m\\b", L"m\\n\\c", L"z"})
+    for (const wchar_t* szName : {L"a", L"m\\b", L"m\\n\\c", L"z", L"~kzcomn-fffffff0-00.tmp"})
         m_install.Write(L"src\\" + std::wstring(szName), "");
     EXPECT_TRUE(CopyTree(L"src"));
     EXPECT_THAT(Moves(), ElementsAre(L"src\\a > a", L"src\\m\\b > m\\b", L"src\\m\\n\\c > m\\n\\c", L"src\\z > z"));
@@ -134,7 +136,10 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     EXPECT_TRUE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
     EXPECT_THAT(Moves(), ElementsAre(L"\\\\?\\a1 > \\\\?\\a"));
     EXPECT_EQ(m_install.Read(L"a1"), "new");
-    EXPECT_EQ(CountTraced("@@@ ::CopyFile(" + strLong + "0) failed: ERROR_ALREADY_EXISTS"), 1);
+    const std::string strName = "@@@ tsTempFileWithIndex: " + strLong;
+    EXPECT_THAT(m_trace.Messages(),
+                IsSupersetOf({std::string("@@@ copy to a different drive"), strName + "0", strName + "1",
+                              "@@@ ::CopyFile(" + strLong + "0) failed: ERROR_ALREADY_EXISTS"}));
 
     // A move that is refused takes its staged copy with it, and leaves the file of the package on its own drive.
     Fail("MoveFileExW", ERROR_NO_SYSTEM_RESOURCES);
@@ -146,9 +151,11 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     for (int iIndex = 0; iIndex < 100; ++iIndex) m_install.Write(L"a" + std::to_wstring(iIndex), "taken");
     EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 1);
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, m_install.PathOf(L"none"), L"\\\\?\\" + m_install.PathOf(L"c")));
+    Fail("CopyFileW", ERROR_DISK_FULL);
+    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 2);
-    EXPECT_EQ(CountTraced(StartsWith("!!! ::CopyFile(")), 100) << "every name is tried whatever the failure";
+    EXPECT_EQ(CountTraced(AllOf(StartsWith("!!! ::CopyFile("), EndsWith("failed: 0x00000070"))), 100)
+        << "every name is tried whatever the failure";
 }
 
 TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeployment)
@@ -170,4 +177,27 @@ TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeplo
         << "without settings none are copied";
     WriteProduct(L"ProductPath", L"");
     EXPECT_TRUE(agent.DoDeploy()) << "nothing is known, and nothing held";
+}
+
+TEST_F(ComponentFilesTest, WithoutInstructionsOrAPackageTheRestOfTheRunIsDone)
+{
+    m_install.Write(kProduct + L"Share\\Setting\\s", "");
+    m_install.Write(kResource + L"r", "");
+    FrameworkDeployAgent agent;
+    agent.DoPreAction();
+    agent.DoDeploy();
+    agent.DoPostAction();
+    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L"Setting\\s > s"), EndsWith(L" > Resource\\r")));
+    std::vector<std::string> lines = m_trace.Messages();
+    std::erase_if(lines, [](const std::string& strLine) { return !strLine.ends_with("failed. [0x00000002]"); });
+    const std::string strLine = "!!! *** FrameworkDeployAgent::";
+    EXPECT_THAT(lines, ElementsAre(StartsWith(strLine + "CreateDirBeforeReboot() - QueryValue "),
+                                   StartsWith(strLine + "PatchRegistry() - QueryValue "),
+                                   StartsWith(strLine + "MergeConfig() - QueryValue(QOR_CONFIG_MERGE) "),
+                                   StartsWith(strLine + "ModifyUpdateInfo() - QueryValue "),
+                                   StartsWith(strLine + "RemoveFileAfterReboot() - QueryValue "),
+                                   StartsWith(strLine + "PostRunScript() - QueryValue ")));
+    std::filesystem::remove_all(m_install.PathOf(kProduct));
+    EXPECT_TRUE(agent.DoDeploy());
+    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L" > Resource\\r")));
 }
