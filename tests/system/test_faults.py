@@ -67,20 +67,6 @@ class EndedHalfWay(LabTest):
                 self.assertSame(undisturbed, machine.listing(install))
                 self.assertEqual(2, len({text for text in commands if install in text}))
 
-    def test_the_users_settings_outlive_a_second_run(self):
-        machine = self.enterContext(FaultyMachine())
-        machine.lay_out()
-        machine.install_program(PRODUCT)
-        machine.enable_trace()
-        users, kept = machine.read(PRODUCT + 'config.xml'), PRODUCT + 'config.previous.xml'
-        for _ in range(2):
-            messages = machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')[1]
-            self.assertIsNone(machine.read(kept), 'the merge succeeded')
-        merge = next(line for line, text in enumerate(messages, 1) if '[Enter] FrameworkDeployAgent::MergeC' in text)
-        self.assertEqual(ENDED, machine.deploy(merge))
-        machine.restart()  # moves what the first run has registered and the last one has begun to make anew
-        self.assertEqual(users, machine.read(kept))
-
 
 class Obstacles(LabTest):
     def test_what_is_in_the_way_hinders_nothing_else(self):

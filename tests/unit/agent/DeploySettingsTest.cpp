@@ -80,6 +80,13 @@ TEST_F(DeploySettingsTest, TheLanguagesFilesBecomeTheInstalledOnesWithTheUsersVa
     for (const wchar_t* szName : {L"qorshcut_DE-DE.xml", L"config_EN-US.xml", L"readme.htm"}) {
         m_install.Write(kSetting + szName, String::ToUtf8(szName));
     }
+    EXPECT_TRUE(PrepareSettings(m_paths));  // the restart moves what this leaves
+    SystemWatch watch(m_install.Path());
+    watch.m_fault = [&](auto&&...) {
+        const bool bWithoutTheUsers = m_install.Read(kSetting + L"config.xml") == "<r><A>new</A></r>";
+        EXPECT_TRUE(!bWithoutTheUsers || m_install.Read(L"config.previous.xml")) << "a run may be ended anywhere";
+        return ERROR_SUCCESS;
+    };
     for (const char* szOlder : {"", "of a merge that failed"}) {
         if (*szOlder) m_install.Write(L"config.previous.xml", szOlder);
         EXPECT_TRUE(PrepareSettings(m_paths));
@@ -91,7 +98,7 @@ TEST_F(DeploySettingsTest, TheLanguagesFilesBecomeTheInstalledOnesWithTheUsersVa
     const std::string strSetting = m_strInstall + String::ToUtf8(kSetting);
     EXPECT_EQ(CountTraced("!!! Failed to do file copy. dest='" + strSetting + "readme.htm', src='" + strSetting +
                           "readme_DE-DE.htm', error code=2"),
-              2);
+              3);
 }
 
 TEST_F(DeploySettingsTest, WithoutSettingsAndBehindALinkOnlyTheRegistryIsPatched)

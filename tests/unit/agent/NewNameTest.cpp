@@ -13,25 +13,50 @@ using namespace KzCommon;
 
 namespace {
 
-/// The console session, the answer that the message box gives (0: the call fails) and the code with which the restart
-/// is refused; what the box was asked for, and what became of it.
+constexpr DWORD kShutdownPrivilege = 19;  // the same on every machine
+
+/// What the system answers: console session, the user's answer (0: the question fails), and for each step of a restart
+/// its code, 0 where it succeeds.
+struct Answers {
+    DWORD dwSession = 1, dwAnswer = IDOK, dwToken = 0, dwAdjust = 0, dwExit = 0;
+} s_answers;
+
+/// What it was asked for.
 struct {
-    DWORD dwSession, dwAnswer, dwExitCode;
     std::wstring tstrTitle, tstrMessage;
     DWORD dwStyle;
+    bool bPrivilege;
     UINT uExitFlags;
 } s_asked;
 
+BOOL Answer(DWORD dwError, bool bDone)
+{
+    ::SetLastError(dwError);
+    return bDone;
+}
+
+BOOL WINAPI OpenToken(HANDLE, DWORD, HANDLE* phToken)
+{
+    *phToken = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    return Answer(s_answers.dwToken, s_answers.dwToken == 0);
+}
+
+BOOL WINAPI Adjust(HANDLE, BOOL, TOKEN_PRIVILEGES* pNew, DWORD, TOKEN_PRIVILEGES*, DWORD*)
+{
+    const LUID_AND_ATTRIBUTES& privilege = pNew->Privileges[0];
+    s_asked.bPrivilege = privilege.Luid.LowPart == kShutdownPrivilege && privilege.Attributes == SE_PRIVILEGE_ENABLED;
+    return Answer(s_answers.dwAdjust, s_answers.dwAdjust == 0 || s_answers.dwAdjust == ERROR_NOT_ALL_ASSIGNED);
+}
+
 BOOL WINAPI NoteExit(UINT uFlags, DWORD)
 {
-    s_asked.uExitFlags = uFlags;
-    ::SetLastError(s_asked.dwExitCode);
-    return s_asked.dwExitCode == ERROR_SUCCESS;
+    s_asked.uExitFlags = s_asked.bPrivilege ? uFlags : 0;
+    return Answer(s_answers.dwExit, s_answers.dwExit == 0);
 }
 
 DWORD WINAPI ConsoleSession()
 {
-    return s_asked.dwSession;
+    return s_answers.dwSession;
 }
 
 class NewNameTest : public AgentTest {
@@ -54,19 +79,20 @@ protected:
 
 // The linker takes these instead of the system's.
 extern "C" {
+decltype(&::OpenProcessToken) __imp_OpenProcessToken = &OpenToken;
+decltype(&::AdjustTokenPrivileges) __imp_AdjustTokenPrivileges = &Adjust;
 decltype(&::ExitWindowsEx) __imp_ExitWindowsEx = &NoteExit;
 decltype(&::WTSGetActiveConsoleSessionId) __imp_WTSGetActiveConsoleSessionId = &ConsoleSession;
 
 BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage,
                             DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pdwAnswer, BOOL bWait)
 {
-    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == s_asked.dwSession;
+    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == s_answers.dwSession;
     s_asked.tstrTitle.assign(szTitle, cbTitle / 2);
     s_asked.tstrMessage.assign(szMessage, cbMessage / 2);
     s_asked.dwStyle = bConsole && bWait && dwTimeout == 0 ? dwStyle : 0;
-    *pdwAnswer = s_asked.dwAnswer;
-    ::SetLastError(ERROR_CTX_WINSTATION_BUSY);
-    return *pdwAnswer != 0;
+    *pdwAnswer = s_answers.dwAnswer;
+    return Answer(ERROR_CTX_WINSTATION_BUSY, *pdwAnswer != 0);
 }
 }
 
@@ -129,33 +155,41 @@ TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
 TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkRestarts)
 {
     const std::string strTexts = "[RestartNotification_DE-DE]\ntext=Titel\ntext=Text! =x\ntext=more\n";
-    // Session, answer and exit code of the system; what is shown (0 for the style unless it waits at the console for as
-    // long as it takes), the flags of the restart, a line of the trace.
-    const std::tuple<std::string, DWORD, DWORD, DWORD, const wchar_t*, const wchar_t*, UINT, std::string> rows[] = {
+    const std::string strTitle = "[RestartNotification_DE-DE]\nother=x\ntext=Titel\n";
+    const std::string strNotSet = "!!! *** InstCommon::Utility::SetPrivilege() failed.";
+    // What is shown (nothing while the console changes hands), the flags of the restart, a line of the trace.
+    const std::tuple<std::string, Answers, std::wstring, std::wstring, UINT, std::string> rows[] = {
         // clang-format off
-        {"[RestartNotification_FR-FR]\ntext=F\n", 1, IDCANCEL, 0, L"Kazmere Keystride", L"You must restart", 0,
+        {"[RestartNotification_FR-FR]\ntext=F\n", {1, IDCANCEL}, L"Kazmere Keystride", L"You must restart", 0,
          "!!! *** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]"},
-        {"[RestartNotification_DE-DE]\nother=x\ntext=Titel\n", 1, IDCANCEL, 0, L"Titel", L"You must restart", 0,
-         "@@@ Restart later..."},
-        {strTexts, 1, 0, 0, L"Titel", L"Text! =x", 0, "!!! *** ::WTSSendMessage() failed. [0x00001b70]"},
-        {strTexts, 3, IDOK, 0, L"Titel", L"Text! =x", EWX_REBOOT, "@@@ To restart system..."},
-        {strTexts, 3, IDOK, ERROR_SHUTDOWN_IN_PROGRESS, L"Titel", L"Text! =x", EWX_REBOOT,
-         "!!! ReStartWindows() failed."},
-        // Nobody is asked while the console changes hands.
-        {strTexts, 0xFFFFFFFF, IDOK, 0, L"", L"", 0, "@@@ Restart later..."}};
+        {strTitle, {1, IDCANCEL}, L"Titel", L"You must restart", 0, "@@@ Restart later..."},
+        {strTexts, {1, 0}, L"Titel", L"Text! =x", 0, "!!! *** ::WTSSendMessage() failed. [0x00001b70]"},
+        {strTexts, {0xFFFFFFFF}, L"", L"", 0, "@@@ Restart later..."},
+        {strTexts, {3}, L"Titel", L"Text! =x", EWX_REBOOT, "@@@ To restart system..."},
+        {strTexts, {3, IDOK, ERROR_ACCESS_DENIED}, L"Titel", L"Text! =x", 0,
+         "!!! *** ::OpenProcessToken() failed. [0x00000005]"},
+        {strTexts, {3, IDOK, 0, ERROR_INVALID_HANDLE}, L"Titel", L"Text! =x", 0, strNotSet},
+        // The call succeeds although the token does not hold the privilege.
+        {strTexts, {3, IDOK, 0, ERROR_NOT_ALL_ASSIGNED}, L"Titel", L"Text! =x", 0,
+         "!!! *** ::AdjustTokenPrivileges() failed. [0x00000514]"},
+        {strTexts, {3, IDOK, 0, 0, ERROR_SHUTDOWN_IN_PROGRESS}, L"Titel", L"Text! =x", EWX_REBOOT,
+         "!!! *** ::ExitWindowsEx() failed. [0x0000045b]"}};
     // clang-format on
     WriteProduct(L"Language", L"DE-DE");
-    for (const auto& [strLines, dwSession, dwAnswer, dwExit, szTitle, szMessageStart, uFlags, strTraced] : rows) {
-        SCOPED_TRACE(strLines + std::to_string(dwSession) + " " + std::to_string(dwAnswer) + strTraced);
+    for (const auto& [strLines, answers, tstrTitle, tstrMessageStart, uFlags, strTraced] : rows) {
+        SCOPED_TRACE(strLines + strTraced);
         Instruct(strLines);
         m_trace.Clear();
-        s_asked = {dwSession, dwAnswer, dwExit, L"", L"", 0, 0};
+        s_answers = answers;
+        s_asked = {};
         RemindToReboot();
-        EXPECT_EQ(szTitle, s_asked.tstrTitle);
-        EXPECT_THAT(s_asked.tstrMessage, StartsWith(szMessageStart));
-        EXPECT_EQ(*szTitle ? 0x40041U : 0U, s_asked.dwStyle);
-        EXPECT_EQ(uFlags, s_asked.uExitFlags) << "and nothing closed by force";
+        EXPECT_EQ(tstrTitle, s_asked.tstrTitle);
+        EXPECT_THAT(s_asked.tstrMessage, StartsWith(tstrMessageStart));
+        EXPECT_EQ(tstrTitle.empty() ? 0U : 0x40041U, s_asked.dwStyle) << "0 unless it waits at the console";
+        EXPECT_EQ(uFlags, s_asked.uExitFlags) << "nothing closed by force; 0 without the privilege";
         EXPECT_EQ(1, CountTraced(strTraced));
+        const bool bTried = answers.dwAnswer == IDOK && !tstrTitle.empty();
+        EXPECT_EQ(bTried && (uFlags == 0 || answers.dwExit != 0), CountTraced("!!! ReStartWindows() failed."));
     }
 }
 
