@@ -35,7 +35,7 @@ class RunOnce(LabTest):
                 registered = machine.values(RUN_ONCE)
                 new = [registered[key] for key in registered.keys() - before.keys()]
                 before = registered
-                self.assertSame([OTHER_CASE, SAME, SAME] + ([] if kept_back else [FILTER]), sorted(new))
+                self.assertSame(sorted([OTHER_CASE, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))
