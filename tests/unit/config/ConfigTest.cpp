@@ -110,7 +110,7 @@ TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
         EXPECT_EQ(m_dwError, 0xC000A002) << "the tag does not match";
     }
     for (const std::wstring& tstrBad :
-         {tstrText.substr(6), tstrText.substr(0, 20), std::wstring(L"2:"), L"3:" + tstrText}) {
+         {tstrText.substr(6), tstrText.substr(0, 22), std::wstring(L"2:"), L"3:" + tstrText}) {
         EXPECT_FALSE(Unprotect(tstrBad)) << ToUtf8(tstrBad);
     }
     EXPECT_TRUE(m_clear.value.empty());
@@ -259,6 +259,7 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
     const std::string strShipped = Document("<A>a</A><ProxySettings><Port>3128</Port></ProxySettings>");
     const std::tuple<std::string, DWORD, const char*> rows[] = {
         // clang-format off
+        {Document("<A>a</A>"), 0, "{'/A':'a','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
         {Document("<B>b</B>"), 0, "{'/A':null,'/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
         {Document("<A type='int'>x</A>"), kRefused,
          "{'/A':'','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
