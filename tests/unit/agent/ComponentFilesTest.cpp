@@ -1,7 +1,6 @@
 #include "agent/ComponentFiles.h"
 
 #include "agent/QorDeployAgent.h"
-#include "common/KzComn_Process.h"
 #include "support/watch/SystemWatch.h"
 #include "unit/agent/AgentFixture.h"
 
@@ -37,41 +36,40 @@ protected:
 
 }  // namespace
 
-TEST_F(ComponentFilesTest, EveryFolderOfBothPackagesGoesToItsPlaceInTheStepsOrder)
+// Where every folder of the packages goes is shown on a whole machine.
+TEST_F(ComponentFilesTest, PackagesGoToTheirPlacesInTheStepsOrderWithoutInstructionsToo)
 {
-    const std::wstring tstrPackage = kProduct + L"64bit\\c21t2103v0.0.0l1p1r1o1\\";
-    const std::wstring tstrAppData = Process::CommonAppDataFolder() + L"Kazmere\\KZVLT\\Engine\\Preload\\";
-    const std::tuple<std::wstring, std::wstring, bool> rows[] = {
-        // clang-format off
-        {tstrPackage, L"", false}, {kProduct + L"Engine\\Preload\\", tstrAppData, false},
-        {kProduct + L"Share\\Engine\\", L"", false}, {kProduct + L"Share\\Patterns\\", L"Patterns\\", false},
-        {kProduct + L"Share\\7-Zip\\", L"", true}, {kProduct + L"Share\\QorFirefoxExt\\", L"QorFirefoxExt\\", true},
-        {kProduct + L"Share\\QorNativeMessaging\\", L"QorNativeMessaging\\", false},
-        {kProduct + L"Share\\QorIEExt\\", L"", false}, {kProduct + L"Share\\UI\\", L"", false},
-        {kProduct + L"Share\\Resource\\", L"Resource\\", true}, {kProduct + L"Share\\Task\\", L"Task\\", true},
-        {kProduct + L"Share\\Setting\\", L"", true}, {kResource, L"Resource\\", true}};  // clang-format on
-    std::vector<std::wstring> expected;
-    for (const auto& [tstrFolder, tstrDestination, bRecurse] : rows) {
-        for (const wchar_t* szName : {L"f", L"sub\\g"}) {
-            m_install.Write(tstrFolder + szName, "x");
-            if (*szName == L'f' || bRecurse)
-                expected.push_back(tstrFolder + szName + L" > " + tstrDestination + szName);
-        }
+    const std::wstring tstrPackage = kProduct + L"64bit\\c21t2103v0.0.0l1p1r1o1\\", tstrShare = kProduct + L"Share\\";
+    for (const std::wstring& tstrName : {kResource + L"f", tstrShare + L"Setting\\f", tstrShare + L"Resource\\sub\\f",
+                                         tstrShare + L"UI\\f", tstrShare + L"UI\\sub\\f", tstrPackage + L"f"}) {
+        m_install.Write(tstrName, "");
     }
     m_install.Write(tstrPackage + L"Driver\\k.sys", "new");
     m_install.Write(L"Driver\\k.sys", "old");
-
     FrameworkDeployAgent agent;
+    agent.DoPreAction();
     EXPECT_TRUE(agent.DoDeploy());
-    std::vector<std::wstring> moves = Moves();
-    moves.resize(std::max(moves.size(), expected.size()));
-    expected.resize(moves.size());
-    const auto [itMove, itExpected] = std::mismatch(moves.begin(), moves.end(), expected.begin());
-    EXPECT_EQ(itMove == moves.end() ? L"" : *itMove, itMove == moves.end() ? L"" : *itExpected)
-        << "the first to differ";
+    agent.DoPostAction();
+    const auto resource = EndsWith(L"l1p-1r1o1\\f > Resource\\f");
+    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L"l1p1r1o1\\f > f"), EndsWith(L"UI\\f > f"),
+                                     EndsWith(L" > Resource\\sub\\f"), EndsWith(L"Setting\\f > f"), resource));
     EXPECT_EQ(m_install.Read(L"Driver\\k.sys"), "new");
     EXPECT_EQ(CountTraced(StartsWith("!!! Failed to do file copy. dest='C:\\k.sys', src='")), 1)
         << "outside the sandbox it is refused";
+
+    std::vector<std::string> lines = m_trace.Messages();
+    std::erase_if(lines, [](const std::string& strLine) { return !strLine.ends_with("failed. [0x00000002]"); });
+    const std::string strLine = "!!! *** FrameworkDeployAgent::";
+    EXPECT_THAT(lines, ElementsAre(StartsWith(strLine + "CreateDirBeforeReboot() - QueryValue "),
+                                   StartsWith(strLine + "PatchRegistry() - QueryValue "),
+                                   StartsWith(strLine + "MergeConfig() - QueryValue(QOR_CONFIG_MERGE) "),
+                                   StartsWith(strLine + "ModifyUpdateInfo() - QueryValue "),
+                                   StartsWith(strLine + "RemoveFileAfterReboot() - QueryValue "),
+                                   StartsWith(strLine + "PostRunScript() - QueryValue ")));
+    std::filesystem::remove_all(m_install.PathOf(kProduct));
+    EXPECT_TRUE(agent.DoDeploy());
+    EXPECT_THAT(Moves(), ElementsAre(resource)) << "without the other package";
+    EXPECT_EQ(CountTraced(HasSubstr("[Enter] FrameworkDeployAgent::DeployProgramPackage()")), 1);
 }
 
 TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
@@ -177,27 +175,4 @@ TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeplo
         << "without settings none are copied";
     WriteProduct(L"ProductPath", L"");
     EXPECT_TRUE(agent.DoDeploy()) << "nothing is known, and nothing held";
-}
-
-TEST_F(ComponentFilesTest, WithoutInstructionsOrAPackageTheRestOfTheRunIsDone)
-{
-    m_install.Write(kProduct + L"Share\\Setting\\s", "");
-    m_install.Write(kResource + L"r", "");
-    FrameworkDeployAgent agent;
-    agent.DoPreAction();
-    agent.DoDeploy();
-    agent.DoPostAction();
-    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L"Setting\\s > s"), EndsWith(L" > Resource\\r")));
-    std::vector<std::string> lines = m_trace.Messages();
-    std::erase_if(lines, [](const std::string& strLine) { return !strLine.ends_with("failed. [0x00000002]"); });
-    const std::string strLine = "!!! *** FrameworkDeployAgent::";
-    EXPECT_THAT(lines, ElementsAre(StartsWith(strLine + "CreateDirBeforeReboot() - QueryValue "),
-                                   StartsWith(strLine + "PatchRegistry() - QueryValue "),
-                                   StartsWith(strLine + "MergeConfig() - QueryValue(QOR_CONFIG_MERGE) "),
-                                   StartsWith(strLine + "ModifyUpdateInfo() - QueryValue "),
-                                   StartsWith(strLine + "RemoveFileAfterReboot() - QueryValue "),
-                                   StartsWith(strLine + "PostRunScript() - QueryValue ")));
-    std::filesystem::remove_all(m_install.PathOf(kProduct));
-    EXPECT_TRUE(agent.DoDeploy());
-    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L" > Resource\\r")));
 }
