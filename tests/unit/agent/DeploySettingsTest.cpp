@@ -61,8 +61,8 @@ TEST_F(DeploySettingsTest, TheUpdateInformationIsChangedWhereItWillBeDeployedFro
         EXPECT_TRUE(PrepareSettings(m_paths));
         EXPECT_EQ(ValueIn(kSetting + L"UpdateInfo.ini"), szBroughtAfter);
         EXPECT_EQ(ValueIn(L"UpdateInfo.ini"), szInstalledAfter);
-        EXPECT_EQ(CountTraced("!!! Failed to copy UpdateInfo.ini to iUD download source folder, error code is " +
-                              strCode + ". Modify installed one."),
+        const std::string strFailed = "!!! Failed to copy UpdateInfo.ini to iUD download source folder, error code is ";
+        EXPECT_EQ(CountTraced(AllOf(StartsWith(strFailed + strCode), EndsWith(". Modify installed one."))),
                   strCode.empty() ? 0 : 1);
         const std::wstring tstrTarget = (*szInstalledAfter == 'n' ? L"" : kSetting) + L"UpdateInfo.ini";
         EXPECT_EQ(CountTraced(".w. [Enter] DeployVersion(" + m_strInstall + String::ToUtf8(tstrTarget) + ")"), 1);

@@ -110,8 +110,9 @@ TEST_F(NewNameTest, TheDecisionReadsMarkerLanguageAndBuildExactly)
         WriteProduct(L"{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}", szMarker);
         WriteProduct(L"Language", szLanguage);
         WriteProduct(L"Version", szVersion);
+        SCOPED_TRACE(String::ToUtf8(std::wstring(szMarker) + L" " + szLanguage + L" " + szVersion));
         EXPECT_EQ(bApplied, CheckIfNewProdNameApplied());
-        EXPECT_EQ(bNeeded, NeedToApplyNewName()) << szVersion;
+        EXPECT_EQ(bNeeded, NeedToApplyNewName());
     }
     TagNewProdNameApplied();
     EXPECT_TRUE(CheckIfNewProdNameApplied());

@@ -52,7 +52,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"3", L"ProfileImagePath", RawText(L"D:\\b\\"));
     for (const auto& [szFolder, folders] : rows) {
         SetLogFolder(L"Protected", szFolder);
-        EXPECT_EQ(m_paths.ProtectedLogDirs(), folders);
+        EXPECT_EQ(m_paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);
         EXPECT_EQ(Expand(L"{ProtectedLogDir}"), folders.front());
     }
 }

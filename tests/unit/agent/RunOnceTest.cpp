@@ -18,6 +18,7 @@ TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpa
         WriteProduct(L"KeystrokeBlackList", bAffected ? L"1" : L"yes");
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunOnce);
         m_trace.Clear();
+        SCOPED_TRACE(bAffected ? "affected" : "not affected");
         PostRunScript(m_paths);
         if (bAffected) expected.erase(L"cmd ");
         EXPECT_EQ(RunOnceCommands(), expected);

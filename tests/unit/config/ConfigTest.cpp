@@ -35,9 +35,13 @@ protected:
     ConfigTest()
     {
         WriteProduct(L"ProductPath", m_install.Path());
+        StartSession();
+        EXPECT_TRUE(m_protection.Open(Config::kStoreKey, m_dwError));
+    }
+    void StartSession()
+    {
         EXPECT_EQ(m_provider.PreInitialize(), 0U);
         EXPECT_EQ(m_provider.Initialize(), 0U);
-        EXPECT_TRUE(m_protection.Open(Config::kStoreKey, m_dwError));
     }
     [[nodiscard]] std::wstring Protected(const std::wstring& tstrClear, const wchar_t* szPath = L"/P")
     {
@@ -109,9 +113,13 @@ TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
         EXPECT_FALSE(Unprotect(tstrChanged)) << uAt;
         EXPECT_EQ(m_dwError, 0xC000A002) << "the tag does not match";
     }
-    for (const std::wstring& tstrBad :
-         {tstrText.substr(6), tstrText.substr(0, 22), std::wstring(L"2:"), L"3:" + tstrText}) {
+    const std::pair<std::wstring, DWORD> rows[] = {{tstrText.substr(6), 0xC000A002},
+                                                   {tstrText.substr(0, 22), ERROR_INVALID_DATA},
+                                                   {L"2:", ERROR_INVALID_DATA},
+                                                   {L"3:" + tstrText, ERROR_INVALID_DATA}};
+    for (const auto& [tstrBad, dwError] : rows) {
         EXPECT_FALSE(Unprotect(tstrBad)) << ToUtf8(tstrBad);
+        EXPECT_EQ(m_dwError, dwError) << ToUtf8(tstrBad);
     }
     EXPECT_TRUE(m_clear.value.empty());
 }
@@ -241,6 +249,7 @@ TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
         m_trace.Clear();
         Json::Value data = FromText("{'/ProxySettings/Password':'','/ProxySettings/P':''}");
         EXPECT_EQ(Send(kQuery, Document("<ProxySettings>" + strInstalled + "</ProxySettings>"), data), 0U);
+        EXPECT_THAT(data["/ProxySettings/Password"].asString(), StartsWith("{protected}2:"));
         EXPECT_EQ(Send(kWrite, Document("<ProxySettings>" + std::string(szShipped) + "</ProxySettings>"), data), 0U);
         EXPECT_THAT(Target(), AllOf(HasSubstr(szWritten), Not(HasSubstr("hunter2"))));
         const auto traced = HasSubstr("[/ProxySettings/Password] is not protected");
@@ -248,7 +257,6 @@ TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
         EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
         EXPECT_EQ(Send(kQuery, Target(), data), 0U);
         const std::wstring tstrPassword = KzCommon::String::FromAnsi(data["/ProxySettings/Password"].asString());
-        EXPECT_TRUE(tstrPassword.starts_with(L"{protected}2:"));
         EXPECT_TRUE(Unprotect(tstrPassword.substr(11), L"/ProxySettings/Password"));
         EXPECT_EQ(m_clear.value, L"hunter2");
     }
@@ -272,6 +280,11 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
         EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
         EXPECT_EQ(Target(), strShipped) << strInstalled;
     }
+    m_provider.Uninitialize();
+    StartSession();
+    Json::Value data = FromText("{'/A':'b'}");
+    EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
+    EXPECT_THAT(Target(), HasSubstr("<A>b</A>")) << "without a query in the session";
 }
 
 TEST_F(ConfigTest, WhatCannotBeDoneIsAFailureCodeAndLeavesTheFile)
