@@ -48,7 +48,8 @@ protected:
         while (::RegEnumValueW(key.Get(), static_cast<DWORD>(commands.size()), szName, &cchName, nullptr, nullptr,
                                reinterpret_cast<BYTE*>(szData), &cbData) == ERROR_SUCCESS) {
             commands.insert(szData);
-            cchName = 64, cbData = sizeof szData;
+            cchName = 64;
+            cbData = sizeof szData;
         }
         return commands;
     }
