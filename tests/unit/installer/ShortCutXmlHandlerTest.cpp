@@ -243,7 +243,7 @@ TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOt
         {
             SystemWatch watch(m_shell.Path());
             watch.m_tstrLink = L"Away";
-            EXPECT_TRUE(Remove(Describe("", InFolder(strName, Link("A")))));
+            EXPECT_TRUE(Remove(Describe("", InFolder("C:", "") + InFolder(strName, Link("A")))));
         }
         EXPECT_EQ(strLeft, Found());
         EXPECT_TRUE(fs::is_directory(m_shell.PathOf(L"M")));
