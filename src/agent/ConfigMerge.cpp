@@ -118,20 +118,13 @@ bool CarryOver(const std::wstring& tstrFolder)
     return bCollected && !Config::IsFailure(dwQueried) && !Config::IsFailure(dwWritten);
 }
 
-/// Gives a file a second name, in place of a file that has it. This needs no room and no leave to read, so that it
-/// works on a full drive and for a file that others hold, and the content stays when the first name goes to another
-/// file.
+/// Gives a file a second name. This needs no room and no leave to read, so that it works on a full drive and for a file
+/// that others hold, and the content stays when the first name goes to another file.
 bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD& dwError)
 {
-    MakeWritable(tstrName);
-    // Straight to its name: a link to a file that others hold cannot be moved.
-    const std::wstring tstrAside = tstrName + L".aside";
-    const bool bAside = ::MoveFileExW(tstrName.c_str(), tstrAside.c_str(), MOVEFILE_REPLACE_EXISTING);
-    const bool bOk = ::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr);
-    if (!bOk) dwError = ::GetLastError();
-    if (bAside && bOk) ::DeleteFileW(tstrAside.c_str());
-    if (bAside && !bOk) ::MoveFileExW(tstrAside.c_str(), tstrName.c_str(), 0);
-    return bOk;
+    if (::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr)) return true;
+    dwError = ::GetLastError();
+    return false;
 }
 
 bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)

@@ -10,16 +10,7 @@
 namespace {
 
 unsigned s_cJudged = 0;
-
-struct {
-    Judge judge;  // empty: nothing is watched
-    Fault fault;
-    std::wstring tstrSandbox, tstrMountPoint, tstrLink;
-    std::vector<DelayedMove> moves;
-    std::vector<std::wstring> questions;
-} s_watch;
-
-enum class Reach { eSandbox, eAnywhere, eNowhere };
+const SystemWatch* s_pWatch = nullptr;
 
 bool IsInSandbox(const wchar_t* szPlace)
 {
@@ -27,30 +18,22 @@ bool IsInSandbox(const wchar_t* szPlace)
     ::GetFullPathNameW(szPlace, 1024, szFull, nullptr);
     std::wstring_view tstrFull = szFull;
     if (tstrFull.starts_with(L"\\\\?\\")) tstrFull.remove_prefix(4);
-    return tstrFull.starts_with(s_watch.tstrSandbox);
-}
-
-/// Whether a call is allowed; if not, its code in `dwCode`.
-bool IsAllowed(std::string_view strCall, const wchar_t* szPlace, DWORD& dwCode)
-{
-    ++s_cJudged;
-    const Judge judge = std::exchange(s_watch.judge, nullptr);  // what the judge itself does is not watched
-    const bool bAllowed = judge(strCall, szPlace);
-    EXPECT_TRUE(bAllowed) << strCall << " goes to " << KzCommon::String::ToUtf8(szPlace);
-    dwCode = !bAllowed ? ERROR_ACCESS_DENIED : s_watch.fault ? s_watch.fault(strCall, szPlace) : ERROR_SUCCESS;
-    s_watch.judge = judge;
-    return dwCode == ERROR_SUCCESS;
+    return tstrFull.starts_with(s_pWatch->m_tstrSandbox);
 }
 
 /// Whether a call may go through to the system; if not, the last error is its code.
-bool MayPass(std::string_view strCall, const wchar_t* szPlace, Reach eReach)
+bool MayPass(std::string_view strCall, const wchar_t* szPlace, bool bAnywhere = false)
 {
-    if (!s_watch.judge || !szPlace) return true;
-    DWORD dwCode = ERROR_SUCCESS;
-    const bool bAllowed = IsAllowed(strCall, szPlace, dwCode);
-    if (bAllowed && (eReach == Reach::eAnywhere || (eReach == Reach::eSandbox && IsInSandbox(szPlace)))) return true;
-    ::SetLastError(bAllowed ? ERROR_ACCESS_DENIED : dwCode);
-    return false;
+    if (!s_pWatch || !szPlace) return true;
+    ++s_cJudged;
+    const SystemWatch* const pWatch = std::exchange(s_pWatch, nullptr);  // what the judge itself does is not watched
+    const bool bAllowed = pWatch->m_judge(strCall, szPlace);
+    EXPECT_TRUE(bAllowed) << strCall << " goes to " << KzCommon::String::ToUtf8(szPlace);
+    DWORD dwCode = bAllowed ? pWatch->m_fault(strCall, szPlace) : DWORD{ERROR_ACCESS_DENIED};
+    s_pWatch = pWatch;
+    if (dwCode == ERROR_SUCCESS && !bAnywhere && !IsInSandbox(szPlace)) dwCode = ERROR_ACCESS_DENIED;
+    if (dwCode != ERROR_SUCCESS) ::SetLastError(dwCode);
+    return dwCode == ERROR_SUCCESS;
 }
 
 template <class Function>
@@ -65,9 +48,9 @@ Function Real(const char* szName)
 
 bool IsLinkName(std::wstring_view tstrPath)
 {
-    if (!s_watch.judge || s_watch.tstrLink.empty()) return false;
+    if (!s_pWatch || s_pWatch->m_tstrLink.empty()) return false;
     while (tstrPath.ends_with(L'\\')) tstrPath.remove_suffix(1);
-    return tstrPath.substr(tstrPath.find_last_of(L'\\') + 1) == s_watch.tstrLink;
+    return tstrPath.substr(tstrPath.find_last_of(L'\\') + 1) == s_pWatch->m_tstrLink;
 }
 
 void MarkLink(WIN32_FIND_DATAW* pData)
@@ -79,136 +62,105 @@ void MarkLink(WIN32_FIND_DATAW* pData)
 
 }  // namespace
 
-// Puts a function in the place of an imported one.
-#define IMPORT(Name, Function)                   \
-    extern "C" decltype(&Function) __imp_##Name; \
-    decltype(&Function) __imp_##Name = &Function;
+// Puts the function that follows in the place of an imported one.
+#define REPLACED(Name, Result, Parameters)           \
+    static Result WINAPI Watched##Name Parameters;   \
+    extern "C" decltype(&::Name) __imp_##Name;       \
+    decltype(&::Name) __imp_##Name = &Watched##Name; \
+    static Result WINAPI Watched##Name Parameters
 
-// One watched function: its parameters, the arguments that it is passed on with, the place that it is about, how far it
-// may reach, and what it answers otherwise.
-#define WATCHED(Name, Result, Parameters, Arguments, szPlace, eReach, Refused) \
-    static Result WINAPI Watched##Name Parameters                              \
-    {                                                                          \
-        static const auto s_pfn = Real<decltype(&::Name)>(#Name);              \
-        return MayPass(#Name, szPlace, eReach) ? s_pfn Arguments : Refused;    \
-    }                                                                          \
-    IMPORT(Name, Watched##Name)
+// The system's function.
+#define REAL(Name)                                                \
+    ([] {                                                         \
+        static const auto s_pfn = Real<decltype(&::Name)>(#Name); \
+        return s_pfn;                                             \
+    }())
+
+// One watched function: its parameters, the arguments that it is passed on with, the place that it is about, whether it
+// may reach beyond the sandbox, and what it answers otherwise.
+#define WATCHED(Name, Result, Parameters, Arguments, szPlace, bAnywhere, Refused)   \
+    REPLACED(Name, Result, Parameters)                                              \
+    {                                                                               \
+        return MayPass(#Name, szPlace, bAnywhere) ? REAL(Name) Arguments : Refused; \
+    }
 
 // clang-format off
-WATCHED(CreateDirectoryW, BOOL, (LPCWSTR sz, LPSECURITY_ATTRIBUTES p), (sz, p), sz, Reach::eSandbox, FALSE)
-WATCHED(RemoveDirectoryW, BOOL, (LPCWSTR sz), (sz), sz, Reach::eSandbox, FALSE)
-WATCHED(DeleteFileW, BOOL, (LPCWSTR sz), (sz), sz, Reach::eSandbox, FALSE)
-WATCHED(SetFileAttributesW, BOOL, (LPCWSTR sz, DWORD dw), (sz, dw), sz, Reach::eSandbox, FALSE)
-WATCHED(CopyFileW, BOOL, (LPCWSTR szFrom, LPCWSTR sz, BOOL b), (szFrom, sz, b), sz, Reach::eSandbox, FALSE)
-WATCHED(CreateHardLinkW, BOOL, (LPCWSTR sz, LPCWSTR szFrom, LPSECURITY_ATTRIBUTES p), (sz, szFrom, p), sz, Reach::eSandbox, FALSE)
-WATCHED(WritePrivateProfileStringW, BOOL, (LPCWSTR s, LPCWSTR k, LPCWSTR v, LPCWSTR sz), (s, k, v, sz), sz, Reach::eSandbox, FALSE)
+WATCHED(CreateDirectoryW, BOOL, (LPCWSTR sz, LPSECURITY_ATTRIBUTES p), (sz, p), sz, false, FALSE)
+WATCHED(RemoveDirectoryW, BOOL, (LPCWSTR sz), (sz), sz, false, FALSE)
+WATCHED(DeleteFileW, BOOL, (LPCWSTR sz), (sz), sz, false, FALSE)
+WATCHED(SetFileAttributesW, BOOL, (LPCWSTR sz, DWORD dw), (sz, dw), sz, false, FALSE)
+WATCHED(CopyFileW, BOOL, (LPCWSTR szFrom, LPCWSTR sz, BOOL b), (szFrom, sz, b), sz, false, FALSE)
+WATCHED(CreateHardLinkW, BOOL, (LPCWSTR sz, LPCWSTR szFrom, LPSECURITY_ATTRIBUTES p), (sz, szFrom, p), sz, false, FALSE)
+WATCHED(WritePrivateProfileStringW, BOOL, (LPCWSTR s, LPCWSTR k, LPCWSTR v, LPCWSTR sz), (s, k, v, sz), sz, false, FALSE)
 WATCHED(CreateFileW, HANDLE, (LPCWSTR sz, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES p, DWORD c, DWORD f, HANDLE h), (sz, a, s, p, c, f, h),
-        a & (GENERIC_WRITE | DELETE) ? sz : nullptr, Reach::eSandbox, INVALID_HANDLE_VALUE)
+        a & (GENERIC_WRITE | DELETE) ? sz : nullptr, false, INVALID_HANDLE_VALUE)
 WATCHED(RegCreateKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD r, LPWSTR c, DWORD o, REGSAM a, const LPSECURITY_ATTRIBUTES p, PHKEY k, LPDWORD d),
-        (h, sz, r, c, o, a, p, k, d), sz, Reach::eAnywhere, ERROR_ACCESS_DENIED)
+        (h, sz, r, c, o, a, p, k, d), sz, true, ERROR_ACCESS_DENIED)
 WATCHED(RegOpenKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD o, REGSAM a, PHKEY k), (h, sz, o, a, k), a & (DELETE | KEY_SET_VALUE) ? sz : nullptr,
-        Reach::eAnywhere, ERROR_ACCESS_DENIED)
+        true, ERROR_ACCESS_DENIED)
 // clang-format on
 
-static BOOL WINAPI WatchedMoveFileExW(LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags)
+REPLACED(MoveFileExW, BOOL, (LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags))
 {
-    static const auto s_pfn = Real<decltype(&::MoveFileExW)>("MoveFileExW");
-    const bool bDelayed = s_watch.judge && (dwFlags & MOVEFILE_DELAY_UNTIL_REBOOT);
-    const Reach eReach = bDelayed ? Reach::eAnywhere : Reach::eSandbox;
-    if (!MayPass("MoveFileExW", szTo ? szTo : szFrom, eReach)) return FALSE;
-    if (szTo && !MayPass("MoveFileExW source", szFrom, eReach)) return FALSE;
-    if (!bDelayed) return s_pfn(szFrom, szTo, dwFlags);
-    s_watch.moves.push_back({szFrom, szTo ? szTo : L""});
+    const bool bDelayed = s_pWatch && (dwFlags & MOVEFILE_DELAY_UNTIL_REBOOT);
+    if (!MayPass("MoveFileExW", szTo ? szTo : szFrom, bDelayed)) return FALSE;
+    if (szTo && !MayPass("MoveFileExW source", szFrom, bDelayed)) return FALSE;
+    if (!bDelayed) return REAL(MoveFileExW)(szFrom, szTo, dwFlags);
+    std::wstring& tstrMove = s_pWatch->m_moves.emplace_back(szFrom + std::wstring(L" > ") + (szTo ? szTo : L""));
+    KzCommon::String::ReplaceAll(tstrMove, s_pWatch->m_tstrSandbox, L"");
     return TRUE;
 }
-IMPORT(MoveFileExW, WatchedMoveFileExW)
 
-static BOOL WINAPI WatchedGetVolumePathNameW(LPCWSTR sz, LPWSTR szMount, DWORD cch)
+REPLACED(GetVolumePathNameW, BOOL, (LPCWSTR sz, LPWSTR szMount, DWORD cch))
 {
-    static const auto s_pfn = Real<decltype(&::GetVolumePathNameW)>("GetVolumePathNameW");
-    if (!s_watch.judge) return s_pfn(sz, szMount, cch);
-    s_watch.questions.emplace_back(sz);
-    const DWORD dwCode = s_watch.fault ? s_watch.fault("GetVolumePathNameW", sz) : ERROR_SUCCESS;
-    ::SetLastError(dwCode);
-    if (dwCode != ERROR_SUCCESS) return FALSE;
-    if (s_watch.tstrMountPoint.empty()) return s_pfn(sz, szMount, cch);
-    szMount[s_watch.tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
+    if (!s_pWatch) return REAL(GetVolumePathNameW)(sz, szMount, cch);
+    s_pWatch->m_volumeQuestions.emplace_back(sz);
+    ::SetLastError(s_pWatch->m_fault("GetVolumePathNameW", sz));
+    if (::GetLastError() != ERROR_SUCCESS) return FALSE;
+    if (s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
+    szMount[s_pWatch->m_tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
     return TRUE;
 }
-IMPORT(GetVolumePathNameW, WatchedGetVolumePathNameW)
 
-static HANDLE WINAPI WatchedFindFirstFileW(LPCWSTR sz, LPWIN32_FIND_DATAW pData)
+REPLACED(FindFirstFileW, HANDLE, (LPCWSTR sz, LPWIN32_FIND_DATAW pData))
 {
-    static const auto s_pfn = Real<decltype(&::FindFirstFileW)>("FindFirstFileW");
-    if (!MayPass("FindFirstFileW", sz, Reach::eSandbox)) return INVALID_HANDLE_VALUE;
-    const HANDLE hFind = s_pfn(sz, pData);
+    if (!MayPass("FindFirstFileW", sz)) return INVALID_HANDLE_VALUE;
+    const HANDLE hFind = REAL(FindFirstFileW)(sz, pData);
     if (hFind != INVALID_HANDLE_VALUE) MarkLink(pData);
     return hFind;
 }
-IMPORT(FindFirstFileW, WatchedFindFirstFileW)
 
-static BOOL WINAPI WatchedFindNextFileW(HANDLE hFind, LPWIN32_FIND_DATAW pData)
+REPLACED(FindNextFileW, BOOL, (HANDLE hFind, LPWIN32_FIND_DATAW pData))
 {
-    static const auto s_pfn = Real<decltype(&::FindNextFileW)>("FindNextFileW");
-    if (!s_pfn(hFind, pData)) return FALSE;
+    if (!REAL(FindNextFileW)(hFind, pData)) return FALSE;
     MarkLink(pData);
     return TRUE;
 }
-IMPORT(FindNextFileW, WatchedFindNextFileW)
 
-static DWORD WINAPI WatchedGetFileAttributesW(LPCWSTR sz)
+REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
 {
-    static const auto s_pfn = Real<decltype(&::GetFileAttributesW)>("GetFileAttributesW");
-    const DWORD dwAttributes = s_pfn(sz);
+    const DWORD dwAttributes = REAL(GetFileAttributesW)(sz);
     const bool bLink = dwAttributes != INVALID_FILE_ATTRIBUTES && IsLinkName(sz);
     return bLink ? dwAttributes | FILE_ATTRIBUTE_REPARSE_POINT : dwAttributes;
 }
-IMPORT(GetFileAttributesW, WatchedGetFileAttributesW)
 
-static BOOL WINAPI WatchedSHGetPathFromIDListW(PCIDLIST_ABSOLUTE pidl, LPWSTR szPath)
+REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
 {
-    static const auto s_pfn = Real<decltype(&::SHGetPathFromIDListW)>("SHGetPathFromIDListW");
-    if (!s_watch.judge) return s_pfn(pidl, szPath);
-    szPath[(s_watch.tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';
+    const BOOL bDone = REAL(SHGetPathFromIDListW)(pidl, szPath);
+    if (!s_pWatch || IsInSandbox(szPath)) return bDone;
+    szPath[(s_pWatch->m_tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';
     return TRUE;
 }
-IMPORT(SHGetPathFromIDListW, WatchedSHGetPathFromIDListW)
 
-SystemWatch::SystemWatch(const std::wstring& tstrSandbox, const Judge& judge)
+SystemWatch::SystemWatch(const std::wstring& tstrSandbox, Judge judge)
+    : m_tstrSandbox(tstrSandbox), m_judge(std::move(judge))
 {
-    s_watch = {};
-    s_watch.tstrSandbox = tstrSandbox;
-    s_watch.judge = judge;
+    s_pWatch = this;
 }
 
 SystemWatch::~SystemWatch()
 {
-    s_watch = {};
-}
-
-void SystemWatch::SetFault(const Fault& fault) const
-{
-    s_watch.fault = fault;
-}
-
-void SystemWatch::SetMountPoint(const std::wstring& tstrMountPoint) const
-{
-    s_watch.tstrMountPoint = tstrMountPoint;
-}
-
-void SystemWatch::SetLink(const std::wstring& tstrName) const
-{
-    s_watch.tstrLink = tstrName;
-}
-
-const std::vector<DelayedMove>& SystemWatch::DelayedMoves() const noexcept
-{
-    return s_watch.moves;
-}
-
-const std::vector<std::wstring>& SystemWatch::VolumeQuestions() const noexcept
-{
-    return s_watch.questions;
+    s_pWatch = nullptr;
 }
 
 unsigned CountJudged() noexcept

@@ -16,36 +16,31 @@ using Judge = std::function<bool(std::string_view strCall, const std::wstring& t
 /// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass.
 using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
 
-/// A delayed move that the system has not been told of; a deletion has no destination.
-struct DelayedMove {
-    std::wstring tstrSource;
-    std::wstring tstrDestination;
-    bool operator==(const DelayedMove&) const = default;
-};
-
 /// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that
 /// it is linked into: it stands in the place of the import table. A call that the judge refuses fails the test. No call
-/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell is the
-/// sandbox's folder "Shell". One at a time; without one every call passes.
+/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell that
+/// lies outside is the sandbox's folder "Shell". One at a time; without one every call passes.
 class SystemWatch {
 public:
     explicit SystemWatch(
-        const std::wstring& tstrSandbox, const Judge& judge = [](auto&&...) { return true; });
+        const std::wstring& tstrSandbox, Judge judge = [](auto&&...) { return true; });
     SystemWatch(const SystemWatch&) = delete;
     SystemWatch& operator=(const SystemWatch&) = delete;
     ~SystemWatch();
 
-    /// Makes calls fail that the judge has allowed.
-    void SetFault(const Fault& fault) const;
-    /// What the system says of the volume of every folder; empty for the truth.
-    void SetMountPoint(const std::wstring& tstrMountPoint) const;
-    /// Every folder of this name is a symbolic link.
-    void SetLink(const std::wstring& tstrName) const;
+    const std::wstring m_tstrSandbox;
+    const Judge m_judge;
+    Fault m_fault = [](auto&&...) {
+        return ERROR_SUCCESS;
+    };                              // makes calls fail that the judge has allowed
+    std::wstring m_tstrMountPoint;  // what the system says of the volume of every folder; empty for the truth
+    std::wstring m_tstrLink;        // every folder of this name is a symbolic link
 
-    /// The delayed moves in the order in which they were asked for.
-    [[nodiscard]] const std::vector<DelayedMove>& DelayedMoves() const noexcept;
-    /// The paths whose volume was asked for.
-    [[nodiscard]] const std::vector<std::wstring>& VolumeQuestions() const noexcept;
+    // The delayed moves and deletions that the system has not been told of, in the order in which they were asked for:
+    // "source > destination", the sandbox folder left out.
+    mutable std::vector<std::wstring> m_moves;
+    // The paths whose volume was asked for.
+    mutable std::vector<std::wstring> m_volumeQuestions;
 };
 
 /// How many calls have been judged in all.

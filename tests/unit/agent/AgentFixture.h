@@ -2,11 +2,15 @@
 #pragma once
 
 #include "agent/PathValues.h"
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <set>
+#include <thread>
 
 using namespace testing;
 
@@ -16,14 +20,43 @@ protected:
 
     void Instruct(const std::string& strLines) const { m_install.Write(L"QorPaFrwk.ini", strLines); }
 
-    /// How many lines of the trace are exactly this one.
-    [[nodiscard]] std::ptrdiff_t CountTraced(const std::string& strLine) const
+    /// How many lines of the trace are like this one.
+    [[nodiscard]] std::ptrdiff_t CountTraced(const Matcher<const std::string&>& line) const
     {
         const std::vector<std::string> messages = m_trace.Messages();
-        return std::count(messages.begin(), messages.end(), strLine);
+        return std::count_if(messages.begin(), messages.end(),
+                             [&](const std::string& strLine) { return line.Matches(strLine); });
+    }
+    /// Opens an installed file so that nobody else can.
+    [[nodiscard]] KzCommon::UniqueFile Hold(const wchar_t* szName) const
+    {
+        return KzCommon::UniqueFile(
+            ::CreateFileW(m_install.PathOf(szName).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    }
+    [[nodiscard]] std::jthread HoldForAMoment(const wchar_t* szName) const
+    {
+        return std::jthread([held = Hold(szName)] { ::Sleep(250); });
+    }
+    /// The commands that are registered to run once; their names are unique.
+    [[nodiscard]] static std::multiset<std::wstring> RunOnceCommands()
+    {
+        std::multiset<std::wstring> commands;
+        KzCommon::UniqueRegistryKey key;
+        ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRunOnce, 0, KEY_READ, key.Receive());
+        wchar_t szName[64], szData[1024];
+        DWORD cchName = 64, cbData = sizeof szData;
+        while (::RegEnumValueW(key.Get(), static_cast<DWORD>(commands.size()), szName, &cchName, nullptr, nullptr,
+                               reinterpret_cast<BYTE*>(szData), &cbData) == ERROR_SUCCESS) {
+            commands.insert(szData);
+            cchName = 64;
+            cbData = sizeof szData;
+        }
+        return commands;
     }
 
+    static constexpr wchar_t kRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
     TempFolder m_install;
+    const std::string m_strInstall = KzCommon::String::ToUtf8(m_install.Path());
     PathValues m_paths;
     RecordedTrace m_trace;
 };

@@ -1,9 +1,7 @@
-#include "common/KzComn_Handle.h"
-#include "unit/agent/AgentFixture.h"
-
 #include "agent/ConfigMerge.h"
 
-#include <thread>
+#include "support/watch/SystemWatch.h"
+#include "unit/agent/AgentFixture.h"
 
 namespace {
 
@@ -16,13 +14,10 @@ const std::string kTags = "[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigra
 class ConfigMergeTest : public AgentTest {
 protected:
     void Merge() { MergeConfig(m_install.PathOf(L"new\\")); }
-    /// Opens a file so that nobody else can.
-    [[nodiscard]] KzCommon::UniqueFile Hold(const wchar_t* szName) const
-    {
-        return KzCommon::UniqueFile(
-            ::CreateFileW(m_install.PathOf(szName).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    }
     [[nodiscard]] std::string Kept() const { return m_install.Read(L"config.previous.xml").value_or("none"); }
+
+    const std::string m_strKept = "!!! *** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [" +
+                                  m_strInstall + "config.previous.xml].";
 };
 
 }  // namespace
@@ -66,11 +61,8 @@ TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndKeepsTheirFileWhereThatFails
         EXPECT_EQ(m_install.Read(L"new\\config.xml").value_or("none"), strAfter);
         EXPECT_EQ(Kept(), strKept);
         EXPECT_EQ(m_install.Read(L"config.xml").value_or(""), strInstalled);
-        EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(szLine)));
-        const auto said = HasSubstr("MergeConfig() - the user's settings ");
-        const auto kept = AllOf(said, StartsWith("!!! *** FrameworkDeployAgent::"), HasSubstr("are kept in ["));
-        EXPECT_THAT(m_trace.Messages(), Contains(said).Times(strKept != "none"));
-        EXPECT_THAT(m_trace.Messages(), Contains(kept).Times(strKept != "none"));
+        EXPECT_GE(CountTraced(StartsWith(szLine)), 1);
+        EXPECT_EQ(CountTraced(m_strKept), strKept != "none");
         const bool bTags = strInstructions.starts_with(kTags);
         EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), bTags ? 2 : 0);
     }
@@ -82,12 +74,8 @@ TEST_F(ConfigMergeTest, AFileThatIsReadOnlyOrHeldForAMomentIsMergedAllTheSame)
     m_install.Write(L"config.xml", kUsers);
     ASSERT_TRUE(::SetFileAttributesW(m_install.Write(L"new\\config.xml", kShipped).c_str(), FILE_ATTRIBUTE_READONLY));
     for (const wchar_t* szHeld : {L"config.xml", L"new\\config.xml"}) {
-        std::thread holder([held = Hold(szHeld)]() mutable {
-            ::Sleep(250);
-            held.Reset();
-        });
+        const std::jthread holder = HoldForAMoment(szHeld);
         Merge();
-        holder.join();
         EXPECT_EQ(m_install.Read(L"new\\config.xml"), kMerged);
         EXPECT_EQ(Kept(), "none");
         m_install.Write(L"new\\config.xml", kShipped);
@@ -100,17 +88,27 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     const std::wstring tstrNew = m_install.Write(L"new\\config.xml", kShipped);
     const std::wstring tstrUsers = m_install.Write(L"config.xml", kUsers);
     m_install.Write(L"config.previous.xml", "older");
-    {
-        const KzCommon::UniqueFile held = Hold(L"config.xml");
+    const auto second = [&] {
+        return m_install.Read(L"config.previous.2.xml").value_or("none");
+    };
+    for (const DWORD dwLinkCode : {ERROR_INVALID_FUNCTION, ERROR_SUCCESS}) {
+        KzCommon::UniqueFile held = Hold(L"config.xml");
+        SystemWatch watch(m_install.Path());
+        watch.m_fault = [&](std::string_view strCall, auto&&...) {
+            return strCall == "CreateHardLinkW" ? dwLinkCode : ERROR_SUCCESS;
+        };
         Merge();
+        held.Reset();
+        EXPECT_EQ(second(), dwLinkCode == ERROR_SUCCESS ? kUsers : "none");
     }
+    EXPECT_EQ(CountTraced(EndsWith("cannot be kept in [" + m_strInstall + "config.previous.2.xml]. [0x00000001]")), 1);
     m_install.Write(L"new\\config.xml", "<r>");
     Merge();  // the same settings once more
     ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
     EXPECT_EQ(m_install.Read(L"config.xml"), "<r>");
+    EXPECT_EQ(second(), kUsers);
     EXPECT_EQ(Kept(), "older");
-    EXPECT_EQ(m_install.Read(L"config.previous.2.xml"), kUsers);
     EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml", L"config.previous.xml",
                                               L"config.xml", L"new\\"));
-    EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr("config.previous.2.xml].")).Times(2));
+    EXPECT_EQ(CountTraced(EndsWith("are kept in [" + m_strInstall + "config.previous.2.xml].")), 2);
 }

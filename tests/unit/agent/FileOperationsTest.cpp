@@ -2,7 +2,6 @@
 
 #include "agent/FileOperations.h"
 
-#include "common/KzComn_Handle.h"
 #include "support/watch/SystemWatch.h"
 
 using FileOperationsTest = AgentTest;
@@ -11,30 +10,42 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
 {
     for (const wchar_t* szName : {L"a.dll", L"b.dll", L"c.dll", L"d.txt", L"f.dll\\e.dll"}) m_install.Write(szName, "");
     ::SetFileAttributesW(m_install.PathOf(L"c.dll").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    const KzCommon::UniqueFile open(
-        ::CreateFileW(m_install.PathOf(L"a.dll").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    PerformFileOperation(m_paths, L"{InstalledDir}*.dll", op_file_delete_now);
+    const KzCommon::UniqueFile held = Hold(L"a.dll");
+    PerformFileOperation(m_paths, L"{InstalledDir}f.dll\\..\\*.dll", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"a.dll", L"d.txt", L"f.dll\\", L"f.dll\\e.dll"));
-    EXPECT_EQ(1, CountTraced("!!! Failed to delete file '" + KzCommon::String::ToUtf8(m_install.Path()) +
-                             "*.dll', error = 32."));
+    EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
 }
 
 TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
 {
     m_install.Write(L"file", "x");
     m_install.MakeFolder(L"there");
-    const std::string strInstall = KzCommon::String::ToUtf8(m_install.Path());
+    m_install.Write(L"Link\\Deep\\f", "");
+    const std::string strNotDeleted = "!!! Failed to delete file '" + m_strInstall;
+    SystemWatch watch(m_install.Path());
+    watch.m_tstrLink = L"Link";
+    const std::wstring tstrLongest = L"C:\\" + std::wstring(257, L'n'), tstrTooLong = tstrLongest + L'n';
     const std::tuple<std::wstring, int, std::string> rows[] = {
         // clang-format off
         {L"", op_dir_add, "!!! PerformFileOperation(tszData==empty || tszData.size()>1023)"},
         {std::wstring(1024, L'x'), op_file_delete, "!!! PerformFileOperation(tszData==empty || tszData.size()>1023)"},
         {L"C:\\x", -1, "!!! PerformFileOperation(op<op_begin_file || op>op_end_file)"},
         {L"C:\\x", 5, "!!! PerformFileOperation(op<op_begin_file || op>op_end_file)"},
-        {L"{InstalledDir}there", op_dir_add, "@@@ Directory '" + strInstall + "there' is already there."},
-        {L"{InstalledDir}file\\f", op_dir_add, "!!! Failed to create directory '" + strInstall + "file\\f', error = "},
-        {L"{InstalledDir}no\\*", op_file_delete, "!!! Failed to delete file '" + strInstall + "no\\*', error = 3."},
-        {L"C:\\" + std::wstring(256, L'n'), op_file_delete_now, "!!! Failed to do _tsplitpath_s(), error code = 111."},
+        {L"{InstalledDir}there", op_dir_add, "@@@ Directory '" + m_strInstall + "there' is already there."},
+        {L"{InstalledDir}file\\f", op_dir_add, "!!! Failed to create directory '" + m_strInstall + "file\\f', error"},
+        {L"{InstalledDir}no\\*", op_file_delete, strNotDeleted + "no\\*', error = 3."},
+        {tstrLongest, op_file_delete_now, "!!! Failed to do _tsplitpath_s(), error code = 111."},
+        {tstrTooLong, op_file_delete, "!!! _MAX_PATH<strPath.length() --> 261. Cnnot do further."},
+        {tstrTooLong, op_file_delete_now, "!!! _MAX_PATH<strPath.length() --> 261. Cannot do further."},
+        {L"{InstalledDir}no", op_dir_delete, "!!! No files under directory '" + m_strInstall + "no'"},
+        {L"{InstalledDir}*.no", op_file_delete_now, strNotDeleted + "*.no', error = 2."},
         {L"*.*", op_file_delete_now, "!!! Failed to delete file '*.*', error = 161."},
+        // What a link leads to belongs to somebody else.
+        {L"{InstalledDir}Link\\*", op_file_delete, strNotDeleted + "Link\\*', error = 681."},
+        {L"{InstalledDir}Link\\*", op_file_delete_now, strNotDeleted + "Link\\*', error = 681."},
+        {L"{InstalledDir}Link\\Deep\\*", op_file_delete, strNotDeleted + "Link\\Deep\\*', error = 681."},
+        {L"{InstalledDir}Link\\Deep\\*", op_file_delete_now, strNotDeleted + "Link\\Deep\\*', error = 681."},
+        {L"{InstalledDir}Link\\Deep", op_dir_delete, strNotDeleted + "Link\\Deep\\*', error = 681."},
         {L"C:\\", op_dir_delete, "!!! Failed to delete file 'C:\\*', error = 161."},
         {L"new", op_dir_add, "!!! Failed to create directory 'new', error = 161."},
         {L"{InteractiveLogDir}*.log", op_file_delete, "!!! Failed to delete file '*.log', error = 161."}};
@@ -43,9 +54,10 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         SCOPED_TRACE(std::to_string(iOp) + " " + KzCommon::String::ToUtf8(tstrRecord));
         m_trace.Clear();
         PerformFileOperation(m_paths, tstrRecord, iOp);
-        EXPECT_THAT(m_trace.Messages(), Contains(StartsWith(strTraced)));
+        EXPECT_EQ(CountTraced(StartsWith(strTraced)), 1);
     }
-    EXPECT_THAT(m_install.List(), ElementsAre(L"file", L"there\\"));
+    EXPECT_THAT(m_install.List(), ElementsAre(L"Link\\", L"Link\\Deep\\", L"Link\\Deep\\f", L"file", L"there\\"));
+    EXPECT_THAT(watch.m_moves, IsEmpty());
 }
 
 TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
@@ -57,15 +69,13 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
     for (const std::string& strOnly : {strFolders, strFiles}) {
         Instruct(strOnly);
         RemoveFileAfterReboot(m_paths);
-        EXPECT_THAT(watch.DelayedMoves(), IsEmpty()) << strOnly;
+        EXPECT_THAT(watch.m_moves, IsEmpty()) << strOnly;
         EXPECT_EQ(m_install.Read(L"a.x"), "") << strOnly;
     }
-    EXPECT_EQ(2,
-              CountTraced("!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]"));
+    EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]"),
+              2);
     Instruct(strFiles + strFolders);
     RemoveFileAfterReboot(m_paths);
-    const std::wstring tstrOld = m_install.PathOf(L"old");
-    EXPECT_THAT(watch.DelayedMoves(), ElementsAre(DelayedMove{tstrOld + L"\\c", L""}, DelayedMove{tstrOld, L""},
-                                                  DelayedMove{m_install.PathOf(L"b.x"), L""}));
+    EXPECT_THAT(watch.m_moves, ElementsAre(L"old\\c > ", L"old > ", L"b.x > "));
     EXPECT_EQ(m_install.Read(L"a.x"), std::nullopt);
 }

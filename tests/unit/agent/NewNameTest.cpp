@@ -3,7 +3,6 @@
 #include "agent/NewNameDecision.h"
 #include "agent/PostRestartRename.h"
 #include "agent/RestartReminder.h"
-#include "common/Frwk_Utility.h"
 #include "common/KzComn_Process.h"
 
 #include <wtsapi32.h>
@@ -14,25 +13,50 @@ using namespace KzCommon;
 
 namespace {
 
-/// What the message box was asked for, the answer that it gives (0: the call fails), and what became of it.
+constexpr DWORD kShutdownPrivilege = 19;  // the same on every machine
+
+/// What the system answers: console session, the user's answer (0: the question fails), and for each step of a restart
+/// its code, 0 where it succeeds.
+struct Answers {
+    DWORD dwSession = 1, dwAnswer = IDOK, dwToken = 0, dwAdjust = 0, dwExit = 0;
+} s_answers;
+
+/// What it was asked for.
 struct {
     std::wstring tstrTitle, tstrMessage;
-    DWORD dwStyle, dwAnswer;
+    DWORD dwStyle;
+    bool bPrivilege;
     UINT uExitFlags;
-    bool bExitFails;
-    DWORD dwSession;
 } s_asked;
+
+BOOL Answer(DWORD dwError, bool bDone)
+{
+    ::SetLastError(dwError);
+    return bDone;
+}
+
+BOOL WINAPI OpenToken(HANDLE, DWORD, HANDLE* phToken)
+{
+    *phToken = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    return Answer(s_answers.dwToken, s_answers.dwToken == 0);
+}
+
+BOOL WINAPI Adjust(HANDLE, BOOL, TOKEN_PRIVILEGES* pNew, DWORD, TOKEN_PRIVILEGES*, DWORD*)
+{
+    const LUID_AND_ATTRIBUTES& privilege = pNew->Privileges[0];
+    s_asked.bPrivilege = privilege.Luid.LowPart == kShutdownPrivilege && privilege.Attributes == SE_PRIVILEGE_ENABLED;
+    return Answer(s_answers.dwAdjust, s_answers.dwAdjust == 0 || s_answers.dwAdjust == ERROR_NOT_ALL_ASSIGNED);
+}
 
 BOOL WINAPI NoteExit(UINT uFlags, DWORD)
 {
-    s_asked.uExitFlags = uFlags;
-    ::SetLastError(ERROR_SHUTDOWN_IN_PROGRESS);
-    return !s_asked.bExitFails;
+    s_asked.uExitFlags = s_asked.bPrivilege ? uFlags : 0;
+    return Answer(s_answers.dwExit, s_answers.dwExit == 0);
 }
 
 DWORD WINAPI ConsoleSession()
 {
-    return s_asked.dwSession;
+    return s_answers.dwSession;
 }
 
 class NewNameTest : public AgentTest {
@@ -55,18 +79,20 @@ protected:
 
 // The linker takes these instead of the system's.
 extern "C" {
+decltype(&::OpenProcessToken) __imp_OpenProcessToken = &OpenToken;
+decltype(&::AdjustTokenPrivileges) __imp_AdjustTokenPrivileges = &Adjust;
 decltype(&::ExitWindowsEx) __imp_ExitWindowsEx = &NoteExit;
 decltype(&::WTSGetActiveConsoleSessionId) __imp_WTSGetActiveConsoleSessionId = &ConsoleSession;
 
 BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSession, LPWSTR szTitle, DWORD cbTitle, LPWSTR szMessage,
                             DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pdwAnswer, BOOL bWait)
 {
-    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == s_asked.dwSession;
+    const bool bConsole = hServer == WTS_CURRENT_SERVER_HANDLE && dwSession == s_answers.dwSession;
     s_asked.tstrTitle.assign(szTitle, cbTitle / 2);
     s_asked.tstrMessage.assign(szMessage, cbMessage / 2);
     s_asked.dwStyle = bConsole && bWait && dwTimeout == 0 ? dwStyle : 0;
-    *pdwAnswer = s_asked.dwAnswer;
-    return *pdwAnswer != 0;
+    *pdwAnswer = s_answers.dwAnswer;
+    return Answer(ERROR_CTX_WINSTATION_BUSY, *pdwAnswer != 0);
 }
 }
 
@@ -84,8 +110,9 @@ TEST_F(NewNameTest, TheDecisionReadsMarkerLanguageAndBuildExactly)
         WriteProduct(L"{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}", szMarker);
         WriteProduct(L"Language", szLanguage);
         WriteProduct(L"Version", szVersion);
+        SCOPED_TRACE(String::ToUtf8(std::wstring(szMarker) + L" " + szLanguage + L" " + szVersion));
         EXPECT_EQ(bApplied, CheckIfNewProdNameApplied());
-        EXPECT_EQ(bNeeded, NeedToApplyNewName()) << szVersion;
+        EXPECT_EQ(bNeeded, NeedToApplyNewName());
     }
     TagNewProdNameApplied();
     EXPECT_TRUE(CheckIfNewProdNameApplied());
@@ -115,15 +142,9 @@ TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
 
 TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
 {
-    const wchar_t szRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
-    const auto prepare = [&](DWORD cCommands) {
+    const auto prepare = [&](std::size_t uCommands) {
         PreparePostUdActionForNewName();
-        DWORD cValues = 0;
-        UniqueRegistryKey key;
-        EXPECT_EQ(ERROR_SUCCESS, ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, szRunOnce, 0, KEY_READ, key.Receive()));
-        ::RegQueryInfoKeyW(key.Get(), nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &cValues, nullptr, nullptr,
-                           nullptr, nullptr);
-        EXPECT_EQ(cCommands, cValues);
+        EXPECT_EQ(uCommands, RunOnceCommands().count(m_install.PathOf(L"Brevant.exe /ApplyNewName")));
     };
     prepare(1);
     EXPECT_EQ(1, CountTraced("!!! Failed to backup old shortcut configuration. Error code = 2"));
@@ -140,77 +161,73 @@ TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
 
 TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkRestarts)
 {
-    const std::tuple<const char*, const wchar_t*, const wchar_t*, DWORD> rows[] = {
+    const std::string strTexts = "[RestartNotification_DE-DE]\ntext=Titel\ntext=Text! =x\ntext=more\n";
+    const std::string strTitle = "[RestartNotification_DE-DE]\nother=x\ntext=Titel\n";
+    const std::string strNotSet = "!!! *** InstCommon::Utility::SetPrivilege() failed.";
+    // What is shown (nothing while the console changes hands), the flags of the restart, a line of the trace.
+    const std::tuple<std::string, Answers, std::wstring, std::wstring, UINT, std::string> rows[] = {
         // clang-format off
-        {"[RestartNotification_FR-FR]\ntext=F\n", L"Kazmere Keystride", L"You must restart", 0},
-        {"[RestartNotification_DE-DE]\nother=x\ntext=Titel\n", L"Titel", L"You must restart", IDCANCEL},
-        {"[RestartNotification_DE-DE]\ntext=Titel\ntext=Text! =x\ntext=more\n", L"Titel", L"Text! =x", IDOK}};
+        {"[RestartNotification_FR-FR]\ntext=F\n", {1, IDCANCEL}, L"Kazmere Keystride", L"You must restart", 0,
+         "!!! *** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]"},
+        {strTitle, {1, IDCANCEL}, L"Titel", L"You must restart", 0, "@@@ Restart later..."},
+        {strTexts, {1, 0}, L"Titel", L"Text! =x", 0, "!!! *** ::WTSSendMessage() failed. [0x00001b70]"},
+        {strTexts, {0xFFFFFFFF}, L"", L"", 0, "@@@ Restart later..."},
+        {strTexts, {3}, L"Titel", L"Text! =x", EWX_REBOOT, "@@@ To restart system..."},
+        {strTexts, {3, IDOK, ERROR_ACCESS_DENIED}, L"Titel", L"Text! =x", 0,
+         "!!! *** ::OpenProcessToken() failed. [0x00000005]"},
+        {strTexts, {3, IDOK, 0, ERROR_INVALID_HANDLE}, L"Titel", L"Text! =x", 0, strNotSet},
+        // The call succeeds although the token does not hold the privilege.
+        {strTexts, {3, IDOK, 0, ERROR_NOT_ALL_ASSIGNED}, L"Titel", L"Text! =x", 0,
+         "!!! *** ::AdjustTokenPrivileges() failed. [0x00000514]"},
+        {strTexts, {3, IDOK, 0, 0, ERROR_SHUTDOWN_IN_PROGRESS}, L"Titel", L"Text! =x", EWX_REBOOT,
+         "!!! *** ::ExitWindowsEx() failed. [0x0000045b]"}};
     // clang-format on
     WriteProduct(L"Language", L"DE-DE");
-    for (const auto& [szLines, szTitle, szMessageStart, dwAnswer] : rows) {
-        Instruct(szLines);
+    for (const auto& [strLines, answers, tstrTitle, tstrMessageStart, uFlags, strTraced] : rows) {
+        SCOPED_TRACE(strLines + strTraced);
+        Instruct(strLines);
+        m_trace.Clear();
+        s_answers = answers;
         s_asked = {};
-        s_asked.dwAnswer = dwAnswer;
         RemindToReboot();
-        EXPECT_EQ(szTitle, s_asked.tstrTitle);
-        EXPECT_TRUE(s_asked.tstrMessage.starts_with(szMessageStart));
-        EXPECT_EQ(0x40041U, s_asked.dwStyle) << "0 unless it waits at the console for as long as it takes";
-        EXPECT_EQ(dwAnswer == IDOK ? UINT{EWX_REBOOT} : 0U, s_asked.uExitFlags) << "and nothing closed by force";
+        EXPECT_EQ(tstrTitle, s_asked.tstrTitle);
+        EXPECT_THAT(s_asked.tstrMessage, StartsWith(tstrMessageStart));
+        EXPECT_EQ(tstrTitle.empty() ? 0U : 0x40041U, s_asked.dwStyle) << "0 unless it waits at the console";
+        EXPECT_EQ(uFlags, s_asked.uExitFlags) << "nothing closed by force; 0 without the privilege";
+        EXPECT_EQ(1, CountTraced(strTraced));
+        const bool bTried = answers.dwAnswer == IDOK && !tstrTitle.empty();
+        EXPECT_EQ(bTried && (uFlags == 0 || answers.dwExit != 0), CountTraced("!!! ReStartWindows() failed."));
     }
-    EXPECT_EQ(1, CountTraced("!!! *** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]"));
-    EXPECT_EQ(2, CountTraced("@@@ Restart later..."));
-}
-
-TEST_F(NewNameTest, AQuestionThatCannotBePutAndARestartThatIsRefusedLeaveTheirLines)
-{
-    s_asked = {};
-    s_asked.dwAnswer = IDOK;
-    s_asked.dwSession = 0xFFFFFFFF;
-    RemindToReboot();
-    EXPECT_EQ(L"", s_asked.tstrTitle) << "nobody is asked while the console changes hands";
-    EXPECT_EQ(0U, s_asked.uExitFlags);
-    EXPECT_EQ(1, CountTraced("@@@ Restart later..."));
-    s_asked.dwSession = 3;
-    s_asked.bExitFails = true;
-    RemindToReboot();
-    EXPECT_EQ(L"Kazmere Keystride", s_asked.tstrTitle);
-    EXPECT_EQ(1, CountTraced("!!! *** ::ExitWindowsEx() failed. [0x0000045b]"));
-    EXPECT_EQ(1, CountTraced("!!! ReStartWindows() failed."));
-}
-
-TEST_F(NewNameTest, WithoutATextOfTheLanguageTheNamesAreTheNewOnesOrEmpty)
-{
-    WriteProduct(L"Language", L"DE-DE");
-    WriteProduct(L"ProductName", L"old");
-    PostUdActionForNewName();
-    EXPECT_EQ(L"old", Frwk::Utility::GetStrFromHKLM_KZVLT(L"ProductName", L"")) << "an empty name is not written";
-    EXPECT_EQ(RawText(L" BHO"), ReadRaw(HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L""));
-    SetTable(L"DE-DE", "S_OTHER=x\n");
-    PostUdActionForNewName();
-    EXPECT_EQ(L"Kazmere Qorvault", Frwk::Utility::GetStrFromHKLM_KZVLT(L"ProductName", L""));
-    EXPECT_EQ(RawText(L"Kazmere Qorvault ToolBar"),
-              ReadRaw(HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L""));
 }
 
 TEST_F(NewNameTest, EveryPlaceTakesItsNameWhateverBecomesOfTheShortcuts)
 {
-    SetTable(L"EN-US", "S_STR_PRODUCT_NAME=N\nS_TOOLBAR_DISPLAY_NAME=T\n");
+    WriteProduct(L"Language", L"DE-DE");
+    WriteProduct(L"ProductName", L"old");
     m_install.Write(L"qorshcutbackup.xml", "<S>");
-    PostUdActionForNewName();
-    const std::tuple<HKEY, std::wstring, const wchar_t*, const wchar_t*> rows[] = {
+    const std::tuple<const char*, std::wstring, std::wstring> rows[] = {
         // clang-format off
-        {HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", L"ProductName", L"N"},
-        {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
-                             L"{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}", L"DisplayName", L"N"},
-        {HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", L"N BHO"},
-        {HKEY_CLASSES_ROOT, L"CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", L"N ActiveX"},
-        {HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", L"T"}};
+        {nullptr, L"", L""}, {"S_OTHER=x", L"Kazmere Qorvault", L"Kazmere Qorvault ToolBar"},
+        {"S_STR_PRODUCT_NAME=N\nS_TOOLBAR_DISPLAY_NAME=T", L"N", L"T"}};
     // clang-format on
-    for (const auto& [hRoot, tstrKey, szValue, szName] : rows) {
-        EXPECT_EQ(RawText(szName), ReadRaw(hRoot, tstrKey, szValue)) << KzCommon::String::ToUtf8(tstrKey);
-        EXPECT_EQ(std::nullopt, ReadRaw(HKEY_CLASSES_ROOT, L"Wow6432Node\\" + tstrKey, szValue));
+    for (const auto& [szEntries, tstrName, tstrToolbar] : rows) {
+        if (szEntries) SetTable(L"DE-DE", szEntries);
+        PostUdActionForNewName();
+        const std::tuple<HKEY, std::wstring, const wchar_t*, std::wstring> places[] = {
+            // clang-format off
+            {HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", L"ProductName", szEntries ? tstrName : L"old"},
+            {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
+                                 L"{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}", L"DisplayName", tstrName},
+            {HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", tstrName + L" BHO"},
+            {HKEY_CLASSES_ROOT, L"CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", tstrName + L" ActiveX"},
+            {HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", tstrToolbar}};
+        // clang-format on
+        for (const auto& [hRoot, tstrKey, szValue, tstrData] : places) {
+            EXPECT_EQ(RawText(tstrData), ReadRaw(hRoot, tstrKey, szValue)) << String::ToUtf8(tstrKey + tstrName);
+            EXPECT_EQ(std::nullopt, ReadRaw(HKEY_CLASSES_ROOT, L"Wow6432Node\\" + tstrKey, szValue));
+        }
     }
-    EXPECT_EQ(1, CountTraced("!!! FAILED*** ShortCutXmlHandler::ParseXml(" +
-                             KzCommon::String::ToUtf8(m_install.PathOf(L"qorshcutbackup.xml")) + ") failed."));
-    EXPECT_EQ(1, CountTraced("!!! qorshcut.xml does not exist!"));
+    EXPECT_EQ(
+        3, CountTraced("!!! FAILED*** ShortCutXmlHandler::ParseXml(" + m_strInstall + "qorshcutbackup.xml) failed."));
+    EXPECT_EQ(3, CountTraced("!!! qorshcut.xml does not exist!"));
 }

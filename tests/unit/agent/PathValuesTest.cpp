@@ -1,9 +1,6 @@
 #include "unit/agent/AgentFixture.h"
 
-#include "common/KzComn_Handle.h"
 #include "common/KzComn_Process.h"
-
-#include <thread>
 
 class PathValuesTest : public AgentTest {
 protected:
@@ -55,7 +52,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"3", L"ProfileImagePath", RawText(L"D:\\b\\"));
     for (const auto& [szFolder, folders] : rows) {
         SetLogFolder(L"Protected", szFolder);
-        EXPECT_EQ(m_paths.ProtectedLogDirs(), folders);
+        EXPECT_EQ(m_paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);
         EXPECT_EQ(Expand(L"{ProtectedLogDir}"), folders.front());
     }
 }
@@ -68,7 +65,10 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     EXPECT_EQ(m_paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key says nothing here";
     EXPECT_EQ(m_paths.ReadResourceDownloadDir(), m_tstrInstall + L"Component\\res\\");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=right\n");
-    m_paths.ReadProductFolders();
+    {
+        const std::jthread holder = HoldForAMoment(L"UpdateInfo.ini");
+        m_paths.ReadProductFolders();
+    }
     EXPECT_EQ(m_paths.ProductDownloadDir(), m_tstrInstall + L"Component\\right\\");
     ::DeleteFileW(m_install.PathOf(L"UpdateInfo.ini").c_str());
     m_install.MakeFolder(L"UpdateInfo.ini");
@@ -83,9 +83,10 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
 {
     const wchar_t* const paths[] = {L"new", L"new\\", L"a\\b", L"c21t2101v0.0.0l1p-1r1o1", L"a..b", L"CONsole"};
     const wchar_t* const others[] = {// clang-format off
-        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c", L"C:", L"C:\\Pub", L"C:a",
-        L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub", L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream", L"a::$DATA",
-        L"NUL", L"a\\com1.x", L"a*", L"a\tb"};  // clang-format on
+        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c",
+        L"a \\b", L"C:", L"C:\\Pub", L"C:a", L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub",
+        L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream", L"a::$DATA", L"NUL", L"a\\com1.x",
+        L"a*", L"a\tb"};  // clang-format on
     const auto read = [&](const std::wstring& tstrPath) {
         m_install.Write(L"UpdateInfo.ini",
                         "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
@@ -102,18 +103,4 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
                   1)
             << KzCommon::String::ToUtf8(szPath);
     }
-}
-
-TEST_F(PathValuesTest, AnUpdateInformationThatIsHeldForAMomentIsRead)
-{
-    const std::wstring tstrFile =
-        m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=new\n");
-    KzCommon::UniqueFile held(::CreateFileW(tstrFile.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    std::thread holder([&held] {
-        ::Sleep(250);
-        held.Reset();
-    });
-    m_paths.ReadProductFolders();
-    holder.join();
-    EXPECT_EQ(m_paths.ProductDownloadPath(), L"new");
 }

@@ -20,7 +20,7 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
     using Optional = std::optional<RawValue>;
     const RawValue qwordHalf = RawNumber(0xEB0A1234, REG_QWORD),
                    qwordSentinel = RawNumber(0xEB0A1234EB0A1234, REG_QWORD);
-    const std::wstring tstrDir = m_install.Path();
+    const std::wstring tstrDir = m_install.Path(), tstrTooLongKey = std::wstring(256, L'k') + L"!Name!REG_";
     const std::string strTooLong = "!!! PatchReg(tszData==empty || tszData.size()>1023)";
     const std::string strAdd = "@@@ To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\X:Name:";
     const std::string strAddIfNon = "@@@ To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\X:Name:";
@@ -39,6 +39,11 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         {op_reg_add_if_non, L"!Name!REG_SZ!n", RawText(L"!!default_val!REG_SZ!!"), RawText(L"n"),
          kStore + "(SOFTWARE\\XName=n)"},
         {op_reg_add_if_non, L"!Name!REG_DWORD!5", RawText(L"text"), RawNumber(5), strAddIfNon},
+        {op_reg_add_if_non, L"!Name!REG_DWORD!5", RawValue{REG_BINARY, "\1\2\3"}, RawNumber(5), strAddIfNon},
+        {op_reg_add_if_non, L"!Name!REG_SZ!n", RawNumber(7), RawText(L"n"), strAddIfNon},
+        {op_reg_add, tstrTooLongKey + L"SZ!n", {}, {}, kStore + "() failed. Win32ErrorCode="},
+        {op_reg_add, tstrTooLongKey + L"DWORD!5", {}, {}, kStore + "(REG_DWORD) failed. Win32ErrorCode="},
+        {op_reg_add, tstrTooLongKey + L"QDWORD!5", {}, {}, kStore + "(REG_QDWORD) failed. Win32ErrorCode="},
         {op_reg_delete, L"!Name", RawNumber(1), {}, "@@@ To delete registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\X:Name"},
         {op_reg_delete, L"!Name", {}, {}, kStore + "() failed. Win32ErrorCode=2"},
         {op_reg_add_if_non, L"!Name!REG_MULTI_SZ!a", {}, {}, kStore + "(). REG_MULTI_SZ not supported yet"},
@@ -70,11 +75,12 @@ TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)
 {
     PatchReg(m_paths, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
+    PatchReg(m_paths, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed again");
     PatchReg(m_paths, op_reg_add, L"SOFTWARE\\X!(Default)!REG_SZ!literal");
     EXPECT_EQ(Value(L"(Default)"), RawText(L"literal"));
     PatchReg(m_paths, op_reg_delete, L"SOFTWARE\\X!(Default)");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
-    EXPECT_EQ(Value(L""), RawText(L"unnamed"));
+    EXPECT_EQ(Value(L""), RawText(L"unnamed again"));
 }
 
 TEST_F(RegistryPatchTest, PassesRunInTheirOwnOrderAndBadRecordsStopNothing)

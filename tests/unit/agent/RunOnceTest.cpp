@@ -2,37 +2,7 @@
 
 #include "unit/agent/AgentFixture.h"
 
-#include <set>
-
-using namespace KzCommon;
-
-namespace {
-
-const wchar_t kRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
-
-class RunOnceTest : public AgentTest {
-protected:
-    /// The registered commands; their names are unique.
-    [[nodiscard]] static std::multiset<std::wstring> Commands()
-    {
-        std::multiset<std::wstring> commands;
-        UniqueRegistryKey key;
-        if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRunOnce, 0, KEY_READ, key.Receive()) != ERROR_SUCCESS) return commands;
-        for (DWORD dwIndex = 0;; ++dwIndex) {
-            wchar_t szName[256];
-            DWORD cchName = 256;
-            wchar_t szData[1024] = {};
-            DWORD cbData = sizeof szData;
-            if (::RegEnumValueW(key.Get(), dwIndex, szName, &cchName, nullptr, nullptr, reinterpret_cast<BYTE*>(szData),
-                                &cbData) != ERROR_SUCCESS) {
-                return commands;
-            }
-            commands.insert(szData);
-        }
-    }
-};
-
-}  // namespace
+using RunOnceTest = AgentTest;
 
 TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpadIsAffected)
 {
@@ -48,9 +18,10 @@ TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpa
         WriteProduct(L"KeystrokeBlackList", bAffected ? L"1" : L"yes");
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunOnce);
         m_trace.Clear();
+        SCOPED_TRACE(bAffected ? "affected" : "not affected");
         PostRunScript(m_paths);
         if (bAffected) expected.erase(L"cmd ");
-        EXPECT_EQ(Commands(), expected);
+        EXPECT_EQ(RunOnceCommands(), expected);
         EXPECT_EQ(CountTraced("!!! PatchReg() field index>3, too many fields, ignore remaining ones"), !bAffected);
         EXPECT_EQ(CountTraced("!!! PatchReg(tszData==empty || tszData.size()>1023)"), 1);
         EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [a.exe]"), 2);
@@ -62,7 +33,7 @@ TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
     WriteProduct(L"KeystrokeBlackList", L"1");
     Instruct("[Other]\na=b\n");
     PostRunScript(m_paths);
-    EXPECT_TRUE(Commands().empty());
+    EXPECT_THAT(RunOnceCommands(), IsEmpty());
     EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
     EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);
     EXPECT_THAT(m_trace.Lines(), Contains(AllOf(HasSubstr(L"QueryValue failed"), HasSubstr(L" - RunOnce.cpp("))))

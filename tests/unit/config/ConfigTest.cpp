@@ -40,7 +40,6 @@ protected:
     }
     void StartSession()
     {
-        m_provider.Uninitialize();
         EXPECT_EQ(m_provider.PreInitialize(), 0U);
         EXPECT_EQ(m_provider.Initialize(), 0U);
     }
@@ -114,9 +113,13 @@ TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
         EXPECT_FALSE(Unprotect(tstrChanged)) << uAt;
         EXPECT_EQ(m_dwError, 0xC000A002) << "the tag does not match";
     }
-    for (const std::wstring& tstrBad :
-         {tstrText.substr(6), tstrText.substr(0, 20), std::wstring(L"2:"), L"3:" + tstrText}) {
+    const std::pair<std::wstring, DWORD> rows[] = {{tstrText.substr(6), 0xC000A002},
+                                                   {tstrText.substr(0, 22), ERROR_INVALID_DATA},
+                                                   {L"2:", ERROR_INVALID_DATA},
+                                                   {L"3:" + tstrText, ERROR_INVALID_DATA}};
+    for (const auto& [tstrBad, dwError] : rows) {
         EXPECT_FALSE(Unprotect(tstrBad)) << ToUtf8(tstrBad);
+        EXPECT_EQ(m_dwError, dwError) << ToUtf8(tstrBad);
     }
     EXPECT_TRUE(m_clear.value.empty());
 }
@@ -224,9 +227,9 @@ TEST_F(ConfigTest, AProtectedValueOfTheFirstFormIsWrittenInTodays)
 
 TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
 {
-    const char kPassword[] = "/ProxySettings/Password";
     const std::tuple<const char*, const char*, bool> rows[] = {
-        // shipped elements, what becomes of the first, traced
+        // clang-format off
+        // shipped settings of the proxy, what becomes of the first, traced
         {"<Password/>", "<Password protected=\"1\">2:", true},
         {"<Password>hunter2</Password>", "<Password protected=\"1\">2:", true},
         {"<PASSWORD Protected='1' a='b'/>", "<PASSWORD a=\"b\" protected=\"1\">2:", true},
@@ -234,33 +237,29 @@ TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
         {"<Password protected='0'/>", "<Password protected=\"1\">2:", true},
         {"<Password>1</Password><Password protected='1'/>", "<Password protected=\"1\">2:", true},
         {"<Password protected='1'/>", "<Password protected=\"1\">2:", false},
-        {"", "<Password protected=\"1\">2:", false}};
+        {"", "<Password protected=\"1\">2:", false},
+        // What is no secret of the program's is protected where its author meant it to be, and not where he did not.
+        {"<P Protected='true'/>", "<P protected=\"1\">2:", false},
+        {"<P protected='no'/>", "<P protected=\"no\">open<", false}};
+    // clang-format on
+    const std::string strInstalled =
+        "<Password>hunter2</Password><P protected='1'>" + ToUtf8(Protected(L"open", L"/ProxySettings/P")) + "</P>";
     for (const auto& [szShipped, szWritten, bTraced] : rows) {
         SCOPED_TRACE(szShipped);
         m_trace.Clear();
-        Json::Value data = FromText("{'/ProxySettings/Password':''}");
-        EXPECT_EQ(Send(kQuery, Document("<ProxySettings><Password>hunter2</Password></ProxySettings>"), data), 0U);
-        EXPECT_THAT(data[kPassword].asString(), StartsWith("{protected}2:"));
+        Json::Value data = FromText("{'/ProxySettings/Password':'','/ProxySettings/P':''}");
+        EXPECT_EQ(Send(kQuery, Document("<ProxySettings>" + strInstalled + "</ProxySettings>"), data), 0U);
+        EXPECT_THAT(data["/ProxySettings/Password"].asString(), StartsWith("{protected}2:"));
         EXPECT_EQ(Send(kWrite, Document("<ProxySettings>" + std::string(szShipped) + "</ProxySettings>"), data), 0U);
-        EXPECT_THAT(Target(), HasSubstr(szWritten));
-        EXPECT_THAT(Target(), Not(HasSubstr("hunter2")));
-        EXPECT_THAT(m_trace.Messages(),
-                    Contains(HasSubstr("[/ProxySettings/Password] is not protected")).Times(bTraced));
+        EXPECT_THAT(Target(), AllOf(HasSubstr(szWritten), Not(HasSubstr("hunter2"))));
+        const auto traced = HasSubstr("[/ProxySettings/Password] is not protected");
+        EXPECT_THAT(m_trace.Messages(), Contains(traced).Times(bTraced));
+        EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
         EXPECT_EQ(Send(kQuery, Target(), data), 0U);
-        EXPECT_TRUE(
-            Unprotect(KzCommon::String::FromAnsi(data[kPassword].asString()).substr(11), L"/ProxySettings/Password"));
+        const std::wstring tstrPassword = KzCommon::String::FromAnsi(data["/ProxySettings/Password"].asString());
+        EXPECT_TRUE(Unprotect(tstrPassword.substr(11), L"/ProxySettings/Password"));
         EXPECT_EQ(m_clear.value, L"hunter2");
     }
-    // What is no secret of the program's is protected where its author meant it to be, and not where he did not.
-    StartSession();
-    const std::pair<const char*, const char*> others[] = {{"<P Protected='true'/>", "<P protected=\"1\">2:"},
-                                                          {"<P protected='no'/>", "<P protected=\"no\">hunter2<"}};
-    for (const auto& [szShipped, szWritten] : others) {
-        Json::Value data = FromText("{'/P':'{protected}" + ToUtf8(Protected(L"hunter2")) + "'}");
-        EXPECT_EQ(Send(kWrite, Document(szShipped), data), 0U);
-        EXPECT_THAT(Target(), HasSubstr(szWritten));
-    }
-    EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
 }
 
 TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
@@ -268,6 +267,7 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
     const std::string strShipped = Document("<A>a</A><ProxySettings><Port>3128</Port></ProxySettings>");
     const std::tuple<std::string, DWORD, const char*> rows[] = {
         // clang-format off
+        {Document("<A>a</A>"), 0, "{'/A':'a','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
         {Document("<B>b</B>"), 0, "{'/A':null,'/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
         {Document("<A type='int'>x</A>"), kRefused,
          "{'/A':'','/ProxySettings/Port':'8080','/ProxySettings/Enable':'0'}"},
@@ -280,6 +280,11 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
         EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
         EXPECT_EQ(Target(), strShipped) << strInstalled;
     }
+    m_provider.Uninitialize();
+    StartSession();
+    Json::Value data = FromText("{'/A':'b'}");
+    EXPECT_EQ(Send(kWrite, strShipped, data), 0U);
+    EXPECT_THAT(Target(), HasSubstr("<A>b</A>")) << "without a query in the session";
 }
 
 TEST_F(ConfigTest, WhatCannotBeDoneIsAFailureCodeAndLeavesTheFile)

@@ -8,7 +8,7 @@
 #include "support/PinRecorder.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
-#include "support/TempFolder.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gmock/gmock.h>
 
@@ -28,11 +28,16 @@ std::string Link(const std::string& strName, const std::string& strAttributes = 
     return "<Shortcut " + strAttributes + ">" + strName + "</Shortcut>";
 }
 
+std::string InFolder(const std::string& strName, const std::string& strInside)
+{
+    return "<Folder name='" + strName + "'>" + strInside + "</Folder>";
+}
+
 /// A description with the given content of "Desktop" and "StartMenu".
-std::string Describe(const std::string& strDesktop, const std::string& strMenu = "", const std::string& strMore = "")
+std::string Describe(const std::string& strDesktop, const std::string& strMenu = "")
 {
     return "<S><Desktop available='1'>" + strDesktop + "</Desktop><StartMenu available='1'>" + strMenu +
-           "</StartMenu>" + strMore + "</S>";
+           "</StartMenu></S>";
 }
 
 /// All-users desktop ("D") and Start menu ("M") in a folder of the test's own.
@@ -42,7 +47,8 @@ protected:
     {
         std::wstring tstrDesktop, tstrMenu;
         SetFolders(m_shell.MakeFolder(L"D"), m_shell.MakeFolder(L"M"));
-        ASSERT_TRUE(Links::GetAllUsersDesktop(tstrDesktop) && Links::GetAllUsersStartMenuPrograms(tstrMenu));
+        ASSERT_TRUE(Links::GetAllUsersDesktop(tstrDesktop));
+        ASSERT_TRUE(Links::GetAllUsersStartMenuPrograms(tstrMenu));
         const bool bOwn = tstrDesktop == m_shell.PathOf(L"D") && tstrMenu == m_shell.PathOf(L"M");
         if (!bOwn) GTEST_SKIP() << "this system does not let a test choose the shell's folders";
     }
@@ -81,7 +87,9 @@ protected:
     std::string Found() const
     {
         std::wstring tstrFound;
-        for (const std::wstring& tstrName : m_shell.List()) tstrFound += tstrName.size() > 2 ? tstrName + L" " : L"";
+        for (const std::wstring& tstrName : m_shell.List()) {
+            if (tstrName.size() > 2 && !tstrName.starts_with(L"Shell")) tstrFound += tstrName + L" ";
+        }
         return String::ToUtf8(tstrFound);
     }
 
@@ -101,12 +109,9 @@ protected:
 
 TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
 {
-    const auto folder = [](const std::string& strName, const std::string& strInside) {
-        return "<Folder name='" + strName + "'>" + strInside + "</Folder>";
-    };
     const std::pair<std::string, std::string> rows[] = {
         // clang-format off
-        {Describe(Link("A"), folder("F", folder("G", Link("C")) + Link("B"))),
+        {Describe(Link("A"), InFolder("F", InFolder("G", Link("C")) + Link("B"))),
          "D\\A.lnk M\\F\\ M\\F\\B.lnk M\\F\\G\\ M\\F\\G\\C.lnk "},
         // Any child of the desktop is a shortcut; directly below the Start menu none is.
         {Describe("<Any>A</Any>", Link("B") + "<Group name='G'>" + Link("C") + "</Group>"), "D\\A.lnk "},
@@ -114,15 +119,15 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
          "<StartMenu available='true'><Folder name='F'/></StartMenu><!-- -->"
          "<DESKTOP available='1'><SHORTCUT>B</SHORTCUT></DESKTOP></S>", "D\\B.lnk "},
         // A name of several levels; the programs folder itself; a link in a folder that another one brings.
-        {Describe("", folder("K\\L", Link("A")) + folder("N/O\\", folder("", Link("P")))),
+        {Describe("", InFolder("K\\L", Link("A")) + InFolder("N/O\\", InFolder("", Link("P")))),
          "M\\K\\ M\\K\\L\\ M\\K\\L\\A.lnk M\\N\\ M\\N\\O\\ M\\N\\O\\P.lnk "},
-        {Describe("", "<Folder>" + Link("A") + "</Folder>" + folder(".", Link("B") + folder("Q", "")) +
-                  folder("", Link("Q\\C"))), "M\\A.lnk M\\B.lnk M\\Q\\ M\\Q\\C.lnk "},
-        {Describe(Link("..\\A") + Link("x/../A"), folder("..", Link("A")) + folder("F\\.. .\\G", folder("H", ""))),
+        {Describe("", "<Folder>" + Link("A") + "</Folder>" + InFolder(".", Link("B") + InFolder("Q", "")) +
+                  InFolder("", Link("Q\\C"))), "M\\A.lnk M\\B.lnk M\\Q\\ M\\Q\\C.lnk "},
+        {Describe(Link("..\\A") + Link("x/../A"), InFolder("..", Link("A")) + InFolder("F\\.. .\\G", Link("H"))),
          "(leads to a folder above) "},
-        {Describe(Link("C:\\B") + Link("C:") + Link("a:b"), folder("Q:", Link("A"))), "(names a drive or a stream) "},
-        {Describe(Link("\\A") + Link("/A"), folder("\\\\s\\F", Link("A"))), "(begins at a root) "},
-        {Describe(Link("nul") + Link("x\\Com1 .y"), folder("F\\aux", Link("A"))), "(names a device) "}};
+        {Describe(Link("C:\\B") + Link("C:") + Link("ab:c"), InFolder("Q:", "")), "(names a drive or a stream) "},
+        {Describe(Link("\\A") + Link("/A"), InFolder("\\\\s\\F", Link("A"))), "(begins at a root) "},
+        {Describe(Link("nul") + Link("x\\Com1 .y"), InFolder("F\\aux", Link("A"))), "(names a device) "}};
     // clang-format on
     for (const auto& [strDescription, strPlanned] : rows) {
         EXPECT_EQ(strPlanned, Planned(strDescription)) << strDescription;
@@ -134,21 +139,25 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
     EXPECT_EQ(14, CountTraced("!!! *** [")) << "each refused name is traced";
 }
 
-TEST_F(ShortCutTest, ANameThatTheSystemRefusesFailsThereWithoutHarmToTheOthers)
+TEST_F(ShortCutTest, ANameThatTheSystemRefusesAndALinkThatIsHeldDoNoHarmToTheOthers)
 {
     const std::string strLong(230, 'x');
-    const std::string strDescription =
-        Describe(Link("None\\A") + Link(strLong + strLong) + Link("a|b") + Link("B"),
-                 "<Folder name='c|d'>" + Link("A") + "</Folder><Folder name='F'>" + Link("A") + "</Folder>");
+    const std::string strDescription = Describe(Link("None\\A") + Link(strLong + strLong) + Link("a|b") + Link("B"),
+                                                InFolder("c|d", Link("A")) + InFolder("F", Link("A")));
     EXPECT_TRUE(Create(strDescription));
     EXPECT_EQ("D\\B.lnk M\\F\\ M\\F\\A.lnk ", Found());
     EXPECT_EQ(4, CountTraced("!!! *** IPersistFile::Save("));
     EXPECT_EQ(4, CountTraced("!!! *** InstCommon::Utility::ShellLink::CreateShortcut is failed."));
     EXPECT_EQ(1, CountTraced("!!! *** ::CreateDirectory(" + String::ToUtf8(m_shell.PathOf(L"M\\c|d"))));
+    ::SetFileAttributesW(m_shell.PathOf(L"M\\F\\A.lnk").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
+    const std::wstring tstrHeld = m_shell.Write(L"D\\B.lnk", "");
+    const UniqueFile held(
+        ::CreateFileW(tstrHeld.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     m_trace.Clear();
     EXPECT_TRUE(Remove(strDescription));
-    EXPECT_EQ("", Found());
-    EXPECT_EQ(4, CountTraced("!!! *** ::DeleteFile("));
+    EXPECT_EQ("D\\B.lnk ", Found());
+    EXPECT_EQ(1, CountTraced("!!! *** ::DeleteFile(" + String::ToUtf8(tstrHeld) + ") failed. [0x00000020]"));
+    EXPECT_EQ(5, CountTraced("!!! *** ::DeleteFile("));
 }
 
 TEST_F(ShortCutTest, AProgramWithoutAnIconTakesTheIconFileBesideIt)
@@ -187,10 +196,15 @@ TEST_F(ShortCutTest, TheSiblingSuitesBundleKeepsTheDesktopFree)
 
 TEST_F(ShortCutTest, AnUnreachableStartMenuEndsTheWalkAndAnUnreachableDesktopDoesNot)
 {
-    const std::string strDescription =
-        Describe(Link("A"), "<Folder name='F'/>", "<Desktop available='1'>" + Link("B") + "</Desktop>");
+    const std::string strDescription = "<S><Desktop available='1'>" + Link("A") +
+                                       "</Desktop><StartMenu available='1'><Folder name='F'/></StartMenu>"
+                                       "<Desktop available='1'><B>B</B></Desktop></S>";
     SetFolders(m_shell.PathOf(L"D"), L"Q:\\none");
-    EXPECT_FALSE(Create(strDescription));
+    ShortCutXmlHandler handler;
+    EXPECT_TRUE(handler.ParseXml(m_install.Write(L"s.xml", strDescription)));
+    EXPECT_FALSE(handler.CreateShortCuts(m_install.Path()));
+    EXPECT_FALSE(handler.CreateShortCuts(m_install.Path()));
+    EXPECT_EQ(1, CountTraced("!!! *** Xml is not parsed.")) << "the file is forgotten";
     EXPECT_EQ("D\\A.lnk ", Found());
     SetFolders(L"Q:\\none", m_shell.PathOf(L"M"));
     EXPECT_TRUE(Create(strDescription));
@@ -199,10 +213,11 @@ TEST_F(ShortCutTest, AnUnreachableStartMenuEndsTheWalkAndAnUnreachableDesktopDoe
 
 TEST_F(ShortCutTest, FoldersWithoutEndStopAtTheLongestPath)
 {
-    std::string strFolders, strLevels;
-    for (int i = 0; i < 900; ++i) strFolders = "<Folder name='twenty characters ..x'>" + strFolders + "</Folder>";
-    while (strLevels.size() < 30000) strLevels += "x\\";
-    const std::string strDescription = Describe("", strFolders + "<Folder name='" + strLevels + "'/>");
+    const std::string strLongest(kLongestFolder - m_shell.PathOf(L"M\\").size(), 'x');
+    std::string strFolders;
+    for (int i = 0; i < 900; ++i) strFolders = InFolder("twenty characters ..x", strFolders);
+    const std::string strDescription =
+        Describe("", strFolders + InFolder(strLongest, "") + InFolder(strLongest + "x", ""));
     EXPECT_TRUE(Create(strDescription));
     EXPECT_EQ(2, CountTraced("!!! *** Path is too long: "));
     EXPECT_THAT(m_shell.List().size(), AllOf(Gt(5U), Lt(20U)));
@@ -210,80 +225,64 @@ TEST_F(ShortCutTest, FoldersWithoutEndStopAtTheLongestPath)
     EXPECT_EQ("", Found());
 }
 
-TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmpty)
+TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOtherPlaces)
 {
     const std::tuple<std::vector<const wchar_t*>, std::string, std::string> rows[] = {
         // clang-format off
         {{L"M\\K\\L\\A.lnk", L"M\\N\\x"}, "K\\L", "M\\N\\ M\\N\\x "}, {{L"M\\K\\L\\A.lnk"}, "K/L\\", ""},
         {{L"M\\K\\L\\A.lnk", L"M\\K\\x"}, "K\\L", "M\\K\\ M\\K\\x "},
         {{L"M\\K\\L\\A.lnk", L"M\\K\\L\\x"}, "K\\L", "M\\K\\ M\\K\\L\\ M\\K\\L\\x "},
-        {{L"M\\K\\A.lnk"}, "K\\.", ""}, {{L"M\\A.lnk"}, "", ""},
-        {{L"A.lnk", L"M\\x"}, "..", "A.lnk M\\x "}};
+        {{L"M\\K\\A.lnk"}, "K\\.", ""}, {{L"M\\A.lnk"}, "", "M\\K\\ "}, {{}, "K\\L", ""},
+        {{L"A.lnk", L"M\\x"}, "..", "A.lnk M\\K\\ M\\x "}, {{L"M\\K\\Away\\A.lnk"}, "K\\Away", "M\\K\\ M\\K\\Away\\ "},
+        {{L"M\\Away\\L\\A.lnk"}, "Away\\L", "M\\Away\\ M\\K\\ "}};
     // clang-format on
     for (const auto& [files, strName, strLeft] : rows) {
+        SCOPED_TRACE(strName + " " + strLeft);
+        m_shell.MakeFolder(L"M\\K");
         for (const wchar_t* szFile : files) m_shell.Write(szFile, "");
-        EXPECT_TRUE(Remove(Describe("", "<Folder name='" + strName + "'>" + Link("A") + "</Folder>"))) << strName;
-        EXPECT_EQ(strLeft, Found()) << strName;
-        EXPECT_TRUE(fs::is_directory(m_shell.PathOf(L"M"))) << strName;
+        {
+            SystemWatch watch(m_shell.Path());
+            watch.m_tstrLink = L"Away";
+            EXPECT_TRUE(Remove(Describe("", InFolder("C:", "") + InFolder(strName, Link("A")))));
+        }
+        EXPECT_EQ(strLeft, Found());
+        EXPECT_TRUE(fs::is_directory(m_shell.PathOf(L"M")));
         fs::remove_all(m_shell.Path());
         SetUp();
     }
-    // The inner one is gone already.
-    m_shell.MakeFolder(L"M\\K");
-    EXPECT_TRUE(Remove(Describe("", "<Folder name='K\\L'/>")));
-    EXPECT_EQ("", Found());
-}
-
-TEST_F(ShortCutTest, ALinkThatIsReadOnlyGoesAndOneThatIsHeldOrMissingStopsNothing)
-{
-    for (const wchar_t* szFile : {L"D\\A", L"D\\B", L"D\\C"}) m_shell.Write(szFile + std::wstring(L".lnk"), "");
-    ::SetFileAttributesW(m_shell.PathOf(L"D\\C.lnk").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    {
-        const UniqueFile held(::CreateFileW(m_shell.PathOf(L"D\\A.lnk").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                            OPEN_EXISTING, 0, nullptr));
-        EXPECT_TRUE(Remove(Describe(Link("A") + Link("None") + Link("B") + Link("C"))));
-    }
-    EXPECT_EQ("D\\A.lnk ", Found());
-    const std::string strDesktop = "!!! *** ::DeleteFile(" + String::ToUtf8(m_shell.PathOf(L"D\\"));
-    EXPECT_EQ(1, CountTraced(strDesktop + "A.lnk) failed. [0x00000020]"));
-    EXPECT_EQ(1, CountTraced(strDesktop + "None.lnk) failed. [0x00000002]"));
-    EXPECT_EQ(2, CountTraced("!!! *** ::DeleteFile("));
+    const std::string strFolder = "@@@ Folder " + String::ToUtf8(m_shell.PathOf(L"M\\"));
+    EXPECT_EQ(2, CountTraced(strFolder + "K\\Away stays: it is a link to another place.") +
+                     CountTraced(strFolder + "Away stays: it is a link to another place."));
 }
 
 TEST_F(ShortCutTest, RemovesOnlyWhatIsDescribedAndUnpinsItBefore)
 {
-    std::wstring tstrProfile;
-    ASSERT_TRUE(Links::GetUsersProfilePath(tstrProfile));
-    const fs::path pinned =
-        tstrProfile + L"\\AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned";
-    const fs::path cache = pinned / L"Kazmere";
-    const fs::path taskbarLink = pinned / L"Taskbar" / L"Kazmere Qorvault.lnk";
-    fs::create_directories(cache);
-    fs::create_directories(taskbarLink.parent_path());
-    fs::copy_file(m_install.Write(L"link", ""), taskbarLink);
+    const SystemWatch watch(m_shell.Path());  // which puts the user's profile into the sandbox
+    const std::wstring tstrPinned =
+        L"Shell\\AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned\\";
+    const std::wstring tstrTaskbarLink = m_shell.Write(tstrPinned + L"Taskbar\\Kazmere Qorvault.lnk", "");
     const Com::Apartment apartment;
     for (const HRESULT hrAnswer : {S_OK, E_FAIL}) {
         PinRecorder recorder(hrAnswer);
         for (const wchar_t* szFile : {L"D\\B", L"M\\A", L"M\\F\\B", L"M\\F\\C"})
             m_shell.Write(szFile + std::wstring(L".lnk"), "");
-        fs::copy_file(m_shell.PathOf(L"M\\F\\B.lnk"), cache / L"B.lnk");
+        const std::wstring tstrCached = m_shell.Write(tstrPinned + L"Kazmere\\B.lnk", "");
         DWORD dwCookie = 0;
         ASSERT_EQ(S_OK, ::CoRegisterClassObject(kStartMenuPinClass, static_cast<IClassFactory*>(&recorder),
                                                 CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &dwCookie));
         m_trace.Clear();
-        EXPECT_TRUE(Remove(Describe("<Any>B</Any>", Link("A") + "<Folder name='F'>" + Link("B") + "</Folder>")));
+        EXPECT_TRUE(Remove(Describe("<Any>B</Any>", Link("A") + InFolder("F", Link("B")))));
         ::CoRevokeClassObject(dwCookie);
         EXPECT_EQ(0U, recorder.m_cReferences);
-        EXPECT_THAT(recorder.m_removed, ElementsAre(taskbarLink, m_shell.PathOf(L"M\\A.lnk"),
-                                                    m_shell.PathOf(L"M\\F\\B.lnk"), cache / L"B.lnk"));
-        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 3 : 0,
-                  CountTraced("@@@ pStartMenuPinnedList->RemoveFromList successfully. str"));
-        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 0 : 3, CountTraced("!!! pStartMenuPinnedList->RemoveFromList failed. str"));
-        EXPECT_EQ(SUCCEEDED(hrAnswer) ? 0 : 1,
-                  CountTraced("!!! pStartMenuPinnedList->RemoveFromList failed. tstrCache"));
+        EXPECT_THAT(recorder.m_removed, ElementsAre(tstrTaskbarLink, m_shell.PathOf(L"M\\A.lnk"),
+                                                    m_shell.PathOf(L"M\\F\\B.lnk"), tstrCached));
+        const std::string strDone = "@@@ pStartMenuPinnedList->RemoveFromList successfully. ";
+        const std::string strFailed = "!!! pStartMenuPinnedList->RemoveFromList failed. ";
+        EXPECT_EQ(3, CountTraced((SUCCEEDED(hrAnswer) ? strDone : strFailed) + "strFilePath="));
+        EXPECT_EQ(1, CountTraced((SUCCEEDED(hrAnswer) ? strDone : strFailed) + "tstrCacheShorcut="));
+        EXPECT_EQ(0, CountTraced(SUCCEEDED(hrAnswer) ? strFailed : strDone));
         EXPECT_EQ("D\\B.lnk M\\F\\ M\\F\\C.lnk ", Found());
-        EXPECT_FALSE(fs::exists(cache / L"B.lnk"));
-        EXPECT_TRUE(fs::exists(taskbarLink)) << "only unpinned";
+        EXPECT_FALSE(fs::exists(tstrCached));
+        EXPECT_TRUE(fs::exists(tstrTaskbarLink)) << "only unpinned";
     }
-    fs::remove_all(pinned);
 }
