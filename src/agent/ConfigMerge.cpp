@@ -58,10 +58,10 @@ std::wstring ToTraceText(const Json::Value& json)
 }
 
 /// Adds the tags to carry over to `data`, each with an empty value. False when there is none, or one that is no record.
-bool CollectTags(const SectionRecords& records, Json::Value& data)
+bool CollectTags(const Section& section, const SectionRecords& records, Json::Value& data)
 {
     bool bAll = true;
-    ForEachRecord(records, L"migrate", [&](const std::wstring& tstrTag) {
+    ForEachRecord(section, records, [&](const SectionKey&, const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
             Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
             bAll = false;
@@ -90,12 +90,13 @@ bool CarryOver(const std::wstring& tstrFolder)
     ProviderSession provider;
     if (!provider.Start()) return false;
 
+    constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
     SectionRecords records;
-    if (!ReadSection(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig"), records)) return false;
+    if (!ReadSection(kSection, records)) return false;
 
     Json::Value request(Json::objectValue);
     request["Data"] = Json::Value(Json::objectValue);
-    const bool bCollected = CollectTags(records, request["Data"]);
+    const bool bCollected = CollectTags(kSection, records, request["Data"]);
     const DWORD dwQueried = provider.Send(CConfigProvider::kQuery, request);
     if (Config::IsFailure(dwQueried)) {
         Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwQueried);

@@ -186,7 +186,9 @@ void CheckConfiguration(const Subject& subject, Report& report)
         if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
     }
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eForm == RecordForm::eTagPath) CheckTag(*instruction.pRecord, known, words, report);
+        if (instruction.pKey->eEffect == RecordEffect::eCarryOver) {
+            CheckTag(*instruction.pRecord, known, words, report);
+        }
     }
 }
 

@@ -41,16 +41,6 @@ struct FileCheck {
     }
 };
 
-/// A FileOp; op_not_used for a key that these rules do not know.
-int OperationOf(const SectionKey& key)
-{
-    const bool bFolder = key.eForm == RecordForm::eFolder;
-    const std::wstring_view tstrKey = key.szKey;
-    if (tstrKey == L"add") return op_dir_add;
-    if (tstrKey == L"delete") return bFolder ? op_dir_delete : op_file_delete;
-    return tstrKey == L"delete_now" ? op_file_delete_now : op_not_used;
-}
-
 /// A path whose beginning is left of a placeholder: that mistake has a rule of its own.
 bool BeginsWithBraces(const std::wstring& tstrPath)
 {
@@ -252,9 +242,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
                         {}};
     around.sources = ListMovedSources(around.brought);
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        const RecordForm eForm = instruction.pKey->eForm;
-        if (eForm != RecordForm::eFolder && eForm != RecordForm::eFilePattern) continue;
-        const int iOp = OperationOf(*instruction.pKey);
+        const int iOp = FileOpOf(instruction.pKey->eEffect);
         if (iOp == op_not_used) continue;
         const FileCheck check{*instruction.pRecord, iOp,
                               ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};

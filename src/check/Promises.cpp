@@ -112,8 +112,8 @@ public:
     {
         m_promises.tstrProduct = m_update.Product().tstrDownloadPath;
         m_promises.tstrResource = m_update.Resource().tstrDownloadPath;
-        AddFolders();
-        if (m_update.Product().bThere) AddRegistry();
+        AddSection(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
+        if (m_update.Product().bThere) AddSection(SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
         AddRows();
         AddDeletions();
         return m_bRead;
@@ -146,44 +146,48 @@ private:
         return std::nullopt;
     }
 
-    void AddFolders()
+    void AddRecord(RecordEffect eEffect, const std::wstring& tstrRecord)
     {
-        ForEachRecord(Read(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot")), L"add", [&](const std::wstring& tstr) {
-            if (const auto optPlace = PlaceOf(tstr, false)) m_promises.folders.push_back(*optPlace);
+        if (const FileOp eOp = FileOpOf(eEffect); eOp != op_not_used) return AddFileRecord(eOp, tstrRecord);
+        if (!IsRecordLengthValid(tstrRecord)) return;
+        if (const RegOp eOp = RegOpOf(eEffect); eOp == op_reg_delete) {
+            PromiseNoValue(m_promises.registry, ParseRegistryRecord(tstrRecord));
+        } else if (eOp != op_no_reg) {
+            PromiseValue(m_promises.registry, ParseRegistryRecord(tstrRecord), eOp == op_reg_add_if_non);
+        } else if (eEffect == RecordEffect::eEditIni) {
+            PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
+        }
+    }
+
+    void AddFileRecord(FileOp eOp, const std::wstring& tstrRecord)
+    {
+        const bool bFolder = eOp == op_dir_add || eOp == op_dir_delete;
+        const auto optPlace = PlaceOf(tstrRecord, !bFolder);
+        if (!optPlace) return;
+        if (eOp == op_dir_add) {
+            m_promises.folders.push_back(*optPlace);
+        } else {
+            m_promises.deletions.push_back({*optPlace, bFolder, eOp != op_file_delete_now});
+        }
+    }
+
+    void AddRecords(const Section& section, const SectionRecords& records)
+    {
+        ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
+            AddRecord(key.eEffect, tstrRecord);
         });
     }
+    void AddSection(const Section& section) { AddRecords(section, Read(section)); }
 
     void AddDeletions()
     {
-        const SectionRecords folders = Read(SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot"));
-        const SectionRecords files = Read(SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot"));
+        constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
+        constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
+        const SectionRecords folders = Read(kFolders);
+        const SectionRecords files = Read(kFiles);
         if (folders.empty() || files.empty()) return;  // then nothing at all is removed
-        const auto add = [&](const SectionRecords& records, const wchar_t* szKey, bool bFolder, bool bAtRestart) {
-            ForEachRecord(records, szKey, [&](const std::wstring& tstrRecord) {
-                const auto optPlace = PlaceOf(tstrRecord, !bFolder);
-                if (optPlace) m_promises.deletions.push_back({*optPlace, bFolder, bAtRestart});
-            });
-        };
-        add(folders, L"delete", true, true);
-        add(files, L"delete", false, true);
-        add(files, L"delete_now", false, false);
-    }
-
-    void AddRegistry()
-    {
-        const Section& section = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
-        const SectionRecords records = Read(section);
-        for (const SectionKey& key : section.keys) {
-            ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) {
-                if (!IsRecordLengthValid(tstrRecord)) return;
-                const RegistryRecord record = ParseRegistryRecord(tstrRecord);
-                if (key.eForm == RecordForm::eRegistryValue) {
-                    PromiseNoValue(m_promises.registry, record);
-                } else {
-                    PromiseValue(m_promises.registry, record, key.szKey == std::wstring_view(L"add_if_non"));
-                }
-            });
-        }
+        AddRecords(kFolders, folders);
+        AddRecords(kFiles, files);
     }
 
     void AddRows()
@@ -278,11 +282,10 @@ private:
         promise.tstrPlace = tstrPlace;
         promise.tstrSource = tstrSource;
         Put(std::move(promise));
-        const SectionRecords records = Read(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"));
+        constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
+        const SectionRecords records = Read(kSection);
         if (records.empty()) return;
-        ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
-            if (IsRecordLengthValid(tstrRecord)) PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
-        });
+        AddRecords(kSection, records);
         PromiseIniValue(m_promises.updateInfo, DeployedVersion());
     }
 

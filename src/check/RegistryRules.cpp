@@ -15,7 +15,6 @@ namespace Check {
 
 namespace {
 
-constexpr std::wstring_view kAddIfNone = L"add_if_non";
 constexpr wchar_t kDefault[] = L"(Default)";
 
 enum Index : std::size_t { eKeyPath, eValueName, eType, eData, eCount };
@@ -27,8 +26,8 @@ struct Patch {
     RegistryRecord parsed;
     Report& report;
 
-    [[nodiscard]] bool Deletes() const { return instruction.pKey->eForm == RecordForm::eRegistryValue; }
-    [[nodiscard]] bool OnlyMissing() const { return instruction.pKey->szKey == kAddIfNone; }
+    [[nodiscard]] bool Deletes() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_delete; }
+    [[nodiscard]] bool OnlyMissing() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_add_if_non; }
 
     void Add(Severity eSeverity, Rule eRule, Place place, std::wstring tstrText, std::wstring tstrSuggestion = {}) const
     {
@@ -248,8 +247,7 @@ void CheckRegistry(const Subject& subject, Report& report)
     const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
     std::map<std::wstring, Patch> lasts;
     for (const Instruction& instruction : instructions) {
-        const RecordForm eForm = instruction.pKey->eForm;
-        if (eForm != RecordForm::eRegistryValue && eForm != RecordForm::eRegistryData) continue;
+        if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) continue;
         const IniRecord& record = *instruction.pRecord;
         const Patch patch{instruction, FieldsOf(record), ParseRegistryRecord(record.tstrValue), report};
         const bool bMissing = CheckMissing(patch);
