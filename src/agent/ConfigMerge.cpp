@@ -135,7 +135,7 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
 
 std::wstring KeptFile()
 {
-    return Frwk::Utility::InstalledFile(L"config.previous.xml");
+    return Frwk::Utility::InstalledFile(kKeptConfigFile);
 }
 
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.

@@ -3,6 +3,9 @@
 
 #include <string>
 
+/// The user's file is kept under this name in the install folder when not every value got over.
+inline constexpr wchar_t kKeptConfigFile[] = L"config.previous.xml";
+
 /// Carries the user's values of the "migrate" tags over into "config.xml" in `tstrFolder` (trailing backslash). False,
 /// with the user's file kept as "config.previous.xml", unless every value got there.
 bool MergeConfig(const std::wstring& tstrFolder);

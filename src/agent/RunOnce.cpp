@@ -14,7 +14,7 @@ bool IsKeyboardFilterCommand(const std::wstring& tstrCommand)
 
 std::wstring MakeRunOnceRecord(const std::wstring& tstrName, const std::wstring& tstrExpanded)
 {
-    return L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce!" + tstrName + L"!REG_SZ!" + tstrExpanded;
+    return kRunOnceKey + (L"!" + tstrName) + L"!REG_SZ!" + tstrExpanded;
 }
 
 void PostRunScript(const PathValues& pathValues)

@@ -69,25 +69,7 @@ private:
 
 void ConfigFile::Check(const XmlElement& root)
 {
-    std::wstring tstrPath;
-    const XmlElement* pElement = root.GetFirstChild();
-    while (pElement && pElement != &root) {
-        tstrPath += L"/" + pElement->GetName();
-        // No record reaches what is called by more, and nothing of it is looked at.
-        const auto path = tstrPath.size() <= kMaxRecordCharacters ? TagPath::Parse(tstrPath) : std::nullopt;
-        if (path) CheckElement(*pElement, *path);
-        if (path && pElement->GetFirstChild()) {
-            pElement = pElement->GetFirstChild();
-            continue;
-        }
-        const XmlElement* pNext = nullptr;
-        while (!pNext && pElement != &root) {
-            tstrPath.resize(tstrPath.rfind(L'/'));
-            pNext = pElement->GetNextSibling();
-            pElement = pElement->GetParent();
-        }
-        pElement = pNext;
-    }
+    ForEachTag(root, [this](const XmlElement& element, const TagPath& path) { CheckElement(element, path); });
 }
 
 void ConfigFile::CheckElement(const XmlElement& element, const TagPath& path)

@@ -1,6 +1,7 @@
 // The user's settings in a plan.
 #include "check/PlanSteps.h"
 
+#include "agent/ConfigMerge.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"
@@ -141,7 +142,7 @@ void PlanMerge(PlanWork& work, const std::wstring& tstrSettingDir)
     if (PlanCarryOver(work, tstrSettingDir, tstrTarget)) return;
     const std::wstring tstrUsers = work.paths.InstallDir() + kConfigFile;
     if (!work.forecast.HasFile(tstrUsers) || !work.forecast.HasFile(tstrTarget)) return;
-    static_cast<void>(PlanCopy(work, Action::eKeep, tstrUsers, work.paths.InstallDir() + L"config.previous.xml"));
+    static_cast<void>(PlanCopy(work, Action::eKeep, tstrUsers, work.paths.InstallDir() + kKeptConfigFile));
 }
 
 }  // namespace Check

@@ -3,13 +3,16 @@
 #include "check/Destination.h"
 #include "check/ErrorWords.h"
 #include "check/Instructions.h"
+#include "check/XmlForm.h"
 
 #include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
+#include "agent/RunOnce.h"
 #include "agent/Sections.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_XmlParser.h"
 
 #include <algorithm>
 #include <map>
@@ -54,6 +57,12 @@ bool IsLeftAlone(const RegistryPromise& known, const RegistryRecord& record)
     return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
 }
 
+/// Run-once commands do not stay where they are written.
+bool LastsAnywhere(const RegistryRecord& record)
+{
+    return !record.tstrKeyPath.empty() && !String::EqualsNoCase(record.tstrKeyPath, kRunOnceKey);
+}
+
 void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState eState)
 {
     promise.eState = eState;
@@ -68,7 +77,7 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
 
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
 {
-    if (record.tstrKeyPath.empty()) return;
+    if (!LastsAnywhere(record)) return;
     FindOrAddValue(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
 }
 
@@ -76,7 +85,7 @@ void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& 
 {
     const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
                           record.eType == RegistryType::eQword;
-    if (!bWritten || record.tstrKeyPath.empty()) return;
+    if (!bWritten || !LastsAnywhere(record)) return;
     const RegistryPromise* const pKnown = FindValue(registry, record.tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
     // Looked for under its literal name, written as the unnamed value.
@@ -250,7 +259,8 @@ private:
     {
         const std::wstring tstrFolder = m_update.SettingFolder();
         if (!Storage::Directory::IsExisted(m_update.FullPath(tstrFolder))) return;
-        const bool bMerged = !Read(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig")).empty();
+        std::vector<std::wstring> migrated;
+        const bool bMerged = ReadMigrated(migrated);
         for (const LanguageFile& file : LanguageFiles()) {
             const std::wstring tstrName = file.szBase + std::wstring(L".") + file.szExtension;
             const bool bOwn = bMerged && file.szBase == std::wstring_view(L"config");
@@ -263,13 +273,45 @@ private:
                 promise.tstrSource = tstrFolder + tstrName;
                 promise.tstrLanguage =
                     tstrFile.substr(tstrBegin.size(), tstrFile.size() - tstrBegin.size() - tstrEnd.size());
-                if (!bOwn) promise.optContent = ContentOf(tstrFile);
+                if (bOwn) {
+                    PromiseSettings(promise, tstrFile, migrated);
+                } else {
+                    promise.optContent = ContentOf(tstrFile);
+                }
                 Put(std::move(promise));
             }
             const auto itShipped = m_files.find({LowerCase(kInstalledDir + tstrName), {}});
-            if (bOwn && itShipped != m_files.end()) itShipped->second.optContent.reset();
+            if (bOwn && itShipped != m_files.end()) PromiseSettings(itShipped->second, tstrFolder + tstrName, migrated);
         }
         AddUpdateInfo(tstrFolder + kUpdateInfoFile);
+    }
+
+    /// The settings to carry over. False when the section is not there, and nothing is merged.
+    bool ReadMigrated(std::vector<std::wstring>& migrated) const
+    {
+        constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
+        const SectionRecords records = Read(kSection);
+        ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrTag) {
+            if (IsRecordLengthValid(tstrTag)) migrated.push_back(tstrTag);
+        });
+        return !records.empty();
+    }
+
+    /// A file that is refused gets no user's values: it is deployed as it is.
+    void PromiseSettings(FilePromise& promise, const std::wstring& tstrFile, const std::vector<std::wstring>& migrated)
+    {
+        promise.optContent.reset();
+        try {
+            const auto document = Storage::XmlParser().ParseFile(m_update.FullPath(tstrFile));
+            promise.optSettings = SettingsOf(*document->GetRoot(), migrated);
+        } catch (Storage::XmlException* pException) {
+            const std::unique_ptr<Storage::XmlException> caught(pException);
+            if (caught->Position().ullLine > 0) {
+                promise.optContent = ContentOf(tstrFile);
+            } else {
+                m_tstrErrors += m_update.FullPath(tstrFile) + L": " + ReasonOf(*caught) + L"\n";
+            }
+        }
     }
 
     /// The update information goes through the download folder, unless the update brings one of its own, which then

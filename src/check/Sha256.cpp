@@ -111,6 +111,21 @@ bool ContentReader::Read(const std::wstring& tstrPath, Content& content, DWORD* 
     return OpenFile(tstrPath, hFile, ullSize, pdwError) && HashFile(hFile.Get(), m_buffer, content, pdwError);
 }
 
+bool ContentReader::ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes, DWORD* pdwError)
+{
+    UniqueFile hFile;
+    ULONGLONG ullSize = 0;
+    if (!OpenFile(tstrPath, hFile, ullSize, pdwError)) return false;
+    if (ullSize > cbMost) return Fail(ERROR_FILE_TOO_LARGE, pdwError);
+    strBytes.resize(static_cast<std::size_t>(ullSize));
+    DWORD cbRead = 0;
+    if (!::ReadFile(hFile.Get(), strBytes.data(), static_cast<DWORD>(ullSize), &cbRead, nullptr)) {
+        return Fail(::GetLastError(), pdwError);
+    }
+    strBytes.resize(cbRead);
+    return true;
+}
+
 bool ContentReader::Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError)
 {
     UniqueFile hFile;
