@@ -230,6 +230,30 @@ void CheckDestinations(const Surroundings& around, Report& report)
     }
 }
 
+/// Files that Windows does not take where long paths are not switched on: in their places, or where they are
+/// downloaded.
+void CheckLengths(const Surroundings& around, Report& report)
+{
+    const std::size_t cchInstalled = around.folders.InstalledDir().size();
+    for (const auto& [tstrLower, files] : around.brought) {
+        const auto lengthOf = [&](const BroughtFile& file) {
+            return std::max(file.tstrDestination.size(), cchInstalled + file.tstrFile.size());
+        };
+        const auto isLong = [&](const BroughtFile& file) {
+            return lengthOf(file) >= MAX_PATH;
+        };
+        const auto itFirst = std::find_if(files.begin(), files.end(), isLong);
+        if (itFirst == files.end()) continue;
+        const bool bInPlace = itFirst->tstrDestination.size() >= MAX_PATH;
+        const auto cMore = std::count_if(std::next(itFirst), files.end(), isLong);
+        report.Add(Rule::ePathTooLong, itFirst->tstrFile, {},
+                   std::wstring(bInPlace ? L"in its place" : L"in the download folder") + L" the path has " +
+                       std::to_wstring(bInPlace ? itFirst->tstrDestination.size() : lengthOf(*itFirst)) +
+                       L" characters: without long paths switched on Windows takes 259" +
+                       (cMore > 0 ? L"; and " + std::to_wstring(cMore) + L" more" : std::wstring()));
+    }
+}
+
 }  // namespace
 
 void CheckFileRecords(const Subject& subject, Report& report)
@@ -253,6 +277,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
         CheckLosses(check, around);
     }
     CheckDestinations(around, report);
+    CheckLengths(around, report);
 }
 
 }  // namespace Check

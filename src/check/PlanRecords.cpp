@@ -25,7 +25,8 @@ bool IsRefused(const RegistryRecord& record, std::wstring& tstrReason)
         default: break;
     }
     if (record.tstrKeyPath.empty()) tstrReason = L"the record has no key";
-    return record.tstrKeyPath.empty();
+    if (record.tstrKeyPath.starts_with(L'\\')) tstrReason = L"the key path begins with a backslash";
+    return !tstrReason.empty();
 }
 
 /// What else there is to know about a record that is carried out.

@@ -60,7 +60,7 @@ bool IsLeftAlone(const RegistryPromise& known, const RegistryRecord& record)
 /// Run-once commands do not stay where they are written.
 bool LastsAnywhere(const RegistryRecord& record)
 {
-    return !record.tstrKeyPath.empty() && !String::EqualsNoCase(record.tstrKeyPath, kRunOnceKey);
+    return !record.tstrKeyPath.empty() && !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
 }
 
 void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState eState)
@@ -78,7 +78,7 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
 {
     if (!LastsAnywhere(record)) return;
-    FindOrAddValue(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
+    FindOrAddValue(registry, KeyPathOf(record.tstrKeyPath), record.tstrValueName).eState = ValueState::eAbsent;
 }
 
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
@@ -86,13 +86,13 @@ void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& 
     const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
                           record.eType == RegistryType::eQword;
     if (!bWritten || !LastsAnywhere(record)) return;
-    const RegistryPromise* const pKnown = FindValue(registry, record.tstrKeyPath, record.tstrValueName);
+    const std::wstring tstrKeyPath = KeyPathOf(record.tstrKeyPath);
+    const RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
     // Looked for under its literal name, written as the unnamed value.
     const bool bUnnamed = bOnlyMissing && record.tstrValueName == L"(Default)";
     const bool bKnown = pKnown != nullptr;
-    RegistryPromise& promise =
-        FindOrAddValue(registry, record.tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
+    RegistryPromise& promise = FindOrAddValue(registry, tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
     SetData(promise, record, !bOnlyMissing || bUnnamed || bKnown ? ValueState::eData : ValueState::eAnyData);
     promise.bUnlessLiteral = bUnnamed && !bKnown;
 }

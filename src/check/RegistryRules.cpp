@@ -1,4 +1,4 @@
-// B020 to B027: registry records of the instruction file.
+// B020 to B028: registry records of the instruction file.
 #include "check/Instructions.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
@@ -135,6 +135,27 @@ void CheckRoot(const Patch& patch)
                 bMachine ? tstrPath.substr(uRest) : std::wstring());
 }
 
+/// Backslashes with nothing on one side of them.
+void CheckBackslashes(const Patch& patch)
+{
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    std::wstring tstrPlain = KeyPathOf(tstrPath);
+    const bool bEnd = tstrPlain.size() < tstrPath.size();
+    const bool bFront = tstrPath.starts_with(L'\\');
+    const bool bTwo = tstrPlain.find(L"\\\\") != std::wstring::npos;
+    if (!bEnd && !bFront && !bTwo) return;
+    while (tstrPlain.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrPlain, L"\\\\", L"\\");
+    if (bFront && !tstrPlain.empty()) tstrPlain.erase(0, 1);
+    const Place place = patch.fields[eKeyPath].place;
+    if (bFront) {
+        patch.Error(Rule::eKeyPath, place, L"the key path begins with a backslash: Windows refuses it", tstrPlain);
+    } else if (bTwo) {
+        patch.Error(Rule::eKeyPath, place, L"two backslashes in a row: Windows knows no key without a name", tstrPlain);
+    } else {
+        patch.Warn(Rule::eKeyPath, place, L"Windows drops the backslash at the end of the key path", tstrPlain);
+    }
+}
+
 void CheckDefaultName(const Patch& patch)
 {
     if (patch.fields.size() <= eValueName) return;
@@ -235,9 +256,8 @@ bool CompareWithLast(const Patch& patch, const Patch& last)
 std::wstring ValueOf(const Patch& patch)
 {
     const bool bUnnamed = patch.OnlyMissing() && patch.parsed.tstrValueName == kDefault;
-    std::wstring tstrPath = patch.parsed.tstrKeyPath;
-    while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
-    return LowerCase(tstrPath + L"!" + (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
+    return LowerCase(KeyPathOf(patch.parsed.tstrKeyPath) + L"!" +
+                     (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
 }
 
 }  // namespace
@@ -254,6 +274,7 @@ void CheckRegistry(const Subject& subject, Report& report)
         if (!bMissing && !CheckFields(patch)) continue;
         CheckBlanks(patch);
         CheckRoot(patch);
+        CheckBackslashes(patch);
         CheckDefaultName(patch);
         if (!patch.Deletes()) CheckTypeAndData(patch);
         if (!IsWritten(patch)) continue;

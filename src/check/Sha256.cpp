@@ -1,5 +1,7 @@
 #include "check/Sha256.h"
 
+#include "check/LongPath.h"
+
 #include "common/KzComn_Handle.h"
 #include "config/ConfigProtection.h"
 
@@ -34,7 +36,8 @@ bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSiz
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     // A folder opens only with the flag for backups: it is told apart by what is opened, not by the code.
     constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_BACKUP_SEMANTICS;
-    hFile.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
+    hFile.Reset(
+        ::CreateFileW(LongPath(tstrPath).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
     // These two, and not GetFileInformationByHandle: it asks for the volume of every file as well.
     FILE_BASIC_INFO attributes{};
     FILE_STANDARD_INFO information{};
