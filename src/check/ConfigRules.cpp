@@ -153,12 +153,19 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
     }
 }
 
+void AddDefaults(KnownTags& known)
+{
+    for (const Config::Default& row : Config::Defaults()) {
+        if (const auto path = TagPath::Parse(row.szTagPath)) AddTag(known, *path, false);
+    }
+}
+
 }  // namespace
 
 void CheckConfiguration(const Subject& subject, Report& report)
 {
     KnownTags known;
-    for (const Config::Default& row : Config::Defaults()) AddTag(known, *TagPath::Parse(row.szTagPath), false);
+    AddDefaults(known);
     for (const std::wstring& tstrFile : SettingFiles(subject.update, L"config", L"xml")) {
         const auto document = ReadXml(subject.update, tstrFile, Rule::eConfigNotXml, report);
         if (document) ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
@@ -168,9 +175,8 @@ void CheckConfiguration(const Subject& subject, Report& report)
         if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
     }
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eEffect == RecordEffect::eCarryOver) {
-            CheckTag(*instruction.pRecord, known, words, report);
-        }
+        if (instruction.pKey->eEffect != RecordEffect::eCarryOver) continue;
+        CheckTag(*instruction.pRecord, known, words, report);
     }
 }
 

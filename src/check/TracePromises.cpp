@@ -129,6 +129,7 @@ private:
     bool m_bAfterCommand = false;  // the one before did
     std::vector<const DeployStep*> m_steps;
     bool m_bMerged = false;
+    bool m_bQueried = false;
     std::vector<std::wstring> m_carriedOver;
 };
 
@@ -165,6 +166,7 @@ void RunPromises::Take(std::wstring_view tstrMessage)
 
 void RunPromises::TakeSettings(const std::wstring& tstrJson)
 {
+    m_bQueried = true;
     Json::Value json;
     const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     const std::string strText = String::ToUtf8(tstrJson);
@@ -256,6 +258,7 @@ void RunPromises::AddSettings()
 {
     FilePromise* const pPromise = Find(kInstalledDir + std::wstring(L"config.xml"));
     if (!pPromise || !m_bMerged) return;
+    if (!m_bQueried) m_carriedOver.clear();  // which of them the user had is not known
     pPromise->optContent.reset();
     pPromise->optSettings = SettingsPromise{{}, m_carriedOver, {}};
 }
