@@ -123,10 +123,9 @@ void ConfigFile::CheckType(const XmlElement& element, const TagPath& path, const
     }
 }
 
-bool IsTagPath(const std::optional<TagPath>& path)
+bool HasPlainNames(const TagPath& path)
 {
-    if (!path) return false;
-    for (const std::wstring& tstrName : path->Names()) {
+    for (const std::wstring& tstrName : path.Names()) {
         if (tstrName.find_first_of(kNeverInNames) != std::wstring::npos) return false;
     }
     return true;
@@ -140,7 +139,7 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
                    tstrSuggestion);
     };
     const std::optional<TagPath> path = TagPath::Parse(record.tstrValue);
-    if (!IsTagPath(path)) {
+    if (!path || !HasPlainNames(*path)) {
         add(Rule::eNoTagPath, L"is no tag path, such as /Section/Setting", NearestOf(record.tstrValue, words));
         return;
     }

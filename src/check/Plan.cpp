@@ -99,7 +99,7 @@ void PlanDeletions(PlanWork& work)
 bool PlanSettings(PlanWork& work)
 {
     PlanSection(work, SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
-    const std::wstring tstrSettingDir = work.update.FullPath(work.update.SettingFolder());
+    const std::wstring tstrSettingDir = work.update.Folder() + work.update.SettingFolder();
     if (!Storage::Directory::IsExisted(tstrSettingDir)) {
         work.Begin(L"DeploySettings").tstrReason = L"there is no folder " + tstrSettingDir;
         return false;
@@ -166,7 +166,7 @@ int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
 /// The folder of the installed product, with trailing backslash; empty when there is none.
 std::wstring InstalledFolder(const Update& update, bool bGiven)
 {
-    std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder();
+    const std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder();
     return tstrFolder.empty() ? update.InstalledFolder().value_or(std::wstring()) : tstrFolder;
 }
 

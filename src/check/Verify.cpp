@@ -167,7 +167,8 @@ private:
         std::wstring tstrDetail;
         const Verdict eVerdict = JudgeFile(tstrPath, tstrSource, file, tstrDetail);
         // Only what is moved leaves the download folder.
-        const bool bLeft = eVerdict != Verdict::eArrived && file.bAtRestart && Storage::File::IsExisted(tstrSource);
+        const bool bLeft =
+            eVerdict != Verdict::eArrived && file.bAtRestart && Storage::File::IsExisted(LongPath(tstrSource));
         Add(bLeft ? Verdict::eLeftInDownload : eVerdict, tstrPath,
             bLeft && eVerdict == Verdict::eMissing ? L"nothing is there" : tstrDetail);
     }
@@ -231,7 +232,7 @@ private:
         if (deletion.bFolder) return VerifyNoFolder(record.tstrFolder);
         std::size_t cLeft = 0;
         static_cast<void>(Storage::Directory::ForEachEntry(
-            record.tstrFolder, record.tstrPattern,
+            LongPath(record.tstrFolder), record.tstrPattern,
             [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
                 if (entry.bFolder || m_brought.contains(FoldedPath(tstrFile))) return;
@@ -259,7 +260,7 @@ private:
             const std::wstring tstrListed = std::move(folders.back());
             folders.pop_back();
             static_cast<void>(Storage::Directory::ForEachEntry(
-                tstrListed, L"*",
+                LongPath(tstrListed), L"*",
                 [&](const Storage::Directory::Entry& entry) {
                     const std::wstring tstrPath = tstrListed + entry.tstrName;
                     if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
