@@ -85,7 +85,7 @@ function(brevant_hostile_tests folder)
     set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     target_link_libraries(hostile_tests PRIVATE check agent test_support GTest::gmock GTest::gtest)
     foreach(kind InstructionFiles StringTables ShortcutFiles ConfigurationFiles UpdateInformation Placeholders
-                 UpdatesToCheck TracesToRead PlacesOfManifests)
+                 UpdatesToCheck UpdatesToPlan TracesToRead PlacesOfManifests)
         add_test(NAME hostile.${kind}
             COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds 2000)
         set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 1200)

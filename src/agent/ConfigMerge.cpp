@@ -16,6 +16,7 @@ using namespace KzCommon;
 
 namespace {
 
+constexpr unsigned kKeptFiles = 9;
 constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
 
 /// A configuration provider that is uninitialised on every way out.
@@ -60,10 +61,10 @@ std::wstring ToTraceText(const Json::Value& json)
 }
 
 /// Adds the tags to carry over to `data`, each with an empty value. False when there is none, or one that is no record.
-bool CollectTags(const SectionRecords& records, Json::Value& data)
+bool CollectTags(const Section& section, const SectionRecords& records, Json::Value& data)
 {
     bool bAll = true;
-    ForEachRecord(records, L"migrate", [&](const std::wstring& tstrTag) {
+    ForEachRecord(section, records, [&](const SectionKey&, const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
             Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
             bAll = false;
@@ -92,12 +93,13 @@ bool CarryOver(const std::wstring& tstrFolder)
     ProviderSession provider;
     if (!provider.Start()) return false;
 
+    constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
     SectionRecords records;
-    if (!ReadSection(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig"), records)) return false;
+    if (!ReadSection(kSection, records)) return false;
 
     Json::Value request(Json::objectValue);
     request["Data"] = Json::Value(Json::objectValue);
-    const bool bCollected = CollectTags(records, request["Data"]);
+    const bool bCollected = CollectTags(kSection, records, request["Data"]);
     const DWORD dwQueried = provider.Send(CConfigProvider::kQuery, request);
     if (Config::IsFailure(dwQueried)) {
         Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwQueried);
@@ -125,6 +127,13 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
     if (::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr)) return true;
     dwError = ::GetLastError();
     return false;
+}
+
+/// One of the names that kept files have: "config.previous.xml", "config.previous.2.xml" and so on.
+std::wstring KeptName(const std::wstring& tstrUsersFile, unsigned uNumber)
+{
+    const std::wstring tstrNumber = uNumber == 1 ? std::wstring() : L"." + std::to_wstring(uNumber);
+    return tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous" + tstrNumber + L".xml";
 }
 
 bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)
@@ -170,13 +179,20 @@ bool MergeConfig(const std::wstring& tstrFolder)
 
 std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
 {
-    const std::wstring tstrBase = tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous";
-    std::wstring tstrKept = tstrBase + L".xml";
-    for (unsigned uName = 2; uName <= kKeptFiles; ++uName) {
-        if (!Storage::File::IsExisted(tstrKept) || HoldSame(tstrKept, tstrUsersFile)) break;
-        tstrKept = tstrBase + L"." + std::to_wstring(uName) + L".xml";
+    for (unsigned uNumber = 1; uNumber < kKeptFiles; ++uNumber) {
+        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
+        if (!Storage::File::IsExisted(tstrKept) || HoldSame(tstrKept, tstrUsersFile)) return tstrKept;
     }
-    return tstrKept;
+    return KeptName(tstrUsersFile, kKeptFiles);
+}
+
+std::wstring NewestKeptFile(const std::wstring& tstrUsersFile)
+{
+    for (unsigned uNumber = kKeptFiles; uNumber > 0; --uNumber) {
+        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
+        if (Storage::File::IsExisted(tstrKept)) return tstrKept;
+    }
+    return {};
 }
 
 std::wstring KeepDuringMerge(const std::wstring& tstrFolder)

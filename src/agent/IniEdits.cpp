@@ -41,9 +41,10 @@ IniRecord ParseIniRecord(const std::wstring& tstrData)
 void ModifyUpdateInfo(const IniTarget& target)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::ModifyUpdateInfo()", target.tstrPath);
+    constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
     SectionRecords records;
-    if (!ReadSection(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"), records)) return;
-    ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
+    if (!ReadSection(kSection, records)) return;
+    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrRecord) {
         ModifyIniKeyValue(target, tstrRecord);
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
     });

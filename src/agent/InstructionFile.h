@@ -36,6 +36,7 @@
 
 /// Registry operations; any other number is refused.
 enum RegOp : DWORD {
+    op_no_reg = 0,            ///< no operation
     op_reg_add = 100,         ///< write the value, whatever is there
     op_reg_add_if_non = 101,  ///< write the value only when it does not exist
     op_reg_delete = 102,      ///< delete the value

@@ -14,16 +14,17 @@ bool IsKeyboardFilterCommand(const std::wstring& tstrCommand)
 
 std::wstring MakeRunOnceRecord(const std::wstring& tstrName, const std::wstring& tstrExpanded)
 {
-    return L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce!" + tstrName + L"!REG_SZ!" + tstrExpanded;
+    return kRunOnceKey + (L"!" + tstrName) + L"!REG_SZ!" + tstrExpanded;
 }
 
 void PostRunScript(const PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PostRunScript()");
+    constexpr const Section& kSection = SectionOf(L"Run", L"PostRunScript");
     SectionRecords records;
-    if (!ReadSection(SectionOf(L"Run", L"PostRunScript"), records)) return;
+    if (!ReadSection(kSection, records)) return;
     const bool bTouchpadTooOld = QorCommon::IsETDExistAndDriverNotUpToDate();
-    ForEachRecord(records, L"SysRunOnce", [&](const std::wstring& tstrCommand) {
+    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrCommand) {
         // The keyboard filter of that touchpad does not work with an old driver.
         if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return;
         RegisterSysRunOnce(pathValues, tstrCommand);

@@ -5,6 +5,9 @@
 
 #include <string>
 
+/// Where Windows looks for commands to run once, below HKEY_LOCAL_MACHINE.
+inline constexpr wchar_t kRunOnceKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
+
 /// Whether a command belongs to the touchpad's keyboard filter.
 [[nodiscard]] bool IsKeyboardFilterCommand(const std::wstring& tstrCommand);
 

@@ -14,9 +14,7 @@ bool ReadSection(const Section& section, SectionRecords& records, std::wstring_v
 
 void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues)
 {
-    for (const SectionKey& key : section.keys) {
-        if (!key.pfnCarryOut) continue;
-        ForEachRecord(records, key.szKey,
-                      [&](const std::wstring& tstrRecord) { key.pfnCarryOut(pathValues, tstrRecord); });
-    }
+    ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
+        if (key.pfnCarryOut) key.pfnCarryOut(pathValues, tstrRecord);
+    });
 }

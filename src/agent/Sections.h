@@ -1,4 +1,4 @@
-// The sections of the instruction file: their keys, the form of their records, who carries them out and when.
+// The sections of the instruction file: their keys, what the records do, who carries them out and when.
 #pragma once
 
 #include "agent/FileOperations.h"
@@ -13,17 +13,43 @@
 #include <string>
 #include <string_view>
 
-/// What the value of a record is.
-enum class RecordForm {
-    eRegistryValue,  ///< key path and value name: ParseRegistryRecord()
-    eRegistryData,   ///< the same with type and data
-    eFolder,         ///< a folder: ParseFileRecord()
-    eFilePattern,    ///< a folder and a name pattern: ParseFileRecord()
-    eIniValue,       ///< section, key and value: ParseIniRecord()
-    eCommand,        ///< a command line: MakeRunOnceRecord()
-    eTagPath,        ///< a value of the configuration, "/Parent/Child"
-    eText            ///< a text for the user
+/// What a record does, and by that what its value is.
+enum class RecordEffect {
+    eCreateFolder,       ///< a folder: ParseFileRecord()
+    eDeleteFolder,       ///< a folder, gone at the restart
+    eDeleteFiles,        ///< a folder and a name pattern, gone at the restart
+    eDeleteFilesNow,     ///< the same, gone at once
+    eDeleteValue,        ///< key path and value name: ParseRegistryRecord()
+    eWriteValue,         ///< the same with type and data
+    eWriteMissingValue,  ///< the same, unless a value is there
+    eCarryOver,          ///< a value of the configuration, "/Parent/Child"
+    eEditIni,            ///< section, key and value: ParseIniRecord()
+    eRunOnce,            ///< a command line: MakeRunOnceRecord()
+    eShowText            ///< a text for the user
 };
+
+/// The FileOp of an effect; op_not_used for one that has to do with other things than files and folders.
+constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
+{
+    switch (eEffect) {
+        case RecordEffect::eCreateFolder: return op_dir_add;
+        case RecordEffect::eDeleteFolder: return op_dir_delete;
+        case RecordEffect::eDeleteFiles: return op_file_delete;
+        case RecordEffect::eDeleteFilesNow: return op_file_delete_now;
+        default: return op_not_used;
+    }
+}
+
+/// The RegOp of an effect; op_no_reg for one that has to do with other things than registry values.
+constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
+{
+    switch (eEffect) {
+        case RecordEffect::eDeleteValue: return op_reg_delete;
+        case RecordEffect::eWriteValue: return op_reg_add;
+        case RecordEffect::eWriteMissingValue: return op_reg_add_if_non;
+        default: return op_no_reg;
+    }
+}
 
 /// When a record is carried out, in the order of a run.
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
@@ -32,7 +58,7 @@ enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName
 /// them; none where the reader takes the records itself.
 struct SectionKey {
     const wchar_t* szKey;
-    RecordForm eForm;
+    RecordEffect eEffect;
     bool bPlaceholders;
     void (*pfnCarryOut)(const PathValues&, const std::wstring& tstrRecord) = nullptr;
 };
@@ -52,32 +78,32 @@ inline constexpr Section kSections[] = {
     // clang-format off
     {L"QOR_DIR", L"CreateDirBeforeReboot", RunPhase::eBeforeDeployment,
      L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - QueryValue failed. [0x%08x]",
-     {{L"add", RecordForm::eFolder, true, &Records::CreateFolder}}},
+     {{L"add", RecordEffect::eCreateFolder, true, &Records::CreateFolder}}},
     {L"QOR_REGISTRY_PATCH", L"PatchRegistry", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordForm::eRegistryValue, false, &Records::DeleteRegistryValue},
-      {L"add", RecordForm::eRegistryData, true, &Records::AddRegistryValue},
-      {L"add_if_non", RecordForm::eRegistryData, true, &Records::AddMissingRegistryValue}}},
+     {{L"delete", RecordEffect::eDeleteValue, false, &Records::DeleteRegistryValue},
+      {L"add", RecordEffect::eWriteValue, true, &Records::AddRegistryValue},
+      {L"add_if_non", RecordEffect::eWriteMissingValue, true, &Records::AddMissingRegistryValue}}},
     {L"QOR_CONFIG_MERGE", L"MergeConfig", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
-     {{L"migrate", RecordForm::eTagPath, false}}},
+     {{L"migrate", RecordEffect::eCarryOver, false}}},
     {L"UPDATE_INFO", L"ModifyUpdateInfo", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::ModifyUpdateInfo() - QueryValue failed. [0x%08x]",
-     {{L"modify", RecordForm::eIniValue, false}}},
+     {{L"modify", RecordEffect::eEditIni, false}}},
     {L"QOR_DIR", L"RemoveFileAfterReboot", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordForm::eFolder, true, &Records::RemoveFolder}}},
+     {{L"delete", RecordEffect::eDeleteFolder, true, &Records::RemoveFolder}}},
     {L"QOR_FILE", L"RemoveFileAfterReboot", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordForm::eFilePattern, true, &Records::RemoveFiles},
-      {L"delete_now", RecordForm::eFilePattern, true, &Records::RemoveFilesNow}}},
+     {{L"delete", RecordEffect::eDeleteFiles, true, &Records::RemoveFiles},
+      {L"delete_now", RecordEffect::eDeleteFilesNow, true, &Records::RemoveFilesNow}}},
     {L"Run", L"PostRunScript", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]",
-     {{L"SysRunOnce", RecordForm::eCommand, true}}},
+     {{L"SysRunOnce", RecordEffect::eRunOnce, true}}},
     // The registry's words, as support knows them.
     {L"RestartNotification_", L"RemindToReboot", RunPhase::eNewName,
      L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]",
-     {{L"text", RecordForm::eText, false}}, true},
+     {{L"text", RecordEffect::eShowText, false}}, true},
     // clang-format on
 };
 
@@ -96,5 +122,15 @@ consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view
 [[nodiscard]] bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage = {},
                                const std::source_location& where = std::source_location::current());
 
-/// Carries out the records of a section key by key, those of one key in the order of their lines.
+/// Calls `apply` with the key's row and the value of every record that the section's reader takes, key by key in the
+/// order of the table, those of one key in the order of their lines.
+template <class Apply>
+void ForEachRecord(const Section& section, const SectionRecords& records, Apply&& apply)
+{
+    for (const SectionKey& key : section.keys) {
+        ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) { apply(key, tstrRecord); });
+    }
+}
+
+/// Carries out the records of a section in that order.
 void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues);

@@ -69,25 +69,7 @@ private:
 
 void ConfigFile::Check(const XmlElement& root)
 {
-    std::wstring tstrPath;
-    const XmlElement* pElement = root.GetFirstChild();
-    while (pElement && pElement != &root) {
-        tstrPath += L"/" + pElement->GetName();
-        // No record reaches what is called by more, and nothing of it is looked at.
-        const auto path = tstrPath.size() <= kMaxRecordCharacters ? TagPath::Parse(tstrPath) : std::nullopt;
-        if (path) CheckElement(*pElement, *path);
-        if (path && pElement->GetFirstChild()) {
-            pElement = pElement->GetFirstChild();
-            continue;
-        }
-        const XmlElement* pNext = nullptr;
-        while (!pNext && pElement != &root) {
-            tstrPath.resize(tstrPath.rfind(L'/'));
-            pNext = pElement->GetNextSibling();
-            pElement = pElement->GetParent();
-        }
-        pElement = pNext;
-    }
+    ForEachTag(root, [this](const XmlElement& element, const TagPath& path) { CheckElement(element, path); });
 }
 
 void ConfigFile::CheckElement(const XmlElement& element, const TagPath& path)
@@ -141,10 +123,9 @@ void ConfigFile::CheckType(const XmlElement& element, const TagPath& path, const
     }
 }
 
-bool IsTagPath(const std::optional<TagPath>& path)
+bool HasPlainNames(const TagPath& path)
 {
-    if (!path) return false;
-    for (const std::wstring& tstrName : path->Names()) {
+    for (const std::wstring& tstrName : path.Names()) {
         if (tstrName.find_first_of(kNeverInNames) != std::wstring::npos) return false;
     }
     return true;
@@ -158,7 +139,7 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
                    tstrSuggestion);
     };
     const std::optional<TagPath> path = TagPath::Parse(record.tstrValue);
-    if (!IsTagPath(path)) {
+    if (!path || !HasPlainNames(*path)) {
         add(Rule::eNoTagPath, L"is no tag path, such as /Section/Setting", NearestOf(record.tstrValue, words));
         return;
     }
@@ -171,12 +152,19 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
     }
 }
 
+void AddDefaults(KnownTags& known)
+{
+    for (const Config::Default& row : Config::Defaults()) {
+        if (const auto path = TagPath::Parse(row.szTagPath)) AddTag(known, *path, false);
+    }
+}
+
 }  // namespace
 
 void CheckConfiguration(const Subject& subject, Report& report)
 {
     KnownTags known;
-    for (const Config::Default& row : Config::Defaults()) AddTag(known, *TagPath::Parse(row.szTagPath), false);
+    AddDefaults(known);
     for (const std::wstring& tstrFile : SettingFiles(subject.update, L"config", L"xml")) {
         const auto document = ReadXml(subject.update, tstrFile, Rule::eConfigNotXml, report);
         if (document) ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
@@ -186,7 +174,8 @@ void CheckConfiguration(const Subject& subject, Report& report)
         if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
     }
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eForm == RecordForm::eTagPath) CheckTag(*instruction.pRecord, known, words, report);
+        if (instruction.pKey->eEffect != RecordEffect::eCarryOver) continue;
+        CheckTag(*instruction.pRecord, known, words, report);
     }
 }
 

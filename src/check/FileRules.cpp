@@ -41,16 +41,6 @@ struct FileCheck {
     }
 };
 
-/// A FileOp; op_not_used for a key that these rules do not know.
-int OperationOf(const SectionKey& key)
-{
-    const bool bFolder = key.eForm == RecordForm::eFolder;
-    const std::wstring_view tstrKey = key.szKey;
-    if (tstrKey == L"add") return op_dir_add;
-    if (tstrKey == L"delete") return bFolder ? op_dir_delete : op_file_delete;
-    return tstrKey == L"delete_now" ? op_file_delete_now : op_not_used;
-}
-
 /// A path whose beginning is left of a placeholder: that mistake has a rule of its own.
 bool BeginsWithBraces(const std::wstring& tstrPath)
 {
@@ -240,6 +230,30 @@ void CheckDestinations(const Surroundings& around, Report& report)
     }
 }
 
+/// Files that Windows does not take where long paths are not switched on: in their places, or where they are
+/// downloaded.
+void CheckLengths(const Surroundings& around, Report& report)
+{
+    const std::size_t cchInstalled = around.folders.InstalledDir().size();
+    for (const auto& [tstrLower, files] : around.brought) {
+        const auto lengthOf = [&](const BroughtFile& file) {
+            return std::max(file.tstrDestination.size(), cchInstalled + file.tstrFile.size());
+        };
+        const auto isLong = [&](const BroughtFile& file) {
+            return lengthOf(file) >= MAX_PATH;
+        };
+        const auto itFirst = std::find_if(files.begin(), files.end(), isLong);
+        if (itFirst == files.end()) continue;
+        const bool bInPlace = itFirst->tstrDestination.size() >= MAX_PATH;
+        const auto cMore = std::count_if(std::next(itFirst), files.end(), isLong);
+        report.Add(Rule::ePathTooLong, itFirst->tstrFile, {},
+                   std::wstring(bInPlace ? L"in its place" : L"in the download folder") + L" the path has " +
+                       std::to_wstring(bInPlace ? itFirst->tstrDestination.size() : lengthOf(*itFirst)) +
+                       L" characters: without long paths switched on Windows takes 259" +
+                       (cMore > 0 ? L"; and " + std::to_wstring(cMore) + L" more" : std::wstring()));
+    }
+}
+
 }  // namespace
 
 void CheckFileRecords(const Subject& subject, Report& report)
@@ -252,9 +266,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
                         {}};
     around.sources = ListMovedSources(around.brought);
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        const RecordForm eForm = instruction.pKey->eForm;
-        if (eForm != RecordForm::eFolder && eForm != RecordForm::eFilePattern) continue;
-        const int iOp = OperationOf(*instruction.pKey);
+        const int iOp = FileOpOf(instruction.pKey->eEffect);
         if (iOp == op_not_used) continue;
         const FileCheck check{*instruction.pRecord, iOp,
                               ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
@@ -265,6 +277,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
         CheckLosses(check, around);
     }
     CheckDestinations(around, report);
+    CheckLengths(around, report);
 }
 
 }  // namespace Check

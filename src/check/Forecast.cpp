@@ -236,7 +236,7 @@ void Forecast::AddFolder(const std::wstring& tstrPath)
 
 const std::optional<HeldValue>* Forecast::Noted(const std::wstring& tstrKeyPath, const std::wstring& tstrName) const
 {
-    const auto itValue = m_values.find({LowerCase(tstrKeyPath), LowerCase(tstrName)});
+    const auto itValue = m_values.find({LowerCase(KeyPathOf(tstrKeyPath)), LowerCase(tstrName)});
     return itValue == m_values.end() ? nullptr : &itValue->second;
 }
 
@@ -268,7 +268,7 @@ bool Forecast::LeavesAlone(const RegistryRecord& record) const
 void Forecast::SetValue(const std::wstring& tstrKeyPath, const std::wstring& tstrName,
                         std::optional<HeldValue> optValue)
 {
-    m_values[{LowerCase(tstrKeyPath), LowerCase(tstrName)}] = std::move(optValue);
+    m_values[{LowerCase(KeyPathOf(tstrKeyPath)), LowerCase(tstrName)}] = std::move(optValue);
 }
 
 }  // namespace Check

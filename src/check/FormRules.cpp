@@ -1,4 +1,5 @@
 // B001 to B009: the form of the instruction file.
+#include "check/Instructions.h"
 #include "check/KnownSections.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
@@ -44,8 +45,7 @@ void CheckRecord(const IniSection& section, const IniRecord& record, const Known
         add(Rule::eNoRecord, record.place, L"\"" + record.tstrKey + L"\" is no record: \"=\" is missing");
         return;
     }
-    const bool bKnown = std::find(known.keys.begin(), known.keys.end(), record.tstrKey) != known.keys.end();
-    if (!bKnown && record.IsRecord()) {
+    if (!known.HasKey(record.tstrKey) && record.IsRecord()) {
         add(Rule::eUnknownKey, record.place, L"[" + section.tstrName + L"] has no key \"" + record.tstrKey + L"\"",
             NearestOf(record.tstrKey, known.keys));
     } else if (record.bBlankBefore) {
@@ -131,9 +131,11 @@ void CheckRemovalSections(const IniScan& scan, Report& report)
     const bool bFiles = HasRecords(scan, L"QOR_FILE");
     if (bFolders == bFiles) return;
     const IniSection& there = *scan.Find(bFolders ? L"QOR_DIR" : L"QOR_FILE");
-    const bool bRemoves =
-        bFiles || std::any_of(there.records.begin(), there.records.end(),
-                              [](const IniRecord& record) { return record.IsRecord() && record.tstrKey == L"delete"; });
+    const std::vector<Instruction> instructions = ListInstructions(scan);
+    const bool bRemoves = std::any_of(instructions.begin(), instructions.end(), [](const Instruction& instruction) {
+        const FileOp eOp = FileOpOf(instruction.pKey->eEffect);
+        return eOp != op_not_used && eOp != op_dir_add;
+    });
     report.AddAs(bRemoves ? Severity::eError : Severity::eWarning, Rule::eMissingSection, kInstructionFile, there.place,
                  L"[" + there.tstrName + L"] stands without " + (bFolders ? L"[QOR_FILE]" : L"[QOR_DIR]") +
                      L": nothing is removed");

@@ -61,6 +61,12 @@ bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore)
     return false;
 }
 
+std::wstring KeyPathOf(std::wstring tstrKeyPath)
+{
+    while (tstrKeyPath.ends_with(L'\\')) tstrKeyPath.pop_back();
+    return tstrKeyPath;
+}
+
 std::wstring LowerCase(std::wstring tstrText)
 {
     if (!tstrText.empty()) ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));

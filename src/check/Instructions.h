@@ -32,6 +32,9 @@ struct Field {
 /// Whether a run of "!" swallows a field that looks as if it were there, at most `cBefore` fields from the front.
 [[nodiscard]] bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore);
 
+/// A record's key path as Windows takes it: backslashes at its end are dropped.
+[[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
+
 /// `tstrText` in lower case, for comparisons without regard to case in tables.
 [[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
 

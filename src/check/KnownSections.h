@@ -1,6 +1,7 @@
 // The sections and keys of the instruction file that the agent reads.
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,6 +13,11 @@ struct KnownSection {
     const wchar_t* szName;
     bool bLanguage;  ///< the name goes on with a language tag
     std::vector<std::wstring> keys;
+
+    [[nodiscard]] bool HasKey(const std::wstring& tstrKey) const
+    {
+        return std::find(keys.begin(), keys.end(), tstrKey) != keys.end();
+    }
 };
 
 /// All of them, as the agent's own tables have them.

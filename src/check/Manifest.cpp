@@ -30,6 +30,13 @@ const char* When(bool bAtRestart)
     return bAtRestart ? "restart" : "now";
 }
 
+Json::Value Describe(const std::vector<std::wstring>& texts)
+{
+    Json::Value json(Json::arrayValue);
+    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
+    return json;
+}
+
 Json::Value Describe(const FilePromise& file)
 {
     Json::Value json;
@@ -37,6 +44,11 @@ Json::Value Describe(const FilePromise& file)
     json["source"] = ToJson(file.tstrSource);
     json["when"] = When(file.bAtRestart);
     if (!file.tstrLanguage.empty()) json["language"] = ToJson(file.tstrLanguage);
+    if (file.optSettings) {
+        json["settings"]["root"] = ToJson(file.optSettings->tstrRoot);
+        json["settings"]["tags"] = Describe(file.optSettings->tags);
+        json["settings"]["carried_over"] = Describe(file.optSettings->carriedOver);
+    }
     // Without these two it differs from machine to machine.
     if (file.optContent) {
         json["size"] = Json::UInt64{file.optContent->ullSize};
@@ -121,6 +133,23 @@ private:
     bool m_bOk;
 };
 
+bool FromJson(const Json::Value& json, std::wstring& tstrText)
+{
+    return json.isString() && String::FromUtf8(json.asString(), tstrText) && tstrText.find(L'\0') == std::wstring::npos;
+}
+
+bool FromJson(const Json::Value& json, std::vector<std::wstring>& texts)
+{
+    return json.isArray() && std::all_of(json.begin(), json.end(),
+                                         [&](const Json::Value& text) { return FromJson(text, texts.emplace_back()); });
+}
+
+bool FromJson(const Json::Value& json, SettingsPromise& settings)
+{
+    return json.isObject() && FromJson(json["root"], settings.tstrRoot) && FromJson(json["tags"], settings.tags) &&
+           FromJson(json["carried_over"], settings.carriedOver);
+}
+
 bool FromJson(const Json::Value& json, FilePromise& file)
 {
     Members members(json);
@@ -132,7 +161,8 @@ bool FromJson(const Json::Value& json, FilePromise& file)
         file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
         if (file.optContent->strSha256.size() != 64) return false;
     }
-    return members.AreGood();
+    if (!members.Has("settings")) return members.AreGood();
+    return FromJson(json["settings"], file.optSettings.emplace()) && members.AreGood();
 }
 
 bool FromJson(const Json::Value& json, DeletionPromise& deletion)
@@ -175,11 +205,6 @@ bool FromJson(const Json::Value& json, IniPromise& value)
     value.tstrKey = members.Text("key");
     value.tstrValue = members.Text("value");
     return members.AreGood() && !value.tstrSection.empty() && !value.tstrKey.empty();
-}
-
-bool FromJson(const Json::Value& json, std::wstring& tstrText)
-{
-    return json.isString() && String::FromUtf8(json.asString(), tstrText) && tstrText.find(L'\0') == std::wstring::npos;
 }
 
 template <class Promise>
@@ -237,8 +262,7 @@ std::string FormatManifest(const Promises& promises)
         if (value.tstrKey.ends_with(L"_Version"))
             root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
     }
-    root["folders"] = Json::Value(Json::arrayValue);
-    for (const std::wstring& tstrFolder : promises.folders) root["folders"].append(ToJson(tstrFolder));
+    root["folders"] = Describe(promises.folders);
     root["files"] = DescribeAll(promises.files);
     root["deletions"] = DescribeAll(promises.deletions);
     root["registry"] = DescribeAll(promises.registry);

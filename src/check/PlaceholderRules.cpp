@@ -64,18 +64,18 @@ const Placeholder* FindPlaceholder(std::wstring_view tstrText)
     return itFound == kPlaceholders.end() ? nullptr : &*itFound;
 }
 
-bool IsPath(RecordForm eForm)
+bool IsPath(RecordEffect eEffect)
 {
-    return eForm == RecordForm::eFolder || eForm == RecordForm::eFilePattern;
+    return FileOpOf(eEffect) != op_not_used;
 }
 
-void CheckExpanded(const Braced& braced, RecordForm eForm, Place place, Report& report)
+void CheckExpanded(const Braced& braced, RecordEffect eEffect, Place place, Report& report)
 {
     if (const Placeholder* const pKnown = FindPlaceholder(braced.tstrText)) {
         if (pKnown->bMayBeUnset) {
             report.Add(Rule::eLogFolderMayBeUnset, kInstructionFile, place,
                        braced.tstrText + L" stands for nothing where that log folder is not set" +
-                           (IsPath(eForm) ? L": the path is refused there" : L""));
+                           (IsPath(eEffect) ? L": the path is refused there" : L""));
         }
         return;
     }
@@ -88,8 +88,9 @@ void CheckExpanded(const Braced& braced, RecordForm eForm, Place place, Report& 
     // Braces have other uses in data and commands.
     const bool bWord = braced.bClosed && braced.tstrText.size() > 2 && ::IsCharAlphaW(braced.tstrText[1]);
     if (bWord) {
-        report.AddAs(IsPath(eForm) ? Severity::eError : Severity::eWarning, Rule::eUnknownPlaceholder, kInstructionFile,
-                     place, L"\"" + braced.tstrText + L"\" is no placeholder: the text stays as it is");
+        report.AddAs(IsPath(eEffect) ? Severity::eError : Severity::eWarning, Rule::eUnknownPlaceholder,
+                     kInstructionFile, place,
+                     L"\"" + braced.tstrText + L"\" is no placeholder: the text stays as it is");
     }
 }
 
@@ -108,7 +109,7 @@ void CheckUnexpanded(const Braced& braced, Place place, Report& report)
 std::size_t ExpandedFrom(const Instruction& instruction)
 {
     if (!instruction.pKey->bPlaceholders) return std::wstring::npos;
-    if (instruction.pKey->eForm != RecordForm::eRegistryData) return 0;
+    if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) return 0;
     constexpr std::size_t kData = 3;
     const std::vector<Field> fields = FieldsOf(*instruction.pRecord);
     if (fields.size() <= kData) return std::wstring::npos;
@@ -121,7 +122,6 @@ void CheckPlaceholders(const Subject& subject, Report& report)
 {
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
         const IniRecord& record = *instruction.pRecord;
-        const RecordForm eForm = instruction.pKey->eForm;
         const std::size_t uExpanded = ExpandedFrom(instruction);
         for (const Braced& braced : ListBraced(record.tstrValue)) {
             const Place place{record.valuePlace.uLine,
@@ -129,7 +129,7 @@ void CheckPlaceholders(const Subject& subject, Report& report)
             if (braced.uBegin < uExpanded) {
                 CheckUnexpanded(braced, place, report);
             } else {
-                CheckExpanded(braced, eForm, place, report);
+                CheckExpanded(braced, instruction.pKey->eEffect, place, report);
             }
         }
     }

@@ -64,11 +64,42 @@ std::wstring NameOf(const PackageLayout::DeployStep& step)
     return tstrName.substr(0, tstrName.find(L'('));
 }
 
+/// The records of a section that are carried out one by one. Those of the others their readers take as a whole.
+void PlanRecords(PlanWork& work, const Section& section, const SectionRecords& records)
+{
+    ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
+        const FileOp eFileOp = FileOpOf(key.eEffect);
+        const RegOp eRegOp = RegOpOf(key.eEffect);
+        if (eFileOp != op_not_used) PlanFileRecord(work, eFileOp, tstrRecord);
+        if (eRegOp != op_no_reg) PlanRegistryRecord(work, eRegOp, tstrRecord);
+    });
+}
+
+void PlanSection(PlanWork& work, const Section& section)
+{
+    work.Begin(section.szReader);
+    SectionRecords records;
+    if (work.Read(section, records)) PlanRecords(work, section, records);
+}
+
+/// Nothing is removed unless both sections can be read.
+void PlanDeletions(PlanWork& work)
+{
+    constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
+    constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
+    work.Begin(kFolders.szReader);
+    SectionRecords folders;
+    SectionRecords files;
+    if (!work.Read(kFolders, folders) || !work.Read(kFiles, files)) return;
+    PlanRecords(work, kFolders, folders);
+    PlanRecords(work, kFiles, files);
+}
+
 /// What the settings step does before its copies. False when there are none.
 bool PlanSettings(PlanWork& work)
 {
-    PlanRegistry(work);
-    const std::wstring tstrSettingDir = work.update.FullPath(work.update.SettingFolder());
+    PlanSection(work, SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
+    const std::wstring tstrSettingDir = work.update.Folder() + work.update.SettingFolder();
     if (!Storage::Directory::IsExisted(tstrSettingDir)) {
         work.Begin(L"DeploySettings").tstrReason = L"there is no folder " + tstrSettingDir;
         return false;
@@ -135,7 +166,7 @@ int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
 /// The folder of the installed product, with trailing backslash; empty when there is none.
 std::wstring InstalledFolder(const Update& update, bool bGiven)
 {
-    std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder();
+    const std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder();
     return tstrFolder.empty() ? update.InstalledFolder().value_or(std::wstring()) : tstrFolder;
 }
 
@@ -146,7 +177,7 @@ Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir)
     PlanWork work{update, Forecast(update.Folder(), tstrInstalledDir), {}, {update.Folder(), tstrInstalledDir, {}}};
     work.paths.ReadLogFolders();
     work.paths.TakeProductFolders(tstrInstalledDir, update.Product().tstrDownloadPath);
-    PlanFolders(work);
+    PlanSection(work, SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
     PlanPackages(work);
     PlanDeletions(work);
     PlanCommands(work);

@@ -135,23 +135,27 @@ void DeleteFiles(PlanWork& work, const FileRecord& record, bool bAtRestart)
     }
 }
 
-struct DeletionKey {
-    const wchar_t* szKey;
-    int iOp;
-};
-
-void PlanDeletionsOf(PlanWork& work, const SectionRecords& records, const DeletionKey& key)
+void CreateFolder(PlanWork& work, const FileRecord& record, bool bLengthValid)
 {
-    const bool bAtRestart = key.iOp != op_file_delete_now;
-    ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) {
-        if (!IsRecordLengthValid(tstrRecord)) return Refuse(work, tstrRecord, bAtRestart, Outcome::eFail, kTooLong);
-        const FileRecord record = ParseFileRecord(key.iOp, work.Expand(tstrRecord));
-        if (key.iOp == op_dir_delete) {
-            DeleteFolder(work, record);
-        } else {
-            DeleteFiles(work, record, bAtRestart);
-        }
-    });
+    Change change{.eAction = Action::eCreateFolder, .eOutcome = Outcome::eNew};
+    change.tstrTarget = record.tstrPath;
+    const std::wstring tstrFull = Storage::Directory::FullPath(record.tstrFolder);
+    const std::wstring tstrRoot = tstrFull.substr(0, Storage::Directory::RootLength(tstrFull)) + L'\\';
+    if (!bLengthValid) {
+        change.tstrReason = kTooLong;
+    } else if (work.forecast.HasFolder(record.tstrFolder)) {
+        change.eOutcome = Outcome::eStay;
+    } else if (record.eRefusal != FileRefusal::eNone) {
+        change.tstrReason = ReasonOf(record.eRefusal);
+    } else if (work.forecast.HasFile(tstrFull)) {
+        change.tstrReason = L"a file has that name";
+    } else if (!Storage::Directory::IsExisted(tstrRoot)) {
+        change.tstrReason = L"there is no such drive";
+    } else {
+        work.forecast.AddFolder(tstrFull);
+    }
+    if (!change.tstrReason.empty()) change.eOutcome = Outcome::eFail;
+    work.Add(std::move(change));
 }
 
 }  // namespace
@@ -175,34 +179,17 @@ bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, co
     return bOk;
 }
 
-void PlanFolders(PlanWork& work)
+void PlanFileRecord(PlanWork& work, FileOp eOp, const std::wstring& tstrRecord)
 {
-    constexpr const Section& kSection = SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot");
-    work.Begin(kSection.szReader);
-    SectionRecords records;
-    if (!work.Read(kSection, records)) return;
-    ForEachRecord(records, L"add", [&](const std::wstring& tstrRecord) {
-        Change change{.eAction = Action::eCreateFolder, .eOutcome = Outcome::eNew};
-        change.tstrTarget = work.Expand(tstrRecord);
-        const FileRecord record = ParseFileRecord(op_dir_add, change.tstrTarget);
-        const std::wstring tstrFull = Storage::Directory::FullPath(record.tstrFolder);
-        const std::wstring tstrRoot = tstrFull.substr(0, Storage::Directory::RootLength(tstrFull)) + L'\\';
-        if (!IsRecordLengthValid(tstrRecord)) {
-            change.tstrReason = kTooLong;
-        } else if (work.forecast.HasFolder(record.tstrFolder)) {
-            change.eOutcome = Outcome::eStay;
-        } else if (record.eRefusal != FileRefusal::eNone) {
-            change.tstrReason = ReasonOf(record.eRefusal);
-        } else if (work.forecast.HasFile(tstrFull)) {
-            change.tstrReason = L"a file has that name";
-        } else if (!Storage::Directory::IsExisted(tstrRoot)) {
-            change.tstrReason = L"there is no such drive";
-        } else {
-            work.forecast.AddFolder(tstrFull);
-        }
-        if (!change.tstrReason.empty()) change.eOutcome = Outcome::eFail;
-        work.Add(std::move(change));
-    });
+    const bool bLengthValid = IsRecordLengthValid(tstrRecord);
+    const bool bAtRestart = eOp != op_file_delete_now;
+    if (!bLengthValid && eOp != op_dir_add) return Refuse(work, tstrRecord, bAtRestart, Outcome::eFail, kTooLong);
+    const FileRecord record = ParseFileRecord(eOp, work.Expand(tstrRecord));
+    switch (eOp) {
+        case op_dir_add: return CreateFolder(work, record, bLengthValid);
+        case op_dir_delete: return DeleteFolder(work, record);
+        default: return DeleteFiles(work, record, bAtRestart);
+    }
 }
 
 void PlanCopies(PlanWork& work, const PackageLayout::DeployStep& step, const PackageLayout::BaseFolders& bases)
@@ -244,19 +231,6 @@ void NoteSameTargets(PlanWork& work)
             change.tstrReason = L"takes the place of " + std::exchange(itFirst->second, change.tstrSource);
         }
     }
-}
-
-void PlanDeletions(PlanWork& work)
-{
-    constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
-    constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
-    work.Begin(kFolders.szReader);
-    SectionRecords folders;
-    SectionRecords files;
-    if (!work.Read(kFolders, folders) || !work.Read(kFiles, files)) return;
-    PlanDeletionsOf(work, folders, {L"delete", op_dir_delete});
-    PlanDeletionsOf(work, files, {L"delete", op_file_delete});
-    PlanDeletionsOf(work, files, {L"delete_now", op_file_delete_now});
 }
 
 }  // namespace Check

@@ -103,12 +103,13 @@ bool PlanCarryOver(PlanWork& work, const std::wstring& tstrSettingDir, const std
         work.plan.steps.back().tstrReason = L"the encryption cannot be used";
         return false;
     }
+    constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
     SectionRecords records;
-    if (!work.Read(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig"), records)) return false;
+    if (!work.Read(kSection, records)) return false;
 
     bool bAll = true;
     std::set<std::string> tags;  // in the order in which they are written
-    ForEachRecord(records, L"migrate", [&](const std::wstring& tstrTag) {
+    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrTag) {
         if (IsRecordLengthValid(tstrTag)) {
             tags.insert(String::ToUtf8(tstrTag));
             return;

@@ -25,7 +25,8 @@ bool IsRefused(const RegistryRecord& record, std::wstring& tstrReason)
         default: break;
     }
     if (record.tstrKeyPath.empty()) tstrReason = L"the record has no key";
-    return record.tstrKeyPath.empty();
+    if (record.tstrKeyPath.starts_with(L'\\')) tstrReason = L"the key path begins with a backslash";
+    return !tstrReason.empty();
 }
 
 /// What else there is to know about a record that is carried out.
@@ -87,7 +88,9 @@ void PlanAdd(PlanWork& work, const RegistryRecord& record, bool bOnlyMissing)
     Write(work, std::move(change), record.tstrKeyPath, ValueOf(record));
 }
 
-void PlanRecord(PlanWork& work, const std::wstring& tstrRecord, const SectionKey& key)
+}  // namespace
+
+void PlanRegistryRecord(PlanWork& work, RegOp eOp, const std::wstring& tstrRecord)
 {
     if (!IsRecordLengthValid(tstrRecord)) {
         Change change{.eAction = Action::eWriteValue, .eOutcome = Outcome::eFail};
@@ -97,12 +100,14 @@ void PlanRecord(PlanWork& work, const std::wstring& tstrRecord, const SectionKey
     }
     RegistryRecord record = ParseRegistryRecord(tstrRecord);
     record.tstrData = work.Expand(record.tstrData);
-    if (key.eForm == RecordForm::eRegistryValue) {
+    if (eOp == op_reg_delete) {
         PlanDelete(work, record);
     } else {
-        PlanAdd(work, record, key.szKey == std::wstring_view(L"add_if_non"));
+        PlanAdd(work, record, eOp == op_reg_add_if_non);
     }
 }
+
+namespace {
 
 /// The INI file whose keys are changed, and what it will hold.
 class IniPlan {
@@ -174,17 +179,6 @@ void PlanValue(PlanWork& work, const std::wstring& tstrKeyPath, const std::wstri
     Write(work, ChangeOf(Action::eWriteValue, tstrKeyPath, tstrName), tstrKeyPath, value);
 }
 
-void PlanRegistry(PlanWork& work)
-{
-    constexpr const Section& kSection = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
-    work.Begin(kSection.szReader);
-    SectionRecords records;
-    if (!work.Read(kSection, records)) return;
-    for (const SectionKey& key : kSection.keys) {
-        ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) { PlanRecord(work, tstrRecord, key); });
-    }
-}
-
 void PlanUpdateInfo(PlanWork& work, const std::wstring& tstrSettingDir)
 {
     constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
@@ -197,7 +191,7 @@ void PlanUpdateInfo(PlanWork& work, const std::wstring& tstrSettingDir)
     SectionRecords records;
     if (!work.Read(kSection, records)) return;
     IniPlan file(work, bCopied ? tstrCopy : tstrInstalled, tstrRead);
-    ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) { file.Add(tstrRecord); });
+    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrRecord) { file.Add(tstrRecord); });
     file.Add(DeployedVersion());
 }
 
@@ -223,7 +217,7 @@ void PlanCommands(PlanWork& work)
     SectionRecords records;
     if (!work.Read(kSection, records)) return;
     const bool bTouchpadTooOld = QorCommon::IsETDExistAndDriverNotUpToDate();
-    ForEachRecord(records, L"SysRunOnce", [&](const std::wstring& tstrCommand) {
+    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrCommand) {
         if (!bTouchpadTooOld || !IsKeyboardFilterCommand(tstrCommand)) return PlanCommand(work, tstrCommand);
         Change change{.eAction = Action::eRunOnce, .eOutcome = Outcome::eStay, .bAtRestart = true};
         change.tstrTarget = work.Expand(tstrCommand);

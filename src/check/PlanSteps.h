@@ -36,13 +36,12 @@ inline constexpr wchar_t kTooLong[] = L"longer than 1023 characters";
 /// A file that is copied now; `eAction` eCopy or eKeep. True when it will be there.
 bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget);
 
-void PlanFolders(PlanWork& work);  ///< PlanFiles.cpp
+void PlanFileRecord(PlanWork& work, FileOp eOp, const std::wstring& tstrRecord);     ///< PlanFiles.cpp
+void PlanRegistryRecord(PlanWork& work, RegOp eOp, const std::wstring& tstrRecord);  ///< PlanRecords.cpp
 void PlanCopies(PlanWork& work, const PackageLayout::DeployStep& step,
                 const PackageLayout::BaseFolders& bases);  ///< PlanFiles.cpp
 /// Of the files that arrive under one name the last one stays.
 void NoteSameTargets(PlanWork& work);                                     ///< PlanFiles.cpp
-void PlanDeletions(PlanWork& work);                                       ///< PlanFiles.cpp
-void PlanRegistry(PlanWork& work);                                        ///< PlanRecords.cpp
 void PlanUpdateInfo(PlanWork& work, const std::wstring& tstrSettingDir);  ///< PlanRecords.cpp
 void PlanCommands(PlanWork& work);                                        ///< PlanRecords.cpp
 void PlanCommand(PlanWork& work, const std::wstring& tstrCommand);        ///< PlanRecords.cpp

@@ -3,13 +3,16 @@
 #include "check/Destination.h"
 #include "check/ErrorWords.h"
 #include "check/Instructions.h"
+#include "check/XmlForm.h"
 
 #include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
+#include "agent/RunOnce.h"
 #include "agent/Sections.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_XmlParser.h"
 
 #include <algorithm>
 #include <map>
@@ -54,6 +57,12 @@ bool IsLeftAlone(const RegistryPromise& known, const RegistryRecord& record)
     return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
 }
 
+/// Run-once commands do not stay where they are written.
+bool LastsAnywhere(const RegistryRecord& record)
+{
+    return !record.tstrKeyPath.empty() && !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
+}
+
 void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState eState)
 {
     promise.eState = eState;
@@ -68,22 +77,22 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
 
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
 {
-    if (record.tstrKeyPath.empty()) return;
-    FindOrAddValue(registry, record.tstrKeyPath, record.tstrValueName).eState = ValueState::eAbsent;
+    if (!LastsAnywhere(record)) return;
+    FindOrAddValue(registry, KeyPathOf(record.tstrKeyPath), record.tstrValueName).eState = ValueState::eAbsent;
 }
 
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
 {
     const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
                           record.eType == RegistryType::eQword;
-    if (!bWritten || record.tstrKeyPath.empty()) return;
-    const RegistryPromise* const pKnown = FindValue(registry, record.tstrKeyPath, record.tstrValueName);
+    if (!bWritten || !LastsAnywhere(record)) return;
+    const std::wstring tstrKeyPath = KeyPathOf(record.tstrKeyPath);
+    const RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
     // Looked for under its literal name, written as the unnamed value.
     const bool bUnnamed = bOnlyMissing && record.tstrValueName == L"(Default)";
     const bool bKnown = pKnown != nullptr;
-    RegistryPromise& promise =
-        FindOrAddValue(registry, record.tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
+    RegistryPromise& promise = FindOrAddValue(registry, tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
     SetData(promise, record, !bOnlyMissing || bUnnamed || bKnown ? ValueState::eData : ValueState::eAnyData);
     promise.bUnlessLiteral = bUnnamed && !bKnown;
 }
@@ -112,8 +121,8 @@ public:
     {
         m_promises.tstrProduct = m_update.Product().tstrDownloadPath;
         m_promises.tstrResource = m_update.Resource().tstrDownloadPath;
-        AddFolders();
-        if (m_update.Product().bThere) AddRegistry();
+        AddSection(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
+        if (m_update.Product().bThere) AddSection(SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
         AddRows();
         AddDeletions();
         return m_bRead;
@@ -146,44 +155,48 @@ private:
         return std::nullopt;
     }
 
-    void AddFolders()
+    void AddRecord(RecordEffect eEffect, const std::wstring& tstrRecord)
     {
-        ForEachRecord(Read(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot")), L"add", [&](const std::wstring& tstr) {
-            if (const auto optPlace = PlaceOf(tstr, false)) m_promises.folders.push_back(*optPlace);
+        if (const FileOp eOp = FileOpOf(eEffect); eOp != op_not_used) return AddFileRecord(eOp, tstrRecord);
+        if (!IsRecordLengthValid(tstrRecord)) return;
+        if (const RegOp eOp = RegOpOf(eEffect); eOp == op_reg_delete) {
+            PromiseNoValue(m_promises.registry, ParseRegistryRecord(tstrRecord));
+        } else if (eOp != op_no_reg) {
+            PromiseValue(m_promises.registry, ParseRegistryRecord(tstrRecord), eOp == op_reg_add_if_non);
+        } else if (eEffect == RecordEffect::eEditIni) {
+            PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
+        }
+    }
+
+    void AddFileRecord(FileOp eOp, const std::wstring& tstrRecord)
+    {
+        const bool bFolder = eOp == op_dir_add || eOp == op_dir_delete;
+        const auto optPlace = PlaceOf(tstrRecord, !bFolder);
+        if (!optPlace) return;
+        if (eOp == op_dir_add) {
+            m_promises.folders.push_back(*optPlace);
+        } else {
+            m_promises.deletions.push_back({*optPlace, bFolder, eOp != op_file_delete_now});
+        }
+    }
+
+    void AddRecords(const Section& section, const SectionRecords& records)
+    {
+        ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
+            AddRecord(key.eEffect, tstrRecord);
         });
     }
+    void AddSection(const Section& section) { AddRecords(section, Read(section)); }
 
     void AddDeletions()
     {
-        const SectionRecords folders = Read(SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot"));
-        const SectionRecords files = Read(SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot"));
+        constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
+        constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
+        const SectionRecords folders = Read(kFolders);
+        const SectionRecords files = Read(kFiles);
         if (folders.empty() || files.empty()) return;  // then nothing at all is removed
-        const auto add = [&](const SectionRecords& records, const wchar_t* szKey, bool bFolder, bool bAtRestart) {
-            ForEachRecord(records, szKey, [&](const std::wstring& tstrRecord) {
-                const auto optPlace = PlaceOf(tstrRecord, !bFolder);
-                if (optPlace) m_promises.deletions.push_back({*optPlace, bFolder, bAtRestart});
-            });
-        };
-        add(folders, L"delete", true, true);
-        add(files, L"delete", false, true);
-        add(files, L"delete_now", false, false);
-    }
-
-    void AddRegistry()
-    {
-        const Section& section = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
-        const SectionRecords records = Read(section);
-        for (const SectionKey& key : section.keys) {
-            ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) {
-                if (!IsRecordLengthValid(tstrRecord)) return;
-                const RegistryRecord record = ParseRegistryRecord(tstrRecord);
-                if (key.eForm == RecordForm::eRegistryValue) {
-                    PromiseNoValue(m_promises.registry, record);
-                } else {
-                    PromiseValue(m_promises.registry, record, key.szKey == std::wstring_view(L"add_if_non"));
-                }
-            });
-        }
+        AddRecords(kFolders, folders);
+        AddRecords(kFiles, files);
     }
 
     void AddRows()
@@ -246,7 +259,8 @@ private:
     {
         const std::wstring tstrFolder = m_update.SettingFolder();
         if (!Storage::Directory::IsExisted(m_update.FullPath(tstrFolder))) return;
-        const bool bMerged = !Read(SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig")).empty();
+        std::vector<std::wstring> migrated;
+        const bool bMerged = ReadMigrated(migrated);
         for (const LanguageFile& file : LanguageFiles()) {
             const std::wstring tstrName = file.szBase + std::wstring(L".") + file.szExtension;
             const bool bOwn = bMerged && file.szBase == std::wstring_view(L"config");
@@ -259,13 +273,45 @@ private:
                 promise.tstrSource = tstrFolder + tstrName;
                 promise.tstrLanguage =
                     tstrFile.substr(tstrBegin.size(), tstrFile.size() - tstrBegin.size() - tstrEnd.size());
-                if (!bOwn) promise.optContent = ContentOf(tstrFile);
+                if (bOwn) {
+                    PromiseSettings(promise, tstrFile, migrated);
+                } else {
+                    promise.optContent = ContentOf(tstrFile);
+                }
                 Put(std::move(promise));
             }
             const auto itShipped = m_files.find({LowerCase(kInstalledDir + tstrName), {}});
-            if (bOwn && itShipped != m_files.end()) itShipped->second.optContent.reset();
+            if (bOwn && itShipped != m_files.end()) PromiseSettings(itShipped->second, tstrFolder + tstrName, migrated);
         }
         AddUpdateInfo(tstrFolder + kUpdateInfoFile);
+    }
+
+    /// The settings to carry over. False when the section is not there, and nothing is merged.
+    bool ReadMigrated(std::vector<std::wstring>& migrated) const
+    {
+        constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
+        const SectionRecords records = Read(kSection);
+        ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrTag) {
+            if (IsRecordLengthValid(tstrTag)) migrated.push_back(tstrTag);
+        });
+        return !records.empty();
+    }
+
+    /// A file that is refused gets no user's values: it is deployed as it is.
+    void PromiseSettings(FilePromise& promise, const std::wstring& tstrFile, const std::vector<std::wstring>& migrated)
+    {
+        promise.optContent.reset();
+        try {
+            const auto document = Storage::XmlParser().ParseFile(m_update.FullPath(tstrFile));
+            promise.optSettings = SettingsOf(*document->GetRoot(), migrated);
+        } catch (Storage::XmlException* pException) {
+            const std::unique_ptr<Storage::XmlException> caught(pException);
+            if (caught->Position().ullLine > 0) {
+                promise.optContent = ContentOf(tstrFile);
+            } else {
+                m_tstrErrors += m_update.FullPath(tstrFile) + L": " + ReasonOf(*caught) + L"\n";
+            }
+        }
     }
 
     /// The update information goes through the download folder, unless the update brings one of its own, which then
@@ -278,11 +324,10 @@ private:
         promise.tstrPlace = tstrPlace;
         promise.tstrSource = tstrSource;
         Put(std::move(promise));
-        const SectionRecords records = Read(SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo"));
+        constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
+        const SectionRecords records = Read(kSection);
         if (records.empty()) return;
-        ForEachRecord(records, L"modify", [&](const std::wstring& tstrRecord) {
-            if (IsRecordLengthValid(tstrRecord)) PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
-        });
+        AddRecords(kSection, records);
         PromiseIniValue(m_promises.updateInfo, DeployedVersion());
     }
 

@@ -3,6 +3,7 @@
 
 #include "agent/IniEdits.h"
 #include "agent/RegistryPatch.h"
+#include "check/MergedSettings.h"
 #include "check/Sha256.h"
 #include "check/Update.h"
 
@@ -21,6 +22,8 @@ struct FilePromise {
     std::wstring tstrLanguage;
     /// Nothing where the file differs from machine to machine by design, or where its content is not known.
     std::optional<Content> optContent;
+    /// Of a merged configuration file, instead of its content.
+    std::optional<SettingsPromise> optSettings{};
 };
 
 /// Files that are to be gone.
@@ -56,6 +59,13 @@ struct IniPromise {
     std::wstring tstrValue;
 };
 
+/// A command that Windows carries out once, after the restart.
+struct CommandPromise {
+    std::wstring tstrName;  ///< of the value that holds it until then
+    std::wstring tstrCommand;
+    bool bRegistered = true;  ///< false when that has failed
+};
+
 /// All of them.
 struct Promises {
     std::wstring tstrProduct;   ///< the product package's download path
@@ -65,10 +75,12 @@ struct Promises {
     std::vector<DeletionPromise> deletions;
     std::vector<RegistryPromise> registry;
     std::vector<IniPromise> updateInfo;
+    std::vector<CommandPromise> commands;  ///< known of a run, and of no manifest: names are made on the machine
+    std::vector<std::wstring> notCovered;  ///< what was promised besides, and is not known
 
     [[nodiscard]] std::size_t Count() const noexcept
     {
-        return folders.size() + files.size() + deletions.size() + registry.size() + updateInfo.size();
+        return folders.size() + files.size() + deletions.size() + registry.size() + updateInfo.size() + commands.size();
     }
 };
 

@@ -1,4 +1,4 @@
-// B020 to B027: registry records of the instruction file.
+// B020 to B028: registry records of the instruction file.
 #include "check/Instructions.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
@@ -15,7 +15,6 @@ namespace Check {
 
 namespace {
 
-constexpr std::wstring_view kAddIfNone = L"add_if_non";
 constexpr wchar_t kDefault[] = L"(Default)";
 
 enum Index : std::size_t { eKeyPath, eValueName, eType, eData, eCount };
@@ -27,8 +26,8 @@ struct Patch {
     RegistryRecord parsed;
     Report& report;
 
-    [[nodiscard]] bool Deletes() const { return instruction.pKey->eForm == RecordForm::eRegistryValue; }
-    [[nodiscard]] bool OnlyMissing() const { return instruction.pKey->szKey == kAddIfNone; }
+    [[nodiscard]] bool Deletes() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_delete; }
+    [[nodiscard]] bool OnlyMissing() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_add_if_non; }
 
     void Add(Severity eSeverity, Rule eRule, Place place, std::wstring tstrText, std::wstring tstrSuggestion = {}) const
     {
@@ -136,6 +135,27 @@ void CheckRoot(const Patch& patch)
                 bMachine ? tstrPath.substr(uRest) : std::wstring());
 }
 
+/// Backslashes with nothing on one side of them.
+void CheckBackslashes(const Patch& patch)
+{
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    std::wstring tstrPlain = KeyPathOf(tstrPath);
+    const bool bEnd = tstrPlain.size() < tstrPath.size();
+    const bool bFront = tstrPath.starts_with(L'\\');
+    const bool bTwo = tstrPlain.find(L"\\\\") != std::wstring::npos;
+    if (!bEnd && !bFront && !bTwo) return;
+    while (tstrPlain.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrPlain, L"\\\\", L"\\");
+    if (bFront && !tstrPlain.empty()) tstrPlain.erase(0, 1);
+    const Place place = patch.fields[eKeyPath].place;
+    if (bFront) {
+        patch.Error(Rule::eKeyPath, place, L"the key path begins with a backslash: Windows refuses it", tstrPlain);
+    } else if (bTwo) {
+        patch.Error(Rule::eKeyPath, place, L"two backslashes in a row: Windows knows no key without a name", tstrPlain);
+    } else {
+        patch.Warn(Rule::eKeyPath, place, L"Windows drops the backslash at the end of the key path", tstrPlain);
+    }
+}
+
 void CheckDefaultName(const Patch& patch)
 {
     if (patch.fields.size() <= eValueName) return;
@@ -236,9 +256,8 @@ bool CompareWithLast(const Patch& patch, const Patch& last)
 std::wstring ValueOf(const Patch& patch)
 {
     const bool bUnnamed = patch.OnlyMissing() && patch.parsed.tstrValueName == kDefault;
-    std::wstring tstrPath = patch.parsed.tstrKeyPath;
-    while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
-    return LowerCase(tstrPath + L"!" + (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
+    return LowerCase(KeyPathOf(patch.parsed.tstrKeyPath) + L"!" +
+                     (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
 }
 
 }  // namespace
@@ -248,14 +267,14 @@ void CheckRegistry(const Subject& subject, Report& report)
     const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
     std::map<std::wstring, Patch> lasts;
     for (const Instruction& instruction : instructions) {
-        const RecordForm eForm = instruction.pKey->eForm;
-        if (eForm != RecordForm::eRegistryValue && eForm != RecordForm::eRegistryData) continue;
+        if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) continue;
         const IniRecord& record = *instruction.pRecord;
         const Patch patch{instruction, FieldsOf(record), ParseRegistryRecord(record.tstrValue), report};
         const bool bMissing = CheckMissing(patch);
         if (!bMissing && !CheckFields(patch)) continue;
         CheckBlanks(patch);
         CheckRoot(patch);
+        CheckBackslashes(patch);
         CheckDefaultName(patch);
         if (!patch.Deletes()) CheckTypeAndData(patch);
         if (!IsWritten(patch)) continue;

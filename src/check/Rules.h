@@ -33,6 +33,7 @@ enum class Rule : unsigned {
     eUndoneByOtherPass = 25,
     eCountsAsMissing = 26,
     eBlankAtField = 27,
+    eKeyPath = 28,
     // Files and folders
     eNoFullPath = 30,
     ePathTooLong = 31,

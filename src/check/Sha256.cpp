@@ -1,5 +1,7 @@
 #include "check/Sha256.h"
 
+#include "check/LongPath.h"
+
 #include "common/KzComn_Handle.h"
 #include "config/ConfigProtection.h"
 
@@ -34,7 +36,8 @@ bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSiz
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     // A folder opens only with the flag for backups: it is told apart by what is opened, not by the code.
     constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_BACKUP_SEMANTICS;
-    hFile.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
+    hFile.Reset(
+        ::CreateFileW(LongPath(tstrPath).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
     // These two, and not GetFileInformationByHandle: it asks for the volume of every file as well.
     FILE_BASIC_INFO attributes{};
     FILE_STANDARD_INFO information{};
@@ -109,6 +112,21 @@ bool ContentReader::Read(const std::wstring& tstrPath, Content& content, DWORD* 
     UniqueFile hFile;
     ULONGLONG ullSize = 0;
     return OpenFile(tstrPath, hFile, ullSize, pdwError) && HashFile(hFile.Get(), m_buffer, content, pdwError);
+}
+
+bool ContentReader::ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes, DWORD* pdwError)
+{
+    UniqueFile hFile;
+    ULONGLONG ullSize = 0;
+    if (!OpenFile(tstrPath, hFile, ullSize, pdwError)) return false;
+    if (ullSize > cbMost) return Fail(ERROR_FILE_TOO_LARGE, pdwError);
+    strBytes.resize(static_cast<std::size_t>(ullSize));
+    DWORD cbRead = 0;
+    if (!::ReadFile(hFile.Get(), strBytes.data(), static_cast<DWORD>(ullSize), &cbRead, nullptr)) {
+        return Fail(::GetLastError(), pdwError);
+    }
+    strBytes.resize(cbRead);
+    return true;
 }
 
 bool ContentReader::Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError)

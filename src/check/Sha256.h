@@ -27,6 +27,10 @@ public:
     /// the result is false with the code when it cannot be told.
     [[nodiscard]] bool Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError);
 
+    /// The whole file; ERROR_FILE_TOO_LARGE (223) for more than `cbMost` bytes, else the same codes. ReadFile.
+    [[nodiscard]] static bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
+                                        DWORD* pdwError);
+
 private:
     std::vector<unsigned char> m_buffer;
 };

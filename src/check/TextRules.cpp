@@ -87,10 +87,10 @@ std::vector<std::wstring> Tables(const Update& update)
     return tables;
 }
 
-void CheckNotification(const IniSection& section, Report& report)
+void CheckNotification(const IniSection& section, const KnownSection& known, Report& report)
 {
-    const auto cTexts = std::count_if(section.records.begin(), section.records.end(), [](const IniRecord& record) {
-        return record.IsRecord() && record.tstrKey == L"text";
+    const auto cTexts = std::count_if(section.records.begin(), section.records.end(), [&](const IniRecord& record) {
+        return record.IsRecord() && known.HasKey(record.tstrKey);
     });
     if (cTexts >= 2) return;
     constexpr std::array<const wchar_t*, 2> kMissing{L"has neither title nor message", L"has a title but no message"};
@@ -107,7 +107,7 @@ void CheckTexts(const Subject& subject, Report& report)
     for (const IniSection& section : subject.instructions.Sections()) {
         const KnownSection* const pKnown = FindKnownSection(section.tstrName);
         const bool bRead = subject.instructions.Find(section.tstrName) == &section;
-        if (pKnown && pKnown->bLanguage && bRead) CheckNotification(section, report);
+        if (pKnown && pKnown->bLanguage && bRead) CheckNotification(section, *pKnown, report);
     }
 }
 

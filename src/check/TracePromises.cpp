@@ -1,13 +1,23 @@
 #include "check/TracePromises.h"
 
+#include "check/JsonText.h"
+#include "check/TraceSummary.h"
+
+#include "agent/ComponentFiles.h"
+#include "agent/DeploySettings.h"
+#include "agent/PackageLayout.h"
+#include "agent/RunOnce.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
+#include <iterator>
+#include <memory>
 
 using namespace KzCommon;
+using namespace PackageLayout;
 
 namespace Check {
 
@@ -24,6 +34,8 @@ public:
     RunPromises(const MachineFolders& folders, Promises& promises) : m_folders(folders), m_promises(promises) {}
 
     void Take(std::wstring_view tstrMessage);
+    /// Adds what follows from several lines together.
+    void Finish();
 
 private:
     struct LineRow {
@@ -62,6 +74,36 @@ private:
         PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
         PromiseIniValue(m_promises.updateInfo, DeployedVersion());
     }
+    /// "KEY:NAME:DATA" of a value that is written.
+    void AddCommand(const std::wstring& tstrValue)
+    {
+        const std::wstring tstrBegin = kRunOnceKey + std::wstring(L":");
+        if (!String::EqualsNoCase(std::wstring_view(tstrValue).substr(0, tstrBegin.size()), tstrBegin)) return;
+        const std::size_t uData = tstrValue.find(L':', tstrBegin.size());
+        if (uData == std::wstring::npos) return;
+        m_promises.commands.push_back(
+            {tstrValue.substr(tstrBegin.size(), uData - tstrBegin.size()), tstrValue.substr(uData + 1)});
+        m_bCommand = true;
+    }
+    void FailToStore(const std::wstring&)
+    {
+        if (m_bAfterCommand) m_promises.commands.back().bRegistered = false;
+    }
+    void EnterStep(const std::wstring& tstrName)
+    {
+        for (const DeployStep& step : ProgramSteps()) {
+            if (tstrName.starts_with(step.name.Get())) m_steps.push_back(&step);
+        }
+    }
+    void AddTag(const std::wstring& tstrTag)
+    {
+        m_bMerged = true;
+        m_carriedOver.push_back(tstrTag);
+    }
+    void KeepTag(const std::wstring& tstrTag) { std::erase(m_carriedOver, tstrTag); }
+    /// "{"Data":{...}}": what the user's file and the defaults do not know is null.
+    void TakeSettings(const std::wstring& tstrJson);
+
     void AddFolder(const std::wstring& tstrRecord) { m_promises.folders.push_back(tstrRecord); }
     void RemoveFolder(const std::wstring& tstrRecord) { m_promises.deletions.push_back({tstrRecord, true, true}); }
     void RemoveFiles(const std::wstring& tstrRecord) { m_promises.deletions.push_back({tstrRecord, false, true}); }
@@ -74,9 +116,21 @@ private:
         if (m_promises.tstrProduct.ends_with(L'\\')) m_promises.tstrProduct.pop_back();
     }
 
+    FilePromise* Find(const std::wstring& tstrPlace);
+    void AddCopies();
+    void AddCopiesOf(const CopyRow& row, const BaseFolders& bases);
+    void AddLanguageFiles();
+    void AddSettings();
+
     const MachineFolders& m_folders;
     Promises& m_promises;
     bool m_bOnlyMissing = false;
+    bool m_bCommand = false;       // the last line that was taken registers a command
+    bool m_bAfterCommand = false;  // the one before did
+    std::vector<const DeployStep*> m_steps;
+    bool m_bMerged = false;
+    bool m_bQueried = false;
+    std::vector<std::wstring> m_carriedOver;
 };
 
 const RunPromises::LineRow RunPromises::kLines[] = {
@@ -89,11 +143,18 @@ const RunPromises::LineRow RunPromises::kLines[] = {
     {L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [", L"]", &RunPromises::RemoveFiles},
     {L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [", L"]", &RunPromises::RemoveFilesNow},
     {L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=", L"", &RunPromises::SetProduct},
+    {L"To write registry key: HKEY_LOCAL_MACHINE:", L"", &RunPromises::AddCommand},
+    {L"KzCommon::Storage::Reg::StoreValue() failed.", L"", &RunPromises::FailToStore},
+    {L"[Enter] ", L"", &RunPromises::EnterStep},
+    {L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [", L"]", &RunPromises::AddTag},
+    {L"Query OK: ", L"", &RunPromises::TakeSettings},
+    {L"CConfigProvider::Write() - [", L"] has no value of the user's and stays as it is.", &RunPromises::KeepTag},
 };
 
 void RunPromises::Take(std::wstring_view tstrMessage)
 {
     m_bOnlyMissing = tstrMessage.starts_with(kCheckValue) || (m_bOnlyMissing && !tstrMessage.starts_with(kWriteValue));
+    m_bAfterCommand = std::exchange(m_bCommand, false);
     for (const LineRow& row : kLines) {
         if (!tstrMessage.starts_with(row.tstrBegin)) continue;
         tstrMessage.remove_prefix(row.tstrBegin.size());
@@ -101,6 +162,105 @@ void RunPromises::Take(std::wstring_view tstrMessage)
         tstrMessage.remove_suffix(row.tstrEnd.size());
         return (this->*row.pfnTake)(std::wstring(tstrMessage));
     }
+}
+
+void RunPromises::TakeSettings(const std::wstring& tstrJson)
+{
+    m_bQueried = true;
+    Json::Value json;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    const std::string strText = String::ToUtf8(tstrJson);
+    const bool bRead = Storage::Guarded(nullptr, [&] {
+        if (!reader->parse(strText.data(), strText.data() + strText.size(), &json, nullptr)) json = Json::Value();
+        json = json.isObject() ? json["Data"] : Json::Value();
+    });
+    // A line that was cut off does not tell which of them the user has.
+    std::erase_if(m_carriedOver, [&](const std::wstring& tstrTag) {
+        return !bRead || !json.isObject() || json[String::ToUtf8(tstrTag)].isNull();
+    });
+}
+
+FilePromise* RunPromises::Find(const std::wstring& tstrPlace)
+{
+    const auto itFile = std::find_if(m_promises.files.begin(), m_promises.files.end(), [&](const FilePromise& file) {
+        return String::EqualsNoCase(file.tstrPlace, tstrPlace);
+    });
+    return itFile == m_promises.files.end() ? nullptr : &*itFile;
+}
+
+void RunPromises::Finish()
+{
+    AddCopies();
+    AddLanguageFiles();
+    AddSettings();
+    const bool bMoved = std::any_of(m_promises.files.begin(), m_promises.files.end(), [](const FilePromise& file) {
+        return file.bAtRestart && !file.optContent && !file.optSettings;
+    });
+    if (bMoved) m_promises.notCovered.emplace_back(L"the content of files that were moved");
+}
+
+/// What is copied at once leaves no line, but stays in the download folder.
+void RunPromises::AddCopies()
+{
+    if (!IsRelativeName(m_promises.tstrProduct)) return;
+    const std::wstring& tstrInstalled = m_folders.InstalledDir();
+    const BaseFolders bases(
+        {.tstrInstallDir = tstrInstalled,
+         .tstrProductDownloadDir = String::FolderBelow(tstrInstalled + L"Component\\", m_promises.tstrProduct),
+         .tstrProductDownloadPath = m_promises.tstrProduct,
+         .tstrResourceDownloadDir = {}});
+    for (const DeployStep* const pStep : m_steps) {
+        for (const CopyRow& row : pStep->rows) {
+            if (row.eWhen == When::eNow) AddCopiesOf(row, bases);
+        }
+    }
+}
+
+void RunPromises::AddCopiesOf(const CopyRow& row, const BaseFolders& bases)
+{
+    const std::wstring tstrSourceDir = bases.FolderOf(row.source);
+    const std::wstring tstrDestinationDir = bases.FolderOf(row.destination);
+    if (!Storage::Directory::IsExisted(tstrSourceDir)) {
+        m_promises.notCovered.push_back(L"what was copied at once to " + tstrDestinationDir);
+        return;
+    }
+    ForEachFileToCopy(tstrSourceDir, L"*.*", tstrDestinationDir, row.eDepth == Depth::eWithSubfolders,
+                      [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {
+                          FilePromise promise;
+                          promise.tstrPlace = m_folders.PlaceOf(tstrDestination);
+                          promise.tstrSource = tstrSource.substr(m_folders.InstalledDir().size());
+                          promise.bAtRestart = false;
+                          if (!Find(promise.tstrPlace)) m_promises.files.push_back(std::move(promise));
+                      });
+}
+
+/// The file of the product's language is deployed under its own name as well.
+void RunPromises::AddLanguageFiles()
+{
+    ContentReader reader;
+    for (const LanguageFile& file : LanguageFiles()) {
+        const std::wstring tstrEnd = std::wstring(L".") + file.szExtension;
+        const std::wstring tstrBase = kInstalledDir + std::wstring(file.szBase);
+        FilePromise* const pPromise = Find(tstrBase + tstrEnd);
+        const FilePromise* const pOwn = Find(tstrBase + L"_" + Frwk::Utility::GetLanguage() + tstrEnd);
+        if (!pPromise || !pOwn || !IsRelativeName(pOwn->tstrSource)) continue;
+        const std::wstring& tstrInstalled = m_folders.InstalledDir();
+        Content content;
+        if (reader.Read(tstrInstalled + pOwn->tstrSource, content, nullptr) ||
+            reader.Read(tstrInstalled + pOwn->tstrPlace.substr(std::size(kInstalledDir) - 1), content, nullptr)) {
+            pPromise->optContent = content;
+        }
+    }
+}
+
+/// A merged file is another one than that of the language.
+void RunPromises::AddSettings()
+{
+    FilePromise* const pPromise = Find(kInstalledDir + std::wstring(L"config.xml"));
+    if (!pPromise || !m_bMerged) return;
+    if (!m_bQueried) m_carriedOver.clear();  // which of them the user had is not known
+    pPromise->optContent.reset();
+    pPromise->optSettings = SettingsPromise{{}, m_carriedOver, {}};
 }
 
 /// A text of one session kind's trace settings; empty when missing.
@@ -139,6 +299,8 @@ Promises PromisesOf(const TraceRun& run, const MachineFolders& folders)
     Promises promises;
     RunPromises reader(folders, promises);
     for (const TraceLine& line : run.lines) reader.Take(line.tstrMessage);
+    reader.Finish();
+    if (EndOf(run) == RunEnd::eCutOff) promises.notCovered.emplace_back(L"what the run did after its last line");
     return promises;
 }
 

@@ -10,7 +10,8 @@
 
 namespace Check {
 
-/// The promises of one run. The content of its files is not known, and what was copied at once leaves no line.
+/// The promises of one run. What is not known of them is in Promises::notCovered: the content of files that were moved
+/// (but for the language's), and what was copied at once out of a download folder that is gone.
 [[nodiscard]] Promises PromisesOf(const TraceRun& run, const MachineFolders& folders);
 
 /// Reads the trace files of this machine and takes the promises of the newest deployment, whose time is `tstrTime`.

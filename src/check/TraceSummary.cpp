@@ -61,6 +61,8 @@ constexpr EndRow kEnds[] = {
 constexpr std::wstring_view kStop = L"***QorPatchTool.exe stop.";
 constexpr std::wstring_view kNoParameter = L"Paramter is not right";
 
+}  // namespace
+
 RunEnd EndOf(const TraceRun& run)
 {
     if (run.lines.front().tstrModule != kAgent) return RunEnd::eUnknown;
@@ -75,6 +77,18 @@ RunEnd EndOf(const TraceRun& run)
         }
     }
     return eEnd;
+}
+
+namespace {
+
+/// Whether a run that traces its progress has its first line.
+bool LacksBeginning(const TraceRun& run)
+{
+    const bool bProgress = std::any_of(run.lines.begin(), run.lines.end(),
+                                       [](const TraceLine& line) { return line.eLevel == TraceLevel::eProgress; });
+    return bProgress && run.lines.front().tstrModule == kAgent &&
+           std::none_of(run.lines.begin(), run.lines.end(),
+                        [](const TraceLine& line) { return line.tstrMessage.starts_with(kParameter); });
 }
 
 std::wstring ProgramOf(const TraceRun& run)
@@ -178,6 +192,7 @@ RunSummary SummarizeRun(const TraceRun& run)
     summary.tstrProcess = first.tstrProcess;
     summary.llMilliseconds = std::max<LONGLONG>(0, run.lines.back().llMilliseconds - first.llMilliseconds);
     summary.eEnd = EndOf(run);
+    summary.bLacksBeginning = LacksBeginning(run);
     summary.figures = FiguresOf(run);
     std::wstring_view tstrAfter;
     for (const TraceLine& line : run.lines) {
@@ -198,6 +213,7 @@ std::wstring FormatRun(const RunSummary& summary, bool bAll)
     for (const std::wstring& tstrFigure : summary.figures)
         tstrFigures += (tstrFigures.empty() ? L"" : L", ") + tstrFigure;
     if (!tstrFigures.empty()) tstrText += L"  " + tstrFigures + L"\n";
+    if (summary.bLacksBeginning) tstrText += L"  LACKS ITS BEGINNING: the file with its first lines is gone\n";
     tstrText += WordsOfEnd(summary.eEnd);
     const std::size_t cFailures = CountLines(summary.failures);
     tstrText += cFailures == 0 ? L"  no failures\n" : L"  " + Counted(cFailures, L"failure", L"failures") + L"\n";

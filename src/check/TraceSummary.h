@@ -33,10 +33,13 @@ struct RunSummary {
     std::wstring tstrProcess;
     LONGLONG llMilliseconds = 0;
     RunEnd eEnd = RunEnd::eUnknown;
+    bool bLacksBeginning = false;       ///< its first lines were in a file that is gone
     std::vector<std::wstring> figures;  ///< "24 files handed to the restart"
     std::vector<TraceFailure> failures;
     std::vector<TraceFailure> harmless;  ///< lines that look like failures and are none
 };
+
+[[nodiscard]] RunEnd EndOf(const TraceRun& run);
 
 [[nodiscard]] RunSummary SummarizeRun(const TraceRun& run);
 

@@ -60,7 +60,7 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     m_resource = FindPackage(m_tstrFolder, ResourceDownloadKey());
     m_files.clear();
     for (const Package* pPackage : {&m_product, &m_resource}) {
-        if (pPackage->bThere) ListFiles(pPackage->tstrFolder);
+        if (pPackage->bThere && !ListFiles(pPackage->tstrFolder, pdwError)) return false;
     }
     if (pdwError) *pdwError = ERROR_SUCCESS;
     return true;
@@ -97,15 +97,16 @@ std::vector<std::wstring> Update::ResourceFolders() const
     return {RelativeName(m_product.tstrFolder + L"Share\\Resource\\"), RelativeName(m_resource.tstrFolder)};
 }
 
-void Update::ListFiles(const std::wstring& tstrPackage)
+bool Update::ListFiles(const std::wstring& tstrPackage, DWORD* pdwError)
 {
     std::vector<std::wstring> folders{tstrPackage};
     while (!folders.empty()) {
         const std::wstring tstrFolder = folders.back();
         folders.pop_back();
         std::vector<std::wstring> below;
-        static_cast<void>(Storage::Directory::ForEachEntry(
-            tstrFolder, L"*",
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bListed = Storage::Directory::ForEachEntry(
+            LongPath(tstrFolder), L"*",
             [&](const Storage::Directory::Entry& entry) {
                 if (entry.bLink) return;
                 const std::wstring tstrPath = tstrFolder + entry.tstrName;
@@ -115,9 +116,14 @@ void Update::ListFiles(const std::wstring& tstrPackage)
                     m_files.push_back(RelativeName(tstrPath));
                 }
             },
-            nullptr));
+            &dwError);
+        if (!bListed && dwError != ERROR_FILE_NOT_FOUND) {
+            if (pdwError) *pdwError = dwError;
+            return false;
+        }
         folders.insert(folders.end(), below.rbegin(), below.rend());
     }
+    return true;
 }
 
 }  // namespace Check

@@ -1,6 +1,8 @@
 // An update as the update client lays it over the install folder: instruction file, update information, packages.
 #pragma once
 
+#include "check/LongPath.h"
+
 #include <windows.h>
 
 #include <optional>
@@ -22,8 +24,8 @@ struct Package {
 class Update {
 public:
     /// Takes the folder at `tstrFolder`, as the user wrote it. False with the code: ERROR_PATH_NOT_FOUND (3) when there
-    /// is no such folder, ERROR_FILE_NOT_FOUND (2) when it holds neither an instruction file nor packages.
-    /// GetFullPathNameW.
+    /// is no such folder, ERROR_FILE_NOT_FOUND (2) when it holds neither an instruction file nor packages, that of a
+    /// folder in them that cannot be listed. GetFullPathNameW.
     [[nodiscard]] bool Open(const std::wstring& tstrFolder, const std::optional<std::wstring>& optInstalled,
                             DWORD* pdwError);
 
@@ -42,9 +44,10 @@ public:
     /// Those directly in a folder (relative, with trailing backslash) whose name matches a pattern with "*" and "?".
     [[nodiscard]] std::vector<std::wstring> FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const;
 
+    /// A file's path, to be read by: see LongPath().
     [[nodiscard]] std::wstring FullPath(std::wstring_view tstrRelative) const
     {
-        return m_tstrFolder + std::wstring(tstrRelative);
+        return LongPath(m_tstrFolder + std::wstring(tstrRelative));
     }
     /// The name below the update's folder; a path that does not lie there stays as it is.
     [[nodiscard]] std::wstring RelativeName(const std::wstring& tstrFull) const;
@@ -54,7 +57,7 @@ public:
     [[nodiscard]] std::vector<std::wstring> ResourceFolders() const;
 
 private:
-    void ListFiles(const std::wstring& tstrPackage);
+    [[nodiscard]] bool ListFiles(const std::wstring& tstrPackage, DWORD* pdwError);
 
     std::wstring m_tstrGiven;
     std::wstring m_tstrFolder;

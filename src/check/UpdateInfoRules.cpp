@@ -60,7 +60,7 @@ void CheckVersion(const Subject& subject, Report& report)
 void CheckUpdateInfo(const Subject& subject, Report& report)
 {
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eForm == RecordForm::eIniValue) CheckFields(*instruction.pRecord, report);
+        if (instruction.pKey->eEffect == RecordEffect::eEditIni) CheckFields(*instruction.pRecord, report);
     }
     for (const std::wstring& tstrFile : subject.update.FilesIn(subject.update.SettingFolder(), kUpdateInfoFile)) {
         report.Add(Rule::eShipsUpdateInfo, tstrFile, {},

@@ -2,12 +2,16 @@
 
 #include "check/ErrorWords.h"
 
+#include "agent/ComponentFiles.h"
+#include "agent/ConfigMerge.h"
 #include "agent/FileOperations.h"
 #include "agent/PathValues.h"
+#include "agent/RunOnce.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
+#include "config/ConfigDefaults.h"
 
 #include <set>
 
@@ -102,6 +106,7 @@ public:
         for (const DeletionPromise& deletion : m_promises.deletions) VerifyDeletion(deletion);
         for (const RegistryPromise& value : m_promises.registry) VerifyValue(value);
         for (const IniPromise& value : m_promises.updateInfo) VerifyUpdateInfo(value);
+        for (const CommandPromise& command : m_promises.commands) VerifyCommand(command);
         return std::move(m_answers);
     }
 
@@ -160,37 +165,58 @@ private:
         if (m_machine.pending.IsDestination(tstrPath)) return Add(Verdict::eWaiting, tstrPath);
         const std::wstring tstrSource = m_machine.folders.PathOf(source);
         std::wstring tstrDetail;
-        const Verdict eVerdict = JudgeFile(tstrPath, tstrSource, file.optContent, tstrDetail);
+        const Verdict eVerdict = JudgeFile(tstrPath, tstrSource, file, tstrDetail);
         // Only what is moved leaves the download folder.
-        const bool bLeft = eVerdict != Verdict::eArrived && file.bAtRestart && Storage::File::IsExisted(tstrSource);
+        const bool bLeft =
+            eVerdict != Verdict::eArrived && file.bAtRestart && Storage::File::IsExisted(LongPath(tstrSource));
         Add(bLeft ? Verdict::eLeftInDownload : eVerdict, tstrPath,
             bLeft && eVerdict == Verdict::eMissing ? L"nothing is there" : tstrDetail);
     }
 
     /// Whether a file is there with its content. Of one whose content is not promised, the file that is still in the
     /// download folder tells it; once that is gone, it has been moved.
-    Verdict JudgeFile(const std::wstring& tstrPath, const std::wstring& tstrSource,
-                      const std::optional<Content>& optContent, std::wstring& tstrDetail)
+    Verdict JudgeFile(const std::wstring& tstrPath, const std::wstring& tstrSource, const FilePromise& file,
+                      std::wstring& tstrDetail)
     {
         DWORD dwError = ERROR_SUCCESS;
         bool bSame = true;
         bool bRead = true;
         Content content;
         ULONGLONG ullSize = 0;
-        if (optContent) {
-            bRead = m_reader.Compare(tstrPath, *optContent, bSame, &dwError);
-        } else if (m_reader.Read(tstrSource, content, nullptr)) {
+        // Settings change in use: the copy that a move from another drive leaves behind says nothing of them.
+        const bool bBySource = !file.optSettings || IsSameDrive(tstrSource, tstrPath);
+        if (file.optContent) {
+            bRead = m_reader.Compare(tstrPath, *file.optContent, bSame, &dwError);
+        } else if (bBySource && m_reader.Read(tstrSource, content, nullptr)) {
             bRead = m_reader.Compare(tstrPath, content, bSame, &dwError);
+        } else if (file.optSettings) {
+            bRead = JudgeSettings(tstrPath, *file.optSettings, tstrDetail, &dwError);
+            bSame = tstrDetail.empty();
         } else {
             bRead = m_reader.ReadSize(tstrPath, ullSize, &dwError);
         }
         if (bRead) {
-            if (!bSame) tstrDetail = L"another content";
+            if (!bSame && tstrDetail.empty()) tstrDetail = L"another content";
             return bSame ? Verdict::eArrived : Verdict::eDifferent;
         }
         if (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND) return Verdict::eMissing;
         tstrDetail = WordsOf(dwError);
         return Verdict::eDifferent;
+    }
+
+    /// False with the code when the file cannot be read.
+    bool JudgeSettings(const std::wstring& tstrPath, const SettingsPromise& settings, std::wstring& tstrDetail,
+                       DWORD* pdwError) const
+    {
+        std::string strMerged;
+        std::string strKept;
+        if (!ContentReader::ReadWhole(tstrPath, Config::kMaxFileBytes, strMerged, pdwError)) return false;
+        if (!settings.carriedOver.empty()) {
+            static_cast<void>(
+                ContentReader::ReadWhole(NewestKeptFile(tstrPath), Config::kMaxFileBytes, strKept, nullptr));
+        }
+        tstrDetail = WhyNotMerged(settings, strMerged, strKept);
+        return true;
     }
 
     void VerifyDeletion(const DeletionPromise& deletion)
@@ -206,7 +232,7 @@ private:
         if (deletion.bFolder) return VerifyNoFolder(record.tstrFolder);
         std::size_t cLeft = 0;
         static_cast<void>(Storage::Directory::ForEachEntry(
-            record.tstrFolder, record.tstrPattern,
+            LongPath(record.tstrFolder), record.tstrPattern,
             [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
                 if (entry.bFolder || m_brought.contains(FoldedPath(tstrFile))) return;
@@ -234,7 +260,7 @@ private:
             const std::wstring tstrListed = std::move(folders.back());
             folders.pop_back();
             static_cast<void>(Storage::Directory::ForEachEntry(
-                tstrListed, L"*",
+                LongPath(tstrListed), L"*",
                 [&](const Storage::Directory::Entry& entry) {
                     const std::wstring tstrPath = tstrListed + entry.tstrName;
                     if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
@@ -292,6 +318,15 @@ private:
         if (!tstrDownload.empty()) String::ReplaceAll(tstrText, kDownloadDir, tstrDownload);
         String::ReplaceAll(tstrText, kInstalledDir, m_machine.folders.InstalledDir());
         m_paths.ExpandPlaceholders(tstrText);
+    }
+
+    /// Windows takes a command out of its key before it starts it.
+    void VerifyCommand(const CommandPromise& command)
+    {
+        const std::wstring tstrWhat = L"run " + command.tstrCommand;
+        if (!command.bRegistered) return Add(Verdict::eMissing, tstrWhat, L"could not be registered");
+        if (ReadRegistryValue(kRunOnceKey, command.tstrName).IsThere()) return Add(Verdict::eWaiting, tstrWhat);
+        Add(Verdict::eArrived, tstrWhat, L"taken by Windows");
     }
 
     void VerifyUpdateInfo(const IniPromise& value)

@@ -47,11 +47,13 @@ struct Machine {
 /// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
 [[nodiscard]] int ExitCodeOf(std::span<const Answer> answers);
 
-/// One line for each answer, those that are not kept last, then one that counts. `tstrSource`: where the promises are
-/// from.
-[[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource);
+/// One line for each answer, those that are not kept last, one that says what is not covered, then one that counts.
+/// `tstrSource`: where the promises are from; `notCovered`: see Promises.
+[[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource,
+                                         std::span<const std::wstring> notCovered = {});
 /// The same as JSON in UTF-8.
-[[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource);
+[[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource,
+                                              std::span<const std::wstring> notCovered = {});
 
 /// The verb.
 [[nodiscard]] int RunVerify(const Arguments& arguments, Output& output);

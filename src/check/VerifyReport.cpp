@@ -83,7 +83,8 @@ int ExitCodeOf(std::span<const Answer> answers)
     return iExitCode;
 }
 
-std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource)
+std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource,
+                           std::span<const std::wstring> notCovered)
 {
     std::vector<Answer> sorted(answers.begin(), answers.end());
     std::stable_partition(sorted.begin(), sorted.end(), [](const Answer& answer) { return IsKept(answer.eVerdict); });
@@ -95,6 +96,10 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
         if (!answer.tstrDetail.empty()) tstrText += L" (" + answer.tstrDetail + L")";
         tstrText += L"\n";
     }
+    for (const std::wstring& tstrKind : notCovered) {
+        tstrText += (&tstrKind == notCovered.data() ? L"not covered without a manifest: " : L"; ") + tstrKind;
+    }
+    if (!notCovered.empty()) tstrText += L"\n";
     const auto counts = CountVerdicts(answers);
     const auto cKept = static_cast<std::size_t>(
         std::count_if(answers.begin(), answers.end(), [](const Answer& answer) { return IsKept(answer.eVerdict); }));
@@ -106,7 +111,8 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
     return tstrText + L" (" + tstrSource + L")\n";
 }
 
-std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource)
+std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource,
+                                std::span<const std::wstring> notCovered)
 {
     Json::Value root;
     root["promises_from"] = ToJson(tstrSource);
@@ -116,6 +122,8 @@ std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstr
     for (std::size_t uVerdict = 0; uVerdict < kVerdicts; ++uVerdict) {
         root["counts"][String::ToUtf8(kWords[uVerdict])] = Json::UInt64{counts[uVerdict]};
     }
+    root["not_covered"] = Json::Value(Json::arrayValue);
+    for (const std::wstring& tstrKind : notCovered) root["not_covered"].append(ToJson(tstrKind));
     root["answers"] = Json::Value(Json::arrayValue);
     for (const Answer& answer : answers) {
         Json::Value json;
@@ -145,8 +153,9 @@ int RunVerify(const Arguments& arguments, Output& output)
     MachineFolders folders(tstrInstalled, promises.tstrProduct);
     Machine machine{folders, PendingPlaces(ReadPendingMoves()), Frwk::Utility::GetLanguage()};
     const std::vector<Answer> answers = VerifyPromises(promises, machine);
-    output.strText = arguments.eFormat == Format::eJson ? FormatAnswersAsJson(answers, tstrSource)
-                                                        : String::ToUtf8(FormatAnswers(answers, tstrSource));
+    output.strText = arguments.eFormat == Format::eJson
+                         ? FormatAnswersAsJson(answers, tstrSource, promises.notCovered)
+                         : String::ToUtf8(FormatAnswers(answers, tstrSource, promises.notCovered));
     return ExitCodeOf(answers);
 }
 

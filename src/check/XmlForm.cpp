@@ -2,6 +2,7 @@
 
 #include "check/ErrorWords.h"
 
+#include "agent/InstructionFile.h"
 #include "common/KzComn_XmlException.h"
 #include "common/KzComn_XmlParser.h"
 
@@ -32,6 +33,38 @@ std::unique_ptr<Storage::XmlDocument> ReadXml(const Update& update, const std::w
                    place.uLine > 0 ? tstrReason : tstrReason + L": " + WordsOf(caught->ErrorCode()));
     }
     return nullptr;
+}
+
+std::wstring ReasonOf(const Storage::Exception& exception)
+{
+    const auto* const pXml = dynamic_cast<const Storage::XmlException*>(&exception);
+    const Place place = PlaceAt(pXml ? pXml->Position() : Storage::XmlPosition{});
+    if (place.uLine == 0) return L"cannot be read: " + WordsOf(exception.ErrorCode());
+    return L"line " + std::to_wstring(place.uLine) + L": " + pXml->Reason();
+}
+
+void ForEachTag(const Storage::XmlElement& root,
+                const std::function<void(const Storage::XmlElement&, const Config::TagPath&)>& visit)
+{
+    std::wstring tstrPath;
+    const Storage::XmlElement* pElement = root.GetFirstChild();
+    while (pElement && pElement != &root) {
+        tstrPath += L"/" + pElement->GetName();
+        // No record reaches what is called by more, and nothing of it is looked at.
+        const auto path = tstrPath.size() <= kMaxRecordCharacters ? Config::TagPath::Parse(tstrPath) : std::nullopt;
+        if (path) visit(*pElement, *path);
+        if (path && pElement->GetFirstChild()) {
+            pElement = pElement->GetFirstChild();
+            continue;
+        }
+        const Storage::XmlElement* pNext = nullptr;
+        while (!pNext && pElement != &root) {
+            tstrPath.resize(tstrPath.rfind(L'/'));
+            pNext = pElement->GetNextSibling();
+            pElement = pElement->GetParent();
+        }
+        pElement = pNext;
+    }
 }
 
 Place PlaceOfElement(const Storage::XmlElement& element)

@@ -3,8 +3,11 @@
 
 #include "check/Lint.h"
 
+#include "common/KzComn_Exception.h"
 #include "common/KzComn_XmlElement.h"
+#include "config/ConfigValue.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,6 +19,14 @@ namespace Check {
 [[nodiscard]] std::unique_ptr<KzCommon::Storage::XmlDocument> ReadXml(const Update& update,
                                                                       const std::wstring& tstrFile, Rule eRule,
                                                                       Report& report);
+
+/// Where a document is refused, and why; the code in words for one that cannot be read.
+[[nodiscard]] std::wstring ReasonOf(const KzCommon::Storage::Exception& exception);
+
+/// Calls `visit` with every element below the root that a tag path names, sections before what is in them. Of what is
+/// called by more characters than a record has nothing is visited.
+void ForEachTag(const KzCommon::Storage::XmlElement& root,
+                const std::function<void(const KzCommon::Storage::XmlElement&, const Config::TagPath&)>& visit);
 
 /// Where an element's start tag stands.
 [[nodiscard]] Place PlaceOfElement(const KzCommon::Storage::XmlElement& element);

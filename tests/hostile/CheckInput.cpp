@@ -1,6 +1,7 @@
 // What the checking program reads, in broken and malicious variants: nothing crashes or hangs, and nothing is written.
 #include "check/Lint.h"
 #include "check/Manifest.h"
+#include "check/Plan.h"
 #include "check/TraceSummary.h"
 #include "common/KzComn_XmlParser.h"
 #include "hostile/Variants.h"
@@ -13,6 +14,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 using namespace KzCommon;
 using namespace Check;
@@ -51,6 +53,26 @@ protected:
         EXPECT_TRUE(iExitCode == kCannotRead ? !output.tstrErrors.empty() : output.strText.ends_with('\n'));
     }
 
+    /// Puts updates together of which every file is the variant: none of them must be taken for another kind with less
+    /// care.
+    void ForEachUpdate(const std::function<void(Arguments& arguments, std::size_t cbVariant)>& run)
+    {
+        const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
+        const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
+                                      tstrShare + L"Setting\\qorshcut_EN-US.xml",
+                                      tstrShare + L"Resource\\EN-US\\StringTable.ini"};
+        for (const std::wstring& tstrName : names) m_sandbox.Write(tstrName, "");
+        Arguments arguments;
+        arguments.operands = {m_sandbox.Path()};
+        arguments.optInstalled = m_sandbox.PathOf(L"installed");
+        RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
+                     Seed("strings.ini")},
+                    [&](const std::string& strVariant) {
+                        for (const std::wstring& tstrName : names) Put(tstrName, strVariant);
+                        run(arguments, strVariant.size());
+                    });
+    }
+
     TempFolder m_sandbox;
     Library::Expat m_expat;  // kept loaded for all variants
     std::filesystem::file_time_type m_time =
@@ -59,22 +81,18 @@ protected:
 
 TEST_F(CheckInput, UpdatesToCheck)
 {
-    const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
-    const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
-                                  tstrShare + L"Setting\\qorshcut_EN-US.xml",
-                                  tstrShare + L"Resource\\EN-US\\StringTable.ini"};
-    for (const std::wstring& tstrName : names) m_sandbox.Write(tstrName, "");
-    Arguments arguments;
-    arguments.operands = {m_sandbox.Path()};
-    arguments.optInstalled = m_sandbox.PathOf(L"installed");
-    const std::vector<std::string> seeds = {Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"),
-                                            Seed("shortcuts.xml"), Seed("strings.ini")};
-    RunVariants(seeds, [&](const std::string& strVariant) {
-        // Every file is the variant: none of them must be taken for another kind with less care.
-        for (const std::wstring& tstrName : names) Put(tstrName, strVariant);
+    ForEachUpdate([&](Arguments& arguments, std::size_t cbVariant) {
         // The long outputs are slow to make.
-        arguments.eFormat = strVariant.size() % 16 == 1 ? Format::eSarif : Format::eText;
-        Run(strVariant.size() % 16 == 0 ? RunManifest : RunLint, arguments);
+        arguments.eFormat = cbVariant % 16 == 1 ? Format::eSarif : Format::eText;
+        Run(cbVariant % 16 == 0 ? RunManifest : RunLint, arguments);
+    });
+}
+
+TEST_F(CheckInput, UpdatesToPlan)
+{
+    ForEachUpdate([&](Arguments& arguments, std::size_t cbVariant) {
+        arguments.eFormat = cbVariant % 16 == 0 ? Format::eJson : Format::eText;
+        Run(RunPlan, arguments);
     });
 }
 

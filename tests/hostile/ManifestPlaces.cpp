@@ -2,6 +2,7 @@
 // a manifest names.
 #include "check/Manifest.h"
 #include "check/Verify.h"
+#include "common/KzComn_XmlParser.h"
 #include "common/KzComn_String.h"
 #include "hostile/Variants.h"
 #include "support/RegistryFixture.h"
@@ -27,6 +28,7 @@ Promises Seed()
     promises.files = {{L"{InstalledDir}a\\b.dll", L"Component\\p1\\Share\\UI\\b.dll", true, L"", content},
                       {L"{InstalledDir}readme.htm", L"Component\\p1\\Share\\Setting\\readme.htm", true, L"EN-US", {}},
                       {L"{AppData}Kazmere\\e.bin", L"Component\\p1\\Engine\\Preload\\e.bin", false, L"", content}};
+    promises.files[1].optSettings = SettingsPromise{L"c", {L"/a/b"}, {L"/c"}};
     promises.deletions = {{L"{InstalledDir}Old*.dll", false, true}, {L"{InstalledDir}Legacy", true, true}};
     promises.registry.resize(2);
     for (RegistryPromise& value : promises.registry) value.tstrKeyPath = L"SOFTWARE\\Vault";
@@ -54,6 +56,10 @@ TEST_F(Manifests, PlacesOfManifests)
     const std::wstring tstrInstalled = sandbox.MakeFolder(L"1\\2\\Product");
     sandbox.Write(L"1\\2\\Product\\a\\b.dll", "new");
     sandbox.Write(L"1\\2\\Product\\Legacy\\c\\d.txt", "old");
+    sandbox.Write(L"1\\2\\Product\\readme.htm", "<c><a><b/></a></c>");
+    sandbox.Write(L"1\\2\\Product\\config.previous.xml", "<c><c/></c>");
+    Library::Expat expat;
+    EXPECT_TRUE(expat.LoadBesideProgram());  // kept loaded for all variants
     WriteProduct(L"ProductPath", tstrInstalled);
     const MachineFolders known(tstrInstalled, L"p1");
     unsigned cLookedUp = 0;

@@ -44,6 +44,13 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"delete={InstalledDir}Legacy\\\n", {"B036 2:8"}},
     };
     for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
+
+    // In the usual download folder 259 characters, and one more.
+    const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
+    for (const wchar_t* const szTask : {L"Component\\p1\\Share\\Task\\", L"Component\\p1\\Share\\Task\\e"}) {
+        Write(szTask + tstrFile, "");
+    }
+    EXPECT_THAT(LintFiles(""), ElementsAre(StartsWith("B031 0:0 Component\\p1\\Share\\Task\\ed")));
 }
 
 TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)

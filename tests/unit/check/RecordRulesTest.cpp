@@ -71,6 +71,8 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"add_if_non=K!N!REG_DWORD!3943305780\nadd_if_non=K!O!REG_DWORD!3943305781\n", {"B026 2:26"}},
         {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\n", {"B026 2:25"}},
         {"add=K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:8"}},
+        {"add=\\K!N!REG_SZ!a\ndelete=K\\\\\\L!N\nadd=K\\L\\!O!REG_SZ!a\nadd=K\\M!N!REG_SZ!a\\\\b\\\n",
+         {"B028 2:5 K", "B028 3:8 K\\L", "B028 4:5 K\\L"}},
     };
     ExpectFindings(rows, [&](const std::string& strLines) { return LintRecords(strLines); });
 }
@@ -80,7 +82,7 @@ TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
 {
     const Row rows[] = {
         {"add=K!N!REG_SZ!a\nadd=K!O!REG_SZ!a\ndelete=L!N\nadd_if_non=K!P!REG_SZ!a\n", {}},
-        {"add=K!N!REG_SZ!a\ndelete=k\\!n\n", {"B025 3:1"}},
+        {"add=K!N!REG_SZ!a\ndelete=k\\!n\n", {"B025 3:1", "B028 3:8 k"}},
         {"add_if_non=K!N!REG_SZ!a\ndelete=K!N\n", {"B025 3:1"}},
         {"add=K!N!REG_SZ!a\nadd=K!n!REG_DWORD!1\n", {"B025 2:1"}},
         {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_SZ!b\n", {"B025 2:1"}},

@@ -29,7 +29,8 @@ protected:
             const RunSummary summary = SummarizeRun(run);
             const char* const kEnds[] = {"whole", "cut off", "asking", "unknown"};
             found.push_back(KzCommon::String::ToUtf8(summary.tstrProgram + L" " + summary.tstrProcess + L" ") +
-                            std::to_string(run.lines.size()) + " " + kEnds[static_cast<int>(summary.eEnd)]);
+                            std::to_string(run.lines.size()) + (summary.bLacksBeginning ? " headless " : " ") +
+                            kEnds[static_cast<int>(summary.eEnd)]);
         }
         return found;
     }
@@ -67,7 +68,8 @@ TEST_F(TraceTest, RunsOfSeveralProcessesAreToldApartAndCutOffOnesAreCalledSo)
         {{kDeploy, kStop, "@@@ To display notification dialog...", "@@@ Restart later..."}, "whole"},
         {{kDeploy, kStop, "@@@ tsProductName=='Keystride'"}, "whole"},
         {{kDeploy, kStop, "@@@ tsProductName=='Keystride'", ".w. RemindToReboot()"}, "cut off"},
-        {{"!!! a", "!!! b"}, "unknown"},
+        {{"!!! a", "!!! b"}, "2 unknown"},
+        {{"@@@ src: a, dst:b", kStop, kDecided}, "3 headless whole"},  // the file with its first line is gone
     };
     for (const auto& [lines, szEnd] : rows) {
         std::string strLines;

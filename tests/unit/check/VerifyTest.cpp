@@ -1,3 +1,4 @@
+#include "agent/RunOnce.h"
 #include "check/Manifest.h"
 #include "check/TracePromises.h"
 #include "check/Verify.h"
@@ -130,6 +131,40 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     m_machine.Write(L"readme.htm", "de");
     EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
+}
+
+TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
+{
+    Write(kInstructionFile, "[QOR_CONFIG_MERGE]\nmigrate=/b/new\nmigrate=/own\n");
+    Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c><a>1</a><b><new/><new/></b></c>");
+    Promises made = Collect();
+    std::erase_if(made.files, [](const FilePromise& file) { return !file.optSettings; });
+    Promises promises;
+    std::wstring tstrError;
+    ASSERT_TRUE(ParseManifest(FormatManifest(made), promises, tstrError)) << ToUtf8(tstrError);
+    struct Row {
+        const char* szMerged;
+        const char* szKept;  // null: none
+        const char* szLine;
+    };
+    const Row rows[] = {
+        {"<C><A>secret</A><b><New>2</New></b></C>", nullptr, "ARRIVED config.xml"},
+        {"<c><a>secret</a><b/></c>", nullptr, "DIFFERENT config.xml (there is no /b/new)"},
+        {"<d><a/><b><new/></b></d>", nullptr, "DIFFERENT config.xml (not <c>)"},
+        {"<c><a/><b><new/></b>", nullptr, "DIFFERENT config.xml (line 1: "},
+        {"<c><a/><b><new/></b></c>", "<c><other/></c>", "ARRIVED config.xml"},
+        {"<c><a/><b><new/></b></c>", "<c><own>secret</own></c>", "DIFFERENT config.xml (there is no /own)"},
+        {"<c><a/><b><new/></b><own/></c>", "<c><own>secret</own></c>", "ARRIVED config.xml"},
+    };
+    for (const Row& row : rows) {
+        m_machine.Write(L"config.xml", row.szMerged);
+        m_machine.Write(L"config.previous.xml", row.szKept ? row.szKept : "");
+        EXPECT_THAT(Verify(promises), ElementsAre(_, StartsWith(row.szLine))) << row.szMerged;
+    }
+    m_machine.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
+    EXPECT_THAT(Verify(promises).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
+    Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c>");  // refused, and deployed as it is
+    EXPECT_EQ(Collect().files.front().optContent.value_or(Content()).ullSize, 3U);
 }
 
 TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
@@ -318,6 +353,22 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     line("0002", "To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7");
     line("0002", "*** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]");
     line("0002", "*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [{InstalledDir}Legacy]");
+    line("0002", "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\");
+    line("0002", "[Enter] FrameworkDeployAgent::DeployDriverFiles()...");
+    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/p]");
+    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/q]");
+    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/r]");
+    line("0002", "Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}");
+    line("0002", "CConfigProvider::Write() - [/q] has no value of the user's and stays as it is.");
+    for (const std::string strName : {"config.xml", "readme.htm", "readme_EN-US.htm"}) {
+        line("0002",
+             "src: " + strFolder + "Component\\p1\\Share\\Setting\\" + strName + ", dst:" + strFolder + strName);
+    }
+    const std::string strRunOnce = "To write registry key: HKEY_LOCAL_MACHINE:" + ToUtf8(kRunOnceKey);
+    line("0002", strRunOnce + ":n1:a.exe /x:y");
+    line("0002", strRunOnce + ":n2:b.exe");
+    line("0002", strRunOnce + ":n3:c.exe");
+    line("0002", "KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5");
     line("0003", "Paramter is /ApplyNewName");
     m_update.Write(L"KZ_Brevant.log", strTrace);
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
@@ -325,13 +376,24 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     m_machine.Write(L"a.dll", "new");
     m_machine.Write(L"b.dll", "old");
     m_machine.Write(L"Component\\p1\\b.dll", "new");
+    m_machine.Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "driver");
+    m_machine.Write(L"Driver\\d.sys", "other");
+    m_machine.Write(L"config.xml", "<c/>");
+    m_machine.Write(L"readme.htm", "old");
+    m_machine.Write(L"readme_EN-US.htm", "new");
+    WriteRaw(HKEY_LOCAL_MACHINE, kRunOnceKey, L"n1", RawText(L"a.exe /x:y"));
 
     Promises promises;
     std::wstring tstrTime;
     ASSERT_TRUE(PromisesOfNewestRun(MachineFolders(m_machine.Path(), {}), promises, tstrTime));
     EXPECT_EQ(tstrTime, L"21/11/2026 08:37:12");
+    EXPECT_THAT(promises.notCovered, ElementsAre(L"the content of files that were moved", HasSubstr(L"its last line")));
     EXPECT_THAT(Verify(promises),
                 UnorderedElementsAre("1", "ARRIVED a.dll", "LEFT IN DOWNLOAD b.dll (another content)",
+                                     "DIFFERENT Driver\\d.sys (another content)", HasSubstr("d.sys"),
+                                     "DIFFERENT config.xml (there is no /p)", "ARRIVED readme_EN-US.htm",
+                                     "DIFFERENT readme.htm (another content)", "STILL WAITING run a.exe /x:y",
+                                     StartsWith("ARRIVED run b.exe"), StartsWith("MISSING run c.exe"),
                                      AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
                                      AllOf(StartsWith("VALUE DIFFERS"), HasSubstr(": N (promised REG_DWORD 7")),
                                      AllOf(StartsWith("VALUE RIGHT"), EndsWith(": M"))));
