@@ -4,12 +4,6 @@
 
 namespace {
 
-/// Instructions, and the findings about them.
-struct Row {
-    std::string strText;
-    std::vector<std::string> findings;
-};
-
 constexpr char kSections[] = "[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\a\\b\n";
 
 std::string With(const std::string& strLines)
@@ -44,7 +38,7 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
         {"[QOR_FILE]\ndelete=C:\\a\\b\n", {"B008 1:2"}},
         {"[QOR_DIR]\ndelete=C:\\a\n[QOR_FILE]\n", {"B008 1:2"}},
     };
-    for (const Row& row : rows) EXPECT_EQ(row.findings, Lint(row.strText)) << row.strText;
+    Expect(rows);
 }
 
 TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii)
@@ -60,7 +54,7 @@ TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii
         {std::string("\xEF\xBB\xBF") + kSections, {"B001 1:1"}},
         {With("[Run]\nSysRunOnce=a\xFC\n"), {"B001 6:13"}},
     };
-    for (const Row& row : rows) EXPECT_EQ(row.findings, Lint(row.strText)) << testing::PrintToString(row.strText);
+    Expect(rows);
 }
 
 // The agent's last buffer has 32512 characters; all but its two closing zeros and one more may be used.

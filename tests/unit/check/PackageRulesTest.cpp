@@ -9,22 +9,12 @@ protected:
         Write(L"Component\\p1\\Share\\UI\\a.html", "");
         Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
     }
-
-    /// Findings about the lines of one section; the first stands in line 2.
-    [[nodiscard]] std::vector<std::string> LintFolders(const std::string& strLines) const
-    {
-        return Lint("[QOR_DIR]\n" + strLines);
-    }
-    [[nodiscard]] std::vector<std::string> LintFiles(const std::string& strLines) const
-    {
-        return Lint("[QOR_FILE]\n" + strLines);
-    }
 };
 
 TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
 {
     const std::string strLong = "C:\\" + std::string(200, 'x') + "\\" + std::string(56, 'x');
-    const std::pair<std::string, std::vector<std::string>> folders[] = {
+    const Row folders[] = {
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
         {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
          {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
@@ -33,8 +23,8 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
          {"B035 2:5", "B035 3:5", "B035 4:5", "B035 5:5", "B035 6:5"}},
     };
-    for (const auto& [strLines, findings] : folders) EXPECT_EQ(findings, LintFolders(strLines)) << strLines;
-    const std::pair<std::string, std::vector<std::string>> files[] = {
+    Expect(folders, "[QOR_DIR]\n");
+    const Row files[] = {
         {"delete={InstalledDir}*.d?l\ndelete_now=D:\\*\n", {}},
         {"delete=old.txt\ndelete_now={ServiceLogDir}*.log\n", {"B030 2:8 {InstalledDir}old.txt"}},
         {"delete=" + strLong + "\ndelete=" + strLong + "x\n", {"B031 3:8"}},
@@ -43,12 +33,12 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"delete_now=C:\\a\\b<\n", {"B035 2:12"}},
         {"delete={InstalledDir}Legacy\\\n", {"B036 2:8"}},
     };
-    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
+    Expect(files, "[QOR_FILE]\n");
 }
 
 TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
 {
-    const std::pair<std::string, std::vector<std::string>> files[] = {
+    const Row files[] = {
         {"delete={InstalledDir}A.HTML\n", {"B033 2:8"}},
         {"delete={InstalledDir}*.htm\n", {"B033 2:8"}},
         {"delete_now={InstalledDir}a.*\n", {"B033 2:12"}},
@@ -56,9 +46,12 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
         {"delete_now={UdComponentsSrcDir}Share\\UI\\*\n", {"B033 2:12"}},
         {"delete={UdComponentsSrcDir}Share\\UI\\*\n", {}},
     };
-    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
-    EXPECT_THAT(LintFolders("delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\n"), ElementsAre("B033 2:8"));
-    EXPECT_THAT(LintFolders("add={InstalledDir}New\\a\ndelete={InstalledDir}new\n"), ElementsAre("B033 3:8"));
+    Expect(files, "[QOR_FILE]\n");
+    const Row folders[] = {
+        {"delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\n", {"B033 2:8"}},
+        {"add={InstalledDir}New\\a\ndelete={InstalledDir}new\n", {"B033 3:8"}},
+    };
+    Expect(folders, "[QOR_DIR]\n");
 }
 
 // A deletion is looked up during the run: what only this update brings is not there then, but for what is copied at
