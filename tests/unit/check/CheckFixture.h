@@ -34,12 +34,13 @@ protected:
         std::vector<std::string> findings;
     };
 
-    /// `pfnFamily`: the rules that are tried.
-    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&) = LintUpdate) : m_pfnFamily(pfnFamily)
+    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&)) : m_pfnFamily(pfnFamily)
     {
         Write(kInstructionFile, "");
         Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
         Write(L"Component\\p1\\64bit\\p1\\Brevant.exe", "new");
+        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
+        Write(L"Component\\p1\\Share\\UI\\a.html", "");
     }
 
     void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_folder.Write(tstrName, strBytes); }
@@ -90,4 +91,11 @@ protected:
 
 private:
     void (*m_pfnFamily)(const Subject&, Report&);
+};
+
+/// Tries one family of rules.
+template <void (*pfnFamily)(const Subject&, Report&)>
+class RulesTest : public CheckTest {
+protected:
+    RulesTest() : CheckTest(pfnFamily) {}
 };

@@ -13,10 +13,7 @@ std::string With(const std::string& strLines)
 
 }  // namespace
 
-class FormRulesTest : public CheckTest {
-protected:
-    FormRulesTest() : CheckTest(CheckForm) {}
-};
+using FormRulesTest = RulesTest<CheckForm>;
 
 TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
 {

@@ -2,14 +2,7 @@
 
 #include "check/BroughtFiles.h"
 
-class FileRulesTest : public CheckTest {
-protected:
-    FileRulesTest() : CheckTest(CheckFileRecords)
-    {
-        Write(L"Component\\p1\\Share\\UI\\a.html", "");
-        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
-    }
-};
+using FileRulesTest = RulesTest<CheckFileRecords>;
 
 TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
 {
@@ -90,10 +83,7 @@ TEST(PatternTest, MatchesAsWindowsListsFiles)
     for (const auto& row : rows) EXPECT_EQ(MatchesPattern(row.szName, row.szPattern), row.bMatches) << row.szPattern;
 }
 
-class PackageRulesTest : public CheckTest {
-protected:
-    PackageRulesTest() : CheckTest(CheckPackages) {}
-};
+using PackageRulesTest = RulesTest<CheckPackages>;
 
 TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 {

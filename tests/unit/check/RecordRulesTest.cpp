@@ -1,10 +1,7 @@
 #include "unit/check/CheckFixture.h"
 
 // Where a table has the lines of one section, the first record stands in line 2.
-class PlaceholderRulesTest : public CheckTest {
-protected:
-    PlaceholderRulesTest() : CheckTest(CheckPlaceholders) {}
-};
+using PlaceholderRulesTest = RulesTest<CheckPlaceholders>;
 
 TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
 {
@@ -26,10 +23,7 @@ TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
     Expect(rows);
 }
 
-class RegistryRulesTest : public CheckTest {
-protected:
-    RegistryRulesTest() : CheckTest(CheckRegistry) {}
-};
+using RegistryRulesTest = RulesTest<CheckRegistry>;
 
 TEST_F(RegistryRulesTest, FieldsTypesAndData)
 {
@@ -72,13 +66,11 @@ TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
 
-class UpdateInfoRulesTest : public CheckTest {
-protected:
-    UpdateInfoRulesTest() : CheckTest(CheckUpdateInfo) { Write(L"Component\\p1\\Share\\Setting\\a.txt", ""); }
-};
+using UpdateInfoRulesTest = RulesTest<CheckUpdateInfo>;
 
 TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
 {
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     const Row rows[] = {
         {"[UPDATE_INFO]\nmodify=S!K!V\n", {}},
         {"[UPDATE_INFO]\nnothing\n", {}},
@@ -100,17 +92,11 @@ TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
     EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), ElementsAre("B042 1:2"));
 }
 
-class CommandRulesTest : public CheckTest {
-protected:
-    CommandRulesTest() : CheckTest(CheckCommands)
-    {
-        Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
-        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
-    }
-};
+using CommandRulesTest = RulesTest<CheckCommands>;
 
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
+    Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
     const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote, expanded
     const std::string strFill(260 - 31 - 2, 'x');
     const Row rows[] = {
@@ -142,7 +128,7 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
     Expect(rows, "[Run]\nSysRunOnce=", "\n");
 }
 
-class IntendedTest : public CheckTest {};
+using IntendedTest = RulesTest<LintUpdate>;
 
 TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
 {
