@@ -79,14 +79,6 @@ class SecondSample(LabTest):
     def trial(self, **options):
         return Trial(Options(self.update, SAMPLES / 'second' / 'installed', **options), lambda stage: None)
 
-    def plant(self):
-        """Rule and harm of each mistake that is made."""
-        done = subprocess.run([sys.executable, SAMPLES / 'second' / 'plant.py', self.update], check=True,
-                              stdout=subprocess.PIPE, text=True).stdout
-        mistakes = re.findall(r'^(B\d+) .*: (.*)$', done, re.M)
-        self.assertEqual(5, len(mistakes))
-        return mistakes
-
     def test_as_it_is(self):
         for language in ('FR-FR', 'ES-ES'):
             with self.subTest(language):
@@ -94,15 +86,15 @@ class SecondSample(LabTest):
                 self.assertSame(([], [], {}), (outcome.problems(), outcome.never_looked_at(), outcome.question))
                 self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
 
-    def test_forced_past_its_mistakes(self):
-        mistakes = self.plant()
+    def test_with_mistakes(self):
+        done = subprocess.run([sys.executable, SAMPLES / 'second' / 'plant.py', self.update], check=True,
+                              stdout=subprocess.PIPE, text=True).stdout
+        mistakes = re.findall(r'^(B\d+) .*: (.*)$', done, re.M)
+        self.assertEqual(5, len(mistakes))
+        with self.assertRaises(Refused) as refusal:
+            self.trial().run()
+        self.assertSame([], [rule for rule, _ in mistakes if rule not in str(refusal.exception)])
         outcome = self.trial(force=True).run()
         self.assertEqual(1, outcome.exit_code())
         told = '\n'.join([*(where for _, where in outcome.problems()), *outcome.never_looked_at()])
         self.assertSame([], [harm for _, harm in mistakes if harm not in told])
-
-    def test_refused_for_its_mistakes(self):
-        mistakes = self.plant()
-        with self.assertRaises(Refused) as refusal:
-            self.trial().run()
-        self.assertSame([], [rule for rule, _ in mistakes if rule not in str(refusal.exception)])
