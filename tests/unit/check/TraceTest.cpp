@@ -114,6 +114,8 @@ TEST(FailureLinesTest, AFailureIsToldFromWhatLooksLikeOneAndItsCodeIsRead)
     const std::tuple<const wchar_t*, DWORD, bool> rows[] = {
         {L"*** ::DeleteFile(C:\\[0x1].lnk) failed. [0x00000002]", 2, false},
         {L"StoreValue() failed: 0x00000005", 5, false},
+        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000000]", 0, false},
+        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000002]", 2, false},
         {L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5b4", 0x5B4, false},
         {L"KzCommon::Storage::Reg::StoreValue(). incorrect data type", 0, false},
         {L"KzCommon::Storage::Reg::StoreValue(SOFTWARE\\XColumns=4)", 0, true},
@@ -131,7 +133,7 @@ TEST(FailureLinesTest, AFailureIsToldFromWhatLooksLikeOneAndItsCodeIsRead)
     for (const auto& [szMessage, dwCode, bHarmless] : rows) {
         TraceLine line;
         line.tstrMessage = szMessage;
-        EXPECT_EQ(CodeOf(szMessage).value_or(0), dwCode) << szMessage;
+        EXPECT_EQ(CodeOf(szMessage), dwCode ? std::optional(dwCode) : std::nullopt) << szMessage;
         EXPECT_EQ(WhyHarmless(line) != nullptr, bHarmless) << szMessage;
     }
 }

@@ -146,6 +146,8 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
          "VALUE DIFFERS N (promised REG_QDWORD 7, is REG_QDWORD 1)"},
         {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT N"},
         {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT N"},
+        {"add=SOFTWARE\\Vault!N!REG_DWORD!3943305780\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawNumber(7),
+         "VALUE RIGHT N"},
         {"add=SOFTWARE\\Vault!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT N"},
         {"add=SOFTWARE\\Vault!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT N"},
         {"delete=SOFTWARE\\Vault!N", RawText(L""), "VALUE DIFFERS N (promised none, is \"\")"},
@@ -274,21 +276,25 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
     const std::string strFolder = ToUtf8(m_machine.Path());
-    m_update.Write(
-        L"KZ_Brevant.log",
+    const std::string strAgent = "*** FrameworkDeployAgent::";
+    const std::string strRemoval = strAgent + "RemoveFileAfterReboot() - to delete ";
+    std::string strTrace =
         Line(1, "0001", "@@@ Paramter is /DeployFramework") +
-            Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll") +
-            Line(2, "0002", "@@@ Paramter is /DeployFramework") +
-            Line(2, "0002", "@@@ src: " + strFolder + "Component\\p1\\a.dll, dst:" + strFolder + "a.dll") +
-            Line(2, "0002", "@@@ src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll") +
-            Line(2, "0002", "@@@ src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll") +
-            Line(2, "0002", "@@@ To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7") +
-            Line(2, "0002", "@@@ *** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]") +
-            Line(2, "0002", "@@@ To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7") +
-            Line(2, "0002", "@@@ *** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]") +
-            Line(2, "0002",
-                 "@@@ *** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [{InstalledDir}Legacy]") +
-            Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
+        Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
+    for (const std::string& strMessage :
+         {std::string("Paramter is /DeployFramework"),
+          "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
+          "src: " + strFolder + "Component\\p1\\a.dll, dst:" + strFolder + "a.dll",
+          "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
+          "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
+          std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]",
+          std::string("To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]", strAgent + "ModifyUpdateInfo(S!K!a) ",
+          strRemoval + "folder: [{InstalledDir}Legacy]", strRemoval + "file: [{InstalledDir}Old*.dll]"}) {
+        strTrace += Line(2, "0002", "@@@ " + strMessage);
+    }
+    m_update.Write(L"KZ_Brevant.log", strTrace + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
     m_machine.Write(L"a.dll", "new");
@@ -299,8 +305,11 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     std::wstring tstrTime;
     ASSERT_TRUE(PromisesOfNewestRun(MachineFolders(m_machine.Path(), {}), promises, tstrTime));
     EXPECT_EQ(tstrTime, L"21/11/2026 08:37:02");
+    EXPECT_EQ(promises.tstrProduct, L"p1");
     EXPECT_THAT(Verify(promises),
                 UnorderedElementsAre("1", "ARRIVED a.dll", "LEFT IN DOWNLOAD b.dll (another content)",
                                      AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
-                                     "VALUE DIFFERS N (promised REG_DWORD 7, is REG_DWORD 6)", "VALUE RIGHT M"));
+                                     "DELETED Old*.dll", "VALUE DIFFERS N (promised REG_DWORD 7, is REG_DWORD 6)",
+                                     "VALUE RIGHT M", StartsWith("VALUE DIFFERS UpdateInfo.ini: [S] K"),
+                                     HasSubstr("_Version")));
 }
