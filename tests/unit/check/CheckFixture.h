@@ -1,8 +1,9 @@
-// An update in a folder of the test's own, and what "lint" says of it.
+// An update in a folder and a registry of the test's own, and what "lint" says of it.
 #pragma once
 
 #include "check/Lint.h"
 #include "common/KzComn_String.h"
+#include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
@@ -26,7 +27,27 @@ inline std::string Line(int iSecond, const std::string& strProcess, const std::s
            " <Brevant> " + strText.substr(4) + " - " + strSource + "(12)\r\n";
 }
 
-class CheckTest : public Test {
+class UpdateTest : public RegistryTest {
+protected:
+    UpdateTest()
+    {
+        Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
+    }
+
+    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    [[nodiscard]] Update Open() const
+    {
+        Update update;
+        DWORD dwError = ERROR_SUCCESS;
+        EXPECT_TRUE(update.Open(m_update.Path(), m_optInstalled, &dwError)) << dwError;
+        return update;
+    }
+
+    TempFolder m_update;
+    std::optional<std::wstring> m_optInstalled;
+};
+
+class CheckTest : public UpdateTest {
 protected:
     /// A file on trial, and the findings about it.
     struct Row {
@@ -37,22 +58,18 @@ protected:
     explicit CheckTest(void (*pfnFamily)(const Subject&, Report&)) : m_pfnFamily(pfnFamily)
     {
         Write(kInstructionFile, "");
-        Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
         Write(L"Component\\p1\\64bit\\p1\\Brevant.exe", "new");
         Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
         Write(L"Component\\p1\\Share\\UI\\a.html", "");
     }
 
-    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_folder.Write(tstrName, strBytes); }
-
     /// The findings, "B005 2:1 Component\\... suggestion" each, the path left out for the instruction file and
     /// `tstrFile`.
     [[nodiscard]] std::vector<std::string> Findings(const std::wstring& tstrFile = kInstructionFile) const
     {
-        Update update;
+        const Update update = Open();
         IniScan instructions;
         DWORD dwError = ERROR_SUCCESS;
-        EXPECT_TRUE(update.Open(m_folder.Path(), m_optInstalled, &dwError)) << dwError;
         EXPECT_TRUE(instructions.Read(update.FullPath(kInstructionFile), &dwError)) << dwError;
         Report report;
         m_pfnFamily({update, instructions, m_languages}, report);
@@ -84,8 +101,6 @@ protected:
         }
     }
 
-    TempFolder m_folder;
-    std::optional<std::wstring> m_optInstalled;
     std::vector<std::wstring> m_languages;
     bool m_bWarnings = false;  ///< they are called so
 

@@ -51,7 +51,7 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
 // once.
 TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 {
-    m_optInstalled = m_folder.PathOf(L"installed");
+    m_optInstalled = m_update.PathOf(L"installed");
     Write(L"installed\\Driver\\x", "");
     Write(L"Component\\p1\\Share\\Patterns\\p.ptn", "");
     Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");

@@ -1,27 +1,18 @@
 #include "agent/NewNameDecision.h"
 #include "check/PlanReport.h"
-#include "check/Update.h"
-#include "common/KzComn_String.h"
-#include "support/RegistryFixture.h"
-#include "support/TempFolder.h"
-
-#include <gmock/gmock.h>
-
-using namespace testing;
-using namespace Check;
+#include "unit/check/CheckFixture.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
 
 /// An update in one folder, an installed product in another, and what is planned for them.
-class PlanTest : public RegistryTest {
+class PlanTest : public UpdateTest {
 protected:
     PlanTest()
     {
-        m_update.Write(L"UpdateInfo.ini",
-                       "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
         m_update.MakeFolder(L"Component\\p1\\Share");
+        m_optInstalled = m_installed.Path();
         WriteProduct(L"Language", L"xy");
         WriteProduct(L"Version", L"3.8.0.1100");
     }
@@ -29,10 +20,8 @@ protected:
     /// One operation's lines, the installed folder called "I:\".
     [[nodiscard]] Lines Planned(const std::string& strStep) const
     {
-        Update update;
-        EXPECT_TRUE(update.Open(m_update.Path(), m_installed.Path(), nullptr));
         const auto before = std::pair(m_update.List(), m_installed.List());
-        std::wstring tstrText = FormatPlanText(MakePlan(update, m_installed.Path()));
+        std::wstring tstrText = FormatPlanText(MakePlan(Open(), m_installed.Path()));
         EXPECT_EQ(before, std::pair(m_update.List(), m_installed.List()));
         KzCommon::String::ReplaceAll(tstrText, m_installed.Path(), L"I:\\");
         KzCommon::String::ReplaceAll(tstrText, L" HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault", L"");
@@ -49,7 +38,6 @@ protected:
     }
     void Instruct(const std::string& strSections) const { m_update.Write(kInstructionFile, strSections); }
 
-    TempFolder m_update;
     TempFolder m_installed;
 };
 
@@ -61,11 +49,11 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     Instruct(
         "[QOR_DIR]\nadd={InstalledDir}New\\Deep\ndelete={UdComponentsSrcDir}Share\n"
         "[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
-    m_update.Write(tstrPackage + L"a.dll", "");
-    m_update.Write(tstrPackage + L"Driver\\d.sys", "");
-    m_update.Write(L"Component\\p1\\Share\\UI\\A.DLL", "");
-    m_update.Write(L"Component\\p1\\Share\\Task\\t.task", "");
-    m_update.Write(L"Component\\r1\\New\\x.txt", "");
+    Write(tstrPackage + L"a.dll", "");
+    Write(tstrPackage + L"Driver\\d.sys", "");
+    Write(L"Component\\p1\\Share\\UI\\A.DLL", "");
+    Write(L"Component\\p1\\Share\\Task\\t.task", "");
+    Write(L"Component\\r1\\New\\x.txt", "");
     m_installed.Write(L"A.dll", "");
     m_installed.MakeFolder(L"Driver");
     ::SetFileAttributesW(m_installed.Write(L"Driver\\d.sys", "").c_str(), FILE_ATTRIBUTE_READONLY);
@@ -126,7 +114,7 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
     Instruct("[QOR_CONFIG_MERGE]\nmigrate=/ProxySettings/Password\nmigrate=/A\nmigrate=/B\nmigrate=/C\nmigrate=/D\n");
     m_installed.Write(L"config.xml",
                       "<c><ProxySettings><Password>hidden</Password></ProxySettings><A>1</A><C type='int'>5</C></c>");
-    m_update.Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D></c>");
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D></c>");
     EXPECT_THAT(Planned("MergeConfig"),
                 ElementsAre("= " + strTarget + "/A: \"1\"",
                             "= " + strTarget + "/B  (left alone: the installed file has no such setting)",
@@ -134,7 +122,7 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
                             "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
                             "+ " + strTarget + "/ProxySettings/Password  (a secret)"));
     // The update's file cannot take one of them: the user's file is kept.
-    m_update.Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
     EXPECT_THAT(Planned("MergeConfig"),
                 Contains("! " + strTarget + "/C  (left alone: the update's file cannot take the value)"));
     EXPECT_EQ("+ config.previous.xml  <- config.xml", Planned("MergeConfig").back());

@@ -69,7 +69,7 @@ TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
 
 TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesThatAreThere)
 {
-    m_optInstalled = m_folder.MakeFolder(L"installed");
+    m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\old.exe", "");
     Write(m_tstrSetting + L"readme_EN-US.htm", "");
     Write(L"Component\\p1\\Share\\Task\\daily\\a.task", "");

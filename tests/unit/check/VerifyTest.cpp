@@ -1,8 +1,6 @@
 #include "check/Manifest.h"
 #include "check/TracePromises.h"
 #include "check/Verify.h"
-#include "common/KzComn_String.h"
-#include "support/RegistryFixture.h"
 #include "unit/check/CheckFixture.h"
 
 using KzCommon::String::ReplaceAll;
@@ -14,22 +12,15 @@ constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
 constexpr char kDefault[] = "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x";
 
 /// An update in one folder and a machine, with its registry, in another.
-class VerifyTest : public RegistryTest {
+class VerifyTest : public UpdateTest {
 protected:
-    VerifyTest()
-    {
-        Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
-        WriteProduct(L"ProductPath", m_machine.Path());
-    }
-    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
 
     [[nodiscard]] Promises Collect() const
     {
-        Update update;
         Promises promises;
         std::wstring tstrErrors;
-        EXPECT_TRUE(update.Open(m_update.Path(), std::nullopt, nullptr));
-        EXPECT_TRUE(CollectPromises(update, promises, tstrErrors));
+        EXPECT_TRUE(CollectPromises(Open(), promises, tstrErrors)) << tstrErrors;
         return promises;
     }
     /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
@@ -52,9 +43,13 @@ protected:
         return found;
     }
 
-    TempFolder m_update;
     TempFolder m_machine;
 };
+
+KzCommon::UniqueFile Hold(const std::wstring& tstrPath)
+{
+    return KzCommon::UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
 
 /// One file that an update moves.
 Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
@@ -121,8 +116,16 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
                                     "{InstalledDir}readme_FR-FR.htm r  8"));
     Promises promises = Collect();
     std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
-    m_machine.Write(L"readme.htm", "xxxxxxx");
+    const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
     EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
+    {
+        const auto hHeld = Hold(tstrReadme);
+        EXPECT_THAT(Verify(promises), ElementsAre("1", "DIFFERENT readme.htm (another program has the file open)"));
+    }
+    const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"));
+    std::wstring tstrErrors;
+    EXPECT_FALSE(CollectPromises(Open(), promises, tstrErrors));
+    EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
 }
 
 TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
@@ -174,7 +177,7 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
 {
     Write(kInstructionFile,
           "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
-          "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete_now={InteractiveLogDir}*.old\n"
+          "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete={InstalledDir}a*\\b\ndelete_now={InteractiveLogDir}*.old\n"
           "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
     Write(L"Component\\p1\\Share\\UI\\OldButNew.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\x.txt", "x");
@@ -186,8 +189,9 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=1.9.1112\n");
     const auto kept = Verify(promises);
     EXPECT_THAT(kept, Contains("0"));
-    EXPECT_THAT(kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll",
-                                    "VALUE RIGHT UpdateInfo.ini: [s] k"}));
+    EXPECT_THAT(
+        kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll", "VALUE RIGHT UpdateInfo.ini: [s] k",
+                            "VALUE RIGHT UpdateInfo.ini: [COMPONENT_LIST] Component103_iUD_Version"}));
 
     m_machine.Write(L"Old1.dll", "");
     m_machine.Write(L"Legacy\\a\\b.txt", "");
@@ -235,8 +239,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
     EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));
     std::wstring tstrWide;
     ASSERT_TRUE(KzCommon::String::FromUtf8(strManifest, tstrWide));
-    const std::string strUtf16(reinterpret_cast<const char*>(tstrWide.data()), tstrWide.size() * 2);
-    for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, "\xFF\xFE" + strUtf16}) {
+    for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, Utf16(tstrWide)}) {
         Promises read;
         std::wstring tstrError;
         ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
@@ -284,7 +287,7 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     for (const std::string& strMessage :
          {std::string("Paramter is /DeployFramework"),
           "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
-          "src: " + strFolder + "Component\\p1\\a.dll, dst:" + strFolder + "a.dll",
+          "src: " + strFolder + "Component\\p1\\a,b.dll, dst:" + strFolder + "a,b.dll",
           "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
           "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
           std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
@@ -297,7 +300,7 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     m_update.Write(L"KZ_Brevant.log", strTrace + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
-    m_machine.Write(L"a.dll", "new");
+    m_machine.Write(L"a,b.dll", "new");
     m_machine.Write(L"b.dll", "old");
     m_machine.Write(L"Component\\p1\\b.dll", "new");
 
@@ -307,7 +310,7 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     EXPECT_EQ(tstrTime, L"21/11/2026 08:37:02");
     EXPECT_EQ(promises.tstrProduct, L"p1");
     EXPECT_THAT(Verify(promises),
-                UnorderedElementsAre("1", "ARRIVED a.dll", "LEFT IN DOWNLOAD b.dll (another content)",
+                UnorderedElementsAre("1", "ARRIVED a,b.dll", "LEFT IN DOWNLOAD b.dll (another content)",
                                      AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
                                      "DELETED Old*.dll", "VALUE DIFFERS N (promised REG_DWORD 7, is REG_DWORD 6)",
                                      "VALUE RIGHT M", StartsWith("VALUE DIFFERS UpdateInfo.ini: [S] K"),
