@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <regex>
 #include <span>
 
 using namespace testing;
@@ -35,6 +36,11 @@ protected:
     }
 
     void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    /// In instructions "@" is the key `kVault`.
+    void Instruct(const std::string& strSections) const
+    {
+        Write(kInstructionFile, std::regex_replace(strSections, std::regex("@"), "SOFTWARE\\Vault"));
+    }
     [[nodiscard]] Update Open() const
     {
         Update update;
@@ -43,6 +49,7 @@ protected:
         return update;
     }
 
+    static constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
     TempFolder m_update;
     std::optional<std::wstring> m_optInstalled;
 };

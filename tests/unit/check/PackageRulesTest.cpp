@@ -70,17 +70,13 @@ TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 
 TEST(PatternTest, MatchesAsWindowsListsFiles)
 {
-    const struct {
-        const wchar_t* szName;
-        const wchar_t* szPattern;
-        bool bMatches;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
         {L"a.txt", L"*", true},      {L"a", L"*.*", true},         {L"A.TXT", L"a.t?t", true},
         {L"a.txt", L"?.tx", false},  {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
         {L"a.html", L"*.htm", true}, {L"a.html", L"a.htm", false}, {L"a.htm", L"*.html", false},
         {L"", L"*", true},
     };
-    for (const auto& row : rows) EXPECT_EQ(MatchesPattern(row.szName, row.szPattern), row.bMatches) << row.szPattern;
+    for (const auto& [szName, szPattern, b] : rows) EXPECT_EQ(MatchesPattern(szName, szPattern), b) << szPattern;
 }
 
 using PackageRulesTest = RulesTest<CheckPackages>;

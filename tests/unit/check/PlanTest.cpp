@@ -36,7 +36,6 @@ protected:
         }
         return lines;
     }
-    void Instruct(const std::string& strSections) const { m_update.Write(kInstructionFile, strSections); }
 
     TempFolder m_installed;
 };
@@ -82,10 +81,9 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 
 TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
 {
-    constexpr wchar_t kKey[] = L"SOFTWARE\\Vault";
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Expand", RawText(L"%a%", REG_EXPAND_SZ));
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Number", RawNumber(7));
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Bytes", {REG_BINARY, "abc"});
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Expand", RawText(L"%a%", REG_EXPAND_SZ));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Number", RawNumber(7));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Bytes", {REG_BINARY, "abc"});
     const std::pair<std::string, Lines> rows[] = {
         {"add_if_non=@!Expand!REG_SZ!x", {"=  Expand: \"%a%\"  (there is one already)"}},
         {"add_if_non=@!Number!REG_SZ!x", {"~  Number: \"7\" -> \"x\""}},
@@ -100,12 +98,10 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
         {"add_if_non=@!Number!REG_DWORD!8\ndelete=@!NUMBER", {"-  NUMBER: \"7\"", "+  Number: \"8\""}},
     };
     for (const auto& [strRecords, expected] : rows) {
-        std::wstring tstrRecords = KzCommon::String::FromAnsi("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
-        KzCommon::String::ReplaceAll(tstrRecords, L"@", kKey);
-        Instruct(KzCommon::String::ToUtf8(tstrRecords));
+        Instruct("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
         EXPECT_EQ(expected, Planned("PatchRegistry")) << strRecords;
     }
-    EXPECT_EQ(RawNumber(7), ReadRaw(HKEY_LOCAL_MACHINE, kKey, L"Number"));
+    EXPECT_EQ(RawNumber(7), ReadRaw(HKEY_LOCAL_MACHINE, kVault, L"Number"));
 }
 
 TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)

@@ -8,8 +8,7 @@ using KzCommon::String::ToUtf8;
 
 namespace {
 
-constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
-constexpr char kDefault[] = "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x";
+constexpr char kDefault[] = "add_if_non=@!(Default)!REG_SZ!x";
 
 /// An update in one folder and a machine, with its registry, in another.
 class VerifyTest : public UpdateTest {
@@ -66,13 +65,8 @@ TEST_F(VerifyTest, EveryStateOfAFile)
     Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
     const Promises promises = Collect();
     ASSERT_EQ(promises.files.size(), 1u);
-    struct Row {
-        const char* szInstalled;  // null: not there
-        bool bDownloaded;
-        const wchar_t* szPending;
-        std::vector<const char*> found;
-    };
-    const Row rows[] = {
+    // What is installed, null for nothing, whether it is still in the download folder, and the pending moves.
+    const std::tuple<const char*, bool, const wchar_t*, std::vector<const char*>> rows[] = {
         {"new", false, L"", {"0", "ARRIVED a.exe"}},
         {"new", true, L"", {"0", "ARRIVED a.exe"}},  // staged on another drive
         {"new", true, L"@Component\\x|!@A.EXE||", {"3010", "STILL WAITING a.exe"}},
@@ -82,12 +76,12 @@ TEST_F(VerifyTest, EveryStateOfAFile)
         {"old", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
         {"newer", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
     };
-    for (const Row& row : rows) {
+    for (const auto& [szInstalled, bDownloaded, szPending, found] : rows) {
         const std::wstring tstrSource = m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-        const std::wstring tstrTarget = m_machine.Write(L"a.exe", row.szInstalled ? row.szInstalled : "");
-        if (!row.bDownloaded) ::DeleteFileW(tstrSource.c_str());
-        if (!row.szInstalled) ::DeleteFileW(tstrTarget.c_str());
-        EXPECT_THAT(Verify(promises, row.szPending), ElementsAreArray(row.found));
+        const std::wstring tstrTarget = m_machine.Write(L"a.exe", szInstalled ? szInstalled : "");
+        if (!bDownloaded) ::DeleteFileW(tstrSource.c_str());
+        if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
+        EXPECT_THAT(Verify(promises, szPending), ElementsAreArray(found));
     }
 }
 
@@ -132,32 +126,31 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
 {
     m_update.MakeFolder(L"Component\\p1");
     const auto verify = [&](const std::string& strRecords) {
-        Write(kInstructionFile, "[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
+        Instruct("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
         return Verify(Collect()).back();
     };
     const std::wstring tstrFolder = m_machine.Path();
     const std::tuple<const char*, RawValue, const char*> rows[] = {
         // REG_NONE: the value is not there
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7),
+        {"add=@!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7),
          "VALUE RIGHT HKEY_LOCAL_MACHINE\\software\\vault: n"},
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\nadd=SOFTWARE\\Vault!N!REG_DWORD!8", RawNumber(7),
+        {"add=@!N!REG_DWORD!7\nadd=@!N!REG_DWORD!8", RawNumber(7),
          "VALUE DIFFERS N (promised REG_DWORD 8, is REG_DWORD 7)"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawNumber(1), "VALUE RIGHT N"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", {}, "VALUE DIFFERS N (promised REG_DWORD 7, is not there)"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawText(L"7"), "VALUE DIFFERS N (promised REG_DWORD 7, is \"7\")"},
-        {"delete=SOFTWARE\\Vault!N\nadd_if_non=SOFTWARE\\Vault!N!REG_QDWORD!7", RawNumber(1, REG_QWORD),
+        {"add_if_non=@!N!REG_DWORD!7", RawNumber(1), "VALUE RIGHT N"},
+        {"add_if_non=@!N!REG_DWORD!7", {}, "VALUE DIFFERS N (promised REG_DWORD 7, is not there)"},
+        {"add_if_non=@!N!REG_DWORD!7", RawText(L"7"), "VALUE DIFFERS N (promised REG_DWORD 7, is \"7\")"},
+        {"delete=@!N\nadd_if_non=@!N!REG_QDWORD!7", RawNumber(1, REG_QWORD),
          "VALUE DIFFERS N (promised REG_QDWORD 7, is REG_QDWORD 1)"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT N"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT N"},
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!3943305780\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawNumber(7),
+        {"add=@!N!REG_SZ!x\nadd_if_non=@!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT N"},
+        {"add=@!N!REG_SZ!x\nadd_if_non=@!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT N"},
+        {"add=@!N!REG_DWORD!3943305780\nadd_if_non=@!N!REG_DWORD!7", RawNumber(7), "VALUE RIGHT N"},
+        {"add=@!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT N"},
+        {"add=@!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT N"},
+        {"delete=@!N", RawText(L""), "VALUE DIFFERS N (promised none, is \"\")"},
+        {"delete=@!N", {REG_BINARY, "x"}, "VALUE DIFFERS N (promised none, is of another type)"},
+        {"add=@!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}", RawText(tstrFolder + tstrFolder + L"Component\\p1\\"),
          "VALUE RIGHT N"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT N"},
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT N"},
-        {"delete=SOFTWARE\\Vault!N", RawText(L""), "VALUE DIFFERS N (promised none, is \"\")"},
-        {"delete=SOFTWARE\\Vault!N", {REG_BINARY, "x"}, "VALUE DIFFERS N (promised none, is of another type)"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}",
-         RawText(tstrFolder + tstrFolder + L"Component\\p1\\"), "VALUE RIGHT N"},
-        {"add=SOFTWARE\\Vault!N!REG_MULTI_SZ!x", {}, "0"},
+        {"add=@!N!REG_MULTI_SZ!x", {}, "0"},
         {kDefault, RawText(L"x"), "VALUE DIFFERS (unnamed) (promised \"x\", is not there)"},
     };
     for (const auto& [szRecords, is, szLine] : rows) {
@@ -175,10 +168,10 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
 
 TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
 {
-    Write(kInstructionFile,
-          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
-          "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete={InstalledDir}a*\\b\ndelete_now={InteractiveLogDir}*.old\n"
-          "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
+    Instruct(
+        "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
+        "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete={InstalledDir}a*\\b\ndelete_now={InteractiveLogDir}*.old\n"
+        "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
     Write(L"Component\\p1\\Share\\UI\\OldButNew.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\x.txt", "x");
     const Promises promises = Collect();
@@ -202,7 +195,7 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini: [s] k"}));
 
-    Write(kInstructionFile, "[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
+    Instruct("[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
 }
 
@@ -226,11 +219,11 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
 
 TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
 {
-    Write(kInstructionFile,
-          "[QOR_REGISTRY_PATCH]\nadd=SOFTWARE\\Vault!A!REG_QDWORD!18446744073709551615\ndelete=SOFTWARE\\Vault!B\n"
-          "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!C!REG_SZ!y\n"
-          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
-          "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
+    Instruct(
+        "[QOR_REGISTRY_PATCH]\nadd=@!A!REG_QDWORD!18446744073709551615\ndelete=@!B\n"
+        "add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!C!REG_SZ!y\n"
+        "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
+        "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
     Write(L"Component\\p1\\Share\\UI\\\u00E9.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     const Promises promises = Collect();
