@@ -40,8 +40,10 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
         {"delete={UdComponentsSrcDir}Share\\UI\\*\n", {}},
     };
     Expect(files, "[QOR_FILE]\n");
+    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
     const Row folders[] = {
-        {"delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\n", {"B033 2:8"}},
+        {"delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\ndelete={InstalledDir}Task",
+         {"B033 2:8", "B033 4:8"}},
         {"add={InstalledDir}New\\a\ndelete={InstalledDir}new\n", {"B033 3:8"}},
     };
     Expect(folders, "[QOR_DIR]\n");
@@ -121,12 +123,13 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
 
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
 {
+    Write(L"Component\\r1\\DE-DE\\StringTable.ini", "");
+    Write(L"Component\\r1\\EN-US\\StringTable.ini", "");
+    EXPECT_THAT(Lint("[RestartNotification_DE-DE]\ntext=a\n"), IsEmpty()) << "every machine needs the English table";
     for (const wchar_t* const szFile :
          {L"config_EN-US.xml", L"config_DE-DE.xml", L"readme_en-us.htm", L"readme_DE-DE.htm"}) {
         Write(std::wstring(L"Component\\p1\\Share\\Setting\\") + szFile, "");
     }
-    Write(L"Component\\r1\\DE-DE\\StringTable.ini", "");
-    Write(L"Component\\r1\\EN-US\\StringTable.ini", "");
     const std::string strTexts = "[RestartNotification_EN-US]\ntext=a\ntext=b\n[RestartNotification_DE-DE]\ntext=a\n";
     EXPECT_THAT(Lint(strTexts), IsEmpty());
     EXPECT_THAT(Lint("[RestartNotification_EN-US]\ntext=a\n"), ElementsAre("B072 0:0"));

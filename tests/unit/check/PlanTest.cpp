@@ -95,6 +95,7 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
         {"add_if_non=@!number!REG_DWORD!8\nadd=@!Number!REG_DWORD!3943305780\ndelete=@!None",
          {"=  None  (there is no such value)", "~  Number: \"7\" -> \"3943305780\"",
           "~  number: \"3943305780\" -> \"8\""}},
+        {"add=@!A!REG_DWORD!7\nadd_if_non=@!A!REG_SZ!x", {"+  A: \"7\"", "~  A: \"7\" -> \"x\""}},
         {"add_if_non=@!Number!REG_DWORD!8\ndelete=@!NUMBER", {"-  NUMBER: \"7\"", "+  Number: \"8\""}},
     };
     for (const auto& [strRecords, expected] : rows) {

@@ -43,7 +43,7 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"add_if_non=K!(Default)!REG_SZ!a\nadd=L!(Default)!REG_SZ!a\ndelete=M!(default)\nadd=N!Default!REG_SZ!a\n",
          {"B024 2:14", "B024 3:7", "B024 4:10"}},
         {"add_if_non=K!N!REG_DWORD!3943305780\nadd_if_non=K!O!REG_DWORD!3943305781\n", {"B026 2:26"}},
-        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\n", {"B026 2:25"}},
+        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\nadd=K!O!REG_DWORD!3943305780\n", {"B026 2:25", "B026 3:19"}},
         {"add=K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:8"}},
     };
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
@@ -59,6 +59,7 @@ TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
         {"add=K!N!REG_SZ!a\nadd=K!n!REG_DWORD!1\n", {"B025 2:1"}},
         {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_SZ!b\n", {"B025 2:1"}},
         {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_DWORD!1\n", {"B025 3:1"}},
+        {"add=K!N!REG_DWORD!3943305780\nadd_if_non=K!N!REG_DWORD!1\n", {"B025 2:1", "B026 2:19"}},
         {"delete=K!N\ndelete=K!N\n", {"B025 3:1"}},
         {"add=K!N!REG_SZ!a\nadd=K!N!REG_MULTI_SZ!1\n", {"B021 3:9"}},
         {"delete=K\nadd_if_non=K!(Default)!REG_SZ!a\n", {"B025 2:1", "B020 2:8", "B024 3:14"}},
@@ -105,6 +106,7 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
         {strInstalled + strFill + "\"", {}},
         {strInstalled + strFill + "x\"", {"B051 2:12"}},
         {"wscript.exe {InstalledDir}Task\\a.vbs", {"B052 2:24"}},
+        {"cmd.exe /c echo a>{InstalledDir}b", {"B052 2:30"}},
         {"cmd.exe /c echo {InstalledDir}>\"{InstalledDir}a.txt\"", {}},
         {"cmd.exe /c \"\"{InstalledDir}a b.cmd\" /q\"", {}},
         {"cmd.exe /c \"del /q \"{InstalledDir}a*\"\"", {}},
