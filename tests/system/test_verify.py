@@ -29,7 +29,8 @@ class Verify(LabTest):
         made = machine.run(self.checker, 'manifest', machine.install.rstrip('\\'))
         self.assertEqual(0, made.code, made.output)
         machine.write(MANIFEST, made.output)
-        self.expect(1, 'LEFT IN DOWNLOAD', 'MISSING', 'DIFFERENT', 'NOT DELETED', 'VALUE DIFFERS', manifests=[[MANIFEST]])
+        self.expect(1, 'LEFT IN DOWNLOAD', 'MISSING', 'DIFFERENT', 'NOT DELETED', 'VALUE DIFFERS',
+                    manifests=[[MANIFEST]])
 
         machine.run(machine.install + 'Brevant.exe', '/DeployFramework')
         self.expect(RESTART_PENDING, 'STILL WAITING', manifests=([MANIFEST], []))
