@@ -14,7 +14,7 @@ from brevantlab.try_update import Options, Refused, Trial
 
 
 class Try(LabTest):
-    """The second sample, without question and shortcuts, of which only the guides tell, unless a test says otherwise."""
+    """The second sample, without question and shortcuts, of which only the guides tell, unless a test has another."""
     def setUp(self):
         self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.update, self.installed = self.home / 'update', SAMPLES / 'second' / 'installed'
