@@ -197,6 +197,9 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
 
     Instruct("[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
+    Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "[S]\n");
+    Instruct("[UPDATE_INFO]\nmodify=S!K!a\n");
+    EXPECT_THAT(Collect().updateInfo, IsEmpty()) << "the update's own file replaces the one with the changes";
 }
 
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
