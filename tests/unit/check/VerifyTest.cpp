@@ -83,6 +83,10 @@ TEST_F(VerifyTest, EveryStateOfAFile)
         if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
         EXPECT_THAT(Verify(promises, szPending), ElementsAreArray(found));
     }
+    m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    Promises copied = promises;
+    copied.files[0].bAtRestart = false;
+    EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";
 }
 
 TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
