@@ -88,7 +88,7 @@ class LockedDependencies(Case):
     def test_what_is_not_the_locked_file_is_refused(self):
         digest = self.serve('2')['2']
         self.lock('2', digest[::-1])
-        self.fetch(1, 'has not the locked SHA-256')
+        self.fetch(1, 'has not the locked SHA-256', kept=self.archive.glob('small_2.*'))
 
         self.lock('2', digest)
         archive = next(self.archive.glob('small_2.tar.*'))

@@ -8,6 +8,7 @@ using KzCommon::String::ToUtf8;
 
 namespace {
 
+const std::wstring kDebugLog = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\";
 constexpr char kDefault[] = "add_if_non=@!(Default)!REG_SZ!x";
 
 /// An update in one folder and a machine, with its registry, in another.
@@ -184,8 +185,10 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"x.txt", "x");
     m_machine.MakeFolder(L"Lang");
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=1.9.1112\n");
+    WriteRaw(HKEY_LOCAL_MACHINE, kDebugLog + L"InteractiveSession", L"LogFolder", RawText(L"no full path"));
     const auto kept = Verify(promises);
     EXPECT_THAT(kept, Contains("0"));
+    EXPECT_THAT(kept, Not(Contains(HasSubstr("*.old"))));
     EXPECT_THAT(
         kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll", "VALUE RIGHT UpdateInfo.ini: [s] k",
                             "VALUE RIGHT UpdateInfo.ini: [COMPONENT_LIST] Component103_iUD_Version"}));
@@ -248,7 +251,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
     const std::pair<std::string, std::string> damages[] = {
         {"\"format\" : 1", "\"format\" : 2"},
         {"\"format\" : 1", "\"format\" : 1e99"},
-        {"\"when\" : \"now\"", "\"when\" : 1"},
+        {"\"when\" : \"now\"", "\"when\" : \"then\""},
         {"18446744073709551615", "18446744073709551616"},
         {"\"state\" : \"any\"", "\"state\" : []"},
         {"\"folders\" :", "\"folder\" :"},
@@ -275,7 +278,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
 
 TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromised)
 {
-    const std::wstring tstrKey = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession";
+    const std::wstring tstrKey = kDebugLog + L"ServiceSession";
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
     const std::string strFolder = ToUtf8(m_machine.Path());
