@@ -36,6 +36,11 @@ protected:
     }
 
     void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    /// Empty files below "Component\\".
+    void Bring(std::initializer_list<std::wstring> names) const
+    {
+        for (const std::wstring& tstrName : names) Write(L"Component\\" + tstrName, "");
+    }
     /// In instructions "@" is the key `kVault`.
     void Instruct(const std::string& strSections) const
     {
@@ -65,9 +70,7 @@ protected:
     explicit CheckTest(void (*pfnFamily)(const Subject&, Report&)) : m_pfnFamily(pfnFamily)
     {
         Write(kInstructionFile, "");
-        Write(L"Component\\p1\\64bit\\p1\\Brevant.exe", "new");
-        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
-        Write(L"Component\\p1\\Share\\UI\\a.html", "");
+        Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html"});
     }
 
     /// The findings, "B005 2:1 Component\\... suggestion" each, the path left out for the instruction file and

@@ -55,8 +55,7 @@ TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 {
     m_optInstalled = m_update.PathOf(L"installed");
     Write(L"installed\\Driver\\x", "");
-    Write(L"Component\\p1\\Share\\Patterns\\p.ptn", "");
-    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
+    Bring({L"p1\\Share\\Patterns\\p.ptn", L"p1\\Share\\Task\\daily\\t.task"});
     EXPECT_THAT(Lint("[QOR_DIR]\nadd={InstalledDir}Task\\daily\n"),
                 ElementsAre("B032 0:0 Component\\p1\\Share\\Patterns\\p.ptn add={InstalledDir}Patterns"));
     const std::string strFolders = "[QOR_DIR]\nadd={InstalledDir}Task\\daily\nadd={InstalledDir}Patterns\n[QOR_FILE]\n";
@@ -85,13 +84,9 @@ using PackageRulesTest = RulesTest<CheckPackages>;
 
 TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 {
-    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
-    Write(L"Component\\p1\\32bit\\p1\\a.dll", "");
-    Write(L"Component\\r1\\EN-US\\help\\a.htm", "");
+    Bring({L"p1\\Share\\Task\\daily\\t.task", L"p1\\32bit\\p1\\a.dll", L"r1\\EN-US\\help\\a.htm"});
     EXPECT_THAT(Lint(""), IsEmpty());
-    Write(L"Component\\p1\\Share\\Pattern\\p.ptn", "");
-    Write(L"Component\\p1\\Share\\UI\\Test\\a.htm", "");
-    Write(L"Component\\p1\\a.htm", "");
+    Bring({L"p1\\Share\\Pattern\\p.ptn", L"p1\\Share\\UI\\Test\\a.htm", L"p1\\a.htm"});
     EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\",
                                       "B070 0:0 Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\",
                                       "B070 0:0 Component\\p1\\a.htm"));
@@ -123,13 +118,10 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
 
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
 {
-    Write(L"Component\\r1\\DE-DE\\StringTable.ini", "");
-    Write(L"Component\\r1\\EN-US\\StringTable.ini", "");
+    Bring({L"r1\\DE-DE\\StringTable.ini", L"r1\\EN-US\\StringTable.ini"});
     EXPECT_THAT(Lint("[RestartNotification_DE-DE]\ntext=a\n"), IsEmpty()) << "every machine needs the English table";
-    for (const wchar_t* const szFile :
-         {L"config_EN-US.xml", L"config_DE-DE.xml", L"readme_en-us.htm", L"readme_DE-DE.htm"}) {
-        Write(std::wstring(L"Component\\p1\\Share\\Setting\\") + szFile, "");
-    }
+    Bring({L"p1\\Share\\Setting\\config_EN-US.xml", L"p1\\Share\\Setting\\config_DE-DE.xml",
+           L"p1\\Share\\Setting\\readme_en-us.htm", L"p1\\Share\\Setting\\readme_DE-DE.htm"});
     const std::string strTexts = "[RestartNotification_EN-US]\ntext=a\ntext=b\n[RestartNotification_DE-DE]\ntext=a\n";
     EXPECT_THAT(Lint(strTexts), IsEmpty());
     EXPECT_THAT(Lint("[RestartNotification_EN-US]\ntext=a\n"), ElementsAre("B072 0:0"));

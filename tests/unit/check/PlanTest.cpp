@@ -44,15 +44,11 @@ protected:
 
 TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 {
-    const std::wstring tstrPackage = L"Component\\p1\\64bit\\p1\\";
     Instruct(
         "[QOR_DIR]\nadd={InstalledDir}New\\Deep\ndelete={UdComponentsSrcDir}Share\n"
         "[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
-    Write(tstrPackage + L"a.dll", "");
-    Write(tstrPackage + L"Driver\\d.sys", "");
-    Write(L"Component\\p1\\Share\\UI\\A.DLL", "");
-    Write(L"Component\\p1\\Share\\Task\\t.task", "");
-    Write(L"Component\\r1\\New\\x.txt", "");
+    Bring({L"p1\\64bit\\p1\\a.dll", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\UI\\A.DLL",
+           L"p1\\Share\\Task\\t.task", L"r1\\New\\x.txt"});
     m_installed.Write(L"A.dll", "");
     m_installed.MakeFolder(L"Driver");
     ::SetFileAttributesW(m_installed.Write(L"Driver\\d.sys", "").c_str(), FILE_ATTRIBUTE_READONLY);
@@ -61,7 +57,7 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(Planned("DeployFrameworkFiles"), ElementsAre("~ a.dll  <- Component\\p1\\64bit\\p1\\a.dll  [restart]"));
     EXPECT_THAT(Planned("DeployUIFiles"),
                 ElementsAre("~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (takes the place of " +
-                            KzCommon::String::ToUtf8(m_update.Path() + tstrPackage) + "a.dll)"));
+                            KzCommon::String::ToUtf8(m_update.Path()) + "Component\\p1\\64bit\\p1\\a.dll)"));
     EXPECT_THAT(Planned("DeployDriverFiles"), Contains(EndsWith("(the file there is read-only)")));
     EXPECT_THAT(
         Planned("DeployTaskFiles"),

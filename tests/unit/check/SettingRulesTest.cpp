@@ -71,8 +71,7 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
 {
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\old.exe", "");
-    Write(m_tstrSetting + L"readme_EN-US.htm", "");
-    Write(L"Component\\p1\\Share\\Task\\daily\\a.task", "");
+    Bring({L"p1\\Share\\Setting\\readme_EN-US.htm", L"p1\\Share\\Task\\daily\\a.task"});
     const auto link = [](const std::string& strName, const std::string& strTarget = "Brevant.exe") {
         return "<Shortcut lnk=\"" + strTarget + "\">" + strName + "</Shortcut>";
     };
