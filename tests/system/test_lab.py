@@ -64,6 +64,7 @@ class Differences(unittest.TestCase):
         old = {'a': b'x' * 50000, 'b': {'c': 1, 'd': 2}, 'e': 3}
         lines = differences(old, {**old, 'a': b'x' * 40000 + b'y' * 10000, 'b': {'c': 1, 'd': 4}})
         self.assertEqual(['a', 'b: d'], [line.rpartition(': expected')[0] for line in lines])
+        self.assertIn('xyy', lines[0])
         self.assertLess(max(map(len, lines)), 500)
         self.assertEqual((['1: missing, expected 2'], ["not expected: 'b'"]),
                          (differences([1, 2], [1]), differences({'a'}, {'a', 'b'})))
