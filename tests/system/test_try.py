@@ -52,6 +52,7 @@ class Try(LabTest):
         outcome = self.outcome(force=True)
         self.assertEqual(1, outcome.exit_code())
         never = [short(path) for path in outcome.never_looked_at()]
+        self.assertEqual(2, len(never), never)
         self.assertSame([('NOT ARRIVED', 'Resource\\ES-ES\\StringTable.ini: its folder is missing'),
                          ('NOT ARRIVED', 'Resource\\ES-ES\\help\\sync.htm: its folder is missing'),
                          ('NOT ARRIVED', 'panel.htm: has been deleted again'),
