@@ -55,8 +55,11 @@ class Tools(LabTest):
         deep = os.path.join(folder, *[b'd' * 250] * 12)
         os.makedirs(deep)
         self.assertEqual(4, len(self.machine.listing('C:\\left')))
+        self.machine.add_drive('E')
+        drive = self.machine.host('E:\\')
         self.machine.close()
-        self.assertFalse(self.machine.root.exists())
+        for folder in (self.machine.root, drive):
+            self.assertFalse(folder.exists(), folder)
 
 
 class Differences(unittest.TestCase):
