@@ -116,6 +116,7 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
         {"xcopy.exe \"{InstalledDir}Task\\\" {InstalledDir}b", {"B052 2:44"}},
         {"C:\\Program Files\\a\\b.exe /s", {"B052 2:12 \"C:\\Program Files\\a\\b.exe\""}},
         {"C:\\b\\a.exe c\\d \"C:\\Program Files\\a\"", {}},
+        {"C:\\b\\a C:\\c\\d", {}},
         {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\a.vbs\"", {"B053 2:12"}},
         {"xcopy.exe \"{InstalledDir}component\\P1\\Share\\Task\" C:\\a", {"B053 2:12"}},
         {"cmd.exe /c copy \"{UdComponentsSrcDir}Share\\Task\\*.vbs\" C:\\a", {"B053 2:12"}},
