@@ -46,7 +46,8 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 {
     Instruct(
         "[QOR_DIR]\nadd={InstalledDir}New\\Deep\ndelete={UdComponentsSrcDir}Share\n"
-        "[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
+        "[QOR_FILE]\ndelete={InstalledDir}*.dll\ndelete_now={InstalledDir}n.*\ndelete_now={InstalledDir}n.*\n");
+    m_installed.Write(L"n.txt", "");
     Bring({L"p1\\64bit\\p1\\a.dll", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\UI\\A.DLL",
            L"p1\\Share\\Task\\t.task", L"r1\\New\\x.txt"});
     m_installed.Write(L"A.dll", "");
@@ -65,11 +66,12 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(
         Planned("DeployResourceFiles"),
         ElementsAre("! Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]  (the folder is missing)"));
-    EXPECT_THAT(Planned("RemoveFileAfterReboot"),
-                UnorderedElementsAre(
-                    "- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
-                    "- Component\\p1\\Share\\Task\\t.task  [restart]", "- Component\\p1\\Share\\Task  [restart]",
-                    "- Component\\p1\\Share  [restart]", "- A.dll  [restart]"));
+    EXPECT_THAT(
+        Planned("RemoveFileAfterReboot"),
+        UnorderedElementsAre("- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
+                             "- Component\\p1\\Share\\Task\\t.task  [restart]",
+                             "- Component\\p1\\Share\\Task  [restart]", "- Component\\p1\\Share  [restart]",
+                             "- A.dll  [restart]", "- n.txt", "= n.*  (no file is called so)"));
     EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("no section [QOR_REGISTRY_PATCH]")));
     Instruct("[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
     EXPECT_THAT(Planned("RemoveFileAfterReboot"), ElementsAre(HasSubstr("no section [QOR_DIR]")));

@@ -114,6 +114,7 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:26"}},
         {desktop(link("M\\A")), {"B083 2:1"}},
         {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 4:43"}},
+        {menu(folder("M\\P", "") + folder("", link("M\\A"))), {}},
     };
     const std::wstring tstrShortcuts = m_tstrSetting + L"qorshcut_EN-US.xml";
     Expect(rows, "<Links>", "</Links>", tstrShortcuts);

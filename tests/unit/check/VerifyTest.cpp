@@ -199,6 +199,7 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=a\n");
     EXPECT_THAT(Verify(promises), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
                                                 "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
+    EXPECT_THAT(Verify(promises, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
     EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini: [s] k"}));
