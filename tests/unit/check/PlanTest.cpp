@@ -45,7 +45,7 @@ protected:
 TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 {
     Instruct(
-        "[QOR_DIR]\nadd={InstalledDir}New\\Deep\ndelete={UdComponentsSrcDir}Share\n"
+        "[QOR_DIR]\nadd={InstalledDir}New\\Deep\nadd={InstalledDir}Resource\\New\ndelete={UdComponentsSrcDir}Share\n"
         "[QOR_FILE]\ndelete={InstalledDir}*.dll\ndelete_now={InstalledDir}n.*\ndelete_now={InstalledDir}n.*\n");
     m_installed.Write(L"n.txt", "");
     Bring({L"p1\\64bit\\p1\\a.dll", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\UI\\A.DLL",
@@ -54,7 +54,7 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     m_installed.MakeFolder(L"Driver");
     ::SetFileAttributesW(m_installed.Write(L"Driver\\d.sys", "").c_str(), FILE_ATTRIBUTE_READONLY);
 
-    EXPECT_THAT(Planned("CreateDirBeforeReboot"), ElementsAre("+ folder New\\Deep"));
+    EXPECT_THAT(Planned("CreateDirBeforeReboot"), ElementsAre("+ folder New\\Deep", "+ folder Resource\\New"));
     EXPECT_THAT(Planned("DeployFrameworkFiles"), ElementsAre("~ a.dll  <- Component\\p1\\64bit\\p1\\a.dll  [restart]"));
     EXPECT_THAT(Planned("DeployUIFiles"),
                 ElementsAre("~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (takes the place of " +
@@ -63,9 +63,8 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(
         Planned("DeployTaskFiles"),
         ElementsAre("! Task\\t.task  <- Component\\p1\\Share\\Task\\t.task  [restart]  (the folder is missing)"));
-    EXPECT_THAT(
-        Planned("DeployResourceFiles"),
-        ElementsAre("! Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]  (the folder is missing)"));
+    EXPECT_THAT(Planned("DeployResourceFiles"),
+                ElementsAre("+ Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]"));
     EXPECT_THAT(
         Planned("RemoveFileAfterReboot"),
         UnorderedElementsAre("- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",

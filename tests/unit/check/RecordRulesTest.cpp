@@ -37,7 +37,7 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"add=K!N!REG_DWORD!0x10\nadd=K!O!REG_DWORD! 5\nadd=K!P!REG_DWORD!-1\nadd=K!Q!REG_DWORD!4294967296\n",
          {"B022 2:19 16", "B022 3:19 5", "B022 4:19 4294967295", "B022 5:19"}},
         {"add=K!N!REG_QDWORD!4294967296\nadd=K!O!REG_QDWORD!1e3\nadd=K!P!REG_DWORD!\n", {"B022 3:20", "B022 4:9"}},
-        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
+        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm:\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
          {"B023 3:5 K", "B023 4:8"}},
         {"add=K!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
         {"add_if_non=K!(Default)!REG_SZ!a\nadd=L!(Default)!REG_SZ!a\ndelete=M!(default)\nadd=N!Default!REG_SZ!a\n",

@@ -92,14 +92,12 @@ TEST_F(VerifyTest, EveryStateOfAFile)
 
 TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
 {
-    Instruct("[QOR_CONFIG_MERGE]\nmigrate=/A\n");
     std::string strContent;
     for (const std::wstring tstrFile :
          {L"p1\\Share\\Engine\\both.dll", L"p1\\Share\\UI\\BOTH.DLL", L"p1\\Share\\UI\\below\\no step.dll",
           L"p1\\Share\\Task\\daily\\t.xml", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\7-Zip\\Driver\\d.sys",
           L"p1\\Share\\Setting\\readme_DE-DE.htm", L"p1\\Share\\Setting\\readme_FR-FR.htm",
-          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png",
-          L"p1\\Share\\Setting\\config.xml", L"p1\\Share\\Setting\\config_XY.xml"}) {
+          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png"}) {
         Write(L"Component\\" + tstrFile, strContent += 'x');
     }
     std::vector<std::string> found;
@@ -114,8 +112,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
                                     "{InstalledDir}Resource\\images\\i.png r  11", "{InstalledDir}UpdateInfo.ini r  99",
                                     "{InstalledDir}readme.htm r  9", "{InstalledDir}readme.htm r DE-DE 7",
                                     "{InstalledDir}readme.htm r FR-FR 8", "{InstalledDir}readme_DE-DE.htm r  7",
-                                    "{InstalledDir}readme_FR-FR.htm r  8", "{InstalledDir}config.xml r  99",
-                                    "{InstalledDir}config.xml r XY 99", "{InstalledDir}config_XY.xml r  13"));
+                                    "{InstalledDir}readme_FR-FR.htm r  8"));
     Promises promises = Collect();
     std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
