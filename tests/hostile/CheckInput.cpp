@@ -1,8 +1,11 @@
-// What the checking program reads, in broken and malicious variants: nothing crashes or hangs, and nothing is written.
+// What the checking program reads, in broken and malicious variants: nothing crashes or hangs, nothing is written, and
+// whatever a manifest names, nothing is looked at but what lies below the product's folders.
 #include "check/Lint.h"
 #include "check/Manifest.h"
 #include "check/Plan.h"
 #include "check/TraceSummary.h"
+#include "check/Verify.h"
+#include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "hostile/Variants.h"
 #include "support/RegistryFixture.h"
@@ -11,9 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 
 using namespace KzCommon;
@@ -23,6 +23,14 @@ namespace {
 
 constexpr wchar_t kPackage[] = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
 
+/// Whether a path lies below one of the folders that a manifest may name, and goes no detour.
+bool IsBelow(const MachineFolders& folders, const std::wstring& tstrPath)
+{
+    if ((tstrPath + L"\\").find(L"\\..\\") != std::wstring::npos) return false;
+    const std::wstring tstrPlace = folders.PlaceOf(tstrPath);
+    return tstrPlace != tstrPath && tstrPath.find(L':', 2) == std::wstring::npos;
+}
+
 class CheckInput : public RegistryTest {
 protected:
     CheckInput()
@@ -31,15 +39,6 @@ protected:
         m_sandbox.Write(std::wstring(kPackage) + L"64bit\\c21t2103v0.0.0l1p1r1o1\\Qorvault.exe", "new");
         m_sandbox.Write(L"installed\\Qorvault.exe", "old");
         WriteProduct(L"ProductPath", m_sandbox.PathOf(L"installed\\"));
-    }
-
-    /// Puts a file in place that is as old as no other one was: the system trusts its copy of a file only when that
-    /// cannot be newer.
-    void Put(const std::wstring& tstrName, const std::string& strBytes)
-    {
-        const std::filesystem::path path = m_sandbox.PathOf(tstrName);
-        std::ofstream(path, std::ios::binary) << strBytes;
-        std::filesystem::last_write_time(path, m_time += std::chrono::seconds(1));
     }
 
     /// Runs a verb, which may list folders and read files, but change nothing.
@@ -61,22 +60,19 @@ protected:
         const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
                                       tstrShare + L"Setting\\qorshcut_EN-US.xml",
                                       tstrShare + L"Resource\\EN-US\\StringTable.ini"};
-        for (const std::wstring& tstrName : names) m_sandbox.Write(tstrName, "");
         Arguments arguments;
         arguments.operands = {m_sandbox.Path()};
         arguments.optInstalled = m_sandbox.PathOf(L"installed");
         RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
                      Seed("strings.ini")},
                     [&](const std::string& strVariant) {
-                        for (const std::wstring& tstrName : names) Put(tstrName, strVariant);
+                        for (const std::wstring& tstrName : names) PutVariant(m_sandbox.PathOf(tstrName), strVariant);
                         run(arguments, strVariant.size());
                     });
     }
 
     TempFolder m_sandbox;
     Library::Expat m_expat;  // kept loaded for all variants
-    std::filesystem::file_time_type m_time =
-        std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
 };
 
 TEST_F(CheckInput, UpdatesToCheck)
@@ -98,21 +94,44 @@ TEST_F(CheckInput, UpdatesToPlan)
 
 TEST_F(CheckInput, TracesToRead)
 {
-    const std::string strSeed =
-        "\xEF\xBB\xBF"
-        "21/11/2026 08:37:01.500 00d0:00d4 @@@ <Brevant> Paramter is /DeployFramework - Brevant.cpp(12)\r\n"
-        "21/11/2026 08:37:02.500 00d0:00d4 >>> <Brevant> [Enter] FrameworkDeployAgent::DoDeploy() - Brevant.cpp(12)\r\n"
-        "21/11/2026 08:37:02.501 00d0:00d4 !!! <Brevant> *** ::MoveFileEx(a) failed. [0x00000005] - A.cpp(1)\r\n"
-        "21/11/2026 23:59:59.999 00e0:00d4 @@@ <Brevant> Paramter is /ApplyNewName - Brevant.cpp(12)\r\n"
-        "22/11/2026 00:00:00.000 00d0:00d4 @@@ <Brevant> ***QorPatchTool.exe stop. - Brevant.cpp(12)\r\n";
+    const std::string strSeed = Seed("trace.log");
     Arguments arguments;
     arguments.operands = {m_sandbox.PathOf(L"Brevant.log")};
     RunVariants({strSeed}, [&](const std::string& strVariant) {
-        Put(L"Brevant.log", strVariant);
-        Put(L"Brevant.log.1", strSeed);
+        PutVariant(m_sandbox.PathOf(L"Brevant.log"), strVariant);
+        PutVariant(m_sandbox.PathOf(L"Brevant.log.1"), strSeed);
         arguments.bAll = strVariant.size() % 2 == 0;
         Run(RunTrace, arguments);
     });
+}
+
+TEST_F(CheckInput, PlacesOfManifests)
+{
+    const std::wstring tstrInstalled = m_sandbox.MakeFolder(L"1\\2\\Product");
+    m_sandbox.Write(L"1\\2\\Product\\a\\b.dll", "new");
+    m_sandbox.Write(L"1\\2\\Product\\Legacy\\c\\d.txt", "old");
+    m_sandbox.Write(L"1\\2\\Product\\readme.htm", "<c><a><b/></a></c>");
+    m_sandbox.Write(L"1\\2\\Product\\config.previous.xml", "<c><c/></c>");
+    WriteProduct(L"ProductPath", tstrInstalled);
+    const MachineFolders known(tstrInstalled, L"p1");
+    unsigned cLookedUp = 0;
+    RunVariants({Seed("manifest.json")}, [&](const std::string& strVariant) {
+        const SystemWatch watch(m_sandbox.Path(), [&](std::string_view strCall, const std::wstring& tstrPlace) {
+            return strCall == "FindFirstFileW" && IsBelow(known, tstrPlace);
+        });
+        Promises promises;
+        std::wstring tstrError;
+        if (!ParseManifest(strVariant, promises, tstrError)) return;
+        MachineFolders folders(tstrInstalled, promises.tstrProduct);
+        Machine machine{folders, PendingPlaces({}), L"en-us"};
+        for (const Answer& answer : VerifyPromises(promises, machine)) {
+            const bool bFile = answer.tstrWhat.find(L": ") == std::wstring::npos;
+            if (answer.eVerdict == Verdict::eRefused || !bFile) continue;
+            ++cLookedUp;
+            EXPECT_TRUE(IsBelow(folders, answer.tstrWhat)) << String::ToUtf8(answer.tstrWhat);
+        }
+    });
+    EXPECT_GT(cLookedUp, 0u);
 }
 
 }  // namespace

@@ -18,9 +18,7 @@
 #include <json/value.h>
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 
 using namespace KzCommon;
 
@@ -95,17 +93,12 @@ protected:
                        const Judge& judge = nullptr)
     {
         const unsigned cBefore = CountJudged();
-        Install(szName, "");
-        const std::filesystem::path path = m_tstrInstallDir + szName;
-        auto time = std::filesystem::last_write_time(path) - std::chrono::hours(24 * 365);
         RunVariants(seeds, [&](const std::string& strVariant) {
             for (const wchar_t* szVictim : {L"Legacy\\a\\b.txt", L"Keystride1.dll"}) {
                 if (strVariant.size() % 16 == 0) Install(szVictim, "to be deleted");
             }
             m_trace.Clear();
-            std::ofstream(path, std::ios::binary) << strVariant;
-            // A time of its own, and an old one: the system trusts its copy of a file only when that cannot be newer.
-            std::filesystem::last_write_time(path, time += std::chrono::seconds(1));
+            PutVariant(m_tstrInstallDir + szName, strVariant);
             const SystemWatch watch(m_sandbox.Path(), [&](std::string_view strCall, const std::wstring& tstrPlace) {
                 return judge && (IsNewContent(tstrPlace, m_tstrInstallDir) || judge(strCall, tstrPlace));
             });

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -131,6 +132,14 @@ std::string Seed(const std::string& strName)
     std::ifstream file(s_strSeeds + "/" + strName, std::ios::binary);
     EXPECT_TRUE(file) << strName;
     return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void PutVariant(const std::filesystem::path& path, const std::string& strVariant)
+{
+    static auto s_time = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << strVariant;
+    std::filesystem::last_write_time(path, s_time += std::chrono::seconds(1));
 }
 
 void RunVariants(const std::vector<std::string>& seeds,

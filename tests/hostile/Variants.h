@@ -6,12 +6,17 @@
 // The build's tests run 2,000, which is what fits into their time; a release is worth the whole number.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 /// The bytes of a file in "seeds".
 [[nodiscard]] std::string Seed(const std::string& strName);
+
+/// Writes a file, and the folders above it, with a time of its own, and an old one: the system trusts its copy of a
+/// file only when that cannot be newer.
+void PutVariant(const std::filesystem::path& path, const std::string& strVariant);
 
 /// Runs `attempt` with the seeds as they are and then with their variants, the same ones on every run: bytes flipped,
 /// pieces cut, doubled, repeated, exchanged and mixed with dangerous words, the whole in UTF-16. The heap is checked

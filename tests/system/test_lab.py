@@ -55,8 +55,11 @@ class Tools(LabTest):
         deep = os.path.join(folder, *[b'd' * 250] * 12)
         os.makedirs(deep)
         self.assertEqual(4, len(self.machine.listing('C:\\left')))
+        self.machine.add_drive('E')
+        drive = self.machine.host('E:\\')
         self.machine.close()
-        self.assertFalse(self.machine.root.exists())
+        for folder in (self.machine.root, drive):
+            self.assertFalse(folder.exists(), folder)
 
 
 class Differences(unittest.TestCase):
@@ -64,6 +67,7 @@ class Differences(unittest.TestCase):
         old = {'a': b'x' * 50000, 'b': {'c': 1, 'd': 2}, 'e': 3}
         lines = differences(old, {**old, 'a': b'x' * 40000 + b'y' * 10000, 'b': {'c': 1, 'd': 4}})
         self.assertEqual(['a', 'b: d'], [line.rpartition(': expected')[0] for line in lines])
+        self.assertIn('xyy', lines[0])
         self.assertLess(max(map(len, lines)), 500)
         self.assertEqual((['1: missing, expected 2'], ["not expected: 'b'"]),
                          (differences([1, 2], [1]), differences({'a'}, {'a', 'b'})))

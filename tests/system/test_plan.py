@@ -23,35 +23,29 @@ MORE = {
 
 
 class Plan(LabTest):
-    def machine_with_plan(self, install, language):
-        """A machine and the changes that are planned for it, which have been shown to change nothing."""
+    def files(self, machine):
+        """The contents of all files that a deployment may touch, by path in small letters."""
+        found = {(folder + name).lower(): content for folder in (machine.install, APP_DATA, *LOGS)
+                 for name, content in machine.listing(folder).items()}
+        found |= {path: machine.host(path).read_bytes() for path in ('c:\\kbfilter.ini', 'c:\\kbfilter.sys')
+                  if machine.host(path).is_file()}
+        return {path: content for path, content in found.items() if not path.endswith(('.log', 'wtsapi32.answer'))}
+
+    def compare(self, install, language):
+        """Plans, which changes nothing, deploys, and returns the changes that were planned."""
         machine = self.enterContext(SampleMachine(language, install, drives='D'))
         file = install + 'QorPaFrwk.ini'
         text = machine.read(file, 'utf-16')
         for section, records in MORE.items():
             text = text.replace(f'[{section}]\n', f'[{section}]\n{records}', 1)
         machine.write(file, text, 'utf-16')
-        before = self.files(machine), machine.read_tree('HKLM\\Software')
+        before = self.files(machine), machine.read_tree('HKLM\\Software'), []
         code, output = machine.run(install + 'BrevantCheck.exe', 'plan', install.rstrip('\\'), '--format', 'json')
         self.assertEqual(0, code)
-        self.assertSame(before, (self.files(machine), machine.read_tree('HKLM\\Software')))
-        self.assertEqual([], machine.pending_moves())
+        self.assertSame(before, (self.files(machine), machine.read_tree('HKLM\\Software'), machine.pending_moves()))
         self.assertNotIn(PROXY_PASSWORD, output)
-        self.before = before[0]
-        return machine, [change for step in json.loads(output)['steps'] for change in step['changes']]
+        changes = [change for step in json.loads(output)['steps'] for change in step['changes']]
 
-    def files(self, machine):
-        """The contents of all files that a deployment may touch, by path in small letters."""
-        found = {}
-        for folder in (machine.install, APP_DATA, *LOGS):
-            found |= {(folder + name).lower(): content for name, content in machine.listing(folder).items()}
-        for name in ('kbfilter.ini', 'kbfilter.sys'):
-            if (content := machine.host('C:\\' + name)).is_file():
-                found['c:\\' + name] = content.read_bytes()
-        return {path: content for path, content in found.items() if not path.endswith(('.log', 'wtsapi32.answer'))}
-
-    def compare(self, install, language):
-        machine, changes = self.machine_with_plan(install, language)
         Question(machine, install).answer(CANCEL)
         code, messages = machine.agent('/DeployFramework')
         self.assertEqual(0, code)
@@ -71,38 +65,30 @@ class Plan(LabTest):
         for change in of('createFolder', among=changes):
             self.assertEqual(change['outcome'] != 'fail', machine.host(change['target']).is_dir(), change)
         self.assertEqual(bool(of('ask')), '@@@ To display notification dialog...' in messages)
-        self.compare_files(machine, of)
+        self.compare_files(before[0], self.files(machine), of)
         return changes
 
     def compare_registry(self, machine, changes):
-        left = {}
-        for change in changes:
-            key = change['target'].replace('HKEY_LOCAL_MACHINE', 'HKLM'), change.get('name', '')
-            left[key] = change.get('old' if change['outcome'] == 'stay' else 'new')
-            if change['outcome'] == 'fail':
-                left.pop(key)
-        values = {key: {name.lower(): data for name, data in machine.values(key).items()} for key, _ in left}
-        found = {key: values[key[0]].get(key[1].lower()) for key in left}
-        for key, data in found.items():
-            if key[1] == 'FrwkDeployTick':
-                left[key] = found[key] = data is not None
-        self.assertSame(left, {key: data if data is None or data is True else str(data) for key, data in found.items()})
+        left = {(change['target'].replace('HKEY_LOCAL_MACHINE', 'HKLM'), change.get('name', '').lower()):
+                change.get('old' if change['outcome'] == 'stay' else 'new')
+                for change in changes if change['outcome'] != 'fail'}
+        values = {key: {name.lower(): str(data) for name, data in machine.values(key).items()} for key, _ in left}
+        found = {(key, name): values[key].get(name) for key, name in left}
+        for key in left:
+            if key[1] == 'frwkdeploytick':
+                left[key] = found[key] is not None and found[key]
+        self.assertSame(left, found)
 
-    def compare_files(self, machine, of):
-        after = self.files(machine)
-        made = {change.get('staged') or change['target']: change['source'] for change in of('copy', 'stage', 'keep')}
+    def compare_files(self, before, after, of):
+        made = {(change.get('staged') or change['target']).lower(): change['source'].lower()
+                for change in of('copy', 'stage', 'keep')}
         gone = {change['target'].lower() for change in of('delete') if not change['atRestart']}
-        self.assertSame((self.before.keys() | {path.lower() for path in made}) - gone, after.keys())
-        edited = {change['target'].lower() for change in of('carryOver', 'writeIni')}
-        for path, source in made.items():
-            if path.lower() not in edited:
-                self.assertEqual(self.before.get(source.lower()), after[path.lower()], path)
-        for path in (self.before.keys() & after.keys()) - {path.lower() for path in made} - edited:
-            self.assertEqual(self.before[path], after[path], path)
-        keys = {}
-        for change in of('writeIni', 'carryOver'):
-            keys[change['target'], change['name']] = change
-        for (path, name), change in keys.items():
+        self.assertSame((before.keys() | made.keys()) - gone, after.keys())
+        edits = {(change['target'], change['name']): change for change in of('writeIni', 'carryOver')}
+        edited = {path.lower() for path, _ in edits}
+        expected = {path: before.get(made.get(path, path)) for path in after.keys() - edited}
+        self.assertSame(expected, {path: after[path] for path in expected})
+        for (path, name), change in edits.items():
             text = after[path.lower()]
             text = text.decode('utf-16' if text[:1] == b'\xff' else 'utf-8')
             value = change.get('new')

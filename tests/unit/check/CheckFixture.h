@@ -1,11 +1,15 @@
-// An update in a folder of the test's own, and what "lint" says of it.
+// An update in a folder and a registry of the test's own, and what "lint" says of it.
 #pragma once
 
 #include "check/Lint.h"
 #include "common/KzComn_String.h"
+#include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
 
 #include <gmock/gmock.h>
+
+#include <regex>
+#include <span>
 
 using namespace testing;
 using namespace Check;
@@ -16,43 +20,107 @@ inline std::string Utf16(std::wstring_view tstrText)
     return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(tstrText.data()), tstrText.size() * sizeof(wchar_t));
 }
 
-class CheckTest : public Test {
+/// A trace line of "!!! message" at that second of a minute.
+inline std::string Line(int iSecond, const std::string& strProcess, const std::string& strText,
+                        const std::string& strSource = "Brevant.cpp")
+{
+    return "21/11/2026 08:37:0" + std::to_string(iSecond) + ".500 " + strProcess + ":00d4 " + strText.substr(0, 3) +
+           " <Brevant> " + strText.substr(4) + " - " + strSource + "(12)\r\n";
+}
+
+class UpdateTest : public RegistryTest {
 protected:
-    /// `pfnFamily`: the rules that are tried.
-    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&) = LintUpdate) : m_pfnFamily(pfnFamily)
+    UpdateTest()
     {
         Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
-        Write(L"Component\\p1\\64bit\\p1\\Brevant.exe", "new");
     }
 
-    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_folder.Write(tstrName, strBytes); }
-
-    /// The findings, "B005 2:1 Component\\..." each, the path left out for the instruction file.
-    [[nodiscard]] std::vector<std::string> Lint(std::string_view strInstructions) const
+    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    /// Empty files below "Component\\".
+    void Bring(std::initializer_list<std::wstring> names) const
     {
-        Write(kInstructionFile, strInstructions);
+        for (const std::wstring& tstrName : names) Write(L"Component\\" + tstrName, "");
+    }
+    /// In instructions "@" is the key `kVault`.
+    void Instruct(const std::string& strSections) const
+    {
+        Write(kInstructionFile, std::regex_replace(strSections, std::regex("@"), "SOFTWARE\\Vault"));
+    }
+    [[nodiscard]] Update Open() const
+    {
         Update update;
+        DWORD dwError = ERROR_SUCCESS;
+        EXPECT_TRUE(update.Open(m_update.Path(), m_optInstalled, &dwError)) << dwError;
+        return update;
+    }
+
+    static constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
+    TempFolder m_update;
+    std::optional<std::wstring> m_optInstalled;
+};
+
+class CheckTest : public UpdateTest {
+protected:
+    /// A file on trial, and the findings about it.
+    struct Row {
+        std::string strText;
+        std::vector<std::string> findings;
+    };
+
+    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&)) : m_pfnFamily(pfnFamily)
+    {
+        Write(kInstructionFile, "");
+        Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html"});
+    }
+
+    /// The findings, "B005 2:1 Component\\... suggestion" each, the path left out for the instruction file and
+    /// `tstrFile`.
+    [[nodiscard]] std::vector<std::string> Findings(const std::wstring& tstrFile = kInstructionFile) const
+    {
+        const Update update = Open();
         IniScan instructions;
         DWORD dwError = ERROR_SUCCESS;
-        EXPECT_TRUE(update.Open(m_folder.Path(), m_optInstalled, &dwError)) << dwError;
         EXPECT_TRUE(instructions.Read(update.FullPath(kInstructionFile), &dwError)) << dwError;
         Report report;
         m_pfnFamily({update, instructions, m_languages}, report);
         std::vector<std::string> found;
         for (const Finding& finding : report.Sorted()) {
-            std::wstring tstrLine = IdOf(finding.eRule) + L" " + std::to_wstring(finding.place.uLine) + L":" +
+            const bool bWarning = m_bWarnings && finding.eSeverity == Severity::eWarning;
+            std::wstring tstrLine = (bWarning ? L"warning " : L"") + IdOf(finding.eRule) + L" " +
+                                    std::to_wstring(finding.place.uLine) + L":" +
                                     std::to_wstring(finding.place.uColumn);
-            if (finding.tstrPath != kInstructionFile) tstrLine += L" " + finding.tstrPath;
+            if (finding.tstrPath != kInstructionFile && finding.tstrPath != tstrFile)
+                tstrLine += L" " + finding.tstrPath;
             if (!finding.tstrSuggestion.empty()) tstrLine += L" " + finding.tstrSuggestion;
             found.push_back(KzCommon::String::ToUtf8(tstrLine));
         }
         return found;
     }
+    [[nodiscard]] std::vector<std::string> Lint(std::string_view strInstructions) const
+    {
+        Write(kInstructionFile, strInstructions);
+        return Findings();
+    }
+    /// Every row in its turn as that file, between two other texts.
+    void Expect(std::span<const Row> rows, const std::string& strBefore = {}, const std::string& strAfter = {},
+                const std::wstring& tstrFile = kInstructionFile) const
+    {
+        for (const Row& row : rows) {
+            Write(tstrFile, strBefore + row.strText + strAfter);
+            EXPECT_EQ(row.findings, Findings(tstrFile)) << PrintToString(row.strText.substr(0, 200));
+        }
+    }
 
-    TempFolder m_folder;
-    std::optional<std::wstring> m_optInstalled;
     std::vector<std::wstring> m_languages;
+    bool m_bWarnings = false;  ///< they are called so
 
 private:
     void (*m_pfnFamily)(const Subject&, Report&);
+};
+
+/// Tries one family of rules.
+template <void (*pfnFamily)(const Subject&, Report&)>
+class RulesTest : public CheckTest {
+protected:
+    RulesTest() : CheckTest(pfnFamily) {}
 };

@@ -2,29 +2,12 @@
 
 #include "check/BroughtFiles.h"
 
-class FileRulesTest : public CheckTest {
-protected:
-    FileRulesTest() : CheckTest(CheckFileRecords)
-    {
-        Write(L"Component\\p1\\Share\\UI\\a.html", "");
-        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
-    }
-
-    /// Findings about the lines of one section; the first stands in line 2.
-    [[nodiscard]] std::vector<std::string> LintFolders(const std::string& strLines) const
-    {
-        return Lint("[QOR_DIR]\n" + strLines);
-    }
-    [[nodiscard]] std::vector<std::string> LintFiles(const std::string& strLines) const
-    {
-        return Lint("[QOR_FILE]\n" + strLines);
-    }
-};
+using FileRulesTest = RulesTest<CheckFileRecords>;
 
 TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
 {
     const std::string strLong = "C:\\" + std::string(200, 'x') + "\\" + std::string(56, 'x');
-    const std::pair<std::string, std::vector<std::string>> folders[] = {
+    const Row folders[] = {
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
         {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
          {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
@@ -33,8 +16,8 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
          {"B035 2:5", "B035 3:5", "B035 4:5", "B035 5:5", "B035 6:5"}},
     };
-    for (const auto& [strLines, findings] : folders) EXPECT_EQ(findings, LintFolders(strLines)) << strLines;
-    const std::pair<std::string, std::vector<std::string>> files[] = {
+    Expect(folders, "[QOR_DIR]\n");
+    const Row files[] = {
         {"delete={InstalledDir}*.d?l\ndelete_now=D:\\*\n", {}},
         {"delete=old.txt\ndelete_now={ServiceLogDir}*.log\n", {"B030 2:8 {InstalledDir}old.txt"}},
         {"delete=" + strLong + "\ndelete=" + strLong + "x\n", {"B031 3:8"}},
@@ -43,19 +26,19 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"delete_now=C:\\a\\b<\n", {"B035 2:12"}},
         {"delete={InstalledDir}Legacy\\\n", {"B036 2:8"}},
     };
-    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
+    Expect(files, "[QOR_FILE]\n");
 
     // In the usual download folder 259 characters, and one more.
     const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
     for (const wchar_t* const szTask : {L"Component\\p1\\Share\\Task\\", L"Component\\p1\\Share\\Task\\e"}) {
         Write(szTask + tstrFile, "");
     }
-    EXPECT_THAT(LintFiles(""), ElementsAre(StartsWith("B031 0:0 Component\\p1\\Share\\Task\\ed")));
+    EXPECT_THAT(Lint(""), ElementsAre(StartsWith("B031 0:0 Component\\p1\\Share\\Task\\ed")));
 }
 
 TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
 {
-    const std::pair<std::string, std::vector<std::string>> files[] = {
+    const Row files[] = {
         {"delete={InstalledDir}A.HTML\n", {"B033 2:8"}},
         {"delete={InstalledDir}*.htm\n", {"B033 2:8"}},
         {"delete_now={InstalledDir}a.*\n", {"B033 2:12"}},
@@ -63,19 +46,23 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
         {"delete_now={UdComponentsSrcDir}Share\\UI\\*\n", {"B033 2:12"}},
         {"delete={UdComponentsSrcDir}Share\\UI\\*\n", {}},
     };
-    for (const auto& [strLines, findings] : files) EXPECT_EQ(findings, LintFiles(strLines)) << strLines;
-    EXPECT_THAT(LintFolders("delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\n"), ElementsAre("B033 2:8"));
-    EXPECT_THAT(LintFolders("add={InstalledDir}New\\a\ndelete={InstalledDir}new\n"), ElementsAre("B033 3:8"));
+    Expect(files, "[QOR_FILE]\n");
+    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
+    const Row folders[] = {
+        {"delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\ndelete={InstalledDir}Task",
+         {"B033 2:8", "B033 4:8"}},
+        {"add={InstalledDir}New\\a\ndelete={InstalledDir}new\n", {"B033 3:8"}},
+    };
+    Expect(folders, "[QOR_DIR]\n");
 }
 
 // A deletion is looked up during the run: what only this update brings is not there then, but for what is copied at
 // once.
 TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 {
-    m_optInstalled = m_folder.PathOf(L"installed");
+    m_optInstalled = m_update.PathOf(L"installed");
     Write(L"installed\\Driver\\x", "");
-    Write(L"Component\\p1\\Share\\Patterns\\p.ptn", "");
-    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
+    Bring({L"p1\\Share\\Patterns\\p.ptn", L"p1\\Share\\Task\\daily\\t.task"});
     EXPECT_THAT(Lint("[QOR_DIR]\nadd={InstalledDir}Task\\daily\n"),
                 ElementsAre("B032 0:0 Component\\p1\\Share\\Patterns\\p.ptn add={InstalledDir}Patterns"));
     const std::string strFolders = "[QOR_DIR]\nadd={InstalledDir}Task\\daily\nadd={InstalledDir}Patterns\n[QOR_FILE]\n";
@@ -91,33 +78,22 @@ TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 
 TEST(PatternTest, MatchesAsWindowsListsFiles)
 {
-    const struct {
-        const wchar_t* szName;
-        const wchar_t* szPattern;
-        bool bMatches;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
         {L"a.txt", L"*", true},      {L"a", L"*.*", true},         {L"A.TXT", L"a.t?t", true},
         {L"a.txt", L"?.tx", false},  {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
         {L"a.html", L"*.htm", true}, {L"a.html", L"a.htm", false}, {L"a.htm", L"*.html", false},
         {L"", L"*", true},
     };
-    for (const auto& row : rows) EXPECT_EQ(MatchesPattern(row.szName, row.szPattern), row.bMatches) << row.szPattern;
+    for (const auto& [szName, szPattern, b] : rows) EXPECT_EQ(MatchesPattern(szName, szPattern), b) << szPattern;
 }
 
-class PackageRulesTest : public CheckTest {
-protected:
-    PackageRulesTest() : CheckTest(CheckPackages) {}
-};
+using PackageRulesTest = RulesTest<CheckPackages>;
 
 TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 {
-    Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
-    Write(L"Component\\p1\\32bit\\p1\\a.dll", "");
-    Write(L"Component\\r1\\EN-US\\help\\a.htm", "");
+    Bring({L"p1\\Share\\Task\\daily\\t.task", L"p1\\32bit\\p1\\a.dll", L"r1\\EN-US\\help\\a.htm"});
     EXPECT_THAT(Lint(""), IsEmpty());
-    Write(L"Component\\p1\\Share\\Pattern\\p.ptn", "");
-    Write(L"Component\\p1\\Share\\UI\\Test\\a.htm", "");
-    Write(L"Component\\p1\\a.htm", "");
+    Bring({L"p1\\Share\\Pattern\\p.ptn", L"p1\\Share\\UI\\Test\\a.htm", L"p1\\a.htm"});
     EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\",
                                       "B070 0:0 Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\",
                                       "B070 0:0 Component\\p1\\a.htm"));
@@ -149,12 +125,10 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
 
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
 {
-    for (const wchar_t* const szFile :
-         {L"config_EN-US.xml", L"config_DE-DE.xml", L"readme_en-us.htm", L"readme_DE-DE.htm"}) {
-        Write(std::wstring(L"Component\\p1\\Share\\Setting\\") + szFile, "");
-    }
-    Write(L"Component\\r1\\DE-DE\\StringTable.ini", "");
-    Write(L"Component\\r1\\EN-US\\StringTable.ini", "");
+    Bring({L"r1\\DE-DE\\StringTable.ini", L"r1\\EN-US\\StringTable.ini"});
+    EXPECT_THAT(Lint("[RestartNotification_DE-DE]\ntext=a\n"), IsEmpty()) << "every machine needs the English table";
+    Bring({L"p1\\Share\\Setting\\config_EN-US.xml", L"p1\\Share\\Setting\\config_DE-DE.xml",
+           L"p1\\Share\\Setting\\readme_en-us.htm", L"p1\\Share\\Setting\\readme_DE-DE.htm"});
     const std::string strTexts = "[RestartNotification_EN-US]\ntext=a\ntext=b\n[RestartNotification_DE-DE]\ntext=a\n";
     EXPECT_THAT(Lint(strTexts), IsEmpty());
     EXPECT_THAT(Lint("[RestartNotification_EN-US]\ntext=a\n"), ElementsAre("B072 0:0"));

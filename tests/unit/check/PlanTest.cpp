@@ -1,27 +1,18 @@
 #include "agent/NewNameDecision.h"
 #include "check/PlanReport.h"
-#include "check/Update.h"
-#include "common/KzComn_String.h"
-#include "support/RegistryFixture.h"
-#include "support/TempFolder.h"
-
-#include <gmock/gmock.h>
-
-using namespace testing;
-using namespace Check;
+#include "unit/check/CheckFixture.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
 
 /// An update in one folder, an installed product in another, and what is planned for them.
-class PlanTest : public RegistryTest {
+class PlanTest : public UpdateTest {
 protected:
     PlanTest()
     {
-        m_update.Write(L"UpdateInfo.ini",
-                       "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
         m_update.MakeFolder(L"Component\\p1\\Share");
+        m_optInstalled = m_installed.Path();
         WriteProduct(L"Language", L"xy");
         WriteProduct(L"Version", L"3.8.0.1100");
     }
@@ -29,28 +20,23 @@ protected:
     /// One operation's lines, the installed folder called "I:\".
     [[nodiscard]] Lines Planned(const std::string& strStep) const
     {
-        Update update;
-        EXPECT_TRUE(update.Open(m_update.Path(), m_installed.Path(), nullptr));
-        const std::vector<std::wstring> before = m_installed.List();
-        const std::vector<std::wstring> updateBefore = m_update.List();
-        std::wstring tstrText = FormatPlanText(MakePlan(update, m_installed.Path()));
-        EXPECT_EQ(before, m_installed.List());
-        EXPECT_EQ(updateBefore, m_update.List());
+        const auto before = std::pair(m_update.List(), m_installed.List());
+        std::wstring tstrText = FormatPlanText(MakePlan(Open(), m_installed.Path()));
+        EXPECT_EQ(before, std::pair(m_update.List(), m_installed.List()));
         KzCommon::String::ReplaceAll(tstrText, m_installed.Path(), L"I:\\");
+        KzCommon::String::ReplaceAll(tstrText, L" HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault", L"");
         std::istringstream text(KzCommon::String::ToUtf8(tstrText));
         Lines lines;
         bool bHere = false;
         for (std::string strLine; std::getline(text, strLine);) {
-            if (!strLine.starts_with("  ")) bHere = strLine.starts_with(strStep);
-            if (bHere && !strLine.empty())
-                lines.push_back(strLine.substr(strLine.starts_with("  ") ? 2 : strStep.size()));
+            const bool bChange = strLine.starts_with("  ");
+            if (!bChange) bHere = strLine.starts_with(strStep);
+            strLine.erase(0, bChange ? 2 : strStep.size());
+            if (bHere && !strLine.empty()) lines.push_back(strLine);
         }
-        if (!lines.empty() && lines.front().empty()) lines.erase(lines.begin());
         return lines;
     }
-    void Instruct(const std::string& strSections) const { m_update.Write(kInstructionFile, strSections); }
 
-    TempFolder m_update;
     TempFolder m_installed;
 };
 
@@ -58,34 +44,33 @@ protected:
 
 TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 {
-    const std::wstring tstrPackage = L"Component\\p1\\64bit\\p1\\";
     Instruct(
-        "[QOR_DIR]\nadd={InstalledDir}New\\Deep\ndelete={UdComponentsSrcDir}Share\n"
-        "[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
-    m_update.Write(tstrPackage + L"a.dll", "");
-    m_update.Write(tstrPackage + L"Driver\\d.sys", "");
-    m_update.Write(L"Component\\p1\\Share\\UI\\A.DLL", "");
-    m_update.Write(L"Component\\p1\\Share\\Task\\t.task", "");
-    m_update.Write(L"Component\\r1\\New\\x.txt", "");
+        "[QOR_DIR]\nadd={InstalledDir}New\\Deep\nadd={InstalledDir}Resource\\New\ndelete={UdComponentsSrcDir}Share\n"
+        "[QOR_FILE]\ndelete={InstalledDir}*.dll\ndelete_now={InstalledDir}n.*\ndelete_now={InstalledDir}n.*\n");
+    m_installed.Write(L"n.txt", "");
+    Bring({L"p1\\64bit\\p1\\a.dll", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\UI\\A.DLL",
+           L"p1\\Share\\Task\\t.task", L"r1\\New\\x.txt"});
     m_installed.Write(L"A.dll", "");
     m_installed.MakeFolder(L"Driver");
     ::SetFileAttributesW(m_installed.Write(L"Driver\\d.sys", "").c_str(), FILE_ATTRIBUTE_READONLY);
 
-    EXPECT_EQ(Planned("CreateDir"), (Lines{"BeforeReboot", "+ folder New\\Deep"}));
-    EXPECT_EQ(Planned("DeployFrameworkFiles"), Lines{"~ a.dll  <- Component\\p1\\64bit\\p1\\a.dll  [restart]"});
-    EXPECT_EQ(Planned("DeployUIFiles"),
-              Lines{"~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (takes the place of " +
-                    KzCommon::String::ToUtf8(m_update.Path() + tstrPackage) + "a.dll)"});
-    EXPECT_THAT(Planned("DeployDriverFiles").front(), EndsWith("(the file there is read-only)"));
-    EXPECT_EQ(Planned("DeployTaskFiles"),
-              Lines{"! Task\\t.task  <- Component\\p1\\Share\\Task\\t.task  [restart]  (the folder is missing)"});
-    EXPECT_EQ(Planned("DeployResourceFiles"),
-              Lines{"! Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]  (the folder is missing)"});
-    EXPECT_THAT(Planned("RemoveFileAfterReboot"),
-                UnorderedElementsAre(
-                    "- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
-                    "- Component\\p1\\Share\\Task\\t.task  [restart]", "- Component\\p1\\Share\\Task  [restart]",
-                    "- Component\\p1\\Share  [restart]", "- A.dll  [restart]"));
+    EXPECT_THAT(Planned("CreateDirBeforeReboot"), ElementsAre("+ folder New\\Deep", "+ folder Resource\\New"));
+    EXPECT_THAT(Planned("DeployFrameworkFiles"), ElementsAre("~ a.dll  <- Component\\p1\\64bit\\p1\\a.dll  [restart]"));
+    EXPECT_THAT(Planned("DeployUIFiles"),
+                ElementsAre("~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (takes the place of " +
+                            KzCommon::String::ToUtf8(m_update.Path()) + "Component\\p1\\64bit\\p1\\a.dll)"));
+    EXPECT_THAT(Planned("DeployDriverFiles"), Contains(EndsWith("(the file there is read-only)")));
+    EXPECT_THAT(
+        Planned("DeployTaskFiles"),
+        ElementsAre("! Task\\t.task  <- Component\\p1\\Share\\Task\\t.task  [restart]  (the folder is missing)"));
+    EXPECT_THAT(Planned("DeployResourceFiles"),
+                ElementsAre("+ Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]"));
+    EXPECT_THAT(
+        Planned("RemoveFileAfterReboot"),
+        UnorderedElementsAre("- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
+                             "- Component\\p1\\Share\\Task\\t.task  [restart]",
+                             "- Component\\p1\\Share\\Task  [restart]", "- Component\\p1\\Share  [restart]",
+                             "- A.dll  [restart]", "- n.txt", "= n.*  (no file is called so)"));
     EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("no section [QOR_REGISTRY_PATCH]")));
     Instruct("[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
     EXPECT_THAT(Planned("RemoveFileAfterReboot"), ElementsAre(HasSubstr("no section [QOR_DIR]")));
@@ -93,10 +78,9 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
 
 TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
 {
-    constexpr wchar_t kKey[] = L"SOFTWARE\\Vault";
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Expand", RawText(L"%a%", REG_EXPAND_SZ));
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Number", RawNumber(7));
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Bytes", {REG_BINARY, "abc"});
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Expand", RawText(L"%a%", REG_EXPAND_SZ));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Number", RawNumber(7));
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Bytes", {REG_BINARY, "abc"});
     const std::pair<std::string, Lines> rows[] = {
         {"add_if_non=@!Expand!REG_SZ!x", {"=  Expand: \"%a%\"  (there is one already)"}},
         {"add_if_non=@!Number!REG_SZ!x", {"~  Number: \"7\" -> \"x\""}},
@@ -108,22 +92,14 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
         {"add_if_non=@!number!REG_DWORD!8\nadd=@!Number!REG_DWORD!3943305780\ndelete=@!None",
          {"=  None  (there is no such value)", "~  Number: \"7\" -> \"3943305780\"",
           "~  number: \"3943305780\" -> \"8\""}},
+        {"add=@!A!REG_DWORD!7\nadd_if_non=@!A!REG_SZ!x", {"+  A: \"7\"", "~  A: \"7\" -> \"x\""}},
         {"add_if_non=@!Number!REG_DWORD!8\ndelete=@!NUMBER", {"-  NUMBER: \"7\"", "+  Number: \"8\""}},
     };
     for (const auto& [strRecords, expected] : rows) {
-        std::wstring tstrRecords;
-        ASSERT_TRUE(KzCommon::String::FromUtf8("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n", tstrRecords));
-        KzCommon::String::ReplaceAll(tstrRecords, L"@", kKey);
-        Instruct(KzCommon::String::ToUtf8(tstrRecords));
-        Lines found = Planned("PatchRegistry");
-        for (std::string& strLine : found) {
-            const std::size_t uKey = strLine.find(" HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault");
-            ASSERT_NE(uKey, std::string::npos) << strLine;
-            strLine.erase(uKey, 34);
-        }
-        EXPECT_EQ(expected, found) << strRecords;
+        Instruct("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
+        EXPECT_EQ(expected, Planned("PatchRegistry")) << strRecords;
     }
-    EXPECT_EQ(RawNumber(7), ReadRaw(HKEY_LOCAL_MACHINE, kKey, L"Number"));
+    EXPECT_EQ(RawNumber(7), ReadRaw(HKEY_LOCAL_MACHINE, kVault, L"Number"));
 }
 
 TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
@@ -132,15 +108,15 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
     Instruct("[QOR_CONFIG_MERGE]\nmigrate=/ProxySettings/Password\nmigrate=/A\nmigrate=/B\nmigrate=/C\nmigrate=/D\n");
     m_installed.Write(L"config.xml",
                       "<c><ProxySettings><Password>hidden</Password></ProxySettings><A>1</A><C type='int'>5</C></c>");
-    m_update.Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D></c>");
-    const Lines expected{"= " + strTarget + "/A: \"1\"",
-                         "= " + strTarget + "/B  (left alone: the installed file has no such setting)",
-                         "~ " + strTarget + "/C: \"4\" -> \"5\"",
-                         "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
-                         "+ " + strTarget + "/ProxySettings/Password  (a secret)"};
-    EXPECT_EQ(expected, Planned("MergeConfig"));
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D></c>");
+    EXPECT_THAT(Planned("MergeConfig"),
+                ElementsAre("= " + strTarget + "/A: \"1\"",
+                            "= " + strTarget + "/B  (left alone: the installed file has no such setting)",
+                            "~ " + strTarget + "/C: \"4\" -> \"5\"",
+                            "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
+                            "+ " + strTarget + "/ProxySettings/Password  (a secret)"));
     // The update's file cannot take one of them: the user's file is kept.
-    m_update.Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
     EXPECT_THAT(Planned("MergeConfig"),
                 Contains("! " + strTarget + "/C  (left alone: the update's file cannot take the value)"));
     EXPECT_EQ("+ config.previous.xml  <- config.xml", Planned("MergeConfig").back());
@@ -158,11 +134,9 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
         "[QOR_REGISTRY_PATCH]\nadd=Software\\Kazmere\\KZVLT!Version!REG_SZ!3.8.0.1099\n"
         "[RestartNotification_xy]\ntext=Title\n");
     m_installed.Write(L"qorshcut.xml", "");
-    Lines due = decided();
-    ASSERT_EQ(due.size(), 5U);
-    EXPECT_EQ(due[2], "+ qorshcutbackup.xml  <- qorshcut.xml");
-    EXPECT_EQ(due[3], "+ run I:\\Brevant.exe /ApplyNewName  [restart]");
-    EXPECT_THAT(due[4], AllOf(StartsWith("+ ask You must restart"), EndsWith("Title")));
+    EXPECT_THAT(decided(), ElementsAre(_, _, "+ qorshcutbackup.xml  <- qorshcut.xml",
+                                       "+ run I:\\Brevant.exe /ApplyNewName  [restart]",
+                                       AllOf(StartsWith("+ ask You must restart"), EndsWith("Title"))));
     m_installed.Write(L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Kazmere Qorvault\n");
     EXPECT_THAT(decided().back(), StartsWith("= ask"));
     WriteProduct(kMarkerName, kMarkerData);

@@ -1,25 +1,7 @@
 #include "unit/check/CheckFixture.h"
 
-namespace {
-
-/// Lines of one section, and the findings about them; the first record stands in line 2.
-struct Row {
-    std::string strLines;
-    std::vector<std::string> findings;
-};
-
-template <class Rows>
-void ExpectFindings(const Rows& rows, const std::function<std::vector<std::string>(const std::string&)>& lint)
-{
-    for (const Row& row : rows) EXPECT_EQ(row.findings, lint(row.strLines)) << row.strLines;
-}
-
-}  // namespace
-
-class PlaceholderRulesTest : public CheckTest {
-protected:
-    PlaceholderRulesTest() : CheckTest(CheckPlaceholders) {}
-};
+// Where a table has the lines of one section, the first record stands in line 2.
+using PlaceholderRulesTest = RulesTest<CheckPlaceholders>;
 
 TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
 {
@@ -38,18 +20,10 @@ TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
         {"[RestartNotification_X]\ntext={InstalledDir}\n", {"B011 2:6"}},
         {"[QOR_FILE]\ndelete={InstallerLogDir}a\ndelete={ServiceLogDir}a\n", {"B012 3:8"}},
     };
-    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+    Expect(rows);
 }
 
-class RegistryRulesTest : public CheckTest {
-protected:
-    RegistryRulesTest() : CheckTest(CheckRegistry) {}
-
-    [[nodiscard]] std::vector<std::string> LintRecords(const std::string& strLines) const
-    {
-        return Lint("[QOR_REGISTRY_PATCH]\n" + strLines);
-    }
-};
+using RegistryRulesTest = RulesTest<CheckRegistry>;
 
 TEST_F(RegistryRulesTest, FieldsTypesAndData)
 {
@@ -63,18 +37,18 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"add=K!N!REG_DWORD!0x10\nadd=K!O!REG_DWORD! 5\nadd=K!P!REG_DWORD!-1\nadd=K!Q!REG_DWORD!4294967296\n",
          {"B022 2:19 16", "B022 3:19 5", "B022 4:19 4294967295", "B022 5:19"}},
         {"add=K!N!REG_QDWORD!4294967296\nadd=K!O!REG_QDWORD!1e3\nadd=K!P!REG_DWORD!\n", {"B022 3:20", "B022 4:9"}},
-        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
+        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm:\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
          {"B023 3:5 K", "B023 4:8"}},
         {"add=K!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
         {"add_if_non=K!(Default)!REG_SZ!a\nadd=L!(Default)!REG_SZ!a\ndelete=M!(default)\nadd=N!Default!REG_SZ!a\n",
          {"B024 2:14", "B024 3:7", "B024 4:10"}},
         {"add_if_non=K!N!REG_DWORD!3943305780\nadd_if_non=K!O!REG_DWORD!3943305781\n", {"B026 2:26"}},
-        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\n", {"B026 2:25"}},
+        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\nadd=K!O!REG_DWORD!3943305780\n", {"B026 2:25", "B026 3:19"}},
         {"add=K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:8"}},
         {"add=\\K!N!REG_SZ!a\ndelete=K\\\\\\L!N\nadd=K\\L\\!O!REG_SZ!a\nadd=K\\M!N!REG_SZ!a\\\\b\\\n",
          {"B028 2:5 K", "B028 3:8 K\\L", "B028 4:5 K\\L"}},
     };
-    ExpectFindings(rows, [&](const std::string& strLines) { return LintRecords(strLines); });
+    Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
 
 // Deletes, then adds, then adds of missing values, whatever the order of the lines.
@@ -87,24 +61,19 @@ TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
         {"add=K!N!REG_SZ!a\nadd=K!n!REG_DWORD!1\n", {"B025 2:1"}},
         {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_SZ!b\n", {"B025 2:1"}},
         {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_DWORD!1\n", {"B025 3:1"}},
+        {"add=K!N!REG_DWORD!3943305780\nadd_if_non=K!N!REG_DWORD!1\n", {"B025 2:1", "B026 2:19"}},
         {"delete=K!N\ndelete=K!N\n", {"B025 3:1"}},
         {"add=K!N!REG_SZ!a\nadd=K!N!REG_MULTI_SZ!1\n", {"B021 3:9"}},
-        {"delete=K\nadd_if_non=K!(Default)!REG_SZ!a\n", {"B020 2:8", "B024 3:14", "B025 2:1"}},
+        {"delete=K\nadd_if_non=K!(Default)!REG_SZ!a\n", {"B025 2:1", "B020 2:8", "B024 3:14"}},
     };
-    ExpectFindings(rows, [&](const std::string& strLines) {
-        std::vector<std::string> found = LintRecords(strLines);
-        std::sort(found.begin(), found.end());
-        return found;
-    });
+    Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
 
-class UpdateInfoRulesTest : public CheckTest {
-protected:
-    UpdateInfoRulesTest() : CheckTest(CheckUpdateInfo) { Write(L"Component\\p1\\Share\\Setting\\a.txt", ""); }
-};
+using UpdateInfoRulesTest = RulesTest<CheckUpdateInfo>;
 
 TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
 {
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     const Row rows[] = {
         {"[UPDATE_INFO]\nmodify=S!K!V\n", {}},
         {"[UPDATE_INFO]\nnothing\n", {}},
@@ -113,9 +82,9 @@ TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
         {"[Run]\nSysRunOnce=a\n", {"B042 0:0"}},
         {"[UPDATE_INFO]\n; nothing\n", {"B042 1:2"}},
     };
-    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+    Expect(rows);
     Write(L"Component\\p1\\Share\\Setting\\updateinfo.INI", "");
-    EXPECT_THAT(Lint(rows[0].strLines), ElementsAre("B041 0:0 Component\\p1\\Share\\Setting\\updateinfo.INI"));
+    EXPECT_THAT(Lint(rows[0].strText), ElementsAre("B041 0:0 Component\\p1\\Share\\Setting\\updateinfo.INI"));
 }
 
 TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
@@ -126,17 +95,11 @@ TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
     EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), ElementsAre("B042 1:2"));
 }
 
-class CommandRulesTest : public CheckTest {
-protected:
-    CommandRulesTest() : CheckTest(CheckCommands)
-    {
-        Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
-        Write(L"Component\\p1\\64bit\\p1\\Driver\\k.ini", "");
-    }
-};
+using CommandRulesTest = RulesTest<CheckCommands>;
 
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
+    Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
     const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote, expanded
     const std::string strFill(260 - 31 - 2, 'x');
     const Row rows[] = {
@@ -145,6 +108,7 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
         {strInstalled + strFill + "\"", {}},
         {strInstalled + strFill + "x\"", {"B051 2:12"}},
         {"wscript.exe {InstalledDir}Task\\a.vbs", {"B052 2:24"}},
+        {"cmd.exe /c echo a>{InstalledDir}b", {"B052 2:30"}},
         {"cmd.exe /c echo {InstalledDir}>\"{InstalledDir}a.txt\"", {}},
         {"cmd.exe /c \"\"{InstalledDir}a b.cmd\" /q\"", {}},
         {"cmd.exe /c \"del /q \"{InstalledDir}a*\"\"", {}},
@@ -154,6 +118,7 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
         {"xcopy.exe \"{InstalledDir}Task\\\" {InstalledDir}b", {"B052 2:44"}},
         {"C:\\Program Files\\a\\b.exe /s", {"B052 2:12 \"C:\\Program Files\\a\\b.exe\""}},
         {"C:\\b\\a.exe c\\d \"C:\\Program Files\\a\"", {}},
+        {"C:\\b\\a C:\\c\\d", {}},
         {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\a.vbs\"", {"B053 2:12"}},
         {"xcopy.exe \"{InstalledDir}component\\P1\\Share\\Task\" C:\\a", {"B053 2:12"}},
         {"cmd.exe /c copy \"{UdComponentsSrcDir}Share\\Task\\*.vbs\" C:\\a", {"B053 2:12"}},
@@ -165,10 +130,10 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
         {"a.exe C:\\KbFilter.ini", {"B055 2:21 kbfilter.ini"}},
         {"a.exe C:\\kbfilter.ini", {}},
     };
-    ExpectFindings(rows, [&](const std::string& strCommand) { return Lint("[Run]\nSysRunOnce=" + strCommand + "\n"); });
+    Expect(rows, "[Run]\nSysRunOnce=", "\n");
 }
 
-class IntendedTest : public CheckTest {};
+using IntendedTest = RulesTest<LintUpdate>;
 
 TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
 {
@@ -182,5 +147,5 @@ TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
         {"; BrevantCheck: B012\n" + strHead + strRecord + strOther, {}},
         {"; BrevantCheck: B021\n" + strHead + "; BrevantCheck: B021\nadd=K!N!REG_BINARY!1\n", {"B021 6:9"}},
     };
-    ExpectFindings(rows, [&](const std::string& strLines) { return Lint(strLines); });
+    Expect(rows);
 }

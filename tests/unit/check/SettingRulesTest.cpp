@@ -2,38 +2,23 @@
 
 #include "config/ConfigProtection.h"
 
-/// The rules on the files of the settings folder.
 class SettingRulesTest : public CheckTest {
 protected:
-    /// What one family finds: "B063 2:3 suggestion" each, a warning in small letters. `strFile` goes to `szName` in the
-    /// settings folder.
-    [[nodiscard]] std::vector<std::string> Run(void (*pfnFamily)(const Subject&, Report&), const wchar_t* szName,
-                                               const std::string& strFile, const std::string& strInstructions,
-                                               const std::optional<std::wstring>& optInstalled = {}) const
+    SettingRulesTest()
+        : CheckTest([](const Subject& subject, Report& report) {
+              CheckConfiguration(subject, report);
+              CheckShortcuts(subject, report);
+          })
     {
-        Write(L"Component\\p1\\Share\\Setting\\" + std::wstring(szName), strFile);
-        Write(kInstructionFile, strInstructions);
-        Update update;
-        IniScan scan;
-        EXPECT_TRUE(update.Open(m_folder.Path(), optInstalled, nullptr));
-        EXPECT_TRUE(scan.Read(update.FullPath(kInstructionFile), nullptr));
-        Report report;
-        pfnFamily({update, scan, {}}, report);
-        std::vector<std::string> found;
-        for (const Finding& finding : report.Sorted()) {
-            std::wstring tstrLine = finding.eSeverity == Severity::eError ? L"" : L"warning ";
-            tstrLine += IdOf(finding.eRule) + L" " + std::to_wstring(finding.place.uLine) + L":" +
-                        std::to_wstring(finding.place.uColumn);
-            if (!finding.tstrSuggestion.empty()) tstrLine += L" " + finding.tstrSuggestion;
-            found.push_back(KzCommon::String::ToUtf8(tstrLine));
-        }
-        return found;
+        m_bWarnings = true;
     }
+
+    const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";
 };
 
 TEST_F(SettingRulesTest, WhatIsCarriedOverIsASettingThatTheFileOrTheDefaultsKnow)
 {
-    const std::pair<const char*, std::vector<std::string>> rows[] = {
+    const Row rows[] = {
         {"/Window/Skin", {}},
         {"window//SKIN/", {}},
         {"/ProxySettings/Server", {}},  // known by the defaults alone
@@ -44,12 +29,8 @@ TEST_F(SettingRulesTest, WhatIsCarriedOverIsASettingThatTheFileOrTheDefaultsKnow
         {"/Window", {"warning B061 2:9"}},
         {"/Settings/Window/Skin", {"warning B061 2:9"}},  // the root is not part of the path
     };
-    for (const auto& [szTag, found] : rows) {
-        EXPECT_EQ(found, Run(CheckConfiguration, L"config_EN-US.xml",
-                             "<Settings><Window><Skin>a</Skin><Size/></Window></Settings>",
-                             std::string("[QOR_CONFIG_MERGE]\nmigrate=") + szTag + "\n"))
-            << szTag;
-    }
+    Write(m_tstrSetting + L"config_EN-US.xml", "<Settings><Window><Skin>a</Skin><Size/></Window></Settings>");
+    Expect(rows, "[QOR_CONFIG_MERGE]\nmigrate=", "\n");
 }
 
 TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
@@ -62,7 +43,7 @@ TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
         EXPECT_TRUE(protection.Protect(*Config::TagPath::Parse(szPath), szValue, tstrText, dwError));
         return KzCommon::String::ToUtf8(tstrText);
     };
-    const std::pair<std::string, std::vector<std::string>> rows[] = {
+    const Row rows[] = {
         {"<Port type=\"int\"> -8080\n</Port>", {}},
         {"<Port type=\"int\">80a</Port>", {"B063 3:1"}},
         {"<Port type=\"int\">9223372036854775808</Port>", {"B063 3:1"}},
@@ -83,19 +64,14 @@ TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
         {"<Password/>", {"warning B064 3:1 protected=\"1\""}},
         {"<a><Password>12</Password></a>\n<Port type=\"int\">x</Port>", {"B063 4:1"}},
     };
-    for (const auto& [strElement, found] : rows) {
-        EXPECT_EQ(found, Run(CheckConfiguration, L"config.xml",
-                             "<Settings>\n<ProxySettings>\n" + strElement + "</ProxySettings></Settings>", ""))
-            << strElement;
-    }
+    Expect(rows, "<Settings>\n<ProxySettings>\n", "</ProxySettings></Settings>", m_tstrSetting + L"config.xml");
 }
 
 TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesThatAreThere)
 {
-    const std::wstring tstrInstalled = m_folder.MakeFolder(L"installed");
+    m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\old.exe", "");
-    Write(L"Component\\p1\\Share\\Setting\\readme_EN-US.htm", "");
-    Write(L"Component\\p1\\Share\\Task\\daily\\a.task", "");
+    Bring({L"p1\\Share\\Setting\\readme_EN-US.htm", L"p1\\Share\\Task\\daily\\a.task"});
     const auto link = [](const std::string& strName, const std::string& strTarget = "Brevant.exe") {
         return "<Shortcut lnk=\"" + strTarget + "\">" + strName + "</Shortcut>";
     };
@@ -108,7 +84,7 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
     const auto folder = [](const std::string& strName, const std::string& strContent) {
         return "<Folder name=\"" + strName + "\">\n" + strContent + "</Folder>";
     };
-    const std::pair<std::string, std::vector<std::string>> rows[] = {
+    const Row rows[] = {
         {desktop(link("A")) + menu(folder("M\\P", link("A") + folder("T", link("B")))), {}},
         // names
         {desktop(link("..\\A")), {"B081 2:1"}},
@@ -138,12 +114,11 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:26"}},
         {desktop(link("M\\A")), {"B083 2:1"}},
         {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 4:43"}},
+        {menu(folder("M\\P", "") + folder("", link("M\\A"))), {}},
     };
-    for (const auto& [strPlaces, found] : rows) {
-        EXPECT_EQ(found,
-                  Run(CheckShortcuts, L"qorshcut_EN-US.xml", "<Links>" + strPlaces + "</Links>", "", tstrInstalled))
-            << strPlaces;
-    }
-    EXPECT_THAT(Run(CheckShortcuts, L"qorshcut_EN-US.xml", "<a>" + desktop(link("A", "old.exe")) + "</a>", ""),
-                ElementsAre("warning B082 2:1"));
+    const std::wstring tstrShortcuts = m_tstrSetting + L"qorshcut_EN-US.xml";
+    Expect(rows, "<Links>", "</Links>", tstrShortcuts);
+    m_optInstalled.reset();
+    const Row unknown[] = {{desktop(link("A", "old.exe")), {"warning B082 2:1"}}};
+    Expect(unknown, "<a>", "</a>", tstrShortcuts);
 }

@@ -2,63 +2,55 @@
 #include "check/Manifest.h"
 #include "check/TracePromises.h"
 #include "check/Verify.h"
-#include "common/KzComn_String.h"
-#include "support/RegistryFixture.h"
-#include "support/TempFolder.h"
+#include "unit/check/CheckFixture.h"
 
-#include <gmock/gmock.h>
-
-using namespace testing;
-using namespace Check;
+using KzCommon::String::ReplaceAll;
 using KzCommon::String::ToUtf8;
 
 namespace {
 
-constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
+const std::wstring kDebugLog = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\";
+constexpr char kDefault[] = "add_if_non=@!(Default)!REG_SZ!x";
 
 /// An update in one folder and a machine, with its registry, in another.
-class VerifyTest : public RegistryTest {
+class VerifyTest : public UpdateTest {
 protected:
-    VerifyTest()
-    {
-        Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n");
-        WriteProduct(L"ProductPath", m_machine.Path());
-    }
-    void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
+    VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
 
     [[nodiscard]] Promises Collect() const
     {
-        Update update;
         Promises promises;
         std::wstring tstrErrors;
-        EXPECT_TRUE(update.Open(m_update.Path(), std::nullopt, nullptr));
-        EXPECT_TRUE(CollectPromises(update, promises, tstrErrors));
+        EXPECT_TRUE(CollectPromises(Open(), promises, tstrErrors)) << tstrErrors;
         return promises;
     }
-    /// "VERDICT what" for each promise, the install folder left out, and the exit code in front.
+    /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
     [[nodiscard]] std::vector<std::string> Verify(const Promises& promises, const std::wstring& tstrPending = {}) const
     {
         MachineFolders folders(m_machine.Path(), promises.tstrProduct);
         std::wstring tstrRaw;
-        KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
+        ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
         Machine machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
         const std::vector<Answer> answers = VerifyPromises(promises, machine);
         std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
         std::wstring tstrText = FormatAnswers(answers, L"");
-        KzCommon::String::ReplaceAll(tstrText, m_machine.Path(), L"");
-        for (std::size_t uEnd = 0; (uEnd = tstrText.find(L'\n')) != std::wstring::npos; tstrText.erase(0, uEnd + 1)) {
-            std::wstring tstrLine = tstrText.substr(0, uEnd);
-            while (tstrLine.find(L"  ") != std::wstring::npos) KzCommon::String::ReplaceAll(tstrLine, L"  ", L" ");
-            found.push_back(ToUtf8(tstrLine));
-        }
+        ReplaceAll(tstrText, m_machine.Path(), L"");
+        ReplaceAll(tstrText, L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: ", L"");
+        while (tstrText.find(L"  ") != std::wstring::npos) ReplaceAll(tstrText, L"  ", L" ");
+        std::istringstream text(ToUtf8(tstrText));
+        for (std::string strLine; std::getline(text, strLine);) found.push_back(strLine);
         found.pop_back();  // the count
         return found;
     }
 
-    TempFolder m_update;
     TempFolder m_machine;
 };
+
+KzCommon::UniqueFile Hold(const std::wstring& tstrPath)
+{
+    return KzCommon::UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+}
 
 /// One file that an update moves.
 Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
@@ -75,62 +67,65 @@ TEST_F(VerifyTest, EveryStateOfAFile)
     Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
     const Promises promises = Collect();
     ASSERT_EQ(promises.files.size(), 1u);
-    struct Row {
-        const char* szInstalled;
-        const char* szDownloaded;  // null: gone
-        const wchar_t* szPending;
-        const char* szCode;
-        const char* szLine;
+    // What is installed, null for nothing, whether it is still in the download folder, and the pending moves.
+    const std::tuple<const char*, bool, const wchar_t*, std::vector<const char*>> rows[] = {
+        {"new", false, L"", {"0", "ARRIVED a.exe"}},
+        {"new", true, L"", {"0", "ARRIVED a.exe"}},  // staged on another drive
+        {"new", true, L"@Component\\x|!@A.EXE||", {"3010", "STILL WAITING a.exe"}},
+        {"old", true, L"@b.exe||@a.exe|@c.exe||", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
+        {nullptr, true, L"@a.exe|||", {"1", "LEFT IN DOWNLOAD a.exe (nothing is there)"}},
+        {nullptr, false, L"", {"1", "MISSING a.exe"}},
+        {"old", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
+        {"newer", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
     };
-    const Row rows[] = {
-        {"new", nullptr, L"", "0", "ARRIVED a.exe"},
-        {"new", "new", L"", "0", "ARRIVED a.exe"},  // staged on another drive
-        {"new", "new", L"@Component\\x|!@A.EXE||", "3010", "STILL WAITING a.exe"},
-        {"old", "new", L"@b.exe||@a.exe|@c.exe||", "1", "LEFT IN DOWNLOAD a.exe (another content)"},
-        {nullptr, "new", L"@a.exe|||", "1", "LEFT IN DOWNLOAD a.exe (nothing is there)"},
-        {nullptr, nullptr, L"", "1", "MISSING a.exe"},
-        {"old", nullptr, L"", "1", "DIFFERENT a.exe (another content)"},
-        {"newer", nullptr, L"", "1", "DIFFERENT a.exe (another content)"},
-    };
-    for (const Row& row : rows) {
+    for (const auto& [szInstalled, bDownloaded, szPending, found] : rows) {
         const std::wstring tstrSource = m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-        const std::wstring tstrTarget = m_machine.Write(L"a.exe", row.szInstalled ? row.szInstalled : "");
-        if (!row.szDownloaded) ::DeleteFileW(tstrSource.c_str());
-        if (!row.szInstalled) ::DeleteFileW(tstrTarget.c_str());
-        EXPECT_THAT(Verify(promises, row.szPending), ElementsAre(row.szCode, row.szLine));
+        const std::wstring tstrTarget = m_machine.Write(L"a.exe", szInstalled ? szInstalled : "");
+        if (!bDownloaded) ::DeleteFileW(tstrSource.c_str());
+        if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
+        EXPECT_THAT(Verify(promises, szPending), ElementsAreArray(found));
     }
+    m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    Promises copied = promises;
+    copied.files[0].bAtRestart = false;
+    EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";
 }
 
 TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
 {
-    Write(L"Component\\p1\\Share\\Engine\\both.dll", "first");
-    Write(L"Component\\p1\\Share\\UI\\BOTH.DLL", "last");
-    Write(L"Component\\p1\\Share\\UI\\below\\left.dll", "no step takes it");
-    Write(L"Component\\p1\\Share\\Task\\daily\\t.xml", "t");
-    Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "d");
-    Write(L"Component\\p1\\Share\\7-Zip\\Driver\\d.sys", "at the restart");
-    Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
-    Write(L"Component\\p1\\Share\\Setting\\readme_FR-FR.htm", "fr");
-    Write(L"Component\\p1\\Share\\Setting\\readme.htm", "any");
-    Write(L"Component\\p1\\Engine\\Preload\\e.bin", "e");
-    Write(L"Component\\r1\\images\\i.png", "i");
+    std::string strContent;
+    for (const std::wstring tstrFile :
+         {L"p1\\Share\\Engine\\both.dll", L"p1\\Share\\UI\\BOTH.DLL", L"p1\\Share\\UI\\below\\no step.dll",
+          L"p1\\Share\\Task\\daily\\t.xml", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\7-Zip\\Driver\\d.sys",
+          L"p1\\Share\\Setting\\readme_DE-DE.htm", L"p1\\Share\\Setting\\readme_FR-FR.htm",
+          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png"}) {
+        Write(L"Component\\" + tstrFile, strContent += 'x');
+    }
     std::vector<std::string> found;
     for (const FilePromise& file : Collect().files) {
         found.push_back(ToUtf8(file.tstrPlace + (file.bAtRestart ? L" r " : L" n ") + file.tstrLanguage) + " " +
                         std::to_string(file.optContent ? file.optContent->ullSize : 99));
     }
-    EXPECT_THAT(found,
-                UnorderedElementsAre("{InstalledDir}BOTH.DLL r  4", "{InstalledDir}Task\\daily\\t.xml r  1",
-                                     "{InstalledDir}Driver\\d.sys r  14", "{SystemDrive}d.sys n  1",
-                                     "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  1",
-                                     "{InstalledDir}Resource\\images\\i.png r  1", "{InstalledDir}UpdateInfo.ini r  99",
-                                     "{InstalledDir}readme.htm r  3", "{InstalledDir}readme.htm r DE-DE 2",
-                                     "{InstalledDir}readme.htm r FR-FR 2", "{InstalledDir}readme_DE-DE.htm r  2",
-                                     "{InstalledDir}readme_FR-FR.htm r  2"));
+    EXPECT_THAT(
+        found, UnorderedElementsAre("{InstalledDir}BOTH.DLL r  2", "{InstalledDir}Task\\daily\\t.xml r  4",
+                                    "{InstalledDir}Driver\\d.sys r  6", "{SystemDrive}d.sys n  5",
+                                    "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  10",
+                                    "{InstalledDir}Resource\\images\\i.png r  11", "{InstalledDir}UpdateInfo.ini r  99",
+                                    "{InstalledDir}readme.htm r  9", "{InstalledDir}readme.htm r DE-DE 7",
+                                    "{InstalledDir}readme.htm r FR-FR 8", "{InstalledDir}readme_DE-DE.htm r  7",
+                                    "{InstalledDir}readme_FR-FR.htm r  8"));
     Promises promises = Collect();
     std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
-    m_machine.Write(L"readme.htm", "de");
+    const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
     EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
+    {
+        const auto hHeld = Hold(tstrReadme);
+        EXPECT_THAT(Verify(promises), ElementsAre("1", "DIFFERENT readme.htm (another program has the file open)"));
+    }
+    const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"));
+    std::wstring tstrErrors;
+    EXPECT_FALSE(CollectPromises(Open(), promises, tstrErrors));
+    EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
 }
 
 TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
@@ -169,64 +164,54 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
 
 TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
 {
-    struct Row {
-        const char* szRecords;
-        RawValue is;         // of the value "N"; REG_NONE: not there
-        const char* szLine;  // after the verdict and the value's name
+    m_update.MakeFolder(L"Component\\p1");
+    const auto verify = [&](const std::string& strRecords) {
+        Instruct("[QOR_REGISTRY_PATCH]\n" + strRecords + "\n");
+        return Verify(Collect()).back();
     };
     const std::wstring tstrFolder = m_machine.Path();
-    const Row rows[] = {
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!7\nadd=SOFTWARE\\Vault!N!REG_DWORD!8", RawNumber(7),
-         "VALUE DIFFERS (promised REG_DWORD 8, is REG_DWORD 7)"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawNumber(1), "VALUE RIGHT"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", {}, "VALUE DIFFERS (promised REG_DWORD 7, is not there)"},
-        {"add_if_non=SOFTWARE\\Vault!N!REG_DWORD!7", RawText(L"7"), "VALUE DIFFERS (promised REG_DWORD 7, is \"7\")"},
-        {"delete=SOFTWARE\\Vault!N\nadd_if_non=SOFTWARE\\Vault!N!REG_QDWORD!7", RawNumber(1, REG_QWORD),
-         "VALUE DIFFERS (promised REG_QDWORD 7, is REG_QDWORD 1)"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT"},
-        {"delete=SOFTWARE\\Vault!N", RawText(L""), "VALUE DIFFERS (promised none, is \"\")"},
-        {"delete=SOFTWARE\\Vault!N", {REG_BINARY, "x"}, "VALUE DIFFERS (promised none, is of another type)"},
-        {"add=SOFTWARE\\Vault!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}",
-         RawText(tstrFolder + tstrFolder + L"Component\\p1\\"), "VALUE RIGHT"},
-        {"add=SOFTWARE\\Vault!N!REG_MULTI_SZ!x", {}, "0"},
-        {"add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x", RawText(L"x"), "VALUE DIFFERS"},
+    const std::tuple<const char*, RawValue, const char*> rows[] = {
+        // REG_NONE: the value is not there
+        {"add=@!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7),
+         "VALUE RIGHT HKEY_LOCAL_MACHINE\\software\\vault: n"},
+        {"add=@!N!REG_DWORD!7\nadd=@!N!REG_DWORD!8", RawNumber(7),
+         "VALUE DIFFERS N (promised REG_DWORD 8, is REG_DWORD 7)"},
+        {"add_if_non=@!N!REG_DWORD!7", RawNumber(1), "VALUE RIGHT N"},
+        {"add_if_non=@!N!REG_DWORD!7", {}, "VALUE DIFFERS N (promised REG_DWORD 7, is not there)"},
+        {"add_if_non=@!N!REG_DWORD!7", RawText(L"7"), "VALUE DIFFERS N (promised REG_DWORD 7, is \"7\")"},
+        {"delete=@!N\nadd_if_non=@!N!REG_QDWORD!7", RawNumber(1, REG_QWORD),
+         "VALUE DIFFERS N (promised REG_QDWORD 7, is REG_QDWORD 1)"},
+        {"add=@!N!REG_SZ!x\nadd_if_non=@!N!REG_SZ!y", RawText(L"x"), "VALUE RIGHT N"},
+        {"add=@!N!REG_SZ!x\nadd_if_non=@!N!REG_DWORD!2", RawNumber(2), "VALUE RIGHT N"},
+        {"add=@!N!REG_DWORD!3943305780\nadd_if_non=@!N!REG_DWORD!7", RawNumber(7), "VALUE RIGHT N"},
+        {"add=@!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT N"},
+        {"add=@!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT N"},
+        {"delete=@!N", RawText(L""), "VALUE DIFFERS N (promised none, is \"\")"},
+        {"delete=@!N", {REG_BINARY, "x"}, "VALUE DIFFERS N (promised none, is of another type)"},
+        {"add=@!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}", RawText(tstrFolder + tstrFolder + L"Component\\p1\\"),
+         "VALUE RIGHT N"},
+        {"add=@!N!REG_MULTI_SZ!x", {}, "0"},
+        {kDefault, RawText(L"x"), "VALUE DIFFERS (unnamed) (promised \"x\", is not there)"},
     };
-    Write(L"Component\\p1\\Share\\UI\\x", "");
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.szRecords);
-        Write(kInstructionFile, std::string("[QOR_REGISTRY_PATCH]\n") + row.szRecords + "\n");
+    for (const auto& [szRecords, is, szLine] : rows) {
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kVault);
-        if (row.is.dwType != REG_NONE) WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", row.is);
-        Promises promises = Collect();
-        promises.files.clear();
-        std::string strLine = Verify(promises).back();
-        for (const std::string strName :
-             {" HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: N", " HKEY_LOCAL_MACHINE\\software\\vault: n"}) {
-            if (const auto uName = strLine.find(strName); uName != std::string::npos)
-                strLine.erase(uName, strName.size());
-        }
-        EXPECT_THAT(strLine, StartsWith(row.szLine));
+        if (is.dwType != REG_NONE) WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", is);
+        EXPECT_EQ(verify(szRecords), szLine) << szRecords;
     }
     // By its literal name nothing was there, so that the unnamed value was written.
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"x"));
-    Promises promises = Collect();
-    promises.files.clear();
-    EXPECT_EQ(Verify(promises).front(), "0");
+    EXPECT_EQ(verify(kDefault), "VALUE RIGHT (unnamed)");
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"y"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"(Default)", RawText(L"z"));
-    EXPECT_EQ(Verify(promises).front(), "0");
+    EXPECT_EQ(verify(kDefault), "VALUE RIGHT (unnamed)");
 }
 
 TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
 {
-    Write(kInstructionFile,
-          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
-          "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete_now={InteractiveLogDir}*.old\n"
-          "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
+    Instruct(
+        "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\ndelete=C:\\Elsewhere\n"
+        "[QOR_FILE]\ndelete={InstalledDir}Old*.dll\ndelete={InstalledDir}a*\\b\ndelete_now={InteractiveLogDir}*.old\n"
+        "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
     Write(L"Component\\p1\\Share\\UI\\OldButNew.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\x.txt", "x");
     const Promises promises = Collect();
@@ -237,44 +222,37 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=1.9.1112\n");
     const auto kept = Verify(promises);
     EXPECT_THAT(kept, Contains("0"));
-    EXPECT_THAT(kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll",
-                                    "VALUE RIGHT UpdateInfo.ini: [s] k"}));
+    EXPECT_THAT(
+        kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll", "VALUE RIGHT UpdateInfo.ini: [s] k",
+                            "VALUE RIGHT UpdateInfo.ini: [COMPONENT_LIST] Component103_iUD_Version"}));
 
     m_machine.Write(L"Old1.dll", "");
     m_machine.Write(L"Legacy\\a\\b.txt", "");
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=a\n");
     EXPECT_THAT(Verify(promises), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
                                                 "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
+    EXPECT_THAT(Verify(promises, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
     EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini: [s] k"}));
 
-    Write(kInstructionFile, "[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
+    Instruct("[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
+    Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "[S]\n");
+    Instruct("[UPDATE_INFO]\nmodify=S!K!a\n");
+    EXPECT_THAT(Collect().updateInfo, IsEmpty()) << "the update's own file replaces the one with the changes";
 }
 
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
 {
     m_machine.Write(L"outside.txt", "secret");
-    const std::wstring tstrInside = m_machine.MakeFolder(L"in");
-    const wchar_t* const kPlaces[] = {
-        L"C:\\Windows\\win.ini",
-        L"{InstalledDir}..\\outside.txt",
-        L"{InstalledDir}a\\..\\..\\outside.txt",
-        L"..\\outside.txt",
-        L"{InstalledDir}a:b",
-        L"{InstalledDir}NUL",
-        L"{InstalledDir}a\\com1.txt",
-        L"{InstalledDir}\\\\server\\share\\x",
-        L"{InstalledDir}a/../x",
-        L"{SystemDrive}windows\\win.ini",
-        L"{Installeddir}x",
-        L"{InstalledDir}a\\ .\\x",
-        L"{InstalledDir}x*",
-    };
-    for (const wchar_t* const szPlace : kPlaces) {
-        EXPECT_THAT(Verify(OneFile(szPlace, L"Component\\x")), ElementsAre("1", StartsWith("REFUSED")))
-            << ToUtf8(szPlace);
+    WriteRaw(HKEY_LOCAL_MACHINE, kDebugLog + L"InteractiveSession", L"LogFolder", RawText(L"no full path"));
+    for (const wchar_t* const szPlace :
+         {L"C:\\Windows\\win.ini", L"{InstalledDir}..\\outside.txt", L"{InstalledDir}a\\..\\..\\outside.txt",
+          L"..\\outside.txt", L"{InstalledDir}a:b", L"{InstalledDir}NUL", L"{InstalledDir}a\\com1.txt",
+          L"{InstalledDir}\\\\server\\share\\x", L"{InstalledDir}a/../x", L"{SystemDrive}windows\\win.ini",
+          L"{Installeddir}x", L"{InstalledDir}a\\ .\\x", L"{InstalledDir}x*", L"{InteractiveLogDir}x"}) {
+        EXPECT_THAT(Verify(OneFile(szPlace, L"Component\\x")), ElementsAre("1", StartsWith("REFUSED"))) << szPlace;
     }
     for (const wchar_t* const szSource :
          {L"Component\\..\\x", L"outside.txt", L"Component\\", L"C:\\x", L"Component"}) {
@@ -285,11 +263,11 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
 
 TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
 {
-    Write(kInstructionFile,
-          "[QOR_REGISTRY_PATCH]\nadd=SOFTWARE\\Vault!A!REG_QDWORD!18446744073709551615\ndelete=SOFTWARE\\Vault!B\n"
-          "add_if_non=SOFTWARE\\Vault!(Default)!REG_SZ!x\nadd_if_non=SOFTWARE\\Vault!C!REG_SZ!y\n"
-          "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
-          "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
+    Instruct(
+        "[QOR_REGISTRY_PATCH]\nadd=@!A!REG_QDWORD!18446744073709551615\ndelete=@!B\n"
+        "add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!C!REG_SZ!y\n"
+        "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
+        "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
     Write(L"Component\\p1\\Share\\UI\\\u00E9.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     const Promises promises = Collect();
@@ -298,19 +276,27 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
     EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));
     std::wstring tstrWide;
     ASSERT_TRUE(KzCommon::String::FromUtf8(strManifest, tstrWide));
-    const std::string strUtf16(reinterpret_cast<const char*>(tstrWide.data()), tstrWide.size() * 2);
-    for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, "\xFF\xFE" + strUtf16}) {
+    for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, Utf16(tstrWide)}) {
         Promises read;
         std::wstring tstrError;
         ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
         EXPECT_EQ(FormatManifest(read), strManifest);
     }
     const std::pair<std::string, std::string> damages[] = {
-        {"\"format\" : 1", "\"format\" : 2"},      {"\"format\" : 1", "\"format\" : 1e99"},
-        {"\"when\" : \"now\"", "\"when\" : 1"},    {"18446744073709551615", "18446744073709551616"},
-        {"\"state\" : \"any\"", "\"state\" : []"}, {"\"folders\" :", "\"folder\" :"},
-        {"\"REG_QDWORD\"", "\"REG_DWORD\""},       {"11507a0e", "11507"},
-        {"{InstalledDir}Lang", "\\u0000"},         {"\"sha256\"", "\"sha\""},
+        {"\"format\" : 1", "\"format\" : 2"},
+        {"\"format\" : 1", "\"format\" : 1e99"},
+        {"\"when\" : \"now\"", "\"when\" : \"then\""},
+        {"18446744073709551615", "18446744073709551616"},
+        {"\"state\" : \"any\"", "\"state\" : []"},
+        {"\"folders\" :", "\"folder\" :"},
+        {"\"REG_QDWORD\"", "\"REG_DWORD\""},
+        {"11507a0e", "11507"},
+        {"{InstalledDir}Lang", "\\u0000"},
+        {"\"sha256\"", "\"sha\""},
+        {strManifest, std::string(100'000, '[')},
+        {strManifest, "null"},
+        {strManifest, ""},
+        {strManifest, std::string("\xFF\xFE\x00", 3)},
     };
     for (const auto& [strFrom, strTo] : damages) {
         std::string strDamaged = strManifest;
@@ -319,61 +305,56 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         strDamaged.replace(uFound, strFrom.size(), strTo);
         Promises read;
         std::wstring tstrError;
-        EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strFrom;
-        EXPECT_FALSE(tstrError.empty());
-    }
-    for (const std::string& strText :
-         {std::string(100'000, '['), std::string("null"), std::string(), std::string("\xFF\xFE\x00", 3)}) {
-        Promises read;
-        std::wstring tstrError;
-        EXPECT_FALSE(ParseManifest(strText, read, tstrError));
+        EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strTo.substr(0, 40);
+        EXPECT_FALSE(tstrError.empty()) << strTo.substr(0, 40);
     }
 }
 
 TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromised)
 {
-    const std::wstring tstrKey = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession";
+    const std::wstring tstrKey = kDebugLog + L"ServiceSession";
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
-    std::string strTrace = "\xEF\xBB\xBF";
-    int iSecond = 0;
-    const auto line = [&](const std::string& strProcess, const std::string& strMessage) {
-        strTrace += "21/11/2026 08:37:" + std::to_string(10 + iSecond++) + ".500 " + strProcess +
-                    ":00d4 @@@ <Brevant> " + strMessage + " - A.cpp(1)\r\n";
-    };
     const std::string strFolder = ToUtf8(m_machine.Path());
-    line("0001", "Paramter is /DeployFramework");
-    line("0001", "src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
-    line("0002", "Paramter is /DeployFramework");
-    line("0002", "src: " + strFolder + "Component\\p1\\a.dll, dst:" + strFolder + "a.dll");
-    line("0002", "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll");
-    line("0002", "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll");
-    line("0002", "To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7");
-    line("0002", "*** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]");
-    line("0002", "To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7");
-    line("0002", "*** FrameworkDeployAgent::PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]");
-    line("0002", "*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [{InstalledDir}Legacy]");
-    line("0002", "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\");
-    line("0002", "[Enter] FrameworkDeployAgent::DeployDriverFiles()...");
-    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/p]");
-    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/q]");
-    line("0002", "*** FrameworkDeployAgent::MergeConfig() - Add tag. [/r]");
-    line("0002", "Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}");
-    line("0002", "CConfigProvider::Write() - [/q] has no value of the user's and stays as it is.");
+    const std::string strAgent = "*** FrameworkDeployAgent::";
+    const std::string strRemoval = strAgent + "RemoveFileAfterReboot() - to delete ";
+    std::string strTrace =
+        Line(1, "0001", "@@@ Paramter is /DeployFramework") +
+        Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
+    for (const std::string& strMessage :
+         {std::string("Paramter is /DeployFramework"),
+          "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
+          "src: " + strFolder + "Component\\p1\\a,b.dll, dst:" + strFolder + "a,b.dll",
+          "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
+          "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
+          std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]",
+          std::string("To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]", strAgent + "ModifyUpdateInfo(S!K!a) ",
+          strRemoval + "folder: [{InstalledDir}Legacy]", strRemoval + "file: [{InstalledDir}Old*.dll]"}) {
+        strTrace += Line(2, "0002", "@@@ " + strMessage);
+    }
+    const auto line = [&](const std::string& strMessage) {
+        strTrace += Line(2, "0002", "@@@ " + strMessage);
+    };
+    line("[Enter] FrameworkDeployAgent::DeployDriverFiles()...");
+    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/p]");
+    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/q]");
+    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/r]");
+    line("Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}");
+    line("CConfigProvider::Write() - [/q] has no value of the user's and stays as it is.");
     for (const std::string strName : {"config.xml", "readme.htm", "readme_EN-US.htm"}) {
-        line("0002",
-             "src: " + strFolder + "Component\\p1\\Share\\Setting\\" + strName + ", dst:" + strFolder + strName);
+        line("src: " + strFolder + "Component\\p1\\Share\\Setting\\" + strName + ", dst:" + strFolder + strName);
     }
     const std::string strRunOnce = "To write registry key: HKEY_LOCAL_MACHINE:" + ToUtf8(kRunOnceKey);
-    line("0002", strRunOnce + ":n1:a.exe /x:y");
-    line("0002", strRunOnce + ":n2:b.exe");
-    line("0002", strRunOnce + ":n3:c.exe");
-    line("0002", "KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5");
-    line("0003", "Paramter is /ApplyNewName");
-    m_update.Write(L"KZ_Brevant.log", strTrace);
+    line(strRunOnce + ":n1:a.exe /x:y");
+    line(strRunOnce + ":n2:b.exe");
+    line(strRunOnce + ":n3:c.exe");
+    line("KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5");
+    m_update.Write(L"KZ_Brevant.log", strTrace + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
-    m_machine.Write(L"a.dll", "new");
+    m_machine.Write(L"a,b.dll", "new");
     m_machine.Write(L"b.dll", "old");
     m_machine.Write(L"Component\\p1\\b.dll", "new");
     m_machine.Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "driver");
@@ -386,15 +367,17 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     Promises promises;
     std::wstring tstrTime;
     ASSERT_TRUE(PromisesOfNewestRun(MachineFolders(m_machine.Path(), {}), promises, tstrTime));
-    EXPECT_EQ(tstrTime, L"21/11/2026 08:37:12");
+    EXPECT_EQ(tstrTime, L"21/11/2026 08:37:02");
+    EXPECT_EQ(promises.tstrProduct, L"p1");
     EXPECT_THAT(promises.notCovered, ElementsAre(L"the content of files that were moved", HasSubstr(L"its last line")));
     EXPECT_THAT(Verify(promises),
-                UnorderedElementsAre("1", "ARRIVED a.dll", "LEFT IN DOWNLOAD b.dll (another content)",
+                UnorderedElementsAre("1", "ARRIVED a,b.dll", "LEFT IN DOWNLOAD b.dll (another content)",
                                      "DIFFERENT Driver\\d.sys (another content)", HasSubstr("d.sys"),
                                      "DIFFERENT config.xml (there is no /p)", "ARRIVED readme_EN-US.htm",
                                      "DIFFERENT readme.htm (another content)", "STILL WAITING run a.exe /x:y",
                                      StartsWith("ARRIVED run b.exe"), StartsWith("MISSING run c.exe"),
                                      AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
-                                     AllOf(StartsWith("VALUE DIFFERS"), HasSubstr(": N (promised REG_DWORD 7")),
-                                     AllOf(StartsWith("VALUE RIGHT"), EndsWith(": M"))));
+                                     "DELETED Old*.dll", "VALUE DIFFERS N (promised REG_DWORD 7, is REG_DWORD 6)",
+                                     "VALUE RIGHT M", StartsWith("VALUE DIFFERS UpdateInfo.ini: [S] K"),
+                                     HasSubstr("_Version")));
 }
