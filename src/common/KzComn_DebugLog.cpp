@@ -258,7 +258,10 @@ std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
                ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
     AppendVisibly(tstrLine, tstrMessage);
-    return tstrLine.append(Format(L" - %hs(%lu)\r\n", String::BaseName(szFile), dwLine));
+    // A source's name is plain letters, and formatting takes many times as long as this.
+    const char* szName = String::BaseName(szFile);
+    tstrLine.append(L" - ").append(szName, szName + std::strlen(szName));
+    return tstrLine.append(L"(").append(std::to_wstring(dwLine)).append(L")\r\n");
 }
 
 bool DebugLog::Close()
