@@ -6,6 +6,7 @@
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 #include "config/ConfigProvider.h"
@@ -136,12 +137,32 @@ std::wstring KeptName(const std::wstring& tstrUsersFile, unsigned uNumber)
     return tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous" + tstrNumber + L".xml";
 }
 
+/// What the system knows of a file, which it also tells while others hold it.
+bool IdentityOf(const std::wstring& tstrFile, BY_HANDLE_FILE_INFORMATION& info)
+{
+    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const UniqueFile file(::CreateFileW(tstrFile.c_str(), FILE_READ_ATTRIBUTES, kShare, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    return file && ::GetFileInformationByHandle(file.Get(), &info);
+}
+
+/// Whether two paths are names of one file, as KeepLink() makes them.
+bool IsOneFile(const std::wstring& tstrFile, const std::wstring& tstrOther)
+{
+    BY_HANDLE_FILE_INFORMATION file{};
+    BY_HANDLE_FILE_INFORMATION other{};
+    return IdentityOf(tstrFile, file) && IdentityOf(tstrOther, other) &&
+           file.dwVolumeSerialNumber == other.dwVolumeSerialNumber && file.nFileIndexHigh == other.nFileIndexHigh &&
+           file.nFileIndexLow == other.nFileIndexLow;
+}
+
 bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)
 {
     std::string strBytes;
     std::string strOther;
-    return Storage::File::ReadWhole(tstrFile, kMaxComparedBytes, strBytes, nullptr) &&
-           Storage::File::ReadWhole(tstrOther, kMaxComparedBytes, strOther, nullptr) && strBytes == strOther;
+    return IsOneFile(tstrFile, tstrOther) ||
+           (Storage::File::ReadWhole(tstrFile, kMaxComparedBytes, strBytes, nullptr) &&
+            Storage::File::ReadWhole(tstrOther, kMaxComparedBytes, strOther, nullptr) && strBytes == strOther);
 }
 
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
@@ -153,7 +174,8 @@ void KeepUsersFile(const std::wstring& tstrFolder)
     }
     const std::wstring tstrKept = KeptFileFor(tstrFile);
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError)) {
+    if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError) ||
+        HoldSame(tstrKept, tstrFile)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
               tstrKept.c_str());
         return;
@@ -181,7 +203,9 @@ std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
 {
     for (unsigned uNumber = 1; uNumber < kKeptFiles; ++uNumber) {
         std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        if (!Storage::File::IsExisted(tstrKept) || HoldSame(tstrKept, tstrUsersFile)) return tstrKept;
+        // A folder of that name is in the way as well as a file.
+        const bool bFree = ::GetFileAttributesW(tstrKept.c_str()) == INVALID_FILE_ATTRIBUTES;
+        if (bFree || HoldSame(tstrKept, tstrUsersFile)) return tstrKept;
     }
     return KeptName(tstrUsersFile, kKeptFiles);
 }

@@ -55,8 +55,7 @@ namespace KzCommon::Storage::Directory {
 [[nodiscard]] bool IsRoot(const std::wstring& tstrPath);
 
 /// Creates a folder and the missing ones above it; true also when it is there already. False with the code of the first
-/// that could not be created.
-/// CreateDirectoryW.
+/// that could not be created. CreateDirectoryW.
 [[nodiscard]] bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError);
 
 /// One entry that a walk meets.

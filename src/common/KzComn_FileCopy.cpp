@@ -7,17 +7,26 @@ namespace KzCommon::Storage::File {
 
 namespace {
 
-/// CopyFileW, tried again while others hold one of the files; once only for `bWaited`.
+/// CopyFileW, tried again while others hold one of the files; once only for `bWaited`. Of a new file for which there
+/// was no room the beginning may be there (not under Windows itself): nobody is to take it for the file.
 bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, bool bWaited,
                  DWORD* pdwError)
 {
-    const auto copy = [&](DWORD& dwError) {
+    const bool bNew = ::GetFileAttributesW(tstrDestination.c_str()) == INVALID_FILE_ATTRIBUTES;
+    const auto copy = [&](DWORD& dwCode) {
         if (::CopyFileW(tstrSource.c_str(), tstrDestination.c_str(), !bOverwrite)) return true;
-        dwError = ::GetLastError();
+        dwCode = ::GetLastError();
         return false;
     };
-    return TryWhileHeld(
-        copy, [&] { return !bWaited; }, pdwError);
+    DWORD dwError = ERROR_SUCCESS;
+    if (TryWhileHeld(
+            copy, [&] { return !bWaited; }, &dwError)) {
+        return true;
+    }
+    if (bNew && (dwError == ERROR_DISK_FULL || dwError == ERROR_HANDLE_DISK_FULL)) {
+        ::DeleteFileW(tstrDestination.c_str());
+    }
+    return Fail(dwError, pdwError);
 }
 
 /// The code of what makes every overwriting copy fail however long one waits, as CopyFileW gives it; ERROR_SUCCESS

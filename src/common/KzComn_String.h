@@ -49,8 +49,8 @@ void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring
 /// Ordinal comparison without regard to case. CompareStringOrdinal.
 [[nodiscard]] bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept;
 
-/// The decimal text of a number; false, with ERROR_INVALID_DATA left in GetLastError(), when it cannot
-/// be made. Boost.LexicalCast.
+/// The decimal text of a number; false, with ERROR_INVALID_DATA left in GetLastError(), when it cannot be
+/// made. Boost.LexicalCast.
 [[nodiscard]] bool UlToStr(unsigned long ulValue, std::wstring& tstrText);
 
 /// Strictly decimal text (digits only, no sign, no blanks) to a number; 0 for any other text and for a number that does

@@ -5,6 +5,7 @@
 #include "unit/agent/AgentFixture.h"
 
 #include <filesystem>
+#include <fstream>
 
 using namespace KzCommon;
 
@@ -149,8 +150,13 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     for (int iIndex = 0; iIndex < 100; ++iIndex) m_install.Write(L"a" + std::to_wstring(iIndex), "taken");
     EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 1);
-    Fail("CopyFileW", ERROR_DISK_FULL);
+    m_watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) {
+        if (strCall != "CopyFileW") return ERROR_SUCCESS;
+        std::ofstream(std::filesystem::path(tstrPlace)) << "half";
+        return ERROR_DISK_FULL;
+    };
     EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
+    EXPECT_THAT(m_install.List(), Not(Contains(StartsWith(L"c")))) << "half a file is no file";
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 2);
     EXPECT_EQ(CountTraced(AllOf(StartsWith("!!! ::CopyFile("), EndsWith("failed: 0x00000070"))), 100)
         << "every name is tried whatever the failure";

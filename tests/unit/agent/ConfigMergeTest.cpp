@@ -88,10 +88,11 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     const std::wstring tstrNew = m_install.Write(L"new\\config.xml", kShipped);
     const std::wstring tstrUsers = m_install.Write(L"config.xml", kUsers);
     m_install.Write(L"config.previous.xml", "older");
-    const auto second = [&] {
-        return m_install.Read(L"config.previous.2.xml").value_or("none");
+    m_install.MakeFolder(L"config.previous.2.xml");  // in the way as well as a file
+    const auto third = [&] {
+        return m_install.Read(L"config.previous.3.xml").value_or("none");
     };
-    for (const DWORD dwLinkCode : {ERROR_INVALID_FUNCTION, ERROR_SUCCESS}) {
+    for (const DWORD dwLinkCode : {ERROR_INVALID_FUNCTION, ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
         KzCommon::UniqueFile held = Hold(L"config.xml");
         SystemWatch watch(m_install.Path());
         watch.m_fault = [&](std::string_view strCall, auto&&...) {
@@ -99,16 +100,16 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
         };
         Merge();
         held.Reset();
-        EXPECT_EQ(second(), dwLinkCode == ERROR_SUCCESS ? kUsers : "none");
+        EXPECT_EQ(third(), dwLinkCode == ERROR_INVALID_FUNCTION ? "none" : kUsers);
     }
-    EXPECT_EQ(CountTraced(EndsWith("cannot be kept in [" + m_strInstall + "config.previous.2.xml]. [0x00000001]")), 1);
+    EXPECT_EQ(CountTraced(EndsWith("cannot be kept in [" + m_strInstall + "config.previous.3.xml]. [0x00000001]")), 1);
     m_install.Write(L"new\\config.xml", "<r>");
     Merge();  // the same settings once more
     ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
     EXPECT_EQ(m_install.Read(L"config.xml"), "<r>");
-    EXPECT_EQ(second(), kUsers);
+    EXPECT_EQ(third(), kUsers);
     EXPECT_EQ(Kept(), "older");
-    EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml", L"config.previous.xml",
-                                              L"config.xml", L"new\\"));
-    EXPECT_EQ(CountTraced(EndsWith("are kept in [" + m_strInstall + "config.previous.2.xml].")), 2);
+    EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml\\", L"config.previous.3.xml",
+                                              L"config.previous.xml", L"config.xml", L"new\\"));
+    EXPECT_EQ(CountTraced(EndsWith("are kept in [" + m_strInstall + "config.previous.3.xml].")), 3);
 }

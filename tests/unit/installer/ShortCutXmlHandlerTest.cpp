@@ -233,7 +233,8 @@ TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOt
         {{L"M\\K\\L\\A.lnk", L"M\\K\\x"}, "K\\L", "M\\K\\ M\\K\\x "},
         {{L"M\\K\\L\\A.lnk", L"M\\K\\L\\x"}, "K\\L", "M\\K\\ M\\K\\L\\ M\\K\\L\\x "},
         {{L"M\\K\\A.lnk"}, "K\\.", ""}, {{L"M\\A.lnk"}, "", "M\\K\\ "}, {{}, "K\\L", ""},
-        {{L"A.lnk", L"M\\x"}, "..", "A.lnk M\\K\\ M\\x "}, {{L"M\\K\\Away\\A.lnk"}, "K\\Away", "M\\K\\ M\\K\\Away\\ "},
+        {{L"A.lnk", L"M\\x"}, "..", "A.lnk M\\K\\ M\\x "},
+        {{L"M\\K\\Away\\x"}, "K\\Away", "M\\K\\ M\\K\\Away\\ M\\K\\Away\\x "},
         {{L"M\\Away\\L\\A.lnk"}, "Away\\L", "M\\Away\\ M\\K\\ "}};
     // clang-format on
     for (const auto& [files, strName, strLeft] : rows) {
@@ -243,7 +244,10 @@ TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOt
         {
             SystemWatch watch(m_shell.Path());
             watch.m_tstrLink = L"Away";
-            EXPECT_TRUE(Remove(Describe("", InFolder("C:", "") + InFolder(strName, Link("A")))));
+            const std::string strDescription = Describe("", InFolder("C:", "") + InFolder(strName, Link("A")));
+            const bool bMade = strName == "K\\Away" && Create(strDescription);
+            EXPECT_EQ(bMade, fs::exists(m_shell.PathOf(L"M\\K\\Away\\A.lnk"))) << "in the other place, too";
+            EXPECT_TRUE(Remove(strDescription));
         }
         EXPECT_EQ(strLeft, Found());
         EXPECT_TRUE(fs::is_directory(m_shell.PathOf(L"M")));
