@@ -11,7 +11,7 @@ source tools/packages.sh
 readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location
 readonly kPackages=(clang-$kVersion clang-tidy-$kVersion cppcheck)
 readonly kPythonPackages=(flake8 mypy)
-readonly kBuild="$PWD/build/analyse"
+readonly kBuild="$PWD/build/analyse" kGroups="$PWD/build/analyse/groups"
 
 fail() { printf '[analyse] FAILED: %s\n' "$*" >&2; exit 1; }
 
@@ -23,30 +23,52 @@ step() {
     echo "[analyse] $name: $((SECONDS - start)) s"
 }
 
-# The commands of the release build, with clang in the compiler's place.
+# make_commands FOLDER [OPTION...]: the commands of the release build, with clang in the compiler's place.
 make_commands() {
-    cmake --preset release -B "$kBuild" -DCCACHE=CCACHE-NOTFOUND -Wno-dev >/dev/null
+    local build="$1"
+    shift
+    cmake --preset release -B "$build" -DCCACHE=CCACHE-NOTFOUND -Wno-dev "$@" >/dev/null
     # clang does not look for the standard library in a folder of Debian's name.
     local headers clang="clang++-$kVersion --target=x86_64-w64-mingw32 -nostdinc++ -Wno-unknown-warning-option"
     headers="$(x86_64-w64-mingw32-g++-posix -print-file-name=include)/c++"
     for folder in "$headers" "$headers/x86_64-w64-mingw32" "$headers/backward"; do clang+=" -isystem $folder"; done
-    mkdir -p "$kBuild/clang"
-    sed "s|[^ \"]*x86_64-w64-mingw32-g++-posix |$clang |" "$kBuild/compile_commands.json" \
-        >"$kBuild/clang/compile_commands.json"
+    mkdir -p "$build/clang"
+    sed "s|[^ \"]*x86_64-w64-mingw32-g++-posix |$clang |" "$build/compile_commands.json" \
+        >"$build/clang/compile_commands.json"
 }
 
-# One source; one that ends the analyser itself is named like one with findings.
+commands() {
+    make_commands "$kBuild"
+    make_commands "$kGroups" -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8
+}
+
 tidy_source() {
     local said
     said="$(clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kBuild/clang" "$1" 2>&1)" && return
     printf '[analyse] %s\n%s\n' "$1" "$(grep -v 'warnings* generated' <<<"$said")"
     return 1
 }
-export -f tidy_source
-export kVersion kBuild
+
+# Eight sources of one target, which include mostly the same, are read as one in a sixth of the time. Where that finds
+# anything, each is read by itself and has the last word: names of two may collide, and a fault of the analyser is told
+# by its source's name.
+tidy_group() {
+    local source result=0
+    clang-tidy-$kVersion --quiet --warnings-as-errors='*' -p "$kGroups/clang" "$1" >/dev/null 2>&1 && return
+    while read -r source; do tidy_source "$source" || result=1; done < <(sed -n 's/^#include "\(.*\)"$/\1/p' "$1")
+    return $result
+}
+export -f tidy_source tidy_group
+export kVersion kBuild kGroups
 
 # All of them whatever one says, as many at once as there are processors.
-tidy() { printf '%s\0' "${sources[@]}" | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_source "$1"' - {}; }
+tidy() {
+    if [[ $# -gt 0 ]]; then
+        printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_source "$1"' - {}
+    else
+        printf '%s\0' "$kGroups"/CMakeFiles/*/Unity/*.cxx | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_group "$1"' - {}
+    fi
+}
 
 check() {
     cppcheck --quiet --error-exitcode=1 --platform=win64 --std=c++20 -j "$(nproc)" \
@@ -70,7 +92,7 @@ fi
 if [[ $# -gt 0 ]]; then sources=("$@"); else mapfile -t sources < <(find src -name '*.cpp' | sort); fi
 tools/setup.sh
 need_packages "${kPackages[@]}" "${kPythonPackages[@]}"
-step "commands" make_commands
-step "clang and clang-tidy" tidy
+step "commands" commands
+step "clang and clang-tidy" tidy "$@"
 step "cppcheck" check
 step "Python" python

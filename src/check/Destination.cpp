@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t kMaxCharacters = 1023;
 
 /// All that may stand in front, in the order in which a full path is compared with their folders.
-constexpr const wchar_t* kPlaceholders[] = {
+constexpr const wchar_t* kPlaceholdersOfPlaces[] = {
     kDownloadDir,         kInstalledDir, L"{InstallerLogDir}", L"{InteractiveLogDir}", L"{ServiceLogDir}",
     L"{ProtectedLogDir}", kAppData,      kSystemDrive};
 
@@ -44,7 +44,7 @@ bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
 
 bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination)
 {
-    for (const std::wstring_view tstrPlaceholder : kPlaceholders) {
+    for (const std::wstring_view tstrPlaceholder : kPlaceholdersOfPlaces) {
         if (!tstrText.starts_with(tstrPlaceholder)) continue;
         std::wstring_view tstrName = tstrText.substr(tstrPlaceholder.size());
         if (tstrName.starts_with(L'\\')) tstrName.remove_prefix(1);
@@ -89,7 +89,7 @@ std::wstring MachineFolders::PathOf(const Destination& destination) const
 
 std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 {
-    for (const wchar_t* const szPlaceholder : kPlaceholders) {
+    for (const wchar_t* const szPlaceholder : kPlaceholdersOfPlaces) {
         const std::wstring& tstrFolder = FolderOf(szPlaceholder);
         if (tstrFolder.empty() || tstrPath.size() < tstrFolder.size()) continue;
         if (String::EqualsNoCase(std::wstring_view(tstrPath).substr(0, tstrFolder.size()), tstrFolder)) {
