@@ -1,13 +1,13 @@
 #include "agent/ConfigMerge.h"
 
 #include "agent/Sections.h"
+#include "agent/SettingsFiles.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
-#include "common/KzComn_WholeFile.h"
 #include "config/ConfigProvider.h"
 
 #include <json/writer.h>
@@ -15,9 +15,6 @@
 using namespace KzCommon;
 
 namespace {
-
-constexpr unsigned kKeptFiles = 9;
-constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
 
 /// A configuration provider that is uninitialised on every way out.
 class ProviderSession {
@@ -129,21 +126,6 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
     return false;
 }
 
-/// One of the names that kept files have: "config.previous.xml", "config.previous.2.xml" and so on.
-std::wstring KeptName(const std::wstring& tstrUsersFile, unsigned uNumber)
-{
-    const std::wstring tstrNumber = uNumber == 1 ? std::wstring() : L"." + std::to_wstring(uNumber);
-    return tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous" + tstrNumber + L".xml";
-}
-
-bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)
-{
-    std::string strBytes;
-    std::string strOther;
-    return Storage::File::ReadWhole(tstrFile, kMaxComparedBytes, strBytes, nullptr) &&
-           Storage::File::ReadWhole(tstrOther, kMaxComparedBytes, strOther, nullptr) && strBytes == strOther;
-}
-
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
 void KeepUsersFile(const std::wstring& tstrFolder)
 {
@@ -175,24 +157,6 @@ bool MergeConfig(const std::wstring& tstrFolder)
     }
     if (!bCarriedOver) KeepUsersFile(tstrFolder);
     return bCarriedOver;
-}
-
-std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
-{
-    for (unsigned uNumber = 1; uNumber < kKeptFiles; ++uNumber) {
-        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        if (!Storage::File::IsExisted(tstrKept) || HoldSame(tstrKept, tstrUsersFile)) return tstrKept;
-    }
-    return KeptName(tstrUsersFile, kKeptFiles);
-}
-
-std::wstring NewestKeptFile(const std::wstring& tstrUsersFile)
-{
-    for (unsigned uNumber = kKeptFiles; uNumber > 0; --uNumber) {
-        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        if (Storage::File::IsExisted(tstrKept)) return tstrKept;
-    }
-    return {};
 }
 
 std::wstring KeepDuringMerge(const std::wstring& tstrFolder)

@@ -1,6 +1,6 @@
 #include "check/BroughtFiles.h"
 
-#include "agent/DeploySettings.h"
+#include "agent/SettingsFiles.h"
 #include "check/Instructions.h"
 #include "check/XmlForm.h"
 #include "common/KzComn_String.h"

@@ -4,7 +4,7 @@
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
-#include "agent/DeploySettings.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 

@@ -1,10 +1,10 @@
 // The registry values, keys of INI files and commands of a plan.
 #include "check/PlanSteps.h"
 
-#include "agent/DeploySettings.h"
 #include "agent/IniEdits.h"
 #include "agent/RegistryPatch.h"
 #include "agent/RunOnce.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_IniFile.h"
 #include "common/QorCommon_Touchpad.h"
 
