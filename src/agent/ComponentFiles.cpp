@@ -1,7 +1,5 @@
 #include "agent/ComponentFiles.h"
 
-#include "agent/PackageLayout.h"
-
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
@@ -13,7 +11,6 @@
 #include <vector>
 
 using namespace KzCommon;
-using namespace PackageLayout;
 
 namespace {
 
@@ -122,19 +119,6 @@ void TraceLink(const std::wstring& tstrFolder)
           tstrFolder.c_str());
 }
 
-void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
-{
-    const OperationTrace trace(step.name);
-    if (step.pfnBeforeCopies && !step.pfnBeforeCopies(pathValues)) return;
-    for (const CopyRow& row : step.rows) {
-        const std::wstring tstrSource = bases.FolderOf(row.source);
-        const std::wstring tstrDestination = bases.FolderOf(row.destination);
-        static_cast<void>(CopyDirectory(pathValues, tstrSource, L"*.*", tstrDestination,
-                                        row.eDepth == Depth::eWithSubfolders, row.eWhen == When::eAtRestart));
-        if (row.trace) Trace(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
-    }
-}
-
 }  // namespace
 
 bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight)
@@ -143,27 +127,6 @@ bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight)
     std::wstring tstrRightDrive;
     if (!DriveOf(tstrLeft, tstrLeftDrive) || !DriveOf(tstrRight, tstrRightDrive)) return true;
     return String::EqualsNoCase(tstrLeftDrive, tstrRightDrive);
-}
-
-bool DeployProgramPackage(const PathValues& pathValues)
-{
-    const OperationTrace trace(L"FrameworkDeployAgent::DeployProgramPackage()");
-    const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
-                             .tstrProductDownloadDir = pathValues.ProductDownloadDir(),
-                             .tstrProductDownloadPath = pathValues.ProductDownloadPath(),
-                             .tstrResourceDownloadDir = {}});
-    for (const DeployStep& step : ProgramSteps()) CarryOut(pathValues, step, bases);
-    return true;
-}
-
-bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir)
-{
-    const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
-                             .tstrProductDownloadDir = {},
-                             .tstrProductDownloadPath = {},
-                             .tstrResourceDownloadDir = tstrDownloadDir});
-    CarryOut(pathValues, ResourceStep(), bases);
-    return true;
 }
 
 bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,

@@ -1,16 +1,10 @@
-// The component files: puts the folders of a downloaded package in their places, now or at the next restart.
+// The component files: puts a folder of a downloaded package in its place, now or at the next restart.
 #pragma once
 
 #include "agent/PathValues.h"
 
 #include <functional>
 #include <string>
-
-/// Runs the deploy steps of the program package, each whatever became of the one before. Always true.
-bool DeployProgramPackage(const PathValues& pathValues);
-
-/// Deploys the resource package out of `tstrDownloadDir` (with trailing backslash). Always true.
-bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir);
 
 /// How many names beside its destination a file that comes from another drive is tried under: the destination's with a
 /// number from 0 on after it.

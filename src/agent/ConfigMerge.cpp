@@ -1,14 +1,13 @@
 #include "agent/ConfigMerge.h"
 
 #include "agent/Sections.h"
+#include "agent/SettingsFiles.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
-#include "common/KzComn_WholeFile.h"
 #include "config/ConfigProvider.h"
 
 #include <json/writer.h>
@@ -16,9 +15,6 @@
 using namespace KzCommon;
 
 namespace {
-
-constexpr unsigned kKeptFiles = 9;
-constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
 
 /// A configuration provider that is uninitialised on every way out.
 class ProviderSession {
@@ -130,41 +126,6 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
     return false;
 }
 
-/// One of the names that kept files have: "config.previous.xml", "config.previous.2.xml" and so on.
-std::wstring KeptName(const std::wstring& tstrUsersFile, unsigned uNumber)
-{
-    const std::wstring tstrNumber = uNumber == 1 ? std::wstring() : L"." + std::to_wstring(uNumber);
-    return tstrUsersFile.substr(0, tstrUsersFile.rfind(L'.')) + L".previous" + tstrNumber + L".xml";
-}
-
-/// What the system knows of a file, which it also tells while others hold it.
-bool IdentityOf(const std::wstring& tstrFile, BY_HANDLE_FILE_INFORMATION& info)
-{
-    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const UniqueFile file(::CreateFileW(tstrFile.c_str(), FILE_READ_ATTRIBUTES, kShare, nullptr, OPEN_EXISTING,
-                                        FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    return file && ::GetFileInformationByHandle(file.Get(), &info);
-}
-
-/// Whether two paths are names of one file, as KeepLink() makes them.
-bool IsOneFile(const std::wstring& tstrFile, const std::wstring& tstrOther)
-{
-    BY_HANDLE_FILE_INFORMATION file{};
-    BY_HANDLE_FILE_INFORMATION other{};
-    return IdentityOf(tstrFile, file) && IdentityOf(tstrOther, other) &&
-           file.dwVolumeSerialNumber == other.dwVolumeSerialNumber && file.nFileIndexHigh == other.nFileIndexHigh &&
-           file.nFileIndexLow == other.nFileIndexLow;
-}
-
-bool HoldSame(const std::wstring& tstrFile, const std::wstring& tstrOther)
-{
-    std::string strBytes;
-    std::string strOther;
-    return IsOneFile(tstrFile, tstrOther) ||
-           (Storage::File::ReadWhole(tstrFile, kMaxComparedBytes, strBytes, nullptr) &&
-            Storage::File::ReadWhole(tstrOther, kMaxComparedBytes, strOther, nullptr) && strBytes == strOther);
-}
-
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
 void KeepUsersFile(const std::wstring& tstrFolder)
 {
@@ -175,7 +136,7 @@ void KeepUsersFile(const std::wstring& tstrFolder)
     const std::wstring tstrKept = KeptFileFor(tstrFile);
     DWORD dwError = ERROR_SUCCESS;
     if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError) ||
-        HoldSame(tstrKept, tstrFile)) {
+        IsKeptIn(tstrKept, tstrFile)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
               tstrKept.c_str());
         return;
@@ -197,26 +158,6 @@ bool MergeConfig(const std::wstring& tstrFolder)
     }
     if (!bCarriedOver) KeepUsersFile(tstrFolder);
     return bCarriedOver;
-}
-
-std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
-{
-    for (unsigned uNumber = 1; uNumber < kKeptFiles; ++uNumber) {
-        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        // A folder of that name is in the way as well as a file.
-        const bool bFree = ::GetFileAttributesW(tstrKept.c_str()) == INVALID_FILE_ATTRIBUTES;
-        if (bFree || HoldSame(tstrKept, tstrUsersFile)) return tstrKept;
-    }
-    return KeptName(tstrUsersFile, kKeptFiles);
-}
-
-std::wstring NewestKeptFile(const std::wstring& tstrUsersFile)
-{
-    for (unsigned uNumber = kKeptFiles; uNumber > 0; --uNumber) {
-        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        if (Storage::File::IsExisted(tstrKept)) return tstrKept;
-    }
-    return {};
 }
 
 std::wstring KeepDuringMerge(const std::wstring& tstrFolder)

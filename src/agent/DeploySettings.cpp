@@ -3,6 +3,7 @@
 #include "agent/ConfigMerge.h"
 #include "agent/IniEdits.h"
 #include "agent/RegistryPatch.h"
+#include "agent/SettingsFiles.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
@@ -13,8 +14,6 @@
 using namespace KzCommon;
 
 namespace {
-
-constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml"}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
 
 /// Makes the product's language the one that is installed.
 void SelectLanguageFile(const std::wstring& tstrFolder, const LanguageFile& file)
@@ -88,17 +87,6 @@ void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownlo
 
 }  // namespace
 
-std::span<const LanguageFile> LanguageFiles() noexcept
-{
-    return kLanguageFiles;
-}
-
-bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
-{
-    return Storage::File::IsExisted(tstrInstalled) &&
-           ::GetFileAttributesW(tstrDownloaded.c_str()) == INVALID_FILE_ATTRIBUTES;
-}
-
 bool PrepareSettings(const PathValues& pathValues)
 {
     PatchRegistry(pathValues);
@@ -110,7 +98,7 @@ bool PrepareSettings(const PathValues& pathValues)
     // The copy does not follow a link, and says so: what it leads to is not the package's to be changed.
     if (Storage::Directory::IsLink(tstrSettingDir)) return true;
     const std::wstring tstrKept = KeepDuringMerge(tstrSettingDir);
-    for (const LanguageFile& file : kLanguageFiles) SelectLanguageFile(tstrSettingDir, file);
+    for (const LanguageFile& file : LanguageFiles()) SelectLanguageFile(tstrSettingDir, file);
     if (MergeConfig(tstrSettingDir)) DropKept(tstrKept);
     EditUpdateInfo(pathValues, tstrSettingDir + L"UpdateInfo.ini");
     return true;

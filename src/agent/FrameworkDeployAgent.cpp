@@ -1,7 +1,7 @@
 // The three phases of a deployment.
 #include "agent/QorDeployAgent.h"
 
-#include "agent/ComponentFiles.h"
+#include "agent/DeployPackages.h"
 #include "agent/FileOperations.h"
 #include "agent/RunOnce.h"
 

@@ -1,7 +1,5 @@
 #include "agent/PackageLayout.h"
 
-#include "agent/DeploySettings.h"
-
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
@@ -49,7 +47,7 @@ constexpr DeployStep kProgramSteps[] = {
     {L"FrameworkDeployAgent::DeploySettings()", {
         {{eShare, L"Setting"}, {eInstall, L""}, eWithSubfolders, eAtRestart,
          L"CDeployComponentsAction::CopyDirectory(strDownloadSettingDir[%s], m_tsInstallFolder[%s])"}},
-     &PrepareSettings},
+     true},
     // clang-format on
 };
 

@@ -1,8 +1,7 @@
 // The layout of the downloaded packages: which of their folders goes to which folder of the installation, and how. Data
-// only; ComponentFiles.h carries it out.
+// only; DeployPackages.h carries it out.
 #pragma once
 
-#include "agent/PathValues.h"
 #include "common/KzComn_DebugLog.h"
 
 #include <initializer_list>
@@ -44,12 +43,12 @@ struct CopyRow {
     KzCommon::TraceFormat<const wchar_t*, const wchar_t*> trace = nullptr;
 };
 
-/// One deploy step: its name, its copies in their order, and what it does before them; when that is false there is
-/// nothing to copy.
+/// One deploy step: its name, its copies in their order, and whether the settings are prepared before them
+/// (PrepareSettings(); when that is false there is nothing to copy).
 struct DeployStep {
     KzCommon::OperationName name;
     std::initializer_list<CopyRow> rows;
-    bool (*pfnBeforeCopies)(const PathValues&) = nullptr;
+    bool bPreparesSettings = false;
 };
 
 /// The steps of the program package, in their order.

@@ -20,7 +20,7 @@ public:
     virtual bool DoPostAction() = 0;
 };
 
-/// Deploys the downloaded packages and carries out the instruction file, with the operations of ComponentFiles.h,
+/// Deploys the downloaded packages and carries out the instruction file, with the operations of DeployPackages.h,
 /// FileOperations.h and RunOnce.h. Every operation traces its own failures and the run goes on; nothing is thrown.
 class FrameworkDeployAgent : public QorDeployAgent {
 public:

@@ -1,8 +1,9 @@
 #include "check/BroughtFiles.h"
 
-#include "agent/DeploySettings.h"
+#include "agent/SettingsFiles.h"
 #include "check/Instructions.h"
 #include "check/XmlForm.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -77,6 +78,12 @@ BroughtFiles ListBroughtFiles(const Update& update, const std::wstring& tstrInst
         const std::vector<std::wstring> sources = SettingFiles(update, file.szBase, file.szExtension);
         if (sources.empty() || String::EqualsNoCase(sources.front(), update.SettingFolder() + tstrName)) continue;
         AddFile(files, sources.front(), tstrInstalled + tstrName, PackageLayout::When::eAtRestart);
+    }
+    // The agent puts the changed one among the settings.
+    const std::wstring tstrInfo = update.SettingFolder() + kUpdateInfoFile;
+    if (update.Product().bThere && Storage::Directory::IsExisted(update.FullPath(update.SettingFolder())) &&
+        update.FilesIn(update.SettingFolder(), kUpdateInfoFile).empty()) {
+        AddFile(files, tstrInfo, tstrInstalled + kUpdateInfoFile, PackageLayout::When::eAtRestart);
     }
     return files;
 }

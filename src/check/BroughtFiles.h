@@ -22,7 +22,8 @@ struct BroughtFile {
 using BroughtFiles = std::map<std::wstring, std::vector<BroughtFile>>;
 
 /// Every file that a deploy step takes, once for each of its destinations, those of the product's language included
-/// that are made out of the ones of each language. `tstrInstalled`: the install folder, with trailing backslash.
+/// that are made out of the ones of each language, and the changed update information. `tstrInstalled`: the install
+/// folder, with trailing backslash.
 [[nodiscard]] BroughtFiles ListBroughtFiles(const Update& update, const std::wstring& tstrInstalled);
 
 /// The names of the files in the download folders that the restart moves away, by their folders below the install

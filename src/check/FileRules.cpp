@@ -35,6 +35,11 @@ struct FileCheck {
     Report& report;
 
     [[nodiscard]] bool IsFolder() const { return iOp == op_dir_add || iOp == op_dir_delete; }
+    /// With trailing backslash, without "..", as Windows takes it.
+    [[nodiscard]] std::wstring Folder() const
+    {
+        return String::EnsureBackslash(Storage::Directory::FullPath(parsed.tstrFolder));
+    }
     void Add(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) const
     {
         report.Add(eRule, kInstructionFile, record.valuePlace, tstrText, tstrSuggestion);
@@ -149,7 +154,7 @@ void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around,
 Losses LossesIn(const FileCheck& check, const Surroundings& around)
 {
     Losses losses;
-    const std::wstring tstrFolder = LowerCase(check.parsed.tstrFolder);
+    const std::wstring tstrFolder = LowerCase(check.Folder());
     if (check.iOp == op_dir_delete) {
         for (auto it = around.brought.lower_bound(tstrFolder);
              it != around.brought.end() && it->first.starts_with(tstrFolder); ++it) {
@@ -171,7 +176,7 @@ void AddDeletedSources(Losses& losses, const FileCheck& check, const Surrounding
 {
     if (check.iOp != op_file_delete_now) return;
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
-    const std::wstring& tstrFolder = check.parsed.tstrFolder;
+    const std::wstring tstrFolder = check.Folder();
     if (tstrFolder.size() <= tstrInstalled.size()) return;
     const auto itSources = around.sources.find(LowerCase(tstrFolder.substr(tstrInstalled.size())));
     if (itSources == around.sources.end()) return;
@@ -186,7 +191,7 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
     Losses losses = LossesIn(check, around);
     AddDeletedSources(losses, check, around);
     if (losses.cFiles == 0) {
-        const bool bCreated = check.iOp == op_dir_delete && around.created.count(LowerCase(check.parsed.tstrFolder));
+        const bool bCreated = check.iOp == op_dir_delete && around.created.count(LowerCase(check.Folder()));
         if (bCreated) {
             check.report.AddAs(Severity::eWarning, Rule::eDeletesWhatItBrings, kInstructionFile,
                                check.record.valuePlace, L"the folder is created by this update");
@@ -201,10 +206,10 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
                            (losses.bForGood ? L": gone in the end" : L": missing until the restart"));
 }
 
-/// The folder of a QOR_DIR "add" and those above it, which are created with it.
+/// The folder of a QOR_DIR "add" (with trailing backslash) and those above it, which are created with it.
 void AddCreated(std::set<std::wstring>& created, const std::wstring& tstrFolder)
 {
-    std::wstring tstrLower = LowerCase(String::EnsureBackslash(tstrFolder));
+    std::wstring tstrLower = LowerCase(tstrFolder);
     while (tstrLower.size() > 3 && created.insert(tstrLower).second) {
         tstrLower.pop_back();
         tstrLower = FolderPartOf(tstrLower);
@@ -271,7 +276,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
         const FileCheck check{*instruction.pRecord, iOp,
                               ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
         if (!CheckRefusal(check)) continue;
-        if (iOp == op_dir_add) AddCreated(around.created, check.parsed.tstrFolder);
+        if (iOp == op_dir_add) AddCreated(around.created, check.Folder());
         CheckNames(check);
         CheckFolderAsFile(check, around);
         CheckLosses(check, around);

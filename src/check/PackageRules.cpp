@@ -4,7 +4,7 @@
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
-#include "agent/DeploySettings.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 
@@ -27,24 +27,52 @@ bool IsBelow(std::wstring_view tstrFile, const std::wstring& tstrFolder)
            String::EqualsNoCase(tstrFile.substr(0, tstrFolder.size()), tstrFolder);
 }
 
-/// Without the package that the update information names, other folders below "Component\" are for nobody.
-void CheckDownloadPath(const Update& update, Report& report)
+/// The folders below "Component\\" that the update information does not name.
+std::vector<std::wstring> UnnamedFolders(const Update& update)
 {
-    if (update.Product().bThere) return;
     std::vector<std::wstring> others;
     static_cast<void>(Storage::Directory::ForEachEntry(
         update.FullPath(kComponents), L"*",
         [&](const Storage::Directory::Entry& entry) {
-            const bool bResource = String::EqualsNoCase(entry.tstrName, update.Resource().tstrDownloadPath);
-            if (entry.bFolder && !bResource) others.push_back(entry.tstrName);
+            const bool bNamed = String::EqualsNoCase(entry.tstrName, update.Product().tstrDownloadPath) ||
+                                String::EqualsNoCase(entry.tstrName, update.Resource().tstrDownloadPath);
+            if (entry.bFolder && !bNamed) others.push_back(entry.tstrName);
         },
         nullptr));
+    return others;
+}
+
+/// Whether a folder has a string table for a language, as resource packages do.
+bool HasStringTable(const std::wstring& tstrFolder)
+{
+    bool bHas = false;
+    static_cast<void>(Storage::Directory::ForEachEntry(
+        tstrFolder, L"*",
+        [&](const Storage::Directory::Entry& entry) {
+            bHas = bHas || Storage::File::IsExisted(tstrFolder + entry.tstrName + L"\\StringTable.ini");
+        },
+        nullptr));
+    return bHas;
+}
+
+/// Without the package that the update information names, other folders below "Component\\" are for nobody.
+void CheckDownloadPaths(const Update& update, Report& report)
+{
+    const bool bProduct = update.Product().bThere;
+    if (bProduct && update.Resource().bThere) return;
+    std::vector<std::wstring> others = UnnamedFolders(update);
+    if (bProduct) {
+        std::erase_if(others, [&](const std::wstring& tstrName) {
+            return !HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
+        });
+    }
     if (others.empty()) return;
-    report.AddAs(update.Resource().bThere ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere,
-                 kUpdateInfoFile, {},
-                 L"the product package is looked for in \"" + update.RelativeName(update.Product().tstrFolder) +
-                     L"\", which is not there: nothing of it is deployed",
-                 NearestOf(update.Product().tstrDownloadPath, others));
+    const Package& missing = bProduct ? update.Resource() : update.Product();
+    const bool bOther = bProduct || update.Resource().bThere;
+    report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
+                 std::wstring(bProduct ? L"the resource" : L"the product") + L" package is looked for in \"" +
+                     update.RelativeName(missing.tstrFolder) + L"\", which is not there: nothing of it is deployed",
+                 bProduct ? others.front() : NearestOf(missing.tstrDownloadPath, others));
 }
 
 /// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
@@ -252,7 +280,7 @@ void CheckLanguages(const Subject& subject, Report& report)
 
 void CheckPackages(const Subject& subject, Report& report)
 {
-    CheckDownloadPath(subject.update, report);
+    CheckDownloadPaths(subject.update, report);
     CheckSections(subject, report);
     CheckUnusedFiles(subject.update, CheckInnerFolder(subject.update, report), report);
     CheckLanguages(subject, report);

@@ -5,7 +5,7 @@
 #include "check/PlanReport.h"
 #include "check/PlanSteps.h"
 
-#include "agent/DeploySettings.h"
+#include "agent/SettingsFiles.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
@@ -127,7 +127,7 @@ void PlanPackages(PlanWork& work)
                                             .tstrResourceDownloadDir = resource.tstrFolder});
     if (!product.bThere) work.Begin(L"DeployProgramPackage").tstrReason = L"there is no folder " + product.tstrFolder;
     for (const PackageLayout::DeployStep& step : PackageLayout::ProgramSteps()) {
-        if (!product.bThere || (step.pfnBeforeCopies == &PrepareSettings && !PlanSettings(work))) continue;
+        if (!product.bThere || (step.bPreparesSettings && !PlanSettings(work))) continue;
         work.Begin(NameOf(step));
         PlanCopies(work, step, bases);
     }

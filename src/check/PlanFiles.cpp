@@ -7,6 +7,8 @@
 #include "common/KzComn_HeldFolder.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
+
 using namespace KzCommon;
 
 namespace Check {
@@ -38,9 +40,19 @@ bool IsSameVolume(const PlanWork& work, const std::wstring& tstrLeft, const std:
     return String::EqualsNoCase(left.tstrMountPoint, right.tstrMountPoint);
 }
 
-/// Why nothing can be put under that path; empty when it can.
-std::wstring Obstacle(const PlanWork& work, const std::wstring& tstrTarget)
+/// Whether Windows takes paths of more than 259 characters from the agent, which asks for it.
+bool AreLongPathsOn(const PlanWork& work)
 {
+    const auto optValue = work.forecast.Value(L"SYSTEM\\CurrentControlSet\\Control\\FileSystem", L"LongPathsEnabled");
+    return optValue && optValue->tstrText != L"0";
+}
+
+/// Why the file cannot be put under that path; empty when it can.
+std::wstring Obstacle(const PlanWork& work, const std::wstring& tstrSource, const std::wstring& tstrTarget)
+{
+    if (std::max(tstrSource.size(), tstrTarget.size()) >= MAX_PATH && !AreLongPathsOn(work)) {
+        return L"longer than 259 characters, in its place or in the download folder";
+    }
     if (!work.forecast.HasFolder(FolderOf(tstrTarget))) return L"the folder is missing";
     if (work.forecast.HasFolder(tstrTarget)) return L"a folder has that name";
     return {};
@@ -76,8 +88,8 @@ void PlanMove(PlanWork& work, const std::wstring& tstrSource, const std::wstring
                   .bAtRestart = true};
     change.tstrSource = tstrSource;
     change.tstrTarget = tstrTarget;
-    change.tstrReason = Obstacle(work, tstrTarget);
     const std::wstring tstrThen = work.forecast.PlaceThen(tstrSource);
+    change.tstrReason = Obstacle(work, tstrThen, tstrTarget);
     const bool bSameDrive = IsSameDrive(tstrThen, tstrTarget);
     if (bSameDrive && change.tstrReason.empty() && !IsSameVolume(work, tstrThen, tstrTarget)) {
         change.tstrReason = L"on another volume: Windows moves no file there at the restart";
@@ -166,7 +178,7 @@ bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, co
                   .eOutcome = work.forecast.HasFile(tstrTarget) ? Outcome::eReplace : Outcome::eNew};
     change.tstrSource = tstrSource;
     change.tstrTarget = tstrTarget;
-    change.tstrReason = Obstacle(work, tstrTarget);
+    change.tstrReason = Obstacle(work, work.forecast.PlaceThen(tstrSource), tstrTarget);
     if (!work.forecast.HasFile(tstrSource)) change.tstrReason = L"there is no such file to copy";
     // A kept copy replaces whatever is there.
     if (eAction == Action::eCopy && change.tstrReason.empty() && work.forecast.IsReadOnly(tstrTarget)) {

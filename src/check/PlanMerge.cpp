@@ -1,7 +1,7 @@
 // The user's settings in a plan.
 #include "check/PlanSteps.h"
 
-#include "agent/ConfigMerge.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"

@@ -1,10 +1,11 @@
 // The registry values, keys of INI files and commands of a plan.
 #include "check/PlanSteps.h"
 
-#include "agent/DeploySettings.h"
 #include "agent/IniEdits.h"
 #include "agent/RegistryPatch.h"
 #include "agent/RunOnce.h"
+#include "agent/SettingsFiles.h"
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_IniFile.h"
 #include "common/QorCommon_Touchpad.h"
 
@@ -13,6 +14,15 @@ using namespace KzCommon;
 namespace Check {
 
 namespace {
+
+/// Windows lets nobody make a key directly below the root.
+bool IsBelowKeyOfMachine(const std::wstring& tstrKeyPath)
+{
+    UniqueRegistryKey hKey;
+    const std::wstring tstrFirst = tstrKeyPath.substr(0, tstrKeyPath.find(L'\\'));
+    return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, tstrFirst.c_str(), 0, KEY_QUERY_VALUE, hKey.Receive()) !=
+           ERROR_FILE_NOT_FOUND;
+}
 
 /// A value that the record cannot write, and why.
 bool IsRefused(const RegistryRecord& record, std::wstring& tstrReason)
@@ -26,6 +36,7 @@ bool IsRefused(const RegistryRecord& record, std::wstring& tstrReason)
     }
     if (record.tstrKeyPath.empty()) tstrReason = L"the record has no key";
     if (record.tstrKeyPath.starts_with(L'\\')) tstrReason = L"the key path begins with a backslash";
+    if (!IsBelowKeyOfMachine(record.tstrKeyPath)) tstrReason = L"Windows lets nobody make a key below the root";
     return !tstrReason.empty();
 }
 

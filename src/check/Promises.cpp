@@ -5,10 +5,10 @@
 #include "check/Instructions.h"
 #include "check/XmlForm.h"
 
-#include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
 #include "agent/RunOnce.h"
 #include "agent/Sections.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"

@@ -115,7 +115,8 @@ void CheckBlanks(const Patch& patch)
     }
 }
 
-void CheckRoot(const Patch& patch)
+/// False when a root is written out: what follows is no key path.
+bool CheckRoot(const Patch& patch)
 {
     constexpr std::wstring_view kRoots[] = {
         L"HKEY_LOCAL_MACHINE",  L"HKLM", L"HKEY_CURRENT_USER", L"HKCU", L"HKEY_CLASSES_ROOT", L"HKCR",
@@ -127,12 +128,39 @@ void CheckRoot(const Patch& patch)
     const auto itRoot = std::find_if(std::begin(kRoots), std::end(kRoots), [&](std::wstring_view tstrRoot) {
         return String::EqualsNoCase(tstrRoot, tstrFirst);
     });
-    if (itRoot == std::end(kRoots)) return;
+    if (itRoot == std::end(kRoots)) return true;
     const std::size_t uRest = tstrPath.find_first_not_of(L":\\", uEnd);
     const bool bMachine = itRoot - std::begin(kRoots) < 2 && uRest != std::wstring::npos;
     patch.Error(Rule::eRootWrittenOut, patch.fields[eKeyPath].place,
                 L"all keys lie below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" is taken for a key there",
                 bMachine ? tstrPath.substr(uRest) : std::wstring());
+    return false;
+}
+
+/// What no key can be called, and where none can be made.
+void CheckKeyNames(const Patch& patch)
+{
+    const std::vector<std::wstring> hives = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
+                                             L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    const std::wstring tstrFirst = tstrPath.substr(0, tstrPath.find(L'\\'));
+    const bool bHive = std::any_of(hives.begin(), hives.end(), [&](const std::wstring& tstrHive) {
+        return String::EqualsNoCase(tstrHive, tstrFirst);
+    });
+    const Place place = patch.fields[eKeyPath].place;
+    if (!bHive && !tstrFirst.empty()) {
+        const std::wstring tstrNear = NearestOf(tstrFirst, hives);
+        patch.Error(Rule::eKeyPath, place, L"Windows lets nobody make a key \"" + tstrFirst + L"\" below the root",
+                    tstrNear.empty() ? std::wstring() : tstrNear + tstrPath.substr(tstrFirst.size()));
+    }
+    for (std::size_t uBegin = 0; uBegin < tstrPath.size();) {
+        const std::size_t uEnd = std::min(tstrPath.find(L'\\', uBegin), tstrPath.size());
+        constexpr std::size_t kMaxName = 255;
+        if (uEnd - uBegin > kMaxName) {
+            patch.Error(Rule::eKeyPath, place, L"Windows refuses a key whose name has more than 255 characters");
+        }
+        uBegin = uEnd + 1;
+    }
 }
 
 /// Backslashes with nothing on one side of them.
@@ -273,7 +301,7 @@ void CheckRegistry(const Subject& subject, Report& report)
         const bool bMissing = CheckMissing(patch);
         if (!bMissing && !CheckFields(patch)) continue;
         CheckBlanks(patch);
-        CheckRoot(patch);
+        if (CheckRoot(patch)) CheckKeyNames(patch);
         CheckBackslashes(patch);
         CheckDefaultName(patch);
         if (!patch.Deletes()) CheckTypeAndData(patch);

@@ -4,9 +4,9 @@
 #include "check/TraceSummary.h"
 
 #include "agent/ComponentFiles.h"
-#include "agent/DeploySettings.h"
 #include "agent/PackageLayout.h"
 #include "agent/RunOnce.h"
+#include "agent/SettingsFiles.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Registry.h"

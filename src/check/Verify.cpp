@@ -3,10 +3,10 @@
 #include "check/ErrorWords.h"
 
 #include "agent/ComponentFiles.h"
-#include "agent/ConfigMerge.h"
 #include "agent/FileOperations.h"
 #include "agent/PathValues.h"
 #include "agent/RunOnce.h"
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Registry.h"

@@ -118,14 +118,15 @@ bool IsAvailable(const XmlElement& place)
 std::vector<ShortcutItem> ItemsOf(const XmlElement& parent, ShortcutPlace ePlace, ShortcutWalk eWalk)
 {
     std::vector<ShortcutItem> items;
+    std::vector<ShortcutItem> folders;  // when links are made, after everything else
     const bool bInFolder = parent.IsNamed(L"Folder");
     for (const XmlElement* pChild = parent.GetFirstChild(); pChild; pChild = pChild->GetNextSibling()) {
         std::optional<ShortcutItem> item = ItemOf(*pChild, ePlace, bInFolder, eWalk);
-        if (item) items.push_back(std::move(*item));
+        if (!item) continue;
+        const bool bLater = item->bFolder && eWalk == ShortcutWalk::eCreate;
+        (bLater ? folders : items).push_back(std::move(*item));
     }
-    if (eWalk == ShortcutWalk::eCreate) {
-        std::stable_partition(items.begin(), items.end(), [](const ShortcutItem& item) { return !item.bFolder; });
-    }
+    std::move(folders.begin(), folders.end(), std::back_inserter(items));
     return items;
 }
 

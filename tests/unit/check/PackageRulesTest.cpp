@@ -42,11 +42,14 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
         {"delete={InstalledDir}A.HTML\n", {"B033 2:8"}},
         {"delete={InstalledDir}*.htm\n", {"B033 2:8"}},
         {"delete_now={InstalledDir}a.*\n", {"B033 2:12"}},
-        {"delete={InstalledDir}a.htm\ndelete={InstalledDir}Legacy\\a.html\n", {}},
+        {"delete={InstalledDir}a.htm\ndelete={InstalledDir}Legacy\\a.html\ndelete={InstalledDir}UpdateInfo.ini\n", {}},
+        {"delete={InstalledDir}x\\../A.html\n", {"B033 2:8"}},
         {"delete_now={UdComponentsSrcDir}Share\\UI\\*\n", {"B033 2:12"}},
         {"delete={UdComponentsSrcDir}Share\\UI\\*\n", {}},
     };
     Expect(files, "[QOR_FILE]\n");
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    EXPECT_THAT(Lint("[QOR_FILE]\ndelete={InstalledDir}UpdateInfo.ini\n"), ElementsAre("B033 2:8"));
     Write(L"Component\\p1\\Share\\Task\\daily\\t.task", "");
     const Row folders[] = {
         {"delete={InstalledDir}Driver\ndelete={InstalledDir}Drive\ndelete={InstalledDir}Task",
@@ -109,6 +112,13 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     Write(L"Component\\p2\\64bit\\p2\\b.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"))
         << "beside the folder that is there";
+    Bring({L"p2\\64bit\\p2\\a.dll", L"other\\EN-US\\readme.htm"});
+    ::DeleteFileW(m_update.PathOf(L"Component\\p2\\64bit\\a.dll").c_str());
+    EXPECT_THAT(Lint(""), IsEmpty());
+    Bring({L"other\\EN-US\\StringTable.ini"});
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 UpdateInfo.ini other"));
+    Bring({L"r1\\EN-US\\StringTable.ini"});
+    EXPECT_THAT(Lint(""), IsEmpty());
 }
 
 TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)

@@ -63,6 +63,10 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(
         Planned("DeployTaskFiles"),
         ElementsAre("! Task\\t.task  <- Component\\p1\\Share\\Task\\t.task  [restart]  (the folder is missing)"));
+    Bring({L"p1\\Share\\Task\\" + std::wstring(220, L'u')});
+    EXPECT_THAT(Planned("DeployTaskFiles"), Contains(EndsWith("(longer than 259 characters, in its place or in the "
+                                                              "download folder)")));
+    ::DeleteFileW(m_update.PathOf(L"Component\\p1\\Share\\Task\\" + std::wstring(220, L'u')).c_str());
     EXPECT_THAT(Planned("DeployResourceFiles"),
                 ElementsAre("+ Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]"));
     EXPECT_THAT(
@@ -88,6 +92,7 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
         {"add=@!Number!REG_QDWORD!7", {"~  Number: \"7\" -> \"7\""}},
         {"add=@!Bytes!REG_SZ!{InstalledDir}x", {"~  Bytes: \"(type 3, 3 bytes)\" -> \"I:\\x\""}},
         {"add=@!A!REG_MULTI_SZ!x", {"!  A  (REG_MULTI_SZ is not supported)"}},
+        {"add=Vault!A!REG_SZ!x", {"! HKEY_LOCAL_MACHINE\\Vault  A  (Windows lets nobody make a key below the root)"}},
         {"add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!(Default)!REG_SZ!y", {"+: \"x\"", "~: \"x\" -> \"y\""}},
         {"add_if_non=@!number!REG_DWORD!8\nadd=@!Number!REG_DWORD!3943305780\ndelete=@!None",
          {"=  None  (there is no such value)", "~  Number: \"7\" -> \"3943305780\"",

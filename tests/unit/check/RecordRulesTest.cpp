@@ -28,25 +28,34 @@ using RegistryRulesTest = RulesTest<CheckRegistry>;
 TEST_F(RegistryRulesTest, FieldsTypesAndData)
 {
     const Row rows[] = {
-        {"add=K!N!REG_SZ!a=b\nadd=K!O!REG_SZ!\ndelete=K!P\nadd=K!Q!REG_DWORD!4294967295\nadd=K!R!REG_DWORD!00\n", {}},
-        {"add=K!N!REG_SZ\nadd=K!O\nadd=K!!REG_SZ!x\ndelete=!K!P\n", {"B020 2:5", "B020 3:5", "B020 4:5", "B020 5:8"}},
-        {"add=K!N!REG_SZ!a!b\nadd=K!O!REG_SZ!!a\n", {"B020 2:18", "B020 3:5"}},
-        {"delete=K\ndelete=K!P!REG_SZ\n", {"B020 2:8", "B020 3:12"}},
-        {"add=K!N!REG_QWORD!1\nadd=K!O!reg_sz!1\nadd=K!P!REG_MULTI_SZ!a\nadd=K!Q!REG_BINARY!1\n",
-         {"B021 2:9 REG_QDWORD", "B021 3:9 REG_SZ", "B021 4:9", "B021 5:9"}},
-        {"add=K!N!REG_DWORD!0x10\nadd=K!O!REG_DWORD! 5\nadd=K!P!REG_DWORD!-1\nadd=K!Q!REG_DWORD!4294967296\n",
-         {"B022 2:19 16", "B022 3:19 5", "B022 4:19 4294967295", "B022 5:19"}},
-        {"add=K!N!REG_QDWORD!4294967296\nadd=K!O!REG_QDWORD!1e3\nadd=K!P!REG_DWORD!\n", {"B022 3:20", "B022 4:9"}},
-        {"add=HKLMX\\K!N!REG_SZ!a\nadd=hklm:\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
+        {"add=SAM!N!REG_SZ!a=b\nadd=SAM!O!REG_SZ!\ndelete=SAM!P\nadd=SAM!Q!REG_DWORD!4294967295\nadd=SAM!R!REG_DWORD!"
+         "00\n",
+         {}},
+        {"add=SAM!N!REG_SZ\nadd=SAM!O\nadd=SAM!!REG_SZ!x\ndelete=!K!P\n",
+         {"B020 2:5", "B020 3:5", "B020 4:5", "B020 5:8"}},
+        {"add=SAM!N!REG_SZ!a!b\nadd=SAM!O!REG_SZ!!a\n", {"B020 2:20", "B020 3:5"}},
+        {"delete=SAM\ndelete=SAM!P!REG_SZ\n", {"B020 2:8", "B020 3:14"}},
+        {"add=SAM!N!REG_QWORD!1\nadd=SAM!O!reg_sz!1\nadd=SAM!P!REG_MULTI_SZ!a\nadd=SAM!Q!REG_BINARY!1\n",
+         {"B021 2:11 REG_QDWORD", "B021 3:11 REG_SZ", "B021 4:11", "B021 5:11"}},
+        {"add=SAM!N!REG_DWORD!0x10\nadd=SAM!O!REG_DWORD! 5\nadd=SAM!P!REG_DWORD!-1\nadd=SAM!Q!REG_DWORD!4294967296\n",
+         {"B022 2:21 16", "B022 3:21 5", "B022 4:21 4294967295", "B022 5:21"}},
+        {"add=SAM!N!REG_QDWORD!4294967296\nadd=SAM!O!REG_QDWORD!1e3\nadd=SAM!P!REG_DWORD!\n",
+         {"B022 3:22", "B022 4:11"}},
+        {"add=SAM\\HKLM!N!REG_SZ!a\nadd=hklm:\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
          {"B023 3:5 K", "B023 4:8"}},
-        {"add=K!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
-        {"add_if_non=K!(Default)!REG_SZ!a\nadd=L!(Default)!REG_SZ!a\ndelete=M!(default)\nadd=N!Default!REG_SZ!a\n",
-         {"B024 2:14", "B024 3:7", "B024 4:10"}},
-        {"add_if_non=K!N!REG_DWORD!3943305780\nadd_if_non=K!O!REG_DWORD!3943305781\n", {"B026 2:26"}},
-        {"add_if_non=K!N!REG_SZ!!!default_val!REG_SZ!!\nadd=K!O!REG_DWORD!3943305780\n", {"B026 2:25", "B026 3:19"}},
-        {"add=K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:8"}},
-        {"add=\\K!N!REG_SZ!a\ndelete=K\\\\\\L!N\nadd=K\\L\\!O!REG_SZ!a\nadd=K\\M!N!REG_SZ!a\\\\b\\\n",
-         {"B028 2:5 K", "B028 3:8 K\\L", "B028 4:5 K\\L"}},
+        {"add=SAM!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
+        {"add_if_non=SAM!(Default)!REG_SZ!a\nadd=SAM\\L!(Default)!REG_SZ!a\ndelete=SAM\\M!(default)\nadd=SAM\\N!"
+         "Default!REG_SZ!a\n",
+         {"B024 2:16", "B024 3:11", "B024 4:14"}},
+        {"add_if_non=SAM!N!REG_DWORD!3943305780\nadd_if_non=SAM!O!REG_DWORD!3943305781\n", {"B026 2:28"}},
+        {"add_if_non=SAM!N!REG_SZ!!!default_val!REG_SZ!!\nadd=SAM!O!REG_DWORD!3943305780\n",
+         {"B026 2:27", "B026 3:21"}},
+        {"add=SAM\\K ! N!REG_SZ! a \n", {"B027 2:5", "B027 2:12"}},
+        {"add=SFTWARE\\K!N!REG_SZ!a\nadd=hardware!N!REG_SZ!a\ndelete=K!N\n", {"B028 2:5 SOFTWARE\\K", "B028 4:8"}},
+        {"add=SAM\\" + std::string(255, 'k') + "!N!REG_SZ!a\nadd=SAM\\" + std::string(256, 'k') + "!N!REG_SZ!a\n",
+         {"B028 3:5"}},
+        {"add=\\SAM!N!REG_SZ!a\ndelete=SAM\\\\\\L!N\nadd=SAM\\L\\!O!REG_SZ!a\nadd=SAM\\M!N!REG_SZ!a\\\\b\\\n",
+         {"B028 2:5 SAM", "B028 3:8 SAM\\L", "B028 4:5 SAM\\L"}},
     };
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
@@ -55,16 +64,16 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
 TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
 {
     const Row rows[] = {
-        {"add=K!N!REG_SZ!a\nadd=K!O!REG_SZ!a\ndelete=L!N\nadd_if_non=K!P!REG_SZ!a\n", {}},
-        {"add=K!N!REG_SZ!a\ndelete=k\\!n\n", {"B025 3:1", "B028 3:8 k"}},
-        {"add_if_non=K!N!REG_SZ!a\ndelete=K!N\n", {"B025 3:1"}},
-        {"add=K!N!REG_SZ!a\nadd=K!n!REG_DWORD!1\n", {"B025 2:1"}},
-        {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_SZ!b\n", {"B025 2:1"}},
-        {"add_if_non=K!N!REG_SZ!a\nadd=K!N!REG_DWORD!1\n", {"B025 3:1"}},
-        {"add=K!N!REG_DWORD!3943305780\nadd_if_non=K!N!REG_DWORD!1\n", {"B025 2:1", "B026 2:19"}},
-        {"delete=K!N\ndelete=K!N\n", {"B025 3:1"}},
-        {"add=K!N!REG_SZ!a\nadd=K!N!REG_MULTI_SZ!1\n", {"B021 3:9"}},
-        {"delete=K\nadd_if_non=K!(Default)!REG_SZ!a\n", {"B025 2:1", "B020 2:8", "B024 3:14"}},
+        {"add=SAM!N!REG_SZ!a\nadd=SAM!O!REG_SZ!a\ndelete=SAM\\L!N\nadd_if_non=SAM!P!REG_SZ!a\n", {}},
+        {"add=SAM!N!REG_SZ!a\ndelete=sam\\!n\n", {"B025 3:1", "B028 3:8 sam"}},
+        {"add_if_non=SAM!N!REG_SZ!a\ndelete=SAM!N\n", {"B025 3:1"}},
+        {"add=SAM!N!REG_SZ!a\nadd=SAM!n!REG_DWORD!1\n", {"B025 2:1"}},
+        {"add_if_non=SAM!N!REG_SZ!a\nadd=SAM!N!REG_SZ!b\n", {"B025 2:1"}},
+        {"add_if_non=SAM!N!REG_SZ!a\nadd=SAM!N!REG_DWORD!1\n", {"B025 3:1"}},
+        {"add=SAM!N!REG_DWORD!3943305780\nadd_if_non=SAM!N!REG_DWORD!1\n", {"B025 2:1", "B026 2:21"}},
+        {"delete=SAM!N\ndelete=SAM!N\n", {"B025 3:1"}},
+        {"add=SAM!N!REG_SZ!a\nadd=SAM!N!REG_MULTI_SZ!1\n", {"B021 3:11"}},
+        {"delete=SAM\nadd_if_non=SAM!(Default)!REG_SZ!a\n", {"B025 2:1", "B020 2:8", "B024 3:16"}},
     };
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
@@ -139,13 +148,13 @@ TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
 {
     Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     const std::string strHead = "[UPDATE_INFO]\nmodify=S!K!V\n[QOR_REGISTRY_PATCH]\n";
-    const std::string strRecord = "add=K!N!REG_SZ!{ServiceLogDir}\n";
-    const std::string strOther = "add=K!O!REG_SZ!{ServiceLogDir}\n";
+    const std::string strRecord = "add=SAM!N!REG_SZ!{ServiceLogDir}\n";
+    const std::string strOther = "add=SAM!O!REG_SZ!{ServiceLogDir}\n";
     const Row rows[] = {
-        {strHead + "; BrevantCheck: B012 the folder is for tests\n\n; why\n" + strRecord + strOther, {"B012 8:16"}},
-        {strHead + "; BrevantCheck: B011\n; B012\n" + strRecord, {"B012 6:16"}},
+        {strHead + "; BrevantCheck: B012 the folder is for tests\n\n; why\n" + strRecord + strOther, {"B012 8:18"}},
+        {strHead + "; BrevantCheck: B011\n; B012\n" + strRecord, {"B012 6:18"}},
         {"; BrevantCheck: B012\n" + strHead + strRecord + strOther, {}},
-        {"; BrevantCheck: B021\n" + strHead + "; BrevantCheck: B021\nadd=K!N!REG_BINARY!1\n", {"B021 6:9"}},
+        {"; BrevantCheck: B021\n" + strHead + "; BrevantCheck: B021\nadd=SAM!N!REG_BINARY!1\n", {"B021 6:11"}},
     };
     Expect(rows);
 }

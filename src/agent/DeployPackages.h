@@ -1,0 +1,12 @@
+// The deploy steps of the downloaded packages, as PackageLayout.h lists them.
+#pragma once
+
+#include "agent/PathValues.h"
+
+#include <string>
+
+/// Runs the deploy steps of the program package, each whatever became of the one before. Always true.
+bool DeployProgramPackage(const PathValues& pathValues);
+
+/// Deploys the resource package out of `tstrDownloadDir` (with trailing backslash). Always true.
+bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir);

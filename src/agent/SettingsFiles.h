@@ -1,0 +1,31 @@
+// The files among the settings that have a meaning for the agent: which there are and what they are called. What is
+// done with them is in DeploySettings.h and ConfigMerge.h.
+#pragma once
+
+#include <span>
+#include <string>
+
+/// A settings file that the update brings once for each language, "base_LANGUAGE.extension"; the one of the product's
+/// language becomes "base.extension".
+struct LanguageFile {
+    const wchar_t* szBase;
+    const wchar_t* szExtension;
+};
+
+/// All of them.
+[[nodiscard]] std::span<const LanguageFile> LanguageFiles() noexcept;
+
+/// Whether the update information is changed in a copy of the installed file, which is then deployed with the settings:
+/// there is one, and the update brings none of its own. Otherwise the installed file is changed.
+[[nodiscard]] bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded);
+
+/// Whether a kept file is the user's file: another name of it, or one with the same content. CreateFileW.
+[[nodiscard]] bool IsKeptIn(const std::wstring& tstrKept, const std::wstring& tstrUsersFile);
+
+/// The name under which the user's file is kept beside it: "config.previous.xml", or, where that holds the settings of
+/// an earlier time, the first of "config.previous.2.xml" to "config.previous.9.xml" that is free or holds the same;
+/// when none is, the last.
+[[nodiscard]] std::wstring KeptFileFor(const std::wstring& tstrUsersFile);
+
+/// The user's file that was kept last; empty when none was.
+[[nodiscard]] std::wstring NewestKeptFile(const std::wstring& tstrUsersFile);
