@@ -8,8 +8,8 @@
 bool MergeConfig(const std::wstring& tstrFolder);
 
 /// The name under which the user's file is kept beside it: "config.previous.xml", or, where that holds the settings of
-/// an earlier time, the first of "config.previous.2.xml" to "config.previous.9.xml" that is free or holds the same; when none
-/// is, the last.
+/// an earlier time, the first of "config.previous.2.xml" to "config.previous.9.xml" that is free or holds the same;
+/// when none is, the last.
 [[nodiscard]] std::wstring KeptFileFor(const std::wstring& tstrUsersFile);
 
 /// The user's file that was kept last; empty when none was.
