@@ -8,6 +8,7 @@
 #include "agent/RunOnce.h"
 #include "common/KzComn_DebugLog.h"
 
+#include <algorithm>
 #include <initializer_list>
 #include <source_location>
 #include <string>
@@ -106,6 +107,7 @@ inline constexpr Section kSections[] = {
      {{L"text", RecordEffect::eShowText, false}}, true},
     // clang-format on
 };
+static_assert(std::ranges::is_sorted(kSections, {}, &Section::ePhase));
 
 /// A reader's row. One that is not in the table does not compile.
 consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view tstrReader)

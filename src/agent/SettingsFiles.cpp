@@ -28,7 +28,7 @@ bool IdentityOf(const std::wstring& tstrFile, BY_HANDLE_FILE_INFORMATION& info)
     return file && ::GetFileInformationByHandle(file.Get(), &info);
 }
 
-/// Whether two paths are names of one file, as KeepLink() makes them.
+/// Whether two paths are names of one file, as a file that could only be kept by a link has them.
 bool IsOneFile(const std::wstring& tstrFile, const std::wstring& tstrOther)
 {
     BY_HANDLE_FILE_INFORMATION file{};

@@ -16,7 +16,7 @@ struct LanguageFile {
 [[nodiscard]] std::span<const LanguageFile> LanguageFiles() noexcept;
 
 /// Whether the update information is changed in a copy of the installed file, which is then deployed with the settings:
-/// there is one, and the update brings none of its own. Otherwise the installed file is changed.
+/// there is one, and the update brings none of its own. Otherwise the installed file is changed. GetFileAttributesW.
 [[nodiscard]] bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded);
 
 /// Whether a kept file is the user's file: another name of it, or one with the same content. CreateFileW.

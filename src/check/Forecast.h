@@ -28,22 +28,22 @@ public:
     /// Both folders with trailing backslash; they may be the same.
     Forecast(std::wstring tstrUpdateDir, std::wstring tstrInstalledDir);
 
-    /// Where a path of the installed folder is read now: in the update, where that has it.
+    /// Where a path of the installed folder is read now: in the update, where that has it. GetFileAttributesW.
     [[nodiscard]] std::wstring PlaceNow(const std::wstring& tstrPath) const;
     /// The path that a file of the update has then.
     [[nodiscard]] std::wstring PlaceThen(const std::wstring& tstrPath) const;
 
     [[nodiscard]] bool HasFile(const std::wstring& tstrPath) const;
     [[nodiscard]] bool HasFolder(const std::wstring& tstrPath) const;
-    /// Whether a file is there and cannot be copied over.
+    /// Whether a file is there and cannot be copied over. GetFileAttributesW.
     [[nodiscard]] bool IsReadOnly(const std::wstring& tstrPath) const;
-    /// The files of a folder (with trailing backslash) that match a pattern.
+    /// The files of a folder (with trailing backslash) that match a pattern. FindFirstFileW.
     [[nodiscard]] std::vector<std::wstring> FilesIn(const std::wstring& tstrFolder,
                                                     const std::wstring& tstrPattern) const;
     /// Those of them that were noted, and not there before.
     [[nodiscard]] std::vector<std::wstring> AddedFilesIn(const std::wstring& tstrFolder,
                                                          const std::wstring& tstrPattern) const;
-    /// Files and folders of a tree, contents first, the folder last; without trailing backslashes.
+    /// Files and folders of a tree, contents first, the folder last; without trailing backslashes. FindFirstFileW.
     [[nodiscard]] std::vector<std::wstring> Tree(const std::wstring& tstrFolder) const;
 
     void AddFile(const std::wstring& tstrPath);

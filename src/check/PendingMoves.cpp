@@ -1,5 +1,7 @@
 #include "check/PendingMoves.h"
 
+#include "check/Instructions.h"
+
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
@@ -30,8 +32,7 @@ std::wstring PlainPath(std::wstring_view tstrNative)
 std::wstring FoldedPath(std::wstring tstrPath)
 {
     if (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
-    ::CharLowerBuffW(tstrPath.data(), static_cast<DWORD>(tstrPath.size()));
-    return tstrPath;
+    return LowerCase(std::move(tstrPath));
 }
 
 }  // namespace

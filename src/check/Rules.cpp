@@ -50,7 +50,8 @@ constexpr RuleRow kRules[] = {
      L"A key path with a backslash in front is refused, one with two in a row mostly; at the end they are dropped."},
 
     {Rule::eNoFullPath, kError, L"no-full-path", L"Paths that are not full and whole drives are refused."},
-    {Rule::ePathTooLong, kError, L"path-too-long", L"A path of more than 260 characters, expanded, is refused, or taken on some machines only."},
+    {Rule::ePathTooLong, kError, L"path-too-long",
+     L"A path of more than 260 characters, expanded, is refused, or taken on some machines only."},
     {Rule::eNoDestinationFolder, kError, L"no-destination-folder",
      L"The deployment makes no folders: files for a folder that is not there never arrive."},
     {Rule::eDeletesWhatItBrings, kError, L"deletes-what-it-brings",

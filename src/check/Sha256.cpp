@@ -3,6 +3,7 @@
 #include "check/LongPath.h"
 
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_Result.h"
 #include "config/ConfigProtection.h"
 
 #include <bcrypt.h>
@@ -10,6 +11,7 @@
 #include <array>
 
 using namespace KzCommon;
+using Storage::Fail;
 
 namespace Check {
 
@@ -23,12 +25,6 @@ struct HashTraits {
     static Handle Empty() noexcept { return nullptr; }
     static void Release(Handle handle) noexcept { ::BCryptDestroyHash(handle); }
 };
-
-bool Fail(DWORD dwCode, DWORD* pdwError) noexcept
-{
-    if (pdwError) *pdwError = dwCode;
-    return false;
-}
 
 /// Opens a file whoever else has it open, and tells its size.
 bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSize, DWORD* pdwError)

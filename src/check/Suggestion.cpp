@@ -1,7 +1,8 @@
 #include "check/Suggestion.h"
 
+#include "check/Instructions.h"
+
 #include <algorithm>
-#include <cwctype>
 #include <vector>
 
 namespace Check {
@@ -9,13 +10,6 @@ namespace Check {
 namespace {
 
 constexpr std::size_t kMaxCharacters = 64;  // names; longer texts are not worth the work
-
-std::wstring Lower(std::wstring_view tstrText)
-{
-    std::wstring tstrLower(tstrText);
-    for (wchar_t& ch : tstrLower) ch = static_cast<wchar_t>(std::towlower(ch));
-    return tstrLower;
-}
 
 /// How many characters must be added, left out, replaced or swapped with their neighbour.
 std::size_t DistanceOf(std::wstring_view tstrLeft, std::wstring_view tstrRight)
@@ -46,12 +40,12 @@ std::size_t DistanceOf(std::wstring_view tstrLeft, std::wstring_view tstrRight)
 std::wstring NearestOf(std::wstring_view tstrWord, std::span<const std::wstring> words)
 {
     if (tstrWord.empty() || tstrWord.size() > kMaxCharacters) return {};
-    const std::wstring tstrLower = Lower(tstrWord);
+    const std::wstring tstrLower = LowerCase(std::wstring(tstrWord));
     std::wstring tstrNearest;
     std::size_t uLeast = std::max<std::size_t>(1, tstrWord.size() / 3) + 1;
     for (const std::wstring& tstrCandidate : words) {
         if (tstrCandidate.size() > kMaxCharacters) continue;
-        const std::size_t uDistance = DistanceOf(tstrLower, Lower(tstrCandidate));
+        const std::size_t uDistance = DistanceOf(tstrLower, LowerCase(std::wstring(tstrCandidate)));
         if (uDistance >= uLeast) continue;
         uLeast = uDistance;
         tstrNearest = tstrCandidate;

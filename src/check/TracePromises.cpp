@@ -9,6 +9,7 @@
 #include "agent/SettingsFiles.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
@@ -276,12 +277,11 @@ std::wstring ReadSetting(const std::wstring& tstrKey, const wchar_t* szName)
 void AddTraces(const wchar_t* szSession, TraceReader& reader)
 {
     const std::wstring tstrKey = std::wstring(Frwk::Utility::kProductKey) + L"\\1\\DebugLog\\" + szSession;
-    const std::wstring tstrConfigured = ReadSetting(tstrKey, L"LogFolder");
-    wchar_t szFolder[MAX_PATH] = {};
-    const DWORD cch = tstrConfigured.empty() ? ::GetTempPathW(MAX_PATH, szFolder)
-                                             : ::ExpandEnvironmentStringsW(tstrConfigured.c_str(), szFolder, MAX_PATH);
-    if (cch == 0 || cch > MAX_PATH || !String::IsFullPath(szFolder)) return;
-    const std::wstring tstrFolder = String::EnsureBackslash(szFolder);
+    wchar_t szTemp[MAX_PATH + 1] = {};
+    std::wstring tstrFolder = Process::ExpandEnvironment(ReadSetting(tstrKey, L"LogFolder"));
+    if (tstrFolder.empty() && ::GetTempPathW(MAX_PATH + 1, szTemp) <= MAX_PATH) tstrFolder = szTemp;
+    if (!String::IsFullPath(tstrFolder)) return;
+    tstrFolder = String::EnsureBackslash(tstrFolder);
     std::vector<std::wstring> files;
     static_cast<void>(Storage::Directory::ForEachEntry(
         tstrFolder, ReadSetting(tstrKey, L"LogPrefix") + L"_*",

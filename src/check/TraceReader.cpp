@@ -1,12 +1,14 @@
 #include "check/TraceReader.h"
 
+#include "check/Instructions.h"
+
 #include "common/KzComn_File.h"
+#include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cwctype>
 #include <optional>
 
 using namespace KzCommon;
@@ -174,14 +176,6 @@ std::wstring Decode(std::string_view strBytes)
     return tstrText;
 }
 
-std::wstring FullPath(const std::wstring& tstrPath)
-{
-    std::wstring tstrFull(::GetFullPathNameW(tstrPath.c_str(), 0, nullptr, nullptr), L'\0');
-    tstrFull.resize(
-        ::GetFullPathNameW(tstrPath.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
-    return tstrFull;
-}
-
 /// The name that a file had before it was rolled, and its number, 0 for one that was not.
 std::pair<std::wstring, unsigned> SplitNumber(const std::wstring& tstrPath)
 {
@@ -196,8 +190,7 @@ std::pair<std::wstring, unsigned> SplitNumber(const std::wstring& tstrPath)
 std::pair<std::wstring, std::wstring> SplitDay(const std::wstring& tstrBase)
 {
     constexpr std::size_t kDigits = 8;
-    std::wstring tstrName = tstrBase;
-    for (wchar_t& ch : tstrName) ch = static_cast<wchar_t>(std::towlower(ch));
+    std::wstring tstrName = LowerCase(tstrBase);
     const std::size_t uFile = tstrName.rfind(L'\\') + 1;
     const std::size_t uDot = tstrName.rfind(L'.');
     const std::size_t uEnd = uDot != std::wstring::npos && uDot > uFile ? uDot : tstrName.size();
@@ -263,7 +256,7 @@ private:
 
 bool TraceReader::Add(const std::wstring& tstrPath, DWORD* pdwError)
 {
-    const auto [tstrBase, uGiven] = SplitNumber(FullPath(tstrPath));
+    const auto [tstrBase, uGiven] = SplitNumber(Storage::Directory::FullPath(tstrPath));
     if (!AddOne(tstrBase, uGiven, pdwError)) return false;
     for (unsigned uNumber = 0; uNumber <= kMaxRolled; ++uNumber) {
         if (uNumber != uGiven) static_cast<void>(AddOne(tstrBase, uNumber, nullptr));
@@ -282,8 +275,7 @@ bool TraceReader::AddOne(const std::wstring& tstrBase, unsigned uNumber, DWORD* 
     if (!Storage::File::ReadWhole(tstrPath, kMaxBytes, strBytes, pdwError)) return false;
     m_texts.push_back(Decode(strBytes));
     std::vector<TraceLine> lines = ParseLines(m_texts.back());
-    if (pdwError && lines.empty()) *pdwError = ERROR_INVALID_DATA;
-    if (lines.empty()) return false;
+    if (lines.empty()) return Storage::Fail(ERROR_INVALID_DATA, pdwError);
     files.emplace(order, std::move(lines));
     return true;
 }

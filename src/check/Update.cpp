@@ -2,6 +2,7 @@
 
 #include "agent/DownloadPath.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 
 #include <shlwapi.h>
@@ -18,10 +19,7 @@ constexpr wchar_t kComponents[] = L"Component\\";
 
 std::wstring FullFolder(const std::wstring& tstrFolder)
 {
-    std::wstring tstrFull(::GetFullPathNameW(tstrFolder.c_str(), 0, nullptr, nullptr), L'\0');
-    tstrFull.resize(
-        ::GetFullPathNameW(tstrFolder.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
-    return String::EnsureBackslash(tstrFull);
+    return String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder));
 }
 
 Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
@@ -42,10 +40,11 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     m_tstrGiven = tstrFolder;
     m_tstrFolder = FullFolder(tstrFolder);
     const bool bFolder = !m_tstrFolder.empty() && Storage::Directory::IsExisted(m_tstrFolder);
-    if (pdwError) *pdwError = bFolder ? ERROR_FILE_NOT_FOUND : ERROR_PATH_NOT_FOUND;
-    if (!bFolder) return false;
+    if (!bFolder) return Storage::Fail(ERROR_PATH_NOT_FOUND, pdwError);
     const bool bPackages = Storage::Directory::IsExisted(m_tstrFolder + kComponents);
-    if (!bPackages && !Storage::File::IsExisted(m_tstrFolder + kInstructionFile)) return false;
+    if (!bPackages && !Storage::File::IsExisted(m_tstrFolder + kInstructionFile)) {
+        return Storage::Fail(ERROR_FILE_NOT_FOUND, pdwError);
+    }
 
     if (optInstalled) {
         m_optInstalled = FullFolder(*optInstalled);
@@ -53,8 +52,7 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
         m_optInstalled = m_tstrFolder;  // an update brings its own below the packages
     }
     if (m_optInstalled && !Storage::Directory::IsExisted(*m_optInstalled)) {
-        if (pdwError) *pdwError = ERROR_PATH_NOT_FOUND;
-        return false;
+        return Storage::Fail(ERROR_PATH_NOT_FOUND, pdwError);
     }
     m_product = FindPackage(m_tstrFolder, ProductDownloadKey());
     m_resource = FindPackage(m_tstrFolder, ResourceDownloadKey());
@@ -62,7 +60,6 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     for (const Package* pPackage : {&m_product, &m_resource}) {
         if (pPackage->bThere && !ListFiles(pPackage->tstrFolder, pdwError)) return false;
     }
-    if (pdwError) *pdwError = ERROR_SUCCESS;
     return true;
 }
 
@@ -117,10 +114,7 @@ bool Update::ListFiles(const std::wstring& tstrPackage, DWORD* pdwError)
                 }
             },
             &dwError);
-        if (!bListed && dwError != ERROR_FILE_NOT_FOUND) {
-            if (pdwError) *pdwError = dwError;
-            return false;
-        }
+        if (!bListed && dwError != ERROR_FILE_NOT_FOUND) return Storage::Fail(dwError, pdwError);
         folders.insert(folders.end(), below.rbegin(), below.rend());
     }
     return true;

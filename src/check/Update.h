@@ -42,6 +42,7 @@ public:
     /// All files of both packages, as relative names in the order of the folders' listings.
     [[nodiscard]] const std::vector<std::wstring>& Files() const noexcept { return m_files; }
     /// Those directly in a folder (relative, with trailing backslash) whose name matches a pattern with "*" and "?".
+    /// PathMatchSpecW.
     [[nodiscard]] std::vector<std::wstring> FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const;
 
     /// A file's path, to be read by: see LongPath().

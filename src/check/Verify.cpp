@@ -1,6 +1,7 @@
 #include "check/Verify.h"
 
 #include "check/ErrorWords.h"
+#include "check/Instructions.h"
 
 #include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
@@ -22,12 +23,6 @@ namespace Check {
 namespace {
 
 constexpr std::wstring_view kComponents = L"Component\\";
-
-std::wstring FoldedPath(std::wstring tstrPath)
-{
-    ::CharLowerBuffW(tstrPath.data(), static_cast<DWORD>(tstrPath.size()));
-    return tstrPath;
-}
 
 /// An INI value as Windows reads it back: without the blanks and the pair of quotes around it.
 std::wstring ReadBack(const std::wstring& tstrValue)
@@ -88,7 +83,7 @@ public:
     {
         m_paths.ReadLogFolders();
         for (const FilePromise& file : m_promises.files) {
-            if (IsInItsLanguage(file)) m_chosen.insert(FoldedPath(file.tstrPlace));
+            if (IsInItsLanguage(file)) m_chosen.insert(LowerCase(file.tstrPlace));
         }
     }
 
@@ -100,7 +95,7 @@ public:
             VerifyFile(file);
             Destination destination;
             if (ParseDestination(file.tstrPlace, false, destination)) {
-                m_brought.insert(FoldedPath(m_machine.folders.PathOf(destination)));
+                m_brought.insert(LowerCase(m_machine.folders.PathOf(destination)));
             }
         }
         for (const DeletionPromise& deletion : m_promises.deletions) VerifyDeletion(deletion);
@@ -145,7 +140,7 @@ private:
     /// of that language the one without any.
     [[nodiscard]] bool IsForThisMachine(const FilePromise& file) const
     {
-        return file.tstrLanguage.empty() ? !m_chosen.contains(FoldedPath(file.tstrPlace)) : IsInItsLanguage(file);
+        return file.tstrLanguage.empty() ? !m_chosen.contains(LowerCase(file.tstrPlace)) : IsInItsLanguage(file);
     }
     [[nodiscard]] bool IsInItsLanguage(const FilePromise& file) const
     {
@@ -235,7 +230,7 @@ private:
             LongPath(record.tstrFolder), record.tstrPattern,
             [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
-                if (entry.bFolder || m_brought.contains(FoldedPath(tstrFile))) return;
+                if (entry.bFolder || m_brought.contains(LowerCase(tstrFile))) return;
                 ++cLeft;
                 Add(m_machine.pending.IsDeleted(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
             },
@@ -264,7 +259,7 @@ private:
                 [&](const Storage::Directory::Entry& entry) {
                     const std::wstring tstrPath = tstrListed + entry.tstrName;
                     if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
-                    if (m_brought.contains(FoldedPath(tstrPath))) {
+                    if (m_brought.contains(LowerCase(tstrPath))) {
                         bBrought = true;
                     } else {
                         count(tstrPath);

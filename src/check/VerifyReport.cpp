@@ -138,15 +138,14 @@ std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstr
 int RunVerify(const Arguments& arguments, Output& output)
 {
     std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder());
-    wchar_t szFull[MAX_PATH] = {};
-    const DWORD cch = tstrInstalled.empty() ? 0 : ::GetFullPathNameW(tstrInstalled.c_str(), MAX_PATH, szFull, nullptr);
-    if (cch == 0 || cch >= MAX_PATH || !Storage::Directory::IsExisted(szFull)) {
+    const std::wstring tstrFull = String::EnsureBackslash(Storage::Directory::FullPath(tstrInstalled));
+    if (tstrInstalled.empty() || !Storage::Directory::IsExisted(tstrFull)) {
         output.tstrErrors +=
             (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
             L"; --installed DIR names the product's folder\n";
         return kCannotRead;
     }
-    tstrInstalled = String::EnsureBackslash(szFull);
+    tstrInstalled = tstrFull;
     Promises promises;
     std::wstring tstrSource;
     if (!ReadPromises(arguments, tstrInstalled, promises, tstrSource, output)) return kCannotRead;

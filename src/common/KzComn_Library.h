@@ -20,7 +20,7 @@ public:
     /// folder, where somebody else could have put a library of that name. What the library needs itself is looked for
     /// beside it and in the system folder only. False with the code in `*pdwError` (may be null). LoadLibraryExW.
     [[nodiscard]] bool Load(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
-    /// Loads a library of the operating system by its bare name, from the system folder only.
+    /// Loads a library of the operating system by its bare name, from the system folder only. LoadLibraryExW.
     [[nodiscard]] bool LoadSystem(const wchar_t* szName, DWORD* pdwError = nullptr);
     /// FreeLibrary.
     virtual void Free() noexcept;

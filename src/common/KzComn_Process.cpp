@@ -2,6 +2,7 @@
 
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Registry.h"
+#include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 
 #include <objbase.h>
@@ -46,10 +47,7 @@ std::vector<std::wstring> ProfileKeys()
 bool IsWow64ModeProcess(bool& bWow64, DWORD* pdwError)
 {
     BOOL bAnswer = FALSE;
-    if (!::IsWow64Process(::GetCurrentProcess(), &bAnswer)) {
-        if (pdwError) *pdwError = ::GetLastError();
-        return false;
-    }
+    if (!::IsWow64Process(::GetCurrentProcess(), &bAnswer)) return Storage::Fail(::GetLastError(), pdwError);
     bWow64 = bAnswer != FALSE;
     return true;
 }

@@ -15,7 +15,7 @@ namespace KzCommon::Process {
 /// Whether Windows itself is 64-bit, whatever this process is. GetNativeSystemInfo.
 [[nodiscard]] bool Is64BitWindows() noexcept;
 
-/// Whether token privileges apply on this system: every Windows of the NT line.
+/// Whether token privileges apply on this system: every Windows of the NT line. VerifyVersionInfoW.
 [[nodiscard]] bool HasPrivileges() noexcept;
 
 /// Whether this process runs in session 0, the services' session. ProcessIdToSessionId.

@@ -58,24 +58,24 @@ public:
     virtual void Flush();
     /// ReadBinary that returns false and the code instead of throwing.
     virtual bool TryReadBinary(const std::wstring& tstrName, ByteArray& bytes, DWORD* pdwError);
-    /// Reads a REG_BINARY value into `bytes`, which must hold no buffer yet (else ERROR_OBJECT_ALREADY_EXISTS, 5010).
+    /// Reads REG_BINARY into `bytes`, which must be empty (else ERROR_OBJECT_ALREADY_EXISTS, 5010). RegQueryValueExW.
     virtual void ReadBinary(const std::wstring& tstrName, ByteArray& bytes);
     /// ReadString that returns false and the code instead of throwing; `tstrValue` is set only on success.
     virtual bool TryReadString(const std::wstring& tstrName, const std::wstring& tstrDefault, std::wstring& tstrValue,
                                DWORD* pdwError);
     /// Reads REG_SZ and REG_EXPAND_SZ (not expanded) up to the first zero, REG_MULTI_SZ whole, its zeros included. An
-    /// absent value throws ERROR_FILE_NOT_FOUND (2); the default is no answer to that.
+    /// absent value throws ERROR_FILE_NOT_FOUND (2); the default is no answer to that. RegQueryValueExW.
     virtual std::wstring ReadString(const std::wstring& tstrName, const std::wstring& tstrDefault);
     /// ReadDword that returns false and the code instead of throwing.
     virtual bool TryReadDword(const std::wstring& tstrName, DWORD& dwValue, DWORD* pdwError);
-    /// Reads a REG_DWORD value of 4 bytes; `dwValue` keeps the caller's default on failure.
+    /// Reads a REG_DWORD value of 4 bytes; `dwValue` keeps the caller's default on failure. RegQueryValueExW.
     virtual void ReadDword(const std::wstring& tstrName, DWORD& dwValue);
     virtual void WriteBinary(const std::wstring& tstrName, const ByteArray& bytes);
-    /// Writes REG_SZ with its terminating zero.
+    /// Writes REG_SZ with its terminating zero. RegSetValueExW.
     virtual void WriteString(const std::wstring& tstrName, const std::wstring& tstrValue);
     virtual void WriteQword(const std::wstring& tstrName, ULONGLONG ullValue);
     virtual void WriteDword(const std::wstring& tstrName, DWORD dwValue);
-    /// RegDeleteKeyW below the open key.
+    /// Deletes a key below the open one. RegDeleteKeyW.
     virtual void DeleteSubKey(const std::wstring& tstrName);
     /// Sets the path that Path() reports; the registry is not touched.
     virtual void SetPath(const std::wstring& tstrPath);
@@ -86,7 +86,7 @@ public:
     /// Name of the value at `dwIndex`; throws ERROR_NO_MORE_ITEMS (259) past the last. RegEnumValueW.
     virtual std::wstring EnumValue(DWORD dwIndex);
 
-    /// Reads a REG_QWORD value of 8 bytes; `ullValue` keeps the caller's default on failure.
+    /// Reads a REG_QWORD value of 8 bytes; `ullValue` keeps the caller's default on failure. RegQueryValueExW.
     void ReadQword(const std::wstring& tstrName, ULONGLONG& ullValue);
 
     [[nodiscard]] const std::wstring& Path() const noexcept { return m_tstrPath; }
@@ -111,27 +111,27 @@ private:
 /// without the root; an empty value name is the key's unnamed value; `dwView` is a RegistryView.
 namespace Reg {
 
-/// Writes REG_SZ, creating the key.
+/// Writes REG_SZ, creating the key. RegSetValueExW.
 bool StoreValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, const std::wstring& tstrValue,
                 DWORD dwView, DWORD* pdwError);
-/// Writes REG_DWORD, creating the key.
+/// Writes REG_DWORD, creating the key. RegSetValueExW.
 bool StoreValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD dwValue, DWORD dwView,
                 DWORD* pdwError);
 /// The same with raw texts, of which a null pointer counts as empty.
 bool StoreValue(HKEY hRoot, const wchar_t* szPath, const wchar_t* szName, DWORD dwValue, DWORD dwView, DWORD* pdwError);
-/// Writes REG_QWORD, creating the key.
+/// Writes REG_QWORD, creating the key. RegSetValueExW.
 bool StoreValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, ULONGLONG ullValue,
                 DWORD dwView, DWORD* pdwError);
-/// Reads a text; `tstrValue` brings the default and keeps it on failure.
+/// Reads a text; `tstrValue` brings the default and keeps it on failure. RegQueryValueExW.
 bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, std::wstring& tstrValue,
                DWORD dwView, DWORD* pdwError);
-/// Reads a REG_DWORD; `dwValue` brings the default and keeps it on failure.
+/// Reads a REG_DWORD; `dwValue` brings the default and keeps it on failure. RegQueryValueExW.
 bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD& dwValue, DWORD dwView,
                DWORD* pdwError);
-/// Reads a REG_QWORD; `ullValue` brings the default and keeps it on failure.
+/// Reads a REG_QWORD; `ullValue` brings the default and keeps it on failure. RegQueryValueExW.
 bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, ULONGLONG& ullValue,
                DWORD dwView, DWORD* pdwError);
-/// Deletes a value; the key must exist.
+/// Deletes a value; the key must exist. RegDeleteValueW.
 bool DeleteValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD dwView, DWORD* pdwError);
 
 }  // namespace Reg

@@ -59,13 +59,13 @@ void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring
 /// The same for 64 bits.
 [[nodiscard]] ULONGLONG ToQwordStrict(const std::wstring& tstrText) noexcept;
 
-/// UTF-16 to UTF-8; an unpaired surrogate becomes U+FFFD.
+/// UTF-16 to UTF-8; an unpaired surrogate becomes U+FFFD. WideCharToMultiByte.
 [[nodiscard]] std::string ToUtf8(std::wstring_view tstrText);
 
-/// UTF-8 to UTF-16; false, with `tstrText` left alone, when the bytes are not valid UTF-8.
+/// UTF-8 to UTF-16; false, with `tstrText` left alone, when the bytes are not valid UTF-8. MultiByteToWideChar.
 [[nodiscard]] bool FromUtf8(std::string_view strBytes, std::wstring& tstrText);
 
-/// Text of the narrow code page (the system's ANSI code page) to UTF-16.
+/// Text of the narrow code page (the system's ANSI code page) to UTF-16. MultiByteToWideChar.
 [[nodiscard]] std::wstring FromAnsi(std::string_view strText);
 
 }  // namespace KzCommon::String

@@ -24,6 +24,7 @@ public:
 
     /// Waits for the lock, but not for ever: a trace must not hold up what it traces. After a wait in vain, further
     /// calls do not wait at all until the lock is free again. False when the lock is not held then.
+    /// WaitForSingleObject.
     [[nodiscard]] bool Acquire() noexcept;
     void Release() noexcept;
 

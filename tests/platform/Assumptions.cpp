@@ -79,6 +79,17 @@ std::wstring RightsBelowDrive(const std::wstring&)
     return (rights & FILE_WRITE_DATA) ? L"every user may change it" : L"users may not change it";
 }
 
+/// Whether a path names the key that it names without backslashes around it.
+std::wstring KeyOf(const wchar_t* szPath)
+{
+    UniqueRegistryKey key;
+    const LSTATUS status = ::RegCreateKeyExW(HKEY_CURRENT_USER, szPath, 0, nullptr, REG_OPTION_VOLATILE, KEY_READ,
+                                             nullptr, key.Receive(), nullptr);
+    if (status != ERROR_SUCCESS) return L"refused (" + std::to_wstring(status) + L")";
+    const bool bSame = ::RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\brevant-trial") == ERROR_SUCCESS;
+    return bSame ? L"the same as without it" : L"another key";
+}
+
 /// A library of the system's own name in the current folder must not be taken.
 std::wstring PlantedLibrary(const std::wstring& tstrFolder)
 {
@@ -129,6 +140,17 @@ void DelayedDeletion(const std::wstring& tstrFolder, bool bFileToo)
     ::CreateDirectoryW((tstrFolder + L"folder").c_str(), nullptr);
     const std::wstring tstrFile = WriteFileAt(tstrFolder + L"folder\\a", "a");
     if (bFileToo) Delay(tstrFile, nullptr);
+    Delay(tstrFolder + L"folder", nullptr);
+}
+
+/// A link to a folder with a file in it. (Wine makes none, and says that it has.)
+void DelayedDeletionOfLink(const std::wstring& tstrFolder)
+{
+    ::CreateDirectoryW((tstrFolder + L"target").c_str(), nullptr);
+    WriteFileAt(tstrFolder + L"target\\a", "a");
+    Require(::CreateSymbolicLinkW((tstrFolder + L"folder").c_str(), (tstrFolder + L"target").c_str(),
+                                  SYMBOLIC_LINK_FLAG_DIRECTORY),
+            L"links can be made (run it as an administrator)");
     Delay(tstrFolder + L"folder", nullptr);
 }
 
@@ -235,6 +257,10 @@ constexpr Assumption kRows[] = {
          const UniqueFile holder = HoldFile(tstrIni, FILE_SHARE_READ | FILE_SHARE_DELETE);
          return WriteIni(tstrIni);
      }},
+    {L"a registry key path that begins with a backslash", L"refused (161)", nullptr, L"the checker's error",
+     [](const std::wstring&) { return KeyOf(L"\\Software\\brevant-trial"); }},
+    {L"a registry key path that ends in a backslash", L"the same as without it", nullptr, L"the checker's warning",
+     [](const std::wstring&) { return KeyOf(L"Software\\brevant-trial\\"); }},
     {L"LOAD_LIBRARY_SEARCH_SYSTEM32 beside a planted library", L"that of the system folder", nullptr,
      L"nothing planted runs with full rights", &PlantedLibrary},
     {L"WTSSendMessageW to a session that is not there", L"refused", L"done",
@@ -249,6 +275,12 @@ constexpr Assumption kRows[] = {
      &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, true); }},
     {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"nothing of anybody else's is lost",
      &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, false); }},
+    {L"delayed deletion of a link to a folder", L"gone, its target there", nullptr, L"the same",
+     [](const std::wstring& tstrFolder) -> std::wstring {
+         return WhetherFolderIsGone(tstrFolder) + (ReadFileAt(tstrFolder + L"target\\a") == "a" ? L", its target there"
+                                                                                              : L", its target, too");
+     },
+     &DelayedDeletionOfLink},
     {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit that the guides name", &WhetherItRan,
      [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 250); }},
     {L"a run-once command of 400 characters", L"does not run", L"runs", L"the same limit", &WhetherItRan,

@@ -4,7 +4,7 @@ import struct
 import subprocess
 import unittest
 
-from brevantlab.prefix import BUILD, ROOT
+from brevantlab.prefix import BUILD, ROOT, VERSION
 
 SHIPPED = BUILD / 'release' / 'bin'
 HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
@@ -46,7 +46,7 @@ class ShippedBinaries(unittest.TestCase):
                 self.assertLess(len(content), 2 << 20)
 
     def test_version(self):
-        version = re.search(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text())[1] + '.0'
+        version = VERSION + '.0'
         for name in ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll'):
             with self.subTest(name):
                 content = (SHIPPED / name).read_bytes()

@@ -14,6 +14,7 @@ from .layouts import MARKER, PROXY_PASSWORD, File, folders, read_files, write_sa
 from .links import ShellLink
 from .machine import PRODUCT
 from .outcome import Move, Outcome
+from .prefix import VERSION
 from .try_update import ROOMS, Options, Refused, Trial, progress, show
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
@@ -87,7 +88,7 @@ REGISTRY = (
 UPDATE_INFO = (
     ('Component101_DownloadPath', 'c21t2103v3.9.0l1p1r1o1', 'c21t2103v3.9.0l1p1r1o1'),
     ('Component101_Version', '3.8.0.1099', '3.9.0.1105'),
-    ('Component103_iUD_Version', '1.8.1020', '1.9.1112'),
+    ('Component103_iUD_Version', '1.8.1020', VERSION),
 )
 
 # What "config.xml" must hold in the end besides the protected password.

@@ -5,6 +5,7 @@ import functools
 import hashlib
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -13,6 +14,7 @@ import time
 from typing import Iterator, Mapping
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+VERSION = re.findall(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text('utf-8'))[0]
 BUILD = ROOT / 'build'
 
 # Never written to in place, so that a clone may share them with the template.

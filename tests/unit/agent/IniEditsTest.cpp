@@ -1,6 +1,7 @@
 #include "unit/agent/AgentFixture.h"
 
 #include "agent/IniEdits.h"
+#include "BrevantVersion.h"
 #include "common/KzComn_IniFile.h"
 
 class IniEditsTest : public AgentTest {
@@ -40,7 +41,7 @@ TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), L"-");
     Instruct("[UPDATE_INFO]\r\nmodify=COMPONENT_LIST!Component103_iUD_Version!0\r\nmodify=A!B!C\r\n");
     ModifyUpdateInfo({m_tstrFile, m_tstrFile});
-    EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), L"1.9.1112");
+    EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), BREVANT_WIDE_VERSION);
     EXPECT_EQ(Value(L"A", L"B"), L"C");
     EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the blank belongs to it";
 }

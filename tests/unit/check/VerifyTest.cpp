@@ -2,6 +2,7 @@
 #include "check/Manifest.h"
 #include "check/TracePromises.h"
 #include "check/Verify.h"
+#include "BrevantVersion.h"
 #include "unit/check/CheckFixture.h"
 
 using KzCommon::String::ReplaceAll;
@@ -58,6 +59,47 @@ Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
     Promises promises;
     promises.files.push_back({std::move(tstrPlace), std::move(tstrSource), true, {}, std::nullopt});
     return promises;
+}
+
+/// A deployment cut off by the machine's end, after one in another process that was of another update.
+std::string DeploymentTrace(const std::string& strFolder)
+{
+    const std::string strAgent = "*** FrameworkDeployAgent::";
+    const std::string strRemoval = strAgent + "RemoveFileAfterReboot() - to delete ";
+    const std::string strSetting = "src: " + strFolder + "Component\\p1\\Share\\Setting\\";
+    const std::string strRunOnce = "To write registry key: HKEY_LOCAL_MACHINE:" + ToUtf8(kRunOnceKey);
+    std::string strTrace =
+        Line(1, "0001", "@@@ Paramter is /DeployFramework") +
+        Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
+    for (const std::string& strMessage :
+         {std::string("Paramter is /DeployFramework"),
+          "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
+          "src: " + strFolder + "Component\\p1\\a,b.dll, dst:" + strFolder + "a,b.dll",
+          "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
+          "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
+          std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]",
+          std::string("To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7"),
+          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]",
+          strAgent + "ModifyUpdateInfo(S!K!a) ",
+          strRemoval + "folder: [{InstalledDir}Legacy]",
+          strRemoval + "file: [{InstalledDir}Old*.dll]",
+          std::string("[Enter] FrameworkDeployAgent::DeployDriverFiles()..."),
+          strAgent + "MergeConfig() - Add tag. [/p]",
+          strAgent + "MergeConfig() - Add tag. [/q]",
+          strAgent + "MergeConfig() - Add tag. [/r]",
+          std::string("Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}"),
+          std::string("CConfigProvider::Write() - [/q] has no value of the user's and stays as it is."),
+          strSetting + "config.xml, dst:" + strFolder + "config.xml",
+          strSetting + "readme.htm, dst:" + strFolder + "readme.htm",
+          strSetting + "readme_EN-US.htm, dst:" + strFolder + "readme_EN-US.htm",
+          strRunOnce + ":n1:a.exe /x:y",
+          strRunOnce + ":n2:b.exe",
+          strRunOnce + ":n3:c.exe",
+          std::string("KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5")}) {
+        strTrace += Line(2, "0002", "@@@ " + strMessage);
+    }
+    return strTrace;
 }
 
 }  // namespace
@@ -219,7 +261,7 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"OldButNew.dll", "new");
     m_machine.Write(L"x.txt", "x");
     m_machine.MakeFolder(L"Lang");
-    m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=1.9.1112\n");
+    m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION "\n");
     const auto kept = Verify(promises);
     EXPECT_THAT(kept, Contains("0"));
     EXPECT_THAT(
@@ -315,43 +357,8 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     const std::wstring tstrKey = kDebugLog + L"ServiceSession";
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
-    const std::string strFolder = ToUtf8(m_machine.Path());
-    const std::string strAgent = "*** FrameworkDeployAgent::";
-    const std::string strRemoval = strAgent + "RemoveFileAfterReboot() - to delete ";
-    std::string strTrace =
-        Line(1, "0001", "@@@ Paramter is /DeployFramework") +
-        Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
-    for (const std::string& strMessage :
-         {std::string("Paramter is /DeployFramework"),
-          "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
-          "src: " + strFolder + "Component\\p1\\a,b.dll, dst:" + strFolder + "a,b.dll",
-          "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
-          "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
-          std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
-          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]",
-          std::string("To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7"),
-          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]", strAgent + "ModifyUpdateInfo(S!K!a) ",
-          strRemoval + "folder: [{InstalledDir}Legacy]", strRemoval + "file: [{InstalledDir}Old*.dll]"}) {
-        strTrace += Line(2, "0002", "@@@ " + strMessage);
-    }
-    const auto line = [&](const std::string& strMessage) {
-        strTrace += Line(2, "0002", "@@@ " + strMessage);
-    };
-    line("[Enter] FrameworkDeployAgent::DeployDriverFiles()...");
-    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/p]");
-    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/q]");
-    line("*** FrameworkDeployAgent::MergeConfig() - Add tag. [/r]");
-    line("Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}");
-    line("CConfigProvider::Write() - [/q] has no value of the user's and stays as it is.");
-    for (const std::string strName : {"config.xml", "readme.htm", "readme_EN-US.htm"}) {
-        line("src: " + strFolder + "Component\\p1\\Share\\Setting\\" + strName + ", dst:" + strFolder + strName);
-    }
-    const std::string strRunOnce = "To write registry key: HKEY_LOCAL_MACHINE:" + ToUtf8(kRunOnceKey);
-    line(strRunOnce + ":n1:a.exe /x:y");
-    line(strRunOnce + ":n2:b.exe");
-    line(strRunOnce + ":n3:c.exe");
-    line("KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5");
-    m_update.Write(L"KZ_Brevant.log", strTrace + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
+    m_update.Write(L"KZ_Brevant.log",
+                   DeploymentTrace(ToUtf8(m_machine.Path())) + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
     m_machine.Write(L"a,b.dll", "new");

@@ -230,7 +230,7 @@ TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
 TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
 {
     const TempFolder folder;
-    const UniqueFile inside = Hold(folder.Write(L"a\\b\\file", ""));
+    UniqueFile inside = Hold(folder.Write(L"a\\b\\file", ""));
     const UniqueFile outside = Hold(folder.Write(L"a\\other\\file", ""));
     DWORD dwError = 0;
     {
@@ -240,6 +240,8 @@ TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
         ASSERT_TRUE(held.Hold(folder.PathOf(L"A\\b\\"), nullptr));
         EXPECT_TRUE(held.IsHomeOf(inside.Get()));
         EXPECT_FALSE(held.IsHomeOf(outside.Get()));
+        inside.Reset();
         EXPECT_FALSE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
     }
+    EXPECT_TRUE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
 }

@@ -255,8 +255,9 @@ TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOt
         SetUp();
     }
     const std::string strFolder = "@@@ Folder " + String::ToUtf8(m_shell.PathOf(L"M\\"));
-    EXPECT_EQ(2, CountTraced(strFolder + "K\\Away stays: it is a link to another place.") +
-                     CountTraced(strFolder + "Away stays: it is a link to another place."));
+    for (const char* const szFolder : {"K\\Away", "Away"}) {
+        EXPECT_EQ(1, CountTraced(strFolder + szFolder + " stays: it is a link to another place.")) << szFolder;
+    }
 }
 
 TEST_F(ShortCutTest, RemovesOnlyWhatIsDescribedAndUnpinsItBefore)
