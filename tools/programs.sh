@@ -15,9 +15,9 @@ prepare_programs() {
     export BREVANT_BIN="${BREVANT_BIN:-$PWD/build/release/bin}" BREVANT_STANDINS="$PWD/build/test/bin/standins"
     export PYTHONPATH="$PWD/tools"
     {
-        "$build"
-        cmake --preset test -Wno-dev
-        cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
+        # Before "||" no command ends the shell by itself.
+        "$build" && cmake --preset test -Wno-dev &&
+            cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
     } 2>&1 | tee "$log" | { grep --line-buffered '^\[[a-z]*\]' || true; } || { tail -n 40 "$log" >&2; return 1; }
     echo "[programs] ready after $((SECONDS - start)) s"
 }

@@ -32,7 +32,7 @@ require_tag() {
 }
 
 require_signer() {
-    [[ -n "${BREVANT_SIGN:-}" ]] || fail "BREVANT_SIGN names no signing command (or say --unsigned)"
+    [[ "${BREVANT_SIGN:-}" == *[![:space:]]* ]] || fail "BREVANT_SIGN names no signing command (or say --unsigned)"
     read -ra signer <<<"$BREVANT_SIGN"
     command -v "${signer[0]}" >/dev/null || fail "the signing command is not there: ${signer[0]} (BREVANT_SIGN)"
 }
@@ -45,8 +45,8 @@ build() {
     (
         cd "$folder"
         export CCACHE_DISABLE=1 BREVANT_SOURCES="${BREVANT_SOURCES:-$kRoot/build/sources}"
-        tools/setup.sh --exact
-        cmake --preset release -Wno-dev && cmake --build --preset release
+        # Before "||" no command ends the shell by itself.
+        tools/setup.sh --exact && cmake --preset release -Wno-dev && cmake --build --preset release
     ) >"$log" 2>&1 || { tail -n 30 "$log" >&2; fail "the build in $folder"; }
     say "built in $((SECONDS - start)) s"
 }

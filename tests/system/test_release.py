@@ -131,8 +131,14 @@ class Refusals(Case):
         run('git', 'tag', 'v0.1', folder=clone)
         self.assertIn('(tags here: v0.1)', release('--unsigned'))
         run('git', 'tag', f'v{version}', folder=clone)
-        self.assertIn('BREVANT_SIGN names no signing command', release())
+        for nobody in ('', ' '):
+            self.assertIn('BREVANT_SIGN names no signing command', release(BREVANT_SIGN=nobody))
         self.assertIn('the signing command is not there: nosigner', release(BREVANT_SIGN='nosigner -x'))
+        nothing = self.folder / 'nothing'
+        nothing.touch()
+        output = release('--unsigned', BREVANT_ARCHIVE=str(nothing), BREVANT_SOURCES=str(self.folder / 'empty'))
+        self.assertIn('is missing: the archive names no version of it', output)
+        self.assertNotIn('CMake', output, 'nothing is tried without the dependencies')
         (clone / 'changed').touch()
         for option in ('--unsigned', '--verify'):
             self.assertIn('the tree is dirty', release(option))

@@ -34,10 +34,16 @@ class Try(LabTest):
         return {short(name): state for hidden, name, state in rows if not hidden}
 
     def test_as_it_is(self):
-        for language in ('FR-FR', 'ES-ES'):
+        # A product whose trace is off, and whose language is not the first of its registry.
+        registry = (self.installed / 'registry.reg').read_text().replace('"Enable"=dword:00000001', '"Enable"=dword:0')
+        self.installed = shutil.copytree(self.installed, self.home / 'installed')
+        other = '[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n"Language"="XX-XX"\n'
+        (self.installed / 'registry.reg').write_text(other + registry)
+        for language, found in ('', 'FR-FR'), ('ES-ES', 'ES-ES'):
             with self.subTest(language):
                 outcome = self.outcome(language=language)
                 self.assertSame(([], [], {}), (outcome.problems(), outcome.never_looked_at(), outcome.question))
+                self.assertEqual((found, 4), (outcome.language, len(outcome.settings())))
                 self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
 
     def test_what_did_not_arrive_is_named(self):

@@ -1,5 +1,4 @@
 """Tries the sample's update once for each of its languages, and compares what is seen with what it must show."""
-import argparse
 import os
 import pathlib
 import re
@@ -15,7 +14,7 @@ from .links import ShellLink
 from .machine import PRODUCT
 from .outcome import Move, Outcome
 from .prefix import VERSION
-from .try_update import ROOMS, Options, Refused, Trial, progress, show
+from .try_update import Options, Parser, Refused, Trial, progress, show
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.
@@ -224,11 +223,10 @@ def play(language: str) -> tuple[Outcome, list[str]]:
 
 
 def main(arguments: list[str]) -> int:
-    parser = argparse.ArgumentParser('tools/demo.sh', description=__doc__)
-    parser.add_argument('--details', nargs='?', const='all', default='', metavar='LIST', help=','.join(ROOMS))
-    parser.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write a report for each language there')
+    parser = Parser('tools/demo.sh', description=__doc__)
+    parser.add_views()
     options = parser.parse_args(arguments)
-    rooms = list(ROOMS) if options.details == 'all' else list(filter(None, options.details.split(',')))
+    parser.make_report_folder(options.report)
     start, failures, incomplete = time.monotonic(), [], []
     for language in LANGUAGES:
         try:
@@ -237,7 +235,7 @@ def main(arguments: list[str]) -> int:
             print(f'\n{findings}\n[demo] FAILED: the checker refuses the sample')
             return 1
         print()
-        show(outcome, rooms, options.report / language if options.report else None)
+        show(outcome, options.details, options.report / language if options.report else None)
         failures += failed
         incomplete += [] if outcome.complete() else [f'{language}: the update is not complete']
     print(f'[demo] {len(LANGUAGES)} machines in {time.monotonic() - start:.0f} s: '

@@ -7,7 +7,7 @@ import pathlib
 import re
 from typing import Iterable, NamedTuple, Optional
 
-from .machine import PRODUCT, SETTINGS, Machine
+from .machine import PRODUCT, SESSIONS, SETTINGS, Machine
 from .prefix import ROOT
 from .standins import Question
 
@@ -129,15 +129,24 @@ def install_folder(machine: Machine, installed: pathlib.Path, language: str = ''
         if path != 'registry.reg':
             outside = path.startswith(OUTSIDE + '\\')
             machine.write('C:' + path.removeprefix(OUTSIDE) if outside else PRODUCT + path, content)
-    machine.enable_trace()
     settings = installed / 'registry.reg'
-    text = _decode(settings.read_bytes()) if settings.is_file() else ''
-    machine.import_reg(text)
-    found = re.search(r'^"Language"="([^"]+)"', text, re.M)
-    language = language or (found[1] if found else 'EN-US')
+    machine.import_reg(_decode(settings.read_bytes()) if settings.is_file() else '')
+    enable_trace(machine)
+    language = language or str(machine.values(SETTINGS).get('Language') or 'EN-US')
     machine.set_value(SETTINGS, 'ProductPath', PRODUCT.rstrip('\\'))
     machine.set_value(SETTINGS, 'Language', language)
     return language
+
+
+def enable_trace(machine: Machine) -> None:
+    """Whatever the product has been told: its trace is on, and in a folder where it can be read. That of protected
+    programs, in which the agent never runs, stays where it is."""
+    places = {session: values['LogFolder'] for session in SESSIONS
+              for values in machine.read_tree(f'{SETTINGS}\\1\\DebugLog\\{session}').values() if 'LogFolder' in values}
+    machine.enable_trace()
+    for session, (kind, place) in places.items():
+        if session == 'ProtectedSession' or re.fullmatch(r'[Cc]:\\[^%]+', str(place)):
+            machine.set_value(f'{SETTINGS}\\1\\DebugLog\\{session}', 'LogFolder', place, kind)
 
 
 def host_files(folder: pathlib.Path) -> Files:

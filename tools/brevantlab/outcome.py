@@ -186,9 +186,9 @@ class Outcome:
                 'settings': [Row(name, '', shown(text), 'left alone' if text is None else 'carried over')
                              for name, text in self.settings().items()],
                 'trace': [self._trace_row(line) for line in self.lines],
-                'checker': [Row(verb, '', line, 'finding') for verb, check in (('lint', self.lint),
-                                                                               ('verify', self.verify))
-                            for line in check.lines if check.code]}
+                'checker': [Row(verb, '', line, 'finding') for verb, lines in (('lint', self.lint.lines[:-1]),
+                                                                               ('verify', self.verify.lines))
+                            for line in lines]}
 
     def _file_rows(self) -> list[Row]:
         missing, ignored = self.not_arrived(), set(self.never_looked_at())

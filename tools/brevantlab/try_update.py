@@ -106,8 +106,10 @@ class Trial:
         """Writes the manifest to the machine."""
         result = self.check('manifest', host_path(self.options.update), errors=False)
         self.machine.write(MANIFEST, result.output)
-        failures = [f'NO MANIFEST: {line}' for line in result.output.splitlines()] if result.code else []
-        return Check(result.code, failures)
+        if result.code == 0:
+            return Check(0, [])
+        said = self.check('manifest', host_path(self.options.update)).output  # with why there is none
+        return Check(result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
 
     def verify(self, manifest: Check) -> Check:
         if manifest.code != 0:
@@ -264,7 +266,7 @@ def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path]
         print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
     lint = outcome.lint
     print(f'{"lint":<20} {lint.lines[-1] if lint.lines else lint.code}')
-    print_rows([('finding', line) for line in lint.lines[:-1] if lint.code])
+    print_rows([('finding', line) for line in lint.lines[:-1]])
     print_rows(outcome.summary())
     print_details(outcome.details(), rooms)
     if folder:
@@ -281,7 +283,28 @@ def progress(title: str) -> Callable[[str], None]:
     return say
 
 
+def room_list(text: str) -> list[str]:
+    rooms = list(ROOMS) if text == 'all' else list(filter(None, text.split(',')))
+    if set(rooms) - set(ROOMS):
+        raise argparse.ArgumentTypeError(f'these are {", ".join(ROOMS)}, and all')
+    return rooms
+
+
 class Parser(argparse.ArgumentParser):
+    def add_views(self) -> None:
+        """The options that say what is shown."""
+        self.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write report.html and report.json there')
+        self.add_argument('--details', type=room_list, nargs='?', const='all', default='', metavar='LIST',
+                          help=f'all, or some of {",".join(ROOMS)}')
+
+    def make_report_folder(self, folder: Optional[pathlib.Path]) -> None:
+        """Before the trial: nobody waits for one whose report has no place."""
+        try:
+            if folder:
+                folder.mkdir(parents=True, exist_ok=True)
+        except OSError as error:
+            self.error(f'no folder for the report: {error}')
+
     def error(self, message: str) -> NoReturn:
         """Its usual code is that of an update that the checker refuses."""
         self.print_usage(sys.stderr)
@@ -296,12 +319,8 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument('--answer', choices=ANSWERS, default='ok', help='to the question whether to restart')
     parser.add_argument('--force', action='store_true', help='even if the checker finds errors')
     parser.add_argument('--kill-at', type=int, default=0, metavar='N', help='end the first run at its N-th trace line')
-    parser.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write report.html and report.json there')
-    parser.add_argument('--details', default='', metavar='LIST', help=f'some of {",".join(ROOMS)}, or all')
+    parser.add_views()
     options = parser.parse_args(arguments)
-    options.rooms = list(ROOMS) if options.details == 'all' else list(filter(None, options.details.split(',')))
-    if set(options.rooms) - set(ROOMS):
-        parser.error(f'--details knows {", ".join(ROOMS)}')
     if options.kill_at < 0:
         parser.error('--kill-at counts from 1')
     for folder in (options.update, options.installed):
@@ -310,6 +329,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     if options.update and not any((options.update / name).exists()
                                   for name in ('QorPaFrwk.ini', 'UpdateInfo.ini', 'Component')):
         parser.error(f'{options.update} is no update: neither QorPaFrwk.ini nor UpdateInfo.ini nor Component in it')
+    parser.make_report_folder(options.report)
     return options
 
 
@@ -331,7 +351,7 @@ def main(arguments: list[str]) -> int:
             print('[try] REFUSED: the checker found errors (--force tries all the same)')
             return REFUSED
         say('')
-        show(outcome, options.rooms, options.report)
+        show(outcome, options.details, options.report)
         code = outcome.exit_code()
         print('[try] ' + ('complete', 'NOT COMPLETE', '', f'THE AGENT FAILED with {outcome.code}')[code])
         return code
