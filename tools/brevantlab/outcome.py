@@ -115,6 +115,14 @@ class Outcome:
                       if self.after.content(path) == content and path.casefold() not in traced
                       and (path.rpartition('\\')[2].casefold(), content) not in placed)
 
+    def missing_in_language(self) -> list[str]:
+        """Settings files that the update brings for other languages only: the installed ones stay as they are."""
+        names = [path.rpartition('\\')[2].casefold() for path in self.packaged
+                 if '\\share\\setting\\' in path.casefold()]
+        return [f'{base}_{self.language}' for base in ('config', 'qorshcut', 'readme')
+                if any(name.startswith(f'{base}_') for name in names)
+                and not any(name.startswith(f'{base}_{self.language}.'.casefold()) for name in names)]
+
     # -- the rest --
 
     def not_written(self) -> list[str]:
@@ -138,6 +146,8 @@ class Outcome:
     def problems(self) -> list[tuple[str, str]]:
         """(what, where) of everything that keeps the update from being complete."""
         rows = [('NOT ARRIVED', f'{short(path)}: {why}') for path, why in self.not_arrived().items()]
+        rows += [('NOT ARRIVED', f'{name}: the update has none for this language')
+                 for name in self.missing_in_language()]
         rows += [('NOT DELETED', short(path)) for path in self.not_deleted()]
         rows += [('NOT WRITTEN', name) for name in self.not_written()]
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
