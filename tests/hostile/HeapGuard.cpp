@@ -40,7 +40,7 @@ void* operator new(std::size_t cb)
 void operator delete(void* pv) noexcept
 {
     if (pv < Slot(0) || pv > Slot(kSlots)) return std::free(pv);
-    const std::size_t uSlot = static_cast<std::size_t>(static_cast<char*>(pv) - Slot(0) - 1) / kSlot;
+    const std::size_t uSlot = static_cast<std::size_t>(static_cast<char*>(pv) - Slot(0)) / kSlot;
     ::VirtualFree(Slot(uSlot), kSlot, MEM_DECOMMIT);
     s_taken[uSlot] = false;
 }
