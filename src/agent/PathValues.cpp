@@ -32,8 +32,9 @@ std::wstring ReadLogFolder(const wchar_t* szSessionKey)
 
 void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folders)
 {
-    for (std::size_t u = 0; u < folders.size(); ++u) {
-        if (folders[u]) String::ReplaceAll(tstrText, kPlaceholders[u].szText, *folders[u]);
+    for (const Placeholder& placeholder : kPlaceholders) {
+        const std::wstring* const pFolder = folders.*placeholder.pFolder;
+        if (pFolder) String::ReplaceAll(tstrText, placeholder.szText, *pFolder);
     }
 }
 
@@ -135,9 +136,17 @@ void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const
 {
-    ReplacePlaceholders(tstrText,
-                        {&m_tstrProductDownloadDir, &tstrInstalledDir, &m_tstrInstallerLogDir, &m_tstrInteractiveLogDir,
-                         &m_tstrServiceLogDir, m_protectedLogDirs.empty() ? nullptr : &m_protectedLogDirs.front()});
+    ReplacePlaceholders(tstrText, FoldersOfPlaceholders(tstrInstalledDir));
+}
+
+PlaceholderFolders PathValues::FoldersOfPlaceholders(const std::wstring& tstrInstalledDir) const noexcept
+{
+    return {.pDownloadDir = &m_tstrProductDownloadDir,
+            .pInstalledDir = &tstrInstalledDir,
+            .pInstallerLogDir = &m_tstrInstallerLogDir,
+            .pInteractiveLogDir = &m_tstrInteractiveLogDir,
+            .pServiceLogDir = &m_tstrServiceLogDir,
+            .pProtectedLogDir = m_protectedLogDirs.empty() ? nullptr : &m_protectedLogDirs.front()};
 }
 
 std::wstring MakeUniqueName()

@@ -8,21 +8,36 @@
 #include <unordered_map>
 #include <vector>
 
+/// The folders that the placeholders stand for, each with trailing backslash; a placeholder without one stays in the
+/// text.
+struct PlaceholderFolders {
+    const std::wstring* pDownloadDir;
+    const std::wstring* pInstalledDir;
+    const std::wstring* pInstallerLogDir;
+    const std::wstring* pInteractiveLogDir;
+    const std::wstring* pServiceLogDir;
+    const std::wstring* pProtectedLogDir;
+};
+
+inline constexpr wchar_t kDownloadDir[] = L"{UdComponentsSrcDir}";
+inline constexpr wchar_t kInstalledDir[] = L"{InstalledDir}";
+
 /// One placeholder.
 struct Placeholder {
     const wchar_t* szText;  ///< braces included, compared exactly
-    bool bMayBeUnset;       ///< stands for a folder that not every machine has set
+    const std::wstring* PlaceholderFolders::*pFolder;
+    bool bMayBeUnset = false;  ///< stands for a folder that not every machine has set
 };
 
 /// All of them, in the order in which they are replaced.
 inline constexpr std::array kPlaceholders{
-    Placeholder{L"{UdComponentsSrcDir}", false}, Placeholder{L"{InstalledDir}", false},
-    Placeholder{L"{InstallerLogDir}", false},    Placeholder{L"{InteractiveLogDir}", true},
-    Placeholder{L"{ServiceLogDir}", true},       Placeholder{L"{ProtectedLogDir}", true},
+    Placeholder{kDownloadDir, &PlaceholderFolders::pDownloadDir},
+    Placeholder{kInstalledDir, &PlaceholderFolders::pInstalledDir},
+    Placeholder{L"{InstallerLogDir}", &PlaceholderFolders::pInstallerLogDir},
+    Placeholder{L"{InteractiveLogDir}", &PlaceholderFolders::pInteractiveLogDir, true},
+    Placeholder{L"{ServiceLogDir}", &PlaceholderFolders::pServiceLogDir, true},
+    Placeholder{L"{ProtectedLogDir}", &PlaceholderFolders::pProtectedLogDir, true},
 };
-
-/// The folder of each of kPlaceholders, with trailing backslash; a placeholder without one stays in the text.
-using PlaceholderFolders = std::array<const std::wstring*, kPlaceholders.size()>;
 
 /// Replaces the placeholders in `tstrText` by the folders.
 void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folders);
@@ -45,6 +60,10 @@ public:
     void ExpandPlaceholders(std::wstring& tstrText) const;
     /// The same with another folder for "{InstalledDir}".
     void ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const;
+
+    /// What the placeholders stand for, as long as this and `tstrInstalledDir` live: of the protected log folders the
+    /// first.
+    [[nodiscard]] PlaceholderFolders FoldersOfPlaceholders(const std::wstring& tstrInstalledDir) const noexcept;
 
     /// "{InstalledDir}": value "ProductPath" of the product key.
     [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }

@@ -1,6 +1,5 @@
 #include "check/Destination.h"
 
-#include "agent/PathValues.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileName.h"
 #include "common/KzComn_Process.h"
@@ -18,9 +17,16 @@ namespace {
 constexpr std::size_t kMaxCharacters = 1023;
 
 /// All that may stand in front, in the order in which a full path is compared with their folders.
-constexpr const wchar_t* kPlaceholdersOfPlaces[] = {
-    kDownloadDir,         kInstalledDir, L"{InstallerLogDir}", L"{InteractiveLogDir}", L"{ServiceLogDir}",
-    L"{ProtectedLogDir}", kAppData,      kSystemDrive};
+const std::vector<std::wstring>& PlaceholdersOfPlaces()
+{
+    static const std::vector<std::wstring> s_placeholders = [] {
+        std::vector<std::wstring> placeholders;
+        for (const Placeholder& placeholder : kPlaceholders) placeholders.emplace_back(placeholder.szText);
+        placeholders.insert(placeholders.end(), {kAppData, kSystemDrive});
+        return placeholders;
+    }();
+    return s_placeholders;
+}
 
 }  // namespace
 
@@ -44,13 +50,13 @@ bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
 
 bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination)
 {
-    for (const std::wstring_view tstrPlaceholder : kPlaceholdersOfPlaces) {
+    for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
         if (!tstrText.starts_with(tstrPlaceholder)) continue;
         std::wstring_view tstrName = tstrText.substr(tstrPlaceholder.size());
         if (tstrName.starts_with(L'\\')) tstrName.remove_prefix(1);
         if (!tstrName.empty() && !IsRelativeName(tstrName, bPattern)) return false;
         if (tstrPlaceholder == kSystemDrive && tstrName.find(L'\\') != std::wstring_view::npos) return false;
-        destination = {std::wstring(tstrPlaceholder), std::wstring(tstrName)};
+        destination = {tstrPlaceholder, std::wstring(tstrName)};
         return true;
     }
     return false;
@@ -61,14 +67,11 @@ MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wst
     PathValues paths;
     paths.ReadLogFolders();
     const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
-    m_folders[kInstalledDir] = tstrFolder;
-    if (IsRelativeName(tstrDownloadPath)) {
-        m_folders[kDownloadDir] = String::FolderBelow(String::FolderBelow(tstrFolder, L"Component"), tstrDownloadPath);
+    if (IsRelativeName(tstrDownloadPath)) paths.TakeProductFolders(tstrFolder, tstrDownloadPath);
+    const PlaceholderFolders folders = paths.FoldersOfPlaceholders(tstrFolder);
+    for (const Placeholder& placeholder : kPlaceholders) {
+        if (folders.*placeholder.pFolder) m_folders[placeholder.szText] = *(folders.*placeholder.pFolder);
     }
-    m_folders[L"{InstallerLogDir}"] = paths.InstallerLogDir();
-    m_folders[L"{InteractiveLogDir}"] = paths.InteractiveLogDir();
-    m_folders[L"{ServiceLogDir}"] = paths.ServiceLogDir();
-    if (!paths.ProtectedLogDirs().empty()) m_folders[L"{ProtectedLogDir}"] = paths.ProtectedLogDirs().front();
     m_folders[kAppData] = Process::CommonAppDataFolder();
     m_folders[kSystemDrive] = Process::SystemFolder().substr(0, std::size(L"C:\\") - 1);
 }
@@ -89,11 +92,11 @@ std::wstring MachineFolders::PathOf(const Destination& destination) const
 
 std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 {
-    for (const wchar_t* const szPlaceholder : kPlaceholdersOfPlaces) {
-        const std::wstring& tstrFolder = FolderOf(szPlaceholder);
+    for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
+        const std::wstring& tstrFolder = FolderOf(tstrPlaceholder);
         if (tstrFolder.empty() || tstrPath.size() < tstrFolder.size()) continue;
         if (String::EqualsNoCase(std::wstring_view(tstrPath).substr(0, tstrFolder.size()), tstrFolder)) {
-            return szPlaceholder + tstrPath.substr(tstrFolder.size());
+            return tstrPlaceholder + tstrPath.substr(tstrFolder.size());
         }
     }
     return tstrPath;

@@ -2,18 +2,17 @@
 // below it.
 #pragma once
 
+#include "agent/PathValues.h"
+
 #include <map>
 #include <string>
 #include <string_view>
 
 namespace Check {
 
-/// The placeholders that a place begins with; instruction files have those of the log folders besides, and not the
-/// second and third.
-inline constexpr wchar_t kInstalledDir[] = L"{InstalledDir}";
+/// What a place may begin with besides the placeholders of instruction files.
 inline constexpr wchar_t kAppData[] = L"{AppData}";
 inline constexpr wchar_t kSystemDrive[] = L"{SystemDrive}";
-inline constexpr wchar_t kDownloadDir[] = L"{UdComponentsSrcDir}";
 
 /// A place taken apart.
 struct Destination {

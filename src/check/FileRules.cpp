@@ -75,7 +75,7 @@ bool CheckRefusal(const FileCheck& check)
     const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos;
     const std::size_t uName = std::min(tstrPath.find_first_not_of(L"\\/"), tstrPath.size());
     check.Add(Rule::eNoFullPath, L"\"" + tstrPath + (bFull ? L"\" is a whole drive or share" : L"\" is no full path"),
-              bRelative ? kPlaceholders[1].szText + tstrPath.substr(uName) : std::wstring());
+              bRelative ? kInstalledDir + tstrPath.substr(uName) : std::wstring());
     return false;
 }
 

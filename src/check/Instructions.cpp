@@ -83,8 +83,12 @@ CustomerFolders::CustomerFolders(std::wstring tstrInstalled, const std::wstring&
 
 std::wstring CustomerFolders::Expand(std::wstring tstrText) const
 {
-    ReplacePlaceholders(tstrText,
-                        {&m_tstrDownload, &m_tstrInstalled, &m_tstrInstallerLog, &m_tstrLog, &m_tstrLog, &m_tstrLog});
+    ReplacePlaceholders(tstrText, {.pDownloadDir = &m_tstrDownload,
+                                   .pInstalledDir = &m_tstrInstalled,
+                                   .pInstallerLogDir = &m_tstrInstallerLog,
+                                   .pInteractiveLogDir = &m_tstrLog,
+                                   .pServiceLogDir = &m_tstrLog,
+                                   .pProtectedLogDir = &m_tstrLog});
     return tstrText;
 }
 

@@ -10,6 +10,34 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// A path that the system takes letter by letter: whatever a test left behind is read and removed by its own name,
+/// which fs::path would take for another place ("E:xt" for a path on drive E).
+std::wstring Exactly(const std::wstring& tstrPath)
+{
+    return L"\\\\?\\" + tstrPath;
+}
+
+/// Adds the names of all that lies below the folder `tstrBelow` of `tstrHome`.
+void ListBelow(const std::wstring& tstrHome, const std::wstring& tstrBelow, std::vector<std::wstring>& found)
+{
+    WIN32_FIND_DATAW data;
+    const HANDLE hFind = ::FindFirstFileW((Exactly(tstrHome) + tstrBelow + L"*").c_str(), &data);
+    if (hFind == INVALID_HANDLE_VALUE) return;
+    do {
+        const std::wstring_view tstrName = data.cFileName;
+        if (tstrName == L"." || tstrName == L"..") continue;
+        const bool bFolder = data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
+        const std::wstring tstrFound = tstrBelow + data.cFileName + (bFolder ? L"\\" : L"");
+        found.push_back(tstrFound);
+        if (bFolder) ListBelow(tstrHome, tstrFound, found);
+    } while (::FindNextFileW(hFind, &data));
+    ::FindClose(hFind);
+}
+
+}  // namespace
+
 TempFolder::TempFolder()
 {
     static int s_cFolders = 0;
@@ -20,9 +48,17 @@ TempFolder::TempFolder()
 
 TempFolder::~TempFolder()
 {
-    for (const std::wstring& tstrName : List()) ::SetFileAttributesW(PathOf(tstrName).c_str(), FILE_ATTRIBUTE_NORMAL);
-    std::error_code ignored;
-    fs::remove_all(m_tstrPath, ignored);
+    std::vector<std::wstring> left = List();
+    left.insert(left.begin(), L"");
+    for (auto it = left.rbegin(); it != left.rend(); ++it) {
+        const std::wstring tstrLeft = Exactly(PathOf(*it));
+        ::SetFileAttributesW(tstrLeft.c_str(), FILE_ATTRIBUTE_NORMAL);
+        if (tstrLeft.ends_with(L'\\')) {
+            ::RemoveDirectoryW(tstrLeft.c_str());
+        } else {
+            ::DeleteFileW(tstrLeft.c_str());
+        }
+    }
 }
 
 std::wstring TempFolder::PathOf(std::wstring_view tstrName) const
@@ -58,10 +94,7 @@ std::optional<std::string> TempFolder::Read(std::wstring_view tstrName) const
 std::vector<std::wstring> TempFolder::List() const
 {
     std::vector<std::wstring> found;
-    std::error_code error;  // a name that cannot be read ends the list
-    for (fs::recursive_directory_iterator it(m_tstrPath, error), end; it != end; it.increment(error)) {
-        found.push_back(it->path().wstring().substr(m_tstrPath.size()) + (it->is_directory(error) ? L"\\" : L""));
-    }
+    ListBelow(m_tstrPath, L"", found);
     std::sort(found.begin(), found.end());
     return found;
 }
