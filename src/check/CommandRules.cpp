@@ -24,13 +24,6 @@ struct Word {
     bool bQuoted = false;   ///< begins with a quote
 };
 
-void Replace(std::wstring& tstrText, std::wstring_view tstrOld, std::wstring_view tstrNew)
-{
-    for (std::size_t u = 0; (u = tstrText.find(tstrOld, u)) != std::wstring::npos; u += tstrNew.size()) {
-        tstrText.replace(u, tstrOld.size(), tstrNew);
-    }
-}
-
 /// The command, equally long, without the quotes that open and close nothing for its reader: the outer ones of what the
 /// command interpreter carries out ("cmd /c ""C:\a b" c""), and those that a backslash hands on ("\"C:\a b\" c").
 std::wstring WithPlainQuotes(std::wstring tstrCommand)
@@ -40,7 +33,7 @@ std::wstring WithPlainQuotes(std::wstring tstrCommand)
     const std::size_t uEscape = tstrCommand.find(tstrEscape);
     const bool bEscapes = uEscape != std::wstring::npos && uEscape > 0 &&
                           std::wstring_view(L" \"=").find(tstrCommand[uEscape - 1]) != std::wstring_view::npos;
-    if (bEscapes) Replace(tstrCommand, tstrEscape, L"\\'");
+    if (bEscapes) String::ReplaceAll(tstrCommand, tstrEscape, L"\\'");
 
     const std::wstring tstrLower = LowerCase(tstrCommand);
     const std::size_t uOption = std::min(tstrLower.find(L" /c \""), tstrLower.find(L" /k \""));

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <map>
+#include <span>
 #include <string_view>
 
 using namespace KzCommon;
@@ -115,41 +116,41 @@ void CheckBlanks(const Patch& patch)
     }
 }
 
+bool IsOneOf(std::span<const std::wstring_view> names, const std::wstring& tstrName)
+{
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::wstring_view tstrOne) { return String::EqualsNoCase(tstrOne, tstrName); });
+}
+
 /// False when a root is written out: what follows is no key path.
 bool CheckRoot(const Patch& patch)
 {
-    constexpr std::wstring_view kRoots[] = {
-        L"HKEY_LOCAL_MACHINE",  L"HKLM", L"HKEY_CURRENT_USER", L"HKCU", L"HKEY_CLASSES_ROOT", L"HKCR",
-        L"HKEY_CURRENT_CONFIG", L"HKCC", L"HKEY_USERS",        L"HKU",
-    };
+    constexpr std::wstring_view kMachine[] = {L"HKEY_LOCAL_MACHINE", L"HKLM"};
+    constexpr std::wstring_view kOthers[] = {L"HKEY_CURRENT_USER",   L"HKCU", L"HKEY_CLASSES_ROOT", L"HKCR",
+                                             L"HKEY_CURRENT_CONFIG", L"HKCC", L"HKEY_USERS",        L"HKU"};
     const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
     const std::size_t uEnd = std::min(tstrPath.find_first_of(L":\\"), tstrPath.size());
     const std::wstring tstrFirst = tstrPath.substr(0, uEnd);
-    const auto itRoot = std::find_if(std::begin(kRoots), std::end(kRoots), [&](std::wstring_view tstrRoot) {
-        return String::EqualsNoCase(tstrRoot, tstrFirst);
-    });
-    if (itRoot == std::end(kRoots)) return true;
+    const bool bMachine = IsOneOf(kMachine, tstrFirst);
+    if (!bMachine && !IsOneOf(kOthers, tstrFirst)) return true;
     const std::size_t uRest = tstrPath.find_first_not_of(L":\\", uEnd);
-    const bool bMachine = itRoot - std::begin(kRoots) < 2 && uRest != std::wstring::npos;
     patch.Error(Rule::eRootWrittenOut, patch.fields[eKeyPath].place,
                 L"all keys lie below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" is taken for a key there",
-                bMachine ? tstrPath.substr(uRest) : std::wstring());
+                bMachine && uRest != std::wstring::npos ? tstrPath.substr(uRest) : std::wstring());
     return false;
 }
 
 /// What no key can be called, and where none can be made.
 void CheckKeyNames(const Patch& patch)
 {
-    const std::vector<std::wstring> hives = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
-                                             L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
+    constexpr std::wstring_view kHives[] = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
+                                            L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
     const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
     const std::wstring tstrFirst = tstrPath.substr(0, tstrPath.find(L'\\'));
-    const bool bHive = std::any_of(hives.begin(), hives.end(), [&](const std::wstring& tstrHive) {
-        return String::EqualsNoCase(tstrHive, tstrFirst);
-    });
     const Place place = patch.fields[eKeyPath].place;
-    if (!bHive && !tstrFirst.empty()) {
-        const std::wstring tstrNear = NearestOf(tstrFirst, hives);
+    if (!tstrFirst.empty() && !IsOneOf(kHives, tstrFirst)) {
+        const std::wstring tstrNear =
+            NearestOf(tstrFirst, std::vector<std::wstring>(std::begin(kHives), std::end(kHives)));
         patch.Error(Rule::eKeyPath, place, L"Windows lets nobody make a key \"" + tstrFirst + L"\" below the root",
                     tstrNear.empty() ? std::wstring() : tstrNear + tstrPath.substr(tstrFirst.size()));
     }
