@@ -32,7 +32,7 @@ bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
 /// A delayed move does not cross volumes, and a volume may be mounted in a folder of the same drive: worth a warning.
 void WarnOfMountPoint(const PathValues& pathValues, const std::wstring& tstrFile)
 {
-    const PathValues::Volume& volume = pathValues.VolumeOf(tstrFile.substr(0, tstrFile.find_last_of(L'\\') + 1));
+    const PathValues::Volume& volume = pathValues.VolumeOf(String::FolderPart(tstrFile));
     if (volume.dwError != ERROR_SUCCESS) {
         Trace(kTraceError, L"::GetVolumePathName(%s) failed: %d", tstrFile.c_str(), volume.dwError);
         return;

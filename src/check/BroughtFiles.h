@@ -36,11 +36,4 @@ using BroughtFiles = std::map<std::wstring, std::vector<BroughtFile>>;
 /// Whether a folder copy takes a file of the update.
 [[nodiscard]] bool Takes(const PackageLayout::FolderCopy& copy, std::wstring_view tstrFile);
 
-/// A path up to and with its last backslash.
-[[nodiscard]] std::wstring FolderPartOf(const std::wstring& tstrPath);
-
-/// Whether a name matches a pattern as Windows lists files: without regard to case, "*.*" any name, and an extension of
-/// three characters after wildcards the longer ones as well, by their short names.
-[[nodiscard]] bool MatchesPattern(const std::wstring& tstrName, const std::wstring& tstrPattern);
-
 }  // namespace Check

@@ -2,6 +2,7 @@
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
+#include "check/NamePattern.h"
 
 #include "agent/RunOnce.h"
 #include "common/KzComn_String.h"
@@ -174,7 +175,7 @@ void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalle
         const std::size_t uAt = tstrText.find(tstrLowerInstalled + L"component\\");
         if (uAt == std::wstring::npos) continue;
         const std::wstring tstrPath = tstrText.substr(uAt + tstrLowerInstalled.size());
-        const std::wstring tstrFolder = FolderPartOf(tstrPath);
+        const std::wstring tstrFolder = String::FolderPart(tstrPath);
         const std::wstring tstrName = tstrPath.substr(tstrFolder.size());
         const auto itFolder = sources.find(tstrFolder);
         const bool bFile = itFolder != sources.end() && std::any_of(itFolder->second.begin(), itFolder->second.end(),

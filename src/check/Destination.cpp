@@ -94,8 +94,7 @@ std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 {
     for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
         const std::wstring& tstrFolder = FolderOf(tstrPlaceholder);
-        if (tstrFolder.empty() || tstrPath.size() < tstrFolder.size()) continue;
-        if (String::EqualsNoCase(std::wstring_view(tstrPath).substr(0, tstrFolder.size()), tstrFolder)) {
+        if (!tstrFolder.empty() && String::StartsWithNoCase(tstrPath, tstrFolder)) {
             return tstrPlaceholder + tstrPath.substr(tstrFolder.size());
         }
     }

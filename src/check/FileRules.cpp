@@ -2,6 +2,7 @@
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
+#include "check/NamePattern.h"
 
 #include "agent/FileOperations.h"
 #include "common/KzComn_File.h"
@@ -108,19 +109,13 @@ void CheckNames(const FileCheck& check)
     }
 }
 
-bool IsBelowInstalled(const std::wstring& tstrPath, const Surroundings& around)
-{
-    const std::wstring& tstrInstalled = around.folders.InstalledDir();
-    return tstrPath.size() > tstrInstalled.size() &&
-           String::EqualsNoCase(tstrPath.substr(0, tstrInstalled.size()), tstrInstalled);
-}
-
 void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
 {
     if (check.IsFolder()) return;
     const bool bNoName = check.parsed.tstrPattern.empty();
     // Nothing else of this machine is looked at: a record may name a share of somebody's server.
-    const bool bKnown = around.update.InstalledFolder() && IsBelowInstalled(check.parsed.tstrPath, around) &&
+    const bool bKnown = around.update.InstalledFolder() &&
+                        String::IsBelow(check.parsed.tstrPath, around.folders.InstalledDir()) &&
                         Storage::Directory::IsExisted(check.parsed.tstrPath);
     if (bNoName || bKnown) {
         check.Add(Rule::eFolderAsFile,
@@ -212,7 +207,7 @@ void AddCreated(std::set<std::wstring>& created, const std::wstring& tstrFolder)
     std::wstring tstrLower = LowerCase(tstrFolder);
     while (tstrLower.size() > 3 && created.insert(tstrLower).second) {
         tstrLower.pop_back();
-        tstrLower = FolderPartOf(tstrLower);
+        tstrLower = String::FolderPart(tstrLower);
     }
 }
 
@@ -222,8 +217,8 @@ void CheckDestinations(const Surroundings& around, Report& report)
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
     if (!around.update.InstalledFolder()) return;
     for (const auto& [tstrLower, files] : around.brought) {
-        const std::wstring tstrFolder = FolderPartOf(files.front().tstrDestination);
-        if (!IsBelowInstalled(tstrFolder, around) || around.created.count(tstrLower) > 0 ||
+        const std::wstring tstrFolder = String::FolderPart(files.front().tstrDestination);
+        if (!String::IsBelow(tstrFolder, tstrInstalled) || around.created.count(tstrLower) > 0 ||
             Storage::Directory::IsExisted(tstrFolder))
             continue;
         const std::wstring tstrName = tstrFolder.substr(tstrInstalled.size());

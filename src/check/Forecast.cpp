@@ -1,11 +1,10 @@
 #include "check/Forecast.h"
 
+#include "check/NamePattern.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
-
-#include <shlwapi.h>
 
 #include <algorithm>
 #include <cstring>
@@ -16,26 +15,10 @@ namespace Check {
 
 namespace {
 
-bool IsBelow(const std::wstring& tstrPath, const std::wstring& tstrFolder)
-{
-    return tstrPath.size() > tstrFolder.size() &&
-           String::EqualsNoCase(std::wstring_view(tstrPath).substr(0, tstrFolder.size()), tstrFolder);
-}
-
 std::wstring WithoutBackslash(std::wstring tstrPath)
 {
     while (!tstrPath.empty() && tstrPath.back() == L'\\') tstrPath.pop_back();
     return tstrPath;
-}
-
-std::wstring FolderOf(const std::wstring& tstrPath)
-{
-    return tstrPath.substr(0, tstrPath.find_last_of(L'\\') + 1);
-}
-
-bool Matches(const std::wstring& tstrName, const std::wstring& tstrPattern)
-{
-    return tstrPattern == L"*.*" || ::PathMatchSpecW(tstrName.c_str(), tstrPattern.c_str());
 }
 
 /// Paths in the order in which they were met, each once, whatever its case.
@@ -123,10 +106,10 @@ Forecast::Forecast(std::wstring tstrUpdateDir, std::wstring tstrInstalledDir)
 
 std::wstring Forecast::PlaceNow(const std::wstring& tstrPath) const
 {
-    if (!IsBelow(tstrPath, m_tstrInstalledDir)) return tstrPath;
+    if (!String::IsBelow(tstrPath, m_tstrInstalledDir)) return tstrPath;
     const std::wstring tstrName = tstrPath.substr(m_tstrInstalledDir.size());
     // Only what the update client lays there belongs to an update.
-    const bool bLaid = IsBelow(tstrName, L"Component\\") || String::EqualsNoCase(tstrName, kInstructionFile) ||
+    const bool bLaid = String::IsBelow(tstrName, L"Component\\") || String::EqualsNoCase(tstrName, kInstructionFile) ||
                        String::EqualsNoCase(tstrName, kUpdateInfoFile);
     const std::wstring tstrInUpdate = m_tstrUpdateDir + tstrName;
     return bLaid && ::GetFileAttributesW(tstrInUpdate.c_str()) != INVALID_FILE_ATTRIBUTES ? tstrInUpdate : tstrPath;
@@ -134,7 +117,8 @@ std::wstring Forecast::PlaceNow(const std::wstring& tstrPath) const
 
 std::wstring Forecast::PlaceThen(const std::wstring& tstrPath) const
 {
-    return IsBelow(tstrPath, m_tstrUpdateDir) ? m_tstrInstalledDir + tstrPath.substr(m_tstrUpdateDir.size()) : tstrPath;
+    return String::IsBelow(tstrPath, m_tstrUpdateDir) ? m_tstrInstalledDir + tstrPath.substr(m_tstrUpdateDir.size())
+                                                      : tstrPath;
 }
 
 DWORD Forecast::AttributesNow(const std::wstring& tstrPath) const
@@ -185,8 +169,8 @@ std::vector<std::wstring> Forecast::AddedFilesIn(const std::wstring& tstrFolder,
 {
     std::vector<std::wstring> files;
     for (const auto& [tstrKey, tstrPath] : m_files) {
-        const bool bHere = String::EqualsNoCase(FolderOf(tstrPath), tstrFolder);
-        if (bHere && Matches(tstrPath.substr(tstrFolder.size()), tstrPattern)) files.push_back(tstrPath);
+        const bool bHere = String::EqualsNoCase(String::FolderPart(tstrPath), tstrFolder);
+        if (bHere && MatchesPattern(tstrPath.substr(tstrFolder.size()), tstrPattern)) files.push_back(tstrPath);
     }
     return files;
 }
@@ -205,7 +189,7 @@ std::vector<std::wstring> Forecast::Tree(const std::wstring& tstrFolder) const
     }
     for (const auto* pNoted : {&m_files, &m_folders}) {
         for (auto itPath = pNoted->rbegin(); itPath != pNoted->rend(); ++itPath) {
-            if (IsBelow(itPath->second, tstrTop + L'\\')) add(itPath->second);
+            if (String::IsBelow(itPath->second, tstrTop + L'\\')) add(itPath->second);
         }
     }
     paths.Add(tstrTop);
@@ -229,7 +213,7 @@ void Forecast::RemoveFile(const std::wstring& tstrPath)
 void Forecast::AddFolder(const std::wstring& tstrPath)
 {
     for (std::wstring tstr = WithoutBackslash(tstrPath); !tstr.empty() && tstr.back() != L':' && !HasFolder(tstr);
-         tstr = WithoutBackslash(FolderOf(tstr))) {
+         tstr = WithoutBackslash(String::FolderPart(tstr))) {
         m_folders[LowerCase(tstr)] = tstr;
     }
 }

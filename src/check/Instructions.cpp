@@ -29,7 +29,7 @@ std::vector<Instruction> ListInstructions(const IniScan& scan)
         for (const IniSection& section : scan.Sections()) {
             const std::wstring_view tstrScanned = section.tstrName;
             if (row.bLanguage ? tstrScanned.size() <= tstrName.size() : tstrScanned.size() != tstrName.size()) continue;
-            if (!String::EqualsNoCase(tstrScanned.substr(0, tstrName.size()), tstrName)) continue;
+            if (!String::StartsWithNoCase(tstrScanned, tstrName)) continue;
             if (scan.Find(tstrScanned) == &section) AddRecords(section, row, instructions);
         }
     }

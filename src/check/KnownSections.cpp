@@ -40,7 +40,7 @@ const KnownSection* FindKnownSection(std::wstring_view tstrName)
         const bool bLonger = tstrName.size() > tstrKnown.size();
         if (bLonger && !section.bLanguage) continue;
         if (!bLonger && section.bLanguage) continue;
-        if (String::EqualsNoCase(tstrName.substr(0, tstrKnown.size()), tstrKnown)) return &section;
+        if (String::StartsWithNoCase(tstrName, tstrKnown)) return &section;
     }
     return nullptr;
 }

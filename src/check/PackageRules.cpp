@@ -21,12 +21,6 @@ namespace {
 
 constexpr wchar_t kComponents[] = L"Component\\";
 
-bool IsBelow(std::wstring_view tstrFile, const std::wstring& tstrFolder)
-{
-    return !tstrFolder.empty() && tstrFile.size() > tstrFolder.size() &&
-           String::EqualsNoCase(tstrFile.substr(0, tstrFolder.size()), tstrFolder);
-}
-
 /// The folders below "Component\\" that the update information does not name.
 std::vector<std::wstring> UnnamedFolders(const Update& update)
 {
@@ -120,7 +114,7 @@ std::wstring CheckInnerFolder(const Update& update, Report& report)
     const std::vector<std::wstring>& files = update.Files();
     const auto isIn = [&](const std::wstring& tstrFolder) {
         return std::find_if(files.begin(), files.end(),
-                            [&](const std::wstring& tstrFile) { return IsBelow(tstrFile, tstrFolder); });
+                            [&](const std::wstring& tstrFile) { return String::IsBelow(tstrFile, tstrFolder); });
     };
     const auto itMisplaced = isIn(tstrPlatform);
     if (itMisplaced == files.end() || isIn(tstrInner) != files.end()) return {};
@@ -137,13 +131,13 @@ std::wstring NearestSource(const std::wstring& tstrFolder, const std::vector<std
     if (tstrFolder.empty()) return {};
     const auto parentOf = [](std::wstring tstrPath) {
         tstrPath.pop_back();
-        return FolderPartOf(tstrPath);
+        return String::FolderPart(tstrPath);
     };
     const std::wstring tstrParent = parentOf(tstrFolder);
     std::wstring tstrAbove;
     std::vector<std::wstring> beside;
     for (const std::wstring& tstrSource : sources) {
-        if (IsBelow(tstrFolder, tstrSource) && tstrSource.size() > tstrAbove.size()) tstrAbove = tstrSource;
+        if (String::IsBelow(tstrFolder, tstrSource) && tstrSource.size() > tstrAbove.size()) tstrAbove = tstrSource;
         if (String::EqualsNoCase(parentOf(tstrSource), tstrParent))
             beside.push_back(tstrSource.substr(tstrParent.size()));
     }
@@ -159,14 +153,15 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
     std::map<std::wstring, std::vector<std::wstring>> unused;
     for (const std::wstring& tstrFile : update.Files()) {
         // The other platform's files are for other machines.
-        if (IsBelow(tstrFile, tstrMisplaced) || IsBelow(tstrFile, tstrPackage + L"32bit\\")) continue;
+        if (String::IsBelow(tstrFile, tstrMisplaced) || String::IsBelow(tstrFile, tstrPackage + L"32bit\\")) continue;
         const bool bTaken = std::any_of(copies.begin(), copies.end(),
                                         [&](const PackageLayout::FolderCopy& copy) { return Takes(copy, tstrFile); });
-        if (!bTaken) unused[FolderPartOf(tstrFile)].push_back(tstrFile);
+        if (!bTaken) unused[String::FolderPart(tstrFile)].push_back(tstrFile);
     }
     std::vector<std::wstring> sources;
     for (const PackageLayout::FolderCopy& copy : copies) {
-        if (IsBelow(copy.tstrSourceDir, tstrPackage)) sources.push_back(copy.tstrSourceDir.substr(tstrPackage.size()));
+        if (String::IsBelow(copy.tstrSourceDir, tstrPackage))
+            sources.push_back(copy.tstrSourceDir.substr(tstrPackage.size()));
     }
     const std::wstring tstrPlatform = PlatformFolder(update);
     for (const auto& [tstrFolder, files] : unused) {
@@ -177,7 +172,8 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
                        ProgramFolder(update) + files.front().substr(tstrFolder.size()));
             continue;
         }
-        const std::wstring tstrBelow = IsBelow(tstrFolder, tstrPackage) ? tstrFolder.substr(tstrPackage.size()) : L"";
+        const std::wstring tstrBelow =
+            String::IsBelow(tstrFolder, tstrPackage) ? tstrFolder.substr(tstrPackage.size()) : L"";
         const std::wstring tstrCount =
             files.size() == 1 ? L"its file stays" : L"its " + std::to_wstring(files.size()) + L" files stay";
         report.Add(Rule::eNoStepLooksThere, files.front(), {},
@@ -226,7 +222,7 @@ LanguageKind TableKind(const Update& update, Report& report)
     std::wstring tstrFound = update.ResourceFolders().front();
     for (const std::wstring& tstrFolder : update.ResourceFolders()) {
         for (const std::wstring& tstrFile : update.Files()) {
-            if (!IsBelow(tstrFile, tstrFolder)) continue;
+            if (!String::IsBelow(tstrFile, tstrFolder)) continue;
             const std::wstring tstrRest = tstrFile.substr(tstrFolder.size());
             const std::size_t uTag = std::min(tstrRest.find(L'\\'), tstrRest.size());
             if (!String::EqualsNoCase(std::wstring_view(tstrRest).substr(uTag), kTable)) continue;
@@ -245,7 +241,7 @@ LanguageKind NotificationKind(const IniScan& scan, Report& report)
     constexpr std::wstring_view kSection = L"RestartNotification_";
     Languages languages;
     for (const IniSection& section : scan.Sections()) {
-        if (IsBelow(section.tstrName, std::wstring(kSection))) {
+        if (String::StartsWithNoCase(section.tstrName, kSection)) {
             AddLanguage(languages, section.tstrName.substr(kSection.size()));
         }
     }

@@ -15,11 +15,6 @@ namespace Check {
 
 namespace {
 
-std::wstring FolderOf(const std::wstring& tstrPath)
-{
-    return tstrPath.substr(0, tstrPath.find_last_of(L'\\') + 1);
-}
-
 const wchar_t* ReasonOf(FileRefusal eRefusal)
 {
     switch (eRefusal) {
@@ -34,8 +29,8 @@ const wchar_t* ReasonOf(FileRefusal eRefusal)
 /// Windows moves no file to another volume at the restart.
 bool IsSameVolume(const PlanWork& work, const std::wstring& tstrLeft, const std::wstring& tstrRight)
 {
-    const PathValues::Volume& left = work.paths.VolumeOf(FolderOf(tstrLeft));
-    const PathValues::Volume& right = work.paths.VolumeOf(FolderOf(tstrRight));
+    const PathValues::Volume& left = work.paths.VolumeOf(String::FolderPart(tstrLeft));
+    const PathValues::Volume& right = work.paths.VolumeOf(String::FolderPart(tstrRight));
     if (left.dwError != ERROR_SUCCESS || right.dwError != ERROR_SUCCESS) return true;
     return String::EqualsNoCase(left.tstrMountPoint, right.tstrMountPoint);
 }
@@ -53,7 +48,7 @@ std::wstring Obstacle(const PlanWork& work, const std::wstring& tstrSource, cons
     if (std::max(tstrSource.size(), tstrTarget.size()) >= MAX_PATH && !AreLongPathsOn(work)) {
         return L"longer than 259 characters, in its place or in the download folder";
     }
-    if (!work.forecast.HasFolder(FolderOf(tstrTarget))) return L"the folder is missing";
+    if (!work.forecast.HasFolder(String::FolderPart(tstrTarget))) return L"the folder is missing";
     if (work.forecast.HasFolder(tstrTarget)) return L"a folder has that name";
     return {};
 }
@@ -125,7 +120,7 @@ void DeleteFolder(PlanWork& work, const FileRecord& record)
         return Refuse(work, record.tstrPath, true, Outcome::eFail, ReasonOf(record.eRefusal));
     }
     const std::wstring tstrFolder = Storage::Directory::FullPath(record.tstrFolder);
-    if (Storage::Directory::LeadsThroughLink(FolderOf(tstrFolder))) {
+    if (Storage::Directory::LeadsThroughLink(String::FolderPart(tstrFolder))) {
         return Refuse(work, record.tstrPath, true, Outcome::eFail, kLink);
     }
     for (const std::wstring& tstrPath : work.forecast.Tree(tstrFolder)) AddDeletion(work, tstrPath, true);

@@ -103,8 +103,7 @@ std::wstring Quoted(const std::wstring& tstrText)
 std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 {
     for (const std::wstring& tstrFolder : {plan.tstrInstalledDir, plan.tstrUpdateDir}) {
-        const std::wstring_view tstrBegin = std::wstring_view(tstrPath).substr(0, tstrFolder.size());
-        if (KzCommon::String::EqualsNoCase(tstrBegin, tstrFolder)) return tstrPath.substr(tstrFolder.size());
+        if (KzCommon::String::IsBelow(tstrPath, tstrFolder)) return tstrPath.substr(tstrFolder.size());
     }
     return tstrPath;
 }

@@ -231,8 +231,7 @@ private:
         std::wstring tstrPlace = PlaceholderOf(row.destination.eBase) + std::wstring(row.destination.szBelow);
         if (row.destination.szBelow[0]) tstrPlace += L"\\";
         for (const std::wstring& tstrFile : m_update.Files()) {
-            const std::wstring_view tstrBegin = std::wstring_view(tstrFile).substr(0, tstrSourceDir.size());
-            if (!String::EqualsNoCase(tstrBegin, tstrSourceDir)) continue;
+            if (!String::IsBelow(tstrFile, tstrSourceDir)) continue;
             const std::wstring tstrName = tstrFile.substr(tstrSourceDir.size());
             const bool bBelow = tstrName.find(L'\\') != std::wstring::npos;
             if (bBelow && row.eDepth == PackageLayout::Depth::eFolderOnly) continue;

@@ -54,8 +54,8 @@ private:
         promise.tstrSource = tstrPaths.substr(0, uPart);
         promise.tstrPlace = m_folders.PlaceOf(tstrPaths.substr(uPart + kDestinationPart.size()));
         const std::wstring& tstrInstalled = m_folders.InstalledDir();
-        const std::wstring_view tstrBegin = std::wstring_view(promise.tstrSource).substr(0, tstrInstalled.size());
-        if (String::EqualsNoCase(tstrBegin, tstrInstalled)) promise.tstrSource.erase(0, tstrInstalled.size());
+        if (String::StartsWithNoCase(promise.tstrSource, tstrInstalled))
+            promise.tstrSource.erase(0, tstrInstalled.size());
         std::erase_if(m_promises.files, [&](const FilePromise& earlier) {
             return String::EqualsNoCase(earlier.tstrPlace, promise.tstrPlace);
         });
@@ -79,7 +79,7 @@ private:
     void AddCommand(const std::wstring& tstrValue)
     {
         const std::wstring tstrBegin = kRunOnceKey + std::wstring(L":");
-        if (!String::EqualsNoCase(std::wstring_view(tstrValue).substr(0, tstrBegin.size()), tstrBegin)) return;
+        if (!String::StartsWithNoCase(tstrValue, tstrBegin)) return;
         const std::size_t uData = tstrValue.find(L':', tstrBegin.size());
         if (uData == std::wstring::npos) return;
         m_promises.commands.push_back(

@@ -67,8 +67,7 @@ std::vector<std::wstring> Update::FilesIn(std::wstring_view tstrFolder, const wc
 {
     std::vector<std::wstring> found;
     for (const std::wstring& tstrFile : m_files) {
-        if (tstrFile.size() <= tstrFolder.size()) continue;
-        if (!String::EqualsNoCase(std::wstring_view(tstrFile).substr(0, tstrFolder.size()), tstrFolder)) continue;
+        if (!String::IsBelow(tstrFile, tstrFolder)) continue;
         const std::wstring tstrName = tstrFile.substr(tstrFolder.size());
         if (tstrName.find(L'\\') == std::wstring::npos && ::PathMatchSpecW(tstrName.c_str(), szPattern)) {
             found.push_back(tstrFile);
@@ -79,9 +78,7 @@ std::vector<std::wstring> Update::FilesIn(std::wstring_view tstrFolder, const wc
 
 std::wstring Update::RelativeName(const std::wstring& tstrFull) const
 {
-    const bool bBelow = tstrFull.size() > m_tstrFolder.size() &&
-                        String::EqualsNoCase(std::wstring_view(tstrFull).substr(0, m_tstrFolder.size()), m_tstrFolder);
-    return bBelow ? tstrFull.substr(m_tstrFolder.size()) : tstrFull;
+    return String::IsBelow(tstrFull, m_tstrFolder) ? tstrFull.substr(m_tstrFolder.size()) : tstrFull;
 }
 
 std::wstring Update::SettingFolder() const

@@ -152,9 +152,8 @@ private:
         const std::wstring tstrPath = Resolve(file.tstrPlace, false);
         if (tstrPath.empty()) return;
         const Destination source{kInstalledDir, file.tstrSource};
-        const bool bComponent =
-            String::EqualsNoCase(std::wstring_view(file.tstrSource).substr(0, kComponents.size()), kComponents);
-        if (!bComponent || !IsRelativeName(file.tstrSource) || m_machine.folders.LeadsElsewhere(source)) {
+        if (!String::IsBelow(file.tstrSource, kComponents) || !IsRelativeName(file.tstrSource) ||
+            m_machine.folders.LeadsElsewhere(source)) {
             return Add(Verdict::eRefused, tstrPath, L"its source is no file of a package: " + file.tstrSource);
         }
         if (m_machine.pending.IsDestination(tstrPath)) return Add(Verdict::eWaiting, tstrPath);

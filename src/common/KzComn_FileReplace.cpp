@@ -4,6 +4,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Retry.h"
+#include "common/KzComn_String.h"
 
 #include <algorithm>
 #include <cwchar>
@@ -24,12 +25,6 @@ const wchar_t kNameFormat[] = L"~kzcomn-%08lx-%02u.tmp";
 const wchar_t kNamePattern[] = L"~kzcomn-*.tmp";
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-/// The folder of a path, with trailing backslash; empty for a name alone.
-std::wstring FolderOf(const std::wstring& tstrPath)
-{
-    return tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1);
-}
 
 /// Whether the process that made a temporary file is another one and still runs.
 bool IsInUse(const std::wstring& tstrName)
@@ -150,7 +145,7 @@ bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD
         security.Switch(SE_DACL_PROTECTED);  // what the folder gives to new files stays out, for this moment, too
         attributes.lpSecurityDescriptor = security.Get();
     }
-    const std::wstring tstrFolder = FolderOf(m_tstrTarget);
+    const std::wstring tstrFolder = String::FolderPart(m_tstrTarget);
     RemoveLeftovers(tstrFolder);
     for (unsigned uName = 0; uName < kNames; ++uName) {
         wchar_t szName[kNameLength + 1] = {};

@@ -109,7 +109,7 @@ std::wstring ProgramFolder()
 {
     std::wstring tstrFile(kLongPathCharacters, L'\0');
     tstrFile.resize(::GetModuleFileNameW(nullptr, tstrFile.data(), static_cast<DWORD>(tstrFile.size())));
-    return tstrFile.substr(0, tstrFile.find_last_of(L'\\') + 1);
+    return String::FolderPart(tstrFile);
 }
 
 std::wstring ResolveBesideProgram(const std::wstring& tstrPath)

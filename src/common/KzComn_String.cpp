@@ -49,6 +49,11 @@ std::wstring FolderBelow(const std::wstring& tstrFolder, std::wstring_view tstrN
     return tstrFolder.empty() ? std::wstring() : EnsureBackslash(JoinPath(tstrFolder, tstrName));
 }
 
+std::wstring FolderPart(std::wstring_view tstrPath)
+{
+    return std::wstring(tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1));
+}
+
 const char* BaseName(const char* szPath) noexcept
 {
     const char* szName = szPath;
@@ -107,6 +112,16 @@ bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexc
     if (tstrLeft.empty()) return true;
     return ::CompareStringOrdinal(tstrLeft.data(), static_cast<int>(tstrLeft.size()), tstrRight.data(),
                                   static_cast<int>(tstrRight.size()), TRUE) == CSTR_EQUAL;
+}
+
+bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept
+{
+    return EqualsNoCase(tstrText.substr(0, tstrBegin.size()), tstrBegin);
+}
+
+bool IsBelow(std::wstring_view tstrPath, std::wstring_view tstrFolder) noexcept
+{
+    return !tstrFolder.empty() && tstrPath.size() > tstrFolder.size() && StartsWithNoCase(tstrPath, tstrFolder);
 }
 
 bool UlToStr(unsigned long ulValue, std::wstring& tstrText)

@@ -26,6 +26,9 @@ namespace KzCommon::String {
 /// there is none.
 [[nodiscard]] std::wstring FolderBelow(const std::wstring& tstrFolder, std::wstring_view tstrName);
 
+/// A path up to and with its last separator; empty for a name alone.
+[[nodiscard]] std::wstring FolderPart(std::wstring_view tstrPath);
+
 /// A path as _wsplitpath_s takes it apart, every part with the runtime's limits (drive 2, others 255 characters).
 struct PathParts {
     wchar_t szDrive[_MAX_DRIVE] = {};
@@ -48,6 +51,12 @@ void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring
 
 /// Ordinal comparison without regard to case. CompareStringOrdinal.
 [[nodiscard]] bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept;
+
+/// Whether a text begins with another one, without regard to case as above.
+[[nodiscard]] bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept;
+
+/// Whether a path lies below a folder (with trailing backslash), by their texts alone; below an empty one nothing lies.
+[[nodiscard]] bool IsBelow(std::wstring_view tstrPath, std::wstring_view tstrFolder) noexcept;
 
 /// The decimal text of a number; false, with ERROR_INVALID_DATA left in GetLastError(), when it cannot be
 /// made. Boost.LexicalCast.

@@ -51,15 +51,10 @@ Texts NamedIn(const std::wstring& tstrFile)
     return named;
 }
 
-std::wstring FolderOf(const std::wstring& tstrPath)
-{
-    return tstrPath.substr(0, tstrPath.find_last_of(L"\\/") + 1);
-}
-
 /// Whether a file is the new content of one that is replaced in one step, beside it in one of those folders.
 bool IsNewContent(const std::wstring& tstrPlace, const std::wstring& tstrInstallDir)
 {
-    const std::wstring tstrFolder = FolderOf(tstrPlace);
+    const std::wstring tstrFolder = String::FolderPart(tstrPlace);
     return tstrPlace.substr(tstrFolder.size()).starts_with(L"~kzcomn-") &&
            (tstrFolder.starts_with(tstrInstallDir) || tstrFolder == L"C:\\");
 }
@@ -138,7 +133,7 @@ TEST_F(HostileInput, InstructionFiles)
             const std::wstring tstrNamed = String::EnsureBackslash(tstrText);
             if (strCall == "CreateDirectoryW") return tstrNamed.starts_with(tstrFolder);
             return String::IsFullPath(tstrText) &&
-                   (tstrFolder.starts_with(tstrNamed) || FolderOf(tstrPlace) == FolderOf(tstrText));
+                   (tstrFolder.starts_with(tstrNamed) || String::FolderPart(tstrPlace) == String::FolderPart(tstrText));
         };
         return tstrPlace.starts_with(tstrSettings) || tstrPlace.starts_with(tstrKept) ||
                std::any_of(named.begin(), named.end(), names);

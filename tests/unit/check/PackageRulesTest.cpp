@@ -1,6 +1,6 @@
 #include "unit/check/CheckFixture.h"
 
-#include "check/BroughtFiles.h"
+#include "check/NamePattern.h"
 
 using FileRulesTest = RulesTest<CheckFileRecords>;
 

@@ -1,0 +1,12 @@
+// Patterns with "*" and "?" for the names of files.
+#pragma once
+
+#include <string>
+
+namespace Check {
+
+/// Whether a name matches a pattern as Windows lists files: without regard to case, "*.*" any name, and an extension of
+/// three characters after wildcards the longer ones as well, by their short names.
+[[nodiscard]] bool MatchesPattern(const std::wstring& tstrName, const std::wstring& tstrPattern);
+
+}  // namespace Check
