@@ -1,6 +1,7 @@
 #include "check/PlanReport.h"
 
 #include "check/JsonText.h"
+#include "check/RowOrder.h"
 
 #include "common/KzComn_String.h"
 
@@ -46,6 +47,8 @@ constexpr OutcomeRow kOutcomes[] = {
     {Outcome::eFail, "fail", L'!', L"not possible"},
 };
 
+static_assert(IsInOrder(kActions, &ActionRow::eAction) && IsInOrder(kOutcomes, &OutcomeRow::eOutcome));
+
 const ActionRow& RowOf(Action eAction)
 {
     return kActions[static_cast<std::size_t>(eAction)];
@@ -55,16 +58,6 @@ const OutcomeRow& RowOf(Outcome eOutcome)
 {
     return kOutcomes[static_cast<std::size_t>(eOutcome)];
 }
-
-template <class Row, std::size_t cRows>
-consteval bool IsInOrder(const Row (&rows)[cRows], auto Row::*pKey)
-{
-    for (std::size_t u = 0; u < cRows; ++u) {
-        if (static_cast<std::size_t>(rows[u].*pKey) != u) return false;
-    }
-    return true;
-}
-static_assert(IsInOrder(kActions, &ActionRow::eAction) && IsInOrder(kOutcomes, &OutcomeRow::eOutcome));
 
 /// How often each outcome occurs, and how many changes the restart brings.
 struct Count {

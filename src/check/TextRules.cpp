@@ -9,7 +9,6 @@
 #include "common/L10nReader.h"
 
 #include <algorithm>
-#include <array>
 
 using namespace KzCommon;
 
@@ -93,9 +92,9 @@ void CheckNotification(const IniSection& section, const KnownSection& known, Rep
         return record.IsRecord() && known.HasKey(record.tstrKey);
     });
     if (cTexts >= 2) return;
-    constexpr std::array<const wchar_t*, 2> kMissing{L"has neither title nor message", L"has a title but no message"};
     report.Add(Rule::eNotification, kInstructionFile, section.place,
-               L"[" + section.tstrName + L"] " + kMissing[static_cast<std::size_t>(cTexts)] +
+               L"[" + section.tstrName + L"] " +
+                   (cTexts == 0 ? L"has neither title nor message" : L"has a title but no message") +
                    L": a built-in English text is shown");
 }
 

@@ -316,6 +316,8 @@ bool PromisesOfNewestRun(const MachineFolders& folders, Promises& promises, std:
     if (itRun == runs.rend()) return false;
     promises = PromisesOf(*itRun, folders);
     tstrTime = itRun->lines.front().tstrTime;
+    for (const std::wstring& tstrFile : reader.MissingFiles())
+        promises.notCovered.push_back(L"what stood in " + tstrFile);
     return promises.Count() > 0;
 }
 

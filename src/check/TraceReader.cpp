@@ -186,6 +186,11 @@ std::pair<std::wstring, unsigned> SplitNumber(const std::wstring& tstrPath)
     return {tstrPath.substr(0, uDot), static_cast<unsigned>(tstrPath[uDot + 1] - L'0')};
 }
 
+std::wstring RolledPath(const std::wstring& tstrBase, unsigned uNumber)
+{
+    return tstrBase + L"." + std::to_wstring(uNumber);
+}
+
 /// The path without its day, in lower case, and the day: "_20261121" before the extension.
 std::pair<std::wstring, std::wstring> SplitDay(const std::wstring& tstrBase)
 {
@@ -271,12 +276,12 @@ bool TraceReader::AddOne(const std::wstring& tstrBase, unsigned uNumber, DWORD* 
     const Order order(tstrDay, -static_cast<int>(uNumber));
     if (files.contains(order)) return true;
     std::string strBytes;
-    const std::wstring tstrPath = uNumber > 0 ? tstrBase + L"." + std::to_wstring(uNumber) : tstrBase;
+    const std::wstring tstrPath = uNumber > 0 ? RolledPath(tstrBase, uNumber) : tstrBase;
     if (!Storage::File::ReadWhole(tstrPath, kMaxBytes, strBytes, pdwError)) return false;
     m_texts.push_back(Decode(strBytes));
     std::vector<TraceLine> lines = ParseLines(m_texts.back());
     if (lines.empty()) return Storage::Fail(ERROR_INVALID_DATA, pdwError);
-    files.emplace(order, std::move(lines));
+    files.emplace(order, File{tstrBase, std::move(lines)});
     return true;
 }
 
@@ -285,14 +290,30 @@ std::vector<TraceRun> TraceReader::Runs() const
     std::vector<TraceRun> runs;
     for (const auto& [tstrName, files] : m_traces) {
         RunSorter sorter(runs);
-        for (const auto& [order, lines] : files) {
-            for (const TraceLine& line : lines) sorter.Add(line);
+        for (const auto& [order, file] : files) {
+            for (const TraceLine& line : file.lines) sorter.Add(line);
         }
     }
     std::stable_sort(runs.begin(), runs.end(), [](const TraceRun& left, const TraceRun& right) {
         return left.lines.front().llMilliseconds < right.lines.front().llMilliseconds;
     });
     return runs;
+}
+
+std::vector<std::wstring> TraceReader::MissingFiles() const
+{
+    std::vector<std::wstring> missing;
+    for (const auto& [tstrName, files] : m_traces) {
+        const Order* pEarlier = nullptr;
+        for (const auto& [order, file] : files) {
+            const auto& [tstrDay, iOrder] = order;
+            const int iFirst = pEarlier && pEarlier->first == tstrDay ? pEarlier->second + 1 : iOrder;
+            for (int i = iFirst; i < iOrder; ++i)
+                missing.push_back(RolledPath(file.tstrBase, static_cast<unsigned>(-i)));
+            pEarlier = &order;
+        }
+    }
+    return missing;
 }
 
 }  // namespace Check

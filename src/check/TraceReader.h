@@ -41,12 +41,19 @@ public:
     /// The runs of all files, by the time of their first line.
     [[nodiscard]] std::vector<TraceRun> Runs() const;
 
+    /// The rolled files that are gone, or cannot be read, between others of their trace and day.
+    [[nodiscard]] std::vector<std::wstring> MissingFiles() const;
+
     static constexpr std::size_t kMaxBytes = std::size_t{256} * 1024 * 1024;
 
 private:
     /// The files of one trace in the order in which they were written: by day, then from the oldest rolled one on.
     using Order = std::pair<std::wstring, int>;
-    using Files = std::map<Order, std::vector<TraceLine>>;
+    struct File {
+        std::wstring tstrBase;  ///< its path before it was rolled
+        std::vector<TraceLine> lines;
+    };
+    using Files = std::map<Order, File>;
 
     [[nodiscard]] bool AddOne(const std::wstring& tstrBase, unsigned uNumber, DWORD* pdwError);
 

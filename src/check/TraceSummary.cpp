@@ -249,6 +249,9 @@ int RunTrace(const Arguments& arguments, Output& output)
         cFailed += summary.failures.empty() ? 0 : 1;
         cCutOff += summary.eEnd == RunEnd::eCutOff || summary.eEnd == RunEnd::eAsking ? 1 : 0;
     }
+    for (const std::wstring& tstrFile : reader.MissingFiles()) {
+        output.strText += String::ToUtf8(tstrFile + L" is gone or cannot be read: what stood in it is missing above\n");
+    }
     output.strText += String::ToUtf8(Counted(runs.size(), L"run", L"runs") + L", " + std::to_wstring(cFailed) +
                                      L" with failures, " + std::to_wstring(cCutOff) + L" cut off\n");
     return iExitCode;

@@ -75,6 +75,10 @@ TEST_F(TraceTest, RolledFilesAndThoseOfTheNextDayGoOnWithTheRun)
     }
     TraceReader reader;
     DWORD dwError = ERROR_SUCCESS;
+    m_folder.Write(L"t_20261121.log.4", Line(0, "00d0", "@@@ c"));
+    EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261121.log.1"), &dwError));
+    EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261122.log"), &dwError));
+    EXPECT_THAT(reader.MissingFiles(), ElementsAre(m_folder.PathOf(L"t_20261121.log.3")));
     EXPECT_FALSE(reader.Add(m_folder.PathOf(L"none.log"), &dwError));
     EXPECT_EQ(dwError, DWORD{ERROR_FILE_NOT_FOUND});
     for (const std::string& strNone : {std::string("no trace\r\n"), std::string("\0\xFF", 2), Line(1, "xyz", kStop),
