@@ -2,6 +2,7 @@
 
 #include "check/JsonText.h"
 #include "check/RowOrder.h"
+#include "check/ShownText.h"
 
 #include "common/KzComn_String.h"
 
@@ -78,15 +79,6 @@ Count CountOf(const Plan& plan)
     return count;
 }
 
-/// One line, whatever the text holds.
-std::wstring OneLine(std::wstring tstrText)
-{
-    for (wchar_t& ch : tstrText) {
-        if (ch < L' ' || ch == 0x7F) ch = L' ';
-    }
-    return tstrText;
-}
-
 std::wstring Quoted(const std::wstring& tstrText)
 {
     return L"\"" + tstrText + L"\"";
@@ -116,7 +108,7 @@ std::wstring Line(const Change& change, const Plan& plan)
     if (!change.tstrStaged.empty()) tstrLine += L"  by way of " + Short(change.tstrStaged, plan);
     if (change.bAtRestart) tstrLine += L"  [restart]";
     if (!change.tstrReason.empty()) tstrLine += L"  (" + change.tstrReason + L")";
-    return OneLine(std::move(tstrLine)) + L"\n";
+    return OnOneLine(std::move(tstrLine)) + L"\n";
 }
 
 Json::Value JsonOf(const Change& change)
@@ -147,7 +139,7 @@ std::wstring FormatPlanText(const Plan& plan)
     for (const PlanStep& step : plan.steps) {
         if (step.changes.empty() && step.tstrReason.empty()) continue;
         tstrText += L"\n" + step.tstrName;
-        if (!step.tstrReason.empty()) tstrText += OneLine(L": nothing, " + step.tstrReason);
+        if (!step.tstrReason.empty()) tstrText += OnOneLine(L": nothing, " + step.tstrReason);
         tstrText += L"\n";
         for (const Change& change : step.changes) tstrText += Line(change, plan);
     }

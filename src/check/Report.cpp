@@ -1,5 +1,6 @@
 #include "check/Report.h"
 
+#include "check/ShownText.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -11,11 +12,6 @@ using namespace KzCommon;
 namespace Check {
 
 namespace {
-
-std::wstring Counted(std::size_t uCount, const wchar_t* szWord)
-{
-    return std::to_wstring(uCount) + L" " + szWord + (uCount == 1 ? L"" : L"s");
-}
 
 /// A path below the folder as the user wrote it: with forward slashes where only those were used.
 std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
@@ -29,18 +25,6 @@ std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
     tstrShown += tstrPath;
     if (bForward) std::replace(tstrShown.begin(), tstrShown.end(), L'\\', L'/');
     return tstrShown;
-}
-
-/// A text of a file may hold line ends and what a terminal takes for a command, and be of any length.
-std::wstring OnOneLine(std::wstring tstrText)
-{
-    constexpr std::size_t kMaxCharacters = 2000;
-    if (tstrText.size() > kMaxCharacters) tstrText.replace(kMaxCharacters, std::wstring::npos, L"...");
-    const auto isControl = [](wchar_t ch) {
-        return ch < L' ' || (ch >= 0x7F && ch < 0xA0);
-    };
-    std::replace_if(tstrText.begin(), tstrText.end(), isControl, L' ');
-    return tstrText;
 }
 
 }  // namespace
@@ -93,8 +77,8 @@ std::wstring FormatText(const Report& report, const std::wstring& tstrFolder)
         if (!finding.tstrSuggestion.empty()) tstrText += L"; did you mean \"" + finding.tstrSuggestion + L"\"?";
         tstrText += L"\n";
     }
-    return tstrText + Counted(report.Count(Severity::eError), L"error") + L", " +
-           Counted(report.Count(Severity::eWarning), L"warning") + L"\n";
+    return tstrText + Counted(report.Count(Severity::eError), L"error", L"errors") + L", " +
+           Counted(report.Count(Severity::eWarning), L"warning", L"warnings") + L"\n";
 }
 
 }  // namespace Check

@@ -2,6 +2,7 @@
 
 #include "check/ErrorWords.h"
 #include "check/FailureLines.h"
+#include "check/ShownText.h"
 
 #include "common/KzComn_String.h"
 
@@ -159,17 +160,12 @@ const wchar_t* WordsOfEnd(RunEnd eEnd)
     return L"";
 }
 
-std::wstring Counted(std::size_t uCount, const wchar_t* szOne, const wchar_t* szMany)
-{
-    return std::to_wstring(uCount) + L" " + (uCount == 1 ? szOne : szMany);
-}
-
 std::wstring FormatFailure(const TraceFailure& failure, const wchar_t* szNote)
 {
-    std::wstring tstrText = L"    !!! " + failure.tstrMessage + L" - " + failure.tstrSource;
+    std::wstring tstrText = L"    !!! " + OnOneLine(failure.tstrMessage) + L" - " + failure.tstrSource;
     if (failure.cTimes > 1) tstrText += L" (" + std::to_wstring(failure.cTimes) + L" times)";
     tstrText += L"\n";
-    if (!failure.tstrAfter.empty()) tstrText += L"        after: " + failure.tstrAfter + L"\n";
+    if (!failure.tstrAfter.empty()) tstrText += L"        after: " + OnOneLine(failure.tstrAfter) + L"\n";
     if (!failure.tstrWords.empty()) tstrText += L"        code: " + failure.tstrWords + L"\n";
     return tstrText + L"        " + szNote + failure.tstrNote + L"\n";
 }

@@ -5,6 +5,7 @@
 #include "check/JsonText.h"
 #include "check/Manifest.h"
 #include "check/RowOrder.h"
+#include "check/ShownText.h"
 #include "check/TracePromises.h"
 
 #include "common/Frwk_Utility.h"
@@ -106,11 +107,11 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
     std::stable_partition(sorted.begin(), sorted.end(), IsKept);
     std::wstring tstrText;
     for (const Answer& answer : sorted) {
-        std::wstring tstrWord = RowOf(answer.eVerdict).szWord;
-        tstrWord.resize(kWordWidth, L' ');
-        tstrText += tstrWord + answer.tstrWhat;
-        if (!answer.tstrDetail.empty()) tstrText += L" (" + answer.tstrDetail + L")";
-        tstrText += L"\n";
+        std::wstring tstrLine = RowOf(answer.eVerdict).szWord;
+        tstrLine.resize(kWordWidth, L' ');
+        tstrLine += answer.tstrWhat;
+        if (!answer.tstrDetail.empty()) tstrLine += L" (" + answer.tstrDetail + L")";
+        tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     }
     for (const std::wstring& tstrKind : notCovered) {
         tstrText += (&tstrKind == notCovered.data() ? L"not covered without a manifest: " : L"; ") + tstrKind;
