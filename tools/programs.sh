@@ -1,7 +1,8 @@
 # For scripts that try programs on throwaway machines, sourced from the project's folder. Nothing is built when
 # BREVANT_BIN names a folder with programs; the whole output is in build/programs.log.
 
-# prepare_programs: sets up, builds the shipped programs and the stand-ins, and names their folders.
+# prepare_programs: sets up, builds the shipped programs and the stand-ins, and names their folders. Returns 64 for a
+# BREVANT_BIN without programs, 70 when something cannot be built, so that neither looks like the outcome of a trial.
 prepare_programs() {
     local start=$SECONDS log="$PWD/build/programs.log" build=tools/build.sh
     mkdir -p build
@@ -18,6 +19,6 @@ prepare_programs() {
         # Before "||" no command ends the shell by itself.
         "$build" && cmake --preset test -Wno-dev &&
             cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
-    } 2>&1 | tee "$log" | { grep --line-buffered '^\[[a-z]*\]' || true; } || { tail -n 40 "$log" >&2; return 1; }
+    } 2>&1 | tee "$log" | { grep --line-buffered '^\[[a-z]*\]' || true; } || { tail -n 40 "$log" >&2; return 70; }
     echo "[programs] ready after $((SECONDS - start)) s"
 }

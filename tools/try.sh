@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Tries an update on a throwaway machine: checks it, deploys it, answers, restarts, and shows what has arrived. An update
 # is a folder that looks like what is laid over the install folder; without one the sample is tried. --help tells the rest.
-# Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 64 a wrong option.
+# Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 64 a wrong option, 70 nothing could be tried
+# because the programs could not be built.
 set -euo pipefail
 caller="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."

@@ -12,7 +12,7 @@ import sys
 import tempfile
 import threading
 import time
-from typing import Callable, NamedTuple, NoReturn, Optional
+from typing import Callable, NamedTuple, NoReturn, Optional, Sequence
 
 from . import report
 from .layouts import host_files, install_folder, instructions, write_sample
@@ -248,7 +248,7 @@ def print_rows(rows: list[tuple[str, str]]) -> None:
             print(f'{"":<20} ... and {more} more (--details)')
 
 
-def print_details(details: dict[str, list[Row]], rooms: list[str]) -> None:
+def print_details(details: dict[str, list[Row]], rooms: Sequence[str]) -> None:
     for room in rooms:
         print(f'\n== {room} ==')
         most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, what somebody says is not
@@ -259,7 +259,7 @@ def print_details(details: dict[str, list[Row]], rooms: list[str]) -> None:
             print(f'{row.state:<14} {row.name}  ' + (f'{before} -> {after}' if before else after))
 
 
-def show(outcome: Outcome, rooms: list[str] = [], folder: Optional[pathlib.Path] = None) -> None:
+def show(outcome: Outcome, rooms: Sequence[str] = (), folder: Optional[pathlib.Path] = None) -> None:
     """Prints what a person wants to know first, the details asked for, and writes the report where one is wanted."""
     if outcome.kill_at:
         came = f'at line {outcome.kill_at} of the trace; the agent was started again'
