@@ -20,8 +20,9 @@ constexpr std::size_t kMaxCharacters = 1023;
 const std::vector<std::wstring>& PlaceholdersOfPlaces()
 {
     static const std::vector<std::wstring> s_placeholders = [] {
-        std::vector<std::wstring> placeholders;
-        for (const Placeholder& placeholder : kPlaceholders) placeholders.emplace_back(placeholder.szText);
+        std::vector<std::wstring> placeholders(kPlaceholders.size());
+        std::transform(kPlaceholders.begin(), kPlaceholders.end(), placeholders.begin(),
+                       [](const Placeholder& placeholder) { return placeholder.szText; });
         placeholders.insert(placeholders.end(), {kAppData, kSystemDrive});
         return placeholders;
     }();
