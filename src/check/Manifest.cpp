@@ -17,7 +17,13 @@ namespace {
 
 constexpr unsigned kFormat = 1;
 
-constexpr const char* kStates[] = {"absent", "value", "any"};
+struct StateWord {
+    ValueState eState;
+    const char* szWord;
+};
+constexpr StateWord kStates[] = {
+    {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
+
 struct TypeWord {
     RegistryType eType;
     const char* szWord;
@@ -70,7 +76,9 @@ Json::Value Describe(const RegistryPromise& value)
     Json::Value json;
     json["key"] = ToJson(value.tstrKeyPath);
     json["name"] = ToJson(value.tstrValueName);
-    json["state"] = kStates[static_cast<std::size_t>(value.eState)];
+    for (const StateWord& row : kStates) {
+        if (row.eState == value.eState) json["state"] = row.szWord;
+    }
     if (value.eState == ValueState::eAbsent) return json;
     for (const TypeWord& row : kTypes) {
         if (row.eType == value.eType) json["type"] = row.szWord;
@@ -180,9 +188,9 @@ bool FromJson(const Json::Value& json, RegistryPromise& value)
     value.tstrKeyPath = members.Text("key");
     value.tstrValueName = members.Text("name");
     const std::string strState = members.Utf8("state");
-    const auto* const pszState = std::find(std::begin(kStates), std::end(kStates), strState);
-    if (!members.AreGood() || pszState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
-    value.eState = static_cast<ValueState>(pszState - kStates);
+    const auto* const pState = std::ranges::find(kStates, strState, &StateWord::szWord);
+    if (!members.AreGood() || pState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
+    value.eState = pState->eState;
     if (value.eState == ValueState::eAbsent) return true;
     const std::string strType = members.Utf8("type");
     for (const TypeWord& row : kTypes) {

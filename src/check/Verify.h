@@ -12,7 +12,7 @@
 
 namespace Check {
 
-/// What became of a promise. The first three are kept.
+/// What became of a promise.
 enum class Verdict {
     eArrived,
     eDeleted,
