@@ -1,7 +1,5 @@
 #include "check/FailureLines.h"
 
-#include "common/KzComn_String.h"
-
 #include <algorithm>
 #include <cwchar>
 #include <string>
