@@ -17,13 +17,7 @@ namespace {
 
 constexpr unsigned kFormat = 1;
 
-struct StateWord {
-    ValueState eState;
-    const char* szWord;
-};
-constexpr StateWord kStates[] = {
-    {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
-
+constexpr const char* kStates[] = {"absent", "value", "any"};
 struct TypeWord {
     RegistryType eType;
     const char* szWord;
@@ -76,9 +70,7 @@ Json::Value Describe(const RegistryPromise& value)
     Json::Value json;
     json["key"] = ToJson(value.tstrKeyPath);
     json["name"] = ToJson(value.tstrValueName);
-    for (const StateWord& row : kStates) {
-        if (row.eState == value.eState) json["state"] = row.szWord;
-    }
+    json["state"] = kStates[static_cast<std::size_t>(value.eState)];
     if (value.eState == ValueState::eAbsent) return json;
     for (const TypeWord& row : kTypes) {
         if (row.eType == value.eType) json["type"] = row.szWord;
@@ -188,9 +180,9 @@ bool FromJson(const Json::Value& json, RegistryPromise& value)
     value.tstrKeyPath = members.Text("key");
     value.tstrValueName = members.Text("name");
     const std::string strState = members.Utf8("state");
-    const auto* const pState = std::ranges::find(kStates, strState, &StateWord::szWord);
-    if (!members.AreGood() || pState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
-    value.eState = pState->eState;
+    const auto* const pszState = std::find(std::begin(kStates), std::end(kStates), strState);
+    if (!members.AreGood() || pszState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
+    value.eState = static_cast<ValueState>(pszState - kStates);
     if (value.eState == ValueState::eAbsent) return true;
     const std::string strType = members.Utf8("type");
     for (const TypeWord& row : kTypes) {

@@ -12,7 +12,7 @@
 
 namespace Check {
 
-/// What became of a promise.
+/// What became of a promise. The first three are kept.
 enum class Verdict {
     eArrived,
     eDeleted,

@@ -12,6 +12,7 @@
 #include "common/KzComn_WholeFile.h"
 
 #include <algorithm>
+#include <array>
 
 using namespace KzCommon;
 
@@ -19,42 +20,28 @@ namespace Check {
 
 namespace {
 
-/// How a verdict is called, and whether its promise is kept.
-struct VerdictRow {
-    Verdict eVerdict;
-    const wchar_t* szWord;
-    bool bKept = false;
-};
-/// In the order in which they are counted.
-constexpr VerdictRow kVerdicts[] = {
-    {Verdict::eArrived, L"ARRIVED", true},
-    {Verdict::eDeleted, L"DELETED", true},
-    {Verdict::eValueRight, L"VALUE RIGHT", true},
-    {Verdict::eWaiting, L"STILL WAITING"},
-    {Verdict::eMissing, L"MISSING"},
-    {Verdict::eDifferent, L"DIFFERENT"},
-    {Verdict::eLeftInDownload, L"LEFT IN DOWNLOAD"},
-    {Verdict::eNotDeleted, L"NOT DELETED"},
-    {Verdict::eValueDiffers, L"VALUE DIFFERS"},
-    {Verdict::eRefused, L"REFUSED"},
-};
-static_assert(std::size(kVerdicts) == static_cast<std::size_t>(Verdict::eCount));
+constexpr std::size_t kVerdicts = static_cast<std::size_t>(Verdict::eCount);
+constexpr const wchar_t* kWords[] = {L"ARRIVED",   L"DELETED",          L"VALUE RIGHT", L"STILL WAITING", L"MISSING",
+                                     L"DIFFERENT", L"LEFT IN DOWNLOAD", L"NOT DELETED", L"VALUE DIFFERS", L"REFUSED"};
+static_assert(std::size(kWords) == kVerdicts);
 
 constexpr std::size_t kWordWidth = 18;
 
-const VerdictRow& RowOf(Verdict eVerdict)
-{
-    return *std::ranges::find(kVerdicts, eVerdict, &VerdictRow::eVerdict);
-}
-
 bool IsKept(Verdict eVerdict)
 {
-    return RowOf(eVerdict).bKept;
+    return eVerdict < Verdict::eWaiting;
 }
 
-std::size_t CountOf(std::span<const Answer> answers, Verdict eVerdict)
+const wchar_t* WordOf(Verdict eVerdict)
 {
-    return static_cast<std::size_t>(std::ranges::count(answers, eVerdict, &Answer::eVerdict));
+    return kWords[static_cast<std::size_t>(eVerdict)];
+}
+
+std::array<std::size_t, kVerdicts> CountVerdicts(std::span<const Answer> answers)
+{
+    std::array<std::size_t, kVerdicts> counts{};
+    for (const Answer& answer : answers) ++counts[static_cast<std::size_t>(answer.eVerdict)];
+    return counts;
 }
 
 /// The promises to look up, and where they are from.
@@ -103,7 +90,7 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
     std::stable_partition(sorted.begin(), sorted.end(), [](const Answer& answer) { return IsKept(answer.eVerdict); });
     std::wstring tstrText;
     for (const Answer& answer : sorted) {
-        std::wstring tstrWord = RowOf(answer.eVerdict).szWord;
+        std::wstring tstrWord = WordOf(answer.eVerdict);
         tstrWord.resize(kWordWidth, L' ');
         tstrText += tstrWord + answer.tstrWhat;
         if (!answer.tstrDetail.empty()) tstrText += L" (" + answer.tstrDetail + L")";
@@ -113,12 +100,13 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
         tstrText += (&tstrKind == notCovered.data() ? L"not covered without a manifest: " : L"; ") + tstrKind;
     }
     if (!notCovered.empty()) tstrText += L"\n";
+    const auto counts = CountVerdicts(answers);
     const auto cKept = static_cast<std::size_t>(
         std::count_if(answers.begin(), answers.end(), [](const Answer& answer) { return IsKept(answer.eVerdict); }));
     tstrText += std::to_wstring(cKept) + L" of " + std::to_wstring(answers.size()) + L" promises kept";
-    for (const VerdictRow& row : kVerdicts) {
-        const std::size_t cAnswers = CountOf(answers, row.eVerdict);
-        if (cAnswers > 0 && !row.bKept) tstrText += L", " + std::to_wstring(cAnswers) + L" " + row.szWord;
+    for (std::size_t uVerdict = 0; uVerdict < kVerdicts; ++uVerdict) {
+        if (counts[uVerdict] == 0 || IsKept(static_cast<Verdict>(uVerdict))) continue;
+        tstrText += L", " + std::to_wstring(counts[uVerdict]) + L" " + kWords[uVerdict];
     }
     return tstrText + L" (" + tstrSource + L")\n";
 }
@@ -129,16 +117,17 @@ std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstr
     Json::Value root;
     root["promises_from"] = ToJson(tstrSource);
     root["complete"] = ExitCodeOf(answers) == kClean;
-    root["restart_pending"] = CountOf(answers, Verdict::eWaiting) > 0;
-    for (const VerdictRow& row : kVerdicts) {
-        root["counts"][String::ToUtf8(row.szWord)] = Json::UInt64{CountOf(answers, row.eVerdict)};
+    const auto counts = CountVerdicts(answers);
+    root["restart_pending"] = counts[static_cast<std::size_t>(Verdict::eWaiting)] > 0;
+    for (std::size_t uVerdict = 0; uVerdict < kVerdicts; ++uVerdict) {
+        root["counts"][String::ToUtf8(kWords[uVerdict])] = Json::UInt64{counts[uVerdict]};
     }
     root["not_covered"] = Json::Value(Json::arrayValue);
     for (const std::wstring& tstrKind : notCovered) root["not_covered"].append(ToJson(tstrKind));
     root["answers"] = Json::Value(Json::arrayValue);
     for (const Answer& answer : answers) {
         Json::Value json;
-        json["verdict"] = ToJson(RowOf(answer.eVerdict).szWord);
+        json["verdict"] = ToJson(WordOf(answer.eVerdict));
         json["what"] = ToJson(answer.tstrWhat);
         if (!answer.tstrDetail.empty()) json["detail"] = ToJson(answer.tstrDetail);
         root["answers"].append(json);
