@@ -130,10 +130,7 @@ void AddBare()
 void MeasureRegistry(unsigned cRounds)
 {
     WriteRegistryRecords(kRecords);
-    MeasurePairs("registry", cRounds, AddBare, [] {
-        FrameworkDeployAgent agent;
-        PatchRegistry(agent.Paths());
-    });
+    MeasurePairs("registry", cRounds, AddBare, [] { PatchRegistry(PathValues()); });
     DWORD cb = 0;
     Require(::RegGetValueW(HKEY_LOCAL_MACHINE, kRecordKey, RecordName(kRecords - 1).c_str(), RRF_RT_REG_SZ, nullptr,
                            nullptr, &cb) == ERROR_SUCCESS,

@@ -80,6 +80,7 @@ endfunction()
 # folder's seeds.
 function(brevant_hostile_tests folder)
     brevant_glob(sources ${folder}/*.cpp)
+    brevant_glob(seeds ${folder}/seeds/*)
     add_executable(hostile_tests ${sources})
     set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
     target_link_libraries(hostile_tests PRIVATE check agent test_support GTest::gmock GTest::gtest)

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds what is shipped: Brevant.exe, KzDbg64.dll and libexpat.dll, stripped, in build/release/bin.
+# Builds what is shipped: Brevant.exe, BrevantCheck.exe, KzDbg64.dll and libexpat.dll, stripped, in build/release/bin.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

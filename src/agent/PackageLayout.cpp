@@ -86,25 +86,32 @@ const DeployStep& ResourceStep() noexcept
 }
 
 BaseFolders::BaseFolders(const PackageFolders& folders)
+    : m_folders(folders),
+      m_tstrShareDir(String::FolderBelow(folders.tstrProductDownloadDir, L"Share")),
+      m_tstrAppDataDir(Process::CommonAppDataFolder()),
+      m_tstrSystemDrive(SystemDriveRoot())
 {
-    const auto set = [this](Base eBase, std::wstring tstrFolder) {
-        m_bases[static_cast<std::size_t>(eBase)] = std::move(tstrFolder);
-    };
-    const std::wstring& tstrProduct = folders.tstrProductDownloadDir;
     // The updater lays the package out with the component's name once more below the platform's folder.
-    const std::wstring tstrPlatform = String::FolderBelow(tstrProduct, Process::Is64BitWindows() ? L"64bit" : L"32bit");
-    set(ePackage, String::FolderBelow(tstrPlatform, folders.tstrProductDownloadPath));
-    set(eProduct, tstrProduct);
-    set(eShare, String::FolderBelow(tstrProduct, L"Share"));
-    set(eResource, folders.tstrResourceDownloadDir);
-    set(eInstall, folders.tstrInstallDir);
-    set(eAppData, Process::CommonAppDataFolder());
-    set(eSystemDrive, SystemDriveRoot());
+    const std::wstring tstrPlatform =
+        String::FolderBelow(folders.tstrProductDownloadDir, Process::Is64BitWindows() ? L"64bit" : L"32bit");
+    m_tstrPackageDir = String::FolderBelow(tstrPlatform, folders.tstrProductDownloadPath);
 }
 
 std::wstring BaseFolders::FolderOf(const Place& place) const
 {
-    return String::FolderBelow(m_bases[static_cast<std::size_t>(place.eBase)], place.szBelow);
+    const auto below = [&](const std::wstring& tstrBase) {
+        return String::FolderBelow(tstrBase, place.szBelow);
+    };
+    switch (place.eBase) {
+        case ePackage: return below(m_tstrPackageDir);
+        case eProduct: return below(m_folders.tstrProductDownloadDir);
+        case eShare: return below(m_tstrShareDir);
+        case eResource: return below(m_folders.tstrResourceDownloadDir);
+        case eInstall: return below(m_folders.tstrInstallDir);
+        case eAppData: return below(m_tstrAppDataDir);
+        case eSystemDrive: return below(m_tstrSystemDrive);
+    }
+    return {};
 }
 
 std::vector<FolderCopy> ListCopies(const PackageFolders& folders)

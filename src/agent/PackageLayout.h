@@ -13,14 +13,13 @@ namespace PackageLayout {
 
 /// Where a folder of a row begins.
 enum class Base {
-    ePackage,      ///< the product package's files for this platform
-    eProduct,      ///< the product package's download folder
-    eShare,        ///< its files for every platform
-    eResource,     ///< the resource package's download folder
-    eInstall,      ///< the install folder
-    eAppData,      ///< the common application-data folder
-    eSystemDrive,  ///< the root of the drive that Windows lies on
-    eCount
+    ePackage,     ///< the product package's files for this platform
+    eProduct,     ///< the product package's download folder
+    eShare,       ///< its files for every platform
+    eResource,    ///< the resource package's download folder
+    eInstall,     ///< the install folder
+    eAppData,     ///< the common application-data folder
+    eSystemDrive  ///< the root of the drive that Windows lies on
 };
 
 /// A folder: a base and what follows it, without backslash at its end; empty for the base itself.
@@ -75,7 +74,11 @@ public:
     [[nodiscard]] std::wstring FolderOf(const Place& place) const;
 
 private:
-    std::wstring m_bases[static_cast<std::size_t>(Base::eCount)];
+    PackageFolders m_folders;
+    std::wstring m_tstrPackageDir;
+    std::wstring m_tstrShareDir;
+    std::wstring m_tstrAppDataDir;
+    std::wstring m_tstrSystemDrive;
 };
 
 /// One folder copy of one installation.

@@ -78,10 +78,7 @@ public:
     /// The update information file of the installed product; empty without an install folder.
     [[nodiscard]] std::wstring UpdateInfoFile() const;
 
-    [[nodiscard]] const std::wstring& InteractiveLogDir() const noexcept { return m_tstrInteractiveLogDir; }
-    [[nodiscard]] const std::wstring& ServiceLogDir() const noexcept { return m_tstrServiceLogDir; }
-    [[nodiscard]] const std::wstring& InstallerLogDir() const noexcept { return m_tstrInstallerLogDir; }
-    /// One folder per user profile when the configured one begins with "%USERPROFILE%".
+    /// The log folder of the protected sessions: one for each user profile when it begins with "%USERPROFILE%".
     [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
 
     /// What the system says of a folder's volume.

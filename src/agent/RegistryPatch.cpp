@@ -73,7 +73,7 @@ void RefuseType(const RegistryRecord&)
 
 /// One data type of a registry record: its word, and how "add" and "add_if_non" write it.
 struct TypeRow {
-    const wchar_t* szType;  // null: any other word
+    const wchar_t* szType;
     RegistryType eType;
     void (*pfnAdd)(const RegistryRecord&);
     void (*pfnAddIfNone)(const RegistryRecord&);
@@ -102,13 +102,13 @@ const TypeRow kTypes[] = {
          AddValueIfNone(record, record.ullData);
      }},
     {L"REG_MULTI_SZ", RegistryType::eMultiText, &RefuseMultiText, &RefuseMultiText},
-    {nullptr, RegistryType::eUnknown, &RefuseType, &RefuseType},
 };
+const TypeRow kAnyOtherType{L"", RegistryType::eUnknown, &RefuseType, &RefuseType};
 
 const TypeRow& TypeOf(const std::wstring& tstrType)
 {
-    return *std::find_if(std::begin(kTypes), std::end(kTypes),
-                         [&](const TypeRow& row) { return !row.szType || tstrType == row.szType; });
+    const auto* const pRow = std::ranges::find(kTypes, tstrType, &TypeRow::szType);
+    return pRow == std::end(kTypes) ? kAnyOtherType : *pRow;
 }
 
 void DeleteValue(const RegistryRecord& record)
@@ -163,7 +163,7 @@ std::vector<std::wstring> RegistryTypeWords()
 {
     std::vector<std::wstring> words;
     for (const TypeRow& row : kTypes) {
-        if (row.szType && row.eType != RegistryType::eMultiText) words.emplace_back(row.szType);
+        if (row.eType != RegistryType::eMultiText) words.emplace_back(row.szType);
     }
     return words;
 }

@@ -55,13 +55,26 @@ constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
 /// When a record is carried out, in the order of a run.
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
 
-/// One key of a section, whether placeholders are expanded in its records, and the operation that carries out one of
-/// them; none where the reader takes the records itself.
+/// What carries out one record; without a function where the section's reader takes the records itself.
+struct RecordOperation {
+    using Function = void(const PathValues&, const std::wstring& tstrRecord);
+
+    constexpr RecordOperation() noexcept = default;
+    constexpr RecordOperation(Function* pfn) noexcept  // NOLINT(google-explicit-constructor)
+        : pfnCarryOut(pfn), bGiven(true)
+    {
+    }
+
+    Function* pfnCarryOut = nullptr;
+    bool bGiven = false;
+};
+
+/// One key of a section, whether placeholders are expanded in its records, and what carries out one of them.
 struct SectionKey {
     const wchar_t* szKey;
     RecordEffect eEffect;
     bool bPlaceholders;
-    void (*pfnCarryOut)(const PathValues&, const std::wstring& tstrRecord) = nullptr;
+    RecordOperation operation{};
 };
 
 /// One reading of one section.
@@ -108,6 +121,18 @@ inline constexpr Section kSections[] = {
     // clang-format on
 };
 static_assert(std::ranges::is_sorted(kSections, {}, &Section::ePhase));
+
+/// Whether every key of a section is carried out: by its operation, or, where the reader takes the records itself, in
+/// one way for all.
+constexpr bool AreKeysCarriedOut(const Section& section)
+{
+    const SectionKey& first = *section.keys.begin();
+    return std::ranges::all_of(section.keys, [&](const SectionKey& key) {
+        const bool bAlike = key.operation.bGiven == first.operation.bGiven;
+        return bAlike && (key.operation.bGiven || key.eEffect == first.eEffect);
+    });
+}
+static_assert(std::ranges::all_of(kSections, &AreKeysCarriedOut));
 
 /// A reader's row. One that is not in the table does not compile.
 consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view tstrReader)

@@ -3,7 +3,6 @@
 #include "check/Suggestion.h"
 #include "check/XmlForm.h"
 
-#include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"
 #include "config/ConfigStore.h"
 

@@ -1,7 +1,6 @@
 #include "check/FailureLines.h"
 
-#include "common/KzComn_String.h"
-
+#include <algorithm>
 #include <cwchar>
 #include <string>
 
@@ -16,7 +15,6 @@ struct CodeRow {
 };
 constexpr CodeRow kCodes[] = {
     {L"[0x", 16},
-    {L"error[0x", 16},
     {L"code: 0x", 16},
     {L"failed: 0x", 16},
     {L"Win32ErrorCode=", 16},
@@ -48,9 +46,11 @@ constexpr HarmlessRow kHarmless[] = {
     {L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x80040154]", L"", L"", L"",
      L"nothing can be unpinned there; the shortcuts are removed all the same"},
 };
+// The first that fits is taken: those of one source stand before those of any.
+static_assert(std::ranges::is_partitioned(kHarmless, [](const HarmlessRow& row) { return !row.tstrSource.empty(); }));
 
 struct PageRow {
-    std::wstring_view tstrSource;  ///< beginning of the source's name
+    std::wstring_view tstrSource;  ///< beginning of the source's name; the longest that fits counts
     const wchar_t* szPage;
 };
 constexpr PageRow kPages[] = {
@@ -66,8 +66,8 @@ constexpr PageRow kPages[] = {
     {L"ShortCut", L"docs/debug-trace.md, \"The change of name\""},
     {L"InstComn_", L"docs/debug-trace.md, \"The change of name\""},
     {L"L10nReader", L"docs/debug-trace.md, \"The change of name\""},
-    {L"", L"docs/debug-trace.md, \"A run with failures\""},
 };
+constexpr PageRow kAnyOtherSource{L"", L"docs/debug-trace.md, \"A run with failures\""};
 
 }  // namespace
 
@@ -98,9 +98,12 @@ const wchar_t* WhyHarmless(const TraceLine& line)
 
 const wchar_t* PageOf(std::wstring_view tstrSource)
 {
-    const PageRow* pRow = kPages;
-    while (!tstrSource.starts_with(pRow->tstrSource)) ++pRow;  // the last row fits every source
-    return pRow->szPage;
+    const PageRow* pFitting = &kAnyOtherSource;
+    for (const PageRow& row : kPages) {
+        const bool bLonger = row.tstrSource.size() > pFitting->tstrSource.size();
+        if (bLonger && tstrSource.starts_with(row.tstrSource)) pFitting = &row;
+    }
+    return pFitting->szPage;
 }
 
 }  // namespace Check

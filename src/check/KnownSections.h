@@ -9,6 +9,7 @@
 
 namespace Check {
 
+/// A section, and the keys of all who read it.
 struct KnownSection {
     const wchar_t* szName;
     bool bLanguage;  ///< the name goes on with a language tag

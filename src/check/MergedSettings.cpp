@@ -3,7 +3,6 @@
 #include "check/ErrorWords.h"
 #include "check/XmlForm.h"
 
-#include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "config/ConfigValue.h"
 

@@ -3,7 +3,6 @@
 #include "check/Instructions.h"
 
 #include "common/KzComn_Registry.h"
-#include "common/KzComn_String.h"
 
 using namespace KzCommon;
 

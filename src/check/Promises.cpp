@@ -249,8 +249,13 @@ private:
         switch (eBase) {
             case PackageLayout::Base::eAppData: return kAppData;
             case PackageLayout::Base::eSystemDrive: return kSystemDrive;
-            default: return kInstalledDir;
+            case PackageLayout::Base::ePackage:
+            case PackageLayout::Base::eProduct:
+            case PackageLayout::Base::eShare:
+            case PackageLayout::Base::eResource:
+            case PackageLayout::Base::eInstall: break;
         }
+        return kInstalledDir;
     }
 
     /// The settings that the agent makes out of what the update brings.

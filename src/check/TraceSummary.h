@@ -39,8 +39,10 @@ struct RunSummary {
     std::vector<TraceFailure> harmless;  ///< lines that look like failures and are none
 };
 
+/// How a run ended, by its lines.
 [[nodiscard]] RunEnd EndOf(const TraceRun& run);
 
+/// What a run did and what failed in it.
 [[nodiscard]] RunSummary SummarizeRun(const TraceRun& run);
 
 /// One block of lines; with `bAll` also the lines that are no failures.

@@ -119,16 +119,6 @@ std::wstring ResolveBesideProgram(const std::wstring& tstrPath)
     return ProgramFolder() + tstrPath.substr(bHere ? 2 : 0);
 }
 
-std::wstring ExpandEnvironment(const std::wstring& tstrText)
-{
-    const DWORD cch = ::ExpandEnvironmentStringsW(tstrText.c_str(), nullptr, 0);
-    std::wstring tstrExpanded(cch, L'\0');
-    const DWORD cchDone = cch ? ::ExpandEnvironmentStringsW(tstrText.c_str(), tstrExpanded.data(), cch) : 0;
-    if (cchDone == 0 || cchDone > cch) return tstrText;
-    tstrExpanded.resize(cchDone - 1);
-    return tstrExpanded;
-}
-
 bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError)
 {
     return Storage::Guarded(pdwError, [&] {

@@ -1,6 +1,8 @@
 // What the program asks about itself, its session and the machine it runs on.
 #pragma once
 
+#include "common/KzComn_Environment.h"
+
 #include <windows.h>
 
 #include <string>
@@ -38,9 +40,6 @@ namespace KzCommon::Process {
 
 /// A path as it is when it names a drive or a share; otherwise the same below the program's folder.
 [[nodiscard]] std::wstring ResolveBesideProgram(const std::wstring& tstrPath);
-
-/// `tstrText` with the environment's variables in it; as it is when they cannot be asked. ExpandEnvironmentStringsW.
-[[nodiscard]] std::wstring ExpandEnvironment(const std::wstring& tstrText);
 
 /// The profile folder of every user of the machine, expanded, with trailing backslash, in the order of the profile
 /// list. Users without a folder are left out. False with the Win32 code when the list cannot be read.

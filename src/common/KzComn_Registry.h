@@ -70,10 +70,13 @@ public:
     virtual bool TryReadDword(const std::wstring& tstrName, DWORD& dwValue, DWORD* pdwError);
     /// Reads a REG_DWORD value of 4 bytes; `dwValue` keeps the caller's default on failure. RegQueryValueExW.
     virtual void ReadDword(const std::wstring& tstrName, DWORD& dwValue);
+    /// Writes REG_BINARY. RegSetValueExW.
     virtual void WriteBinary(const std::wstring& tstrName, const ByteArray& bytes);
     /// Writes REG_SZ with its terminating zero. RegSetValueExW.
     virtual void WriteString(const std::wstring& tstrName, const std::wstring& tstrValue);
+    /// Writes REG_QWORD. RegSetValueExW.
     virtual void WriteQword(const std::wstring& tstrName, ULONGLONG ullValue);
+    /// Writes REG_DWORD. RegSetValueExW.
     virtual void WriteDword(const std::wstring& tstrName, DWORD dwValue);
     /// Deletes a key below the open one. RegDeleteKeyW.
     virtual void DeleteSubKey(const std::wstring& tstrName);

@@ -1,4 +1,4 @@
-// What is known of the product's settings without a file: types, built-in defaults, secrets; the limits of a file.
+// What is known of the product's settings without a file: types, built-in defaults, secrets; the limit of a file.
 #pragma once
 
 #include "common/KzComn_XmlParser.h"
@@ -10,8 +10,6 @@ namespace Config {
 
 /// The largest configuration file that is read, in bytes.
 inline constexpr std::size_t kMaxFileBytes = KzCommon::Storage::XmlParser::kMaxBytes;
-/// The deepest one, in elements inside each other, the root included.
-inline constexpr unsigned kMaxFileLevels = KzCommon::Storage::XmlParser::kMaxLevels;
 
 /// One setting that the program knows.
 struct Default {

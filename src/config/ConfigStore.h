@@ -16,6 +16,7 @@ enum class Protection {
     eMisspelt,  ///< meant to be protected, but its text is taken to be in clear: Protected="1", protected="true"
     eProtected  ///< protected="1", exactly so
 };
+/// What those of `element` say.
 [[nodiscard]] Protection ProtectionOf(const KzCommon::Storage::XmlElement& element);
 
 /// What an element without child elements holds. White space around it counts only in a clear text.

@@ -36,6 +36,7 @@ enum class Type {
     eUnknown  ///< another word in the attribute: no value fits
 };
 
+/// What the attribute's text means, compared exactly; eString for an empty one.
 [[nodiscard]] Type TypeOfName(std::wstring_view tstrName) noexcept;
 /// The attribute's text; empty for eString, of which the attribute says nothing, and for eUnknown.
 [[nodiscard]] const wchar_t* NameOfType(Type eType) noexcept;

@@ -8,6 +8,7 @@
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "installer/InstComn_PinnedItems.h"
+#include "installer/InstComn_ShellLink.h"
 
 using namespace KzCommon;
 using namespace InstCommon::Utility;

@@ -1,7 +1,6 @@
 // Shortcuts made and removed as a description file has them; ShortcutPlan.h says what such a file holds.
 #pragma once
 
-#include "installer/InstComn_ShellLink.h"
 #include "installer/InstComn_XmlHandler.h"
 #include "installer/ShortcutPlan.h"
 

@@ -1,5 +1,7 @@
 #include "kzdbg/TraceFile.h"
 
+#include "common/KzComn_Environment.h"
+
 #include <cstdio>
 #include <cwchar>
 #include <iterator>
@@ -24,22 +26,11 @@ DWORD DayOf(const SYSTEMTIME& time) noexcept
     return time.wYear * 10000U + time.wMonth * 100U + time.wDay;
 }
 
-/// The text with its environment variables replaced, as it is where that fails. The folder of the protected sessions
-/// begins with the user's profile.
-std::wstring Expand(const std::wstring& tstrText)
-{
-    std::wstring tstrExpanded(::ExpandEnvironmentStringsW(tstrText.c_str(), nullptr, 0), L'\0');
-    const DWORD cch =
-        ::ExpandEnvironmentStringsW(tstrText.c_str(), tstrExpanded.data(), static_cast<DWORD>(tstrExpanded.size()));
-    if (cch == 0 || cch > tstrExpanded.size()) return tstrText;
-    tstrExpanded.resize(cch - 1);  // without the terminating zero
-    return tstrExpanded;
-}
-
-/// The folder as a full path with trailing backslash, so that it stays the same when the current folder changes.
+/// The folder as a full path with trailing backslash, so that it stays the same when the current folder changes. That
+/// of the protected sessions begins with the user's profile.
 std::wstring FolderOf(const DebugLogConfig& config)
 {
-    std::wstring tstrFolder = Expand(TextOf(config.szLogFolder));
+    std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
     if (tstrFolder.empty()) {
         wchar_t szTemp[MAX_PATH + 1] = {};
         ::GetTempPathW(static_cast<DWORD>(std::size(szTemp)), szTemp);

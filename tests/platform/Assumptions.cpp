@@ -56,12 +56,14 @@ std::wstring SectionAndCode(const std::wstring& tstrFolder, std::string_view str
     return std::to_wstring(cch) + L" characters, last error " + std::to_wstring(::GetLastError());
 }
 
-/// What every signed-in user may do with a file that an administrator makes in the drive's root.
+/// What every signed-in user may do with a file that an administrator makes in the drive's root; nothing for a user who
+/// may make none.
 std::wstring RightsBelowDrive(const std::wstring&)
 {
     wchar_t szWindows[MAX_PATH] = {};
     ::GetSystemWindowsDirectoryW(szWindows, MAX_PATH);
-    const std::wstring tstrPath = WriteFileAt(std::wstring(szWindows, 3) + L"brevant-trial.tmp", "a");
+    const std::wstring tstrPath = std::wstring(szWindows, 3) + L"brevant-trial.tmp";
+    if (!UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr))) return {};
     PACL pList = nullptr;
     PSECURITY_DESCRIPTOR pFound = nullptr;
     ::GetNamedSecurityInfoW(tstrPath.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pList,

@@ -15,7 +15,8 @@ struct Assumption {
     const wchar_t* szAssumed;  ///< what the product counts on
     const wchar_t* szWine;     ///< what Wine 8 may show instead (some of it as root only); null where it agrees
     const wchar_t* szFollows;  ///< what in the product depends on it
-    /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw.
+    /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw. Empty when only an
+    /// administrator could see it.
     std::wstring (*pfnObserve)(const std::wstring& tstrFolder);
     /// Sets up what only a restart shows; null where it can be seen at once.
     void (*pfnPrepare)(const std::wstring& tstrFolder) = nullptr;

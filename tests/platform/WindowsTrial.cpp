@@ -4,7 +4,8 @@
 //     WindowsTrial.exe --prepare        sets up what only a restart shows (as an administrator)
 //     WindowsTrial.exe --after-restart  looks at it
 //
-// A row is "ok", "Wine" (differs in the way that is known of Wine 8) or "DIFFERS". Exit code 0 unless one differs.
+// A row is "ok", "Wine" (differs in the way that is known of Wine 8), "not seen" (needs an administrator) or "DIFFERS".
+// Exit code 0 unless one differs.
 // Started by a double click it does the first and waits for a key.
 #include "Assumptions.h"
 
@@ -47,9 +48,13 @@ bool IsWine()
     return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
-/// Prints one row; whether it is as assumed, or differs as Wine is known to.
+/// Prints one row; false when it differs, and not as Wine is known to.
 bool Judge(const Assumption& row, const std::wstring& tstrSeen)
 {
+    if (tstrSeen.empty()) {
+        Print(L"not seen " + std::wstring(row.szQuestion) + L": run it as an administrator");
+        return true;
+    }
     const bool bAssumed = tstrSeen == row.szAssumed;
     const bool bWine = !bAssumed && IsWine() && row.szWine && tstrSeen == row.szWine;
     const std::wstring tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
