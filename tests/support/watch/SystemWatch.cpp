@@ -108,6 +108,7 @@ REPLACED(MoveFileExW, BOOL, (LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags))
     if (!bDelayed) return REAL(MoveFileExW)(szFrom, szTo, dwFlags);
     std::wstring& tstrMove = s_pWatch->m_moves.emplace_back(szFrom + std::wstring(L" > ") + (szTo ? szTo : L""));
     KzCommon::String::ReplaceAll(tstrMove, s_pWatch->m_tstrSandbox, L"");
+    if (szTo && !(dwFlags & MOVEFILE_REPLACE_EXISTING)) tstrMove += L" unless it is there";
     return TRUE;
 }
 

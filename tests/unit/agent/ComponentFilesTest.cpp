@@ -1,6 +1,7 @@
 #include "agent/ComponentFiles.h"
 
 #include "agent/QorDeployAgent.h"
+#include "common/KzComn_File.h"
 #include "support/watch/SystemWatch.h"
 #include "unit/agent/AgentFixture.h"
 
@@ -93,6 +94,11 @@ TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
     EXPECT_TRUE(CopyTree(L"src"));
     EXPECT_THAT(Moves(), IsEmpty());
     EXPECT_EQ(CountTraced(strLine + "src\\] is a link and is not followed."), 1);
+    Fail("MoveFileExW", ERROR_DISK_FULL);
+    m_watch.m_tstrLink = L"link";
+    m_install.Write(L"link", "old");
+    EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"link"), m_install.Write(L"new", "new"), true, nullptr));
+    EXPECT_EQ(m_install.Read(L"link"), "old") << "never written through";
 }
 
 TEST_F(ComponentFilesTest, AFolderThatCannotBeListedLeavesItsLineAndTheRestIsCopied)
@@ -147,6 +153,13 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     EXPECT_THAT(m_install.List(), ElementsAre(L"a0", L"a1", L"src\\", L"src\\a"));
     EXPECT_EQ(CountTraced(StartsWith("!!! ::MoveFileEx(" + strLong + "2, " + strLong + ") failed: 0x000005AA")), 1);
 
+    {
+        const UniqueFile held = Hold(L"src\\a");
+        const ULONGLONG ullStart = ::GetTickCount64();
+        EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
+        EXPECT_LT(::GetTickCount64() - ullStart, 3800U) << "waited for once, not for each name";
+    }
+    m_trace.Clear();
     for (int iIndex = 0; iIndex < 100; ++iIndex) m_install.Write(L"a" + std::to_wstring(iIndex), "taken");
     EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 1);

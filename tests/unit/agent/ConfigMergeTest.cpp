@@ -112,4 +112,9 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml\\", L"config.previous.3.xml",
                                               L"config.previous.xml", L"config.xml", L"new\\"));
     EXPECT_EQ(CountTraced(EndsWith("are kept in [" + m_strInstall + "config.previous.3.xml].")), 3);
+    m_install.Write(L"new\\config.xml", "<r>");
+    for (wchar_t ch = L'3'; ch <= L'9'; ++ch) m_install.Write(L"config.previous." + std::wstring(1, ch) + L".xml", "x");
+    Merge();
+    EXPECT_EQ(m_install.Read(L"config.previous.9.xml"), "<r>") << "the last name is used again";
+    EXPECT_EQ(Kept(), "older");
 }

@@ -58,6 +58,14 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
     }
     EXPECT_THAT(m_install.List(), ElementsAre(L"Link\\", L"Link\\Deep\\", L"Link\\Deep\\f", L"file", L"there\\"));
     EXPECT_THAT(watch.m_moves, IsEmpty());
+
+    watch.m_fault = [](std::string_view strCall, auto&&...) {
+        return strCall == "MoveFileExW" ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+    };
+    ::SetFileAttributesW(m_install.PathOf(L"file").c_str(), FILE_ATTRIBUTE_READONLY);
+    PerformFileOperation(m_paths, L"{InstalledDir}file", op_file_delete);
+    EXPECT_EQ(CountTraced(strNotDeleted + "file', error = 1450."), 1);
+    EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"file").c_str()) & FILE_ATTRIBUTE_READONLY) << "given back";
 }
 
 TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)

@@ -160,4 +160,19 @@ TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
     }
 }
 
+TEST(ProcedureLoader, EachMissingProcedureCountsWhereverItStands)
+{
+    Library::Wrapper library;
+    ASSERT_TRUE(library.LoadSystem(L"kernel32.dll"));
+    for (const auto& [szFirst, szLast] : {std::pair("NoSuch", "Sleep"), {"Sleep", "NoSuch"}}) {
+        Library::ProcedureLoader procedures(library);
+        FARPROC pfn = nullptr;
+        procedures.Take(pfn, szFirst);
+        procedures.Take(pfn, szLast);
+        DWORD dwError = ERROR_SUCCESS;
+        EXPECT_FALSE(procedures.HasAll(&dwError)) << szFirst;
+        EXPECT_EQ(DWORD{ERROR_PROC_NOT_FOUND}, dwError);
+    }
+}
+
 }  // namespace

@@ -98,6 +98,12 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         release.join();
         EXPECT_EQ(way.expected, folder.Read(L"old"));
 
+        held = Hold(folder.PathOf(L"new"));
+        release = std::jthread([&] { ::Sleep(300), held.Reset(); });
+        folder.Write(L"old", "o");
+        EXPECT_TRUE(way.act(folder, &dwError)) << "its source held: " << dwError;
+        release.join();
+
         // Two files held take no longer than one, and keep their attributes.
         const std::wstring tstrLocked = folder.Write(L"old", "o");
         held = Hold(tstrLocked);
