@@ -94,7 +94,6 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {desktop(link("")), {"B081 2:1"}},
         {menu(folder("", link("A"))), {}},
         {menu(folder("CON", link("A"))), {"B081 2:1", "B083 2:1"}},
-        {menu(folder("C:x", "")), {"B081 2:1"}},
         {menu(folder(std::string(259, 'x'), "")), {}},
         {menu(folder(std::string(200, 'x'), folder(std::string(59, 'y'), ""))), {"B081 3:1"}},
         // targets

@@ -179,12 +179,8 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     Promises promises;
     std::wstring tstrError;
     ASSERT_TRUE(ParseManifest(FormatManifest(made), promises, tstrError)) << ToUtf8(tstrError);
-    struct Row {
-        const char* szMerged;
-        const char* szKept;  // null: none
-        const char* szLine;
-    };
-    const Row rows[] = {
+    // The merged file, the one kept of the user's (null: none), and what is said of it.
+    const std::tuple<const char*, const char*, const char*> rows[] = {
         {"<C><A>secret</A><b><New>2</New></b></C>", nullptr, "ARRIVED config.xml"},
         {"<c><a>secret</a><b/></c>", nullptr, "DIFFERENT config.xml (there is no /b/new)"},
         {"<d><a/><b><new/></b></d>", nullptr, "DIFFERENT config.xml (not <c>)"},
@@ -193,10 +189,10 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
         {"<c><a/><b><new/></b></c>", "<c><own>secret</own></c>", "DIFFERENT config.xml (there is no /own)"},
         {"<c><a/><b><new/></b><own/></c>", "<c><own>secret</own></c>", "ARRIVED config.xml"},
     };
-    for (const Row& row : rows) {
-        m_machine.Write(L"config.xml", row.szMerged);
-        m_machine.Write(L"config.previous.xml", row.szKept ? row.szKept : "");
-        EXPECT_THAT(Verify(promises), ElementsAre(_, StartsWith(row.szLine))) << row.szMerged;
+    for (const auto& [szMerged, szKept, szLine] : rows) {
+        m_machine.Write(L"config.xml", szMerged);
+        m_machine.Write(L"config.previous.xml", szKept ? szKept : "");
+        EXPECT_THAT(Verify(promises), ElementsAre(_, StartsWith(szLine))) << szMerged;
     }
     m_machine.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
     EXPECT_THAT(Verify(promises).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
@@ -336,8 +332,6 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         {"{InstalledDir}Lang", "\\u0000"},
         {"\"sha256\"", "\"sha\""},
         {strManifest, std::string(100'000, '[')},
-        {strManifest, "null"},
-        {strManifest, ""},
         {strManifest, std::string("\xFF\xFE\x00", 3)},
     };
     for (const auto& [strFrom, strTo] : damages) {

@@ -27,14 +27,3 @@ TEST_F(L10nReaderTest, FirstTextOfAKeyWinsAndOneMissingSectionFailsButKeepsTheOt
     EXPECT_STREQ(L"l", reader.GetString(L"Last"));
     EXPECT_FALSE(reader.ParseL10nFile(L"XX-NONE", L"IEBHO"));
 }
-
-TEST_F(L10nReaderTest, ASectionIsReadUpToTheLargestBufferAndNotInPart)
-{
-    // A buffer counts as full when all but its two closing zeros are used.
-    for (const std::size_t cchSection : {4093, 4094, 28669, 28670}) {
-        CL10nReader reader;
-        const std::string strText(cchSection - 3, 'x');  // and "K=", and the zero after the entry
-        EXPECT_EQ(cchSection < 28670, Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nK=" + strText + "\n")) << cchSection;
-        EXPECT_EQ(cchSection < 28670, reader.GetString(L"K") != nullptr) << cchSection;
-    }
-}
