@@ -1,8 +1,6 @@
 // A list of pinned items that only notes what is taken out of it, and the class object that gives it.
 #pragma once
 
-#include "common/KzComn_Handle.h"
-
 #include <windows.h>
 #include <shlobj.h>
 
@@ -42,10 +40,11 @@ public:
 
     HRESULT STDMETHODCALLTYPE RemoveFromList(IShellItem* pItem) override
     {
-        KzCommon::UniqueHandle<TaskMemoryTraits> path;
-        if (FAILED(pItem->GetDisplayName(SIGDN_FILESYSPATH, path.Receive()))) return E_INVALIDARG;
-        const bool bThere = ::GetFileAttributesW(path.Get()) != INVALID_FILE_ATTRIBUTES;
-        m_removed.push_back((bThere ? L"" : L"too late: ") + std::wstring(path.Get()));
+        wchar_t* szPath = nullptr;
+        if (FAILED(pItem->GetDisplayName(SIGDN_FILESYSPATH, &szPath))) return E_INVALIDARG;
+        const bool bThere = ::GetFileAttributesW(szPath) != INVALID_FILE_ATTRIBUTES;
+        m_removed.push_back((bThere ? L"" : L"too late: ") + std::wstring(szPath));
+        ::CoTaskMemFree(szPath);
         return m_hrAnswer;
     }
 
@@ -53,12 +52,6 @@ public:
     std::vector<std::wstring> m_removed;
 
 private:
-    struct TaskMemoryTraits {
-        using Handle = wchar_t*;
-        static Handle Empty() noexcept { return nullptr; }
-        static void Release(Handle handle) noexcept { ::CoTaskMemFree(handle); }
-    };
-
     HRESULT m_hrAnswer;
 };
 

@@ -1,12 +1,10 @@
 """What only a restart shows of the assumptions about Windows; the rest is tried by platform.now."""
-import os
-import pathlib
 import unittest
 
 from brevantlab.machine import Machine
 from brevantlab.prefix import BUILD
 
-TRIAL = pathlib.Path(os.environ.get('BREVANT_TRIAL', BUILD / 'test' / 'tests' / 'WindowsTrial.exe'))
+TRIAL = BUILD / 'test' / 'tests' / 'WindowsTrial.exe'
 
 
 class Platform(unittest.TestCase):

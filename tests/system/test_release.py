@@ -8,7 +8,7 @@ import tempfile
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-SHIPPED = pathlib.Path(os.environ.get('BREVANT_RELEASE_BIN', ROOT / 'build' / 'release' / 'bin'))
+SHIPPED = ROOT / 'build' / 'release' / 'bin'
 CONTROL = 'Source: small\nMaintainer: Nobody <nobody@example.org>\nStandards-Version: 4.6.0\n\n' \
           'Package: small\nArchitecture: all\nDescription: a package of the tests\n'
 ENTRY = 'small ({}) unstable; urgency=low\n\n  * Made.\n\n' \

@@ -3,6 +3,7 @@
 
 #include "agent/PathValues.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "support/RecordedTrace.h"
 #include "support/RegistryFixture.h"
@@ -41,16 +42,11 @@ protected:
     [[nodiscard]] static std::multiset<std::wstring> RunOnceCommands()
     {
         std::multiset<std::wstring> commands;
-        KzCommon::UniqueRegistryKey key;
-        ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kRunOnce, 0, KEY_READ, key.Receive());
-        wchar_t szName[64], szData[1024];
-        DWORD cchName = 64, cbData = sizeof szData;
-        while (::RegEnumValueW(key.Get(), static_cast<DWORD>(commands.size()), szName, &cchName, nullptr, nullptr,
-                               reinterpret_cast<BYTE*>(szData), &cbData) == ERROR_SUCCESS) {
-            commands.insert(szData);
-            cchName = 64;
-            cbData = sizeof szData;
-        }
+        KzCommon::Storage::Registry key;
+        static_cast<void>(KzCommon::Storage::Guarded(nullptr, [&] {  // up to the last one
+            key.OpenForEnumerate(HKEY_LOCAL_MACHINE, kRunOnce);
+            for (DWORD dwIndex = 0;; ++dwIndex) commands.insert(key.ReadString(key.EnumValue(dwIndex), L""));
+        }));
         return commands;
     }
 

@@ -200,24 +200,21 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
     }
 }
 
-TEST_F(NewNameTest, EveryPlaceTakesItsNameWhateverBecomesOfTheShortcuts)
+// That every place takes its name is shown on a whole machine.
+TEST_F(NewNameTest, NamesThatNoTableGivesAreTheBuiltInOnesWhateverBecomesOfTheShortcuts)
 {
     WriteProduct(L"Language", L"DE-DE");
     WriteProduct(L"ProductName", L"old");
     m_install.Write(L"qorshcutbackup.xml", "<S>");
     const std::tuple<const char*, std::wstring, std::wstring> rows[] = {
         // clang-format off
-        {nullptr, L"", L""}, {"S_OTHER=x", L"Kazmere Qorvault", L"Kazmere Qorvault ToolBar"},
-        {"S_STR_PRODUCT_NAME=N\nS_TOOLBAR_DISPLAY_NAME=T", L"N", L"T"}};
-    // clang-format on
+        {nullptr, L"", L""}, {"S_OTHER=x", L"Kazmere Qorvault", L"Kazmere Qorvault ToolBar"}};  // clang-format on
     for (const auto& [szEntries, tstrName, tstrToolbar] : rows) {
         if (szEntries) SetTable(L"DE-DE", szEntries);
         PostUdActionForNewName();
         const std::tuple<HKEY, std::wstring, const wchar_t*, std::wstring> places[] = {
             // clang-format off
             {HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", L"ProductName", szEntries ? tstrName : L"old"},
-            {HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\"
-                                 L"{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}", L"DisplayName", tstrName},
             {HKEY_CLASSES_ROOT, L"CLSID\\{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}", L"", tstrName + L" BHO"},
             {HKEY_CLASSES_ROOT, L"CLSID\\{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}", L"", tstrName + L" ActiveX"},
             {HKEY_CLASSES_ROOT, L"CLSID\\{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}", L"", tstrToolbar}};
@@ -228,6 +225,6 @@ TEST_F(NewNameTest, EveryPlaceTakesItsNameWhateverBecomesOfTheShortcuts)
         }
     }
     EXPECT_EQ(
-        3, CountTraced("!!! FAILED*** ShortCutXmlHandler::ParseXml(" + m_strInstall + "qorshcutbackup.xml) failed."));
-    EXPECT_EQ(3, CountTraced("!!! qorshcut.xml does not exist!"));
+        2, CountTraced("!!! FAILED*** ShortCutXmlHandler::ParseXml(" + m_strInstall + "qorshcutbackup.xml) failed."));
+    EXPECT_EQ(2, CountTraced("!!! qorshcut.xml does not exist!"));
 }
