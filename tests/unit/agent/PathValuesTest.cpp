@@ -45,6 +45,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
     // clang-format on
     SetLogFolder(L"Protected", L"%USERPROFILE%\\Logs");
     EXPECT_EQ(Expand(L"{ProtectedLogDir}x"), L"{ProtectedLogDir}x") << "without profiles";
+    EXPECT_EQ(CountTraced(EndsWith("EnumUserProfileFolders() failed. error[0x00000002]")), 1);
     const std::wstring tstrList = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\";
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"1", L"ProfileImagePath",
              RawText(L"%SystemDrive%\\Users\\a", REG_EXPAND_SZ));

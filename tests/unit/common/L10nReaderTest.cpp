@@ -26,4 +26,6 @@ TEST_F(L10nReaderTest, FirstTextOfAKeyWinsAndOneMissingSectionFailsButKeepsTheOt
     EXPECT_FALSE(Parse(reader, "[IEBHO]\nLast=l\n"));
     EXPECT_STREQ(L"l", reader.GetString(L"Last"));
     EXPECT_FALSE(reader.ParseL10nFile(L"XX-NONE", L"IEBHO"));
+    EXPECT_FALSE(Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nLong=" + std::string(28670, 'x') + "\n")) << "not in part";
+    EXPECT_EQ(nullptr, reader.GetString(L"Long"));
 }
