@@ -23,8 +23,20 @@ TEST_F(InstructionFileTest, KeepsLineOrderWithinAKeyAndSplitsAtTheFirstRunOfEqua
     EXPECT_THAT(Read(L"Empty", ERROR_FILE_NOT_FOUND), IsEmpty());
     const std::jthread holder = HoldForAMoment(L"QorPaFrwk.ini");
     EXPECT_THAT(Read(L"T"), ElementsAre(Pair(L"add", L"z"))) << "held for a moment";
-    Instruct("[S]\nk=" + std::string(32508, 'x') + "\n");
-    EXPECT_THAT(Read(L"S"), IsEmpty()) << "too long, and no failure";
     WriteProduct(L"ProductPath", L"");
     EXPECT_THAT(Read(L"S", ERROR_BAD_ARGUMENTS), IsEmpty());
+}
+
+// The buffer grows from 256 characters in steps of 256 while it is below 32767: the last one tried has 32512, of which
+// a section may fill all but its two closing zeros and the one character by which a full buffer is told.
+TEST_F(InstructionFileTest, ASectionIsReadUpToTheLastBufferAndSilentlyEmptyBeyond)
+{
+    constexpr std::size_t kMax = 32512 - 3;
+    for (const std::size_t cch : {std::size_t{253}, std::size_t{254}, kMax, kMax + 1}) {
+        const std::wstring tstrText(cch - 3, L'x');  // each entry of the section ends in a zero that counts
+        Instruct("[S]\nk=" + KzCommon::String::ToUtf8(tstrText) + "\n");
+        std::size_t cchRead = 0;
+        for (const auto& [tstrKey, tstrValue] : Read(L"S")) cchRead += tstrValue.size();
+        EXPECT_EQ(cchRead, cch <= kMax ? cch - 3 : 0) << cch;
+    }
 }

@@ -26,6 +26,15 @@ TEST_F(L10nReaderTest, FirstTextOfAKeyWinsAndOneMissingSectionFailsButKeepsTheOt
     EXPECT_FALSE(Parse(reader, "[IEBHO]\nLast=l\n"));
     EXPECT_STREQ(L"l", reader.GetString(L"Last"));
     EXPECT_FALSE(reader.ParseL10nFile(L"XX-NONE", L"IEBHO"));
-    EXPECT_FALSE(Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nLong=" + std::string(28670, 'x') + "\n")) << "not in part";
-    EXPECT_EQ(nullptr, reader.GetString(L"Long"));
+}
+
+TEST_F(L10nReaderTest, ASectionIsReadUpToTheLargestBufferAndNotInPart)
+{
+    // A buffer counts as full when all but its two closing zeros are used.
+    for (const std::size_t cchSection : {4093, 4094, 28669, 28670}) {
+        CL10nReader reader;
+        const std::string strText(cchSection - 3, 'x');  // and "K=", and the zero after the entry
+        EXPECT_EQ(cchSection < 28670, Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nK=" + strText + "\n")) << cchSection;
+        EXPECT_EQ(cchSection < 28670, reader.GetString(L"K") != nullptr) << cchSection;
+    }
 }
