@@ -9,7 +9,6 @@
 
 namespace {
 
-unsigned s_cJudged = 0;
 const SystemWatch* s_pWatch = nullptr;
 
 bool IsInSandbox(const wchar_t* szPlace)
@@ -25,7 +24,6 @@ bool IsInSandbox(const wchar_t* szPlace)
 bool MayPass(std::string_view strCall, const wchar_t* szPlace, bool bAnywhere = false)
 {
     if (!s_pWatch || !szPlace) return true;
-    ++s_cJudged;
     const SystemWatch* const pWatch = std::exchange(s_pWatch, nullptr);  // what the judge itself does is not watched
     const bool bAllowed = pWatch->m_judge(strCall, szPlace);
     EXPECT_TRUE(bAllowed) << strCall << " goes to " << KzCommon::String::ToUtf8(szPlace);
@@ -162,9 +160,4 @@ SystemWatch::SystemWatch(const std::wstring& tstrSandbox, Judge judge)
 SystemWatch::~SystemWatch()
 {
     s_pWatch = nullptr;
-}
-
-unsigned CountJudged() noexcept
-{
-    return s_cJudged;
 }

@@ -42,6 +42,3 @@ public:
     // The paths whose volume was asked for.
     mutable std::vector<std::wstring> m_volumeQuestions;
 };
-
-/// How many calls have been judged in all.
-[[nodiscard]] unsigned CountJudged() noexcept;

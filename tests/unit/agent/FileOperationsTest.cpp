@@ -70,10 +70,16 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
 
 TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
 {
-    const std::string strFolders = "[QOR_DIR]\ndelete={InstalledDir}old\n";
+    const std::string strFolders = "[QOR_DIR]\ndelete={InstalledDir}old\ndelete={InstalledDir}Link\\\\\n";
     const std::string strFiles = "[QOR_FILE]\ndelete_now={InstalledDir}a.*\ndelete={InstalledDir}b.*\n";
-    for (const wchar_t* szName : {L"a.x", L"b.x", L"old\\c"}) m_install.Write(szName, "");
-    const SystemWatch watch(m_install.Path());
+    for (const wchar_t* szName :
+         {L"a.x", L"a.y\\f", L"b.x", L"b.y\\f", L"old\\c", L"old\\d\\e", L"old\\Link\\f", L"Link\\g"}) {
+        m_install.Write(szName, "");
+    }
+    m_install.MakeFolder(L"old\\empty");
+    ::SetFileAttributesW(m_install.PathOf(L"old\\c").c_str(), FILE_ATTRIBUTE_READONLY);
+    SystemWatch watch(m_install.Path());
+    watch.m_tstrLink = L"Link";
     for (const std::string& strOnly : {strFolders, strFiles}) {
         Instruct(strOnly);
         RemoveFileAfterReboot(m_paths);
@@ -84,6 +90,9 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
               2);
     Instruct(strFiles + strFolders);
     RemoveFileAfterReboot(m_paths);
-    EXPECT_THAT(watch.m_moves, ElementsAre(L"old\\c > ", L"old > ", L"b.x > "));
+    EXPECT_THAT(watch.m_moves, ElementsAre(L"old\\c > ", L"old\\Link > ", L"old\\empty > ", L"old\\d\\e > ",
+                                           L"old\\d > ", L"old > ", L"Link > ", L"b.x > "));
+    EXPECT_EQ(CountTraced(StartsWith("!!! Failed to delete file")), 0) << "folders of these names are none";
+    EXPECT_FALSE(::GetFileAttributesW(m_install.PathOf(L"old\\c").c_str()) & FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(m_install.Read(L"a.x"), std::nullopt);
 }
