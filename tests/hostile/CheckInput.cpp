@@ -14,8 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 using namespace KzCommon;
 using namespace Check;
 
@@ -52,44 +50,31 @@ protected:
         EXPECT_TRUE(iExitCode == kCannotRead ? !output.tstrErrors.empty() : output.strText.ends_with('\n'));
     }
 
-    /// Puts updates together of which every file is the variant: none of them must be taken for another kind with less
-    /// care.
-    void ForEachUpdate(const std::function<void(Arguments& arguments, std::size_t cbVariant)>& run)
-    {
-        const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
-        const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
-                                      tstrShare + L"Setting\\qorshcut_EN-US.xml",
-                                      tstrShare + L"Resource\\EN-US\\StringTable.ini"};
-        Arguments arguments;
-        arguments.operands = {m_sandbox.Path()};
-        arguments.optInstalled = m_sandbox.PathOf(L"installed");
-        RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
-                     Seed("strings.ini")},
-                    [&](const std::string& strVariant) {
-                        for (const std::wstring& tstrName : names) PutVariant(m_sandbox.PathOf(tstrName), strVariant);
-                        run(arguments, strVariant.size());
-                    });
-    }
-
     TempFolder m_sandbox;
     Library::Expat m_expat;  // kept loaded for all variants
 };
 
-TEST_F(CheckInput, UpdatesToCheck)
+// Every file of the update is the variant: none of them must be taken for another kind with less care.
+TEST_F(CheckInput, Updates)
 {
-    ForEachUpdate([&](Arguments& arguments, std::size_t cbVariant) {
-        // The long outputs are slow to make.
-        arguments.eFormat = cbVariant % 16 == 1 ? Format::eSarif : Format::eText;
-        Run(cbVariant % 16 == 0 ? RunManifest : RunLint, arguments);
-    });
-}
-
-TEST_F(CheckInput, UpdatesToPlan)
-{
-    ForEachUpdate([&](Arguments& arguments, std::size_t cbVariant) {
-        arguments.eFormat = cbVariant % 16 == 0 ? Format::eJson : Format::eText;
-        Run(RunPlan, arguments);
-    });
+    const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
+    const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
+                                  tstrShare + L"Setting\\qorshcut_EN-US.xml",
+                                  tstrShare + L"Resource\\EN-US\\StringTable.ini"};
+    Arguments arguments;
+    arguments.operands = {m_sandbox.Path()};
+    arguments.optInstalled = m_sandbox.PathOf(L"installed");
+    RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
+                 Seed("strings.ini")},
+                [&](const std::string& strVariant) {
+                    for (const std::wstring& tstrName : names) PutVariant(m_sandbox.PathOf(tstrName), strVariant);
+                    // The long outputs are slow to make.
+                    const std::size_t uForm = strVariant.size() % 16;
+                    arguments.eFormat = uForm == 1 ? Format::eSarif : Format::eText;
+                    Run(uForm == 0 ? RunManifest : RunLint, arguments);
+                    arguments.eFormat = uForm == 0 ? Format::eJson : Format::eText;
+                    Run(RunPlan, arguments);
+                });
 }
 
 TEST_F(CheckInput, TracesToRead)
