@@ -34,6 +34,14 @@ bool MayPass(std::string_view strCall, const wchar_t* szPlace, bool bAnywhere = 
     return dwCode == ERROR_SUCCESS;
 }
 
+/// Whether a call that nobody judges is to fail; then the last error is its code.
+bool Fails(std::string_view strCall, const std::wstring& tstrPlace)
+{
+    const DWORD dwCode = s_pWatch ? s_pWatch->m_fault(strCall, tstrPlace) : DWORD{ERROR_SUCCESS};
+    if (dwCode != ERROR_SUCCESS) ::SetLastError(dwCode);
+    return dwCode != ERROR_SUCCESS;
+}
+
 template <class Function>
 Function Real(const char* szName)
 {
@@ -114,8 +122,7 @@ REPLACED(GetVolumePathNameW, BOOL, (LPCWSTR sz, LPWSTR szMount, DWORD cch))
 {
     if (!s_pWatch) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     s_pWatch->m_volumeQuestions.emplace_back(sz);
-    ::SetLastError(s_pWatch->m_fault("GetVolumePathNameW", sz));
-    if (::GetLastError() != ERROR_SUCCESS) return FALSE;
+    if (Fails("GetVolumePathNameW", sz)) return FALSE;
     if (s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     szMount[s_pWatch->m_tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
     return TRUE;
@@ -131,7 +138,7 @@ REPLACED(FindFirstFileW, HANDLE, (LPCWSTR sz, LPWIN32_FIND_DATAW pData))
 
 REPLACED(FindNextFileW, BOOL, (HANDLE hFind, LPWIN32_FIND_DATAW pData))
 {
-    if (!REAL(FindNextFileW)(hFind, pData)) return FALSE;
+    if (Fails("FindNextFileW", pData->cFileName) || !REAL(FindNextFileW)(hFind, pData)) return FALSE;
     MarkLink(pData);
     return TRUE;
 }
@@ -141,6 +148,18 @@ REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
     const DWORD dwAttributes = REAL(GetFileAttributesW)(sz);
     const bool bLink = dwAttributes != INVALID_FILE_ATTRIBUTES && IsLinkName(sz);
     return bLink ? dwAttributes | FILE_ATTRIBUTE_REPARSE_POINT : dwAttributes;
+}
+
+REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD cch, DWORD dwFlags))
+{
+    const DWORD cchDone = REAL(GetFinalPathNameByHandleW)(hFile, szPath, cch, dwFlags);
+    return cchDone < cch && Fails("GetFinalPathNameByHandleW", szPath) ? 0 : cchDone;
+}
+
+REPLACED(SetFileInformationByHandle, BOOL, (HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS eClass, LPVOID p, DWORD cb))
+{
+    if (Fails("SetFileInformationByHandle", std::to_wstring(eClass))) return FALSE;
+    return REAL(SetFileInformationByHandle)(hFile, eClass, p, cb);
 }
 
 REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))

@@ -13,7 +13,8 @@
 /// deletion: by what it deletes) and as "MoveFileExW source" by what it takes away.
 using Judge = std::function<bool(std::string_view strCall, const std::wstring& tstrPlace)>;
 
-/// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass.
+/// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass. Asked of the judged calls, and of some that only
+/// read: of a listing by the name before, of SetFileInformationByHandle by the class.
 using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
 
 /// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that

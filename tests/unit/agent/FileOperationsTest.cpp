@@ -59,13 +59,32 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
     EXPECT_THAT(m_install.List(), ElementsAre(L"Link\\", L"Link\\Deep\\", L"Link\\Deep\\f", L"file", L"there\\"));
     EXPECT_THAT(watch.m_moves, IsEmpty());
 
-    watch.m_fault = [](std::string_view strCall, auto&&...) {
-        return strCall == "MoveFileExW" ? ERROR_NO_SYSTEM_RESOURCES : ERROR_SUCCESS;
+    // What has failed half-way leaves the file as it was.
+    struct Row {
+        std::string_view strCall;
+        const wchar_t* szPlaceEnd;
+        DWORD dwCode;
+        int iOp;
+        const char* szError;
     };
-    ::SetFileAttributesW(m_install.PathOf(L"file").c_str(), FILE_ATTRIBUTE_READONLY);
-    PerformFileOperation(m_paths, L"{InstalledDir}file", op_file_delete);
-    EXPECT_EQ(CountTraced(strNotDeleted + "file', error = 1450."), 1);
-    EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"file").c_str()) & FILE_ATTRIBUTE_READONLY) << "given back";
+    for (const Row& fault :
+         std::initializer_list<Row>{{"MoveFileExW", L"file", ERROR_NO_SYSTEM_RESOURCES, op_file_delete, "1450"},
+                                    {"SetFileInformationByHandle", L"", ERROR_NOT_READY, op_file_delete_now, "21"},
+                                    {"GetFinalPathNameByHandleW", L"file", ERROR_NOT_READY, op_file_delete_now, "681"},
+                                    {"FindNextFileW", L"file", ERROR_NOT_READY, op_file_delete_now, "21"}}) {
+        watch.m_fault = [&](std::string_view strCall, const std::wstring& tstrPlace) {
+            const bool bAttributes = strCall == "SetFileInformationByHandle" && tstrPlace == L"0";
+            const bool bHere = strCall == fault.strCall && tstrPlace.ends_with(fault.szPlaceEnd);
+            return bHere && !bAttributes ? fault.dwCode : ERROR_SUCCESS;
+        };
+        m_install.Write(L"file", "");
+        ::SetFileAttributesW(m_install.PathOf(L"file").c_str(), FILE_ATTRIBUTE_READONLY);
+        PerformFileOperation(m_paths, L"{InstalledDir}file", fault.iOp);
+        EXPECT_EQ(CountTraced(strNotDeleted + "file', error = " + fault.szError + "."), 1) << fault.strCall;
+        EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"file").c_str()) & FILE_ATTRIBUTE_READONLY) << fault.strCall;
+        m_trace.Clear();
+        ::SetFileAttributesW(m_install.PathOf(L"file").c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
 }
 
 TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
