@@ -2,6 +2,7 @@
 #include "kzdbg/KzDbg.h"
 
 #include "kzdbg/TraceFile.h"
+#include "common/KzComn_Retry.h"
 
 #include <map>
 #include <memory>
@@ -42,13 +43,6 @@ private:
 
 OpenTraces s_traces;
 
-/// Whether a file that could not be opened may be had with a later line: others hold it for a moment. What is wrong
-/// with the folder stays wrong, and a trace must not try that again for every line.
-bool IsHeld(DWORD dwError) noexcept
-{
-    return dwError == ERROR_ACCESS_DENIED || dwError == ERROR_SHARING_VIOLATION || dwError == ERROR_LOCK_VIOLATION;
-}
-
 /// Runs `action` and turns an exception into a code: none passes the library's boundary.
 template <class Action>
 DWORD WithoutThrowing(Action&& action) noexcept
@@ -72,7 +66,9 @@ DWORD __stdcall KzDbgInitialize(void** ppTrace, const DebugLogConfig* pConfig)
     return WithoutThrowing([&]() -> DWORD {
         auto trace = std::make_shared<TraceFile>(*pConfig);
         const DWORD dwError = trace->Open(pConfig->stOpened);
-        if (dwError != ERROR_SUCCESS && !IsHeld(dwError)) return dwError;
+        // A file that others hold for a moment may be had with a later line. What is wrong with the folder stays wrong,
+        // and a trace must not try that again for every line.
+        if (dwError != ERROR_SUCCESS && !KzCommon::Storage::IsHeldByOthers(dwError)) return dwError;
         *ppTrace = s_traces.Add(std::move(trace));
         return ERROR_SUCCESS;
     });
