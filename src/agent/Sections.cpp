@@ -15,6 +15,6 @@ bool ReadSection(const Section& section, SectionRecords& records, std::wstring_v
 void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues)
 {
     ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
-        if (key.operation.bGiven) key.operation.pfnCarryOut(pathValues, tstrRecord);
+        if (key.optOperation) (*key.optOperation)(pathValues, tstrRecord);
     });
 }

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -55,26 +56,16 @@ constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
 /// When a record is carried out, in the order of a run.
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
 
-/// What carries out one record; without a function where the section's reader takes the records itself.
-struct RecordOperation {
-    using Function = void(const PathValues&, const std::wstring& tstrRecord);
+/// Carries out one record.
+using RecordOperation = void(const PathValues&, const std::wstring& tstrRecord);
 
-    constexpr RecordOperation() noexcept = default;
-    constexpr RecordOperation(Function* pfn) noexcept  // NOLINT(google-explicit-constructor)
-        : pfnCarryOut(pfn), bGiven(true)
-    {
-    }
-
-    Function* pfnCarryOut = nullptr;
-    bool bGiven = false;
-};
-
-/// One key of a section, whether placeholders are expanded in its records, and what carries out one of them.
+/// One key of a section, whether placeholders are expanded in its records, and the operation that carries out one of
+/// them; none where the section's reader takes the records itself.
 struct SectionKey {
     const wchar_t* szKey;
     RecordEffect eEffect;
     bool bPlaceholders;
-    RecordOperation operation{};
+    std::optional<RecordOperation*> optOperation{};  // whether it has one is known to the compiler, too
 };
 
 /// One reading of one section.
@@ -128,8 +119,8 @@ constexpr bool AreKeysCarriedOut(const Section& section)
 {
     const SectionKey& first = *section.keys.begin();
     return std::ranges::all_of(section.keys, [&](const SectionKey& key) {
-        const bool bAlike = key.operation.bGiven == first.operation.bGiven;
-        return bAlike && (key.operation.bGiven || key.eEffect == first.eEffect);
+        const bool bAlike = key.optOperation.has_value() == first.optOperation.has_value();
+        return bAlike && (key.optOperation || key.eEffect == first.eEffect);
     });
 }
 static_assert(std::ranges::all_of(kSections, &AreKeysCarriedOut));
