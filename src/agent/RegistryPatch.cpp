@@ -154,8 +154,8 @@ RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
     record.tstrType = std::move(fields[eType]);
     record.tstrData = std::move(fields[eData]);
     record.eType = TypeOf(record.tstrType).eType;
-    record.dwData = String::ToDwordStrict(record.tstrData);
-    record.ullData = String::ToQwordStrict(record.tstrData);
+    if (record.eType == RegistryType::eDword) record.dwData = String::ToDwordStrict(record.tstrData);
+    if (record.eType == RegistryType::eQword) record.ullData = String::ToQwordStrict(record.tstrData);
     return record;
 }
 

@@ -26,8 +26,8 @@ struct RegistryRecord {
     std::wstring tstrType;
     std::wstring tstrData;  ///< placeholders as they stand
     RegistryType eType = RegistryType::eUnknown;
-    DWORD dwData = 0;         ///< the data as a number, 0 when it is none
-    ULONGLONG ullData = 0;    ///< the same in 64 bits
+    DWORD dwData = 0;         ///< of a REG_DWORD: the data as a number, 0 when it is none
+    ULONGLONG ullData = 0;    ///< the same of a REG_QDWORD
     std::size_t cFields = 0;  ///< how many there are, further ones not counted
     bool bTooManyFields = false;
 };
