@@ -213,6 +213,15 @@ TEST(SharedLockTest, UsersOfOnePathAreCounted)
     SharedLock other(L"C:\\trace\\b.log");
     ASSERT_TRUE(first.BeginAlone());
     first.EndAlone();
+
+    // Somebody was there before, with memory that is not there: to touch it would end the program.
+    std::vector<KzCommon::UniqueKernelHandle> reserved;
+    for (const wchar_t* szName : {L"Global\\KzDbg-ba8ea00292044763-users", L"Local\\KzDbg-ba8ea00292044763-users"}) {
+        reserved.emplace_back(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0,
+                                                   0x1000, szName));  // the first takes a privilege
+    }
+    ASSERT_TRUE(reserved.back().IsValid());
+    EXPECT_FALSE(SharedLock(L"C:\\trace\\reserved").BeginAlone());
 }
 
 TEST(SharedLockTest, HoldsOthersUpButNotForEver)
