@@ -143,6 +143,17 @@ void AddAndTrace(const PathValues& pathValues, DWORD dwOp, const std::wstring& t
 
 }  // namespace
 
+RegistryType RegistryTypeOf(const std::wstring& tstrWord)
+{
+    return TypeOf(tstrWord).eType;
+}
+
+const wchar_t* WordOf(RegistryType eType)
+{
+    const auto* const pRow = std::ranges::find(kTypes, eType, &TypeRow::eType);
+    return pRow == std::end(kTypes) ? kAnyOtherType.szType : pRow->szType;
+}
+
 RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
 {
     RegistryRecord record;
@@ -153,7 +164,7 @@ RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
     record.tstrValueName = std::move(fields[eValueName]);
     record.tstrType = std::move(fields[eType]);
     record.tstrData = std::move(fields[eData]);
-    record.eType = TypeOf(record.tstrType).eType;
+    record.eType = RegistryTypeOf(record.tstrType);
     if (record.eType == RegistryType::eDword) record.dwData = String::ToDwordStrict(record.tstrData);
     if (record.eType == RegistryType::eQword) record.ullData = String::ToQwordStrict(record.tstrData);
     return record;
@@ -163,7 +174,7 @@ std::vector<std::wstring> RegistryTypeWords()
 {
     std::vector<std::wstring> words;
     for (const TypeRow& row : kTypes) {
-        if (row.eType != RegistryType::eMultiText) words.emplace_back(row.szType);
+        if (IsWritten(row.eType)) words.emplace_back(row.szType);
     }
     return words;
 }

@@ -18,6 +18,25 @@ enum class RegistryType {
     eUnknown
 };
 
+/// Whether values of the type are written.
+constexpr bool IsWritten(RegistryType eType) noexcept
+{
+    switch (eType) {
+        case RegistryType::eText:
+        case RegistryType::eDword:
+        case RegistryType::eQword: return true;
+        case RegistryType::eMultiText:
+        case RegistryType::eUnknown: break;
+    }
+    return false;
+}
+
+/// The type that a word of a record names, eUnknown for any other word.
+[[nodiscard]] RegistryType RegistryTypeOf(const std::wstring& tstrWord);
+
+/// Its word; empty for eUnknown.
+[[nodiscard]] const wchar_t* WordOf(RegistryType eType);
+
 /// A registry record taken apart: key path, value name and, for all but a deletion, type and data. A field that the
 /// record does not have is empty.
 struct RegistryRecord {

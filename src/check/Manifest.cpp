@@ -23,12 +23,6 @@ struct StateWord {
 };
 constexpr StateWord kStates[] = {
     {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
-struct TypeWord {
-    RegistryType eType;
-    const char* szWord;
-};
-constexpr TypeWord kTypes[] = {
-    {RegistryType::eText, "REG_SZ"}, {RegistryType::eDword, "REG_DWORD"}, {RegistryType::eQword, "REG_QDWORD"}};
 
 const char* When(bool bAtRestart)
 {
@@ -79,9 +73,7 @@ Json::Value Describe(const RegistryPromise& value)
         if (row.eState == value.eState) json["state"] = row.szWord;
     }
     if (value.eState == ValueState::eAbsent) return json;
-    for (const TypeWord& row : kTypes) {
-        if (row.eType == value.eType) json["type"] = row.szWord;
-    }
+    json["type"] = ToJson(WordOf(value.eType));
     if (value.bUnlessLiteral) json["unless_literal"] = true;
     json["data"] =
         value.eType == RegistryType::eText ? ToJson(value.tstrData) : Json::Value(Json::UInt64{value.ullData});
@@ -192,10 +184,7 @@ bool FromJson(const Json::Value& json, RegistryPromise& value)
     if (!members.AreGood() || pState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
     value.eState = pState->eState;
     if (value.eState == ValueState::eAbsent) return true;
-    const std::string strType = members.Utf8("type");
-    for (const TypeWord& row : kTypes) {
-        if (strType == row.szWord) value.eType = row.eType;
-    }
+    value.eType = RegistryTypeOf(members.Text("type"));
     value.bUnlessLiteral = members.Has("unless_literal");
     if (value.eType == RegistryType::eText) {
         value.tstrData = members.Text("data");
@@ -203,7 +192,7 @@ bool FromJson(const Json::Value& json, RegistryPromise& value)
         value.ullData = members.Number("data");
     }
     const bool bFits = value.eType != RegistryType::eDword || value.ullData <= MAXDWORD;
-    return members.AreGood() && bFits && value.eType != RegistryType::eUnknown;
+    return members.AreGood() && bFits && IsWritten(value.eType);
 }
 
 bool FromJson(const Json::Value& json, IniPromise& value)

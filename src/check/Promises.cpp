@@ -67,10 +67,15 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
 {
     promise.eState = eState;
     promise.eType = record.eType;
-    promise.tstrData = record.eType == RegistryType::eText ? record.tstrData : std::wstring();
+    promise.tstrData.clear();
     promise.ullData = 0;
-    if (record.eType == RegistryType::eDword) promise.ullData = record.dwData;
-    if (record.eType == RegistryType::eQword) promise.ullData = record.ullData;
+    switch (record.eType) {
+        case RegistryType::eText: promise.tstrData = record.tstrData; break;
+        case RegistryType::eDword: promise.ullData = record.dwData; break;
+        case RegistryType::eQword: promise.ullData = record.ullData; break;
+        case RegistryType::eMultiText:
+        case RegistryType::eUnknown: break;
+    }
 }
 
 }  // namespace
@@ -83,9 +88,7 @@ void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord
 
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
 {
-    const bool bWritten = record.eType == RegistryType::eText || record.eType == RegistryType::eDword ||
-                          record.eType == RegistryType::eQword;
-    if (!bWritten || !LastsAnywhere(record)) return;
+    if (!IsWritten(record.eType) || !LastsAnywhere(record)) return;
     const std::wstring tstrKeyPath = KeyPathOf(record.tstrKeyPath);
     const RegistryPromise* const pKnown = FindValue(registry, tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;

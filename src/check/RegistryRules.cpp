@@ -248,13 +248,6 @@ void CheckTypeAndData(const Patch& patch)
         NearestNumber(parsed.tstrData, bQword));
 }
 
-bool IsWritten(const Patch& patch)
-{
-    if (patch.Deletes()) return true;
-    const RegistryType eType = patch.parsed.eType;
-    return eType == RegistryType::eText || eType == RegistryType::eDword || eType == RegistryType::eQword;
-}
-
 /// What a record makes of the one before it that has to do with the same value. False when the record itself does
 /// nothing.
 bool CompareWithLast(const Patch& patch, const Patch& last)
@@ -306,7 +299,7 @@ void CheckRegistry(const Subject& subject, Report& report)
         CheckBackslashes(patch);
         CheckDefaultName(patch);
         if (!patch.Deletes()) CheckTypeAndData(patch);
-        if (!IsWritten(patch)) continue;
+        if (!patch.Deletes() && !IsWritten(patch.parsed.eType)) continue;
         const auto itLast = lasts.find(ValueOf(patch));
         if (itLast != lasts.end() && !CompareWithLast(patch, itLast->second)) continue;
         if (itLast != lasts.end()) lasts.erase(itLast);

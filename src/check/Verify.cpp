@@ -39,7 +39,7 @@ std::wstring ReadBack(const std::wstring& tstrValue)
 std::wstring DescribeValue(RegistryType eType, const std::wstring& tstrText, ULONGLONG ullNumber)
 {
     if (eType == RegistryType::eText) return L"\"" + tstrText + L"\"";
-    return (eType == RegistryType::eDword ? L"REG_DWORD " : L"REG_QDWORD ") + std::to_wstring(ullNumber);
+    return std::wstring(WordOf(eType)) + L" " + std::to_wstring(ullNumber);
 }
 
 /// A registry value as it is, of one of the types that an update writes.
