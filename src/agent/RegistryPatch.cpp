@@ -165,8 +165,13 @@ RegistryRecord ParseRegistryRecord(const std::wstring& tstrData)
     record.tstrType = std::move(fields[eType]);
     record.tstrData = std::move(fields[eData]);
     record.eType = RegistryTypeOf(record.tstrType);
-    if (record.eType == RegistryType::eDword) record.dwData = String::ToDwordStrict(record.tstrData);
-    if (record.eType == RegistryType::eQword) record.ullData = String::ToQwordStrict(record.tstrData);
+    switch (record.eType) {
+        case RegistryType::eDword: record.dwData = String::ToDwordStrict(record.tstrData); break;
+        case RegistryType::eQword: record.ullData = String::ToQwordStrict(record.tstrData); break;
+        case RegistryType::eText:
+        case RegistryType::eMultiText:
+        case RegistryType::eUnknown: break;
+    }
     return record;
 }
 

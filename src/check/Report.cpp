@@ -27,6 +27,14 @@ std::wstring Shown(const std::wstring& tstrFolder, const std::wstring& tstrPath)
     return tstrShown;
 }
 
+/// A text of a file may be of any length.
+std::wstring Shortened(std::wstring tstrText)
+{
+    constexpr std::size_t kMaxCharacters = 2000;
+    if (tstrText.size() > kMaxCharacters) tstrText.replace(kMaxCharacters, std::wstring::npos, L"...");
+    return tstrText;
+}
+
 }  // namespace
 
 void Report::Add(Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
@@ -38,8 +46,8 @@ void Report::Add(Rule eRule, std::wstring_view tstrPath, Place place, std::wstri
 void Report::AddAs(Severity eSeverity, Rule eRule, std::wstring_view tstrPath, Place place, std::wstring tstrText,
                    std::wstring tstrSuggestion)
 {
-    m_findings.push_back({eRule, eSeverity, std::wstring(tstrPath), place, OnOneLine(std::move(tstrText)),
-                          OnOneLine(std::move(tstrSuggestion))});
+    m_findings.push_back({eRule, eSeverity, std::wstring(tstrPath), place, OnOneLine(Shortened(std::move(tstrText))),
+                          OnOneLine(Shortened(std::move(tstrSuggestion)))});
 }
 
 void Report::Remove(const std::function<bool(const Finding&)>& isOut)

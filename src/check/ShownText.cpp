@@ -6,8 +6,6 @@ namespace Check {
 
 std::wstring OnOneLine(std::wstring tstrText)
 {
-    constexpr std::size_t kMaxCharacters = 2000;
-    if (tstrText.size() > kMaxCharacters) tstrText.replace(kMaxCharacters, std::wstring::npos, L"...");
     const auto isControl = [](wchar_t ch) {
         return ch < L' ' || (ch >= 0x7F && ch < 0xA0);
     };

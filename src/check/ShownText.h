@@ -5,8 +5,7 @@
 
 namespace Check {
 
-/// One line of a terminal: a text of a file may hold line ends and what a terminal takes for a command, and be of any
-/// length. After 2000 characters it is cut off.
+/// One line of a terminal: a text of a file may hold line ends and what a terminal takes for a command.
 [[nodiscard]] std::wstring OnOneLine(std::wstring tstrText);
 
 /// "1 run", "2 runs".

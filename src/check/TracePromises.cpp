@@ -316,7 +316,7 @@ bool PromisesOfNewestRun(const MachineFolders& folders, Promises& promises, std:
     if (itRun == runs.rend()) return false;
     promises = PromisesOf(*itRun, folders);
     tstrTime = itRun->lines.front().tstrTime;
-    for (const std::wstring& tstrFile : reader.MissingFiles())
+    for (const std::wstring& tstrFile : reader.MissingFiles(&*itRun))
         promises.notCovered.push_back(L"what stood in " + tstrFile);
     return promises.Count() > 0;
 }

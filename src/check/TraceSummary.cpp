@@ -162,7 +162,7 @@ const wchar_t* WordsOfEnd(RunEnd eEnd)
 
 std::wstring FormatFailure(const TraceFailure& failure, const wchar_t* szNote)
 {
-    std::wstring tstrText = L"    !!! " + OnOneLine(failure.tstrMessage) + L" - " + failure.tstrSource;
+    std::wstring tstrText = L"    !!! " + OnOneLine(failure.tstrMessage) + L" - " + OnOneLine(failure.tstrSource);
     if (failure.cTimes > 1) tstrText += L" (" + std::to_wstring(failure.cTimes) + L" times)";
     tstrText += L"\n";
     if (!failure.tstrAfter.empty()) tstrText += L"        after: " + OnOneLine(failure.tstrAfter) + L"\n";
@@ -203,8 +203,8 @@ RunSummary SummarizeRun(const TraceRun& run)
 
 std::wstring FormatRun(const RunSummary& summary, bool bAll)
 {
-    std::wstring tstrText = summary.tstrTime + L"  " + summary.tstrProgram + L"  (process " + summary.tstrProcess +
-                            L", " + FormatDuration(summary.llMilliseconds) + L")\n";
+    std::wstring tstrText = summary.tstrTime + L"  " + OnOneLine(summary.tstrProgram) + L"  (process " +
+                            summary.tstrProcess + L", " + FormatDuration(summary.llMilliseconds) + L")\n";
     std::wstring tstrFigures;
     for (const std::wstring& tstrFigure : summary.figures)
         tstrFigures += (tstrFigures.empty() ? L"" : L", ") + tstrFigure;

@@ -79,6 +79,14 @@ TEST_F(TraceTest, RolledFilesAndThoseOfTheNextDayGoOnWithTheRun)
     EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261121.log.1"), &dwError));
     EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261122.log"), &dwError));
     EXPECT_THAT(reader.MissingFiles(), ElementsAre(m_folder.PathOf(L"t_20261121.log.3")));
+    const std::vector<TraceRun> runs = reader.Runs();
+    EXPECT_THAT(reader.MissingFiles(&runs.front()), SizeIs(1));
+    EXPECT_THAT(reader.MissingFiles(&runs.back()), IsEmpty()) << "it begins after the gap";
+    Arguments arguments;
+    arguments.operands = {m_folder.PathOf(L"t_20261121.log")};
+    Output output;
+    EXPECT_EQ(RunTrace(arguments, output), kClean);
+    EXPECT_THAT(output.strText, HasSubstr("t_20261121.log.3 is gone or cannot be read"));
     EXPECT_FALSE(reader.Add(m_folder.PathOf(L"none.log"), &dwError));
     EXPECT_EQ(dwError, DWORD{ERROR_FILE_NOT_FOUND});
     for (const std::string& strNone : {std::string("no trace\r\n"), std::string("\0\xFF", 2), Line(1, "xyz", kStop),

@@ -289,7 +289,8 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
          {L"C:\\Windows\\win.ini", L"{InstalledDir}..\\outside.txt", L"{InstalledDir}a\\..\\..\\outside.txt",
           L"..\\outside.txt", L"{InstalledDir}a:b", L"{InstalledDir}NUL", L"{InstalledDir}a\\com1.txt",
           L"{InstalledDir}\\\\server\\share\\x", L"{InstalledDir}a/../x", L"{SystemDrive}windows\\win.ini",
-          L"{Installeddir}x", L"{InstalledDir}a\\ .\\x", L"{InstalledDir}x*", L"{InteractiveLogDir}x"}) {
+          L"{Installeddir}x", L"{InstalledDir}a\\ .\\x", L"{InstalledDir}x*", L"{InteractiveLogDir}x",
+          L"a\nARRIVED b"}) {
         EXPECT_THAT(Verify(OneFile(szPlace, L"Component\\x")), ElementsAre("1", StartsWith("REFUSED"))) << szPlace;
     }
     for (const wchar_t* const szSource :
@@ -352,6 +353,7 @@ TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromi
     const std::wstring tstrKey = kDebugLog + L"ServiceSession";
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
+    m_update.Write(L"KZ_Brevant.log.2", Line(1, "0009", "@@@ before a gap that says nothing of the run"));
     m_update.Write(L"KZ_Brevant.log",
                    DeploymentTrace(ToUtf8(m_machine.Path())) + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
