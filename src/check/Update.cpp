@@ -7,8 +7,6 @@
 
 #include <shlwapi.h>
 
-#include <algorithm>
-
 using namespace KzCommon;
 
 namespace Check {
