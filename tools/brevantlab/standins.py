@@ -27,7 +27,7 @@ class Question:
 
 
 class FaultLibrary:
-    """KzDbgFault in the trace library's place: ends the program at a trace line, or holds files open."""
+    """KzDbgFault in the trace library's place: ends the program at a trace line."""
     LIBRARY = 'KzDbgFault'
 
     def __init__(self, machine: Machine, folder: str):
@@ -38,10 +38,6 @@ class FaultLibrary:
     def end_at(self, line: int) -> None:
         """The program ends at that line of its trace; 0: it does not."""
         self.machine.write(self.folder + 'fault.end', str(line))
-
-    def hold(self, *paths: str) -> None:
-        """Nobody else can open these files while the program runs."""
-        self.machine.write(self.folder + 'fault.lock', ''.join(f'{path}\n' for path in paths))
 
     def lines(self) -> int:
         """The number of lines that the last complete run traced."""
