@@ -230,24 +230,4 @@ TEST_F(HostileInput, UpdateInformation)
     RunVariantsIn(L"UpdateInfo.ini", seeds, act, judge);
 }
 
-TEST_F(HostileInput, Placeholders)
-{
-    const auto attempt = [&](const std::string& strVariant) {
-        std::wstring tstrText = String::FromAnsi(strVariant);
-        const bool bHostileFolders = strVariant.size() % 16 == 0;
-        WriteLogFolder(L"Service", bHostileFolders ? tstrText.substr(0, 40) : L"C:\\Log");
-        WriteLogFolder(L"Protected", L"%USERPROFILE%" + tstrText.substr(0, 20));
-        m_trace.Clear();
-        const SystemWatch watch(m_sandbox.Path(), [](auto&&...) { return false; });
-        PathValues paths;
-        paths.ReadLogFolders();
-        paths.ReadProductFolders();
-        paths.ExpandPlaceholders(tstrText);
-        for (const wchar_t* szPlaceholder : {L"{InstalledDir}", L"{InstallerLogDir}", L"{ServiceLogDir}"}) {
-            EXPECT_TRUE(bHostileFolders || tstrText.find(szPlaceholder) == std::wstring::npos);
-        }
-    };
-    RunVariants({"a{InstalledDir}{{ServiceLogDir}}{ProtectedLogDir}{InstallerLogDir}{UdComponentsSrcDir}b"}, attempt);
-}
-
 }  // namespace

@@ -81,29 +81,6 @@ std::wstring RightsBelowDrive(const std::wstring&)
     return (rights & FILE_WRITE_DATA) ? L"every user may change it" : L"users may not change it";
 }
 
-/// Whether a path names the key that it names without backslashes around it.
-std::wstring KeyOf(const wchar_t* szPath)
-{
-    UniqueRegistryKey key;
-    const LSTATUS status = ::RegCreateKeyExW(HKEY_CURRENT_USER, szPath, 0, nullptr, REG_OPTION_VOLATILE, KEY_READ,
-                                             nullptr, key.Receive(), nullptr);
-    if (status != ERROR_SUCCESS) return L"refused (" + std::to_wstring(status) + L")";
-    const bool bSame = ::RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\brevant-trial") == ERROR_SUCCESS;
-    return bSame ? L"the same as without it" : L"another key";
-}
-
-/// A library of the system's own name in the current folder must not be taken.
-std::wstring PlantedLibrary(const std::wstring& tstrFolder)
-{
-    WriteFileAt(tstrFolder + L"wtsapi32.dll", "no library");
-    wchar_t szCurrent[MAX_PATH] = {};
-    ::GetCurrentDirectoryW(MAX_PATH, szCurrent);
-    ::SetCurrentDirectoryW(tstrFolder.c_str());
-    const UniqueModule library(::LoadLibraryExW(L"wtsapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
-    ::SetCurrentDirectoryW(szCurrent);
-    return library ? L"that of the system folder" : Outcome(FALSE);
-}
-
 std::wstring MessageWithoutSession(const std::wstring&)
 {
     constexpr DWORD kUnusedSession = 54321;
@@ -197,28 +174,6 @@ constexpr Assumption kRows[] = {
          WriteFileAt(tstrFolder + L"name. .", "a");
          return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
      }},
-    {L"two dots and a blank as a part of a path", L"a name of its own", nullptr, L"the same check",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         ::CreateDirectoryW((tstrFolder + L"a").c_str(), nullptr);
-         ::CreateDirectoryW((tstrFolder + L"a\\b").c_str(), nullptr);
-         wchar_t szFull[MAX_PATH] = {};
-         ::GetFullPathNameW((tstrFolder + L"a\\b\\.. \\c").c_str(), MAX_PATH, szFull, nullptr);
-         return tstrFolder + L"a\\c" == szFull ? L"the folder above" : L"a name of its own";
-     }},
-    {L"\"*.*\" and a name without a dot", L"found", nullptr, L"packages may hold such files",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         WIN32_FIND_DATAW data{};
-         const std::wstring tstrFile = WriteFileAt(tstrFolder + L"readme", "a");
-         return UniqueFind(::FindFirstFileW((tstrFile + L"*.*").c_str(), &data)) ? L"found" : L"not found";
-     }},
-    {L"GetVolumePathNameW of a file", L"that of its folder", nullptr, L"it is asked once for each folder",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         wchar_t szFile[MAX_PATH] = {};
-         wchar_t szFolder[MAX_PATH] = {};
-         ::GetVolumePathNameW(WriteFileAt(tstrFolder + L"a", "a").c_str(), szFile, MAX_PATH);
-         ::GetVolumePathNameW(tstrFolder.c_str(), szFolder, MAX_PATH);
-         return std::wstring(szFile) == szFolder && *szFile ? L"that of its folder" : L"another one";
-     }},
     {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
      L"a driver that is copied there keeps the rights of the one it replaces", &RightsBelowDrive},
     {L"GetPrivateProfileSectionW, section missing", L"0 characters, last error 2", L"0 characters, last error 0",
@@ -227,20 +182,6 @@ constexpr Assumption kRows[] = {
     {L"GetPrivateProfileSectionW, section empty", L"0 characters, last error 0", nullptr,
      L"an empty section is told from a missing one by the code alone",
      [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n[B]\r\n"); }},
-    {L"a section that stands twice", L"the first", nullptr, L"the checker's warning",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=1\r\n[A]\r\nother=2\r\n[B]\r\nkey=3\r\nmore=4\r\n");
-         wchar_t szText[64] = {};
-         return ::GetPrivateProfileSectionW(L"B", szText, 64, tstrIni.c_str()) == 6 ? L"the first" : L"not it alone";
-     }},
-    {L"reading an INI file that nobody else may open", L"default", nullptr,
-     L"held update information is looked for before it is read",
-     [](const std::wstring& tstrFolder) {
-         const UniqueFile holder = HoldFile(IniAt(tstrFolder, "[B]\r\nkey=value\r\n"), 0);
-         return ValueOf(tstrFolder + L"a.ini");
-     }},
-    {L"an INI file in UTF-8 without mark", L"in another form", nullptr, L"the guides ask for UTF-16",
-     [](const std::wstring& tstrFolder) { return ReadLetter(tstrFolder, "[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n"); }},
     {L"an INI file in UTF-8 with its mark", L"in another form", L"as written", L"the guides ask for UTF-16",
      [](const std::wstring& tstrFolder) {
          return ReadLetter(tstrFolder, "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
@@ -259,12 +200,6 @@ constexpr Assumption kRows[] = {
          const UniqueFile holder = HoldFile(tstrIni, FILE_SHARE_READ | FILE_SHARE_DELETE);
          return WriteIni(tstrIni);
      }},
-    {L"a registry key path that begins with a backslash", L"refused (161)", nullptr, L"the checker's error",
-     [](const std::wstring&) { return KeyOf(L"\\Software\\brevant-trial"); }},
-    {L"a registry key path that ends in a backslash", L"the same as without it", nullptr, L"the checker's warning",
-     [](const std::wstring&) { return KeyOf(L"Software\\brevant-trial\\"); }},
-    {L"LOAD_LIBRARY_SEARCH_SYSTEM32 beside a planted library", L"that of the system folder", nullptr,
-     L"nothing planted runs with full rights", &PlantedLibrary},
     {L"WTSSendMessageW to a session that is not there", L"refused", L"done",
      L"no question is asked without a console session", &MessageWithoutSession},
     {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &WhatStandsInOld,

@@ -21,7 +21,7 @@ protected:
 TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)
 {
     SetLogFolder(L"Interactive", L"C:\\I");
-    SetLogFolder(L"Service", L"C:\\S\\");
+    SetLogFolder(L"Service", L"C:\\S{ServiceLogDir}\\");  // which is not expanded once more
     m_paths.ReadProductFolders();
     const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
     const std::pair<const wchar_t*, std::wstring> rows[] = {
@@ -29,7 +29,7 @@ TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)
         {L"{InstalledDir}a {InstalledDir}b", m_tstrInstall + L"a " + m_tstrInstall + L"b"}, {L"", L""},
         {L"{UdComponentsSrcDir}x", m_tstrInstall + L"Component\\c21t2103v0.0.0l1p1r1o1\\x"},
         {L"{installeddir}a", L"{installeddir}a"},
-        {L"{InteractiveLogDir}{ServiceLogDir}{InstallerLogDir}", L"C:\\I\\C:\\S\\" + tstrWindows + L"Temp\\"},
+        {L"{InteractiveLogDir}{ServiceLogDir}{InstallerLogDir}", L"C:\\I\\C:\\S{ServiceLogDir}\\" + tstrWindows + L"Temp\\"},
         {L"{ProtectedLogDir}x", L"x"}};  // not configured: one empty folder
     // clang-format on
     for (const auto& [szText, tstrExpanded] : rows) EXPECT_EQ(Expand(szText), tstrExpanded);
@@ -51,6 +51,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
              RawText(L"%SystemDrive%\\Users\\a", REG_EXPAND_SZ));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"2", L"ProfileImagePath", RawText(L""));
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"3", L"ProfileImagePath", RawText(L"D:\\b\\"));
+    WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"4", L"Other", RawText(L"x"));
     for (const auto& [szFolder, folders] : rows) {
         SetLogFolder(L"Protected", szFolder);
         EXPECT_EQ(m_paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);

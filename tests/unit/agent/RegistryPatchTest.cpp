@@ -51,6 +51,7 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         {op_reg_add, L"!Name!reg_sz!v", {}, {}, kStore + "(). incorrect data type"},
         {op_reg_add, L"!Name!REG_SZ!v!w", {}, RawText(L"v"),
          "!!! PatchReg() field index>3, too many fields, ignore remaining ones"},
+        {op_reg_add, L"\\!Name!REG_SZ!v", {}, RawText(L"v"), "@@@ To write registry key: "},
         {op_reg_add, L"!Name!REG_SZ!" + std::wstring(1000, L'v'), {}, RawText(std::wstring(1000, L'v')), strAdd},
         {op_reg_add, L"!Name!REG_SZ!" + std::wstring(1001, L'v'), {}, {}, strTooLong},
         {99, L"!Name!REG_SZ!v", {}, {}, "!!! PatchReg(op<op_begin_reg || op>op_end_reg)"},
@@ -67,8 +68,10 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
     }
     PatchReg(m_paths, op_reg_add, L"");
     PatchReg(m_paths, op_reg_delete, L"!!!");
+    PatchReg(m_paths, op_reg_add, L"\\SOFTWARE\\X!Name!REG_SZ!v");
     EXPECT_EQ(CountTraced(strTooLong), 1);
     EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a0"), 1);
+    EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a1"), 1) << "a key that begins with a backslash";
 }
 
 TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)
