@@ -61,7 +61,8 @@ foreach(row IN LISTS kCoreImports)
 endforeach()
 
 # Every program links the runtime. Its delay hook is asked for by name: only so does it take the place of the empty one
-# that the toolchain's helper, linked later, would bring along.
+# that the toolchain's helper, linked later, would bring along. The helper writes into the table of a library, which newer
+# linkers put into a section that is read-only; the hook makes the entry writable, so the helper has nothing to write.
 add_library(brevant_runtime STATIC src/runtime/DelayHook.cpp src/runtime/DelayLoad.cpp src/runtime/StackGuard.cpp)
 target_link_libraries(brevant_runtime PRIVATE brevant_options)
 target_link_options(brevant_runtime INTERFACE -Wl,-u,__pfnDliNotifyHook2)

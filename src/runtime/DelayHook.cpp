@@ -1,25 +1,51 @@
-// Where the libraries of delayed imports (cmake/SystemImports.cmake) come from: the system folder and nowhere else,
-// least of all the folder of the program.
-#include <windows.h>
+// What becomes of a call of a delayed function (cmake/SystemImports.cmake) before its table knows the address.
+#include "runtime/DelayTable.h"
 
 #include <delayimp.h>
 
 namespace {
 
-/// Called by the toolchain's helper at each of its steps; null leaves the step to the helper, whose own search would
-/// begin beside the program. A library that is not in the system folder must not be found there either.
-FARPROC WINAPI LoadFromSystemFolder(unsigned uStep, PDelayLoadInfo pInfo)
+// Two threads in one page: neither may take the right to write away while the other one writes.
+SRWLOCK g_tables{};
+
+[[noreturn]] void EndWithoutFunction(DWORD dwError)
 {
-    if (uStep != dliNotePreLoadLibrary) return nullptr;
-    const HMODULE hModule = ::LoadLibraryExA(pInfo->szDll, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    if (hModule) return reinterpret_cast<FARPROC>(hModule);
-    const auto dwCode = static_cast<DWORD>(VcppException(ERROR_SEVERITY_ERROR, ERROR_MOD_NOT_FOUND));
-    ::RaiseException(dwCode, EXCEPTION_NONCONTINUABLE, 0, nullptr);
-    return nullptr;
+    ::RaiseException(static_cast<DWORD>(VcppException(ERROR_SEVERITY_ERROR, dwError)), EXCEPTION_NONCONTINUABLE, 0,
+                     nullptr);
+    __builtin_unreachable();
+}
+
+/// Called by the toolchain's helper at each of its steps. The first one leaves it nothing to do: its own search would
+/// begin beside the program, and it would write into the table whether that is allowed or not.
+FARPROC WINAPI FindFunction(unsigned uStep, PDelayLoadInfo pInfo)
+{
+    if (uStep != dliStartProcessing) return nullptr;
+    const HMODULE hModule = LoadFromSystemFolder(pInfo->szDll);
+    if (!hModule) EndWithoutFunction(ERROR_MOD_NOT_FOUND);
+    const FARPROC pFunction = ::GetProcAddress(hModule, pInfo->dlp.szProcName);
+    if (!pFunction) EndWithoutFunction(ERROR_PROC_NOT_FOUND);
+    StoreDelayedFunction(pInfo->ppfn, pFunction);
+    return pFunction;
 }
 
 }  // namespace
 
 extern "C" {
-PfnDliHook __pfnDliNotifyHook2 = &LoadFromSystemFolder;
+PfnDliHook __pfnDliNotifyHook2 = &FindFunction;
+}
+
+HMODULE LoadFromSystemFolder(const char* szLibrary) noexcept
+{
+    return ::LoadLibraryExA(szLibrary, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+}
+
+void StoreDelayedFunction(FARPROC* pEntry, FARPROC pFunction) noexcept
+{
+    DWORD dwProtection = 0;
+    ::AcquireSRWLockExclusive(&g_tables);
+    if (::VirtualProtect(pEntry, sizeof(*pEntry), PAGE_READWRITE, &dwProtection)) {
+        *pEntry = pFunction;
+        ::VirtualProtect(pEntry, sizeof(*pEntry), dwProtection, &dwProtection);
+    }
+    ::ReleaseSRWLockExclusive(&g_tables);
 }

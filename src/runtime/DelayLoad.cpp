@@ -1,5 +1,7 @@
 #include "runtime/DelayLoad.h"
 
+#include "runtime/DelayTable.h"
+
 #include "DelayedLibraries.h"
 
 extern "C" const IMAGE_DOS_HEADER __ImageBase;
@@ -7,22 +9,26 @@ extern "C" const IMAGE_DOS_HEADER __ImageBase;
 namespace {
 
 template <class Target>
-const Target* At(ULONGLONG ullRva) noexcept
+Target* At(ULONGLONG ullRva) noexcept
 {
-    return reinterpret_cast<const Target*>(reinterpret_cast<ULONG_PTR>(&__ImageBase) + ullRva);
+    return reinterpret_cast<Target*>(reinterpret_cast<ULONG_PTR>(&__ImageBase) + ullRva);
 }
 
-/// Loads one library for good; the name of what is missing, or null. A library of which nothing is used stays out.
+/// Loads one library for good and fills its table; the name of what is missing, or null. A library of which nothing is
+/// used stays out.
 const char* LoadOne(const ImgDelayDescr& library) noexcept
 {
-    const auto* pFunction = At<IMAGE_THUNK_DATA>(library.rvaINT);
-    if (!pFunction->u1.AddressOfData) return nullptr;
-    const char* szLibrary = At<char>(library.rvaDLLName);
-    const HMODULE hModule = ::LoadLibraryExA(szLibrary, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const auto* pName = At<const IMAGE_THUNK_DATA>(library.rvaINT);
+    auto* pEntry = At<FARPROC>(library.rvaIAT);
+    if (!pName->u1.AddressOfData) return nullptr;
+    const auto* szLibrary = At<const char>(library.rvaDLLName);
+    const HMODULE hModule = LoadFromSystemFolder(szLibrary);
     if (!hModule) return szLibrary;
-    for (; pFunction->u1.AddressOfData; ++pFunction) {
-        const char* szFunction = At<IMAGE_IMPORT_BY_NAME>(pFunction->u1.AddressOfData)->Name;
-        if (!::GetProcAddress(hModule, szFunction)) return szFunction;
+    for (; pName->u1.AddressOfData; ++pName, ++pEntry) {
+        const char* szFunction = At<const IMAGE_IMPORT_BY_NAME>(pName->u1.AddressOfData)->Name;
+        const FARPROC pFunction = ::GetProcAddress(hModule, szFunction);
+        if (!pFunction) return szFunction;
+        StoreDelayedFunction(pEntry, pFunction);
     }
     return nullptr;
 }

@@ -3,8 +3,8 @@
 
 #include <windows.h>
 
-/// Loads every system library of which this program delays a function, and looks up each of those functions: after
+/// Loads every system library of which this program delays a function, and fills in each of those functions: after
 /// that no first call can fail, which would end the process where it stands. False with the name of what is missing,
 /// a library's or a function's, and the Win32 code; both out-parameters are untouched on success. LoadLibraryExA,
-/// GetProcAddress.
+/// GetProcAddress, VirtualProtect.
 [[nodiscard]] bool LoadDelayedLibraries(const char*& szMissing, DWORD& dwError) noexcept;

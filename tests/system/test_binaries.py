@@ -4,6 +4,8 @@ import struct
 import subprocess
 import unittest
 
+from brevantlab.expect import LabTest
+from brevantlab.layouts import SampleMachine
 from brevantlab.prefix import BUILD, ROOT, VERSION
 
 SHIPPED = BUILD / 'release' / 'bin'
@@ -11,6 +13,23 @@ HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
 # What every process of Windows has loaded. Whatever else a program imported would be mapped at each of its starts.
 CORE = re.compile(r'KERNEL32\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
 VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version resource
+WRITABLE = 1 << 31  # the flag of a section
+
+
+def protect_sections(content):
+    """A program of which no section but those of its variables can be written; and the sections that could before."""
+    content = bytearray(content)
+    header, = struct.unpack_from('<I', content, 60)
+    count, = struct.unpack_from('<H', content, header + 6)
+    optional, = struct.unpack_from('<H', content, header + 20)
+    protected = set()
+    for entry in range(header + 24 + optional, header + 24 + optional + count * 40, 40):
+        name = content[entry:entry + 8].rstrip(b'\0').decode()
+        flags, = struct.unpack_from('<I', content, entry + 36)
+        if flags & WRITABLE and name not in ('.data', '.bss'):
+            protected.add(name)
+            struct.pack_into('<I', content, entry + 36, flags & ~WRITABLE)
+    return bytes(content), protected
 
 
 class ShippedBinaries(unittest.TestCase):
@@ -55,6 +74,28 @@ class ShippedBinaries(unittest.TestCase):
                 for field, text in (('FileVersion', version), ('ProductName', 'Kazmere Qorvault'),
                                     ('OriginalFilename', name)):
                     self.assertTrue(re.search(field + '\0+' + text, content.decode('utf-16-le', 'replace')), field)
+
+
+class ProtectedSections(LabTest):
+    """Linkers differ in what they protect: newer ones the tables of imports, which delayed calls change."""
+    def test_only_variables_are_written(self):
+        machine = self.enterContext(SampleMachine())
+        for name in ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll'):
+            content, protected = protect_sections((SHIPPED / name).read_bytes())
+            self.assertLessEqual(protected, {'.idata', '.didat', '.CRT', '.tls', '.rsrc'}, name)
+            machine.host(machine.install + name).write_bytes(content)
+        machine.mark_renamed()
+        checker = machine.install + 'BrevantCheck.exe'
+        manifest = machine.run(checker, 'manifest', machine.install.rstrip('\\'))
+        self.assertEqual(0, manifest.code, manifest.output)
+        machine.write('C:\\update.json', manifest.output)
+        # Before its first change the agent fills the whole table of every library.
+        code, messages = machine.agent('/DeployFramework')
+        self.assertEqual(0, code)
+        self.assertIn('@@@ ***QorPatchTool.exe stop.', messages)
+        machine.restart()
+        verified = machine.run(checker, 'verify', 'C:\\update.json')
+        self.assertEqual(0, verified.code, verified.output)
 
 
 if __name__ == '__main__':
