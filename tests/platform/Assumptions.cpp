@@ -95,12 +95,6 @@ std::wstring MessageWithoutSession(const std::wstring&)
 
 // -- the next restart --
 
-void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags = 0)
-{
-    Require(::MoveFileExW(tstrSource.c_str(), szDestination, dwFlags | MOVEFILE_DELAY_UNTIL_REBOOT),
-            L"moves can be delayed (run it as an administrator)");
-}
-
 /// A file "new" that is to take the place of "old", with the attributes of each.
 void DelayedReplacement(const std::wstring& tstrFolder, DWORD dwNew, DWORD dwOld)
 {
@@ -142,10 +136,7 @@ void RunOnceOf(const std::wstring& tstrFolder, std::size_t cchCommand)
 {
     std::wstring tstrCommand = L"cmd.exe /c echo ran>\"" + tstrFolder + L"ran.txt\"";
     tstrCommand.insert(11, std::wstring(cchCommand > tstrCommand.size() ? cchCommand - tstrCommand.size() : 0, L' '));
-    Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
-                              (L"brevant-trial-" + std::to_wstring(cchCommand)).c_str(), REG_SZ, tstrCommand.c_str(),
-                              static_cast<DWORD>((tstrCommand.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS,
-            L"the RunOnce key can be written (run it as an administrator)");
+    AddRunOnce(std::to_wstring(cchCommand), tstrCommand);
 }
 
 std::wstring WhetherItRan(const std::wstring& tstrFolder)
@@ -230,6 +221,20 @@ constexpr Assumption kRows[] = {
 std::span<const Assumption> Assumptions()
 {
     return kRows;
+}
+
+void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags)
+{
+    Require(::MoveFileExW(tstrSource.c_str(), szDestination, dwFlags | MOVEFILE_DELAY_UNTIL_REBOOT),
+            L"moves can be delayed (run it as an administrator)");
+}
+
+void AddRunOnce(const std::wstring& tstrName, const std::wstring& tstrCommand)
+{
+    Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
+                              (L"brevant-trial-" + tstrName).c_str(), REG_SZ, tstrCommand.c_str(),
+                              static_cast<DWORD>((tstrCommand.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS,
+            L"the RunOnce key can be written (run it as an administrator)");
 }
 
 }  // namespace Platform

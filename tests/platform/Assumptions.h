@@ -15,15 +15,25 @@ struct Assumption {
     const wchar_t* szAssumed;  ///< what the product counts on
     const wchar_t* szWine;     ///< what Wine 8 may show instead (some of it as root only); null where it agrees
     const wchar_t* szFollows;  ///< what in the product depends on it
-    /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw. Empty when only an
-    /// administrator could see it.
+    /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw. Empty when it could
+    /// not be seen here: `szSeenBy` says where.
     std::wstring (*pfnObserve)(const std::wstring& tstrFolder);
     /// Sets up what only a restart shows; null where it can be seen at once.
     void (*pfnPrepare)(const std::wstring& tstrFolder) = nullptr;
+    const wchar_t* szSeenBy = L"run it as an administrator";
 };
 
-/// All of them, in the order in which they are tried.
+/// Files, INI files, libraries, and what a restart makes of a few of them.
 [[nodiscard]] std::span<const Assumption> Assumptions();
+/// Rights, sessions and the registry.
+[[nodiscard]] std::span<const Assumption> SystemAssumptions();
+
+/// Registers a move, or without destination a deletion, for the next restart. Ends the program when that fails.
+void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags = 0);
+/// Registers a command for the next logon under a name of the trial's own. Ends the program when that fails.
+void AddRunOnce(const std::wstring& tstrName, const std::wstring& tstrCommand);
+/// Writes into a file with which rights this process runs. How a copy of the program answers from a logon.
+void NoteRights(const std::wstring& tstrPath);
 
 /// "done", or "refused (CODE)" with the last error.
 [[nodiscard]] std::wstring Outcome(BOOL bDone);

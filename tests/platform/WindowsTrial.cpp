@@ -4,7 +4,7 @@
 //     WindowsTrial.exe --prepare        sets up what only a restart shows (as an administrator)
 //     WindowsTrial.exe --after-restart  looks at it
 //
-// A row is "ok", "Wine" (differs in the way that is known of Wine 8), "not seen" (needs an administrator) or "DIFFERS".
+// A row is "ok", "Wine" (differs in the way that is known of Wine 8), "not seen" (cannot be seen here) or "DIFFERS".
 // Exit code 0 unless one differs.
 // Started by a double click it does the first and waits for a key.
 #include "Assumptions.h"
@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -52,7 +53,7 @@ bool IsWine()
 bool Judge(const Assumption& row, const std::wstring& tstrSeen)
 {
     if (tstrSeen.empty()) {
-        Print(L"not seen " + std::wstring(row.szQuestion) + L": run it as an administrator");
+        Print(L"not seen " + std::wstring(row.szQuestion) + L": " + row.szSeenBy);
         return true;
     }
     const bool bAssumed = tstrSeen == row.szAssumed;
@@ -64,6 +65,17 @@ bool Judge(const Assumption& row, const std::wstring& tstrSeen)
     return bWine;
 }
 
+/// Every row, in the order in which they are tried.
+std::vector<Assumption> AllAssumptions()
+{
+    std::vector<Assumption> all;
+    for (const auto pfnTable : {&Assumptions, &SystemAssumptions}) {
+        const std::span<const Assumption> table = pfnTable();
+        all.insert(all.end(), table.begin(), table.end());
+    }
+    return all;
+}
+
 /// Goes through the rows that "--prepare" and "--after-restart" are for, or without these words through the others.
 /// How many differ.
 unsigned Try(const std::wstring& tstrVerb)
@@ -73,7 +85,7 @@ unsigned Try(const std::wstring& tstrVerb)
     Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
     unsigned uRow = 0;
-    for (const Assumption& row : Assumptions()) {
+    for (const Assumption& row : AllAssumptions()) {
         const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
         if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
         fs::create_directories(folder);
@@ -133,6 +145,10 @@ int wmain(int argc, wchar_t** argv)
 {
     using namespace Platform;
     const std::wstring tstrVerb = argc > 1 ? argv[1] : L"";
+    if (tstrVerb == L"--note-rights" && argc > 2) {
+        NoteRights(argv[2]);
+        return 0;
+    }
     ::SetConsoleOutputCP(CP_UTF8);
     if (tstrVerb != L"--after-restart") RemoveTrialFolder();
     const unsigned cDiffering = Try(tstrVerb);
