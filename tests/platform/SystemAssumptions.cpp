@@ -101,12 +101,12 @@ bool IsWithoutUser(DWORD dwSession)
     wchar_t* szUser = nullptr;
     DWORD cb = 0;
     if (!::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSession, WTSUserName, &szUser, &cb)) return false;
-    const bool bNobody = *szUser == L'\0';
+    const bool bEmpty = *szUser == L'\0';
     ::WTSFreeMemory(szUser);
-    return bNobody;
+    return bEmpty;
 }
 
-/// Nothing where a session is missing or somebody is there, who would have to answer.
+/// Not seen where no session is attached to the console, or where a user would have to answer.
 std::wstring MessageWithoutUser(const std::wstring&)
 {
     const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
@@ -132,8 +132,8 @@ bool Finds(OpenKey pfnOpen, const std::wstring& tstrKey)
     return pfnOpen(HKEY_LOCAL_MACHINE, tstrKey.c_str(), 0, KEY_READ, key.Receive()) == ERROR_SUCCESS;
 }
 
-/// Whether the functions of the core, which the product imports, and those of advapi32 find in a redirected
-/// HKEY_LOCAL_MACHINE what is there only.
+/// Which functions find a key that only a redirected HKEY_LOCAL_MACHINE has: those of the core, which the product
+/// imports, or those of advapi32.
 std::wstring RedirectedRegistry(const std::wstring&)
 {
     const std::wstring tstrRoot = L"Software\\BrevantTrial" + std::to_wstring(::GetCurrentProcessId());
@@ -160,7 +160,7 @@ constexpr Assumption kRows[] = {
      L"updates of any size; a file that two packages bring is the later one's", &WhatHasMoved, &ThousandMoves},
     {L"a message box on a console without a user", L"waits for an answer", nullptr,
      L"the question of a deployment waits for somebody who signs in there, and the update client with it",
-     &MessageWithoutUser, nullptr, L"run it while nobody is signed in at the console (docs/windows-trial.md)"},
+     &MessageWithoutUser, nullptr, L"run it while no user is signed in at the console (docs/windows-trial.md)"},
     {L"RegOverridePredefKey, functions that are redirected", L"both", nullptr,
      L"the unit tests leave the machine's registry alone", &RedirectedRegistry},
 };

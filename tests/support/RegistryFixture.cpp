@@ -2,13 +2,35 @@
 
 #include "common/KzComn_Handle.h"
 
+#include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 using KzCommon::UniqueRegistryKey;
 
 namespace {
+
 const std::pair<HKEY, const wchar_t*> kRoots[] = {{HKEY_LOCAL_MACHINE, L"\\HKLM"}, {HKEY_CLASSES_ROOT, L"\\HKCR"}};
+
+using OpenKey = decltype(&::RegOpenKeyExW);
+
+/// The functions that open a key: the core's, which everything here imports, and advapi32's.
+std::array<OpenKey, 2> OpenFunctions()
+{
+    const HMODULE hLibrary = ::LoadLibraryExW(L"advapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const FARPROC pfnOpen = ::GetProcAddress(hLibrary, "RegOpenKeyExW");
+    return {&::RegOpenKeyExW, reinterpret_cast<OpenKey>(reinterpret_cast<void*>(pfnOpen))};
 }
+
+void RemoveRedirection(const std::wstring& tstrPath)
+{
+    for (const auto& [hRoot, szName] : kRoots) ::RegOverridePredefKey(hRoot, nullptr);
+    EXPECT_EQ(ERROR_SUCCESS, ::RegDeleteTreeW(HKEY_CURRENT_USER, tstrPath.c_str()));
+    ::RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\Kazmere\\Tests");
+}
+
+}  // namespace
 
 RegistryTest::RegistryTest() : m_tstrPath(L"Software\\Kazmere\\Tests\\" + std::to_wstring(::GetCurrentProcessId()))
 {
@@ -17,13 +39,29 @@ RegistryTest::RegistryTest() : m_tstrPath(L"Software\\Kazmere\\Tests\\" + std::t
         EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyW(HKEY_CURRENT_USER, (m_tstrPath + szName).c_str(), key.Receive()));
         EXPECT_EQ(ERROR_SUCCESS, ::RegOverridePredefKey(hRoot, key.Get()));
     }
+    RequireRedirection();
 }
 
 RegistryTest::~RegistryTest()
 {
-    for (const auto& [hRoot, szName] : kRoots) ::RegOverridePredefKey(hRoot, nullptr);
-    EXPECT_EQ(ERROR_SUCCESS, ::RegDeleteTreeW(HKEY_CURRENT_USER, m_tstrPath.c_str()));
-    ::RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\Kazmere\\Tests");
+    RemoveRedirection(m_tstrPath);
+}
+
+void RegistryTest::RequireRedirection() const
+{
+    for (const auto& [hRoot, szName] : kRoots) {
+        const std::wstring tstrProbe = m_tstrPath + szName + L"\\brevant-probe";
+        UniqueRegistryKey probe;
+        EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyW(HKEY_CURRENT_USER, tstrProbe.c_str(), probe.Receive()));
+        for (const OpenKey pfnOpen : OpenFunctions()) {
+            UniqueRegistryKey found;
+            if (pfnOpen(hRoot, L"brevant-probe", 0, KEY_READ, found.Receive()) == ERROR_SUCCESS) continue;
+            RemoveRedirection(m_tstrPath);
+            std::fputs("The registry is not redirected: the tests would change this machine's.\n", stderr);
+            std::exit(kNotRedirected);
+        }
+        ::RegDeleteKeyW(HKEY_CURRENT_USER, tstrProbe.c_str());
+    }
 }
 
 void WriteRaw(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, const RawValue& value)

@@ -33,6 +33,11 @@ protected:
     RegistryTest();
     ~RegistryTest() override;
 
+    /// Ends the program with kNotRedirected unless both families of registry functions, the core's and advapi32's,
+    /// work on the test's key: otherwise a test would change this machine's registry. Every test begins with this.
+    void RequireRedirection() const;
+    static constexpr int kNotRedirected = 3;
+
 private:
     std::wstring m_tstrPath;
 };

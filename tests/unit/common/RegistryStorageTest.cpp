@@ -106,4 +106,17 @@ TEST_F(RegistryStorage, AnObjectThatOpensAnotherKeyWorksOnThatOne)
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, CodeOf([&] { m_registry.DeleteSubKey(L"a"); }));
 }
 
+// The tests' own safety: each of these would otherwise write into the registry of the machine it is run on.
+TEST_F(RegistryStorage, NoTestBeginsWithoutRedirection)
+{
+    for (const HKEY hRoot : {HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT}) {
+        EXPECT_EXIT(
+            {
+                ::RegOverridePredefKey(hRoot, nullptr);
+                RequireRedirection();
+            },
+            testing::ExitedWithCode(kNotRedirected), "not redirected");
+    }
+}
+
 }  // namespace
