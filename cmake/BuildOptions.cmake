@@ -31,6 +31,11 @@ target_compile_options(brevant_options INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${kS
 target_link_options(brevant_options INTERFACE ${kShippedLinkFlags} -Wl,--fatal-warnings
     $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-Wl,--tsaware>)
 
+if(CMAKE_UNITY_BUILD)
+    # Several sources are compiled as one: fixtures in unnamed namespaces then look as if a header had them.
+    target_compile_options(brevant_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+endif()
+
 if(BREVANT_CHECKED)
     # This platform has no run-time library for the sanitizer: a fault ends the process by a trap.
     target_compile_definitions(brevant_options INTERFACE _GLIBCXX_ASSERTIONS)

@@ -65,6 +65,8 @@ endforeach()
 # linkers put into a section that is read-only; the hook makes the entry writable, so the helper has nothing to write.
 add_library(brevant_runtime STATIC src/runtime/DelayHook.cpp src/runtime/DelayLoad.cpp src/runtime/StackGuard.cpp)
 target_link_libraries(brevant_runtime PRIVATE brevant_options)
+# Each of its sources asks the same headers for something else.
+set_target_properties(brevant_runtime PROPERTIES UNITY_BUILD OFF)
 target_link_options(brevant_runtime INTERFACE -Wl,-u,__pfnDliNotifyHook2)
 foreach(name IN LISTS kDelayedLibraries)
     brevant_delayed_library(${name})

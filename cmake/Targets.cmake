@@ -31,6 +31,8 @@ function(brevant_program name library source resource)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
     target_link_libraries(${name} PRIVATE ${library})
     target_link_options(${name} PRIVATE -municode -mconsole)
+    # The checked build is for the tests, which run the shipped programs.
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ${BREVANT_CHECKED})
 endfunction()
 
 # brevant_dll(name folder output-folder): NAME.dll without the "lib" prefix. Its objects are the target

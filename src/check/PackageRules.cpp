@@ -19,7 +19,6 @@ namespace Check {
 
 namespace {
 
-constexpr wchar_t kComponents[] = L"Component\\";
 
 /// The folders below "Component\\" that the update information does not name.
 std::vector<std::wstring> UnnamedFolders(const Update& update)

@@ -13,7 +13,6 @@ namespace Check {
 
 namespace {
 
-constexpr wchar_t kComponents[] = L"Component\\";
 
 std::wstring FullFolder(const std::wstring& tstrFolder)
 {

@@ -70,5 +70,7 @@ private:
 
 inline constexpr wchar_t kInstructionFile[] = L"QorPaFrwk.ini";
 inline constexpr wchar_t kUpdateInfoFile[] = L"UpdateInfo.ini";
+/// Where the update client puts the packages, below an update's folder.
+inline constexpr wchar_t kComponents[] = L"Component\\";
 
 }  // namespace Check

@@ -22,8 +22,6 @@ namespace Check {
 
 namespace {
 
-constexpr std::wstring_view kComponents = L"Component\\";
-
 /// An INI value as Windows reads it back: without the blanks and the pair of quotes around it.
 std::wstring ReadBack(const std::wstring& tstrValue)
 {

@@ -92,7 +92,7 @@ struct Mutator {
 };
 
 /// Not through the system's functions, which may be watched.
-void Report(const char* szWhat)
+void ReportVariant(const char* szWhat)
 {
     std::printf("%s at variant %u, left in hostile-input.bin\n", szWhat, s_uNumber);
     std::fflush(stdout);
@@ -104,7 +104,7 @@ void Report(const char* szWhat)
 LONG WINAPI OnCrash(EXCEPTION_POINTERS* p)
 {
     std::printf("0x%08lx at %p\n", p->ExceptionRecord->ExceptionCode, p->ExceptionRecord->ExceptionAddress);
-    Report("crash");
+    ReportVariant("crash");
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
@@ -113,7 +113,7 @@ void Watch()
     for (;; ::Sleep(500)) {
         const DWORD dwStarted = s_dwStarted;
         if (dwStarted == 0 || ::GetTickCount() - dwStarted < kMaxMilliseconds) continue;
-        Report("no end");
+        ReportVariant("no end");
         ::TerminateProcess(::GetCurrentProcess(), 1);
     }
 }
@@ -153,7 +153,7 @@ void RunVariants(const std::vector<std::string>& seeds,
         EXPECT_TRUE(s_uNumber % 200 != 0 || AreHeapsSound());
     }
     s_dwStarted = 0;
-    if (::testing::Test::HasFailure()) Report("failure");
+    if (::testing::Test::HasFailure()) ReportVariant("failure");
 }
 
 int main(int argc, char** argv)
@@ -163,7 +163,7 @@ int main(int argc, char** argv)
     s_strSeeds = argv[1];
     if (argc > 2) s_cVariants = std::stoul(argv[2]);
     ::SetUnhandledExceptionFilter(&OnCrash);
-    std::signal(SIGABRT, [](int) { Report("abort"); });
+    std::signal(SIGABRT, [](int) { ReportVariant("abort"); });
     std::thread(&Watch).detach();
     return RUN_ALL_TESTS();
 }

@@ -32,7 +32,7 @@ void ExpectReads(const std::wstring& tstrPath, const std::wstring& tstrName, con
     const std::wstring codes[] = {read(tstrValue), read(dwValue), read(ullValue)};
     Registry registry;
     const long lBytes = CodeOf([&] {
-        registry.Open(Key(kRoot, tstrPath.c_str()));
+        registry.Open(Storage::Key(kRoot, tstrPath.c_str()));
         registry.ReadBinary(tstrName, bytes);
     });
     EXPECT_EQ(expected[0], codes[0] + tstrValue);
@@ -69,7 +69,7 @@ TEST_F(RegistryStorage, WritesAndDeletionsFailWithTheirCode)
 {
     EXPECT_TRUE(Reg::StoreValue(kRoot, kPath + L"\\sub", L"name", L"value"s, 0, &m_dwCode));
     EXPECT_EQ(0U, m_dwCode);
-    m_registry.Open(Key(kRoot, kPath.c_str()), L"sub");
+    m_registry.Open(Storage::Key(kRoot, kPath.c_str()), L"sub");
     EXPECT_EQ(L"value", m_registry.ReadString(L"name", L""));
     EXPECT_EQ(ERROR_ACCESS_DENIED, CodeOf([&] { m_registry.WriteDword(L"name", 1); }));
     EXPECT_TRUE(Reg::DeleteValue(kRoot, kPath + L"\\sub", L"name", 0, &m_dwCode));
@@ -86,7 +86,7 @@ TEST_F(RegistryStorage, NothingWorksOnAKeyThatIsNotOpenOrAnEmptyPath)
     EXPECT_EQ(L"", m_registry.Path());
     EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { m_registry.ReadString(L"a", L""); }));
     EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { m_registry.OpenOrCreate(kRoot, L""); }));
-    EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { m_registry.Open(Key(kRoot, nullptr), L"a"); }));
+    EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { m_registry.Open(Storage::Key(kRoot, nullptr), L"a"); }));
 }
 
 TEST_F(RegistryStorage, AnObjectThatOpensAnotherKeyWorksOnThatOne)

@@ -20,7 +20,9 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
         ini.StoreString(L"S", L"key", std::wstring(cch, L'v'));
         EXPECT_EQ(std::wstring(cch, L'v'), ini.ReadString(L"S", L"key", L"default"));
     }
-    ini.Open(Key(Key::eIniFile, nullptr, folder.Write(L"b.ini", "[N]\r\nten=10\r\nword=x\r\n").c_str()), L"N");
+    ini.Open(
+        Storage::Key(Storage::Key::eIniFile, nullptr, folder.Write(L"b.ini", "[N]\r\nten=10\r\nword=x\r\n").c_str()),
+        L"N");
     for (const auto& [szKey, dwWanted] : {std::pair(L"ten", 10U), {L"word", 0U}, {L"none", 7U}}) {
         DWORD dwValue = 7;
         ini.ReadDword(szKey, dwValue);
@@ -39,7 +41,7 @@ TEST(IniFileTest, OnlyAnOpenFileIsReadAndWritten)
         SCOPED_TRACE(szTime);
         EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { static_cast<void>(ini.ReadString(L"S", L"k", L"")); }));
         EXPECT_EQ(ERROR_INVALID_HANDLE, CodeOf([&] { ini.StoreString(L"S", L"k", L"w"); }));
-        ini.Open(Key(Key::eIniFile, nullptr, tstrFile.c_str()), L"S");
+        ini.Open(Storage::Key(Storage::Key::eIniFile, nullptr, tstrFile.c_str()), L"S");
         EXPECT_EQ(L"v", ini.ReadString(L"k", L""));
         ini.Close();
     }
