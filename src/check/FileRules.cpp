@@ -245,12 +245,12 @@ void CheckUsersFolder(const FileCheck& check, const Surroundings& around)
                       L"\"" + tstrFolder + L"\" inherits its access list: every user may create files in it");
             break;
         case op_dir_delete:
-            check.Add(Rule::eDelayedInUsersFolder, L"until the restart a user can replace \"" + tstrFolder +
+            check.Add(Rule::eDelayedInUsersFolder, L"until the restart a user may replace \"" + tstrFolder +
                                                        L"\" by a link: clear it with delete_now, folder by folder");
             break;
         case op_file_delete:
             check.Add(Rule::eDelayedInUsersFolder,
-                      L"until the restart a user can replace \"" + tstrFolder + L"\" by a link", L"delete_now");
+                      L"until the restart a user may replace \"" + tstrFolder + L"\" by a link", L"delete_now");
             break;
         default: break;
     }

@@ -76,7 +76,7 @@ constexpr RuleRow kRules[] = {
      L"The agent records its version only when the section UPDATE_INFO is there."},
     {Rule::eIniEncoding, kError, L"ini-encoding",
      L"UpdateInfo.ini cannot store the character: Windows writes a question mark, or another character."},
-    {Rule::eIniKey, kError, L"ini-key", L"Nobody can read the key again, and every run adds one more line for it."},
+    {Rule::eIniKey, kError, L"ini-key", L"Windows writes the key, but nobody can read it again."},
     {Rule::eCommandExclamation, kError, L"command-exclamation", L"A \"!\" ends the command."},
     {Rule::eCommandTooLong, kError, L"command-too-long", L"Windows runs commands of up to 260 characters only."},
     {Rule::eUnquotedPath, kError, L"unquoted-path",
