@@ -1,4 +1,4 @@
-// B030 to B036: folders and files that the instruction file creates and removes.
+// B030 to B039: folders and files that the instruction file creates and removes.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
@@ -26,6 +26,8 @@ struct Surroundings {
     BroughtFiles brought;
     std::map<std::wstring, std::vector<std::wstring>> sources;
     std::set<std::wstring> created;  ///< folders, in lower case with trailing backslash
+    std::size_t cCommands = 0;       ///< that are read after the removals
+    std::size_t cTexts = 0;          ///< of the question, which are read later still
 };
 
 /// One record of QOR_DIR or QOR_FILE.
@@ -201,6 +203,59 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
                            (losses.bForGood ? L": gone in the end" : L": missing until the restart"));
 }
 
+/// The instruction file is read section by section: what comes after the removals is not found any more. A deletion at
+/// the restart does no harm.
+void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
+{
+    if (check.iOp != op_file_delete_now || !String::EqualsNoCase(check.Folder(), around.folders.InstalledDir()) ||
+        !MatchesPattern(kInstructionFile, check.parsed.tstrPattern)) {
+        return;
+    }
+    const auto add = [&](Severity eSeverity, const wchar_t* szLost) {
+        check.report.AddAs(eSeverity, Rule::eDeletesInstructions, kInstructionFile, check.record.valuePlace,
+                           L"\"" + check.parsed.tstrPattern + L"\" deletes the instruction file before " + szLost);
+    };
+    if (around.cCommands > 0) {
+        add(Severity::eError, L"[Run] is read: all commands are lost");
+    } else if (around.cTexts > 0) {
+        add(Severity::eWarning, L"the question's texts are read: it is in English");
+    }
+}
+
+/// Whether standard users can make folders there, and put links in the place of their own. The product's folder is
+/// none of them, wherever a copy of it is.
+bool IsUsersFolder(const std::wstring& tstrFolder, const Surroundings& around)
+{
+    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Windows\\Temp\\"};
+    constexpr std::size_t kDrive = 2;  // "C:"
+    if (String::StartsWithNoCase(tstrFolder, around.folders.InstalledDir()) || tstrFolder.size() < kDrive) return false;
+    const std::wstring_view tstrBelow = std::wstring_view(tstrFolder).substr(kDrive);
+    return tstrFolder[1] == L':' &&
+           std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders),
+                       [&](std::wstring_view tstrUsers) { return String::StartsWithNoCase(tstrBelow, tstrUsers); });
+}
+
+void CheckUsersFolder(const FileCheck& check, const Surroundings& around)
+{
+    const std::wstring tstrFolder = check.Folder();
+    if (!IsUsersFolder(tstrFolder, around)) return;
+    switch (check.iOp) {
+        case op_dir_add:
+            check.Add(Rule::eFolderUsersWrite,
+                      L"\"" + tstrFolder + L"\" inherits its access list: every user may create files in it");
+            break;
+        case op_dir_delete:
+            check.Add(Rule::eDelayedInUsersFolder, L"until the restart a user may replace \"" + tstrFolder +
+                                                       L"\" by a link: clear it with delete_now, folder by folder");
+            break;
+        case op_file_delete:
+            check.Add(Rule::eDelayedInUsersFolder,
+                      L"until the restart a user may replace \"" + tstrFolder + L"\" by a link", L"delete_now");
+            break;
+        default: break;
+    }
+}
+
 /// The folder of a QOR_DIR "add" (with trailing backslash) and those above it, which are created with it.
 void AddCreated(std::set<std::wstring>& created, const std::wstring& tstrFolder)
 {
@@ -263,9 +318,16 @@ void CheckFileRecords(const Subject& subject, Report& report)
                         CustomerFolders(tstrInstalled, subject.update.Product().tstrDownloadPath),
                         ListBroughtFiles(subject.update, tstrInstalled),
                         {},
-                        {}};
+                        {},
+                        0,
+                        0};
     around.sources = ListMovedSources(around.brought);
-    for (const Instruction& instruction : ListInstructions(subject.instructions)) {
+    const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
+    for (const Instruction& instruction : instructions) {
+        if (instruction.pKey->eEffect == RecordEffect::eRunOnce) ++around.cCommands;
+        if (instruction.pKey->eEffect == RecordEffect::eShowText) ++around.cTexts;
+    }
+    for (const Instruction& instruction : instructions) {
         const int iOp = FileOpOf(instruction.pKey->eEffect);
         if (iOp == op_not_used) continue;
         const FileCheck check{*instruction.pRecord, iOp,
@@ -275,6 +337,8 @@ void CheckFileRecords(const Subject& subject, Report& report)
         CheckNames(check);
         CheckFolderAsFile(check, around);
         CheckLosses(check, around);
+        CheckInstructionsKept(check, around);
+        CheckUsersFolder(check, around);
     }
     CheckDestinations(around, report);
     CheckLengths(around, report);

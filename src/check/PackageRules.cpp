@@ -1,9 +1,10 @@
-// B070 to B073: the layout of the packages.
+// B070 to B075: the layout of the packages.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
+#include "agent/DownloadPath.h"
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <set>
 #include <string_view>
 
 using namespace KzCommon;
@@ -48,24 +50,66 @@ bool HasStringTable(const std::wstring& tstrFolder)
     return bHas;
 }
 
+/// A package whose folder is not there, and the other folders below "Component\\" that may be meant.
+struct MissingPackage {
+    const Package& package;
+    const DownloadKey& key;
+    const wchar_t* szKind;
+    std::wstring tstrMeant;
+};
+
+/// Where the update information names the package; line 0 when the name is the agent's own, for want of one.
+Place PlaceOfName(const IniScan& info, const DownloadKey& key)
+{
+    const IniSection* const pSection = info.Find(L"COMPONENT_LIST");
+    if (!pSection) return {};
+    const auto it = std::find_if(pSection->records.begin(), pSection->records.end(), [&](const IniRecord& record) {
+        std::wstring tstrKey = record.tstrKey;
+        while (tstrKey.ends_with(L' ')) tstrKey.pop_back();
+        return record.IsRecord() && String::EqualsNoCase(tstrKey, key.szKey);
+    });
+    return it == pSection->records.end() ? Place{} : it->valuePlace;
+}
+
+/// B074 of a package that the update information names. False for one that it does not name.
+bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingPackage& missing, Report& report)
+{
+    const Place place = PlaceOfName(info, missing.key);
+    if (place.uLine == 0) return false;
+    report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
+               L"the " + std::wstring(missing.szKind) + L" package is not there, it is looked for in \"" +
+                   update.RelativeName(missing.package.tstrFolder) + L"\": nothing of it is deployed",
+               missing.tstrMeant);
+    return true;
+}
+
 /// Without the package that the update information names, other folders below "Component\\" are for nobody.
 void CheckDownloadPaths(const Update& update, Report& report)
 {
-    const bool bProduct = update.Product().bThere;
-    if (bProduct && update.Resource().bThere) return;
-    std::vector<std::wstring> others = UnnamedFolders(update);
-    if (bProduct) {
-        std::erase_if(others, [&](const std::wstring& tstrName) {
-            return !HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
-        });
+    IniScan info;
+    static_cast<void>(info.Read(update.FullPath(kUpdateInfoFile), nullptr));
+    const std::vector<std::wstring> others = UnnamedFolders(update);
+    const auto itTexts = std::find_if(others.begin(), others.end(), [&](const std::wstring& tstrName) {
+        return HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
+    });
+    const MissingPackage product{update.Product(), ProductDownloadKey(), L"product",
+                                 NearestOf(update.Product().tstrDownloadPath, others)};
+    const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource",
+                                  itTexts == others.end() ? std::wstring() : *itTexts};
+    bool bOther = update.Resource().bThere;
+    for (const MissingPackage* pMissing : {&product, &resource}) {
+        const bool bThere = pMissing->package.bThere;
+        const bool bNamed = !bThere && CheckNamedPackage(update, info, *pMissing, report);
+        const bool bMeant = pMissing == &product ? !others.empty() : update.Product().bThere && itTexts != others.end();
+        if (!bThere && !bNamed && bMeant) {
+            report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
+                         L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
+                             update.RelativeName(pMissing->package.tstrFolder) +
+                             L"\", which is not there: nothing of it is deployed",
+                         pMissing->tstrMeant);
+        }
+        bOther = true;
     }
-    if (others.empty()) return;
-    const Package& missing = bProduct ? update.Resource() : update.Product();
-    const bool bOther = bProduct || update.Resource().bThere;
-    report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
-                 std::wstring(bProduct ? L"the resource" : L"the product") + L" package is looked for in \"" +
-                     update.RelativeName(missing.tstrFolder) + L"\", which is not there: nothing of it is deployed",
-                 bProduct ? others.front() : NearestOf(missing.tstrDownloadPath, others));
 }
 
 /// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
@@ -181,6 +225,25 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
     }
 }
 
+/// B075: what is copied at once keeps its attributes, and a read-only file is not written over.
+void CheckReadOnly(const Update& update, Report& report)
+{
+    std::set<std::wstring> found;
+    for (const PackageLayout::FolderCopy& copy : CopiesOf(update, kUsualInstallFolder)) {
+        if (copy.eWhen != PackageLayout::When::eNow) continue;
+        for (const std::wstring& tstrFile : update.Files()) {
+            if (!Takes(copy, tstrFile)) continue;
+            const DWORD dwAttributes = ::GetFileAttributesW(update.FullPath(tstrFile).c_str());
+            const bool bReadOnly = dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
+            if (bReadOnly) found.insert(tstrFile);
+        }
+    }
+    for (const std::wstring& tstrFile : found) {
+        report.Add(Rule::eReadOnlyAtOnce, tstrFile, {},
+                   L"the file is read-only and copied at once: the next update cannot replace it");
+    }
+}
+
 /// Languages by their tags in lower case.
 using Languages = std::map<std::wstring, std::wstring>;
 
@@ -278,6 +341,7 @@ void CheckPackages(const Subject& subject, Report& report)
     CheckDownloadPaths(subject.update, report);
     CheckSections(subject, report);
     CheckUnusedFiles(subject.update, CheckInnerFolder(subject.update, report), report);
+    CheckReadOnly(subject.update, report);
     CheckLanguages(subject, report);
 }
 

@@ -1,8 +1,9 @@
-// B020 to B028: registry records of the instruction file.
+// B020 to B029: registry records of the instruction file.
 #include "check/Instructions.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
+#include "common/Frwk_Utility.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -248,6 +249,34 @@ void CheckTypeAndData(const Patch& patch)
         NearestNumber(parsed.tstrData, bQword));
 }
 
+/// A record of the value that the agent finds its folder by. `folders`: those of a customer's machine.
+void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
+{
+    const RegistryRecord& parsed = patch.parsed;
+    if (patch.fields.size() <= eValueName || !String::EqualsNoCase(parsed.tstrValueName, L"ProductPath") ||
+        !String::EqualsNoCase(KeyPathOf(parsed.tstrKeyPath), Frwk::Utility::kProductKey)) {
+        return;
+    }
+    const Place place = patch.fields[eValueName].place;
+    if (patch.Deletes()) {
+        patch.Error(Rule::eProductPath, place,
+                    L"the agent finds its folder by this value: without it the rest of the run is left out");
+        return;
+    }
+    if (!IsWritten(parsed.eType)) return;
+    const bool bText = parsed.eType == RegistryType::eText;
+    if (patch.OnlyMissing() && bText) {
+        patch.Warn(Rule::eProductPath, place, L"the value is never missing: no update runs without it");
+        return;
+    }
+    const std::wstring tstrFolder = String::EnsureBackslash(folders.Expand(parsed.tstrData));
+    if (bText && String::EqualsNoCase(tstrFolder, folders.InstalledDir())) return;
+    patch.Error(
+        Rule::eProductPath, place,
+        bText ? L"the agent finds its folder by this value: the rest of the run reads from \"" + tstrFolder + L"\""
+              : L"the agent finds its folder by this value, which is a text: the rest of the run is left out");
+}
+
 /// What a record makes of the one before it that has to do with the same value. False when the record itself does
 /// nothing.
 bool CompareWithLast(const Patch& patch, const Patch& last)
@@ -287,6 +316,8 @@ std::wstring ValueOf(const Patch& patch)
 void CheckRegistry(const Subject& subject, Report& report)
 {
     const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
+    const CustomerFolders folders(subject.update.InstalledFolder().value_or(kUsualInstallFolder),
+                                  subject.update.Product().tstrDownloadPath);
     std::map<std::wstring, Patch> lasts;
     for (const Instruction& instruction : instructions) {
         if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) continue;
@@ -298,6 +329,7 @@ void CheckRegistry(const Subject& subject, Report& report)
         if (CheckRoot(patch)) CheckKeyNames(patch);
         CheckBackslashes(patch);
         CheckDefaultName(patch);
+        CheckProductPath(patch, folders);
         if (!patch.Deletes()) CheckTypeAndData(patch);
         if (!patch.Deletes() && !IsWritten(patch.parsed.eType)) continue;
         const auto itLast = lasts.find(ValueOf(patch));

@@ -34,6 +34,7 @@ enum class Rule : unsigned {
     eCountsAsMissing = 26,
     eBlankAtField = 27,
     eKeyPath = 28,
+    eProductPath = 29,
     // Files and folders
     eNoFullPath = 30,
     ePathTooLong = 31,
@@ -42,10 +43,15 @@ enum class Rule : unsigned {
     eWildcardInFolder = 34,
     eNameNotAllowed = 35,
     eFolderAsFile = 36,
+    eDeletesInstructions = 37,
+    eDelayedInUsersFolder = 38,
+    eFolderUsersWrite = 39,
     // Update information and commands
     eIniFields = 40,
     eShipsUpdateInfo = 41,
     eVersionNotRecorded = 42,
+    eIniEncoding = 43,
+    eIniKey = 44,
     eCommandExclamation = 50,
     eCommandTooLong = 51,
     eUnquotedPath = 52,
@@ -58,18 +64,23 @@ enum class Rule : unsigned {
     eConfigNotXml = 62,
     eConfigValueType = 63,
     eSecretInClear = 64,
+    eShipsKeptSettings = 65,
     // Package
     eNoStepLooksThere = 70,
     eNoInnerFolder = 71,
     eLanguageIncomplete = 72,
     eSectionWithoutPackage = 73,
+    ePackageMissing = 74,
+    eReadOnlyAtOnce = 75,
     // Shortcuts and texts
     eShortcutsNotXml = 80,
     eShortcutName = 81,
     eShortcutTarget = 82,
     eShortcutPlace = 83,
+    eUnknownShortcutPart = 84,
     eStringTable = 90,
     eNotification = 91,
+    eNewNameTexts = 92,
 };
 
 struct RuleRow {

@@ -1,4 +1,4 @@
-// B080 to B083: the shortcuts that the update describes.
+// B080 to B084: the shortcuts that the update describes.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Suggestion.h"
@@ -78,6 +78,26 @@ std::size_t CountShortcuts(const XmlElement& element)
     return cShortcuts;
 }
 
+/// An element of a description, and the attributes that the agent reads of it.
+struct PartRow {
+    const wchar_t* szElement;
+    std::initializer_list<const wchar_t*> attributes;
+};
+
+constexpr PartRow kParts[] = {
+    {L"Desktop", {L"available"}},
+    {L"StartMenu", {L"available"}},
+    {L"Folder", {L"name"}},
+    {L"Shortcut", {L"lnk", L"icon", L"desc", L"arg"}},
+};
+
+const PartRow* FindPart(const XmlElement& element)
+{
+    const auto it = std::find_if(std::begin(kParts), std::end(kParts),
+                                 [&](const PartRow& row) { return element.IsNamed(row.szElement); });
+    return it == std::end(kParts) ? nullptr : &*it;
+}
+
 /// One description.
 class Description {
 public:
@@ -90,12 +110,14 @@ public:
     void CheckItems(const XmlElement& root);
     /// B083: what the walk that makes shortcuts does not come to.
     void CheckPlaces(const XmlElement& root);
+    /// B084.
+    void CheckParts(const XmlElement& root);
 
 private:
+    [[nodiscard]] bool CheckPart(const XmlElement& element);
     void CheckTarget(const ShortcutItem& item, const std::wstring& tstrName);
     void CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, std::vector<const XmlElement*>& folders);
-    void CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy,
-                         const std::wstring& tstrSuggestion = {}, Severity eSeverity = Severity::eError);
+    void CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity = Severity::eError);
     void Add(Severity eSeverity, Rule eRule, const XmlElement& element, const std::wstring& tstrText,
              const std::wstring& tstrSuggestion = {})
     {
@@ -158,11 +180,10 @@ void Description::CheckPlaces(const XmlElement& root)
     for (const XmlElement* pPlace = root.GetFirstChild(); pPlace; pPlace = pPlace->GetNextSibling()) {
         const std::optional<ShortcutPlace> place = PlaceOf(*pPlace);
         if (!place) {
-            const std::wstring names[] = {L"Desktop", L"StartMenu"};
-            CheckPassedOver(*pPlace, L"is no place for shortcuts", NearestOf(pPlace->GetName(), names));
+            CheckPassedOver(*pPlace, L"is no place for shortcuts");
         } else if (!IsAvailable(*pPlace)) {
             const bool bMeant = pPlace->GetAttribute(L"available") == L"0";
-            CheckPassedOver(*pPlace, bMeant ? L"is switched off" : L"counts with available=\"1\" only", L"",
+            CheckPassedOver(*pPlace, bMeant ? L"is switched off" : L"counts with available=\"1\" only",
                             bMeant ? Severity::eWarning : Severity::eError);
         } else {
             std::vector<const XmlElement*> folders{pPlace};
@@ -198,16 +219,53 @@ void Description::CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, 
     }
 }
 
-void Description::CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy,
-                                  const std::wstring& tstrSuggestion, Severity eSeverity)
+/// The element's own name and attributes. False for an element that the agent does not know.
+bool Description::CheckPart(const XmlElement& element)
 {
-    const std::size_t cShortcuts = CountShortcuts(element);
+    const PartRow* const pPart = FindPart(element);
+    if (!pPart) {
+        std::vector<std::wstring> names;
+        for (const PartRow& row : kParts) names.emplace_back(row.szElement);
+        const XmlElement* const pParent = element.GetParent();
+        Add(Severity::eError, Rule::eUnknownShortcutPart, element,
+            L"<" + element.GetName() + L"> is no element of a description" +
+                (pParent && pParent->IsNamed(L"Desktop") ? L": it is made like a <Shortcut>, and never removed"
+                                                         : L": it is ignored, with all that is in it"),
+            NearestOf(element.GetName(), names));
+        return false;
+    }
+    const std::vector<std::wstring> names(pPart->attributes.begin(), pPart->attributes.end());
+    for (const Storage::XmlAttribute& attribute : element.Attributes()) {
+        if (std::find(names.begin(), names.end(), attribute.tstrName) != names.end()) continue;
+        if (attribute.tstrName.starts_with(L"xml")) continue;  // XML's own
+        Add(Severity::eError, Rule::eUnknownShortcutPart, element,
+            L"<" + element.GetName() + L"> has no attribute \"" + attribute.tstrName + L"\": it is ignored",
+            NearestOf(attribute.tstrName, names));
+    }
+    return true;
+}
+
+void Description::CheckParts(const XmlElement& root)
+{
+    std::vector<const XmlElement*> waiting{&root};
+    while (!waiting.empty()) {
+        const XmlElement* const pParent = waiting.back();
+        waiting.pop_back();
+        for (const XmlElement* p = pParent->GetFirstChild(); p; p = p->GetNextSibling()) {
+            if (CheckPart(*p)) waiting.push_back(p);
+        }
+    }
+}
+
+void Description::CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity)
+{
+    // An element that the agent does not know has a finding of its own.
+    const std::size_t cShortcuts = FindPart(element) ? CountShortcuts(element) : 0;
     if (cShortcuts == 0) return;
     const std::wstring tstrCount = std::to_wstring(cShortcuts);
     Add(eSeverity, Rule::eShortcutPlace, element,
         L"<" + element.GetName() + L"> " + tstrWhy + L": " +
-            (cShortcuts == 1 ? L"1 shortcut is" : tstrCount + L" shortcuts are") + L" never made",
-        tstrSuggestion);
+            (cShortcuts == 1 ? L"1 shortcut is" : tstrCount + L" shortcuts are") + L" never made");
 }
 
 }  // namespace
@@ -223,6 +281,7 @@ void CheckShortcuts(const Subject& subject, Report& report)
         Description description(tstrFile, files, report);
         description.CheckItems(*document->GetRoot());
         description.CheckPlaces(*document->GetRoot());
+        description.CheckParts(*document->GetRoot());
     }
 }
 

@@ -1,14 +1,21 @@
-// B090 and B091: the texts that the update brings for each language.
+// B090 to B092: the texts that the update brings for each language.
 #include "check/ErrorWords.h"
+#include "check/Instructions.h"
 #include "check/KnownSections.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
+
+#include "agent/NewNameDecision.h"
+#include "agent/RegistryPatch.h"
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_File.h"
 
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 #include "common/L10nReader.h"
 
 #include <algorithm>
+#include <optional>
 
 using namespace KzCommon;
 
@@ -98,11 +105,97 @@ void CheckNotification(const IniSection& section, const KnownSection& known, Rep
                    L": a built-in English text is shown");
 }
 
+/// The texts of the product's key as the run finds them when it decides about the new name.
+class ProductTexts {
+public:
+    explicit ProductTexts(const Subject& subject)
+        : m_instructions(ListInstructions(subject.instructions)),
+          m_bThisMachine(subject.update.InstalledFolder() &&
+                         String::EqualsNoCase(Frwk::Utility::GetInstalledFolder(), *subject.update.InstalledFolder()))
+    {
+    }
+
+    /// Whether the installed product that the update is compared with is the one of this machine.
+    [[nodiscard]] bool IsThisMachine() const noexcept { return m_bThisMachine; }
+
+    /// What the update writes last, else what this machine has; nothing when that is not known.
+    [[nodiscard]] std::optional<std::wstring> TextOf(const wchar_t* szName) const
+    {
+        std::optional<std::wstring> optText;
+        if (m_bThisMachine) optText = Frwk::Utility::GetStrFromHKLM_KZVLT(szName, L"");
+        for (const Instruction& instruction : m_instructions) {
+            if (instruction.pKey->eEffect != RecordEffect::eWriteValue) continue;
+            const RegistryRecord record = ParseRegistryRecord(instruction.pRecord->tstrValue);
+            if (record.eType == RegistryType::eText && String::EqualsNoCase(record.tstrValueName, szName) &&
+                String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), Frwk::Utility::kProductKey)) {
+                optText = record.tstrData;
+            }
+        }
+        return optText;
+    }
+
+private:
+    std::vector<Instruction> m_instructions;
+    bool m_bThisMachine;
+};
+
+/// Whether the run gives the product its new name; nothing when the product's version is not known.
+std::optional<bool> IsNewNameDue(const ProductTexts& texts)
+{
+    if (texts.TextOf(kMarkerName) == kMarkerData) return false;
+    const std::optional<std::wstring> optVersion = texts.TextOf(L"Version");
+    if (!optVersion) return std::nullopt;
+    std::wstring tstrBuild;
+    return JudgeNewName(texts.TextOf(L"Language").value_or(L""), *optVersion, tstrBuild) == NewNameNeed::eDue;
+}
+
+/// Whether the installed product has a string table: of each of `languages`, or, when there are none, of any.
+bool HasInstalledTable(const std::wstring& tstrInstalled, const std::vector<std::wstring>& languages)
+{
+    const std::wstring tstrResource = tstrInstalled + L"Resource\\";
+    const auto has = [&](const std::wstring& tstrLanguage) {
+        return Storage::File::IsExisted(LongPath(tstrResource + tstrLanguage + L"\\" + kTable));
+    };
+    if (!languages.empty()) return std::all_of(languages.begin(), languages.end(), has);
+    bool bHas = false;
+    static_cast<void>(Storage::Directory::ForEachEntry(
+        tstrResource, L"*", [&](const Storage::Directory::Entry& entry) { bHas = bHas || has(entry.tstrName); },
+        nullptr));
+    return bHas;
+}
+
+/// B092 of an update without any string table; B072 tells of languages that it lacks beside others. The question's
+/// texts are read for the new name only: where the product's version is not known, they say that it may be due.
+void CheckNewNameTexts(const Subject& subject, Report& report)
+{
+    const std::vector<IniSection>& sections = subject.instructions.Sections();
+    const auto itQuestion = std::find_if(sections.begin(), sections.end(), [](const IniSection& section) {
+        const KnownSection* const pKnown = FindKnownSection(section.tstrName);
+        return pKnown && pKnown->bLanguage;
+    });
+    const bool bQuestion = itQuestion != sections.end();
+    const ProductTexts texts(subject);
+    const std::optional<bool> optDue = IsNewNameDue(texts);
+    if (!optDue.value_or(bQuestion)) return;
+    std::vector<std::wstring> languages = subject.languages;
+    if (languages.empty() && texts.IsThisMachine()) languages.push_back(Frwk::Utility::GetLanguage());
+    const std::optional<std::wstring>& optInstalled = subject.update.InstalledFolder();
+    if (optInstalled && HasInstalledTable(*optInstalled, languages)) return;
+    report.AddAs(optDue ? Severity::eError : Severity::eWarning, Rule::eNewNameTexts, kInstructionFile,
+                 bQuestion ? itQuestion->place : Place{},
+                 std::wstring(L"the new name ") + (optDue ? L"is due" : L"may be due") +
+                     L" and the update brings no string table: " +
+                     (optInstalled ? L"" : L"where the machine has none, ") +
+                     L"the product's names are emptied for good");
+}
+
 }  // namespace
 
 void CheckTexts(const Subject& subject, Report& report)
 {
-    for (const std::wstring& tstrFile : Tables(subject.update)) CheckTable(subject.update, tstrFile, report);
+    const std::vector<std::wstring> tables = Tables(subject.update);
+    for (const std::wstring& tstrFile : tables) CheckTable(subject.update, tstrFile, report);
+    if (tables.empty()) CheckNewNameTexts(subject, report);
     for (const IniSection& section : subject.instructions.Sections()) {
         const KnownSection* const pKnown = FindKnownSection(section.tstrName);
         const bool bRead = subject.instructions.Find(section.tstrName) == &section;

@@ -1,9 +1,12 @@
-// B040 to B042: the update information.
+// B040 to B044: the update information.
 #include "check/Instructions.h"
 #include "check/Lint.h"
 
 #include "agent/IniEdits.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
 
 using namespace KzCommon;
 
@@ -13,12 +16,14 @@ namespace {
 
 constexpr wchar_t kSection[] = L"UPDATE_INFO";
 
+constexpr std::size_t kFields = 3;
+constexpr std::size_t kKeyField = 1;
+
 void CheckFields(const IniRecord& record, Report& report)
 {
     const auto add = [&](Severity eSeverity, Place place, const std::wstring& tstrText) {
         report.AddAs(eSeverity, Rule::eIniFields, kInstructionFile, place, tstrText);
     };
-    constexpr std::size_t kFields = 3;
     const std::vector<Field> fields = FieldsOf(record);
     const ::IniRecord parsed = ParseIniRecord(record.tstrValue);
     if (!parsed.IsComplete()) {
@@ -36,6 +41,49 @@ void CheckFields(const IniRecord& record, Report& report)
             add(Severity::eWarning, fields[u].place, L"there are blanks beside \"!\"");
         }
     }
+}
+
+/// What is known of the file that the records change.
+enum class InfoFile { eStoresAll, eStoresAscii, eUnknown };
+
+/// The installed file, else the one that the update client lays over it.
+InfoFile FindInfoFile(const Update& update)
+{
+    std::vector<std::wstring> paths{update.FullPath(kUpdateInfoFile)};
+    if (update.InstalledFolder()) paths.insert(paths.begin(), LongPath(*update.InstalledFolder() + kUpdateInfoFile));
+    for (const std::wstring& tstrPath : paths) {
+        IniScan scan;
+        DWORD dwError = ERROR_SUCCESS;
+        if (!scan.Read(tstrPath, &dwError)) continue;
+        return scan.Encoding() == IniEncoding::eUtf16 ? InfoFile::eStoresAll : InfoFile::eStoresAscii;
+    }
+    return InfoFile::eUnknown;
+}
+
+/// Windows writes into a file that is no UTF-16 in the machine's code page.
+void CheckStorable(const std::vector<Field>& fields, InfoFile eFile, Report& report)
+{
+    if (eFile == InfoFile::eStoresAll) return;
+    const bool bUnknown = eFile == InfoFile::eUnknown;
+    for (const Field& field : fields) {
+        const std::wstring& tstrText = field.tstrText;
+        const auto itForeign = std::find_if(tstrText.begin(), tstrText.end(), [](wchar_t ch) { return ch >= 0x80; });
+        if (itForeign == tstrText.end()) continue;
+        const auto uOffset = static_cast<unsigned>(itForeign - tstrText.begin());
+        report.AddAs(bUnknown ? Severity::eWarning : Severity::eError, Rule::eIniEncoding, kInstructionFile,
+                     {field.place.uLine, field.place.uColumn + uOffset},
+                     std::wstring(L"UpdateInfo.ini is ") + (bUnknown ? L"not known to be" : L"not") + L" UTF-16: \"" +
+                         tstrText + L"\" is written in the code page of each machine");
+        return;
+    }
+}
+
+void CheckKey(const Field& key, Report& report)
+{
+    const bool bEquals = key.tstrText.find(L'=') != std::wstring::npos;
+    if (!bEquals && !key.tstrText.starts_with(L';')) return;
+    report.Add(Rule::eIniKey, kInstructionFile, key.place,
+               L"\"" + key.tstrText + (bEquals ? L"\" is read as the key before \"=\"" : L"\" is read as a comment"));
 }
 
 /// The agent records its version after the last record of the section, while it prepares the settings folder.
@@ -59,8 +107,16 @@ void CheckVersion(const Subject& subject, Report& report)
 
 void CheckUpdateInfo(const Subject& subject, Report& report)
 {
+    const InfoFile eFile = FindInfoFile(subject.update);
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eEffect == RecordEffect::eEditIni) CheckFields(*instruction.pRecord, report);
+        if (instruction.pKey->eEffect != RecordEffect::eEditIni) continue;
+        const IniRecord& record = *instruction.pRecord;
+        CheckFields(record, report);
+        if (!ParseIniRecord(record.tstrValue).IsComplete()) continue;
+        std::vector<Field> fields = FieldsOf(record);
+        fields.resize(kFields);
+        CheckStorable(fields, eFile, report);
+        CheckKey(fields[kKeyField], report);
     }
     for (const std::wstring& tstrFile : subject.update.FilesIn(subject.update.SettingFolder(), kUpdateInfoFile)) {
         report.Add(Rule::eShipsUpdateInfo, tstrFile, {},

@@ -79,6 +79,43 @@ TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
     EXPECT_THAT(lint("delete={InstalledDir}a.html"), ElementsAre("B033 5:8"));
 }
 
+TEST_F(FileRulesTest, TheInstructionFileStaysUntilItIsRead)
+{
+    m_bWarnings = true;
+    const Row rows[] = {
+        {"delete_now={InstalledDir}QorPaFrwk.ini\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
+        {"delete_now={InstalledDir}q*.in?\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
+        {"delete_now={InstalledDir}x\\..\\QORPAFRWK.*\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
+        {"delete_now={InstalledDir}*.ini\n[RestartNotification_X]\ntext=a\n", {"warning B037 4:12"}},
+        // nothing is read after it; a name of another folder; the restart comes later
+        {"delete_now={InstalledDir}*.ini\n[Run]\n", {}},
+        {"delete_now={InstalledDir}Task\\*.ini\ndelete_now={InstalledDir}Qor*.in\n[Run]\nSysRunOnce=a\n", {}},
+        {"delete={InstalledDir}*.ini\n[Run]\nSysRunOnce=a\n", {}},
+    };
+    Expect(rows, "[QOR_DIR]\nadd={InstalledDir}a\n[QOR_FILE]\n");
+}
+
+TEST_F(FileRulesTest, FoldersInWhichEveryUserCanPutALink)
+{
+    m_bWarnings = true;
+    const Row files[] = {
+        {"delete={ServiceLogDir}*.log\ndelete={InstallerLogDir}a\\*.log\n",
+         {"warning B038 2:8 delete_now", "warning B038 3:8 delete_now"}},
+        {"delete=D:\\programdata\\Kazmere\\KZVLT\\a.dat\ndelete=C:\\Users\\Public\\a.txt\n",
+         {"warning B038 2:8 delete_now", "warning B038 3:8 delete_now"}},
+        {"delete_now={ServiceLogDir}*.log\ndelete=C:\\ProgramDatas\\a\ndelete={InstalledDir}ProgramData\\a\n", {}},
+        {"delete=\\\\server\\ProgramData\\a\ndelete=C:\\Windows\\a\n", {}},
+    };
+    Expect(files, "[QOR_FILE]\n");
+    const Row folders[] = {
+        {"delete=C:\\ProgramData\\Kazmere\\Old\n", {"warning B038 2:8"}},
+        {"add=C:\\ProgramData\\Kazmere\\KZVLT\\New\nadd={InteractiveLogDir}Old\n",
+         {"warning B039 2:5", "warning B039 3:5"}},
+        {"add={InstalledDir}New\nadd=C:\\Kazmere\\New\n", {}},
+    };
+    Expect(folders, "[QOR_DIR]\n");
+}
+
 TEST(PatternTest, MatchesAsWindowsListsFiles)
 {
     const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
@@ -90,7 +127,10 @@ TEST(PatternTest, MatchesAsWindowsListsFiles)
     for (const auto& [szName, szPattern, b] : rows) EXPECT_EQ(MatchesPattern(szName, szPattern), b) << szPattern;
 }
 
-using PackageRulesTest = RulesTest<CheckPackages>;
+class PackageRulesTest : public RulesTest<CheckPackages> {
+protected:
+    PackageRulesTest() { Bring({L"r1\\EN-US\\readme.htm"}); }
+};
 
 TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 {
@@ -104,8 +144,6 @@ TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 
 TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
 {
-    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1x\nComponent2_DownloadPath=r1\n");
-    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 UpdateInfo.ini p1"));
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
     Write(L"Component\\p2\\64bit\\a.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
@@ -115,10 +153,39 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     Bring({L"p2\\64bit\\p2\\a.dll", L"other\\EN-US\\readme.htm"});
     ::DeleteFileW(m_update.PathOf(L"Component\\p2\\64bit\\a.dll").c_str());
     EXPECT_THAT(Lint(""), IsEmpty());
+}
+
+TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
+{
+    m_bWarnings = true;
+    const auto lint = [&](const std::string& strInfo) {
+        Write(L"UpdateInfo.ini", strInfo);
+        return Lint("");
+    };
+    const std::string strProduct = "[component_list]\nComponent101_DownloadPath=p1\n";
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=p1x\nComponent2_DownloadPath=r1\n"),
+                ElementsAre("B074 2:27 UpdateInfo.ini p1"));
+    EXPECT_THAT(lint(strProduct + "component2_downloadpath = r2\n"), ElementsAre("B074 3:27 UpdateInfo.ini"));
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=..\\p1\n"), ElementsAre("B074 2:27 UpdateInfo.ini"));
+    // An update of one package names no other, nor does a key of another Windows or section.
+    EXPECT_THAT(lint(strProduct + "Component1_DownloadPath=p2\nComponent2_DownloadPath=\n"), IsEmpty());
+    EXPECT_THAT(lint(strProduct + "[OTHER]\nComponent2_DownloadPath=r2\n"), IsEmpty());
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("warning B070 0:0 UpdateInfo.ini"));
     Bring({L"other\\EN-US\\StringTable.ini"});
-    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 UpdateInfo.ini other"));
-    Bring({L"r1\\EN-US\\StringTable.ini"});
-    EXPECT_THAT(Lint(""), IsEmpty());
+    EXPECT_THAT(lint(strProduct), ElementsAre("warning B070 0:0 UpdateInfo.ini other"));
+    EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=r2\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"));
+}
+
+TEST_F(PackageRulesTest, WhatIsCopiedAtOnceIsNotReadOnly)
+{
+    m_bWarnings = true;
+    const auto makeReadOnly = [&](const wchar_t* szName) {
+        EXPECT_TRUE(::SetFileAttributesW(m_update.PathOf(szName).c_str(), FILE_ATTRIBUTE_READONLY));
+    };
+    makeReadOnly(L"Component\\p1\\Share\\UI\\a.html");
+    EXPECT_THAT(Lint(""), IsEmpty()) << "it is moved";
+    makeReadOnly(L"Component\\p1\\64bit\\p1\\Driver\\k.ini");
+    EXPECT_THAT(Lint(""), ElementsAre("warning B075 0:0 Component\\p1\\64bit\\p1\\Driver\\k.ini"));
 }
 
 TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
@@ -130,7 +197,7 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
     Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     EXPECT_THAT(Lint(strSections), IsEmpty());
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
-    EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B070 0:0 UpdateInfo.ini p1"));
+    EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B074 2:27 UpdateInfo.ini p1"));
 }
 
 TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)

@@ -78,6 +78,29 @@ TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
 
+TEST_F(RegistryRulesTest, TheValueThatTheAgentFindsItsFolderBy)
+{
+    m_bWarnings = true;
+    const std::string strKey = "SOFTWARE\\Kazmere\\KZVLT";
+    const Row rows[] = {
+        {"add=" + strKey + "!ProductPath!REG_SZ!C:\\b\n", {"B029 2:28"}},
+        {"add=software\\KAZMERE\\kzvlt\\!productpath!REG_SZ!{UdComponentsSrcDir}\n",
+         {"warning B028 2:5 software\\KAZMERE\\kzvlt", "B029 2:29"}},
+        {"delete=" + strKey + "!PRODUCTPATH\n", {"B029 2:31"}},
+        {"add=" + strKey + "!ProductPath!REG_DWORD!1\n", {"B029 2:28"}},
+        {"add_if_non=" + strKey + "!ProductPath!REG_QDWORD!1\n", {"B029 2:35"}},  // another type is written over
+        {"add_if_non=" + strKey + "!ProductPath!REG_SZ!C:\\b\n", {"warning B029 2:35"}},
+        // the same folder, another value, another key (no program looks there), nothing that is written
+        {"add=" + strKey + "!ProductPath!REG_SZ!{InstalledDir}\n", {}},
+        {"add=" + strKey + "!ProductPath!REG_SZ!c:\\program files\\KAZMERE\\kzvlt\n", {}},
+        {"add=" + strKey + "!ProductPaths!REG_SZ!C:\\b\nadd=" + strKey + "\\Vault!ProductPath!REG_SZ!C:\\b\n", {}},
+        {"add=SOFTWARE\\Wow6432Node\\Kazmere\\KZVLT!ProductPath!REG_SZ!C:\\b\ndelete=" + strKey + "\n",
+         {"warning B020 3:8"}},
+        {"add=" + strKey + "!ProductPath!REG_MULTI_SZ!C:\\b\n", {"B021 2:40"}},
+    };
+    Expect(rows, "[QOR_REGISTRY_PATCH]\n");
+}
+
 using UpdateInfoRulesTest = RulesTest<CheckUpdateInfo>;
 
 TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
@@ -94,6 +117,36 @@ TEST_F(UpdateInfoRulesTest, FieldsAndTheVersion)
     Expect(rows);
     Write(L"Component\\p1\\Share\\Setting\\updateinfo.INI", "");
     EXPECT_THAT(Lint(rows[0].strText), ElementsAre("B041 0:0 Component\\p1\\Share\\Setting\\updateinfo.INI"));
+}
+
+TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
+{
+    m_bWarnings = true;
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    const auto lint = [&](const std::wstring& tstrRecord) {
+        return Lint(Utf16(L"[UPDATE_INFO]\nmodify=" + tstrRecord));
+    };
+    const std::wstring tstrForeign = L"S!K!V \u6f22";
+    EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << "the update's own file is ASCII";
+    EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("B043 2:9")) << "once a record";
+    EXPECT_THAT(lint(L"S!A=B!V"), ElementsAre("B044 2:10"));
+    EXPECT_THAT(lint(L"S!;K!V"), ElementsAre("B044 2:10"));
+    EXPECT_THAT(lint(L"S!K;L!a=b!"), IsEmpty());
+    EXPECT_THAT(lint(L"S!K!"), ElementsAre("B040 2:8"));
+
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    const std::string strInfo = Utf16(L"[COMPONENT_LIST]\nComponent101_DownloadPath=p1\n");
+    Write(L"installed\\UpdateInfo.ini", strInfo);
+    EXPECT_THAT(lint(tstrForeign), IsEmpty()) << "the installed file is the one that is changed";
+    for (const std::string& strOther : {strInfo.substr(2), std::string("\xEF\xBB\xBF[S]\n"), std::string()}) {
+        Write(L"installed\\UpdateInfo.ini", strOther);
+        EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << strOther.size();
+    }
+    m_optInstalled.reset();
+    Write(L"UpdateInfo.ini", strInfo);
+    EXPECT_THAT(lint(tstrForeign), IsEmpty());
+    ::DeleteFileW(m_update.PathOf(L"UpdateInfo.ini").c_str());
+    EXPECT_THAT(lint(tstrForeign), ElementsAre("warning B043 2:14")) << "no file is known";
 }
 
 TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
@@ -146,7 +199,7 @@ using IntendedTest = RulesTest<LintUpdate>;
 
 TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
 {
-    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    Bring({L"p1\\Share\\Setting\\a.txt", L"r1\\EN-US\\readme.htm"});
     const std::string strHead = "[UPDATE_INFO]\nmodify=S!K!V\n[QOR_REGISTRY_PATCH]\n";
     const std::string strRecord = "add=SAM!N!REG_SZ!{ServiceLogDir}\n";
     const std::string strOther = "add=SAM!O!REG_SZ!{ServiceLogDir}\n";

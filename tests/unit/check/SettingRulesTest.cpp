@@ -67,6 +67,21 @@ TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
     Expect(rows, "<Settings>\n<ProxySettings>\n", "</ProxySettings></Settings>", m_tstrSetting + L"config.xml");
 }
 
+TEST_F(SettingRulesTest, TheNameOfTheUsersKeptSettingsIsTheAgents)
+{
+    const std::wstring tstrSecond = m_tstrSetting + L"Config.Previous.2.xml";
+    for (const std::wstring& tstrFile : {m_tstrSetting + L"config.previous.xml", tstrSecond,
+                                         std::wstring(L"Component\\p1\\Share\\UI\\config.previous.xml")}) {
+        Write(tstrFile, "");
+        EXPECT_THAT(Findings(tstrFile), ElementsAre("B065 0:0")) << tstrFile;
+        ::DeleteFileW(m_update.PathOf(tstrFile).c_str());
+    }
+    Write(m_tstrSetting + L"config.previous.20.xml", "");
+    Write(m_tstrSetting + L"Sync\\config.previous.xml", "");
+    Write(L"Component\\p1\\Share\\Patterns\\config.previous.xml", "");
+    EXPECT_THAT(Findings(), IsEmpty());
+}
+
 TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesThatAreThere)
 {
     m_optInstalled = m_update.MakeFolder(L"installed");
@@ -102,18 +117,26 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {desktop(link("A", "Brevant.ex")), {"B082 2:1"}},
         {desktop(link("A", "Task\\dail")), {"B082 2:1"}},
         {desktop(link("A", "..\\QorPaFrwk.ini")), {"B082 2:1"}},  // it is there, but not in the install folder
-        {desktop("<Shortcut Lnk=\"Brevant.exe\">A</Shortcut>"), {"B082 2:1"}},
+        {desktop("<Shortcut Lnk=\"Brevant.exe\">A</Shortcut>"), {"B082 2:1", "B084 2:1 lnk"}},
         // places
         {desktop(link("A", "none.exe"), "0"), {"warning B083 1:8"}},
         {desktop("", "0"), {}},
         {desktop(link("A"), "true"), {"B083 1:8"}},
-        {"<Desk_top available=\"1\">" + link("A") + "</Desk_top><Note>n</Note>", {"B083 1:8 Desktop"}},
         {menu(link("A")), {"B083 2:1"}},
-        {menu(folder("M", "<Group>" + link("A") + "</Group><Note/>")), {"B083 3:1"}},
+        {menu(folder("M", "<Desktop>" + link("A") + "</Desktop>")), {"B083 3:1"}},
         {desktop("<Shortcut lnk=\"old.exe\">A" + link("B") + "</Shortcut>"), {"B083 2:26"}},
         {desktop(link("M\\A")), {"B083 2:1"}},
         {menu(folder("M\\P", "") + folder("M", link("P\\A") + link("Q\\A"))), {"B083 4:43"}},
         {menu(folder("M\\P", "") + folder("", link("M\\A"))), {}},
+        // elements and attributes
+        {"<Desk_top available=\"1\">" + link("A") + "</Desk_top><Note>n</Note>", {"B084 1:8 Desktop", "B084 1:83"}},
+        {menu(folder("M", "<Group>" + link("A") + "</Group><Note/>")), {"B084 3:1", "B084 3:56"}},
+        {desktop("<Shortcutt lnk=\"old.exe\">A</Shortcutt>"), {"B084 2:1 Shortcut"}},
+        {"<desktop available=\"1\" Name=\"\"/><STARTMENU availabel=\"1\"/>", {"B084 1:8", "B084 1:40 available"}},
+        {menu(
+             folder("M\" nam=\"N", "<shortcut lnk=\"old.exe\" icons=\"\" hotkey=\"\" desc=\"\" arg=\"\">A</shortcut>")),
+         {"B084 2:1 name", "B084 3:1 icon", "B084 3:1"}},
+        {"<Desktop xml:lang=\"de\" available=\"1\"/>", {}},
     };
     const std::wstring tstrShortcuts = m_tstrSetting + L"qorshcut_EN-US.xml";
     Expect(rows, "<Links>", "</Links>", tstrShortcuts);

@@ -20,7 +20,7 @@ TEST_F(TextRulesTest, XmlIsRefusedWhereTheProductRefusesIt)
     const std::string strBlanks(XmlParser::kMaxBytes - 4, ' ');
     for (const auto& [szFile, strRule] : {std::pair(L"config", std::string("B062 ")), {L"qorshcut", "B080 "}}) {
         const Row rows[] = {
-            {"<a>\n<b/></a>", {}},
+            {"<a>\n<Desktop/></a>", {}},
             {"<a>\n<b></a>", {strRule + "2:6"}},
             {"<a/>" + strBlanks + " ", {strRule + "0:0"}},
             {"<a/>" + strBlanks, {}},
@@ -53,6 +53,46 @@ TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
 
 TEST_F(TextRulesTest, ANotificationHasATitleAndAMessage)
 {
+    Write(m_tstrShare + L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Qorvault\n");
     const Row rows[] = {{"text=title\ntext=message\n", {}}, {"text=title\n", {"B091 1:2"}}};
     Expect(rows, "[RestartNotification_EN-US]\n");
+}
+
+TEST_F(TextRulesTest, ANewNameThatIsDueHasAStringTable)
+{
+    m_bWarnings = true;
+    const std::string strQuestion = "[QOR_DIR]\nadd=C:\\a\n[RestartNotification_X]\ntext=a\ntext=b\n";
+    const auto patch = [](const std::string& strValue) {
+        return "[QOR_REGISTRY_PATCH]\nadd=software\\kazmere\\kzvlt\\!" + strValue +
+               "\n[RestartNotification_X]\ntext=a\ntext=b\n";
+    };
+    const Row unknown[] = {
+        {"[QOR_DIR]\nadd=C:\\a\n", {}},
+        {strQuestion, {"warning B092 3:2"}},
+        {patch("version!REG_SZ!3.8.0.1099"), {"B092 3:2"}},
+        {patch("version!REG_SZ!3.8.0.1100"), {}},
+        {patch("{2B7F61C4-9A0E-4F83-B5D2-6E18A4C0973B}!REG_SZ!{8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}"), {}},
+    };
+    Expect(unknown);
+
+    // The installed product is this machine's.
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    WriteProduct(L"ProductPath", *m_optInstalled);
+    WriteProduct(L"Version", L"3.8.0.1099");
+    EXPECT_THAT(Lint(""), ElementsAre("B092 0:0"));
+    EXPECT_THAT(Lint(patch("Version!REG_SZ!3.8.0.1100")), IsEmpty());
+    WriteProduct(L"Language", L"ja-jp");
+    EXPECT_THAT(Lint(strQuestion), IsEmpty());
+    WriteProduct(L"Language", L"DE-DE");
+    Write(L"installed\\Resource\\EN-US\\StringTable.ini", "");
+    EXPECT_THAT(Lint(strQuestion), ElementsAre("B092 3:2")) << "no table of the product's language";
+    m_languages = {L"EN-US"};
+    EXPECT_THAT(Lint(strQuestion), IsEmpty());
+    m_languages.clear();
+    WriteProduct(L"ProductPath", L"C:\\elsewhere");
+    EXPECT_THAT(Lint(strQuestion), IsEmpty()) << "any table: the language is not known";
+    ::DeleteFileW(m_update.PathOf(L"installed\\Resource\\EN-US\\StringTable.ini").c_str());
+    EXPECT_THAT(Lint(strQuestion), ElementsAre("warning B092 3:2"));
+    Write(m_tstrShare + L"Resource\\FR-FR\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Qorvault\n");
+    EXPECT_THAT(Lint(strQuestion), IsEmpty());
 }
