@@ -11,6 +11,7 @@
 #include "agent/QorDeployAgent.h"
 #include "agent/RestartReminder.h"
 #include "common/Frwk_Utility.h"
+#include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 #include "runtime/DelayLoad.h"
 
@@ -95,6 +96,8 @@ int wmain(int argc, wchar_t** argv)
 {
     // Libraries of Windows load theirs by name alone: from the system folder, never from the program's.
     ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
+    // A Windows that knows no such rule does without: what is written is looked at besides (KzComn_LinkRule.h).
+    static_cast<void>(Process::RefuseUsersJunctions(nullptr));
     // Nobody is there to close a box about a damaged library or a drive without a disk.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     RunGuarded(L"The opening of the trace", &OpenDebugLog);

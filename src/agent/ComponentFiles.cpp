@@ -3,6 +3,7 @@
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
+#include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
@@ -69,6 +70,12 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
         }
     }
     Trace(kTraceError, L"could not create temp file");
+    return false;
+}
+
+bool RefuseMove(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD dwError)
+{
+    Trace(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrSource.c_str(), tstrDestination.c_str(), dwError);
     return false;
 }
 
@@ -189,6 +196,12 @@ bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrS
         return false;
     }
 
+    // Windows follows at the restart, with the system's rights, what leads to the folder then; what leads there now can
+    // be looked at.
+    if (pathValues.LeadsThroughLink(String::FolderPart(tstrDestination))) {
+        return RefuseMove(tstrSource, tstrDestination, Storage::Directory::kStoppedOnLink);
+    }
+
     std::wstring tstrStaged = tstrSource;
     const bool bSameDrive = IsSameDrive(tstrSource, tstrDestination);
     if (bSameDrive) {
@@ -202,11 +215,9 @@ bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrS
 
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::File::MoveAtRestart(tstrStaged, tstrDestination, &dwError)) {
-        Trace(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrStaged.c_str(), tstrDestination.c_str(),
-              dwError);
         // A staged copy that nothing will move would lie there for good.
         if (!bSameDrive) static_cast<void>(Storage::File::Delete(tstrStaged, nullptr));
-        return false;
+        return RefuseMove(tstrStaged, tstrDestination, dwError);
     }
     return true;
 }

@@ -4,6 +4,7 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
@@ -126,6 +127,13 @@ const PathValues::Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) c
         volume.dwError = ::GetLastError();
     }
     return volume;
+}
+
+bool PathValues::LeadsThroughLink(const std::wstring& tstrFolder) const
+{
+    const auto [itFolder, bNew] = m_linked.try_emplace(tstrFolder);
+    if (bNew) itFolder->second = Storage::Directory::LeadsThroughLink(tstrFolder);
+    return itFolder->second;
 }
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const

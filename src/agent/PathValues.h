@@ -90,6 +90,10 @@ public:
     /// The volume that a folder (with trailing backslash) lies on, asked once for each folder. GetVolumePathNameW.
     [[nodiscard]] const Volume& VolumeOf(const std::wstring& tstrFolder) const;
 
+    /// Whether a link that is refused (common/KzComn_LinkRule.h) leads to a folder (with trailing backslash), asked
+    /// once for each folder: no answer stays true until the restart.
+    [[nodiscard]] bool LeadsThroughLink(const std::wstring& tstrFolder) const;
+
 private:
     void WidenProtectedLogFolder(const std::wstring& tstrConfigured);
 
@@ -101,6 +105,7 @@ private:
     std::wstring m_tstrInstallerLogDir;
     std::vector<std::wstring> m_protectedLogDirs;
     mutable std::unordered_map<std::wstring, Volume> m_volumes;
+    mutable std::unordered_map<std::wstring, bool> m_linked;
 };
 
 /// A new GUID as text, without braces; a fixed text when the system has no memory for one. CoCreateGuid, UuidToStringW.

@@ -4,7 +4,7 @@
 #include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LinkRule.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -25,6 +25,8 @@ const wchar_t* ReasonOf(FileRefusal eRefusal)
     }
     return L"";
 }
+
+const wchar_t kLink[] = L"a junction or symbolic link leads there";
 
 /// Windows moves no file to another volume at the restart.
 bool IsSameVolume(const PlanWork& work, const std::wstring& tstrLeft, const std::wstring& tstrRight)
@@ -48,6 +50,7 @@ std::wstring Obstacle(const PlanWork& work, const std::wstring& tstrSource, cons
     if (std::max(tstrSource.size(), tstrTarget.size()) >= MAX_PATH && !AreLongPathsOn(work)) {
         return L"longer than 259 characters, in its place or in the download folder";
     }
+    if (work.paths.LeadsThroughLink(String::FolderPart(tstrTarget))) return kLink;
     if (!work.forecast.HasFolder(String::FolderPart(tstrTarget))) return L"the folder is missing";
     if (work.forecast.HasFolder(tstrTarget)) return L"a folder has that name";
     return {};
@@ -109,8 +112,6 @@ void AddDeletion(PlanWork& work, const std::wstring& tstrPath, bool bAtRestart)
     work.Add(std::move(change));
 }
 
-const wchar_t kLink[] = L"a junction or symbolic link leads there";
-
 void DeleteFolder(PlanWork& work, const FileRecord& record)
 {
     if (!work.forecast.HasFolder(record.tstrFolder)) {
@@ -158,6 +159,8 @@ void CreateFolder(PlanWork& work, const FileRecord& record, bool bLengthValid)
         change.tstrReason = L"a file has that name";
     } else if (!Storage::Directory::IsExisted(tstrRoot)) {
         change.tstrReason = L"there is no such drive";
+    } else if (Storage::Directory::LeadsThroughLink(tstrFull)) {
+        change.tstrReason = kLink;
     } else {
         work.forecast.AddFolder(tstrFull);
     }

@@ -1,10 +1,8 @@
 #include "common/KzComn_File.h"
 
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_HeldFolder.h"
 #include "common/KzComn_Result.h"
-
-#include <algorithm>
-#include <vector>
 
 namespace KzCommon::Storage {
 
@@ -13,9 +11,7 @@ namespace {
 Directory::Entry EntryOf(const WIN32_FIND_DATAW& data)
 {
     const bool bReparse = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    // A reparse point that stands for no other name (a file kept in a cloud, say) is an ordinary entry. One without a
-    // tag is taken for a link, the careful answer.
-    const bool bLink = bReparse && (data.dwReserved0 == 0 || IsReparseTagNameSurrogate(data.dwReserved0));
+    const bool bLink = bReparse && Directory::IsLinkTag(data.dwReserved0);
     return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink};
 }
 
@@ -41,36 +37,6 @@ bool IsExisted(const std::wstring& tstrPath)
     return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
-bool IsLink(const std::wstring& tstrPath)
-{
-    const std::wstring tstrFull = FullPath(tstrPath);
-    const DWORD dwAttributes = ::GetFileAttributesW(tstrFull.c_str());
-    if (dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return false;
-    WIN32_FIND_DATAW data{};
-    const UniqueFind find(::FindFirstFileW(tstrFull.c_str(), &data));
-    return !find || EntryOf(data).bLink;
-}
-
-std::wstring FullPath(const std::wstring& tstrPath)
-{
-    std::wstring tstrFull(::GetFullPathNameW(tstrPath.c_str(), 0, nullptr, nullptr), L'\0');
-    tstrFull.resize(
-        ::GetFullPathNameW(tstrPath.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
-    if (tstrFull.empty()) tstrFull = tstrPath;
-    while (!tstrFull.empty() && tstrFull.back() == L'\\') tstrFull.pop_back();
-    return tstrFull;
-}
-
-std::size_t RootLength(const std::wstring& tstrFull)
-{
-    const bool bLong = tstrFull.starts_with(L"\\\\?\\");
-    const bool bLongShare = tstrFull.starts_with(L"\\\\?\\UNC\\");
-    const bool bShare = bLongShare || (!bLong && tstrFull.starts_with(L"\\\\"));
-    std::size_t uEnd = tstrFull.find(L'\\', bLongShare ? 8 : bLong ? 4 : bShare ? 2 : 0);
-    if (bShare && uEnd != std::wstring::npos) uEnd = tstrFull.find(L'\\', uEnd + 1);
-    return std::min(uEnd, tstrFull.size());
-}
-
 bool IsRoot(const std::wstring& tstrPath)
 {
     const std::wstring tstrFull = FullPath(tstrPath);
@@ -80,22 +46,11 @@ bool IsRoot(const std::wstring& tstrPath)
 bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError)
 {
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
-    // The missing folders, the deepest first.
-    std::vector<std::wstring> missing;
-    std::wstring tstrFolder = FullPath(tstrPath);
-    while (!tstrFolder.empty() && tstrFolder.back() != L':' && !IsExisted(tstrFolder)) {
-        missing.push_back(tstrFolder);
-        const std::size_t uSlash = tstrFolder.find_last_of(L'\\');
-        tstrFolder.resize(uSlash == std::wstring::npos ? 0 : uSlash);
-    }
-    // One above may have been made by somebody else meanwhile, or (server and share of a network path) cannot be made:
-    // what counts is whether the last one is there.
-    FirstFailure failure;
-    for (auto itFolder = missing.rbegin(); itFolder != missing.rend(); ++itFolder) {
-        const bool bOk = ::CreateDirectoryW(itFolder->c_str(), pAttributes) != FALSE;
-        failure.Note(bOk, bOk ? ERROR_SUCCESS : ::GetLastError());
-    }
-    return IsExisted(tstrPath) || failure.Report(pdwError);
+    if (IsExisted(tstrPath)) return true;
+    // Those above are held meanwhile: nobody can put a link in their place that leads the new folder elsewhere.
+    HeldFolder folder;
+    if (!folder.Hold(tstrPath, pdwError, {.bMake = true, .pAttributes = pAttributes})) return false;
+    return IsExisted(tstrPath) || Fail(ERROR_ALREADY_EXISTS, pdwError);  // a file of that name
 }
 
 bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,

@@ -1,6 +1,8 @@
 // Files and folders: existence, copy, walk, creation, deletion now and at the next restart.
 #pragma once
 
+#include "common/KzComn_FolderPath.h"
+
 #include <windows.h>
 
 #include <functional>
@@ -16,14 +18,16 @@ namespace KzCommon::Storage::File {
 /// whole, owner and access rights kept, where possible: whenever the process ends, it holds the old content or the new.
 /// A link in its place is replaced itself. Unless `bWait` is false (for new files only), what others hold is waited
 /// for, some two seconds. False with the code in `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path
-/// is empty, ERROR_ACCESS_DENIED (5) for a destination that is read-only, or hidden while the source is not. CopyFileW,
-/// MoveFileExW.
+/// is empty, ERROR_ACCESS_DENIED (5) for a destination that is read-only, or hidden while the source is not,
+/// kStoppedOnLink (681) where a link that is refused (KzComn_LinkRule.h) leads to its folder, which is held meanwhile.
+/// CopyFileW, MoveFileExW.
 [[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
                         DWORD* pdwError, bool bWait = true);
 
 /// Makes `tstrCopy` a copy of `tstrSource` in one step, with its access rights and, where it can be given, its owner;
 /// an older copy, read-only or not, is replaced. False with the code in `*pdwError` (may be null), an older copy as it
-/// was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either path is empty. CopyFileW, MoveFileExW.
+/// was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either path is empty, kStoppedOnLink (681) as above.
+/// CopyFileW, MoveFileExW.
 [[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
 
 /// Strips the attributes that block a deletion and deletes the file now; one that others hold is waited for, some two
@@ -41,21 +45,12 @@ namespace KzCommon::Storage::Directory {
 /// Whether `tstrPath` (with or without trailing backslash) names an existing folder. GetFileAttributesW.
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath);
 
-/// Whether `tstrPath` is a junction or symbolic link, which points elsewhere; yes also for a reparse point of which
-/// nothing more can be told. FindFirstFileW.
-[[nodiscard]] bool IsLink(const std::wstring& tstrPath);
-
-/// The full path, without backslashes at its end; as it is when the system cannot tell. GetFullPathNameW.
-[[nodiscard]] std::wstring FullPath(const std::wstring& tstrPath);
-
-/// How many characters of a full path name its drive ("C:") or share ("\\\\server\\share").
-[[nodiscard]] std::size_t RootLength(const std::wstring& tstrFull);
-
 /// Whether `tstrPath` is a drive or a share as a whole. GetFullPathNameW.
 [[nodiscard]] bool IsRoot(const std::wstring& tstrPath);
 
 /// Creates a folder and the missing ones above it; true also when it is there already. False with the code of the first
-/// that could not be created. CreateDirectoryW.
+/// that could not be created, kStoppedOnLink (681) where one above is a link that is refused (KzComn_LinkRule.h).
+/// CreateDirectoryW.
 [[nodiscard]] bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWORD* pdwError);
 
 /// One entry that a walk meets.
@@ -74,8 +69,8 @@ struct Entry {
 
 /// Deletes the files of `tstrFolder` (with trailing backslash) that match `tstrPattern` now; folders are left alone.
 /// All are tried, those that others hold for some two seconds together; false with the code of the first failure,
-/// ERROR_FILE_NOT_FOUND (2) when no file matches. Nothing is deleted where a junction or symbolic link leads to the
-/// folder (kStoppedOnLink, 681): it is held for as long as files are deleted.
+/// ERROR_FILE_NOT_FOUND (2) when no file matches. Nothing is deleted where a link that is refused
+/// (KzComn_LinkRule.h) leads to the folder (kStoppedOnLink, 681): it is held for as long as files are deleted.
 [[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError);
 
 /// Registers the same files for deletion at the next restart; refused in the same way. MoveFileExW without destination.
@@ -91,7 +86,7 @@ struct Entry {
 /// Registers a whole folder tree for deletion at the next restart: contents first, then the folders they leave empty,
 /// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
 /// itself; what it points to stays. All are tried; false with the code of the first failure, kStoppedOnLink (681) and
-/// nothing registered when a folder above `tstrFolder` is such a link.
+/// nothing registered when a folder above `tstrFolder` is a link that is refused.
 [[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError);
 
 }  // namespace KzCommon::Storage::Directory

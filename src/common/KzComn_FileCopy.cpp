@@ -1,7 +1,9 @@
 // The copying of files.
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
+#include "common/KzComn_HeldFolder.h"
 #include "common/KzComn_Retry.h"
+#include "common/KzComn_String.h"
 
 namespace KzCommon::Storage::File {
 
@@ -71,6 +73,12 @@ bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSourc
     return CopyPlainly(tstrDestination, tstrSource, true, bCreated && IsHeldByOthers(dwError), pdwError);
 }
 
+/// Holds the folder of a file that is about to come; once only, without a wait, for `bWaited`.
+bool HoldHome(Directory::HeldFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
+{
+    return folder.Hold(String::FolderPart(Directory::FullPath(tstrDestination)), pdwError, {.bWait = !bWaited});
+}
+
 /// What blocks the replacing of a file, taken away from it; given back unless it was replaced.
 class Unlocked {
 public:
@@ -103,6 +111,10 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
           bool bWait)
 {
     if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    Directory::HeldFolder folder;
+    if (!HoldHome(folder, tstrDestination, !bWait, pdwError)) return false;
+    // A new file is not made through a link that somebody has put under its name.
+    if (!bOverwrite && Directory::IsLink(tstrDestination)) return Fail(ERROR_FILE_EXISTS, pdwError);
     return bOverwrite
                ? CopyOver(tstrDestination, tstrSource, pdwError)
                : CopyPlainly(tstrDestination, tstrSource, false, !bWait || Directory::IsExisted(tstrSource), pdwError);
@@ -112,6 +124,8 @@ bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWOR
 {
     if (tstrCopy.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     if (Directory::IsExisted(tstrCopy) || Directory::IsExisted(tstrSource)) return Fail(ERROR_ACCESS_DENIED, pdwError);
+    Directory::HeldFolder folder;
+    if (!HoldHome(folder, tstrCopy, false, pdwError)) return false;
     Replacement replacement(tstrCopy);
     if (!replacement.Create(tstrSource, FILE_ATTRIBUTE_NORMAL, pdwError) ||
         !replacement.CopyFrom(tstrSource, pdwError) || !replacement.TakeAccess(tstrSource, pdwError)) {

@@ -1,35 +1,151 @@
-// A folder that stays the one it is while something is done in it.
+// A folder that stays the one it is while something is done in it. Stands by itself, for the trace library, too.
 #pragma once
 
+#include "common/KzComn_FolderPath.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_LinkRule.h"
+#include "common/KzComn_Retry.h"
 
+#include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace KzCommon::Storage::Directory {
 
-/// ERROR_STOPPED_ON_SYMLINK, which the toolchain's headers lack: a folder is reached through a junction or a symbolic
-/// link.
-inline constexpr DWORD kStoppedOnLink = 681;
-
-/// Whether HeldFolder refuses a folder for a junction or symbolic link on the way to it; nothing is opened for long.
-[[nodiscard]] bool LeadsThroughLink(const std::wstring& tstrFolder);
-
 /// Holds a folder and all above it open, so that none of them can be moved away and another put in its place.
 class HeldFolder {
 public:
+    /// How Hold() goes about it.
+    struct Way {
+        bool bWait = true;                           ///< for what others hold, some two seconds
+        bool bMake = false;                          ///< folders that are missing
+        SECURITY_ATTRIBUTES* pAttributes = nullptr;  ///< of those it makes
+    };
+
     /// Opens the folders on the way to `tstrFolder`, from its drive or share on. False with the code: kStoppedOnLink
-    /// (681) when one of them is a junction or a symbolic link, which whoever owns it can point anywhere; a drive that
-    /// an administrator mounted in a folder is none. ERROR_PATH_NOT_FOUND (3) when one is missing. CreateFileW.
-    [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError);
+    /// (681) when one of them is a link that is refused (KzComn_LinkRule.h): whoever made it can point it anywhere.
+    /// ERROR_PATH_NOT_FOUND (3) when one is missing. CreateFileW, CreateDirectoryW.
+    [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way);
+    [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError) { return Hold(tstrFolder, pdwError, {}); }
 
     /// Whether an open file lies in the folder itself. A folder that is held can still be made a junction by those who
     /// may write to it: a file that is opened by its path then lies elsewhere. GetFinalPathNameByHandleW.
     [[nodiscard]] bool IsHomeOf(HANDLE hFile) const;
 
 private:
+    static constexpr DWORD kItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+
+    [[nodiscard]] static UniqueFile Open(const std::wstring& tstrPath, DWORD dwFlags, DWORD& dwError);
+    [[nodiscard]] bool Add(const Way& way, const std::function<UniqueFile(DWORD& dwError)>& open, DWORD* pdwError);
+    [[nodiscard]] static UniqueFile OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError);
+    [[nodiscard]] static bool IsLinkOpen(HANDLE hFolder) noexcept;
+    [[nodiscard]] static std::wstring FinalPathOf(HANDLE hFile);
+
     std::vector<UniqueFile> m_folders;
     std::wstring m_tstrFinalPath;  // without backslash at its end; empty where the file system tells none
 };
+
+/// Opens a folder so that it can be neither moved nor deleted.
+inline UniqueFile HeldFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, DWORD& dwError)
+{
+    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+    UniqueFile folder(
+        ::CreateFileW(tstrPath.c_str(), FILE_LIST_DIRECTORY, kShare, nullptr, OPEN_EXISTING, dwFlags, nullptr));
+    dwError = folder ? ERROR_SUCCESS : ::GetLastError();
+    if (dwError != ERROR_ACCESS_DENIED) return folder;
+    // One that may be passed but not listed cannot be held; what IsHomeOf() tells still stands.
+    folder.Reset(
+        ::CreateFileW(tstrPath.c_str(), FILE_READ_ATTRIBUTES, kShare, nullptr, OPEN_EXISTING, dwFlags, nullptr));
+    dwError = folder ? ERROR_SUCCESS : ::GetLastError();
+    return folder;
+}
+
+inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError)
+{
+    UniqueFile folder = Open(tstrPath, kItself, dwError);
+    const bool bMissing = dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
+    if (!bMissing || !way.bMake) return folder;
+    // One that somebody else makes meanwhile is as good.
+    const bool bMade = ::CreateDirectoryW(tstrPath.c_str(), way.pAttributes) != FALSE;
+    dwError = bMade ? ERROR_SUCCESS : ::GetLastError();
+    return bMade || dwError == ERROR_ALREADY_EXISTS ? Open(tstrPath, kItself, dwError) : UniqueFile();
+}
+
+/// Whether an open folder is a link: what IsLink() tells of its path, told of what is held. (Wine knows it by the path
+/// only.)
+inline bool HeldFolder::IsLinkOpen(HANDLE hFolder) noexcept
+{
+    FILE_ATTRIBUTE_TAG_INFO info{};
+    return ::GetFileInformationByHandleEx(hFolder, FileAttributeTagInfo, &info, sizeof(info)) &&
+           (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLinkTag(info.ReparseTag);
+}
+
+/// Where an open file or folder really lies, drives by their devices' names; empty when the system cannot tell.
+inline std::wstring HeldFolder::FinalPathOf(HANDLE hFile)
+{
+    constexpr DWORD kFlags = FILE_NAME_NORMALIZED | VOLUME_NAME_NT;
+    std::wstring tstrPath(MAX_PATH, L'\0');
+    DWORD cch = ::GetFinalPathNameByHandleW(hFile, tstrPath.data(), static_cast<DWORD>(tstrPath.size()), kFlags);
+    if (cch >= tstrPath.size()) {
+        tstrPath.resize(cch);
+        cch = ::GetFinalPathNameByHandleW(hFile, tstrPath.data(), cch, kFlags);
+    }
+    tstrPath.resize(cch < tstrPath.size() ? cch : 0);
+    while (!tstrPath.empty() && tstrPath.back() == L'\\') tstrPath.pop_back();
+    return tstrPath;
+}
+
+inline bool HeldFolder::Add(const Way& way, const std::function<UniqueFile(DWORD& dwError)>& open, DWORD* pdwError)
+{
+    const auto attempt = [&](DWORD& dwError) {
+        UniqueFile folder = open(dwError);
+        if (folder) m_folders.push_back(std::move(folder));
+        return dwError == ERROR_SUCCESS;
+    };
+    DWORD dwError = ERROR_SUCCESS;
+    if (TryWhileHeld(
+            attempt, [&] { return way.bWait; }, &dwError)) {
+        return true;
+    }
+    return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
+}
+
+inline bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way)
+{
+    const std::wstring tstrFull = FullPath(tstrFolder);
+    const std::size_t uRoot = RootLength(tstrFull);
+    std::wstring tstrPath = tstrFull.substr(0, uRoot) + L'\\';
+    const auto open = [&](DWORD& dwError) {
+        return OpenOrMake(tstrPath, way, dwError);
+    };
+    const auto follow = [&](DWORD& dwError) {
+        return Open(tstrPath, FILE_FLAG_BACKUP_SEMANTICS, dwError);
+    };
+    m_folders.clear();
+    if (!Add(way, follow, pdwError)) return false;
+    // Each is looked at while it and those above it are held: what is said of it then stays true.
+    for (std::size_t uEnd = uRoot; uEnd < tstrFull.size();) {
+        uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
+        tstrPath = tstrFull.substr(0, uEnd);
+        if (!Add(way, open, pdwError)) return false;
+        if (!IsLinkOpen(m_folders.back().Get()) && !IsLink(tstrPath)) continue;
+        std::wstring tstrTarget;
+        if (!IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
+        // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link.
+        tstrPath = tstrTarget;
+        if (!Add(way, follow, pdwError)) return false;
+    }
+    m_tstrFinalPath = FinalPathOf(m_folders.back().Get());
+    return true;
+}
+
+inline bool HeldFolder::IsHomeOf(HANDLE hFile) const
+{
+    if (m_tstrFinalPath.empty()) return true;
+    const std::wstring tstrFile = FinalPathOf(hFile);
+    const std::wstring tstrHome = tstrFile.substr(0, tstrFile.find_last_of(L'\\'));
+    return ::CompareStringOrdinal(tstrHome.c_str(), -1, m_tstrFinalPath.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
 
 }  // namespace KzCommon::Storage::Directory

@@ -87,6 +87,17 @@ bool IsLowIntegrity() noexcept
     return cAuthorities > 0 && *::GetSidSubAuthority(pSid, cAuthorities - 1U) == SECURITY_MANDATORY_LOW_RID;
 }
 
+bool RefuseUsersJunctions(DWORD* pdwError) noexcept
+{
+    // The policy is younger than some headers, and than some Windows that this runs on.
+    constexpr int kRedirectionTrust = 16;
+    DWORD dwEnforce = 1;
+    const FARPROC pfn = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetProcessMitigationPolicy");
+    if (!pfn) return Storage::Fail(ERROR_PROC_NOT_FOUND, pdwError);
+    const auto pfnSet = reinterpret_cast<BOOL(WINAPI*)(int, PVOID, SIZE_T)>(reinterpret_cast<void*>(pfn));
+    return pfnSet(kRedirectionTrust, &dwEnforce, sizeof(dwEnforce)) || Storage::Fail(::GetLastError(), pdwError);
+}
+
 std::wstring WindowsFolder()
 {
     return FolderOf(&::GetSystemWindowsDirectoryW);

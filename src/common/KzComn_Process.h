@@ -26,6 +26,11 @@ namespace KzCommon::Process {
 /// Whether this process runs at integrity level Low (0x1000). GetTokenInformation.
 [[nodiscard]] bool IsLowIntegrity() noexcept;
 
+/// From here on Windows follows no junction for this process that a standard user has made: opening a path through one
+/// fails with ERROR_UNTRUSTED_MOUNT_POINT (448). False with the Win32 code where Windows cannot do that; nothing has
+/// changed then. SetProcessMitigationPolicy.
+[[nodiscard]] bool RefuseUsersJunctions(DWORD* pdwError) noexcept;
+
 /// The Windows folder, with trailing backslash; empty when unknown. GetSystemWindowsDirectoryW.
 [[nodiscard]] std::wstring WindowsFolder();
 

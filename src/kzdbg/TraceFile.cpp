@@ -1,6 +1,7 @@
 #include "kzdbg/TraceFile.h"
 
 #include "common/KzComn_Environment.h"
+#include "common/KzComn_HeldFolder.h"
 
 #include <cstdio>
 #include <cwchar>
@@ -9,6 +10,7 @@
 namespace KzDbg {
 
 using KzCommon::UniqueFile;
+using KzCommon::Storage::Directory::HeldFolder;
 
 namespace {
 
@@ -26,30 +28,32 @@ DWORD DayOf(const SYSTEMTIME& time) noexcept
     return time.wYear * 10000U + time.wMonth * 100U + time.wDay;
 }
 
+/// The folder for temporary files: for services one that other users cannot write to, where Windows has one.
+std::wstring TempFolder()
+{
+    const FARPROC pfnNewer = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetTempPath2W");
+    auto* const pfnGet =
+        pfnNewer ? reinterpret_cast<decltype(&::GetTempPathW)>(reinterpret_cast<void*>(pfnNewer)) : &::GetTempPathW;
+    wchar_t szTemp[MAX_PATH + 1] = {};
+    pfnGet(static_cast<DWORD>(std::size(szTemp)), szTemp);
+    return szTemp;
+}
+
 /// The folder as a full path with trailing backslash, so that it stays the same when the current folder changes. That
 /// of the protected sessions begins with the user's profile.
 std::wstring FolderOf(const DebugLogConfig& config)
 {
-    std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
-    if (tstrFolder.empty()) {
-        wchar_t szTemp[MAX_PATH + 1] = {};
-        ::GetTempPathW(static_cast<DWORD>(std::size(szTemp)), szTemp);
-        tstrFolder = szTemp;
-    }
-    if (!tstrFolder.empty() && tstrFolder.back() != L'\\') tstrFolder.push_back(L'\\');
-    std::wstring tstrFull(::GetFullPathNameW(tstrFolder.c_str(), 0, nullptr, nullptr), L'\0');
-    tstrFull.resize(
-        ::GetFullPathNameW(tstrFolder.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
-    return tstrFull.empty() ? tstrFolder : tstrFull;
+    const std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
+    return KzCommon::Storage::Directory::FullPath(tstrFolder.empty() ? TempFolder() : tstrFolder) + L'\\';
 }
 
-void CreateFoldersOf(const std::wstring& tstrPath)
+/// Holds the folder of a trace file, made where it is missing. Whoever can put a link on the way to it would have
+/// lines, written with full rights, anywhere. Without a wait: a trace must not hold up what it traces. 0 or the code.
+DWORD HoldFolderOf(const std::wstring& tstrPath, HeldFolder& folder)
 {
-    // Of the folders that exist already, or that nobody may create, the file itself will tell.
-    for (std::size_t uSlash = tstrPath.find(L'\\'); uSlash != std::wstring::npos;
-         uSlash = tstrPath.find(L'\\', uSlash + 1)) {
-        ::CreateDirectoryW(tstrPath.substr(0, uSlash).c_str(), nullptr);
-    }
+    DWORD dwError = ERROR_SUCCESS;
+    const std::wstring tstrFolder = tstrPath.substr(0, tstrPath.find_last_of(L'\\'));
+    return folder.Hold(tstrFolder, &dwError, {.bWait = false, .bMake = true}) ? DWORD{ERROR_SUCCESS} : dwError;
 }
 
 /// Whether a file is the only name of itself. A link that somebody put into the folder could lead a line, written with
@@ -61,17 +65,18 @@ bool IsPlainFile(HANDLE hFile) noexcept
            info.nNumberOfLinks == 1;
 }
 
-/// Opens or creates a file for appending, a link excepted. 0 or the code, with `file` empty.
-DWORD OpenForAppend(const std::wstring& tstrPath, UniqueFile& file)
+/// Opens or creates a file of a folder for appending, a link excepted. 0 or the code, with `file` empty.
+DWORD OpenForAppend(const std::wstring& tstrPath, const HeldFolder& folder, UniqueFile& file)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     file.Reset();
     file.Reset(::CreateFileW(tstrPath.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, kShareAll, nullptr, OPEN_ALWAYS,
                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     if (!file) return ::GetLastError();
-    if (IsPlainFile(file.Get())) return ERROR_SUCCESS;
+    const bool bHere = folder.IsHomeOf(file.Get());
+    if (bHere && IsPlainFile(file.Get())) return ERROR_SUCCESS;
     file.Reset();
-    return ERROR_ACCESS_DENIED;
+    return bHere ? DWORD{ERROR_ACCESS_DENIED} : KzCommon::Storage::Directory::kStoppedOnLink;
 }
 
 struct FileState {
@@ -245,17 +250,15 @@ DWORD TraceFile::Reopen(const SYSTEMTIME& time, bool bMayRoll)
     const std::wstring tstrPath = PathOf(time);
     // The name of a deleted file may be in use for as long as the file is open.
     if (StateOf(m_file).bGone) m_file.Reset();
+    HeldFolder folder;
     UniqueFile file;
-    DWORD dwError = OpenForAppend(tstrPath, file);
-    if (dwError == ERROR_PATH_NOT_FOUND) {
-        CreateFoldersOf(tstrPath);
-        dwError = OpenForAppend(tstrPath, file);
-    }
+    DWORD dwError = HoldFolderOf(tstrPath, folder);
+    if (dwError == ERROR_SUCCESS) dwError = OpenForAppend(tstrPath, folder, file);
     if (bMayRoll && StateOf(file).ullBytes >= kFullBytes) {
         file.Reset();
         m_file.Reset();
         Roll(tstrPath);
-        dwError = OpenForAppend(tstrPath, file);
+        dwError = OpenForAppend(tstrPath, folder, file);
     }
     if (dwError == ERROR_SUCCESS && StateOf(file).ullBytes == 0) {
         dwError = Write(file, kByteOrderMark, sizeof(kByteOrderMark) - 1);

@@ -24,7 +24,8 @@ class TraceFile {
 public:
     explicit TraceFile(const DebugLogConfig& config);
 
-    /// Opens or creates the file of that day, and its folder; the file stays open. 0 or a Win32 code. CreateFileW.
+    /// Opens or creates the file of that day, and its folder; the file stays open. 0 or a Win32 code: 681 where a link
+    /// that is refused (common/KzComn_LinkRule.h) leads to the folder. CreateFileW.
     [[nodiscard]] DWORD Open(const SYSTEMTIME& time);
 
     /// Appends a line in UTF-8, moving to another file when the day or the size asks for it, and opening the file anew

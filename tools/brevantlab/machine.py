@@ -39,6 +39,7 @@ MARK_KEY, MARK = 'HKLM\\Software\\BrevantLab', 'Import'
 NOT_BEGUN = 'failed to map the shared user data'
 NO_SUCH_KEY = 'Unable to find the specified registry key'
 ATTEMPTS = 5
+QUIET = '-all,err+virtual'
 
 Answer = TypeVar('Answer')
 
@@ -82,11 +83,11 @@ class Machine:
     # -- programs --
 
     def run(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
-            errors: bool = True) -> Result:
+            errors: bool = True, debug: str = QUIET) -> Result:
         """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output, with what it
-        says on standard error unless that is not wanted."""
+        says on standard error unless that is not wanted; `debug` is what Wine itself tells there."""
         self._boot()
-        return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors)
+        return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors, debug=debug)
 
     def restart(self, timeout: float = 300) -> None:
         """Restarts: pending moves first, then each run-once command in turn, all of them done on return."""
@@ -144,6 +145,11 @@ class Machine:
         target = self.host(path)
         target.parent.mkdir(parents=True, exist_ok=True)
         target.write_bytes(content if isinstance(content, bytes) else content.replace('\n', '\r\n').encode(encoding))
+
+    def link(self, path: str, target: str) -> None:
+        """Puts a link to a folder in the place of another, which moves there with all it holds."""
+        self.host(path).rename(self.host(target))
+        self.host(path).symlink_to(self.host(target), target_is_directory=True)
 
     def read(self, path: str, encoding: str = 'utf-8') -> Optional[str]:
         """A file's text with plain line ends; None when there is no such file."""
@@ -285,7 +291,7 @@ class Machine:
         return self._wine(*command, timeout=timeout, debug='-all,err+all')
 
     def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
-              errors: bool = True, debug: str = '-all,err+virtual') -> Result:
+              errors: bool = True, debug: str = QUIET) -> Result:
         # A file takes the output: a pipe would stay open in the services that the first command starts.
         with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as said:
             done = subprocess.run([*prefixes.fixed_layout(), 'wine', *map(str, command)], timeout=timeout,

@@ -3,8 +3,11 @@
 #include "common/KzComn_String.h"
 
 #include <gtest/gtest.h>
+#include <sddl.h>
 #include <shlobj.h>
+#include <winioctl.h>
 
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -167,6 +170,52 @@ REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
     const BOOL bDone = REAL(SHGetPathFromIDListW)(pidl, szPath);
     if (!s_pWatch || IsInSandbox(szPath)) return bDone;
     szPath[(s_pWatch->m_tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';
+    return TRUE;
+}
+
+/// Whether an open folder is one that is called a link.
+static bool IsOpenLink(HANDLE hFile)
+{
+    wchar_t szPath[1024] = {};
+    return s_pWatch && REAL(GetFinalPathNameByHandleW)(hFile, szPath, 1024, VOLUME_NAME_DOS) && IsLinkName(szPath);
+}
+
+REPLACED(GetKernelObjectSecurity, BOOL,
+         (HANDLE hFile, SECURITY_INFORMATION asked, PSECURITY_DESCRIPTOR p, DWORD cb, LPDWORD pcb))
+{
+    if (!IsOpenLink(hFile) || s_pWatch->m_tstrLinkRights.empty()) {
+        return REAL(GetKernelObjectSecurity)(hFile, asked, p, cb, pcb);
+    }
+    void* pRights = nullptr;
+    EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(s_pWatch->m_tstrLinkRights.c_str(),
+                                                                       SDDL_REVISION_1, &pRights, nullptr));
+    *pcb = ::GetSecurityDescriptorLength(pRights);
+    const bool bFits = cb >= *pcb;
+    if (bFits) std::memcpy(p, pRights, *pcb);
+    ::LocalFree(pRights);
+    if (!bFits) ::SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return bFits;
+}
+
+REPLACED(DeviceIoControl, BOOL,
+         (HANDLE hFile, DWORD dwCode, LPVOID pIn, DWORD cbIn, LPVOID pOut, DWORD cbOut, LPDWORD pcb, LPOVERLAPPED p))
+{
+    if (dwCode != FSCTL_GET_REPARSE_POINT || !IsOpenLink(hFile)) {
+        return REAL(DeviceIoControl)(hFile, dwCode, pIn, cbIn, pOut, cbOut, pcb, p);
+    }
+    // A junction to a full path, a symbolic link to any other.
+    const bool bJunction = KzCommon::String::IsFullPath(s_pWatch->m_tstrLinkTarget);
+    const std::wstring tstrTarget = (bJunction ? L"\\??\\" : L"") + s_pWatch->m_tstrLinkTarget;
+    const auto cbTarget = static_cast<WORD>(tstrTarget.size() * sizeof(wchar_t));
+    const DWORD dwTag = bJunction ? IO_REPARSE_TAG_MOUNT_POINT : IO_REPARSE_TAG_SYMLINK;
+    const DWORD dwRelative = 1;
+    const WORD lengths[] = {0, 0, 0, cbTarget, 0, 0};
+    std::string strData(reinterpret_cast<const char*>(&dwTag), sizeof(dwTag));
+    strData.append(reinterpret_cast<const char*>(lengths), sizeof(lengths));
+    if (!bJunction) strData.append(reinterpret_cast<const char*>(&dwRelative), sizeof(dwRelative));
+    strData.append(reinterpret_cast<const char*>(tstrTarget.data()), cbTarget);
+    EXPECT_LE(strData.size(), cbOut);
+    *pcb = static_cast<DWORD>(strData.copy(static_cast<char*>(pOut), cbOut));
     return TRUE;
 }
 

@@ -36,6 +36,8 @@ public:
     };                              // makes calls fail that the judge has allowed
     std::wstring m_tstrMountPoint;  // what the system says of the volume of every folder; empty for the truth
     std::wstring m_tstrLink;        // every folder of this name is a symbolic link
+    std::wstring m_tstrLinkRights;  // its owner and access list as text; empty for the folder's own
+    std::wstring m_tstrLinkTarget;  // where it leads
 
     // The delayed moves and deletions that the system has not been told of, in the order in which they were asked for:
     // "source > destination", the sandbox folder left out.

@@ -2,6 +2,7 @@
 
 #include "agent/QorDeployAgent.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_LinkRule.h"
 #include "support/watch/SystemWatch.h"
 #include "unit/agent/AgentFixture.h"
 
@@ -99,6 +100,34 @@ TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
     m_install.Write(L"link", "old");
     EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"link"), m_install.Write(L"new", "new"), true, nullptr));
     EXPECT_EQ(m_install.Read(L"link"), "old") << "never written through";
+}
+
+// Where a user can put a link, the files of an update go nowhere: not now, not staged, not at the restart.
+TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
+{
+    const std::wstring tstrSource = m_install.Write(L"src\\sub\\a", "new");
+    m_install.Write(L"src\\b", "new");
+    m_install.Write(L"Link\\b", "old");
+    m_install.MakeFolder(L"Link\\sub");
+    m_watch.m_tstrLink = L"Link";
+    EXPECT_TRUE(CopyDirectory(m_paths, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, false));
+    EXPECT_TRUE(CopyDirectory(m_paths, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, true));
+    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, L"\\\\?\\" + m_install.PathOf(L"Link\\sub\\a")));
+    EXPECT_THAT(Moves(), IsEmpty());
+    const std::string strCopy = "!!! Failed to do file copy. dest='" + m_strInstall + "Link\\";
+    const std::string strMove = "!!! ::MoveFileEx(" + m_strInstall + "src\\";
+    EXPECT_THAT(m_trace.Messages(), IsSupersetOf({AllOf(StartsWith(strCopy + "b'"), EndsWith("error code=681")),
+                                                  AllOf(StartsWith(strCopy + "sub\\a'"), EndsWith("error code=681"))}));
+    EXPECT_EQ(CountTraced(AllOf(StartsWith(strMove), EndsWith(" failed: 0x000002A9"))), 3);
+
+    DWORD dwError = 0;
+    EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"Link\\new"), tstrSource, false, &dwError)) << "a staged copy";
+    EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
+    EXPECT_FALSE(Storage::File::KeepCopy(m_install.PathOf(L"Link\\new"), tstrSource, &dwError));
+    EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
+    EXPECT_THAT(m_install.List(),
+                ElementsAre(L"Link\\", L"Link\\b", L"Link\\sub\\", L"src\\", L"src\\b", L"src\\sub\\", L"src\\sub\\a"));
+    EXPECT_EQ(m_install.Read(L"Link\\b"), "old");
 }
 
 TEST_F(ComponentFilesTest, AFolderThatCannotBeListedLeavesItsLineAndTheRestIsCopied)

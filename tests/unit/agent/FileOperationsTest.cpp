@@ -4,6 +4,8 @@
 
 #include "support/watch/SystemWatch.h"
 
+#include <filesystem>
+
 using FileOperationsTest = AgentTest;
 
 TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRest)
@@ -46,6 +48,11 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         {L"{InstalledDir}Link\\Deep\\*", op_file_delete, strNotDeleted + "Link\\Deep\\*', error = 681."},
         {L"{InstalledDir}Link\\Deep\\*", op_file_delete_now, strNotDeleted + "Link\\Deep\\*', error = 681."},
         {L"{InstalledDir}Link\\Deep", op_dir_delete, strNotDeleted + "Link\\Deep\\*', error = 681."},
+        {L"{InstalledDir}Link\\New", op_dir_add, "!!! Failed to create directory '" + m_strInstall +
+         "Link\\New', error = 681."},
+        {L"{InstalledDir}Link\\Deep\\a\\b", op_dir_add, "!!! Failed to create directory '" + m_strInstall +
+         "Link\\Deep\\a\\b', error = 681."},
+        {L"{InstalledDir}Link\\Deep", op_dir_add, "@@@ Directory '" + m_strInstall + "Link\\Deep' is already there."},
         {L"C:\\", op_dir_delete, "!!! Failed to delete file 'C:\\*', error = 161."},
         {L"new", op_dir_add, "!!! Failed to create directory 'new', error = 161."},
         {L"{InteractiveLogDir}*.log", op_file_delete, "!!! Failed to delete file '*.log', error = 161."}};
@@ -114,4 +121,41 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
     EXPECT_EQ(CountTraced(StartsWith("!!! Failed to delete file")), 0) << "folders of these names are none";
     EXPECT_FALSE(::GetFileAttributesW(m_install.PathOf(L"old\\c").c_str()) & FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(m_install.Read(L"a.x"), std::nullopt);
+}
+
+// Whoever can make a link, or change one, chooses where the agent works with its rights.
+TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
+{
+    const std::wstring tstrReal = m_install.PathOf(L"Real");
+    const std::wstring kReaders = L"(A;OICI;0x1200a9;;;BU)(A;OICIIO;GA;;;CO)";
+    const std::wstring kInstaller = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+    const std::tuple<std::wstring, std::wstring, bool> rows[] = {
+        // clang-format off
+        {L"O:BAD:(A;;FA;;;BA)(A;;FA;;;SY)" + kReaders, tstrReal, true},
+        {L"O:SYD:(D;;FA;;;WD)(A;;FA;;;" + kInstaller + L")" + kReaders, tstrReal, true},
+        {L"O:" + kInstaller + L"D:(A;;FA;;;OW)" + kReaders, L"Real", true},
+        {L"O:BAD:" + kReaders, L"\\Windows", true},
+        {L"O:BUD:(A;;FA;;;BA)" + kReaders, tstrReal, false},  // its owner may give himself every right
+        {L"O:BAD:(A;;FA;;;BA)(A;;0x100;;;BU)", tstrReal, false}, {L"O:BAD:(A;;FA;;;BA)(A;;0x2;;;AU)", tstrReal, false},
+        {L"O:BAD:(A;;FA;;;BA)(A;;SD;;;IU)", tstrReal, false}, {L"O:BAD:(A;;FA;;;BA)(A;;WD;;;WD)", tstrReal, false},
+        {L"O:BA", tstrReal, false},  // open to everybody
+        {L"O:BAD:(A;;FA;;;BA)", m_install.PathOf(L"Link\\Deep"), false},  // to what is reached through itself
+        {L"O:BAD:(A;;FA;;;BA)", L"", false}};  // clang-format on
+    m_install.MakeFolder(L"Real");
+    SystemWatch watch(m_install.Path());
+    watch.m_tstrLink = L"Link";
+    for (const auto& [tstrRights, tstrTarget, bFollowed] : rows) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrRights + L" " + tstrTarget));
+        m_install.Write(L"Link\\Deep\\f", "");
+        watch.m_tstrLinkRights = tstrRights;
+        watch.m_tstrLinkTarget = tstrTarget;
+        m_trace.Clear();
+        PerformFileOperation(m_paths, L"{InstalledDir}Link\\New\\Deep", op_dir_add);
+        PerformFileOperation(m_paths, L"{InstalledDir}Link\\Deep\\f", op_file_delete_now);
+        EXPECT_EQ(CountTraced(EndsWith("error = 681.")), bFollowed ? 0 : 2);
+        EXPECT_EQ(CountTraced(StartsWith("!!!")), bFollowed ? 0 : 2);
+        EXPECT_EQ(bFollowed, std::filesystem::is_directory(m_install.PathOf(L"Link\\New\\Deep")));
+        EXPECT_EQ(bFollowed, m_install.Read(L"Link\\Deep\\f") == std::nullopt);
+        std::filesystem::remove_all(m_install.PathOf(L"Link\\New"));
+    }
 }

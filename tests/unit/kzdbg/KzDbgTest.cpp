@@ -1,6 +1,7 @@
 #include "common/KzComn_Handle.h"
 #include "kzdbg/TraceFile.h"
 #include "support/TempFolder.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gmock/gmock.h>
 #include <process.h>
@@ -29,6 +30,17 @@ DebugLogConfig ConfigFor(const std::wstring& tstrFolder)
 
 bool s_bDebuggerTold = false;
 
+std::wstring s_tstrServiceTemp;  // what GetTempPath2W tells; empty for a Windows that has none
+
+/// kernel32 itself, or this program, which exports what a newer one has besides.
+HMODULE WINAPI FindModule(LPCWSTR szName)
+{
+    const HMODULE hKernel = ::LoadLibraryW(L"kernel32.dll");
+    const FARPROC pfn = ::GetProcAddress(hKernel, "GetModuleHandleW");
+    const bool bNewer = !s_tstrServiceTemp.empty() && szName == std::wstring_view(L"kernel32.dll");
+    return reinterpret_cast<decltype(&::GetModuleHandleW)>(reinterpret_cast<void*>(pfn))(bNewer ? nullptr : szName);
+}
+
 /// In milliseconds.
 ULONGLONG TimeOf(const std::function<void()>& action)
 {
@@ -50,6 +62,21 @@ public:
 private:
     void* m_pTrace = nullptr;
 };
+
+}  // namespace
+
+// In the place of the imported function.
+extern "C" decltype(&::GetModuleHandleW) __imp_GetModuleHandleW;
+decltype(&::GetModuleHandleW) __imp_GetModuleHandleW = &FindModule;
+
+extern "C" __declspec(dllexport) DWORD WINAPI GetTempPath2W(DWORD cch, LPWSTR szFolder)
+{
+    const std::size_t cchDone = s_tstrServiceTemp.copy(szFolder, cch - 1);
+    szFolder[cchDone] = L'\0';
+    return static_cast<DWORD>(cchDone);
+}
+
+namespace {
 
 class KzDbgTest : public Test {
 protected:
@@ -180,6 +207,49 @@ TEST_F(KzDbgTest, OnlyAPlainFileInAFolderIsWritten)
     void* pTrace = nullptr;
     m_config = ConfigFor(m_path.wstring());
     EXPECT_NE(0U, KzDbgInitialize(&pTrace, &m_config)) << "a file is no folder, now or later";
+}
+
+TEST_F(KzDbgTest, NoTraceIsWrittenWhereALinkLeadsElsewhere)
+{
+    SystemWatch watch(m_folder.Path());
+    watch.m_tstrLink = L"Link";
+    m_folder.MakeFolder(L"Real");
+    m_folder.Write(L"Link\\" + m_tstrLog, "theirs");
+    m_folder.Write(L"Link\\sub\\" + m_tstrLog, "theirs");
+    const std::vector<std::wstring> before = m_folder.List();
+    // Administrators' own link, and one that is anybody's; that the folder has become one since it was looked at.
+    const std::wstring kOwn = L"O:BAD:(A;;FA;;;BA)(A;;FR;;;WD)", kAnybodys = L"O:BAD:(A;;FA;;;BA)(A;;FW;;;BU)";
+    for (const auto& [tstrFolder, tstrRights, bMoved, bWritten] : {std::tuple(L"Link", kAnybodys, false, false),
+                                                                   {L"Link\\sub", kAnybodys, false, false},
+                                                                   {L"Link\\new\\deep", kAnybodys, false, false},
+                                                                   {L".", kAnybodys, true, false},
+                                                                   {L"Link\\sub", kOwn, false, true}}) {
+        SCOPED_TRACE(std::filesystem::path(tstrFolder).string() + (bWritten ? " written" : ""));
+        watch.m_tstrLinkRights = tstrRights;
+        watch.m_tstrLinkTarget = m_folder.PathOf(L"Real");
+        watch.m_fault = [&, bElsewhere = bMoved](std::string_view strCall, const std::wstring& tstrPlace) {
+            const bool bFile = strCall == "GetFinalPathNameByHandleW" && tstrPlace.ends_with(m_tstrLog);
+            return bFile && bElsewhere ? ERROR_NOT_READY : ERROR_SUCCESS;
+        };
+        m_config = ConfigFor(m_folder.PathOf(tstrFolder));
+        void* pTrace = nullptr;
+        EXPECT_EQ(bWritten ? 0U : 681U, KzDbgInitialize(&pTrace, &m_config));
+        EXPECT_EQ(before, m_folder.List()) << "nor is anything made there";
+        EXPECT_EQ(bWritten ? 0U : DWORD{ERROR_INVALID_HANDLE}, KzDbgTrace(pTrace, &kDay1, L" and ours"));
+        EXPECT_EQ("theirs", m_folder.Read(L"Link\\" + m_tstrLog));
+        EXPECT_EQ("theirs" + std::string(bWritten ? " and ours" : ""), m_folder.Read(L"Link\\sub\\" + m_tstrLog));
+        EXPECT_EQ("", m_folder.Read(m_tstrLog));
+        EXPECT_EQ(bWritten ? 0U : DWORD{ERROR_INVALID_HANDLE}, KzDbgUninitialize(pTrace));
+    }
+}
+
+TEST_F(KzDbgTest, WithoutAFolderAServiceWritesWhereOthersCannot)
+{
+    s_tstrServiceTemp = m_folder.MakeFolder(L"service");
+    m_config = ConfigFor(L"");
+    Trace(m_config).Line(L"line");
+    s_tstrServiceTemp.clear();
+    EXPECT_EQ(kMark + "line", m_folder.Read(L"service\\" + m_tstrLog));
 }
 
 TEST_F(KzDbgTest, OnlyAnOpenTraceTakesLinesAndTellsTheDebugger)

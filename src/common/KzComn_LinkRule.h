@@ -1,0 +1,160 @@
+// Which links the program may be led through: those that nobody but an administrator can have made. It runs with full
+// rights, and whoever makes a junction or a symbolic link chooses where it works. Stands by itself, for the trace
+// library, too.
+#pragma once
+
+#include "common/KzComn_FolderPath.h"
+#include "common/KzComn_Handle.h"
+
+#include <windows.h>
+
+#include <winioctl.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <vector>
+
+namespace KzCommon::Storage::Directory {
+
+/// ERROR_STOPPED_ON_SYMLINK, which the toolchain's headers lack: a folder is reached through a junction or a symbolic
+/// link that somebody else than an administrator may have made.
+inline constexpr DWORD kStoppedOnLink = 681;
+
+/// The name, with backslash at its end, of the volume that Windows knows to be mounted at the folder; empty for none.
+/// Only administrators can tell Windows; a junction that somebody else makes to a volume is not in its list.
+/// GetVolumePathNamesForVolumeNameW.
+[[nodiscard]] inline std::wstring MountedVolume(const std::wstring& tstrFolder)
+{
+    const std::wstring tstrMount = tstrFolder + L'\\';
+    wchar_t szVolume[MAX_PATH] = {};
+    if (!::GetVolumeNameForVolumeMountPointW(tstrMount.c_str(), szVolume, MAX_PATH)) return {};
+    DWORD cch = 0;
+    ::GetVolumePathNamesForVolumeNameW(szVolume, nullptr, 0, &cch);
+    std::wstring tstrPaths(cch, L'\0');
+    if (cch == 0 || !::GetVolumePathNamesForVolumeNameW(szVolume, tstrPaths.data(), cch, &cch)) return {};
+    for (const wchar_t* sz = tstrPaths.c_str(); *sz; sz += std::wcslen(sz) + 1) {
+        if (::CompareStringOrdinal(sz, -1, tstrMount.c_str(), -1, TRUE) == CSTR_EQUAL) return szVolume;
+    }
+    return {};
+}
+
+/// Whether a name of an access control list stands for administrators only, or (the creator's) for whoever owns what
+/// the list belongs to.
+[[nodiscard]] inline bool IsAdministrators(PSID pSid) noexcept
+{
+    for (const WELL_KNOWN_SID_TYPE eType :
+         {WinLocalSystemSid, WinBuiltinAdministratorsSid, WinCreatorOwnerSid, WinCreatorOwnerRightsSid}) {
+        if (::IsWellKnownSid(pSid, eType)) return true;
+    }
+    // The service that installs Windows itself.
+    constexpr struct {
+        BYTE bRevision = SID_REVISION;
+        BYTE cAuthorities = 6;
+        SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
+        DWORD authorities[6] = {80, 956008885, 3418522649, 1831038044, 1853292631, 2271478464};
+    } kInstaller;
+    return ::GetLengthSid(pSid) == sizeof(kInstaller) && std::memcmp(pSid, &kInstaller, sizeof(kInstaller)) == 0;
+}
+
+/// Whether an open folder belongs to administrators and nobody else may change it: who may write to the attributes or
+/// content of a folder can make it a link, and point a link elsewhere. False also where that cannot be told.
+/// GetKernelObjectSecurity.
+[[nodiscard]] inline bool IsChangedByAdministratorsOnly(HANDLE hFolder)
+{
+    constexpr SECURITY_INFORMATION kAsked = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    DWORD cb = 0;
+    ::GetKernelObjectSecurity(hFolder, kAsked, nullptr, 0, &cb);
+    std::vector<BYTE> descriptor(std::max<std::size_t>(cb, SECURITY_DESCRIPTOR_MIN_LENGTH));
+    if (!::GetKernelObjectSecurity(hFolder, kAsked, descriptor.data(), cb, &cb)) return false;
+    BOOL bPresent = FALSE;
+    BOOL bDefaulted = FALSE;
+    PSID pOwner = nullptr;
+    PACL pList = nullptr;
+    if (!::GetSecurityDescriptorOwner(descriptor.data(), &pOwner, &bDefaulted) || !pOwner ||
+        !::GetSecurityDescriptorDacl(descriptor.data(), &bPresent, &pList, &bDefaulted) || !bPresent || !pList) {
+        return false;
+    }
+    constexpr ACCESS_MASK kChange =
+        FILE_WRITE_DATA | FILE_WRITE_ATTRIBUTES | DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL;
+    for (DWORD uEntry = 0; uEntry < pList->AceCount; ++uEntry) {
+        void* pEntry = nullptr;
+        if (!::GetAce(pList, uEntry, &pEntry)) return false;
+        auto* const pAce = static_cast<ACCESS_ALLOWED_ACE*>(pEntry);
+        if ((pAce->Header.AceFlags & INHERIT_ONLY_ACE) || pAce->Header.AceType == ACCESS_DENIED_ACE_TYPE) continue;
+        if (pAce->Header.AceType != ACCESS_ALLOWED_ACE_TYPE) return false;
+        if ((pAce->Mask & kChange) && !IsAdministrators(&pAce->SidStart)) return false;
+    }
+    return IsAdministrators(pOwner);
+}
+
+/// The folder that an open junction or symbolic link names; empty where that cannot be told. FSCTL_GET_REPARSE_POINT.
+[[nodiscard]] inline std::wstring TargetOf(HANDLE hLink, const std::wstring& tstrLink)
+{
+    // The beginning of what the system keeps of both; that of a symbolic link has flags behind it.
+    struct Names {
+        DWORD dwTag;
+        WORD cbAll, wReserved, cbBeforeName, cbName, cbBeforeShown, cbShown;
+        DWORD dwFlags;
+    } names{};
+    constexpr DWORD kRelative = 1;
+    std::vector<BYTE> data(MAXIMUM_REPARSE_DATA_BUFFER_SIZE);
+    DWORD cb = 0;
+    if (!::DeviceIoControl(hLink, FSCTL_GET_REPARSE_POINT, nullptr, 0, data.data(), static_cast<DWORD>(data.size()),
+                           &cb, nullptr)) {
+        return {};
+    }
+    std::memcpy(&names, data.data(), sizeof(names));
+    const bool bSymbolic = names.dwTag == IO_REPARSE_TAG_SYMLINK;
+    if (!bSymbolic && names.dwTag != IO_REPARSE_TAG_MOUNT_POINT) return {};
+    const std::size_t cbBefore = sizeof(names) - (bSymbolic ? 0 : sizeof(names.dwFlags)) + names.cbBeforeName;
+    if (names.cbName == 0 || cbBefore + names.cbName > cb) return {};
+    std::wstring tstrTarget(names.cbName / sizeof(wchar_t), L'\0');
+    std::memcpy(tstrTarget.data(), data.data() + cbBefore, tstrTarget.size() * sizeof(wchar_t));
+    if (bSymbolic && (names.dwFlags & kRelative)) {
+        const bool bFromRoot = tstrTarget.starts_with(L'\\');
+        const std::size_t uRoot = RootLength(tstrLink);
+        return tstrLink.substr(0, bFromRoot ? uRoot : tstrLink.find_last_of(L'\\') + 1) + tstrTarget;
+    }
+    if (!tstrTarget.starts_with(L"\\??\\")) return {};
+    // As everybody writes it, where it names a drive: so do the lists of Windows.
+    return tstrTarget.find(L':') == 5 ? tstrTarget.substr(4) : L"\\\\?\\" + tstrTarget.substr(4);
+}
+
+/// How many links may lie behind one another.
+inline constexpr unsigned kMaxLinks = 16;
+
+[[nodiscard]] inline bool LeadsThroughLink(const std::wstring& tstrFolder, unsigned uLinks = kMaxLinks);
+
+/// Whether the program may be led through a link, a full path without backslash at its end: through a volume that an
+/// administrator has mounted, and through an administrator's link to a folder that is reached through no other kind.
+/// `tstrTarget` is then where it leads.
+[[nodiscard]] inline bool IsPassableLink(const std::wstring& tstrLink, std::wstring& tstrTarget,
+                                         unsigned uLinks = kMaxLinks)
+{
+    tstrTarget = MountedVolume(tstrLink);
+    if (!tstrTarget.empty()) return true;
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    constexpr DWORD kItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+    const UniqueFile link(::CreateFileW(tstrLink.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                        OPEN_EXISTING, kItself, nullptr));
+    if (!link || uLinks == 0 || !IsChangedByAdministratorsOnly(link.Get())) return false;
+    tstrTarget = TargetOf(link.Get(), tstrLink);
+    return !tstrTarget.empty() && !LeadsThroughLink(tstrTarget, uLinks - 1);
+}
+
+/// Whether a folder, or one above it, is a link that is refused: any but an IsPassableLink(). What is said of a folder
+/// need not stay true: HeldFolder sees to that.
+[[nodiscard]] inline bool LeadsThroughLink(const std::wstring& tstrFolder, unsigned uLinks)
+{
+    const std::wstring tstrFull = FullPath(tstrFolder);
+    std::wstring tstrTarget;
+    for (std::size_t uEnd = RootLength(tstrFull); uEnd < tstrFull.size();) {
+        uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
+        const std::wstring tstrPath = tstrFull.substr(0, uEnd);
+        if (IsLink(tstrPath) && !IsPassableLink(tstrPath, tstrTarget, uLinks)) return true;
+    }
+    return false;
+}
+
+}  // namespace KzCommon::Storage::Directory
