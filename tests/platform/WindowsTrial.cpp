@@ -9,9 +9,11 @@
 // Started by a double click it does the first and waits for a key.
 #include "Assumptions.h"
 
+#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -31,11 +33,12 @@ fs::path TrialFolder()
 
 void RemoveTrialFolder()
 {
-    std::error_code ignored;
-    for (fs::recursive_directory_iterator it(TrialFolder(), ignored), end; it != end; it.increment(ignored)) {
-        ::SetFileAttributesW(it->path().c_str(), FILE_ATTRIBUTE_NORMAL);
-    }
-    fs::remove_all(TrialFolder(), ignored);
+    // Links go themselves: some lead to all that the machine has.
+    const auto remove = [](const std::wstring& tstrPath) {
+        ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+        if (!::RemoveDirectoryW(tstrPath.c_str())) ::DeleteFileW(tstrPath.c_str());
+    };
+    static_cast<void>(KzCommon::Storage::Directory::ForEachInTree((TrialFolder() / L"").wstring(), remove, nullptr));
 }
 
 void Print(const std::wstring& tstrLine)
@@ -73,16 +76,17 @@ unsigned Try(const std::wstring& tstrVerb)
     Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
     unsigned uRow = 0;
-    for (const Assumption& row : Assumptions()) {
+    const auto tryRow = [&](const Assumption& row) {
         const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
-        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
+        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) return;
         fs::create_directories(folder);
         if (bPrepare) {
             row.pfnPrepare(folder.wstring());
         } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
             ++cDiffering;
         }
-    }
+    };
+    for (const auto table : {Assumptions(), LinkAssumptions()}) std::ranges::for_each(table, tryRow);
     return cDiffering;
 }
 
