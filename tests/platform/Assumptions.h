@@ -25,8 +25,12 @@ struct Assumption {
 
 /// Files, INI files, libraries, and what a restart makes of a few of them.
 [[nodiscard]] std::span<const Assumption> Assumptions();
+/// How files are replaced and deleted.
+[[nodiscard]] std::span<const Assumption> FileAssumptions();
 /// Rights, sessions and the registry.
 [[nodiscard]] std::span<const Assumption> SystemAssumptions();
+/// Links. Tried last: its last rows change what this process may do.
+[[nodiscard]] std::span<const Assumption> LinkAssumptions();
 
 /// Registers a move, or without destination a deletion, for the next restart. Ends the program when that fails.
 void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags = 0);

@@ -9,9 +9,11 @@
 // Started by a double click it does the first and waits for a key.
 #include "Assumptions.h"
 
+#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -32,11 +34,12 @@ fs::path TrialFolder()
 
 void RemoveTrialFolder()
 {
-    std::error_code ignored;
-    for (fs::recursive_directory_iterator it(TrialFolder(), ignored), end; it != end; it.increment(ignored)) {
-        ::SetFileAttributesW(it->path().c_str(), FILE_ATTRIBUTE_NORMAL);
-    }
-    fs::remove_all(TrialFolder(), ignored);
+    // Links go themselves: some lead to all that the machine has.
+    const auto remove = [](const std::wstring& tstrPath) {
+        ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
+        if (!::RemoveDirectoryW(tstrPath.c_str())) ::DeleteFileW(tstrPath.c_str());
+    };
+    static_cast<void>(KzCommon::Storage::Directory::ForEachInTree((TrialFolder() / L"").wstring(), remove, nullptr));
 }
 
 void Print(const std::wstring& tstrLine)
@@ -69,7 +72,7 @@ bool Judge(const Assumption& row, const std::wstring& tstrSeen)
 std::vector<Assumption> AllAssumptions()
 {
     std::vector<Assumption> all;
-    for (const auto pfnTable : {&Assumptions, &SystemAssumptions}) {
+    for (const auto pfnTable : {&Assumptions, &FileAssumptions, &SystemAssumptions, &LinkAssumptions}) {
         const std::span<const Assumption> table = pfnTable();
         all.insert(all.end(), table.begin(), table.end());
     }
