@@ -27,6 +27,22 @@ UniqueFile OpenFolder(const std::wstring& tstrPath, DWORD& dwError)
     return folder;
 }
 
+/// Opens one folder more, which is waited for while others hold it.
+bool Add(const std::wstring& tstrPath, std::vector<UniqueFile>& folders, DWORD* pdwError)
+{
+    UniqueFile folder;
+    const auto open = [&](DWORD& dwError) {
+        folder = OpenFolder(tstrPath, dwError);
+        return folder.IsValid();
+    };
+    DWORD dwError = ERROR_SUCCESS;
+    if (!TryWhileHeld(open, &dwError)) {
+        return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
+    }
+    folders.push_back(std::move(folder));
+    return true;
+}
+
 /// Where an open file or folder really lies, drives by their devices' names; empty when the system cannot tell.
 std::wstring FinalPathOf(HANDLE hFile)
 {
@@ -47,27 +63,31 @@ std::wstring WithoutBackslash(std::wstring tstrPath)
     return tstrPath;
 }
 
-/// Whether a volume that Windows knows is mounted at the folder. Only administrators can tell Windows; a junction that
-/// somebody else makes to a volume is not in its list.
-bool IsMountedVolume(const std::wstring& tstrFolder)
+/// The name, with backslash at its end, of the volume that Windows knows to be mounted at the folder; empty for none.
+/// Only administrators can tell Windows; a junction that somebody else makes to a volume is not in its list.
+std::wstring MountedVolume(const std::wstring& tstrFolder)
 {
     const std::wstring tstrMount = String::EnsureBackslash(tstrFolder);
     wchar_t szVolume[MAX_PATH] = {};
-    if (!::GetVolumeNameForVolumeMountPointW(tstrMount.c_str(), szVolume, MAX_PATH)) return false;
+    if (!::GetVolumeNameForVolumeMountPointW(tstrMount.c_str(), szVolume, MAX_PATH)) return {};
     DWORD cch = 0;
     ::GetVolumePathNamesForVolumeNameW(szVolume, nullptr, 0, &cch);
     std::wstring tstrPaths(cch, L'\0');
-    if (cch == 0 || !::GetVolumePathNamesForVolumeNameW(szVolume, tstrPaths.data(), cch, &cch)) return false;
+    if (cch == 0 || !::GetVolumePathNamesForVolumeNameW(szVolume, tstrPaths.data(), cch, &cch)) return {};
     for (const wchar_t* sz = tstrPaths.c_str(); *sz; sz += std::wcslen(sz) + 1) {
-        if (String::EqualsNoCase(sz, tstrMount)) return true;
+        if (String::EqualsNoCase(sz, tstrMount)) return szVolume;
     }
-    return false;
+    return {};
 }
 
-/// Whether a folder is a link that somebody may have pointed anywhere.
-bool IsRefused(const std::wstring& tstrFolder)
+/// False when a folder is a link that somebody may have pointed anywhere. `tstrVolume` is the volume that an
+/// administrator mounted there, empty for a folder of its own.
+bool IsPassable(const std::wstring& tstrFolder, std::wstring& tstrVolume)
 {
-    return IsLink(tstrFolder) && !IsMountedVolume(tstrFolder);
+    tstrVolume.clear();
+    if (!IsLink(tstrFolder)) return true;
+    tstrVolume = MountedVolume(tstrFolder);
+    return !tstrVolume.empty();
 }
 
 }  // namespace
@@ -75,9 +95,10 @@ bool IsRefused(const std::wstring& tstrFolder)
 bool LeadsThroughLink(const std::wstring& tstrFolder)
 {
     const std::wstring tstrFull = FullPath(tstrFolder);
+    std::wstring tstrVolume;
     for (std::size_t uEnd = RootLength(tstrFull); uEnd < tstrFull.size();) {
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
-        if (IsRefused(tstrFull.substr(0, uEnd))) return true;
+        if (!IsPassable(tstrFull.substr(0, uEnd), tstrVolume)) return true;
     }
     return false;
 }
@@ -90,16 +111,11 @@ bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError)
     std::size_t uEnd = RootLength(tstrFull);
     for (bool bRoot = true;; bRoot = false) {
         const std::wstring tstrPath = tstrFull.substr(0, uEnd);
-        const auto open = [&](DWORD& dwError) {
-            folders.push_back(OpenFolder(bRoot ? tstrPath + L'\\' : tstrPath, dwError));
-            if (!folders.back()) folders.pop_back();
-            return dwError == ERROR_SUCCESS;
-        };
-        DWORD dwError = ERROR_SUCCESS;
-        if (!TryWhileHeld(open, &dwError)) {
-            return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
-        }
-        if (!bRoot && IsRefused(tstrPath)) return Fail(kStoppedOnLink, pdwError);
+        if (!Add(bRoot ? tstrPath + L'\\' : tstrPath, folders, pdwError)) return false;
+        std::wstring tstrVolume;
+        if (!bRoot && !IsPassable(tstrPath, tstrVolume)) return Fail(kStoppedOnLink, pdwError);
+        // What a volume holds lies in its root folder, not in the one that it is mounted at.
+        if (!tstrVolume.empty() && !Add(tstrVolume, folders, pdwError)) return false;
         if (uEnd >= tstrFull.size()) break;
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
     }
