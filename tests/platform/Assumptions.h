@@ -22,8 +22,9 @@ struct Assumption {
     void (*pfnPrepare)(const std::wstring& tstrFolder) = nullptr;
 };
 
-/// All of them, in the order in which they are tried.
+// All of them, in the order in which they are tried.
 [[nodiscard]] std::span<const Assumption> Assumptions();
+[[nodiscard]] std::span<const Assumption> FileAssumptions();
 
 /// "done", or "refused (CODE)" with the last error.
 [[nodiscard]] std::wstring Outcome(BOOL bDone);

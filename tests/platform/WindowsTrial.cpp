@@ -12,6 +12,7 @@
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -73,16 +74,17 @@ unsigned Try(const std::wstring& tstrVerb)
     Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
     unsigned uRow = 0;
-    for (const Assumption& row : Assumptions()) {
+    const auto tryRow = [&](const Assumption& row) {
         const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
-        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
+        if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) return;
         fs::create_directories(folder);
         if (bPrepare) {
             row.pfnPrepare(folder.wstring());
         } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
             ++cDiffering;
         }
-    }
+    };
+    for (const auto table : {Assumptions(), FileAssumptions()}) std::ranges::for_each(table, tryRow);
     return cDiffering;
 }
 
