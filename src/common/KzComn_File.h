@@ -15,24 +15,29 @@ namespace KzCommon::Storage::File {
 [[nodiscard]] bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
 
 /// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. It is replaced as a
-/// whole, owner and access rights kept, where possible: whenever the process ends, it holds the old content or the new.
-/// A link in its place is replaced itself. Unless `bWait` is false (for new files only), what others hold is waited
-/// for, some two seconds. False with the code in `*pdwError` (may be null): ERROR_BAD_ARGUMENTS (160) when either path
-/// is empty, ERROR_ACCESS_DENIED (5) for a destination that is read-only, or hidden while the source is not,
-/// kStoppedOnLink (681) where a link that is refused (KzComn_LinkRule.h) leads to its folder, which is held meanwhile.
-/// CopyFileW, MoveFileExW.
+/// whole, owner and access rights kept, where possible: whenever the process ends, it holds the old content or the new;
+/// an owner that cannot be kept leaves a line in the trace. A link in its place is replaced itself. Unless `bWait` is
+/// false (for new files only), a file in use is waited for, some two seconds. False with the code in `*pdwError` (may be
+/// null): ERROR_BAD_ARGUMENTS (160) when either path is empty, ERROR_ACCESS_DENIED (5) for a destination that is
+/// read-only, or hidden while the source is not, kStoppedOnLink (681) where a link that is refused (KzComn_LinkRule.h)
+/// leads to its folder, which is locked meanwhile. CopyFileW, SetFileInformationByHandle.
 [[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
                         DWORD* pdwError, bool bWait = true);
 
 /// Makes `tstrCopy` a copy of `tstrSource` in one step, with its access rights and, where it can be given, its owner;
-/// an older copy, read-only or not, is replaced. False with the code in `*pdwError` (may be null), an older copy as it
-/// was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either path is empty, kStoppedOnLink (681) as above.
-/// CopyFileW, MoveFileExW.
+/// an older copy, read-only or not, is replaced; another owner leaves a line in the trace. False with the code in
+/// `*pdwError` (may be null), an older copy as it was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either
+/// path is empty, kStoppedOnLink (681) as above. CopyFileW, SetFileInformationByHandle.
 [[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
 
 /// Strips the attributes that block a deletion and deletes the file now; one that others hold is waited for, some two
-/// seconds. SetFileInformationByHandle.
+/// seconds. Who may delete what its folder holds needs no right over the file itself. SetFileInformationByHandle.
 [[nodiscard]] bool Delete(const std::wstring& tstrPath, DWORD* pdwError);
+
+/// Takes away the attributes that make Copy() refuse an existing file: read-only, hidden, system. A link itself is
+/// changed, not what it points to. True also when there is no such file. False with the code in `*pdwError` (may be
+/// null), nothing changed: ERROR_DIRECTORY (267) for a folder. SetFileAttributesW.
+[[nodiscard]] bool MakeWritable(const std::wstring& tstrPath, DWORD* pdwError);
 
 /// Registers a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. False
 /// with the code in `*pdwError` (may be null), after some two seconds for what may pass. MoveFileExW.

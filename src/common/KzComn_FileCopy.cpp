@@ -61,10 +61,9 @@ bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSourc
         Replacement replacement(tstrDestination);
         bCreated = replacement.Create(bLike ? tstrDestination : L"", FILE_ATTRIBUTE_NORMAL, &dwError);
         if (bCreated && replacement.CopyFrom(tstrSource, &dwError) &&
-            (!bLike ||
-             (replacement.TakeAccess(tstrDestination, &dwError) && replacement.TakeOwner(tstrDestination, &dwError))) &&
-            replacement.TakePlace(&dwError)) {
-            return true;
+            (!bLike || replacement.TakeAccess(tstrDestination, &dwError))) {
+            if (bLike) replacement.TakeOwner(tstrDestination);
+            if (replacement.TakePlace(&dwError)) return true;
         }
     }
     if (bLink) return Fail(dwError, pdwError);
@@ -131,8 +130,7 @@ bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWOR
         !replacement.CopyFrom(tstrSource, pdwError) || !replacement.TakeAccess(tstrSource, pdwError)) {
         return false;
     }
-    // An owner that cannot be given away costs nobody the copy.
-    static_cast<void>(replacement.TakeOwner(tstrSource, nullptr));
+    replacement.TakeOwner(tstrSource);
     Unlocked older(tstrCopy);
     older.m_bReplaced = replacement.TakePlace(pdwError);
     return older.m_bReplaced;

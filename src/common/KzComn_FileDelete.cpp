@@ -26,18 +26,24 @@ bool MarkDeleted(HANDLE hFile)
            ::SetFileInformationByHandle(hFile, FileDispositionInfo, &whenClosed, sizeof(whenClosed));
 }
 
+/// Opens a file, a link itself, for its deletion; `dwError` is ERROR_SUCCESS when that is done.
+UniqueFile OpenToDelete(const std::wstring& tstrPath, DWORD dwAccess, DWORD& dwError)
+{
+    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    UniqueFile file(::CreateFileW(tstrPath.c_str(), dwAccess, kShare, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    dwError = file ? ERROR_SUCCESS : ::GetLastError();
+    return file;
+}
+
 /// Takes away the attributes that block a deletion and deletes the file; what could not be deleted has them back. All
 /// on one open file, a link itself: nothing is done to a file that does not lie in `pHome`, where that is given.
 bool DeleteOnce(const std::wstring& tstrPath, const Directory::HeldFolder* pHome, DWORD& dwError)
 {
-    constexpr DWORD kAccess = DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES;
-    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const UniqueFile file(::CreateFileW(tstrPath.c_str(), kAccess, kShare, nullptr, OPEN_EXISTING,
-                                        FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (!file) {
-        dwError = ::GetLastError();
-        return false;
-    }
+    UniqueFile file = OpenToDelete(tstrPath, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, dwError);
+    // Who may delete what a folder holds may delete a file in it that gives no right at all, attributes included.
+    if (dwError == ERROR_ACCESS_DENIED) file = OpenToDelete(tstrPath, DELETE, dwError);
+    if (!file) return false;
     if (pHome && !pHome->IsHomeOf(file.Get())) {
         dwError = Directory::kStoppedOnLink;
         return false;

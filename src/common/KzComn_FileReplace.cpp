@@ -1,12 +1,16 @@
 #include "common/KzComn_FileReplace.h"
 
 #include "common/KzComn_ByteArray.h"
+#include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_Privilege.h"
 #include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <cwchar>
 #include <vector>
 
@@ -53,18 +57,16 @@ void RemoveLeftovers(const std::wstring& tstrFolder)
     for (const std::wstring& tstrPath : leftovers) DeleteTemporary(tstrPath);
 }
 
-/// Owner and access control list of an existing file.
+/// Owner or access control list of an existing file.
 class Security {
 public:
-    [[nodiscard]] bool Read(const std::wstring& tstrPath, DWORD* pdwError)
+    [[nodiscard]] bool Read(const std::wstring& tstrPath, SECURITY_INFORMATION asked, DWORD* pdwError)
     {
-        constexpr SECURITY_INFORMATION kAsked = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
         DWORD cb = 0;
-        ::GetFileSecurityW(tstrPath.c_str(), kAsked, nullptr, 0, &cb);
+        ::GetFileSecurityW(tstrPath.c_str(), asked, nullptr, 0, &cb);
         if (cb == 0) return Fail(::GetLastError(), pdwError);
         m_bytes.Allocate(cb);
-        return ::GetFileSecurityW(tstrPath.c_str(), kAsked, m_bytes.Data(), cb, &cb) ||
-               Fail(::GetLastError(), pdwError);
+        return ::GetFileSecurityW(tstrPath.c_str(), asked, m_bytes.Data(), cb, &cb) || Fail(::GetLastError(), pdwError);
     }
     [[nodiscard]] PSECURITY_DESCRIPTOR Get() noexcept { return m_bytes.Data(); }
 
@@ -114,6 +116,46 @@ bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
     return ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
 }
 
+/// Gives a file to the owner that `security` holds. Opened as a backup program would, for which the privilege stands
+/// in for rights that the file's own list may not give.
+bool GiveTo(Security& security, const std::wstring& tstrPath, DWORD& dwError)
+{
+    const Process::EnabledPrivilege restore(SE_RESTORE_NAME);
+    const UniqueFile file(::CreateFileW(tstrPath.c_str(), WRITE_OWNER, kShareAll, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    if (file && ::SetKernelObjectSecurity(file.Get(), OWNER_SECURITY_INFORMATION, security.Get())) return true;
+    dwError = ::GetLastError();
+    return false;
+}
+
+// FileRenameInfoEx and its flags, which the toolchain's headers keep for a version of Windows 10 that need not be
+// there: one that does not know them refuses them.
+constexpr auto kRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+constexpr DWORD kReplaceIfExists = 0x1;
+constexpr DWORD kPosixSemantics = 0x2;
+
+/// Renames a file over another one that is neither read-only nor held by somebody who lets nobody delete it. False
+/// also where the system does not know how.
+bool RenameAtOnce(const std::wstring& tstrPath, const std::wstring& tstrTarget)
+{
+    // Written through: like MOVEFILE_WRITE_THROUGH, the call returns when the new name is on the disk.
+    constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_WRITE_THROUGH;
+    const UniqueFile file(
+        ::CreateFileW(tstrPath.c_str(), DELETE | SYNCHRONIZE, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
+    if (!file) return false;
+    constexpr DWORD kHow = kReplaceIfExists | kPosixSemantics;
+    static_assert(offsetof(FILE_RENAME_INFO, ReplaceIfExists) == 0 &&
+                  offsetof(FILE_RENAME_INFO, RootDirectory) >= sizeof(kHow));
+    const std::wstring tstrFull = Directory::FullPath(tstrTarget);
+    const std::size_t cbName = tstrFull.size() * sizeof(wchar_t);
+    std::vector<BYTE> request(sizeof(FILE_RENAME_INFO) + cbName);  // with room for the null
+    auto* const pInfo = reinterpret_cast<FILE_RENAME_INFO*>(request.data());
+    std::memcpy(pInfo, &kHow, sizeof(kHow));
+    pInfo->FileNameLength = static_cast<DWORD>(cbName);
+    std::memcpy(pInfo->FileName, tstrFull.c_str(), cbName);
+    return ::SetFileInformationByHandle(file.Get(), kRenameInfoEx, pInfo, static_cast<DWORD>(request.size())) != FALSE;
+}
+
 }  // namespace
 
 bool IsTemporaryName(std::wstring_view tstrName) noexcept
@@ -141,7 +183,8 @@ bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
     Security security;
     if (!tstrLike.empty()) {
-        if (!security.Read(tstrLike, pdwError)) return false;
+        // Without the owner: Windows makes no file for an owner whom the caller may not name.
+        if (!security.Read(tstrLike, DACL_SECURITY_INFORMATION, pdwError)) return false;
         security.Switch(SE_DACL_PROTECTED);  // what the folder gives to new files stays out, for this moment, too
         attributes.lpSecurityDescriptor = security.Get();
     }
@@ -198,7 +241,7 @@ bool Replacement::Write(std::string_view strBytes, DWORD* pdwError)
 bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
 {
     Security wanted;
-    if (!wanted.Read(tstrLike, pdwError)) return false;
+    if (!wanted.Read(tstrLike, DACL_SECURITY_INFORMATION, pdwError)) return false;
     const std::string strWanted(wanted.List());
     // Without the request the system forgets that the list follows its folder's.
     if (wanted.Is(SE_DACL_AUTO_INHERITED)) wanted.Switch(SE_DACL_AUTO_INHERIT_REQ);
@@ -207,7 +250,7 @@ bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
         return Fail(::GetLastError(), pdwError);
     }
     Security given;
-    if (!given.Read(m_tstrPath, pdwError)) return false;
+    if (!given.Read(m_tstrPath, DACL_SECURITY_INFORMATION, pdwError)) return false;
     if (given.List() != strWanted) return Fail(ERROR_INVALID_ACL, pdwError);
     // To Wine a file is read-only by its access rights.
     if (::GetFileAttributesW(m_tstrPath.c_str()) != dwAttributes) {
@@ -216,19 +259,26 @@ bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
     return true;
 }
 
-bool Replacement::TakeOwner(const std::wstring& tstrLike, DWORD* pdwError)
+void Replacement::TakeOwner(const std::wstring& tstrLike)
 {
     Security wanted;
     Security given;
-    if (!wanted.Read(tstrLike, pdwError) || !given.Read(m_tstrPath, pdwError)) return false;
-    return given.HasOwnerOf(wanted) ||
-           ::SetFileSecurityW(m_tstrPath.c_str(), OWNER_SECURITY_INFORMATION, wanted.Get()) ||
-           Fail(::GetLastError(), pdwError);
+    DWORD dwError = ERROR_SUCCESS;
+    if (wanted.Read(tstrLike, OWNER_SECURITY_INFORMATION, &dwError) &&
+        given.Read(m_tstrPath, OWNER_SECURITY_INFORMATION, &dwError) &&
+        (given.HasOwnerOf(wanted) || GiveTo(wanted, m_tstrPath, dwError))) {
+        return;
+    }
+    Trace(kTraceError, L"*** KzCommon::Storage::File - [%s] does not keep its owner. [0x%08x]", m_tstrTarget.c_str(),
+          dwError);
 }
 
 bool Replacement::TakePlace(DWORD* pdwError)
 {
     const auto rename = [&](DWORD& dwError) {
+        if (RenameAtOnce(m_tstrPath, m_tstrTarget)) return true;
+        // What refused that may be an older Windows or another file system, which do not know it; what is in the way
+        // of both is told by this call's code.
         constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
         if (::MoveFileExW(m_tstrPath.c_str(), m_tstrTarget.c_str(), kFlags)) return true;
         dwError = ::GetLastError();

@@ -25,7 +25,7 @@ public:
     ~Replacement();
 
     /// Removes what ended runs left in the folder, then makes the file: open to nobody whom `tstrLike`, an existing
-    /// file, is not open to; like a new file of the folder when that is empty. CreateFileW.
+    /// file, is not open to; like a new file of the folder when that is empty. Its owner is the caller's. CreateFileW.
     [[nodiscard]] bool Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD* pdwError);
 
     /// Takes content and attributes of another file, which is waited for while others hold it; flushed. CopyFileW.
@@ -35,11 +35,14 @@ public:
 
     /// Takes exactly the access control list of `tstrLike`. SetFileSecurityW.
     [[nodiscard]] bool TakeAccess(const std::wstring& tstrLike, DWORD* pdwError);
-    /// Takes the owner of `tstrLike`, where that is another one. SetFileSecurityW.
-    [[nodiscard]] bool TakeOwner(const std::wstring& tstrLike, DWORD* pdwError);
+    /// Takes the owner of `tstrLike`, where that is another one; the caller's privilege to restore files is switched on
+    /// for that call. An owner that the system refuses costs nobody the new content: it leaves a line in the trace.
+    /// SetKernelObjectSecurity.
+    void TakeOwner(const std::wstring& tstrLike);
 
-    /// Takes the place of the target, which is waited for while others hold it. A plain rename: unlike ReplaceFileW it
-    /// leaves no moment without a file. MoveFileExW.
+    /// Takes the place of the target, which is waited for while others hold it, but for those who let it be deleted:
+    /// they keep the old content. A rename: unlike ReplaceFileW it leaves no moment without a file, and it is on the
+    /// disk when it is done. SetFileInformationByHandle; MoveFileExW where that is refused.
     [[nodiscard]] bool TakePlace(DWORD* pdwError);
 
 private:

@@ -11,11 +11,12 @@ namespace KzCommon::Storage {
 inline constexpr unsigned kHeldRepetitions = 20;
 inline constexpr DWORD kHeldPauseMs = 100;
 
-/// Whether a code can mean that another program holds the object open: ERROR_ACCESS_DENIED (5), ERROR_SHARING_VIOLATION
-/// (32), ERROR_LOCK_VIOLATION (33).
+/// Whether a code can mean that another program uses the object: ERROR_ACCESS_DENIED (5), ERROR_SHARING_VIOLATION (32),
+/// ERROR_LOCK_VIOLATION (33), ERROR_USER_MAPPED_FILE (1224).
 [[nodiscard]] constexpr bool IsHeldByOthers(DWORD dwCode) noexcept
 {
-    return dwCode == ERROR_ACCESS_DENIED || dwCode == ERROR_SHARING_VIOLATION || dwCode == ERROR_LOCK_VIOLATION;
+    return dwCode == ERROR_ACCESS_DENIED || dwCode == ERROR_SHARING_VIOLATION || dwCode == ERROR_LOCK_VIOLATION ||
+           dwCode == ERROR_USER_MAPPED_FILE;
 }
 
 /// Calls `attempt`, a bool(DWORD& dwError), until it is true: again at most kHeldRepetitions times, kHeldPauseMs apart,

@@ -48,8 +48,7 @@ bool ReplaceWhole(const std::wstring& tstrPath, std::string_view strBytes, DWORD
         !replacement.TakeAccess(tstrPath, pdwError)) {
         return false;
     }
-    // An owner that cannot be given away costs nobody the new content.
-    static_cast<void>(replacement.TakeOwner(tstrPath, nullptr));
+    replacement.TakeOwner(tstrPath);
     return replacement.TakePlace(pdwError);
 }
 

@@ -22,23 +22,7 @@ bool IsLineBreak(const XmlNode& node) noexcept
            node.tstrText.find_first_not_of(L" \t\r\n") == std::wstring::npos;
 }
 
-bool IsNameStart(wchar_t ch) noexcept
-{
-    return (ch >= L'A' && ch <= L'Z') || (ch >= L'a' && ch <= L'z') || ch == L'_';
-}
-
-bool IsNameRest(wchar_t ch) noexcept
-{
-    return IsNameStart(ch) || (ch >= L'0' && ch <= L'9') || ch == L'-' || ch == L'.';
-}
-
 }  // namespace
-
-bool IsXmlName(std::wstring_view tstrName) noexcept
-{
-    return !tstrName.empty() && IsNameStart(tstrName.front()) &&
-           std::all_of(tstrName.begin(), tstrName.end(), &IsNameRest);
-}
 
 bool IsXmlText(std::wstring_view tstrText) noexcept
 {

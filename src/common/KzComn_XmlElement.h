@@ -22,9 +22,9 @@ struct XmlAttribute {
     std::wstring tstrValue;
 };
 
-/// Whether an element or attribute of this name can be added: ASCII letters, digits, "_", "-" and ".", the first one a
-/// letter or "_". Documents that are parsed may hold any name that XML allows.
-[[nodiscard]] bool IsXmlName(std::wstring_view tstrName) noexcept;
+/// Whether an element or attribute of this name can be added: what Expat takes for a name. It is asked itself about a
+/// name with letters beyond ASCII; false where it cannot be loaded: no document was read with it either.
+[[nodiscard]] bool IsXmlName(std::wstring_view tstrName);
 /// Whether XML can carry the text: no control characters but tab, line feed and carriage return, no half of a surrogate
 /// pair.
 [[nodiscard]] bool IsXmlText(std::wstring_view tstrText) noexcept;

@@ -3,6 +3,7 @@
 #include "common/KzComn_Com.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_Retry.h"
 
 #include <shlobj.h>
 
@@ -55,6 +56,33 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
     return false;
 }
 
+/// The Win32 code in a result of the file system or of structured storage, which counts with the same numbers; another
+/// result as it is.
+[[nodiscard]] DWORD Win32CodeOf(HRESULT hr) noexcept
+{
+    const int nFacility = HRESULT_FACILITY(hr);
+    const bool bWin32 = nFacility == FACILITY_WIN32 || nFacility == FACILITY_STORAGE;
+    return static_cast<DWORD>(bWin32 ? HRESULT_CODE(hr) : hr);
+}
+
+/// Writes a link file, which others may hold: a scanner that looks at the one that was there before, for example.
+[[nodiscard]] HRESULT Save(IPersistFile& file, const std::wstring& tstrLink)
+{
+    HRESULT hr = S_OK;
+    const auto save = [&](DWORD& dwError) {
+        hr = file.Save(tstrLink.c_str(), TRUE);
+        dwError = Win32CodeOf(hr);
+        return SUCCEEDED(hr);
+    };
+    const auto mayPass = [&] {
+        const DWORD dwAttributes = ::GetFileAttributesW(tstrLink.c_str());
+        return dwAttributes == INVALID_FILE_ATTRIBUTES ||
+               !(dwAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY));
+    };
+    static_cast<void>(Storage::TryWhileHeld(save, mayPass, nullptr));
+    return hr;
+}
+
 }  // namespace
 
 bool GetAllUsersDesktop(std::wstring& tstrFolder)
@@ -94,7 +122,7 @@ bool CreateShortcut(const std::wstring& tstrLink, const LinkProperties& properti
            Done(link->SetWorkingDirectory(tstrWorkingDirectory.c_str()),
                 L"*** IShellLink::SetWorkingDirectory(%s) failed. [0x%08x]", tstrWorkingDirectory) &&
            Done(link.As(&file), L"*** IShellLink::QueryInterface(IPersistFile) failed for %s. [0x%08x]", tstrLink) &&
-           Done(file->Save(tstrLink.c_str(), TRUE), L"*** IPersistFile::Save(%s) failed. [0x%08x]", tstrLink);
+           Done(Save(*file.Get(), tstrLink), L"*** IPersistFile::Save(%s) failed. [0x%08x]", tstrLink);
 }
 
 }  // namespace InstCommon::Utility::ShellLink

@@ -25,9 +25,9 @@ struct LinkProperties {
     std::wstring tstrWorkingDirectory;
 };
 
-/// Writes the link file `tstrLink` (full path with ".lnk"), replacing an existing one. False, with a trace line that
-/// names the step and its HRESULT, when anything fails; no link is to be relied on then. Initialises COM for itself.
-/// IShellLinkW, IPersistFile.
+/// Writes the link file `tstrLink` (full path with ".lnk"), replacing an existing one, which is waited for while others
+/// hold it, some two seconds. False, with a trace line that names the step and its HRESULT, when anything fails; no
+/// link is to be relied on then. Initialises COM for itself. IShellLinkW, IPersistFile.
 [[nodiscard]] bool CreateShortcut(const std::wstring& tstrLink, const LinkProperties& properties);
 
 }  // namespace InstCommon::Utility::ShellLink

@@ -55,11 +55,17 @@ Function Real(const char* szName)
     return reinterpret_cast<Function>(reinterpret_cast<void*>(pfn));
 }
 
+std::wstring_view LastName(std::wstring_view tstrPath)
+{
+    while (tstrPath.ends_with(L'\\')) tstrPath.remove_suffix(1);
+    return tstrPath.substr(tstrPath.find_last_of(L'\\') + 1);
+}
+
 bool IsLinkName(std::wstring_view tstrPath)
 {
-    if (!s_pWatch || s_pWatch->m_tstrLink.empty()) return false;
-    while (tstrPath.ends_with(L'\\')) tstrPath.remove_suffix(1);
-    return tstrPath.substr(tstrPath.find_last_of(L'\\') + 1) == s_pWatch->m_tstrLink;
+    const std::wstring_view tstrName = LastName(tstrPath);
+    if (!s_pWatch || tstrName.empty()) return false;
+    return tstrName == s_pWatch->m_tstrLink || (!s_pWatch->m_tstrVolume.empty() && tstrName == L"Mount");
 }
 
 void MarkLink(WIN32_FIND_DATAW* pData)
@@ -68,6 +74,8 @@ void MarkLink(WIN32_FIND_DATAW* pData)
     pData->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
     pData->dwReserved0 = IO_REPARSE_TAG_SYMLINK;
 }
+
+constexpr int kRenameInfoEx = 22;
 
 }  // namespace
 
@@ -101,13 +109,42 @@ WATCHED(SetFileAttributesW, BOOL, (LPCWSTR sz, DWORD dw), (sz, dw), sz, false, F
 WATCHED(CopyFileW, BOOL, (LPCWSTR szFrom, LPCWSTR sz, BOOL b), (szFrom, sz, b), sz, false, FALSE)
 WATCHED(CreateHardLinkW, BOOL, (LPCWSTR sz, LPCWSTR szFrom, LPSECURITY_ATTRIBUTES p), (sz, szFrom, p), sz, false, FALSE)
 WATCHED(WritePrivateProfileStringW, BOOL, (LPCWSTR s, LPCWSTR k, LPCWSTR v, LPCWSTR sz), (s, k, v, sz), sz, false, FALSE)
-WATCHED(CreateFileW, HANDLE, (LPCWSTR sz, DWORD a, DWORD s, LPSECURITY_ATTRIBUTES p, DWORD c, DWORD f, HANDLE h), (sz, a, s, p, c, f, h),
-        a & (GENERIC_WRITE | DELETE) ? sz : nullptr, false, INVALID_HANDLE_VALUE)
 WATCHED(RegCreateKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD r, LPWSTR c, DWORD o, REGSAM a, const LPSECURITY_ATTRIBUTES p, PHKEY k, LPDWORD d),
         (h, sz, r, c, o, a, p, k, d), sz, true, ERROR_ACCESS_DENIED)
 WATCHED(RegOpenKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD o, REGSAM a, PHKEY k), (h, sz, o, a, k), a & (DELETE | KEY_SET_VALUE) ? sz : nullptr,
         true, ERROR_ACCESS_DENIED)
 // clang-format on
+
+REPLACED(CreateFileW, HANDLE,
+         (LPCWSTR sz, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES p, DWORD dwHow, DWORD dwFlags, HANDLE h))
+{
+    if (!MayPass("CreateFileW", dwAccess & (GENERIC_WRITE | DELETE) ? sz : nullptr)) return INVALID_HANDLE_VALUE;
+    if ((dwAccess & FILE_WRITE_ATTRIBUTES) && Fails("CreateFileW attributes", sz)) return INVALID_HANDLE_VALUE;
+    PSID pOwner = nullptr;
+    BOOL bDefaulted = FALSE;
+    if (p && p->lpSecurityDescriptor) ::GetSecurityDescriptorOwner(p->lpSecurityDescriptor, &pOwner, &bDefaulted);
+    if (pOwner && Fails("CreateFileW owner", sz)) return INVALID_HANDLE_VALUE;
+    return REAL(CreateFileW)(sz, dwAccess, dwShare, p, dwHow, dwFlags, h);
+}
+
+REPLACED(GetFileSecurityW, BOOL,
+         (LPCWSTR sz, SECURITY_INFORMATION asked, PSECURITY_DESCRIPTOR p, DWORD cb, LPDWORD pcb))
+{
+    const BOOL bDone = REAL(GetFileSecurityW)(sz, asked, p, cb, pcb);
+    const bool bForeign = s_pWatch && !s_pWatch->m_tstrForeign.empty() && LastName(sz) == s_pWatch->m_tstrForeign;
+    PSID pOwner = nullptr;
+    BOOL bDefaulted = FALSE;
+    if (!bDone || !bForeign || !::GetSecurityDescriptorOwner(p, &pOwner, &bDefaulted) || !pOwner) return bDone;
+    DWORD cbSid = ::GetLengthSid(pOwner);
+    EXPECT_TRUE(::CreateWellKnownSid(WinLocalSystemSid, nullptr, pOwner, &cbSid)) << "in the place of the owner";
+    return TRUE;
+}
+
+REPLACED(SetKernelObjectSecurity, BOOL, (HANDLE h, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR p))
+{
+    if ((what & OWNER_SECURITY_INFORMATION) && Fails("SetKernelObjectSecurity owner", L"")) return FALSE;
+    return REAL(SetKernelObjectSecurity)(h, what, p);
+}
 
 REPLACED(MoveFileExW, BOOL, (LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags))
 {
@@ -128,6 +165,28 @@ REPLACED(GetVolumePathNameW, BOOL, (LPCWSTR sz, LPWSTR szMount, DWORD cch))
     if (Fails("GetVolumePathNameW", sz)) return FALSE;
     if (s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     szMount[s_pWatch->m_tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
+    return TRUE;
+}
+
+REPLACED(GetVolumeNameForVolumeMountPointW, BOOL, (LPCWSTR sz, LPWSTR szVolume, DWORD cch))
+{
+    if (!IsLinkName(sz) || s_pWatch->m_tstrVolume.empty()) {
+        return REAL(GetVolumeNameForVolumeMountPointW)(sz, szVolume, cch);
+    }
+    szVolume[(s_pWatch->m_tstrSandbox + s_pWatch->m_tstrVolume + L"\\").copy(szVolume, cch - 1)] = L'\0';
+    return TRUE;
+}
+
+REPLACED(GetVolumePathNamesForVolumeNameW, BOOL, (LPCWSTR sz, LPWSTR szPaths, DWORD cch, PDWORD pcch))
+{
+    if (!s_pWatch || s_pWatch->m_tstrVolume.empty()) {
+        return REAL(GetVolumePathNamesForVolumeNameW)(sz, szPaths, cch, pcch);
+    }
+    const std::wstring tstrPaths = s_pWatch->m_tstrSandbox + L"Mount\\" + std::wstring(2, L'\0');
+    *pcch = static_cast<DWORD>(tstrPaths.size());
+    if (cch < tstrPaths.size()) ::SetLastError(ERROR_MORE_DATA);
+    if (cch < tstrPaths.size()) return FALSE;
+    tstrPaths.copy(szPaths, cch);
     return TRUE;
 }
 
@@ -156,12 +215,43 @@ REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
 REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD cch, DWORD dwFlags))
 {
     const DWORD cchDone = REAL(GetFinalPathNameByHandleW)(hFile, szPath, cch, dwFlags);
-    return cchDone < cch && Fails("GetFinalPathNameByHandleW", szPath) ? 0 : cchDone;
+    if (cchDone >= cch) return cchDone;
+    if (Fails("GetFinalPathNameByHandleW", szPath)) return 0;
+    if (!s_pWatch || s_pWatch->m_tstrVolume.empty()) return cchDone;
+    // What is in a mounted volume lies elsewhere than the folder that it is mounted at.
+    std::wstring tstrPath = szPath;
+    KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
+    EXPECT_LT(tstrPath.size(), cch);
+    szPath[tstrPath.copy(szPath, cch - 1)] = L'\0';
+    return static_cast<DWORD>(tstrPath.size());
+}
+
+/// What a system does with FileRenameInfoEx that knows it, or one that does not.
+static BOOL RenameAtOnce(HANDLE hFile, const void* p, DWORD cb)
+{
+    if (!s_pWatch->m_bRenamesAtOnce) ::SetLastError(ERROR_INVALID_PARAMETER);
+    if (!s_pWatch->m_bRenamesAtOnce) return FALSE;
+    wchar_t szFrom[1024] = {};
+    REAL(GetFinalPathNameByHandleW)(hFile, szFrom, 1024, VOLUME_NAME_DOS);
+    const auto* const pInfo = static_cast<const FILE_RENAME_INFO*>(p);
+    const std::wstring tstrTo(pInfo->FileName, pInfo->FileNameLength / sizeof(wchar_t));
+    EXPECT_GE(cb, offsetof(FILE_RENAME_INFO, FileName) + pInfo->FileNameLength + sizeof(wchar_t)) << "with its null";
+    s_pWatch->m_renames.push_back(std::wstring(LastName(szFrom)) + L" > " + tstrTo + L" " +
+                                  std::to_wstring(*static_cast<const DWORD*>(p)));
+    // Over a file that lets itself be deleted, whoever has it open.
+    const std::wstring tstrAside = tstrTo + L".aside";
+    const bool bAside = REAL(MoveFileExW)(tstrTo.c_str(), tstrAside.c_str(), 0) != FALSE;
+    const BOOL bDone = REAL(MoveFileExW)(szFrom, tstrTo.c_str(), 0);
+    const DWORD dwError = ::GetLastError();
+    if (bAside) REAL(DeleteFileW)(tstrAside.c_str());
+    ::SetLastError(dwError);
+    return bDone;
 }
 
 REPLACED(SetFileInformationByHandle, BOOL, (HANDLE hFile, FILE_INFO_BY_HANDLE_CLASS eClass, LPVOID p, DWORD cb))
 {
     if (Fails("SetFileInformationByHandle", std::to_wstring(eClass))) return FALSE;
+    if (s_pWatch && static_cast<int>(eClass) == kRenameInfoEx) return RenameAtOnce(hFile, p, cb);
     return REAL(SetFileInformationByHandle)(hFile, eClass, p, cb);
 }
 

@@ -5,7 +5,9 @@
 #include "common/KzComn_HeldFolder.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
+#include "support/RecordedTrace.h"
 #include "support/TempFolder.h"
+#include "support/watch/SystemWatch.h"
 
 #include <gmock/gmock.h>
 #include <sddl.h>
@@ -17,6 +19,7 @@ using namespace KzCommon;
 using namespace KzCommon::Storage;
 using ::testing::AnyOf;
 using ::testing::ElementsAre;
+using ::testing::StartsWith;
 
 namespace {
 
@@ -81,6 +84,22 @@ std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
     wchar_t szName[40] = {};
     ::_snwprintf_s(szName, _TRUNCATE, L"~kzcomn-%08lx-%02u.tmp", dwProcess, uNumber);
     return szName;
+}
+
+/// Whether the process has its privilege to restore files switched on.
+bool MayRestore()
+{
+    UniqueKernelHandle token;
+    EXPECT_TRUE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.Receive()));
+    BYTE buffer[2048] = {};
+    DWORD cb = 0;
+    EXPECT_TRUE(::GetTokenInformation(token.Get(), TokenPrivileges, buffer, sizeof(buffer), &cb));
+    LUID restore{};
+    EXPECT_TRUE(::LookupPrivilegeValueW(nullptr, SE_RESTORE_NAME, &restore));
+    const auto& all = *reinterpret_cast<const TOKEN_PRIVILEGES*>(buffer);
+    return std::any_of(all.Privileges, all.Privileges + all.PrivilegeCount, [&](const LUID_AND_ATTRIBUTES& one) {
+        return one.Luid.LowPart == restore.LowPart && (one.Attributes & SE_PRIVILEGE_ENABLED);
+    });
 }
 
 }  // namespace
@@ -148,6 +167,29 @@ TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
         EXPECT_EQ(bDone && nWay == eKeepCopy ? 0 : dwAttributes, dwAfter & (dwAttributes | kLocked));
         if (bFolder) continue;
         EXPECT_EQ(bDone ? way.expected : "o", folder.Read(L"old"));
+    }
+}
+
+TEST(Replace, AFileThatWasMadeWritableIsReplaced)
+{
+    const std::tuple<const wchar_t*, DWORD, DWORD> rows[] = {{L"old", 0, 0},
+                                                             {L"old", FILE_ATTRIBUTE_READONLY, 0},
+                                                             {L"old", kLocked | FILE_ATTRIBUTE_SYSTEM, 0},
+                                                             {L"none", 0, 0},
+                                                             {L"none\\old", 0, 0},
+                                                             {L"folder", 0, ERROR_DIRECTORY}};
+    for (const auto& [szName, dwAttributes, dwCode] : rows) {
+        SCOPED_TRACE(String::ToUtf8(szName) + std::to_string(dwAttributes));
+        const TempFolder folder;
+        folder.Write(L"new", "n");
+        folder.MakeFolder(L"folder");
+        ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
+        DWORD dwError = 0;
+        EXPECT_EQ(dwCode == 0, File::MakeWritable(folder.PathOf(szName), &dwError));
+        EXPECT_EQ(dwCode, dwError);
+        if (dwAttributes == 0) continue;
+        EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), folder.PathOf(L"new"), true, nullptr));
+        EXPECT_EQ("n", folder.Read(L"old"));
     }
 }
 
@@ -250,4 +292,115 @@ TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
         EXPECT_FALSE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
     }
     EXPECT_TRUE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
+}
+
+TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
+{
+    ASSERT_FALSE(MayRestore()) << "the privilege is not switched on by default";
+    for (const DWORD dwRefused : {ERROR_SUCCESS, ERROR_INVALID_OWNER, ERROR_ACCESS_DENIED}) {
+        for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole], kWays[eKeepCopy]}) {
+            SCOPED_TRACE(way.szName + std::to_string(dwRefused));
+            const TempFolder folder;
+            const bool bKept = std::string(way.szName) == "KeepCopy";
+            folder.Write(L"new", "n");
+            ASSERT_TRUE(
+                ::CreateHardLinkW(folder.PathOf(L"second").c_str(), folder.Write(L"old", "o").c_str(), nullptr));
+            const RecordedTrace trace;
+            SystemWatch watch(folder.Path());
+            watch.m_tstrForeign = bKept ? L"new" : L"old";
+            unsigned cGiven = 0;
+            watch.m_fault = [&](std::string_view strCall, auto&&) -> DWORD {
+                if (strCall == "CreateFileW owner") return ERROR_INVALID_OWNER;
+                if (strCall != "SetKernelObjectSecurity owner") return ERROR_SUCCESS;
+                ++cGiven;
+                return MayRestore() ? dwRefused : ERROR_INVALID_OWNER;
+            };
+            DWORD dwError = 0;
+            EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
+            EXPECT_EQ("n", folder.Read(L"old"));
+            EXPECT_EQ("o", folder.Read(L"second")) << "replaced, not written to";
+            EXPECT_EQ(1U, cGiven);
+            EXPECT_FALSE(MayRestore()) << "for that call only";
+            const std::string strLine = "!!! *** KzCommon::Storage::File - [" + String::ToUtf8(folder.PathOf(L"old")) +
+                                        "] does not keep its owner. [0x";
+            EXPECT_EQ(dwRefused ? 1U : 0U, trace.Messages().size());
+            for (const std::string& strTraced : trace.Messages()) EXPECT_THAT(strTraced, StartsWith(strLine));
+        }
+    }
+}
+
+TEST(Replace, ReadersWhoLetAFileBeDeletedDoNotStopItsReplacementWhereTheSystemCanDoThat)
+{
+    for (const bool bKnown : {true, false}) {
+        const TempFolder folder;
+        const std::wstring tstrOld = folder.Write(L"old", "o");
+        SystemWatch watch(folder.Path());
+        watch.m_bRenamesAtOnce = bKnown;
+        unsigned cMoves = 0;
+        watch.m_fault = [&](std::string_view strCall, auto&&) -> DWORD {
+            cMoves += strCall == "MoveFileExW" ? 1 : 0;
+            return ERROR_SUCCESS;
+        };
+        EXPECT_TRUE(File::ReplaceWhole(tstrOld, "n", nullptr));
+        EXPECT_EQ("n", folder.Read(L"old"));
+        EXPECT_EQ(bKnown ? 0U : 1U, cMoves);
+        EXPECT_THAT(folder.List(), ElementsAre(L"old"));
+        if (!bKnown) continue;
+        // Replace if it exists, with POSIX semantics.
+        EXPECT_THAT(watch.m_renames, ElementsAre(TemporaryName(::GetCurrentProcessId(), 0) + L" > " + tstrOld + L" 3"));
+        const UniqueFile reader(::CreateFileW(tstrOld.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                              nullptr, OPEN_EXISTING, 0, nullptr));
+        EXPECT_TRUE(File::ReplaceWhole(tstrOld, "m", nullptr));
+        EXPECT_EQ("m", folder.Read(L"old"));
+    }
+}
+
+TEST(Replace, AMappedFileCountsAsInUse)
+{
+    const TempFolder folder;
+    folder.Write(L"new", "n");
+    SystemWatch watch(folder.Path());
+    unsigned cAttempts = 0;
+    watch.m_fault = [&](std::string_view strCall, auto&&) -> DWORD {
+        return strCall == "CopyFileW" && ++cAttempts < 3 ? ERROR_USER_MAPPED_FILE : ERROR_SUCCESS;
+    };
+    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), folder.PathOf(L"new"), true, nullptr));
+    EXPECT_EQ(3U, cAttempts);
+}
+
+TEST(Replace, AFileThatOnlyItsFolderLetsOneDeleteIsDeleted)
+{
+    for (const int nWay : {eDelete, eDeleteFiles}) {
+        const TempFolder folder;
+        folder.Write(L"old", "o");
+        SystemWatch watch(folder.Path());
+        watch.m_fault = [](std::string_view strCall, auto&&) -> DWORD {
+            return strCall == "CreateFileW attributes" ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+        };
+        const ULONGLONG ullStart = ::GetTickCount64();
+        DWORD dwError = 0;
+        EXPECT_TRUE(kWays[nWay].act(folder, &dwError)) << dwError;
+        EXPECT_FALSE(folder.Read(L"old"));
+        EXPECT_LT(::GetTickCount64() - ullStart, 1500U) << "at once";
+    }
+}
+
+TEST(Replace, FilesInTheRootOfAMountedVolumeAreDeletedAndThoseBehindSomebodysLinkToItAreNot)
+{
+    for (const std::wstring tstrFolder : {L"Mount", L"Mount\\inside", L"Link"}) {
+        SCOPED_TRACE(String::ToUtf8(tstrFolder));
+        const TempFolder folder;
+        folder.MakeFolder(L"Volume\\inside");
+        const std::wstring tstrFile = tstrFolder + L"\\a";
+        folder.Write(tstrFile, "");
+        SystemWatch watch(folder.Path());
+        watch.m_tstrVolume = L"Volume";
+        watch.m_tstrLink = L"Link";
+        const bool bLink = tstrFolder == L"Link";
+        EXPECT_EQ(bLink, Directory::LeadsThroughLink(folder.PathOf(tstrFolder)));
+        DWORD dwError = 0;
+        EXPECT_EQ(!bLink, Directory::DeleteFiles(folder.PathOf(tstrFolder) + L"\\", L"*", &dwError));
+        EXPECT_EQ(bLink ? Directory::kStoppedOnLink : 0, dwError);
+        EXPECT_EQ(bLink, folder.Read(tstrFile).has_value());
+    }
 }

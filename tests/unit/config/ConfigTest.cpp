@@ -166,6 +166,7 @@ TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
         {"{'/D':'1','/A':5,'':'x','/B/C':'\\u0001'}", ">0<", ">1<", kRefused},
         {"{'/D':'1','/A b/C':'x','/A':'{protected}AAAA'}", ">0<", ">1<", kRefused},
         {"{'/New/Sub':'n'}", "</D>", "</D>\n  <New><Sub>n</Sub></New>", 0},
+        {"{'/Stra\xC3\x9F""e':'n'}", "</D>", "</D>\n  <Stra\xC3\x9F""e>n</Stra\xC3\x9F""e>", 0},
         {"{'/ProxySettings/Port':'1'}", "</D>", "</D>\n  <ProxySettings><Port type='int'>1</Port></ProxySettings>", 0},
         {"{'/A':'1','/b/c':'x','/D':null}", "", "", 0}};  // clang-format on
     for (const auto& [szData, strReplaced, szBy, dwResult] : rows) {

@@ -14,6 +14,7 @@
 
 #include <filesystem>
 #include <set>
+#include <thread>
 
 using namespace testing;
 using namespace KzCommon;
@@ -158,6 +159,24 @@ TEST_F(ShortCutTest, ANameThatTheSystemRefusesAndALinkThatIsHeldDoNoHarmToTheOth
     EXPECT_EQ("D\\B.lnk ", Found());
     EXPECT_EQ(1, CountTraced("!!! *** ::DeleteFile(" + String::ToUtf8(tstrHeld) + ") failed. [0x00000020]"));
     EXPECT_EQ(5, CountTraced("!!! *** ::DeleteFile("));
+}
+
+TEST_F(ShortCutTest, ALinkThatIsHeldForAMomentIsWaitedForAndAFolderInItsPlaceIsNot)
+{
+    const std::wstring tstrLink = m_shell.PathOf(L"D\\A.lnk");
+    ASSERT_TRUE(Links::CreateShortcut(tstrLink, {}));  // the first of a process takes its time
+    const std::optional<std::string> old = m_shell.Read(L"D\\A.lnk");
+    UniqueFile held(::CreateFileW(tstrLink.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    std::jthread release([&] { ::Sleep(300), held.Reset(); });
+    EXPECT_TRUE(Links::CreateShortcut(tstrLink, {L"", L"", L"", L"new", L""}));
+    release.join();
+    EXPECT_NE(old, m_shell.Read(L"D\\A.lnk"));
+    EXPECT_TRUE(m_trace.Lines().empty());
+
+    const ULONGLONG ullStart = ::GetTickCount64();
+    EXPECT_FALSE(Links::CreateShortcut(m_shell.MakeFolder(L"D\\F.lnk"), {}));
+    EXPECT_LT(::GetTickCount64() - ullStart, 1500U);
+    EXPECT_EQ(1, CountTraced("!!! *** IPersistFile::Save("));
 }
 
 TEST_F(ShortCutTest, AProgramWithoutAnIconTakesTheIconFileBesideIt)
