@@ -258,7 +258,7 @@ std::wstring List(const std::wstring& tstrPattern)
 
 // question, assumed, Wine 8 where it differs, what depends on it; clang-format would give each trial lines of its own
 // clang-format off
-constexpr Assumption kRows[] = {
+constexpr Assumption kFileRows[] = {
     {L"a new file whose owner is to be the system", L"refused (1307)", L"done",
      L"a replaced file is made without its owner", &CreateForSystem},
     {L"the same with SeRestorePrivilege switched on", L"done", nullptr, L"its owner is given with that privilege",
@@ -331,7 +331,7 @@ constexpr Assumption kRows[] = {
 
 std::span<const Assumption> FileAssumptions()
 {
-    return kRows;
+    return kFileRows;
 }
 
 }  // namespace Platform

@@ -184,7 +184,7 @@ std::wstring WhatWasDeleted(const std::wstring& tstrFolder)
 
 // question, assumed, Wine 8 where it differs, what depends on it; clang-format would give each trial lines of its own
 // clang-format off
-constexpr Assumption kRows[] = {
+constexpr Assumption kLinkRows[] = {
     {L"a standard user's junction in ProgramData, by the product's rule", L"refused", kNoJunction,
      L"what is copied, made, deleted and traced there",
      [](const std::wstring&) { return RuleInside(Process::CommonAppDataFolder(), true); }},
@@ -217,7 +217,7 @@ constexpr Assumption kRows[] = {
 
 std::span<const Assumption> LinkAssumptions()
 {
-    return kRows;
+    return kLinkRows;
 }
 
 }  // namespace Platform

@@ -153,7 +153,7 @@ std::wstring RedirectedRegistry(const std::wstring&)
 
 // question, assumed, Wine 8 where it differs, what depends on it
 // clang-format off
-constexpr Assumption kRows[] = {
+constexpr Assumption kSystemRows[] = {
     {L"a run-once command whose program requires elevation", L"runs, elevated", nullptr,
      L"the rename after the restart", &RightsOfCommand, &RunOnceElevated},
     {L"a thousand delayed moves", L"all, in order", nullptr,
@@ -170,7 +170,7 @@ constexpr Assumption kRows[] = {
 
 std::span<const Assumption> SystemAssumptions()
 {
-    return kRows;
+    return kSystemRows;
 }
 
 void NoteRights(const std::wstring& tstrPath)
