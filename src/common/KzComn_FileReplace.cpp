@@ -134,8 +134,8 @@ constexpr auto kRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
 constexpr DWORD kReplaceIfExists = 0x1;
 constexpr DWORD kPosixSemantics = 0x2;
 
-/// Renames a file over another one that is neither read-only nor held by somebody who lets nobody delete it. False
-/// also where the system does not know how.
+/// Renames a file over another one. False where that one is read-only or open in a program that does not share its
+/// deletion, and where the system does not know the request.
 bool RenameAtOnce(const std::wstring& tstrPath, const std::wstring& tstrTarget)
 {
     // Written through: like MOVEFILE_WRITE_THROUGH, the call returns when the new name is on the disk.

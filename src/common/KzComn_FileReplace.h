@@ -36,13 +36,13 @@ public:
     /// Takes exactly the access control list of `tstrLike`. SetFileSecurityW.
     [[nodiscard]] bool TakeAccess(const std::wstring& tstrLike, DWORD* pdwError);
     /// Takes the owner of `tstrLike`, where that is another one; the caller's privilege to restore files is switched on
-    /// for that call. An owner that the system refuses costs nobody the new content: it leaves a line in the trace.
+    /// for that call. An owner that the system refuses leaves a line in the trace, and the replacement goes on.
     /// SetKernelObjectSecurity.
     void TakeOwner(const std::wstring& tstrLike);
 
-    /// Takes the place of the target, which is waited for while others hold it, but for those who let it be deleted:
-    /// they keep the old content. A rename: unlike ReplaceFileW it leaves no moment without a file, and it is on the
-    /// disk when it is done. SetFileInformationByHandle; MoveFileExW where that is refused.
+    /// Takes the place of the target, which is waited for while others hold it. Programs that share its deletion do not
+    /// stop it: they keep the old content. A rename: unlike ReplaceFileW it leaves no moment without a file, and it is
+    /// on the disk when it is done. SetFileInformationByHandle; MoveFileExW where that is refused.
     [[nodiscard]] bool TakePlace(DWORD* pdwError);
 
 private:

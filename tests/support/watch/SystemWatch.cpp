@@ -218,7 +218,7 @@ REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD c
     if (cchDone >= cch) return cchDone;
     if (Fails("GetFinalPathNameByHandleW", szPath)) return 0;
     if (!s_pWatch || s_pWatch->m_tstrVolume.empty()) return cchDone;
-    // What is in a mounted volume lies elsewhere than the folder that it is mounted at.
+    // A file in a mounted volume has the volume's path, not the path of the folder.
     std::wstring tstrPath = szPath;
     KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
     EXPECT_LT(tstrPath.size(), cch);
@@ -238,7 +238,7 @@ static BOOL RenameAtOnce(HANDLE hFile, const void* p, DWORD cb)
     EXPECT_GE(cb, offsetof(FILE_RENAME_INFO, FileName) + pInfo->FileNameLength + sizeof(wchar_t)) << "with its null";
     s_pWatch->m_renames.push_back(std::wstring(LastName(szFrom)) + L" > " + tstrTo + L" " +
                                   std::to_wstring(*static_cast<const DWORD*>(p)));
-    // Over a file that lets itself be deleted, whoever has it open.
+    // The target goes aside first: programs that share its deletion may have it open.
     const std::wstring tstrAside = tstrTo + L".aside";
     const bool bAside = REAL(MoveFileExW)(tstrTo.c_str(), tstrAside.c_str(), 0) != FALSE;
     const BOOL bDone = REAL(MoveFileExW)(szFrom, tstrTo.c_str(), 0);
