@@ -1,6 +1,7 @@
 #include "check/ErrorWords.h"
 
 #include "common/KzComn_Exception.h"
+#include "common/KzComn_LinkRule.h"
 
 #include <iterator>
 
@@ -13,6 +14,8 @@ struct WordsRow {
     const wchar_t* szWords;
 };
 
+constexpr DWORD kUntrustedJunction = 448;  // ERROR_UNTRUSTED_MOUNT_POINT, which the toolchain's headers lack
+
 /// Codes that mean something of their own here, or that Windows has no good words for.
 constexpr WordsRow kWords[] = {
     {ERROR_FILE_NOT_FOUND, L"no such file, section, key or value"},
@@ -23,6 +26,8 @@ constexpr WordsRow kWords[] = {
     {ERROR_SHARING_VIOLATION, L"another program has the file open"},
     {ERROR_BAD_ARGUMENTS, L"a path is empty: usually the install folder is not known"},
     {ERROR_BAD_PATHNAME, L"the path is not full, or names a whole drive"},
+    {kUntrustedJunction, L"a standard user's junction leads there: Windows refuses it"},
+    {KzCommon::Storage::Directory::kStoppedOnLink, L"a junction or symbolic link leads there that users may have made"},
     {ERROR_XML_PARSE_ERROR, L"not XML: the line says where"},
     {ERROR_CTX_WINSTATION_NOT_FOUND, L"no session at the console could show the question"},
     {static_cast<DWORD>(REGDB_E_CLASSNOTREG), L"the shell does not offer this"},

@@ -62,7 +62,8 @@ bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWOR
 {
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     if (IsExisted(tstrPath)) return true;
-    // Those above are held meanwhile: nobody can put a link in their place that leads the new folder elsewhere.
+    // The folders above are held meanwhile: nobody can put a link in the place of one and have the new folder
+    // elsewhere.
     HeldFolder folder;
     if (!folder.Hold(tstrPath, pdwError, {.bMake = true, .pAttributes = pAttributes})) return false;
     return IsExisted(tstrPath) || Fail(ERROR_ALREADY_EXISTS, pdwError);  // a file of that name

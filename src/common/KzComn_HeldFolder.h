@@ -24,7 +24,7 @@ public:
     };
 
     /// Opens the folders on the way to `tstrFolder`, from its drive or share on. False with the code: kStoppedOnLink
-    /// (681) when one of them is a link that is refused (KzComn_LinkRule.h): whoever made it can point it anywhere.
+    /// (681) when one of them is a link that is refused (KzComn_LinkRule.h): its maker can point it anywhere.
     /// ERROR_PATH_NOT_FOUND (3) when one is missing. CreateFileW, CreateDirectoryW.
     [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way);
     [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError) { return Hold(tstrFolder, pdwError, {}); }

@@ -1,6 +1,5 @@
-// Which links the program may be led through: those that nobody but an administrator can have made. It runs with full
-// rights, and whoever makes a junction or a symbolic link chooses where it works. Stands by itself, for the trace
-// library, too.
+// Which links the program follows: only an administrator can have made them. It runs with full rights, and the maker of
+// a junction or a symbolic link chooses where it works. Stands by itself, for the trace library, too.
 #pragma once
 
 #include "common/KzComn_FolderPath.h"
@@ -39,8 +38,7 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return {};
 }
 
-/// Whether a name of an access control list stands for administrators only, or (the creator's) for whoever owns what
-/// the list belongs to.
+/// Whether an identifier stands for administrators only or, in an access control list, for the owner.
 [[nodiscard]] inline bool IsAdministrators(PSID pSid) noexcept
 {
     for (const WELL_KNOWN_SID_TYPE eType :
@@ -57,8 +55,9 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return ::GetLengthSid(pSid) == sizeof(kInstaller) && std::memcmp(pSid, &kInstaller, sizeof(kInstaller)) == 0;
 }
 
-/// Whether an open folder belongs to administrators and nobody else may change it: who may write to the attributes or
-/// content of a folder can make it a link, and point a link elsewhere. False also where that cannot be told.
+/// Whether an open folder belongs to administrators and nobody else may change it. The right to write to a folder's
+/// attributes or content is enough to make it a link, and to point a link elsewhere. False also for one whose rights
+/// cannot be read.
 /// GetKernelObjectSecurity.
 [[nodiscard]] inline bool IsChangedByAdministratorsOnly(HANDLE hFolder)
 {
@@ -88,7 +87,7 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return IsAdministrators(pOwner);
 }
 
-/// The folder that an open junction or symbolic link names; empty where that cannot be told. FSCTL_GET_REPARSE_POINT.
+/// The folder that an open junction or symbolic link names; empty for one that cannot be read. FSCTL_GET_REPARSE_POINT.
 [[nodiscard]] inline std::wstring TargetOf(HANDLE hLink, const std::wstring& tstrLink)
 {
     // The beginning of what the system keeps of both; that of a symbolic link has flags behind it.
