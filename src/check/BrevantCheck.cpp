@@ -29,7 +29,8 @@ constexpr Verb kVerbs[] = {
     {L"plan", L"UPDATE [--installed DIR] [--format text|json]",
      L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run; does nothing of\n"
      L"it. An update elsewhere than in the install folder is taken as if it lay there.\n\n"
-     L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   [restart] when Windows starts again\n\n"
+     L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller may not look\n"
+     L"  [restart] when Windows starts again\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson, 1, 1, RunPlan},
@@ -42,7 +43,7 @@ constexpr Verb kVerbs[] = {
      L"Says of each promise of a manifest, FILE, whether this machine has it. Without FILE the newest deployment in\n"
      L"the product's trace tells what was promised; then the files' contents are not known.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n\n"
-     L"Exit code: 0 complete, 1 not, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
+     L"Exit code: 0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson, 0, 1, RunVerify},
     {L"trace", L"FILE... [--all]",
      L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"

@@ -4,6 +4,7 @@
 #include "check/Instructions.h"
 #include "check/XmlForm.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -34,6 +35,7 @@ std::vector<PackageLayout::FolderCopy> CopiesOf(const Update& update, const std:
 bool Takes(const PackageLayout::FolderCopy& copy, std::wstring_view tstrFile)
 {
     if (!String::IsBelow(tstrFile, copy.tstrSourceDir)) return false;
+    if (Storage::File::IsTemporaryName(tstrFile.substr(String::FolderPart(tstrFile).size()))) return false;
     const bool bBelow = tstrFile.find(L'\\', copy.tstrSourceDir.size()) != std::wstring_view::npos;
     return !bBelow || copy.eDepth == PackageLayout::Depth::eWithSubfolders;
 }

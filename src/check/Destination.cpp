@@ -29,6 +29,18 @@ const std::vector<std::wstring>& PlaceholdersOfPlaces()
     return s_placeholders;
 }
 
+/// The placeholder in front of a place; empty without one.
+std::wstring PlaceholderOf(std::wstring_view tstrPlace)
+{
+    for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
+        if (tstrPlace.starts_with(tstrPlaceholder)) return tstrPlaceholder;
+    }
+    return {};
+}
+
+/// Stands for the folder of a placeholder while a place is resolved; nothing is looked up there.
+constexpr wchar_t kStandIn[] = L"C:\\{}\\";
+
 }  // namespace
 
 bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
@@ -51,16 +63,31 @@ bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
 
 bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination)
 {
-    for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
-        if (!tstrText.starts_with(tstrPlaceholder)) continue;
-        std::wstring_view tstrName = tstrText.substr(tstrPlaceholder.size());
-        if (tstrName.starts_with(L'\\')) tstrName.remove_prefix(1);
-        if (!tstrName.empty() && !IsRelativeName(tstrName, bPattern)) return false;
-        if (tstrPlaceholder == kSystemDrive && tstrName.find(L'\\') != std::wstring_view::npos) return false;
-        destination = {tstrPlaceholder, std::wstring(tstrName)};
-        return true;
+    const std::wstring tstrPlaceholder = PlaceholderOf(tstrText);
+    if (tstrPlaceholder.empty()) return false;
+    std::wstring_view tstrName = tstrText.substr(tstrPlaceholder.size());
+    if (tstrName.starts_with(L'\\')) tstrName.remove_prefix(1);
+    if (!tstrName.empty() && !IsRelativeName(tstrName, bPattern)) return false;
+    if (tstrPlaceholder == kSystemDrive && tstrName.find(L'\\') != std::wstring_view::npos) return false;
+    destination = {tstrPlaceholder, std::wstring(tstrName)};
+    return true;
+}
+
+std::optional<std::wstring> PlainPlace(const std::wstring& tstrRecord, bool bPattern)
+{
+    const std::wstring tstrPlaceholder = PlaceholderOf(tstrRecord);
+    std::wstring tstrPath = tstrRecord;
+    if (!tstrPlaceholder.empty()) tstrPath.replace(0, tstrPlaceholder.size(), kStandIn);
+    if (!String::IsFullPath(tstrPath)) return std::nullopt;
+    const std::size_t uName = bPattern ? String::FolderPart(tstrPath).size() : tstrPath.size();
+    const std::wstring tstrName = tstrPath.substr(uName);
+    tstrPath = String::EnsureBackslash(Storage::Directory::FullPath(tstrPath.substr(0, uName))) + tstrName;
+    if (!tstrPlaceholder.empty()) {
+        if (!tstrPath.starts_with(kStandIn)) return std::nullopt;
+        tstrPath.replace(0, std::size(kStandIn) - 1, tstrPlaceholder);
     }
-    return false;
+    if (!bPattern && tstrPath.ends_with(L'\\')) tstrPath.pop_back();
+    return tstrPath;
 }
 
 MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath)
@@ -100,6 +127,18 @@ std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
         }
     }
     return tstrPath;
+}
+
+bool MachineFolders::ParseRecordPlace(const std::wstring& tstrRecord, bool bPattern, Destination& destination) const
+{
+    const auto optPlain = PlainPlace(tstrRecord, bPattern);
+    if (!optPlain) return false;
+    if (!PlaceholderOf(*optPlain).empty()) return ParseDestination(*optPlain, bPattern, destination);
+    Destination found;
+    if (!ParseDestination(PlaceOf(*optPlain), bPattern, found) || found.tstrName.empty()) return false;
+    if (found.tstrPlaceholder == kSystemDrive && !bPattern) return false;
+    destination = std::move(found);
+    return true;
 }
 
 bool MachineFolders::LeadsElsewhere(const Destination& destination)

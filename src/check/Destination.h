@@ -5,6 +5,7 @@
 #include "agent/PathValues.h"
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,12 @@ struct Destination {
 /// files of the system drive that do not lie at its root: the agent puts none there.
 [[nodiscard]] bool ParseDestination(std::wstring_view tstrText, bool bPattern, Destination& destination);
 
+/// The place of an instruction file's record as the agent's calls take it, with backslashes alone, none doubled, "."
+/// and
+/// ".." resolved; of a pattern the last part stays as it is. A placeholder stays, any other place is a full path.
+/// Nothing for what is neither, and for what leads out of the placeholder's folder. GetFullPathNameW.
+[[nodiscard]] std::optional<std::wstring> PlainPlace(const std::wstring& tstrRecord, bool bPattern);
+
 /// The folders of this machine behind the placeholders.
 class MachineFolders {
 public:
@@ -42,6 +49,9 @@ public:
     [[nodiscard]] std::wstring PathOf(const Destination& destination) const;
     /// A full path as a place below the first folder that holds it; as it is when none does.
     [[nodiscard]] std::wstring PlaceOf(const std::wstring& tstrPath) const;
+    /// Takes the place of a record apart, whatever its spelling, full paths below one of the folders included. Of the
+    /// system drive they are the files at its root, nothing else.
+    [[nodiscard]] bool ParseRecordPlace(const std::wstring& tstrRecord, bool bPattern, Destination& destination) const;
     /// Whether a folder between the placeholder's and the place is a junction or symbolic link, so that the place would
     /// lie elsewhere. Every folder is looked at once.
     [[nodiscard]] bool LeadsElsewhere(const Destination& destination);

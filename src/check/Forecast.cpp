@@ -1,6 +1,7 @@
 #include "check/Forecast.h"
 
 #include "check/NamePattern.h"
+#include "check/Presence.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
@@ -149,18 +150,29 @@ bool Forecast::IsReadOnly(const std::wstring& tstrPath) const
     return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
 }
 
-std::vector<std::wstring> Forecast::FilesIn(const std::wstring& tstrFolder, const std::wstring& tstrPattern) const
+DWORD Forecast::WhyUnknown(const std::wstring& tstrPath) const
+{
+    if (HasFolder(tstrPath)) return ERROR_SUCCESS;
+    DWORD dwError = ERROR_SUCCESS;
+    static_cast<void>(AttributesOf(PlaceNow(tstrPath), dwError));
+    return MeansNothingThere(dwError) ? DWORD{ERROR_SUCCESS} : dwError;
+}
+
+std::vector<std::wstring> Forecast::FilesIn(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                                            DWORD& dwError) const
 {
     PathList files;
     const auto gather = [&](const Storage::Directory::Entry& entry) {
         const std::wstring tstrPath = tstrFolder + entry.tstrName;
         if (!entry.bFolder && !m_gone.contains(LowerCase(tstrPath))) files.Add(tstrPath);
     };
-    static_cast<void>(Storage::Directory::ForEachEntry(tstrFolder, tstrPattern, gather, nullptr));
-    const std::wstring tstrLaid = PlaceNow(tstrFolder);
-    if (tstrLaid != tstrFolder) {
-        static_cast<void>(Storage::Directory::ForEachEntry(tstrLaid, tstrPattern, gather, nullptr));
-    }
+    const auto list = [&](const std::wstring& tstrPlace) {
+        DWORD dwFailure = ERROR_SUCCESS;
+        const bool bListed = Storage::Directory::ForEachEntry(tstrPlace, tstrPattern, gather, &dwFailure);
+        if (!bListed && !MeansNothingThere(dwFailure)) dwError = dwFailure;
+    };
+    list(tstrFolder);
+    if (const std::wstring tstrLaid = PlaceNow(tstrFolder); tstrLaid != tstrFolder) list(tstrLaid);
     for (const std::wstring& tstrPath : AddedFilesIn(tstrFolder, tstrPattern)) files.Add(tstrPath);
     return files.Take();
 }
@@ -175,7 +187,7 @@ std::vector<std::wstring> Forecast::AddedFilesIn(const std::wstring& tstrFolder,
     return files;
 }
 
-std::vector<std::wstring> Forecast::Tree(const std::wstring& tstrFolder) const
+std::vector<std::wstring> Forecast::Tree(const std::wstring& tstrFolder, DWORD& dwError) const
 {
     const std::wstring tstrTop = WithoutBackslash(tstrFolder);
     PathList paths;
@@ -185,7 +197,9 @@ std::vector<std::wstring> Forecast::Tree(const std::wstring& tstrFolder) const
     };
     for (const std::wstring& tstrPlace : std::set<std::wstring>{tstrTop, PlaceNow(tstrTop)}) {
         if (!Storage::Directory::IsExisted(tstrPlace)) continue;
-        static_cast<void>(Storage::Directory::ForEachInTree(tstrPlace + L'\\', add, nullptr));
+        DWORD dwFailure = ERROR_SUCCESS;
+        const bool bListed = Storage::Directory::ForEachInTree(tstrPlace + L'\\', add, &dwFailure);
+        if (!bListed && !MeansNothingThere(dwFailure)) dwError = dwFailure;
     }
     for (const auto* pNoted : {&m_files, &m_folders}) {
         for (auto itPath = pNoted->rbegin(); itPath != pNoted->rend(); ++itPath) {

@@ -37,14 +37,19 @@ public:
     [[nodiscard]] bool HasFolder(const std::wstring& tstrPath) const;
     /// Whether a file is there and cannot be copied over. GetFileAttributesW.
     [[nodiscard]] bool IsReadOnly(const std::wstring& tstrPath) const;
-    /// The files of a folder (with trailing backslash) that match a pattern. FindFirstFileW.
-    [[nodiscard]] std::vector<std::wstring> FilesIn(const std::wstring& tstrFolder,
-                                                    const std::wstring& tstrPattern) const;
+    /// Why it is unknown whether a folder exists, as a Win32 code; ERROR_SUCCESS where it is known.
+    /// GetFileAttributesW.
+    [[nodiscard]] DWORD WhyUnknown(const std::wstring& tstrPath) const;
+    /// The files of a folder (with trailing backslash) that match a pattern. When the caller may not list it, the code
+    /// in `dwError`, which stays as it is otherwise; a folder that is missing has no files. FindFirstFileW.
+    [[nodiscard]] std::vector<std::wstring> FilesIn(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
+                                                    DWORD& dwError) const;
     /// Those of them that were noted, and not there before.
     [[nodiscard]] std::vector<std::wstring> AddedFilesIn(const std::wstring& tstrFolder,
                                                          const std::wstring& tstrPattern) const;
-    /// Files and folders of a tree, contents first, the folder last; without trailing backslashes. FindFirstFileW.
-    [[nodiscard]] std::vector<std::wstring> Tree(const std::wstring& tstrFolder) const;
+    /// Files and folders of a tree, contents first, the folder last; without trailing backslashes. When the caller may
+    /// not list one of them, the code in `dwError`, which stays as it is otherwise. FindFirstFileW.
+    [[nodiscard]] std::vector<std::wstring> Tree(const std::wstring& tstrFolder, DWORD& dwError) const;
 
     void AddFile(const std::wstring& tstrPath);
     void RemoveFile(const std::wstring& tstrPath);

@@ -8,7 +8,7 @@ std::string ToJsonText(const Json::Value& value)
 {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    builder["emitUTF8"] = true;
+    builder["emitUTF8"] = false;  // the shell that redirects the output may take it for any code page
     return Json::writeString(builder, value) + "\n";
 }
 

@@ -8,7 +8,8 @@
 
 namespace Check {
 
-/// The value as UTF-8 text, two blanks a level, members in alphabetical order, with a line end after it.
+/// The value as text, two spaces a level, members in alphabetical order, with a line end after it. Pure ASCII: other
+/// characters are "\u" and four digits, beyond U+FFFF two of them.
 [[nodiscard]] std::string ToJsonText(const Json::Value& value);
 
 /// A text as a JSON value; an unpaired surrogate becomes U+FFFD.

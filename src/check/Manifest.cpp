@@ -256,8 +256,7 @@ std::string FormatManifest(const Promises& promises)
     root["component"]["resource"] = ToJson(promises.tstrResource);
     root["version"] = Json::Value(Json::objectValue);
     for (const IniPromise& value : promises.updateInfo) {
-        if (value.tstrKey.ends_with(L"_Version"))
-            root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
+        if (IsVersionKey(value.tstrKey)) root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
     }
     root["folders"] = Describe(promises.folders);
     root["files"] = DescribeAll(promises.files);

@@ -9,7 +9,7 @@
 
 namespace Check {
 
-/// The promises as JSON in UTF-8.
+/// The promises as JSON in pure ASCII.
 [[nodiscard]] std::string FormatManifest(const Promises& promises);
 
 /// Takes a manifest apart, in UTF-8 or, as some consoles redirect output, in UTF-16 with its mark. False, with why in
@@ -17,8 +17,8 @@ namespace Check {
 /// places up.
 [[nodiscard]] bool ParseManifest(std::string_view strBytes, Promises& promises, std::wstring& tstrError);
 
-/// The largest manifest that is read, in bytes: about 25,000 files.
-inline constexpr std::size_t kMaxManifestBytes = std::size_t{8} * 1024 * 1024;
+/// The largest manifest that is read, in bytes: about 25,000 files, in UTF-16 with names beyond ASCII.
+inline constexpr std::size_t kMaxManifestBytes = std::size_t{32} * 1024 * 1024;
 
 /// The verb.
 [[nodiscard]] int RunManifest(const Arguments& arguments, Output& output);

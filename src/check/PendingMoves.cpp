@@ -1,8 +1,13 @@
 #include "check/PendingMoves.h"
 
 #include "check/Instructions.h"
+#include "check/Presence.h"
 
+#include "common/KzComn_File.h"
+#include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
+
+#include <algorithm>
 
 using namespace KzCommon;
 
@@ -14,24 +19,77 @@ constexpr wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Sess
 /// The second one is carried out after the first.
 constexpr const wchar_t* kLists[] = {L"PendingFileRenameOperations", L"PendingFileRenameOperations2"};
 
-constexpr std::wstring_view kNative = L"\\??\\";
-constexpr std::wstring_view kNativeShare = L"\\??\\UNC\\";
+/// Names of the folder of drives and volumes in native paths.
+constexpr std::wstring_view kNativeRoots[] = {L"\\??\\", L"\\DosDevices\\", L"\\GLOBAL??\\"};
+constexpr std::wstring_view kShare = L"UNC\\";
+constexpr std::wstring_view kVolume = L"Volume{";
+constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
 
-/// A path as the list has it: flags in front, then the native form.
-std::wstring PlainPath(std::wstring_view tstrNative)
+/// The first place where a volume is mounted, for the volume's own name in front of a path; the path as it is for a
+/// volume that is nowhere mounted.
+std::wstring MountedPath(const std::wstring& tstrPath)
 {
-    const std::size_t uPath = tstrNative.find(kNative);
-    if (uPath == std::wstring_view::npos) return std::wstring(tstrNative);
-    tstrNative.remove_prefix(uPath);
-    if (tstrNative.starts_with(kNativeShare)) return L"\\\\" + std::wstring(tstrNative.substr(kNativeShare.size()));
-    return std::wstring(tstrNative.substr(kNative.size()));
+    const std::wstring tstrLong = L"\\\\?\\" + tstrPath;
+    const std::size_t uName = tstrLong.find(L"}\\");
+    if (uName == std::wstring::npos) return tstrLong;
+    std::wstring tstrMounts(MAX_PATH, L'\0');
+    DWORD cch = 0;
+    const std::wstring tstrVolume = tstrLong.substr(0, uName + 2);
+    const bool bTold = ::GetVolumePathNamesForVolumeNameW(tstrVolume.c_str(), tstrMounts.data(),
+                                                          static_cast<DWORD>(tstrMounts.size()), &cch) != FALSE;
+    tstrMounts.resize(bTold ? tstrMounts.find(L'\0') : 0);
+    return tstrMounts.empty() ? tstrLong : tstrMounts + tstrLong.substr(uName + 2);
 }
 
-/// What two spellings of a path have in common.
-std::wstring FoldedPath(std::wstring tstrPath)
+/// A path as the list has it: flags in front ("!", "*" and a number), then, mostly, the native form.
+std::wstring PlainPath(std::wstring_view tstrNative, bool& bReplace)
 {
-    if (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
+    const std::size_t uPath = std::min(tstrNative.find_first_not_of(L"!*@0123456789"), tstrNative.size());
+    bReplace = tstrNative.substr(0, uPath).find(L'!') != std::wstring_view::npos;
+    tstrNative.remove_prefix(uPath);
+    if (tstrNative.starts_with(kSystemRoot)) {
+        return Process::WindowsFolder() + std::wstring(tstrNative.substr(kSystemRoot.size()));
+    }
+    for (const std::wstring_view tstrRoot : kNativeRoots) {
+        if (!tstrNative.starts_with(tstrRoot)) continue;
+        const std::wstring tstrPath(tstrNative.substr(tstrRoot.size()));
+        if (tstrPath.starts_with(kShare)) return L"\\\\" + tstrPath.substr(kShare.size());
+        return tstrPath.starts_with(kVolume) ? MountedPath(tstrPath) : tstrPath;
+    }
+    return std::wstring(tstrNative);
+}
+
+/// A path with the long names of what is there; as it is when that is nothing.
+std::wstring WithLongNames(const std::wstring& tstrPath)
+{
+    std::wstring tstrLong(::GetLongPathNameW(tstrPath.c_str(), nullptr, 0), L'\0');
+    tstrLong.resize(::GetLongPathNameW(tstrPath.c_str(), tstrLong.data(), static_cast<DWORD>(tstrLong.size())));
+    return tstrLong.empty() ? tstrPath : tstrLong;
+}
+
+/// What the spellings of a path have in common.
+std::wstring Folded(std::wstring tstrPath)
+{
+    while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
+    if (tstrPath.find(L'~') != std::wstring::npos) {
+        const std::wstring tstrFolder = String::FolderPart(tstrPath);
+        const std::wstring tstrLong = WithLongNames(tstrPath);
+        // A file that is not there yet may well be in a folder that is.
+        tstrPath = tstrLong == tstrPath ? WithLongNames(tstrFolder) + tstrPath.substr(tstrFolder.size()) : tstrLong;
+    }
     return LowerCase(std::move(tstrPath));
+}
+
+bool IsThere(const std::wstring& tstrPath)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    return AttributesOf(tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
+}
+
+/// A folder whose content a deletion would have to leave first; a link goes with what it points to.
+bool IsRealFolder(const std::wstring& tstrPath)
+{
+    return Storage::Directory::IsExisted(LongPath(tstrPath)) && !Storage::Directory::IsLink(tstrPath);
 }
 
 }  // namespace
@@ -46,10 +104,11 @@ std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw)
         return tstrText;
     };
     while (!tstrRaw.empty()) {
-        const std::wstring_view tstrSource = take();
-        if (tstrSource.empty()) break;  // the end of the list
-        const std::wstring_view tstrDestination = take();
-        moves.push_back({PlainPath(tstrSource), PlainPath(tstrDestination)});
+        PendingMove move;
+        bool bIgnored = false;
+        move.tstrSource = PlainPath(take(), bIgnored);
+        move.tstrDestination = PlainPath(take(), move.bReplace);
+        if (!move.tstrSource.empty()) moves.push_back(std::move(move));
     }
     return moves;
 }
@@ -69,23 +128,80 @@ std::vector<PendingMove> ReadPendingMoves()
 
 PendingPlaces::PendingPlaces(const std::vector<PendingMove>& moves)
 {
-    for (const PendingMove& move : moves) {
-        if (move.tstrDestination.empty()) {
-            m_deleted.insert(FoldedPath(move.tstrSource));
-        } else {
-            m_destinations.insert(FoldedPath(move.tstrDestination));
-        }
+    for (const PendingMove& move : moves) CarryOut(move);
+}
+
+void PendingPlaces::CarryOut(const PendingMove& move)
+{
+    const Origin optNow = OriginOf(move.tstrSource);
+    const std::wstring tstrSource = Folded(move.tstrSource);
+    const std::wstring tstrDestination = Folded(move.tstrDestination);
+    if (!optNow) {
+        if (!tstrDestination.empty()) m_lost.insert(tstrDestination);
+        return;
     }
+    if (tstrDestination.empty()) {
+        if (!IsRealFolder(*optNow) || IsEmptyFolder(move.tstrSource, *optNow)) m_places[tstrSource] = std::nullopt;
+        return;
+    }
+    if (tstrSource == tstrDestination) return;
+    const Origin optThere = OriginOf(move.tstrDestination);
+    const bool bInTheWay = optThere && (!move.bReplace || IsRealFolder(*optThere));
+    if (bInTheWay || !OriginOf(String::FolderPart(move.tstrDestination))) return;
+    m_places[tstrDestination] = optNow;
+    m_places[tstrSource] = std::nullopt;
+    m_movedTo.insert(tstrDestination);
+    m_lost.erase(tstrDestination);
 }
 
-bool PendingPlaces::IsDestination(const std::wstring& tstrPath) const
+PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) const
 {
-    return m_destinations.contains(FoldedPath(tstrPath));
+    // What the list does to a folder it does to all below it.
+    for (std::size_t uEnd = tstrPath.size(); uEnd != std::wstring::npos && uEnd > 0 && !m_places.empty();
+         uEnd = tstrPath.rfind(L'\\', uEnd - 1)) {
+        const auto itPlace = m_places.find(Folded(tstrPath.substr(0, uEnd)));
+        if (itPlace == m_places.end()) continue;
+        if (!itPlace->second) return std::nullopt;
+        const std::wstring tstrNow = *itPlace->second + tstrPath.substr(uEnd);
+        return IsThere(tstrNow) ? Origin(tstrNow) : std::nullopt;
+    }
+    return IsThere(tstrPath) ? Origin(tstrPath) : std::nullopt;
 }
 
-bool PendingPlaces::IsDeleted(const std::wstring& tstrPath) const
+bool PendingPlaces::IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const
 {
-    return m_deleted.contains(FoldedPath(tstrPath));
+    const std::wstring tstrFolder = String::EnsureBackslash(tstrPath);
+    bool bEmpty = true;
+    static_cast<void>(Storage::Directory::ForEachEntry(
+        LongPath(String::EnsureBackslash(tstrNow)), L"*",
+        [&](const Storage::Directory::Entry& entry) { bEmpty = bEmpty && !OriginOf(tstrFolder + entry.tstrName); },
+        nullptr));
+    const std::wstring tstrFolded = Folded(tstrFolder) + L"\\";
+    return bEmpty && std::none_of(m_places.begin(), m_places.end(), [&](const auto& place) {
+               return place.second && place.first.starts_with(tstrFolded);
+           });
+}
+
+PendingFate PendingPlaces::After(const std::wstring& tstrPath) const
+{
+    PendingFate fate;
+    if (m_places.empty() && m_lost.empty()) return fate;
+    const std::wstring tstrFolded = Folded(tstrPath);
+    fate.bMovedTo = m_movedTo.contains(tstrFolded);
+    fate.bLost = m_lost.contains(tstrFolded);
+    const Origin optThen = OriginOf(tstrPath);
+    if (optThen && Folded(*optThen) != tstrFolded) {
+        fate.eKind = PendingFate::Kind::eTaken;
+        fate.tstrFrom = *optThen;
+    } else if (!optThen && (m_places.contains(tstrFolded) || IsThere(tstrPath))) {
+        fate.eKind = PendingFate::Kind::eGone;
+    }
+    return fate;
+}
+
+bool PendingPlaces::IsGone(const std::wstring& tstrPath) const
+{
+    return After(tstrPath).eKind == PendingFate::Kind::eGone;
 }
 
 }  // namespace Check

@@ -1,8 +1,10 @@
 // The moves and deletions that Windows carries out at the next restart.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -12,27 +14,53 @@ namespace Check {
 struct PendingMove {
     std::wstring tstrSource;
     std::wstring tstrDestination;
+    bool bReplace = false;  ///< a file in the destination's place is replaced; without it the move then fails
 };
 
 /// The machine's list, in its order. RegQueryValueExW.
 [[nodiscard]] std::vector<PendingMove> ReadPendingMoves();
 
-/// Splits the raw text of the list: pairs of texts that end in a zero each, of which the second may be empty.
+/// Splits the raw text of the list: pairs of texts that end in a zero each, of which the second may be empty. Other
+/// programs write to it as well, in every form that Windows takes.
 [[nodiscard]] std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw);
 
-/// The same list, to be asked by path; case does not matter.
+/// What the restart makes of one place.
+struct PendingFate {
+    enum class Kind {
+        eStays,  ///< what is there now
+        eGone,   ///< deleted, or moved away
+        eTaken   ///< another file takes the place
+    };
+    Kind eKind = Kind::eStays;
+    std::wstring tstrFrom;  ///< of eTaken: where that file is now
+    bool bMovedTo = false;  ///< a move there is carried out, whatever comes after it
+    bool bLost = false;     ///< a move there fails because its source is gone
+};
+
+/// What the list comes to when Windows has carried it out, entry by entry: later ones act on what earlier ones leave.
+/// An entry whose source is missing does nothing, nor does a move to a missing folder, or onto a file that it is not
+/// to replace, nor the deletion of a folder that is not empty by then. The machine is looked at once, by the
+/// constructor. GetFileAttributesW, FindFirstFileW.
 class PendingPlaces {
 public:
     explicit PendingPlaces(const std::vector<PendingMove>& moves);
 
-    /// Whether a move to that place waits.
-    [[nodiscard]] bool IsDestination(const std::wstring& tstrPath) const;
-    /// Whether that file or folder waits to be deleted.
-    [[nodiscard]] bool IsDeleted(const std::wstring& tstrPath) const;
+    /// What becomes of a full path; case and short names do not matter.
+    [[nodiscard]] PendingFate After(const std::wstring& tstrPath) const;
+    /// Whether a file or folder is gone then.
+    [[nodiscard]] bool IsGone(const std::wstring& tstrPath) const;
 
 private:
-    std::unordered_set<std::wstring> m_destinations;
-    std::unordered_set<std::wstring> m_deleted;
+    /// Where a file or folder comes from; nothing for one that is gone.
+    using Origin = std::optional<std::wstring>;
+
+    void CarryOut(const PendingMove& move);
+    [[nodiscard]] Origin OriginOf(const std::wstring& tstrPath) const;
+    [[nodiscard]] bool IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const;
+
+    std::unordered_map<std::wstring, Origin> m_places;  // those that the list changes, folded
+    std::unordered_set<std::wstring> m_movedTo;
+    std::unordered_set<std::wstring> m_lost;
 };
 
 }  // namespace Check

@@ -32,7 +32,8 @@ enum class Outcome {
     eReplace,  ///< it was there, and is another one then
     eRemove,   ///< it is gone then
     eStay,     ///< it is as it was, as it is meant to be
-    eFail      ///< it is as it was: the change cannot be carried out
+    eFail,     ///< it is as it was: the change cannot be carried out
+    eUnknown   ///< the caller may not look; the agent may
 };
 
 /// One change, in the order of the run.

@@ -1,6 +1,8 @@
 // The files and folders of a plan.
 #include "check/PlanSteps.h"
 
+#include "check/ErrorWords.h"
+
 #include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
 #include "common/KzComn_File.h"
@@ -112,9 +114,17 @@ void AddDeletion(PlanWork& work, const std::wstring& tstrPath, bool bAtRestart)
     work.Add(std::move(change));
 }
 
+/// The caller cannot see whether files are there.
+void AddUnknown(PlanWork& work, const std::wstring& tstrTarget, bool bAtRestart, DWORD dwError)
+{
+    Refuse(work, tstrTarget, bAtRestart, Outcome::eUnknown, L"the folder cannot be listed: " + WordsOf(dwError));
+}
+
 void DeleteFolder(PlanWork& work, const FileRecord& record)
 {
     if (!work.forecast.HasFolder(record.tstrFolder)) {
+        const DWORD dwUnknown = work.forecast.WhyUnknown(record.tstrFolder);
+        if (dwUnknown != ERROR_SUCCESS) return AddUnknown(work, record.tstrPath, true, dwUnknown);
         return Refuse(work, record.tstrPath, true, Outcome::eStay, L"there is no such folder");
     }
     if (record.eRefusal != FileRefusal::eNone) {
@@ -124,7 +134,9 @@ void DeleteFolder(PlanWork& work, const FileRecord& record)
     if (Storage::Directory::LeadsThroughLink(String::FolderPart(tstrFolder))) {
         return Refuse(work, record.tstrPath, true, Outcome::eFail, kLink);
     }
-    for (const std::wstring& tstrPath : work.forecast.Tree(tstrFolder)) AddDeletion(work, tstrPath, true);
+    DWORD dwError = ERROR_SUCCESS;
+    for (const std::wstring& tstrPath : work.forecast.Tree(tstrFolder, dwError)) AddDeletion(work, tstrPath, true);
+    if (dwError != ERROR_SUCCESS) AddUnknown(work, record.tstrPath, true, dwError);
 }
 
 void DeleteFiles(PlanWork& work, const FileRecord& record, bool bAtRestart)
@@ -135,8 +147,13 @@ void DeleteFiles(PlanWork& work, const FileRecord& record, bool bAtRestart)
     if (Storage::Directory::LeadsThroughLink(record.tstrFolder)) {
         return Refuse(work, record.tstrPath, bAtRestart, Outcome::eFail, kLink);
     }
-    const std::vector<std::wstring> files = work.forecast.FilesIn(record.tstrFolder, record.tstrPattern);
-    if (files.empty()) return Refuse(work, record.tstrPath, bAtRestart, Outcome::eStay, L"no file is called so");
+    DWORD dwError = ERROR_SUCCESS;
+    const std::vector<std::wstring> files = work.forecast.FilesIn(record.tstrFolder, record.tstrPattern, dwError);
+    if (dwError != ERROR_SUCCESS) {
+        AddUnknown(work, record.tstrPath, bAtRestart, dwError);
+    } else if (files.empty()) {
+        return Refuse(work, record.tstrPath, bAtRestart, Outcome::eStay, L"no file is called so");
+    }
     for (const std::wstring& tstrFile : files) {
         AddDeletion(work, tstrFile, bAtRestart);
         if (!bAtRestart) work.forecast.RemoveFile(tstrFile);

@@ -46,6 +46,7 @@ constexpr OutcomeRow kOutcomes[] = {
     {Outcome::eRemove, "remove", L'-', L"removed"},
     {Outcome::eStay, "stay", L'=', L"unchanged"},
     {Outcome::eFail, "fail", L'!', L"not possible"},
+    {Outcome::eUnknown, "unknown", L'?', L"unknown"},
 };
 
 static_assert(IsInOrder(kActions, &ActionRow::eAction) && IsInOrder(kOutcomes, &OutcomeRow::eOutcome));
@@ -72,7 +73,7 @@ Count CountOf(const Plan& plan)
     for (const PlanStep& step : plan.steps) {
         for (const Change& change : step.changes) {
             ++count.outcomes[static_cast<std::size_t>(change.eOutcome)];
-            const bool bHappens = change.eOutcome != Outcome::eStay && change.eOutcome != Outcome::eFail;
+            const bool bHappens = change.eOutcome < Outcome::eStay;
             if (change.bAtRestart && bHappens) ++count.cAtRestart;
         }
     }
@@ -147,7 +148,7 @@ std::wstring FormatPlanText(const Plan& plan)
     tstrText += L"\n";
     for (const OutcomeRow& row : kOutcomes) {
         tstrText += std::to_wstring(count.outcomes[static_cast<std::size_t>(row.eOutcome)]) + L" " + row.szCounted +
-                    (row.eOutcome == Outcome::eFail ? L"; " : L", ");
+                    (row.eOutcome == Outcome::eUnknown ? L"; " : L", ");
     }
     return tstrText + std::to_wstring(count.cAtRestart) + L" at the restart\n";
 }

@@ -11,7 +11,7 @@ namespace Check {
 /// counts the changes.
 [[nodiscard]] std::wstring FormatPlanText(const Plan& plan);
 
-/// JSON, in UTF-8: {"update", "installed", "steps": [{"step", "changes": [{"action", "outcome", "target", ...}]}],
+/// JSON, in ASCII: {"update", "installed", "steps": [{"step", "changes": [{"action", "outcome", "target", ...}]}],
 /// "count"}.
 [[nodiscard]] std::string FormatPlanJson(const Plan& plan);
 

@@ -9,7 +9,9 @@
 #include "agent/RunOnce.h"
 #include "agent/Sections.h"
 #include "agent/SettingsFiles.h"
+#include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
@@ -100,6 +102,12 @@ void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& 
     promise.bUnlessLiteral = bUnnamed && !bKnown;
 }
 
+bool IsVersionKey(const std::wstring& tstrKey)
+{
+    constexpr std::wstring_view kEnd = L"_Version";
+    return tstrKey.size() >= kEnd.size() && String::EqualsNoCase(tstrKey.substr(tstrKey.size() - kEnd.size()), kEnd);
+}
+
 void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record)
 {
     if (!record.IsComplete()) return;
@@ -116,7 +124,10 @@ namespace {
 class Collector {
 public:
     Collector(const Update& update, Promises& promises, std::wstring& tstrErrors)
-        : m_update(update), m_promises(promises), m_tstrErrors(tstrErrors)
+        : m_update(update),
+          m_promises(promises),
+          m_tstrErrors(tstrErrors),
+          m_folders(InstalledFolderOf(update), update.Product().tstrDownloadPath)
     {
     }
 
@@ -145,14 +156,22 @@ private:
         return records;
     }
 
+    /// Where the product is installed, or usually is: a full path below it is one of the product's places.
+    static std::wstring InstalledFolderOf(const Update& update)
+    {
+        const std::wstring tstrRegistered = Frwk::Utility::GetInstalledFolder();
+        return update.InstalledFolder().value_or(tstrRegistered.empty() ? kUsualInstallFolder : tstrRegistered);
+    }
+
     /// A record's place; nothing, with a line that says so, for one that no manifest can name.
     std::optional<std::wstring> PlaceOf(const std::wstring& tstrRecord, bool bPattern)
     {
         Destination destination;
-        std::wstring tstrPlace = tstrRecord;
-        if (!bPattern && tstrPlace.ends_with(L'\\')) tstrPlace.pop_back();
-        if (IsRecordLengthValid(tstrRecord) && ParseDestination(tstrPlace, bPattern, destination)) {
-            return destination.tstrPlaceholder + destination.tstrName;
+        // In instructions these two stand for nothing.
+        const bool bForeign = tstrRecord.starts_with(kAppData) || tstrRecord.starts_with(kSystemDrive);
+        if (!bForeign && IsRecordLengthValid(tstrRecord) &&
+            m_folders.ParseRecordPlace(tstrRecord, bPattern, destination)) {
+            return PlainPlace(tstrRecord, bPattern);
         }
         m_tstrErrors += tstrRecord + L": not below a folder that a placeholder names, left out\n";
         return std::nullopt;
@@ -238,6 +257,8 @@ private:
             const std::wstring tstrName = tstrFile.substr(tstrSourceDir.size());
             const bool bBelow = tstrName.find(L'\\') != std::wstring::npos;
             if (bBelow && row.eDepth == PackageLayout::Depth::eFolderOnly) continue;
+            if (Storage::File::IsTemporaryName(tstrName.substr(String::FolderPart(tstrName).size())))
+                continue;  // of a run that was ended
             FilePromise promise;
             promise.tstrPlace = tstrPlace + tstrName;
             promise.tstrSource = tstrFile;
@@ -357,6 +378,7 @@ private:
     const Update& m_update;
     Promises& m_promises;
     std::wstring& m_tstrErrors;
+    const MachineFolders m_folders;
     ContentReader m_reader;
     std::map<std::pair<std::wstring, std::wstring>, FilePromise> m_files;  // by place and language
     bool m_bRead = true;

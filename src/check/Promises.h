@@ -59,6 +59,9 @@ struct IniPromise {
     std::wstring tstrValue;
 };
 
+/// Whether a key of the update information names a version.
+[[nodiscard]] bool IsVersionKey(const std::wstring& tstrKey);
+
 /// A command that Windows carries out once, after the restart.
 struct CommandPromise {
     std::wstring tstrName;  ///< of the value that holds it until then
@@ -77,6 +80,7 @@ struct Promises {
     std::vector<IniPromise> updateInfo;
     std::vector<CommandPromise> commands;  ///< known of a run, and of no manifest: names are made on the machine
     std::vector<std::wstring> notCovered;  ///< what was promised besides, and is not known
+    bool bOfRun = false;                   ///< they are those of a run on this machine, not of an update
 
     [[nodiscard]] std::size_t Count() const noexcept
     {

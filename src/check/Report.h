@@ -52,7 +52,7 @@ private:
 /// `tstrFolder`: the update's folder as the user wrote it; paths are shown below it, with its kind of slashes.
 [[nodiscard]] std::wstring FormatText(const Report& report, const std::wstring& tstrFolder);
 
-/// The findings as SARIF 2.1.0, in UTF-8. `tstrFolder`: the update's folder, full, with trailing backslash.
+/// The findings as SARIF 2.1.0, in ASCII. `tstrFolder`: the update's folder, full, with trailing backslash.
 [[nodiscard]] std::string FormatSarif(const Report& report, const std::wstring& tstrFolder);
 
 }  // namespace Check

@@ -297,6 +297,7 @@ void AddTraces(const wchar_t* szSession, TraceReader& reader)
 Promises PromisesOf(const TraceRun& run, const MachineFolders& folders)
 {
     Promises promises;
+    promises.bOfRun = true;
     RunPromises reader(folders, promises);
     for (const TraceLine& line : run.lines) reader.Take(line.tstrMessage);
     reader.Finish();

@@ -1,7 +1,9 @@
 #include "check/Verify.h"
 
 #include "check/ErrorWords.h"
+#include "check/FoundValue.h"
 #include "check/Instructions.h"
+#include "check/Presence.h"
 
 #include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
@@ -10,10 +12,10 @@
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
-#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"
 
+#include <algorithm>
 #include <set>
 
 using namespace KzCommon;
@@ -33,46 +35,19 @@ std::wstring ReadBack(const std::wstring& tstrValue)
     return bQuoted ? tstrText.substr(1, tstrText.size() - 2) : tstrText;
 }
 
-/// The data of a registry value in words.
-std::wstring DescribeValue(RegistryType eType, const std::wstring& tstrText, ULONGLONG ullNumber)
+/// Whether a staged copy beside a file's place has that path: the place with a number after it.
+bool IsStagedFor(const std::wstring& tstrPath, const std::wstring& tstrPlace)
 {
-    if (eType == RegistryType::eText) return L"\"" + tstrText + L"\"";
-    return std::wstring(WordOf(eType)) + L" " + std::to_wstring(ullNumber);
+    if (tstrPath.size() <= tstrPlace.size() || !String::StartsWithNoCase(tstrPath, tstrPlace)) return false;
+    return tstrPath.find_first_not_of(L"0123456789", tstrPlace.size()) == std::wstring::npos;
 }
 
-/// A registry value as it is, of one of the types that an update writes.
-struct FoundValue {
-    DWORD dwError = ERROR_SUCCESS;  ///< why it cannot be read as any of them
-    RegistryType eType = RegistryType::eUnknown;
-    std::wstring tstrText;
-    ULONGLONG ullNumber = 0;
-
-    [[nodiscard]] bool IsThere() const noexcept
-    {
-        return dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND;
-    }
+/// What a look at a file says of its promise.
+struct Judgement {
+    Verdict eVerdict = Verdict::eUnknown;
+    std::wstring tstrDetail;
+    bool bContentKnown = false;  ///< it was compared with a content, not only seen to be there
 };
-
-FoundValue ReadRegistryValue(const std::wstring& tstrKeyPath, const std::wstring& tstrName)
-{
-    FoundValue found;
-    const auto read = [&](RegistryType eType, auto& value) {
-        if (!Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, tstrKeyPath, tstrName, value, Storage::eViewDefault,
-                                     &found.dwError)) {
-            return false;
-        }
-        found.eType = eType;
-        return true;
-    };
-    DWORD dwNumber = 0;
-    if (read(RegistryType::eText, found.tstrText) || !found.IsThere()) return found;
-    if (read(RegistryType::eDword, dwNumber)) {
-        found.ullNumber = dwNumber;
-    } else {
-        static_cast<void>(read(RegistryType::eQword, found.ullNumber));
-    }
-    return found;
-}
 
 /// Looks promises up one by one.
 class Verifier {
@@ -100,6 +75,7 @@ public:
         for (const RegistryPromise& value : m_promises.registry) VerifyValue(value);
         for (const IniPromise& value : m_promises.updateInfo) VerifyUpdateInfo(value);
         for (const CommandPromise& command : m_promises.commands) VerifyCommand(command);
+        if (!m_promises.bOfRun && !HasRun()) DoubtFiles();
         return std::move(m_answers);
     }
 
@@ -109,11 +85,42 @@ private:
         m_answers.push_back({eVerdict, tstrWhat, tstrDetail});
     }
 
-    /// The full path of a place; empty, with an answer, when it is not to be looked at.
-    std::wstring Resolve(const std::wstring& tstrPlace, bool bPattern)
+    /// Whether something shows that the update ran here: its version among the update information or, where it names
+    /// none, all that can be told.
+    [[nodiscard]] bool HasRun() const
+    {
+        if (m_cVersions > 0) return m_cRightVersions == m_cVersions;
+        return m_bEvidence && std::all_of(m_answers.begin(), m_answers.end(), [](const Answer& answer) {
+                   return answer.eVerdict == Verdict::eArrived || answer.eVerdict == Verdict::eDeleted ||
+                          answer.eVerdict == Verdict::eValueRight;
+               });
+    }
+
+    /// Without an update that ran, what looks like its files may be the older ones.
+    void DoubtFiles()
+    {
+        for (const std::size_t uAnswer : m_doubtful) {
+            m_answers[uAnswer].eVerdict = Verdict::eUnknown;
+            m_answers[uAnswer].tstrDetail = L"it may be an older one: nothing shows that the update ran here";
+        }
+    }
+
+    /// The full path of a file's place; empty, with an answer, when it is not to be looked at.
+    std::wstring Resolve(const std::wstring& tstrPlace)
     {
         Destination destination;
-        if (!ParseDestination(tstrPlace, bPattern, destination)) {
+        return ResolveParsed(tstrPlace, ParseDestination(tstrPlace, false, destination), destination);
+    }
+    /// The same for the place of a record, which its author may spell in other ways.
+    std::wstring ResolveRecord(const std::wstring& tstrPlace, bool bPattern)
+    {
+        Destination destination;
+        return ResolveParsed(tstrPlace, m_machine.folders.ParseRecordPlace(tstrPlace, bPattern, destination),
+                             destination);
+    }
+    std::wstring ResolveParsed(const std::wstring& tstrPlace, bool bParsed, const Destination& destination)
+    {
+        if (!bParsed) {
             Add(Verdict::eRefused, tstrPlace, L"no place below a folder of the product");
             return {};
         }
@@ -129,9 +136,15 @@ private:
 
     void VerifyFolder(const std::wstring& tstrPlace)
     {
-        const std::wstring tstrPath = Resolve(tstrPlace, false);
+        const std::wstring tstrPath = ResolveRecord(tstrPlace, false);
         if (tstrPath.empty()) return;
-        Add(Storage::Directory::IsExisted(tstrPath) ? Verdict::eArrived : Verdict::eMissing, tstrPath);
+        DWORD dwError = ERROR_SUCCESS;
+        const DWORD dwAttributes = AttributesOf(tstrPath, dwError);
+        if (dwError != ERROR_SUCCESS && !MeansNothingThere(dwError)) {
+            return Add(Verdict::eUnknown, tstrPath, WordsOf(dwError));
+        }
+        const bool bFolder = dwError == ERROR_SUCCESS && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
+        Add(bFolder ? Verdict::eArrived : Verdict::eMissing, tstrPath);
     }
 
     /// Of several files for one place that differ by language this machine gets the one of the product's; without one
@@ -147,53 +160,94 @@ private:
 
     void VerifyFile(const FilePromise& file)
     {
-        const std::wstring tstrPath = Resolve(file.tstrPlace, false);
+        const std::wstring tstrPath = Resolve(file.tstrPlace);
         if (tstrPath.empty()) return;
         const Destination source{kInstalledDir, file.tstrSource};
         if (!String::IsBelow(file.tstrSource, kComponents) || !IsRelativeName(file.tstrSource) ||
             m_machine.folders.LeadsElsewhere(source)) {
             return Add(Verdict::eRefused, tstrPath, L"its source is no file of a package: " + file.tstrSource);
         }
-        if (m_machine.pending.IsDestination(tstrPath)) return Add(Verdict::eWaiting, tstrPath);
         const std::wstring tstrSource = m_machine.folders.PathOf(source);
-        std::wstring tstrDetail;
-        const Verdict eVerdict = JudgeFile(tstrPath, tstrSource, file, tstrDetail);
+        const PendingFate fate = m_machine.pending.After(tstrPath);
+        if (IsWaiting(file, tstrSource, tstrPath, fate)) return Add(Verdict::eWaiting, tstrPath);
+        Judgement judgement = JudgeFile(tstrPath, tstrSource, file);
+        if (IsOverruled(judgement, tstrPath, fate)) return;
+        const bool bThere = judgement.eVerdict == Verdict::eArrived;
         // Only what is moved leaves the download folder.
-        const bool bLeft =
-            eVerdict != Verdict::eArrived && file.bAtRestart && Storage::File::IsExisted(LongPath(tstrSource));
-        Add(bLeft ? Verdict::eLeftInDownload : eVerdict, tstrPath,
-            bLeft && eVerdict == Verdict::eMissing ? L"nothing is there" : tstrDetail);
+        if (!bThere && file.bAtRestart && Storage::File::IsExisted(LongPath(tstrSource))) {
+            if (judgement.eVerdict == Verdict::eMissing) judgement.tstrDetail = L"nothing is there";
+            judgement.eVerdict = Verdict::eLeftInDownload;
+        }
+        if (bThere && judgement.bContentKnown) m_bEvidence = true;
+        if (bThere && !judgement.bContentKnown) m_doubtful.push_back(m_answers.size());
+        Add(judgement.eVerdict, tstrPath, judgement.tstrDetail);
+    }
+
+    /// Whether what the restart moves to a file's place is what was promised. A file whose content is not known is
+    /// told by where it is: in the download folder, or staged beside its place.
+    bool IsWaiting(const FilePromise& file, const std::wstring& tstrSource, const std::wstring& tstrPath,
+                   const PendingFate& fate)
+    {
+        if (fate.eKind != PendingFate::Kind::eTaken) return false;
+        const bool bOwn = String::EqualsNoCase(fate.tstrFrom, tstrSource) || IsStagedFor(fate.tstrFrom, tstrPath);
+        if (!file.optContent) return bOwn;
+        const Verdict eVerdict = JudgeFile(fate.tstrFrom, tstrSource, file).eVerdict;
+        return eVerdict == Verdict::eArrived || (eVerdict == Verdict::eUnknown && bOwn);
+    }
+
+    /// Answers for a file that the pending moves say more of than its place does. False when they do not.
+    bool IsOverruled(const Judgement& judgement, const std::wstring& tstrPath, const PendingFate& fate)
+    {
+        const bool bThere = judgement.eVerdict == Verdict::eArrived;
+        if (fate.eKind == PendingFate::Kind::eGone && (bThere || fate.bMovedTo)) {
+            Add(Verdict::eToBeDeleted, tstrPath, L"at the restart");
+        } else if (fate.eKind == PendingFate::Kind::eTaken && bThere) {
+            Add(Verdict::eToBeReplaced, tstrPath, L"at the restart, by " + fate.tstrFrom);
+        } else if (fate.bLost && !(bThere && judgement.bContentKnown)) {
+            Add(Verdict::eMissing, tstrPath, L"what the restart was to move there is gone");
+        } else {
+            return false;
+        }
+        return true;
     }
 
     /// Whether a file is there with its content. Of one whose content is not promised, the file that is still in the
     /// download folder tells it; once that is gone, it has been moved.
-    Verdict JudgeFile(const std::wstring& tstrPath, const std::wstring& tstrSource, const FilePromise& file,
-                      std::wstring& tstrDetail)
+    Judgement JudgeFile(const std::wstring& tstrPath, const std::wstring& tstrSource, const FilePromise& file)
     {
         DWORD dwError = ERROR_SUCCESS;
         bool bSame = true;
         bool bRead = true;
+        Judgement judgement;
         Content content;
         ULONGLONG ullSize = 0;
         // Settings change in use: the copy that a move from another drive leaves behind says nothing of them.
         const bool bBySource = !file.optSettings || IsSameDrive(tstrSource, tstrPath);
         if (file.optContent) {
             bRead = m_reader.Compare(tstrPath, *file.optContent, bSame, &dwError);
+            judgement.bContentKnown = true;
         } else if (bBySource && m_reader.Read(tstrSource, content, nullptr)) {
             bRead = m_reader.Compare(tstrPath, content, bSame, &dwError);
+            judgement.bContentKnown = true;
         } else if (file.optSettings) {
-            bRead = JudgeSettings(tstrPath, *file.optSettings, tstrDetail, &dwError);
-            bSame = tstrDetail.empty();
+            bRead = JudgeSettings(tstrPath, *file.optSettings, judgement.tstrDetail, &dwError);
+            bSame = judgement.tstrDetail.empty();
         } else {
             bRead = m_reader.ReadSize(tstrPath, ullSize, &dwError);
         }
         if (bRead) {
-            if (!bSame && tstrDetail.empty()) tstrDetail = L"another content";
-            return bSame ? Verdict::eArrived : Verdict::eDifferent;
+            if (!bSame && judgement.tstrDetail.empty()) judgement.tstrDetail = L"another content";
+            judgement.eVerdict = bSame ? Verdict::eArrived : Verdict::eDifferent;
+        } else if (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND) {
+            judgement.eVerdict = Verdict::eMissing;
+        } else {
+            // What is seen to be no such file is another content; what cannot be opened may be anything.
+            const bool bSeen =
+                dwError == ERROR_DIRECTORY || dwError == ERROR_CANT_ACCESS_FILE || dwError == ERROR_FILE_TOO_LARGE;
+            judgement.eVerdict = bSeen ? Verdict::eDifferent : Verdict::eUnknown;
+            judgement.tstrDetail = WordsOf(dwError);
         }
-        if (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND) return Verdict::eMissing;
-        tstrDetail = WordsOf(dwError);
-        return Verdict::eDifferent;
+        return judgement;
     }
 
     /// False with the code when the file cannot be read.
@@ -214,57 +268,73 @@ private:
     void VerifyDeletion(const DeletionPromise& deletion)
     {
         Destination destination;
-        const bool bPlace = ParseDestination(deletion.tstrPlace, !deletion.bFolder, destination);
+        const bool bPlace = m_machine.folders.ParseRecordPlace(deletion.tstrPlace, !deletion.bFolder, destination);
         // A log folder that is not set: the agent refuses the record, so that nothing was promised.
         if (bPlace && m_machine.folders.FolderOf(destination.tstrPlaceholder).empty()) return;
-        const std::wstring tstrPath = Resolve(deletion.tstrPlace, !deletion.bFolder);
+        const std::wstring tstrPath = ResolveRecord(deletion.tstrPlace, !deletion.bFolder);
         if (tstrPath.empty()) return;
         const FileRecord record = ParseFileRecord(deletion.bFolder ? op_dir_delete : op_file_delete, tstrPath);
         if (record.eRefusal != FileRefusal::eNone) return;
         if (deletion.bFolder) return VerifyNoFolder(record.tstrFolder);
         std::size_t cLeft = 0;
-        static_cast<void>(Storage::Directory::ForEachEntry(
-            LongPath(record.tstrFolder), record.tstrPattern,
-            [&](const Storage::Directory::Entry& entry) {
-                const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
-                if (entry.bFolder || m_brought.contains(LowerCase(tstrFile))) return;
-                ++cLeft;
-                Add(m_machine.pending.IsDeleted(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
-            },
-            nullptr));
+        const DWORD dwError = List(record.tstrFolder, record.tstrPattern, [&](const Storage::Directory::Entry& entry) {
+            const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
+            if (entry.bFolder || m_brought.contains(LowerCase(tstrFile))) return;
+            ++cLeft;
+            Add(m_machine.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
+        });
+        if (dwError != ERROR_SUCCESS) return Add(Verdict::eUnknown, tstrPath, WordsOf(dwError));
         if (cLeft == 0) Add(Verdict::eDeleted, tstrPath);
+    }
+
+    /// Lists a folder. ERROR_SUCCESS also when there is nothing to list; else why it is not known what is there.
+    template <class Visit>
+    static DWORD List(const std::wstring& tstrFolder, const std::wstring& tstrPattern, Visit&& visit)
+    {
+        DWORD dwError = ERROR_SUCCESS;
+        const bool bListed = Storage::Directory::ForEachEntry(LongPath(tstrFolder), tstrPattern, visit, &dwError);
+        return bListed || MeansNothingThere(dwError) ? DWORD{ERROR_SUCCESS} : dwError;
     }
 
     /// Everything below a folder is to be gone but what the update brought.
     void VerifyNoFolder(const std::wstring& tstrFolder)
     {
-        if (!Storage::Directory::IsExisted(tstrFolder)) return Add(Verdict::eDeleted, tstrFolder);
+        DWORD dwUnknown = ERROR_SUCCESS;
+        const DWORD dwAttributes = AttributesOf(tstrFolder, dwUnknown);
+        if (dwUnknown != ERROR_SUCCESS && !MeansNothingThere(dwUnknown)) {
+            return Add(Verdict::eUnknown, tstrFolder, WordsOf(dwUnknown));
+        }
+        if (dwUnknown != ERROR_SUCCESS || !(dwAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
+            return Add(Verdict::eDeleted, tstrFolder);
+        }
         std::size_t cLeft = 0;
         std::size_t cWaiting = 0;
         bool bBrought = false;
         const auto count = [&](const std::wstring& tstrPath) {
             ++cLeft;
-            if (m_machine.pending.IsDeleted(tstrPath)) ++cWaiting;
+            if (m_machine.pending.IsGone(tstrPath)) ++cWaiting;
         };
         std::vector<std::wstring> folders;
         if (!Storage::Directory::IsLink(tstrFolder)) folders.push_back(tstrFolder);
+        dwUnknown = ERROR_SUCCESS;
         while (!folders.empty()) {
             const std::wstring tstrListed = std::move(folders.back());
             folders.pop_back();
-            static_cast<void>(Storage::Directory::ForEachEntry(
-                LongPath(tstrListed), L"*",
-                [&](const Storage::Directory::Entry& entry) {
-                    const std::wstring tstrPath = tstrListed + entry.tstrName;
-                    if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
-                    if (m_brought.contains(LowerCase(tstrPath))) {
-                        bBrought = true;
-                    } else {
-                        count(tstrPath);
-                    }
-                },
-                nullptr));
+            const DWORD dwError = List(tstrListed, L"*", [&](const Storage::Directory::Entry& entry) {
+                const std::wstring tstrPath = tstrListed + entry.tstrName;
+                if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
+                if (m_brought.contains(LowerCase(tstrPath))) {
+                    bBrought = true;
+                } else {
+                    count(tstrPath);
+                }
+            });
+            if (dwUnknown == ERROR_SUCCESS) dwUnknown = dwError;
         }
         const std::size_t cFiles = cLeft;
+        if (dwUnknown != ERROR_SUCCESS && cWaiting == cLeft) {
+            return Add(Verdict::eUnknown, tstrFolder, WordsOf(dwUnknown));
+        }
         if (!bBrought) count(tstrFolder);
         if (cLeft == 0) return Add(Verdict::eDeleted, tstrFolder);
         Add(cWaiting == cLeft ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFolder,
@@ -278,16 +348,15 @@ private:
         const FoundValue found = ReadRegistryValue(value.tstrKeyPath, value.tstrValueName);
         std::wstring tstrText = value.tstrData;
         if (value.eType == RegistryType::eText) Expand(tstrText);
-        if (IsRight(value, found, tstrText)) return Add(Verdict::eValueRight, tstrWhat);
+        if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, WordsOf(found.dwError));
+        if (IsRight(value, found, tstrText)) return AddRight(tstrWhat);
         if (value.bUnlessLiteral) {
             const FoundValue literal = ReadRegistryValue(value.tstrKeyPath, L"(Default)");
             if (literal.dwError == ERROR_SUCCESS && literal.eType == value.eType) {
-                return Add(Verdict::eValueRight, tstrWhat);
+                return AddRight(tstrWhat);
             }
         }
-        std::wstring tstrIs = L"not there";
-        if (found.IsThere()) tstrIs = L"of another type";
-        if (found.dwError == ERROR_ACCESS_DENIED) tstrIs = WordsOf(found.dwError);
+        std::wstring tstrIs = found.IsThere() ? L"of another type" : L"not there";
         if (found.dwError == ERROR_SUCCESS) tstrIs = DescribeValue(found.eType, found.tstrText, found.ullNumber);
         const std::wstring tstrPromised = value.eState == ValueState::eAbsent
                                               ? std::wstring(L"none")
@@ -325,19 +394,46 @@ private:
     {
         const std::wstring tstrFile = m_machine.folders.InstalledDir() + kUpdateInfoFile;
         const std::wstring tstrWhat = tstrFile + L": [" + value.tstrSection + L"] " + value.tstrKey;
+        const std::wstring tstrPromised = ReadBack(value.tstrValue);
         std::wstring tstrIs;
         DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::Guarded(&dwError, [&] {
-                Storage::IniFile updateInfo;
-                updateInfo.Open(tstrFile);
-                tstrIs = updateInfo.ReadString(value.tstrSection, value.tstrKey, {});
-            })) {
-            return Add(Verdict::eValueDiffers, tstrWhat, WordsOf(dwError));
+        const bool bRead = ReadUpdateInfo(tstrFile, value, tstrIs, dwError);
+        const bool bRight = bRead && tstrIs == tstrPromised;
+        // The agent's own version is the same after many an update.
+        const ::IniRecord own = DeployedVersion();
+        const bool bOwn = String::EqualsNoCase(value.tstrKey, own.tstrKey);
+        if (!bOwn && IsVersionKey(value.tstrKey)) {
+            ++m_cVersions;
+            if (bRight) ++m_cRightVersions;
         }
-        if (tstrIs == ReadBack(value.tstrValue)) return Add(Verdict::eValueRight, tstrWhat);
-        if (m_machine.pending.IsDestination(tstrFile)) return Add(Verdict::eWaiting, tstrWhat);
+        if (bRight) return bOwn ? Add(Verdict::eValueRight, tstrWhat) : AddRight(tstrWhat);
+        const PendingFate fate = m_machine.pending.After(tstrFile);
+        std::wstring tstrThen;
+        DWORD dwThen = ERROR_SUCCESS;
+        const bool bTaken = fate.eKind == PendingFate::Kind::eTaken;
+        if (bTaken && ReadUpdateInfo(fate.tstrFrom, value, tstrThen, dwThen) && tstrThen == tstrPromised) {
+            return Add(Verdict::eWaiting, tstrWhat);
+        }
+        if (!bRead) return Add(Verdict::eUnknown, tstrWhat, WordsOf(dwError));
         Add(Verdict::eValueDiffers, tstrWhat,
             L"promised \"" + value.tstrValue + L"\", is " + (tstrIs.empty() ? L"not there" : L"\"" + tstrIs + L"\""));
+    }
+
+    static bool ReadUpdateInfo(const std::wstring& tstrFile, const IniPromise& value, std::wstring& tstrIs,
+                               DWORD& dwError)
+    {
+        return Storage::Guarded(&dwError, [&] {
+            Storage::IniFile updateInfo;
+            updateInfo.Open(tstrFile);
+            tstrIs = updateInfo.ReadString(value.tstrSection, value.tstrKey, {});
+        });
+    }
+
+    /// A value that an older machine need not have.
+    void AddRight(const std::wstring& tstrWhat)
+    {
+        m_bEvidence = true;
+        Add(Verdict::eValueRight, tstrWhat);
     }
 
     const Promises& m_promises;
@@ -347,6 +443,10 @@ private:
     std::set<std::wstring> m_brought;  // full paths of the promised files
     std::set<std::wstring> m_chosen;   // places that have a file of the product's language
     std::vector<Answer> m_answers;
+    std::vector<std::size_t> m_doubtful;  // answers of files that have arrived unless they are the older ones
+    std::size_t m_cVersions = 0;          // of the update, among the update information
+    std::size_t m_cRightVersions = 0;
+    bool m_bEvidence = false;  // something is there that an older machine need not have
 };
 
 }  // namespace

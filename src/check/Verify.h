@@ -18,11 +18,14 @@ enum class Verdict {
     eDeleted,
     eValueRight,
     eWaiting,         ///< in the list of pending moves
-    eMissing,         ///< not there
-    eDifferent,       ///< there with another content, or not to be read
+    eMissing,         ///< not there, nor where the restart would take it from
+    eDifferent,       ///< there with another content
     eLeftInDownload,  ///< the file still lies where it was downloaded
+    eToBeDeleted,     ///< there, until the restart deletes it or moves it away
+    eToBeReplaced,    ///< there, until the restart moves another program's file to its place
     eNotDeleted,
     eValueDiffers,
+    eUnknown,  ///< the caller may not look, or nothing tells the promised file from an older one
     eRefused,  ///< a place that no update can name, or one behind a link: not looked at
     eCount
 };
@@ -41,7 +44,9 @@ struct Machine {
     std::wstring tstrLanguage;  ///< the product's
 };
 
-/// Looks every promise up, in their order.
+/// Looks every promise up, in their order. A file whose content is not promised, since it differs from machine to
+/// machine, has arrived only where something shows that the update ran: the promises are those of a run, its version is
+/// among the update information, or, where it names none, all else is as it was promised.
 [[nodiscard]] std::vector<Answer> VerifyPromises(const Promises& promises, Machine& machine);
 
 /// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
@@ -51,7 +56,7 @@ struct Machine {
 /// `tstrSource`: where the promises are from; `notCovered`: see Promises.
 [[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource,
                                          std::span<const std::wstring> notCovered = {});
-/// The same as JSON in UTF-8.
+/// The same as JSON in ASCII.
 [[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource,
                                               std::span<const std::wstring> notCovered = {});
 

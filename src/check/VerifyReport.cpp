@@ -36,8 +36,11 @@ constexpr VerdictRow kVerdicts[] = {
     {Verdict::eMissing, L"MISSING"},
     {Verdict::eDifferent, L"DIFFERENT"},
     {Verdict::eLeftInDownload, L"LEFT IN DOWNLOAD"},
+    {Verdict::eToBeDeleted, L"TO BE DELETED"},
+    {Verdict::eToBeReplaced, L"TO BE REPLACED"},
     {Verdict::eNotDeleted, L"NOT DELETED"},
     {Verdict::eValueDiffers, L"VALUE DIFFERS"},
+    {Verdict::eUnknown, L"UNKNOWN"},
     {Verdict::eRefused, L"REFUSED"},
 };
 static_assert(IsInOrder(kVerdicts, &VerdictRow::eVerdict) &&

@@ -1,5 +1,6 @@
 #include "agent/NewNameDecision.h"
 #include "check/PlanReport.h"
+#include "support/watch/SystemWatch.h"
 #include "unit/check/CheckFixture.h"
 
 namespace {
@@ -78,6 +79,26 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("no section [QOR_REGISTRY_PATCH]")));
     Instruct("[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
     EXPECT_THAT(Planned("RemoveFileAfterReboot"), ElementsAre(HasSubstr("no section [QOR_DIR]")));
+}
+
+TEST_F(PlanTest, WhatMayNotBeListedIsUnknown)
+{
+    Instruct(
+        "[QOR_DIR]\ndelete={InstalledDir}Closed\n"
+        "[QOR_FILE]\ndelete={InstalledDir}Closed\\*.tmp\ndelete_now={InstalledDir}*.tmp\n");
+    m_installed.Write(L"Closed\\a.tmp", "");
+    const Update update = Open();
+    SystemWatch watch(m_installed.Path().substr(0, 3));
+    watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) -> DWORD {
+        const bool bClosed = strCall == "FindFirstFileW" && tstrPlace.find(L"Closed\\") != std::wstring::npos;
+        return bClosed ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    };
+    const Plan plan = MakePlan(update, m_installed.Path());
+    const std::string strText = KzCommon::String::ToUtf8(FormatPlanText(plan));
+    EXPECT_THAT(strText, AllOf(HasSubstr("\n  ? Closed  [restart]  (the folder cannot be listed: access denied"),
+                               HasSubstr("\n  ? Closed\\*.tmp  [restart]  (the folder cannot be listed: access denied"),
+                               HasSubstr("\n  = *.tmp  (no file is called so)\n"), HasSubstr(", 2 unknown; ")));
+    EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"unknown\" : 2"));
 }
 
 TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)

@@ -54,7 +54,9 @@ TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
     Report report = Sample();
     for (const RuleRow& row : Rules()) report.Add(row.eRule, L"Component\\f.ini", {1, 0}, L"half \xD83D");
     Json::Value log;
-    std::istringstream(FormatSarif(report, L"\\\\server\\\u00DC x\\")) >> log;
+    const std::string strLog = FormatSarif(report, L"\\\\server\\\u00DC x\\");
+    EXPECT_THAT(strLog, Each(Truly([](char ch) { return ch == '\n' || (ch >= ' ' && ch <= '~'); })));
+    std::istringstream(strLog) >> log;
     EXPECT_EQ(log["version"], "2.1.0");
     const Json::Value& run = log["runs"][0];
     EXPECT_EQ(run["columnKind"], "utf16CodeUnits");

@@ -1,9 +1,8 @@
 #include "agent/RunOnce.h"
 #include "check/Manifest.h"
 #include "check/TracePromises.h"
-#include "check/Verify.h"
 #include "BrevantVersion.h"
-#include "unit/check/CheckFixture.h"
+#include "unit/check/VerifyFixture.h"
 
 using KzCommon::String::ReplaceAll;
 using KzCommon::String::ToUtf8;
@@ -12,41 +11,6 @@ namespace {
 
 const std::wstring kDebugLog = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\";
 constexpr char kDefault[] = "add_if_non=@!(Default)!REG_SZ!x";
-
-/// An update in one folder and a machine, with its registry, in another.
-class VerifyTest : public UpdateTest {
-protected:
-    VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
-
-    [[nodiscard]] Promises Collect() const
-    {
-        Promises promises;
-        std::wstring tstrErrors;
-        EXPECT_TRUE(CollectPromises(Open(), promises, tstrErrors)) << tstrErrors;
-        return promises;
-    }
-    /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
-    [[nodiscard]] std::vector<std::string> Verify(const Promises& promises, const std::wstring& tstrPending = {}) const
-    {
-        MachineFolders folders(m_machine.Path(), promises.tstrProduct);
-        std::wstring tstrRaw;
-        ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
-        std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
-        Machine machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
-        const std::vector<Answer> answers = VerifyPromises(promises, machine);
-        std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
-        std::wstring tstrText = FormatAnswers(answers, L"");
-        ReplaceAll(tstrText, m_machine.Path(), L"");
-        ReplaceAll(tstrText, L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: ", L"");
-        while (tstrText.find(L"  ") != std::wstring::npos) ReplaceAll(tstrText, L"  ", L" ");
-        std::istringstream text(ToUtf8(tstrText));
-        for (std::string strLine; std::getline(text, strLine);) found.push_back(strLine);
-        found.pop_back();  // the count
-        return found;
-    }
-
-    TempFolder m_machine;
-};
 
 KzCommon::UniqueFile Hold(const std::wstring& tstrPath)
 {
@@ -104,35 +68,6 @@ std::string DeploymentTrace(const std::string& strFolder)
 
 }  // namespace
 
-TEST_F(VerifyTest, EveryStateOfAFile)
-{
-    Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-    const Promises promises = Collect();
-    ASSERT_EQ(promises.files.size(), 1u);
-    // What is installed, null for nothing, whether it is still in the download folder, and the pending moves.
-    const std::tuple<const char*, bool, const wchar_t*, std::vector<const char*>> rows[] = {
-        {"new", false, L"", {"0", "ARRIVED a.exe"}},
-        {"new", true, L"", {"0", "ARRIVED a.exe"}},  // staged on another drive
-        {"new", true, L"@Component\\x|!@A.EXE||", {"3010", "STILL WAITING a.exe"}},
-        {"old", true, L"@b.exe||@a.exe|@c.exe||", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
-        {nullptr, true, L"@a.exe|||", {"1", "LEFT IN DOWNLOAD a.exe (nothing is there)"}},
-        {nullptr, false, L"", {"1", "MISSING a.exe"}},
-        {"old", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
-        {"newer", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
-    };
-    for (const auto& [szInstalled, bDownloaded, szPending, found] : rows) {
-        const std::wstring tstrSource = m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-        const std::wstring tstrTarget = m_machine.Write(L"a.exe", szInstalled ? szInstalled : "");
-        if (!bDownloaded) ::DeleteFileW(tstrSource.c_str());
-        if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
-        EXPECT_THAT(Verify(promises, szPending), ElementsAreArray(found));
-    }
-    m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-    Promises copied = promises;
-    copied.files[0].bAtRestart = false;
-    EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";
-}
-
 TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
 {
     std::string strContent;
@@ -140,7 +75,8 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
          {L"p1\\Share\\Engine\\both.dll", L"p1\\Share\\UI\\BOTH.DLL", L"p1\\Share\\UI\\below\\no step.dll",
           L"p1\\Share\\Task\\daily\\t.xml", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\7-Zip\\Driver\\d.sys",
           L"p1\\Share\\Setting\\readme_DE-DE.htm", L"p1\\Share\\Setting\\readme_FR-FR.htm",
-          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png"}) {
+          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png",
+          L"p1\\Share\\UI\\~kzcomn-00000abc-01.tmp"}) {
         Write(L"Component\\" + tstrFile, strContent += 'x');
     }
     std::vector<std::string> found;
@@ -162,12 +98,61 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
     {
         const auto hHeld = Hold(tstrReadme);
-        EXPECT_THAT(Verify(promises), ElementsAre("1", "DIFFERENT readme.htm (another program has the file open)"));
+        EXPECT_THAT(Verify(promises), ElementsAre("1", "UNKNOWN readme.htm (another program has the file open)"));
     }
     const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"));
     std::wstring tstrErrors;
     EXPECT_FALSE(CollectPromises(Open(), promises, tstrErrors));
     EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
+}
+
+// What support sees: from the author's output, as Windows PowerShell 5.1 redirects it, to the customer's machine.
+TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
+{
+    WriteProduct(L"Language", L"DE-DE");
+    const std::string strMerge = "[QOR_CONFIG_MERGE]\nmigrate=/a\n";
+    // Instructions, a file of the update or not, and the update information that the machine has then.
+    const std::tuple<std::string, bool, const char*> rows[] = {
+        {strMerge + "[UPDATE_INFO]\nmodify=C!Component101_Version!3.9\nmodify=C!Same!1\n", false,
+         "[C]\nSame=1\nComponent101_Version=3.9\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION},
+        {strMerge + "[UPDATE_INFO]\nmodify=C!Other!2\n", false,
+         "[C]\nOther=2\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION},
+        {strMerge, true, "[C]\nSame=1\n"},
+    };
+    Write(L"Component\\p1\\Share\\Setting\\config_DE-DE.xml", "<c><a>1</a></c>");
+    for (const auto& [strSections, bFile, szUpdateInfo] : rows) {
+        Instruct(strSections);
+        if (bFile) Bring({L"p1\\Share\\UI\\a.dll"});
+        Output made;
+        Arguments arguments;
+        arguments.operands = {m_update.Path()};
+        ASSERT_EQ(RunManifest(arguments, made), kClean);
+        std::wstring tstrManifest;
+        ASSERT_TRUE(KzCommon::String::FromUtf8(made.strText, tstrManifest));
+        ReplaceAll(tstrManifest, L"\n", L"\r\n");
+        arguments.operands = {m_machine.Write(L"Trace\\update.json", Utf16(tstrManifest))};
+        const auto verify = [&](Format eFormat = Format::eText) {
+            Output said;
+            arguments.eFormat = eFormat;
+            const int iExitCode = RunVerify(arguments, said);
+            return std::to_string(iExitCode) + " " + said.strText;
+        };
+        m_machine.Write(L"config.xml", "<c><a>2</a></c>");
+        m_machine.Write(L"config_DE-DE.xml", "<c><a>1</a></c>");  // the same in both versions
+        m_machine.Write(L"UpdateInfo.ini", "[C]\nSame=1\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION);
+        const std::string strBefore = verify();
+        for (const wchar_t* const szName : {L"config.xml", L"UpdateInfo.ini"}) {
+            const std::string strPath = ToUtf8(m_machine.PathOf(szName));
+            EXPECT_THAT(strBefore, AllOf(StartsWith("1 "), HasSubstr("UNKNOWN           " + strPath + " (")))
+                << strSections;
+            EXPECT_THAT(strBefore, Not(HasSubstr("ARRIVED           " + strPath)));
+        }
+        m_machine.Write(L"UpdateInfo.ini", szUpdateInfo);
+        m_machine.Write(L"a.dll", "");
+        EXPECT_THAT(verify(), AllOf(StartsWith("0 "), Not(HasSubstr("UNKNOWN")))) << strSections;
+        EXPECT_THAT(verify(Format::eJson), HasSubstr("\"complete\" : true"));
+        ::DeleteFileW(m_machine.PathOf(L"a.dll").c_str());
+    }
 }
 
 TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
@@ -176,6 +161,8 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c><a>1</a><b><new/><new/></b></c>");
     Promises made = Collect();
     std::erase_if(made.files, [](const FilePromise& file) { return !file.optSettings; });
+    made.updateInfo = {{L"C", L"Component101_Version", L"3.9"}};  // the update has run
+    m_machine.Write(L"UpdateInfo.ini", "[C]\nComponent101_Version=3.9\n");
     Promises promises;
     std::wstring tstrError;
     ASSERT_TRUE(ParseManifest(FormatManifest(made), promises, tstrError)) << ToUtf8(tstrError);
@@ -192,7 +179,7 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     for (const auto& [szMerged, szKept, szLine] : rows) {
         m_machine.Write(L"config.xml", szMerged);
         m_machine.Write(L"config.previous.xml", szKept ? szKept : "");
-        EXPECT_THAT(Verify(promises), ElementsAre(_, StartsWith(szLine))) << szMerged;
+        EXPECT_THAT(Verify(promises), Contains(StartsWith(szLine))) << szMerged;
     }
     m_machine.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
     EXPECT_THAT(Verify(promises).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
@@ -225,6 +212,9 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
         {"add=@!N!REG_SZ!!!default_val!REG_SZ!!", RawText(L"default_val"), "VALUE RIGHT N"},
         {"add=@!N!REG_DWORD!0x7", RawNumber(0), "VALUE RIGHT N"},
         {"delete=@!N", RawText(L""), "VALUE DIFFERS N (promised none, is \"\")"},
+        {"delete=\\@!N", RawText(L"x"), "VALUE RIGHT HKEY_LOCAL_MACHINE\\\\SOFTWARE\\Vault: N"},
+        {"add=\\@!N!REG_SZ!x", RawText(L"x"),
+         "VALUE DIFFERS HKEY_LOCAL_MACHINE\\\\SOFTWARE\\Vault: N (promised \"x\", is not there)"},
         {"delete=@!N", {REG_BINARY, "x"}, "VALUE DIFFERS N (promised none, is of another type)"},
         {"add=@!N!REG_SZ!{InstalledDir}{UdComponentsSrcDir}", RawText(tstrFolder + tstrFolder + L"Component\\p1\\"),
          "VALUE RIGHT N"},
@@ -270,15 +260,66 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     EXPECT_THAT(Verify(promises), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
                                                 "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
     EXPECT_THAT(Verify(promises, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
-    EXPECT_THAT(Verify(promises, L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy||@new.ini|!@UpdateInfo.ini||"),
+    const std::wstring tstrInfo = L"Component\\p1\\Share\\Setting\\UpdateInfo.ini";
+    const std::wstring tstrPending =
+        L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy\\a||@Legacy||@" + tstrInfo + L"|!@UpdateInfo.ini|";
+    m_machine.Write(tstrInfo, "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION "\n");
+    EXPECT_THAT(Verify(promises, tstrPending),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
-                              "STILL WAITING UpdateInfo.ini: [s] k"}));
+                              "STILL WAITING UpdateInfo.ini", "STILL WAITING UpdateInfo.ini: [s] k"}));
+    EXPECT_THAT(Verify(promises, L"@Legacy||" + tstrPending), Contains("3010")) << "not empty the first time";
+    EXPECT_THAT(Verify(promises, L"@Legacy||@Legacy\\a\\b.txt||@Legacy\\a||"),
+                Contains("NOT DELETED Legacy\\ (1 file)"))
+        << "not empty, and not tried again";
+    m_machine.Write(tstrInfo, "[S]\nK=c\n");
+    EXPECT_THAT(Verify(promises, tstrPending), Contains(StartsWith("VALUE DIFFERS UpdateInfo.ini: [s] k")));
 
     Instruct("[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
     Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "[S]\n");
     Instruct("[UPDATE_INFO]\nmodify=S!K!a\n");
     EXPECT_THAT(Collect().updateInfo, IsEmpty()) << "the update's own file replaces the one with the changes";
+}
+
+TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
+{
+    std::wstring tstrOther = m_machine.Path();
+    std::replace(tstrOther.begin(), tstrOther.end(), L'\\', L'/');
+    const std::string strFull = ToUtf8(m_machine.Path());
+    Instruct(
+        "[QOR_DIR]\nadd={InstalledDir}/Lang/\nadd={InstalledDir}none\\..\\Policy\ndelete=C:/ProgramData\\\\.\\QvNone\n"
+        "delete={InstalledDir}..\\Other\ndelete=C:\\QvElsewhere\ndelete={AppData}x\ndelete=\\ProgramData\\x\n"
+        "[QOR_FILE]\ndelete={InstalledDir}Sub/a*.dll\ndelete=" +
+        ToUtf8(tstrOther) +
+        "Sub/b*.dll\n"
+        "delete_now=" +
+        strFull +
+        "Sub\\c*.dll\ndelete=c:\\PROGRAMDATA\\qvnone*.x\ndelete=C:\\qvnone*.sys\n"
+        "delete=C:\\Windows\\qvnone.sys\n");
+    Promises promises;
+    std::wstring tstrErrors;
+    ASSERT_TRUE(CollectPromises(Open(), promises, tstrErrors));
+    EXPECT_THAT(promises.folders, ElementsAre(L"{InstalledDir}Lang", L"{InstalledDir}Policy"));
+    std::vector<std::wstring> places;
+    for (const DeletionPromise& deletion : promises.deletions) places.push_back(deletion.tstrPlace);
+    EXPECT_THAT(places, UnorderedElementsAre(L"C:\\ProgramData\\QvNone", L"{InstalledDir}Sub\\a*.dll",
+                                             m_machine.PathOf(L"Sub\\b*.dll"), m_machine.PathOf(L"Sub\\c*.dll"),
+                                             L"c:\\PROGRAMDATA\\qvnone*.x", L"C:\\qvnone*.sys"));
+    for (const wchar_t* const szLeftOut : {L"{InstalledDir}..\\Other:", L"C:\\QvElsewhere:", L"{AppData}x:",
+                                           L"\\ProgramData\\x:", L"C:\\Windows\\qvnone.sys:"}) {
+        EXPECT_THAT(tstrErrors, HasSubstr(szLeftOut));
+    }
+    m_machine.MakeFolder(L"Lang");
+    for (const wchar_t* const szName : {L"Sub\\a1.dll", L"Sub\\b1.dll", L"Sub\\c1.dll"}) m_machine.Write(szName, "");
+    // As the trace of a run has them, too.
+    promises.folders.emplace_back(L"{InstalledDir}/Lang/");
+    promises.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
+    promises.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
+    EXPECT_THAT(Verify(promises),
+                UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy",
+                                     "DELETED C:\\ProgramData\\QvNone\\", "DELETED C:\\ProgramData\\qvnone*.x",
+                                     "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll", "NOT DELETED Sub\\b1.dll",
+                                     "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll", StartsWith("REFUSED")));
 }
 
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
@@ -308,12 +349,14 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         "add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!C!REG_SZ!y\n"
         "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
         "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
-    Write(L"Component\\p1\\Share\\UI\\\u00E9.dll", "new");
+    Write(L"Component\\p1\\Share\\UI\\\u00E9\U0001F511.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     const Promises promises = Collect();
     const std::string strManifest = FormatManifest(promises);
     EXPECT_THAT(strManifest, HasSubstr("11507a0e2f5e69d5dfa40a62a1bd7b6ee57e6bcd85c67c9b8431b36fff21c437"));
     EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));
+    EXPECT_THAT(strManifest, HasSubstr("\\u00e9\\ud83d\\udd11.dll"));
+    EXPECT_THAT(strManifest, Each(Truly([](char ch) { return ch == '\n' || (ch >= ' ' && ch <= '~'); })));
     std::wstring tstrWide;
     ASSERT_TRUE(KzCommon::String::FromUtf8(strManifest, tstrWide));
     for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, Utf16(tstrWide)}) {
@@ -321,6 +364,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         std::wstring tstrError;
         ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
         EXPECT_EQ(FormatManifest(read), strManifest);
+        EXPECT_THAT(read.files, Contains(Field(&FilePromise::tstrPlace, L"{InstalledDir}\u00E9\U0001F511.dll")));
     }
     const std::pair<std::string, std::string> damages[] = {
         {"\"format\" : 1", "\"format\" : 2"},

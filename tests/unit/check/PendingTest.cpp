@@ -1,0 +1,123 @@
+#include "common/KzComn_Process.h"
+#include "support/watch/SystemWatch.h"
+#include "unit/check/VerifyFixture.h"
+
+using KzCommon::String::ToUtf8;
+
+namespace {
+
+constexpr char kLost[] = "MISSING a.exe (what the restart was to move there is gone)";
+
+class PendingTest : public VerifyTest {};
+
+}  // namespace
+
+TEST_F(PendingTest, EveryStateOfAFile)
+{
+    Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    const Promises promises = Collect();
+    ASSERT_EQ(promises.files.size(), 1u);
+    m_machine.Write(L"a.exe0", "new");
+    m_machine.Write(L"other.exe", "other");
+    m_machine.Write(L"full\\x.txt", "");
+    const std::wstring tstrDelivery = L"@Component\\p1\\64bit\\p1\\a.exe|!@A.EXE|";
+    // What is installed, null for nothing, whether it is still in the download folder, and the pending moves.
+    const std::tuple<const char*, bool, std::wstring, std::vector<const char*>> rows[] = {
+        {"new", false, L"", {"0", "ARRIVED a.exe"}},
+        {"new", true, L"", {"0", "ARRIVED a.exe"}},  // staged on another drive
+        {nullptr, false, L"", {"1", "MISSING a.exe"}},
+        {"old", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
+        {"newer", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
+        {"old", true, L"@b.exe||@a.exe|@c.exe||", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
+        {nullptr, true, L"@a.exe|||", {"1", "LEFT IN DOWNLOAD a.exe (nothing is there)"}},
+        // what the restart brings
+        {"new", true, tstrDelivery, {"3010", "STILL WAITING a.exe"}},
+        {"old", true, tstrDelivery, {"3010", "STILL WAITING a.exe"}},
+        {nullptr, false, L"*1@a.exe0|*2!@a.exe|", {"3010", "STILL WAITING a.exe"}},
+        {"old", false, L"@a.exe||@a.exe0|@a.exe|", {"3010", "STILL WAITING a.exe"}},
+        {"old", false, L"@a.exe0|@b.exe|@b.exe|!@a.exe|", {"3010", "STILL WAITING a.exe"}},
+        {"old", false, L"@other.exe|!@a.exe|@a.exe0|!@a.exe|", {"3010", "STILL WAITING a.exe"}},
+        {"old", false, L"@a.exe0|@a.exe|", {"1", "DIFFERENT a.exe (another content)"}},
+        {"old", true, L"@other.exe|!@a.exe|", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
+        {nullptr, false, L"@a.exe0|@none\\b.exe|@none\\b.exe|@a.exe|", {"1", kLost}},
+        // what it takes away again
+        {"new", false, L"@A.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        {"new", false, L"|@x|@a.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        {"new", false, L"@a.exe|@c.exe|", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        {"new", false, L"@|\\??\\C:\\elsewhere|", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        {"old", true, tstrDelivery + L"@a.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        {"new", false, L"@a.exe|@c.exe|@c.exe|@a.exe|", {"0", "ARRIVED a.exe"}},
+        {"new", false, L"@other.exe|!@a.exe|", {"1", "TO BE REPLACED a.exe (at the restart, by other.exe)"}},
+        {"new", false, L"@other.exe|@a.exe|", {"0", "ARRIVED a.exe"}},
+        {"new", false, L"@a.exe|!@full|@full||", {"0", "ARRIVED a.exe"}},
+        {"new", false, L"@full\\x.txt||@full||@a.exe|@full|", {"1", "TO BE DELETED a.exe (at the restart)"}},
+        // what it cannot bring: it is not there
+        {"old", false, tstrDelivery, {"1", kLost}},
+        {nullptr, false, tstrDelivery, {"1", kLost}},
+        {nullptr, true, L"@other.exe||@other.exe|!@a.exe|", {"1", kLost}},
+        {"new", false, tstrDelivery, {"0", "ARRIVED a.exe"}},
+    };
+    for (const auto& [szInstalled, bDownloaded, tstrPending, found] : rows) {
+        const std::wstring tstrSource = m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+        const std::wstring tstrTarget = m_machine.Write(L"a.exe", szInstalled ? szInstalled : "");
+        if (!bDownloaded) ::DeleteFileW(tstrSource.c_str());
+        if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
+        EXPECT_THAT(Verify(promises, tstrPending), ElementsAreArray(found)) << ToUtf8(tstrPending);
+    }
+    m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    m_machine.Write(L"a.exe", "old");
+    Promises copied = promises;
+    copied.files[0].bAtRestart = false;
+    EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";
+}
+
+TEST_F(PendingTest, APendingMoveIsKnownByAnySpellingOfItsPath)
+{
+    Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
+    const Promises promises = Collect();
+    m_machine.Write(L"a.exe", "new");
+    m_machine.Write(L"other.exe", "other");
+    const std::wstring tstrPath = m_machine.Path();
+    wchar_t szVolume[MAX_PATH] = {};
+    ASSERT_TRUE(::GetVolumeNameForVolumeMountPointW(tstrPath.substr(0, 3).c_str(), szVolume, MAX_PATH));
+    const std::wstring tstrVolume = std::wstring(szVolume).substr(4);
+    wchar_t szShort[MAX_PATH] = {};
+    ASSERT_NE(::GetShortPathNameW(tstrPath.c_str(), szShort, MAX_PATH), 0U);
+    for (const std::wstring& tstrFolder :
+         {L"\\DosDevices\\" + tstrPath, L"\\GLOBAL??\\" + tstrPath, tstrPath, std::wstring(L"\\??\\") + szShort,
+          L"\\??\\" + tstrVolume + tstrPath.substr(3)}) {
+        EXPECT_THAT(Verify(promises, tstrFolder + L"other.exe|!" + tstrFolder + L"A.EXE|"),
+                    ElementsAre("1", StartsWith("TO BE REPLACED a.exe")))
+            << ToUtf8(tstrFolder);
+        EXPECT_THAT(Verify(promises, L"*1" + tstrFolder + L"A.EXE||"),
+                    ElementsAre("1", StartsWith("TO BE DELETED a.exe")))
+            << ToUtf8(tstrFolder);
+    }
+    const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
+    EXPECT_EQ(ParsePendingMoves(L"\\SystemRoot\\Temp\\x").front().tstrSource, tstrWindows + L"Temp\\x");
+}
+
+TEST_F(PendingTest, AFolderThatMayNotBeListedIsUnknown)
+{
+    Instruct(
+        "[QOR_DIR]\ndelete={InstalledDir}Closed\ndelete={InstalledDir}Above\n"
+        "[QOR_FILE]\ndelete={InstalledDir}Closed\\*.tmp\ndelete={InstalledDir}*.tmp\n");
+    m_update.MakeFolder(L"Component\\p1");
+    m_machine.Write(L"Closed\\a.txt", "");
+    m_machine.Write(L"Above\\Closed\\a.txt", "");
+    m_machine.Write(L"Above\\b.txt", "");
+    Promises promises = Collect();
+    SystemWatch watch(m_machine.Path().substr(0, 3));
+    watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) -> DWORD {
+        const bool bClosed = strCall == "FindFirstFileW" && tstrPlace.find(L"Closed\\") != std::wstring::npos;
+        return bClosed ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    };
+    const auto unknown = [](const std::string& strPlace) {
+        return StartsWith("UNKNOWN " + strPlace + " (access denied");
+    };
+    EXPECT_THAT(Verify(promises), UnorderedElementsAre("1", "NOT DELETED Above\\ (1 file)", unknown("Closed\\"),
+                                                       unknown("Closed\\*.tmp"), "DELETED *.tmp"));
+    EXPECT_THAT(Verify(promises, L"@Above\\b.txt||@Above\\Closed||@Above||"), Contains(unknown("Above\\")));
+    std::erase_if(promises.deletions, [](const DeletionPromise& deletion) { return deletion.bFolder; });
+    EXPECT_THAT(Verify(promises), UnorderedElementsAre("1", unknown("Closed\\*.tmp"), "DELETED *.tmp"));
+}

@@ -1,0 +1,40 @@
+// An update and a machine, each in a folder of its own, and what "verify" says of them.
+#pragma once
+
+#include "check/Verify.h"
+#include "unit/check/CheckFixture.h"
+
+/// An update in one folder and a machine, with its registry, in another.
+class VerifyTest : public UpdateTest {
+protected:
+    VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
+
+    [[nodiscard]] Promises Collect() const
+    {
+        Promises promises;
+        std::wstring tstrErrors;
+        EXPECT_TRUE(CollectPromises(Open(), promises, tstrErrors)) << tstrErrors;
+        return promises;
+    }
+    /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
+    [[nodiscard]] std::vector<std::string> Verify(const Promises& promises, const std::wstring& tstrPending = {}) const
+    {
+        MachineFolders folders(m_machine.Path(), promises.tstrProduct);
+        std::wstring tstrRaw;
+        KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
+        std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
+        Machine machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
+        const std::vector<Answer> answers = VerifyPromises(promises, machine);
+        std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
+        std::wstring tstrText = FormatAnswers(answers, L"");
+        KzCommon::String::ReplaceAll(tstrText, m_machine.Path(), L"");
+        KzCommon::String::ReplaceAll(tstrText, L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: ", L"");
+        while (tstrText.find(L"  ") != std::wstring::npos) KzCommon::String::ReplaceAll(tstrText, L"  ", L" ");
+        std::istringstream text(KzCommon::String::ToUtf8(tstrText));
+        for (std::string strLine; std::getline(text, strLine);) found.push_back(strLine);
+        found.pop_back();  // the count
+        return found;
+    }
+
+    TempFolder m_machine;
+};
