@@ -29,7 +29,7 @@ constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
 /// volume that is nowhere mounted.
 std::wstring MountedPath(const std::wstring& tstrPath)
 {
-    const std::wstring tstrLong = L"\\\\?\\" + tstrPath;
+    std::wstring tstrLong = L"\\\\?\\" + tstrPath;
     const std::size_t uName = tstrLong.find(L"}\\");
     if (uName == std::wstring::npos) return tstrLong;
     std::wstring tstrMounts(MAX_PATH, L'\0');
