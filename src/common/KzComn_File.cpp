@@ -31,6 +31,21 @@ bool IsExisted(const std::wstring& tstrPath, DWORD* pdwError)
     return !(dwAttributes & FILE_ATTRIBUTE_DIRECTORY) || Fail(ERROR_DIRECTORY, pdwError);
 }
 
+bool MakeWritable(const std::wstring& tstrPath, DWORD* pdwError)
+{
+    constexpr DWORD kRefused = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+    if (dwAttributes == INVALID_FILE_ATTRIBUTES) {
+        const DWORD dwError = ::GetLastError();
+        return dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND || Fail(dwError, pdwError);
+    }
+    if (dwAttributes & FILE_ATTRIBUTE_DIRECTORY) return Fail(ERROR_DIRECTORY, pdwError);
+    if (!(dwAttributes & kRefused)) return true;
+    const DWORD dwKept = dwAttributes & ~kRefused;
+    return ::SetFileAttributesW(tstrPath.c_str(), dwKept ? dwKept : DWORD{FILE_ATTRIBUTE_NORMAL}) ||
+           Fail(::GetLastError(), pdwError);
+}
+
 }  // namespace File
 
 namespace Directory {

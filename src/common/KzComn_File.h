@@ -30,6 +30,11 @@ namespace KzCommon::Storage::File {
 /// seconds. SetFileInformationByHandle.
 [[nodiscard]] bool Delete(const std::wstring& tstrPath, DWORD* pdwError);
 
+/// Takes away the attributes that make Copy() refuse an existing file: read-only, hidden, system. A link itself is
+/// changed, not what it points to. True also when there is no such file. False with the code in `*pdwError` (may be
+/// null), nothing changed: ERROR_DIRECTORY (267) for a folder. SetFileAttributesW.
+[[nodiscard]] bool MakeWritable(const std::wstring& tstrPath, DWORD* pdwError);
+
 /// Registers a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. False
 /// with the code in `*pdwError` (may be null), after some two seconds for what may pass. MoveFileExW.
 [[nodiscard]] bool MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError);

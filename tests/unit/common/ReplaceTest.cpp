@@ -151,6 +151,29 @@ TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
     }
 }
 
+TEST(Replace, AFileThatWasMadeWritableIsReplaced)
+{
+    const std::tuple<const wchar_t*, DWORD, DWORD> rows[] = {{L"old", 0, 0},
+                                                             {L"old", FILE_ATTRIBUTE_READONLY, 0},
+                                                             {L"old", kLocked | FILE_ATTRIBUTE_SYSTEM, 0},
+                                                             {L"none", 0, 0},
+                                                             {L"none\\old", 0, 0},
+                                                             {L"folder", 0, ERROR_DIRECTORY}};
+    for (const auto& [szName, dwAttributes, dwCode] : rows) {
+        SCOPED_TRACE(String::ToUtf8(szName) + std::to_string(dwAttributes));
+        const TempFolder folder;
+        folder.Write(L"new", "n");
+        folder.MakeFolder(L"folder");
+        ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
+        DWORD dwError = 0;
+        EXPECT_EQ(dwCode == 0, File::MakeWritable(folder.PathOf(szName), &dwError));
+        EXPECT_EQ(dwCode, dwError);
+        if (dwAttributes == 0) continue;
+        EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), folder.PathOf(L"new"), true, nullptr));
+        EXPECT_EQ("n", folder.Read(L"old"));
+    }
+}
+
 TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
 {
     const TempFolder folder;
