@@ -110,7 +110,7 @@ bool PlanSettings(PlanWork& work)
         const std::wstring tstrEnd = L"." + std::wstring(file.szExtension);
         const std::wstring tstrSource = tstrSettingDir + file.szBase + L"_" + work.Language() + tstrEnd;
         const std::wstring tstrTarget = work.forecast.PlaceThen(tstrSettingDir) + file.szBase + tstrEnd;
-        static_cast<void>(PlanCopy(work, Action::eCopy, tstrSource, tstrTarget));
+        static_cast<void>(PlanCopy(work, Action::eCopy, tstrSource, tstrTarget, true));
     }
     PlanMerge(work, tstrSettingDir);
     PlanUpdateInfo(work, tstrSettingDir);

@@ -77,15 +77,24 @@ struct Entry {
 [[nodiscard]] bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
                                 const std::function<void(const Entry&)>& visit, DWORD* pdwError);
 
+/// Tells of a file, by its path, whether a deletion leaves it out as if it were not there.
+using Spared = std::function<bool(const std::wstring& tstrPath)>;
+/// Spares none.
+[[nodiscard]] inline bool SpareNone(const std::wstring&)
+{
+    return false;
+}
+
 /// Deletes the files of `tstrFolder` (with trailing backslash) that match `tstrPattern` now; folders are left alone.
 /// All are tried, those that others hold for some two seconds together; false with the code of the first failure,
 /// ERROR_FILE_NOT_FOUND (2) when no file matches. Nothing is deleted where a junction or symbolic link leads to the
 /// folder (kStoppedOnLink, 681): it is held for as long as files are deleted.
-[[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError);
+[[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                               const Spared& isSpared = &SpareNone);
 
 /// Registers the same files for deletion at the next restart; refused in the same way. MoveFileExW without destination.
-[[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
-                                       DWORD* pdwError);
+[[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                                       const Spared& isSpared = &SpareNone);
 
 /// Calls `visit` for every file, link and folder of a tree in the order in which it is deleted: contents first,
 /// `tstrFolder` (with trailing backslash) last; paths without trailing backslash. What a junction or symbolic link
@@ -97,6 +106,7 @@ struct Entry {
 /// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
 /// itself; what it points to stays. All are tried; false with the code of the first failure, kStoppedOnLink (681) and
 /// nothing registered when a folder above `tstrFolder` is such a link.
-[[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError);
+[[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError,
+                                      const Spared& isSpared = &SpareNone);
 
 }  // namespace KzCommon::Storage::Directory
