@@ -16,7 +16,7 @@ constexpr std::size_t kProcessDigits = 8;
 constexpr std::wstring_view kBegins[] = {L"config-", L"UpdateInfo-"};  // by WorkingFile
 constexpr std::wstring_view kEnd = L".unfinished";
 
-/// Whether a file is a working copy that nobody needs: of this process, or of one that has ended.
+/// Whether a file is a leftover: a working copy of this process, or of one that has ended.
 bool IsLeftover(std::wstring_view tstrName, std::wstring_view tstrBegin)
 {
     if (tstrName.size() != tstrBegin.size() + kProcessDigits + kEnd.size() || !tstrName.starts_with(tstrBegin)) {

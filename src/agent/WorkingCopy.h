@@ -16,6 +16,6 @@ enum class WorkingFile { eConfig, eUpdateInfo };
 /// Deletes the working copies of processes that run no more, and those of this one.
 void RemoveWorkingCopies(const PathValues& pathValues);
 
-/// Makes the working copy of a file out of `tstrSource`, writable whatever that is; one that others use is waited for.
-/// False with the code in `dwError`, nothing left behind. CopyFileW.
+/// Copies `tstrSource` to the working copy and makes that writable; waits for a source that other programs use. False
+/// with the code in `dwError`, nothing left behind. CopyFileW.
 [[nodiscard]] bool MakeWorkingCopy(const std::wstring& tstrWorkingCopy, const std::wstring& tstrSource, DWORD& dwError);

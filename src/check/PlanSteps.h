@@ -33,8 +33,8 @@ struct PlanWork {
 
 inline constexpr wchar_t kTooLong[] = L"longer than 1023 characters";
 
-/// A file that is copied now; `eAction` eCopy or eKeep. `bOverReadOnly`: a read-only file is replaced, as a kept copy
-/// replaces whatever is there. True when it will be there.
+/// A file that is copied now; `eAction` eCopy or eKeep. `bOverReadOnly`: it replaces a read-only file, which a kept
+/// copy does in any case. True when it will be there.
 bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget,
               bool bOverReadOnly = false);
 

@@ -87,7 +87,7 @@ TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsN
         EXPECT_LT(::GetTickCount64() - ullStart, cFailures > kMost && cFailures < kForGood ? 9'000U : 2'000U);
         ::SetFileAttributesW(m_tstrFile.c_str(), FILE_ATTRIBUTE_NORMAL);
     }
-    // One that others read and let nobody write.
+    // A reader that does not share the file for writing.
     m_install.Write(L"UpdateInfo.ini", "");
     const std::jthread reader = HoldForAMoment(L"UpdateInfo.ini");
     ModifyUpdateInfo({m_tstrFile, m_tstrFile});
