@@ -1,10 +1,12 @@
 // Entry point of the patch agent.
 //
 //   /DeployFramework   deploys the downloaded update, then decides about the product's new name; 0, or -1 when the
-//                      deployment reports failure, or cannot begin because a library of Windows is missing
+//                      deployment reports failure, or cannot begin because a library of Windows is missing or another
+//                      run does not end
 //   /ApplyNewName      finishes the rename after the restart; 0
 //   any other text     decides about the new name only; 0
 //   nothing            does nothing; 0
+#include "agent/DeploymentLock.h"
 #include "agent/GuardedStep.h"
 #include "agent/NewNameDecision.h"
 #include "agent/PostRestartRename.h"
@@ -49,6 +51,14 @@ bool HasLibraries()
     return bComplete;
 }
 
+/// Whether no other run changes the installation.
+bool TakeLock(DeploymentLock& lock)
+{
+    bool bTaken = true;  // what ends early must not keep the update from the machine
+    RunGuarded(L"The lock of the installation", [&] { bTaken = lock.Take(Frwk::Utility::GetInstalledFolder()); });
+    return bTaken;
+}
+
 bool RunPhase(QorDeployAgent& agent, bool (QorDeployAgent::*pfnPhase)())
 {
     bool bOk = false;
@@ -67,14 +77,16 @@ bool RunDeployment()
     return bDeployed;
 }
 
-void DecideAboutNewName()
+void DecideAboutNewName(DeploymentLock& lock)
 {
     if (CheckIfNewProdNameApplied() || !NeedToApplyNewName()) return;
     if (!CanScheduleNewName()) return;
     // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
     TagNewProdNameApplied();
     PreparePostUdActionForNewName();
-    if (NeedToInformUser()) RemindToReboot();
+    if (!NeedToInformUser()) return;
+    lock.Release();  // the user may take hours to answer
+    RemindToReboot();
 }
 
 void ApplyNewName()
@@ -115,13 +127,14 @@ int wmain(int argc, wchar_t** argv)
         ApplyNewName();
         return kSuccess;  // the trace closes itself at the end of the process
     }
-    const bool bLibraries = HasLibraries();
-    const bool bDeployed = tstrSwitch != L"/DeployFramework" || (bLibraries && RunDeployment());
+    DeploymentLock lock;
+    const bool bMayChange = HasLibraries() && TakeLock(lock);
+    const bool bDeployed = tstrSwitch != L"/DeployFramework" || (bMayChange && RunDeployment());
     Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
     if (!bDeployed) {
         Trace(kTraceError, L"Patch Agent failed to perform update");
         return CloseWith(kFailure);
     }
-    if (bLibraries) RunGuarded(L"The decision about the new name", &DecideAboutNewName);
+    if (bMayChange) RunGuarded(L"The decision about the new name", [&] { DecideAboutNewName(lock); });
     return CloseWith(kSuccess);
 }

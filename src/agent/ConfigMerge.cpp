@@ -73,19 +73,25 @@ bool CollectTags(const Section& section, const SectionRecords& records, Json::Va
     return bAll && !data.empty();
 }
 
+/// Names the file of a request.
+void SetFile(Json::Value& request, const std::wstring& tstrFile)
+{
+    const std::wstring tstrFolder = String::FolderPart(tstrFile);
+    request["FilePath"] = String::ToUtf8(tstrFolder);
+    request["FileName"] = String::ToUtf8(tstrFile.substr(tstrFolder.size()));
+}
+
 /// A file that is read-only cannot be replaced.
 void MakeWritable(const std::wstring& tstrFile)
 {
-    const DWORD dwAttributes = ::GetFileAttributesW(tstrFile.c_str());
-    if (dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & FILE_ATTRIBUTE_READONLY)) return;
-    if (::SetFileAttributesW(tstrFile.c_str(), dwAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY})) return;
-    const DWORD dwError = ::GetLastError();
+    DWORD dwError = ERROR_SUCCESS;
+    if (Storage::File::MakeWritable(tstrFile, &dwError)) return;
     Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - [%s] stays read-only. [0x%08x]", tstrFile.c_str(),
           dwError);
 }
 
-/// Carries the user's values over into "config.xml" in `tstrFolder`. False unless every value got there.
-bool CarryOver(const std::wstring& tstrFolder)
+/// Carries the user's values over. False unless every value got there.
+bool CarryOver(const ConfigTarget& target)
 {
     ProviderSession provider;
     if (!provider.Start()) return false;
@@ -105,10 +111,10 @@ bool CarryOver(const std::wstring& tstrFolder)
     }
 
     // Also after a failed query: the provider writes what it found and nothing else.
-    request["FilePath"] = String::ToUtf8(tstrFolder);
-    request["FileName"] = "config.xml";
-    MakeWritable(String::JoinPath(tstrFolder, L"config.xml"));
+    SetFile(request, target.tstrWritten);
+    MakeWritable(target.tstrWritten);
     const DWORD dwWritten = provider.Send(CConfigProvider::kWrite, request);
+    SetFile(request, target.tstrPath);
     if (Config::IsFailure(dwWritten)) {
         Trace(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwWritten);
     } else {
@@ -127,49 +133,56 @@ bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD&
 }
 
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
-void KeepUsersFile(const std::wstring& tstrFolder)
+/// That name; empty when the file cannot be kept.
+std::wstring KeepUnderAnotherName(const std::wstring& tstrFile)
 {
-    const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"config.xml");
-    if (!Storage::File::IsExisted(tstrFile) || !Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) {
-        return;
-    }
-    const std::wstring tstrKept = KeptFileFor(tstrFile);
+    std::wstring tstrKept = KeptFileFor(tstrFile);
     DWORD dwError = ERROR_SUCCESS;
     if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError) ||
         IsKeptIn(tstrKept, tstrFile)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
               tstrKept.c_str());
-        return;
+        return tstrKept;
     }
     Trace(kTraceError,
           L"*** FrameworkDeployAgent::MergeConfig() - the user's settings cannot be kept in [%s]. [0x%08x]",
           tstrKept.c_str(), dwError);
+    return {};
 }
 
 }  // namespace
 
-bool MergeConfig(const std::wstring& tstrFolder)
+bool MergeConfig(PathValues& pathValues, const ConfigTarget& target)
 {
-    const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", tstrFolder);
+    const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", String::FolderPart(target.tstrPath));
     bool bCarriedOver = false;
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(tstrFolder); })) {
+    if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(target); })) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() failed. [0x%08x]", dwError);
     }
-    if (!bCarriedOver) KeepUsersFile(tstrFolder);
+    if (!bCarriedOver) KeepUsersFile(pathValues, target);
     return bCarriedOver;
 }
 
-std::wstring KeepDuringMerge(const std::wstring& tstrFolder)
+void KeepUsersFile(PathValues& pathValues, const ConfigTarget& target)
 {
-    if (!Storage::File::IsExisted(String::JoinPath(tstrFolder, L"config.xml"))) return {};
     const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"config.xml");
-    std::wstring tstrKept = KeptFileFor(tstrFile);
-    if (Storage::File::IsExisted(tstrKept) || !Storage::File::KeepCopy(tstrKept, tstrFile, nullptr)) return {};
-    return tstrKept;
+    const bool bReplaced = Storage::File::IsExisted(target.tstrPath) || Storage::File::IsExisted(target.tstrWritten);
+    if (!bReplaced || !Storage::File::IsExisted(tstrFile)) return;
+    std::wstring tstrKept = KeepUnderAnotherName(tstrFile);
+    if (!tstrKept.empty()) pathValues.KeepFile(std::move(tstrKept));
 }
 
-void DropKept(const std::wstring& tstrKept)
+void DropKeptFiles()
 {
-    if (!tstrKept.empty()) static_cast<void>(Storage::File::Delete(tstrKept, nullptr));
+    for (const std::wstring& tstrKept : KeptFilesLike(Frwk::Utility::InstalledFile(L"config.xml"))) {
+        DWORD dwError = ERROR_SUCCESS;
+        if (Storage::File::Delete(tstrKept, &dwError)) {
+            Trace(kTraceInfo, L"FrameworkDeployAgent::MergeConfig() - [%s] is not needed any more and deleted.",
+                  tstrKept.c_str());
+        } else {
+            Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - [%s] cannot be deleted. [0x%08x]",
+                  tstrKept.c_str(), dwError);
+        }
+    }
 }

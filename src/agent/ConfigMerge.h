@@ -1,16 +1,24 @@
 // The user's settings, carried over into the configuration file that an update brings.
 #pragma once
 
+#include "agent/PathValues.h"
+
 #include <string>
 
-/// Carries the user's values of the "migrate" tags over into "config.xml" in `tstrFolder` (trailing backslash). False,
-/// with the user's file kept under the name of KeptFileFor() (SettingsFiles.h), unless every value got there.
-bool MergeConfig(const std::wstring& tstrFolder);
+/// The configuration file that takes the user's values.
+struct ConfigTarget {
+    std::wstring tstrPath;     ///< "config.xml" of the update's settings, as the trace names it
+    std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
+};
 
-/// Keeps the user's file while "config.xml" in `tstrFolder` is made anew: an earlier run may have registered its move,
-/// and a run that is ended before the merge would put it in place without the user's values. The kept file's path;
-/// empty when nothing needs to be kept, or the same is kept already, or it cannot be done.
-[[nodiscard]] std::wstring KeepDuringMerge(const std::wstring& tstrFolder);
+/// Carries the user's values of the "migrate" tags over. False, with the user's file kept, unless every value got
+/// there.
+bool MergeConfig(PathValues& pathValues, const ConfigTarget& target);
 
-/// Removes what KeepDuringMerge() has kept.
-void DropKept(const std::wstring& tstrKept);
+/// Keeps the user's file under the name of KeptFileFor() (SettingsFiles.h), where there is one and the update's is
+/// about to replace it. CopyFileW, CreateHardLinkW.
+void KeepUsersFile(PathValues& pathValues, const ConfigTarget& target);
+
+/// Deletes the kept files that hold what the user's file holds (KeptFilesLike()): of one whose values were all carried
+/// over nothing is left to be kept. One with other content may hold values that an earlier update has lost: it stays.
+void DropKeptFiles();

@@ -11,7 +11,7 @@ using namespace PackageLayout;
 
 namespace {
 
-void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
+void CarryOut(PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
 {
     const OperationTrace trace(step.name);
     if (step.bPreparesSettings && !PrepareSettings(pathValues)) return;
@@ -26,7 +26,7 @@ void CarryOut(const PathValues& pathValues, const DeployStep& step, const BaseFo
 
 }  // namespace
 
-bool DeployProgramPackage(const PathValues& pathValues)
+bool DeployProgramPackage(PathValues& pathValues)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DeployProgramPackage()");
     const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
@@ -37,7 +37,7 @@ bool DeployProgramPackage(const PathValues& pathValues)
     return true;
 }
 
-bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir)
+bool DeployResourceFiles(PathValues& pathValues, const std::wstring& tstrDownloadDir)
 {
     const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
                              .tstrProductDownloadDir = {},

@@ -6,7 +6,7 @@
 #include <string>
 
 /// Runs the deploy steps of the program package, each whatever became of the one before. Always true.
-bool DeployProgramPackage(const PathValues& pathValues);
+bool DeployProgramPackage(PathValues& pathValues);
 
 /// Deploys the resource package out of `tstrDownloadDir` (with trailing backslash). Always true.
-bool DeployResourceFiles(const PathValues& pathValues, const std::wstring& tstrDownloadDir);
+bool DeployResourceFiles(PathValues& pathValues, const std::wstring& tstrDownloadDir);

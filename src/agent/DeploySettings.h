@@ -6,4 +6,4 @@
 /// What the settings step does before its files are copied: patches the registry, makes the settings files of the
 /// product's language the installed ones, merges the configuration and edits the update information. False, with a
 /// trace line, when the package has no settings folder: then only the registry is patched.
-[[nodiscard]] bool PrepareSettings(const PathValues& pathValues);
+[[nodiscard]] bool PrepareSettings(PathValues& pathValues);

@@ -8,6 +8,10 @@
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Retry.h"
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 using namespace KzCommon;
 
 namespace {
@@ -16,9 +20,19 @@ constexpr DownloadKey kProduct32{L"Component1_DownloadPath", L"c21t2103v0.0.0l1p
 constexpr DownloadKey kProduct64{L"Component101_DownloadPath", L"c21t2103v0.0.0l1p1r1o1"};
 constexpr DownloadKey kResource{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-1r1o1"};
 
+constexpr wchar_t kSeparators[] = L"\\/";
+
+/// A name of a path as Windows reads it: at the end of a path it drops all dots and spaces, before that one dot.
+std::wstring_view WithoutDroppedEnd(std::wstring_view tstrName, bool bLast) noexcept
+{
+    if (bLast) return tstrName.substr(0, tstrName.find_last_not_of(L". ") + 1);
+    if (tstrName.ends_with(L'.')) tstrName.remove_suffix(1);
+    return tstrName;
+}
+
 bool IsFolderName(std::wstring_view tstrName) noexcept
 {
-    // The system drops dots and blanks at the end: the name would be another one.
+    // A dot or a space that Windows leaves at the end is no part of a name that it makes.
     return Storage::File::IsPlainName(tstrName) && tstrName.back() != L'.' && tstrName.back() != L' ';
 }
 
@@ -46,15 +60,30 @@ const DownloadKey& ResourceDownloadKey() noexcept
     return kResource;
 }
 
-bool IsDownloadPath(std::wstring_view tstrPath) noexcept
+bool NormalizeDownloadPath(std::wstring& tstrPath)
 {
-    if (tstrPath.ends_with(L'\\')) tstrPath.remove_suffix(1);
-    for (;;) {
-        const std::size_t uSlash = tstrPath.find(L'\\');
-        if (!IsFolderName(tstrPath.substr(0, uSlash))) return false;
-        if (uSlash == std::wstring_view::npos) return true;
-        tstrPath.remove_prefix(uSlash + 1);
+    std::wstring_view tstrRest = tstrPath;
+    tstrRest = tstrRest.substr(0, tstrRest.find_last_not_of(kSeparators) + 1);
+    if (tstrRest.find_first_of(kSeparators) == 0) return false;
+    std::vector<std::wstring_view> names;
+    while (!tstrRest.empty()) {
+        const std::size_t uEnd = std::min(tstrRest.find_first_of(kSeparators), tstrRest.size());
+        const std::wstring_view tstrName = tstrRest.substr(0, uEnd);
+        tstrRest.remove_prefix(std::min(tstrRest.find_first_not_of(kSeparators, uEnd), tstrRest.size()));
+        if (tstrName == L".") continue;
+        if (tstrName == L"..") {
+            if (names.empty()) return false;
+            names.pop_back();
+            continue;
+        }
+        names.push_back(WithoutDroppedEnd(tstrName, tstrRest.empty()));
+        if (!IsFolderName(names.back())) return false;
     }
+    if (names.empty()) return false;
+    std::wstring tstrNormal(names.front());
+    for (std::size_t u = 1; u < names.size(); ++u) tstrNormal.append(L"\\").append(names[u]);
+    tstrPath = std::move(tstrNormal);
+    return true;
 }
 
 bool ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadKey& key, std::wstring& tstrPath)
@@ -77,7 +106,7 @@ bool ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadKey& key
     }));
     // An empty name would mean the folder of all packages.
     tstrPath = tstrValue.empty() ? key.szDefault : tstrValue;
-    if (IsDownloadPath(tstrPath)) return true;
+    if (NormalizeDownloadPath(tstrPath)) return true;
     Trace(kTraceError, L"*** PathValues::ReadDownloadPath() - %s=[%s] is no name below \"Component\\\", [%s] is taken.",
           key.szKey, tstrPath.c_str(), key.szDefault);
     tstrPath = key.szDefault;

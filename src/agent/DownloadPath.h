@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 /// A component's key in the section "COMPONENT_LIST" of "UpdateInfo.ini", and its own identifier, which is the name of
 /// the folder that the updater uses when the key is missing.
@@ -17,11 +16,13 @@ struct DownloadKey {
 /// The resource package's key.
 [[nodiscard]] const DownloadKey& ResourceDownloadKey() noexcept;
 
-/// Whether a download path names a folder below "Component\" and nothing else, whatever Windows makes of it: plain
-/// names between single backslashes, none of which ends in a dot or a blank; one backslash may follow.
-[[nodiscard]] bool IsDownloadPath(std::wstring_view tstrPath) noexcept;
+/// Writes a download path as Windows reads it: names between single backslashes, without ".", "..", separators at the
+/// end, and the dots and spaces that Windows drops at the end of a name. False, with `tstrPath` left as it is, for a
+/// path that leaves "Component\" or is that folder itself, begins with a separator, or has a name in it that no folder
+/// can have: a drive, a stream, a device, a wildcard.
+[[nodiscard]] bool NormalizeDownloadPath(std::wstring& tstrPath);
 
-/// Reads a download path. The default stands for a missing file, section or key, for an empty value and, with a trace
-/// line, for a value that is no download path. False, with a trace line, for a file that other programs hold open,
-/// after some two seconds: what it says is not known. GetPrivateProfileStringW.
+/// Reads a download path, normalized. The default stands for a missing file, section or key, for an empty value and,
+/// with a trace line, for a value that is no download path. False, with a trace line, for a file that other programs
+/// hold open, after some two seconds: what it says is not known. GetPrivateProfileStringW.
 [[nodiscard]] bool ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadKey& key, std::wstring& tstrPath);

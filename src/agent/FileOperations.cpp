@@ -48,14 +48,28 @@ void TraceFailedDelete(const FileRecord& record, DWORD dwError)
           record.tstrPattern.c_str(), dwError);
 }
 
-void ScheduleFolder(const FileRecord& record)
+/// What the run itself keeps is not deleted: no record was written for it.
+Storage::Directory::Spared KeptBy(const PathValues& pathValues)
+{
+    return [&pathValues](const std::wstring& tstrPath) {
+        const bool bKept = pathValues.IsKeptFile(tstrPath);
+        if (bKept) {
+            Trace(kTraceInfo, L"*** FrameworkDeployAgent::PerformFileOperation() - [%s] is kept by this run and stays.",
+                  tstrPath.c_str());
+        }
+        return bKept;
+    };
+}
+
+void ScheduleFolder(const PathValues& pathValues, const FileRecord& record)
 {
     if (!Storage::Directory::IsExisted(record.tstrFolder)) {
         Trace(kTraceError, L"No files under directory '%s'", record.tstrPath.c_str());
         return;
     }
     DWORD dwError = record.dwRefusal;
-    if (record.eRefusal != FileRefusal::eNone || !Storage::Directory::ScheduleDeleteTree(record.tstrFolder, &dwError)) {
+    if (record.eRefusal != FileRefusal::eNone ||
+        !Storage::Directory::ScheduleDeleteTree(record.tstrFolder, &dwError, KeptBy(pathValues))) {
         TraceFailedDelete(record, dwError);
     }
 }
@@ -74,8 +88,8 @@ void MakeFolder(const FileRecord& record)
     }
 }
 
-void RemoveMatching(const FileRecord& record, TraceFormat<int> tooLong,
-                    bool (*pfnRemove)(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError))
+void RemoveMatching(const PathValues& pathValues, const FileRecord& record, TraceFormat<int> tooLong,
+                    decltype(Storage::Directory::DeleteFiles)* pfnRemove)
 {
     DWORD dwError = record.dwRefusal;
     switch (record.eRefusal) {
@@ -85,7 +99,8 @@ void RemoveMatching(const FileRecord& record, TraceFormat<int> tooLong,
             break;
         case FileRefusal::eNotAFullPath: TraceFailedDelete(record, dwError); break;
         case FileRefusal::eNone:
-            if (!pfnRemove(record.tstrFolder, record.tstrPattern, &dwError)) TraceFailedDelete(record, dwError);
+            if (!pfnRemove(record.tstrFolder, record.tstrPattern, &dwError, KeptBy(pathValues)))
+                TraceFailedDelete(record, dwError);
             break;
     }
 }
@@ -161,14 +176,14 @@ void PerformFileOperation(const PathValues& pathValues, const std::wstring& tstr
     pathValues.ExpandPlaceholders(tstrPath);
     const FileRecord record = ParseFileRecord(iOp, tstrPath);
     switch (iOp) {
-        case op_dir_delete: ScheduleFolder(record); break;
+        case op_dir_delete: ScheduleFolder(pathValues, record); break;
         case op_dir_add: MakeFolder(record); break;
         case op_file_delete:
-            RemoveMatching(record, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.",
+            RemoveMatching(pathValues, record, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.",
                            &Storage::Directory::ScheduleDeleteFiles);
             break;
         case op_file_delete_now:
-            RemoveMatching(record, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.",
+            RemoveMatching(pathValues, record, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.",
                            &Storage::Directory::DeleteFiles);
             break;
         default: break;

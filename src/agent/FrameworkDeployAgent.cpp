@@ -2,6 +2,7 @@
 #include "agent/QorDeployAgent.h"
 
 #include "agent/DeployPackages.h"
+#include "agent/DeploymentLock.h"
 #include "agent/FileOperations.h"
 #include "agent/RunOnce.h"
 
@@ -27,6 +28,7 @@ bool FrameworkDeployAgent::DoPreAction()
     m_pathValues.ReadProductFolders();
     Trace(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
           m_pathValues.ProductDownloadDir().c_str());
+    m_pathValues.KeepFile(DeploymentLock::FileIn(m_pathValues.InstallDir()));
     CreateDirBeforeReboot(m_pathValues);
     return true;
 }

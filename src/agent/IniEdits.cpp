@@ -15,12 +15,12 @@ using namespace KzCommon;
 
 namespace {
 
-enum Field : std::size_t { eSection, eKey, eValue, eFieldCount };
+enum IniField : std::size_t { eSection, eKey, eValue, eIniFields };
 
 void StoreIniValue(const IniTarget& target, const std::wstring& tstrSection, const std::wstring& tstrKey,
-                   const std::wstring& tstrValue)
+                   const std::wstring& tstrValue, Storage::Patience& patience)
 {
-    if (!Storage::Ini::StoreValue(target.tstrWritten, tstrSection, tstrKey, tstrValue)) {
+    if (!Storage::Ini::StoreValue(target.tstrWritten, tstrSection, tstrKey, tstrValue, patience)) {
         Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
     }
 }
@@ -30,8 +30,8 @@ void StoreIniValue(const IniTarget& target, const std::wstring& tstrSection, con
 IniRecord ParseIniRecord(const std::wstring& tstrData)
 {
     IniRecord record;
-    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eFieldCount, record.bTooManyFields);
-    fields.resize(eFieldCount);
+    std::vector<std::wstring> fields = String::SplitFields(tstrData, L'!', eIniFields, record.bTooManyFields);
+    fields.resize(eIniFields);
     record.tstrSection = std::move(fields[eSection]);
     record.tstrKey = std::move(fields[eKey]);
     record.tstrValue = std::move(fields[eValue]);
@@ -44,14 +44,15 @@ void ModifyUpdateInfo(const IniTarget& target)
     constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
     SectionRecords records;
     if (!ReadSection(kSection, records)) return;
+    Storage::Patience patience{kEditRepetitions};
     ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrRecord) {
-        ModifyIniKeyValue(target, tstrRecord);
+        ModifyIniKeyValue(target, tstrRecord, patience);
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
     });
-    DeployVersion(target);
+    DeployVersion(target, patience);
 }
 
-void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData)
+void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData, Storage::Patience& patience)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::ModifyIniKeyValue()", target.tstrPath);
     if (!IsRecordLengthValid(tstrData)) {
@@ -63,7 +64,7 @@ void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData)
         Trace(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
     }
     Trace(kTraceInfo, L"[%s] %s=%s", record.tstrSection.c_str(), record.tstrKey.c_str(), record.tstrValue.c_str());
-    if (record.IsComplete()) StoreIniValue(target, record.tstrSection, record.tstrKey, record.tstrValue);
+    if (record.IsComplete()) StoreIniValue(target, record.tstrSection, record.tstrKey, record.tstrValue, patience);
 }
 
 IniRecord DeployedVersion()
@@ -73,9 +74,9 @@ IniRecord DeployedVersion()
             .tstrValue = BREVANT_WIDE_VERSION};
 }
 
-void DeployVersion(const IniTarget& target)
+void DeployVersion(const IniTarget& target, Storage::Patience& patience)
 {
     const OperationTrace trace(L"[Enter] DeployVersion(%s)", target.tstrPath, L"[Leve] DeployVersion()");
     const IniRecord version = DeployedVersion();
-    StoreIniValue(target, version.tstrSection, version.tstrKey, version.tstrValue);
+    StoreIniValue(target, version.tstrSection, version.tstrKey, version.tstrValue, patience);
 }

@@ -1,6 +1,8 @@
 // The update information records of the instruction file.
 #pragma once
 
+#include "common/KzComn_Retry.h"
+
 #include <string>
 
 /// An INI record taken apart. A field that the record does not have is empty.
@@ -26,14 +28,18 @@ struct IniTarget {
     std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
 };
 
+/// How often the changes of one file are tried again while others use it, all of them together: for five seconds. A
+/// scanner that looks at the file after every change must not use that up.
+inline constexpr unsigned kEditRepetitions = 50;
+
 /// Changes keys of an INI file and records the deployed version in it.
 void ModifyUpdateInfo(const IniTarget& target);
 
 /// Carries out one record of section, key and value. WritePrivateProfileStringW.
-void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData);
+void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData, KzCommon::Storage::Patience& patience);
 
 /// What records the version of the agent's own component.
 [[nodiscard]] IniRecord DeployedVersion();
 
 /// Writes DeployedVersion(). WritePrivateProfileStringW.
-void DeployVersion(const IniTarget& target);
+void DeployVersion(const IniTarget& target, KzCommon::Storage::Patience& patience);

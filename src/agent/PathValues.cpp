@@ -4,6 +4,7 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
@@ -12,6 +13,7 @@
 #include <objbase.h>
 #include <rpc.h>
 
+#include <algorithm>
 #include <iterator>
 
 using namespace KzCommon;
@@ -27,6 +29,15 @@ std::wstring ReadLogFolder(const wchar_t* szSessionKey)
     static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, szSessionKey, L"LogFolder", tstrFolder,
                                               Frwk::Utility::ProductRegistryView(), nullptr));
     return String::EnsureBackslash(tstrFolder);
+}
+
+/// A folder's path without "..", with the long names of its folders.
+std::wstring LongPath(const std::wstring& tstrFolder)
+{
+    const std::wstring tstrFull = Storage::Directory::FullPath(tstrFolder);
+    std::wstring tstrLong(::GetLongPathNameW(tstrFull.c_str(), nullptr, 0), L'\0');
+    tstrLong.resize(::GetLongPathNameW(tstrFull.c_str(), tstrLong.data(), static_cast<DWORD>(tstrLong.size())));
+    return tstrLong.empty() ? tstrFull : tstrLong;
 }
 
 }  // namespace
@@ -113,6 +124,16 @@ std::wstring PathValues::ReadResourceDownloadDir() const
 std::wstring PathValues::UpdateInfoFile() const
 {
     return m_tstrInstallDir.empty() ? std::wstring() : m_tstrInstallDir + L"UpdateInfo.ini";
+}
+
+bool PathValues::IsKeptFile(const std::wstring& tstrPath) const
+{
+    const std::size_t cchFolder = String::FolderPart(tstrPath).size();
+    return std::ranges::any_of(m_keptFiles, [&](const std::wstring& tstrKept) {
+        const std::wstring tstrFolder = String::FolderPart(tstrKept);
+        return String::EqualsNoCase(tstrKept.substr(tstrFolder.size()), tstrPath.substr(cchFolder)) &&
+               String::EqualsNoCase(LongPath(tstrFolder), LongPath(tstrPath.substr(0, cchFolder)));
+    });
 }
 
 const PathValues::Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) const

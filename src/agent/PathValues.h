@@ -6,6 +6,7 @@
 #include <array>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 /// The folders that the placeholders stand for, each with trailing backslash; a placeholder without one stays in the
@@ -81,6 +82,11 @@ public:
     /// The log folder of the protected sessions: one for each user profile when it begins with "%USERPROFILE%".
     [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
 
+    /// Notes a file that the run itself keeps: no record of it deletes the file.
+    void KeepFile(std::wstring tstrPath) { m_keptFiles.push_back(std::move(tstrPath)); }
+    /// Whether a file is one of those, however its folder is written. GetLongPathNameW.
+    [[nodiscard]] bool IsKeptFile(const std::wstring& tstrPath) const;
+
     /// What the system says of a folder's volume.
     struct Volume {
         std::wstring tstrMountPoint;    ///< with trailing backslash; empty when the question failed
@@ -104,6 +110,7 @@ private:
     std::wstring m_tstrServiceLogDir;
     std::wstring m_tstrInstallerLogDir;
     std::vector<std::wstring> m_protectedLogDirs;
+    std::vector<std::wstring> m_keptFiles;
     mutable std::unordered_map<std::wstring, Volume> m_volumes;
     mutable std::unordered_map<std::wstring, bool> m_linked;
 };

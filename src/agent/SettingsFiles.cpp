@@ -2,13 +2,14 @@
 
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 
 using namespace KzCommon;
 
 namespace {
 
-constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml"}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
+constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml", true}, {L"qorshcut", L"xml"}, {L"readme", L"htm"}};
 constexpr unsigned kKeptFiles = 9;
 constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
 
@@ -69,6 +70,24 @@ std::wstring KeptFileFor(const std::wstring& tstrUsersFile)
         if (bFree || IsKeptIn(tstrKept, tstrUsersFile)) return tstrKept;
     }
     return KeptName(tstrUsersFile, kKeptFiles);
+}
+
+bool IsKeptFileFor(const std::wstring& tstrUsersFile, std::wstring_view tstrPath)
+{
+    for (unsigned uNumber = 1; uNumber <= kKeptFiles; ++uNumber) {
+        if (String::EqualsNoCase(KeptName(tstrUsersFile, uNumber), tstrPath)) return true;
+    }
+    return false;
+}
+
+std::vector<std::wstring> KeptFilesLike(const std::wstring& tstrUsersFile)
+{
+    std::vector<std::wstring> files;
+    for (unsigned uNumber = 1; uNumber <= kKeptFiles; ++uNumber) {
+        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
+        if (Storage::File::IsExisted(tstrKept) && IsKeptIn(tstrKept, tstrUsersFile)) files.push_back(tstrKept);
+    }
+    return files;
 }
 
 std::wstring NewestKeptFile(const std::wstring& tstrUsersFile)

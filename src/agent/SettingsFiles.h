@@ -4,12 +4,15 @@
 
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 /// A settings file that the update brings once for each language, "base_LANGUAGE.extension"; the one of the product's
 /// language becomes "base.extension".
 struct LanguageFile {
     const wchar_t* szBase;
     const wchar_t* szExtension;
+    bool bMerged = false;  ///< takes the user's values before it is in its place
 };
 
 /// All of them.
@@ -26,6 +29,12 @@ struct LanguageFile {
 /// an earlier time, the first of "config.previous.2.xml" to "config.previous.9.xml" that is free or holds the same;
 /// when none is, the last.
 [[nodiscard]] std::wstring KeptFileFor(const std::wstring& tstrUsersFile);
+
+/// Whether a path is one of those.
+[[nodiscard]] bool IsKeptFileFor(const std::wstring& tstrUsersFile, std::wstring_view tstrPath);
+
+/// The kept files that IsKeptIn() says are the user's file.
+[[nodiscard]] std::vector<std::wstring> KeptFilesLike(const std::wstring& tstrUsersFile);
 
 /// The user's file that was kept last; empty when none was.
 [[nodiscard]] std::wstring NewestKeptFile(const std::wstring& tstrUsersFile);

@@ -5,6 +5,7 @@
 #include "check/PlanReport.h"
 #include "check/PlanSteps.h"
 
+#include "agent/DeploymentLock.h"
 #include "agent/SettingsFiles.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
@@ -110,7 +111,7 @@ bool PlanSettings(PlanWork& work)
         const std::wstring tstrEnd = L"." + std::wstring(file.szExtension);
         const std::wstring tstrSource = tstrSettingDir + file.szBase + L"_" + work.Language() + tstrEnd;
         const std::wstring tstrTarget = work.forecast.PlaceThen(tstrSettingDir) + file.szBase + tstrEnd;
-        static_cast<void>(PlanCopy(work, Action::eCopy, tstrSource, tstrTarget));
+        static_cast<void>(PlanCopy(work, Action::eCopy, tstrSource, tstrTarget, true));
     }
     PlanMerge(work, tstrSettingDir);
     PlanUpdateInfo(work, tstrSettingDir);
@@ -177,6 +178,7 @@ Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir)
     PlanWork work{update, Forecast(update.Folder(), tstrInstalledDir), {}, {update.Folder(), tstrInstalledDir, {}}};
     work.paths.ReadLogFolders();
     work.paths.TakeProductFolders(tstrInstalledDir, update.Product().tstrDownloadPath);
+    work.paths.KeepFile(DeploymentLock::FileIn(tstrInstalledDir));
     PlanSection(work, SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
     PlanPackages(work);
     PlanDeletions(work);

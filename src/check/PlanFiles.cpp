@@ -109,6 +109,9 @@ void Refuse(PlanWork& work, const std::wstring& tstrTarget, bool bAtRestart, Out
 
 void AddDeletion(PlanWork& work, const std::wstring& tstrPath, bool bAtRestart)
 {
+    if (work.paths.IsKeptFile(tstrPath)) {
+        return Refuse(work, tstrPath, bAtRestart, Outcome::eStay, L"the run itself keeps it");
+    }
     Change change{.eAction = Action::eDelete, .eOutcome = Outcome::eRemove, .bAtRestart = bAtRestart};
     change.tstrTarget = tstrPath;
     work.Add(std::move(change));
@@ -187,7 +190,8 @@ void CreateFolder(PlanWork& work, const FileRecord& record, bool bLengthValid)
 
 }  // namespace
 
-bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget)
+bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget,
+              bool bOverReadOnly)
 {
     Change change{.eAction = eAction,
                   .eOutcome = work.forecast.HasFile(tstrTarget) ? Outcome::eReplace : Outcome::eNew};
@@ -195,8 +199,8 @@ bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, co
     change.tstrTarget = tstrTarget;
     change.tstrReason = Obstacle(work, work.forecast.PlaceThen(tstrSource), tstrTarget);
     if (!work.forecast.HasFile(tstrSource)) change.tstrReason = L"there is no such file to copy";
-    // A kept copy replaces whatever is there.
-    if (eAction == Action::eCopy && change.tstrReason.empty() && work.forecast.IsReadOnly(tstrTarget)) {
+    if (eAction == Action::eCopy && !bOverReadOnly && change.tstrReason.empty() &&
+        work.forecast.IsReadOnly(tstrTarget)) {
         change.tstrReason = L"the file there is read-only";
     }
     const bool bOk = change.tstrReason.empty();

@@ -133,16 +133,30 @@ bool PlanCarryOver(PlanWork& work, const std::wstring& tstrSettingDir, const std
     return bAll;
 }
 
+/// A kept file that is not needed any more.
+void PlanDrop(PlanWork& work, const std::wstring& tstrKept)
+{
+    Change change{.eAction = Action::eDelete, .eOutcome = Outcome::eRemove};
+    change.tstrTarget = tstrKept;
+    change.tstrReason = L"kept by an earlier run: the same settings are carried over";
+    work.Add(std::move(change));
+    work.forecast.RemoveFile(tstrKept);
+}
+
 }  // namespace
 
 void PlanMerge(PlanWork& work, const std::wstring& tstrSettingDir)
 {
     work.Begin(L"MergeConfig");
     const std::wstring tstrTarget = work.forecast.PlaceThen(tstrSettingDir) + kConfigFile;
-    if (PlanCarryOver(work, tstrSettingDir, tstrTarget)) return;
     const std::wstring tstrUsers = work.paths.InstallDir() + kConfigFile;
+    if (PlanCarryOver(work, tstrSettingDir, tstrTarget)) {
+        for (const std::wstring& tstrKept : KeptFilesLike(tstrUsers)) PlanDrop(work, tstrKept);
+        return;
+    }
     if (!work.forecast.HasFile(tstrUsers) || !work.forecast.HasFile(tstrTarget)) return;
-    static_cast<void>(PlanCopy(work, Action::eKeep, tstrUsers, KeptFileFor(tstrUsers)));
+    const std::wstring tstrKept = KeptFileFor(tstrUsers);
+    if (PlanCopy(work, Action::eKeep, tstrUsers, tstrKept)) work.paths.KeepFile(tstrKept);
 }
 
 }  // namespace Check

@@ -33,8 +33,10 @@ struct PlanWork {
 
 inline constexpr wchar_t kTooLong[] = L"longer than 1023 characters";
 
-/// A file that is copied now; `eAction` eCopy or eKeep. True when it will be there.
-bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget);
+/// A file that is copied now; `eAction` eCopy or eKeep. `bOverReadOnly`: it replaces a read-only file, which a kept
+/// copy does in any case. True when it will be there.
+bool PlanCopy(PlanWork& work, Action eAction, const std::wstring& tstrSource, const std::wstring& tstrTarget,
+              bool bOverReadOnly = false);
 
 void PlanFileRecord(PlanWork& work, FileOp eOp, const std::wstring& tstrRecord);     ///< PlanFiles.cpp
 void PlanRegistryRecord(PlanWork& work, RegOp eOp, const std::wstring& tstrRecord);  ///< PlanRecords.cpp

@@ -265,6 +265,13 @@ private:
         return true;
     }
 
+    /// Whether a file is one that a run keeps for the user: a pattern that happens to match it does not delete it.
+    bool IsKept(const std::wstring& tstrPath, const std::wstring& tstrPattern) const
+    {
+        return tstrPattern.find_first_of(L"*?") != std::wstring::npos &&
+               IsKeptFileFor(m_machine.folders.InstalledDir() + L"config.xml", tstrPath);
+    }
+
     void VerifyDeletion(const DeletionPromise& deletion)
     {
         Destination destination;
@@ -279,7 +286,8 @@ private:
         std::size_t cLeft = 0;
         const DWORD dwError = List(record.tstrFolder, record.tstrPattern, [&](const Storage::Directory::Entry& entry) {
             const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
-            if (entry.bFolder || m_brought.contains(LowerCase(tstrFile))) return;
+            if (entry.bFolder || m_brought.contains(LowerCase(tstrFile)) || IsKept(tstrFile, record.tstrPattern))
+                return;
             ++cLeft;
             Add(m_machine.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
         });
@@ -323,7 +331,7 @@ private:
             const DWORD dwError = List(tstrListed, L"*", [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrPath = tstrListed + entry.tstrName;
                 if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
-                if (m_brought.contains(LowerCase(tstrPath))) {
+                if (m_brought.contains(LowerCase(tstrPath)) || IsKept(tstrPath, L"*")) {
                     bBrought = true;
                 } else {
                     count(tstrPath);

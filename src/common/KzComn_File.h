@@ -17,8 +17,8 @@ namespace KzCommon::Storage::File {
 /// Copies `tstrSource` to `tstrDestination`; an existing destination fails unless `bOverwrite`. It is replaced as a
 /// whole, owner and access rights kept, where possible: whenever the process ends, it holds the old content or the new;
 /// an owner that cannot be kept leaves a line in the trace. A link in its place is replaced itself. Unless `bWait` is
-/// false (for new files only), a file in use is waited for, some two seconds. False with the code in `*pdwError` (may be
-/// null): ERROR_BAD_ARGUMENTS (160) when either path is empty, ERROR_ACCESS_DENIED (5) for a destination that is
+/// false (for new files only), a file in use is waited for, some two seconds. False with the code in `*pdwError` (may
+/// be null): ERROR_BAD_ARGUMENTS (160) when either path is empty, ERROR_ACCESS_DENIED (5) for a destination that is
 /// read-only, or hidden while the source is not, kStoppedOnLink (681) where a link that is refused (KzComn_LinkRule.h)
 /// leads to its folder, which is locked meanwhile. CopyFileW, SetFileInformationByHandle.
 [[nodiscard]] bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite,
@@ -72,15 +72,24 @@ struct Entry {
 [[nodiscard]] bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
                                 const std::function<void(const Entry&)>& visit, DWORD* pdwError);
 
+/// Tells of a file, by its path, whether a deletion leaves it out as if it were not there.
+using Spared = std::function<bool(const std::wstring& tstrPath)>;
+/// Spares none.
+[[nodiscard]] inline bool SpareNone(const std::wstring&)
+{
+    return false;
+}
+
 /// Deletes the files of `tstrFolder` (with trailing backslash) that match `tstrPattern` now; folders are left alone.
 /// All are tried, those that others hold for some two seconds together; false with the code of the first failure,
 /// ERROR_FILE_NOT_FOUND (2) when no file matches. Nothing is deleted where a link that is refused
 /// (KzComn_LinkRule.h) leads to the folder (kStoppedOnLink, 681): it is held for as long as files are deleted.
-[[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError);
+[[nodiscard]] bool DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                               const Spared& isSpared = &SpareNone);
 
 /// Registers the same files for deletion at the next restart; refused in the same way. MoveFileExW without destination.
-[[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
-                                       DWORD* pdwError);
+[[nodiscard]] bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                                       const Spared& isSpared = &SpareNone);
 
 /// Calls `visit` for every file, link and folder of a tree in the order in which it is deleted: contents first,
 /// `tstrFolder` (with trailing backslash) last; paths without trailing backslash. What a junction or symbolic link
@@ -92,6 +101,7 @@ struct Entry {
 /// `tstrFolder` (with trailing backslash) last. A junction or symbolic link, `tstrFolder` included, is registered
 /// itself; what it points to stays. All are tried; false with the code of the first failure, kStoppedOnLink (681) and
 /// nothing registered when a folder above `tstrFolder` is a link that is refused.
-[[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError);
+[[nodiscard]] bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError,
+                                      const Spared& isSpared = &SpareNone);
 
 }  // namespace KzCommon::Storage::Directory

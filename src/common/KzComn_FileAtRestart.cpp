@@ -54,13 +54,14 @@ bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tst
 
 namespace Directory {
 
-bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError)
+bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                         const Spared& isSpared)
 {
     HeldFolder folder;
     if (!folder.Hold(tstrFolder, pdwError)) return false;
     std::vector<std::wstring> files;
     const auto gather = [&](const Entry& entry) {
-        if (!entry.bFolder) files.push_back(tstrFolder + entry.tstrName);
+        if (!entry.bFolder && !isSpared(tstrFolder + entry.tstrName)) files.push_back(tstrFolder + entry.tstrName);
     };
     if (!ForEachEntry(tstrFolder, tstrPattern, gather, pdwError)) return false;
     if (files.empty()) return Fail(ERROR_FILE_NOT_FOUND, pdwError);
@@ -73,12 +74,13 @@ bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tst
     return failure.Report(pdwError);
 }
 
-bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError)
+bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError, const Spared& isSpared)
 {
     HeldFolder above;
     if (!above.Hold(FolderAbove(FullPath(tstrFolder)), pdwError)) return false;
     FirstFailure failure;
     const auto schedule = [&](const std::wstring& tstrPath) {
+        if (isSpared(tstrPath)) return;
         DWORD dwError = ERROR_SUCCESS;
         const bool bOk = DeleteAtRestart(tstrPath, &dwError);
         failure.Note(bOk, dwError);

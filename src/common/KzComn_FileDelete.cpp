@@ -72,7 +72,8 @@ bool File::Delete(const std::wstring& tstrPath, DWORD* pdwError)
         remove, [&] { return !Directory::IsExisted(tstrPath); }, pdwError);
 }
 
-bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError)
+bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                            const Spared& isSpared)
 {
     HeldFolder folder;
     if (!folder.Hold(tstrFolder, pdwError)) return false;
@@ -83,7 +84,7 @@ bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& 
     // The names are gathered first: deleting changes the folder that is being listed.
     std::vector<Doomed> files;
     const auto gather = [&](const Entry& entry) {
-        if (!entry.bFolder) files.push_back({tstrFolder + entry.tstrName});
+        if (!entry.bFolder && !isSpared(tstrFolder + entry.tstrName)) files.push_back({tstrFolder + entry.tstrName});
     };
     if (!ForEachEntry(tstrFolder, tstrPattern, gather, pdwError)) return false;
     if (files.empty()) return Fail(ERROR_FILE_NOT_FOUND, pdwError);

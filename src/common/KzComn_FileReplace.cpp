@@ -5,6 +5,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Privilege.h"
+#include "common/KzComn_Process.h"
 #include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
@@ -33,11 +34,8 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 /// Whether the process that made a temporary file is another one and still runs.
 bool IsInUse(const std::wstring& tstrName)
 {
-    const DWORD dwProcess = std::wcstoul(tstrName.substr(kPrefix.size(), kProcessDigits).c_str(), nullptr, 16);
-    if (dwProcess == ::GetCurrentProcessId()) return false;
-    const UniqueKernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, dwProcess));
-    if (!process) return ::GetLastError() == ERROR_ACCESS_DENIED;
-    return ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+    return Process::IsAnotherRunning(
+        std::wcstoul(tstrName.substr(kPrefix.size(), kProcessDigits).c_str(), nullptr, 16));
 }
 
 void DeleteTemporary(const std::wstring& tstrPath) noexcept

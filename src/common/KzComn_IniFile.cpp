@@ -87,16 +87,24 @@ void IniFile::RequireReady() const
 namespace Ini {
 
 bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection, const std::wstring& tstrKey,
-                const std::wstring& tstrValue)
+                const std::wstring& tstrValue, Patience& patience)
 {
+    const auto store = [&](DWORD& dwCode) {
+        return Guarded(&dwCode, [&] {
+            IniFile iniFile;
+            iniFile.Open(tstrPath);
+            iniFile.StoreString(tstrSection, tstrKey, tstrValue);
+        });
+    };
+    const auto mayPass = [&] {
+        constexpr DWORD kLasting = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+        const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
+        return dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & kLasting);
+    };
     DWORD dwError = ERROR_SUCCESS;
-    const bool bOk = Guarded(&dwError, [&] {
-        IniFile iniFile;
-        iniFile.Open(tstrPath);
-        iniFile.StoreString(tstrSection, tstrKey, tstrValue);
-    });
-    if (!bOk) ::SetLastError(dwError);
-    return bOk;
+    if (TryWhileHeld(store, mayPass, patience, &dwError)) return true;
+    ::SetLastError(dwError);
+    return false;
 }
 
 Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection, const SectionGrowth& growth)

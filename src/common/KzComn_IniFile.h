@@ -3,6 +3,7 @@
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_Registry.h"
+#include "common/KzComn_Retry.h"
 
 #include <string>
 #include <utility>
@@ -49,9 +50,10 @@ private:
 
 namespace Ini {
 
-/// Writes one value of the file at `tstrPath`; false with the code left in GetLastError().
+/// Writes one value of the file at `tstrPath`, which is waited for while others use it and `patience` lasts; false with
+/// the code left in GetLastError(). WritePrivateProfileStringW.
 [[nodiscard]] bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection,
-                              const std::wstring& tstrKey, const std::wstring& tstrValue);
+                              const std::wstring& tstrKey, const std::wstring& tstrValue, Patience& patience);
 
 /// How the buffer of a whole-section read grows, in characters: from `cchFirst` on in steps of `cchStep` while it stays
 /// below `cchLimit`. A section of any length that some step holds is read.

@@ -52,6 +52,14 @@ bool IsWow64ModeProcess(bool& bWow64, DWORD* pdwError)
     return true;
 }
 
+bool IsAnotherRunning(DWORD dwProcess) noexcept
+{
+    if (dwProcess == ::GetCurrentProcessId()) return false;
+    const UniqueKernelHandle process(::OpenProcess(SYNCHRONIZE, FALSE, dwProcess));
+    if (!process) return ::GetLastError() == ERROR_ACCESS_DENIED;
+    return ::WaitForSingleObject(process.Get(), 0) == WAIT_TIMEOUT;
+}
+
 bool Is64BitWindows() noexcept
 {
     SYSTEM_INFO info{};

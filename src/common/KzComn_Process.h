@@ -20,6 +20,9 @@ namespace KzCommon::Process {
 /// Whether token privileges apply on this system: every Windows of the NT line. VerifyVersionInfoW.
 [[nodiscard]] bool HasPrivileges() noexcept;
 
+/// Whether a process of that id runs and is another one than this, also where this one may not open it. OpenProcess.
+[[nodiscard]] bool IsAnotherRunning(DWORD dwProcess) noexcept;
+
 /// Whether this process runs in session 0, the services' session. ProcessIdToSessionId.
 [[nodiscard]] bool IsServiceSession() noexcept;
 

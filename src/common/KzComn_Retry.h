@@ -19,19 +19,34 @@ inline constexpr DWORD kHeldPauseMs = 100;
            dwCode == ERROR_USER_MAPPED_FILE;
 }
 
-/// Calls `attempt`, a bool(DWORD& dwError), until it is true: again at most kHeldRepetitions times, kHeldPauseMs apart,
-/// while its code is one of IsHeldByOthers() and `mayPass`, a bool(), does not say at the first such failure that
-/// waiting cannot help. False with the last code in `*pdwError` (may be null), after some two seconds at most. Sleep.
+/// How often attempts are repeated. Those that share one wait together no longer than it says: a thousand of them must
+/// not take half an hour.
+struct Patience {
+    unsigned uRepetitions = kHeldRepetitions;  ///< that are left
+};
+
+/// Calls `attempt`, a bool(DWORD& dwError), until it is true: again while `patience` lasts, kHeldPauseMs apart, while
+/// its code is one of IsHeldByOthers() and `mayPass`, a bool(), does not say at the first such failure that waiting
+/// cannot help. False with the last code in `*pdwError` (may be null). Sleep.
+template <class Attempt, class MayPass>
+[[nodiscard]] bool TryWhileHeld(Attempt&& attempt, MayPass&& mayPass, Patience& patience, DWORD* pdwError)
+{
+    for (bool bFirst = true;; bFirst = false) {
+        DWORD dwError = ERROR_SUCCESS;
+        if (attempt(dwError)) return true;
+        const bool bAgain = IsHeldByOthers(dwError) && patience.uRepetitions > 0 && (!bFirst || mayPass());
+        if (!bAgain) return Fail(dwError, pdwError);
+        --patience.uRepetitions;
+        ::Sleep(kHeldPauseMs);
+    }
+}
+
+/// The same at most kHeldRepetitions times, some two seconds.
 template <class Attempt, class MayPass>
 [[nodiscard]] bool TryWhileHeld(Attempt&& attempt, MayPass&& mayPass, DWORD* pdwError)
 {
-    for (unsigned uRepetition = 0;; ++uRepetition) {
-        DWORD dwError = ERROR_SUCCESS;
-        if (attempt(dwError)) return true;
-        const bool bAgain = IsHeldByOthers(dwError) && uRepetition < kHeldRepetitions && (uRepetition > 0 || mayPass());
-        if (!bAgain) return Fail(dwError, pdwError);
-        ::Sleep(kHeldPauseMs);
-    }
+    Patience patience;
+    return TryWhileHeld(attempt, mayPass, patience, pdwError);
 }
 
 /// The same where every such failure may pass. What cannot (a read-only file, a folder in a file's place) is the

@@ -119,7 +119,8 @@ TEST_F(HostileInput, InstructionFiles)
         FrameworkDeployAgent agent;
         agent.DoPreAction();
         PatchRegistry(agent.Paths());
-        MergeConfig(tstrSettings);
+        PathValues paths;
+        MergeConfig(paths, {tstrSettings + L"config.xml", tstrSettings + L"config.xml"});
         ModifyUpdateInfo({tstrSettings + L"UpdateInfo.ini", tstrSettings + L"UpdateInfo.ini"});
         agent.DoPostAction();
         named.clear();

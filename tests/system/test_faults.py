@@ -1,13 +1,18 @@
-"""Deployments that are ended half-way."""
+"""Deployments that are ended half-way, that meet another one, or a program that uses their files."""
+import concurrent.futures
+import time
 import unittest
 
 from brevantlab.expect import LabTest
-from brevantlab.layouts import MARKER, lay_out
+from brevantlab.layouts import MARKER, PRODUCT_PACKAGE, SampleMachine, lay_out
 from brevantlab.machine import RUN_ONCE, SETTINGS, Machine
-from brevantlab.standins import ENDED, FaultLibrary
+from brevantlab.standins import CANCEL, ENDED, FaultLibrary, Question
 
 AGENT = 'C:\\Agent\\'
+OTHER = 'C:\\Other\\'
 PRODUCT = 'C:\\Product00\\'
+LOCK = 'Brevant.lock'
+UNFINISHED = '.unfinished'  # a working copy
 
 
 class FaultyMachine(Machine):
@@ -54,8 +59,11 @@ class EndedHalfWay(LabTest):
             half = [name for name, content in machine.listing(install).items()
                     if content not in contents and 'UpdateInfo.' not in name]  # whose keys are written singly
             self.assertSame([], half, f'ended at line {line} of {lines}')
+            self.assertNotIn(LOCK, list(machine.listing(install)))
             self.assertEqual(0, machine.deploy())
             self.assertSame(settings, machine.settings(install), f'ended at line {line} of {lines}')
+            self.assertSame([], [name for name in machine.listing(install) if name.endswith(UNFINISHED)])
+            machine.deploy(line)  # once more before the restart, which takes what this one leaves
 
         commands = machine.values(RUN_ONCE).values()
         machine.run('reg', 'delete', RUN_ONCE, '/va', '/f')  # some hundred programs
@@ -63,8 +71,96 @@ class EndedHalfWay(LabTest):
         undisturbed = machine.listing(PRODUCT)
         for line, install in installs.items():
             with self.subTest(f'ended at line {line} of {lines}'):
-                self.assertSame(undisturbed, machine.listing(install))
+                found = {name: content for name, content in machine.listing(install).items()
+                         if not name.endswith(UNFINISHED)}  # which the next run would delete
+                self.assertSame(undisturbed, found)
                 self.assertEqual(2, len({text for text in commands if install in text}))
+
+
+class InUse(LabTest):
+    def test_edits_wait_for_a_scanner(self):
+        machine = self.enterContext(FaultyMachine())
+        machine.lay_out()
+        text = machine.read(PRODUCT + 'QorPaFrwk.ini', 'utf-16')
+        edits = [f'K{number}=new' for number in range(40)]
+        records = ''.join(f'modify=Scanned!{edit.replace("=", "!")}\n' for edit in edits)
+        machine.write(PRODUCT + 'QorPaFrwk.ini', text.replace('[UPDATE_INFO]\n', '[UPDATE_INFO]\n' + records), 'utf-16')
+        package = f'{PRODUCT}Component\\{PRODUCT_PACKAGE}\\'
+        machine.library.read(f'{package}UpdateInfo*.unfinished')
+        start = time.monotonic()
+        self.assertEqual(0, machine.deploy())
+        self.assertGreater(time.monotonic() - start, 1)
+        found = machine.read(f'{package}Share\\Setting\\UpdateInfo.ini', 'utf-16').splitlines()
+        self.assertSame(set(), {*edits, 'Component103_iUD_Version=1.9.1112'} - set(found))
+
+
+class TwoAtOnce(LabTest):
+    def setUp(self):
+        self.pool = self.enterContext(concurrent.futures.ThreadPoolExecutor())
+
+    def wait_until(self, condition):
+        end = time.monotonic() + 60
+        while not condition():
+            self.assertLess(time.monotonic(), end)
+            time.sleep(0.05)
+
+    def start_half_way(self, machine):
+        """Lays out two products, deploys to the first and half-way to the second; returns the run and its folder."""
+        machine.lay_out()
+        self.assertEqual(0, machine.deploy())
+        install = 'C:\\Product01\\'
+        machine.lay_out(install)
+        machine.library.hold_at(machine.library.lines() // 2)
+        run = self.pool.submit(machine.deploy)
+        self.wait_until(machine.library.held)
+        return run, install
+
+    def state(self, machine, install):
+        return machine.listing(install), machine.read_tree(SETTINGS), machine.pending_moves()
+
+    def test_the_second_waits_for_the_first(self):
+        machine = self.enterContext(FaultyMachine())
+        machine.install_program(OTHER)
+        machine.enable_trace()
+        first, install = self.start_half_way(machine)
+        before = self.state(machine, install)
+        second = self.pool.submit(machine.run, OTHER + 'Brevant.exe', '/DeployFramework')
+        waits = f'@@@ DeploymentLock::Take() - another run changes [{install}] and is waited for.'
+        self.wait_until(lambda: waits in machine.messages())
+        time.sleep(1)
+        self.assertSame(before, self.state(machine, install))
+        machine.library.go_on()
+        self.assertEqual((0, 0), (first.result(), second.result().code))
+        self.assertNotIn('!!! Patch Agent failed to perform update', machine.messages())
+        self.assertIn('.w. [Leave] FrameworkDeployAgent::DoPostAction()...', machine.messages())
+        machine.restart()
+        self.assertSame(machine.listing(PRODUCT), machine.listing(install))
+
+    def test_the_second_gives_up_and_changes_nothing(self):
+        machine = self.enterContext(FaultyMachine())
+        FaultLibrary(machine, OTHER).hurry()
+        first, install = self.start_half_way(machine)
+        before = self.state(machine, install)
+        self.assertIn(LOCK, list(before[0]))
+        for argument, code in (('/DeployFramework', 255), ('anything', 0)):
+            self.assertEqual(code, machine.run(OTHER + 'Brevant.exe', argument).code)
+            self.assertSame(before, self.state(machine, install))
+        machine.library.go_on()
+        self.assertEqual(0, first.result())
+        self.assertNotIn(LOCK, list(machine.listing(install)))
+
+    def test_a_question_keeps_no_run_waiting(self):
+        machine = self.enterContext(SampleMachine())
+        question = Question(machine, machine.install)
+        question.hold()
+        program = machine.install + 'Brevant.exe'
+        first = self.pool.submit(machine.run, program, '/DeployFramework')
+        self.wait_until(question.asked)
+        self.assertEqual(0, machine.run(program, '/DeployFramework').code)
+        self.assertFalse(first.done())
+        self.assertFalse([line for line in machine.messages() if 'DeploymentLock' in line])
+        question.answer(CANCEL)
+        self.assertEqual(0, first.result().code)
 
 
 if __name__ == '__main__':

@@ -27,7 +27,7 @@ class Question:
 
 
 class FaultLibrary:
-    """KzDbgFault in the trace library's place: ends the program at a trace line."""
+    """KzDbgFault in the trace library's place: makes things happen at a trace line."""
     LIBRARY = 'KzDbgFault'
 
     def __init__(self, machine: Machine, folder: str):
@@ -38,6 +38,24 @@ class FaultLibrary:
     def end_at(self, line: int) -> None:
         """The program ends at that line of its trace; 0: it does not."""
         self.machine.write(self.folder + 'fault.end', str(line))
+
+    def hold_at(self, line: int) -> None:
+        """The program waits at that line, in which it says held(), until go_on()."""
+        self.machine.write(self.folder + 'fault.hold', str(line))
+
+    def held(self) -> bool:
+        return self.machine.host(self.folder + 'fault.held').exists()
+
+    def go_on(self) -> None:
+        self.machine.host(self.folder + 'fault.hold').unlink()
+
+    def read(self, pattern: str) -> None:
+        """The first file that the pattern finds is read for a second, as by a scanner."""
+        self.machine.write(self.folder + 'fault.read', pattern)
+
+    def hurry(self) -> None:
+        """The program's pauses take no time."""
+        self.machine.write(self.folder + 'fault.hurry', '')
 
     def lines(self) -> int:
         """The number of lines that the last complete run traced."""

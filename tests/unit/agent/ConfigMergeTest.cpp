@@ -13,9 +13,10 @@ const std::string kTags = "[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigra
 
 class ConfigMergeTest : public AgentTest {
 protected:
-    void Merge() { MergeConfig(m_install.PathOf(L"new\\")); }
+    void Merge() { MergeConfig(m_paths, {m_tstrNew, m_tstrNew}); }
     [[nodiscard]] std::string Kept() const { return m_install.Read(L"config.previous.xml").value_or("none"); }
 
+    const std::wstring m_tstrNew = m_install.PathOf(L"new\\config.xml");
     const std::string m_strKept = "!!! *** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [" +
                                   m_strInstall + "config.previous.xml].";
 };
@@ -63,6 +64,7 @@ TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndKeepsTheirFileWhereThatFails
         EXPECT_EQ(m_install.Read(L"config.xml").value_or(""), strInstalled);
         EXPECT_GE(CountTraced(StartsWith(szLine)), 1);
         EXPECT_EQ(CountTraced(m_strKept), strKept != "none");
+        EXPECT_EQ(CountTraced(HasSubstr("[Enter] FrameworkDeployAgent::MergeConfig(" + m_strInstall + "new\\)...")), 1);
         const bool bTags = strInstructions.starts_with(kTags);
         EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), bTags ? 2 : 0);
     }

@@ -18,6 +18,39 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
     EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
 }
 
+TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
+{
+    m_paths.KeepFile(m_install.PathOf(L"config.previous.xml"));
+    m_paths.KeepFile(m_install.PathOf(L"Long name\\kept.xml"));
+    m_install.MakeFolder(L"Long name");
+    wchar_t szShort[MAX_PATH] = {};
+    ASSERT_NE(::GetShortPathNameW(m_install.PathOf(L"Long name").c_str(), szShort, MAX_PATH), 0U);
+
+    // The record, what of "a.xml", the kept "config.previous.xml" and "Long name\\kept.xml" it schedules, and how many
+    // of the kept it meets.
+    const std::tuple<std::wstring, int, std::vector<std::wstring>, int> rows[] = {
+        // clang-format off
+        {L"{InstalledDir}*.xml", op_file_delete, {L"a.xml > "}, 1},
+        {L"{InstalledDir}Long name\\..\\*.XML", op_file_delete, {L"Long name\\..\\a.xml > "}, 1},
+        {L"{InstalledDir}config.previous.xml", op_file_delete, {}, 1},
+        {L"{InstalledDir}", op_dir_delete, {L"Long name > ", L"a.xml > ", m_install.Path().substr(0, m_install.Path().size() - 1) + L" > "}, 2}};
+    // clang-format on
+    for (const auto& [tstrRecord, iOp, moves, cKept] : rows) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrRecord));
+        for (const wchar_t* szName : {L"a.xml", L"config.previous.xml", L"Long name\\kept.xml"})
+            m_install.Write(szName, "");
+        m_trace.Clear();
+        const SystemWatch watch(m_install.Path());
+        PerformFileOperation(m_paths, tstrRecord, iOp);
+        EXPECT_THAT(watch.m_moves, UnorderedElementsAreArray(moves));
+        EXPECT_EQ(CountTraced(EndsWith("] is kept by this run and stays.")), cKept);
+    }
+    PerformFileOperation(m_paths, L"{InstalledDir}*", op_file_delete_now);
+    PerformFileOperation(m_paths, std::wstring(szShort) + L"\\*", op_file_delete_now);
+    EXPECT_THAT(m_install.List(), ElementsAre(L"Long name\\", L"Long name\\kept.xml", L"config.previous.xml"));
+    EXPECT_EQ(CountTraced(StartsWith("!!!")), 1) << "in that folder there was nothing else to delete";
+}
+
 TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
 {
     m_install.Write(L"file", "x");

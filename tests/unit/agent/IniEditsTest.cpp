@@ -3,6 +3,7 @@
 #include "agent/IniEdits.h"
 #include "BrevantVersion.h"
 #include "common/KzComn_IniFile.h"
+#include "support/watch/SystemWatch.h"
 
 class IniEditsTest : public AgentTest {
 protected:
@@ -28,7 +29,8 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
         SCOPED_TRACE(KzCommon::String::ToUtf8(tstrRecord));
         m_install.Write(L"UpdateInfo.ini", "");
         m_trace.Clear();
-        ModifyIniKeyValue({m_tstrFile, m_tstrFile}, tstrRecord);
+        KzCommon::Storage::Patience patience;
+        ModifyIniKeyValue({m_tstrFile, m_tstrFile}, tstrRecord, patience);
         EXPECT_EQ(Value(L"S", L"K"), szValue);
         EXPECT_EQ(CountTraced(szTraced), 1);
     }
@@ -44,4 +46,50 @@ TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), BREVANT_WIDE_VERSION);
     EXPECT_EQ(Value(L"A", L"B"), L"C");
     EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the blank belongs to it";
+}
+
+TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsNoOther)
+{
+    std::string strRecords = "[UPDATE_INFO]\n";
+    for (int i = 1; i <= 40; ++i) strRecords += "modify=S!K" + std::to_string(i) + "!new\n";
+    Instruct(strRecords);
+    const auto changed = [this] {
+        const std::string strText = m_install.Read(L"UpdateInfo.ini").value_or("");
+        int cChanged = strText.find(KzCommon::String::ToUtf8(BREVANT_WIDE_VERSION)) != std::string::npos;
+        for (int i = 1; i <= 40; ++i) cChanged += strText.find("K" + std::to_string(i) + "=new") != std::string::npos;
+        return cChanged;
+    };
+    // For how many attempts the file is in use, with which code, and how many of the 41 edits arrive.
+    constexpr int kForGood = 1'000'000;
+    constexpr int kMost = static_cast<int>(kEditRepetitions);
+    const std::tuple<const char*, int, DWORD, DWORD, int> rows[] = {
+        {"free", 0, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 41},
+        {"for a moment", 3, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 41},
+        {"refused for a moment", 1, ERROR_ACCESS_DENIED, FILE_ATTRIBUTE_NORMAL, 41},
+        {"a little longer than the edits wait", kMost + 2, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 39},
+        {"read-only", kForGood, ERROR_ACCESS_DENIED, FILE_ATTRIBUTE_READONLY, 0},
+        {"for another reason", 5, ERROR_DISK_FULL, FILE_ATTRIBUTE_NORMAL, 36}};
+    for (const auto& [szRow, cFailures, dwCode, dwAttributes, cChanged] : rows) {
+        SCOPED_TRACE(szRow);
+        ::SetFileAttributesW(m_install.Write(L"UpdateInfo.ini", "").c_str(), dwAttributes);
+        m_trace.Clear();
+        const ULONGLONG ullStart = ::GetTickCount64();
+        {
+            SystemWatch watch(m_install.Path());
+            watch.m_fault = [&, cLeft = cFailures](std::string_view strCall, auto&&) mutable {
+                return strCall == "WritePrivateProfileStringW" && cLeft-- > 0 ? dwCode : ERROR_SUCCESS;
+            };
+            ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+        }
+        EXPECT_EQ(changed(), cChanged);
+        EXPECT_EQ(CountTraced("!!! KzCommon::Storage::Ini::StoreValue() failed. Error code: " + std::to_string(dwCode)),
+                  41 - cChanged);
+        EXPECT_LT(::GetTickCount64() - ullStart, cFailures > kMost && cFailures < kForGood ? 9'000U : 2'000U);
+        ::SetFileAttributesW(m_tstrFile.c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
+    // A reader that does not share the file for writing.
+    m_install.Write(L"UpdateInfo.ini", "");
+    const std::jthread reader = HoldForAMoment(L"UpdateInfo.ini");
+    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+    EXPECT_EQ(changed(), 41);
 }

@@ -83,12 +83,18 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
 
 TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
 {
-    const wchar_t* const paths[] = {L"new", L"new\\", L"a\\b", L"c21t2101v0.0.0l1p-1r1o1", L"a..b", L"CONsole"};
+    const std::pair<const wchar_t*, const wchar_t*> paths[] = {// clang-format off
+        {L"new", L"new"}, {L"a\\b", L"a\\b"}, {L"c21t2101v0.0.0l1p-1r1o1", L"c21t2101v0.0.0l1p-1r1o1"}, {L"a..b", L"a..b"},
+        {L"CONsole", L"CONsole"}, {L".cache", L".cache"},
+        // What Windows reads as one of those.
+        {L"new\\", L"new"}, {L"res1/", L"res1"}, {L".\\res1", L"res1"}, {L"a/b", L"a\\b"}, {L"a\\\\b/\\", L"a\\b"},
+        {L"a/./b/.", L"a\\b"}, {L"a\\..\\b", L"b"}, {L"a\\b\\..\\..\\c", L"c"}, {L"a.", L"a"}, {L"a. .", L"a"},
+        {L"a.\\b", L"a\\b"}, {L"./a . /", L"a"}};  // clang-format on
     const wchar_t* const others[] = {// clang-format off
-        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L".", L"a\\.", L"...", L". .", L"a.", L"a\\b .\\c",
-        L"a \\b", L"C:", L"C:\\Pub", L"C:a", L"\\Pub", L"\\\\server\\share", L"\\\\?\\C:\\Pub",
-        L"a/../b", L"/Pub", L"a\\\\b", L"a\\\\", L"a:stream", L"a::$DATA", L"NUL", L"a\\com1.x",
-        L"a*", L"a\tb"};  // clang-format on
+        L"..", L"..\\..\\Pub", L"a\\..\\..\\b", L"../b", L"a/../../b", L".", L"./", L"a\\..", L"...", L". .", L"a\\...",
+        L"a\\b .\\c", L"a \\b", L"a..\\b", L"C:", L"C:\\Pub", L"C:a", L"./C:/Pub", L"\\Pub", L"/Pub", L"\\",
+        L"\\\\server\\share", L"//server/share", L"\\\\?\\C:\\Pub", L"\\\\.\\NUL", L"a:stream", L"a::$DATA", L"NUL",
+        L"a\\com1.x", L"./nul", L"a*", L"a\tb"};                                       // clang-format on
     const auto read = [&](const std::wstring& tstrPath) {
         m_install.Write(L"UpdateInfo.ini",
                         "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
@@ -96,7 +102,10 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
         m_paths.ReadProductFolders();
         return m_paths.ProductDownloadPath();
     };
-    for (const wchar_t* szPath : paths) EXPECT_EQ(read(szPath), szPath);
+    for (const auto& [szPath, szNormal] : paths) {
+        EXPECT_EQ(read(szPath), szNormal) << KzCommon::String::ToUtf8(szPath);
+        EXPECT_EQ(m_paths.ProductDownloadDir(), m_tstrInstall + L"Component\\" + szNormal + L"\\");
+    }
     for (const wchar_t* szPath : others) {
         EXPECT_EQ(read(szPath), L"c21t2103v0.0.0l1p1r1o1");
         EXPECT_EQ(CountTraced("!!! *** PathValues::ReadDownloadPath() - Component101_DownloadPath=[" +

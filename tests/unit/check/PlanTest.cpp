@@ -141,11 +141,31 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
                             "~ " + strTarget + "/C: \"4\" -> \"5\"",
                             "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
                             "+ " + strTarget + "/ProxySettings/Password  (a secret)"));
+    const std::wstring tstrThere = m_update.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
+    ::SetFileAttributesW(tstrThere.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_THAT(Planned("SelectLanguageFile"),
+                Contains("~ " + strTarget + "<- Component\\p1\\Share\\Setting\\config_xy.xml"))
+        << "read-only or not";
+    ::SetFileAttributesW(tstrThere.c_str(), FILE_ATTRIBUTE_NORMAL);
+    ::DeleteFileW(tstrThere.c_str());
+    // What an earlier run has kept is not needed any more; a file of that name with other settings is.
+    m_installed.Write(L"config.previous.xml", m_installed.Read(L"config.xml").value());
+    m_installed.Write(L"config.previous.2.xml", "<c><A>lost</A></c>");
+    EXPECT_EQ("- config.previous.xml  (kept by an earlier run: the same settings are carried over)",
+              Planned("MergeConfig").back());
+    for (const wchar_t* szName : {L"config.previous.xml", L"config.previous.2.xml"})
+        ::DeleteFileW(m_installed.PathOf(szName).c_str());
     // The update's file cannot take one of them: the user's file is kept.
     Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
     EXPECT_THAT(Planned("MergeConfig"),
                 Contains("! " + strTarget + "/C  (left alone: the update's file cannot take the value)"));
     EXPECT_EQ("+ config.previous.xml  <- config.xml", Planned("MergeConfig").back());
+    // Which its own records do not delete.
+    Instruct(
+        "[QOR_CONFIG_MERGE]\nmigrate=/C\n[QOR_DIR]\nadd={InstalledDir}x\n[QOR_FILE]\ndelete={InstalledDir}*.xml\n");
+    EXPECT_THAT(
+        Planned("RemoveFileAfterReboot"),
+        UnorderedElementsAre("= config.previous.xml  [restart]  (the run itself keeps it)", "- config.xml  [restart]"));
     EXPECT_THAT(Planned("DeploySettings"), Contains("~ config.xml  <- " + strTarget + "[restart]"));
 }
 

@@ -322,6 +322,22 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
                                      "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll", StartsWith("REFUSED")));
 }
 
+TEST_F(VerifyTest, WhatARunKeepsForTheUserIsNotDeletedByAPattern)
+{
+    const std::tuple<const char*, const wchar_t*, const char*> rows[] = {
+        {"*.xml", L"config.previous.xml", "DELETED *.xml"},
+        {"*.xml", L"CONFIG.previous.9.XML", "DELETED *.xml"},
+        {"*.xml", L"config.previous.10.xml", "NOT DELETED config.previous.10.xml"},
+        {"Sub\\*.xml", L"Sub\\config.previous.xml", "NOT DELETED Sub\\config.previous.xml"},
+        {"config.previous.xml", L"config.previous.xml", "NOT DELETED config.previous.xml"}};
+    for (const auto& [szPattern, szFile, szLine] : rows) {
+        Instruct(std::string("[QOR_DIR]\nadd={InstalledDir}x\n[QOR_FILE]\ndelete={InstalledDir}") + szPattern + "\n");
+        m_machine.Write(szFile, "");
+        EXPECT_THAT(Verify(Collect()), Contains(szLine));
+        ::DeleteFileW(m_machine.PathOf(szFile).c_str());
+    }
+}
+
 TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
 {
     m_machine.Write(L"outside.txt", "secret");

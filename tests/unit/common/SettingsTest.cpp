@@ -28,7 +28,8 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackAndMissingOnesAreTheDefault)
         ini.ReadDword(szKey, dwValue);
         EXPECT_EQ(dwWanted, dwValue);
     }
-    EXPECT_FALSE(Ini::StoreValue(folder.PathOf(L"none\\a.ini"), L"S", L"k", L"v"));
+    Patience patience;
+    EXPECT_FALSE(Ini::StoreValue(folder.PathOf(L"none\\a.ini"), L"S", L"k", L"v", patience));
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, ::GetLastError());
 }
 

@@ -1,15 +1,78 @@
-// Stand-in for the trace library that ends the process at the line whose number is in "fault.end" beside it. What it
-// was given is counted in "fault.count".
+// Stand-in for the trace library that makes things happen at a line of the trace. Files beside it say what:
+//   fault.end     the number of the line at which the process ends
+//   fault.hold    the number of the line at which the program waits until that file is gone; "fault.held" is there then
+//   fault.read    a pattern of files: the first that is found is read for a second, without sharing it for writing
+//   fault.hurry   the program's pauses take no time
+// What it was given is counted in "fault.count".
 #include "../BesideLibrary.h"
 
 #include "kzdbg/KzDbg.h"
 
+#include <cstring>
 #include <fstream>
+#include <string_view>
 
 namespace {
 
 unsigned s_uEnd = 0;
+unsigned s_uHold = 0;
 unsigned s_cLines = 0;
+std::wstring s_tstrRead;
+
+bool IsThere(const std::wstring& tstrPath)
+{
+    return ::GetFileAttributesW(tstrPath.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void Hold()
+{
+    std::ofstream(BesideLibrary(L"fault.held").c_str()) << s_cLines;
+    while (IsThere(BesideLibrary(L"fault.hold"))) ::Sleep(10);
+}
+
+DWORD WINAPI ReadForASecond(void* pFile)
+{
+    const KzCommon::UniqueFile file(pFile);
+    ::Sleep(1000);
+    return 0;
+}
+
+/// What a scanner does with a file as soon as it is there.
+void ReadFirst()
+{
+    WIN32_FIND_DATAW data{};
+    const KzCommon::UniqueFind find(::FindFirstFileW(s_tstrRead.c_str(), &data));
+    if (!find) return;
+    const std::wstring tstrPath = s_tstrRead.substr(0, s_tstrRead.rfind(L'\\') + 1) + data.cFileName;
+    KzCommon::UniqueFile file(
+        ::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+    if (!file) return;
+    s_tstrRead.clear();
+    const KzCommon::UniqueKernelHandle thread(::CreateThread(nullptr, 0, &ReadForASecond, file.Detach(), 0, nullptr));
+}
+
+void WINAPI NoPause(DWORD) {}
+
+/// Puts another function in the place of one that the program imports.
+void Replace(std::string_view strName, void (*pfn)())
+{
+    BYTE* const pImage = reinterpret_cast<BYTE*>(::GetModuleHandleW(nullptr));
+    const auto* const pHead =
+        reinterpret_cast<IMAGE_NT_HEADERS*>(pImage + reinterpret_cast<IMAGE_DOS_HEADER*>(pImage)->e_lfanew);
+    const DWORD dwImports = pHead->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+    for (auto* pLibrary = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(pImage + dwImports); pLibrary->Name; ++pLibrary) {
+        const auto* pName = reinterpret_cast<IMAGE_THUNK_DATA*>(pImage + pLibrary->OriginalFirstThunk);
+        auto* pEntry = reinterpret_cast<IMAGE_THUNK_DATA*>(pImage + pLibrary->FirstThunk);
+        for (; pName->u1.AddressOfData; ++pName, ++pEntry) {
+            if (IMAGE_SNAP_BY_ORDINAL(pName->u1.Ordinal)) continue;
+            if (reinterpret_cast<const char*>(pImage + pName->u1.AddressOfData + sizeof(WORD)) != strName) continue;
+            DWORD dwOld = 0;
+            ::VirtualProtect(pEntry, sizeof(*pEntry), PAGE_READWRITE, &dwOld);
+            std::memcpy(pEntry, &pfn, sizeof(pfn));
+            ::VirtualProtect(pEntry, sizeof(*pEntry), dwOld, &dwOld);
+        }
+    }
+}
 
 }  // namespace
 
@@ -19,12 +82,19 @@ __declspec(dllexport) DWORD __stdcall KzDbgInitialize(void** ppTrace, const Debu
 {
     *ppTrace = &s_uEnd;
     std::wifstream(BesideLibrary(L"fault.end").c_str()) >> s_uEnd;
+    std::wifstream(BesideLibrary(L"fault.hold").c_str()) >> s_uHold;
+    std::wifstream read(BesideLibrary(L"fault.read").c_str());
+    std::getline(read, s_tstrRead);
+    if (s_tstrRead.ends_with(L'\r')) s_tstrRead.pop_back();
+    if (IsThere(BesideLibrary(L"fault.hurry"))) Replace("Sleep", reinterpret_cast<void (*)()>(&NoPause));
     return ERROR_SUCCESS;
 }
 
 __declspec(dllexport) DWORD __stdcall KzDbgTrace(void*, const SYSTEMTIME*, const wchar_t*)
 {
     if (++s_cLines == s_uEnd) ::TerminateProcess(::GetCurrentProcess(), 66);
+    if (s_cLines == s_uHold) Hold();
+    if (!s_tstrRead.empty()) ReadFirst();
     return ERROR_SUCCESS;
 }
 

@@ -1,0 +1,70 @@
+#include "agent/DeploymentLock.h"
+
+#include "unit/agent/AgentFixture.h"
+
+namespace {
+
+class DeploymentLockTest : public AgentTest {
+protected:
+    [[nodiscard]] bool IsThere() const
+    {
+        return ::GetFileAttributesW(m_install.PathOf(L"Brevant.lock").c_str()) != INVALID_FILE_ATTRIBUTES;
+    }
+    const std::string m_strLine = "DeploymentLock::Take() - ";
+};
+
+}  // namespace
+
+TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstAndNotForGood)
+{
+    DeploymentLock first;
+    ASSERT_TRUE(first.Take(m_install.Path()));
+    EXPECT_TRUE(IsThere());
+    DeploymentLock second;
+    EXPECT_FALSE(second.Take(m_install.Path(), 300));
+    EXPECT_EQ(CountTraced("@@@ " + m_strLine + "another run changes [" + m_strInstall + "] and is waited for."), 1);
+    EXPECT_EQ(CountTraced("!!! *** " + m_strLine + "another run still changes [" + m_strInstall +
+                          "]: nothing is changed. [0x00000020]"),
+              1);
+    {
+        const std::jthread ended([&] {
+            ::Sleep(400);
+            first.Release();
+        });
+        EXPECT_TRUE(second.Take(m_install.Path(), 60'000));
+    }
+    EXPECT_FALSE(first.Take(m_install.Path(), 0)) << "the second has it now";
+    second.Release();
+    EXPECT_FALSE(IsThere());
+}
+
+TEST_F(DeploymentLockTest, WhereThereCanBeNoneTheRunGoesOnWithoutIt)
+{
+    const TempFolder blocked;
+    blocked.MakeFolder(L"Brevant.lock");
+    const TempFolder leftover;
+    leftover.Write(L"Brevant.lock", "of a power cut");
+    // The install folder, and the code that is traced.
+    const std::pair<std::wstring, const char*> rows[] = {{L"", nullptr},
+                                                         {L"Product\\", nullptr},
+                                                         {leftover.Path(), nullptr},
+                                                         {blocked.Path(), "0x00000005"},
+                                                         {m_install.PathOf(L"none\\"), "0x00000003"}};
+    for (const auto& [tstrFolder, szCode] : rows) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrFolder));
+        m_trace.Clear();
+        const ULONGLONG ullStart = ::GetTickCount64();
+        {
+            DeploymentLock lock;
+            EXPECT_TRUE(lock.Take(tstrFolder));
+        }
+        EXPECT_LT(::GetTickCount64() - ullStart, 2000U);
+        EXPECT_EQ(CountTraced(StartsWith("!!!")), szCode ? 1 : 0);
+        EXPECT_EQ(
+            CountTraced("!!! *** " + m_strLine + "[" + KzCommon::String::ToUtf8(tstrFolder) +
+                        "Brevant.lock] cannot be made, the run goes on without it. [" + (szCode ? szCode : "") + "]"),
+            szCode ? 1 : 0);
+    }
+    EXPECT_THAT(leftover.List(), IsEmpty());
+    EXPECT_THAT(blocked.List(), ElementsAre(L"Brevant.lock\\"));
+}
