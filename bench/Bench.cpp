@@ -64,7 +64,8 @@ void Deploy(FrameworkDeployAgent& agent)
 
 void DeployFiles()
 {
-    FrameworkDeployAgent agent;
+    KzCommon::WindowsMachine machine;
+    FrameworkDeployAgent agent(machine);
     Deploy(agent);
 }
 
@@ -130,7 +131,7 @@ void AddBare()
 void MeasureRegistry(unsigned cRounds)
 {
     WriteRegistryRecords(kRecords);
-    MeasurePairs("registry", cRounds, AddBare, [] { PatchRegistry(PathValues()); });
+    MeasurePairs("registry", cRounds, AddBare, [] { PatchRegistry(RunContext(machine)); });
     DWORD cb = 0;
     Require(::RegGetValueW(HKEY_LOCAL_MACHINE, kRecordKey, RecordName(kRecords - 1).c_str(), RRF_RT_REG_SZ, nullptr,
                            nullptr, &cb) == ERROR_SUCCESS,
@@ -156,7 +157,8 @@ void MeasureUpdate(unsigned cRounds)
     MeasurePairs(
         "update", cRounds, [&] { UpdateBare(folders); },
         [] {
-            FrameworkDeployAgent agent;
+            KzCommon::WindowsMachine machine;
+            FrameworkDeployAgent agent(machine);
             agent.DoPreAction();
             Deploy(agent);
             agent.DoPostAction();

@@ -114,7 +114,8 @@ void WriteManifest()
 void InstallUpdate()
 {
     Reset();
-    FrameworkDeployAgent agent;
+    KzCommon::WindowsMachine machine;
+    FrameworkDeployAgent agent(machine);
     agent.DoPreAction();
     Require(agent.DoDeploy(), "the deployment runs");
     agent.DoPostAction();

@@ -6,19 +6,17 @@
 //   /ApplyNewName      finishes the rename after the restart; 0
 //   any other text     decides about the new name only; 0
 //   nothing            does nothing; 0
+#include "agent/DeployFramework.h"
 #include "agent/DeploymentLock.h"
 #include "agent/GuardedStep.h"
 #include "agent/NewNameDecision.h"
 #include "agent/PostRestartRename.h"
-#include "agent/QorDeployAgent.h"
-#include "agent/RestartReminder.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "runtime/DelayLoad.h"
 
-#include <memory>
-#include <new>
 #include <string_view>
 
 using namespace KzCommon;
@@ -52,48 +50,19 @@ bool HasLibraries()
 }
 
 /// Whether no other run changes the installation.
-bool TakeLock(DeploymentLock& lock)
+bool TakeLock(const Machine& machine, DeploymentLock& lock)
 {
     bool bTaken = true;  // what ends early must not keep the update from the machine
-    RunGuarded(L"The lock of the installation", [&] { bTaken = lock.Take(Frwk::Utility::GetInstalledFolder()); });
+    RunGuarded(L"The lock of the installation",
+               [&] { bTaken = lock.Take(Frwk::Utility::GetInstalledFolder(machine)); });
     return bTaken;
 }
 
-bool RunPhase(QorDeployAgent& agent, bool (QorDeployAgent::*pfnPhase)())
-{
-    bool bOk = false;
-    RunGuarded(L"A phase of the deployment", [&] { bOk = (agent.*pfnPhase)(); });
-    return bOk;
-}
-
-bool RunDeployment()
-{
-    std::unique_ptr<QorDeployAgent> agent;
-    RunGuarded(L"The making of the agent", [&] { agent.reset(new (std::nothrow) FrameworkDeployAgent); });
-    if (!agent) return true;
-    static_cast<void>(RunPhase(*agent, &QorDeployAgent::DoPreAction));
-    const bool bDeployed = RunPhase(*agent, &QorDeployAgent::DoDeploy);
-    static_cast<void>(RunPhase(*agent, &QorDeployAgent::DoPostAction));
-    return bDeployed;
-}
-
-void DecideAboutNewName(DeploymentLock& lock)
-{
-    if (CheckIfNewProdNameApplied() || !NeedToApplyNewName()) return;
-    if (!CanScheduleNewName()) return;
-    // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
-    TagNewProdNameApplied();
-    PreparePostUdActionForNewName();
-    if (!NeedToInformUser()) return;
-    lock.Release();  // the user may take hours to answer
-    RemindToReboot();
-}
-
-void ApplyNewName()
+void ApplyNewName(Machine& machine)
 {
     // Windows starts this at somebody's logon: no console window is to stay on the screen meanwhile.
     ::FreeConsole();
-    if (HasLibraries()) RunGuarded(L"The rename", &PostUdActionForNewName);
+    if (HasLibraries()) RunGuarded(L"The rename", [&] { PostUdActionForNewName(machine); });
 }
 
 int CloseWith(int iExitCode)
@@ -114,7 +83,9 @@ int wmain(int argc, wchar_t** argv)
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     RunGuarded(L"The opening of the trace", &OpenDebugLog);
     // Not used here, but a missing install folder stands at the head of the trace.
-    RunGuarded(L"The look-up of the install folder", &Frwk::Utility::GetInstalledFolder);
+    WindowsMachine machine;
+    RunGuarded(L"The look-up of the install folder",
+               [&] { static_cast<void>(Frwk::Utility::GetInstalledFolder(machine)); });
     if (argc < 2) {
         Trace(kTraceInfo, L"Paramter is not right");
         Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
@@ -124,17 +95,19 @@ int wmain(int argc, wchar_t** argv)
     Trace(kTraceInfo, L"Paramter is %s", argv[1]);
 
     if (tstrSwitch == L"/ApplyNewName") {
-        ApplyNewName();
+        ApplyNewName(machine);
         return kSuccess;  // the trace closes itself at the end of the process
     }
     DeploymentLock lock;
-    const bool bMayChange = HasLibraries() && TakeLock(lock);
-    const bool bDeployed = tstrSwitch != L"/DeployFramework" || (bMayChange && RunDeployment());
+    const bool bMayChange = HasLibraries() && TakeLock(machine, lock);
+    const bool bDeployed = tstrSwitch != L"/DeployFramework" || (bMayChange && DeployFramework(machine));
     Trace(kTraceInfo, L"***QorPatchTool.exe stop.");
     if (!bDeployed) {
         Trace(kTraceError, L"Patch Agent failed to perform update");
         return CloseWith(kFailure);
     }
-    if (bMayChange) RunGuarded(L"The decision about the new name", [&] { DecideAboutNewName(lock); });
+    if (bMayChange) {
+        RunGuarded(L"The decision about the new name", [&] { DecideAboutNewName(machine, [&] { lock.Release(); }); });
+    }
     return CloseWith(kSuccess);
 }

@@ -1,7 +1,6 @@
 #include "agent/ComponentFiles.h"
 
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Retry.h"
@@ -31,9 +30,9 @@ bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
 }
 
 /// A delayed move does not cross volumes, and a volume may be mounted in a folder of the same drive: worth a warning.
-void WarnOfMountPoint(const PathValues& pathValues, const std::wstring& tstrFile)
+void WarnOfMountPoint(const RunContext& run, const std::wstring& tstrFile)
 {
-    const PathValues::Volume& volume = pathValues.VolumeOf(String::FolderPart(tstrFile));
+    const Volume& volume = run.paths.VolumeOf(String::FolderPart(tstrFile));
     if (volume.dwError != ERROR_SUCCESS) {
         Trace(kTraceError, L"::GetVolumePathName(%s) failed: %d", tstrFile.c_str(), volume.dwError);
         return;
@@ -46,7 +45,8 @@ void WarnOfMountPoint(const PathValues& pathValues, const std::wstring& tstrFile
 
 /// Copies the source beside the destination under the first free stage name. A run that is ended during the copy leaves
 /// it there for good: nothing tells it from somebody else's file, so the next run takes the next name.
-bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestination, std::wstring& tstrStaged)
+bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstring& tstrDestination,
+               std::wstring& tstrStaged)
 {
     DWORD dwError = ERROR_SUCCESS;
     for (unsigned long ulIndex = 0; ulIndex < kStageNames; ++ulIndex) {
@@ -58,8 +58,8 @@ bool StageCopy(const std::wstring& tstrSource, const std::wstring& tstrDestinati
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
         Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
         // A source that others hold is waited for once, not for each of the names.
-        const bool bWait = !Storage::IsHeldByOthers(dwError);
-        if (Storage::File::Copy(tstrTempFileWithIndex, tstrSource, false, &dwError, bWait)) {
+        const CopyMode eMode = Storage::IsHeldByOthers(dwError) ? CopyMode::eNewImmediate : CopyMode::eNew;
+        if (machine.CopyNow(tstrTempFileWithIndex, tstrSource, eMode, &dwError)) {
             tstrStaged = tstrTempFileWithIndex;
             return true;
         }
@@ -79,15 +79,15 @@ bool RefuseMove(const std::wstring& tstrSource, const std::wstring& tstrDestinat
     return false;
 }
 
-void CopyOne(const PathValues& pathValues, const std::wstring& tstrSource, const std::wstring& tstrDestination,
+void CopyOne(const RunContext& run, const std::wstring& tstrSource, const std::wstring& tstrDestination,
              bool bAfterReboot)
 {
     if (bAfterReboot) {
-        static_cast<void>(CopyFileAfterReboot(pathValues, tstrSource, tstrDestination));
+        static_cast<void>(CopyFileAfterReboot(run, tstrSource, tstrDestination));
         return;
     }
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
+    if (!run.machine.CopyNow(tstrDestination, tstrSource, CopyMode::eOverwrite, &dwError)) {
         Trace(kTraceError, L"Failed to do file copy. dest='%s', src='%s', error code=%d", tstrDestination.c_str(),
               tstrSource.c_str(), dwError);
     }
@@ -102,8 +102,8 @@ struct WalkLevel {
 };
 
 /// Lists a folder of a walk. Only of the walk's first folder is it no failure not to be there.
-WalkLevel ListLevel(std::wstring tstrSourceDir, std::wstring tstrDestinationDir, const std::wstring& tstrPattern,
-                    bool bFirst)
+WalkLevel ListLevel(const Machine& machine, std::wstring tstrSourceDir, std::wstring tstrDestinationDir,
+                    const std::wstring& tstrPattern, bool bFirst)
 {
     WalkLevel level{
         .tstrSourceDir = std::move(tstrSourceDir), .tstrDestinationDir = std::move(tstrDestinationDir), .entries = {}};
@@ -111,8 +111,8 @@ WalkLevel ListLevel(std::wstring tstrSourceDir, std::wstring tstrDestinationDir,
         level.entries.push_back(entry);
     };
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Directory::ForEachEntry(level.tstrSourceDir, tstrPattern, add, &dwError) &&
-        dwError != ERROR_FILE_NOT_FOUND && !(bFirst && dwError == ERROR_PATH_NOT_FOUND)) {
+    if (!machine.ForEachEntry(level.tstrSourceDir, tstrPattern, add, &dwError) && dwError != ERROR_FILE_NOT_FOUND &&
+        !(bFirst && dwError == ERROR_PATH_NOT_FOUND)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
               level.tstrSourceDir.c_str(), dwError);
     }
@@ -136,7 +136,7 @@ bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight)
     return String::EqualsNoCase(tstrLeftDrive, tstrRightDrive);
 }
 
-bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
+bool CopyDirectory(const RunContext& run, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
                    const std::wstring& tstrDestinationDir, bool bRecurse, bool bAfterReboot)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::CopyDirectory()");
@@ -146,25 +146,25 @@ bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceD
         return true;
     }
     const auto copy = [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {
-        CopyOne(pathValues, tstrSource, tstrDestination, bAfterReboot);
+        CopyOne(run, tstrSource, tstrDestination, bAfterReboot);
     };
-    ForEachFileToCopy(tstrSourceDir, tstrPattern, tstrDestinationDir, bRecurse, copy);
+    ForEachFileToCopy(run.machine, tstrSourceDir, tstrPattern, tstrDestinationDir, bRecurse, copy);
     return true;
 }
 
 void ForEachFileToCopy(
-    const std::wstring& tstrSourceDir, const std::wstring& tstrPattern, const std::wstring& tstrDestinationDir,
-    bool bRecurse,
+    const Machine& machine, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
+    const std::wstring& tstrDestinationDir, bool bRecurse,
     const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit)
 {
     const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
-    if (Storage::Directory::IsLink(tstrRoot)) {
+    if (machine.IsLink(tstrRoot)) {
         TraceLink(tstrRoot);
         return;
     }
     // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
     std::vector<WalkLevel> levels;
-    levels.push_back(ListLevel(tstrRoot, String::EnsureBackslash(tstrDestinationDir), tstrPattern, true));
+    levels.push_back(ListLevel(machine, tstrRoot, String::EnsureBackslash(tstrDestinationDir), tstrPattern, true));
     while (!levels.empty()) {
         WalkLevel& level = levels.back();
         if (level.uNext == level.entries.size()) {
@@ -180,13 +180,12 @@ void ForEachFileToCopy(
         } else if (bRecurse && entry.bLink) {
             TraceLink(tstrSource);
         } else if (bRecurse) {
-            levels.push_back(ListLevel(tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
+            levels.push_back(ListLevel(machine, tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
         }
     }
 }
 
-bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrSource,
-                         const std::wstring& tstrDestination)
+bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, const std::wstring& tstrDestination)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::CopyFileAfterReboot()");
     Trace(kTraceInfo, L"src: %s, dst:%s", tstrSource.c_str(), tstrDestination.c_str());
@@ -198,25 +197,25 @@ bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrS
 
     // Windows follows at the restart, with the system's rights, what leads to the folder then; what leads there now can
     // be looked at.
-    if (pathValues.LeadsThroughLink(String::FolderPart(tstrDestination))) {
+    if (run.paths.LeadsThroughLink(String::FolderPart(tstrDestination))) {
         return RefuseMove(tstrSource, tstrDestination, Storage::Directory::kStoppedOnLink);
     }
 
     std::wstring tstrStaged = tstrSource;
     const bool bSameDrive = IsSameDrive(tstrSource, tstrDestination);
     if (bSameDrive) {
-        WarnOfMountPoint(pathValues, tstrSource);
-        WarnOfMountPoint(pathValues, tstrDestination);
+        WarnOfMountPoint(run, tstrSource);
+        WarnOfMountPoint(run, tstrDestination);
         Trace(kTraceInfo, L"Move file in same drive, tsTempFileWithIndex[%s]", tstrStaged.c_str());
     } else {
         Trace(kTraceInfo, L"copy to a different drive");
-        if (!StageCopy(tstrSource, tstrDestination, tstrStaged)) return false;
+        if (!StageCopy(run.machine, tstrSource, tstrDestination, tstrStaged)) return false;
     }
 
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::File::MoveAtRestart(tstrStaged, tstrDestination, &dwError)) {
+    if (!run.machine.MoveAtRestart(tstrStaged, tstrDestination, &dwError)) {
         // A staged copy that nothing will move would lie there for good.
-        if (!bSameDrive) static_cast<void>(Storage::File::Delete(tstrStaged, nullptr));
+        if (!bSameDrive) static_cast<void>(run.machine.DeleteNow(tstrStaged, nullptr));
         return RefuseMove(tstrStaged, tstrDestination, dwError);
     }
     return true;

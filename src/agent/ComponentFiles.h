@@ -1,7 +1,7 @@
 // The component files: puts a folder of a downloaded package in its place, now or at the next restart.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <functional>
 #include <string>
@@ -15,19 +15,18 @@ inline constexpr unsigned long kStageNames = 100;
 [[nodiscard]] bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight);
 
 /// Calls `visit` with source and destination of every file that CopyDirectory() copies with the same arguments, in its
-/// order. FindFirstFileW.
+/// order.
 void ForEachFileToCopy(
-    const std::wstring& tstrSourceDir, const std::wstring& tstrPattern, const std::wstring& tstrDestinationDir,
-    bool bRecurse,
+    const KzCommon::Machine& machine, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
+    const std::wstring& tstrDestinationDir, bool bRecurse,
     const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit);
 
 /// Copies the entries of a folder that match `tstrPattern`, with `bRecurse` those of its folders too, each folder when
 /// it is met; with `bAfterReboot` at the next restart, otherwise now. Destination folders are not created. Links to
 /// other folders are not followed and leave a trace line, `tstrSourceDir` itself included. Always true. FindFirstFileW.
-bool CopyDirectory(const PathValues& pathValues, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
+bool CopyDirectory(const RunContext& run, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
                    const std::wstring& tstrDestinationDir, bool bRecurse, bool bAfterReboot);
 
 /// Registers one file to take the place of `tstrDestination` at the next restart: the file itself on the same drive,
 /// otherwise a copy staged beside the destination. False, with a trace line, when that fails. MoveFileExW.
-bool CopyFileAfterReboot(const PathValues& pathValues, const std::wstring& tstrSource,
-                         const std::wstring& tstrDestination);
+bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, const std::wstring& tstrDestination);

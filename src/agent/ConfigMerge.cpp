@@ -6,7 +6,6 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Exception.h"
-#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigProvider.h"
 
@@ -19,7 +18,7 @@ namespace {
 /// A configuration provider that is uninitialised on every way out.
 class ProviderSession {
 public:
-    ProviderSession() = default;
+    explicit ProviderSession(Machine& machine) : m_provider(machine) {}
     ProviderSession(const ProviderSession&) = delete;
     ProviderSession& operator=(const ProviderSession&) = delete;
     ~ProviderSession() { m_provider.Uninitialize(); }
@@ -42,6 +41,7 @@ public:
     {
         return m_provider.MessageProc(dwMessage, request);
     }
+    [[nodiscard]] const std::vector<Change>& Changes() const noexcept { return m_provider.Changes(); }
 
 private:
     CConfigProvider m_provider;
@@ -58,12 +58,16 @@ std::wstring ToTraceText(const Json::Value& json)
 }
 
 /// Adds the tags to carry over to `data`, each with an empty value. False when there is none, or one that is no record.
-bool CollectTags(const Section& section, const SectionRecords& records, Json::Value& data)
+bool CollectTags(Machine& machine, const Section& section, const SectionRecords& records, Json::Value& data)
 {
     bool bAll = true;
     ForEachRecord(section, records, [&](const SectionKey&, const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
             Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
+            Change change{.eAction = Action::eCarryOver, .eOutcome = Outcome::eFail};
+            change.tstrName = tstrTag;
+            change.tstrReason = kRecordTooLong;
+            machine.Report(change);
             bAll = false;
             return;
         }
@@ -82,27 +86,27 @@ void SetFile(Json::Value& request, const std::wstring& tstrFile)
 }
 
 /// A file that is read-only cannot be replaced.
-void MakeWritable(const std::wstring& tstrFile)
+void MakeWritable(Machine& machine, const std::wstring& tstrFile)
 {
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::MakeWritable(tstrFile, &dwError)) return;
+    if (machine.MakeWritable(tstrFile, &dwError)) return;
     Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - [%s] stays read-only. [0x%08x]", tstrFile.c_str(),
           dwError);
 }
 
 /// Carries the user's values over. False unless every value got there.
-bool CarryOver(const ConfigTarget& target)
+bool CarryOver(Machine& machine, const ConfigTarget& target)
 {
-    ProviderSession provider;
+    ProviderSession provider(machine);
     if (!provider.Start()) return false;
 
     constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
     SectionRecords records;
-    if (!ReadSection(kSection, records)) return false;
+    if (!ReadSection(machine, kSection, records)) return false;
 
     Json::Value request(Json::objectValue);
     request["Data"] = Json::Value(Json::objectValue);
-    const bool bCollected = CollectTags(kSection, records, request["Data"]);
+    const bool bCollected = CollectTags(machine, kSection, records, request["Data"]);
     const DWORD dwQueried = provider.Send(CConfigProvider::kQuery, request);
     if (Config::IsFailure(dwQueried)) {
         Trace(kTraceError, L"Fail to get the product config, error code: 0x%8x", dwQueried);
@@ -112,9 +116,13 @@ bool CarryOver(const ConfigTarget& target)
 
     // Also after a failed query: the provider writes what it found and nothing else.
     SetFile(request, target.tstrWritten);
-    MakeWritable(target.tstrWritten);
+    MakeWritable(machine, target.tstrWritten);
     const DWORD dwWritten = provider.Send(CConfigProvider::kWrite, request);
     SetFile(request, target.tstrPath);
+    for (Change change : provider.Changes()) {
+        change.tstrTarget = target.tstrPath;
+        machine.Report(change);
+    }
     if (Config::IsFailure(dwWritten)) {
         Trace(kTraceError, L"Fail to write the product config, error code: 0x%8x", dwWritten);
     } else {
@@ -123,23 +131,16 @@ bool CarryOver(const ConfigTarget& target)
     return bCollected && !Config::IsFailure(dwQueried) && !Config::IsFailure(dwWritten);
 }
 
-/// Gives a file a second name. This needs no room and no leave to read, so that it works on a full drive and for a file
-/// that others hold, and the content stays when the first name goes to another file.
-bool KeepLink(const std::wstring& tstrFile, const std::wstring& tstrName, DWORD& dwError)
-{
-    if (::CreateHardLinkW(tstrName.c_str(), tstrFile.c_str(), nullptr)) return true;
-    dwError = ::GetLastError();
-    return false;
-}
-
 /// The user's file, which an update's file is about to replace without all of its values, stays under another name.
 /// That name; empty when the file cannot be kept.
-std::wstring KeepUnderAnotherName(const std::wstring& tstrFile)
+std::wstring KeepUnderAnotherName(Machine& machine, const std::wstring& tstrFile)
 {
-    std::wstring tstrKept = KeptFileFor(tstrFile);
+    std::wstring tstrKept = KeptFileFor(machine, tstrFile);
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::KeepCopy(tstrKept, tstrFile, &dwError) || KeepLink(tstrFile, tstrKept, dwError) ||
-        IsKeptIn(tstrKept, tstrFile)) {
+    // A second name needs no room and no right to read: it works on a full drive and for a file that is in use, and the
+    // content stays when the first name goes to another file.
+    if (machine.BackUp(tstrKept, tstrFile, &dwError) || machine.LinkTo(tstrKept, tstrFile, &dwError) ||
+        IsKeptIn(machine, tstrKept, tstrFile)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",
               tstrKept.c_str());
         return tstrKept;
@@ -152,32 +153,35 @@ std::wstring KeepUnderAnotherName(const std::wstring& tstrFile)
 
 }  // namespace
 
-bool MergeConfig(PathValues& pathValues, const ConfigTarget& target)
+bool MergeConfig(RunContext& run, const ConfigTarget& target)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::MergeConfig()", String::FolderPart(target.tstrPath));
+    run.machine.BeginOperation(L"MergeConfig");
     bool bCarriedOver = false;
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(target); })) {
+    if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(run.machine, target); })) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() failed. [0x%08x]", dwError);
     }
-    if (!bCarriedOver) KeepUsersFile(pathValues, target);
+    if (!bCarriedOver) KeepUsersFile(run, target);
     return bCarriedOver;
 }
 
-void KeepUsersFile(PathValues& pathValues, const ConfigTarget& target)
+void KeepUsersFile(RunContext& run, const ConfigTarget& target)
 {
-    const std::wstring tstrFile = Frwk::Utility::InstalledFile(L"config.xml");
-    const bool bReplaced = Storage::File::IsExisted(target.tstrPath) || Storage::File::IsExisted(target.tstrWritten);
-    if (!bReplaced || !Storage::File::IsExisted(tstrFile)) return;
-    std::wstring tstrKept = KeepUnderAnotherName(tstrFile);
-    if (!tstrKept.empty()) pathValues.KeepFile(std::move(tstrKept));
+    Machine& machine = run.machine;
+    const std::wstring tstrFile = Frwk::Utility::InstalledFile(machine, L"config.xml");
+    const bool bReplaced = machine.HasFile(target.tstrPath) || machine.HasFile(target.tstrWritten);
+    if (!bReplaced || !machine.HasFile(tstrFile)) return;
+    std::wstring tstrKept = KeepUnderAnotherName(machine, tstrFile);
+    if (!tstrKept.empty()) run.paths.KeepFile(std::move(tstrKept));
 }
 
-void DropKeptFiles()
+void DropKeptFiles(Machine& machine)
 {
-    for (const std::wstring& tstrKept : KeptFilesLike(Frwk::Utility::InstalledFile(L"config.xml"))) {
+    for (const std::wstring& tstrKept : KeptFilesLike(machine, Frwk::Utility::InstalledFile(machine, L"config.xml"))) {
+        machine.Explain(L"kept by an earlier run: the same settings are carried over");
         DWORD dwError = ERROR_SUCCESS;
-        if (Storage::File::Delete(tstrKept, &dwError)) {
+        if (machine.DeleteNow(tstrKept, &dwError)) {
             Trace(kTraceInfo, L"FrameworkDeployAgent::MergeConfig() - [%s] is not needed any more and deleted.",
                   tstrKept.c_str());
         } else {

@@ -1,7 +1,7 @@
 // The user's settings, carried over into the configuration file that an update brings.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <string>
 
@@ -13,12 +13,12 @@ struct ConfigTarget {
 
 /// Carries the user's values of the "migrate" tags over. False, with the user's file kept, unless every value got
 /// there.
-bool MergeConfig(PathValues& pathValues, const ConfigTarget& target);
+bool MergeConfig(RunContext& run, const ConfigTarget& target);
 
 /// Keeps the user's file under the name of KeptFileFor() (SettingsFiles.h), where there is one and the update's is
-/// about to replace it. CopyFileW, CreateHardLinkW.
-void KeepUsersFile(PathValues& pathValues, const ConfigTarget& target);
+/// about to replace it.
+void KeepUsersFile(RunContext& run, const ConfigTarget& target);
 
 /// Deletes the kept files that hold what the user's file holds (KeptFilesLike()): of one whose values were all carried
 /// over nothing is left to be kept. One with other content may hold values that an earlier update has lost: it stays.
-void DropKeptFiles();
+void DropKeptFiles(KzCommon::Machine& machine);

@@ -11,38 +11,47 @@ using namespace PackageLayout;
 
 namespace {
 
-void CarryOut(PathValues& pathValues, const DeployStep& step, const BaseFolders& bases)
+/// A step's name without class and parentheses.
+std::wstring NameOf(const DeployStep& step)
+{
+    const std::wstring_view tstrName = step.name.Get();
+    const std::size_t uName = tstrName.rfind(L':') + 1;
+    return std::wstring(tstrName.substr(uName, tstrName.find(L'(') - uName));
+}
+
+void CarryOut(RunContext& run, const DeployStep& step, const BaseFolders& bases)
 {
     const OperationTrace trace(step.name);
-    if (step.bPreparesSettings && !PrepareSettings(pathValues)) return;
+    if (step.bPreparesSettings && !PrepareSettings(run)) return;
+    run.machine.BeginOperation(NameOf(step).c_str());
     for (const CopyRow& row : step.rows) {
         const std::wstring tstrSource = bases.FolderOf(row.source);
         const std::wstring tstrDestination = bases.FolderOf(row.destination);
-        static_cast<void>(CopyDirectory(pathValues, tstrSource, L"*.*", tstrDestination,
-                                        row.eDepth == Depth::eWithSubfolders, row.eWhen == When::eAtRestart));
+        static_cast<void>(CopyDirectory(run, tstrSource, L"*.*", tstrDestination, row.eDepth == Depth::eWithSubfolders,
+                                        row.eWhen == When::eAtRestart));
         if (row.trace) Trace(kTraceInfo, row.trace, tstrSource.c_str(), tstrDestination.c_str());
     }
 }
 
 }  // namespace
 
-bool DeployProgramPackage(PathValues& pathValues)
+bool DeployProgramPackage(RunContext& run)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DeployProgramPackage()");
-    const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
-                             .tstrProductDownloadDir = pathValues.ProductDownloadDir(),
-                             .tstrProductDownloadPath = pathValues.ProductDownloadPath(),
-                             .tstrResourceDownloadDir = {}});
-    for (const DeployStep& step : ProgramSteps()) CarryOut(pathValues, step, bases);
+    const BaseFolders bases(run.machine, {.tstrInstallDir = run.paths.InstallDir(),
+                                          .tstrProductDownloadDir = run.paths.ProductDownloadDir(),
+                                          .tstrProductDownloadPath = run.paths.ProductDownloadPath(),
+                                          .tstrResourceDownloadDir = {}});
+    for (const DeployStep& step : ProgramSteps()) CarryOut(run, step, bases);
     return true;
 }
 
-bool DeployResourceFiles(PathValues& pathValues, const std::wstring& tstrDownloadDir)
+bool DeployResourceFiles(RunContext& run, const std::wstring& tstrDownloadDir)
 {
-    const BaseFolders bases({.tstrInstallDir = pathValues.InstallDir(),
-                             .tstrProductDownloadDir = {},
-                             .tstrProductDownloadPath = {},
-                             .tstrResourceDownloadDir = tstrDownloadDir});
-    CarryOut(pathValues, ResourceStep(), bases);
+    const BaseFolders bases(run.machine, {.tstrInstallDir = run.paths.InstallDir(),
+                                          .tstrProductDownloadDir = {},
+                                          .tstrProductDownloadPath = {},
+                                          .tstrResourceDownloadDir = tstrDownloadDir});
+    CarryOut(run, ResourceStep(), bases);
     return true;
 }

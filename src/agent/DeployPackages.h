@@ -1,12 +1,12 @@
 // The deploy steps of the downloaded packages, as PackageLayout.h lists them.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <string>
 
 /// Runs the deploy steps of the program package, each whatever became of the one before. Always true.
-bool DeployProgramPackage(PathValues& pathValues);
+bool DeployProgramPackage(RunContext& run);
 
 /// Deploys the resource package out of `tstrDownloadDir` (with trailing backslash). Always true.
-bool DeployResourceFiles(PathValues& pathValues, const std::wstring& tstrDownloadDir);
+bool DeployResourceFiles(RunContext& run, const std::wstring& tstrDownloadDir);

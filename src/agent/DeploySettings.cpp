@@ -8,8 +8,6 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
-#include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -23,11 +21,11 @@ void TraceFailedCopy(const std::wstring& tstrDestination, const std::wstring& ts
 }
 
 /// Copies a file over one of the settings. What an earlier run put there may be read-only.
-bool PutInPlace(const std::wstring& tstrDestination, const std::wstring& tstrSource)
+bool PutInPlace(Machine& machine, const std::wstring& tstrDestination, const std::wstring& tstrSource)
 {
-    static_cast<void>(Storage::File::MakeWritable(tstrDestination, nullptr));
+    static_cast<void>(machine.MakeWritable(tstrDestination, nullptr));
     DWORD dwError = ERROR_SUCCESS;
-    if (Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) return true;
+    if (machine.CopyNow(tstrDestination, tstrSource, CopyMode::eOverwrite, &dwError)) return true;
     TraceFailedCopy(tstrDestination, tstrSource, dwError);
     return false;
 }
@@ -38,10 +36,10 @@ struct Selection {
     std::wstring tstrDestination;
 };
 
-Selection SelectionOf(const std::wstring& tstrFolder, const LanguageFile& file)
+Selection SelectionOf(const Machine& machine, const std::wstring& tstrFolder, const LanguageFile& file)
 {
     const std::wstring tstrBase = tstrFolder + file.szBase;
-    return {.tstrSource = tstrBase + L"_" + Frwk::Utility::GetLanguage() + L"." + file.szExtension,
+    return {.tstrSource = tstrBase + L"_" + Frwk::Utility::GetLanguage(machine) + L"." + file.szExtension,
             .tstrDestination = tstrBase + L"." + file.szExtension};
 }
 
@@ -49,44 +47,45 @@ Selection SelectionOf(const std::wstring& tstrFolder, const LanguageFile& file)
 /// values. An earlier run may have registered its move, and a run that is ended before that would let the restart
 /// install it without them. Where there can be no working copy it is in its place at once, and the user's file kept
 /// first.
-ConfigTarget SelectConfig(PathValues& pathValues, const Selection& file)
+ConfigTarget SelectConfig(RunContext& run, const Selection& file)
 {
     ConfigTarget target{.tstrPath = file.tstrDestination, .tstrWritten = file.tstrDestination};
     DWORD dwError = ERROR_SUCCESS;
-    const bool bLanguage = Storage::File::IsExisted(file.tstrSource, &dwError);
+    const bool bLanguage = run.machine.HasFile(file.tstrSource, &dwError);
     if (!bLanguage) TraceFailedCopy(file.tstrDestination, file.tstrSource, dwError);
-    if (!bLanguage && !Storage::File::IsExisted(file.tstrDestination)) return target;
-    const std::wstring tstrWorkingCopy = WorkingCopyOf(pathValues, WorkingFile::eConfig);
-    if (MakeWorkingCopy(tstrWorkingCopy, bLanguage ? file.tstrSource : file.tstrDestination, dwError)) {
+    if (!bLanguage && !run.machine.HasFile(file.tstrDestination)) return target;
+    const std::wstring tstrWorkingCopy = WorkingCopyOf(run.paths, WorkingFile::eConfig);
+    if (MakeWorkingCopy(run.machine, tstrWorkingCopy, bLanguage ? file.tstrSource : file.tstrDestination, dwError)) {
         target.tstrWritten = tstrWorkingCopy;
         return target;
     }
-    KeepUsersFile(pathValues, target);
-    if (bLanguage) static_cast<void>(PutInPlace(file.tstrDestination, file.tstrSource));
+    KeepUsersFile(run, target);
+    if (bLanguage) static_cast<void>(PutInPlace(run.machine, file.tstrDestination, file.tstrSource));
     return target;
 }
 
 /// Makes the settings files of the product's language the ones that are installed, with the user's values.
-void SelectLanguage(PathValues& pathValues, const std::wstring& tstrFolder)
+void SelectLanguage(RunContext& run, const std::wstring& tstrFolder)
 {
     ConfigTarget config;
     for (const LanguageFile& file : LanguageFiles()) {
-        const Selection selection = SelectionOf(tstrFolder, file);
+        const Selection selection = SelectionOf(run.machine, tstrFolder, file);
         if (file.bMerged) {
-            config = SelectConfig(pathValues, selection);
+            config = SelectConfig(run, selection);
         } else {
-            static_cast<void>(PutInPlace(selection.tstrDestination, selection.tstrSource));
+            static_cast<void>(PutInPlace(run.machine, selection.tstrDestination, selection.tstrSource));
         }
     }
-    const bool bCarriedOver = MergeConfig(pathValues, config);
+    const bool bCarriedOver = MergeConfig(run, config);
     const bool bCopied = config.tstrWritten != config.tstrPath;
-    const bool bInPlace = !bCopied || PutInPlace(config.tstrPath, config.tstrWritten);
+    if (bCopied) run.machine.BeginOperation(L"SelectLanguageFile");
+    const bool bInPlace = !bCopied || PutInPlace(run.machine, config.tstrPath, config.tstrWritten);
     if (bCarriedOver && bInPlace) {
-        DropKeptFiles();
+        DropKeptFiles(run.machine);
     } else if (bCarriedOver) {
-        KeepUsersFile(pathValues, config);
+        KeepUsersFile(run, config);
     }
-    if (bCopied) static_cast<void>(Storage::File::Delete(config.tstrWritten, nullptr));
+    if (bCopied) static_cast<void>(run.machine.DeleteNow(config.tstrWritten, nullptr));
 }
 
 void TraceInstalledIsModified(DWORD dwError)
@@ -98,20 +97,20 @@ void TraceInstalledIsModified(DWORD dwError)
 
 /// The update information file to change: the one among the settings, made out of the installed one where the update
 /// brings none, or the installed one where that cannot be done.
-IniTarget SelectUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownloaded)
+IniTarget SelectUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
 {
-    const std::wstring tstrInstalled = pathValues.UpdateInfoFile();
+    const std::wstring tstrInstalled = run.paths.UpdateInfoFile();
     // Twice, as support knows it.
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (IsUpdateInfoCopied(tstrInstalled, tstrDownloaded)) {
-        const std::wstring tstrWorkingCopy = WorkingCopyOf(pathValues, WorkingFile::eUpdateInfo);
-        if (MakeWorkingCopy(tstrWorkingCopy, tstrInstalled, dwError)) {
+    if (IsUpdateInfoCopied(run.machine, tstrInstalled, tstrDownloaded)) {
+        const std::wstring tstrWorkingCopy = WorkingCopyOf(run.paths, WorkingFile::eUpdateInfo);
+        if (MakeWorkingCopy(run.machine, tstrWorkingCopy, tstrInstalled, dwError)) {
             return {.tstrPath = tstrDownloaded, .tstrWritten = tstrWorkingCopy};
         }
     }
-    if (Storage::File::Copy(tstrDownloaded, tstrInstalled, false, &dwError)) {
+    if (run.machine.CopyNow(tstrDownloaded, tstrInstalled, CopyMode::eNew, &dwError)) {
         return {.tstrPath = tstrDownloaded, .tstrWritten = tstrDownloaded};
     }
     TraceInstalledIsModified(dwError);
@@ -119,38 +118,37 @@ IniTarget SelectUpdateInfo(const PathValues& pathValues, const std::wstring& tst
 }
 
 /// Changes the update information that is deployed with the settings.
-void EditUpdateInfo(const PathValues& pathValues, const std::wstring& tstrDownloaded)
+void EditUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
 {
-    const IniTarget target = SelectUpdateInfo(pathValues, tstrDownloaded);
-    ModifyUpdateInfo(target);
+    run.machine.BeginOperation(L"ModifyUpdateInfo");
+    const IniTarget target = SelectUpdateInfo(run, tstrDownloaded);
+    ModifyUpdateInfo(run.machine, target);
     if (target.tstrWritten == target.tstrPath) return;
     DWORD dwError = ERROR_SUCCESS;
-    const auto putInPlace = [&](DWORD& dwCode) {
-        if (::MoveFileExW(target.tstrWritten.c_str(), target.tstrPath.c_str(), 0)) return true;
-        dwCode = ::GetLastError();
-        return false;
-    };
-    if (Storage::TryWhileHeld(putInPlace, &dwError)) return;
+    if (run.machine.MoveNow(target.tstrWritten, target.tstrPath, &dwError)) return;
     TraceInstalledIsModified(dwError);
-    static_cast<void>(Storage::File::Delete(target.tstrWritten, nullptr));
-    const std::wstring tstrInstalled = pathValues.UpdateInfoFile();
-    ModifyUpdateInfo({.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled});
+    static_cast<void>(run.machine.DeleteNow(target.tstrWritten, nullptr));
+    const std::wstring tstrInstalled = run.paths.UpdateInfoFile();
+    ModifyUpdateInfo(run.machine, {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled});
 }
 
 }  // namespace
 
-bool PrepareSettings(PathValues& pathValues)
+bool PrepareSettings(RunContext& run)
 {
-    PatchRegistry(pathValues);
-    const std::wstring tstrSettingDir = String::FolderBelow(pathValues.ProductDownloadDir(), L"Share\\Setting");
-    if (!Storage::Directory::IsExisted(tstrSettingDir)) {
+    PatchRegistry(run);
+    const std::wstring tstrSettingDir = String::FolderBelow(run.paths.ProductDownloadDir(), L"Share\\Setting");
+    if (!run.machine.HasFolder(tstrSettingDir)) {
         Trace(kTraceError, L"No files under directory '%s'", tstrSettingDir.c_str());
+        run.machine.BeginOperation(L"DeploySettings");
+        run.machine.ExplainNothing(L"there is no folder " + tstrSettingDir);
         return false;
     }
     // The copy does not follow a link, and says so: what it leads to is not the package's to be changed.
-    if (Storage::Directory::IsLink(tstrSettingDir)) return true;
-    RemoveWorkingCopies(pathValues);
-    SelectLanguage(pathValues, tstrSettingDir);
-    EditUpdateInfo(pathValues, tstrSettingDir + L"UpdateInfo.ini");
+    if (run.machine.IsLink(tstrSettingDir)) return true;
+    run.machine.BeginOperation(L"SelectLanguageFile");
+    RemoveWorkingCopies(run);
+    SelectLanguage(run, tstrSettingDir);
+    EditUpdateInfo(run, tstrSettingDir + L"UpdateInfo.ini");
     return true;
 }

@@ -36,18 +36,6 @@ bool IsFolderName(std::wstring_view tstrName) noexcept
     return Storage::File::IsPlainName(tstrName) && tstrName.back() != L'.' && tstrName.back() != L' ';
 }
 
-/// Opens a file so that others still can, and reads from it. No file, or a folder of that name, is no failure.
-bool OpenForReading(const std::wstring& tstrPath, UniqueFile& file, DWORD& dwError)
-{
-    file.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                             nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    char chFirst = 0;
-    DWORD cbRead = 0;
-    if (file && ::ReadFile(file.Get(), &chFirst, 1, &cbRead, nullptr)) return true;
-    dwError = ::GetLastError();
-    return !Storage::IsHeldByOthers(dwError) || Storage::Directory::IsExisted(tstrPath);
-}
-
 }  // namespace
 
 const DownloadKey& ProductDownloadKey() noexcept
@@ -86,24 +74,17 @@ bool NormalizeDownloadPath(std::wstring& tstrPath)
     return true;
 }
 
-bool ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadKey& key, std::wstring& tstrPath)
+bool ReadDownloadPath(const Machine& machine, const std::wstring& tstrUpdateInfo, const DownloadKey& key,
+                      std::wstring& tstrPath)
 {
-    // Of a file that others hold the system reads nothing and says nothing: it is opened first, and kept open so that
-    // nobody can hold it in between.
-    UniqueFile file;
+    std::wstring tstrValue = key.szDefault;
     DWORD dwError = ERROR_SUCCESS;
     if (!tstrUpdateInfo.empty() &&
-        !Storage::TryWhileHeld([&](DWORD& dwCode) { return OpenForReading(tstrUpdateInfo, file, dwCode); }, &dwError)) {
+        !machine.ReadIniValue(tstrUpdateInfo, L"COMPONENT_LIST", key.szKey, key.szDefault, tstrValue, &dwError)) {
         Trace(kTraceError, L"*** PathValues::ReadDownloadPath() - [%s] cannot be read. [0x%08x]",
               tstrUpdateInfo.c_str(), dwError);
         return false;
     }
-    std::wstring tstrValue;
-    static_cast<void>(Storage::Guarded(nullptr, [&] {
-        Storage::IniFile updateInfo;
-        updateInfo.Open(tstrUpdateInfo);
-        tstrValue = updateInfo.ReadString(L"COMPONENT_LIST", key.szKey, key.szDefault);
-    }));
     // An empty name would mean the folder of all packages.
     tstrPath = tstrValue.empty() ? key.szDefault : tstrValue;
     if (NormalizeDownloadPath(tstrPath)) return true;

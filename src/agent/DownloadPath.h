@@ -1,6 +1,8 @@
 // Where the updater put a component: the download paths of "UpdateInfo.ini".
 #pragma once
 
+#include "common/KzComn_Machine.h"
+
 #include <string>
 
 /// A component's key in the section "COMPONENT_LIST" of "UpdateInfo.ini", and its own identifier, which is the name of
@@ -25,4 +27,5 @@ struct DownloadKey {
 /// Reads a download path, normalized. The default stands for a missing file, section or key, for an empty value and,
 /// with a trace line, for a value that is no download path. False, with a trace line, for a file that other programs
 /// hold open, after some two seconds: what it says is not known. GetPrivateProfileStringW.
-[[nodiscard]] bool ReadDownloadPath(const std::wstring& tstrUpdateInfo, const DownloadKey& key, std::wstring& tstrPath);
+[[nodiscard]] bool ReadDownloadPath(const KzCommon::Machine& machine, const std::wstring& tstrUpdateInfo,
+                                    const DownloadKey& key, std::wstring& tstrPath);

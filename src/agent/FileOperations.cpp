@@ -2,7 +2,6 @@
 
 #include "agent/Sections.h"
 
-#include "common/KzComn_AccessControl.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
@@ -42,6 +41,29 @@ void ParsePattern(FileRecord& record)
     if (!String::IsFullPath(record.tstrPath)) Refuse(record, FileRefusal::eNotAFullPath, kNotAFullPath);
 }
 
+const wchar_t* ReasonOf(FileRefusal eRefusal)
+{
+    switch (eRefusal) {
+        case FileRefusal::eTooLong: return L"longer than 260 characters";
+        case FileRefusal::eNotSplit: return L"a part of the path is too long";
+        case FileRefusal::eNotAFullPath: return L"no full path, or a whole drive";
+        case FileRefusal::eNone: break;
+    }
+    return L"";
+}
+
+/// A record that the machine is not asked to carry out.
+void ReportUndone(Machine& machine, int iOp, const std::wstring& tstrPath, Outcome eOutcome,
+                  const std::wstring& tstrReason)
+{
+    const bool bCreate = iOp == op_dir_add;
+    Change change{.eAction = bCreate ? Action::eCreateFolder : Action::eDelete, .eOutcome = eOutcome};
+    change.bAtRestart = !bCreate && iOp != op_file_delete_now;
+    change.tstrTarget = tstrPath;
+    change.tstrReason = tstrReason;
+    machine.Report(change);
+}
+
 void TraceFailedDelete(const FileRecord& record, DWORD dwError)
 {
     Trace(kTraceError, L"Failed to delete file '%s%s', error = %d.", record.tstrFolder.c_str(),
@@ -49,10 +71,10 @@ void TraceFailedDelete(const FileRecord& record, DWORD dwError)
 }
 
 /// What the run itself keeps is not deleted: no record was written for it.
-Storage::Directory::Spared KeptBy(const PathValues& pathValues)
+Storage::Directory::Spared KeptBy(const RunContext& run)
 {
-    return [&pathValues](const std::wstring& tstrPath) {
-        const bool bKept = pathValues.IsKeptFile(tstrPath);
+    return [&run](const std::wstring& tstrPath) {
+        const bool bKept = run.paths.IsKeptFile(tstrPath);
         if (bKept) {
             Trace(kTraceInfo, L"*** FrameworkDeployAgent::PerformFileOperation() - [%s] is kept by this run and stays.",
                   tstrPath.c_str());
@@ -61,48 +83,74 @@ Storage::Directory::Spared KeptBy(const PathValues& pathValues)
     };
 }
 
-void ScheduleFolder(const PathValues& pathValues, const FileRecord& record)
+void ScheduleFolder(const RunContext& run, const FileRecord& record)
 {
-    if (!Storage::Directory::IsExisted(record.tstrFolder)) {
+    Machine& machine = run.machine;
+    if (!machine.HasFolder(record.tstrFolder)) {
         Trace(kTraceError, L"No files under directory '%s'", record.tstrPath.c_str());
+        ReportUndone(machine, op_dir_delete, record.tstrPath, Outcome::eStay, L"there is no such folder");
         return;
     }
-    DWORD dwError = record.dwRefusal;
-    if (record.eRefusal != FileRefusal::eNone ||
-        !Storage::Directory::ScheduleDeleteTree(record.tstrFolder, &dwError, KeptBy(pathValues))) {
-        TraceFailedDelete(record, dwError);
+    if (record.eRefusal != FileRefusal::eNone) {
+        TraceFailedDelete(record, record.dwRefusal);
+        ReportUndone(machine, op_dir_delete, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
+        return;
     }
+    DWORD dwError = ERROR_SUCCESS;
+    if (!machine.DeleteTreeAtRestart(record.tstrFolder, &dwError, KeptBy(run))) TraceFailedDelete(record, dwError);
 }
 
-void MakeFolder(const FileRecord& record)
+void TraceFailedFolder(const FileRecord& record, DWORD dwError)
 {
-    if (Storage::Directory::IsExisted(record.tstrFolder)) {
-        Trace(kTraceInfo, L"Directory '%s' is already there.", record.tstrPath.c_str());
-        return;
-    }
-    AccessControl::SecurityAttributes attributes;
-    DWORD dwError = record.dwRefusal;
-    if (record.eRefusal != FileRefusal::eNone ||
-        !Storage::Directory::Create(record.tstrFolder, attributes.Get(), &dwError)) {
-        Trace(kTraceError, L"Failed to create directory '%s', error = %d.", record.tstrPath.c_str(), dwError);
-    }
+    Trace(kTraceError, L"Failed to create directory '%s', error = %d.", record.tstrPath.c_str(), dwError);
 }
 
-void RemoveMatching(const PathValues& pathValues, const FileRecord& record, TraceFormat<int> tooLong,
-                    decltype(Storage::Directory::DeleteFiles)* pfnRemove)
+void MakeFolder(Machine& machine, const FileRecord& record)
+{
+    if (machine.HasFolder(record.tstrFolder)) {
+        Trace(kTraceInfo, L"Directory '%s' is already there.", record.tstrPath.c_str());
+        ReportUndone(machine, op_dir_add, record.tstrPath, Outcome::eStay, {});
+        return;
+    }
+    if (record.eRefusal != FileRefusal::eNone) {
+        TraceFailedFolder(record, record.dwRefusal);
+        ReportUndone(machine, op_dir_add, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
+        return;
+    }
+    DWORD dwError = ERROR_SUCCESS;
+    if (!machine.CreateFolder(record.tstrFolder, &dwError)) TraceFailedFolder(record, dwError);
+}
+
+/// How files are removed: the operation, the request, and the line for a path that is too long.
+struct Removal {
+    FileOp eOp;
+    bool (Machine::*pfnRemove)(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
+                               const Storage::Directory::Spared& isSpared);
+    TraceFormat<int> tooLong;
+};
+constexpr Removal kAtRestart{op_file_delete, &Machine::DeleteMatchingAtRestart,
+                             L"_MAX_PATH<strPath.length() --> %d. Cnnot do further."};
+constexpr Removal kNow{op_file_delete_now, &Machine::DeleteMatchingNow,
+                       L"_MAX_PATH<strPath.length() --> %d. Cannot do further."};
+
+void RemoveMatching(const RunContext& run, const FileRecord& record, const Removal& removal)
 {
     DWORD dwError = record.dwRefusal;
     switch (record.eRefusal) {
-        case FileRefusal::eTooLong: Trace(kTraceError, tooLong, static_cast<int>(record.tstrPath.size())); break;
+        case FileRefusal::eTooLong:
+            Trace(kTraceError, removal.tooLong, static_cast<int>(record.tstrPath.size()));
+            break;
         case FileRefusal::eNotSplit:
             Trace(kTraceError, L"Failed to do _tsplitpath_s(), error code = %d.", dwError);
             break;
         case FileRefusal::eNotAFullPath: TraceFailedDelete(record, dwError); break;
         case FileRefusal::eNone:
-            if (!pfnRemove(record.tstrFolder, record.tstrPattern, &dwError, KeptBy(pathValues)))
+            if (!(run.machine.*removal.pfnRemove)(record.tstrFolder, record.tstrPattern, &dwError, KeptBy(run))) {
                 TraceFailedDelete(record, dwError);
-            break;
+            }
+            return;
     }
+    ReportUndone(run.machine, removal.eOp, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
 }
 
 }  // namespace
@@ -116,56 +164,59 @@ FileRecord ParseFileRecord(int iOp, const std::wstring& tstrExpanded)
     return record;
 }
 
-void CreateDirBeforeReboot(const PathValues& pathValues)
+void CreateDirBeforeReboot(const RunContext& run)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::CreateDirBeforeReboot()");
+    run.machine.BeginOperation(L"CreateDirBeforeReboot");
     constexpr const Section& kSection = SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot");
     SectionRecords records;
-    if (ReadSection(kSection, records)) CarryOutRecords(kSection, records, pathValues);
+    if (ReadSection(run.machine, kSection, records)) CarryOutRecords(run, kSection, records);
 }
 
-void RemoveFileAfterReboot(const PathValues& pathValues)
+void RemoveFileAfterReboot(const RunContext& run)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::RemoveFileAfterReboot()");
+    run.machine.BeginOperation(L"RemoveFileAfterReboot");
     constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
     constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
     SectionRecords folders;
     SectionRecords files;
-    if (!ReadSection(kFolders, folders) || !ReadSection(kFiles, files)) return;
-    CarryOutRecords(kFolders, folders, pathValues);
-    CarryOutRecords(kFiles, files, pathValues);
+    if (!ReadSection(run.machine, kFolders, folders) || !ReadSection(run.machine, kFiles, files)) return;
+    CarryOutRecords(run, kFolders, folders);
+    CarryOutRecords(run, kFiles, files);
 }
 
-void Records::CreateFolder(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::CreateFolder(const RunContext& run, const std::wstring& tstrRecord)
 {
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
-    PerformFileOperation(pathValues, tstrRecord, op_dir_add);
+    PerformFileOperation(run, tstrRecord, op_dir_add);
 }
 
-void Records::RemoveFolder(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::RemoveFolder(const RunContext& run, const std::wstring& tstrRecord)
 {
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
           tstrRecord.c_str());
-    PerformFileOperation(pathValues, tstrRecord, op_dir_delete);
+    PerformFileOperation(run, tstrRecord, op_dir_delete);
 }
 
-void Records::RemoveFiles(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::RemoveFiles(const RunContext& run, const std::wstring& tstrRecord)
 {
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]", tstrRecord.c_str());
-    PerformFileOperation(pathValues, tstrRecord, op_file_delete);
+    PerformFileOperation(run, tstrRecord, op_file_delete);
 }
 
-void Records::RemoveFilesNow(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::RemoveFilesNow(const RunContext& run, const std::wstring& tstrRecord)
 {
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]", tstrRecord.c_str());
-    PerformFileOperation(pathValues, tstrRecord, op_file_delete_now);
+    PerformFileOperation(run, tstrRecord, op_file_delete_now);
 }
 
-void PerformFileOperation(const PathValues& pathValues, const std::wstring& tstrData, int iOp)
+void PerformFileOperation(const RunContext& run, const std::wstring& tstrData, int iOp)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PerformFileOperation()");
     if (!IsRecordLengthValid(tstrData)) {
         Trace(kTraceError, L"PerformFileOperation(tszData==empty || tszData.size()>1023)");
+        ReportUndone(run.machine, iOp, tstrData, Outcome::eFail, kRecordTooLong);
         return;
     }
     if (iOp < op_begin_file || iOp > op_end_file) {
@@ -173,19 +224,13 @@ void PerformFileOperation(const PathValues& pathValues, const std::wstring& tstr
         return;
     }
     std::wstring tstrPath = tstrData;
-    pathValues.ExpandPlaceholders(tstrPath);
+    run.paths.ExpandPlaceholders(tstrPath);
     const FileRecord record = ParseFileRecord(iOp, tstrPath);
     switch (iOp) {
-        case op_dir_delete: ScheduleFolder(pathValues, record); break;
-        case op_dir_add: MakeFolder(record); break;
-        case op_file_delete:
-            RemoveMatching(pathValues, record, L"_MAX_PATH<strPath.length() --> %d. Cnnot do further.",
-                           &Storage::Directory::ScheduleDeleteFiles);
-            break;
-        case op_file_delete_now:
-            RemoveMatching(pathValues, record, L"_MAX_PATH<strPath.length() --> %d. Cannot do further.",
-                           &Storage::Directory::DeleteFiles);
-            break;
+        case op_dir_delete: ScheduleFolder(run, record); break;
+        case op_dir_add: MakeFolder(run.machine, record); break;
+        case op_file_delete: RemoveMatching(run, record, kAtRestart); break;
+        case op_file_delete_now: RemoveMatching(run, record, kNow); break;
         default: break;
     }
 }

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "agent/InstructionFile.h"
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <windows.h>
 
@@ -30,21 +30,21 @@ struct FileRecord {
 [[nodiscard]] FileRecord ParseFileRecord(int iOp, const std::wstring& tstrExpanded);
 
 /// Creates the folders of the section "QOR_DIR".
-void CreateDirBeforeReboot(const PathValues& pathValues);
+void CreateDirBeforeReboot(const RunContext& run);
 
 /// Carries out the removals of "QOR_DIR" and "QOR_FILE"; none unless both sections can be read.
-void RemoveFileAfterReboot(const PathValues& pathValues);
+void RemoveFileAfterReboot(const RunContext& run);
 
 /// Carries out one file record; `iOp` is a FileOp. Traces what becomes of it. CreateDirectoryW, DeleteFileW,
 /// MoveFileExW.
-void PerformFileOperation(const PathValues& pathValues, const std::wstring& tstrData, int iOp);
+void PerformFileOperation(const RunContext& run, const std::wstring& tstrData, int iOp);
 
 namespace Records {
 
 // The operations of the sections' keys, one record each.
-void CreateFolder(const PathValues& pathValues, const std::wstring& tstrRecord);
-void RemoveFolder(const PathValues& pathValues, const std::wstring& tstrRecord);
-void RemoveFiles(const PathValues& pathValues, const std::wstring& tstrRecord);
-void RemoveFilesNow(const PathValues& pathValues, const std::wstring& tstrRecord);
+void CreateFolder(const RunContext& run, const std::wstring& tstrRecord);
+void RemoveFolder(const RunContext& run, const std::wstring& tstrRecord);
+void RemoveFiles(const RunContext& run, const std::wstring& tstrRecord);
+void RemoveFilesNow(const RunContext& run, const std::wstring& tstrRecord);
 
 }  // namespace Records

@@ -8,8 +8,6 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
-#include "common/KzComn_Registry.h"
 
 using namespace KzCommon;
 
@@ -24,12 +22,11 @@ constexpr BYTE kResourcePackage = 0x0F;
 bool FrameworkDeployAgent::DoPreAction()
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DoPreAction()");
-    m_pathValues.ReadLogFolders();
-    m_pathValues.ReadProductFolders();
-    Trace(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s",
-          m_pathValues.ProductDownloadDir().c_str());
-    m_pathValues.KeepFile(DeploymentLock::FileIn(m_pathValues.InstallDir()));
-    CreateDirBeforeReboot(m_pathValues);
+    m_run.paths.ReadLogFolders();
+    m_run.paths.ReadProductFolders();
+    Trace(kTraceStep, L"FrameworkDeployAgent::DoPreAction: tsUdidProduct=%s", m_run.paths.ProductDownloadDir().c_str());
+    m_run.paths.KeepFile(DeploymentLock::FileIn(m_run.paths.InstallDir()));
+    CreateDirBeforeReboot(m_run);
     return true;
 }
 
@@ -37,39 +34,48 @@ bool FrameworkDeployAgent::DoDeploy()
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DoDeploy()");
     m_dwStatus = 0;
-    m_pathValues.ReadProductFolders();
-    m_tstrFrameworkFolder = m_pathValues.ComponentDir();
+    m_run.paths.ReadProductFolders();
+    m_tstrFrameworkFolder = m_run.paths.ComponentDir();
     Trace(kTraceInfo, L"Framework Folder : %s", m_tstrFrameworkFolder.c_str());
 
     BYTE bPackages = 0;
-    Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidProduct=%s", m_pathValues.ProductDownloadDir().c_str());
-    if (Storage::Directory::IsExisted(m_pathValues.ProductDownloadDir())) {
+    Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidProduct=%s", m_run.paths.ProductDownloadDir().c_str());
+    if (m_run.machine.HasFolder(m_run.paths.ProductDownloadDir())) {
         Trace(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Product directory is existed.");
         bPackages |= kProgramPackage;
+    } else {
+        ExplainMissing(L"DeployProgramPackage", m_run.paths.ProductDownloadDir());
     }
-    const std::wstring tstrResourceDir = m_pathValues.ReadResourceDownloadDir();
+    const std::wstring tstrResourceDir = m_run.paths.ReadResourceDownloadDir();
     Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidResource=%s", tstrResourceDir.c_str());
-    if (Storage::Directory::IsExisted(tstrResourceDir)) {
+    if (m_run.machine.HasFolder(tstrResourceDir)) {
         Trace(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Resource directory is existed.");
         bPackages |= kResourcePackage;
     }
 
-    if ((bPackages & kProgramPackage) && !DeployProgramPackage(m_pathValues)) {
+    if ((bPackages & kProgramPackage) && !DeployProgramPackage(m_run)) {
         Trace(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
     }
-    if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_pathValues, tstrResourceDir)) {
+    if (!(bPackages & kResourcePackage)) ExplainMissing(L"DeployResourceFiles", tstrResourceDir);
+    if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_run, tstrResourceDir)) {
         Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
     // A package whose folder cannot be looked up may be there: the updater is to try again, and the new name waits.
-    const bool bFoldersKnown = !m_pathValues.ProductDownloadDir().empty() && !tstrResourceDir.empty();
-    return bFoldersKnown || m_pathValues.InstallDir().empty();
+    const bool bFoldersKnown = !m_run.paths.ProductDownloadDir().empty() && !tstrResourceDir.empty();
+    return bFoldersKnown || m_run.paths.InstallDir().empty();
+}
+
+void FrameworkDeployAgent::ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder)
+{
+    m_run.machine.BeginOperation(szOperation);
+    m_run.machine.ExplainNothing(L"there is no folder " + tstrFolder);
 }
 
 bool FrameworkDeployAgent::DoPostAction()
 {
     const OperationTrace trace(L"FrameworkDeployAgent::DoPostAction()");
-    RemoveFileAfterReboot(m_pathValues);
-    PostRunScript(m_pathValues);
+    RemoveFileAfterReboot(m_run);
+    PostRunScript(m_run);
     WriteProgramDeployFlag();
     return true;
 }
@@ -77,14 +83,16 @@ bool FrameworkDeployAgent::DoPostAction()
 void FrameworkDeployAgent::WriteProgramDeployFlag()
 {
     const OperationTrace trace(L"FrameworkDeployAgent::WriteProgramDeployFlag()");
-    const DWORD dwView = Frwk::Utility::ProductRegistryView();
+    m_run.machine.BeginOperation(L"WriteProgramDeployFlag");
     const auto store = [&](const wchar_t* szName, DWORD dwValue) {
+        const RegistryPlace place{.tstrKeyPath = L"SOFTWARE\\Kazmere\\KZVLT",
+                                  .tstrName = szName,
+                                  .dwView = Frwk::Utility::ProductRegistryView()};
         DWORD dwError = ERROR_SUCCESS;
-        if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Kazmere\\KZVLT", szName, dwValue, dwView,
-                                      &dwError)) {
+        if (!m_run.machine.StoreValue(place, dwValue, &dwError)) {
             Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed: 0x%08X", dwError);
         }
     };
     store(L"DoUpdateDeploy", 1);
-    store(L"FrwkDeployTick", ::GetTickCount());
+    store(L"FrwkDeployTick", m_run.machine.TickCount());
 }

@@ -5,7 +5,6 @@
 #include "BrevantVersion.h"
 
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
@@ -17,12 +16,23 @@ namespace {
 
 enum IniField : std::size_t { eSection, eKey, eValue, eIniFields };
 
-void StoreIniValue(const IniTarget& target, const std::wstring& tstrSection, const std::wstring& tstrKey,
-                   const std::wstring& tstrValue, Storage::Patience& patience)
+void StoreIniValue(Machine& machine, const IniTarget& target, const IniRecord& record, Storage::Patience& patience)
 {
-    if (!Storage::Ini::StoreValue(target.tstrWritten, tstrSection, tstrKey, tstrValue, patience)) {
-        Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
+    DWORD dwError = ERROR_SUCCESS;
+    if (!machine.StoreIniValue(target.tstrWritten, record.tstrSection, record.tstrKey, record.tstrValue, patience,
+                               &dwError)) {
+        Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", dwError);
     }
+}
+
+/// A record that the machine is not asked to carry out.
+void ReportRefused(Machine& machine, const IniTarget& target, const std::wstring& tstrName, const wchar_t* szReason)
+{
+    Change change{.eAction = Action::eWriteIni, .eOutcome = Outcome::eFail};
+    change.tstrTarget = target.tstrPath;
+    change.tstrName = tstrName;
+    change.tstrReason = szReason;
+    machine.Report(change);
 }
 
 }  // namespace
@@ -38,25 +48,27 @@ IniRecord ParseIniRecord(const std::wstring& tstrData)
     return record;
 }
 
-void ModifyUpdateInfo(const IniTarget& target)
+void ModifyUpdateInfo(Machine& machine, const IniTarget& target)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::ModifyUpdateInfo()", target.tstrPath);
     constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
     SectionRecords records;
-    if (!ReadSection(kSection, records)) return;
+    if (!ReadSection(machine, kSection, records)) return;
     Storage::Patience patience{kEditRepetitions};
     ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrRecord) {
-        ModifyIniKeyValue(target, tstrRecord, patience);
+        ModifyIniKeyValue(machine, target, tstrRecord, patience);
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
     });
-    DeployVersion(target, patience);
+    DeployVersion(machine, target, patience);
 }
 
-void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData, Storage::Patience& patience)
+void ModifyIniKeyValue(Machine& machine, const IniTarget& target, const std::wstring& tstrData,
+                       Storage::Patience& patience)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::ModifyIniKeyValue()", target.tstrPath);
     if (!IsRecordLengthValid(tstrData)) {
         Trace(kTraceError, L"ModifyIniKeyValue(tszData==empty || tszData.size()>1023)");
+        ReportRefused(machine, target, tstrData, kRecordTooLong);
         return;
     }
     const IniRecord record = ParseIniRecord(tstrData);
@@ -64,7 +76,13 @@ void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData, St
         Trace(kTraceError, L"ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones");
     }
     Trace(kTraceInfo, L"[%s] %s=%s", record.tstrSection.c_str(), record.tstrKey.c_str(), record.tstrValue.c_str());
-    if (record.IsComplete()) StoreIniValue(target, record.tstrSection, record.tstrKey, record.tstrValue, patience);
+    if (!record.IsComplete()) {
+        ReportRefused(machine, target, L"[" + record.tstrSection + L"] " + record.tstrKey,
+                      L"the record lacks one of its three fields");
+        return;
+    }
+    machine.Explain(record.bTooManyFields ? L"what follows the third field is left out" : L"");
+    StoreIniValue(machine, target, record, patience);
 }
 
 IniRecord DeployedVersion()
@@ -74,9 +92,8 @@ IniRecord DeployedVersion()
             .tstrValue = BREVANT_WIDE_VERSION};
 }
 
-void DeployVersion(const IniTarget& target, Storage::Patience& patience)
+void DeployVersion(Machine& machine, const IniTarget& target, Storage::Patience& patience)
 {
     const OperationTrace trace(L"[Enter] DeployVersion(%s)", target.tstrPath, L"[Leve] DeployVersion()");
-    const IniRecord version = DeployedVersion();
-    StoreIniValue(target, version.tstrSection, version.tstrKey, version.tstrValue, patience);
+    StoreIniValue(machine, target, DeployedVersion(), patience);
 }

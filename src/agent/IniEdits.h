@@ -3,6 +3,8 @@
 
 #include "common/KzComn_Retry.h"
 
+#include "common/KzComn_Machine.h"
+
 #include <string>
 
 /// An INI record taken apart. A field that the record does not have is empty.
@@ -33,13 +35,14 @@ struct IniTarget {
 inline constexpr unsigned kEditRepetitions = 50;
 
 /// Changes keys of an INI file and records the deployed version in it.
-void ModifyUpdateInfo(const IniTarget& target);
+void ModifyUpdateInfo(KzCommon::Machine& machine, const IniTarget& target);
 
 /// Carries out one record of section, key and value. WritePrivateProfileStringW.
-void ModifyIniKeyValue(const IniTarget& target, const std::wstring& tstrData, KzCommon::Storage::Patience& patience);
+void ModifyIniKeyValue(KzCommon::Machine& machine, const IniTarget& target, const std::wstring& tstrData,
+                       KzCommon::Storage::Patience& patience);
 
 /// What records the version of the agent's own component.
 [[nodiscard]] IniRecord DeployedVersion();
 
 /// Writes DeployedVersion(). WritePrivateProfileStringW.
-void DeployVersion(const IniTarget& target, KzCommon::Storage::Patience& patience);
+void DeployVersion(KzCommon::Machine& machine, const IniTarget& target, KzCommon::Storage::Patience& patience);

@@ -29,10 +29,13 @@
 // in the order of their lines. Keys match exactly.
 #pragma once
 
-#include "common/KzComn_IniFile.h"
+#include "common/KzComn_Machine.h"
 
 #include <map>
 #include <string>
+
+/// Its name, in the install folder.
+inline constexpr wchar_t kInstructionFile[] = L"QorPaFrwk.ini";
 
 /// Registry operations; any other number is refused.
 enum RegOp : DWORD {
@@ -58,6 +61,9 @@ enum FileOp : int {
 /// The longest record value that an operation accepts, in characters.
 inline constexpr std::size_t kMaxRecordCharacters = 1023;
 
+/// Why a longer one is refused.
+inline constexpr wchar_t kRecordTooLong[] = L"longer than 1023 characters";
+
 /// A section's records: keys in plain ordinal order, the records of one key in the order of their lines.
 using SectionRecords = std::multimap<std::wstring, std::wstring>;
 
@@ -68,8 +74,9 @@ using SectionRecords = std::multimap<std::wstring, std::wstring>;
                                       SectionRecords& records);
 
 /// Opens the instruction file in the install folder and reads one section of it. False with the Win32 code in `dwError`
-/// when that fails; ERROR_BAD_ARGUMENTS (160) when no install folder is known. A file that others hold is waited for.
-[[nodiscard]] bool ReadInstructions(const std::wstring& tstrSection, SectionRecords& records, DWORD& dwError);
+/// when that fails; ERROR_BAD_ARGUMENTS (160) when no install folder is known.
+[[nodiscard]] bool ReadInstructions(const KzCommon::Machine& machine, const std::wstring& tstrSection,
+                                    SectionRecords& records, DWORD& dwError);
 
 /// Calls `apply` with every record of `szKey`, in the order of their lines.
 template <class Apply>

@@ -1,10 +1,10 @@
 #include "agent/NewNameDecision.h"
 
+#include "agent/RestartReminder.h"
 #include "agent/RunOnce.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "common/L10nReader.h"
 
@@ -17,12 +17,32 @@ constexpr std::size_t kBuildStart = 6;
 constexpr std::size_t kBuildLength = 4;
 const wchar_t kFirstBuildWithNewName[] = L"1100";
 
+void ReportDecision(Machine& machine, Outcome eOutcome, const std::wstring& tstrReason)
+{
+    Change change{.eAction = Action::eNewName, .eOutcome = eOutcome, .bAtRestart = true};
+    change.tstrTarget = kNewProductName;
+    change.tstrReason = tstrReason;
+    machine.Report(change);
+}
+
+/// Why an installation keeps its name.
+std::wstring ReasonOf(NewNameNeed eNeed, const std::wstring& tstrVersion, const std::wstring& tstrBuild)
+{
+    switch (eNeed) {
+        case NewNameNeed::eJapanese: return L"the product's language is ja-jp";
+        case NewNameNeed::eVersionInvalid: return L"the product's version \"" + tstrVersion + L"\" has no build number";
+        case NewNameNeed::eNewEnough: return L"build " + tstrBuild + L" of the product has it";
+        case NewNameNeed::eDue: break;
+    }
+    return {};
+}
+
 }  // namespace
 
-bool CheckIfNewProdNameApplied()
+bool CheckIfNewProdNameApplied(const Machine& machine)
 {
     Trace(kTraceStep, L"CheckIfNewProdNameApplied()");
-    const std::wstring tstrMarker = Frwk::Utility::GetStrFromHKLM_KZVLT(kMarkerName, L"");
+    const std::wstring tstrMarker = Frwk::Utility::GetStrFromHKLM_KZVLT(machine, kMarkerName, L"");
     Trace(kTraceInfo, L"val = %s", tstrMarker.c_str());
     if (tstrMarker == kMarkerData) {
         Trace(kTraceInfo, L"     == {8E3D9A10-42F7-4B5C-A1E6-0D59C7B3F284}   --> New Brand applied");
@@ -41,14 +61,16 @@ NewNameNeed JudgeNewName(const std::wstring& tstrLanguage, const std::wstring& t
     return tstrBuild < kFirstBuildWithNewName ? NewNameNeed::eDue : NewNameNeed::eNewEnough;
 }
 
-bool NeedToApplyNewName()
+bool NeedToApplyNewName(Machine& machine)
 {
     Trace(kTraceStep, L"NeedToApplyNewName()");
-    const std::wstring tstrLanguage = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Language", L"");
+    const std::wstring tstrLanguage = Frwk::Utility::GetStrFromHKLM_KZVLT(machine, L"Language", L"");
     Trace(kTraceInfo, L"Installed language=%s (No need to apply this change if language==JA-JP)", tstrLanguage.c_str());
-    const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(L"Version", L"");
+    const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(machine, L"Version", L"");
     std::wstring tstrBuild;
     const NewNameNeed eNeed = JudgeNewName(tstrLanguage, tstrVersion, tstrBuild);
+    ReportDecision(machine, eNeed == NewNameNeed::eDue ? Outcome::eNew : Outcome::eStay,
+                   ReasonOf(eNeed, tstrVersion, tstrBuild));
     if (eNeed == NewNameNeed::eJapanese) {
         Trace(kTraceInfo, L"No need to change product name for Japanese version.");
         return false;
@@ -67,43 +89,62 @@ bool NeedToApplyNewName()
     return false;
 }
 
-bool CanScheduleNewName()
+bool CanScheduleNewName(const Machine& machine)
 {
-    if (String::IsFullPath(Frwk::Utility::GetInstalledFolder())) return true;
+    if (String::IsFullPath(Frwk::Utility::GetInstalledFolder(machine))) return true;
     Trace(kTraceError, L"*** CanScheduleNewName() - the install folder is not known, the new name is not scheduled.");
     return false;
 }
 
-void TagNewProdNameApplied()
+void TagNewProdNameApplied(Machine& machine)
 {
     Trace(kTraceStep, L"TagNewProdNameApplied(), write registry %s to be %s", kMarkerName, kMarkerData);
-    Frwk::Utility::WriteToRegHKLM_KZVLT(kMarkerName, kMarkerData);
+    Frwk::Utility::WriteToRegHKLM_KZVLT(machine, kMarkerName, kMarkerData);
 }
 
-void PreparePostUdActionForNewName()
+void PreparePostUdActionForNewName(Machine& machine)
 {
     Trace(kTraceStep, L"PreparePostUdActionForNewName()");
-    const std::wstring tstrSource = Frwk::Utility::InstalledFile(kShortcutFile);
-    const std::wstring tstrDestination = Frwk::Utility::InstalledFile(kShortcutBackupFile);
+    const std::wstring tstrSource = Frwk::Utility::InstalledFile(machine, kShortcutFile);
+    const std::wstring tstrDestination = Frwk::Utility::InstalledFile(machine, kShortcutBackupFile);
     Trace(kTraceInfo, L"Backup file -- (sDstPath=%s, sSrcPath=%s", tstrDestination.c_str(), tstrSource.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::File::Copy(tstrDestination, tstrSource, true, &dwError)) {
+    if (!machine.CopyNow(tstrDestination, tstrSource, CopyMode::eOverwrite, &dwError)) {
         Trace(kTraceError, L"Failed to backup old shortcut configuration. Error code = %d", dwError);
     }
     Trace(kTraceInfo, L"Prepare RunOnce key for after-reboot actions: {InstalledDir}Brevant.exe /ApplyNewName");
-    RegisterSysRunOnce(PathValues(), kNewNameCommand);
+    RegisterSysRunOnce(RunContext(machine), kNewNameCommand);
 }
 
-bool NeedToInformUser()
+bool NeedToInformUser(const Machine& machine)
 {
     Trace(kTraceStep, L"NeedToInformUser()");
     std::wstring tstrProductName;
     Trace(kTraceInfo, L"Read StringTable.ini...");
-    CL10nReader reader;
+    CL10nReader reader(machine);
     if (reader.ParseL10nFile(L"EN-US", L"")) {
         const wchar_t* szName = reader.GetString(L"S_STR_PRODUCT_NAME");
         if (szName) tstrProductName = szName;
     }
     Trace(kTraceInfo, L"tsProductName=='%s'", tstrProductName.c_str());
     return tstrProductName != kNewProductName;
+}
+
+void DecideAboutNewName(Machine& machine, const std::function<void()>& beforeQuestion)
+{
+    machine.BeginOperation(L"DecideAboutNewName");
+    if (CheckIfNewProdNameApplied(machine)) {
+        return ReportDecision(machine, Outcome::eStay, L"it has been scheduled before");
+    }
+    if (!NeedToApplyNewName(machine) || !CanScheduleNewName(machine)) return;
+    // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
+    TagNewProdNameApplied(machine);
+    PreparePostUdActionForNewName(machine);
+    if (NeedToInformUser(machine)) {
+        beforeQuestion();
+        return RemindToReboot(machine);
+    }
+    Change change{.eAction = Action::eAsk, .eOutcome = Outcome::eStay};
+    change.tstrReason = L"not asked: the product's texts have the new name";
+    machine.Report(change);
 }

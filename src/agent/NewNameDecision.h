@@ -5,6 +5,9 @@
 // (PostRestartRename.h). The marker comes first: the rename is scheduled once even if its preparation fails.
 #pragma once
 
+#include "common/KzComn_Machine.h"
+
+#include <functional>
 #include <string>
 
 /// The product's new name, unless a string table has another.
@@ -31,20 +34,24 @@ enum class NewNameNeed { eJapanese, eVersionInvalid, eNewEnough, eDue };
                                        std::wstring& tstrBuild);
 
 /// Whether the marker says that the rename has been scheduled before.
-[[nodiscard]] bool CheckIfNewProdNameApplied();
+[[nodiscard]] bool CheckIfNewProdNameApplied(const KzCommon::Machine& machine);
 
 /// Whether this installation takes the new name: not the Japanese one, and older than build 1100.
-[[nodiscard]] bool NeedToApplyNewName();
+[[nodiscard]] bool NeedToApplyNewName(KzCommon::Machine& machine);
 
 /// Whether the rename can be prepared: the install folder's full path is known. Without it the command that gives the
 /// name would have no folder, and the decision is left to a later run. False with a trace line.
-[[nodiscard]] bool CanScheduleNewName();
+[[nodiscard]] bool CanScheduleNewName(const KzCommon::Machine& machine);
 
 /// Sets the marker.
-void TagNewProdNameApplied();
+void TagNewProdNameApplied(KzCommon::Machine& machine);
 
 /// Keeps a copy of the shortcut description and registers the run after the restart.
-void PreparePostUdActionForNewName();
+void PreparePostUdActionForNewName(KzCommon::Machine& machine);
 
 /// Whether the user is to be told to restart: the string table beside the program does not confirm the new name.
-[[nodiscard]] bool NeedToInformUser();
+[[nodiscard]] bool NeedToInformUser(const KzCommon::Machine& machine);
+
+/// The whole decision: marks and prepares the rename when it is due, and asks the user to restart where the user is to
+/// be told. Calls `beforeQuestion` first: the user may take hours to answer.
+void DecideAboutNewName(KzCommon::Machine& machine, const std::function<void()>& beforeQuestion);

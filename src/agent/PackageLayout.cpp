@@ -60,9 +60,9 @@ constexpr DeployStep kResourceStep = {
 };
 
 /// The root of the drive that Windows lies on; empty when the system folder is not known.
-std::wstring SystemDriveRoot()
+std::wstring SystemDriveRoot(const Machine& machine)
 {
-    const std::wstring tstrSystem = Process::SystemFolder();
+    const std::wstring tstrSystem = machine.FolderOf(KnownFolder::eSystem);
     if (tstrSystem.empty()) return {};
     String::PathParts parts;
     const int iError = String::SplitPath(tstrSystem, parts);
@@ -85,11 +85,11 @@ const DeployStep& ResourceStep() noexcept
     return kResourceStep;
 }
 
-BaseFolders::BaseFolders(const PackageFolders& folders)
+BaseFolders::BaseFolders(const Machine& machine, const PackageFolders& folders)
     : m_folders(folders),
       m_tstrShareDir(String::FolderBelow(folders.tstrProductDownloadDir, L"Share")),
-      m_tstrAppDataDir(Process::CommonAppDataFolder()),
-      m_tstrSystemDrive(SystemDriveRoot())
+      m_tstrAppDataDir(machine.FolderOf(KnownFolder::eCommonAppData)),
+      m_tstrSystemDrive(SystemDriveRoot(machine))
 {
     // The updater lays the package out with the component's name once more below the platform's folder.
     const std::wstring tstrPlatform =
@@ -114,9 +114,9 @@ std::wstring BaseFolders::FolderOf(const Place& place) const
     return {};
 }
 
-std::vector<FolderCopy> ListCopies(const PackageFolders& folders)
+std::vector<FolderCopy> ListCopies(const Machine& machine, const PackageFolders& folders)
 {
-    const BaseFolders bases(folders);
+    const BaseFolders bases(machine, folders);
     std::vector<FolderCopy> copies;
     const auto add = [&](const DeployStep& step) {
         for (const CopyRow& row : step.rows) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "common/KzComn_DebugLog.h"
+#include "common/KzComn_Machine.h"
 
 #include <initializer_list>
 #include <span>
@@ -68,7 +69,7 @@ struct PackageFolders {
 class BaseFolders {
 public:
     /// Traces a system drive that cannot be told; "C:\" is taken for it.
-    explicit BaseFolders(const PackageFolders& folders);
+    BaseFolders(const KzCommon::Machine& machine, const PackageFolders& folders);
 
     /// The folder of a place, with trailing backslash; empty below a base that is not known.
     [[nodiscard]] std::wstring FolderOf(const Place& place) const;
@@ -91,6 +92,6 @@ struct FolderCopy {
 };
 
 /// Every folder copy of both packages in the order in which they are carried out, whether the folders are there or not.
-[[nodiscard]] std::vector<FolderCopy> ListCopies(const PackageFolders& folders);
+[[nodiscard]] std::vector<FolderCopy> ListCopies(const KzCommon::Machine& machine, const PackageFolders& folders);
 
 }  // namespace PackageLayout

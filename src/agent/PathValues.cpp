@@ -5,9 +5,6 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_LinkRule.h"
-#include "common/KzComn_Process.h"
-#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
 #include <objbase.h>
@@ -23,12 +20,13 @@ namespace {
 constexpr std::wstring_view kUserProfile = L"%USERPROFILE%";
 
 /// "LogFolder" of one session kind's trace settings; empty when missing.
-std::wstring ReadLogFolder(const wchar_t* szSessionKey)
+std::wstring ReadLogFolder(const Machine& machine, const wchar_t* szSessionKey)
 {
-    std::wstring tstrFolder;
-    static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, szSessionKey, L"LogFolder", tstrFolder,
-                                              Frwk::Utility::ProductRegistryView(), nullptr));
-    return String::EnsureBackslash(tstrFolder);
+    RegistryData folder = std::wstring();
+    const RegistryPlace place{
+        .tstrKeyPath = szSessionKey, .tstrName = L"LogFolder", .dwView = Frwk::Utility::ProductRegistryView()};
+    static_cast<void>(machine.ReadValue(place, folder, nullptr));
+    return String::EnsureBackslash(std::get<std::wstring>(folder));
 }
 
 /// A folder's path without "..", with the long names of its folders.
@@ -52,18 +50,19 @@ void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folde
 
 void PathValues::ReadLogFolders()
 {
-    m_tstrInteractiveLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\InteractiveSession");
+    m_tstrInteractiveLogDir = ReadLogFolder(m_machine, L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\InteractiveSession");
     Trace(kTraceInfo, L"FrameworkDeployAgent::GetInteractiveLogPath - InteractiveLogPath => %s",
           m_tstrInteractiveLogDir.c_str());
 
-    m_tstrServiceLogDir = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession");
+    m_tstrServiceLogDir = ReadLogFolder(m_machine, L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ServiceSession");
     Trace(kTraceInfo, L"FrameworkDeployAgent::GetServiceLogPath - ServiceLogPath => %s", m_tstrServiceLogDir.c_str());
 
-    m_tstrInstallerLogDir = String::FolderBelow(Process::WindowsFolder(), L"Temp");
+    m_tstrInstallerLogDir = String::FolderBelow(m_machine.FolderOf(KnownFolder::eWindows), L"Temp");
     Trace(kTraceInfo, L"FrameworkDeployAgent::GetInstallerLogPath - SystemLogPath => %s",
           m_tstrInstallerLogDir.c_str());
 
-    const std::wstring tstrProtected = ReadLogFolder(L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ProtectedSession");
+    const std::wstring tstrProtected =
+        ReadLogFolder(m_machine, L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\ProtectedSession");
     Trace(kTraceInfo, L"FrameworkDeployAgent::GetProtectedLogPath - ProtectedLogPath => %s", tstrProtected.c_str());
     WidenProtectedLogFolder(tstrProtected);
 }
@@ -81,7 +80,7 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
 
     std::vector<std::wstring> profiles;
     DWORD dwError = ERROR_SUCCESS;
-    if (!Frwk::Utility::EnumUserProfileFolders(profiles, &dwError)) {
+    if (!m_machine.EnumUserProfileFolders(profiles, &dwError)) {
         Trace(kTraceError,
               L"FrameworkDeployAgent::GetProtectedLogPath - Frwk::Utility::EnumUserProfileFolders() failed. "
               L"error[0x%08x]",
@@ -94,11 +93,11 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
 
 void PathValues::ReadProductFolders()
 {
-    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder(m_machine);
     m_tstrProductDownloadPath.clear();
     m_tstrProductDownloadDir.clear();
     std::wstring tstrPath;
-    if (!ReadDownloadPath(UpdateInfoFile(), ProductDownloadKey(), tstrPath)) return;
+    if (!ReadDownloadPath(m_machine, UpdateInfoFile(), ProductDownloadKey(), tstrPath)) return;
     TakeProductFolders(m_tstrInstallDir, std::move(tstrPath));
 }
 
@@ -117,7 +116,7 @@ std::wstring PathValues::ComponentDir() const
 std::wstring PathValues::ReadResourceDownloadDir() const
 {
     std::wstring tstrPath;
-    if (!ReadDownloadPath(UpdateInfoFile(), ResourceDownloadKey(), tstrPath)) return {};
+    if (!ReadDownloadPath(m_machine, UpdateInfoFile(), ResourceDownloadKey(), tstrPath)) return {};
     return String::FolderBelow(ComponentDir(), tstrPath);
 }
 
@@ -136,31 +135,25 @@ bool PathValues::IsKeptFile(const std::wstring& tstrPath) const
     });
 }
 
-const PathValues::Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) const
+const Volume& PathValues::VolumeOf(const std::wstring& tstrFolder) const
 {
     const auto [itVolume, bNew] = m_volumes.try_emplace(tstrFolder);
-    Volume& volume = itVolume->second;
-    if (!bNew) return volume;
-    wchar_t szMount[MAX_PATH] = {};
-    if (::GetVolumePathNameW(tstrFolder.c_str(), szMount, MAX_PATH)) {
-        volume.tstrMountPoint = szMount;
-    } else {
-        volume.dwError = ::GetLastError();
-    }
-    return volume;
+    if (bNew) itVolume->second = m_machine.VolumeOf(tstrFolder);
+    return itVolume->second;
 }
 
 bool PathValues::LeadsThroughLink(const std::wstring& tstrFolder) const
 {
     const auto [itFolder, bNew] = m_linked.try_emplace(tstrFolder);
-    if (bNew) itFolder->second = Storage::Directory::LeadsThroughLink(tstrFolder);
+    if (bNew) itFolder->second = m_machine.LeadsThroughLink(tstrFolder);
     return itFolder->second;
 }
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 {
     // Most texts have none, and looking up the install folder takes longer than a whole registry record.
-    if (tstrText.find(L'{') != std::wstring::npos) ExpandPlaceholders(tstrText, Frwk::Utility::GetInstalledFolder());
+    if (tstrText.find(L'{') != std::wstring::npos)
+        ExpandPlaceholders(tstrText, Frwk::Utility::GetInstalledFolder(m_machine));
 }
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const

@@ -1,7 +1,7 @@
 // The folders of one run, computed once, and the placeholders that stand for them in the instruction file.
 #pragma once
 
-#include <windows.h>
+#include "common/KzComn_Machine.h"
 
 #include <array>
 #include <string>
@@ -46,6 +46,8 @@ void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folde
 /// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
 class PathValues {
 public:
+    explicit PathValues(const KzCommon::Machine& machine) noexcept : m_machine(machine) {}
+
     /// Reads the log folders of the three session kinds and computes the installer's; traces each.
     void ReadLogFolders();
 
@@ -87,14 +89,8 @@ public:
     /// Whether a file is one of those, however its folder is written. GetLongPathNameW.
     [[nodiscard]] bool IsKeptFile(const std::wstring& tstrPath) const;
 
-    /// What the system says of a folder's volume.
-    struct Volume {
-        std::wstring tstrMountPoint;    ///< with trailing backslash; empty when the question failed
-        DWORD dwError = ERROR_SUCCESS;  ///< its Win32 code
-    };
-
-    /// The volume that a folder (with trailing backslash) lies on, asked once for each folder. GetVolumePathNameW.
-    [[nodiscard]] const Volume& VolumeOf(const std::wstring& tstrFolder) const;
+    /// The volume that a folder (with trailing backslash) lies on, asked once for each folder.
+    [[nodiscard]] const KzCommon::Volume& VolumeOf(const std::wstring& tstrFolder) const;
 
     /// Whether a link that is refused (common/KzComn_LinkRule.h) leads to a folder (with trailing backslash), asked
     /// once for each folder: no answer stays true until the restart.
@@ -103,6 +99,7 @@ public:
 private:
     void WidenProtectedLogFolder(const std::wstring& tstrConfigured);
 
+    const KzCommon::Machine& m_machine;
     std::wstring m_tstrInstallDir;
     std::wstring m_tstrProductDownloadDir;
     std::wstring m_tstrProductDownloadPath;
@@ -111,7 +108,7 @@ private:
     std::wstring m_tstrInstallerLogDir;
     std::vector<std::wstring> m_protectedLogDirs;
     std::vector<std::wstring> m_keptFiles;
-    mutable std::unordered_map<std::wstring, Volume> m_volumes;
+    mutable std::unordered_map<std::wstring, KzCommon::Volume> m_volumes;
     mutable std::unordered_map<std::wstring, bool> m_linked;
 };
 

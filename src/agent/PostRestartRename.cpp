@@ -4,8 +4,6 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
-#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 #include "common/L10nReader.h"
 #include "installer/ShortCutXmlHandler.h"
@@ -45,20 +43,21 @@ const NamePlace kPlaces[] = {
      true},
 };
 
-void WriteNames(const Names& names, bool bWow64Only, DWORD dwView)
+void WriteNames(Machine& machine, const Names& names, bool bWow64Only, DWORD dwView)
 {
     for (const NamePlace& place : kPlaces) {
         if (place.bWow64Only != bWow64Only) continue;
-        static_cast<void>(Storage::Reg::StoreValue(place.hRoot, place.szKey, place.szValue,
-                                                   names.*place.pName + place.szSuffix, dwView, nullptr));
+        const RegistryPlace written{
+            .tstrKeyPath = place.szKey, .tstrName = place.szValue, .dwView = dwView, .hRoot = place.hRoot};
+        static_cast<void>(machine.StoreValue(written, names.*place.pName + place.szSuffix, nullptr));
     }
 }
 
-Names ReadNames()
+Names ReadNames(const Machine& machine)
 {
     Names names;
-    CL10nReader reader;
-    if (!reader.ParseL10nFile(Frwk::Utility::GetLanguage(), L"")) return names;
+    CL10nReader reader(machine);
+    if (!reader.ParseL10nFile(Frwk::Utility::GetLanguage(machine), L"")) return names;
     const wchar_t* szProduct = reader.GetString(L"S_STR_PRODUCT_NAME");
     const wchar_t* szToolbar = reader.GetString(L"S_TOOLBAR_DISPLAY_NAME");
     names.tstrProduct = szProduct ? szProduct : kNewProductName;
@@ -67,17 +66,17 @@ Names ReadNames()
 }
 
 /// The old shortcuts go first, so that one whose name did not change is made anew and not removed.
-void ReplaceShortcuts()
+void ReplaceShortcuts(const Machine& machine)
 {
-    const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder(machine);
     Trace(kTraceInfo, L"[YES] Remove old shortcuts");
-    if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutBackupFile))) {
+    if (machine.HasFile(Frwk::Utility::InstalledFile(machine, kShortcutBackupFile))) {
         UninstallShortCut(tstrInstallDir, kShortcutBackupFile);
     } else {
         Trace(kTraceError, L"qorshcutbackup.xml does not exist!");
     }
     Trace(kTraceInfo, L"[YES] Create new shortcuts");
-    if (Storage::File::IsExisted(Frwk::Utility::InstalledFile(kShortcutFile))) {
+    if (machine.HasFile(Frwk::Utility::InstalledFile(machine, kShortcutFile))) {
         InstallShortCut(tstrInstallDir, kShortcutFile);
     } else {
         Trace(kTraceError, L"qorshcut.xml does not exist!");
@@ -86,23 +85,23 @@ void ReplaceShortcuts()
 
 }  // namespace
 
-void PostUdActionForNewName()
+void PostUdActionForNewName(Machine& machine)
 {
     Trace(kTraceStep, L"PostUdActionForNewName()");
     Trace(kTraceInfo, L"Rename shortcuts");
-    ReplaceShortcuts();
+    ReplaceShortcuts(machine);
 
     Trace(kTraceInfo, L"Writing L10N product name into registry, uninstaller display name, and IE toolbar name.");
-    const Names names = ReadNames();
+    const Names names = ReadNames(machine);
     Trace(kTraceInfo, L"Writing L10N product name: [%s] into registry", names.tstrProduct.c_str());
     const DWORD dwView = Frwk::Utility::ProductRegistryView();
-    Frwk::Utility::WriteToRegHKLM_KZVLT(L"ProductName", names.tstrProduct);
+    Frwk::Utility::WriteToRegHKLM_KZVLT(machine, L"ProductName", names.tstrProduct);
 
     Trace(kTraceInfo, L"Write default registrys");
-    WriteNames(names, false, dwView);
+    WriteNames(machine, names, false, dwView);
     if (dwView != Storage::eView64Bit) return;
     Trace(kTraceInfo, L"Write Wow3264Node registrys");
-    WriteNames(names, true, dwView);
+    WriteNames(machine, names, true, dwView);
 }
 
 void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)

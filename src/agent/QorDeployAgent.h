@@ -1,7 +1,7 @@
 // The deployment agent: one run of "/DeployFramework".
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <windows.h>
 
@@ -24,6 +24,8 @@ public:
 /// FileOperations.h and RunOnce.h. Every operation traces its own failures and the run goes on; nothing is thrown.
 class FrameworkDeployAgent : public QorDeployAgent {
 public:
+    explicit FrameworkDeployAgent(KzCommon::Machine& machine) : m_run(machine) {}
+
     /// Computes the path values and creates the folders that the instruction file asks for. Always true.
     bool DoPreAction() override;
     /// Puts the packages in place. True whatever becomes of their files, for the updater is not told about a partial
@@ -32,12 +34,13 @@ public:
     /// Schedules removals, registers run-once commands, records the deployment. Always true.
     bool DoPostAction() override;
 
-    [[nodiscard]] const PathValues& Paths() const noexcept { return m_pathValues; }
+    [[nodiscard]] const RunContext& Run() const noexcept { return m_run; }
 
 private:
+    void ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder);
     void WriteProgramDeployFlag();
 
-    PathValues m_pathValues;
+    RunContext m_run;
     std::wstring m_tstrFrameworkFolder;
     DWORD m_dwStatus = 0;
 };

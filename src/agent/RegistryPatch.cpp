@@ -3,7 +3,6 @@
 #include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -14,96 +13,91 @@ using namespace KzCommon;
 namespace {
 
 // What a read of a missing value comes back with. A value that really holds one of them counts as missing.
-const wchar_t kAbsentText[] = L"!!default_val!REG_SZ!!";
+const std::wstring kAbsentText = L"!!default_val!REG_SZ!!";
 constexpr DWORD kAbsentDword = 0xEB0A1234;
 constexpr ULONGLONG kAbsentQword = 0xEB0A1234EB0A1234;
 
 enum Field : std::size_t { eKeyPath, eValueName, eType, eData, eFieldCount };
 
-template <class Value>
-bool Store(const RegistryRecord& record, const std::wstring& tstrName, const Value& value, DWORD& dwError)
+RegistryPlace PlaceOf(const RegistryRecord& record, const std::wstring& tstrName)
 {
-    return Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, tstrName, value, Storage::eViewDefault,
-                                    &dwError);
+    return {.tstrKeyPath = record.tstrKeyPath, .tstrName = tstrName};
+}
+
+/// What else there is to know about a record that is carried out.
+std::wstring RemarkOn(const RegistryRecord& record)
+{
+    const bool bNumber = record.eType == RegistryType::eDword || record.eType == RegistryType::eQword;
+    const ULONGLONG ullNumber = record.eType == RegistryType::eDword ? record.dwData : record.ullData;
+    if (bNumber && record.tstrData != std::to_wstring(ullNumber)) {
+        return L"\"" + record.tstrData + L"\" is no decimal number of that size";
+    }
+    return record.bTooManyFields ? L"what follows the fourth field is left out" : L"";
 }
 
 /// "add": writes the value; `failure` is the type's own text for a failed store.
-template <class Value>
-void AddValue(const RegistryRecord& record, const Value& value, TraceFormat<DWORD> failure)
+void AddValue(Machine& machine, const RegistryRecord& record, const RegistryData& data, TraceFormat<DWORD> failure)
 {
+    machine.Explain(RemarkOn(record));
     DWORD dwError = ERROR_SUCCESS;
-    if (!Store(record, record.tstrValueName, value, dwError)) Trace(kTraceError, failure, dwError);
+    if (!machine.StoreValue(PlaceOf(record, record.tstrValueName), data, &dwError)) {
+        Trace(kTraceError, failure, dwError);
+    }
 }
 
-void TraceStore(const RegistryRecord& record, const std::wstring& tstrValue)
+void TraceStore(const RegistryRecord& record)
 {
-    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%s)", record.tstrKeyPath.c_str(),
-          record.tstrValueName.c_str(), tstrValue.c_str());
-}
-
-void TraceStore(const RegistryRecord& record, ULONGLONG ullValue)
-{
+    if (record.eType == RegistryType::eText) {
+        Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%s)", record.tstrKeyPath.c_str(),
+              record.tstrValueName.c_str(), record.tstrData.c_str());
+        return;
+    }
     // The text has room for 32 bits: of a longer number it shows the lower half.
+    const ULONGLONG ullNumber = record.eType == RegistryType::eDword ? record.dwData : record.ullData;
     Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%d)", record.tstrKeyPath.c_str(),
-          record.tstrValueName.c_str(), static_cast<int>(ullValue));
+          record.tstrValueName.c_str(), static_cast<int>(ullNumber));
+}
+
+/// A record that writes nothing.
+void ReportUnwritten(Machine& machine, const RegistryRecord& record, Outcome eOutcome, const std::wstring& tstrReason)
+{
+    Change change{.eAction = Action::eWriteValue, .eOutcome = eOutcome};
+    change.tstrTarget = L"HKEY_LOCAL_MACHINE\\" + record.tstrKeyPath;
+    change.tstrName = record.tstrValueName;
+    change.tstrReason = tstrReason;
+    machine.Report(change);
 }
 
 /// "add_if_non": writes the value unless one of its type is there. A value of another type cannot be read and is
 /// rewritten. Only here does "(Default)" stand for the key's unnamed value, and only for the write.
-template <class Value>
-void AddValueIfNone(const RegistryRecord& record, const Value& value)
+void AddValueIfNone(Machine& machine, const RegistryRecord& record, const RegistryData& data)
 {
-    if (IsValueThere(record)) return;
-    TraceStore(record, value);
+    if (IsValueThere(machine, record)) {
+        ReportUnwritten(machine, record, Outcome::eStay, L"there is one already");
+        return;
+    }
+    TraceStore(record);
+    machine.Explain(RemarkOn(record));
     DWORD dwError = ERROR_SUCCESS;
-    if (!Store(record, NameWrittenIfNone(record), value, dwError)) {
+    if (!machine.StoreValue(PlaceOf(record, NameWrittenIfNone(record)), data, &dwError)) {
         Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
     }
 }
 
-void RefuseMultiText(const RegistryRecord&)
-{
-    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). REG_MULTI_SZ not supported yet");
-}
-
-void RefuseType(const RegistryRecord&)
-{
-    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
-}
-
-/// One data type of a registry record: its word, and how "add" and "add_if_non" write it.
+/// One data type of a registry record: its word, and the line for a value of it that "add" cannot store.
 struct TypeRow {
     const wchar_t* szType;
     RegistryType eType;
-    void (*pfnAdd)(const RegistryRecord&);
-    void (*pfnAddIfNone)(const RegistryRecord&);
+    TraceFormat<DWORD> failure;
 };
 
-const TypeRow kTypes[] = {
-    {L"REG_SZ", RegistryType::eText,
-     [](const RegistryRecord& record) {
-         AddValue(record, record.tstrData, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x");
-     },
-     [](const RegistryRecord& record) {
-         AddValueIfNone(record, record.tstrData);
-     }},
-    {L"REG_DWORD", RegistryType::eDword,
-     [](const RegistryRecord& record) {
-         AddValue(record, record.dwData, L"KzCommon::Storage::Reg::StoreValue(REG_DWORD) failed. Win32ErrorCode=%x");
-     },
-     [](const RegistryRecord& record) {
-         AddValueIfNone(record, record.dwData);
-     }},
-    {L"REG_QDWORD", RegistryType::eQword,
-     [](const RegistryRecord& record) {
-         AddValue(record, record.ullData, L"KzCommon::Storage::Reg::StoreValue(REG_QDWORD) failed. Win32ErrorCode=%x");
-     },
-     [](const RegistryRecord& record) {
-         AddValueIfNone(record, record.ullData);
-     }},
-    {L"REG_MULTI_SZ", RegistryType::eMultiText, &RefuseMultiText, &RefuseMultiText},
+constexpr TypeRow kTypes[] = {
+    {L"REG_SZ", RegistryType::eText, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x"},
+    {L"REG_DWORD", RegistryType::eDword, L"KzCommon::Storage::Reg::StoreValue(REG_DWORD) failed. Win32ErrorCode=%x"},
+    {L"REG_QDWORD", RegistryType::eQword, L"KzCommon::Storage::Reg::StoreValue(REG_QDWORD) failed. Win32ErrorCode=%x"},
+    {L"REG_MULTI_SZ", RegistryType::eMultiText, nullptr},
 };
-const TypeRow kAnyOtherType{L"", RegistryType::eUnknown, &RefuseType, &RefuseType};
+constexpr TypeRow kAnyOtherType{L"", RegistryType::eUnknown, nullptr};
 
 const TypeRow& TypeOf(const std::wstring& tstrType)
 {
@@ -111,18 +105,29 @@ const TypeRow& TypeOf(const std::wstring& tstrType)
     return pRow == std::end(kTypes) ? kAnyOtherType : *pRow;
 }
 
-void DeleteValue(const RegistryRecord& record)
+void RefuseType(Machine& machine, const RegistryRecord& record)
+{
+    if (record.eType == RegistryType::eMultiText) {
+        Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). REG_MULTI_SZ not supported yet");
+        ReportUnwritten(machine, record, Outcome::eFail, L"REG_MULTI_SZ is not supported");
+        return;
+    }
+    Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(). incorrect data type");
+    ReportUnwritten(machine, record, Outcome::eFail,
+                    record.tstrType.empty() ? L"the record has no type" : L"there is no type " + record.tstrType);
+}
+
+void DeleteValue(Machine& machine, const RegistryRecord& record)
 {
     Trace(kTraceInfo, L"To delete registry key: HKEY_LOCAL_MACHINE:%s:%s", record.tstrKeyPath.c_str(),
           record.tstrValueName.c_str());
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Reg::DeleteValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, record.tstrValueName, Storage::eViewDefault,
-                                   &dwError)) {
+    if (!machine.DeleteValue(PlaceOf(record, record.tstrValueName), &dwError)) {
         Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=%x", dwError);
     }
 }
 
-void WriteValue(const RegistryRecord& record, DWORD dwOp)
+void WriteValue(Machine& machine, const RegistryRecord& record, DWORD dwOp)
 {
     if (dwOp == op_reg_add) {
         Trace(kTraceInfo, L"To write registry key: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
@@ -131,13 +136,26 @@ void WriteValue(const RegistryRecord& record, DWORD dwOp)
         Trace(kTraceInfo, L"To check if registry key exists: HKEY_LOCAL_MACHINE:%s:%s:%s", record.tstrKeyPath.c_str(),
               record.tstrValueName.c_str(), record.tstrData.c_str());
     }
-    const TypeRow& row = TypeOf(record.tstrType);
-    (dwOp == op_reg_add ? row.pfnAdd : row.pfnAddIfNone)(record);
+    const std::optional<RegistryData> optData = DataOf(record);
+    if (!optData) return RefuseType(machine, record);
+    if (dwOp == op_reg_add_if_non) return AddValueIfNone(machine, record, *optData);
+    AddValue(machine, record, *optData, TypeOf(record.tstrType).failure);
 }
 
-void AddAndTrace(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrRecord)
+/// A record that is refused for its length.
+void ReportTooLong(Machine& machine, const std::wstring& tstrRecord)
 {
-    PatchReg(pathValues, dwOp, tstrRecord);
+    if (IsRecordLengthValid(tstrRecord)) return;
+    Change change{.eAction = Action::eWriteValue, .eOutcome = Outcome::eFail};
+    change.tstrTarget = tstrRecord;
+    change.tstrReason = kRecordTooLong;
+    machine.Report(change);
+}
+
+void AddAndTrace(const RunContext& run, DWORD dwOp, const std::wstring& tstrRecord)
+{
+    ReportTooLong(run.machine, tstrRecord);
+    PatchReg(run, dwOp, tstrRecord);
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
 }
 
@@ -184,34 +202,35 @@ std::vector<std::wstring> RegistryTypeWords()
     return words;
 }
 
-bool CountsAsMissing(const RegistryRecord& record)
+bool CountsAsMissing(const RegistryData& data)
 {
-    switch (record.eType) {
-        case RegistryType::eText: return record.tstrData == kAbsentText;
-        case RegistryType::eDword: return record.dwData == kAbsentDword;
-        case RegistryType::eQword: return record.ullData == kAbsentQword;
-        case RegistryType::eMultiText:
-        case RegistryType::eUnknown: break;
-    }
-    return false;
+    static const RegistryData kAbsent[] = {kAbsentText, kAbsentDword, kAbsentQword};
+    return kAbsent[data.index()] == data;
 }
 
-bool IsValueThere(const RegistryRecord& record)
+std::optional<RegistryData> DataOf(const RegistryRecord& record)
 {
-    RegistryRecord held = record;
-    const auto read = [&](auto& value) {
-        return Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, record.tstrKeyPath, record.tstrValueName, value,
-                                       Storage::eViewDefault, nullptr) &&
-               !CountsAsMissing(held);
-    };
     switch (record.eType) {
-        case RegistryType::eText: return read(held.tstrData);
-        case RegistryType::eDword: return read(held.dwData);
-        case RegistryType::eQword: return read(held.ullData);
+        case RegistryType::eText: return record.tstrData;
+        case RegistryType::eDword: return record.dwData;
+        case RegistryType::eQword: return record.ullData;
         case RegistryType::eMultiText:
         case RegistryType::eUnknown: break;
     }
-    return false;
+    return std::nullopt;
+}
+
+bool CountsAsMissing(const RegistryRecord& record)
+{
+    const std::optional<RegistryData> optData = DataOf(record);
+    return optData && CountsAsMissing(*optData);
+}
+
+bool IsValueThere(const Machine& machine, const RegistryRecord& record)
+{
+    std::optional<RegistryData> optHeld = DataOf(record);
+    return optHeld && machine.ReadValue(PlaceOf(record, record.tstrValueName), *optHeld, nullptr) &&
+           !CountsAsMissing(*optHeld);
 }
 
 const std::wstring& NameWrittenIfNone(const RegistryRecord& record)
@@ -220,31 +239,33 @@ const std::wstring& NameWrittenIfNone(const RegistryRecord& record)
     return record.tstrValueName == L"(Default)" ? kUnnamed : record.tstrValueName;
 }
 
-void PatchRegistry(const PathValues& pathValues)
+void PatchRegistry(const RunContext& run)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PatchRegistry()");
+    run.machine.BeginOperation(L"PatchRegistry");
     constexpr const Section& kSection = SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry");
     SectionRecords records;
-    if (ReadSection(kSection, records)) CarryOutRecords(kSection, records, pathValues);
+    if (ReadSection(run.machine, kSection, records)) CarryOutRecords(run, kSection, records);
 }
 
-void Records::DeleteRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::DeleteRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
 {
-    PatchReg(pathValues, op_reg_delete, tstrRecord);
+    ReportTooLong(run.machine, tstrRecord);
+    PatchReg(run, op_reg_delete, tstrRecord);
     Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
 }
 
-void Records::AddRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::AddRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
 {
-    AddAndTrace(pathValues, op_reg_add, tstrRecord);
+    AddAndTrace(run, op_reg_add, tstrRecord);
 }
 
-void Records::AddMissingRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord)
+void Records::AddMissingRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
 {
-    AddAndTrace(pathValues, op_reg_add_if_non, tstrRecord);
+    AddAndTrace(run, op_reg_add_if_non, tstrRecord);
 }
 
-void PatchReg(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrData)
+void PatchReg(const RunContext& run, DWORD dwOp, const std::wstring& tstrData)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PatchReg()");
     if (!IsRecordLengthValid(tstrData)) {
@@ -259,11 +280,11 @@ void PatchReg(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstr
     if (record.bTooManyFields) {
         Trace(kTraceError, L"PatchReg() field index>3, too many fields, ignore remaining ones");
     }
-    pathValues.ExpandPlaceholders(record.tstrData);
+    run.paths.ExpandPlaceholders(record.tstrData);
     switch (dwOp) {
-        case op_reg_delete: DeleteValue(record); break;
+        case op_reg_delete: DeleteValue(run.machine, record); break;
         case op_reg_add:
-        case op_reg_add_if_non: WriteValue(record, dwOp); break;
+        case op_reg_add_if_non: WriteValue(run.machine, record, dwOp); break;
         default: Trace(kTraceError, L"FrameworkDeployAgent::PatchReg(). incorrect RegOp type"); break;
     }
 }

@@ -2,10 +2,11 @@
 #pragma once
 
 #include "agent/InstructionFile.h"
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,29 +58,33 @@ struct RegistryRecord {
 /// The words of the types that are written.
 [[nodiscard]] std::vector<std::wstring> RegistryTypeWords();
 
-/// Whether the data of `record` is what stands for a missing value of its type: the operation that adds missing values
-/// rewrites a value that holds it.
+/// Whether data are those that stand for a missing value of their type: the operation that adds missing values rewrites
+/// a value that holds them.
+[[nodiscard]] bool CountsAsMissing(const KzCommon::RegistryData& data);
+/// The same of the data that a record writes.
 [[nodiscard]] bool CountsAsMissing(const RegistryRecord& record);
 
 /// Whether the operation that adds missing values leaves this one alone: the registry holds one of the record's type,
-/// and not what stands for a missing one. RegQueryValueExW.
-[[nodiscard]] bool IsValueThere(const RegistryRecord& record);
+/// and not what stands for a missing one.
+[[nodiscard]] bool IsValueThere(const KzCommon::Machine& machine, const RegistryRecord& record);
+
+/// The data that a record writes; nothing for a type that is not written.
+[[nodiscard]] std::optional<KzCommon::RegistryData> DataOf(const RegistryRecord& record);
 
 /// The name under which that operation writes the value: "(Default)" stands for the key's unnamed one.
 [[nodiscard]] const std::wstring& NameWrittenIfNone(const RegistryRecord& record);
 
 /// Carries out the registry records: all deletes, then all adds, then all adds of missing values.
-void PatchRegistry(const PathValues& pathValues);
+void PatchRegistry(const RunContext& run);
 
 /// Carries out one registry record below HKEY_LOCAL_MACHINE; `dwOp` is a RegOp. Traces what becomes of it.
-/// RegSetValueExW, RegDeleteValueW.
-void PatchReg(const PathValues& pathValues, DWORD dwOp, const std::wstring& tstrData);
+void PatchReg(const RunContext& run, DWORD dwOp, const std::wstring& tstrData);
 
 namespace Records {
 
 // The operations of the section's keys, one record each.
-void DeleteRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
-void AddRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
-void AddMissingRegistryValue(const PathValues& pathValues, const std::wstring& tstrRecord);
+void DeleteRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
+void AddRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
+void AddMissingRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
 
 }  // namespace Records

@@ -6,8 +6,6 @@
 #include "common/KzComn_DebugLog.h"
 #include "installer/InstComn_Utility.h"
 
-#include <wtsapi32.h>
-
 using namespace KzCommon;
 
 namespace {
@@ -20,39 +18,31 @@ const wchar_t kBuiltInMessage[] =
 constexpr DWORD kStyle = MB_OKCANCEL | MB_ICONINFORMATION | MB_TOPMOST;
 static_assert(kStyle == 262209);
 
-constexpr DWORD kNoSession = 0xFFFFFFFF;  // while the console changes hands
-
-Notification ReadNotification()
+Notification ReadNotification(Machine& machine)
 {
     SectionRecords records;
-    static_cast<void>(
-        ReadSection(SectionOf(L"RestartNotification_", L"RemindToReboot"), records, Frwk::Utility::GetLanguage()));
+    if (!ReadSection(machine, SectionOf(L"RestartNotification_", L"RemindToReboot"), records,
+                     Frwk::Utility::GetLanguage(machine))) {
+        machine.Explain(L"built-in texts");
+    }
     return MakeNotification(records);
 }
 
-DWORD BytesOf(const std::wstring& tstrText)
-{
-    return static_cast<DWORD>(tstrText.size() * sizeof(wchar_t));
-}
-
 /// Shows the question in the active console session; true when the user agreed.
-[[nodiscard]] bool AskAtConsole(Notification notification)
+[[nodiscard]] bool AskAtConsole(Machine& machine, Notification notification)
 {
-    const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
-    if (dwSession == kNoSession) {
-        // As a session id it would mean the program's own: nobody may ever see a question that waits there.
+    bool bAgreed = false;
+    DWORD dwError = ERROR_SUCCESS;
+    if (machine.AskAtConsole(std::move(notification.tstrTitle), std::move(notification.tstrMessage), kStyle, bAgreed,
+                             &dwError)) {
+        return bAgreed;
+    }
+    if (dwError == ERROR_NO_SUCH_LOGON_SESSION) {
         Trace(kTraceError, L"*** ::WTSGetActiveConsoleSessionId() - no session is attached to the console.");
-        return false;
-    }
-    DWORD dwAnswer = 0;
-    if (!::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, dwSession, notification.tstrTitle.data(),
-                           BytesOf(notification.tstrTitle), notification.tstrMessage.data(),
-                           BytesOf(notification.tstrMessage), kStyle, 0, &dwAnswer, TRUE)) {
-        const DWORD dwError = ::GetLastError();
+    } else {
         Trace(kTraceError, L"*** ::WTSSendMessage() failed. [0x%08x]", dwError);
-        return false;
     }
-    return dwAnswer == IDOK;
+    return false;
 }
 
 }  // namespace
@@ -75,14 +65,12 @@ Notification MakeNotification(const SectionRecords& records)
     return notification;
 }
 
-void RemindToReboot()
+void RemindToReboot(Machine& machine)
 {
     Trace(kTraceStep, L"RemindToReboot()");
-    Notification notification = ReadNotification();
+    Notification notification = ReadNotification(machine);
     Trace(kTraceInfo, L"To display notification dialog...");
-    // A console window must not stay open behind a question that may wait for hours.
-    ::FreeConsole();
-    if (!AskAtConsole(std::move(notification))) {
+    if (!AskAtConsole(machine, std::move(notification))) {
         Trace(kTraceInfo, L"Restart later...");
         return;
     }

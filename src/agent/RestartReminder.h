@@ -18,5 +18,5 @@ struct Notification {
 /// Asks at the active console, in whichever session the program runs, and restarts Windows when the user agrees. Title
 /// and message are the first two "text" records of the instruction file's section "RestartNotification_" plus the
 /// installation's language, each on its own replaced by a built-in English text when it is missing. Waits for the
-/// answer. Detaches the program from its console. WTSSendMessageW.
-void RemindToReboot();
+/// answer.
+void RemindToReboot(KzCommon::Machine& machine);

@@ -3,9 +3,29 @@
 #include "agent/Sections.h"
 
 #include "common/KzComn_DebugLog.h"
-#include "common/QorCommon_Touchpad.h"
 
 using namespace KzCommon;
+
+namespace {
+
+/// A command that the machine is not asked to register.
+void ReportUnregistered(const RunContext& run, const std::wstring& tstrExpanded, Outcome eOutcome,
+                        const wchar_t* szReason)
+{
+    Change change{.eAction = Action::eRunOnce, .eOutcome = eOutcome, .bAtRestart = true};
+    change.tstrTarget = tstrExpanded;
+    change.tstrReason = szReason;
+    run.machine.Report(change);
+}
+
+void ReportLeftOut(const RunContext& run, std::wstring tstrCommand)
+{
+    run.paths.ExpandPlaceholders(tstrCommand);
+    ReportUnregistered(run, tstrCommand, Outcome::eStay,
+                       L"left out: the touchpad's driver is too old for the keyboard filter");
+}
+
+}  // namespace
 
 bool IsKeyboardFilterCommand(const std::wstring& tstrCommand)
 {
@@ -17,25 +37,31 @@ std::wstring MakeRunOnceRecord(const std::wstring& tstrName, const std::wstring&
     return kRunOnceKey + (L"!" + tstrName) + L"!REG_SZ!" + tstrExpanded;
 }
 
-void PostRunScript(const PathValues& pathValues)
+void PostRunScript(const RunContext& run)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::PostRunScript()");
+    run.machine.BeginOperation(L"PostRunScript");
     constexpr const Section& kSection = SectionOf(L"Run", L"PostRunScript");
     SectionRecords records;
-    if (!ReadSection(kSection, records)) return;
-    const bool bTouchpadTooOld = QorCommon::IsETDExistAndDriverNotUpToDate();
+    if (!ReadSection(run.machine, kSection, records)) return;
+    const bool bTouchpadTooOld = run.machine.IsTouchpadDriverTooOld();
     ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrCommand) {
         // The keyboard filter of that touchpad does not work with an old driver.
-        if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return;
-        RegisterSysRunOnce(pathValues, tstrCommand);
+        if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return ReportLeftOut(run, tstrCommand);
+        RegisterSysRunOnce(run, tstrCommand);
         Trace(kTraceInfo, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]", tstrCommand.c_str());
     });
 }
 
-void RegisterSysRunOnce(const PathValues& pathValues, const std::wstring& tstrCommand)
+void RegisterSysRunOnce(const RunContext& run, const std::wstring& tstrCommand)
 {
     const OperationTrace trace(L"FrameworkDeployAgent::RegisterSysRunOnce()");
     std::wstring tstrExpanded = tstrCommand;
-    pathValues.ExpandPlaceholders(tstrExpanded);
-    PatchReg(pathValues, op_reg_add, MakeRunOnceRecord(MakeUniqueName(), tstrExpanded));
+    run.paths.ExpandPlaceholders(tstrExpanded);
+    const std::wstring tstrRecord = MakeRunOnceRecord(MakeUniqueName(), tstrExpanded);
+    if (!IsRecordLengthValid(tstrRecord)) {
+        ReportUnregistered(run, tstrExpanded, Outcome::eFail,
+                           L"longer than 1023 characters together with its registry key");
+    }
+    PatchReg(run, op_reg_add, tstrRecord);
 }

@@ -1,7 +1,7 @@
 // The run-once commands of the instruction file.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <string>
 
@@ -16,7 +16,7 @@ inline constexpr wchar_t kRunOnceKey[] = L"SOFTWARE\\Microsoft\\Windows\\Current
 
 /// Registers the commands of the section "Run", the keyboard filter's left out on a machine that the touchpad check
 /// calls affected.
-void PostRunScript(const PathValues& pathValues);
+void PostRunScript(const RunContext& run);
 
 /// Registers one command to run once after the next restart, placeholders expanded, under a name of its own.
-void RegisterSysRunOnce(const PathValues& pathValues, const std::wstring& tstrCommand);
+void RegisterSysRunOnce(const RunContext& run, const std::wstring& tstrCommand);

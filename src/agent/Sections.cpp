@@ -2,19 +2,26 @@
 
 using namespace KzCommon;
 
-bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage,
+bool ReadSection(Machine& machine, const Section& section, SectionRecords& records, std::wstring_view tstrLanguage,
                  const std::source_location& where)
 {
+    const std::wstring tstrName = section.szName + std::wstring(tstrLanguage);
     DWORD dwError = ERROR_SUCCESS;
-    if (ReadInstructions(section.szName + std::wstring(tstrLanguage), records, dwError)) return true;
-    static_cast<void>(
-        GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceError, section.missing.Get(), dwError));
-    return false;
+    if (!ReadInstructions(machine, tstrName, records, dwError)) {
+        static_cast<void>(
+            GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceError, section.missing.Get(), dwError));
+        machine.ExplainNothing(L"there is no section [" + tstrName + L"] with a record");
+        return false;
+    }
+    if (records.empty()) {
+        machine.ExplainNothing(L"the section [" + tstrName + L"] has no record, or more than 32766 characters");
+    }
+    return true;
 }
 
-void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues)
+void CarryOutRecords(const RunContext& run, const Section& section, const SectionRecords& records)
 {
     ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
-        if (key.optOperation) (*key.optOperation)(pathValues, tstrRecord);
+        if (key.optOperation) (*key.optOperation)(run, tstrRecord);
     });
 }

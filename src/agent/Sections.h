@@ -3,8 +3,8 @@
 
 #include "agent/FileOperations.h"
 #include "agent/InstructionFile.h"
-#include "agent/PathValues.h"
 #include "agent/RegistryPatch.h"
+#include "agent/RunContext.h"
 #include "agent/RunOnce.h"
 #include "common/KzComn_DebugLog.h"
 
@@ -57,7 +57,7 @@ constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
 
 /// Carries out one record.
-using RecordOperation = void(const PathValues&, const std::wstring& tstrRecord);
+using RecordOperation = void(const RunContext&, const std::wstring& tstrRecord);
 
 /// One key of a section, whether placeholders are expanded in its records, and the operation that carries out one of
 /// them; none where the section's reader takes the records itself.
@@ -136,8 +136,9 @@ consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view
 
 /// Reads a section of the instruction file, `tstrLanguage` after its name where the section has one for each language.
 /// False, with the section's failure line, when that fails: the line names the reader's place, by which support tells
-/// two readers with the same words.
-[[nodiscard]] bool ReadSection(const Section& section, SectionRecords& records, std::wstring_view tstrLanguage = {},
+/// two readers with the same words. The machine is told why the reader then does nothing.
+[[nodiscard]] bool ReadSection(KzCommon::Machine& machine, const Section& section, SectionRecords& records,
+                               std::wstring_view tstrLanguage = {},
                                const std::source_location& where = std::source_location::current());
 
 /// Calls `apply` with the key's row and the value of every record that the section's reader takes, key by key in the
@@ -151,4 +152,4 @@ void ForEachRecord(const Section& section, const SectionRecords& records, Apply&
 }
 
 /// Carries out the records of a section in that order.
-void CarryOutRecords(const Section& section, const SectionRecords& records, const PathValues& pathValues);
+void CarryOutRecords(const RunContext& run, const Section& section, const SectionRecords& records);

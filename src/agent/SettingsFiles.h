@@ -2,6 +2,8 @@
 // done with them is in DeploySettings.h and ConfigMerge.h.
 #pragma once
 
+#include "common/KzComn_Machine.h"
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,22 +21,25 @@ struct LanguageFile {
 [[nodiscard]] std::span<const LanguageFile> LanguageFiles() noexcept;
 
 /// Whether the update information is changed in a copy of the installed file, which is then deployed with the settings:
-/// there is one, and the update brings none of its own. Otherwise the installed file is changed. GetFileAttributesW.
-[[nodiscard]] bool IsUpdateInfoCopied(const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded);
+/// there is one, and the update brings none of its own. Otherwise the installed file is changed.
+[[nodiscard]] bool IsUpdateInfoCopied(const KzCommon::Machine& machine, const std::wstring& tstrInstalled,
+                                      const std::wstring& tstrDownloaded);
 
-/// Whether a kept file is the user's file: another name of it, or one with the same content. CreateFileW.
-[[nodiscard]] bool IsKeptIn(const std::wstring& tstrKept, const std::wstring& tstrUsersFile);
+/// Whether a kept file is the user's file: another name of it, or one with the same content.
+[[nodiscard]] bool IsKeptIn(const KzCommon::Machine& machine, const std::wstring& tstrKept,
+                            const std::wstring& tstrUsersFile);
 
 /// The name under which the user's file is kept beside it: "config.previous.xml", or, where that holds the settings of
 /// an earlier time, the first of "config.previous.2.xml" to "config.previous.9.xml" that is free or holds the same;
 /// when none is, the last.
-[[nodiscard]] std::wstring KeptFileFor(const std::wstring& tstrUsersFile);
+[[nodiscard]] std::wstring KeptFileFor(const KzCommon::Machine& machine, const std::wstring& tstrUsersFile);
 
 /// Whether a path is one of those.
 [[nodiscard]] bool IsKeptFileFor(const std::wstring& tstrUsersFile, std::wstring_view tstrPath);
 
 /// The kept files that IsKeptIn() says are the user's file.
-[[nodiscard]] std::vector<std::wstring> KeptFilesLike(const std::wstring& tstrUsersFile);
+[[nodiscard]] std::vector<std::wstring> KeptFilesLike(const KzCommon::Machine& machine,
+                                                      const std::wstring& tstrUsersFile);
 
 /// The user's file that was kept last; empty when none was.
-[[nodiscard]] std::wstring NewestKeptFile(const std::wstring& tstrUsersFile);
+[[nodiscard]] std::wstring NewestKeptFile(const KzCommon::Machine& machine, const std::wstring& tstrUsersFile);

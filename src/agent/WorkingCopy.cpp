@@ -1,6 +1,5 @@
 #include "agent/WorkingCopy.h"
 
-#include "common/KzComn_File.h"
 #include "common/KzComn_Process.h"
 
 #include <algorithm>
@@ -41,9 +40,9 @@ std::wstring WorkingCopyOf(const PathValues& pathValues, WorkingFile eFile)
     return tstrPath.append(kBegins[static_cast<std::size_t>(eFile)]).append(szProcess).append(kEnd);
 }
 
-void RemoveWorkingCopies(const PathValues& pathValues)
+void RemoveWorkingCopies(const RunContext& run)
 {
-    const std::wstring& tstrFolder = pathValues.ProductDownloadDir();
+    const std::wstring& tstrFolder = run.paths.ProductDownloadDir();
     if (tstrFolder.empty()) return;
     std::vector<std::wstring> leftovers;
     const auto gather = [&](const Storage::Directory::Entry& entry) {
@@ -52,14 +51,15 @@ void RemoveWorkingCopies(const PathValues& pathValues)
         };
         if (!entry.bFolder && std::ranges::any_of(kBegins, isOf)) leftovers.push_back(tstrFolder + entry.tstrName);
     };
-    static_cast<void>(Storage::Directory::ForEachEntry(tstrFolder, L"*" + std::wstring(kEnd), gather, nullptr));
-    for (const std::wstring& tstrPath : leftovers) static_cast<void>(Storage::File::Delete(tstrPath, nullptr));
+    static_cast<void>(run.machine.ForEachEntry(tstrFolder, L"*" + std::wstring(kEnd), gather, nullptr));
+    for (const std::wstring& tstrPath : leftovers) static_cast<void>(run.machine.DeleteNow(tstrPath, nullptr));
 }
 
-bool MakeWorkingCopy(const std::wstring& tstrWorkingCopy, const std::wstring& tstrSource, DWORD& dwError)
+bool MakeWorkingCopy(Machine& machine, const std::wstring& tstrWorkingCopy, const std::wstring& tstrSource,
+                     DWORD& dwError)
 {
-    if (!Storage::File::Copy(tstrWorkingCopy, tstrSource, false, &dwError)) return false;
-    if (Storage::File::MakeWritable(tstrWorkingCopy, &dwError)) return true;
-    static_cast<void>(Storage::File::Delete(tstrWorkingCopy, nullptr));
+    if (!machine.CopyNow(tstrWorkingCopy, tstrSource, CopyMode::eNew, &dwError)) return false;
+    if (machine.MakeWritable(tstrWorkingCopy, &dwError)) return true;
+    static_cast<void>(machine.DeleteNow(tstrWorkingCopy, nullptr));
     return false;
 }

@@ -2,7 +2,7 @@
 // is ended half-way would leave a file that the next one takes for the update's own, or that the restart deploys.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 
 #include <string>
 
@@ -14,8 +14,9 @@ enum class WorkingFile { eConfig, eUpdateInfo };
 [[nodiscard]] std::wstring WorkingCopyOf(const PathValues& pathValues, WorkingFile eFile);
 
 /// Deletes the working copies of processes that run no more, and those of this one.
-void RemoveWorkingCopies(const PathValues& pathValues);
+void RemoveWorkingCopies(const RunContext& run);
 
 /// Copies `tstrSource` to the working copy and makes that writable; waits for a source that other programs use. False
-/// with the code in `dwError`, nothing left behind. CopyFileW.
-[[nodiscard]] bool MakeWorkingCopy(const std::wstring& tstrWorkingCopy, const std::wstring& tstrSource, DWORD& dwError);
+/// with the code in `dwError`, nothing left behind.
+[[nodiscard]] bool MakeWorkingCopy(KzCommon::Machine& machine, const std::wstring& tstrWorkingCopy,
+                                   const std::wstring& tstrSource, DWORD& dwError);

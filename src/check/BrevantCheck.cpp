@@ -26,14 +26,16 @@ constexpr Verb kVerbs[] = {
      L"  --strict         warnings count as errors\n\n"
      L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
-    {L"plan", L"UPDATE [--installed DIR] [--format text|json]",
+    {L"plan", L"UPDATE [--installed DIR] [--format text|json] [--trace]",
      L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run; does nothing of\n"
      L"it. An update elsewhere than in the install folder is taken as if it lay there.\n\n"
      L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller may not look\n"
      L"  [restart] when Windows starts again\n\n"
-     L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n\n"
+     L"  --installed DIR  the folder of the installed product; without it the one that the registry names. A file\n"
+     L"                   registry.reg in it says what the product's registry key holds.\n"
+     L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
-     kInstalled | kFormatJson, 1, 1, RunPlan},
+     kInstalled | kFormatJson | kTrace, 1, 1, RunPlan},
     {L"manifest", L"UPDATE > FILE",
      L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
      L"information. \"verify\" compares a machine with it.\n\n"

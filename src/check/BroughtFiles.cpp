@@ -6,6 +6,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 
 using namespace KzCommon;
 
@@ -24,10 +25,10 @@ void AddFile(BroughtFiles& files, const std::wstring& tstrFile, const std::wstri
 std::vector<PackageLayout::FolderCopy> CopiesOf(const Update& update, const std::wstring& tstrInstalled)
 {
     std::vector<PackageLayout::FolderCopy> copies =
-        PackageLayout::ListCopies({.tstrInstallDir = tstrInstalled,
-                                   .tstrProductDownloadDir = update.Product().tstrFolder,
-                                   .tstrProductDownloadPath = update.Product().tstrDownloadPath,
-                                   .tstrResourceDownloadDir = update.Resource().tstrFolder});
+        PackageLayout::ListCopies(WindowsMachine(), {.tstrInstallDir = tstrInstalled,
+                                                     .tstrProductDownloadDir = update.Product().tstrFolder,
+                                                     .tstrProductDownloadPath = update.Product().tstrDownloadPath,
+                                                     .tstrResourceDownloadDir = update.Resource().tstrFolder});
     for (PackageLayout::FolderCopy& copy : copies) copy.tstrSourceDir = update.RelativeName(copy.tstrSourceDir);
     return copies;
 }

@@ -60,12 +60,18 @@ bool TakeAll(const Verb&, const std::wstring&, Arguments& arguments)
     return arguments.bAll = true;
 }
 
+bool TakeTrace(const Verb&, const std::wstring&, Arguments& arguments)
+{
+    return arguments.bTrace = true;
+}
+
 constexpr OptionRow kOptions[] = {
     {L"--installed", kInstalled, true, TakeInstalled},
     {L"--language", kLanguage, true, TakeLanguage},
     {L"--strict", kStrict, false, TakeStrict},
     {L"--format", kFormatSarif | kFormatJson, true, TakeFormat},
     {L"--all", kAll, false, TakeAll},
+    {L"--trace", kTrace, false, TakeTrace},
 };
 
 /// The row of an option that the verb accepts, or null.

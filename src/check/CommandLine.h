@@ -21,6 +21,7 @@ struct Arguments {
     Format eFormat = Format::eText;            ///< --format
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
+    bool bTrace = false;                       ///< --trace
 };
 
 /// What a verb writes: the entry point hands it on when the verb has returned.
@@ -37,6 +38,7 @@ enum OptionBits : unsigned {
     kFormatSarif = 8,
     kFormatJson = 16,
     kAll = 32,
+    kTrace = 64,
 };
 
 /// One verb: a row in the table of the entry point.

@@ -2,9 +2,9 @@
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
-#include "check/NamePattern.h"
 
 #include "agent/RunOnce.h"
+#include "common/KzComn_NamePattern.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -178,10 +178,11 @@ void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalle
         const std::wstring tstrFolder = String::FolderPart(tstrPath);
         const std::wstring tstrName = tstrPath.substr(tstrFolder.size());
         const auto itFolder = sources.find(tstrFolder);
-        const bool bFile = itFolder != sources.end() && std::any_of(itFolder->second.begin(), itFolder->second.end(),
-                                                                    [&](const std::wstring& tstrMoved) {
-                                                                        return MatchesPattern(tstrMoved, tstrName);
-                                                                    });
+        const bool bFile =
+            itFolder != sources.end() &&
+            std::any_of(itFolder->second.begin(), itFolder->second.end(), [&](const std::wstring& tstrMoved) {
+                return Storage::File::MatchesPattern(tstrMoved, tstrName);
+            });
         const std::wstring tstrBelow = String::EnsureBackslash(tstrPath);
         const auto itBelow = sources.lower_bound(tstrBelow);
         const bool bFolder = itBelow != sources.end() && itBelow->first.starts_with(tstrBelow);

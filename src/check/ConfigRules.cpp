@@ -1,7 +1,7 @@
 // B060 to B065: the configuration files that the update brings, and the settings that it carries over.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
-#include "check/NamePattern.h"
+#include "common/KzComn_NamePattern.h"
 #include "check/Suggestion.h"
 #include "check/XmlForm.h"
 
@@ -162,7 +162,7 @@ void CheckKeptNames(const Update& update, Report& report)
     for (const std::wstring& tstrFile : update.Files()) {
         const std::wstring tstrName = tstrFile.substr(tstrFile.rfind(L'\\') + 1);
         const bool bKept = String::EqualsNoCase(tstrName, L"config.previous.xml") ||
-                           MatchesPattern(tstrName, L"config.previous.?.xml");
+                           Storage::File::MatchesPattern(tstrName, L"config.previous.?.xml");
         if (!bKept) continue;
         const bool bBeside = std::any_of(copies.begin(), copies.end(), [&](const PackageLayout::FolderCopy& copy) {
             return Takes(copy, tstrFile) && String::EqualsNoCase(copy.tstrSourceDir + tstrName, tstrFile) &&

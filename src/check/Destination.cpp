@@ -4,6 +4,7 @@
 #include "common/KzComn_FileName.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 
 #include <algorithm>
 #include <iterator>
@@ -92,7 +93,8 @@ std::optional<std::wstring> PlainPlace(const std::wstring& tstrRecord, bool bPat
 
 MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath)
 {
-    PathValues paths;
+    const WindowsMachine machine;
+    PathValues paths(machine);
     paths.ReadLogFolders();
     const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
     if (IsRelativeName(tstrDownloadPath)) paths.TakeProductFolders(tstrFolder, tstrDownloadPath);

@@ -2,11 +2,11 @@
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
-#include "check/NamePattern.h"
 
 #include "agent/FileOperations.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileName.h"
+#include "common/KzComn_NamePattern.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -163,7 +163,7 @@ Losses LossesIn(const FileCheck& check, const Surroundings& around)
     if (itFolder == around.brought.end()) return losses;
     for (const BroughtFile& file : itFolder->second) {
         const std::wstring tstrName = file.tstrDestination.substr(tstrFolder.size());
-        if (MatchesPattern(tstrName, check.parsed.tstrPattern)) AddLoss(losses, check, around, file);
+        if (Storage::File::MatchesPattern(tstrName, check.parsed.tstrPattern)) AddLoss(losses, check, around, file);
     }
     return losses;
 }
@@ -178,7 +178,7 @@ void AddDeletedSources(Losses& losses, const FileCheck& check, const Surrounding
     const auto itSources = around.sources.find(LowerCase(tstrFolder.substr(tstrInstalled.size())));
     if (itSources == around.sources.end()) return;
     for (const std::wstring& tstrName : itSources->second) {
-        if (MatchesPattern(tstrName, check.parsed.tstrPattern)) losses.Add(tstrFolder + tstrName, true);
+        if (Storage::File::MatchesPattern(tstrName, check.parsed.tstrPattern)) losses.Add(tstrFolder + tstrName, true);
     }
 }
 
@@ -208,7 +208,7 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
 void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
 {
     if (check.iOp != op_file_delete_now || !String::EqualsNoCase(check.Folder(), around.folders.InstalledDir()) ||
-        !MatchesPattern(kInstructionFile, check.parsed.tstrPattern)) {
+        !Storage::File::MatchesPattern(kInstructionFile, check.parsed.tstrPattern)) {
         return;
     }
     const auto add = [&](Severity eSeverity, const wchar_t* szLost) {

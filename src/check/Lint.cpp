@@ -1,6 +1,6 @@
 #include "check/Lint.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/Intended.h"
 
 #include "common/KzComn_File.h"
@@ -19,7 +19,7 @@ constexpr void (*kFamilies[])(const Subject& subject, Report& report) = {
 
 int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)
 {
-    output.tstrErrors += tstrPath + L": cannot be read: " + WordsOf(dwError) + L"\n";
+    output.tstrErrors += tstrPath + L": cannot be read: " + DescribeError(dwError) + L"\n";
     return kCannotRead;
 }
 

@@ -1,6 +1,6 @@
 #include "check/MergedSettings.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/XmlForm.h"
 
 #include "common/KzComn_XmlParser.h"

@@ -8,6 +8,7 @@
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 
 #include <algorithm>
 #include <functional>
@@ -20,7 +21,6 @@ using namespace KzCommon;
 namespace Check {
 
 namespace {
-
 
 /// The folders below "Component\\" that the update information does not name.
 std::vector<std::wstring> UnnamedFolders(const Update& update)
@@ -134,7 +134,8 @@ void CheckSections(const Subject& subject, Report& report)
 /// The folder of the program's own files: the platform's, and in it the component's name once more.
 std::wstring ProgramFolder(const Update& update)
 {
-    const PackageLayout::BaseFolders bases({.tstrInstallDir = {},
+    const PackageLayout::BaseFolders bases(WindowsMachine(),
+                                           {.tstrInstallDir = {},
                                             .tstrProductDownloadDir = update.Product().tstrFolder,
                                             .tstrProductDownloadPath = update.Product().tstrDownloadPath,
                                             .tstrResourceDownloadDir = {}});

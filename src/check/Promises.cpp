@@ -1,7 +1,7 @@
 #include "check/Promises.h"
 
 #include "check/Destination.h"
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/Instructions.h"
 #include "check/XmlForm.h"
 
@@ -14,6 +14,7 @@
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
 
 #include <algorithm>
@@ -159,7 +160,7 @@ private:
     /// Where the product is installed, or usually is: a full path below it is one of the product's places.
     static std::wstring InstalledFolderOf(const Update& update)
     {
-        const std::wstring tstrRegistered = Frwk::Utility::GetInstalledFolder();
+        const std::wstring tstrRegistered = Frwk::Utility::GetInstalledFolder(WindowsMachine());
         return update.InstalledFolder().value_or(tstrRegistered.empty() ? kUsualInstallFolder : tstrRegistered);
     }
 
@@ -225,10 +226,10 @@ private:
     {
         const Package& product = m_update.Product();
         const Package& resource = m_update.Resource();
-        const PackageLayout::BaseFolders bases({.tstrInstallDir = m_update.Folder(),
-                                                .tstrProductDownloadDir = product.tstrFolder,
-                                                .tstrProductDownloadPath = product.tstrDownloadPath,
-                                                .tstrResourceDownloadDir = resource.tstrFolder});
+        const PackageLayout::BaseFolders bases(WindowsMachine(), {.tstrInstallDir = m_update.Folder(),
+                                                                  .tstrProductDownloadDir = product.tstrFolder,
+                                                                  .tstrProductDownloadPath = product.tstrDownloadPath,
+                                                                  .tstrResourceDownloadDir = resource.tstrFolder});
         // What is copied at once is replaced by what the restart moves to the same place.
         for (const PackageLayout::When eWhen : {PackageLayout::When::eNow, PackageLayout::When::eAtRestart}) {
             for (const PackageLayout::DeployStep& step : PackageLayout::ProgramSteps()) {
@@ -370,7 +371,7 @@ private:
         Content content;
         DWORD dwError = ERROR_SUCCESS;
         if (m_reader.Read(m_update.FullPath(tstrFile), content, &dwError)) return content;
-        m_tstrErrors += m_update.FullPath(tstrFile) + L": cannot be read: " + WordsOf(dwError) + L"\n";
+        m_tstrErrors += m_update.FullPath(tstrFile) + L": cannot be read: " + DescribeError(dwError) + L"\n";
         m_bRead = false;
         return std::nullopt;
     }

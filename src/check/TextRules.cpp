@@ -1,5 +1,5 @@
 // B090 to B092: the texts that the update brings for each language.
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/Instructions.h"
 #include "check/KnownSections.h"
 #include "check/Lint.h"
@@ -12,6 +12,7 @@
 
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/L10nReader.h"
 
 #include <algorithm>
@@ -48,7 +49,7 @@ void CheckTable(const Update& update, const std::wstring& tstrFile, Report& repo
         report.Add(Rule::eStringTable, tstrFile, place, tstrText, tstrSuggestion);
     };
     if (!scan.Read(update.FullPath(tstrFile), &dwError)) {
-        add({}, L"the table cannot be read: " + WordsOf(dwError));
+        add({}, L"the table cannot be read: " + DescribeError(dwError));
         return;
     }
     CheckTableEncoding(scan, tstrFile, report);
@@ -111,7 +112,8 @@ public:
     explicit ProductTexts(const Subject& subject)
         : m_instructions(ListInstructions(subject.instructions)),
           m_bThisMachine(subject.update.InstalledFolder() &&
-                         String::EqualsNoCase(Frwk::Utility::GetInstalledFolder(), *subject.update.InstalledFolder()))
+                         String::EqualsNoCase(Frwk::Utility::GetInstalledFolder(WindowsMachine()),
+                                              *subject.update.InstalledFolder()))
     {
     }
 
@@ -122,7 +124,7 @@ public:
     [[nodiscard]] std::optional<std::wstring> TextOf(const wchar_t* szName) const
     {
         std::optional<std::wstring> optText;
-        if (m_bThisMachine) optText = Frwk::Utility::GetStrFromHKLM_KZVLT(szName, L"");
+        if (m_bThisMachine) optText = Frwk::Utility::GetStrFromHKLM_KZVLT(WindowsMachine(), szName, L"");
         for (const Instruction& instruction : m_instructions) {
             if (instruction.pKey->eEffect != RecordEffect::eWriteValue) continue;
             const RegistryRecord record = ParseRegistryRecord(instruction.pRecord->tstrValue);
@@ -178,7 +180,7 @@ void CheckNewNameTexts(const Subject& subject, Report& report)
     const std::optional<bool> optDue = IsNewNameDue(texts);
     if (!optDue.value_or(bQuestion)) return;
     std::vector<std::wstring> languages = subject.languages;
-    if (languages.empty() && texts.IsThisMachine()) languages.push_back(Frwk::Utility::GetLanguage());
+    if (languages.empty() && texts.IsThisMachine()) languages.push_back(Frwk::Utility::GetLanguage(WindowsMachine()));
     const std::optional<std::wstring>& optInstalled = subject.update.InstalledFolder();
     if (optInstalled && HasInstalledTable(*optInstalled, languages)) return;
     report.AddAs(optDue ? Severity::eError : Severity::eWarning, Rule::eNewNameTexts, kInstructionFile,

@@ -12,6 +12,7 @@
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 
 #include <algorithm>
 #include <iterator>
@@ -205,11 +206,11 @@ void RunPromises::AddCopies()
 {
     if (!IsRelativeName(m_promises.tstrProduct)) return;
     const std::wstring& tstrInstalled = m_folders.InstalledDir();
-    const BaseFolders bases(
-        {.tstrInstallDir = tstrInstalled,
-         .tstrProductDownloadDir = String::FolderBelow(tstrInstalled + L"Component\\", m_promises.tstrProduct),
-         .tstrProductDownloadPath = m_promises.tstrProduct,
-         .tstrResourceDownloadDir = {}});
+    const BaseFolders bases(WindowsMachine(), {.tstrInstallDir = tstrInstalled,
+                                               .tstrProductDownloadDir = String::FolderBelow(
+                                                   tstrInstalled + L"Component\\", m_promises.tstrProduct),
+                                               .tstrProductDownloadPath = m_promises.tstrProduct,
+                                               .tstrResourceDownloadDir = {}});
     for (const DeployStep* const pStep : m_steps) {
         for (const CopyRow& row : pStep->rows) {
             if (row.eWhen == When::eNow) AddCopiesOf(row, bases);
@@ -225,7 +226,7 @@ void RunPromises::AddCopiesOf(const CopyRow& row, const BaseFolders& bases)
         m_promises.notCovered.push_back(L"what was copied at once to " + tstrDestinationDir);
         return;
     }
-    ForEachFileToCopy(tstrSourceDir, L"*.*", tstrDestinationDir, row.eDepth == Depth::eWithSubfolders,
+    ForEachFileToCopy(WindowsMachine(), tstrSourceDir, L"*.*", tstrDestinationDir, row.eDepth == Depth::eWithSubfolders,
                       [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {
                           FilePromise promise;
                           promise.tstrPlace = m_folders.PlaceOf(tstrDestination);
@@ -243,7 +244,7 @@ void RunPromises::AddLanguageFiles()
         const std::wstring tstrEnd = std::wstring(L".") + file.szExtension;
         const std::wstring tstrBase = kInstalledDir + std::wstring(file.szBase);
         FilePromise* const pPromise = Find(tstrBase + tstrEnd);
-        const FilePromise* const pOwn = Find(tstrBase + L"_" + Frwk::Utility::GetLanguage() + tstrEnd);
+        const FilePromise* const pOwn = Find(tstrBase + L"_" + Frwk::Utility::GetLanguage(WindowsMachine()) + tstrEnd);
         if (!pPromise || !pOwn || !IsRelativeName(pOwn->tstrSource)) continue;
         const std::wstring& tstrInstalled = m_folders.InstalledDir();
         Content content;

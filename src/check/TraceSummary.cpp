@@ -1,6 +1,6 @@
 #include "check/TraceSummary.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/FailureLines.h"
 #include "check/ShownText.h"
 
@@ -132,7 +132,7 @@ void AddFailure(const TraceLine& line, std::wstring_view tstrAfter, const wchar_
     }
     const std::optional<DWORD> optCode = CodeOf(line.tstrMessage);
     failures.push_back({std::wstring(line.tstrMessage), std::wstring(line.tstrSource),
-                        optCode ? WordsOf(*optCode) : std::wstring(), szNote, std::wstring(tstrAfter)});
+                        optCode ? DescribeError(*optCode) : std::wstring(), szNote, std::wstring(tstrAfter)});
 }
 
 std::wstring FormatDuration(LONGLONG llMilliseconds)
@@ -232,8 +232,9 @@ int RunTrace(const Arguments& arguments, Output& output)
         DWORD dwError = ERROR_SUCCESS;
         if (reader.Add(tstrFile, &dwError)) continue;
         const bool bNoTrace = dwError == ERROR_INVALID_DATA;
-        output.tstrErrors +=
-            tstrFile + (bNoTrace ? std::wstring(L": no trace") : L": cannot be read: " + WordsOf(dwError)) + L"\n";
+        output.tstrErrors += tstrFile +
+                             (bNoTrace ? std::wstring(L": no trace") : L": cannot be read: " + DescribeError(dwError)) +
+                             L"\n";
         iExitCode = kCannotRead;
     }
     std::size_t cFailed = 0;

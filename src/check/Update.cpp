@@ -4,6 +4,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 
 #include <shlwapi.h>
 
@@ -13,7 +14,6 @@ namespace Check {
 
 namespace {
 
-
 std::wstring FullFolder(const std::wstring& tstrFolder)
 {
     return String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder));
@@ -22,7 +22,7 @@ std::wstring FullFolder(const std::wstring& tstrFolder)
 Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
 {
     Package package;
-    if (!ReadDownloadPath(tstrFolder + kUpdateInfoFile, key, package.tstrDownloadPath)) {
+    if (!ReadDownloadPath(WindowsMachine(), tstrFolder + kUpdateInfoFile, key, package.tstrDownloadPath)) {
         package.tstrDownloadPath = key.szDefault;
     }
     package.tstrFolder = String::FolderBelow(tstrFolder + kComponents, package.tstrDownloadPath);

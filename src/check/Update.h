@@ -3,6 +3,8 @@
 
 #include "check/LongPath.h"
 
+#include "agent/InstructionFile.h"
+
 #include <windows.h>
 
 #include <optional>
@@ -68,7 +70,6 @@ private:
     std::vector<std::wstring> m_files;
 };
 
-inline constexpr wchar_t kInstructionFile[] = L"QorPaFrwk.ini";
 inline constexpr wchar_t kUpdateInfoFile[] = L"UpdateInfo.ini";
 /// Where the update client puts the packages, below an update's folder.
 inline constexpr wchar_t kComponents[] = L"Component\\";

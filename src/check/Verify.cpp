@@ -1,6 +1,6 @@
 #include "check/Verify.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/FoundValue.h"
 #include "check/Instructions.h"
 #include "check/Presence.h"
@@ -13,6 +13,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "config/ConfigDefaults.h"
 
 #include <algorithm>
@@ -52,7 +53,7 @@ struct Judgement {
 /// Looks promises up one by one.
 class Verifier {
 public:
-    Verifier(const Promises& promises, Machine& machine) : m_promises(promises), m_machine(machine)
+    Verifier(const Promises& promises, VerifyContext& context) : m_promises(promises), m_machine(context)
     {
         m_paths.ReadLogFolders();
         for (const FilePromise& file : m_promises.files) {
@@ -141,7 +142,7 @@ private:
         DWORD dwError = ERROR_SUCCESS;
         const DWORD dwAttributes = AttributesOf(tstrPath, dwError);
         if (dwError != ERROR_SUCCESS && !MeansNothingThere(dwError)) {
-            return Add(Verdict::eUnknown, tstrPath, WordsOf(dwError));
+            return Add(Verdict::eUnknown, tstrPath, DescribeError(dwError));
         }
         const bool bFolder = dwError == ERROR_SUCCESS && (dwAttributes & FILE_ATTRIBUTE_DIRECTORY);
         Add(bFolder ? Verdict::eArrived : Verdict::eMissing, tstrPath);
@@ -245,7 +246,7 @@ private:
             const bool bSeen =
                 dwError == ERROR_DIRECTORY || dwError == ERROR_CANT_ACCESS_FILE || dwError == ERROR_FILE_TOO_LARGE;
             judgement.eVerdict = bSeen ? Verdict::eDifferent : Verdict::eUnknown;
-            judgement.tstrDetail = WordsOf(dwError);
+            judgement.tstrDetail = DescribeError(dwError);
         }
         return judgement;
     }
@@ -259,7 +260,7 @@ private:
         if (!ContentReader::ReadWhole(tstrPath, Config::kMaxFileBytes, strMerged, pdwError)) return false;
         if (!settings.carriedOver.empty()) {
             static_cast<void>(
-                ContentReader::ReadWhole(NewestKeptFile(tstrPath), Config::kMaxFileBytes, strKept, nullptr));
+                ContentReader::ReadWhole(NewestKeptFile(m_windows, tstrPath), Config::kMaxFileBytes, strKept, nullptr));
         }
         tstrDetail = WhyNotMerged(settings, strMerged, strKept);
         return true;
@@ -291,7 +292,7 @@ private:
             ++cLeft;
             Add(m_machine.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
         });
-        if (dwError != ERROR_SUCCESS) return Add(Verdict::eUnknown, tstrPath, WordsOf(dwError));
+        if (dwError != ERROR_SUCCESS) return Add(Verdict::eUnknown, tstrPath, DescribeError(dwError));
         if (cLeft == 0) Add(Verdict::eDeleted, tstrPath);
     }
 
@@ -310,7 +311,7 @@ private:
         DWORD dwUnknown = ERROR_SUCCESS;
         const DWORD dwAttributes = AttributesOf(tstrFolder, dwUnknown);
         if (dwUnknown != ERROR_SUCCESS && !MeansNothingThere(dwUnknown)) {
-            return Add(Verdict::eUnknown, tstrFolder, WordsOf(dwUnknown));
+            return Add(Verdict::eUnknown, tstrFolder, DescribeError(dwUnknown));
         }
         if (dwUnknown != ERROR_SUCCESS || !(dwAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
             return Add(Verdict::eDeleted, tstrFolder);
@@ -341,7 +342,7 @@ private:
         }
         const std::size_t cFiles = cLeft;
         if (dwUnknown != ERROR_SUCCESS && cWaiting == cLeft) {
-            return Add(Verdict::eUnknown, tstrFolder, WordsOf(dwUnknown));
+            return Add(Verdict::eUnknown, tstrFolder, DescribeError(dwUnknown));
         }
         if (!bBrought) count(tstrFolder);
         if (cLeft == 0) return Add(Verdict::eDeleted, tstrFolder);
@@ -356,7 +357,7 @@ private:
         const FoundValue found = ReadRegistryValue(value.tstrKeyPath, value.tstrValueName);
         std::wstring tstrText = value.tstrData;
         if (value.eType == RegistryType::eText) Expand(tstrText);
-        if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, WordsOf(found.dwError));
+        if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, DescribeError(found.dwError));
         if (IsRight(value, found, tstrText)) return AddRight(tstrWhat);
         if (value.bUnlessLiteral) {
             const FoundValue literal = ReadRegistryValue(value.tstrKeyPath, L"(Default)");
@@ -422,7 +423,7 @@ private:
         if (bTaken && ReadUpdateInfo(fate.tstrFrom, value, tstrThen, dwThen) && tstrThen == tstrPromised) {
             return Add(Verdict::eWaiting, tstrWhat);
         }
-        if (!bRead) return Add(Verdict::eUnknown, tstrWhat, WordsOf(dwError));
+        if (!bRead) return Add(Verdict::eUnknown, tstrWhat, DescribeError(dwError));
         Add(Verdict::eValueDiffers, tstrWhat,
             L"promised \"" + value.tstrValue + L"\", is " + (tstrIs.empty() ? L"not there" : L"\"" + tstrIs + L"\""));
     }
@@ -445,8 +446,9 @@ private:
     }
 
     const Promises& m_promises;
-    Machine& m_machine;
-    PathValues m_paths;
+    VerifyContext& m_machine;
+    const WindowsMachine m_windows;
+    PathValues m_paths{m_windows};
     ContentReader m_reader;
     std::set<std::wstring> m_brought;  // full paths of the promised files
     std::set<std::wstring> m_chosen;   // places that have a file of the product's language
@@ -459,9 +461,9 @@ private:
 
 }  // namespace
 
-std::vector<Answer> VerifyPromises(const Promises& promises, Machine& machine)
+std::vector<Answer> VerifyPromises(const Promises& promises, VerifyContext& context)
 {
-    return Verifier(promises, machine).Verify();
+    return Verifier(promises, context).Verify();
 }
 
 }  // namespace Check

@@ -38,7 +38,7 @@ struct Answer {
 };
 
 /// The machine that is looked at.
-struct Machine {
+struct VerifyContext {
     MachineFolders& folders;
     PendingPlaces pending;
     std::wstring tstrLanguage;  ///< the product's
@@ -47,7 +47,7 @@ struct Machine {
 /// Looks every promise up, in their order. A file whose content is not promised, since it differs from machine to
 /// machine, has arrived only where something shows that the update ran: the promises are those of a run, its version is
 /// among the update information, or, where it names none, all else is as it was promised.
-[[nodiscard]] std::vector<Answer> VerifyPromises(const Promises& promises, Machine& machine);
+[[nodiscard]] std::vector<Answer> VerifyPromises(const Promises& promises, VerifyContext& context);
 
 /// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
 [[nodiscard]] int ExitCodeOf(std::span<const Answer> answers);

@@ -1,7 +1,7 @@
 // The answers of "verify" in their forms, and the verb.
 #include "check/Verify.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 #include "check/JsonText.h"
 #include "check/Manifest.h"
 #include "check/RowOrder.h"
@@ -11,6 +11,7 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_WholeFile.h"
 
 #include <algorithm>
@@ -82,7 +83,7 @@ bool ReadPromises(const Arguments& arguments, const std::wstring& tstrInstalled,
     DWORD dwError = ERROR_SUCCESS;
     std::wstring tstrError;
     if (!Storage::File::ReadWhole(tstrSource, kMaxManifestBytes, strBytes, &dwError)) {
-        tstrError = L"cannot be read: " + WordsOf(dwError);
+        tstrError = L"cannot be read: " + DescribeError(dwError);
     } else if (ParseManifest(strBytes, promises, tstrError)) {
         if (promises.Count() > 0) return true;
         tstrError = L"promises nothing";
@@ -154,7 +155,7 @@ std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstr
 
 int RunVerify(const Arguments& arguments, Output& output)
 {
-    std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder());
+    std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(WindowsMachine()));
     const std::wstring tstrFull = String::EnsureBackslash(Storage::Directory::FullPath(tstrInstalled));
     if (tstrInstalled.empty() || !Storage::Directory::IsExisted(tstrFull)) {
         output.tstrErrors +=
@@ -167,7 +168,7 @@ int RunVerify(const Arguments& arguments, Output& output)
     std::wstring tstrSource;
     if (!ReadPromises(arguments, tstrInstalled, promises, tstrSource, output)) return kCannotRead;
     MachineFolders folders(tstrInstalled, promises.tstrProduct);
-    Machine machine{folders, PendingPlaces(ReadPendingMoves()), Frwk::Utility::GetLanguage()};
+    VerifyContext machine{folders, PendingPlaces(ReadPendingMoves()), Frwk::Utility::GetLanguage(WindowsMachine())};
     const std::vector<Answer> answers = VerifyPromises(promises, machine);
     output.strText = arguments.eFormat == Format::eJson
                          ? FormatAnswersAsJson(answers, tstrSource, promises.notCovered)

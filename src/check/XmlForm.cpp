@@ -1,6 +1,6 @@
 #include "check/XmlForm.h"
 
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 
 #include "agent/InstructionFile.h"
 #include "common/KzComn_XmlException.h"
@@ -30,7 +30,7 @@ std::unique_ptr<Storage::XmlDocument> ReadXml(const Update& update, const std::w
         const Place place = PlaceAt(pXml ? pXml->Position() : Storage::XmlPosition{});
         const std::wstring tstrReason = pXml ? pXml->Reason() : std::wstring(L"the file cannot be read");
         report.Add(eRule, tstrFile, place,
-                   place.uLine > 0 ? tstrReason : tstrReason + L": " + WordsOf(caught->ErrorCode()));
+                   place.uLine > 0 ? tstrReason : tstrReason + L": " + DescribeError(caught->ErrorCode()));
     }
     return nullptr;
 }
@@ -39,7 +39,7 @@ std::wstring ReasonOf(const Storage::Exception& exception)
 {
     const auto* const pXml = dynamic_cast<const Storage::XmlException*>(&exception);
     const Place place = PlaceAt(pXml ? pXml->Position() : Storage::XmlPosition{});
-    if (place.uLine == 0) return L"cannot be read: " + WordsOf(exception.ErrorCode());
+    if (place.uLine == 0) return L"cannot be read: " + DescribeError(exception.ErrorCode());
     return L"line " + std::to_wstring(place.uLine) + L": " + pXml->Reason();
 }
 

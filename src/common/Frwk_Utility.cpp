@@ -2,7 +2,6 @@
 
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_Process.h"
-#include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
 
 namespace Frwk::Utility {
@@ -19,32 +18,35 @@ DWORD ProductRegistryView()
     return bWow64 ? Storage::eView64Bit : Storage::eViewDefault;
 }
 
-std::wstring GetInstalledFolder()
+RegistryPlace ProductValue(const std::wstring& tstrName)
 {
-    std::wstring tstrFolder;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, kProductKey, L"ProductPath", tstrFolder, ProductRegistryView(),
-                                 &dwError)) {
-        Trace(kTraceError, L"*** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x%08x]", dwError);
-    }
-    return String::EnsureBackslash(tstrFolder);
+    return {.tstrKeyPath = kProductKey, .tstrName = tstrName, .dwView = ProductRegistryView()};
 }
 
-std::wstring InstalledFile(const wchar_t* szName)
+std::wstring GetInstalledFolder(const Machine& machine)
 {
-    const std::wstring tstrFolder = GetInstalledFolder();
+    RegistryData folder = std::wstring();
+    DWORD dwError = ERROR_SUCCESS;
+    if (!machine.ReadValue(ProductValue(L"ProductPath"), folder, &dwError)) {
+        Trace(kTraceError, L"*** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x%08x]", dwError);
+    }
+    return String::EnsureBackslash(std::get<std::wstring>(folder));
+}
+
+std::wstring InstalledFile(const Machine& machine, const wchar_t* szName)
+{
+    const std::wstring tstrFolder = GetInstalledFolder(machine);
     return tstrFolder.empty() ? std::wstring() : tstrFolder + szName;
 }
 
-std::wstring GetStrFromHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstrDefault)
+std::wstring GetStrFromHKLM_KZVLT(const Machine& machine, const std::wstring& tstrName, const std::wstring& tstrDefault)
 {
-    std::wstring tstrValue = tstrDefault;
-    static_cast<void>(
-        Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, kProductKey, tstrName, tstrValue, ProductRegistryView(), nullptr));
-    return tstrValue;
+    RegistryData value = tstrDefault;
+    static_cast<void>(machine.ReadValue(ProductValue(tstrName), value, nullptr));
+    return std::get<std::wstring>(value);
 }
 
-void WriteToRegHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstrValue)
+void WriteToRegHKLM_KZVLT(Machine& machine, const std::wstring& tstrName, const std::wstring& tstrValue)
 {
     if (tstrName.empty() || tstrValue.empty()) {
         Trace(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) - empty, nothing is written.",
@@ -52,8 +54,7 @@ void WriteToRegHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstr
         return;
     }
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::Reg::StoreValue(HKEY_LOCAL_MACHINE, kProductKey, tstrName, tstrValue, ProductRegistryView(),
-                                  &dwError)) {
+    if (!machine.StoreValue(ProductValue(tstrName), tstrValue, &dwError)) {
         Trace(kTraceError, L"*** Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) failed. [0x%08x]", tstrName.c_str(),
               tstrValue.c_str(), dwError);
         return;
@@ -61,14 +62,9 @@ void WriteToRegHKLM_KZVLT(const std::wstring& tstrName, const std::wstring& tstr
     Trace(kTraceInfo, L"Frwk::Utility::WriteToRegHKLM_KZVLT(%s, %s) written.", tstrName.c_str(), tstrValue.c_str());
 }
 
-std::wstring GetLanguage()
+std::wstring GetLanguage(const Machine& machine)
 {
-    return GetStrFromHKLM_KZVLT(L"Language", L"EN-US");
-}
-
-bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError)
-{
-    return Process::EnumUserProfileFolders(folders, pdwError);
+    return GetStrFromHKLM_KZVLT(machine, L"Language", L"EN-US");
 }
 
 }  // namespace Frwk::Utility

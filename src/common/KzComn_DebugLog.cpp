@@ -151,6 +151,15 @@ bool DebugLog::Open(const std::wstring& tstrModuleName, const Storage::Key& sett
     return true;
 }
 
+void DebugLog::OpenFor(const std::wstring& tstrModuleName, DWORD dwLevelMask, TraceSink sink)
+{
+    Close();
+    SetModuleName(tstrModuleName);
+    const std::lock_guard lock(m_callLock);
+    m_sink = std::move(sink);
+    SetState(true, true, dwLevelMask);
+}
+
 bool DebugLog::ReadSettings(const Storage::Key& settings)
 {
     m_config = {};
@@ -245,6 +254,10 @@ bool DebugLog::WriteLine(const char* szFile, DWORD dwLine, DWORD dwLevel, const 
     ::GetLocalTime(&stNow);
     const std::wstring tstrLine = BuildLine(szFile, dwLine, dwLevel, stNow, tstrMessage);
     const std::lock_guard lock(m_callLock);
+    if (m_sink) {
+        m_sink(tstrLine);
+        return true;
+    }
     const SYSTEMTIME* pTime = &stNow;
     return m_library.m_pfnTrace && CallLibrary(m_library.m_pfnTrace, m_pTrace, pTime, tstrLine.c_str());
 }
@@ -268,6 +281,7 @@ bool DebugLog::Close()
 {
     const std::lock_guard lock(m_callLock);
     if (!m_bInitialized) return false;
+    m_sink = nullptr;
     if (m_library.IsLoaded()) {
         static_cast<void>(CallLibrary(m_library.m_pfnUninitialize, m_pTrace));
         m_pTrace = nullptr;

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <functional>
 #include <source_location>
 #include <string>
 
@@ -20,6 +21,9 @@ inline constexpr DWORD kTraceError = 256;  ///< failures
 
 /// Kind of the session that the trace belongs to; any other value means detect.
 enum TraceSession : DWORD { eDetectSession = 0, eInteractiveSession = 1, eServiceSession = 2, eProtectedSession = 3 };
+
+/// Takes the finished lines of a trace, line end included, one at a time.
+using TraceSink = std::function<void(const std::wstring& tstrLine)>;
 
 /// Reads its settings from a store, loads the trace library when tracing is enabled, and hands it one finished line per
 /// call. Nothing throws; a trace that cannot be written is not written, and a fault inside the library ends the trace
@@ -38,6 +42,10 @@ public:
     /// a second call reads the settings again and keeps the library.
     bool Open(const std::wstring& tstrModuleName, const Storage::Key& settings, const std::wstring& tstrLibraryFolder,
               const DWORD* pdwSessionKind);
+
+    /// Opens the trace without settings and library: every line of the levels in `dwLevelMask` goes to `sink`, which
+    /// traces nothing itself. Closes it first when it is open.
+    void OpenFor(const std::wstring& tstrModuleName, DWORD dwLevelMask, TraceSink sink);
 
     /// Writes one line. False before Open, for a level that is not enabled and when the library refuses; true, without
     /// a line, when tracing is disabled. `szFile` is the narrow source path, of which the base name is printed.
@@ -65,6 +73,7 @@ private:
     std::wstring m_tstrModuleName;
     Library::KzDbg m_library;
     void* m_pTrace = nullptr;
+    TraceSink m_sink;                         // instead of the library
     Synchronize::CriticalSection m_callLock;  // serialises open, close and every call into the library
     DWORD m_dwSessionKind = eDetectSession;
     DebugLogConfig m_config{};

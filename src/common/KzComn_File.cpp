@@ -12,7 +12,7 @@ Directory::Entry EntryOf(const WIN32_FIND_DATAW& data)
 {
     const bool bReparse = (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     const bool bLink = bReparse && Directory::IsLinkTag(data.dwReserved0);
-    return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink};
+    return {data.cFileName, (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0, bLink, data.dwFileAttributes};
 }
 
 }  // namespace

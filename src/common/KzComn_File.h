@@ -64,6 +64,7 @@ struct Entry {
     bool bFolder = false;
     /// A junction or symbolic link: what it points to lies elsewhere.
     bool bLink = false;
+    DWORD dwAttributes = 0;
 };
 
 /// Calls `visit` for every entry of `tstrFolder` (with trailing backslash) that matches `tstrPattern`, "." and ".."

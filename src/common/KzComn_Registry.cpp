@@ -152,6 +152,20 @@ std::wstring Registry::EnumValue(DWORD dwIndex)
     return {szName, cchName};
 }
 
+void Registry::ReadStored(const std::wstring& tstrName, DWORD& dwType, std::string& strBytes)
+{
+    RequireOpen();
+    DWORD dwFound = REG_NONE;
+    DWORD cbFound = 0;
+    ThrowOnError(::RegQueryValueExW(m_hKey.Get(), tstrName.c_str(), nullptr, &dwFound, nullptr, &cbFound));
+    std::string strRead(cbFound, '\0');
+    ThrowOnError(::RegQueryValueExW(m_hKey.Get(), tstrName.c_str(), nullptr, &dwFound,
+                                    reinterpret_cast<BYTE*>(strRead.data()), &cbFound));
+    strRead.resize(cbFound);
+    dwType = dwFound;
+    strBytes = std::move(strRead);
+}
+
 void Registry::ReadQword(const std::wstring& tstrName, ULONGLONG& ullValue)
 {
     ReadFixed(tstrName, REG_QWORD, &ullValue, sizeof(ullValue));
@@ -304,6 +318,22 @@ bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tst
         registry.Open(Key(hRoot, tstrPath.c_str()));
         registry.ReadQword(tstrName, ullValue);
     });
+}
+
+bool ReadStored(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD& dwType,
+                std::string& strBytes, DWORD dwView, DWORD* pdwError)
+{
+    return Act(dwView, pdwError, [&](Registry& registry) {
+        registry.Open(Key(hRoot, tstrPath.c_str()));
+        registry.ReadStored(tstrName, dwType, strBytes);
+    });
+}
+
+bool HasKey(HKEY hRoot, const std::wstring& tstrPath, DWORD dwView)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    return Act(dwView, &dwError, [&](Registry& registry) { registry.Open(Key(hRoot, tstrPath.c_str())); }) ||
+           dwError == ERROR_ACCESS_DENIED;
 }
 
 bool DeleteValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD dwView, DWORD* pdwError)

@@ -89,6 +89,10 @@ public:
     /// Name of the value at `dwIndex`; throws ERROR_NO_MORE_ITEMS (259) past the last. RegEnumValueW.
     virtual std::wstring EnumValue(DWORD dwIndex);
 
+    /// Reads type and bytes of a value, whatever they are; ERROR_MORE_DATA (234) when it keeps growing meanwhile.
+    /// RegQueryValueExW.
+    void ReadStored(const std::wstring& tstrName, DWORD& dwType, std::string& strBytes);
+
     /// Reads a REG_QWORD value of 8 bytes; `ullValue` keeps the caller's default on failure. RegQueryValueExW.
     void ReadQword(const std::wstring& tstrName, ULONGLONG& ullValue);
 
@@ -134,6 +138,11 @@ bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tst
 /// Reads a REG_QWORD; `ullValue` brings the default and keeps it on failure. RegQueryValueExW.
 bool ReadValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, ULONGLONG& ullValue,
                DWORD dwView, DWORD* pdwError);
+/// Reads type and bytes of a value of any type, both left alone on failure. RegQueryValueExW.
+bool ReadStored(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD& dwType,
+                std::string& strBytes, DWORD dwView, DWORD* pdwError);
+/// Whether a key exists; yes also for one that may not be opened. RegOpenKeyExW.
+[[nodiscard]] bool HasKey(HKEY hRoot, const std::wstring& tstrPath, DWORD dwView);
 /// Deletes a value; the key must exist. RegDeleteValueW.
 bool DeleteValue(HKEY hRoot, const std::wstring& tstrPath, const std::wstring& tstrName, DWORD dwView, DWORD* pdwError);
 

@@ -114,6 +114,29 @@ bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexc
                                   static_cast<int>(tstrRight.size()), TRUE) == CSTR_EQUAL;
 }
 
+bool OrdinalNoCase::operator()(std::wstring_view tstrLeft, std::wstring_view tstrRight) const noexcept
+{
+    // Paths begin alike, and most are plain letters: the system is asked about the rest only.
+    const auto isPlain = [](wchar_t ch) {
+        return ch < 0x80;
+    };
+    const auto upper = [](wchar_t ch) {
+        return ch >= L'a' && ch <= L'z' ? static_cast<wchar_t>(ch - L'a' + L'A') : ch;
+    };
+    const std::size_t cch = std::min(tstrLeft.size(), tstrRight.size());
+    for (std::size_t u = 0; u < cch; ++u) {
+        const wchar_t chLeft = tstrLeft[u];
+        const wchar_t chRight = tstrRight[u];
+        if (chLeft == chRight) continue;
+        if (!isPlain(chLeft) || !isPlain(chRight)) {
+            return ::CompareStringOrdinal(&tstrLeft[u], static_cast<int>(tstrLeft.size() - u), &tstrRight[u],
+                                          static_cast<int>(tstrRight.size() - u), TRUE) == CSTR_LESS_THAN;
+        }
+        if (upper(chLeft) != upper(chRight)) return upper(chLeft) < upper(chRight);
+    }
+    return tstrLeft.size() < tstrRight.size();
+}
+
 bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept
 {
     return EqualsNoCase(tstrText.substr(0, tstrBegin.size()), tstrBegin);

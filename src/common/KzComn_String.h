@@ -52,6 +52,12 @@ void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring
 /// Ordinal comparison without regard to case. CompareStringOrdinal.
 [[nodiscard]] bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexcept;
 
+/// The same comparison as the order of sets and maps: of paths, names of values and keys. CompareStringOrdinal.
+struct OrdinalNoCase {
+    using is_transparent = void;
+    [[nodiscard]] bool operator()(std::wstring_view tstrLeft, std::wstring_view tstrRight) const noexcept;
+};
+
 /// Whether a text begins with another one, without regard to case as above.
 [[nodiscard]] bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept;
 

@@ -1,7 +1,7 @@
 #include "common/KzComn_XmlParser.h"
 
 #include "common/KzComn_String.h"
-#include "common/KzComn_WholeFile.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlEncoding.h"
 
 #include <algorithm>
@@ -225,9 +225,14 @@ private:
 
 std::unique_ptr<XmlDocument> XmlParser::ParseFile(const std::wstring& tstrPath)
 {
+    return ParseFile(WindowsMachine(), tstrPath);
+}
+
+std::unique_ptr<XmlDocument> XmlParser::ParseFile(const Machine& machine, const std::wstring& tstrPath)
+{
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
-    if (!File::ReadWhole(tstrPath, kMaxBytes, strBytes, &dwError)) {
+    if (!machine.ReadContent(tstrPath, kMaxBytes, strBytes, &dwError)) {
         throw new XmlException(dwError, {}, L"the file cannot be read");
     }
     return ParseText(strBytes);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/KzComn_Expat.h"
+#include "common/KzComn_Machine.h"
 #include "common/KzComn_XmlElement.h"
 #include "common/KzComn_XmlException.h"
 
@@ -26,6 +27,8 @@ public:
     /// XmlException: without a position when the file cannot be read (ERROR_BAD_ARGUMENTS, 160, for an empty path;
     /// ERROR_FILE_TOO_LARGE, 223) or the library cannot be loaded, with one for a document that is refused.
     [[nodiscard]] std::unique_ptr<XmlDocument> ParseFile(const std::wstring& tstrPath);
+    /// The same for a file of that machine.
+    [[nodiscard]] std::unique_ptr<XmlDocument> ParseFile(const Machine& machine, const std::wstring& tstrPath);
 
     /// Parses a whole document in memory; throws like ParseFile.
     [[nodiscard]] std::unique_ptr<XmlDocument> ParseText(std::string_view strBytes);

@@ -1,7 +1,6 @@
 #include "common/KzComn_XmlWriter.h"
 
 #include "common/KzComn_String.h"
-#include "common/KzComn_WholeFile.h"
 #include "common/KzComn_XmlException.h"
 
 #include <utility>
@@ -110,10 +109,10 @@ std::string XmlWriter::ToText(const XmlDocument& document)
     return output.ToUtf8();
 }
 
-void XmlWriter::WriteFile(const XmlDocument& document, const std::wstring& tstrPath)
+void XmlWriter::WriteFile(const XmlDocument& document, Machine& machine, const std::wstring& tstrPath)
 {
     DWORD dwError = ERROR_SUCCESS;
-    if (!File::ReplaceWhole(tstrPath, ToText(document), &dwError)) {
+    if (!machine.ReplaceContent(tstrPath, ToText(document), &dwError)) {
         throw new XmlException(dwError, {}, L"the file cannot be written");
     }
 }

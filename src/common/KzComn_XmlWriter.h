@@ -1,6 +1,7 @@
 // Writes XML documents.
 #pragma once
 
+#include "common/KzComn_Machine.h"
 #include "common/KzComn_XmlElement.h"
 
 #include <string>
@@ -16,7 +17,7 @@ public:
 
     /// Writes the file at `tstrPath` in one step: whatever happens, it holds the old document or the new one. Throws
     /// XmlException with the code of what failed, ERROR_ACCESS_DENIED (5) for a file that is read-only.
-    static void WriteFile(const XmlDocument& document, const std::wstring& tstrPath);
+    static void WriteFile(const XmlDocument& document, Machine& machine, const std::wstring& tstrPath);
 };
 
 }  // namespace KzCommon::Storage

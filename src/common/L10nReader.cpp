@@ -2,18 +2,17 @@
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_File.h"
-#include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
 
 namespace {
 
-std::wstring TablePath(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection)
+std::wstring TablePath(const Machine& machine, const std::wstring& tstrLangName,
+                       const std::wstring& tstrAdditionalSection)
 {
-    const std::wstring tstrBase =
-        tstrAdditionalSection == L"IEBHO" ? Frwk::Utility::GetInstalledFolder() : Process::ProgramFolder();
+    const std::wstring tstrBase = tstrAdditionalSection == L"IEBHO" ? Frwk::Utility::GetInstalledFolder(machine)
+                                                                    : machine.FolderOf(KnownFolder::eProgram);
     if (tstrBase.empty()) return {};
     const std::wstring tstrLanguage = String::JoinPath(tstrBase, L"Resource\\") + tstrLangName;
     return String::JoinPath(tstrLanguage, L"StringTable.ini");
@@ -25,13 +24,13 @@ bool CL10nReader::ParseL10nFile(const std::wstring& tstrLangName, const std::wst
 {
     const OperationTrace trace(L"[Enter] CL10nReader::ParseL10nFile... _tsLangName[%s]", tstrLangName,
                                L"[Leave] CL10nReader::ParseL10nFile...");
-    return ParseTable(TablePath(tstrLangName, tstrAdditionalSection), tstrAdditionalSection);
+    return ParseTable(TablePath(m_machine, tstrLangName, tstrAdditionalSection), tstrAdditionalSection);
 }
 
 bool CL10nReader::ParseTable(const std::wstring& tstrPath, const std::wstring& tstrAdditionalSection)
 {
     DWORD dwError = ERROR_SUCCESS;
-    if (!Storage::File::IsExisted(tstrPath, &dwError)) {
+    if (!m_machine.HasFile(tstrPath, &dwError)) {
         Trace(kTraceError, L"CL10nReader::ParseL10nFile - KzCommon::Storage::File::IsExisted(%s) failed. error[0x%08x]",
               tstrPath.c_str(), dwError);
         return false;
@@ -59,7 +58,7 @@ const wchar_t* CL10nReader::GetString(const std::wstring& tstrKey) const
 
 bool CL10nReader::QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection)
 {
-    Storage::Ini::Section section = Storage::Ini::ReadSection(tstrPath, tstrSection, kStringTableGrowth);
+    Storage::Ini::Section section = m_machine.ReadIniSection(tstrPath, tstrSection, kStringTableGrowth);
     switch (section.eOutcome) {
         case Storage::Ini::SectionOutcome::eNoMemory:
             Trace(kTraceError, L"CL10nReader::QueryIniValue - Allocate %u bytes buffer failed.", section.cchBuffer);

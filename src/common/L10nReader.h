@@ -1,7 +1,7 @@
 // The product's localised texts.
 #pragma once
 
-#include "common/KzComn_IniFile.h"
+#include "common/KzComn_Machine.h"
 
 #include <map>
 #include <string>
@@ -13,7 +13,7 @@ inline constexpr KzCommon::Storage::Ini::SectionGrowth kStringTableGrowth{4096, 
 /// traced and reported through the results; nothing is thrown.
 class CL10nReader {
 public:
-    CL10nReader() = default;
+    explicit CL10nReader(const KzCommon::Machine& machine) noexcept : m_machine(machine) {}
     CL10nReader(const CL10nReader&) = delete;
     CL10nReader& operator=(const CL10nReader&) = delete;
     virtual ~CL10nReader() = default;
@@ -32,6 +32,7 @@ public:
 private:
     [[nodiscard]] bool QueryIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection);
 
+    const KzCommon::Machine& m_machine;
     std::map<std::wstring, std::wstring> m_strings;
     [[maybe_unused]] bool m_bReserved = false;  // part of the class's layout, without a use yet
 };

@@ -34,6 +34,44 @@ std::optional<Config::TagPath> PathOf(const std::string& strTag)
     return String::FromUtf8(strTag, tstrTag) ? Config::TagPath::Parse(tstrTag) : std::nullopt;
 }
 
+Change ChangeOf(const std::string& strTag, Outcome eOutcome, const wchar_t* szReason)
+{
+    Change change{.eAction = Action::eCarryOver, .eOutcome = eOutcome};
+    change.tstrName = TraceText(strTag);
+    change.tstrReason = szReason;
+    return change;
+}
+
+/// What a file holds of a setting.
+struct Setting {
+    ConfigStore::Found eFound = ConfigStore::Found::eNone;
+    Config::Value value;
+    Config::Type eType = Config::Type::eString;
+};
+
+Setting Read(const ConfigStore& store, const Config::TagPath& path)
+{
+    Setting setting;
+    setting.eFound = store.Read(path, setting.value, setting.eType);
+    return setting;
+}
+
+/// Describes a setting that was written; a secret without its values.
+void Show(Change& change, const Config::TagPath& path, const Setting& before, const Config::Value& users,
+          const Setting& after)
+{
+    const bool bExisted = before.eFound == ConfigStore::Found::eValue;
+    change.eOutcome = !bExisted                                                    ? Outcome::eNew
+                      : before.value == after.value && before.eType == after.eType ? Outcome::eStay
+                                                                                   : Outcome::eReplace;
+    if (Config::IsSecret(path) || before.value.bProtected || users.bProtected || after.value.bProtected) {
+        change.tstrReason = L"a secret";
+        return;
+    }
+    if (bExisted) change.optOld = before.value.tstrText;
+    change.optNew = users.tstrText;
+}
+
 bool HasData(const Json::Value& request)
 {
     return request.isObject() && request.isMember("Data") && request["Data"].isObject();
@@ -44,7 +82,7 @@ bool HasData(const Json::Value& request)
 DWORD CConfigProvider::PreInitialize()
 {
     const OperationTrace trace(L"CConfigProvider::PreInitialize()");
-    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder();
+    m_tstrInstallDir = Frwk::Utility::GetInstalledFolder(m_machine);
     return m_tstrInstallDir.empty() ? Config::eNoInstallFolder : Config::eOk;
 }
 
@@ -102,13 +140,13 @@ DWORD CConfigProvider::Query(Json::Value& request)
 {
     FoundTypes& foundTypes = m_found.emplace();  // first of all: whatever fails from here on, nothing counts as found
     Json::Value& data = request["Data"];
-    ConfigStore store(m_protection);
-    if (!store.Open(m_tstrInstallDir + L"config.xml")) return Config::eUnreadableFile;
-    DWORD dwResult = Config::eOk;
+    m_refused.clear();
+    ConfigStore store(m_machine, m_protection);
+    if (!store.Open(m_tstrInstallDir + L"config.xml")) return m_dwQueried = Config::eUnreadableFile;
     for (const std::string& strTag : data.getMemberNames()) {
-        if (!QueryTag(store, strTag, data[strTag], foundTypes)) dwResult = Config::eRefusedValue;
+        if (!QueryTag(store, strTag, data[strTag], foundTypes)) m_refused.insert(strTag);
     }
-    return dwResult;
+    return m_dwQueried = m_refused.empty() ? Config::eOk : Config::eRefusedValue;
 }
 
 bool CConfigProvider::QueryTag(const ConfigStore& store, const std::string& strTag, Json::Value& value,
@@ -142,35 +180,69 @@ DWORD CConfigProvider::Write(Json::Value& request)
         Trace(kTraceError, L"*** CConfigProvider::Write() - the request names no file.");
         return Config::eBadRequest;
     }
-    ConfigStore store(m_protection);
-    if (!store.Open(String::JoinPath(*folder, *fileName))) return Config::eUnreadableFile;
-
-    DWORD dwResult = Config::eOk;
+    m_changes.clear();
     const Json::Value& data = request["Data"];
-    for (const std::string& strTag : data.getMemberNames()) {
-        const bool bFound = !m_found || m_found->contains(strTag);
-        if (data[strTag].isNull()) continue;
-        if (!bFound) {
-            Trace(kTraceInfo, L"CConfigProvider::Write() - [%s] has no value of the user's and stays as it is.",
-                  TraceText(strTag).c_str());
-            continue;
+    ConfigStore store(m_machine, m_protection);
+    if (!store.Open(String::JoinPath(*folder, *fileName))) {
+        for (const std::string& strTag : data.getMemberNames()) {
+            m_changes.push_back(ChangeOf(strTag, Outcome::eFail, L"the update's file cannot be read"));
         }
-        if (!WriteTag(store, strTag, data[strTag])) dwResult = Config::eRefusedValue;
+        return Config::eUnreadableFile;
     }
-    return store.Save() ? dwResult : Config::eUnwritableFile;
+    const bool bAll = WriteData(store, data);
+    if (!store.Save()) return Config::eUnwritableFile;
+    return bAll ? Config::eOk : Config::eRefusedValue;
 }
 
-bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, const Json::Value& value) const
+const wchar_t* CConfigProvider::WhyNotFound(const std::string& strTag) const
+{
+    if (Config::IsFailure(m_dwQueried) && m_refused.empty()) return L"the installed file cannot be read";
+    if (m_refused.contains(strTag)) {
+        return L"left alone: the installed value does not fit its type or is not authentic";
+    }
+    return PathOf(strTag) ? nullptr : L"no tag path";
+}
+
+bool CConfigProvider::WriteData(ConfigStore& store, const Json::Value& data)
+{
+    bool bAll = true;
+    for (const std::string& strTag : data.getMemberNames()) {
+        const bool bFound = !m_found || m_found->contains(strTag);
+        Change& change = m_changes.emplace_back(ChangeOf(strTag, Outcome::eFail, L""));
+        if (bFound && !data[strTag].isNull()) {
+            bAll = WriteTag(store, strTag, data[strTag], change) && bAll;
+            continue;
+        }
+        const wchar_t* const szWhy = WhyNotFound(strTag);
+        change.eOutcome = szWhy ? Outcome::eFail : Outcome::eStay;
+        change.tstrReason = szWhy ? szWhy : L"left alone: the installed file has no such setting";
+        if (data[strTag].isNull()) continue;
+        Trace(kTraceInfo, L"CConfigProvider::Write() - [%s] has no value of the user's and stays as it is.",
+              TraceText(strTag).c_str());
+    }
+    return bAll;
+}
+
+bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, const Json::Value& value,
+                               Change& change) const
 {
     const std::optional<Config::TagPath> path = PathOf(strTag);
     const std::optional<std::wstring> text = TextOf(value);
     if (!path || !text) {
         Trace(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
               TraceText(strTag).c_str());
+        change.tstrReason = L"no tag path";
         return false;
     }
     const Config::Default* pDefault = Config::FindDefault(*path);
     Config::Type eNewType = pDefault ? pDefault->eType : Config::Type::eString;
     if (m_found) eNewType = m_found->at(strTag);
-    return store.Write(*path, Config::FromTransit(*text), eNewType);
+    const Setting before = Read(store, *path);
+    const Config::Value users = Config::FromTransit(*text);
+    if (!store.Write(*path, users, eNewType)) {
+        change.tstrReason = L"left alone: the update's file cannot take the value";
+        return false;
+    }
+    Show(change, *path, before, users, Read(store, *path));
+    return true;
 }

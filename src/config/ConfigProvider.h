@@ -9,7 +9,9 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 /// Called in this order: PreInitialize, Initialize, any number of MessageProc, Uninitialize. All of them but the last
 /// return a Config::Result; nothing is thrown.
@@ -28,7 +30,7 @@ public:
     /// the user's. Everything else in the file stays, and a file in which nothing changes is not touched.
     static constexpr DWORD kWrite = 0x15000002;
 
-    CConfigProvider() = default;
+    explicit CConfigProvider(KzCommon::Machine& machine) noexcept : m_machine(machine) {}
     CConfigProvider(const CConfigProvider&) = delete;
     CConfigProvider& operator=(const CConfigProvider&) = delete;
     ~CConfigProvider() = default;
@@ -41,6 +43,9 @@ public:
     [[nodiscard]] DWORD MessageProc(DWORD dwMessage, Json::Value& request);
     void Uninitialize() noexcept;
 
+    /// What the last kWrite did with each setting of its request, in its order: Action::eCarryOver, without a target.
+    [[nodiscard]] const std::vector<KzCommon::Change>& Changes() const noexcept { return m_changes; }
+
 private:
     using FoundTypes = std::map<std::string, Config::Type>;
 
@@ -49,11 +54,19 @@ private:
     [[nodiscard]] DWORD Write(Json::Value& request);
     [[nodiscard]] bool QueryTag(const Config::ConfigStore& store, const std::string& strTag, Json::Value& value,
                                 FoundTypes& foundTypes) const;
-    [[nodiscard]] bool WriteTag(Config::ConfigStore& store, const std::string& strTag, const Json::Value& value) const;
+    [[nodiscard]] bool WriteTag(Config::ConfigStore& store, const std::string& strTag, const Json::Value& value,
+                                KzCommon::Change& change) const;
+    [[nodiscard]] bool WriteData(Config::ConfigStore& store, const Json::Value& data);
+    /// Why a setting has no value to write.
+    [[nodiscard]] const wchar_t* WhyNotFound(const std::string& strTag) const;
 
+    KzCommon::Machine& m_machine;
     std::wstring m_tstrInstallDir;
     Config::ValueProtection m_protection;
     bool m_bReady = false;
     // What the session's query found, with its types: what a new element is made as. Nothing before a query.
     std::optional<FoundTypes> m_found;
+    DWORD m_dwQueried = Config::eOk;
+    std::set<std::string> m_refused;  // by the session's query
+    std::vector<KzCommon::Change> m_changes;
 };

@@ -72,7 +72,7 @@ Value ValueOf(const XmlElement& element)
 bool ConfigStore::Open(const std::wstring& tstrPath)
 {
     try {
-        m_document = Storage::XmlParser().ParseFile(tstrPath);
+        m_document = Storage::XmlParser().ParseFile(m_machine, tstrPath);
     } catch (Storage::XmlException* pException) {
         const std::unique_ptr<Storage::XmlException> caught(pException);
         Trace(kTraceError, L"*** ConfigStore::Open(%s) - [0x%08x] line %llu, column %llu: %s", tstrPath.c_str(),
@@ -88,7 +88,7 @@ bool ConfigStore::Save()
 {
     if (!m_bChanged) return true;
     try {
-        Storage::XmlWriter::WriteFile(*m_document, m_tstrPath);
+        Storage::XmlWriter::WriteFile(*m_document, m_machine, m_tstrPath);
     } catch (Storage::XmlException* pException) {
         const std::unique_ptr<Storage::XmlException> caught(pException);
         Trace(kTraceError, L"*** ConfigStore::Save(%s) failed. [0x%08x]", m_tstrPath.c_str(), caught->ErrorCode());

@@ -1,6 +1,7 @@
 // One configuration file: its settings are read and replaced one by one.
 #pragma once
 
+#include "common/KzComn_Machine.h"
 #include "common/KzComn_XmlElement.h"
 #include "config/ConfigProtection.h"
 #include "config/ConfigValue.h"
@@ -26,7 +27,10 @@ enum class Protection {
 /// protected="1" the text is kept encrypted. Failures are traced, the values never.
 class ConfigStore {
 public:
-    explicit ConfigStore(const ValueProtection& protection) noexcept : m_protection(protection) {}
+    ConfigStore(KzCommon::Machine& machine, const ValueProtection& protection) noexcept
+        : m_machine(machine), m_protection(protection)
+    {
+    }
 
     /// Reads the file.
     [[nodiscard]] bool Open(const std::wstring& tstrPath);
@@ -58,6 +62,7 @@ private:
     [[nodiscard]] KzCommon::Storage::XmlElement* Create(const TagPath& path, Type eType, bool bProtected);
     [[nodiscard]] bool Clear(const TagPath& path, const Value& value, Secret<std::wstring>& clear) const;
 
+    KzCommon::Machine& m_machine;
     const ValueProtection& m_protection;
     std::unique_ptr<KzCommon::Storage::XmlDocument> m_document;
     std::wstring m_tstrPath;

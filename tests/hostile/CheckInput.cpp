@@ -108,7 +108,7 @@ TEST_F(CheckInput, PlacesOfManifests)
         std::wstring tstrError;
         if (!ParseManifest(strVariant, promises, tstrError)) return;
         MachineFolders folders(tstrInstalled, promises.tstrProduct);
-        Machine machine{folders, PendingPlaces({}), L"en-us"};
+        VerifyContext machine{folders, PendingPlaces({}), L"en-us"};
         for (const Answer& answer : VerifyPromises(promises, machine)) {
             const bool bFile = answer.tstrWhat.find(L": ") == std::wstring::npos;
             if (answer.eVerdict == Verdict::eRefused || !bFile) continue;

@@ -7,6 +7,7 @@
 #include "agent/RegistryPatch.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/L10nReader.h"
 #include "config/ConfigProvider.h"
@@ -31,7 +32,8 @@ using Texts = std::vector<std::wstring>;
 /// a path without detours; and the agent's own registry keys.
 Texts NamedIn(const std::wstring& tstrFile)
 {
-    PathValues paths;
+    const WindowsMachine machine;
+    PathValues paths(machine);
     paths.ReadLogFolders();
     paths.ReadProductFolders();
     Texts named = {L"SOFTWARE\\Kazmere\\KZVLT", L"Software\\Kazmere\\KZVLT",
@@ -107,6 +109,7 @@ protected:
     const std::wstring m_tstrInstallName = L"1\\2\\3\\4\\5\\6\\Product\\";
     const std::wstring m_tstrInstallDir = m_sandbox.MakeFolder(m_tstrInstallName);
     Library::Expat m_expat;  // kept loaded for all variants
+    WindowsMachine m_machine;
     RecordedTrace m_trace;
 };
 
@@ -116,12 +119,12 @@ TEST_F(HostileInput, InstructionFiles)
     const std::wstring tstrKept = m_tstrInstallDir + L"config.previous.";
     Texts named;
     const auto act = [&] {
-        FrameworkDeployAgent agent;
+        FrameworkDeployAgent agent(m_machine);
         agent.DoPreAction();
-        PatchRegistry(agent.Paths());
-        PathValues paths;
-        MergeConfig(paths, {tstrSettings + L"config.xml", tstrSettings + L"config.xml"});
-        ModifyUpdateInfo({tstrSettings + L"UpdateInfo.ini", tstrSettings + L"UpdateInfo.ini"});
+        PatchRegistry(agent.Run());
+        RunContext run(m_machine);
+        MergeConfig(run, {tstrSettings + L"config.xml", tstrSettings + L"config.xml"});
+        ModifyUpdateInfo(m_machine, {tstrSettings + L"UpdateInfo.ini", tstrSettings + L"UpdateInfo.ini"});
         agent.DoPostAction();
         named.clear();
     };
@@ -154,8 +157,8 @@ TEST_F(HostileInput, InstructionFiles)
 
 TEST_F(HostileInput, StringTables)
 {
-    const auto act = [] {
-        CL10nReader reader;
+    const auto act = [&] {
+        CL10nReader reader(m_machine);
         static_cast<void>(reader.ParseL10nFile(L"EN-US", L"IEBHO"));
         const wchar_t* szText = reader.GetString(L"S_STR_PRODUCT_NAME");
         EXPECT_TRUE(!szText || *szText) << "a text is never empty";
@@ -185,7 +188,7 @@ TEST_F(HostileInput, ShortcutFiles)
 TEST_F(HostileInput, ConfigurationFiles)
 {
     const auto act = [&] {
-        CConfigProvider provider;
+        CConfigProvider provider(m_machine);
         ASSERT_EQ(0U, provider.PreInitialize());
         ASSERT_EQ(0U, provider.Initialize());
         Json::Value request;
@@ -212,8 +215,8 @@ TEST_F(HostileInput, UpdateInformation)
         Install(L"Component\\" + tstrName + L"64bit\\" + tstrName + L"a.dll", "a");
         Install(L"Component\\" + tstrName + L"Share\\Setting\\c.htm", "c");
     }
-    const auto act = [] {
-        FrameworkDeployAgent agent;
+    const auto act = [&] {
+        FrameworkDeployAgent agent(m_machine);
         agent.DoPreAction();
         agent.DoDeploy();
     };

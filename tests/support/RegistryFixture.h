@@ -1,6 +1,8 @@
 // A registry of the test's own, so that tests are safe on a developer's machine.
 #pragma once
 
+#include "common/KzComn_WindowsMachine.h"
+
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -37,6 +39,8 @@ protected:
     /// work on the test's key: otherwise a test would change this machine's registry. Every test begins with this.
     void RequireRedirection() const;
     static constexpr int kNotRedirected = 3;
+
+    KzCommon::WindowsMachine m_machine;
 
 private:
     std::wstring m_tstrPath;

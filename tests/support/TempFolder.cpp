@@ -48,8 +48,13 @@ TempFolder::TempFolder()
 
 TempFolder::~TempFolder()
 {
-    std::vector<std::wstring> left = List();
-    left.insert(left.begin(), L"");
+    Clear();
+    ::RemoveDirectoryW(Exactly(m_tstrPath).c_str());
+}
+
+void TempFolder::Clear() const
+{
+    const std::vector<std::wstring> left = List();
     for (auto it = left.rbegin(); it != left.rend(); ++it) {
         const std::wstring tstrLeft = Exactly(PathOf(*it));
         ::SetFileAttributesW(tstrLeft.c_str(), FILE_ATTRIBUTE_NORMAL);

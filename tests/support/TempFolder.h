@@ -28,6 +28,9 @@ public:
     /// Relative names of all files and folders (these with trailing backslash) below it, sorted.
     [[nodiscard]] std::vector<std::wstring> List() const;
 
+    /// Removes all it holds.
+    void Clear() const;
+
 private:
     std::wstring m_tstrPath;
 };

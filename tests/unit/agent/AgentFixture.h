@@ -1,7 +1,7 @@
 // A product installed in a folder of the test's own.
 #pragma once
 
-#include "agent/PathValues.h"
+#include "agent/RunContext.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Registry.h"
 #include "common/KzComn_String.h"
@@ -53,6 +53,6 @@ protected:
     static constexpr wchar_t kRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
     TempFolder m_install;
     const std::string m_strInstall = KzCommon::String::ToUtf8(m_install.Path());
-    PathValues m_paths;
+    RunContext m_run{m_machine};
     RecordedTrace m_trace;
 };

@@ -18,11 +18,11 @@ const std::wstring kResource = L"Component\\c21t2101v0.0.0l1p-1r1o1\\";
 
 class ComponentFilesTest : public AgentTest {
 protected:
-    ComponentFilesTest() { m_paths.ReadProductFolders(); }
+    ComponentFilesTest() { m_run.paths.ReadProductFolders(); }
 
     bool CopyTree(const wchar_t* szFrom, bool bRecurse = true)
     {
-        return CopyDirectory(m_paths, m_install.PathOf(szFrom), L"*.*", m_install.Path(), bRecurse, true);
+        return CopyDirectory(m_run, m_install.PathOf(szFrom), L"*.*", m_install.Path(), bRecurse, true);
     }
     /// The delayed moves since the last call.
     [[nodiscard]] std::vector<std::wstring> Moves() { return std::exchange(m_watch.m_moves, {}); }
@@ -49,7 +49,7 @@ TEST_F(ComponentFilesTest, PackagesGoToTheirPlacesInTheStepsOrderWithoutInstruct
     }
     m_install.Write(tstrPackage + L"Driver\\k.sys", "new");
     m_install.Write(L"Driver\\k.sys", "old");
-    FrameworkDeployAgent agent;
+    FrameworkDeployAgent agent(m_machine);
     agent.DoPreAction();
     EXPECT_TRUE(agent.DoDeploy());
     agent.DoPostAction();
@@ -110,9 +110,9 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
     m_install.Write(L"Link\\b", "old");
     m_install.MakeFolder(L"Link\\sub");
     m_watch.m_tstrLink = L"Link";
-    EXPECT_TRUE(CopyDirectory(m_paths, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, false));
-    EXPECT_TRUE(CopyDirectory(m_paths, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, true));
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, L"\\\\?\\" + m_install.PathOf(L"Link\\sub\\a")));
+    EXPECT_TRUE(CopyDirectory(m_run, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, false));
+    EXPECT_TRUE(CopyDirectory(m_run, m_install.PathOf(L"src"), L"*.*", m_install.PathOf(L"Link"), true, true));
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, L"\\\\?\\" + m_install.PathOf(L"Link\\sub\\a")));
     EXPECT_THAT(Moves(), IsEmpty());
     const std::string strCopy = "!!! Failed to do file copy. dest='" + m_strInstall + "Link\\";
     const std::string strMove = "!!! ::MoveFileEx(" + m_strInstall + "src\\";
@@ -167,7 +167,7 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     const std::wstring tstrLong = L"\\\\?\\" + m_install.PathOf(L"a");
     const std::string strLong = String::ToUtf8(tstrLong);
     m_install.Write(L"a0", "taken");
-    EXPECT_TRUE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
+    EXPECT_TRUE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
     EXPECT_THAT(Moves(), ElementsAre(L"\\\\?\\a1 > \\\\?\\a"));
     EXPECT_EQ(m_install.Read(L"a1"), "new");
     const std::string strName = "@@@ tsTempFileWithIndex: " + strLong;
@@ -177,27 +177,27 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
 
     // A move that is refused takes its staged copy with it, and leaves the file of the package on its own drive.
     Fail("MoveFileExW", ERROR_NO_SYSTEM_RESOURCES);
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, m_install.PathOf(L"b")));
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, m_install.PathOf(L"b")));
     EXPECT_THAT(m_install.List(), ElementsAre(L"a0", L"a1", L"src\\", L"src\\a"));
     EXPECT_EQ(CountTraced(StartsWith("!!! ::MoveFileEx(" + strLong + "2, " + strLong + ") failed: 0x000005AA")), 1);
 
     {
         const UniqueFile held = Hold(L"src\\a");
         const ULONGLONG ullStart = ::GetTickCount64();
-        EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
+        EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
         EXPECT_LT(::GetTickCount64() - ullStart, 30000U) << "waited for once, not for each name";
     }
     m_trace.Clear();
     for (int iIndex = 0; iIndex < 100; ++iIndex) m_install.Write(L"a" + std::to_wstring(iIndex), "taken");
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, tstrLong));
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 1);
     m_watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) {
         if (strCall != "CopyFileW") return ERROR_SUCCESS;
         std::ofstream(std::filesystem::path(tstrPlace)) << "half";
         return ERROR_DISK_FULL;
     };
-    EXPECT_FALSE(CopyFileAfterReboot(m_paths, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
     EXPECT_THAT(m_install.List(), Not(Contains(StartsWith(L"c")))) << "half a file is no file";
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 2);
     EXPECT_EQ(CountTraced(AllOf(StartsWith("!!! ::CopyFile("), EndsWith("failed: 0x00000070"))), 100)
@@ -208,7 +208,7 @@ TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeplo
 {
     m_install.Write(kProduct + L"Share\\UI\\f", "x");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\n");
-    FrameworkDeployAgent agent;
+    FrameworkDeployAgent agent(m_machine);
     {
         const UniqueFile held = Hold(L"UpdateInfo.ini");
         EXPECT_FALSE(agent.DoDeploy());

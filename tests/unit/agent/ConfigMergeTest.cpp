@@ -13,7 +13,7 @@ const std::string kTags = "[QOR_CONFIG_MERGE]\nmigrate=/P/B\nmigrate=/P/A\nMigra
 
 class ConfigMergeTest : public AgentTest {
 protected:
-    void Merge() { MergeConfig(m_paths, {m_tstrNew, m_tstrNew}); }
+    void Merge() { MergeConfig(m_run, {m_tstrNew, m_tstrNew}); }
     [[nodiscard]] std::string Kept() const { return m_install.Read(L"config.previous.xml").value_or("none"); }
 
     const std::wstring m_tstrNew = m_install.PathOf(L"new\\config.xml");

@@ -27,7 +27,7 @@ protected:
     {
         Instruct("[UPDATE_INFO]\nmodify=S!K!new\n[QOR_REGISTRY_PATCH]\nadd=SOFTWARE\\X!Name!REG_DWORD!7\n");
         m_install.Write(L"UpdateInfo.ini", "[S]\nK=old\n");
-        m_paths.ReadProductFolders();
+        m_run.paths.ReadProductFolders();
     }
     /// The value that the instruction file changes; "" where there is no such file.
     [[nodiscard]] std::string ValueIn(const std::wstring& tstrName) const
@@ -70,7 +70,7 @@ TEST_F(DeploySettingsTest, TheUpdateInformationIsChangedWhereItWillBeDeployedFro
         watch.m_fault = [&](std::string_view strCall, const std::wstring& tstrPlace) {
             return strCall == "MoveFileExW" && tstrPlace.ends_with(L"UpdateInfo.ini") ? dwMoveCode : ERROR_SUCCESS;
         };
-        EXPECT_TRUE(PrepareSettings(m_paths));
+        EXPECT_TRUE(PrepareSettings(m_run));
         EXPECT_EQ(ValueIn(kSetting + L"UpdateInfo.ini"), szBroughtAfter);
         EXPECT_EQ(ValueIn(L"UpdateInfo.ini"), szInstalledAfter);
         const std::string strFailed = "!!! Failed to copy UpdateInfo.ini to iUD download source folder, error code is ";
@@ -114,7 +114,7 @@ TEST_F(DeploySettingsTest, TheLanguagesFilesBecomeTheInstalledOnesWithTheUsersVa
             EXPECT_NE(m_install.Read(kSetting + L"config.xml"), "<r><A>new</A></r>") << "a run may be ended anywhere";
             return ERROR_SUCCESS;
         };
-        EXPECT_TRUE(PrepareSettings(m_paths));
+        EXPECT_TRUE(PrepareSettings(m_run));
         EXPECT_EQ(m_install.Read(L"config.previous.xml").value_or(""), szKeptAfter);
         EXPECT_THAT(m_install.Read(kSetting + L"config.xml"), Optional(HasSubstr("<A>mine</A>")));
         EXPECT_EQ(m_install.Read(kSetting + L"qorshcut.xml"), "qorshcut_DE-DE.xml");
@@ -147,8 +147,8 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
         std::filesystem::remove(m_install.PathOf(L"config.previous.xml"));
         m_install.Write(kSetting + L"config.xml", "<r><A>shipped</A><B>shipped</B></r>");
         if (*szLanguage) m_install.Write(kSetting + L"config_EN-US.xml", szLanguage);
-        PathValues paths;
-        paths.ReadProductFolders();
+        RunContext run(m_machine);
+        run.paths.ReadProductFolders();
         SystemWatch watch(m_install.Path());
         watch.m_fault = [&](std::string_view strDone, const std::wstring& tstrPlace) {
             const std::string strNow = m_install.Read(kSetting + L"config.xml").value_or("");
@@ -159,10 +159,10 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
             const bool bPlain = strCall == "MoveFileExW" && strDone == "CopyFileW" && bPlace;  // what is tried instead
             return (strDone == strCall && bPlace) || bPlain ? ERROR_DISK_FULL : ERROR_SUCCESS;
         };
-        EXPECT_TRUE(PrepareSettings(paths));
+        EXPECT_TRUE(PrepareSettings(run));
         EXPECT_THAT(m_install.Read(kSetting + L"config.xml"), Optional(HasSubstr(szDeployed)));
         EXPECT_EQ(m_install.Read(L"config.previous.xml").value_or(""), bKept ? strUsers : "");
-        EXPECT_EQ(paths.IsKeptFile(m_install.PathOf(L"x\\..\\CONFIG.previous.xml")), bKept || *szPlaceEnd == L'.');
+        EXPECT_EQ(run.paths.IsKeptFile(m_install.PathOf(L"x\\..\\CONFIG.previous.xml")), bKept || *szPlaceEnd == L'.');
         EXPECT_EQ(m_install.Read(WorkingName(L"config")), std::nullopt);
     }
 }
@@ -186,12 +186,12 @@ TEST_F(DeploySettingsTest, WorkingCopiesOfEndedRunsGoAndThoseOfOthersStay)
     for (const std::wstring& tstrName : leftovers) {
         ::SetFileAttributesW(m_install.Write(tstrName, "").c_str(), FILE_ATTRIBUTE_READONLY);
     }
-    EXPECT_TRUE(PrepareSettings(m_paths));
+    EXPECT_TRUE(PrepareSettings(m_run));
     ::TerminateProcess(other.hProcess, 0);
     ::WaitForSingleObject(other.hProcess, INFINITE);
     for (const std::wstring& tstrName : leftovers) EXPECT_EQ(m_install.Read(tstrName), std::nullopt);
     for (const std::wstring& tstrName : others) EXPECT_EQ(m_install.Read(tstrName), "");
-    EXPECT_TRUE(PrepareSettings(m_paths));
+    EXPECT_TRUE(PrepareSettings(m_run));
     EXPECT_EQ(m_install.Read(tstrOther), std::nullopt);
     ::CloseHandle(other.hThread);
     ::CloseHandle(other.hProcess);
@@ -200,7 +200,7 @@ TEST_F(DeploySettingsTest, WorkingCopiesOfEndedRunsGoAndThoseOfOthersStay)
 TEST_F(DeploySettingsTest, WithoutSettingsAndBehindALinkOnlyTheRegistryIsPatched)
 {
     m_install.MakeFolder(kDownload);
-    EXPECT_FALSE(PrepareSettings(m_paths));
+    EXPECT_FALSE(PrepareSettings(m_run));
     EXPECT_EQ(ReadRaw(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", L"Name"), RawNumber(7));
     EXPECT_EQ(CountTraced("!!! No files under directory '" + m_strInstall + String::ToUtf8(kSetting) + "'"), 1);
 
@@ -209,7 +209,7 @@ TEST_F(DeploySettingsTest, WithoutSettingsAndBehindALinkOnlyTheRegistryIsPatched
     m_install.Write(kSetting + L"config_EN-US.xml", "new");
     SystemWatch watch(m_install.Path());
     watch.m_tstrLink = L"Setting";
-    EXPECT_TRUE(PrepareSettings(m_paths));
+    EXPECT_TRUE(PrepareSettings(m_run));
     EXPECT_EQ(ReadRaw(HKEY_LOCAL_MACHINE, L"SOFTWARE\\X", L"Name"), RawNumber(7));
     EXPECT_EQ(m_install.Read(kSetting + L"config.xml"), "");
     EXPECT_EQ(ValueIn(kSetting + L"UpdateInfo.ini") + ValueIn(L"UpdateInfo.ini"), "old");

@@ -13,15 +13,15 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
     for (const wchar_t* szName : {L"a.dll", L"b.dll", L"c.dll", L"d.txt", L"f.dll\\e.dll"}) m_install.Write(szName, "");
     ::SetFileAttributesW(m_install.PathOf(L"c.dll").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
     const KzCommon::UniqueFile held = Hold(L"a.dll");
-    PerformFileOperation(m_paths, L"{InstalledDir}f.dll\\..\\*.dll", op_file_delete_now);
+    PerformFileOperation(m_run, L"{InstalledDir}f.dll\\..\\*.dll", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"a.dll", L"d.txt", L"f.dll\\", L"f.dll\\e.dll"));
     EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
 }
 
 TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
 {
-    m_paths.KeepFile(m_install.PathOf(L"config.previous.xml"));
-    m_paths.KeepFile(m_install.PathOf(L"Long name\\kept.xml"));
+    m_run.paths.KeepFile(m_install.PathOf(L"config.previous.xml"));
+    m_run.paths.KeepFile(m_install.PathOf(L"Long name\\kept.xml"));
     m_install.MakeFolder(L"Long name");
     wchar_t szShort[MAX_PATH] = {};
     ASSERT_NE(::GetShortPathNameW(m_install.PathOf(L"Long name").c_str(), szShort, MAX_PATH), 0U);
@@ -41,12 +41,12 @@ TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
             m_install.Write(szName, "");
         m_trace.Clear();
         const SystemWatch watch(m_install.Path());
-        PerformFileOperation(m_paths, tstrRecord, iOp);
+        PerformFileOperation(m_run, tstrRecord, iOp);
         EXPECT_THAT(watch.m_moves, UnorderedElementsAreArray(moves));
         EXPECT_EQ(CountTraced(EndsWith("] is kept by this run and stays.")), cKept);
     }
-    PerformFileOperation(m_paths, L"{InstalledDir}*", op_file_delete_now);
-    PerformFileOperation(m_paths, std::wstring(szShort) + L"\\*", op_file_delete_now);
+    PerformFileOperation(m_run, L"{InstalledDir}*", op_file_delete_now);
+    PerformFileOperation(m_run, std::wstring(szShort) + L"\\*", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"Long name\\", L"Long name\\kept.xml", L"config.previous.xml"));
     EXPECT_EQ(CountTraced(StartsWith("!!!")), 1) << "in that folder there was nothing else to delete";
 }
@@ -93,7 +93,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
     for (const auto& [tstrRecord, iOp, strTraced] : rows) {
         SCOPED_TRACE(std::to_string(iOp) + " " + KzCommon::String::ToUtf8(tstrRecord));
         m_trace.Clear();
-        PerformFileOperation(m_paths, tstrRecord, iOp);
+        PerformFileOperation(m_run, tstrRecord, iOp);
         EXPECT_EQ(CountTraced(StartsWith(strTraced)), 1);
     }
     EXPECT_THAT(m_install.List(), ElementsAre(L"Link\\", L"Link\\Deep\\", L"Link\\Deep\\f", L"file", L"there\\"));
@@ -119,7 +119,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         };
         m_install.Write(L"file", "");
         ::SetFileAttributesW(m_install.PathOf(L"file").c_str(), FILE_ATTRIBUTE_READONLY);
-        PerformFileOperation(m_paths, L"{InstalledDir}file", fault.iOp);
+        PerformFileOperation(m_run, L"{InstalledDir}file", fault.iOp);
         EXPECT_EQ(CountTraced(strNotDeleted + "file', error = " + fault.szError + "."), 1) << fault.strCall;
         EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"file").c_str()) & FILE_ATTRIBUTE_READONLY) << fault.strCall;
         m_trace.Clear();
@@ -141,14 +141,14 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
     watch.m_tstrLink = L"Link";
     for (const std::string& strOnly : {strFolders, strFiles}) {
         Instruct(strOnly);
-        RemoveFileAfterReboot(m_paths);
+        RemoveFileAfterReboot(m_run);
         EXPECT_THAT(watch.m_moves, IsEmpty()) << strOnly;
         EXPECT_EQ(m_install.Read(L"a.x"), "") << strOnly;
     }
     EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x00000002]"),
               2);
     Instruct(strFiles + strFolders);
-    RemoveFileAfterReboot(m_paths);
+    RemoveFileAfterReboot(m_run);
     EXPECT_THAT(watch.m_moves, ElementsAre(L"old\\c > ", L"old\\Link > ", L"old\\empty > ", L"old\\d\\e > ",
                                            L"old\\d > ", L"old > ", L"Link > ", L"b.x > "));
     EXPECT_EQ(CountTraced(StartsWith("!!! Failed to delete file")), 0) << "folders of these names are none";
@@ -183,8 +183,8 @@ TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
         watch.m_tstrLinkRights = tstrRights;
         watch.m_tstrLinkTarget = tstrTarget;
         m_trace.Clear();
-        PerformFileOperation(m_paths, L"{InstalledDir}Link\\New\\Deep", op_dir_add);
-        PerformFileOperation(m_paths, L"{InstalledDir}Link\\Deep\\f", op_file_delete_now);
+        PerformFileOperation(m_run, L"{InstalledDir}Link\\New\\Deep", op_dir_add);
+        PerformFileOperation(m_run, L"{InstalledDir}Link\\Deep\\f", op_file_delete_now);
         EXPECT_EQ(CountTraced(EndsWith("error = 681.")), bFollowed ? 0 : 2);
         EXPECT_EQ(CountTraced(StartsWith("!!!")), bFollowed ? 0 : 2);
         EXPECT_EQ(bFollowed, std::filesystem::is_directory(m_install.PathOf(L"Link\\New\\Deep")));

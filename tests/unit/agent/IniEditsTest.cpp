@@ -30,7 +30,7 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
         m_install.Write(L"UpdateInfo.ini", "");
         m_trace.Clear();
         KzCommon::Storage::Patience patience;
-        ModifyIniKeyValue({m_tstrFile, m_tstrFile}, tstrRecord, patience);
+        ModifyIniKeyValue(m_machine, {m_tstrFile, m_tstrFile}, tstrRecord, patience);
         EXPECT_EQ(Value(L"S", L"K"), szValue);
         EXPECT_EQ(CountTraced(szTraced), 1);
     }
@@ -39,10 +39,10 @@ TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
 TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
 {
     m_install.Write(L"UpdateInfo.ini", "");
-    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+    ModifyUpdateInfo(m_machine, {m_tstrFile, m_tstrFile});
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), L"-");
     Instruct("[UPDATE_INFO]\r\nmodify=COMPONENT_LIST!Component103_iUD_Version!0\r\nmodify=A!B!C\r\n");
-    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+    ModifyUpdateInfo(m_machine, {m_tstrFile, m_tstrFile});
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), BREVANT_WIDE_VERSION);
     EXPECT_EQ(Value(L"A", L"B"), L"C");
     EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the blank belongs to it";
@@ -79,7 +79,7 @@ TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsN
             watch.m_fault = [&, cLeft = cFailures](std::string_view strCall, auto&&) mutable {
                 return strCall == "WritePrivateProfileStringW" && cLeft-- > 0 ? dwCode : ERROR_SUCCESS;
             };
-            ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+            ModifyUpdateInfo(m_machine, {m_tstrFile, m_tstrFile});
         }
         EXPECT_EQ(changed(), cChanged);
         EXPECT_EQ(CountTraced("!!! KzCommon::Storage::Ini::StoreValue() failed. Error code: " + std::to_string(dwCode)),
@@ -90,6 +90,6 @@ TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsN
     // A reader that does not share the file for writing.
     m_install.Write(L"UpdateInfo.ini", "");
     const std::jthread reader = HoldForAMoment(L"UpdateInfo.ini");
-    ModifyUpdateInfo({m_tstrFile, m_tstrFile});
+    ModifyUpdateInfo(m_machine, {m_tstrFile, m_tstrFile});
     EXPECT_EQ(changed(), 41);
 }

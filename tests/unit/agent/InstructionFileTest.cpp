@@ -8,7 +8,7 @@ protected:
     {
         SectionRecords records;
         DWORD dwError = ERROR_SUCCESS;
-        EXPECT_EQ(ReadInstructions(tstrSection, records, dwError), dwExpected == ERROR_SUCCESS);
+        EXPECT_EQ(ReadInstructions(m_machine, tstrSection, records, dwError), dwExpected == ERROR_SUCCESS);
         EXPECT_EQ(dwError, dwExpected);
         return records;
     }

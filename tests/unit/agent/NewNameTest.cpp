@@ -111,30 +111,30 @@ TEST_F(NewNameTest, TheDecisionReadsMarkerLanguageAndBuildExactly)
         WriteProduct(L"Language", szLanguage);
         WriteProduct(L"Version", szVersion);
         SCOPED_TRACE(String::ToUtf8(std::wstring(szMarker) + L" " + szLanguage + L" " + szVersion));
-        EXPECT_EQ(bApplied, CheckIfNewProdNameApplied());
-        EXPECT_EQ(bNeeded, NeedToApplyNewName());
+        EXPECT_EQ(bApplied, CheckIfNewProdNameApplied(m_machine));
+        EXPECT_EQ(bNeeded, NeedToApplyNewName(m_machine));
     }
-    TagNewProdNameApplied();
-    EXPECT_TRUE(CheckIfNewProdNameApplied());
+    TagNewProdNameApplied(m_machine);
+    EXPECT_TRUE(CheckIfNewProdNameApplied(m_machine));
 }
 
 TEST_F(NewNameTest, OnlyATableWithTheNewNameSparesTheUserTheQuestion)
 {
-    EXPECT_TRUE(NeedToInformUser());
+    EXPECT_TRUE(NeedToInformUser(m_machine));
     const char* const entries[] = {"S_STR_PRODUCT_NAME=Kazmere Qorvault", "S_STR_PRODUCT_NAME=Kazmere qorvault",
                                    "S_OTHER=x"};
     for (const char* szEntries : entries) {
         SetTable(L"EN-US", szEntries);
-        EXPECT_EQ(szEntries != entries[0], NeedToInformUser()) << szEntries;
+        EXPECT_EQ(szEntries != entries[0], NeedToInformUser(m_machine)) << szEntries;
     }
 }
 
 TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
 {
-    EXPECT_TRUE(CanScheduleNewName());
+    EXPECT_TRUE(CanScheduleNewName(m_machine));
     for (const wchar_t* szFolder : {L"", L"KZVLT"}) {
         WriteProduct(L"ProductPath", szFolder);
-        EXPECT_FALSE(CanScheduleNewName()) << szFolder;
+        EXPECT_FALSE(CanScheduleNewName(m_machine)) << szFolder;
     }
     EXPECT_EQ(2, CountTraced("!!! *** CanScheduleNewName() - the install folder is not known, the new name is not "
                              "scheduled."));
@@ -143,7 +143,7 @@ TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
 TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
 {
     const auto prepare = [&](std::size_t uCommands) {
-        PreparePostUdActionForNewName();
+        PreparePostUdActionForNewName(m_machine);
         EXPECT_EQ(uCommands, RunOnceCommands().count(m_install.PathOf(L"Brevant.exe /ApplyNewName")));
     };
     prepare(1);
@@ -189,7 +189,7 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
         m_trace.Clear();
         s_answers = answers;
         s_asked = {};
-        RemindToReboot();
+        RemindToReboot(m_machine);
         EXPECT_EQ(tstrTitle, s_asked.tstrTitle);
         EXPECT_THAT(s_asked.tstrMessage, StartsWith(tstrMessageStart));
         EXPECT_EQ(tstrTitle.empty() ? 0U : 0x40041U, s_asked.dwStyle) << "0 unless it waits at the console";
@@ -211,7 +211,7 @@ TEST_F(NewNameTest, NamesThatNoTableGivesAreTheBuiltInOnesWhateverBecomesOfTheSh
         {nullptr, L"", L""}, {"S_OTHER=x", L"Kazmere Qorvault", L"Kazmere Qorvault ToolBar"}};  // clang-format on
     for (const auto& [szEntries, tstrName, tstrToolbar] : rows) {
         if (szEntries) SetTable(L"DE-DE", szEntries);
-        PostUdActionForNewName();
+        PostUdActionForNewName(m_machine);
         const std::tuple<HKEY, std::wstring, const wchar_t*, std::wstring> places[] = {
             // clang-format off
             {HKEY_LOCAL_MACHINE, L"Software\\Kazmere\\KZVLT", L"ProductName", szEntries ? tstrName : L"old"},

@@ -8,11 +8,11 @@ protected:
     {
         const std::wstring tstrKey = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\" + tstrSession + L"Session";
         WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(szFolder));
-        m_paths.ReadLogFolders();
+        m_run.paths.ReadLogFolders();
     }
     [[nodiscard]] std::wstring Expand(std::wstring tstrText) const
     {
-        m_paths.ExpandPlaceholders(tstrText);
+        m_run.paths.ExpandPlaceholders(tstrText);
         return tstrText;
     }
     const std::wstring m_tstrInstall = m_install.Path();
@@ -22,7 +22,7 @@ TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)
 {
     SetLogFolder(L"Interactive", L"C:\\I");
     SetLogFolder(L"Service", L"C:\\S{ServiceLogDir}\\");  // which is not expanded once more
-    m_paths.ReadProductFolders();
+    m_run.paths.ReadProductFolders();
     const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
     const std::pair<const wchar_t*, std::wstring> rows[] = {
         // clang-format off
@@ -54,7 +54,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"4", L"Other", RawText(L"x"));
     for (const auto& [szFolder, folders] : rows) {
         SetLogFolder(L"Protected", szFolder);
-        EXPECT_EQ(m_paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);
+        EXPECT_EQ(m_run.paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);
         EXPECT_EQ(Expand(L"{ProtectedLogDir}"), folders.front());
     }
 }
@@ -63,22 +63,23 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
 {
     m_install.Write(L"UpdateInfo.ini",
                     "[COMPONENT_LIST]\nComponent1_DownloadPath=wrong\nComponent2_DownloadPath=res\\\n");
-    m_paths.ReadProductFolders();
-    EXPECT_EQ(m_paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key says nothing here";
-    EXPECT_EQ(m_paths.ReadResourceDownloadDir(), m_tstrInstall + L"Component\\res\\");
+    m_run.paths.ReadProductFolders();
+    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key says nothing here";
+    EXPECT_EQ(m_run.paths.ReadResourceDownloadDir(), m_tstrInstall + L"Component\\res\\");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=right\n");
     {
         const std::jthread holder = HoldForAMoment(L"UpdateInfo.ini");
-        m_paths.ReadProductFolders();
+        m_run.paths.ReadProductFolders();
     }
-    EXPECT_EQ(m_paths.ProductDownloadDir(), m_tstrInstall + L"Component\\right\\");
+    EXPECT_EQ(m_run.paths.ProductDownloadDir(), m_tstrInstall + L"Component\\right\\");
     ::DeleteFileW(m_install.PathOf(L"UpdateInfo.ini").c_str());
     m_install.MakeFolder(L"UpdateInfo.ini");
-    m_paths.ReadProductFolders();
-    EXPECT_EQ(m_paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "a folder is no file that others hold";
+    m_run.paths.ReadProductFolders();
+    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "a folder is no file that others hold";
     WriteProduct(L"ProductPath", L"");
-    m_paths.ReadProductFolders();
-    EXPECT_EQ(m_paths.ProductDownloadDir() + m_paths.ReadResourceDownloadDir(), L"") << "below an unknown folder";
+    m_run.paths.ReadProductFolders();
+    EXPECT_EQ(m_run.paths.ProductDownloadDir() + m_run.paths.ReadResourceDownloadDir(), L"")
+        << "below an unknown folder";
 }
 
 TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
@@ -99,12 +100,12 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
         m_install.Write(L"UpdateInfo.ini",
                         "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
         m_trace.Clear();
-        m_paths.ReadProductFolders();
-        return m_paths.ProductDownloadPath();
+        m_run.paths.ReadProductFolders();
+        return m_run.paths.ProductDownloadPath();
     };
     for (const auto& [szPath, szNormal] : paths) {
         EXPECT_EQ(read(szPath), szNormal) << KzCommon::String::ToUtf8(szPath);
-        EXPECT_EQ(m_paths.ProductDownloadDir(), m_tstrInstall + L"Component\\" + szNormal + L"\\");
+        EXPECT_EQ(m_run.paths.ProductDownloadDir(), m_tstrInstall + L"Component\\" + szNormal + L"\\");
     }
     for (const wchar_t* szPath : others) {
         EXPECT_EQ(read(szPath), L"c21t2103v0.0.0l1p1r1o1");

@@ -62,13 +62,13 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
         if (before) WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Name", *before);
         m_trace.Clear();
-        PatchReg(m_paths, dwOp, kKey + tstrRecord);
+        PatchReg(m_run, dwOp, kKey + tstrRecord);
         EXPECT_EQ(Value(L"Name"), after);
         EXPECT_THAT(m_trace.Messages(), Contains(HasSubstr(strTraced)));
     }
-    PatchReg(m_paths, op_reg_add, L"");
-    PatchReg(m_paths, op_reg_delete, L"!!!");
-    PatchReg(m_paths, op_reg_add, L"\\SOFTWARE\\X!Name!REG_SZ!v");
+    PatchReg(m_run, op_reg_add, L"");
+    PatchReg(m_run, op_reg_delete, L"!!!");
+    PatchReg(m_run, op_reg_add, L"\\SOFTWARE\\X!Name!REG_SZ!v");
     EXPECT_EQ(CountTraced(strTooLong), 1);
     EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a0"), 1);
     EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a1"), 1) << "a key that begins with a backslash";
@@ -76,12 +76,12 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
 
 TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)
 {
-    PatchReg(m_paths, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed");
+    PatchReg(m_run, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
-    PatchReg(m_paths, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed again");
-    PatchReg(m_paths, op_reg_add, L"SOFTWARE\\X!(Default)!REG_SZ!literal");
+    PatchReg(m_run, op_reg_add_if_non, L"SOFTWARE\\X!(Default)!REG_SZ!unnamed again");
+    PatchReg(m_run, op_reg_add, L"SOFTWARE\\X!(Default)!REG_SZ!literal");
     EXPECT_EQ(Value(L"(Default)"), RawText(L"literal"));
-    PatchReg(m_paths, op_reg_delete, L"SOFTWARE\\X!(Default)");
+    PatchReg(m_run, op_reg_delete, L"SOFTWARE\\X!(Default)");
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
     EXPECT_EQ(Value(L""), RawText(L"unnamed again"));
 }
@@ -93,7 +93,7 @@ TEST_F(RegistryPatchTest, PassesRunInTheirOwnOrderAndBadRecordsStopNothing)
     Instruct(
         "[QOR_REGISTRY_PATCH]\nadd_if_non=SOFTWARE\\X!A!REG_SZ!late\nadd=SOFTWARE\\X!A!REG_SZ!added\nadd=" + strLong +
         "\nadd=SOFTWARE\\X\njunk\nDELETE=SOFTWARE\\X!A\ndelete=SOFTWARE\\X!A\nadd=SOFTWARE\\X!B!REG_DWORD!1\n");
-    PatchRegistry(m_paths);
+    PatchRegistry(m_run);
     EXPECT_EQ(Value(L"A"), RawText(L"added"));
     EXPECT_EQ(Value(L"B"), RawNumber(1));
     std::vector<std::string> passes = m_trace.Messages();

@@ -19,7 +19,7 @@ TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpa
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRunOnce);
         m_trace.Clear();
         SCOPED_TRACE(bAffected ? "affected" : "not affected");
-        PostRunScript(m_paths);
+        PostRunScript(m_run);
         if (bAffected) expected.erase(L"cmd ");
         EXPECT_EQ(RunOnceCommands(), expected);
         EXPECT_EQ(CountTraced("!!! PatchReg() field index>3, too many fields, ignore remaining ones"), !bAffected);
@@ -32,7 +32,7 @@ TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
 {
     WriteProduct(L"KeystrokeBlackList", L"1");
     Instruct("[Other]\na=b\n");
-    PostRunScript(m_paths);
+    PostRunScript(m_run);
     EXPECT_THAT(RunOnceCommands(), IsEmpty());
     EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
     EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);

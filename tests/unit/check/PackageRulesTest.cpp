@@ -1,6 +1,6 @@
 #include "unit/check/CheckFixture.h"
 
-#include "check/NamePattern.h"
+#include "common/KzComn_NamePattern.h"
 
 using FileRulesTest = RulesTest<CheckFileRecords>;
 
@@ -124,7 +124,8 @@ TEST(PatternTest, MatchesAsWindowsListsFiles)
         {L"a.html", L"*.htm", true}, {L"a.html", L"a.htm", false}, {L"a.htm", L"*.html", false},
         {L"", L"*", true},
     };
-    for (const auto& [szName, szPattern, b] : rows) EXPECT_EQ(MatchesPattern(szName, szPattern), b) << szPattern;
+    for (const auto& [szName, szPattern, b] : rows)
+        EXPECT_EQ(KzCommon::Storage::File::MatchesPattern(szName, szPattern), b) << szPattern;
 }
 
 class PackageRulesTest : public RulesTest<CheckPackages> {

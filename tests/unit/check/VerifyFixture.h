@@ -23,7 +23,7 @@ protected:
         std::wstring tstrRaw;
         KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
-        Machine machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
+        VerifyContext machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
         const std::vector<Answer> answers = VerifyPromises(promises, machine);
         std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
         std::wstring tstrText = FormatAnswers(answers, L"");

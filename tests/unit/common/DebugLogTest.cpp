@@ -140,6 +140,18 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
                              " @@@ <Brevant> Paramter is /Täst - Brevant\\.cpp\\(430\\)\r\n"));
 }
 
+TEST_F(DebugLogTest, LinesGoToASinkInsteadOfTheLibrary)
+{
+    std::vector<std::wstring> lines;
+    m_log.OpenFor(L"Brevant", kTraceError, [&](const std::wstring& tstrLine) { lines.push_back(tstrLine); });
+    EXPECT_TRUE(Trace(kTraceError));
+    EXPECT_FALSE(Trace(kTraceInfo));
+    EXPECT_THAT(lines, ElementsAre(AllOf(HasSubstr(L"!!! <Brevant> text"), EndsWith(L" - a.cpp(7)\r\n"))));
+    EXPECT_TRUE(m_log.Close());
+    EXPECT_FALSE(Trace(kTraceError));
+    EXPECT_EQ(std::size_t{1}, lines.size());
+}
+
 TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
 {
     for (const auto& [tstrName, value] : kValues) Set(tstrName, value);

@@ -17,7 +17,7 @@ protected:
 
 TEST_F(L10nReaderTest, FirstTextOfAKeyWinsAndOneMissingSectionFailsButKeepsTheOther)
 {
-    CL10nReader reader;
+    CL10nReader reader(m_machine);
     EXPECT_TRUE(Parse(reader, "[IEBHO]\nK=component\nOwn=o\n[Global]\nK=global\nK=later\nEmpty=\nNone\nE==e\n"));
     for (const auto& [szKey, szText] : {std::pair(L"K", L"global"), {L"Own", L"o"}, {L"E=", L"e"}}) {
         EXPECT_STREQ(szText, reader.GetString(szKey));
@@ -32,7 +32,7 @@ TEST_F(L10nReaderTest, ASectionIsReadUpToTheLargestBufferAndNotInPart)
 {
     // A buffer counts as full when all but its two closing zeros are used.
     for (const std::size_t cchSection : {4093, 4094, 28669, 28670}) {
-        CL10nReader reader;
+        CL10nReader reader(m_machine);
         const std::string strText(cchSection - 3, 'x');  // and "K=", and the zero after the entry
         EXPECT_EQ(cchSection < 28670, Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nK=" + strText + "\n")) << cchSection;
         EXPECT_EQ(cchSection < 28670, reader.GetString(L"K") != nullptr) << cchSection;

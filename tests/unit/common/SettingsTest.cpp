@@ -91,13 +91,13 @@ class ProductKeyTest : public RegistryTest {};
 TEST_F(ProductKeyTest, InstallFolderEndsInABackslashAndNothingEmptyIsWritten)
 {
     const RecordedTrace trace;
-    EXPECT_EQ(L"", GetInstalledFolder());
+    EXPECT_EQ(L"", GetInstalledFolder(m_machine));
     EXPECT_EQ(1U, trace.Messages().size()) << "an unknown install folder is worth a line";
     for (const wchar_t* szPath : {L"C:\\P", L"C:\\P\\", L""}) {
-        WriteToRegHKLM_KZVLT(L"ProductPath", szPath);
-        EXPECT_EQ(L"C:\\P\\", GetInstalledFolder());
+        WriteToRegHKLM_KZVLT(m_machine, L"ProductPath", szPath);
+        EXPECT_EQ(L"C:\\P\\", GetInstalledFolder(m_machine));
     }
-    WriteToRegHKLM_KZVLT(L"", L"unnamed");
-    EXPECT_EQ(L"C:\\P\\file", InstalledFile(L"file"));
-    EXPECT_EQ(L"none", GetStrFromHKLM_KZVLT(L"", L"none"));
+    WriteToRegHKLM_KZVLT(m_machine, L"", L"unnamed");
+    EXPECT_EQ(L"C:\\P\\file", InstalledFile(m_machine, L"file"));
+    EXPECT_EQ(L"none", GetStrFromHKLM_KZVLT(m_machine, L"", L"none"));
 }

@@ -60,6 +60,21 @@ TEST(String, PathsAreFullOnlyWithADriveAndASlashOrAsAShare)
     }
 }
 
+TEST(String, TheOrderOfSetsIsTheSystemsComparison)
+{
+    const std::wstring_view texts[] = {L"",       L"a",       L"A",       L"ab",      L"a_",     L"AZ",
+                                       L"\u00e4", L"\u00c4b", L"a\u00e4", L"A\u00c4", L"\u0131", L"I",
+                                       L"z",      L"\u00df",  L"ss",      L"\u03c3",  L"\u03a3", L"\u03c2"};
+    for (const std::wstring_view tstrLeft : texts) {
+        for (const std::wstring_view tstrRight : texts) {
+            const int iSystem = ::CompareStringOrdinal(tstrLeft.data(), static_cast<int>(tstrLeft.size()),
+                                                       tstrRight.data(), static_cast<int>(tstrRight.size()), TRUE);
+            EXPECT_EQ(iSystem == CSTR_LESS_THAN, OrdinalNoCase()(tstrLeft, tstrRight))
+                << ToUtf8(tstrLeft) << " " << ToUtf8(tstrRight);
+        }
+    }
+}
+
 TEST(String, APathIsSplitOrItsCodeIsLeftBehind)
 {
     const std::wstring tstrLong(256, L'x');

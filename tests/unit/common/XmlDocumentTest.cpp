@@ -1,3 +1,4 @@
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/KzComn_XmlWriter.h"
 #include "support/CodeOf.h"
@@ -79,11 +80,12 @@ TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
         {folder.Write(L"large.xml", std::string(XmlParser::kMaxBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
         {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
     const auto document = XmlParser().ParseText("<r>new</r>");
+    KzCommon::WindowsMachine machine;
     XmlParser parser;  // one for all: what one file leaves behind must not reach the next
     for (const auto& [tstrPath, lRead, lWritten] : rows) {
         SCOPED_TRACE(KzCommon::String::ToUtf8(tstrPath));
         EXPECT_EQ(CodeOf([&] { static_cast<void>(parser.ParseFile(tstrPath)); }), lRead);
-        EXPECT_EQ(CodeOf([&] { XmlWriter::WriteFile(*document, tstrPath); }), lWritten);
+        EXPECT_EQ(CodeOf([&] { XmlWriter::WriteFile(*document, machine, tstrPath); }), lWritten);
         if (lWritten != 0) continue;
         EXPECT_EQ(parser.ParseFile(tstrPath)->GetRoot()->GetText(), L"new");
     }

@@ -68,7 +68,7 @@ protected:
 
     TempFolder m_install;
     RecordedTrace m_trace;
-    CConfigProvider m_provider;
+    CConfigProvider m_provider{m_machine};
     Config::ValueProtection m_protection;
     DWORD m_dwError = ERROR_SUCCESS;
     Config::Secret<std::wstring> m_clear;

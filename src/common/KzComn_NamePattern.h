@@ -1,12 +1,12 @@
 // Patterns with "*" and "?" for the names of files.
 #pragma once
 
-#include <string>
+#include <string_view>
 
-namespace Check {
+namespace KzCommon::Storage::File {
 
 /// Whether a name matches a pattern as Windows lists files: without regard to case, "*.*" any name, and an extension of
 /// three characters after wildcards the longer ones as well, by their short names.
-[[nodiscard]] bool MatchesPattern(const std::wstring& tstrName, const std::wstring& tstrPattern);
+[[nodiscard]] bool MatchesPattern(std::wstring_view tstrName, std::wstring_view tstrPattern);
 
-}  // namespace Check
+}  // namespace KzCommon::Storage::File

@@ -1,4 +1,4 @@
-#include "check/ErrorWords.h"
+#include "check/simulate/ErrorText.h"
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_LinkRule.h"
@@ -36,7 +36,7 @@ constexpr WordsRow kWords[] = {
 
 }  // namespace
 
-std::wstring WordsOf(DWORD dwCode)
+std::wstring DescribeError(DWORD dwCode)
 {
     for (const WordsRow& row : kWords) {
         if (row.dwCode == dwCode) return row.szWords;

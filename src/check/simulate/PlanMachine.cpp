@@ -1,0 +1,73 @@
+#include "check/simulate/PlanMachine.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_DebugLog.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kRegistryFile[] = L"registry.reg";
+constexpr std::size_t kMostRegistryBytes = std::size_t{64} * 1024 * 1024;
+/// What the update client lays over the install folder.
+constexpr const wchar_t* kLaidFiles[] = {L"QorPaFrwk.ini", L"UpdateInfo.ini"};
+constexpr wchar_t kLaidFolder[] = L"Component";
+
+void LayUpdate(SimulatedMachine& machine, const PlanFolders& folders)
+{
+    if (String::EqualsNoCase(folders.tstrUpdateDir, folders.tstrInstalledDir)) return;
+    if (machine.HasFolder(folders.tstrUpdateDir + kLaidFolder)) {
+        machine.LayOver(folders.tstrInstalledDir + kLaidFolder, folders.tstrUpdateDir + kLaidFolder);
+    }
+    for (const wchar_t* const szFile : kLaidFiles) {
+        const std::wstring tstrFile = folders.tstrUpdateDir + szFile;
+        if (machine.HasFile(tstrFile)) machine.AddFileFrom(folders.tstrInstalledDir + szFile, tstrFile);
+    }
+}
+
+}  // namespace
+
+std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFolders& folders)
+{
+    LayUpdate(machine, folders);
+    std::vector<std::size_t> unknown;
+    std::string strBytes;
+    if (folders.bTakeRegistryFile &&
+        machine.ReadContent(folders.tstrInstalledDir + kRegistryFile, kMostRegistryBytes, strBytes, nullptr)) {
+        // The file is about another machine than this one: what this one's product has noted does not count.
+        machine.RemoveKey({.tstrKeyPath = Frwk::Utility::kProductKey, .tstrName = {}});
+        unknown = machine.LoadRegistryText(strBytes);
+    }
+    const RegistryPlace path{.tstrKeyPath = Frwk::Utility::kProductKey,
+                             .tstrName = L"ProductPath",
+                             .dwView = Frwk::Utility::ProductRegistryView()};
+    RegistryData known = std::wstring();
+    const bool bKnown =
+        machine.ReadValue(path, known, nullptr) &&
+        String::EqualsNoCase(String::EnsureBackslash(std::get<std::wstring>(known)), folders.tstrInstalledDir);
+    if (!bKnown) machine.SetValue(path, ToStored(folders.tstrInstalledDir));
+    machine.SetKnownFolder(KnownFolder::eProgram, folders.tstrInstalledDir);
+    return unknown;
+}
+
+PlannedRun PlanRun(const Machine& base, const PlanFolders& folders, const std::function<void(Machine&)>& run,
+                   bool bTrace)
+{
+    constexpr DWORD kAllLevels = kTraceStep | kTraceInfo | kTraceError;
+    PlannedRun planned;
+    SimulatedMachine machine(&base);
+    planned.unknownLines = PrepareForPlan(machine, folders);
+    if (bTrace) {
+        GlobalDebugLog().OpenFor(L"Brevant", kAllLevels,
+                                 [&](const std::wstring& tstrLine) { planned.tstrTrace += tstrLine; });
+    }
+    run(machine);
+    if (bTrace) CloseGlobalDebugLog();
+    machine.Restart();
+    planned.steps = machine.Steps();
+    return planned;
+}
+
+}  // namespace Check

@@ -1,0 +1,343 @@
+// What a machine in memory knows of Windows alone, what it records, and what its restart brings.
+#include "check/simulate/PlanMachine.h"
+#include "common/KzComn_DebugLog.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
+#include "support/TempFolder.h"
+
+#include "agent/RunOnce.h"
+
+#include <gmock/gmock.h>
+
+using namespace testing;
+using namespace KzCommon;
+using namespace Check;
+
+namespace {
+
+Storage::Patience s_patience;
+
+constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
+
+/// A change in one line: outcome, target, name, values, source, staged copy, reason.
+std::string Shown(const Change& change)
+{
+    std::wstring tstrLine(1, L"+~-=!"[static_cast<int>(change.eOutcome)]);
+    const auto add = [&](const wchar_t* szBefore, const std::wstring& tstrText) {
+        if (!tstrText.empty()) tstrLine += szBefore + tstrText;
+    };
+    add(L" ", change.tstrTarget);
+    add(L" ", change.tstrName);
+    add(L": ", change.optOld.value_or(L""));
+    add(L" -> ", change.optNew.value_or(L""));
+    add(L" <- ", change.tstrSource);
+    add(L" by ", change.tstrStaged);
+    if (change.bAtRestart) tstrLine += L" later";
+    add(L"; ", change.tstrReason);
+    return String::ToUtf8(tstrLine);
+}
+
+class SimulatedRunTest : public Test {
+protected:
+    [[nodiscard]] std::vector<std::string> Changes()
+    {
+        std::vector<std::string> lines;
+        for (const PlanStep& step : m_machine.Steps()) {
+            for (const Change& change : step.changes) lines.push_back(Shown(change));
+        }
+        return lines;
+    }
+    [[nodiscard]] bool Copy(const wchar_t* szTo, const wchar_t* szFrom, CopyMode eMode = CopyMode::eNew)
+    {
+        return m_machine.CopyNow(szTo, szFrom, eMode, &m_dwError);
+    }
+    [[nodiscard]] bool Later(const wchar_t* szFrom, const wchar_t* szTo)
+    {
+        return m_machine.MoveAtRestart(szFrom, szTo, &m_dwError);
+    }
+
+    SimulatedMachine m_machine{nullptr};
+    DWORD m_dwError = ERROR_SUCCESS;
+};
+
+}  // namespace
+
+TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
+{
+    m_machine.AddFile(L"C:\\ro.ini", "[S]\r\nk=v\r\n", FILE_ATTRIBUTE_READONLY);
+    m_machine.AddFile(L"C:\\a.ini", "[S]\r\nk=v\r\n");
+    m_machine.AddFile(L"C:\\file", "");
+    const std::wstring tstrLong(255, L'n');
+    const RegistryPlace root{.tstrKeyPath = L"Vault\\Deep", .tstrName = {}};
+    const std::pair<DWORD, std::function<bool()>> rows[] = {
+        {ERROR_INVALID_PARAMETER,
+         [&] {
+             return m_machine.StoreValue(root, DWORD{1}, &m_dwError);
+         }},
+        {ERROR_INVALID_PARAMETER,
+         [&] {
+             return m_machine.StoreValue({.tstrKeyPath = L"SOFTWARE\\" + tstrLong + L"n", .tstrName = {}}, DWORD{1},
+                                         &m_dwError);
+         }},
+        {ERROR_SUCCESS,
+         [&] {
+             return m_machine.StoreValue({.tstrKeyPath = L"SOFTWARE\\" + tstrLong, .tstrName = {}}, DWORD{1},
+                                         &m_dwError);
+         }},
+        {ERROR_INVALID_PARAMETER,
+         [&] {
+             return m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = std::wstring(16384, L'n')}, DWORD{1},
+                                         &m_dwError);
+         }},
+        {ERROR_ACCESS_DENIED,
+         [&] {
+             return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_patience, &m_dwError);
+         }},
+        {ERROR_PATH_NOT_FOUND,
+         [&] {
+             return Copy((L"C:\\" + tstrLong + L"xyz").c_str(), L"C:\\file");
+         }},
+        {ERROR_FILENAME_EXCED_RANGE,
+         [&] {
+             return m_machine.CreateFolder(L"C:\\" + tstrLong.substr(0, 245), &m_dwError);
+         }},
+        {ERROR_SUCCESS,
+         [&] {
+             return m_machine.CreateFolder(L"C:\\" + tstrLong.substr(0, 244), &m_dwError);
+         }},
+        {ERROR_PATH_NOT_FOUND,
+         [&] {
+             return m_machine.CreateFolder(L"Q:\\a", &m_dwError);
+         }},
+        {ERROR_DIRECTORY,
+         [&] {
+             return m_machine.CreateFolder(L"C:\\nul", &m_dwError);
+         }},
+        {ERROR_DIRECTORY,
+         [&] {
+             return m_machine.ForEachEntry(
+                 L"C:\\file\\", L"*", [](const auto&) {}, &m_dwError);
+         }},
+        {ERROR_INVALID_NAME,
+         [&] {
+             return m_machine.ForEachEntry(
+                 L"C:\\", L"a|", [](const auto&) {}, &m_dwError);
+         }},
+    };
+    for (const auto& [dwCode, request] : rows) {
+        m_dwError = ERROR_SUCCESS;
+        EXPECT_EQ(dwCode == ERROR_SUCCESS, request()) << &request - &rows[0].second;
+        EXPECT_EQ(dwCode, m_dwError);
+    }
+    // A code page that lacks a character, and a file in UTF-16.
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\a.ini", L"s", L"K", L"\u4e00", s_patience, nullptr));
+    m_machine.AddFile(L"C:\\u.ini", "\xFF\xFE");
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\u.ini", L"s", L"K", L"\u4e00", s_patience, nullptr));
+    EXPECT_THAT(Changes(),
+                IsSupersetOf({"! HKEY_LOCAL_MACHINE\\Vault\\Deep; Windows lets nobody make a key below the root",
+                              "! C:\\ro.ini [S] k; the file there is read-only", "! Q:\\a; there is no such drive",
+                              "! C:\\nul; a device has that name", "~ C:\\a.ini [s] K: v -> ?",
+                              "+ C:\\u.ini [s] K -> \u4e00"}));
+}
+
+TEST_F(SimulatedRunTest, LongPathsNeedTheSettingOfTheMachine)
+{
+    m_machine.AddFile(L"C:\\file", "");
+    m_machine.SetValue(
+        {.tstrKeyPath = L"SYSTEM\\CurrentControlSet\\Control\\FileSystem", .tstrName = L"LongPathsEnabled"},
+        ToStored(DWORD{1}));
+    const std::wstring tstrFolder = L"C:\\" + std::wstring(250, L'n') + L"\\";
+    EXPECT_TRUE(m_machine.CreateFolder(tstrFolder, nullptr));
+    EXPECT_TRUE(Copy((tstrFolder + L"deep.txt").c_str(), L"C:\\file"));
+    EXPECT_FALSE(Copy((L"C:\\" + std::wstring(256, L'n')).c_str(), L"C:\\file"));
+    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, m_dwError);
+}
+
+TEST_F(SimulatedRunTest, ACopyThatIsMovedLaterIsOneChange)
+{
+    m_machine.AddFile(L"C:\\up\\a", "new");
+    m_machine.AddFile(L"D:\\in\\a", "old");
+    m_machine.AddFile(L"D:\\in\\a0", "in the way");
+    EXPECT_FALSE(Copy(L"D:\\in\\a0", L"C:\\up\\a"));
+    EXPECT_EQ(DWORD{ERROR_FILE_EXISTS}, m_dwError);
+    EXPECT_TRUE(Copy(L"D:\\in\\a1", L"C:\\up\\a"));
+    EXPECT_TRUE(Later(L"D:\\in\\a1", L"D:\\in\\a"));
+    EXPECT_FALSE(Copy(L"D:\\gone\\b0", L"C:\\up\\a"));
+    EXPECT_FALSE(Copy(L"D:\\gone\\b1", L"C:\\up\\a"));
+    EXPECT_THAT(Changes(), ElementsAre("~ D:\\in\\a <- C:\\up\\a by D:\\in\\a1 later",
+                                       "! D:\\gone\\b <- C:\\up\\a later; the folder is missing"));
+    m_machine.Restart();
+    std::string strBytes;
+    EXPECT_TRUE(m_machine.ReadContent(L"D:\\in\\A", 10, strBytes, nullptr));
+    EXPECT_EQ("new", strBytes);
+    EXPECT_FALSE(m_machine.HasFile(L"D:\\in\\a1"));
+}
+
+TEST_F(SimulatedRunTest, OfWorkingCopiesTheNetEffectIsShown)
+{
+    m_machine.AddFile(L"C:\\in\\u.ini", "[S]\r\nk=v\r\n");
+    m_machine.AddFile(L"C:\\in\\config.xml", "<c/>");
+    m_machine.AddFolder(L"C:\\in\\set");
+    EXPECT_FALSE(m_machine.DeleteNow(L"C:\\in\\work", nullptr));
+    EXPECT_TRUE(Copy(L"C:\\in\\work", L"C:\\in\\u.ini"));
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\in\\work", L"S", L"k", L"w", s_patience, nullptr));
+    EXPECT_TRUE(m_machine.MoveNow(L"C:\\in\\work", L"C:\\in\\set\\u.ini", nullptr));
+    EXPECT_FALSE(Copy(L"C:\\in\\set\\u.ini", L"C:\\in\\u.ini"));
+    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\kept", L"C:\\in\\config.xml", nullptr));
+    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\kept", L"C:\\in\\config.xml", nullptr));
+    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\dropped", L"C:\\in\\config.xml", nullptr));
+    EXPECT_TRUE(m_machine.DeleteNow(L"C:\\in\\dropped", nullptr));
+    EXPECT_THAT(Changes(), ElementsAre("+ C:\\in\\set\\u.ini <- C:\\in\\u.ini", "~ C:\\in\\set\\u.ini [S] k: v -> w",
+                                       "+ C:\\in\\kept <- C:\\in\\config.xml"));
+    std::wstring tstrValue;
+    EXPECT_TRUE(m_machine.ReadIniValue(L"C:\\in\\set\\u.ini", L"S", L"k", L"", tstrValue, nullptr));
+    EXPECT_EQ(L"w", tstrValue);
+}
+
+TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
+{
+    for (const wchar_t* const szFile : {L"C:\\up\\a", L"C:\\up\\b", L"C:\\up\\c", L"C:\\up\\d", L"C:\\up\\e",
+                                        L"C:\\up\\f", L"C:\\in\\ro", L"C:\\task\\old"}) {
+        m_machine.AddFile(szFile, "x", szFile[4] == L'n' ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_ARCHIVE);
+    }
+    m_machine.AddFolder(L"C:\\in\\folder");
+    m_machine.AddMountPoint(L"C:\\other");
+    EXPECT_TRUE(Later(L"C:\\up\\a", L"C:\\in\\ro"));
+    EXPECT_TRUE(Later(L"C:\\up\\b", L"C:\\in\\RO"));
+    EXPECT_TRUE(Later(L"C:\\up\\c", L"C:\\none\\c"));
+    EXPECT_TRUE(Later(L"C:\\up\\d", L"C:\\in\\folder"));
+    EXPECT_TRUE(Later(L"C:\\up\\d", L"C:\\other\\d"));
+    EXPECT_TRUE(Later(L"C:\\up\\e", L"C:\\in\\e"));
+    EXPECT_TRUE(Later(L"C:\\up\\f", L"C:\\task\\f"));
+    EXPECT_TRUE(m_machine.DeleteMatchingNow(L"C:\\up\\", L"e", nullptr, &Storage::Directory::SpareNone));
+    EXPECT_TRUE(m_machine.DeleteTreeAtRestart(L"C:\\task\\", nullptr, &Storage::Directory::SpareNone));
+    EXPECT_TRUE(m_machine.DeleteTreeAtRestart(L"C:\\up\\", nullptr, &Storage::Directory::SpareNone));
+    EXPECT_FALSE(m_machine.DeleteMatchingAtRestart(L"C:\\in\\", L"*.none", nullptr, &Storage::Directory::SpareNone));
+    m_machine.Restart();
+    EXPECT_THAT(
+        Changes(),
+        ElementsAre("~ C:\\in\\ro <- C:\\up\\a later", "~ C:\\in\\RO <- C:\\up\\b later; takes the place of C:\\up\\a",
+                    "! C:\\none\\c <- C:\\up\\c later; the folder is missing",
+                    "! C:\\in\\folder <- C:\\up\\d later; a folder has that name",
+                    "! C:\\other\\d <- C:\\up\\d later; on another volume: Windows moves no file there at the restart",
+                    "! C:\\in\\e <- C:\\up\\e later; the file to move is gone by then",
+                    "+ C:\\task\\f <- C:\\up\\f later", "- C:\\up\\e", "- C:\\task\\old later",
+                    "! C:\\task later; the folder is not empty then", "- C:\\up\\a later", "- C:\\up\\b later",
+                    "- C:\\up\\c later", "- C:\\up\\d later", "- C:\\up\\f later", "- C:\\up later",
+                    "= C:\\in\\*.none later; no file is called so"));
+    EXPECT_TRUE(m_machine.HasFile(L"C:\\task\\f"));
+    EXPECT_FALSE(m_machine.HasAny(L"C:\\up"));
+    EXPECT_TRUE(m_machine.PendingMoves().empty());
+}
+
+TEST_F(SimulatedRunTest, RegistryQuestionsAndRemarks)
+{
+    m_machine.BeginOperation(L"PatchRegistry");
+    m_machine.SetValue({.tstrKeyPath = kVault, .tstrName = L"a"}, StoredValue{REG_BINARY, "abc"});
+    m_machine.Explain(L"a remark");
+    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = L"A"}, DWORD{7}, nullptr));
+    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = L"a"}, DWORD{7}, nullptr));
+    Change stays{.eAction = KzCommon::Action::eWriteValue, .eOutcome = Outcome::eStay};
+    stays.tstrTarget = std::wstring(L"HKEY_LOCAL_MACHINE\\") + kVault;
+    stays.tstrName = L"a";
+    stays.tstrReason = L"there is one already";
+    m_machine.Report(stays);
+    EXPECT_TRUE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
+    EXPECT_FALSE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
+    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kRunOnceKey, .tstrName = L"id"}, L"cmd", nullptr));
+    bool bAgreed = true;
+    EXPECT_TRUE(m_machine.AskAtConsole(L"Title", L"Text", 0, bAgreed, nullptr));
+    EXPECT_FALSE(bAgreed);
+    m_machine.BeginOperation(L"MergeConfig");
+    m_machine.ExplainNothing(L"no section");
+    EXPECT_THAT(Changes(), ElementsAre("~ HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault A: (type 3, 3 bytes) -> 7; a remark",
+                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7 -> 7",
+                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7; there is one already",
+                                       "- HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7",
+                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a; there is no such value", "+ cmd later",
+                                       "+ Text Title"));
+    EXPECT_EQ(L"no section", m_machine.Steps().back().tstrReason);
+}
+
+TEST_F(SimulatedRunTest, AFolderElsewhereIsLaidOver)
+{
+    const TempFolder update;
+    const TempFolder installed;
+    update.Write(L"Component\\p\\a.dll", "new");
+    update.Write(L"u.ini", "[S]\r\nk=v\r\n");
+    ::SetFileAttributesW(update.PathOf(L"u.ini").c_str(), FILE_ATTRIBUTE_HIDDEN);
+    installed.Write(L"Component\\p\\left.dll", "left");
+    const WindowsMachine real;
+    SimulatedMachine machine(&real);
+    machine.LayOver(installed.Path(), update.Path());
+    std::vector<std::wstring> names;
+    EXPECT_TRUE(machine.ForEachEntry(
+        installed.PathOf(L"Component\\p\\"), L"*.*", [&](const auto& entry) { names.push_back(entry.tstrName); },
+        nullptr));
+    EXPECT_THAT(names, ElementsAre(L"a.dll", L"left.dll"));
+    DWORD dwAttributes = 0;
+    EXPECT_TRUE(machine.ReadAttributes(installed.PathOf(L"U.ini"), dwAttributes, nullptr));
+    EXPECT_TRUE(dwAttributes & FILE_ATTRIBUTE_HIDDEN);
+    std::wstring tstrValue;
+    EXPECT_TRUE(machine.ReadIniValue(installed.PathOf(L"u.ini"), L"S", L"k", L"", tstrValue, nullptr));
+    EXPECT_EQ(L"v", tstrValue);
+    EXPECT_TRUE(machine.MoveAtRestart(installed.PathOf(L"Component\\p\\a.dll"), installed.PathOf(L"a.dll"), nullptr));
+    machine.Restart();
+    SimulatedMachine::Content content;
+    EXPECT_TRUE(machine.OpenContent(installed.PathOf(L"a.dll"), content, nullptr));
+    EXPECT_EQ(update.PathOf(L"Component\\p\\a.dll"), content.tstrReal);
+    EXPECT_THAT(installed.List(), ElementsAre(L"Component\\", L"Component\\p\\", L"Component\\p\\left.dll"));
+}
+
+TEST_F(SimulatedRunTest, APlanIsMadeForTheFolderThatIsNamed)
+{
+    const TempFolder update;
+    const TempFolder installed;
+    update.Write(L"QorPaFrwk.ini", "[S]\r\nk=new\r\n");
+    update.Write(L"Component\\p\\a.dll", "new");
+    update.Write(L"other.txt", "not the update client's");
+    installed.Write(L"QorPaFrwk.ini", "[S]\r\nk=old\r\n");
+    installed.Write(L"registry.reg",
+                    "[HKEY_LOCAL_MACHINE\\Software\\Kazmere\\KZVLT]\r\n\"Language\"=\"xy\"\r\nnonsense\r\n");
+    const WindowsMachine real;
+    SimulatedMachine machine(&real);
+    machine.SetValue({.tstrKeyPath = L"SOFTWARE\\Kazmere\\KZVLT", .tstrName = L"Version"}, ToStored(L"1"));
+    EXPECT_THAT(PrepareForPlan(machine, {update.Path(), installed.Path(), true}), ElementsAre(3));
+
+    const auto product = [&](const wchar_t* szName) {
+        RegistryData data = std::wstring(L"none");
+        static_cast<void>(
+            machine.ReadValue({.tstrKeyPath = L"software\\kazmere\\kzvlt", .tstrName = szName}, data, nullptr));
+        return std::get<std::wstring>(data);
+    };
+    EXPECT_EQ(L"xy", product(L"Language"));
+    EXPECT_EQ(L"none", product(L"Version"));
+    EXPECT_EQ(installed.Path(), product(L"ProductPath"));
+    EXPECT_EQ(installed.Path(), machine.FolderOf(KnownFolder::eProgram));
+    EXPECT_TRUE(machine.HasFile(installed.PathOf(L"Component\\p\\a.dll")));
+    EXPECT_FALSE(machine.HasFile(installed.PathOf(L"other.txt")));
+    std::wstring tstrValue;
+    EXPECT_TRUE(machine.ReadIniValue(installed.PathOf(L"QorPaFrwk.ini"), L"S", L"k", L"", tstrValue, nullptr));
+    EXPECT_EQ(L"new", tstrValue);
+}
+
+TEST_F(SimulatedRunTest, APlannedRunIsTracedOnlyInThePlan)
+{
+    const TempFolder folder;
+    folder.Write(L"a.txt", "");
+    const WindowsMachine real;
+    const auto run = [&](Machine& machine) {
+        machine.BeginOperation(L"Operation");
+        EXPECT_TRUE(machine.DeleteNow(folder.PathOf(L"a.txt"), nullptr));
+        Trace(kTraceError, L"deleted");
+    };
+    for (const bool bTrace : {true, false}) {
+        const PlannedRun planned = PlanRun(real, {folder.Path(), folder.Path(), false}, run, bTrace);
+        ASSERT_EQ(std::size_t{1}, planned.steps.size());
+        EXPECT_EQ(L"Operation", planned.steps[0].tstrName);
+        EXPECT_EQ(Outcome::eRemove, planned.steps[0].changes.at(0).eOutcome);
+        EXPECT_EQ(bTrace, planned.tstrTrace.find(L"!!! <Brevant> deleted - ") != std::wstring::npos);
+    }
+    EXPECT_THAT(folder.List(), ElementsAre(L"a.txt"));
+    EXPECT_FALSE(GlobalDebugLog().Trace("a.cpp", 1, kTraceError, L"after it"));
+}
