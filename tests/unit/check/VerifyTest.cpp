@@ -323,12 +323,12 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     promises.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
     promises.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
     promises.deletions.push_back({L"{AppData}x", false, true});
-    EXPECT_THAT(Verify(promises),
-                UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy",
-                                     "DELETED C:\\ProgramData\\QvNone\\", "DELETED C:\\ProgramData\\qvnone*.x",
-                                     "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll", "NOT DELETED Sub\\b1.dll",
-                                     "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll", StartsWith("REFUSED"),
-                                     StartsWith("REFUSED {AppData}x")));
+    EXPECT_THAT(
+        Verify(promises),
+        UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy", "DELETED C:\\ProgramData\\QvNone\\",
+                             "DELETED C:\\ProgramData\\qvnone*.x", "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll",
+                             "NOT DELETED Sub\\b1.dll", "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll",
+                             StartsWith("REFUSED"), StartsWith("REFUSED {AppData}x")));
 }
 
 TEST_F(VerifyTest, WhatARunKeepsForTheUserIsNotDeletedByAPattern)
