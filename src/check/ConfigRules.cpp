@@ -1,10 +1,10 @@
 // B060 to B065: the configuration files that the update brings, and the settings that it carries over.
 #include "check/BroughtFiles.h"
 #include "check/Instructions.h"
-#include "common/KzComn_NamePattern.h"
 #include "check/Suggestion.h"
 #include "check/XmlForm.h"
 
+#include "agent/SettingsFiles.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"
 #include "config/ConfigStore.h"
@@ -158,19 +158,14 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
 /// B065: files of the names under which the agent keeps the user's settings.
 void CheckKeptNames(const Update& update, Report& report)
 {
-    const std::vector<PackageLayout::FolderCopy> copies = CopiesOf(update, kUsualInstallFolder);
-    for (const std::wstring& tstrFile : update.Files()) {
-        const std::wstring tstrName = tstrFile.substr(tstrFile.rfind(L'\\') + 1);
-        const bool bKept = String::EqualsNoCase(tstrName, L"config.previous.xml") ||
-                           Storage::File::MatchesPattern(tstrName, L"config.previous.?.xml");
-        if (!bKept) continue;
-        const bool bBeside = std::any_of(copies.begin(), copies.end(), [&](const PackageLayout::FolderCopy& copy) {
-            return Takes(copy, tstrFile) && String::EqualsNoCase(copy.tstrSourceDir + tstrName, tstrFile) &&
-                   String::EqualsNoCase(copy.tstrDestinationDir, kUsualInstallFolder);
-        });
-        if (!bBeside) continue;
-        report.Add(Rule::eShipsKeptSettings, tstrFile, {},
-                   L"the agent keeps the user's settings under the name \"" + tstrName + L"\"");
+    const BroughtFiles brought = ListBroughtFiles(update, kUsualInstallFolder);
+    const auto itInstalled = brought.find(LowerCase(kUsualInstallFolder));
+    if (itInstalled == brought.end()) return;
+    const std::wstring tstrUsersFile = std::wstring(kUsualInstallFolder) + L"config.xml";
+    for (const BroughtFile& file : itInstalled->second) {
+        if (!IsKeptFileFor(tstrUsersFile, file.tstrDestination)) continue;
+        report.Add(Rule::eShipsKeptSettings, file.tstrFile, {},
+                   L"the agent keeps the user's settings under this name, and the file replaces them: rename it");
     }
 }
 

@@ -133,6 +133,8 @@ std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 
 bool MachineFolders::ParseRecordPlace(const std::wstring& tstrRecord, bool bPattern, Destination& destination) const
 {
+    // In records these two stand for nothing.
+    if (tstrRecord.starts_with(kAppData) || tstrRecord.starts_with(kSystemDrive)) return false;
     const auto optPlain = PlainPlace(tstrRecord, bPattern);
     if (!optPlain) return false;
     if (!PlaceholderOf(*optPlain).empty()) return ParseDestination(*optPlain, bPattern, destination);

@@ -41,7 +41,7 @@ struct FileCheck {
     /// With trailing backslash, without "..", as Windows takes it.
     [[nodiscard]] std::wstring Folder() const
     {
-        return String::EnsureBackslash(Storage::Directory::FullPath(parsed.tstrFolder));
+        return String::EnsureBackslash(Storage::Directory::FullPath(WithoutPrefix(parsed.tstrFolder)));
     }
     void Add(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) const
     {
@@ -216,9 +216,9 @@ void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
                            L"\"" + check.parsed.tstrPattern + L"\" deletes the instruction file before " + szLost);
     };
     if (around.cCommands > 0) {
-        add(Severity::eError, L"[Run] is read: all commands are lost");
+        add(Severity::eError, L"[Run] is read: all commands are lost; narrow the pattern");
     } else if (around.cTexts > 0) {
-        add(Severity::eWarning, L"the question's texts are read: it is in English");
+        add(Severity::eWarning, L"the question's texts are read: it is in English; narrow the pattern");
     }
 }
 
@@ -226,7 +226,8 @@ void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
 /// none of them, wherever a copy of it is.
 bool IsUsersFolder(const std::wstring& tstrFolder, const Surroundings& around)
 {
-    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Windows\\Temp\\"};
+    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Documents and Settings\\",
+                                                   L"\\Windows\\Temp\\"};
     constexpr std::size_t kDrive = 2;  // "C:"
     if (String::StartsWithNoCase(tstrFolder, around.folders.InstalledDir()) || tstrFolder.size() < kDrive) return false;
     const std::wstring_view tstrBelow = std::wstring_view(tstrFolder).substr(kDrive);

@@ -18,4 +18,13 @@ inline std::wstring LongPath(const std::wstring& tstrFull)
     return tstrFull.starts_with(L"\\\\") ? kLong + (L"UNC" + tstrFull.substr(1)) : kLong + tstrFull;
 }
 
+/// A path of a drive without a prefix for Windows' own names, "\\?\" or "\\.\", in front; any other as it is.
+inline std::wstring WithoutPrefix(const std::wstring& tstrPath)
+{
+    constexpr std::size_t cchPrefix = 4;
+    const bool bPrefix = tstrPath.starts_with(L"\\\\?\\") || tstrPath.starts_with(L"\\\\.\\");
+    const bool bDrive = bPrefix && tstrPath.size() > cchPrefix + 2 && tstrPath[cchPrefix + 1] == L':';
+    return bDrive ? tstrPath.substr(cchPrefix) : tstrPath;
+}
+
 }  // namespace Check

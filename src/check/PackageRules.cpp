@@ -22,18 +22,37 @@ namespace Check {
 
 namespace {
 
-/// The folders below "Component\\" that the update information does not name.
+/// The folders below "Component\\" that the update information does not name, as deep as the ones it names, without
+/// those in and around a package that is there.
 std::vector<std::wstring> UnnamedFolders(const Update& update)
 {
+    std::vector<std::wstring> named;
+    std::ptrdiff_t cLevels = 1;
+    for (const Package* pPackage : {&update.Product(), &update.Resource()}) {
+        const std::wstring& tstrPath = pPackage->tstrDownloadPath;
+        cLevels = std::max(cLevels, 1 + std::count(tstrPath.begin(), tstrPath.end(), L'\\'));
+        if (pPackage->bThere) named.push_back(tstrPath + L"\\");
+    }
     std::vector<std::wstring> others;
-    static_cast<void>(Storage::Directory::ForEachEntry(
-        update.FullPath(kComponents), L"*",
-        [&](const Storage::Directory::Entry& entry) {
-            const bool bNamed = String::EqualsNoCase(entry.tstrName, update.Product().tstrDownloadPath) ||
-                                String::EqualsNoCase(entry.tstrName, update.Resource().tstrDownloadPath);
-            if (entry.bFolder && !bNamed) others.push_back(entry.tstrName);
-        },
-        nullptr));
+    std::vector<std::wstring> folders{L""};
+    for (; cLevels > 0; --cLevels) {
+        std::vector<std::wstring> below;
+        for (const std::wstring& tstrFolder : folders) {
+            const auto visit = [&](const Storage::Directory::Entry& entry) {
+                if (entry.bFolder && !entry.bLink) below.push_back(tstrFolder + entry.tstrName + L"\\");
+            };
+            static_cast<void>(
+                Storage::Directory::ForEachEntry(update.FullPath(kComponents + tstrFolder), L"*", visit, nullptr));
+        }
+        for (const std::wstring& tstrFolder : below) {
+            const bool bNamed = std::any_of(named.begin(), named.end(), [&](const std::wstring& tstrNamed) {
+                return String::StartsWithNoCase(tstrFolder, tstrNamed) ||
+                       String::StartsWithNoCase(tstrNamed, tstrFolder);
+            });
+            if (!bNamed) others.push_back(tstrFolder.substr(0, tstrFolder.size() - 1));
+        }
+        folders = std::move(below);
+    }
     return others;
 }
 
@@ -76,11 +95,28 @@ bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingP
 {
     const Place place = PlaceOfName(info, missing.key);
     if (place.uLine == 0) return false;
+    const std::wstring tstrFolder = L"\"" + update.RelativeName(missing.package.tstrFolder) + L"\"";
+    const std::wstring& tstrRefused = missing.package.tstrRefused;
+    if (!tstrRefused.empty()) {
+        report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
+                   L"\"" + tstrRefused + L"\" is no path of a folder below \"Component\\\": the " + missing.szKind +
+                       L" package is looked for in " + tstrFolder,
+                   missing.tstrMeant);
+        return true;
+    }
     report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
-               L"the " + std::wstring(missing.szKind) + L" package is not there, it is looked for in \"" +
-                   update.RelativeName(missing.package.tstrFolder) + L"\": nothing of it is deployed",
+               L"the " + std::wstring(missing.szKind) + L" package is not there, it is looked for in " + tstrFolder +
+                   L": nothing of it is deployed",
                missing.tstrMeant);
     return true;
+}
+
+/// The folder that may have been meant by a package's name.
+std::wstring MeantFolder(const Package& package, const std::vector<std::wstring>& others)
+{
+    const std::wstring& tstrRefused = package.tstrRefused;
+    const std::size_t uName = std::min(tstrRefused.find_first_not_of(L".\\/"), tstrRefused.size());
+    return NearestOf(tstrRefused.empty() ? package.tstrDownloadPath : tstrRefused.substr(uName), others);
 }
 
 /// Without the package that the update information names, other folders below "Component\\" are for nobody.
@@ -93,12 +129,13 @@ void CheckDownloadPaths(const Update& update, Report& report)
         return HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
     });
     const MissingPackage product{update.Product(), ProductDownloadKey(), L"product",
-                                 NearestOf(update.Product().tstrDownloadPath, others)};
+                                 MeantFolder(update.Product(), others)};
+    const std::wstring tstrNear = MeantFolder(update.Resource(), others);
     const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource",
-                                  itTexts == others.end() ? std::wstring() : *itTexts};
+                                  tstrNear.empty() && itTexts != others.end() ? *itTexts : tstrNear};
     bool bOther = update.Resource().bThere;
     for (const MissingPackage* pMissing : {&product, &resource}) {
-        const bool bThere = pMissing->package.bThere;
+        const bool bThere = pMissing->package.bThere && pMissing->package.tstrRefused.empty();
         const bool bNamed = !bThere && CheckNamedPackage(update, info, *pMissing, report);
         const bool bMeant = pMissing == &product ? !others.empty() : update.Product().bThere && itTexts != others.end();
         if (!bThere && !bNamed && bMeant) {
@@ -240,8 +277,9 @@ void CheckReadOnly(const Update& update, Report& report)
         }
     }
     for (const std::wstring& tstrFile : found) {
-        report.Add(Rule::eReadOnlyAtOnce, tstrFile, {},
-                   L"the file is read-only and copied at once: the next update cannot replace it");
+        report.Add(
+            Rule::eReadOnlyAtOnce, tstrFile, {},
+            L"the file is read-only and copied at once, so the next update cannot replace it: take the attribute away");
     }
 }
 

@@ -168,10 +168,7 @@ private:
     std::optional<std::wstring> PlaceOf(const std::wstring& tstrRecord, bool bPattern)
     {
         Destination destination;
-        // In instructions these two stand for nothing.
-        const bool bForeign = tstrRecord.starts_with(kAppData) || tstrRecord.starts_with(kSystemDrive);
-        if (!bForeign && IsRecordLengthValid(tstrRecord) &&
-            m_folders.ParseRecordPlace(tstrRecord, bPattern, destination)) {
+        if (IsRecordLengthValid(tstrRecord) && m_folders.ParseRecordPlace(tstrRecord, bPattern, destination)) {
             return PlainPlace(tstrRecord, bPattern);
         }
         m_tstrErrors += tstrRecord + L": not below a folder that a placeholder names, left out\n";

@@ -270,11 +270,18 @@ void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
         return;
     }
     const std::wstring tstrFolder = String::EnsureBackslash(folders.Expand(parsed.tstrData));
-    if (bText && String::EqualsNoCase(tstrFolder, folders.InstalledDir())) return;
-    patch.Error(
-        Rule::eProductPath, place,
-        bText ? L"the agent finds its folder by this value: the rest of the run reads from \"" + tstrFolder + L"\""
-              : L"the agent finds its folder by this value, which is a text: the rest of the run is left out");
+    if (bText && String::EqualsNoCase(tstrFolder, folders.InstalledDir())) {
+        if (parsed.tstrData.starts_with(kInstalledDir)) return;
+        patch.Warn(Rule::eProductPath, place,
+                   L"a machine with the product in another folder loses it: leave the value to the installer",
+                   kInstalledDir);
+        return;
+    }
+    std::wstring tstrThen = L"the rest of the run is left out";
+    if (bText && !parsed.tstrData.empty()) tstrThen = L"the rest of the run reads from \"" + tstrFolder + L"\"";
+    patch.Error(Rule::eProductPath, place,
+                std::wstring(L"the agent finds its folder by this value") + (bText ? L": " : L", which is a text: ") +
+                    tstrThen);
 }
 
 /// What a record makes of the one before it that has to do with the same value. False when the record itself does

@@ -2,6 +2,7 @@
 
 #include "agent/DownloadPath.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_IniFile.h"
 #include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
@@ -25,6 +26,13 @@ Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
     if (!ReadDownloadPath(WindowsMachine(), tstrFolder + kUpdateInfoFile, key, package.tstrDownloadPath)) {
         package.tstrDownloadPath = key.szDefault;
     }
+    static_cast<void>(Storage::Guarded(nullptr, [&] {
+        Storage::IniFile updateInfo;
+        updateInfo.Open(tstrFolder + kUpdateInfoFile);
+        const std::wstring tstrNamed = updateInfo.ReadString(L"COMPONENT_LIST", key.szKey, {});
+        std::wstring tstrPath = tstrNamed;
+        if (!tstrNamed.empty() && !NormalizeDownloadPath(tstrPath)) package.tstrRefused = tstrNamed;
+    }));
     package.tstrFolder = String::FolderBelow(tstrFolder + kComponents, package.tstrDownloadPath);
     package.bThere = Storage::Directory::IsExisted(package.tstrFolder);
     return package;

@@ -18,6 +18,7 @@ namespace Check {
 struct Package {
     std::wstring tstrDownloadPath;  ///< its folder's name below "Component\", as the update information has it
     std::wstring tstrFolder;        ///< full, with trailing backslash
+    std::wstring tstrRefused;  ///< the name that the agent does not take, in whose place its own counts; else empty
     bool bThere = false;
 };
 

@@ -80,10 +80,14 @@ void CheckStorable(const std::vector<Field>& fields, InfoFile eFile, Report& rep
 
 void CheckKey(const Field& key, Report& report)
 {
-    const bool bEquals = key.tstrText.find(L'=') != std::wstring::npos;
-    if (!bEquals && !key.tstrText.starts_with(L';')) return;
+    const std::size_t uFirst = std::min(key.tstrText.find_first_not_of(L' '), key.tstrText.size());
+    const wchar_t* szReadAs = nullptr;
+    if (key.tstrText.find(L'=') != std::wstring::npos) szReadAs = L"the key before \"=\"";
+    if (key.tstrText.find(L';', uFirst) == uFirst) szReadAs = L"a comment";
+    if (key.tstrText.find(L'[', uFirst) == uFirst) szReadAs = L"the beginning of another section";
+    if (!szReadAs) return;
     report.Add(Rule::eIniKey, kInstructionFile, key.place,
-               L"\"" + key.tstrText + (bEquals ? L"\" is read as the key before \"=\"" : L"\" is read as a comment"));
+               L"\"" + key.tstrText + L"\" is read as " + szReadAs + L": choose another key");
 }
 
 /// The agent records its version after the last record of the section, while it prepares the settings folder.

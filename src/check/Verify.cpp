@@ -358,7 +358,10 @@ private:
         std::wstring tstrText = value.tstrData;
         if (value.eType == RegistryType::eText) Expand(tstrText);
         if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, DescribeError(found.dwError));
-        if (IsRight(value, found, tstrText)) return AddRight(tstrWhat);
+        if (IsRight(value, found, tstrText)) {
+            // A value that is left alone where it is there, and one that is deleted, may have been so all along.
+            return value.eState == ValueState::eData ? AddRight(tstrWhat) : Add(Verdict::eValueRight, tstrWhat);
+        }
         if (value.bUnlessLiteral) {
             const FoundValue literal = ReadRegistryValue(value.tstrKeyPath, L"(Default)");
             if (literal.dwError == ERROR_SUCCESS && literal.eType == value.eType) {

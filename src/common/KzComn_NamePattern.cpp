@@ -14,19 +14,49 @@ bool IsSameCharacter(wchar_t chLeft, wchar_t chRight)
     return chLeft == chRight || String::EqualsNoCase({&chLeft, 1}, {&chRight, 1});
 }
 
-/// "*" and "?". PathMatchSpecW would end a pattern at ";", and not end with many "*".
-bool MatchesWildcards(std::wstring_view tstrName, std::wstring_view tstrPattern)
+/// A pattern as Windows takes it: it drops dots and spaces at the end. A star before a dropped dot stays within what
+/// has no dot.
+struct Wildcards {
+    explicit Wildcards(std::wstring_view tstrPattern)
+        : tstrText(tstrPattern.substr(0, tstrPattern.find_last_not_of(L". ") + 1)),
+          bNoExtension(tstrText.ends_with(L'*') && tstrPattern.find(L'.', tstrText.size()) != std::wstring_view::npos)
+    {
+    }
+
+    std::wstring_view tstrText;
+    bool bNoExtension;
+};
+
+/// Whether what is left of a pattern takes the end of a name: stars, question marks, and the dot before one.
+bool TakesNothing(std::wstring_view tstrRest)
 {
+    for (std::size_t u = 0; u < tstrRest.size(); ++u) {
+        const wchar_t chNext = u + 1 < tstrRest.size() ? tstrRest[u + 1] : L'\0';
+        const bool bDot = tstrRest[u] == L'.' && (chNext == L'*' || chNext == L'?');
+        if (!bDot && tstrRest[u] != L'*' && tstrRest[u] != L'?') return false;
+    }
+    return true;
+}
+
+/// "*" and "?". A question mark takes no dot: before one, and at the end, it takes nothing. PathMatchSpecW would end a
+/// pattern at ";", and not end with many "*".
+bool MatchesWildcards(std::wstring_view tstrName, const Wildcards& wildcards)
+{
+    const std::wstring_view tstrPattern = wildcards.tstrText;
     std::size_t uName = 0;
     std::size_t uPattern = 0;
     std::size_t uStar = std::wstring_view::npos;
-    std::size_t uTaken = 0;  // up to where the last star has taken the name
+    std::size_t uFirst = 0;  // of what the last star has taken
+    std::size_t uTaken = 0;  // up to where
     while (uName < tstrName.size()) {
         const wchar_t ch = uPattern < tstrPattern.size() ? tstrPattern[uPattern] : L'\0';
         if (ch == L'*') {
             uStar = uPattern++;
-            uTaken = uName;
-        } else if (ch == L'?' || (ch && IsSameCharacter(ch, tstrName[uName]))) {
+            uFirst = uTaken = uName;
+        } else if (ch == L'?') {
+            if (tstrName[uName] != L'.') ++uName;
+            ++uPattern;
+        } else if (ch && IsSameCharacter(ch, tstrName[uName])) {
             ++uName;
             ++uPattern;
         } else if (uStar != std::wstring_view::npos) {
@@ -36,23 +66,26 @@ bool MatchesWildcards(std::wstring_view tstrName, std::wstring_view tstrPattern)
             return false;
         }
     }
-    return tstrPattern.find_first_not_of(L'*', uPattern) == std::wstring_view::npos;
+    if (!TakesNothing(tstrPattern.substr(uPattern))) return false;
+    return !wildcards.bNoExtension || uStar + 1 != tstrPattern.size() ||
+           tstrName.find(L'.', uFirst) == std::wstring_view::npos;
 }
 
 }  // namespace
 
 bool MatchesPattern(std::wstring_view tstrName, std::wstring_view tstrPattern)
 {
-    if (MatchesWildcards(tstrName, tstrPattern)) return true;
+    const Wildcards wildcards(tstrPattern);
+    if (MatchesWildcards(tstrName, wildcards)) return true;
     const std::size_t uDot = tstrName.rfind(L'.');
-    if (uDot == std::wstring_view::npos) return MatchesWildcards(std::wstring(tstrName) + L'.', tstrPattern);
+    if (uDot == std::wstring_view::npos) return false;
 
     constexpr std::size_t kShortExtension = 3;
-    const std::size_t uPatternDot = tstrPattern.rfind(L'.');
+    const std::size_t uPatternDot = wildcards.tstrText.rfind(L'.');
     const bool bShort = uPatternDot != std::wstring_view::npos &&
-                        tstrPattern.size() - uPatternDot - 1 == kShortExtension &&
-                        tstrPattern.find_first_of(L"*?") < uPatternDot;
-    return bShort && MatchesWildcards(tstrName.substr(0, uDot + 1 + kShortExtension), tstrPattern);
+                        wildcards.tstrText.size() - uPatternDot - 1 == kShortExtension &&
+                        wildcards.tstrText.find_first_of(L"*?") < uPatternDot;
+    return bShort && MatchesWildcards(tstrName.substr(0, uDot + 1 + kShortExtension), wildcards);
 }
 
 }  // namespace KzCommon::Storage::File

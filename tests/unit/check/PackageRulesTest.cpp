@@ -87,6 +87,8 @@ TEST_F(FileRulesTest, TheInstructionFileStaysUntilItIsRead)
         {"delete_now={InstalledDir}q*.in?\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
         {"delete_now={InstalledDir}x\\..\\QORPAFRWK.*\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
         {"delete_now={InstalledDir}*.ini\n[RestartNotification_X]\ntext=a\n", {"warning B037 4:12"}},
+        {"delete_now=\\\\?\\C:\\Program Files\\Kazmere\\KZVLT\\*.ini\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
+        {"delete_now={InstalledDir}QorPaFrwk.ini.\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
         // nothing is read after it; a name of another folder; the restart comes later
         {"delete_now={InstalledDir}*.ini\n[Run]\n", {}},
         {"delete_now={InstalledDir}Task\\*.ini\ndelete_now={InstalledDir}Qor*.in\n[Run]\nSysRunOnce=a\n", {}},
@@ -102,6 +104,8 @@ TEST_F(FileRulesTest, FoldersInWhichEveryUserCanPutALink)
         {"delete={ServiceLogDir}*.log\ndelete={InstallerLogDir}a\\*.log\n",
          {"warning B038 2:8 delete_now", "warning B038 3:8 delete_now"}},
         {"delete=D:\\programdata\\Kazmere\\KZVLT\\a.dat\ndelete=C:\\Users\\Public\\a.txt\n",
+         {"warning B038 2:8 delete_now", "warning B038 3:8 delete_now"}},
+        {"delete=\\\\?\\C:\\ProgramData\\a.dat\ndelete=C:\\Documents and Settings\\Public\\a.txt\n",
          {"warning B038 2:8 delete_now", "warning B038 3:8 delete_now"}},
         {"delete_now={ServiceLogDir}*.log\ndelete=C:\\ProgramDatas\\a\ndelete={InstalledDir}ProgramData\\a\n", {}},
         {"delete=\\\\server\\ProgramData\\a\ndelete=C:\\Windows\\a\n", {}},
@@ -119,10 +123,18 @@ TEST_F(FileRulesTest, FoldersInWhichEveryUserCanPutALink)
 TEST(PatternTest, MatchesAsWindowsListsFiles)
 {
     const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
-        {L"a.txt", L"*", true},      {L"a", L"*.*", true},         {L"A.TXT", L"a.t?t", true},
-        {L"a.txt", L"?.tx", false},  {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
-        {L"a.html", L"*.htm", true}, {L"a.html", L"a.htm", false}, {L"a.htm", L"*.html", false},
-        {L"", L"*", true},
+        {L"a.txt", L"*", true},       {L"a", L"*.*", true},
+        {L"A.TXT", L"a.t?t", true},   {L"a.txt", L"?.tx", false},
+        {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
+        {L"a.html", L"*.htm", true},  {L"a.html", L"a.htm", false},
+        {L"a.htm", L"*.html", false}, {L"", L"*", true},
+        {L"a.txt", L"a?.txt", true},  {L"a.txt", L"a.txt?", true},
+        {L"a.txt", L"?????", false},  {L"a", L"a.?", true},
+        {L"a.txt", L"a.txt. ", true}, {L"a.txt", L"*.", false},
+        {L"a", L"*.", true},          {L"a.txt", L"*xt.", true},
+        {L"a", L"a.b*", false},       {L"ab", L"a", false},
+        {L"a.b.c", L"*.?", true},     {L"a.htm", L"b?.htm", false},
+        {L"a.html", L"a?.htm", true},
     };
     for (const auto& [szName, szPattern, b] : rows)
         EXPECT_EQ(KzCommon::Storage::File::MatchesPattern(szName, szPattern), b) << szPattern;
@@ -166,15 +178,24 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     const std::string strProduct = "[component_list]\nComponent101_DownloadPath=p1\n";
     EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=p1x\nComponent2_DownloadPath=r1\n"),
                 ElementsAre("B074 2:27 UpdateInfo.ini p1"));
-    EXPECT_THAT(lint(strProduct + "component2_downloadpath = r2\n"), ElementsAre("B074 3:27 UpdateInfo.ini"));
-    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=..\\p1\n"), ElementsAre("B074 2:27 UpdateInfo.ini"));
+    EXPECT_THAT(lint(strProduct + "component2_downloadpath = r2\n"), ElementsAre("B074 3:27 UpdateInfo.ini r1"));
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=..\\p1\n"),
+                ElementsAre("B074 2:27 UpdateInfo.ini p1"));
     // An update of one package names no other, nor does a key of another Windows or section.
     EXPECT_THAT(lint(strProduct + "Component1_DownloadPath=p2\nComponent2_DownloadPath=\n"), IsEmpty());
     EXPECT_THAT(lint(strProduct + "[OTHER]\nComponent2_DownloadPath=r2\n"), IsEmpty());
     EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("warning B070 0:0 UpdateInfo.ini"));
     Bring({L"other\\EN-US\\StringTable.ini"});
     EXPECT_THAT(lint(strProduct), ElementsAre("warning B070 0:0 UpdateInfo.ini other"));
-    EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=r2\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"));
+    EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=resource\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"));
+    EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=r2\n"), ElementsAre("B074 3:25 UpdateInfo.ini r1"));
+
+    Bring({L"a\\p1\\64bit\\a\\p1\\a.dll", L"a\\r1\\EN-US\\StringTable.ini", L"c21t2101v0.0.0l1p-1r1o1\\EN-US\\a.htm"});
+    const std::string strNested = "[COMPONENT_LIST]\nComponent101_DownloadPath=a/p1\n";
+    EXPECT_THAT(lint(strNested + "Component2_DownloadPath=.\\a\\r1\\\n"), IsEmpty());
+    EXPECT_THAT(lint(strNested + "Component2_DownloadPath=a\\r11\n"), ElementsAre("B074 3:25 UpdateInfo.ini a\\r1"));
+    EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=\\other\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"))
+        << "refused, although there is a folder of the agent's own name";
 }
 
 TEST_F(PackageRulesTest, WhatIsCopiedAtOnceIsNotReadOnly)

@@ -90,9 +90,10 @@ TEST_F(RegistryRulesTest, TheValueThatTheAgentFindsItsFolderBy)
         {"add=" + strKey + "!ProductPath!REG_DWORD!1\n", {"B029 2:28"}},
         {"add_if_non=" + strKey + "!ProductPath!REG_QDWORD!1\n", {"B029 2:35"}},  // another type is written over
         {"add_if_non=" + strKey + "!ProductPath!REG_SZ!C:\\b\n", {"warning B029 2:35"}},
+        {"add=" + strKey + "!ProductPath!REG_SZ!c:\\program files\\KAZMERE\\kzvlt\n",
+         {"warning B029 2:28 {InstalledDir}"}},
         // the same folder, another value, another key (no program looks there), nothing that is written
         {"add=" + strKey + "!ProductPath!REG_SZ!{InstalledDir}\n", {}},
-        {"add=" + strKey + "!ProductPath!REG_SZ!c:\\program files\\KAZMERE\\kzvlt\n", {}},
         {"add=" + strKey + "!ProductPaths!REG_SZ!C:\\b\nadd=" + strKey + "\\Vault!ProductPath!REG_SZ!C:\\b\n", {}},
         {"add=SOFTWARE\\Wow6432Node\\Kazmere\\KZVLT!ProductPath!REG_SZ!C:\\b\ndelete=" + strKey + "\n",
          {"warning B020 3:8"}},
@@ -131,6 +132,9 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("B043 2:9")) << "once a record";
     EXPECT_THAT(lint(L"S!A=B!V"), ElementsAre("B044 2:10"));
     EXPECT_THAT(lint(L"S!;K!V"), ElementsAre("B044 2:10"));
+    EXPECT_THAT(lint(L"S![K]!V"), ElementsAre("B044 2:10"));
+    EXPECT_THAT(lint(L"S! ;K!V"), ElementsAre("warning B040 2:10", "B044 2:10"));
+    EXPECT_THAT(lint(L"S!K[!;V"), IsEmpty());
     EXPECT_THAT(lint(L"S!K;L!a=b!"), IsEmpty());
     EXPECT_THAT(lint(L"S!K!"), ElementsAre("B040 2:8"));
 

@@ -76,7 +76,8 @@ TEST_F(SettingRulesTest, TheNameOfTheUsersKeptSettingsIsTheAgents)
         EXPECT_THAT(Findings(tstrFile), ElementsAre("B065 0:0")) << tstrFile;
         ::DeleteFileW(m_update.PathOf(tstrFile).c_str());
     }
-    Write(m_tstrSetting + L"config.previous.20.xml", "");
+    for (const wchar_t* szOther : {L"config.previous.20.xml", L"config.previous.1.xml", L"config.previous.a.xml"})
+        Write(m_tstrSetting + szOther, "");
     Write(m_tstrSetting + L"Sync\\config.previous.xml", "");
     Write(L"Component\\p1\\Share\\Patterns\\config.previous.xml", "");
     EXPECT_THAT(Findings(), IsEmpty());

@@ -153,6 +153,13 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         EXPECT_THAT(verify(Format::eJson), HasSubstr("\"complete\" : true"));
         ::DeleteFileW(m_machine.PathOf(L"a.dll").c_str());
     }
+    // A value that the machine had before, and one that it never had, are as promised without the update.
+    for (const wchar_t* const szName : {L"Share\\UI\\a.dll", L"Share\\Setting\\config_DE-DE.xml"})
+        ::DeleteFileW(m_update.PathOf(std::wstring(L"Component\\p1\\") + szName).c_str());
+    Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c><a>1</a></c>");
+    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Had", RawText(L"y"));
+    Instruct(strMerge + "[QOR_REGISTRY_PATCH]\nadd_if_non=@!Had!REG_SZ!x\ndelete=@!Never\n");
+    EXPECT_THAT(Verify(Collect()), Contains(StartsWith("UNKNOWN config.xml")));
 }
 
 TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
@@ -315,11 +322,13 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     promises.folders.emplace_back(L"{InstalledDir}/Lang/");
     promises.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
     promises.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
-    EXPECT_THAT(Verify(promises),
-                UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy",
-                                     "DELETED C:\\ProgramData\\QvNone\\", "DELETED C:\\ProgramData\\qvnone*.x",
-                                     "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll", "NOT DELETED Sub\\b1.dll",
-                                     "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll", StartsWith("REFUSED")));
+    promises.deletions.push_back({L"{AppData}x", false, true});
+    EXPECT_THAT(
+        Verify(promises),
+        UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy", "DELETED C:\\ProgramData\\QvNone\\",
+                             "DELETED C:\\ProgramData\\qvnone*.x", "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll",
+                             "NOT DELETED Sub\\b1.dll", "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll",
+                             StartsWith("REFUSED"), StartsWith("REFUSED {AppData}x")));
 }
 
 TEST_F(VerifyTest, WhatARunKeepsForTheUserIsNotDeletedByAPattern)
