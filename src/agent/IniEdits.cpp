@@ -9,6 +9,7 @@
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <vector>
 
 using namespace KzCommon;
@@ -22,7 +23,10 @@ void StoreIniValue(const IniTarget& target, const std::wstring& tstrSection, con
 {
     if (!Storage::Ini::StoreValue(target.tstrWritten, tstrSection, tstrKey, tstrValue, patience)) {
         Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", ::GetLastError());
+        return;
     }
+    // A scanner that looks at the file after every change lets it go each time: it costs no change, however many.
+    patience.uRepetitions = std::max(patience.uRepetitions, Storage::kHeldRepetitions);
 }
 
 }  // namespace
