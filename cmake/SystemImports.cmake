@@ -7,6 +7,7 @@ set(kCoreImports
     "api-ms-win-core-registry-l1-1-0: RegCloseKey RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW
      RegFlushKey RegOpenKeyExW RegQueryValueExW RegSetValueExW"
     "api-ms-win-core-processthreads-l1-1-0: OpenProcessToken"
+    "ntdll: NtOpenFile RtlNtStatusToDosError"
     "api-ms-win-security-base-l1-1-0: GetSidSubAuthority GetSidSubAuthorityCount GetTokenInformation")
 # Every function of these is looked up at its first call, or all of them by LoadDelayedLibraries (src/runtime/DelayLoad.h).
 # Not for functions that take floating point numbers: the linker's stubs do not keep those.

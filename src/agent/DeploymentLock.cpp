@@ -4,6 +4,8 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 
+#include <sddl.h>
+
 using namespace KzCommon;
 
 namespace {
@@ -13,12 +15,22 @@ constexpr DWORD kPauseMs = 250;
 // ERROR_ACCESS_DENIED is also the answer for a file that is just being deleted by the run that ends.
 constexpr DWORD kDeletedWithinMs = 2000;
 
+// For administrators, the system and its owner only. Whoever could read a file that a power cut has left could keep it
+// open, and every run from changing anything.
+constexpr wchar_t kAccess[] = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;OW)";
+
 /// Opens the file; `dwError` is ERROR_SUCCESS when that is done. One that a power cut has left is taken over.
 UniqueFile OpenLock(const std::wstring& tstrPath, DWORD& dwError)
 {
     constexpr DWORD kFlags = FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT;
-    UniqueFile file(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS, kFlags, nullptr));
+    SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+    // Without a description of the rights the file has those of its folder.
+    ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1, &attributes.lpSecurityDescriptor,
+                                                           nullptr);
+    UniqueFile file(
+        ::CreateFileW(tstrPath.c_str(), GENERIC_WRITE | DELETE, 0, &attributes, OPEN_ALWAYS, kFlags, nullptr));
     dwError = file ? ERROR_SUCCESS : ::GetLastError();
+    ::LocalFree(attributes.lpSecurityDescriptor);
     return file;
 }
 

@@ -8,6 +8,7 @@
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
+#include <algorithm>
 #include <vector>
 
 using namespace KzCommon;
@@ -22,7 +23,10 @@ void StoreIniValue(Machine& machine, const IniTarget& target, const IniRecord& r
     if (!machine.StoreIniValue(target.tstrWritten, record.tstrSection, record.tstrKey, record.tstrValue, patience,
                                &dwError)) {
         Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", dwError);
+        return;
     }
+    // A scanner that looks at the file after every change lets it go each time: it costs no change, however many.
+    patience.uRepetitions = std::max(patience.uRepetitions, Storage::kHeldRepetitions);
 }
 
 /// A record that the machine is not asked to carry out.

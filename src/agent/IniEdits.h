@@ -30,8 +30,8 @@ struct IniTarget {
     std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
 };
 
-/// How often the changes of one file are tried again while others use it, all of them together: for five seconds. A
-/// scanner that looks at the file after every change must not use that up.
+/// How often the changes of one file are tried again while others use it, all of them together: for five seconds. After
+/// a change that has arrived at least kHeldRepetitions are left for the next one.
 inline constexpr unsigned kEditRepetitions = 50;
 
 /// Changes keys of an INI file and records the deployed version in it.

@@ -37,8 +37,13 @@ private:
     static constexpr DWORD kItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
 
     [[nodiscard]] static UniqueFile Open(const std::wstring& tstrPath, DWORD dwFlags, DWORD& dwError);
-    [[nodiscard]] bool Add(const Way& way, const std::function<UniqueFile(DWORD& dwError)>& open, DWORD* pdwError);
-    [[nodiscard]] static UniqueFile OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError);
+    [[nodiscard]] static UniqueFile OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError,
+                                               bool& bRefused);
+    using Opener = std::function<UniqueFile(DWORD& dwError, bool& bRefused)>;
+    [[nodiscard]] bool Add(const Opener& open, bool bWait, DWORD* pdwError);
+    [[nodiscard]] bool HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError);
+    [[nodiscard]] static bool IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove);
+    [[nodiscard]] static bool IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept;
     [[nodiscard]] static bool IsLinkOpen(HANDLE hFolder) noexcept;
     [[nodiscard]] static std::wstring FinalPathOf(HANDLE hFile);
 
@@ -61,7 +66,9 @@ inline UniqueFile HeldFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, 
     return folder;
 }
 
-inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError)
+/// Opens a folder and makes it where that is asked for; `bRefused` tells that nobody may make it, however long one
+/// waits.
+inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError, bool& bRefused)
 {
     UniqueFile folder = Open(tstrPath, kItself, dwError);
     const bool bMissing = dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
@@ -69,7 +76,8 @@ inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way
     // One that somebody else makes meanwhile is as good.
     const bool bMade = ::CreateDirectoryW(tstrPath.c_str(), way.pAttributes) != FALSE;
     dwError = bMade ? ERROR_SUCCESS : ::GetLastError();
-    return bMade || dwError == ERROR_ALREADY_EXISTS ? Open(tstrPath, kItself, dwError) : UniqueFile();
+    bRefused = !bMade && dwError != ERROR_ALREADY_EXISTS;
+    return bRefused ? UniqueFile() : Open(tstrPath, kItself, dwError);
 }
 
 /// Whether an open folder is a link: what IsLink() tells of its path, told of what is held. (Wine knows it by the path
@@ -96,16 +104,17 @@ inline std::wstring HeldFolder::FinalPathOf(HANDLE hFile)
     return tstrPath;
 }
 
-inline bool HeldFolder::Add(const Way& way, const std::function<UniqueFile(DWORD& dwError)>& open, DWORD* pdwError)
+inline bool HeldFolder::Add(const Opener& open, bool bWait, DWORD* pdwError)
 {
+    bool bRefused = false;
     const auto attempt = [&](DWORD& dwError) {
-        UniqueFile folder = open(dwError);
+        UniqueFile folder = open(dwError, bRefused);
         if (folder) m_folders.push_back(std::move(folder));
         return dwError == ERROR_SUCCESS;
     };
     DWORD dwError = ERROR_SUCCESS;
     if (TryWhileHeld(
-            attempt, [&] { return way.bWait; }, &dwError)) {
+            attempt, [&] { return bWait && !bRefused; }, &dwError)) {
         return true;
     }
     return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
@@ -113,39 +122,58 @@ inline bool HeldFolder::Add(const Way& way, const std::function<UniqueFile(DWORD
 
 inline bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way)
 {
-    const std::wstring tstrFull = FullPath(tstrFolder);
+    m_folders.clear();
+    return HoldAll(FullPath(tstrFolder), way, kMaxLinks, pdwError);
+}
+
+inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError)
+{
     const std::size_t uRoot = RootLength(tstrFull);
     std::wstring tstrPath = tstrFull.substr(0, uRoot) + L'\\';
-    const auto open = [&](DWORD& dwError) {
-        return OpenOrMake(tstrPath, way, dwError);
+    const auto open = [&](DWORD& dwError, bool& bRefused) {
+        return OpenOrMake(tstrPath, way, dwError, bRefused);
     };
-    const auto follow = [&](DWORD& dwError) {
+    const auto follow = [&](DWORD& dwError, bool&) {
         return Open(tstrPath, FILE_FLAG_BACKUP_SEMANTICS, dwError);
     };
-    m_folders.clear();
-    if (!Add(way, follow, pdwError)) return false;
+    if (!Add(follow, way.bWait, pdwError)) return false;
+    m_tstrFinalPath = FinalPathOf(m_folders.back().Get());
     // Each is looked at while it and those above it are held: what is said of it then stays true.
     for (std::size_t uEnd = uRoot; uEnd < tstrFull.size();) {
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
         tstrPath = tstrFull.substr(0, uEnd);
-        if (!Add(way, open, pdwError)) return false;
+        if (!Add(open, way.bWait, pdwError)) return false;
+        std::wstring tstrFinal = FinalPathOf(m_folders.back().Get());
+        if (!IsBelow(tstrFinal, m_tstrFinalPath)) return Fail(kStoppedOnLink, pdwError);
+        m_tstrFinalPath = std::move(tstrFinal);
         if (!IsLinkOpen(m_folders.back().Get()) && !IsLink(tstrPath)) continue;
         std::wstring tstrTarget;
-        if (!IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
-        // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link.
-        tstrPath = tstrTarget;
-        if (!Add(way, follow, pdwError)) return false;
+        if (uLinks == 0 || !IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
+        // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link, whose
+        // target's folders are held as well: they may be anybody's to change.
+        if (!HoldAll(FullPath(tstrTarget), {.bWait = way.bWait}, uLinks - 1, pdwError)) return false;
     }
-    m_tstrFinalPath = FinalPathOf(m_folders.back().Get());
     return true;
+}
+
+/// Whether a folder that was opened by its path is still where the one above it is: that one, though held, can become a
+/// junction after it was looked at. What a server makes of its paths cannot be told.
+inline bool HeldFolder::IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove)
+{
+    if (tstrFinal.empty() || tstrFinalAbove.empty() || tstrFinalAbove.starts_with(L"\\Device\\Mup")) return true;
+    return IsSamePath(tstrFinal.substr(0, tstrFinal.find_last_of(L'\\')), tstrFinalAbove);
+}
+
+inline bool HeldFolder::IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept
+{
+    return ::CompareStringOrdinal(tstrPath.c_str(), -1, tstrOther.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
 inline bool HeldFolder::IsHomeOf(HANDLE hFile) const
 {
     if (m_tstrFinalPath.empty()) return true;
     const std::wstring tstrFile = FinalPathOf(hFile);
-    const std::wstring tstrHome = tstrFile.substr(0, tstrFile.find_last_of(L'\\'));
-    return ::CompareStringOrdinal(tstrHome.c_str(), -1, m_tstrFinalPath.c_str(), -1, TRUE) == CSTR_EQUAL;
+    return IsSamePath(tstrFile.substr(0, tstrFile.find_last_of(L'\\')), m_tstrFinalPath);
 }
 
 }  // namespace KzCommon::Storage::Directory

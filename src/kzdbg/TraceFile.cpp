@@ -43,8 +43,11 @@ std::wstring TempFolder()
 /// of the protected sessions begins with the user's profile.
 std::wstring FolderOf(const DebugLogConfig& config)
 {
-    const std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
-    return KzCommon::Storage::Directory::FullPath(tstrFolder.empty() ? TempFolder() : tstrFolder) + L'\\';
+    std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
+    if (tstrFolder.empty()) tstrFolder = TempFolder();
+    // A drive alone is its root here, not the folder that happens to be current on it.
+    if (tstrFolder.ends_with(L':')) tstrFolder.push_back(L'\\');
+    return KzCommon::Storage::Directory::FullPath(tstrFolder) + L'\\';
 }
 
 /// Holds the folder of a trace file, made where it is missing. Whoever can put a link on the way to it would have

@@ -11,7 +11,7 @@ from brevantlab.prefix import BUILD, ROOT, VERSION
 SHIPPED = BUILD / 'release' / 'bin'
 HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
 # What every process of Windows has loaded. Whatever else a program imported would be mapped at each of its starts.
-CORE = re.compile(r'KERNEL32\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
+CORE = re.compile(r'KERNEL32\.dll|ntdll\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
 VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version resource
 WRITABLE = 1 << 31  # the flag of a section
 

@@ -64,6 +64,15 @@ class Dispatch(LabTest):
                     self.assertEqual((expected, failures), (code, [text for text in messages if text[0] == '!']))
                     self.assertNotIn('prepare', [STEPS.get(text) for text in messages])
 
+    def test_a_drive_alone_is_its_root_and_not_the_folder_that_is_current_on_it(self):
+        with SampleMachine() as machine:
+            machine.make_dir('C:\\Current')
+            for folder in ('C:', 'C:\\'):
+                machine.enable_trace(folder=folder)
+                machine.run(machine.install + 'Brevant.exe', cwd=machine.host('C:\\Current'))
+                self.assertTrue(machine.host('C:\\KZVLT_Brevant.log').is_file(), folder)
+                machine.host('C:\\KZVLT_Brevant.log').unlink()
+
     def test_libraries_of_windows_find_theirs_in_the_system_folder_only(self):
         with SampleMachine() as machine:
             machine.install_program(machine.install, standins=['Planted'])

@@ -6,6 +6,7 @@
 #include <sddl.h>
 #include <shlobj.h>
 #include <winioctl.h>
+#include <winternl.h>
 
 #include <cstring>
 #include <utility>
@@ -49,7 +50,7 @@ template <class Function>
 Function Real(const char* szName)
 {
     FARPROC pfn = nullptr;
-    for (const wchar_t* szModule : {L"kernel32.dll", L"advapi32.dll", L"shell32.dll"}) {
+    for (const wchar_t* szModule : {L"kernel32.dll", L"advapi32.dll", L"shell32.dll", L"ntdll.dll"}) {
         if (!pfn) pfn = ::GetProcAddress(::LoadLibraryW(szModule), szName);
     }
     return reinterpret_cast<Function>(reinterpret_cast<void*>(pfn));
@@ -119,12 +120,28 @@ REPLACED(CreateFileW, HANDLE,
          (LPCWSTR sz, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES p, DWORD dwHow, DWORD dwFlags, HANDLE h))
 {
     if (!MayPass("CreateFileW", dwAccess & (GENERIC_WRITE | DELETE) ? sz : nullptr)) return INVALID_HANDLE_VALUE;
-    if ((dwAccess & FILE_WRITE_ATTRIBUTES) && Fails("CreateFileW attributes", sz)) return INVALID_HANDLE_VALUE;
     PSID pOwner = nullptr;
     BOOL bDefaulted = FALSE;
     if (p && p->lpSecurityDescriptor) ::GetSecurityDescriptorOwner(p->lpSecurityDescriptor, &pOwner, &bDefaulted);
     if (pOwner && Fails("CreateFileW owner", sz)) return INVALID_HANDLE_VALUE;
     return REAL(CreateFileW)(sz, dwAccess, dwShare, p, dwHow, dwFlags, h);
+}
+
+// Its header does not say that it is imported: calls go to a function of that name.
+extern "C" NTSTATUS NTAPI NtOpenFile(PHANDLE ph, ACCESS_MASK access, POBJECT_ATTRIBUTES p, PIO_STATUS_BLOCK pStatus,
+                                     ULONG uShare, ULONG uOptions)
+{
+    constexpr auto kAccessDenied = static_cast<NTSTATUS>(0xC0000022);
+    const std::wstring tstrName(p->ObjectName->Buffer, p->ObjectName->Length / sizeof(wchar_t));
+    EXPECT_TRUE(tstrName.starts_with(L"\\??\\"));
+    if (!MayPass("NtOpenFile", tstrName.c_str() + 4)) return kAccessDenied;
+    return REAL(NtOpenFile)(ph, access, p, pStatus, uShare, uOptions);
+}
+
+REPLACED(Sleep, void, (DWORD dwMs))
+{
+    if (!s_pWatch || !s_pWatch->m_bHurry) return REAL(Sleep)(dwMs);
+    s_pWatch->m_dwPausedMs += dwMs;
 }
 
 REPLACED(GetFileSecurityW, BOOL,
@@ -212,15 +229,37 @@ REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
     return bLink ? dwAttributes | FILE_ATTRIBUTE_REPARSE_POINT : dwAttributes;
 }
 
+/// Where the watch's link leads, as GetFinalPathNameByHandleW tells it.
+static std::wstring FinalTarget(DWORD dwFlags)
+{
+    const std::wstring& tstrTarget = s_pWatch->m_tstrLinkTarget;
+    const std::wstring& tstrHome = s_pWatch->m_tstrSandbox;
+    std::wstring tstrFull = KzCommon::String::IsFullPath(tstrTarget) ? tstrTarget : tstrHome + tstrTarget;
+    if (tstrTarget.starts_with(L'\\')) tstrFull = tstrHome.substr(0, tstrHome.find(L'\\')) + tstrTarget;
+    const HANDLE hTarget =
+        REAL(CreateFileW)(tstrFull.c_str(), 0, 0, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    std::wstring tstrPath(1024, L'\0');
+    tstrPath.resize(REAL(GetFinalPathNameByHandleW)(hTarget, tstrPath.data(), 1024, dwFlags));
+    ::CloseHandle(hTarget);
+    return tstrPath;
+}
+
 REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD cch, DWORD dwFlags))
 {
     const DWORD cchDone = REAL(GetFinalPathNameByHandleW)(hFile, szPath, cch, dwFlags);
     if (cchDone >= cch) return cchDone;
     if (Fails("GetFinalPathNameByHandleW", szPath)) return 0;
-    if (!s_pWatch || s_pWatch->m_tstrVolume.empty()) return cchDone;
-    // A file in a mounted volume has the volume's path, not the path of the folder.
+    if (!s_pWatch) return cchDone;
+    // A file in a mounted volume has the volume's path, not the path of the folder; so with a link.
     std::wstring tstrPath = szPath;
-    KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
+    if (!s_pWatch->m_tstrVolume.empty()) {
+        KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
+    }
+    for (const std::wstring& tstrLink : {s_pWatch->m_tstrLink, s_pWatch->m_tstrSwapped}) {
+        const std::size_t uLink = tstrPath.find(L"\\" + tstrLink + L"\\");
+        if (tstrLink.empty() || s_pWatch->m_tstrLinkTarget.empty() || uLink == std::wstring::npos) continue;
+        tstrPath.replace(0, uLink + 1 + tstrLink.size(), FinalTarget(dwFlags));
+    }
     EXPECT_LT(tstrPath.size(), cch);
     szPath[tstrPath.copy(szPath, cch - 1)] = L'\0';
     return static_cast<DWORD>(tstrPath.size());

@@ -14,9 +14,8 @@
 using Judge = std::function<bool(std::string_view strCall, const std::wstring& tstrPlace)>;
 
 /// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass. Asked of the judged calls, and of some that only
-/// read: of a listing by the name before, of SetFileInformationByHandle by the class, of "CreateFileW owner" and
-/// "CreateFileW attributes" for a file that is to have an owner and for the right to write attributes, of
-/// "SetKernelObjectSecurity owner" without a place.
+/// read: of a listing by the name before, of SetFileInformationByHandle by the class, of "CreateFileW owner" for a file
+/// that is to have an owner, of "SetKernelObjectSecurity owner" without a place.
 using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
 
 /// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that
@@ -40,9 +39,12 @@ public:
     std::wstring m_tstrLink;        // every folder of this name is a symbolic link
     std::wstring m_tstrLinkRights;  // its owner and access list as text; empty for the folder's own
     std::wstring m_tstrLinkTarget;  // where it leads
+    std::wstring m_tstrSwapped;     // what is opened in a folder of this name lies behind the link as well
     std::wstring m_tstrVolume;      // the sandbox's folder of this name is a volume, mounted at the sandbox's "Mount"
     std::wstring m_tstrForeign;     // every file of this name belongs to the system
     bool m_bRenamesAtOnce = false;  // the system knows FileRenameInfoEx
+    bool m_bHurry = false;          // pauses of the code under test take no time, but are counted
+    mutable DWORD m_dwPausedMs = 0;
 
     // The delayed moves and deletions that the system has not been told of, in the order in which they were asked for:
     // "source > destination", the sandbox folder left out.

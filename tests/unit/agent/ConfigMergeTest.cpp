@@ -97,6 +97,7 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     for (const DWORD dwLinkCode : {ERROR_INVALID_FUNCTION, ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
         KzCommon::UniqueFile held = Hold(L"config.xml");
         SystemWatch watch(m_install.Path());
+        watch.m_bHurry = true;
         watch.m_fault = [&](std::string_view strCall, auto&&...) {
             return strCall == "CreateHardLinkW" ? dwLinkCode : ERROR_SUCCESS;
         };

@@ -10,6 +10,25 @@ protected:
     {
         return ::GetFileAttributesW(m_install.PathOf(L"Brevant.lock").c_str()) != INVALID_FILE_ATTRIBUTES;
     }
+    /// Whether the access control list of the lock, open to be read, names somebody.
+    [[nodiscard]] bool MayRead(WELL_KNOWN_SID_TYPE eWho) const
+    {
+        std::vector<BYTE> descriptor(1024), sid(SECURITY_MAX_SID_SIZE);
+        DWORD cb = 0, cbSid = SECURITY_MAX_SID_SIZE;
+        BOOL bPresent = FALSE, bDefaulted = FALSE;
+        PACL pList = nullptr;
+        EXPECT_TRUE(::CreateWellKnownSid(eWho, nullptr, sid.data(), &cbSid));
+        EXPECT_TRUE(::GetFileSecurityW(m_install.PathOf(L"Brevant.lock").c_str(), DACL_SECURITY_INFORMATION,
+                                       descriptor.data(), 1024, &cb));
+        EXPECT_TRUE(::GetSecurityDescriptorDacl(descriptor.data(), &bPresent, &pList, &bDefaulted));
+        bool bNamed = !pList;
+        for (DWORD uEntry = 0; pList && uEntry < pList->AceCount; ++uEntry) {
+            void* pEntry = nullptr;
+            EXPECT_TRUE(::GetAce(pList, uEntry, &pEntry));
+            bNamed = bNamed || ::EqualSid(&static_cast<ACCESS_ALLOWED_ACE*>(pEntry)->SidStart, sid.data());
+        }
+        return bNamed;
+    }
     const std::string m_strLine = "DeploymentLock::Take() - ";
 };
 
@@ -20,6 +39,7 @@ TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstAndNotForGood)
     DeploymentLock first;
     ASSERT_TRUE(first.Take(m_install.Path()));
     EXPECT_TRUE(IsThere());
+    EXPECT_FALSE(MayRead(WinWorldSid) || MayRead(WinBuiltinUsersSid)) << "who may could keep it open";
     DeploymentLock second;
     EXPECT_FALSE(second.Take(m_install.Path(), 300));
     EXPECT_EQ(CountTraced("@@@ " + m_strLine + "another run changes [" + m_strInstall + "] and is waited for."), 1);

@@ -13,6 +13,8 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
     for (const wchar_t* szName : {L"a.dll", L"b.dll", L"c.dll", L"d.txt", L"f.dll\\e.dll"}) m_install.Write(szName, "");
     ::SetFileAttributesW(m_install.PathOf(L"c.dll").c_str(), FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
     const KzCommon::UniqueFile held = Hold(L"a.dll");
+    SystemWatch watch(m_install.Path());
+    watch.m_bHurry = true;
     PerformFileOperation(m_run, L"{InstalledDir}f.dll\\..\\*.dll", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"a.dll", L"d.txt", L"f.dll\\", L"f.dll\\e.dll"));
     EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
@@ -191,4 +193,32 @@ TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
         EXPECT_EQ(bFollowed, m_install.Read(L"Link\\Deep\\f") == std::nullopt);
         std::filesystem::remove_all(m_install.PathOf(L"Link\\New"));
     }
+}
+
+TEST_F(FileOperationsTest, AFolderThatMayNotBeMadeIsNotWaitedFor)
+{
+    SystemWatch watch(m_install.Path());
+    watch.m_bHurry = true;
+    watch.m_fault = [](std::string_view strCall, auto&&) -> DWORD {
+        return strCall == "CreateDirectoryW" ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    };
+    PerformFileOperation(m_run, L"{InstalledDir}New\\Deep", op_dir_add);
+    EXPECT_EQ(CountTraced("!!! Failed to create directory '" + m_strInstall + "New\\Deep', error = 5."), 1);
+    EXPECT_EQ(watch.m_dwPausedMs, 0U);
+}
+
+TEST_F(FileOperationsTest, AFolderThatBecomesALinkAfterItWasLookedAtIsNotFollowed)
+{
+    m_install.Write(L"Users\\Deep\\f", "");
+    m_install.MakeFolder(L"Real\\Deep");
+    SystemWatch watch(m_install.Path());
+    watch.m_tstrLinkTarget = m_install.PathOf(L"Real");
+    watch.m_fault = [&](std::string_view strCall, const std::wstring& tstrPlace) {
+        // Somebody puts a link there as soon as the folder itself has been opened and its path asked for.
+        if (strCall == "GetFinalPathNameByHandleW" && tstrPlace.ends_with(L"\\Users")) watch.m_tstrSwapped = L"Users";
+        return DWORD{ERROR_SUCCESS};
+    };
+    PerformFileOperation(m_run, L"{InstalledDir}Users\\Deep\\f", op_file_delete_now);
+    EXPECT_EQ(CountTraced(EndsWith("error = 681.")), 1);
+    EXPECT_EQ(m_install.Read(L"Users\\Deep\\f"), "");
 }
