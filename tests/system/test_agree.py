@@ -1,0 +1,39 @@
+"""What a run does is what was planned, on the cases in which the two once differed and on random updates; any number of
+these: tools/agree.sh."""
+import unittest
+
+from brevantlab.agree import AgreementMachine, State, disagreements
+from brevantlab.expect import LabTest, shown
+from brevantlab.random_update import known_cases, random_scenario
+
+SEEDS = range(1, 21)
+RESTARTED = 10  # every so many
+
+
+class Agree(LabTest):
+    def test_plan_and_run_agree(self):
+        machine = self.enterContext(AgreementMachine())
+        for number, scenario in enumerate([*known_cases(), *map(random_scenario, SEEDS)], 1):
+            with self.subTest(scenario=scenario.name):
+                found = machine.try_scenario(scenario, restart=number % RESTARTED == 0)
+                self.assertFalse(found, shown(found))
+
+    def test_a_disagreement_is_told(self):
+        def state(**parts):
+            return State(**{'files': {}, 'folders': set(), 'values': {}, 'moves': [], 'commands': [], **parts})
+        move = {'action': 'move', 'outcome': 'new', 'atRestart': True, 'source': 'C:\\a', 'target': 'C:\\b'}
+        value = {'action': 'writeValue', 'outcome': 'new', 'atRestart': False, 'target': 'HKEY_LOCAL_MACHINE\\K',
+                 'name': 'N', 'new': '1'}
+        for planned, after, told in (
+                ([], state(files={'c:\\a': b'x'}), 'file c:\\a: not expected'),
+                ([], state(commands=['x']), 'command 0: not expected'),
+                ([move], state(), 'pending move 0'),
+                ([{**move, 'outcome': 'fail'}], state(), 'pending move 0'),
+                ([value], state(values={('hklm\\k', 'n'): '2'}), 'value hklm\\k : n: expected'),
+                ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
+            with self.subTest(told):
+                self.assertIn(told, '\n'.join(disagreements(state(), planned, after, asked=False)))
+
+
+if __name__ == '__main__':
+    unittest.main()

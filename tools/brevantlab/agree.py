@@ -1,0 +1,359 @@
+"""Whether a run does what "BrevantCheck plan" said it would, on random updates and machines (tools/agree.sh).
+
+    with AgreementMachine() as machine:
+        disagreements = machine.try_scenario(random_scenario(17), restart=True)
+
+One machine serves for many scenarios: its files and its registry are put back between them.
+"""
+import argparse
+import dataclasses
+import itertools
+import json
+import os
+import pathlib
+import re
+import shutil
+import sys
+import time
+from typing import Any, Iterable, Iterator, Optional
+
+from . import prefix as prefixes, registry
+from .expect import differences
+from .layouts import SAMPLES, Files
+from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
+from .random_update import INSTALLS, Scenario, known_cases, random_scenario
+from .standins import CANCEL, Question
+
+PlannedChange = dict[str, Any]  # as "plan --format json" has it
+
+# What a run may touch; C:\ itself without what is below it.
+PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C:\\Other\\', 'C:\\Kazmere\\', 'D:\\')
+ROOT_FILES = re.compile(r'c:\\[^\\]*\.(sys|ini|htm|dll|dll0|dat|old|xml)')
+# What the programs and the stand-ins themselves write.
+NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\brevant\.lock|.*\.debug')
+KEY = 'HKLM\\Software\\Kazmere'
+TICK = 'frwkdeploytick'  # the time of the run
+MOST_BYTES = 1 << 20  # of a file whose content is compared: the programs are larger
+DOS_ATTRIBUTES = {'r': 1, 'h': 2}
+
+
+@dataclasses.dataclass
+class State:
+    """What a run can change."""
+    files: Files  # by path in small letters
+    folders: set[str]
+    values: dict[tuple[str, str], str]  # by key and name in small letters
+    moves: list[tuple[str, str]]
+    commands: list[str]
+
+
+def files_of(machine: Machine) -> tuple[Files, set[str]]:
+    """The files and folders that a run can change."""
+    files: Files = {}
+    folders = set()
+    for place in PLACES:
+        home = machine.host(place)
+        for path in home.rglob('*') if home.is_dir() else ():
+            name = (place + str(path.relative_to(home)).replace('/', '\\')).lower()
+            if path.is_dir():
+                folders.add(name)
+            elif not NOT_COMPARED.fullmatch(name):
+                size = path.stat().st_size
+                files[name] = path.read_bytes() if size < MOST_BYTES else f'{size} bytes'.encode()
+    for path in machine.host('C:\\').iterdir():
+        if path.is_file() and ROOT_FILES.fullmatch('c:\\' + path.name.lower()):
+            files['c:\\' + path.name.lower()] = path.read_bytes()
+    return files, folders
+
+
+def state_of(machine: Machine, keys: Iterable[str] = (KEY,)) -> State:
+    """The machine as it is, with the values of these keys and of those below."""
+    values = {place: data for key in keys for place, data in _flat(key, machine.read_tree(key)).items()}
+    return State(*files_of(machine), values, machine.pending_moves(),
+                 sorted(map(str, machine.values(RUN_ONCE).values())))
+
+
+def _flat(key: str, tree: registry.Tree) -> dict[tuple[str, str], str]:
+    return {(f'{key}\\{below}'.rstrip('\\').lower(), name.lower()): str(data)
+            for below, values in tree.items() for name, (_, data) in values.items()}
+
+
+def changes_of(output: str) -> list[PlannedChange]:
+    """The changes of a plan in JSON."""
+    return [change for step in json.loads(output)['steps'] for change in step['changes']]
+
+
+def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, list[PlannedChange]]:
+    """What the machine is to be after the run and before the restart, and the changes of contents: they say what is
+    in a file afterwards, not the whole file."""
+    after = State(dict(before.files), set(before.folders), dict(before.values), list(before.moves), list(before.commands))
+    edits = []
+    for change in changes:
+        action, target = change['action'], change['target'].rstrip('\\')
+        happens = change['outcome'] not in ('stay', 'fail')
+        if action == 'move' or action == 'stage' and happens:
+            after.moves.append((change.get('staged', change['source']), '!' + change['target']))
+        if action in ('writeValue', 'deleteValue') and change['outcome'] != 'fail':
+            place = target.replace('HKEY_LOCAL_MACHINE', 'HKLM').lower(), change.get('name', '').lower()
+            data = change.get('old' if change['outcome'] == 'stay' else 'new')
+            if data is None:
+                after.values.pop(place, None)
+            else:
+                after.values[place] = data
+        elif not happens:
+            continue
+        elif action == 'createFolder':
+            after.folders |= _with_parents(target)
+        elif action in ('copy', 'stage', 'keep'):
+            source = change['source'].lower()
+            after.files[change.get('staged', target).lower()] = after.files.get(source, b'no such file')
+        elif action == 'delete' and change['atRestart']:
+            after.moves.append((change['target'], ''))
+        elif action == 'delete':
+            after.files.pop(target.lower(), None)
+        elif action == 'runOnce':
+            after.commands.append(change['target'])
+        elif action in ('writeIni', 'carryOver'):
+            edits.append(change)
+    after.commands.sort()
+    return after, edits
+
+
+def _with_parents(path: str) -> set[str]:
+    """A folder and those above it, as Windows reads its path."""
+    names: list[str] = []
+    for name in path.lower().replace('/', '\\').split('\\'):
+        if name == '..':
+            names.pop()
+        elif plain := name.rstrip('. '):
+            names.append(plain)
+    return {'\\'.join(names[:count]) for count in range(2, len(names) + 1)}
+
+
+def disagreements(before: State, changes: list[PlannedChange], after: State, asked: bool) -> Iterator[str]:
+    """Where a run did not do what was planned."""
+    expected, edits = expected_state(before, changes)
+    edited = {edit['target'].lower() for edit in edits}
+    for path in edited:
+        expected.files[path] = after.files.get(path, b'')
+    for place, data in after.values.items():
+        if place[1] == TICK and place in expected.values:
+            expected.values[place] = data
+    # Windows makes what it can of a path that it then refuses.
+    made = {folder for change in changes if change['action'] == 'createFolder' and change['outcome'] == 'fail'
+            for folder in _with_parents(change['target'])}
+    compared = {
+        'file': (expected.files, after.files),
+        'value': (_named(expected.values), _named(after.values)),
+        'folder': (_of_updates(expected.folders - made), _of_updates(after.folders - made)),
+        'pending move': (sorted(expected.moves), sorted(after.moves)),
+        'command': (expected.commands, after.commands),
+        'question': ([any(change['action'] == 'ask' and change['outcome'] != 'fail' for change in changes)], [asked])}
+    for what, (planned, found) in compared.items():
+        yield from (f'{what} {line}' for line in differences(planned, found))
+    yield from _wrong_edits(edits, after)
+
+
+def _of_updates(folders: set[str]) -> set[str]:
+    """Those that records can name; the trace makes some of its own."""
+    return {folder for folder in folders if folder.startswith(('c:\\kazmere\\', 'd:\\', 'c:\\other\\',
+                                                               'c:\\programdata\\kazmere\\'))}
+
+
+def _named(values: dict[tuple[str, str], str]) -> dict[str, str]:
+    return {' : '.join(place): data for place, data in values.items()}
+
+
+def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
+    last = {(edit['action'], edit['target'].lower(), edit['name'].lower()): edit for edit in edits}
+    for (action, path, _), edit in last.items():
+        content, value = after.files.get(path), edit.get('new')
+        if content is None:
+            yield f'file {path}: not there to be changed'
+        if content is None or value is None:
+            continue  # a secret's; without a file there is nothing to look at
+        text = content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8', 'replace')
+        if action == 'writeIni' and f'{edit["name"].partition("] ")[2]}={value}' not in text.splitlines():
+            yield f'file {path}: {edit["name"]} is not {value!r}'
+        if action == 'carryOver' and not re.search(f'<{edit["name"].rpartition("/")[2]}[^>]*>{re.escape(value)}<', text):
+            yield f'file {path}: {edit["name"]} is not {value!r}'
+
+
+def arrivals(before: State, changes: list[PlannedChange], after: State) -> Iterator[str]:
+    """Where the restart did not do what was planned."""
+    last = {change['target'].rstrip('\\').lower(): change for change in changes if change['atRestart']}
+    for path, change in last.items():
+        action, outcome = change['action'], change['outcome']
+        if action == 'delete' and outcome == 'remove' and (path in after.files or path in after.folders):
+            yield f'after the restart {path}: not removed'
+        if action in ('move', 'stage') and outcome in ('new', 'replace') and path not in after.files:
+            yield f'after the restart {path}: did not arrive'
+        if action in ('move', 'stage') and outcome == 'fail' and after.files.get(path) != before.files.get(path):
+            yield f'after the restart {path}: arrived'
+
+
+class AgreementMachine(Machine):
+    """A machine on which one scenario after the other is tried."""
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.add_drive('D')
+        for install in INSTALLS:
+            self.install_program(install, standins=[Question.LIBRARY])
+        self.kept = self.root / 'programs'
+        shutil.copytree(self.host(INSTALLS[0]), self.kept)
+
+    def try_scenario(self, scenario: Scenario, restart: bool = False) -> list[str]:
+        """Where plan and run, and with a restart what arrives, differ."""
+        self._set_up(scenario)
+        install = scenario.install
+        checker = install + 'BrevantCheck.exe'
+        for _ in range(scenario.earlier_runs):
+            self.run(install + 'Brevant.exe', '/DeployFramework')
+        before = state_of(self) if scenario.earlier_runs else self._fresh_state()
+        code, output = self.run(checker, 'plan', install.rstrip('\\'), '--format', 'json')
+        if code != 0:
+            return [f'plan ends with {code}: {output}']
+        changes = changes_of(output)
+        manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
+        found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
+        self._forget_traces()
+        code = self.run(install + 'Brevant.exe', '/DeployFramework').code
+        asked = bool(Question(self, install).asked())
+        found += disagreements(before, changes, state_of(self), asked)
+        if restart:
+            found += self._try_restart(scenario, before, changes, manifest)
+        return found
+
+    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange], manifest: str) -> list[str]:
+        run_once = registry.long_key(RUN_ONCE)  # the new name is another test's
+        self.import_reg(f'[-{run_once}]\n[{run_once}]')
+        self.read_tree(RUN_ONCE)
+        self.restart()
+        found = list(arrivals(before, changes, state_of(self)))
+        missing = [name for name in ('BrevantCheck.exe', 'libexpat.dll') if not self.host(scenario.install + name).exists()]
+        if missing or not manifest.startswith('{'):
+            return found
+        self.write('C:\\update.json', manifest)
+        result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', 'C:\\update.json', '--format', 'json',
+                          errors=False)
+        if not result.output.startswith('{'):
+            return found + [f'verify ends with {result.code}: {result.output}']
+        happens = {change['target'].rstrip('\\').lower(): change['outcome'] not in ('fail', 'unknown')
+                   for change in changes if change['action'] in ('move', 'stage')}
+        for answer in json.loads(result.output)['answers']:
+            path = answer['what'].lower()
+            if answer['verdict'] in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
+                found.append(f'verify: {answer["verdict"]} {path}, planned to arrive')
+            if answer['verdict'] == 'ARRIVED' and happens.get(path) is False:
+                found.append(f'verify: ARRIVED {path}, planned to fail')
+        return found
+
+    # -- between two scenarios --
+
+    def _set_up(self, scenario: Scenario) -> None:
+        for place in (*PLACES, 'C:\\ProgramData\\Kazmere'):
+            self._clear(place)
+        for file in list(self.host('C:\\').iterdir()):
+            if file.is_file() and ROOT_FILES.fullmatch('c:\\' + file.name.lower()):
+                file.unlink()
+        home = self.host(scenario.install)
+        home.mkdir(parents=True, exist_ok=True)
+        for program in self.kept.iterdir():
+            shutil.copy2(program, home)
+        self.make_dir('C:\\windows\\Temp')
+        for path, content in scenario.files.items():
+            if not path.endswith('QorPaFrwk.ini'):
+                self._write(path, content)
+        self._write(scenario.install + 'QorPaFrwk.ini', scenario.instructions())
+        for folder in scenario.folders:
+            if not self.host(folder).exists():
+                self.make_dir(folder)
+        for path, letters in scenario.attributes.items():
+            _set_attributes(self.host(path), letters)
+        self._set_registry(scenario)
+        Question(self, scenario.install).answer(CANCEL)
+
+    def _write(self, path: str, content: bytes) -> None:
+        if not self.host(path).is_dir() and not any(parent.is_file() for parent in self.host(path).parents):
+            self.write(path, content)
+
+    def _clear(self, place: str) -> None:
+        home = self.host(place)
+        for entry in home.iterdir() if home.is_dir() else ():
+            prefixes.remove_tree(entry) if entry.is_dir() and not entry.is_symlink() else entry.unlink()
+
+    def _set_registry(self, scenario: Scenario) -> None:
+        lines = [f'[-{registry.long_key(key)}]' for key in (KEY, RUN_ONCE)] + [f'[{registry.long_key(RUN_ONCE)}]']
+        lines += [f'[{registry.long_key(SESSION_MANAGER)}]', '"PendingFileRenameOperations"=-']
+        self.import_reg('\n'.join(lines))
+        self.import_reg((SAMPLES / 'installed' / 'registry.reg').read_text('utf-8'))
+        self.set_value(SETTINGS, 'ProductPath', scenario.install.rstrip('\\'))
+        self.set_value(SETTINGS, 'Language', scenario.language)
+        for key, name, data in scenario.values:
+            self.set_value(key, name, data)
+
+    def _forget_traces(self) -> None:
+        for file in self.host('C:\\Trace').rglob('*.log'):
+            file.unlink()
+
+    def _fresh_state(self) -> State:
+        """As it was set up, which takes no program of the machine."""
+        home, lines, of_product = f'[{registry.long_key(KEY)}'.lower(), [], False
+        for line in self._settings:
+            of_product = line.lower().startswith(home) if line.startswith('[') else of_product
+            lines += [line] if of_product else []
+        return State(*files_of(self), _flat(KEY, registry.parse('\n'.join(lines), KEY)), [], [])
+
+
+def _set_attributes(file: pathlib.Path, letters: str) -> None:
+    if not file.is_file():
+        return
+    if 'h' in letters:  # where Wine keeps it
+        os.setxattr(file, 'user.DOSATTRIB', f'0x{sum(DOS_ATTRIBUTES[letter] for letter in letters):x}'.encode())
+    if 'r' in letters:
+        file.chmod(0o444)
+
+
+def keep(scenario: Scenario, folder: pathlib.Path) -> None:
+    """Writes a scenario to a folder of the host: its files, and what else there is about it."""
+    home = folder / re.sub(r'[^\w.-]+', '-', scenario.name)
+    for path, content in {**scenario.files, scenario.install + 'QorPaFrwk.ini': scenario.instructions()}.items():
+        file = home / path.replace(':', '').replace('\\', '/')
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(content)
+    rest = {field: repr(getattr(scenario, field)) for field in ('install', 'language', 'folders', 'attributes', 'values',
+                                                                'earlier_runs')}
+    (home / 'scenario.json').write_text(json.dumps(rest, indent=2) + '\n', 'utf-8')
+
+
+def main(arguments: Optional[list[str]] = None) -> int:
+    parser = argparse.ArgumentParser(prog='tools/agree.sh', description='Compares "BrevantCheck plan" with what a run '
+                                     'then does, on random updates and machines. Exit code: 0 they agree, 1 not.')
+    parser.add_argument('--seeds', type=int, default=50, metavar='N', help='how many random updates (50)')
+    parser.add_argument('--first', type=int, default=1, metavar='S', help='the number of the first (1)')
+    parser.add_argument('--restart-every', type=int, default=10, metavar='N',
+                        help='every N-th one is restarted and verified (10); 0: none')
+    parser.add_argument('--cases', action='store_true', help='the known cases as well')
+    parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='writes updates that disagree to this folder')
+    options = parser.parse_args(arguments)
+    scenarios = itertools.chain(known_cases() if options.cases else (),
+                                map(random_scenario, range(options.first, options.first + options.seeds)))
+    tried, failed, start = 0, 0, time.monotonic()
+    with AgreementMachine() as machine:
+        for scenario in scenarios:
+            tried += 1
+            restart = options.restart_every and tried % options.restart_every == 0
+            if found := machine.try_scenario(scenario, bool(restart)):
+                failed += 1
+                print('\n  '.join([f'{scenario.name}: plan and run disagree', *found[:12]]), flush=True)
+                if options.keep:
+                    keep(scenario, options.keep)
+    seconds = time.monotonic() - start
+    print(f'{tried - failed} of {tried} agree, {seconds / max(tried, 1):.1f} s each')
+    return int(failed > 0)
+
+
+if __name__ == '__main__':
+    BUILD.mkdir(exist_ok=True)
+    sys.exit(main())

@@ -1,0 +1,274 @@
+"""Random updates on random machines, each made from its number; and the cases in which plan and run once differed.
+
+    scenario = random_scenario(17)
+    for scenario in known_cases(): ...
+"""
+import dataclasses
+import random
+from typing import Callable, Optional, Sequence
+
+from .layouts import MARKER, PRODUCT_PACKAGE, RESOURCE_PACKAGE, Files, folders, sample_files
+from .machine import SETTINGS
+from .registry import Data
+
+INSTALLS = ('C:\\Kazmere\\', 'D:\\Kazmere\\')
+KEY = 'SOFTWARE\\Kazmere\\KZVLT'
+Section = list[str]
+
+
+@dataclasses.dataclass
+class Scenario:
+    """An installed product with a downloaded update, and whatever else is on its machine."""
+    name: str
+    install: str = INSTALLS[0]
+    language: str = 'EN-US'
+    files: Files = dataclasses.field(default_factory=dict)  # by Windows path
+    folders: list[str] = dataclasses.field(default_factory=list)
+    attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: of "r" (read-only), "h" (hidden)
+    values: list[tuple[str, str, Data]] = dataclasses.field(default_factory=list)  # key, name, data
+    sections: dict[str, Section] = dataclasses.field(default_factory=dict)  # of the instruction file: its lines
+    earlier_runs: int = 0  # before the one that is planned
+
+    def __post_init__(self) -> None:
+        if not self.files:
+            for files in sample_files(self.install):
+                self.files |= files
+        self.product = folders(self.install)['product']
+        self.share = folders(self.install)['share']
+
+    def put(self, path: str, text: str = '') -> str:
+        """A file with a content of its own, its line ends as they are."""
+        self.files[path] = (text or f'content of {path}').encode('utf-8')
+        return path
+
+    def instructions(self) -> bytes:
+        """The instruction file."""
+        text = ''.join(f'[{name}]\n' + ''.join(f'{line}\n' for line in lines) for name, lines in self.sections.items())
+        return text.replace('\n', '\r\n').encode('utf-16')
+
+
+Change = Callable[[Scenario], None]
+
+
+def _records(**sections: Sequence[str]) -> Change:
+    def change(scenario: Scenario) -> None:
+        # Both sections are needed for any removal.
+        scenario.sections = {'QOR_DIR': ['add={InstalledDir}'], 'QOR_FILE': ['delete={InstalledDir}*.none']}
+        for name, lines in sections.items():
+            scenario.sections.setdefault(name, []).extend(lines)
+    return change
+
+
+def _leftovers(scenario: Scenario) -> None:
+    for name in ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished', 'config.xml', 'UpdateInfo.ini',
+                 '~kzcomn-000000d4.tmp', 'qorshcut.xml'):
+        scenario.put(f'{scenario.share}Setting\\{name}')
+    _records(UPDATE_INFO=['modify=A!B!1'], QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
+
+
+def _made_package(scenario: Scenario) -> None:
+    scenario.files = {path: content for path, content in scenario.files.items() if '\\Share\\Task\\' not in path}
+    _records(QOR_DIR=['add={UdComponentsSrcDir}Share\\Task', 'add={InstalledDir}Component\\' + RESOURCE_PACKAGE])(
+        scenario)
+
+
+def _moved_away(scenario: Scenario) -> None:
+    scenario.folders.append('C:\\Other\\Place')
+    _records(QOR_REGISTRY_PATCH=[f'add={KEY}!ProductPath!REG_SZ!C:\\Other\\Place'],
+             Run=['SysRunOnce=cmd.exe /c echo {InstalledDir}'], UPDATE_INFO=['modify=A!B!1'])(scenario)
+
+
+def _deleted_source(scenario: Scenario) -> None:
+    scenario.put(scenario.share + 'UI\\panel.dll')
+    _records(QOR_FILE=['delete_now={UdComponentsSrcDir}Share\\UI\\panel.dll'])(scenario)
+
+
+def _hidden_drivers(scenario: Scenario) -> None:
+    _records()(scenario)
+    driver = folders(scenario.install)['package'] + 'Driver\\'
+    scenario.attributes |= {driver + 'kbfilter.sys': 'h', scenario.install + 'Driver\\kbfilter.sys': 'h'}
+    scenario.put('C:\\kbfilter.ini')
+    scenario.attributes['C:\\kbfilter.ini'] = 'h'
+
+
+def _refused_language_file(scenario: Scenario) -> None:
+    _records(QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
+    setting = scenario.share + 'Setting\\'
+    scenario.folders.append(setting + 'readme.htm')
+    scenario.put(setting + 'qorshcut.xml')
+    scenario.attributes[setting + 'qorshcut.xml'] = 'h'
+    scenario.put(setting + 'config.xml')
+    scenario.attributes[setting + 'config.xml'] = 'rh'
+
+
+_CASES: dict[str, Change] = {
+    'leftovers in the download folder': _leftovers,
+    'a package folder that a record creates': _made_package,
+    'ProductPath written by a record': _moved_away,
+    'folders that cannot be created': _records(QOR_DIR=[
+        'add={InstalledDir}bad|name', 'add={InstalledDir}readme.htm\\below', 'add={InstalledDir}con', 'add=Relative',
+        'add={InstalledDir}New\\bad?\\deep', 'add=Q:\\nowhere', 'add={InstalledDir}dots...', 'add={InstalledDir}a/b']),
+    'a folder is deleted into which files move': _records(QOR_DIR=['delete={InstalledDir}Task']),
+    'the source of a file is deleted at once': _deleted_source,
+    'hidden drivers': _hidden_drivers,
+    'a refused copy of the language file': _refused_language_file,
+}
+
+
+def known_cases(installs: Sequence[str] = INSTALLS) -> list[Scenario]:
+    """The cases in which plan and run once differed, on each drive."""
+    cases = []
+    for install in installs:
+        for name, change in _CASES.items():
+            cases.append(Scenario(f'{name}, {install[:2]}', install))
+            change(cases[-1])
+    return cases
+
+
+class _Maker:
+    """Makes the parts of one random scenario."""
+    PLACES = ('{InstalledDir}',) * 6 + ('{UdComponentsSrcDir}',) * 3 + (
+        '{InstallerLogDir}', '{InteractiveLogDir}', '{ServiceLogDir}', '{ProtectedLogDir}', 'C:\\Other\\',
+        'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\')
+    FOLDERS = ('Policy', 'Task', 'Legacy', 'Lang', 'New\\Deep\\Deeper', 'Resource', 'Resource\\images', 'Patterns',
+               'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang', 'bad|name',
+               'end ', 'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
+               'a:b', 'QorFirefoxExt', 'wild*')
+    PATTERNS = ('*.old', 'Keystride*.dll', 'panel.dll', '*.htm', '?anel.dll', 'readme.*', 'none*', 'Share\\UI\\panel.dll',
+                'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
+                'Share\\Setting\\config*', 'Legacy\\*', 'Legacy', '', 'bad|name', 'Task\\*.task', 'Nowhere\\*',
+                'Nowhere\\a.dll', '*.HTM', 'readme.htm\\*', 'Legacy\\\\*', 'a:b', '*.dll0', 'extra?.dat', '**', '*.unfinished')
+    KEYS = (KEY + '\\Vault',) * 6 + (
+        'SOFTWARE\\Kazmere\\New', 'SOFTWARE\\Kazmere\\New\\Deep', KEY, KEY.lower() + '\\VAULT', '\\' + KEY, KEY + '\\',
+        KEY + '\\\\Double', KEY + '\\' + 'k' * 256, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '')
+    NAMES = ('Theme', 'IdleMinutes', 'KeystrideToolbar', 'theme', '(Default)', 'New', 'Second', 'Language', 'Mark', 'Big',
+             ' ', 'a b', 'Überblick')
+    TYPES = ('REG_SZ',) * 4 + ('REG_DWORD',) * 4 + ('REG_QDWORD', 'REG_MULTI_SZ', 'REG_QWORD', 'reg_sz', '')
+    DATA = ('1', '60', '0x10', '-1', '4294967295', '4294967296', 'dark', 'light', '{InstalledDir}readme.htm', '', ' 5',
+            'a!b', '3943305780', '!!default_val!REG_SZ!!', '{ServiceLogDir}x', '5368709120', '"quoted"')
+    EDITS = ('COMPONENT_LIST!Component101_Version!3.9.0.1105', 'New!Key!1', 'New!Key!2', 'COMPONENT_LIST!OnlyAKey', '!',
+             'A!B!', 'A!B!a!b', 'New!key!3', 'COMPONENT_LIST!Note!{InstalledDir}', 'A!B!"quoted"', 'A!B! space ',
+             'A!"B"!1', 'COMPONENT_LIST!Note!Überblick', 'COMPONENT_LIST!Component101_DownloadPath!other',
+             'A]!B!1', 'component_list!component101_version!4', 'A!;B!1', ' New! Key !5')
+    SETTINGS = ('/ProxySettings/Enable', '/ProxySettings/Server', '/ProxySettings/Port', '/ProxySettings/Password',
+                '/No/Such', '//', '/', '', 'ProxySettings/Enable', '/ProxySettings', '/proxysettings/enable',
+                '/ProxySettings/Enable/', '/ProxySettings//Port')
+    COMMANDS = ('cmd.exe /c echo {InstalledDir}', 'cmd.exe /c echo cut! off', 'cmd.exe /c echo 1', 'cmd.exe /c echo 1',
+                '{UdComponentsSrcDir}none.exe')
+
+    def __init__(self, seed: int) -> None:
+        self.random = random.Random(seed)
+        choose = self.random.choice
+        self.scenario = Scenario(f'seed {seed}', choose(INSTALLS),
+                                 choose(('EN-US', 'EN-US', 'DE-DE', 'ja-jp', 'FR-FR')))
+
+    def often(self, chance: float) -> bool:
+        return self.random.random() < chance
+
+    def some(self, most: int) -> range:
+        return range(self.random.randint(0, most))
+
+    def make(self) -> Scenario:
+        for part in (self.thin_out, self.add_files, self.add_leftovers, self.spoil, self.add_values, self.write_records,
+                     self.set_attributes):
+            part()
+        self.scenario.earlier_runs = int(self.often(0.2))
+        return self.scenario
+
+    def thin_out(self) -> None:
+        files, keep = self.scenario.files, self.random.uniform(0.4, 1)
+        always = ('QorPaFrwk.ini', 'UpdateInfo.ini')
+        self.scenario.files = {path: content for path, content in files.items()
+                               if path.endswith(always) or self.often(keep)}
+
+    def add_files(self) -> None:
+        scenario, choose = self.scenario, self.random.choice
+        homes = [scenario.share + name for name in ('UI\\', 'Task\\', 'Setting\\', 'Resource\\', 'Engine\\', 'Patterns\\',
+                                                    'QorFirefoxExt\\', 'Other\\', '7-Zip\\New\\')]
+        homes += [scenario.product, folders(scenario.install)['resource'], folders(scenario.install)['package'],
+                  folders(scenario.install)['package'] + 'Driver\\', scenario.product + 'Engine\\Preload\\']
+        homes += [scenario.install + name for name in ('', 'Task\\', 'Legacy\\', 'Resource\\', 'Patterns\\')]
+        homes += ['C:\\Other\\', 'D:\\Other\\', 'C:\\windows\\Temp\\']
+        names = ('panel.dll', 'extra1.dat', 'extra2.dat', 'b.old', 'Überblick.htm', 'deep\\panel.dll', 'panel.dll0',
+                 'readme_FR-FR.htm', 'A.HTM', 'a.html', 'no extension', 'x' * 100 + '.dat')
+        for _ in self.some(12):
+            scenario.put(choose(homes) + choose(names))
+        for _ in self.some(2):
+            scenario.folders.append(choose(homes) + choose(('Empty', 'Task', 'readme.htm', 'panel.dll', 'config.xml')))
+
+    def add_leftovers(self) -> None:
+        scenario = self.scenario
+        places = {scenario.share + 'Setting\\': ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
+                                                 'config.xml', 'UpdateInfo.ini', '~kzcomn-000000d4.tmp', 'readme.htm'),
+                  scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-000000d4.tmp',
+                                     'UpdateInfo-000000d4.unfinished', 'readme.htm0', 'panel.dll0')}
+        for folder, names in places.items():
+            for name in names:
+                if self.often(0.08):
+                    scenario.put(folder + name)
+        if self.often(0.05) and scenario.install + 'config.xml' in scenario.files:
+            scenario.files[scenario.install + 'config.previous.xml'] = scenario.files[scenario.install + 'config.xml']
+
+    def spoil(self) -> None:
+        scenario, install = self.scenario, self.scenario.install
+        setting = f'{scenario.share}Setting\\config_{scenario.language}.xml'
+        for path in (install + 'config.xml', setting):
+            if self.often(0.06):
+                scenario.put(path, self.random.choice(('<a>', '<?xml version="1.0"?><Config/>', 'no XML', '\ufeff')))
+        name = self.random.choice(('', '/', '.', '\\..\\x', ' '))
+        if self.often(0.15):
+            text = f'[COMPONENT_LIST]\r\nComponent101_DownloadPath={PRODUCT_PACKAGE}{name}\r\n'
+            scenario.put(install + 'UpdateInfo.ini', text)
+        elif self.often(0.03):
+            del scenario.files[install + 'UpdateInfo.ini']
+
+    def add_values(self) -> None:
+        scenario, choose = self.scenario, self.random.choice
+        data: tuple[Data, ...] = ('text', '', 7, 3943305780, b'\x01\x02', ['a', 'b'], '!!default_val!REG_SZ!!')
+        for _ in self.some(4):
+            scenario.values.append((SETTINGS + '\\Vault', choose(self.NAMES), choose(data)))
+        if self.often(0.3):
+            scenario.values.append((SETTINGS, 'Version', choose(('3.9.0.1200', '3.8.0.1099', '3', '', 7))))
+        if self.often(0.2):
+            scenario.values.append((SETTINGS, *MARKER))
+
+    def lines(self, key: str, most: int, *fields: Sequence[str]) -> Section:
+        return [f'{key}=' + ''.join(self.random.choice(field) for field in fields) for _ in self.some(most)]
+
+    def write_records(self) -> None:
+        bang = ('!',)
+        value = (self.KEYS, bang, self.NAMES, bang, self.TYPES, bang, self.DATA)
+        removals = {
+            'QOR_DIR': self.lines('add', 4, self.PLACES, self.FOLDERS) + self.lines('delete', 2, self.PLACES, self.FOLDERS),
+            'QOR_FILE': self.lines('delete', 3, self.PLACES, self.PATTERNS)
+            + self.lines('delete_now', 3, self.PLACES, self.PATTERNS)}
+        for section in removals.values():
+            if not section and self.often(0.8):
+                section.append('add={InstalledDir}' if section is removals['QOR_DIR'] else 'delete={InstalledDir}*.none')
+        registry = (self.lines('delete', 3, self.KEYS, bang, self.NAMES) + self.lines('add', 4, *value)
+                    + self.lines('add_if_non', 4, *value))
+        if self.often(0.04):
+            registry.append(self.random.choice((f'delete={KEY}!ProductPath', f'delete={KEY}!Language',
+                                                f'add={KEY}!ProductPath!REG_SZ!C:\\Other')))
+        sections = {**removals, 'QOR_REGISTRY_PATCH': registry, 'UPDATE_INFO': self.lines('modify', 4, self.EDITS),
+                    'Run': self.lines('SysRunOnce', 3, self.COMMANDS),
+                    'QOR_CONFIG_MERGE': self.lines('migrate', 4, self.SETTINGS),
+                    'RestartNotification_EN-US': ['text=Title', 'text=Message'][:self.random.randint(0, 2)]}
+        for section in sections.values():
+            self.random.shuffle(section)
+        self.scenario.sections = {name: section for name, section in sections.items() if section or self.often(0.5)}
+
+    def set_attributes(self) -> None:
+        paths = sorted(path for path in self.scenario.files if not path.endswith('QorPaFrwk.ini'))
+        for _ in self.some(8) if self.often(0.6) else ():
+            self.scenario.attributes[self.random.choice(paths)] = self.random.choice(('r', 'h', 'rh'))
+
+
+def random_scenario(seed: int) -> Scenario:
+    """The scenario of a number, always the same."""
+    return _Maker(seed).make()
+
+
+def scenario_of(name: str) -> Optional[Scenario]:
+    """A known case by its name."""
+    return next((case for case in known_cases() if case.name == name), None)
