@@ -6,6 +6,7 @@
 One machine serves for many scenarios: its files and its registry are put back between them.
 """
 import argparse
+import copy
 import dataclasses
 import itertools
 import json
@@ -28,10 +29,11 @@ PlannedChange = dict[str, Any]  # as "plan --format json" has it
 
 # What a run may touch; C:\ itself without what is below it.
 PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C:\\Other\\', 'C:\\Kazmere\\', 'D:\\')
-ROOT_FILES = re.compile(r'c:\\[^\\]*\.(sys|ini|htm|dll|dll0|dat|old|xml)')
+MANIFEST = 'C:\\update.json'
 # What the programs and the stand-ins themselves write.
 NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\brevant\.lock|.*\.debug')
 KEY = 'HKLM\\Software\\Kazmere'
+BELOW_ROOT = 'hklm\\hkey_local_machine'
 TICK = 'frwkdeploytick'  # the time of the run
 MOST_BYTES = 1 << 20  # of a file whose content is compared: the programs are larger
 DOS_ATTRIBUTES = {'r': 1, 'h': 2}
@@ -60,10 +62,12 @@ def files_of(machine: Machine) -> tuple[Files, set[str]]:
             elif not NOT_COMPARED.fullmatch(name):
                 size = path.stat().st_size
                 files[name] = path.read_bytes() if size < MOST_BYTES else f'{size} bytes'.encode()
-    for path in machine.host('C:\\').iterdir():
-        if path.is_file() and ROOT_FILES.fullmatch('c:\\' + path.name.lower()):
-            files['c:\\' + path.name.lower()] = path.read_bytes()
-    return files, folders
+    return files | {f'c:\\{path.name}'.lower(): path.read_bytes() for path in root_files(machine)}, folders
+
+
+def root_files(machine: Machine) -> list[pathlib.Path]:
+    """The files directly below the drive of Windows."""
+    return [path for path in machine.host('C:\\').iterdir() if path.is_file()]
 
 
 def state_of(machine: Machine, keys: Iterable[str] = (KEY,)) -> State:
@@ -74,8 +78,13 @@ def state_of(machine: Machine, keys: Iterable[str] = (KEY,)) -> State:
 
 
 def _flat(key: str, tree: registry.Tree) -> dict[tuple[str, str], str]:
-    return {(f'{key}\\{below}'.rstrip('\\').lower(), name.lower()): str(data)
+    return {(_key_name(f'{key}\\{below}'), name.lower()): ';'.join(data) if isinstance(data, list) else str(data)
             for below, values in tree.items() for name, (_, data) in values.items()}
+
+
+def _key_name(key: str) -> str:
+    """A key's path as the registry reads it."""
+    return '\\'.join(name for name in key.replace('HKEY_LOCAL_MACHINE', 'HKLM', 1).lower().split('\\') if name)
 
 
 def changes_of(output: str) -> list[PlannedChange]:
@@ -86,7 +95,7 @@ def changes_of(output: str) -> list[PlannedChange]:
 def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, list[PlannedChange]]:
     """What the machine is to be after the run and before the restart, and the changes of contents: they say what is
     in a file afterwards, not the whole file."""
-    after = State(dict(before.files), set(before.folders), dict(before.values), list(before.moves), list(before.commands))
+    after = copy.deepcopy(before)
     edits = []
     for change in changes:
         action, target = change['action'], change['target'].rstrip('\\')
@@ -94,7 +103,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
         if action == 'move' or action == 'stage' and happens:
             after.moves.append((change.get('staged', change['source']), '!' + change['target']))
         if action in ('writeValue', 'deleteValue') and change['outcome'] != 'fail':
-            place = target.replace('HKEY_LOCAL_MACHINE', 'HKLM').lower(), change.get('name', '').lower()
+            place = _key_name(target), change.get('name', '').lower()
             data = change.get('old' if change['outcome'] == 'stay' else 'new')
             if data is None:
                 after.values.pop(place, None)
@@ -124,7 +133,7 @@ def _with_parents(path: str) -> set[str]:
     names: list[str] = []
     for name in path.lower().replace('/', '\\').split('\\'):
         if name == '..':
-            names.pop()
+            names = names[:-1]
         elif plain := name.rstrip('. '):
             names.append(plain)
     return {'\\'.join(names[:count]) for count in range(2, len(names) + 1)}
@@ -142,9 +151,11 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
     # Windows makes what it can of a path that it then refuses.
     made = {folder for change in changes if change['action'] == 'createFolder' and change['outcome'] == 'fail'
             for folder in _with_parents(change['target'])}
+    # Wine lets everybody make keys below the root, Windows nobody.
+    values = {place: data for place, data in expected.values.items() if not place[0].startswith(BELOW_ROOT)}
     compared = {
         'file': (expected.files, after.files),
-        'value': (_named(expected.values), _named(after.values)),
+        'value': (_named(values), _named(after.values)),
         'folder': (_of_updates(expected.folders - made), _of_updates(after.folders - made)),
         'pending move': (sorted(expected.moves), sorted(after.moves)),
         'command': (expected.commands, after.commands),
@@ -165,17 +176,18 @@ def _named(values: dict[tuple[str, str], str]) -> dict[str, str]:
 
 
 def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
-    last = {(edit['action'], edit['target'].lower(), edit['name'].lower()): edit for edit in edits}
-    for (action, path, _), edit in last.items():
+    last = {(edit['target'].lower(), re.sub(' ', '', edit['name']).lower()): edit for edit in edits}
+    for (path, name), edit in last.items():
         content, value = after.files.get(path), edit.get('new')
         if content is None:
             yield f'file {path}: not there to be changed'
         if content is None or value is None:
             continue  # a secret's; without a file there is nothing to look at
         text = content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8', 'replace')
-        if action == 'writeIni' and f'{edit["name"].partition("] ")[2]}={value}' not in text.splitlines():
-            yield f'file {path}: {edit["name"]} is not {value!r}'
-        if action == 'carryOver' and not re.search(f'<{edit["name"].rpartition("/")[2]}[^>]*>{re.escape(value)}<', text):
+        tag, key = name.rpartition('/')[2], name.rpartition(']')[2]
+        pattern = f'^ *{re.escape(key)} *= *{re.escape(value.strip())} *$' if edit['action'] == 'writeIni' \
+            else f'<{re.escape(tag)}[^>]*>{re.escape(value)}<'
+        if not re.search(pattern, text.replace('\r', ''), re.IGNORECASE | re.MULTILINE):
             yield f'file {path}: {edit["name"]} is not {value!r}'
 
 
@@ -217,25 +229,28 @@ class AgreementMachine(Machine):
         changes = changes_of(output)
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
+        question = Question(self, install)
+        self.host(question.log).unlink(missing_ok=True)
         self._forget_traces()
-        code = self.run(install + 'Brevant.exe', '/DeployFramework').code
-        asked = bool(Question(self, install).asked())
+        self.run(install + 'Brevant.exe', '/DeployFramework')
+        asked = bool(question.asked())
         found += disagreements(before, changes, state_of(self), asked)
         if restart:
             found += self._try_restart(scenario, before, changes, manifest)
         return found
 
-    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange], manifest: str) -> list[str]:
+    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange],
+                     manifest: str) -> list[str]:
         run_once = registry.long_key(RUN_ONCE)  # the new name is another test's
         self.import_reg(f'[-{run_once}]\n[{run_once}]')
         self.read_tree(RUN_ONCE)
         self.restart()
         found = list(arrivals(before, changes, state_of(self)))
-        missing = [name for name in ('BrevantCheck.exe', 'libexpat.dll') if not self.host(scenario.install + name).exists()]
-        if missing or not manifest.startswith('{'):
+        self._put_programs(scenario.install)  # the update may delete them
+        if not manifest.startswith('{'):
             return found
-        self.write('C:\\update.json', manifest)
-        result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', 'C:\\update.json', '--format', 'json',
+        self.write(MANIFEST, manifest)
+        result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json',
                           errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
@@ -254,13 +269,9 @@ class AgreementMachine(Machine):
     def _set_up(self, scenario: Scenario) -> None:
         for place in (*PLACES, 'C:\\ProgramData\\Kazmere'):
             self._clear(place)
-        for file in list(self.host('C:\\').iterdir()):
-            if file.is_file() and ROOT_FILES.fullmatch('c:\\' + file.name.lower()):
-                file.unlink()
-        home = self.host(scenario.install)
-        home.mkdir(parents=True, exist_ok=True)
-        for program in self.kept.iterdir():
-            shutil.copy2(program, home)
+        for file in root_files(self):
+            file.unlink()
+        self._put_programs(scenario.install)
         self.make_dir('C:\\windows\\Temp')
         for path, content in scenario.files.items():
             if not path.endswith('QorPaFrwk.ini'):
@@ -274,6 +285,11 @@ class AgreementMachine(Machine):
         self._set_registry(scenario)
         Question(self, scenario.install).answer(CANCEL)
 
+    def _put_programs(self, install: str) -> None:
+        self.make_dir(install)
+        for program in self.kept.iterdir():
+            shutil.copy2(program, self.host(install))
+
     def _write(self, path: str, content: bytes) -> None:
         if not self.host(path).is_dir() and not any(parent.is_file() for parent in self.host(path).parents):
             self.write(path, content)
@@ -284,7 +300,8 @@ class AgreementMachine(Machine):
             prefixes.remove_tree(entry) if entry.is_dir() and not entry.is_symlink() else entry.unlink()
 
     def _set_registry(self, scenario: Scenario) -> None:
-        lines = [f'[-{registry.long_key(key)}]' for key in (KEY, RUN_ONCE)] + [f'[{registry.long_key(RUN_ONCE)}]']
+        gone = (KEY, RUN_ONCE, BELOW_ROOT.upper())
+        lines = [f'[-{registry.long_key(key)}]' for key in gone] + [f'[{registry.long_key(RUN_ONCE)}]']
         lines += [f'[{registry.long_key(SESSION_MANAGER)}]', '"PendingFileRenameOperations"=-']
         self.import_reg('\n'.join(lines))
         self.import_reg((SAMPLES / 'installed' / 'registry.reg').read_text('utf-8'))

@@ -5,7 +5,7 @@
 """
 import dataclasses
 import random
-from typing import Callable, Optional, Sequence
+from typing import Callable, Sequence
 
 from .layouts import MARKER, PRODUCT_PACKAGE, RESOURCE_PACKAGE, Files, folders, sample_files
 from .machine import SETTINGS
@@ -131,16 +131,17 @@ class _Maker:
         '{InstallerLogDir}', '{InteractiveLogDir}', '{ServiceLogDir}', '{ProtectedLogDir}', 'C:\\Other\\',
         'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\')
     FOLDERS = ('Policy', 'Task', 'Legacy', 'Lang', 'New\\Deep\\Deeper', 'Resource', 'Resource\\images', 'Patterns',
-               'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang', 'bad|name',
-               'end ', 'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
+               'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang',
+               'bad|name', 'end ', 'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
                'a:b', 'QorFirefoxExt', 'wild*')
-    PATTERNS = ('*.old', 'Keystride*.dll', 'panel.dll', '*.htm', '?anel.dll', 'readme.*', 'none*', 'Share\\UI\\panel.dll',
-                'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
+    PATTERNS = ('*.old', 'Keystride*.dll', 'panel.dll', '*.htm', '?anel.dll', 'readme.*', 'none*',
+                'Share\\UI\\panel.dll', 'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
                 'Share\\Setting\\config*', 'Legacy\\*', 'Legacy', '', 'bad|name', 'Task\\*.task', 'Nowhere\\*',
-                'Nowhere\\a.dll', '*.HTM', 'readme.htm\\*', 'Legacy\\\\*', 'a:b', '*.dll0', 'extra?.dat', '**', '*.unfinished')
+                'Nowhere\\a.dll', '*.HTM', 'readme.htm\\*', 'Legacy\\\\*', 'a:b', '*.dll0', 'extra?.dat', '**',
+                '*.unfinished')
     KEYS = (KEY + '\\Vault',) * 6 + (
-        'SOFTWARE\\Kazmere\\New', 'SOFTWARE\\Kazmere\\New\\Deep', KEY, KEY.lower() + '\\VAULT', '\\' + KEY, KEY + '\\',
-        KEY + '\\\\Double', KEY + '\\' + 'k' * 256, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '')
+        'SOFTWARE\\Kazmere\\New', 'SOFTWARE\\Kazmere\\New\\Deep', KEY, KEY.lower() + '\\VAULT', '\\' + KEY,
+        KEY + '\\', KEY + '\\\\Double', KEY + '\\' + 'k' * 300, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '')
     NAMES = ('Theme', 'IdleMinutes', 'KeystrideToolbar', 'theme', '(Default)', 'New', 'Second', 'Language', 'Mark', 'Big',
              ' ', 'a b', 'Überblick')
     TYPES = ('REG_SZ',) * 4 + ('REG_DWORD',) * 4 + ('REG_QDWORD', 'REG_MULTI_SZ', 'REG_QWORD', 'reg_sz', '')
@@ -183,8 +184,8 @@ class _Maker:
 
     def add_files(self) -> None:
         scenario, choose = self.scenario, self.random.choice
-        homes = [scenario.share + name for name in ('UI\\', 'Task\\', 'Setting\\', 'Resource\\', 'Engine\\', 'Patterns\\',
-                                                    'QorFirefoxExt\\', 'Other\\', '7-Zip\\New\\')]
+        homes = [scenario.share + name for name in ('UI\\', 'Task\\', 'Setting\\', 'Resource\\', 'Engine\\',
+                                                    'Patterns\\', 'QorFirefoxExt\\', 'Other\\', '7-Zip\\New\\')]
         homes += [scenario.product, folders(scenario.install)['resource'], folders(scenario.install)['package'],
                   folders(scenario.install)['package'] + 'Driver\\', scenario.product + 'Engine\\Preload\\']
         homes += [scenario.install + name for name in ('', 'Task\\', 'Legacy\\', 'Resource\\', 'Patterns\\')]
@@ -239,12 +240,13 @@ class _Maker:
         bang = ('!',)
         value = (self.KEYS, bang, self.NAMES, bang, self.TYPES, bang, self.DATA)
         removals = {
-            'QOR_DIR': self.lines('add', 4, self.PLACES, self.FOLDERS) + self.lines('delete', 2, self.PLACES, self.FOLDERS),
+            'QOR_DIR': self.lines('add', 4, self.PLACES, self.FOLDERS)
+            + self.lines('delete', 2, self.PLACES, self.FOLDERS),
             'QOR_FILE': self.lines('delete', 3, self.PLACES, self.PATTERNS)
             + self.lines('delete_now', 3, self.PLACES, self.PATTERNS)}
-        for section in removals.values():
-            if not section and self.often(0.8):
-                section.append('add={InstalledDir}' if section is removals['QOR_DIR'] else 'delete={InstalledDir}*.none')
+        for name, harmless in (('QOR_DIR', 'add={InstalledDir}'), ('QOR_FILE', 'delete={InstalledDir}*.none')):
+            if not removals[name] and self.often(0.8):
+                removals[name].append(harmless)
         registry = (self.lines('delete', 3, self.KEYS, bang, self.NAMES) + self.lines('add', 4, *value)
                     + self.lines('add_if_non', 4, *value))
         if self.often(0.04):
@@ -267,8 +269,3 @@ class _Maker:
 def random_scenario(seed: int) -> Scenario:
     """The scenario of a number, always the same."""
     return _Maker(seed).make()
-
-
-def scenario_of(name: str) -> Optional[Scenario]:
-    """A known case by its name."""
-    return next((case for case in known_cases() if case.name == name), None)
