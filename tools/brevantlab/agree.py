@@ -98,12 +98,12 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
     after = copy.deepcopy(before)
     edits = []
     for change in changes:
-        action, target = change['action'], change['target'].rstrip('\\')
+        action, target = change['action'], _plain(change['target'])
         happens = change['outcome'] not in ('stay', 'fail')
         if action == 'move' or action == 'stage' and happens:
             after.moves.append((change.get('staged', change['source']), '!' + change['target']))
         if action in ('writeValue', 'deleteValue') and change['outcome'] != 'fail':
-            place = _key_name(target), change.get('name', '').lower()
+            place = _key_name(change['target']), change.get('name', '').lower()
             data = change.get('old' if change['outcome'] == 'stay' else 'new')
             if data is None:
                 after.values.pop(place, None)
@@ -112,14 +112,14 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
         elif not happens:
             continue
         elif action == 'createFolder':
-            after.folders |= _with_parents(target)
+            after.folders |= _with_parents(change['target'])
         elif action in ('copy', 'stage', 'keep'):
-            source = change['source'].lower()
-            after.files[change.get('staged', target).lower()] = after.files.get(source, b'no such file')
+            content = after.files.get(_plain(change['source']), b'no such file')
+            after.files[_plain(change.get('staged', target))] = content
         elif action == 'delete' and change['atRestart']:
             after.moves.append((change['target'], ''))
         elif action == 'delete':
-            after.files.pop(target.lower(), None)
+            after.files.pop(target, None)
         elif action == 'runOnce':
             after.commands.append(change['target'])
         elif action in ('writeIni', 'carryOver'):
@@ -128,21 +128,31 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
     return after, edits
 
 
-def _with_parents(path: str) -> set[str]:
-    """A folder and those above it, as Windows reads its path."""
+def _names(path: str) -> list[str]:
+    """The names of a path, as Windows reads it."""
     names: list[str] = []
     for name in path.lower().replace('/', '\\').split('\\'):
         if name == '..':
             names = names[:-1]
         elif plain := name.rstrip('. '):
             names.append(plain)
+    return names
+
+
+def _plain(path: str) -> str:
+    return '\\'.join(_names(path))
+
+
+def _with_parents(path: str) -> set[str]:
+    """A folder and those above it."""
+    names = _names(path)
     return {'\\'.join(names[:count]) for count in range(2, len(names) + 1)}
 
 
 def disagreements(before: State, changes: list[PlannedChange], after: State, asked: bool) -> Iterator[str]:
     """Where a run did not do what was planned."""
     expected, edits = expected_state(before, changes)
-    edited = {edit['target'].lower() for edit in edits}
+    edited = {_plain(edit['target']) for edit in edits}
     for path in edited:
         expected.files[path] = after.files.get(path, b'')
     for place, data in after.values.items():
@@ -176,7 +186,7 @@ def _named(values: dict[tuple[str, str], str]) -> dict[str, str]:
 
 
 def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
-    last = {(edit['target'].lower(), re.sub(' ', '', edit['name']).lower()): edit for edit in edits}
+    last = {(_plain(edit['target']), re.sub(' ', '', edit['name']).lower()): edit for edit in edits}
     for (path, name), edit in last.items():
         content, value = after.files.get(path), edit.get('new')
         if content is None:
@@ -185,7 +195,7 @@ def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
             continue  # a secret's; without a file there is nothing to look at
         text = content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8', 'replace')
         tag, key = name.rpartition('/')[2], name.rpartition(']')[2]
-        pattern = f'^ *{re.escape(key)} *= *{re.escape(value.strip())} *$' if edit['action'] == 'writeIni' \
+        pattern = f'^ *{re.escape(key)} *= *"?{re.escape(value.strip())}"? *$' if edit['action'] == 'writeIni' \
             else f'<{re.escape(tag)}[^>]*>{re.escape(value)}<'
         if not re.search(pattern, text.replace('\r', ''), re.IGNORECASE | re.MULTILINE):
             yield f'file {path}: {edit["name"]} is not {value!r}'
@@ -193,7 +203,7 @@ def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
 
 def arrivals(before: State, changes: list[PlannedChange], after: State) -> Iterator[str]:
     """Where the restart did not do what was planned."""
-    last = {change['target'].rstrip('\\').lower(): change for change in changes if change['atRestart']}
+    last = {_plain(change['target']): change for change in changes if change['atRestart']}
     for path, change in last.items():
         action, outcome = change['action'], change['outcome']
         if action == 'delete' and outcome == 'remove' and (path in after.files or path in after.folders):
@@ -222,6 +232,8 @@ class AgreementMachine(Machine):
         checker = install + 'BrevantCheck.exe'
         for _ in range(scenario.earlier_runs):
             self.run(install + 'Brevant.exe', '/DeployFramework')
+        question = Question(self, install)
+        self.host(question.log).unlink(missing_ok=True)
         before = state_of(self) if scenario.earlier_runs else self._fresh_state()
         code, output = self.run(checker, 'plan', install.rstrip('\\'), '--format', 'json')
         if code != 0:
@@ -229,8 +241,6 @@ class AgreementMachine(Machine):
         changes = changes_of(output)
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
-        question = Question(self, install)
-        self.host(question.log).unlink(missing_ok=True)
         self._forget_traces()
         self.run(install + 'Brevant.exe', '/DeployFramework')
         asked = bool(question.asked())
@@ -254,10 +264,10 @@ class AgreementMachine(Machine):
                           errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
-        happens = {change['target'].rstrip('\\').lower(): change['outcome'] not in ('fail', 'unknown')
+        happens = {_plain(change['target']): change['outcome'] not in ('fail', 'unknown')
                    for change in changes if change['action'] in ('move', 'stage')}
         for answer in json.loads(result.output)['answers']:
-            path = answer['what'].lower()
+            path = _plain(answer['what'])
             if answer['verdict'] in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
                 found.append(f'verify: {answer["verdict"]} {path}, planned to arrive')
             if answer['verdict'] == 'ARRIVED' and happens.get(path) is False:
@@ -339,8 +349,8 @@ def keep(scenario: Scenario, folder: pathlib.Path) -> None:
         file = home / path.replace(':', '').replace('\\', '/')
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_bytes(content)
-    rest = {field: repr(getattr(scenario, field)) for field in ('install', 'language', 'folders', 'attributes', 'values',
-                                                                'earlier_runs')}
+    rest = {field.name: repr(getattr(scenario, field.name)) for field in dataclasses.fields(scenario)
+            if field.name not in ('files', 'sections')}
     (home / 'scenario.json').write_text(json.dumps(rest, indent=2) + '\n', 'utf-8')
 
 

@@ -63,6 +63,7 @@ def _leftovers(scenario: Scenario) -> None:
     for name in ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished', 'config.xml', 'UpdateInfo.ini',
                  '~kzcomn-000000d4.tmp', 'qorshcut.xml'):
         scenario.put(f'{scenario.share}Setting\\{name}')
+        scenario.put(scenario.product + name)
     _records(UPDATE_INFO=['modify=A!B!1'], QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
 
 
@@ -132,18 +133,20 @@ class _Maker:
         'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\')
     FOLDERS = ('Policy', 'Task', 'Legacy', 'Lang', 'New\\Deep\\Deeper', 'Resource', 'Resource\\images', 'Patterns',
                'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang',
-               'bad|name', 'end ', 'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
+               'bad|name', 'end ',
+               'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
                'a:b', 'QorFirefoxExt', 'wild*')
     PATTERNS = ('*.old', 'Keystride*.dll', 'panel.dll', '*.htm', '?anel.dll', 'readme.*', 'none*',
-                'Share\\UI\\panel.dll', 'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
+                'Share\\UI\\panel.dll',
+                'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
                 'Share\\Setting\\config*', 'Legacy\\*', 'Legacy', '', 'bad|name', 'Task\\*.task', 'Nowhere\\*',
                 'Nowhere\\a.dll', '*.HTM', 'readme.htm\\*', 'Legacy\\\\*', 'a:b', '*.dll0', 'extra?.dat', '**',
                 '*.unfinished')
     KEYS = (KEY + '\\Vault',) * 6 + (
         'SOFTWARE\\Kazmere\\New', 'SOFTWARE\\Kazmere\\New\\Deep', KEY, KEY.lower() + '\\VAULT', '\\' + KEY,
         KEY + '\\', KEY + '\\\\Double', KEY + '\\' + 'k' * 300, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '')
-    NAMES = ('Theme', 'IdleMinutes', 'KeystrideToolbar', 'theme', '(Default)', 'New', 'Second', 'Language', 'Mark', 'Big',
-             ' ', 'a b', 'Überblick')
+    NAMES = ('Theme', 'IdleMinutes', 'KeystrideToolbar', 'theme', '(Default)', 'New', 'Second', 'Language', 'Mark',
+             'Big', ' ', 'a b', 'Überblick')
     TYPES = ('REG_SZ',) * 4 + ('REG_DWORD',) * 4 + ('REG_QDWORD', 'REG_MULTI_SZ', 'REG_QWORD', 'reg_sz', '')
     DATA = ('1', '60', '0x10', '-1', '4294967295', '4294967296', 'dark', 'light', '{InstalledDir}readme.htm', '', ' 5',
             'a!b', '3943305780', '!!default_val!REG_SZ!!', '{ServiceLogDir}x', '5368709120', '"quoted"')
@@ -199,7 +202,9 @@ class _Maker:
 
     def add_leftovers(self) -> None:
         scenario = self.scenario
-        places = {scenario.share + 'Setting\\': ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
+        places = {scenario.product: ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
+                                     'config-0000zzzz.unfinished'),
+                  scenario.share + 'Setting\\': ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
                                                  'config.xml', 'UpdateInfo.ini', '~kzcomn-000000d4.tmp', 'readme.htm'),
                   scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-000000d4.tmp',
                                      'UpdateInfo-000000d4.unfinished', 'readme.htm0', 'panel.dll0')}
@@ -261,7 +266,8 @@ class _Maker:
         self.scenario.sections = {name: section for name, section in sections.items() if section or self.often(0.5)}
 
     def set_attributes(self) -> None:
-        paths = sorted(path for path in self.scenario.files if not path.endswith('QorPaFrwk.ini'))
+        # Wine, run by root, writes to read-only INI files; Windows does not.
+        paths = sorted(path for path in self.scenario.files if not path.endswith('.ini'))
         for _ in self.some(8) if self.often(0.6) else ():
             self.scenario.attributes[self.random.choice(paths)] = self.random.choice(('r', 'h', 'rh'))
 
