@@ -163,16 +163,25 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
             for folder in _with_parents(change['target'])}
     # Wine lets everybody make keys below the root, Windows nobody.
     values = {place: data for place, data in expected.values.items() if not place[0].startswith(BELOW_ROOT)}
+    # Registered, or refused: nothing is deleted.
+    vain = [(_plain(change['target']), '') for change in changes
+            if change['action'] == 'delete' and change['atRestart'] and change['outcome'] == 'fail']
     compared = {
         'file': (expected.files, after.files),
         'value': (_named(values), _named(after.values)),
         'folder': (_of_updates(expected.folders - made), _of_updates(after.folders - made)),
-        'pending move': (sorted(expected.moves), sorted(after.moves)),
+        'pending move': (_plain_moves(expected.moves),
+                         [move for move in _plain_moves(after.moves) if move not in vain]),
         'command': (expected.commands, after.commands),
         'question': ([any(change['action'] == 'ask' and change['outcome'] != 'fail' for change in changes)], [asked])}
     for what, (planned, found) in compared.items():
         yield from (f'{what} {line}' for line in differences(planned, found))
     yield from _wrong_edits(edits, after)
+
+
+def _plain_moves(moves: list[tuple[str, str]]) -> list[tuple[str, str]]:
+    """What they name, in any order: of those of one destination the plan tells which one is the last."""
+    return sorted((_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves)
 
 
 def _of_updates(folders: set[str]) -> set[str]:
@@ -193,12 +202,21 @@ def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
             yield f'file {path}: not there to be changed'
         if content is None or value is None:
             continue  # a secret's; without a file there is nothing to look at
-        text = content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8', 'replace')
+        text = _text(content)
         tag, key = name.rpartition('/')[2], name.rpartition(']')[2]
         pattern = f'^ *{re.escape(key)} *= *"?{re.escape(value.strip())}"? *$' if edit['action'] == 'writeIni' \
             else f'<{re.escape(tag)}[^>]*>{re.escape(value)}<'
         if not re.search(pattern, text.replace('\r', ''), re.IGNORECASE | re.MULTILINE):
             yield f'file {path}: {edit["name"]} is not {value!r}'
+
+
+def _text(content: bytes) -> str:
+    if content[:2] == b'\xff\xfe':
+        return content.decode('utf-16', 'replace')
+    try:
+        return content.decode('utf-8')
+    except UnicodeDecodeError:
+        return content.decode('cp1252', 'replace')  # the code page of the machine
 
 
 def arrivals(before: State, changes: list[PlannedChange], after: State) -> Iterator[str]:
@@ -264,8 +282,8 @@ class AgreementMachine(Machine):
                           errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
-        happens = {_plain(change['target']): change['outcome'] not in ('fail', 'unknown')
-                   for change in changes if change['action'] in ('move', 'stage')}
+        happens = {_plain(change['target']): change['outcome'] in ('new', 'replace')
+                   for change in changes if change['atRestart'] and change['outcome'] != 'stay'}
         for answer in json.loads(result.output)['answers']:
             path = _plain(answer['what'])
             if answer['verdict'] in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
