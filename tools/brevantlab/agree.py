@@ -42,9 +42,9 @@ DOS_ATTRIBUTES = {'r': 1, 'h': 2}
 @dataclasses.dataclass
 class State:
     """What a run can change."""
-    files: Files  # by path in small letters
+    files: Files  # by path in lower case
     folders: set[str]
-    values: dict[tuple[str, str], str]  # by key and name in small letters
+    values: dict[tuple[str, str], str]  # by key and name in lower case
     moves: list[tuple[str, str]]
     commands: list[str]
 
@@ -161,7 +161,7 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
     # Windows makes what it can of a path that it then refuses.
     made = {folder for change in changes if change['action'] == 'createFolder' and change['outcome'] == 'fail'
             for folder in _with_parents(change['target'])}
-    # Wine lets everybody make keys below the root, Windows nobody.
+    # Windows refuses a key directly below the root; Wine creates it.
     values = {place: data for place, data in expected.values.items() if not place[0].startswith(BELOW_ROOT)}
     # Registered, or refused: nothing is deleted.
     vain = [(_plain(change['target']), '') for change in changes

@@ -18,7 +18,7 @@ Section = list[str]
 
 @dataclasses.dataclass
 class Scenario:
-    """An installed product with a downloaded update, and whatever else is on its machine."""
+    """An installed product with a downloaded update, and the rest of its machine."""
     name: str
     install: str = INSTALLS[0]
     language: str = 'EN-US'
