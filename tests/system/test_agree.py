@@ -15,7 +15,7 @@ class Agree(LabTest):
         machine = self.enterContext(AgreementMachine())
         for number, scenario in enumerate([*known_cases(), *map(random_scenario, SEEDS)], 1):
             with self.subTest(scenario=scenario.name):
-                found = machine.try_scenario(scenario, restart=number % RESTARTED == 0)
+                found = machine.try_scenario(scenario, restart=scenario.restart or number % RESTARTED == 0)
                 self.assertFalse(found, shown(found))
 
     def test_a_disagreement_is_told(self):

@@ -30,8 +30,8 @@ PlannedChange = dict[str, Any]  # as "plan --format json" has it
 # What a run may touch; C:\ itself without what is below it.
 PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C:\\Other\\', 'C:\\Kazmere\\', 'D:\\')
 MANIFEST = 'C:\\update.json'
-# What the programs and the stand-ins themselves write.
-NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\brevant\.lock|.*\.debug')
+# What the programs and the stand-ins themselves write; and they, whose files are in use during the run.
+NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\(brevant(check)?\.exe|brevant\.lock|(kzdbg64|libexpat|wtsapi32)\.dll)')
 KEY = 'HKLM\\Software\\Kazmere'
 BELOW_ROOT = 'hklm\\hkey_local_machine'
 TICK = 'frwkdeploytick'  # the time of the run
@@ -164,14 +164,13 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
     # Windows refuses a key directly below the root; Wine creates it.
     values = {place: data for place, data in expected.values.items() if not place[0].startswith(BELOW_ROOT)}
     # Registered, or refused: nothing is deleted.
-    vain = [(_plain(change['target']), '') for change in changes
-            if change['action'] == 'delete' and change['atRestart'] and change['outcome'] == 'fail']
+    vain = {(_plain(change['target']), '') for change in changes
+            if change['action'] == 'delete' and change['atRestart'] and change['outcome'] == 'fail'}
     compared = {
         'file': (expected.files, after.files),
         'value': (_named(values), _named(after.values)),
         'folder': (_of_updates(expected.folders - made), _of_updates(after.folders - made)),
-        'pending move': (_plain_moves(expected.moves),
-                         [move for move in _plain_moves(after.moves) if move not in vain]),
+        'pending move': (_plain_moves(expected.moves, vain), _plain_moves(after.moves, vain)),
         'command': (expected.commands, after.commands),
         'question': ([any(change['action'] == 'ask' and change['outcome'] != 'fail' for change in changes)], [asked])}
     for what, (planned, found) in compared.items():
@@ -179,9 +178,10 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
     yield from _wrong_edits(edits, after)
 
 
-def _plain_moves(moves: list[tuple[str, str]]) -> list[tuple[str, str]]:
-    """What they name, in any order: of those of one destination the plan tells which one is the last."""
-    return sorted((_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves)
+def _plain_moves(moves: list[tuple[str, str]], without: set[tuple[str, str]]) -> list[tuple[str, str]]:
+    """What they name, in any order: the plan lists a staged file where its copy was made."""
+    plain = [(_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves]
+    return sorted(move for move in plain if move not in without)
 
 
 def _of_updates(folders: set[str]) -> set[str]:
@@ -388,7 +388,7 @@ def main(arguments: Optional[list[str]] = None) -> int:
     with AgreementMachine() as machine:
         for scenario in scenarios:
             tried += 1
-            restart = options.restart_every and tried % options.restart_every == 0
+            restart = scenario.restart or options.restart_every and tried % options.restart_every == 0
             if found := machine.try_scenario(scenario, bool(restart)):
                 failed += 1
                 print('\n  '.join([f'{scenario.name}: plan and run disagree', *found[:12]]), flush=True)
