@@ -61,7 +61,7 @@ std::wstring ToTraceText(const Json::Value& json)
 bool CollectTags(Machine& machine, const Section& section, const SectionRecords& records, Json::Value& data)
 {
     bool bAll = true;
-    ForEachRecord(section, records, [&](const SectionKey&, const std::wstring& tstrTag) {
+    ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrTag) {
         if (!IsRecordLengthValid(tstrTag)) {
             Trace(kTraceError, L"MergeConfig(tszData==empty || tszData.size()>1023)");
             Change change{.eAction = Action::eCarryOver, .eOutcome = Outcome::eFail};
@@ -72,7 +72,7 @@ bool CollectTags(Machine& machine, const Section& section, const SectionRecords&
             return;
         }
         data[String::ToUtf8(tstrTag)] = "";
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [%s]", tstrTag.c_str());
+        TraceRecord(key, tstrTag);
     });
     return bAll && !data.empty();
 }

@@ -186,29 +186,10 @@ void RemoveFileAfterReboot(const RunContext& run)
     CarryOutRecords(run, kFiles, files);
 }
 
-void Records::CreateFolder(const RunContext& run, const std::wstring& tstrRecord)
+void Records::ChangeFiles(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord)
 {
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", tstrRecord.c_str());
-    PerformFileOperation(run, tstrRecord, op_dir_add);
-}
-
-void Records::RemoveFolder(const RunContext& run, const std::wstring& tstrRecord)
-{
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]",
-          tstrRecord.c_str());
-    PerformFileOperation(run, tstrRecord, op_dir_delete);
-}
-
-void Records::RemoveFiles(const RunContext& run, const std::wstring& tstrRecord)
-{
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]", tstrRecord.c_str());
-    PerformFileOperation(run, tstrRecord, op_file_delete);
-}
-
-void Records::RemoveFilesNow(const RunContext& run, const std::wstring& tstrRecord)
-{
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]", tstrRecord.c_str());
-    PerformFileOperation(run, tstrRecord, op_file_delete_now);
+    TraceRecord(key, tstrRecord);
+    PerformFileOperation(run, tstrRecord, FileOpOf(key.eEffect));
 }
 
 void PerformFileOperation(const RunContext& run, const std::wstring& tstrData, int iOp)

@@ -8,6 +8,8 @@
 
 #include <string>
 
+struct SectionKey;
+
 /// Why a file record is not carried out.
 enum class FileRefusal {
     eNone,
@@ -41,10 +43,7 @@ void PerformFileOperation(const RunContext& run, const std::wstring& tstrData, i
 
 namespace Records {
 
-// The operations of the sections' keys, one record each.
-void CreateFolder(const RunContext& run, const std::wstring& tstrRecord);
-void RemoveFolder(const RunContext& run, const std::wstring& tstrRecord);
-void RemoveFiles(const RunContext& run, const std::wstring& tstrRecord);
-void RemoveFilesNow(const RunContext& run, const std::wstring& tstrRecord);
+/// The operation of the sections' keys: one record, by the FileOp of the key's effect.
+void ChangeFiles(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord);
 
 }  // namespace Records

@@ -59,9 +59,9 @@ void ModifyUpdateInfo(Machine& machine, const IniTarget& target)
     SectionRecords records;
     if (!ReadSection(machine, kSection, records)) return;
     Storage::Patience patience{kEditRepetitions};
-    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrRecord) {
+    ForEachRecord(kSection, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
         ModifyIniKeyValue(machine, target, tstrRecord, patience);
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) ", tstrRecord.c_str());
+        TraceRecord(key, tstrRecord);
     });
     DeployVersion(machine, target, patience);
 }

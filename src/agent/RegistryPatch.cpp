@@ -152,13 +152,6 @@ void ReportTooLong(Machine& machine, const std::wstring& tstrRecord)
     machine.Report(change);
 }
 
-void AddAndTrace(const RunContext& run, DWORD dwOp, const std::wstring& tstrRecord)
-{
-    ReportTooLong(run.machine, tstrRecord);
-    PatchReg(run, dwOp, tstrRecord);
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", tstrRecord.c_str());
-}
-
 }  // namespace
 
 RegistryType RegistryTypeOf(const std::wstring& tstrWord)
@@ -248,21 +241,11 @@ void PatchRegistry(const RunContext& run)
     if (ReadSection(run.machine, kSection, records)) CarryOutRecords(run, kSection, records);
 }
 
-void Records::DeleteRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
+void Records::ChangeValue(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord)
 {
     ReportTooLong(run.machine, tstrRecord);
-    PatchReg(run, op_reg_delete, tstrRecord);
-    Trace(kTraceInfo, L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", tstrRecord.c_str());
-}
-
-void Records::AddRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
-{
-    AddAndTrace(run, op_reg_add, tstrRecord);
-}
-
-void Records::AddMissingRegistryValue(const RunContext& run, const std::wstring& tstrRecord)
-{
-    AddAndTrace(run, op_reg_add_if_non, tstrRecord);
+    PatchReg(run, RegOpOf(key.eEffect), tstrRecord);
+    TraceRecord(key, tstrRecord);
 }
 
 void PatchReg(const RunContext& run, DWORD dwOp, const std::wstring& tstrData)

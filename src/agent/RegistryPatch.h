@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+struct SectionKey;
+
 /// What a registry record's type word means.
 enum class RegistryType {
     eText,       ///< REG_SZ
@@ -82,9 +84,7 @@ void PatchReg(const RunContext& run, DWORD dwOp, const std::wstring& tstrData);
 
 namespace Records {
 
-// The operations of the section's keys, one record each.
-void DeleteRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
-void AddRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
-void AddMissingRegistryValue(const RunContext& run, const std::wstring& tstrRecord);
+/// The operation of the section's keys: one record, by the RegOp of the key's effect.
+void ChangeValue(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord);
 
 }  // namespace Records

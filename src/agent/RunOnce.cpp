@@ -45,11 +45,11 @@ void PostRunScript(const RunContext& run)
     SectionRecords records;
     if (!ReadSection(run.machine, kSection, records)) return;
     const bool bTouchpadTooOld = run.machine.IsTouchpadDriverTooOld();
-    ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrCommand) {
+    ForEachRecord(kSection, records, [&](const SectionKey& key, const std::wstring& tstrCommand) {
         // The keyboard filter of that touchpad does not work with an old driver.
         if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return ReportLeftOut(run, tstrCommand);
         RegisterSysRunOnce(run, tstrCommand);
-        Trace(kTraceInfo, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]", tstrCommand.c_str());
+        TraceRecord(key, tstrCommand);
     });
 }
 

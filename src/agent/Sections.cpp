@@ -19,9 +19,15 @@ bool ReadSection(Machine& machine, const Section& section, SectionRecords& recor
     return true;
 }
 
+void TraceRecord(const SectionKey& key, const std::wstring& tstrRecord, const std::source_location& where)
+{
+    static_cast<void>(
+        GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceInfo, key.line.Get(), tstrRecord.c_str()));
+}
+
 void CarryOutRecords(const RunContext& run, const Section& section, const SectionRecords& records)
 {
     ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
-        if (key.optOperation) (*key.optOperation)(run, tstrRecord);
+        if (key.optOperation) (*key.optOperation)(run, key, tstrRecord);
     });
 }

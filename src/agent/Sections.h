@@ -15,7 +15,8 @@
 #include <string>
 #include <string_view>
 
-/// What a record does, and by that what its value is.
+/// What a record does, and by that what its value is. A switch over it names every effect and has no default: a new
+/// effect then does not compile until each reader handles it.
 enum class RecordEffect {
     eCreateFolder,       ///< a folder: ParseFileRecord()
     eDeleteFolder,       ///< a folder, gone at the restart
@@ -30,6 +31,34 @@ enum class RecordEffect {
     eShowText            ///< a text for the user
 };
 
+/// What the value of a record is, and by that which family of lint rules looks at it.
+enum class RecordForm {
+    ePath,           ///< a folder, or a folder and a name pattern
+    eRegistryValue,  ///< key path and value name, type and data
+    eTag,            ///< a path in the configuration
+    eIniValue,       ///< section, key and value
+    eCommand,        ///< a command line
+    eText            ///< a text for the user
+};
+
+constexpr RecordForm FormOf(RecordEffect eEffect) noexcept
+{
+    switch (eEffect) {
+        case RecordEffect::eCreateFolder:
+        case RecordEffect::eDeleteFolder:
+        case RecordEffect::eDeleteFiles:
+        case RecordEffect::eDeleteFilesNow: return RecordForm::ePath;
+        case RecordEffect::eDeleteValue:
+        case RecordEffect::eWriteValue:
+        case RecordEffect::eWriteMissingValue: return RecordForm::eRegistryValue;
+        case RecordEffect::eCarryOver: return RecordForm::eTag;
+        case RecordEffect::eEditIni: return RecordForm::eIniValue;
+        case RecordEffect::eRunOnce: return RecordForm::eCommand;
+        case RecordEffect::eShowText: break;
+    }
+    return RecordForm::eText;
+}
+
 /// The FileOp of an effect; op_not_used for one that has to do with other things than files and folders.
 constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
 {
@@ -38,8 +67,15 @@ constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
         case RecordEffect::eDeleteFolder: return op_dir_delete;
         case RecordEffect::eDeleteFiles: return op_file_delete;
         case RecordEffect::eDeleteFilesNow: return op_file_delete_now;
-        default: return op_not_used;
+        case RecordEffect::eDeleteValue:
+        case RecordEffect::eWriteValue:
+        case RecordEffect::eWriteMissingValue:
+        case RecordEffect::eCarryOver:
+        case RecordEffect::eEditIni:
+        case RecordEffect::eRunOnce:
+        case RecordEffect::eShowText: break;
     }
+    return op_not_used;
 }
 
 /// The RegOp of an effect; op_no_reg for one that has to do with other things than registry values.
@@ -49,23 +85,42 @@ constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
         case RecordEffect::eDeleteValue: return op_reg_delete;
         case RecordEffect::eWriteValue: return op_reg_add;
         case RecordEffect::eWriteMissingValue: return op_reg_add_if_non;
-        default: return op_no_reg;
+        case RecordEffect::eCreateFolder:
+        case RecordEffect::eDeleteFolder:
+        case RecordEffect::eDeleteFiles:
+        case RecordEffect::eDeleteFilesNow:
+        case RecordEffect::eCarryOver:
+        case RecordEffect::eEditIni:
+        case RecordEffect::eRunOnce:
+        case RecordEffect::eShowText: break;
     }
+    return op_no_reg;
 }
 
 /// When a record is carried out, in the order of a run.
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
 
-/// Carries out one record.
-using RecordOperation = void(const RunContext&, const std::wstring& tstrRecord);
+struct SectionKey;
 
-/// One key of a section, whether placeholders are expanded in its records, and the operation that carries out one of
-/// them; none where the section's reader takes the records itself.
+/// Carries out one record of a key.
+using RecordOperation = void(const RunContext&, const SectionKey& key, const std::wstring& tstrRecord);
+
+/// One key of a section.
 struct SectionKey {
     const wchar_t* szKey;
     RecordEffect eEffect;
-    bool bPlaceholders;
+    bool bPlaceholders;  ///< they are expanded in its records
+    /// The line that names a record which is carried out; none where the section's reader has lines of its own.
+    KzCommon::TraceFormat<const wchar_t*> line;
+    /// What carries out one record; none where the section's reader takes the records itself.
     std::optional<RecordOperation*> optOperation{};  // whether it has one is known to the compiler, too
+
+    /// The beginning of that line, up to the record.
+    [[nodiscard]] constexpr std::wstring_view LineStart() const noexcept
+    {
+        const std::wstring_view tstrLine = line ? line.Get() : L"";
+        return tstrLine.substr(0, tstrLine.find(L'%'));
+    }
 };
 
 /// One reading of one section.
@@ -83,32 +138,41 @@ inline constexpr Section kSections[] = {
     // clang-format off
     {L"QOR_DIR", L"CreateDirBeforeReboot", RunPhase::eBeforeDeployment,
      L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - QueryValue failed. [0x%08x]",
-     {{L"add", RecordEffect::eCreateFolder, true, &Records::CreateFolder}}},
+     {{L"add", RecordEffect::eCreateFolder, true,
+       L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: [%s]", &Records::ChangeFiles}}},
     {L"QOR_REGISTRY_PATCH", L"PatchRegistry", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordEffect::eDeleteValue, false, &Records::DeleteRegistryValue},
-      {L"add", RecordEffect::eWriteValue, true, &Records::AddRegistryValue},
-      {L"add_if_non", RecordEffect::eWriteMissingValue, true, &Records::AddMissingRegistryValue}}},
+     {{L"delete", RecordEffect::eDeleteValue, false,
+       L"*** FrameworkDeployAgent::PatchRegistry() - delete: [%s]", &Records::ChangeValue},
+      {L"add", RecordEffect::eWriteValue, true,
+       L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", &Records::ChangeValue},
+      {L"add_if_non", RecordEffect::eWriteMissingValue, true,
+       L"*** FrameworkDeployAgent::PatchRegistry() - add: [%s]", &Records::ChangeValue}}},
     {L"QOR_CONFIG_MERGE", L"MergeConfig", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x%08x]",
-     {{L"migrate", RecordEffect::eCarryOver, false}}},
+     {{L"migrate", RecordEffect::eCarryOver, false,
+       L"*** FrameworkDeployAgent::MergeConfig() - Add tag. [%s]"}}},
     {L"UPDATE_INFO", L"ModifyUpdateInfo", RunPhase::eDeployment,
      L"*** FrameworkDeployAgent::ModifyUpdateInfo() - QueryValue failed. [0x%08x]",
-     {{L"modify", RecordEffect::eEditIni, false}}},
+     {{L"modify", RecordEffect::eEditIni, false, L"*** FrameworkDeployAgent::ModifyUpdateInfo(%s) "}}},
     {L"QOR_DIR", L"RemoveFileAfterReboot", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordEffect::eDeleteFolder, true, &Records::RemoveFolder}}},
+     {{L"delete", RecordEffect::eDeleteFolder, true,
+       L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete folder: [%s]", &Records::ChangeFiles}}},
     {L"QOR_FILE", L"RemoveFileAfterReboot", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - QueryValue failed. [0x%08x]",
-     {{L"delete", RecordEffect::eDeleteFiles, true, &Records::RemoveFiles},
-      {L"delete_now", RecordEffect::eDeleteFilesNow, true, &Records::RemoveFilesNow}}},
+     {{L"delete", RecordEffect::eDeleteFiles, true,
+       L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - to delete file: [%s]", &Records::ChangeFiles},
+      {L"delete_now", RecordEffect::eDeleteFilesNow, true,
+       L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - deleting file: [%s]", &Records::ChangeFiles}}},
     {L"Run", L"PostRunScript", RunPhase::eAfterDeployment,
      L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]",
-     {{L"SysRunOnce", RecordEffect::eRunOnce, true}}},
+     {{L"SysRunOnce", RecordEffect::eRunOnce, true,
+       L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]"}}},
     // The registry's words, as support knows them.
     {L"RestartNotification_", L"RemindToReboot", RunPhase::eNewName,
      L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]",
-     {{L"text", RecordEffect::eShowText, false}}, true},
+     {{L"text", RecordEffect::eShowText, false, nullptr}}, true},
     // clang-format on
 };
 static_assert(std::ranges::is_sorted(kSections, {}, &Section::ePhase));
@@ -150,6 +214,10 @@ void ForEachRecord(const Section& section, const SectionRecords& records, Apply&
         ForEachRecord(records, key.szKey, [&](const std::wstring& tstrRecord) { apply(key, tstrRecord); });
     }
 }
+
+/// Traces a record with its key's line, which names the caller's place.
+void TraceRecord(const SectionKey& key, const std::wstring& tstrRecord,
+                 const std::source_location& where = std::source_location::current());
 
 /// Carries out the records of a section in that order.
 void CarryOutRecords(const RunContext& run, const Section& section, const SectionRecords& records);

@@ -223,7 +223,7 @@ void CheckCommands(const Subject& subject, Report& report)
     const CustomerFolders folders(tstrInstalled, update.Product().tstrDownloadPath);
     const auto sources = ListMovedSources(ListBroughtFiles(update, tstrInstalled));
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eEffect != RecordEffect::eRunOnce) continue;
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eCommand) continue;
         const IniRecord& record = *instruction.pRecord;
         const std::wstring tstrExpanded = folders.Expand(record.tstrValue);
         const CommandCheck check{record, tstrExpanded, SplitExpanded(record.tstrValue, folders), report};

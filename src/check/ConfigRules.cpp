@@ -191,7 +191,7 @@ void CheckConfiguration(const Subject& subject, Report& report)
         if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
     }
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eEffect != RecordEffect::eCarryOver) continue;
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eTag) continue;
         CheckTag(*instruction.pRecord, known, words, report);
     }
     CheckKeptNames(subject.update, report);

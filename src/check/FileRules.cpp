@@ -325,12 +325,13 @@ void CheckFileRecords(const Subject& subject, Report& report)
     around.sources = ListMovedSources(around.brought);
     const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
     for (const Instruction& instruction : instructions) {
-        if (instruction.pKey->eEffect == RecordEffect::eRunOnce) ++around.cCommands;
-        if (instruction.pKey->eEffect == RecordEffect::eShowText) ++around.cTexts;
+        const RecordForm eForm = FormOf(instruction.pKey->eEffect);
+        if (eForm == RecordForm::eCommand) ++around.cCommands;
+        if (eForm == RecordForm::eText) ++around.cTexts;
     }
     for (const Instruction& instruction : instructions) {
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::ePath) continue;
         const int iOp = FileOpOf(instruction.pKey->eEffect);
-        if (iOp == op_not_used) continue;
         const FileCheck check{*instruction.pRecord, iOp,
                               ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
         if (!CheckRefusal(check)) continue;

@@ -1,6 +1,5 @@
 // B001 to B009: the form of the instruction file.
 #include "check/Instructions.h"
-#include "check/KnownSections.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
@@ -36,7 +35,8 @@ void CheckEncoding(const IniScan& scan, Report& report)
     for (const Place& place : scan.Damaged()) add(place, L"half a character: a surrogate that stands alone");
 }
 
-void CheckRecord(const IniSection& section, const IniRecord& record, const KnownSection& known, Report& report)
+void CheckRecord(const IniSection& section, const IniRecord& record, const std::vector<std::wstring>& keys,
+                 Report& report)
 {
     const auto add = [&](Rule eRule, Place place, std::wstring tstrText, std::wstring tstrSuggestion = {}) {
         report.Add(eRule, kInstructionFile, place, std::move(tstrText), std::move(tstrSuggestion));
@@ -45,9 +45,9 @@ void CheckRecord(const IniSection& section, const IniRecord& record, const Known
         add(Rule::eNoRecord, record.place, L"\"" + record.tstrKey + L"\" is no record: \"=\" is missing");
         return;
     }
-    if (!known.HasKey(record.tstrKey) && record.IsRecord()) {
+    if (record.IsRecord() && std::ranges::find(keys, record.tstrKey) == keys.end()) {
         add(Rule::eUnknownKey, record.place, L"[" + section.tstrName + L"] has no key \"" + record.tstrKey + L"\"",
-            NearestOf(record.tstrKey, known.keys));
+            NearestOf(record.tstrKey, keys));
     } else if (record.bBlankBefore) {
         add(Rule::eUnknownKey, record.place, L"blanks before \"=\" may become part of the key", record.tstrKey + L"=");
     }
@@ -66,18 +66,18 @@ std::wstring NearestSection(const std::wstring& tstrName)
     const std::size_t uLanguage = tstrName.rfind(L'_') + 1;
     const std::wstring tstrLanguage = uLanguage < tstrName.size() ? tstrName.substr(uLanguage) : L"EN-US";
     std::vector<std::wstring> names;
-    for (const KnownSection& known : KnownSections()) {
-        names.push_back(known.szName + (known.bLanguage ? tstrLanguage : std::wstring()));
+    for (const ::Section& row : kSections) {
+        names.push_back(row.szName + (row.bLanguage ? tstrLanguage : std::wstring()));
     }
     return NearestOf(tstrName, names);
 }
 
-void CheckSectionName(const IniScan& scan, const IniSection& section, const KnownSection* pKnown, Report& report)
+void CheckSectionName(const IniScan& scan, const IniSection& section, bool bKnown, Report& report)
 {
     const auto add = [&](Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) {
         report.Add(eRule, kInstructionFile, section.place, L"[" + section.tstrName + L"] " + tstrText, tstrSuggestion);
     };
-    if (!pKnown) {
+    if (!bKnown) {
         add(Rule::eUnknownSection, L"is no section that anything reads", NearestSection(section.tstrName));
         return;
     }
@@ -157,10 +157,10 @@ void CheckForm(const Subject& subject, Report& report)
         report.Add(Rule::eNoRecord, kInstructionFile, record.place, L"the line stands before the first section");
     }
     for (const IniSection& section : scan.Sections()) {
-        const KnownSection* const pKnown = FindKnownSection(section.tstrName);
-        CheckSectionName(scan, section, pKnown, report);
-        if (!pKnown) continue;
-        for (const IniRecord& record : section.records) CheckRecord(section, record, *pKnown, report);
+        const std::vector<std::wstring> keys = KeysOf(section.tstrName);
+        CheckSectionName(scan, section, !keys.empty(), report);
+        if (keys.empty()) continue;
+        for (const IniRecord& record : section.records) CheckRecord(section, record, keys, report);
         // In another encoding the two may differ, and the encoding is the mistake.
         const bool bSame = scan.Encoding() != IniEncoding::eOtherMark && scan.Encoding() != IniEncoding::eUtf16Unmarked;
         if (bSame && scan.Find(section.tstrName) == &section) CompareWithWindows(subject, section, report);

@@ -21,16 +21,30 @@ void AddRecords(const IniSection& section, const ::Section& row, std::vector<Ins
 
 }  // namespace
 
+bool IsNamed(const ::Section& reading, std::wstring_view tstrName)
+{
+    const std::wstring_view tstrKnown = reading.szName;
+    const bool bLonger = tstrName.size() > tstrKnown.size();
+    return bLonger == reading.bLanguage && String::StartsWithNoCase(tstrName, tstrKnown);
+}
+
+std::vector<std::wstring> KeysOf(std::wstring_view tstrSection)
+{
+    std::vector<std::wstring> keys;
+    for (const ::Section& row : kSections) {
+        if (!IsNamed(row, tstrSection)) continue;
+        for (const SectionKey& key : row.keys) keys.emplace_back(key.szKey);
+    }
+    return keys;
+}
+
 std::vector<Instruction> ListInstructions(const IniScan& scan)
 {
     std::vector<Instruction> instructions;
     for (const ::Section& row : kSections) {
-        const std::wstring_view tstrName = row.szName;
         for (const IniSection& section : scan.Sections()) {
-            const std::wstring_view tstrScanned = section.tstrName;
-            if (row.bLanguage ? tstrScanned.size() <= tstrName.size() : tstrScanned.size() != tstrName.size()) continue;
-            if (!String::StartsWithNoCase(tstrScanned, tstrName)) continue;
-            if (scan.Find(tstrScanned) == &section) AddRecords(section, row, instructions);
+            const bool bRead = IsNamed(row, section.tstrName) && scan.Find(section.tstrName) == &section;
+            if (bRead) AddRecords(section, row, instructions);
         }
     }
     return instructions;

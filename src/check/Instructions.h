@@ -10,6 +10,13 @@
 
 namespace Check {
 
+/// Whether a section is one that `reading` reads, its name compared without regard to case as Windows does; a language
+/// follows where the reading has one.
+[[nodiscard]] bool IsNamed(const ::Section& reading, std::wstring_view tstrName);
+
+/// The keys that all readers of a section take; empty for one that is not read.
+[[nodiscard]] std::vector<std::wstring> KeysOf(std::wstring_view tstrSection);
+
 /// A record that the agent takes, and the row of its key.
 struct Instruction {
     const SectionKey* pKey;

@@ -66,7 +66,7 @@ const Placeholder* FindPlaceholder(std::wstring_view tstrText)
 
 bool IsPath(RecordEffect eEffect)
 {
-    return FileOpOf(eEffect) != op_not_used;
+    return FormOf(eEffect) == RecordForm::ePath;
 }
 
 void CheckExpanded(const Braced& braced, RecordEffect eEffect, Place place, Report& report)
@@ -109,7 +109,7 @@ void CheckUnexpanded(const Braced& braced, Place place, Report& report)
 std::size_t ExpandedFrom(const Instruction& instruction)
 {
     if (!instruction.pKey->bPlaceholders) return std::wstring::npos;
-    if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) return 0;
+    if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) return 0;
     constexpr std::size_t kData = 3;
     const std::vector<Field> fields = FieldsOf(*instruction.pRecord);
     if (fields.size() <= kData) return std::wstring::npos;

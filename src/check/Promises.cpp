@@ -177,14 +177,23 @@ private:
 
     void AddRecord(RecordEffect eEffect, const std::wstring& tstrRecord)
     {
-        if (const FileOp eOp = FileOpOf(eEffect); eOp != op_not_used) return AddFileRecord(eOp, tstrRecord);
+        if (FormOf(eEffect) == RecordForm::ePath) return AddFileRecord(FileOpOf(eEffect), tstrRecord);
         if (!IsRecordLengthValid(tstrRecord)) return;
-        if (const RegOp eOp = RegOpOf(eEffect); eOp == op_reg_delete) {
-            PromiseNoValue(m_promises.registry, ParseRegistryRecord(tstrRecord));
-        } else if (eOp != op_no_reg) {
-            PromiseValue(m_promises.registry, ParseRegistryRecord(tstrRecord), eOp == op_reg_add_if_non);
-        } else if (eEffect == RecordEffect::eEditIni) {
-            PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
+        switch (eEffect) {
+            case RecordEffect::eDeleteValue:
+                return PromiseNoValue(m_promises.registry, ParseRegistryRecord(tstrRecord));
+            case RecordEffect::eWriteValue:
+            case RecordEffect::eWriteMissingValue:
+                return PromiseValue(m_promises.registry, ParseRegistryRecord(tstrRecord),
+                                    eEffect == RecordEffect::eWriteMissingValue);
+            case RecordEffect::eEditIni: return PromiseIniValue(m_promises.updateInfo, ParseIniRecord(tstrRecord));
+            case RecordEffect::eCreateFolder:
+            case RecordEffect::eDeleteFolder:
+            case RecordEffect::eDeleteFiles:
+            case RecordEffect::eDeleteFilesNow:  // above
+            case RecordEffect::eCarryOver:       // with the file that gets the values
+            case RecordEffect::eRunOnce:
+            case RecordEffect::eShowText: break;  // nothing that can be verified on the machine
         }
     }
 

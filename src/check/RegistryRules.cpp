@@ -327,7 +327,7 @@ void CheckRegistry(const Subject& subject, Report& report)
                                   subject.update.Product().tstrDownloadPath);
     std::map<std::wstring, Patch> lasts;
     for (const Instruction& instruction : instructions) {
-        if (RegOpOf(instruction.pKey->eEffect) == op_no_reg) continue;
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) continue;
         const IniRecord& record = *instruction.pRecord;
         const Patch patch{instruction, FieldsOf(record), ParseRegistryRecord(record.tstrValue), report};
         const bool bMissing = CheckMissing(patch);

@@ -1,7 +1,6 @@
 // B090 to B092: the texts that the update brings for each language.
 #include "check/simulate/ErrorText.h"
 #include "check/Instructions.h"
-#include "check/KnownSections.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
 
@@ -94,10 +93,12 @@ std::vector<std::wstring> Tables(const Update& update)
     return tables;
 }
 
-void CheckNotification(const IniSection& section, const KnownSection& known, Report& report)
+constexpr const ::Section& kQuestion = SectionOf(L"RestartNotification_", L"RemindToReboot");
+
+void CheckNotification(const IniSection& section, Report& report)
 {
-    const auto cTexts = std::count_if(section.records.begin(), section.records.end(), [&](const IniRecord& record) {
-        return record.IsRecord() && known.HasKey(record.tstrKey);
+    const auto cTexts = std::count_if(section.records.begin(), section.records.end(), [](const IniRecord& record) {
+        return record.IsRecord() && record.tstrKey == kQuestion.keys.begin()->szKey;
     });
     if (cTexts >= 2) return;
     report.Add(Rule::eNotification, kInstructionFile, section.place,
@@ -172,8 +173,7 @@ void CheckNewNameTexts(const Subject& subject, Report& report)
 {
     const std::vector<IniSection>& sections = subject.instructions.Sections();
     const auto itQuestion = std::find_if(sections.begin(), sections.end(), [](const IniSection& section) {
-        const KnownSection* const pKnown = FindKnownSection(section.tstrName);
-        return pKnown && pKnown->bLanguage;
+        return IsNamed(kQuestion, section.tstrName);
     });
     const bool bQuestion = itQuestion != sections.end();
     const ProductTexts texts(subject);
@@ -199,9 +199,8 @@ void CheckTexts(const Subject& subject, Report& report)
     for (const std::wstring& tstrFile : tables) CheckTable(subject.update, tstrFile, report);
     if (tables.empty()) CheckNewNameTexts(subject, report);
     for (const IniSection& section : subject.instructions.Sections()) {
-        const KnownSection* const pKnown = FindKnownSection(section.tstrName);
         const bool bRead = subject.instructions.Find(section.tstrName) == &section;
-        if (pKnown && pKnown->bLanguage && bRead) CheckNotification(section, *pKnown, report);
+        if (bRead && IsNamed(kQuestion, section.tstrName)) CheckNotification(section, report);
     }
 }
 

@@ -2,8 +2,10 @@
 
 #include "check/simulate/ErrorText.h"
 #include "check/FailureLines.h"
+#include "check/RowOrder.h"
 #include "check/ShownText.h"
 
+#include "agent/Sections.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -19,27 +21,72 @@ namespace {
 constexpr std::wstring_view kAgent = L"Brevant";
 constexpr std::wstring_view kParameter = L"Paramter is ";
 
-/// What is counted: lines that begin so.
+/// What is counted, in the order in which it is shown.
+enum class Figure { eFolders, eMoves, eValues, eSettings, eIniValues, eRemovals, eCommands, eShortcuts, eNone };
+
 struct FigureRow {
-    TraceLevel eLevel;
-    std::wstring_view tstrStart;
+    Figure eFigure;
     const wchar_t* szOne;
     const wchar_t* szMany;
 };
 constexpr FigureRow kFigures[] = {
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::CreateDirBeforeReboot() - to add: ", L"folder to create",
-     L"folders to create"},
-    {TraceLevel::eProgress, L"src: ", L"file for the restart", L"files for the restart"},
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::PatchRegistry() - ", L"registry record", L"registry records"},
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::MergeConfig() - Add tag.", L"setting to carry over",
-     L"settings to carry over"},
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::ModifyUpdateInfo(", L"change of the update information",
-     L"changes of the update information"},
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::RemoveFileAfterReboot() - ", L"removal", L"removals"},
-    {TraceLevel::eProgress, L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: ",
-     L"command for the restart", L"commands for the restart"},
-    {TraceLevel::eStep, L"[Enter] ShortCutXmlHandler::CreateShortCut()", L"shortcut", L"shortcuts"},
+    {Figure::eFolders, L"folder to create", L"folders to create"},
+    {Figure::eMoves, L"file for the restart", L"files for the restart"},
+    {Figure::eValues, L"registry record", L"registry records"},
+    {Figure::eSettings, L"setting to carry over", L"settings to carry over"},
+    {Figure::eIniValues, L"change of the update information", L"changes of the update information"},
+    {Figure::eRemovals, L"removal", L"removals"},
+    {Figure::eCommands, L"command for the restart", L"commands for the restart"},
+    {Figure::eShortcuts, L"shortcut", L"shortcuts"},
 };
+static_assert(IsInOrder(kFigures, &FigureRow::eFigure));
+static_assert(std::size(kFigures) == static_cast<std::size_t>(Figure::eNone));
+
+/// What a record of an effect counts as, by its line.
+constexpr Figure FigureOf(RecordEffect eEffect)
+{
+    switch (eEffect) {
+        case RecordEffect::eCreateFolder: return Figure::eFolders;
+        case RecordEffect::eDeleteFolder:
+        case RecordEffect::eDeleteFiles:
+        case RecordEffect::eDeleteFilesNow: return Figure::eRemovals;
+        case RecordEffect::eDeleteValue:
+        case RecordEffect::eWriteValue:
+        case RecordEffect::eWriteMissingValue: return Figure::eValues;
+        case RecordEffect::eCarryOver: return Figure::eSettings;
+        case RecordEffect::eEditIni: return Figure::eIniValues;
+        case RecordEffect::eRunOnce: return Figure::eCommands;
+        case RecordEffect::eShowText: break;
+    }
+    return Figure::eNone;
+}
+
+/// Whether exactly the records that are counted have a line.
+constexpr bool AreCountedByLine(const Section& section)
+{
+    return std::ranges::all_of(section.keys, [](const SectionKey& key) {
+        return key.LineStart().empty() == (FigureOf(key.eEffect) == Figure::eNone);
+    });
+}
+static_assert(std::ranges::all_of(kSections, &AreCountedByLine));
+
+/// What a line counts as.
+Figure FigureOf(const TraceLine& line)
+{
+    if (line.eLevel == TraceLevel::eStep) {
+        const bool bShortcut = line.tstrMessage.starts_with(L"[Enter] ShortCutXmlHandler::CreateShortCut()");
+        return bShortcut ? Figure::eShortcuts : Figure::eNone;
+    }
+    if (line.eLevel != TraceLevel::eProgress) return Figure::eNone;
+    if (line.tstrMessage.starts_with(L"src: ")) return Figure::eMoves;
+    for (const Section& section : kSections) {
+        for (const SectionKey& key : section.keys) {
+            const std::wstring_view tstrStart = key.LineStart();
+            if (!tstrStart.empty() && line.tstrMessage.starts_with(tstrStart)) return FigureOf(key.eEffect);
+        }
+    }
+    return Figure::eNone;
+}
 
 /// A line after which a run may end, or must go on.
 struct EndRow {
@@ -106,12 +153,12 @@ std::wstring ProgramOf(const TraceRun& run)
 
 std::vector<std::wstring> FiguresOf(const TraceRun& run)
 {
+    std::size_t counts[std::size(kFigures) + 1] = {};
+    for (const TraceLine& line : run.lines) ++counts[static_cast<std::size_t>(FigureOf(line))];
     std::vector<std::wstring> figures;
     for (const FigureRow& row : kFigures) {
-        const auto cLines = std::count_if(run.lines.begin(), run.lines.end(), [&](const TraceLine& line) {
-            return line.eLevel == row.eLevel && line.tstrMessage.starts_with(row.tstrStart);
-        });
-        if (cLines > 0) figures.push_back(std::to_wstring(cLines) + L" " + (cLines == 1 ? row.szOne : row.szMany));
+        const std::size_t cLines = counts[static_cast<std::size_t>(row.eFigure)];
+        if (cLines > 0) figures.push_back(Counted(cLines, row.szOne, row.szMany));
     }
     return figures;
 }

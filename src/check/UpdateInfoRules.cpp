@@ -113,7 +113,7 @@ void CheckUpdateInfo(const Subject& subject, Report& report)
 {
     const InfoFile eFile = FindInfoFile(subject.update);
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
-        if (instruction.pKey->eEffect != RecordEffect::eEditIni) continue;
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eIniValue) continue;
         const IniRecord& record = *instruction.pRecord;
         CheckFields(record, report);
         if (!ParseIniRecord(record.tstrValue).IsComplete()) continue;

@@ -1,4 +1,6 @@
+#include "agent/Sections.h"
 #include "check/FailureLines.h"
+#include "check/Plan.h"
 #include "check/TraceSummary.h"
 #include "unit/check/CheckFixture.h"
 
@@ -27,6 +29,46 @@ protected:
         return Runs({L"t.log"});
     }
     TempFolder m_folder;
+};
+
+/// An update that uses every key once, and what its run traces.
+class TracedRunTest : public UpdateTest {
+protected:
+    static std::string RecordOf(RecordForm eForm)
+    {
+        switch (eForm) {
+            case RecordForm::ePath: return "{InstalledDir}Deep\\er";
+            case RecordForm::eRegistryValue: return "@!Name!REG_SZ!data";
+            case RecordForm::eTag: return "/P/A";
+            case RecordForm::eIniValue: return "S!K!V";
+            case RecordForm::eCommand: return "a.exe";
+            case RecordForm::eText: break;
+        }
+        return "text";
+    }
+
+    void UseEveryKey()
+    {
+        std::map<std::wstring, std::string> sections;
+        for (const Section& section : kSections) {
+            for (const SectionKey& key : section.keys) {
+                sections[section.szName] +=
+                    KzCommon::String::ToUtf8(key.szKey) + "=" + RecordOf(FormOf(key.eEffect)) + "\n";
+                if (!key.LineStart().empty()) ++m_cCounted;
+            }
+        }
+        std::string strInstructions;
+        for (const auto& [tstrName, strRecords] : sections) {
+            strInstructions += "[" + KzCommon::String::ToUtf8(tstrName) + "]\n" + strRecords;
+        }
+        Instruct(strInstructions);
+        m_update.MakeFolder(L"Component\\p1\\Share\\Setting");
+        m_installed.Write(L"config.xml", "<c><P><A>1</A></P></c>");
+    }
+
+    TempFolder m_installed;
+    TempFolder m_traces;
+    std::size_t m_cCounted = 0;  // records whose line is counted
 };
 
 const std::string kDeploy = "@@@ Paramter is /DeployFramework";
@@ -121,6 +163,41 @@ TEST_F(TraceTest, AFailureComesWithItsCodeItsPageAndWhatItIsAbout)
     EXPECT_THAT(tstrShown, HasSubstr(L"error = 32. - FileOperations.cpp (2 times)\n        code: another program"));
     EXPECT_THAT(tstrShown, Not(HasSubstr(L"'y'")));
     EXPECT_THAT(FormatRun(summary, true), HasSubstr(L"'y'"));
+}
+
+TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
+{
+    UseEveryKey();
+    const Plan plan = MakePlan(Open(), m_installed.Path(), {.bTrace = true});
+    TraceReader reader;
+    ASSERT_TRUE(reader.Add(m_traces.Write(L"t.log", KzCommon::String::ToUtf8(plan.tstrTrace)), nullptr));
+    ASSERT_THAT(reader.Runs(), SizeIs(1));
+    const TraceRun run = reader.Runs().front();
+    std::vector<std::wstring> lines;
+    for (const TraceLine& line : run.lines) {
+        if (line.tstrMessage.starts_with(L"src: ")) ++m_cCounted;
+        lines.emplace_back(line.tstrMessage);
+    }
+    std::size_t cCounted = 0;
+    const RunSummary summary = SummarizeRun(run);
+    for (const std::wstring& tstrFigure : summary.figures) cCounted += std::stoul(tstrFigure);
+    EXPECT_EQ(cCounted, m_cCounted) << PrintToString(summary.figures) << PrintToString(lines);
+    EXPECT_THAT(summary.figures, IsSupersetOf({L"1 folder to create", L"1 setting to carry over", L"3 registry records",
+                                               L"1 change of the update information", L"1 command for the restart"}));
+    // Support and its tools know these texts.
+    const std::wstring tstrAgent = L"*** FrameworkDeployAgent::";
+    const std::wstring tstrFolder = L"[{InstalledDir}Deep\\er]";
+    const std::wstring tstrValue = L"[SOFTWARE\\Vault!Name!REG_SZ!data]";
+    EXPECT_THAT(lines,
+                IsSupersetOf({tstrAgent + L"CreateDirBeforeReboot() - to add: " + tstrFolder,
+                              tstrAgent + L"PatchRegistry() - delete: " + tstrValue,
+                              tstrAgent + L"PatchRegistry() - add: " + tstrValue,
+                              tstrAgent + L"PatchRegistry() - add: " + tstrValue,
+                              tstrAgent + L"MergeConfig() - Add tag. [/P/A]", tstrAgent + L"ModifyUpdateInfo(S!K!V) ",
+                              tstrAgent + L"RemoveFileAfterReboot() - to delete folder: " + tstrFolder,
+                              tstrAgent + L"RemoveFileAfterReboot() - to delete file: " + tstrFolder,
+                              tstrAgent + L"RemoveFileAfterReboot() - deleting file: " + tstrFolder,
+                              tstrAgent + L"PostRunScript() - add to sys RunOnce: [a.exe]"}));
 }
 
 TEST(FailureLinesTest, AFailureIsToldFromWhatLooksLikeOneAndItsCodeIsRead)
