@@ -6,24 +6,7 @@
 //     value   = 1 to 1023 characters; the fields of a registry or INI record stand between "!", and a run of "!"
 //               counts as one, so that no field is empty
 //
-//     [QOR_REGISTRY_PATCH]
-//     delete     = key-path "!" value-name                            below HKEY_LOCAL_MACHINE
-//     add        = key-path "!" value-name "!" type "!" data          type: REG_SZ, REG_DWORD, REG_QDWORD
-//     add_if_non = key-path "!" value-name "!" type "!" data          "(Default)": the key's unnamed value
-//     [QOR_DIR]
-//     delete     = folder
-//     add        = folder
-//     [QOR_FILE]
-//     delete     = folder "\" pattern
-//     delete_now = folder "\" pattern
-//     [UPDATE_INFO]
-//     modify     = section "!" key "!" value
-//     [Run]
-//     SysRunOnce = command line
-//     [QOR_CONFIG_MERGE]
-//     migrate    = tag path
-//     [RestartNotification_<language>]
-//     text       = title, then message
+// Sections.h has the sections and keys, and what the value of each is.
 //
 // The same key may stand on many lines. An operation takes its keys in an order of its own, and the records of one key
 // in the order of their lines. Keys match exactly.

@@ -33,10 +33,10 @@ enum class RecordEffect {
 
 /// What the value of a record is, and by that which family of lint rules looks at it.
 enum class RecordForm {
-    ePath,           ///< a folder, or a folder and a name pattern
-    eRegistryValue,  ///< key path and value name, type and data
+    ePath,           ///< folder, or folder "\" pattern
+    eRegistryValue,  ///< key path "!" value name, and "!" type "!" data unless the value is deleted
     eTag,            ///< a path in the configuration
-    eIniValue,       ///< section, key and value
+    eIniValue,       ///< section "!" key "!" value
     eCommand,        ///< a command line
     eText            ///< a text for the user
 };

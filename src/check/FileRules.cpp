@@ -310,6 +310,20 @@ void CheckLengths(const Surroundings& around, Report& report)
     }
 }
 
+void CheckPath(const Instruction& instruction, Surroundings& around, Report& report)
+{
+    const int iOp = FileOpOf(instruction.pKey->eEffect);
+    const FileCheck check{*instruction.pRecord, iOp,
+                          ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
+    if (!CheckRefusal(check)) return;
+    if (iOp == op_dir_add) AddCreated(around.created, check.Folder());
+    CheckNames(check);
+    CheckFolderAsFile(check, around);
+    CheckLosses(check, around);
+    CheckInstructionsKept(check, around);
+    CheckUsersFolder(check, around);
+}
+
 }  // namespace
 
 void CheckFileRecords(const Subject& subject, Report& report)
@@ -324,24 +338,18 @@ void CheckFileRecords(const Subject& subject, Report& report)
                         0};
     around.sources = ListMovedSources(around.brought);
     const std::vector<Instruction> instructions = ListInstructions(subject.instructions);
+    std::vector<const Instruction*> paths;
     for (const Instruction& instruction : instructions) {
-        const RecordForm eForm = FormOf(instruction.pKey->eEffect);
-        if (eForm == RecordForm::eCommand) ++around.cCommands;
-        if (eForm == RecordForm::eText) ++around.cTexts;
+        switch (FormOf(instruction.pKey->eEffect)) {
+            case RecordForm::ePath: paths.push_back(&instruction); break;
+            case RecordForm::eCommand: ++around.cCommands; break;
+            case RecordForm::eText: ++around.cTexts; break;
+            case RecordForm::eRegistryValue:
+            case RecordForm::eTag:
+            case RecordForm::eIniValue: break;  // no files
+        }
     }
-    for (const Instruction& instruction : instructions) {
-        if (FormOf(instruction.pKey->eEffect) != RecordForm::ePath) continue;
-        const int iOp = FileOpOf(instruction.pKey->eEffect);
-        const FileCheck check{*instruction.pRecord, iOp,
-                              ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
-        if (!CheckRefusal(check)) continue;
-        if (iOp == op_dir_add) AddCreated(around.created, check.Folder());
-        CheckNames(check);
-        CheckFolderAsFile(check, around);
-        CheckLosses(check, around);
-        CheckInstructionsKept(check, around);
-        CheckUsersFolder(check, around);
-    }
+    for (const Instruction* const pInstruction : paths) CheckPath(*pInstruction, around, report);
     CheckDestinations(around, report);
     CheckLengths(around, report);
 }

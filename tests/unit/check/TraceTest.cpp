@@ -34,26 +34,12 @@ protected:
 /// An update that uses every key once, and what its run traces.
 class TracedRunTest : public UpdateTest {
 protected:
-    static std::string RecordOf(RecordForm eForm)
-    {
-        switch (eForm) {
-            case RecordForm::ePath: return "{InstalledDir}Deep\\er";
-            case RecordForm::eRegistryValue: return "@!Name!REG_SZ!data";
-            case RecordForm::eTag: return "/P/A";
-            case RecordForm::eIniValue: return "S!K!V";
-            case RecordForm::eCommand: return "a.exe";
-            case RecordForm::eText: break;
-        }
-        return "text";
-    }
-
     void UseEveryKey()
     {
         std::map<std::wstring, std::string> sections;
         for (const Section& section : kSections) {
             for (const SectionKey& key : section.keys) {
-                sections[section.szName] +=
-                    KzCommon::String::ToUtf8(key.szKey) + "=" + RecordOf(FormOf(key.eEffect)) + "\n";
+                sections[section.szName] += KzCommon::String::ToUtf8(key.szKey) + "=" + kRecord + "\n";
                 if (!key.LineStart().empty()) ++m_cCounted;
             }
         }
@@ -66,6 +52,8 @@ protected:
         m_installed.Write(L"config.xml", "<c><P><A>1</A></P></c>");
     }
 
+    /// Every operation traces a record that it cannot carry out, too.
+    static constexpr char kRecord[] = "{InstalledDir}Deep\\er!Name!REG_SZ!data";
     TempFolder m_installed;
     TempFolder m_traces;
     std::size_t m_cCounted = 0;  // records whose line is counted
@@ -186,18 +174,17 @@ TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
                                                L"1 change of the update information", L"1 command for the restart"}));
     // Support and its tools know these texts.
     const std::wstring tstrAgent = L"*** FrameworkDeployAgent::";
-    const std::wstring tstrFolder = L"[{InstalledDir}Deep\\er]";
-    const std::wstring tstrValue = L"[SOFTWARE\\Vault!Name!REG_SZ!data]";
-    EXPECT_THAT(lines,
-                IsSupersetOf({tstrAgent + L"CreateDirBeforeReboot() - to add: " + tstrFolder,
-                              tstrAgent + L"PatchRegistry() - delete: " + tstrValue,
-                              tstrAgent + L"PatchRegistry() - add: " + tstrValue,
-                              tstrAgent + L"PatchRegistry() - add: " + tstrValue,
-                              tstrAgent + L"MergeConfig() - Add tag. [/P/A]", tstrAgent + L"ModifyUpdateInfo(S!K!V) ",
-                              tstrAgent + L"RemoveFileAfterReboot() - to delete folder: " + tstrFolder,
-                              tstrAgent + L"RemoveFileAfterReboot() - to delete file: " + tstrFolder,
-                              tstrAgent + L"RemoveFileAfterReboot() - deleting file: " + tstrFolder,
-                              tstrAgent + L"PostRunScript() - add to sys RunOnce: [a.exe]"}));
+    const std::wstring tstrEnd = KzCommon::String::FromAnsi(kRecord) + L"]";
+    EXPECT_THAT(lines, IsSupersetOf({tstrAgent + L"CreateDirBeforeReboot() - to add: [" + tstrEnd,
+                                     tstrAgent + L"PatchRegistry() - delete: [" + tstrEnd,
+                                     tstrAgent + L"PatchRegistry() - add: [" + tstrEnd,
+                                     tstrAgent + L"PatchRegistry() - add: [" + tstrEnd,
+                                     tstrAgent + L"MergeConfig() - Add tag. [" + tstrEnd,
+                                     tstrAgent + L"ModifyUpdateInfo(" + KzCommon::String::FromAnsi(kRecord) + L") ",
+                                     tstrAgent + L"RemoveFileAfterReboot() - to delete folder: [" + tstrEnd,
+                                     tstrAgent + L"RemoveFileAfterReboot() - to delete file: [" + tstrEnd,
+                                     tstrAgent + L"RemoveFileAfterReboot() - deleting file: [" + tstrEnd,
+                                     tstrAgent + L"PostRunScript() - add to sys RunOnce: [" + tstrEnd}));
 }
 
 TEST(FailureLinesTest, AFailureIsToldFromWhatLooksLikeOneAndItsCodeIsRead)

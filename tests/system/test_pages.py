@@ -1,0 +1,51 @@
+"""What the sources know, the pages and the samples know: every instruction key, every lint rule."""
+import re
+import unittest
+
+from brevantlab.prefix import ROOT
+
+
+def text_of(name):
+    return (ROOT / name).read_text(encoding='utf-8-sig')
+
+
+def keys():
+    """Every key of every section in the agent's table."""
+    for row in re.split(r'\n    \{(?=L")', text_of('src/agent/Sections.h'))[1:]:
+        section = re.match(r'L"(\w+)"', row)[1]
+        for key in re.findall(r'\{L"(\w+)", RecordEffect::', row):
+            yield section, key
+
+
+def used_in(name):
+    """Every key that an instruction file uses, languages left out of its sections."""
+    section = None
+    for line in text_of(name).splitlines():
+        if line.startswith('['):
+            section = re.sub('(?<=RestartNotification_).*', '', line.strip('[]'))
+        elif '=' in line and not line.startswith(';'):
+            yield section, line.split('=')[0]
+
+
+class Pages(unittest.TestCase):
+    def test_every_key_is_used_and_described(self):
+        table = set(keys())
+        self.assertIn(('QOR_FILE', 'delete_now'), table)
+        for name in ('samples/update/QorPaFrwk.ini', 'tests/hostile/seeds/instructions.ini'):
+            self.assertEqual(table, set(used_in(name)), name)
+        page = re.search(r'\| Section \| Key .*?\n\n', text_of('docs/instruction-file.md'), re.DOTALL)[0]
+        section, described = None, set()
+        for named, key in re.findall(r'^\| (?:`(\w+)`[^|]*)?\| `(\w+)` \|', page, re.MULTILINE):
+            section = named or section
+            described.add((section, key))
+        self.assertEqual(table, described)
+
+    def test_every_rule_has_its_page(self):
+        rules = re.findall(r'^    \{Rule::e\w+, .*?L"([a-z-]+)"', text_of('src/check/Rules.cpp'), re.MULTILINE)
+        pages = re.findall(r'^### B\d{3} ([a-z0-9-]+)$', text_of('docs/check-rules.md'), re.MULTILINE)
+        self.assertEqual(len(re.findall(r'^    e\w+ = \d+,', text_of('src/check/Rules.h'), re.MULTILINE)), len(rules))
+        self.assertEqual(rules, pages)
+
+
+if __name__ == '__main__':
+    unittest.main()
