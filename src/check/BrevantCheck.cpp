@@ -1,5 +1,5 @@
 // Entry point of the checking program: checks updates before they ship and machines after it. It runs as whoever calls
-// it and changes nothing.
+// it, and changes nothing but the manifest that "manifest --into" writes.
 #include "check/CommandLine.h"
 #include "check/Lint.h"
 #include "check/Plan.h"
@@ -36,14 +36,17 @@ constexpr Verb kVerbs[] = {
      L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson | kTrace, 1, 1, RunPlan},
-    {L"manifest", L"UPDATE > FILE",
+    {L"manifest", L"UPDATE > FILE | --into UPDATE",
      L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
      L"information. \"verify\" compares a machine with it.\n\n"
-     L"Exit code: 0 written, 2 wrong use, 3 cannot read.",
-     0, 1, 1, RunManifest},
+     L"  --into  writes it to QorUpdate.json in the settings folder of the update's product package: the update then\n"
+     L"          brings it along, and \"verify\" needs no FILE. Renew it after every change of the update.\n\n"
+     L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
+     kInto, 1, 1, RunManifest},
     {L"verify", L"[FILE] [--installed DIR] [--format text|json]",
-     L"Says of each promise of a manifest, FILE, whether this machine has it. Without FILE the newest deployment in\n"
-     L"the product's trace tells what was promised; then the files' contents are not known.\n\n"
+     L"Says of each promise of a manifest, FILE, whether this machine has it. Without FILE it takes the manifest that\n"
+     L"was shipped with the update, QorUpdate.json: the newest of the one in the install folder, the one that waits\n"
+     L"for the restart, and the one in the download folder. Its last line names the file.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n\n"
      L"Exit code: 0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson, 0, 1, RunVerify},

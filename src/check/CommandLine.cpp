@@ -65,6 +65,11 @@ bool TakeTrace(const Verb&, const std::wstring&, Arguments& arguments)
     return arguments.bTrace = true;
 }
 
+bool TakeInto(const Verb&, const std::wstring&, Arguments& arguments)
+{
+    return arguments.bInto = true;
+}
+
 constexpr OptionRow kOptions[] = {
     {L"--installed", kInstalled, true, TakeInstalled},
     {L"--language", kLanguage, true, TakeLanguage},
@@ -72,6 +77,7 @@ constexpr OptionRow kOptions[] = {
     {L"--format", kFormatSarif | kFormatJson, true, TakeFormat},
     {L"--all", kAll, false, TakeAll},
     {L"--trace", kTrace, false, TakeTrace},
+    {L"--into", kInto, false, TakeInto},
 };
 
 /// The row of an option that the verb accepts, or null.
@@ -90,7 +96,8 @@ std::wstring UsageOf(const Verb& verb)
 
 std::wstring Overview(std::span<const Verb> verbs)
 {
-    std::wstring tstrText = L"Checks updates before they ship and machines after it; changes nothing.\n\n";
+    std::wstring tstrText =
+        L"Checks updates before they ship and machines after it; writes only the manifest of \"manifest --into\".\n\n";
     for (const Verb& verb : verbs) tstrText += L"  " + UsageOf(verb);
     return tstrText + L"  BrevantCheck --version | --help | VERB --help\n";
 }

@@ -22,6 +22,7 @@ struct Arguments {
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
     bool bTrace = false;                       ///< --trace
+    bool bInto = false;                        ///< --into
 };
 
 /// What a verb writes: the entry point hands it on when the verb has returned.
@@ -39,6 +40,7 @@ enum OptionBits : unsigned {
     kFormatJson = 16,
     kAll = 32,
     kTrace = 64,
+    kInto = 128,
 };
 
 /// One verb: a row in the table of the entry point.

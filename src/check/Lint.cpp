@@ -13,8 +13,8 @@ namespace Check {
 namespace {
 
 constexpr void (*kFamilies[])(const Subject& subject, Report& report) = {
-    CheckForm,     CheckPlaceholders, CheckRegistry,      CheckFileRecords, CheckUpdateInfo,
-    CheckCommands, CheckPackages,     CheckConfiguration, CheckShortcuts,   CheckTexts,
+    CheckForm,     CheckPlaceholders, CheckRegistry,      CheckFileRecords, CheckUpdateInfo, CheckCommands,
+    CheckPackages, CheckManifest,     CheckConfiguration, CheckShortcuts,   CheckTexts,
 };
 
 int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output)

@@ -28,6 +28,7 @@ void CheckFileRecords(const Subject& subject, Report& report);    ///< FileRules
 void CheckUpdateInfo(const Subject& subject, Report& report);     ///< UpdateInfoRules.cpp
 void CheckCommands(const Subject& subject, Report& report);       ///< CommandRules.cpp
 void CheckPackages(const Subject& subject, Report& report);       ///< PackageRules.cpp
+void CheckManifest(const Subject& subject, Report& report);       ///< ManifestRules.cpp
 void CheckConfiguration(const Subject& subject, Report& report);  ///< ConfigRules.cpp
 void CheckShortcuts(const Subject& subject, Report& report);      ///< ShortcutRules.cpp
 void CheckTexts(const Subject& subject, Report& report);          ///< TextRules.cpp

@@ -2,7 +2,10 @@
 
 #include "check/JsonText.h"
 #include "check/Lint.h"
+#include "check/simulate/ErrorText.h"
 
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -246,6 +249,37 @@ bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstr
     return false;
 }
 
+/// Puts the manifest in the product package's settings folder, which is created where it is missing.
+bool WriteInto(const std::wstring& tstrFolder, std::string_view strManifest, DWORD* pdwError)
+{
+    Storage::File::Replacement file(LongPath(tstrFolder + kShippedManifest));
+    return file.Create({}, FILE_ATTRIBUTE_NORMAL, pdwError) && file.Write(strManifest, pdwError) &&
+           file.TakePlace(pdwError);
+}
+
+/// "manifest --into".
+int ShipManifest(const Update& update, Output& output)
+{
+    if (!update.Product().bThere) {
+        output.tstrErrors += update.Product().tstrFolder +
+                             L": no such folder: a manifest is shipped with the product "
+                             L"package; without it use \"manifest UPDATE > FILE\"\n";
+        return kCannotRead;
+    }
+    // Without this folder the agent leaves the settings out: it has to be there before the promises are collected.
+    const std::wstring tstrFolder = update.Folder() + update.SettingFolder();
+    DWORD dwError = ERROR_SUCCESS;
+    std::string strManifest;
+    const bool bFolder = Storage::Directory::Create(LongPath(tstrFolder), nullptr, &dwError);
+    if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return kCannotRead;
+    if (!bFolder || !WriteInto(tstrFolder, strManifest, &dwError)) {
+        output.tstrErrors += tstrFolder + kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
+        return kCannotRead;
+    }
+    output.strText = String::ToUtf8(tstrFolder + kShippedManifest + L": written\n");
+    return kClean;
+}
+
 }  // namespace
 
 std::string FormatManifest(const Promises& promises)
@@ -283,14 +317,29 @@ bool ParseManifest(std::string_view strBytes, Promises& promises, std::wstring& 
            ReadList(root, "update_information", promises.updateInfo, tstrError);
 }
 
+bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest, std::wstring& tstrErrors)
+{
+    Promises promises;
+    if (!CollectPromises(update, promises, tstrErrors)) return false;
+    const FilePromise manifest{kInstalledDir + std::wstring(kShippedManifest),
+                               update.SettingFolder() + kShippedManifest,
+                               true,
+                               {},
+                               std::nullopt};
+    const std::size_t cFound = std::erase_if(promises.files, [&](const FilePromise& file) {
+        return String::EqualsNoCase(file.tstrPlace, manifest.tstrPlace);
+    });
+    if (bShipped || cFound > 0) promises.files.push_back(manifest);
+    strManifest = FormatManifest(promises);
+    return true;
+}
+
 int RunManifest(const Arguments& arguments, Output& output)
 {
     Update update;
     if (!OpenUpdate(arguments, update, output)) return kCannotRead;
-    Promises promises;
-    if (!CollectPromises(update, promises, output.tstrErrors)) return kCannotRead;
-    output.strText = FormatManifest(promises);
-    return kClean;
+    if (arguments.bInto) return ShipManifest(update, output);
+    return MakeManifest(update, false, output.strText, output.tstrErrors) ? kClean : kCannotRead;
 }
 
 }  // namespace Check

@@ -20,6 +20,16 @@ namespace Check {
 /// The largest manifest that is read, in bytes: about 25,000 files, in UTF-16 with names beyond ASCII.
 inline constexpr std::size_t kMaxManifestBytes = std::size_t{32} * 1024 * 1024;
 
+/// Under this name a manifest is shipped among the settings of the product package; the agent copies it to the install
+/// folder like any other file there.
+inline constexpr wchar_t kShippedManifest[] = L"QorUpdate.json";
+
+/// What the update promises today, as a manifest. `bShipped`: that it is shipped as well, even if it is not there yet.
+/// A shipped manifest is promised without its content, which would have to name its own hash. What cannot be promised
+/// is a line of `tstrErrors`. False when a file of the update cannot be read.
+[[nodiscard]] bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest,
+                                std::wstring& tstrErrors);
+
 /// The verb.
 [[nodiscard]] int RunManifest(const Arguments& arguments, Output& output);
 

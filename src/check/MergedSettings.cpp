@@ -76,7 +76,7 @@ std::wstring WhyNotMerged(const SettingsPromise& promise, std::string_view strMe
     try {
         const auto document = Storage::XmlParser().ParseText(strMerged);
         const XmlElement& root = *document->GetRoot();
-        if (!promise.tstrRoot.empty() && !root.IsNamed(promise.tstrRoot)) return L"not <" + promise.tstrRoot + L">";
+        if (!root.IsNamed(promise.tstrRoot)) return L"not <" + promise.tstrRoot + L">";
         const FoldedTags there = TagsIn(root);
         std::wstring tstrMissing = FirstMissing(promise.tags, there);
         if (tstrMissing.empty() && !strKept.empty()) {

@@ -11,7 +11,7 @@ namespace Check {
 
 /// What such a file is to hold on every machine. Names and paths only, never a value.
 struct SettingsPromise {
-    std::wstring tstrRoot;           ///< the outermost element's name; empty when it is not known
+    std::wstring tstrRoot;           ///< the outermost element's name
     std::vector<std::wstring> tags;  ///< settings, "/Parent/Child"
     /// What is carried over besides where the user has it. A merge that failed leaves it in the file that was kept.
     std::vector<std::wstring> carriedOver;

@@ -81,14 +81,13 @@ void SetData(RegistryPromise& promise, const RegistryRecord& record, ValueState 
     }
 }
 
-}  // namespace
-
 void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record)
 {
     if (!LastsAnywhere(record)) return;
     FindOrAddValue(registry, KeyPathOf(record.tstrKeyPath), record.tstrValueName).eState = ValueState::eAbsent;
 }
 
+/// Carries a registry record out on what the records before it promise. `bOnlyMissing`: "add_if_non".
 void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing)
 {
     if (!IsWritten(record.eType) || !LastsAnywhere(record)) return;
@@ -103,12 +102,6 @@ void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& 
     promise.bUnlessLiteral = bUnnamed && !bKnown;
 }
 
-bool IsVersionKey(const std::wstring& tstrKey)
-{
-    constexpr std::wstring_view kEnd = L"_Version";
-    return tstrKey.size() >= kEnd.size() && String::EqualsNoCase(tstrKey.substr(tstrKey.size() - kEnd.size()), kEnd);
-}
-
 void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record)
 {
     if (!record.IsComplete()) return;
@@ -118,8 +111,6 @@ void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& rec
     });
     updateInfo.push_back({record.tstrSection, record.tstrKey, record.tstrValue});
 }
-
-namespace {
 
 /// Puts together what one update promises.
 class Collector {
@@ -392,6 +383,12 @@ private:
 };
 
 }  // namespace
+
+bool IsVersionKey(const std::wstring& tstrKey)
+{
+    constexpr std::wstring_view kEnd = L"_Version";
+    return tstrKey.size() >= kEnd.size() && String::EqualsNoCase(tstrKey.substr(tstrKey.size() - kEnd.size()), kEnd);
+}
 
 bool CollectPromises(const Update& update, Promises& promises, std::wstring& tstrErrors)
 {

@@ -62,13 +62,6 @@ struct IniPromise {
 /// Whether a key of the update information names a version.
 [[nodiscard]] bool IsVersionKey(const std::wstring& tstrKey);
 
-/// A command that Windows carries out once, after the restart.
-struct CommandPromise {
-    std::wstring tstrName;  ///< of the value that holds it until then
-    std::wstring tstrCommand;
-    bool bRegistered = true;  ///< false when that has failed
-};
-
 /// All of them.
 struct Promises {
     std::wstring tstrProduct;   ///< the product package's download path
@@ -78,22 +71,12 @@ struct Promises {
     std::vector<DeletionPromise> deletions;
     std::vector<RegistryPromise> registry;
     std::vector<IniPromise> updateInfo;
-    std::vector<CommandPromise> commands;  ///< known of a run, and of no manifest: names are made on the machine
-    std::vector<std::wstring> notCovered;  ///< what was promised besides, and is not known
-    bool bOfRun = false;                   ///< they are those of a run on this machine, not of an update
 
     [[nodiscard]] std::size_t Count() const noexcept
     {
-        return folders.size() + files.size() + deletions.size() + registry.size() + updateInfo.size() + commands.size();
+        return folders.size() + files.size() + deletions.size() + registry.size() + updateInfo.size();
     }
 };
-
-/// Carries a registry record out on what the records before it promise. `bOnlyMissing`: "add_if_non".
-void PromiseValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record, bool bOnlyMissing);
-/// The same for a "delete".
-void PromiseNoValue(std::vector<RegistryPromise>& registry, const RegistryRecord& record);
-/// The same for a record of the update information.
-void PromiseIniValue(std::vector<IniPromise>& updateInfo, const ::IniRecord& record);
 
 /// All that an update promises, with the contents of its files. What cannot be promised is a line of `tstrErrors`.
 /// False when a file cannot be read.

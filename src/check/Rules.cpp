@@ -109,6 +109,8 @@ constexpr RuleRow kRules[] = {
      L"Nothing of the package is deployed, and a new name that is due counts as given without its texts."},
     {Rule::eReadOnlyAtOnce, kWarning, L"read-only-at-once",
      L"A file that is copied at once keeps this attribute, and the next update cannot replace it."},
+    {Rule::eStaleManifest, kError, L"stale-manifest",
+     L"The manifest does not say what the update promises: verify reports false failures, or misses real ones."},
 
     {Rule::eShortcutsNotXml, kError, L"shortcuts-not-xml", L"The description is refused: no shortcuts are made."},
     {Rule::eShortcutName, kError, L"shortcut-name", L"The name is refused, and the item left out."},

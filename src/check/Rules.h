@@ -72,6 +72,7 @@ enum class Rule : unsigned {
     eSectionWithoutPackage = 73,
     ePackageMissing = 74,
     eReadOnlyAtOnce = 75,
+    eStaleManifest = 76,
     // Shortcuts and texts
     eShortcutsNotXml = 80,
     eShortcutName = 81,

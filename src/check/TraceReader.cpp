@@ -300,17 +300,13 @@ std::vector<TraceRun> TraceReader::Runs() const
     return runs;
 }
 
-std::vector<std::wstring> TraceReader::MissingFiles(const TraceRun* pRun) const
+std::vector<std::wstring> TraceReader::MissingFiles() const
 {
     std::vector<std::wstring> missing;
-    const auto mayHold = [&](const File& earlier, const File& later) {
-        return !pRun || (earlier.lines.back().llMilliseconds <= pRun->lines.back().llMilliseconds &&
-                         later.lines.front().llMilliseconds > pRun->lines.front().llMilliseconds);
-    };
     for (const auto& [tstrName, files] : m_traces) {
         for (auto itLater = files.begin(), itEarlier = files.end(); itLater != files.end(); itEarlier = itLater++) {
             const bool bSameDay = itEarlier != files.end() && itEarlier->first.first == itLater->first.first;
-            if (!bSameDay || !mayHold(itEarlier->second, itLater->second)) continue;
+            if (!bSameDay) continue;
             for (int i = itEarlier->first.second + 1; i < itLater->first.second; ++i) {
                 missing.push_back(RolledPath(itLater->second.tstrBase, static_cast<unsigned>(-i)));
             }

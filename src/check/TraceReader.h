@@ -41,9 +41,8 @@ public:
     /// The runs of all files, by the time of their first line.
     [[nodiscard]] std::vector<TraceRun> Runs() const;
 
-    /// The rolled files that are gone, or cannot be read, between others of their trace and day; with `pRun` those that
-    /// may have had lines of that run.
-    [[nodiscard]] std::vector<std::wstring> MissingFiles(const TraceRun* pRun = nullptr) const;
+    /// The rolled files that are gone, or cannot be read, between others of their trace and day.
+    [[nodiscard]] std::vector<std::wstring> MissingFiles() const;
 
     static constexpr std::size_t kMaxBytes = std::size_t{256} * 1024 * 1024;
 

@@ -8,7 +8,6 @@
 #include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
 #include "agent/PathValues.h"
-#include "agent/RunOnce.h"
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_IniFile.h"
@@ -75,8 +74,7 @@ public:
         for (const DeletionPromise& deletion : m_promises.deletions) VerifyDeletion(deletion);
         for (const RegistryPromise& value : m_promises.registry) VerifyValue(value);
         for (const IniPromise& value : m_promises.updateInfo) VerifyUpdateInfo(value);
-        for (const CommandPromise& command : m_promises.commands) VerifyCommand(command);
-        if (!m_promises.bOfRun && !HasRun()) DoubtFiles();
+        if (!HasRun()) DoubtFiles();
         return std::move(m_answers);
     }
 
@@ -391,15 +389,6 @@ private:
         if (!tstrDownload.empty()) String::ReplaceAll(tstrText, kDownloadDir, tstrDownload);
         String::ReplaceAll(tstrText, kInstalledDir, m_machine.folders.InstalledDir());
         m_paths.ExpandPlaceholders(tstrText);
-    }
-
-    /// Windows takes a command out of its key before it starts it.
-    void VerifyCommand(const CommandPromise& command)
-    {
-        const std::wstring tstrWhat = L"run " + command.tstrCommand;
-        if (!command.bRegistered) return Add(Verdict::eMissing, tstrWhat, L"could not be registered");
-        if (ReadRegistryValue(kRunOnceKey, command.tstrName).IsThere()) return Add(Verdict::eWaiting, tstrWhat);
-        Add(Verdict::eArrived, tstrWhat, L"taken by Windows");
     }
 
     void VerifyUpdateInfo(const IniPromise& value)

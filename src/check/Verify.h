@@ -45,20 +45,18 @@ struct VerifyContext {
 };
 
 /// Looks every promise up, in their order. A file whose content is not promised, since it differs from machine to
-/// machine, has arrived only where something shows that the update ran: the promises are those of a run, its version is
-/// among the update information, or, where it names none, all else is as it was promised.
+/// machine, has arrived only where something shows that the update ran: its version is among the update information or,
+/// where it names none, all else is as it was promised.
 [[nodiscard]] std::vector<Answer> VerifyPromises(const Promises& promises, VerifyContext& context);
 
 /// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
 [[nodiscard]] int ExitCodeOf(std::span<const Answer> answers);
 
-/// One line for each answer, those that are not kept last, one that says what is not covered, then one that counts.
-/// `tstrSource`: where the promises are from; `notCovered`: see Promises.
-[[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource,
-                                         std::span<const std::wstring> notCovered = {});
+/// One line for each answer, those that are not kept last, then one that counts. `tstrSource`: where the promises are
+/// from.
+[[nodiscard]] std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource);
 /// The same as JSON in ASCII.
-[[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource,
-                                              std::span<const std::wstring> notCovered = {});
+[[nodiscard]] std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource);
 
 /// The verb.
 [[nodiscard]] int RunVerify(const Arguments& arguments, Output& output);

@@ -6,8 +6,8 @@
 #include "check/Manifest.h"
 #include "check/RowOrder.h"
 #include "check/ShownText.h"
-#include "check/TracePromises.h"
 
+#include "agent/DownloadPath.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 using namespace KzCommon;
 
@@ -65,30 +66,70 @@ std::size_t CountOf(std::span<const Answer> answers, Verdict eVerdict)
                                                   [&](const Answer& answer) { return answer.eVerdict == eVerdict; }));
 }
 
-/// The promises to look up, and where they are from.
-bool ReadPromises(const Arguments& arguments, const std::wstring& tstrInstalled, Promises& promises,
-                  std::wstring& tstrSource, Output& output)
+/// Where the update that is in the download folder has its manifest; empty when that is not below the install folder.
+std::wstring DownloadedManifest(const std::wstring& tstrInstalled)
 {
-    if (arguments.operands.empty()) {
-        std::wstring tstrTime;
-        if (!PromisesOfNewestRun(MachineFolders(tstrInstalled, {}), promises, tstrTime)) {
-            output.tstrErrors += L"no manifest is given, and the trace has no deployment to tell what was promised\n";
-            return false;
-        }
-        tstrSource = L"the run of " + tstrTime;
-        return true;
+    const DownloadKey& key = ProductDownloadKey();
+    std::wstring tstrPackage = key.szDefault;
+    static_cast<void>(ReadDownloadPath(WindowsMachine(), tstrInstalled + kUpdateInfoFile, key, tstrPackage));
+    MachineFolders folders(tstrInstalled, tstrPackage);
+    const Destination place{kInstalledDir, kComponents + tstrPackage + L"\\Share\\Setting\\" + kShippedManifest};
+    return folders.LeadsElsewhere(place) ? std::wstring() : folders.PathOf(place);
+}
+
+/// When a file was written last; nothing when there is no such file.
+std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (tstrPath.empty() || !::GetFileAttributesExW(LongPath(tstrPath).c_str(), GetFileExInfoStandard, &data))
+        return {};
+    if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return {};
+    return ULARGE_INTEGER{{data.ftLastWriteTime.dwLowDateTime, data.ftLastWriteTime.dwHighDateTime}}.QuadPart;
+}
+
+/// The manifest that was shipped with the newest update: the one that is installed, or that the restart puts in its
+/// place, unless a newer one has been downloaded since. Empty without any.
+std::wstring FindShippedManifest(const std::wstring& tstrInstalled, const PendingPlaces& pending)
+{
+    std::wstring tstrFound = tstrInstalled + kShippedManifest;
+    const PendingFate fate = pending.After(tstrFound);
+    // Another program may move a file there, too: one from elsewhere is of no update.
+    if (fate.eKind == PendingFate::Kind::eTaken && String::IsBelow(fate.tstrFrom, tstrInstalled)) {
+        tstrFound = fate.tstrFrom;
     }
-    tstrSource = arguments.operands.front();
+    const std::wstring tstrDownloaded = DownloadedManifest(tstrInstalled);
+    const auto optFound = TimeOf(tstrFound);
+    const auto optDownloaded = TimeOf(tstrDownloaded);
+    if (optDownloaded && (!optFound || *optDownloaded > *optFound)) return tstrDownloaded;
+    return optFound ? tstrFound : std::wstring();
+}
+
+/// The manifest is the file that is to arrive under its own name: unlike its promise, this machine knows its content.
+void AddOwnContent(const std::wstring& tstrManifest, Promises& promises)
+{
+    ContentReader reader;
+    Content content;
+    if (!reader.Read(tstrManifest, content, nullptr)) return;
+    for (FilePromise& file : promises.files) {
+        if (String::EqualsNoCase(file.tstrPlace, kInstalledDir + std::wstring(kShippedManifest))) {
+            file.optContent = content;
+        }
+    }
+}
+
+/// Reads the promises of a manifest. False, with a line of errors, when it cannot be read or promises nothing.
+bool ReadPromises(const std::wstring& tstrManifest, Promises& promises, Output& output)
+{
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
     std::wstring tstrError;
-    if (!Storage::File::ReadWhole(tstrSource, kMaxManifestBytes, strBytes, &dwError)) {
+    if (!Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strBytes, &dwError)) {
         tstrError = L"cannot be read: " + DescribeError(dwError);
     } else if (ParseManifest(strBytes, promises, tstrError)) {
         if (promises.Count() > 0) return true;
         tstrError = L"promises nothing";
     }
-    output.tstrErrors += tstrSource + L": " + tstrError + L"\n";
+    output.tstrErrors += tstrManifest + L": " + tstrError + L"\n";
     return false;
 }
 
@@ -104,8 +145,7 @@ int ExitCodeOf(std::span<const Answer> answers)
     return iExitCode;
 }
 
-std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource,
-                           std::span<const std::wstring> notCovered)
+std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& tstrSource)
 {
     std::vector<Answer> sorted(answers.begin(), answers.end());
     std::stable_partition(sorted.begin(), sorted.end(), IsKept);
@@ -117,10 +157,6 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
         if (!answer.tstrDetail.empty()) tstrLine += L" (" + answer.tstrDetail + L")";
         tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     }
-    for (const std::wstring& tstrKind : notCovered) {
-        tstrText += (&tstrKind == notCovered.data() ? L"not covered without a manifest: " : L"; ") + tstrKind;
-    }
-    if (!notCovered.empty()) tstrText += L"\n";
     const auto cKept = std::count_if(answers.begin(), answers.end(), IsKept);
     tstrText += std::to_wstring(cKept) + L" of " + std::to_wstring(answers.size()) + L" promises kept";
     for (const VerdictRow& row : kVerdicts) {
@@ -130,8 +166,7 @@ std::wstring FormatAnswers(std::span<const Answer> answers, const std::wstring& 
     return tstrText + L" (" + tstrSource + L")\n";
 }
 
-std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource,
-                                std::span<const std::wstring> notCovered)
+std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstring& tstrSource)
 {
     Json::Value root;
     root["promises_from"] = ToJson(tstrSource);
@@ -140,8 +175,6 @@ std::string FormatAnswersAsJson(std::span<const Answer> answers, const std::wstr
     for (const VerdictRow& row : kVerdicts) {
         root["counts"][String::ToUtf8(row.szWord)] = Json::UInt64{CountOf(answers, row.eVerdict)};
     }
-    root["not_covered"] = Json::Value(Json::arrayValue);
-    for (const std::wstring& tstrKind : notCovered) root["not_covered"].append(ToJson(tstrKind));
     root["answers"] = Json::Value(Json::arrayValue);
     for (const Answer& answer : answers) {
         Json::Value json;
@@ -164,15 +197,24 @@ int RunVerify(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     tstrInstalled = tstrFull;
+    PendingPlaces pending(ReadPendingMoves());
+    const bool bShipped = arguments.operands.empty();
+    const std::wstring tstrSource = bShipped ? FindShippedManifest(tstrInstalled, pending) : arguments.operands.front();
+    if (tstrSource.empty()) {
+        output.tstrErrors +=
+            L"no update on this machine has brought its manifest, QorUpdate.json. Its author adds it with "
+            L"\"BrevantCheck manifest --into UPDATE\". Here \"BrevantCheck manifest UPDATE > FILE\" "
+            L"and \"BrevantCheck verify FILE\" do the same with the update's folder\n";
+        return kCannotRead;
+    }
     Promises promises;
-    std::wstring tstrSource;
-    if (!ReadPromises(arguments, tstrInstalled, promises, tstrSource, output)) return kCannotRead;
+    if (!ReadPromises(tstrSource, promises, output)) return kCannotRead;
+    if (bShipped) AddOwnContent(tstrSource, promises);
     MachineFolders folders(tstrInstalled, promises.tstrProduct);
-    VerifyContext machine{folders, PendingPlaces(ReadPendingMoves()), Frwk::Utility::GetLanguage(WindowsMachine())};
+    VerifyContext machine{folders, std::move(pending), Frwk::Utility::GetLanguage(WindowsMachine())};
     const std::vector<Answer> answers = VerifyPromises(promises, machine);
-    output.strText = arguments.eFormat == Format::eJson
-                         ? FormatAnswersAsJson(answers, tstrSource, promises.notCovered)
-                         : String::ToUtf8(FormatAnswers(answers, tstrSource, promises.notCovered));
+    output.strText = arguments.eFormat == Format::eJson ? FormatAnswersAsJson(answers, tstrSource)
+                                                        : String::ToUtf8(FormatAnswers(answers, tstrSource));
     return ExitCodeOf(answers);
 }
 

@@ -58,12 +58,19 @@ protected:
 TEST_F(CheckInput, Updates)
 {
     const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
-    const std::wstring names[] = {kInstructionFile, kUpdateInfoFile, tstrShare + L"Setting\\config_EN-US.xml",
+    const std::wstring names[] = {kInstructionFile,
+                                  kUpdateInfoFile,
+                                  tstrShare + L"Setting\\config_EN-US.xml",
                                   tstrShare + L"Setting\\qorshcut_EN-US.xml",
-                                  tstrShare + L"Resource\\EN-US\\StringTable.ini"};
+                                  tstrShare + L"Resource\\EN-US\\StringTable.ini",
+                                  tstrShare + L"Setting\\" + kShippedManifest,
+                                  std::wstring(L"installed\\") + kUpdateInfoFile,
+                                  std::wstring(L"installed\\") + kShippedManifest};
     Arguments arguments;
     arguments.operands = {m_sandbox.Path()};
     arguments.optInstalled = m_sandbox.PathOf(L"installed");
+    Arguments withoutFile;
+    withoutFile.optInstalled = arguments.optInstalled;
     RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
                  Seed("strings.ini")},
                 [&](const std::string& strVariant) {
@@ -74,6 +81,7 @@ TEST_F(CheckInput, Updates)
                     Run(uForm == 0 ? RunManifest : RunLint, arguments);
                     arguments.eFormat = uForm == 0 ? Format::eJson : Format::eText;
                     Run(RunPlan, arguments);
+                    Run(RunVerify, withoutFile);
                 });
 }
 

@@ -1,4 +1,5 @@
-"""A manifest of the sample update, and what the checking program says of the machine at every stage of its arrival."""
+"""A manifest that the sample update brings, and what the checking program says of the machine at every stage of its
+arrival."""
 import json
 import os
 import unittest
@@ -27,15 +28,17 @@ class Verify(LabTest):
     def test_from_the_download_to_the_restart_and_with_a_link(self):
         self.machine = machine = self.enterContext(SampleMachine())
         self.checker = machine.install + 'BrevantCheck.exe'
-        machine.enable_trace()
         machine.mark_renamed()
         self.expect(3, manifests=[[]])
+        self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)
+        linted = machine.run(self.checker, 'lint', machine.install.rstrip('\\'))
+        self.assertNotIn('B076', linted.output)
         made = machine.run(self.checker, 'manifest', machine.install.rstrip('\\'))
         self.assertEqual(0, made.code, made.output)
         machine.write(MANIFEST, made.output)
         machine.write(REDIRECTED, made.output.replace('\n', '\r\n'), 'utf-16')  # by Windows PowerShell 5.1
         found = self.expect(1, 'LEFT IN DOWNLOAD', 'MISSING', 'DIFFERENT', 'NOT DELETED', 'VALUE DIFFERS', 'UNKNOWN',
-                            manifests=[[MANIFEST], [REDIRECTED]])
+                            manifests=[[MANIFEST], [REDIRECTED], []])
         self.assertEqual([], [what for what, verdict in found.items() if verdict == 'ARRIVED'])
 
         machine.run(machine.install + 'Brevant.exe', '/DeployFramework')
@@ -50,7 +53,9 @@ class Verify(LabTest):
         patterns = machine.host(machine.install + 'Patterns')
         patterns.rename(patterns.with_name('Elsewhere'))
         os.symlink('Elsewhere', patterns)
-        self.expect(1, 'REFUSED', manifests=[[MANIFEST]])
+        self.expect(1, 'REFUSED', manifests=[[MANIFEST], []])
+        machine.write(machine.install + 'QorUpdate.json', '{}')
+        self.expect(3, manifests=[[]])
 
 
 if __name__ == '__main__':

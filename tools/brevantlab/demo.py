@@ -165,7 +165,7 @@ class Expectations:
         expected[temp + 'kbfilter.ini'] = expected[PRODUCT + 'Driver\\kbfilter.ini']
         yield 'files', expected, self.contents(after, list(expected))
         others = {'Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll', 'wtsapi32.dll', 'QorPaFrwk.ini',
-                  'UpdateInfo.ini', 'qorshcutbackup.xml', 'Resource\\EN-US\\StringTable.ini',
+                  'UpdateInfo.ini', 'QorUpdate.json', 'qorshcutbackup.xml', 'Resource\\EN-US\\StringTable.ini',
                   'Resource\\DE-DE\\StringTable.ini'}
         for base, kind in (('config', 'xml'), ('qorshcut', 'xml'), ('readme', 'htm')):
             others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}

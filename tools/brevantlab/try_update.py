@@ -35,6 +35,7 @@ NAMED_KEYS = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{5
 # What the trial itself leaves on the machine.
 COMPONENTS = PRODUCT + 'Component\\'
 MANIFEST = 'C:\\manifest.json'
+SETTING = '\\share\\setting\\'
 OURS = {PRODUCT + 'wtsapi32.log', PRODUCT + 'wtsapi32.answer', MANIFEST}
 
 
@@ -59,7 +60,7 @@ class Trial:
                    if key in ('add', 'add_if_non') and '{' not in record.partition('!')[0]]
         self.records = [(f'HKLM\\{fields[0]}', '' if fields[1] == '(Default)' else fields[1])
                         for fields in records if len(fields) > 1]
-        self.packaged = {PRODUCT + path: content for path, content in host_files(options.update).items()}
+        self.packaged = packaged_files(options.update)
 
     def run(self) -> Outcome:
         start = time.monotonic()
@@ -70,9 +71,9 @@ class Trial:
             machine.install_program(PRODUCT, standins=[Question.LIBRARY])
             before = self.state()
             lint = self.lint(language)
+            manifest = self.manifest()
             for path, content in self.packaged.items():
                 machine.write(path, content)
-            manifest = self.manifest()
             ended = self.end_first_run()
             self.question = Question(machine, PRODUCT)
             agent, waiting, moves, commands = self.deploy()
@@ -103,20 +104,31 @@ class Trial:
         return Check(result.code, lines)
 
     def manifest(self) -> Check:
-        """Writes the manifest to the machine."""
-        result = self.check('manifest', host_path(self.options.update), errors=False)
-        self.machine.write(MANIFEST, result.output)
-        if result.code == 0:
+        """Has the update bring its manifest. One without settings would get a folder that it lacks: its manifest is
+        written to the machine instead."""
+        self.operands: list[str] = []  # of the verification
+        settings = [path.casefold() for path in self.packaged if SETTING in path.casefold()]
+        if any(path.endswith(SETTING + 'qorupdate.json') for path in settings):
             return Check(0, [])
-        said = self.check('manifest', host_path(self.options.update)).output  # with why there is none
-        return Check(result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
+        with tempfile.TemporaryDirectory(prefix='brevant-update-') as folder:
+            copy = shutil.copytree(self.options.update, pathlib.Path(folder) / 'update')
+            options = ['--into'] if settings else []
+            result = self.check('manifest', host_path(copy), *options, errors=False)
+            if result.code != 0:
+                said = self.check('manifest', host_path(copy)).output  # with the reason
+                return Check(result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
+            self.packaged = packaged_files(copy)
+        if not settings:
+            self.operands = [MANIFEST]
+            self.machine.write(MANIFEST, result.output)
+        return Check(0, [])
 
     def verify(self, manifest: Check) -> Check:
         if manifest.code != 0:
             return manifest
         self.progress('verification')
         folder = PRODUCT.rstrip('\\')
-        result = self.check('verify', MANIFEST, '--installed', folder, '--format', 'json', errors=False)
+        result = self.check('verify', *self.operands, '--installed', folder, '--format', 'json', errors=False)
         return Check(result.code, broken_promises(result.output))
 
     # -- the run --
@@ -217,6 +229,11 @@ def broken_promises(text: str) -> list[str]:
         return [f'VERIFY: {line}' for line in text.splitlines()]
     return [f'{answer["verdict"]}: {answer["what"]}' + (f' ({answer["detail"]})' if answer.get('detail') else '')
             for answer in answers if answer['verdict'] not in KEPT]
+
+
+def packaged_files(update: pathlib.Path) -> dict[str, bytes]:
+    """The files of an update by their place on the machine."""
+    return {PRODUCT + path: content for path, content in host_files(update).items()}
 
 
 def windows_path(machine: Machine, folder: pathlib.Path) -> str:

@@ -1,6 +1,4 @@
-#include "agent/RunOnce.h"
 #include "check/Manifest.h"
-#include "check/TracePromises.h"
 #include "BrevantVersion.h"
 #include "unit/check/VerifyFixture.h"
 
@@ -23,47 +21,6 @@ Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
     Promises promises;
     promises.files.push_back({std::move(tstrPlace), std::move(tstrSource), true, {}, std::nullopt});
     return promises;
-}
-
-/// A deployment cut off by the machine's end, after one in another process that was of another update.
-std::string DeploymentTrace(const std::string& strFolder)
-{
-    const std::string strAgent = "*** FrameworkDeployAgent::";
-    const std::string strRemoval = strAgent + "RemoveFileAfterReboot() - to delete ";
-    const std::string strSetting = "src: " + strFolder + "Component\\p1\\Share\\Setting\\";
-    const std::string strRunOnce = "To write registry key: HKEY_LOCAL_MACHINE:" + ToUtf8(kRunOnceKey);
-    std::string strTrace =
-        Line(1, "0001", "@@@ Paramter is /DeployFramework") +
-        Line(1, "0001", "@@@ src: " + strFolder + "Component\\p1\\old.dll, dst:" + strFolder + "old.dll");
-    for (const std::string& strMessage :
-         {std::string("Paramter is /DeployFramework"),
-          "FrameworkDeployAgent::DoPreAction: tsUdidProduct=" + strFolder + "Component\\p1\\",
-          "src: " + strFolder + "Component\\p1\\a,b.dll, dst:" + strFolder + "a,b.dll",
-          "src: " + strFolder + "Component\\p1\\b.dll, dst:" + strFolder + "b.dll",
-          "src: " + strFolder + "Component\\p1\\c.dll, dst:\\\\server\\elsewhere\\c.dll",
-          std::string("To write registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:N:7"),
-          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!N!REG_DWORD!7]",
-          std::string("To check if registry key exists: HKEY_LOCAL_MACHINE:SOFTWARE\\Vault:M:7"),
-          strAgent + "PatchRegistry() - add: [SOFTWARE\\Vault!M!REG_DWORD!7]",
-          strAgent + "ModifyUpdateInfo(S!K!a) ",
-          strRemoval + "folder: [{InstalledDir}Legacy]",
-          strRemoval + "file: [{InstalledDir}Old*.dll]",
-          std::string("[Enter] FrameworkDeployAgent::DeployDriverFiles()..."),
-          strAgent + "MergeConfig() - Add tag. [/p]",
-          strAgent + "MergeConfig() - Add tag. [/q]",
-          strAgent + "MergeConfig() - Add tag. [/r]",
-          std::string("Query OK: {\"Data\":{\"/p\":\"1\",\"/q\":\"2\",\"/r\":null}}"),
-          std::string("CConfigProvider::Write() - [/q] has no value of the user's and stays as it is."),
-          strSetting + "config.xml, dst:" + strFolder + "config.xml",
-          strSetting + "readme.htm, dst:" + strFolder + "readme.htm",
-          strSetting + "readme_EN-US.htm, dst:" + strFolder + "readme_EN-US.htm",
-          strRunOnce + ":n1:a.exe /x:y",
-          strRunOnce + ":n2:b.exe",
-          strRunOnce + ":n3:c.exe",
-          std::string("KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5")}) {
-        strTrace += Line(2, "0002", "@@@ " + strMessage);
-    }
-    return strTrace;
 }
 
 }  // namespace
@@ -318,7 +275,7 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     }
     m_machine.MakeFolder(L"Lang");
     for (const wchar_t* const szName : {L"Sub\\a1.dll", L"Sub\\b1.dll", L"Sub\\c1.dll"}) m_machine.Write(szName, "");
-    // As the trace of a run has them, too.
+    // A manifest from elsewhere may have them, too.
     promises.folders.emplace_back(L"{InstalledDir}/Lang/");
     promises.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
     promises.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
@@ -415,42 +372,4 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strTo.substr(0, 40);
         EXPECT_FALSE(tstrError.empty()) << strTo.substr(0, 40);
     }
-}
-
-TEST_F(VerifyTest, WithoutAManifestTheNewestDeploymentInTheTraceSaysWhatWasPromised)
-{
-    const std::wstring tstrKey = kDebugLog + L"ServiceSession";
-    WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogFolder", RawText(m_update.Path()));
-    WriteRaw(HKEY_LOCAL_MACHINE, tstrKey, L"LogPrefix", RawText(L"KZ"));
-    m_update.Write(L"KZ_Brevant.log.2", Line(1, "0009", "@@@ before a gap that says nothing of the run"));
-    m_update.Write(L"KZ_Brevant.log",
-                   DeploymentTrace(ToUtf8(m_machine.Path())) + Line(3, "0003", "@@@ Paramter is /ApplyNewName"));
-    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", RawNumber(6));
-    WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"M", RawNumber(6));
-    m_machine.Write(L"a,b.dll", "new");
-    m_machine.Write(L"b.dll", "old");
-    m_machine.Write(L"Component\\p1\\b.dll", "new");
-    m_machine.Write(L"Component\\p1\\64bit\\p1\\Driver\\d.sys", "driver");
-    m_machine.Write(L"Driver\\d.sys", "other");
-    m_machine.Write(L"config.xml", "<c/>");
-    m_machine.Write(L"readme.htm", "old");
-    m_machine.Write(L"readme_EN-US.htm", "new");
-    WriteRaw(HKEY_LOCAL_MACHINE, kRunOnceKey, L"n1", RawText(L"a.exe /x:y"));
-
-    Promises promises;
-    std::wstring tstrTime;
-    ASSERT_TRUE(PromisesOfNewestRun(MachineFolders(m_machine.Path(), {}), promises, tstrTime));
-    EXPECT_EQ(tstrTime, L"21/11/2026 08:37:02");
-    EXPECT_EQ(promises.tstrProduct, L"p1");
-    EXPECT_THAT(promises.notCovered, ElementsAre(L"the content of files that were moved", HasSubstr(L"its last line")));
-    EXPECT_THAT(Verify(promises),
-                UnorderedElementsAre("1", "ARRIVED a,b.dll", "LEFT IN DOWNLOAD b.dll (another content)",
-                                     "DIFFERENT Driver\\d.sys (another content)", HasSubstr("d.sys"),
-                                     "DIFFERENT config.xml (there is no /p)", "ARRIVED readme_EN-US.htm",
-                                     "DIFFERENT readme.htm (another content)", "STILL WAITING run a.exe /x:y",
-                                     StartsWith("ARRIVED run b.exe"), StartsWith("MISSING run c.exe"),
-                                     AllOf(StartsWith("REFUSED"), HasSubstr("elsewhere")), "DELETED Legacy\\",
-                                     "DELETED Old*.dll", "VALUE DIFFERS N (promised REG_DWORD 7, is REG_DWORD 6)",
-                                     "VALUE RIGHT M", StartsWith("VALUE DIFFERS UpdateInfo.ini: [S] K"),
-                                     HasSubstr("_Version")));
 }

@@ -1,0 +1,181 @@
+// A manifest that travels with its update: how it gets there, what it says, which one "verify" finds.
+#include "check/Manifest.h"
+#include "unit/check/VerifyFixture.h"
+
+using KzCommon::String::ToUtf8;
+
+namespace {
+
+const std::wstring kSetting = L"Component\\p1\\Share\\Setting\\";
+const std::wstring kShipped = kSetting + kShippedManifest;
+
+class ShippedManifestTest : public VerifyTest {
+protected:
+    /// "manifest --into" on the update.
+    [[nodiscard]] Output Ship(int iExitCode = kClean) const
+    {
+        Output output;
+        Arguments arguments;
+        arguments.operands = {m_update.Path()};
+        arguments.bInto = true;
+        EXPECT_EQ(RunManifest(arguments, output), iExitCode) << ToUtf8(output.tstrErrors);
+        return output;
+    }
+    /// What the update's own manifest says of the file that it is.
+    [[nodiscard]] std::vector<FilePromise> PromisesOfItself() const
+    {
+        Promises promises;
+        std::wstring tstrError;
+        EXPECT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), promises, tstrError)) << ToUtf8(tstrError);
+        std::erase_if(promises.files,
+                      [](const FilePromise& file) { return file.tstrPlace != L"{InstalledDir}QorUpdate.json"; });
+        return promises.files;
+    }
+    /// Puts a file on the machine, written last on that day of November 2026; day 0 takes it away.
+    void Put(const std::wstring& tstrName, const std::string& strBytes, WORD wDay) const
+    {
+        const std::wstring tstrPath = m_machine.Write(tstrName, strBytes);
+        if (wDay == 0) return static_cast<void>(::DeleteFileW(tstrPath.c_str()));
+        const SYSTEMTIME time = {2026, 11, 0, wDay, 0, 0, 0, 0};
+        FILETIME written = {};
+        const KzCommon::UniqueFile file(
+            ::CreateFileW(tstrPath.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        ASSERT_TRUE(::SystemTimeToFileTime(&time, &written) && ::SetFileTime(file.Get(), nullptr, nullptr, &written));
+    }
+    /// Sets the list of pending moves: "@" is the install folder, "|" ends a path.
+    void Pend(std::wstring tstrMoves) const
+    {
+        KzCommon::String::ReplaceAll(tstrMoves, L"@", L"\\??\\" + m_machine.Path());
+        std::replace(tstrMoves.begin(), tstrMoves.end(), L'|', L'\0');
+        WriteRaw(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Session Manager",
+                 L"PendingFileRenameOperations", RawText(tstrMoves, REG_MULTI_SZ));
+    }
+    /// "verify" without FILE: its exit code, then its output or errors, without the install folder.
+    [[nodiscard]] std::string VerifyShipped() const
+    {
+        Output output;
+        const int iExitCode = RunVerify({}, output);
+        std::wstring tstrText;
+        EXPECT_TRUE(KzCommon::String::FromUtf8(output.strText, tstrText));
+        KzCommon::String::ReplaceAll(tstrText += output.tstrErrors, m_machine.Path(), L"");
+        return std::to_string(iExitCode) + " " + ToUtf8(tstrText);
+    }
+};
+
+class ManifestRulesTest : public RulesTest<CheckManifest> {};
+
+}  // namespace
+
+TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutAHash)
+{
+    Instruct("");
+    EXPECT_THAT(Ship(kCannotRead).tstrErrors, HasSubstr(L"p1\\: no such folder"));
+    EXPECT_EQ(m_update.Read(kShipped), std::nullopt);
+    Bring({L"p1\\Share\\UI\\a.html"});  // and no folder for settings
+    EXPECT_THAT(Ship().strText, HasSubstr("QorUpdate.json: written"));
+    const std::string strFirst = m_update.Read(kShipped).value_or("");
+    EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
+    EXPECT_THAT(PromisesOfItself(), ElementsAre(AllOf(Field(&FilePromise::tstrSource, kShipped),
+                                                      Field(&FilePromise::optContent, std::nullopt))));
+    static_cast<void>(Ship());
+    EXPECT_EQ(m_update.Read(kShipped), strFirst);
+    Output output;
+    Arguments arguments;
+    arguments.operands = {m_update.Path()};
+    EXPECT_EQ(RunManifest(arguments, output), kClean);
+    EXPECT_EQ(output.strText, strFirst);
+    ::DeleteFileW(m_update.PathOf(kShipped).c_str());
+    output = {};
+    EXPECT_EQ(RunManifest(arguments, output), kClean);
+    EXPECT_THAT(output.strText, Not(HasSubstr("QorUpdate.json"))) << "not shipped, not promised";
+
+    const std::wstring tstrPath = m_update.Write(kShipped, "old");
+    const KzCommon::UniqueFile held(
+        ::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_THAT(Ship(kCannotRead).tstrErrors, HasSubstr(L"cannot be"));
+}
+
+TEST_F(ShippedManifestTest, VerifyTakesTheNewest)
+{
+    Bring({L"p1\\Share\\UI\\a.html"});
+    static_cast<void>(Ship());
+    const std::string strManifest = m_update.Read(kShipped).value_or("");
+    m_machine.Write(L"UpdateInfo.ini", m_update.Read(L"UpdateInfo.ini").value_or(""));
+    m_machine.Write(L"a.html", "");
+    EXPECT_THAT(VerifyShipped(), AllOf(StartsWith("3 "), HasSubstr("manifest --into UPDATE")));
+    const std::wstring tstrMove = L"@" + kShipped + L"|!@QorUpdate.json|";
+    const std::string strDownloaded = ToUtf8(kShipped);
+    // The days on which the installed and the downloaded one were written, the pending moves, what is said of the file,
+    // and the one that counts.
+    const std::tuple<WORD, WORD, std::wstring, const char*, std::string> rows[] = {
+        {1, 0, L"", "ARRIVED", "QorUpdate.json"},
+        {0, 1, L"", "LEFT IN DOWNLOAD", strDownloaded},
+        {1, 2, L"", "LEFT IN DOWNLOAD", strDownloaded},
+        {2, 1, L"", "ARRIVED", "QorUpdate.json"},
+        {1, 1, L"", "ARRIVED", "QorUpdate.json"},  // a copy that was moved from another drive
+        {1, 2, tstrMove, "STILL WAITING", strDownloaded},
+        {2, 1, tstrMove, "STILL WAITING", strDownloaded},  // of an older update, but it goes there next
+        {1, 0, tstrMove, "ARRIVED", "QorUpdate.json"},     // its file is gone
+        {1, 0, L"\\??\\C:\\windows\\win.ini|!@QorUpdate.json|", "TO BE REPLACED", "QorUpdate.json"},
+    };
+    for (const auto& [wInstalled, wDownloaded, tstrPending, szVerdict, strUsed] : rows) {
+        Put(kShippedManifest, strManifest + "\n", wInstalled);
+        Put(kShipped, strManifest, wDownloaded);
+        Pend(tstrPending);
+        std::string strLine = szVerdict;
+        strLine.resize(18, ' ');
+        EXPECT_THAT(VerifyShipped(), AllOf(HasSubstr(strLine + "QorUpdate.json"), EndsWith("(" + strUsed + ")\n")))
+            << ToUtf8(tstrPending) << wInstalled << wDownloaded;
+    }
+    Pend(L"");
+    Put(kShipped, "no manifest", 2);
+    EXPECT_THAT(VerifyShipped(), StartsWith("3 " + strDownloaded + ": ")) << "not the older one in silence";
+}
+
+// It is the file that it promises: with it in its place the update has been here, even if no version says so.
+TEST_F(ShippedManifestTest, AnInstalledManifestShowsThatTheUpdateRan)
+{
+    Bring({L"p1\\Share\\UI\\a.html"});
+    static_cast<void>(Ship());
+    Promises promises;
+    std::wstring tstrError;
+    ASSERT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), promises, tstrError));
+    std::erase_if(promises.files, [](const FilePromise& file) { return file.optContent.has_value(); });
+    const std::string strManifest = FormatManifest(promises);  // nothing but files whose content is not known
+    m_machine.Write(L"UpdateInfo.ini", "");
+    Put(kShippedManifest, strManifest, 1);
+    EXPECT_THAT(VerifyShipped(), StartsWith("0 "));
+    EXPECT_THAT(Verify(promises), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "as any file";
+}
+
+TEST_F(ManifestRulesTest, AManifestThatIsNotTodaysIsStale)
+{
+    EXPECT_THAT(Findings(), IsEmpty()) << "none is shipped";
+    Output output;
+    Arguments arguments;
+    arguments.operands = {m_update.Path()};
+    arguments.bInto = true;
+    ASSERT_EQ(RunManifest(arguments, output), kClean);
+    EXPECT_THAT(Findings(), IsEmpty());
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    EXPECT_THAT(Findings(), IsEmpty());
+    std::wstring tstrWide;
+    const std::string strGood = m_update.Read(kShipped).value_or("");
+    ASSERT_TRUE(KzCommon::String::FromUtf8(strGood, tstrWide));
+    const Row rows[] = {{strGood, {}},
+                        {Utf16(tstrWide), {}},
+                        {std::regex_replace(strGood, std::regex("\n"), "\r\n"), {}},
+                        {"", {"B076 0:0"}},
+                        {std::regex_replace(strGood, std::regex("a\\.html"), "b.html"), {"B076 0:0"}}};
+    Expect(rows, {}, {}, kShipped);
+    Write(kShipped, strGood);
+    Write(L"Component\\p1\\Share\\UI\\a.html", "changed");
+    EXPECT_THAT(Findings(kShipped), ElementsAre("B076 0:0"));
+    Report report;
+    const Update update = Open();
+    CheckManifest({update, {}, {}}, report);
+    EXPECT_THAT(report.Sorted().front().tstrText,
+                HasSubstr(L"renew it: BrevantCheck manifest --into \"" + m_update.Path() + L"\""));
+    ASSERT_EQ(RunManifest(arguments, output), kClean);
+    EXPECT_THAT(Findings(), IsEmpty());
+}
