@@ -38,9 +38,8 @@ struct Selection {
 
 Selection SelectionOf(const Machine& machine, const std::wstring& tstrFolder, const LanguageFile& file)
 {
-    const std::wstring tstrBase = tstrFolder + file.szBase;
-    return {.tstrSource = tstrBase + L"_" + Frwk::Utility::GetLanguage(machine) + L"." + file.szExtension,
-            .tstrDestination = tstrBase + L"." + file.szExtension};
+    return {.tstrSource = tstrFolder + NameInLanguage(file, Frwk::Utility::GetLanguage(machine)),
+            .tstrDestination = tstrFolder + InstalledName(file)};
 }
 
 /// The configuration file of the product's language, in a working copy: it takes its place when it has the user's

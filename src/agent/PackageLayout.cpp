@@ -120,8 +120,7 @@ std::vector<FolderCopy> ListCopies(const Machine& machine, const PackageFolders&
     std::vector<FolderCopy> copies;
     const auto add = [&](const DeployStep& step) {
         for (const CopyRow& row : step.rows) {
-            copies.push_back(
-                {&step, bases.FolderOf(row.source), bases.FolderOf(row.destination), row.eDepth, row.eWhen});
+            copies.push_back({&step, &row, bases.FolderOf(row.source), bases.FolderOf(row.destination)});
         }
     };
     for (const DeployStep& step : ProgramSteps()) add(step);

@@ -85,10 +85,9 @@ private:
 /// One folder copy of one installation.
 struct FolderCopy {
     const DeployStep* pStep;
-    std::wstring tstrSourceDir;
-    std::wstring tstrDestinationDir;
-    Depth eDepth;
-    When eWhen;
+    const CopyRow* pRow;
+    std::wstring tstrSourceDir;       ///< with trailing backslash; empty below a base that is not known
+    std::wstring tstrDestinationDir;  ///< the same
 };
 
 /// Every folder copy of both packages in the order in which they are carried out, whether the folders are there or not.

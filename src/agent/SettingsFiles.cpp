@@ -24,9 +24,34 @@ std::span<const LanguageFile> LanguageFiles() noexcept
     return kLanguageFiles;
 }
 
+std::wstring InstalledName(const LanguageFile& file)
+{
+    return file.szBase + (L"." + std::wstring(file.szExtension));
+}
+
+std::wstring NameInLanguage(const LanguageFile& file, const std::wstring& tstrLanguage)
+{
+    return file.szBase + (L"_" + tstrLanguage) + L"." + file.szExtension;
+}
+
+std::optional<std::wstring> LanguageOf(const LanguageFile& file, std::wstring_view tstrName)
+{
+    const std::wstring tstrBefore = file.szBase + std::wstring(L"_");
+    const std::size_t cchAfter = 1 + std::wstring_view(file.szExtension).size();
+    if (tstrName.size() <= tstrBefore.size() + cchAfter) return std::nullopt;
+    std::wstring tstrLanguage(tstrName.substr(tstrBefore.size(), tstrName.size() - tstrBefore.size() - cchAfter));
+    if (!String::EqualsNoCase(NameInLanguage(file, tstrLanguage), tstrName)) return std::nullopt;
+    return tstrLanguage;
+}
+
+bool BringsUpdateInfo(const Machine& machine, const std::wstring& tstrDownloaded)
+{
+    return machine.HasAny(tstrDownloaded);
+}
+
 bool IsUpdateInfoCopied(const Machine& machine, const std::wstring& tstrInstalled, const std::wstring& tstrDownloaded)
 {
-    return machine.HasFile(tstrInstalled) && !machine.HasAny(tstrDownloaded);
+    return machine.HasFile(tstrInstalled) && !BringsUpdateInfo(machine, tstrDownloaded);
 }
 
 bool IsKeptIn(const Machine& machine, const std::wstring& tstrKept, const std::wstring& tstrUsersFile)

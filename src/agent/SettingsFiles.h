@@ -4,6 +4,7 @@
 
 #include "common/KzComn_Machine.h"
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,6 +20,16 @@ struct LanguageFile {
 
 /// All of them.
 [[nodiscard]] std::span<const LanguageFile> LanguageFiles() noexcept;
+
+/// The name of the file that is installed: "config.xml".
+[[nodiscard]] std::wstring InstalledName(const LanguageFile& file);
+/// The name of the file of a language: "config_EN-US.xml".
+[[nodiscard]] std::wstring NameInLanguage(const LanguageFile& file, const std::wstring& tstrLanguage);
+/// The language that a file's name is for; nothing for a name of another kind. Case does not matter.
+[[nodiscard]] std::optional<std::wstring> LanguageOf(const LanguageFile& file, std::wstring_view tstrName);
+
+/// Whether the update brings update information of its own, or something else is in its place among the settings.
+[[nodiscard]] bool BringsUpdateInfo(const KzCommon::Machine& machine, const std::wstring& tstrDownloaded);
 
 /// Whether the update information is changed in a copy of the installed file, which is then deployed with the settings:
 /// there is one, and the update brings none of its own. Otherwise the installed file is changed.

@@ -1,5 +1,5 @@
 // B050 to B055: run-once commands.
-#include "check/BroughtFiles.h"
+#include "check/Deliveries.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
 
@@ -221,7 +221,7 @@ void CheckCommands(const Subject& subject, Report& report)
     const Update& update = subject.update;
     const std::wstring tstrInstalled = update.InstalledFolder().value_or(kUsualInstallFolder);
     const CustomerFolders folders(tstrInstalled, update.Product().tstrDownloadPath);
-    const auto sources = ListMovedSources(ListBroughtFiles(update, tstrInstalled));
+    const auto sources = ListMovedSources(SortDeliveries(update));
     for (const Instruction& instruction : ListInstructions(subject.instructions)) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eCommand) continue;
         const IniRecord& record = *instruction.pRecord;

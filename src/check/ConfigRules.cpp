@@ -1,5 +1,4 @@
 // B060 to B065: the configuration files that the update brings, and the settings that it carries over.
-#include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Suggestion.h"
 #include "check/XmlForm.h"
@@ -158,13 +157,10 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
 /// B065: files of the names under which the agent keeps the user's settings.
 void CheckKeptNames(const Update& update, Report& report)
 {
-    const BroughtFiles brought = ListBroughtFiles(update, kUsualInstallFolder);
-    const auto itInstalled = brought.find(LowerCase(kUsualInstallFolder));
-    if (itInstalled == brought.end()) return;
-    const std::wstring tstrUsersFile = std::wstring(kUsualInstallFolder) + L"config.xml";
-    for (const BroughtFile& file : itInstalled->second) {
-        if (!IsKeptFileFor(tstrUsersFile, file.tstrDestination)) continue;
-        report.Add(Rule::eShipsKeptSettings, file.tstrFile, {},
+    for (const Delivery& delivery : update.Deliveries()) {
+        if (delivery.eBase != PackageLayout::Base::eInstall || !IsKeptFileFor(L"config.xml", delivery.tstrBelow))
+            continue;
+        report.Add(Rule::eShipsKeptSettings, delivery.tstrSource, {},
                    L"the agent keeps the user's settings under this name, and the file replaces them: rename it");
     }
 }

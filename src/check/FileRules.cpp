@@ -1,5 +1,5 @@
 // B030 to B039: folders and files that the instruction file creates and removes.
-#include "check/BroughtFiles.h"
+#include "check/Deliveries.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
 
@@ -23,7 +23,7 @@ namespace {
 struct Surroundings {
     const Update& update;
     CustomerFolders folders;
-    BroughtFiles brought;
+    Deliveries brought;
     std::map<std::wstring, std::vector<std::wstring>> sources;
     std::set<std::wstring> created;  ///< folders, in lower case with trailing backslash
     std::size_t cCommands = 0;       ///< that are read after the removals
@@ -140,7 +140,7 @@ struct Losses {
 
 /// One file that this update brings into a place that is cleared. Deletions are looked up during the run and carried
 /// out after the moves.
-void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around, const BroughtFile& file)
+void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around, const Delivery& file)
 {
     const bool bAtOnce = file.eWhen == PackageLayout::When::eNow;
     const bool bUnknown = !around.update.InstalledFolder();
@@ -155,13 +155,13 @@ Losses LossesIn(const FileCheck& check, const Surroundings& around)
     if (check.iOp == op_dir_delete) {
         for (auto it = around.brought.lower_bound(tstrFolder);
              it != around.brought.end() && it->first.starts_with(tstrFolder); ++it) {
-            for (const BroughtFile& file : it->second) AddLoss(losses, check, around, file);
+            for (const Delivery& file : it->second) AddLoss(losses, check, around, file);
         }
         return losses;
     }
     const auto itFolder = around.brought.find(tstrFolder);
     if (itFolder == around.brought.end()) return losses;
-    for (const BroughtFile& file : itFolder->second) {
+    for (const Delivery& file : itFolder->second) {
         const std::wstring tstrName = file.tstrDestination.substr(tstrFolder.size());
         if (Storage::File::MatchesPattern(tstrName, check.parsed.tstrPattern)) AddLoss(losses, check, around, file);
     }
@@ -278,7 +278,7 @@ void CheckDestinations(const Surroundings& around, Report& report)
             Storage::Directory::IsExisted(tstrFolder))
             continue;
         const std::wstring tstrName = tstrFolder.substr(tstrInstalled.size());
-        report.Add(Rule::eNoDestinationFolder, files.front().tstrFile, {},
+        report.Add(Rule::eNoDestinationFolder, files.front().tstrSource, {},
                    L"the installed product has no folder \"" + tstrName + L"\" and [QOR_DIR] adds none: " +
                        std::to_wstring(files.size()) + (files.size() == 1 ? L" file stays" : L" files stay") +
                        L" behind",
@@ -292,17 +292,17 @@ void CheckLengths(const Surroundings& around, Report& report)
 {
     const std::size_t cchInstalled = around.folders.InstalledDir().size();
     for (const auto& [tstrLower, files] : around.brought) {
-        const auto lengthOf = [&](const BroughtFile& file) {
-            return std::max(file.tstrDestination.size(), cchInstalled + file.tstrFile.size());
+        const auto lengthOf = [&](const Delivery& file) {
+            return std::max(file.tstrDestination.size(), cchInstalled + file.tstrSource.size());
         };
-        const auto isLong = [&](const BroughtFile& file) {
+        const auto isLong = [&](const Delivery& file) {
             return lengthOf(file) >= MAX_PATH;
         };
         const auto itFirst = std::find_if(files.begin(), files.end(), isLong);
         if (itFirst == files.end()) continue;
         const bool bInPlace = itFirst->tstrDestination.size() >= MAX_PATH;
         const auto cMore = std::count_if(std::next(itFirst), files.end(), isLong);
-        report.Add(Rule::ePathTooLong, itFirst->tstrFile, {},
+        report.Add(Rule::ePathTooLong, itFirst->tstrSource, {},
                    std::wstring(bInPlace ? L"in its place" : L"in the download folder") + L" the path has " +
                        std::to_wstring(bInPlace ? itFirst->tstrDestination.size() : lengthOf(*itFirst)) +
                        L" characters: without long paths switched on Windows takes 259" +
@@ -331,7 +331,7 @@ void CheckFileRecords(const Subject& subject, Report& report)
     const std::wstring tstrInstalled = subject.update.InstalledFolder().value_or(kUsualInstallFolder);
     Surroundings around{subject.update,
                         CustomerFolders(tstrInstalled, subject.update.Product().tstrDownloadPath),
-                        ListBroughtFiles(subject.update, tstrInstalled),
+                        SortDeliveries(subject.update),
                         {},
                         {},
                         0,

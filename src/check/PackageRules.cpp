@@ -1,5 +1,4 @@
 // B070 to B075: the layout of the packages.
-#include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Lint.h"
 #include "check/Suggestion.h"
@@ -229,20 +228,23 @@ std::wstring NearestSource(const std::wstring& tstrFolder, const std::vector<std
 /// Files of which no folder copy knows, one finding for each folder.
 void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, Report& report)
 {
-    const std::vector<PackageLayout::FolderCopy> copies = CopiesOf(update, kUsualInstallFolder);
+    std::set<std::wstring_view> delivered;
+    for (const Delivery& delivery : update.Deliveries()) delivered.insert(delivery.tstrContent);
     const std::wstring tstrPackage = update.RelativeName(update.Product().tstrFolder);
     std::map<std::wstring, std::vector<std::wstring>> unused;
     for (const std::wstring& tstrFile : update.Files()) {
         // The other platform's files are for other machines.
         if (String::IsBelow(tstrFile, tstrMisplaced) || String::IsBelow(tstrFile, tstrPackage + L"32bit\\")) continue;
-        const bool bTaken = std::any_of(copies.begin(), copies.end(),
-                                        [&](const PackageLayout::FolderCopy& copy) { return Takes(copy, tstrFile); });
-        if (!bTaken) unused[String::FolderPart(tstrFile)].push_back(tstrFile);
+        if (!delivered.contains(tstrFile)) unused[String::FolderPart(tstrFile)].push_back(tstrFile);
     }
     std::vector<std::wstring> sources;
-    for (const PackageLayout::FolderCopy& copy : copies) {
-        if (String::IsBelow(copy.tstrSourceDir, tstrPackage))
-            sources.push_back(copy.tstrSourceDir.substr(tstrPackage.size()));
+    for (const PackageLayout::FolderCopy& copy :
+         PackageLayout::ListCopies(WindowsMachine(), {.tstrInstallDir = {},
+                                                     .tstrProductDownloadDir = update.Product().tstrFolder,
+                                                     .tstrProductDownloadPath = update.Product().tstrDownloadPath,
+                                                     .tstrResourceDownloadDir = {}})) {
+        if (String::IsBelow(copy.tstrSourceDir, update.Product().tstrFolder))
+            sources.push_back(copy.tstrSourceDir.substr(update.Product().tstrFolder.size()));
     }
     const std::wstring tstrPlatform = PlatformFolder(update);
     for (const auto& [tstrFolder, files] : unused) {
@@ -267,14 +269,11 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
 void CheckReadOnly(const Update& update, Report& report)
 {
     std::set<std::wstring> found;
-    for (const PackageLayout::FolderCopy& copy : CopiesOf(update, kUsualInstallFolder)) {
-        if (copy.eWhen != PackageLayout::When::eNow) continue;
-        for (const std::wstring& tstrFile : update.Files()) {
-            if (!Takes(copy, tstrFile)) continue;
-            const DWORD dwAttributes = ::GetFileAttributesW(update.FullPath(tstrFile).c_str());
-            const bool bReadOnly = dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
-            if (bReadOnly) found.insert(tstrFile);
-        }
+    for (const Delivery& delivery : update.Deliveries()) {
+        if (delivery.eWhen != PackageLayout::When::eNow) continue;
+        const DWORD dwAttributes = ::GetFileAttributesW(update.FullPath(delivery.tstrSource).c_str());
+        const bool bReadOnly = dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
+        if (bReadOnly) found.insert(delivery.tstrSource);
     }
     for (const std::wstring& tstrFile : found) {
         report.Add(

@@ -129,14 +129,13 @@ public:
         m_promises.tstrResource = m_update.Resource().tstrDownloadPath;
         AddSection(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
         if (m_update.Product().bThere) AddSection(SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
-        AddRows();
+        AddFiles();
+        AddUpdateInfo();
         AddDeletions();
         return m_bRead;
     }
 
 private:
-    using Row = PackageLayout::CopyRow;
-
     [[nodiscard]] SectionRecords Read(const Section& section) const
     {
         SectionRecords records;
@@ -219,52 +218,34 @@ private:
         AddRecords(kFiles, files);
     }
 
-    void AddRows()
+    /// Of several files for one place and language the last one that arrives: what is copied at once is replaced by
+    /// what the restart moves there.
+    void AddFiles()
     {
-        const Package& product = m_update.Product();
-        const Package& resource = m_update.Resource();
-        const PackageLayout::BaseFolders bases(WindowsMachine(), {.tstrInstallDir = m_update.Folder(),
-                                                                  .tstrProductDownloadDir = product.tstrFolder,
-                                                                  .tstrProductDownloadPath = product.tstrDownloadPath,
-                                                                  .tstrResourceDownloadDir = resource.tstrFolder});
-        // What is copied at once is replaced by what the restart moves to the same place.
+        std::map<std::pair<std::wstring, std::wstring>, const Delivery*> last;
         for (const PackageLayout::When eWhen : {PackageLayout::When::eNow, PackageLayout::When::eAtRestart}) {
-            for (const PackageLayout::DeployStep& step : PackageLayout::ProgramSteps()) {
-                if (product.bThere) AddStep(step, bases, eWhen);
+            for (const Delivery& delivery : m_update.Deliveries()) {
+                if (delivery.eWhen != eWhen) continue;
+                last[{LowerCase(PlaceOf(delivery)), LowerCase(delivery.tstrLanguage)}] = &delivery;
             }
-            if (resource.bThere) AddStep(PackageLayout::ResourceStep(), bases, eWhen);
         }
-        if (product.bThere) AddSettings();
-        for (auto& [tstrKey, promise] : m_files) m_promises.files.push_back(std::move(promise));
+        const bool bMerged = ReadMigrated(m_migrated);
+        for (const auto& [tstrKey, pDelivery] : last) {
+            FilePromise& promise = m_promises.files.emplace_back();
+            promise.tstrPlace = PlaceOf(*pDelivery);
+            promise.tstrSource = pDelivery->tstrSource;
+            promise.bAtRestart = pDelivery->eWhen == PackageLayout::When::eAtRestart;
+            promise.tstrLanguage = pDelivery->tstrLanguage;
+            if (pDelivery->tstrContent.empty()) continue;
+            if (pDelivery->bMerged && bMerged) {
+                PromiseSettings(promise, pDelivery->tstrContent);
+            } else {
+                promise.optContent = ContentOf(pDelivery->tstrContent);
+            }
+        }
     }
 
-    void AddStep(const PackageLayout::DeployStep& step, const PackageLayout::BaseFolders& bases,
-                 PackageLayout::When eWhen)
-    {
-        for (const Row& row : step.rows) {
-            if (row.eWhen == eWhen) AddRow(row, m_update.RelativeName(bases.FolderOf(row.source)));
-        }
-    }
-
-    void AddRow(const Row& row, const std::wstring& tstrSourceDir)
-    {
-        std::wstring tstrPlace = PlaceholderOf(row.destination.eBase) + std::wstring(row.destination.szBelow);
-        if (row.destination.szBelow[0]) tstrPlace += L"\\";
-        for (const std::wstring& tstrFile : m_update.Files()) {
-            if (!String::IsBelow(tstrFile, tstrSourceDir)) continue;
-            const std::wstring tstrName = tstrFile.substr(tstrSourceDir.size());
-            const bool bBelow = tstrName.find(L'\\') != std::wstring::npos;
-            if (bBelow && row.eDepth == PackageLayout::Depth::eFolderOnly) continue;
-            if (Storage::File::IsTemporaryName(tstrName.substr(String::FolderPart(tstrName).size())))
-                continue;  // of a run that was ended
-            FilePromise promise;
-            promise.tstrPlace = tstrPlace + tstrName;
-            promise.tstrSource = tstrFile;
-            promise.bAtRestart = row.eWhen == PackageLayout::When::eAtRestart;
-            promise.optContent = ContentOf(tstrFile);
-            Put(std::move(promise));
-        }
-    }
+    static std::wstring PlaceOf(const Delivery& delivery) { return PlaceholderOf(delivery.eBase) + delivery.tstrBelow; }
 
     static const wchar_t* PlaceholderOf(PackageLayout::Base eBase)
     {
@@ -280,38 +261,6 @@ private:
         return kInstalledDir;
     }
 
-    /// The settings that the agent makes out of what the update brings.
-    void AddSettings()
-    {
-        const std::wstring tstrFolder = m_update.SettingFolder();
-        if (!Storage::Directory::IsExisted(m_update.FullPath(tstrFolder))) return;
-        std::vector<std::wstring> migrated;
-        const bool bMerged = ReadMigrated(migrated);
-        for (const LanguageFile& file : LanguageFiles()) {
-            const std::wstring tstrName = file.szBase + std::wstring(L".") + file.szExtension;
-            const bool bOwn = bMerged && file.szBase == std::wstring_view(L"config");
-            const std::wstring tstrBegin = tstrFolder + file.szBase + L"_";
-            const std::wstring tstrEnd = L"." + std::wstring(file.szExtension);
-            for (const std::wstring& tstrFile :
-                 m_update.FilesIn(tstrFolder, (file.szBase + std::wstring(L"_*") + tstrEnd).c_str())) {
-                FilePromise promise;
-                promise.tstrPlace = kInstalledDir + tstrName;
-                promise.tstrSource = tstrFolder + tstrName;
-                promise.tstrLanguage =
-                    tstrFile.substr(tstrBegin.size(), tstrFile.size() - tstrBegin.size() - tstrEnd.size());
-                if (bOwn) {
-                    PromiseSettings(promise, tstrFile, migrated);
-                } else {
-                    promise.optContent = ContentOf(tstrFile);
-                }
-                Put(std::move(promise));
-            }
-            const auto itShipped = m_files.find({LowerCase(kInstalledDir + tstrName), {}});
-            if (bOwn && itShipped != m_files.end()) PromiseSettings(itShipped->second, tstrFolder + tstrName, migrated);
-        }
-        AddUpdateInfo(tstrFolder + kUpdateInfoFile);
-    }
-
     /// The settings to carry over. False when the section is not there, and nothing is merged.
     bool ReadMigrated(std::vector<std::wstring>& migrated) const
     {
@@ -324,12 +273,11 @@ private:
     }
 
     /// A file that is refused gets no user's values: it is deployed as it is.
-    void PromiseSettings(FilePromise& promise, const std::wstring& tstrFile, const std::vector<std::wstring>& migrated)
+    void PromiseSettings(FilePromise& promise, const std::wstring& tstrFile)
     {
-        promise.optContent.reset();
         try {
             const auto document = Storage::XmlParser().ParseFile(m_update.FullPath(tstrFile));
-            promise.optSettings = SettingsOf(*document->GetRoot(), migrated);
+            promise.optSettings = SettingsOf(*document->GetRoot(), m_migrated);
         } catch (Storage::XmlException* pException) {
             const std::unique_ptr<Storage::XmlException> caught(pException);
             if (caught->Position().ullLine > 0) {
@@ -340,27 +288,19 @@ private:
         }
     }
 
-    /// The update information goes through the download folder, unless the update brings one of its own, which then
-    /// replaces the one with the changes.
-    void AddUpdateInfo(const std::wstring& tstrSource)
+    /// The changes of the update information. One that the update brings takes the place of the one with the changes.
+    void AddUpdateInfo()
     {
-        const std::wstring tstrPlace = kInstalledDir + std::wstring(kUpdateInfoFile);
-        if (Storage::File::IsExisted(m_update.FullPath(tstrSource))) return;
-        FilePromise promise;
-        promise.tstrPlace = tstrPlace;
-        promise.tstrSource = tstrSource;
-        Put(std::move(promise));
         constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
-        const SectionRecords records = Read(kSection);
+        const std::wstring tstrSource = m_update.SettingFolder() + kUpdateInfoFile;
+        const bool bPrepared =
+            std::any_of(m_update.Deliveries().begin(), m_update.Deliveries().end(), [&](const Delivery& delivery) {
+                return delivery.tstrContent.empty() && String::EqualsNoCase(delivery.tstrSource, tstrSource);
+            });
+        const SectionRecords records = bPrepared ? Read(kSection) : SectionRecords();
         if (records.empty()) return;
         AddRecords(kSection, records);
         PromiseIniValue(m_promises.updateInfo, DeployedVersion());
-    }
-
-    /// Puts a file in its place; one that was to go there before loses it.
-    void Put(FilePromise promise)
-    {
-        m_files[{LowerCase(promise.tstrPlace), LowerCase(promise.tstrLanguage)}] = std::move(promise);
     }
 
     std::optional<Content> ContentOf(const std::wstring& tstrFile)
@@ -378,7 +318,7 @@ private:
     std::wstring& m_tstrErrors;
     const MachineFolders m_folders;
     ContentReader m_reader;
-    std::map<std::pair<std::wstring, std::wstring>, FilePromise> m_files;  // by place and language
+    std::vector<std::wstring> m_migrated;
     bool m_bRead = true;
 };
 

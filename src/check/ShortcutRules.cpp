@@ -1,5 +1,4 @@
 // B080 to B084: the shortcuts that the update describes.
-#include "check/BroughtFiles.h"
 #include "check/Instructions.h"
 #include "check/Suggestion.h"
 #include "check/XmlForm.h"
@@ -26,9 +25,7 @@ public:
         : m_tstrInstalled(update.InstalledFolder().value_or(kUsualInstallFolder)),
           m_bInstalled(update.InstalledFolder().has_value())
     {
-        for (const auto& [tstrFolder, files] : ListBroughtFiles(update, m_tstrInstalled)) {
-            for (const BroughtFile& file : files) m_brought.insert(LowerCase(file.tstrDestination));
-        }
+        for (const Delivery& delivery : update.Deliveries()) m_brought.insert(LowerCase(delivery.tstrDestination));
     }
 
     /// Whether it is known which files the installed product has.

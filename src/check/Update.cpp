@@ -6,8 +6,11 @@
 #include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
+#include "check/Instructions.h"
 
 #include <shlwapi.h>
+
+#include <set>
 
 using namespace KzCommon;
 
@@ -62,6 +65,7 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     m_product = FindPackage(m_tstrFolder, ProductDownloadKey());
     m_resource = FindPackage(m_tstrFolder, ResourceDownloadKey());
     m_files.clear();
+    m_optDeliveries.reset();
     for (const Package* pPackage : {&m_product, &m_resource}) {
         if (pPackage->bThere && !ListFiles(pPackage->tstrFolder, pdwError)) return false;
     }
@@ -94,6 +98,38 @@ std::wstring Update::SettingFolder() const
 std::vector<std::wstring> Update::ResourceFolders() const
 {
     return {RelativeName(m_product.tstrFolder + L"Share\\Resource\\"), RelativeName(m_resource.tstrFolder)};
+}
+
+const std::vector<Delivery>& Update::Deliveries() const
+{
+    if (!m_optDeliveries) m_optDeliveries = FindDeliveries();
+    return *m_optDeliveries;
+}
+
+std::vector<Delivery> Update::FindDeliveries() const
+{
+    // The folder of an update that is being checked may be deeper than the one of the product.
+    const std::wstring tstrRoot = AtAnyLength(m_tstrFolder);
+    const auto below = [&](const Package& package) {
+        return package.bThere ? tstrRoot + RelativeName(package.tstrFolder) : std::wstring();
+    };
+    std::vector<Delivery> deliveries =
+        ListDeliveries(WindowsMachine(), {.tstrInstallDir = m_optInstalled.value_or(kUsualInstallFolder),
+                                          .tstrProductDownloadDir = below(m_product),
+                                          .tstrProductDownloadPath = m_product.tstrDownloadPath,
+                                          .tstrResourceDownloadDir = below(m_resource)});
+    const std::set<std::wstring_view, String::OrdinalNoCase> files(m_files.begin(), m_files.end());
+    const auto nameOf = [&](const std::wstring& tstrPath) {
+        std::wstring tstrName = tstrPath.substr(std::min(tstrRoot.size(), tstrPath.size()));
+        const auto itFile = files.find(tstrName);
+        return itFile == files.end() ? tstrName : std::wstring(*itFile);
+    };
+    for (Delivery& delivery : deliveries) {
+        const bool bItself = delivery.tstrContent == delivery.tstrSource;
+        delivery.tstrSource = nameOf(delivery.tstrSource);
+        delivery.tstrContent = bItself ? delivery.tstrSource : nameOf(delivery.tstrContent);
+    }
+    return deliveries;
 }
 
 bool Update::ListFiles(const std::wstring& tstrPackage, DWORD* pdwError)

@@ -3,6 +3,7 @@
 
 #include "check/LongPath.h"
 
+#include "agent/Deliveries.h"
 #include "agent/InstructionFile.h"
 
 #include <windows.h>
@@ -48,6 +49,10 @@ public:
     /// PathMatchSpecW.
     [[nodiscard]] std::vector<std::wstring> FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const;
 
+    /// What the deploy steps deliver: ListDeliveries(), for the installed folder or, when none is known, the usual one.
+    /// Sources and contents are relative names as Files() has them.
+    [[nodiscard]] const std::vector<Delivery>& Deliveries() const;
+
     /// A file's path, to be read by: see LongPath().
     [[nodiscard]] std::wstring FullPath(std::wstring_view tstrRelative) const
     {
@@ -62,6 +67,7 @@ public:
 
 private:
     [[nodiscard]] bool ListFiles(const std::wstring& tstrPackage, DWORD* pdwError);
+    [[nodiscard]] std::vector<Delivery> FindDeliveries() const;
 
     std::wstring m_tstrGiven;
     std::wstring m_tstrFolder;
@@ -69,6 +75,7 @@ private:
     Package m_product;
     Package m_resource;
     std::vector<std::wstring> m_files;
+    mutable std::optional<std::vector<Delivery>> m_optDeliveries;
 };
 
 inline constexpr wchar_t kUpdateInfoFile[] = L"UpdateInfo.ini";
