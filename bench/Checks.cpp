@@ -119,7 +119,7 @@ void InstallUpdate()
     agent.DoPreAction();
     Require(agent.DoDeploy(), "the deployment runs");
     agent.DoPostAction();
-    for (const Check::PendingMove& move : Check::ReadPendingMoves()) {
+    for (const Check::PendingMove& move : Check::ReadPendingMoves(machine)) {
         if (move.tstrDestination.empty()) continue;
         ::MoveFileExW(move.tstrSource.c_str(), move.tstrDestination.c_str(), MOVEFILE_REPLACE_EXISTING);
     }

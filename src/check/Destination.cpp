@@ -2,7 +2,6 @@
 
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileName.h"
-#include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
 
@@ -92,8 +91,13 @@ std::optional<std::wstring> PlainPlace(const std::wstring& tstrRecord, bool bPat
 }
 
 MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath)
+    : MachineFolders(WindowsMachine(), tstrInstalled, tstrDownloadPath)
 {
-    const WindowsMachine machine;
+}
+
+MachineFolders::MachineFolders(const Machine& machine, const std::wstring& tstrInstalled,
+                               const std::wstring& tstrDownloadPath)
+{
     PathValues paths(machine);
     paths.ReadLogFolders();
     const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
@@ -102,8 +106,8 @@ MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wst
     for (const Placeholder& placeholder : kPlaceholders) {
         if (folders.*placeholder.pFolder) m_folders[placeholder.szText] = *(folders.*placeholder.pFolder);
     }
-    m_folders[kAppData] = Process::CommonAppDataFolder();
-    m_folders[kSystemDrive] = Process::SystemFolder().substr(0, std::size(L"C:\\") - 1);
+    m_folders[kAppData] = machine.FolderOf(KnownFolder::eCommonAppData);
+    m_folders[kSystemDrive] = machine.FolderOf(KnownFolder::eSystem).substr(0, std::size(L"C:\\") - 1);
 }
 
 const std::wstring& MachineFolders::FolderOf(const std::wstring& tstrPlaceholder) const
@@ -145,14 +149,14 @@ bool MachineFolders::ParseRecordPlace(const std::wstring& tstrRecord, bool bPatt
     return true;
 }
 
-bool MachineFolders::LeadsElsewhere(const Destination& destination)
+bool MachineFolders::LeadsElsewhere(const Machine& machine, const Destination& destination)
 {
     const std::wstring& tstrBase = FolderOf(destination.tstrPlaceholder);
     for (std::size_t uEnd = destination.tstrName.find(L'\\'); uEnd != std::wstring::npos;
          uEnd = destination.tstrName.find(L'\\', uEnd + 1)) {
         const std::wstring tstrFolder = tstrBase + destination.tstrName.substr(0, uEnd);
         const auto [itLink, bNew] = m_links.try_emplace(tstrFolder, false);
-        if (bNew) itLink->second = Storage::Directory::IsLink(tstrFolder);
+        if (bNew) itLink->second = machine.IsLink(tstrFolder);
         if (itLink->second) return true;
     }
     return false;

@@ -38,8 +38,11 @@ struct Destination {
 /// The folders of this machine behind the placeholders.
 class MachineFolders {
 public:
-    /// `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product package's download folder;
-    /// empty when it is not known.
+    /// The folders of `machine`. `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product
+    /// package's download folder; empty when it is not known.
+    MachineFolders(const KzCommon::Machine& machine, const std::wstring& tstrInstalled,
+                   const std::wstring& tstrDownloadPath);
+    /// The same of the machine that the program runs on.
     MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath);
 
     [[nodiscard]] const std::wstring& InstalledDir() const { return FolderOf(kInstalledDir); }
@@ -54,7 +57,7 @@ public:
     [[nodiscard]] bool ParseRecordPlace(const std::wstring& tstrRecord, bool bPattern, Destination& destination) const;
     /// Whether a folder between the placeholder's and the place is a junction or symbolic link, so that the place would
     /// lie elsewhere. Every folder is looked at once.
-    [[nodiscard]] bool LeadsElsewhere(const Destination& destination);
+    [[nodiscard]] bool LeadsElsewhere(const KzCommon::Machine& machine, const Destination& destination);
 
 private:
     std::map<std::wstring, std::wstring> m_folders;

@@ -1,19 +1,21 @@
 #include "check/FoundValue.h"
 
-#include "common/KzComn_Registry.h"
+#include <type_traits>
+#include <utility>
 
 using namespace KzCommon;
 
 namespace Check {
 
-FoundValue ReadRegistryValue(const std::wstring& tstrKeyPath, const std::wstring& tstrName)
+FoundValue ReadRegistryValue(const Machine& machine, const std::wstring& tstrKeyPath, const std::wstring& tstrName)
 {
     FoundValue found;
+    const RegistryPlace place{.tstrKeyPath = tstrKeyPath, .tstrName = tstrName};
     const auto read = [&](RegistryType eType, auto& value) {
-        if (!Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, tstrKeyPath, tstrName, value, Storage::eViewDefault,
-                                     &found.dwError)) {
-            return false;
-        }
+        RegistryData data = value;
+        found.dwError = ERROR_SUCCESS;
+        if (!machine.ReadValue(place, data, &found.dwError)) return false;
+        value = std::get<std::remove_reference_t<decltype(value)>>(std::move(data));
         found.eType = eType;
         return true;
     };

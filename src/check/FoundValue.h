@@ -3,6 +3,7 @@
 
 #include "agent/RegistryPatch.h"
 #include "check/Presence.h"
+#include "common/KzComn_Machine.h"
 
 #include <string>
 
@@ -24,8 +25,9 @@ struct FoundValue {
     }
 };
 
-/// Reads a value below HKEY_LOCAL_MACHINE. RegQueryValueExW.
-[[nodiscard]] FoundValue ReadRegistryValue(const std::wstring& tstrKeyPath, const std::wstring& tstrName);
+/// Reads a value below HKEY_LOCAL_MACHINE.
+[[nodiscard]] FoundValue ReadRegistryValue(const KzCommon::Machine& machine, const std::wstring& tstrKeyPath,
+                                           const std::wstring& tstrName);
 
 /// The data of a registry value in words: "text", REG_DWORD 7.
 [[nodiscard]] std::wstring DescribeValue(RegistryType eType, const std::wstring& tstrText, ULONGLONG ullNumber);

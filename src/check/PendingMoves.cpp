@@ -5,9 +5,10 @@
 
 #include "common/KzComn_File.h"
 #include "common/KzComn_Process.h"
-#include "common/KzComn_Registry.h"
+#include "common/KzComn_String.h"
 
 #include <algorithm>
+#include <cstring>
 
 using namespace KzCommon;
 
@@ -80,18 +81,6 @@ std::wstring Folded(std::wstring tstrPath)
     return LowerCase(std::move(tstrPath));
 }
 
-bool IsThere(const std::wstring& tstrPath)
-{
-    DWORD dwError = ERROR_SUCCESS;
-    return AttributesOf(tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
-}
-
-/// A folder whose content a deletion would have to leave first; a link goes with what it points to.
-bool IsRealFolder(const std::wstring& tstrPath)
-{
-    return Storage::Directory::IsExisted(LongPath(tstrPath)) && !Storage::Directory::IsLink(tstrPath);
-}
-
 }  // namespace
 
 std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw)
@@ -113,20 +102,21 @@ std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw)
     return moves;
 }
 
-std::vector<PendingMove> ReadPendingMoves()
+std::vector<PendingMove> ReadPendingMoves(const Machine& machine)
 {
     std::vector<PendingMove> moves;
     for (const wchar_t* const szList : kLists) {
-        std::wstring tstrRaw;
-        static_cast<void>(Storage::Reg::ReadValue(HKEY_LOCAL_MACHINE, kSessionManager, szList, tstrRaw,
-                                                  Storage::eViewDefault, nullptr));
+        StoredValue list;
+        if (!machine.ReadStored({.tstrKeyPath = kSessionManager, .tstrName = szList}, list, nullptr)) continue;
+        std::wstring tstrRaw(list.strBytes.size() / sizeof(wchar_t), L'\0');
+        std::memcpy(tstrRaw.data(), list.strBytes.data(), tstrRaw.size() * sizeof(wchar_t));
         const std::vector<PendingMove> more = ParsePendingMoves(tstrRaw);
         moves.insert(moves.end(), more.begin(), more.end());
     }
     return moves;
 }
 
-PendingPlaces::PendingPlaces(const std::vector<PendingMove>& moves)
+PendingPlaces::PendingPlaces(const Machine& machine, const std::vector<PendingMove>& moves) : m_machine(machine)
 {
     for (const PendingMove& move : moves) CarryOut(move);
 }
@@ -168,11 +158,23 @@ PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) cons
     return IsThere(tstrPath) ? Origin(tstrPath) : std::nullopt;
 }
 
+bool PendingPlaces::IsThere(const std::wstring& tstrPath) const
+{
+    DWORD dwError = ERROR_SUCCESS;
+    return AttributesOf(m_machine, tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
+}
+
+/// A folder whose content a deletion would have to leave first; a link goes with what it points to.
+bool PendingPlaces::IsRealFolder(const std::wstring& tstrPath) const
+{
+    return m_machine.HasFolder(LongPath(tstrPath)) && !m_machine.IsLink(tstrPath);
+}
+
 bool PendingPlaces::IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const
 {
     const std::wstring tstrFolder = String::EnsureBackslash(tstrPath);
     bool bEmpty = true;
-    static_cast<void>(Storage::Directory::ForEachEntry(
+    static_cast<void>(m_machine.ForEachEntry(
         LongPath(String::EnsureBackslash(tstrNow)), L"*",
         [&](const Storage::Directory::Entry& entry) { bEmpty = bEmpty && !OriginOf(tstrFolder + entry.tstrName); },
         nullptr));

@@ -1,6 +1,8 @@
 // The moves and deletions that Windows carries out at the next restart.
 #pragma once
 
+#include "common/KzComn_Machine.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,8 +19,8 @@ struct PendingMove {
     bool bReplace = false;  ///< a file in the destination's place is replaced; without it the move then fails
 };
 
-/// The machine's list, in its order. RegQueryValueExW.
-[[nodiscard]] std::vector<PendingMove> ReadPendingMoves();
+/// The machine's list, in its order.
+[[nodiscard]] std::vector<PendingMove> ReadPendingMoves(const KzCommon::Machine& machine);
 
 /// Splits the raw text of the list: pairs of texts that end in a zero each, of which the second may be empty. Other
 /// programs write to it as well, in every form that Windows takes.
@@ -39,11 +41,12 @@ struct PendingFate {
 
 /// What the list comes to when Windows has carried it out, entry by entry: later ones act on what earlier ones leave.
 /// An entry whose source is missing does nothing, nor does a move to a missing folder, or onto a file that it is not
-/// to replace, nor the deletion of a folder that is not empty by then. The machine is looked at once, by the
-/// constructor. GetFileAttributesW, FindFirstFileW.
+/// to replace, nor the deletion of a folder that is not empty by then. The machine is looked at by the
+/// constructor and by each question.
 class PendingPlaces {
 public:
-    explicit PendingPlaces(const std::vector<PendingMove>& moves);
+    /// `machine` must outlive this.
+    PendingPlaces(const KzCommon::Machine& machine, const std::vector<PendingMove>& moves);
 
     /// What becomes of a full path; case and short names do not matter.
     [[nodiscard]] PendingFate After(const std::wstring& tstrPath) const;
@@ -56,8 +59,11 @@ private:
 
     void CarryOut(const PendingMove& move);
     [[nodiscard]] Origin OriginOf(const std::wstring& tstrPath) const;
+    [[nodiscard]] bool IsThere(const std::wstring& tstrPath) const;
+    [[nodiscard]] bool IsRealFolder(const std::wstring& tstrPath) const;
     [[nodiscard]] bool IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const;
 
+    const KzCommon::Machine& m_machine;
     std::unordered_map<std::wstring, Origin> m_places;  // those that the list changes, folded
     std::unordered_set<std::wstring> m_movedTo;
     std::unordered_set<std::wstring> m_lost;

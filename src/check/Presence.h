@@ -3,6 +3,8 @@
 
 #include "check/LongPath.h"
 
+#include "common/KzComn_Machine.h"
+
 #include <windows.h>
 
 #include <string>
@@ -19,12 +21,11 @@ inline bool MeansNothingThere(DWORD dwError) noexcept
 }
 
 /// The attributes of a file or folder; INVALID_FILE_ATTRIBUTES, with the code in `dwError`, when they cannot be read.
-/// GetFileAttributesW.
-inline DWORD AttributesOf(const std::wstring& tstrPath, DWORD& dwError)
+inline DWORD AttributesOf(const KzCommon::Machine& machine, const std::wstring& tstrPath, DWORD& dwError)
 {
-    const DWORD dwAttributes = ::GetFileAttributesW(LongPath(tstrPath).c_str());
-    dwError = dwAttributes == INVALID_FILE_ATTRIBUTES ? ::GetLastError() : DWORD{ERROR_SUCCESS};
-    return dwAttributes;
+    DWORD dwAttributes = INVALID_FILE_ATTRIBUTES;
+    dwError = ERROR_SUCCESS;
+    return machine.ReadAttributes(LongPath(tstrPath), dwAttributes, &dwError) ? dwAttributes : INVALID_FILE_ATTRIBUTES;
 }
 
 }  // namespace Check

@@ -70,20 +70,20 @@ BCRYPT_ALG_HANDLE Sha256()
     return hAlgorithm.Get();
 }
 
-bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content, DWORD* pdwError)
+/// Hashes what `read` brings, block by block: bytes and their number, none at the end; false ends it with the code.
+template <class Read>
+bool Hash(Read&& read, Content& content, DWORD* pdwError)
 {
     UniqueHandle<HashTraits> hHash;
     if (!Sha256() || !BCRYPT_SUCCESS(::BCryptCreateHash(Sha256(), hHash.Receive(), nullptr, 0, nullptr, 0, 0))) {
         return Fail(ERROR_INTERNAL_ERROR, pdwError);
     }
-    buffer.resize(kBufferBytes);
     content.ullSize = 0;
-    // Only at the end of a file is less read than was asked for.
-    for (DWORD cbRead = static_cast<DWORD>(buffer.size()); cbRead == buffer.size(); content.ullSize += cbRead) {
-        if (!::ReadFile(hFile, buffer.data(), static_cast<DWORD>(buffer.size()), &cbRead, nullptr)) {
-            return Fail(::GetLastError(), pdwError);
-        }
-        if (!BCRYPT_SUCCESS(::BCryptHashData(hHash.Get(), buffer.data(), cbRead, 0))) {
+    const UCHAR* pBytes = nullptr;
+    ULONG cbBlock = 0;
+    for (bool bMore = true; bMore; content.ullSize += cbBlock) {
+        if (!read(pBytes, cbBlock, bMore)) return Fail(::GetLastError(), pdwError);
+        if (!BCRYPT_SUCCESS(::BCryptHashData(hHash.Get(), const_cast<PUCHAR>(pBytes), cbBlock, 0))) {
             return Fail(ERROR_INTERNAL_ERROR, pdwError);
         }
     }
@@ -95,7 +95,30 @@ bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content
     return true;
 }
 
+bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content, DWORD* pdwError)
+{
+    buffer.resize(kBufferBytes);
+    const auto read = [&](const UCHAR*& pBytes, ULONG& cbBlock, bool& bMore) {
+        pBytes = buffer.data();
+        const bool bRead = ::ReadFile(hFile, buffer.data(), static_cast<DWORD>(buffer.size()), &cbBlock, nullptr);
+        bMore = cbBlock == buffer.size();  // only at the end of a file is less read than was asked for
+        return bRead;
+    };
+    return Hash(read, content, pdwError);
+}
+
 }  // namespace
+
+bool ContentReader::HashBytes(std::string_view strBytes, Content& content, DWORD* pdwError)
+{
+    const auto read = [&](const UCHAR*& pBytes, ULONG& cbBlock, bool& bMore) {
+        pBytes = reinterpret_cast<const UCHAR*>(strBytes.data());
+        cbBlock = static_cast<ULONG>(strBytes.size());
+        bMore = false;
+        return true;
+    };
+    return Hash(read, content, pdwError);
+}
 
 bool ContentReader::ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError)
 {

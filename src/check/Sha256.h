@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Check {
@@ -15,21 +16,31 @@ struct Content {
     bool operator==(const Content&) const = default;
 };
 
-/// Reads files through one buffer. One that is a link is not followed but refused.
+/// Reads the files of this machine through one buffer. One that is a link is not followed but refused. Derived classes
+/// read those of other machines.
 class ContentReader {
 public:
+    ContentReader() = default;
+    ContentReader(const ContentReader&) = delete;
+    ContentReader& operator=(const ContentReader&) = delete;
+    virtual ~ContentReader() = default;
+
     /// Only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a
     /// folder. CreateFileW.
-    [[nodiscard]] bool ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError);
+    [[nodiscard]] virtual bool ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError);
     /// Size and hash, with the same codes. ReadFile, BCryptHashData.
-    [[nodiscard]] bool Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError);
+    [[nodiscard]] virtual bool Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError);
     /// Whether the file holds that content: it is read only when its size is right. False in `bSame` for another one;
     /// the result is false with the code when it cannot be told.
-    [[nodiscard]] bool Compare(const std::wstring& tstrPath, const Content& content, bool& bSame, DWORD* pdwError);
+    [[nodiscard]] virtual bool Compare(const std::wstring& tstrPath, const Content& content, bool& bSame,
+                                       DWORD* pdwError);
 
     /// The whole file; ERROR_FILE_TOO_LARGE (223) for more than `cbMost` bytes, else the same codes. ReadFile.
-    [[nodiscard]] static bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
-                                        DWORD* pdwError);
+    [[nodiscard]] virtual bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
+                                         DWORD* pdwError);
+
+    /// Size and hash of bytes; false with ERROR_INTERNAL_ERROR (1359). BCryptHashData.
+    [[nodiscard]] static bool HashBytes(std::string_view strBytes, Content& content, DWORD* pdwError);
 
 private:
     std::vector<unsigned char> m_buffer;

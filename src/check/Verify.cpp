@@ -10,9 +10,7 @@
 #include "agent/PathValues.h"
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
-#include "common/KzComn_WindowsMachine.h"
 #include "config/ConfigDefaults.h"
 
 #include <algorithm>
@@ -52,7 +50,7 @@ struct Judgement {
 /// Looks promises up one by one.
 class Verifier {
 public:
-    Verifier(const Promises& promises, VerifyContext& context) : m_promises(promises), m_machine(context)
+    Verifier(const Promises& promises, VerifyContext& context) : m_promises(promises), m_context(context)
     {
         m_paths.ReadLogFolders();
         for (const FilePromise& file : m_promises.files) {
@@ -68,7 +66,7 @@ public:
             VerifyFile(file);
             Destination destination;
             if (ParseDestination(file.tstrPlace, false, destination)) {
-                m_brought.insert(LowerCase(m_machine.folders.PathOf(destination)));
+                m_brought.insert(LowerCase(m_context.folders.PathOf(destination)));
             }
         }
         for (const DeletionPromise& deletion : m_promises.deletions) VerifyDeletion(deletion);
@@ -114,7 +112,7 @@ private:
     std::wstring ResolveRecord(const std::wstring& tstrPlace, bool bPattern)
     {
         Destination destination;
-        return ResolveParsed(tstrPlace, m_machine.folders.ParseRecordPlace(tstrPlace, bPattern, destination),
+        return ResolveParsed(tstrPlace, m_context.folders.ParseRecordPlace(tstrPlace, bPattern, destination),
                              destination);
     }
     std::wstring ResolveParsed(const std::wstring& tstrPlace, bool bParsed, const Destination& destination)
@@ -123,10 +121,10 @@ private:
             Add(Verdict::eRefused, tstrPlace, L"no place below a folder of the product");
             return {};
         }
-        std::wstring tstrPath = m_machine.folders.PathOf(destination);
+        std::wstring tstrPath = m_context.folders.PathOf(destination);
         if (tstrPath.empty()) {
             Add(Verdict::eRefused, tstrPlace, L"this machine has no such folder");
-        } else if (m_machine.folders.LeadsElsewhere(destination)) {
+        } else if (m_context.folders.LeadsElsewhere(m_context.machine, destination)) {
             Add(Verdict::eRefused, tstrPath, L"a folder above it is a link");
             return {};
         }
@@ -138,7 +136,7 @@ private:
         const std::wstring tstrPath = ResolveRecord(tstrPlace, false);
         if (tstrPath.empty()) return;
         DWORD dwError = ERROR_SUCCESS;
-        const DWORD dwAttributes = AttributesOf(tstrPath, dwError);
+        const DWORD dwAttributes = AttributesOf(m_context.machine, tstrPath, dwError);
         if (dwError != ERROR_SUCCESS && !MeansNothingThere(dwError)) {
             return Add(Verdict::eUnknown, tstrPath, DescribeError(dwError));
         }
@@ -154,7 +152,7 @@ private:
     }
     [[nodiscard]] bool IsInItsLanguage(const FilePromise& file) const
     {
-        return !file.tstrLanguage.empty() && String::EqualsNoCase(file.tstrLanguage, m_machine.tstrLanguage);
+        return !file.tstrLanguage.empty() && String::EqualsNoCase(file.tstrLanguage, m_context.tstrLanguage);
     }
 
     void VerifyFile(const FilePromise& file)
@@ -163,17 +161,17 @@ private:
         if (tstrPath.empty()) return;
         const Destination source{kInstalledDir, file.tstrSource};
         if (!String::IsBelow(file.tstrSource, kComponents) || !IsRelativeName(file.tstrSource) ||
-            m_machine.folders.LeadsElsewhere(source)) {
+            m_context.folders.LeadsElsewhere(m_context.machine, source)) {
             return Add(Verdict::eRefused, tstrPath, L"its source is no file of a package: " + file.tstrSource);
         }
-        const std::wstring tstrSource = m_machine.folders.PathOf(source);
-        const PendingFate fate = m_machine.pending.After(tstrPath);
+        const std::wstring tstrSource = m_context.folders.PathOf(source);
+        const PendingFate fate = m_context.pending.After(tstrPath);
         if (IsWaiting(file, tstrSource, tstrPath, fate)) return Add(Verdict::eWaiting, tstrPath);
         Judgement judgement = JudgeFile(tstrPath, tstrSource, file);
         if (IsOverruled(judgement, tstrPath, fate)) return;
         const bool bThere = judgement.eVerdict == Verdict::eArrived;
         // Only what is moved leaves the download folder.
-        if (!bThere && file.bAtRestart && Storage::File::IsExisted(LongPath(tstrSource))) {
+        if (!bThere && file.bAtRestart && m_context.machine.HasFile(LongPath(tstrSource))) {
             if (judgement.eVerdict == Verdict::eMissing) judgement.tstrDetail = L"nothing is there";
             judgement.eVerdict = Verdict::eLeftInDownload;
         }
@@ -223,16 +221,16 @@ private:
         // Settings change in use: the copy that a move from another drive leaves behind says nothing of them.
         const bool bBySource = !file.optSettings || IsSameDrive(tstrSource, tstrPath);
         if (file.optContent) {
-            bRead = m_reader.Compare(tstrPath, *file.optContent, bSame, &dwError);
+            bRead = m_context.contents.Compare(tstrPath, *file.optContent, bSame, &dwError);
             judgement.bContentKnown = true;
-        } else if (bBySource && m_reader.Read(tstrSource, content, nullptr)) {
-            bRead = m_reader.Compare(tstrPath, content, bSame, &dwError);
+        } else if (bBySource && m_context.contents.Read(tstrSource, content, nullptr)) {
+            bRead = m_context.contents.Compare(tstrPath, content, bSame, &dwError);
             judgement.bContentKnown = true;
         } else if (file.optSettings) {
             bRead = JudgeSettings(tstrPath, *file.optSettings, judgement.tstrDetail, &dwError);
             bSame = judgement.tstrDetail.empty();
         } else {
-            bRead = m_reader.ReadSize(tstrPath, ullSize, &dwError);
+            bRead = m_context.contents.ReadSize(tstrPath, ullSize, &dwError);
         }
         if (bRead) {
             if (!bSame && judgement.tstrDetail.empty()) judgement.tstrDetail = L"another content";
@@ -255,10 +253,10 @@ private:
     {
         std::string strMerged;
         std::string strKept;
-        if (!ContentReader::ReadWhole(tstrPath, Config::kMaxFileBytes, strMerged, pdwError)) return false;
+        if (!m_context.contents.ReadWhole(tstrPath, Config::kMaxFileBytes, strMerged, pdwError)) return false;
         if (!settings.carriedOver.empty()) {
-            static_cast<void>(
-                ContentReader::ReadWhole(NewestKeptFile(m_windows, tstrPath), Config::kMaxFileBytes, strKept, nullptr));
+            static_cast<void>(m_context.contents.ReadWhole(NewestKeptFile(m_context.machine, tstrPath),
+                                                           Config::kMaxFileBytes, strKept, nullptr));
         }
         tstrDetail = WhyNotMerged(settings, strMerged, strKept);
         return true;
@@ -268,15 +266,15 @@ private:
     bool IsKept(const std::wstring& tstrPath, const std::wstring& tstrPattern) const
     {
         return tstrPattern.find_first_of(L"*?") != std::wstring::npos &&
-               IsKeptFileFor(m_machine.folders.InstalledDir() + L"config.xml", tstrPath);
+               IsKeptFileFor(m_context.folders.InstalledDir() + L"config.xml", tstrPath);
     }
 
     void VerifyDeletion(const DeletionPromise& deletion)
     {
         Destination destination;
-        const bool bPlace = m_machine.folders.ParseRecordPlace(deletion.tstrPlace, !deletion.bFolder, destination);
+        const bool bPlace = m_context.folders.ParseRecordPlace(deletion.tstrPlace, !deletion.bFolder, destination);
         // A log folder that is not set: the agent refuses the record, so that nothing was promised.
-        if (bPlace && m_machine.folders.FolderOf(destination.tstrPlaceholder).empty()) return;
+        if (bPlace && m_context.folders.FolderOf(destination.tstrPlaceholder).empty()) return;
         const std::wstring tstrPath = ResolveRecord(deletion.tstrPlace, !deletion.bFolder);
         if (tstrPath.empty()) return;
         const FileRecord record = ParseFileRecord(deletion.bFolder ? op_dir_delete : op_file_delete, tstrPath);
@@ -288,7 +286,7 @@ private:
             if (entry.bFolder || m_brought.contains(LowerCase(tstrFile)) || IsKept(tstrFile, record.tstrPattern))
                 return;
             ++cLeft;
-            Add(m_machine.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
+            Add(m_context.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
         });
         if (dwError != ERROR_SUCCESS) return Add(Verdict::eUnknown, tstrPath, DescribeError(dwError));
         if (cLeft == 0) Add(Verdict::eDeleted, tstrPath);
@@ -296,10 +294,10 @@ private:
 
     /// Lists a folder. ERROR_SUCCESS also when there is nothing to list; else why it is not known what is there.
     template <class Visit>
-    static DWORD List(const std::wstring& tstrFolder, const std::wstring& tstrPattern, Visit&& visit)
+    DWORD List(const std::wstring& tstrFolder, const std::wstring& tstrPattern, Visit&& visit) const
     {
         DWORD dwError = ERROR_SUCCESS;
-        const bool bListed = Storage::Directory::ForEachEntry(LongPath(tstrFolder), tstrPattern, visit, &dwError);
+        const bool bListed = m_context.machine.ForEachEntry(LongPath(tstrFolder), tstrPattern, visit, &dwError);
         return bListed || MeansNothingThere(dwError) ? DWORD{ERROR_SUCCESS} : dwError;
     }
 
@@ -307,7 +305,7 @@ private:
     void VerifyNoFolder(const std::wstring& tstrFolder)
     {
         DWORD dwUnknown = ERROR_SUCCESS;
-        const DWORD dwAttributes = AttributesOf(tstrFolder, dwUnknown);
+        const DWORD dwAttributes = AttributesOf(m_context.machine, tstrFolder, dwUnknown);
         if (dwUnknown != ERROR_SUCCESS && !MeansNothingThere(dwUnknown)) {
             return Add(Verdict::eUnknown, tstrFolder, DescribeError(dwUnknown));
         }
@@ -319,10 +317,10 @@ private:
         bool bBrought = false;
         const auto count = [&](const std::wstring& tstrPath) {
             ++cLeft;
-            if (m_machine.pending.IsGone(tstrPath)) ++cWaiting;
+            if (m_context.pending.IsGone(tstrPath)) ++cWaiting;
         };
         std::vector<std::wstring> folders;
-        if (!Storage::Directory::IsLink(tstrFolder)) folders.push_back(tstrFolder);
+        if (!m_context.machine.IsLink(tstrFolder)) folders.push_back(tstrFolder);
         dwUnknown = ERROR_SUCCESS;
         while (!folders.empty()) {
             const std::wstring tstrListed = std::move(folders.back());
@@ -352,7 +350,7 @@ private:
     {
         const std::wstring tstrWhat = L"HKEY_LOCAL_MACHINE\\" + value.tstrKeyPath + L": " +
                                       (value.tstrValueName.empty() ? L"(unnamed)" : value.tstrValueName);
-        const FoundValue found = ReadRegistryValue(value.tstrKeyPath, value.tstrValueName);
+        const FoundValue found = ReadRegistryValue(m_context.machine, value.tstrKeyPath, value.tstrValueName);
         std::wstring tstrText = value.tstrData;
         if (value.eType == RegistryType::eText) Expand(tstrText);
         if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, DescribeError(found.dwError));
@@ -361,7 +359,7 @@ private:
             return value.eState == ValueState::eData ? AddRight(tstrWhat) : Add(Verdict::eValueRight, tstrWhat);
         }
         if (value.bUnlessLiteral) {
-            const FoundValue literal = ReadRegistryValue(value.tstrKeyPath, L"(Default)");
+            const FoundValue literal = ReadRegistryValue(m_context.machine, value.tstrKeyPath, L"(Default)");
             if (literal.dwError == ERROR_SUCCESS && literal.eType == value.eType) {
                 return AddRight(tstrWhat);
             }
@@ -385,15 +383,15 @@ private:
     /// Expands as the run did: the download folder is the one of the promises, whatever is installed by now.
     void Expand(std::wstring& tstrText) const
     {
-        const std::wstring& tstrDownload = m_machine.folders.FolderOf(kDownloadDir);
+        const std::wstring& tstrDownload = m_context.folders.FolderOf(kDownloadDir);
         if (!tstrDownload.empty()) String::ReplaceAll(tstrText, kDownloadDir, tstrDownload);
-        String::ReplaceAll(tstrText, kInstalledDir, m_machine.folders.InstalledDir());
+        String::ReplaceAll(tstrText, kInstalledDir, m_context.folders.InstalledDir());
         m_paths.ExpandPlaceholders(tstrText);
     }
 
     void VerifyUpdateInfo(const IniPromise& value)
     {
-        const std::wstring tstrFile = m_machine.folders.InstalledDir() + kUpdateInfoFile;
+        const std::wstring tstrFile = m_context.folders.InstalledDir() + kUpdateInfoFile;
         const std::wstring tstrWhat = tstrFile + L": [" + value.tstrSection + L"] " + value.tstrKey;
         const std::wstring tstrPromised = ReadBack(value.tstrValue);
         std::wstring tstrIs;
@@ -408,7 +406,7 @@ private:
             if (bRight) ++m_cRightVersions;
         }
         if (bRight) return bOwn ? Add(Verdict::eValueRight, tstrWhat) : AddRight(tstrWhat);
-        const PendingFate fate = m_machine.pending.After(tstrFile);
+        const PendingFate fate = m_context.pending.After(tstrFile);
         std::wstring tstrThen;
         DWORD dwThen = ERROR_SUCCESS;
         const bool bTaken = fate.eKind == PendingFate::Kind::eTaken;
@@ -420,14 +418,10 @@ private:
             L"promised \"" + value.tstrValue + L"\", is " + (tstrIs.empty() ? L"not there" : L"\"" + tstrIs + L"\""));
     }
 
-    static bool ReadUpdateInfo(const std::wstring& tstrFile, const IniPromise& value, std::wstring& tstrIs,
-                               DWORD& dwError)
+    bool ReadUpdateInfo(const std::wstring& tstrFile, const IniPromise& value, std::wstring& tstrIs,
+                        DWORD& dwError) const
     {
-        return Storage::Guarded(&dwError, [&] {
-            Storage::IniFile updateInfo;
-            updateInfo.Open(tstrFile);
-            tstrIs = updateInfo.ReadString(value.tstrSection, value.tstrKey, {});
-        });
+        return m_context.machine.ReadIniValue(tstrFile, value.tstrSection, value.tstrKey, {}, tstrIs, &dwError);
     }
 
     /// A value that an older machine need not have.
@@ -438,10 +432,8 @@ private:
     }
 
     const Promises& m_promises;
-    VerifyContext& m_machine;
-    const WindowsMachine m_windows;
-    PathValues m_paths{m_windows};
-    ContentReader m_reader;
+    VerifyContext& m_context;
+    PathValues m_paths{m_context.machine};
     std::set<std::wstring> m_brought;  // full paths of the promised files
     std::set<std::wstring> m_chosen;   // places that have a file of the product's language
     std::vector<Answer> m_answers;

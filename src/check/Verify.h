@@ -37,8 +37,10 @@ struct Answer {
     std::wstring tstrDetail;  ///< empty, or what is there instead
 };
 
-/// The machine that is looked at.
+/// The machine that is looked at. It is only read.
 struct VerifyContext {
+    const KzCommon::Machine& machine;
+    ContentReader& contents;  ///< of the machine's files
     MachineFolders& folders;
     PendingPlaces pending;
     std::wstring tstrLanguage;  ///< the product's

@@ -197,7 +197,8 @@ int RunVerify(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     tstrInstalled = tstrFull;
-    PendingPlaces pending(ReadPendingMoves());
+    const WindowsMachine machine;
+    PendingPlaces pending(machine, ReadPendingMoves(machine));
     const bool bShipped = arguments.operands.empty();
     const std::wstring tstrSource = bShipped ? FindShippedManifest(tstrInstalled, pending) : arguments.operands.front();
     if (tstrSource.empty()) {
@@ -211,8 +212,9 @@ int RunVerify(const Arguments& arguments, Output& output)
     if (!ReadPromises(tstrSource, promises, output)) return kCannotRead;
     if (bShipped) AddOwnContent(tstrSource, promises);
     MachineFolders folders(tstrInstalled, promises.tstrProduct);
-    VerifyContext machine{folders, std::move(pending), Frwk::Utility::GetLanguage(WindowsMachine())};
-    const std::vector<Answer> answers = VerifyPromises(promises, machine);
+    ContentReader contents;
+    VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
+    const std::vector<Answer> answers = VerifyPromises(promises, context);
     output.strText = arguments.eFormat == Format::eJson ? FormatAnswersAsJson(answers, tstrSource)
                                                         : String::ToUtf8(FormatAnswers(answers, tstrSource));
     return ExitCodeOf(answers);

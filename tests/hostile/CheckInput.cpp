@@ -6,6 +6,7 @@
 #include "check/TraceSummary.h"
 #include "check/Verify.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
 #include "hostile/Variants.h"
 #include "support/RegistryFixture.h"
@@ -116,8 +117,10 @@ TEST_F(CheckInput, PlacesOfManifests)
         std::wstring tstrError;
         if (!ParseManifest(strVariant, promises, tstrError)) return;
         MachineFolders folders(tstrInstalled, promises.tstrProduct);
-        VerifyContext machine{folders, PendingPlaces({}), L"en-us"};
-        for (const Answer& answer : VerifyPromises(promises, machine)) {
+        const WindowsMachine machine;
+        ContentReader contents;
+        VerifyContext context{machine, contents, folders, PendingPlaces(machine, {}), L"en-us"};
+        for (const Answer& answer : VerifyPromises(promises, context)) {
             const bool bFile = answer.tstrWhat.find(L": ") == std::wstring::npos;
             if (answer.eVerdict == Verdict::eRefused || !bFile) continue;
             ++cLookedUp;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/Verify.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "unit/check/CheckFixture.h"
 
 /// An update in one folder and a machine, with its registry, in another.
@@ -23,8 +24,10 @@ protected:
         std::wstring tstrRaw;
         KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
-        VerifyContext machine{folders, PendingPlaces(ParsePendingMoves(tstrRaw)), L"de-de"};
-        const std::vector<Answer> answers = VerifyPromises(promises, machine);
+        const KzCommon::WindowsMachine machine;
+        ContentReader contents;
+        VerifyContext context{machine, contents, folders, PendingPlaces(machine, ParsePendingMoves(tstrRaw)), L"de-de"};
+        const std::vector<Answer> answers = VerifyPromises(promises, context);
         std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
         std::wstring tstrText = FormatAnswers(answers, L"");
         KzCommon::String::ReplaceAll(tstrText, m_machine.Path(), L"");
