@@ -71,10 +71,11 @@ std::wstring DownloadedManifest(const std::wstring& tstrInstalled)
 {
     const DownloadKey& key = ProductDownloadKey();
     std::wstring tstrPackage = key.szDefault;
-    static_cast<void>(ReadDownloadPath(WindowsMachine(), tstrInstalled + kUpdateInfoFile, key, tstrPackage));
+    const WindowsMachine machine;
+    static_cast<void>(ReadDownloadPath(machine, tstrInstalled + kUpdateInfoFile, key, tstrPackage));
     MachineFolders folders(tstrInstalled, tstrPackage);
     const Destination place{kInstalledDir, kComponents + tstrPackage + L"\\Share\\Setting\\" + kShippedManifest};
-    return folders.LeadsElsewhere(place) ? std::wstring() : folders.PathOf(place);
+    return folders.LeadsElsewhere(machine, place) ? std::wstring() : folders.PathOf(place);
 }
 
 /// When a file was written last; nothing when there is no such file.
