@@ -85,6 +85,11 @@ def _deleted_source(scenario: Scenario) -> None:
     _records(QOR_FILE=['delete_now={UdComponentsSrcDir}Share\\UI\\panel.dll'])(scenario)
 
 
+def _deleted_folder(scenario: Scenario) -> None:
+    scenario.put(scenario.share + 'Task\\only in the update.task')
+    _records(QOR_DIR=['delete={InstalledDir}Task'])(scenario)
+
+
 def _hidden_drivers(scenario: Scenario) -> None:
     _records()(scenario)
     driver = folders(scenario.install)['package'] + 'Driver\\'
@@ -110,7 +115,7 @@ _CASES: dict[str, Change] = {
     'folders that cannot be created': _records(QOR_DIR=[
         'add={InstalledDir}bad|name', 'add={InstalledDir}readme.htm\\below', 'add={InstalledDir}con', 'add=Relative',
         'add={InstalledDir}New\\bad?\\deep', 'add=Q:\\nowhere', 'add={InstalledDir}dots...', 'add={InstalledDir}a/b']),
-    'a folder is deleted into which files move': _records(QOR_DIR=['delete={InstalledDir}Task']),
+    'a folder is deleted into which files move': _deleted_folder,
     'the source of a file is deleted at once': _deleted_source,
     'hidden drivers': _hidden_drivers,
     'a refused copy of the language file': _refused_language_file,
