@@ -181,7 +181,7 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
 def _plain_moves(moves: list[tuple[str, str]], without: set[tuple[str, str]]) -> list[tuple[str, str]]:
     """What they name, in any order: the plan lists a staged file where its copy was made."""
     plain = [(_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves]
-    return sorted(move for move in plain if move not in without)
+    return sorted(move for move in plain if move not in without and not NOT_COMPARED.fullmatch(move[0]))
 
 
 def _of_updates(folders: set[str]) -> set[str]:

@@ -240,8 +240,8 @@ class _Maker:
     def add_values(self) -> None:
         scenario, choose = self.scenario, self.random.choice
         data: tuple[Data, ...] = ('text', '', 7, 3943305780, b'\x01\x02', ['a', 'b'], '!!default_val!REG_SZ!!')
-        for _ in self.some(4):
-            scenario.values.append((SETTINGS + '\\Vault', choose(self.NAMES), choose(data)))
+        names = {choose(self.NAMES).lower(): choose(data) for _ in self.some(4)}
+        scenario.values += [(SETTINGS + '\\Vault', name, content) for name, content in names.items()]
         if self.often(0.3):
             scenario.values.append((SETTINGS, 'Version', choose(('3.9.0.1200', '3.8.0.1099', '3', '', 7))))
         if self.often(0.2):
