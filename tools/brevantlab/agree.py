@@ -279,7 +279,7 @@ class AgreementMachine(Machine):
             return found
         self.write(MANIFEST, manifest)
         result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json',
-                          errors=False)
+                          '--installed', scenario.install.rstrip('\\'), errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
         happens = {_plain(change['target']): change['outcome'] in ('new', 'replace')
