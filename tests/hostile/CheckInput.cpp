@@ -72,7 +72,7 @@ TEST_F(CheckInput, Updates)
     arguments.optInstalled = m_sandbox.PathOf(L"installed");
     Arguments withoutFile;
     withoutFile.optInstalled = arguments.optInstalled;
-    RunVariants({Seed("instructions.ini"), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
+    RunVariants({Seed(kInstructionSeed), Seed("updateinfo.ini"), Seed("config.xml"), Seed("shortcuts.xml"),
                  Seed("strings.ini")},
                 [&](const std::string& strVariant) {
                     for (const std::wstring& tstrName : names) PutVariant(m_sandbox.PathOf(tstrName), strVariant);

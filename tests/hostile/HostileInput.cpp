@@ -148,7 +148,7 @@ TEST_F(HostileInput, InstructionFiles)
     Install(L"Settings\\config.xml", strConfig);
     ::CreateDirectoryW((m_tstrInstallDir + L"E:xt").c_str(), nullptr);  // as some variants do; no name on Windows
     // The whole file and each of its sections.
-    std::vector<std::string> seeds = {Seed("instructions.ini")};
+    std::vector<std::string> seeds = {Seed(kInstructionSeed)};
     for (std::size_t uAt = 0; uAt != std::string::npos; uAt = seeds[0].find("\n[", uAt + 1)) {
         seeds.push_back(seeds[0].substr(uAt, seeds[0].find("\n[", uAt + 1) - uAt));
     }

@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+/// The seed of instruction files, which uses every key: the sample.
+inline constexpr char kInstructionSeed[] = "../../../samples/update/QorPaFrwk.ini";
+
 /// The bytes of a file in "seeds".
 [[nodiscard]] std::string Seed(const std::string& strName);
 
