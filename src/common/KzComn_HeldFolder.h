@@ -66,8 +66,8 @@ inline UniqueFile HeldFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, 
     return folder;
 }
 
-/// Opens a folder and makes it where that is asked for; `bRefused` tells that nobody may make it, however long one
-/// waits.
+/// Opens a folder, and makes a missing one where `way` says so. `bRefused`: it cannot be made, and a wait does not
+/// help.
 inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError, bool& bRefused)
 {
     UniqueFile folder = Open(tstrPath, kItself, dwError);
@@ -157,7 +157,7 @@ inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, un
 }
 
 /// Whether a folder that was opened by its path is still where the one above it is: that one, though held, can become a
-/// junction after it was looked at. What a server makes of its paths cannot be told.
+/// junction after the look at it. Nothing is known of how a server follows its paths.
 inline bool HeldFolder::IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove)
 {
     if (tstrFinal.empty() || tstrFinalAbove.empty() || tstrFinalAbove.starts_with(L"\\Device\\Mup")) return true;
