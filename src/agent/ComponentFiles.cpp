@@ -198,6 +198,11 @@ bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, 
     // Windows follows at the restart, with the system's rights, what leads to the folder then; what leads there now can
     // be looked at.
     if (run.paths.LeadsThroughLink(String::FolderPart(tstrDestination))) {
+        Change change{.eAction = Action::eMove, .eOutcome = Outcome::eFail, .bAtRestart = true};
+        change.tstrTarget = tstrDestination;
+        change.tstrSource = tstrSource;
+        change.tstrReason = L"a junction or symbolic link leads there";
+        run.machine.Report(change);
         return RefuseMove(tstrSource, tstrDestination, Storage::Directory::kStoppedOnLink);
     }
 

@@ -86,7 +86,7 @@ std::vector<std::wstring> KeptFilesLike(const Machine& machine, const std::wstri
 {
     std::vector<std::wstring> files;
     for (unsigned uNumber = 1; uNumber <= kKeptFiles; ++uNumber) {
-        std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
+        const std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
         if (machine.HasFile(tstrKept) && IsKeptIn(machine, tstrKept, tstrUsersFile)) files.push_back(tstrKept);
     }
     return files;

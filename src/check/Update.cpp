@@ -119,10 +119,10 @@ std::vector<Delivery> Update::FindDeliveries() const
                                           .tstrProductDownloadPath = m_product.tstrDownloadPath,
                                           .tstrResourceDownloadDir = below(m_resource)});
     const std::set<std::wstring_view, String::OrdinalNoCase> files(m_files.begin(), m_files.end());
-    const auto nameOf = [&](const std::wstring& tstrPath) {
-        std::wstring tstrName = tstrPath.substr(std::min(tstrRoot.size(), tstrPath.size()));
+    const auto nameOf = [&](const std::wstring& tstrPath) -> std::wstring {
+        const std::wstring tstrName = tstrPath.substr(std::min(tstrRoot.size(), tstrPath.size()));
         const auto itFile = files.find(tstrName);
-        return itFile == files.end() ? tstrName : std::wstring(*itFile);
+        return std::wstring(itFile == files.end() ? std::wstring_view(tstrName) : *itFile);
     };
     for (Delivery& delivery : deliveries) {
         const bool bItself = delivery.tstrContent == delivery.tstrSource;

@@ -98,7 +98,7 @@ std::wstring FindShippedManifest(const std::wstring& tstrInstalled, const Pendin
     if (fate.eKind == PendingFate::Kind::eTaken && String::IsBelow(fate.tstrFrom, tstrInstalled)) {
         tstrFound = fate.tstrFrom;
     }
-    const std::wstring tstrDownloaded = DownloadedManifest(tstrInstalled);
+    std::wstring tstrDownloaded = DownloadedManifest(tstrInstalled);
     const auto optFound = TimeOf(tstrFound);
     const auto optDownloaded = TimeOf(tstrDownloaded);
     if (optDownloaded && (!optFound || *optDownloaded > *optFound)) return tstrDownloaded;

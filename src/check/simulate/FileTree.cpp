@@ -94,7 +94,7 @@ Found FileTree::Find(const FullPath& path) const
                 .dwAttributes = base.IsFolder() ? base.dwAttributes : DWORD{FILE_ATTRIBUTE_DIRECTORY},
                 .tstrReal = base.IsFolder() ? step.tstrReal : std::wstring()};
     }
-    const Found found = AskBase(step.tstrReal);
+    Found found = AskBase(step.tstrReal);
     if (found.IsFile() && path.IsFolderText()) return {.eKind = Found::Kind::eNone, .dwError = ERROR_INVALID_NAME};
     return found;
 }

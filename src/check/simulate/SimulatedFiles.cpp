@@ -246,7 +246,7 @@ void SimulatedMachine::RecordCopy(Change change, const FullPath& destination, DW
         const auto [itMade, bNew] = m_made.try_emplace(destination.Text(), uChange);
         if (bNew) return;
         // Made twice: what it was before the run counts, and one line for both.
-        Change& before = m_log.At(itMade->second);
+        const Change& before = m_log.At(itMade->second);
         Change& now = m_log.At(uChange);
         if (before.eAction == now.eAction && before.tstrSource == now.tstrSource) {
             now.eOutcome = before.eOutcome;

@@ -62,6 +62,7 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
 std::vector<SimulatedMachine::PendingMove> SimulatedMachine::PendingMoves() const
 {
     std::vector<PendingMove> moves;
+    moves.reserve(m_moves.size());
     for (const Move& move : m_moves) {
         moves.push_back({move.source.Text(), move.optDestination ? move.optDestination->Text() : std::wstring()});
     }
