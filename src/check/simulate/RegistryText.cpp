@@ -85,8 +85,8 @@ bool ReadBytes(std::wstring_view tstrText, std::string& strBytes)
 
 bool ReadData(std::wstring_view tstrData, StoredValue& value)
 {
-    std::wstring tstrText;
     if (tstrData.starts_with(L'"')) {
+        std::wstring tstrText;
         if (!TakeQuoted(tstrData, tstrText) || !Trim(tstrData).empty()) return false;
         value = ToStored(tstrText);
         return true;
