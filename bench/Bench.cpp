@@ -13,6 +13,7 @@
 
 #include "agent/QorDeployAgent.h"
 #include "agent/RegistryPatch.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_DebugLog.h"
 
 #include <cstdio>
@@ -131,7 +132,10 @@ void AddBare()
 void MeasureRegistry(unsigned cRounds)
 {
     WriteRegistryRecords(kRecords);
-    MeasurePairs("registry", cRounds, AddBare, [] { PatchRegistry(RunContext(machine)); });
+    MeasurePairs("registry", cRounds, AddBare, [] {
+        KzCommon::WindowsMachine machine;
+        PatchRegistry(RunContext(machine));
+    });
     DWORD cb = 0;
     Require(::RegGetValueW(HKEY_LOCAL_MACHINE, kRecordKey, RecordName(kRecords - 1).c_str(), RRF_RT_REG_SZ, nullptr,
                            nullptr, &cb) == ERROR_SUCCESS,

@@ -9,6 +9,7 @@
 #include "check/PendingMoves.h"
 #include "check/Plan.h"
 #include "check/Verify.h"
+#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_Handle.h"
 
 #include <bcrypt.h>
