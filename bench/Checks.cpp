@@ -4,11 +4,11 @@
 #include "Pairs.h"
 
 #include "agent/QorDeployAgent.h"
-#include "check/Lint.h"
-#include "check/Manifest.h"
-#include "check/PendingMoves.h"
-#include "check/Plan.h"
-#include "check/Verify.h"
+#include "check/lint/Lint.h"
+#include "check/verify/Manifest.h"
+#include "check/verify/PendingMoves.h"
+#include "check/simulate/Plan.h"
+#include "check/verify/Verify.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_Handle.h"
 

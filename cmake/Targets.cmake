@@ -78,22 +78,22 @@ function(brevant_standins folder)
     endforeach()
 endfunction()
 
-# brevant_hostile_tests(folder): the executable hostile_tests, run once for each of its tests, a kind of input, with the
+# brevant_fuzz_tests(folder): the executable fuzz_tests, run once for each of its tests, a kind of input, with the
 # folder's seeds.
-function(brevant_hostile_tests folder)
+function(brevant_fuzz_tests folder)
     brevant_glob(sources ${folder}/*.cpp)
     brevant_glob(seeds ${folder}/seeds/*)
-    add_executable(hostile_tests ${sources})
-    set_target_properties(hostile_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
-    target_link_libraries(hostile_tests PRIVATE check agent test_support GTest::gmock GTest::gtest)
+    add_executable(fuzz_tests ${sources})
+    set_target_properties(fuzz_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
+    target_link_libraries(fuzz_tests PRIVATE check agent test_support GTest::gmock GTest::gtest)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${sources})
     foreach(source IN LISTS sources)
         file(STRINGS ${source} tests REGEX "^TEST")
         foreach(test IN LISTS tests)
             string(REGEX REPLACE ".*[(, ]([A-Za-z]+)\\)$" "\\1" kind ${test})
-            add_test(NAME hostile.${kind}
-                COMMAND hostile_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds 2000)
-            set_tests_properties(hostile.${kind} PROPERTIES TIMEOUT 1200)
+            add_test(NAME fuzz.${kind}
+                COMMAND fuzz_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds 2000)
+            set_tests_properties(fuzz.${kind} PROPERTIES TIMEOUT 1200)
         endforeach()
     endforeach()
 endfunction()

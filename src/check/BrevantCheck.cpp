@@ -1,11 +1,11 @@
 // Entry point of the checking program: checks updates before they ship and machines after it. It runs as whoever calls
 // it, and changes nothing but the manifest that "manifest --into" writes.
-#include "check/CommandLine.h"
-#include "check/Lint.h"
-#include "check/Plan.h"
-#include "check/Manifest.h"
-#include "check/Verify.h"
-#include "check/TraceSummary.h"
+#include "check/lint/Lint.h"
+#include "check/simulate/Plan.h"
+#include "check/trace/TraceSummary.h"
+#include "check/update/CommandLine.h"
+#include "check/verify/Manifest.h"
+#include "check/verify/Verify.h"
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_String.h"

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/KzComn_Handle.h"
-#include "kzdbg/KzDbg.h"
+#include "common/KzDbg.h"
 
 #include <string>
 

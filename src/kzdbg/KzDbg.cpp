@@ -1,5 +1,5 @@
 // The procedures that "KzDbg64.dll" exports.
-#include "kzdbg/KzDbg.h"
+#include "common/KzDbg.h"
 
 #include "kzdbg/TraceFile.h"
 #include "common/KzComn_Retry.h"

@@ -1,4 +1,4 @@
-"""What the sources know, the pages and the samples know: every instruction key, every lint rule."""
+"""What the sources know, the pages and the samples know: every instruction key, every lint rule. And the layers."""
 import re
 import unittest
 
@@ -27,6 +27,20 @@ def used_in(name):
             yield section, line.split('=')[0]
 
 
+# Every folder of the sources, and the folders whose headers it may include besides its own.
+LAYERS = {
+    'common': set(), 'kzdbg': {'common'}, 'runtime': set(),
+    'installer': {'common'}, 'config': {'common'},
+    'agent': {'installer', 'config', 'common', 'runtime'},
+    'check/update': {'agent', 'config', 'common'},
+    'check/simulate': {'check/update', 'agent', 'common'},
+    'check/verify': {'check/update', 'agent', 'config', 'common'},
+    'check/lint': {'check/verify', 'check/update', 'agent', 'installer', 'config', 'common'},
+    'check/trace': {'check/update', 'agent', 'common'},
+    'check': {'check/lint', 'check/simulate', 'check/trace', 'check/update', 'check/verify', 'common'},
+}
+
+
 class Pages(unittest.TestCase):
     def test_every_key_is_used_and_described(self):
         table = set(keys())
@@ -40,10 +54,19 @@ class Pages(unittest.TestCase):
         self.assertEqual(table, described)
 
     def test_every_rule_has_its_page(self):
-        rules = re.findall(r'^    \{Rule::e\w+, .*?L"([a-z-]+)"', text_of('src/check/Rules.cpp'), re.MULTILINE)
+        rules = re.findall(r'^    \{Rule::e\w+, .*?L"([a-z-]+)"', text_of('src/check/lint/Rules.cpp'), re.MULTILINE)
         pages = re.findall(r'^### B\d{3} ([a-z0-9-]+)$', text_of('docs/check-rules.md'), re.MULTILINE)
-        self.assertEqual(len(re.findall(r'^    e\w+ = \d+,', text_of('src/check/Rules.h'), re.MULTILINE)), len(rules))
+        self.assertEqual(len(re.findall(r'^    e\w+ = \d+,', text_of('src/check/lint/Rules.h'), re.MULTILINE)), len(rules))
         self.assertEqual(rules, pages)
+
+    def test_includes_point_one_way(self):
+        upwards = []
+        for source in sorted((ROOT / 'src').rglob('*.[hc]*')):
+            layer = str(source.parent.relative_to(ROOT / 'src'))
+            for named in re.findall(r'^#include "(.+)/[^/]+\.h"$', source.read_text(encoding='utf-8'), re.MULTILINE):
+                if named not in LAYERS[layer] | {layer}:
+                    upwards.append(f'{source.name} includes {named}')
+        self.assertEqual(upwards, [])
 
 
 if __name__ == '__main__':

@@ -1,6 +1,6 @@
 #include "check/simulate/FileTree.h"
 
-#include "check/LongPath.h"
+#include "check/update/LongPath.h"
 #include "common/KzComn_NamePattern.h"
 #include "common/KzComn_Result.h"
 

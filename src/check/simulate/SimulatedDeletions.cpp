@@ -1,7 +1,7 @@
 // What is deleted on a machine in memory, now or at the restart, and what is moved there.
 #include "check/simulate/SimulatedMachine.h"
 
-#include "check/simulate/ErrorText.h"
+#include "check/update/ErrorText.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Result.h"
 

@@ -1,7 +1,7 @@
 // Files and folders of a machine in memory: read, created, copied.
 #include "check/simulate/SimulatedMachine.h"
 
-#include "check/LongPath.h"
+#include "check/update/LongPath.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Result.h"
 

@@ -1,8 +1,8 @@
 // The INI files of a machine in memory.
 #include "check/simulate/SimulatedMachine.h"
 
-#include "check/LongPath.h"
 #include "check/simulate/IniText.h"
+#include "check/update/LongPath.h"
 #include "common/KzComn_Result.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // What is on the machine, and what is not about files, registry and INI files.
 #include "check/simulate/SimulatedMachine.h"
 
-#include "check/LongPath.h"
 #include "check/simulate/RegistryText.h"
+#include "check/update/LongPath.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_HeldFolder.h"
 #include "common/KzComn_Result.h"

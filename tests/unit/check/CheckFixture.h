@@ -1,7 +1,7 @@
 // An update in a folder and a registry of the test's own, and what "lint" says of it.
 #pragma once
 
-#include "check/Lint.h"
+#include "check/lint/Lint.h"
 #include "common/KzComn_String.h"
 #include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
@@ -67,7 +67,7 @@ protected:
         std::vector<std::string> findings;
     };
 
-    explicit CheckTest(void (*pfnFamily)(const Subject&, Report&)) : m_pfnFamily(pfnFamily)
+    explicit CheckTest(void (*pfnFamily)(const LintContext&, Report&)) : m_pfnFamily(pfnFamily)
     {
         Write(kInstructionFile, "");
         Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html"});
@@ -115,11 +115,11 @@ protected:
     bool m_bWarnings = false;  ///< they are called so
 
 private:
-    void (*m_pfnFamily)(const Subject&, Report&);
+    void (*m_pfnFamily)(const LintContext&, Report&);
 };
 
 /// Tries one family of rules.
-template <void (*pfnFamily)(const Subject&, Report&)>
+template <void (*pfnFamily)(const LintContext&, Report&)>
 class RulesTest : public CheckTest {
 protected:
     RulesTest() : CheckTest(pfnFamily) {}

@@ -156,27 +156,27 @@ protected:
                          ToStored(std::wstring(szLanguage)));
     }
 
-    [[nodiscard]] std::vector<Answer> VerifyOn(const SimulatedMachine& machine, const Promises& promises)
+    [[nodiscard]] std::vector<VerifyResult> VerifyOn(const SimulatedMachine& machine, const ExpectedState& expected)
     {
         SimulatedContents contents(machine);
-        MachineFolders folders(machine, Frwk::Utility::GetInstalledFolder(machine), promises.tstrProduct);
+        MachineFolders folders(machine, Frwk::Utility::GetInstalledFolder(machine), expected.tstrProduct);
         std::vector<PendingMove> moves;
         for (const auto& move : machine.PendingMoves()) moves.push_back({move.tstrSource, move.tstrDestination, true});
         VerifyContext context{machine, contents, folders, PendingPlaces(machine, moves),
                               Frwk::Utility::GetLanguage(machine)};
-        return VerifyPromises(promises, context);
+        return VerifyState(expected, context);
     }
 
     /// Deploys: before the restart all that has not arrived waits, after it nothing is missing.
-    void Prove(SimulatedMachine& machine, const Promises& promises, const std::string& strCase)
+    void Prove(SimulatedMachine& machine, const ExpectedState& expected, const std::string& strCase)
     {
         const std::string strWhat = strCase + ", " + ToUtf8(Frwk::Utility::GetLanguage(machine)) + "\n";
         ASSERT_TRUE(DeployFramework(machine)) << strWhat;
-        const std::vector<Answer> before = VerifyOn(machine, promises);
-        EXPECT_EQ(ExitCodeOf(before), kRestartPending) << strWhat << ToUtf8(FormatAnswers(before, L""));
+        const std::vector<VerifyResult> before = VerifyOn(machine, expected);
+        EXPECT_EQ(ExitCodeOf(before), kRestartPending) << strWhat << ToUtf8(FormatResults(before, L""));
         machine.Restart();
-        const std::vector<Answer> after = VerifyOn(machine, promises);
-        EXPECT_EQ(ExitCodeOf(after), kClean) << strWhat << ToUtf8(FormatAnswers(after, L""));
+        const std::vector<VerifyResult> after = VerifyOn(machine, expected);
+        EXPECT_EQ(ExitCodeOf(after), kClean) << strWhat << ToUtf8(FormatResults(after, L""));
     }
 
     std::mt19937 m_random;
@@ -192,12 +192,12 @@ TEST_F(DeliveryProofTest, WhatIsPromisedArrivesInEveryLanguage)
     for (unsigned uSeed = 0; uSeed < cSeeds; ++uSeed) {
         m_random.seed(uSeed);
         MakeUpdate();
-        const Promises promises = Collect();
+        const ExpectedState expected = Collect();
         for (const wchar_t* const szLanguage : kLanguages) {
             SimulatedMachine machine(&real);
             static_cast<void>(PrepareForPlan(machine, {m_update.Path(), m_machine.Path(), false}));
             MakeMachine(machine, szLanguage);
-            Prove(machine, promises, "seed " + std::to_string(uSeed));
+            Prove(machine, expected, "seed " + std::to_string(uSeed));
         }
         if (HasFailure()) break;
     }
@@ -210,15 +210,15 @@ TEST_F(DeliveryProofTest, WhatTheSamplePromisesArrivesInEveryLanguage)
     const std::wstring tstrInstalled =
         String::EnsureBackslash(Storage::Directory::FullPath(BREVANT_SAMPLES L"second\\installed"));
     Update update;
-    Promises promises;
+    ExpectedState expected;
     std::wstring tstrErrors;
     ASSERT_TRUE(update.Open(tstrUpdate, tstrInstalled, nullptr));
-    ASSERT_TRUE(CollectPromises(update, promises, tstrErrors)) << ToUtf8(tstrErrors);
+    ASSERT_TRUE(CollectExpectedState(update, expected, tstrErrors)) << ToUtf8(tstrErrors);
     const WindowsMachine real;
     for (const wchar_t* const szLanguage : {L"FR-FR", L"ES-ES", L"DE-DE"}) {
         SimulatedMachine machine(&real);
         EXPECT_THAT(PrepareForPlan(machine, {tstrUpdate, tstrInstalled, true}), IsEmpty());
         SetLanguage(machine, szLanguage);
-        Prove(machine, promises, "the second sample");
+        Prove(machine, expected, "the second sample");
     }
 }

@@ -15,8 +15,8 @@ class PendingTest : public VerifyTest {};
 TEST_F(PendingTest, EveryStateOfAFile)
 {
     Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-    const Promises promises = Collect();
-    ASSERT_EQ(promises.files.size(), 1u);
+    const ExpectedState expected = Collect();
+    ASSERT_EQ(expected.files.size(), 1u);
     m_machine.Write(L"a.exe0", "new");
     m_machine.Write(L"other.exe", "other");
     m_machine.Write(L"full\\x.txt", "");
@@ -62,11 +62,11 @@ TEST_F(PendingTest, EveryStateOfAFile)
         const std::wstring tstrTarget = m_machine.Write(L"a.exe", szInstalled ? szInstalled : "");
         if (!bDownloaded) ::DeleteFileW(tstrSource.c_str());
         if (!szInstalled) ::DeleteFileW(tstrTarget.c_str());
-        EXPECT_THAT(Verify(promises, tstrPending), ElementsAreArray(found)) << ToUtf8(tstrPending);
+        EXPECT_THAT(Verify(expected, tstrPending), ElementsAreArray(found)) << ToUtf8(tstrPending);
     }
     m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
     m_machine.Write(L"a.exe", "old");
-    Promises copied = promises;
+    ExpectedState copied = expected;
     copied.files[0].bAtRestart = false;
     EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";
 }
@@ -74,7 +74,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
 TEST_F(PendingTest, APendingMoveIsKnownByAnySpellingOfItsPath)
 {
     Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-    const Promises promises = Collect();
+    const ExpectedState expected = Collect();
     m_machine.Write(L"a.exe", "new");
     m_machine.Write(L"other.exe", "other");
     const std::wstring tstrPath = m_machine.Path();
@@ -86,10 +86,10 @@ TEST_F(PendingTest, APendingMoveIsKnownByAnySpellingOfItsPath)
     for (const std::wstring& tstrFolder :
          {L"\\DosDevices\\" + tstrPath, L"\\GLOBAL??\\" + tstrPath, tstrPath, std::wstring(L"\\??\\") + szShort,
           L"\\??\\" + tstrVolume + tstrPath.substr(3)}) {
-        EXPECT_THAT(Verify(promises, tstrFolder + L"other.exe|!" + tstrFolder + L"A.EXE|"),
+        EXPECT_THAT(Verify(expected, tstrFolder + L"other.exe|!" + tstrFolder + L"A.EXE|"),
                     ElementsAre("1", StartsWith("TO BE REPLACED a.exe")))
             << ToUtf8(tstrFolder);
-        EXPECT_THAT(Verify(promises, L"*1" + tstrFolder + L"A.EXE||"),
+        EXPECT_THAT(Verify(expected, L"*1" + tstrFolder + L"A.EXE||"),
                     ElementsAre("1", StartsWith("TO BE DELETED a.exe")))
             << ToUtf8(tstrFolder);
     }
@@ -106,7 +106,7 @@ TEST_F(PendingTest, AFolderThatMayNotBeListedIsUnknown)
     m_machine.Write(L"Closed\\a.txt", "");
     m_machine.Write(L"Above\\Closed\\a.txt", "");
     m_machine.Write(L"Above\\b.txt", "");
-    Promises promises = Collect();
+    ExpectedState expected = Collect();
     SystemWatch watch(m_machine.Path().substr(0, 3));
     watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) -> DWORD {
         const bool bClosed = strCall == "FindFirstFileW" && tstrPlace.find(L"Closed\\") != std::wstring::npos;
@@ -115,9 +115,9 @@ TEST_F(PendingTest, AFolderThatMayNotBeListedIsUnknown)
     const auto unknown = [](const std::string& strPlace) {
         return StartsWith("UNKNOWN " + strPlace + " (access denied");
     };
-    EXPECT_THAT(Verify(promises), UnorderedElementsAre("1", "NOT DELETED Above\\ (1 file)", unknown("Closed\\"),
+    EXPECT_THAT(Verify(expected), UnorderedElementsAre("1", "NOT DELETED Above\\ (1 file)", unknown("Closed\\"),
                                                        unknown("Closed\\*.tmp"), "DELETED *.tmp"));
-    EXPECT_THAT(Verify(promises, L"@Above\\b.txt||@Above\\Closed||@Above||"), Contains(unknown("Above\\")));
-    std::erase_if(promises.deletions, [](const DeletionPromise& deletion) { return deletion.bFolder; });
-    EXPECT_THAT(Verify(promises), UnorderedElementsAre("1", unknown("Closed\\*.tmp"), "DELETED *.tmp"));
+    EXPECT_THAT(Verify(expected, L"@Above\\b.txt||@Above\\Closed||@Above||"), Contains(unknown("Above\\")));
+    std::erase_if(expected.deletions, [](const ExpectedDeletion& deletion) { return deletion.bFolder; });
+    EXPECT_THAT(Verify(expected), UnorderedElementsAre("1", unknown("Closed\\*.tmp"), "DELETED *.tmp"));
 }

@@ -1,5 +1,5 @@
 #include "agent/NewNameDecision.h"
-#include "check/PlanReport.h"
+#include "check/simulate/PlanReport.h"
 #include "support/watch/SystemWatch.h"
 #include "unit/check/CheckFixture.h"
 

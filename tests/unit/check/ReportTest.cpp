@@ -1,6 +1,6 @@
-#include "check/CommandLine.h"
-#include "check/Report.h"
-#include "check/Suggestion.h"
+#include "check/lint/Report.h"
+#include "check/update/CommandLine.h"
+#include "check/update/Suggestion.h"
 
 #include <gmock/gmock.h>
 #include <windows.h>

@@ -5,9 +5,9 @@
 class SettingRulesTest : public CheckTest {
 protected:
     SettingRulesTest()
-        : CheckTest([](const Subject& subject, Report& report) {
-              CheckConfiguration(subject, report);
-              CheckShortcuts(subject, report);
+        : CheckTest([](const LintContext& context, Report& report) {
+              CheckConfiguration(context, report);
+              CheckShortcuts(context, report);
           })
     {
         m_bWarnings = true;

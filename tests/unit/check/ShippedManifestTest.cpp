@@ -1,5 +1,5 @@
 // A manifest that travels with its update: how it gets there, what it says, which one "verify" finds.
-#include "check/Manifest.h"
+#include "check/verify/Manifest.h"
 #include "unit/check/VerifyFixture.h"
 
 using KzCommon::String::ToUtf8;
@@ -22,14 +22,14 @@ protected:
         return output;
     }
     /// What the update's own manifest says of the file that it is.
-    [[nodiscard]] std::vector<FilePromise> PromisesOfItself() const
+    [[nodiscard]] std::vector<ExpectedFile> PromisesOfItself() const
     {
-        Promises promises;
+        ExpectedState expected;
         std::wstring tstrError;
-        EXPECT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), promises, tstrError)) << ToUtf8(tstrError);
-        std::erase_if(promises.files,
-                      [](const FilePromise& file) { return file.tstrPlace != L"{InstalledDir}QorUpdate.json"; });
-        return promises.files;
+        EXPECT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), expected, tstrError)) << ToUtf8(tstrError);
+        std::erase_if(expected.files,
+                      [](const ExpectedFile& file) { return file.tstrPlace != L"{InstalledDir}QorUpdate.json"; });
+        return expected.files;
     }
     /// Puts a file on the machine, written last on that day of November 2026; day 0 takes it away.
     void Put(const std::wstring& tstrName, const std::string& strBytes, WORD wDay) const
@@ -75,8 +75,8 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     EXPECT_THAT(Ship().strText, HasSubstr("QorUpdate.json: written"));
     const std::string strFirst = m_update.Read(kShipped).value_or("");
     EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
-    EXPECT_THAT(PromisesOfItself(), ElementsAre(AllOf(Field(&FilePromise::tstrSource, kShipped),
-                                                      Field(&FilePromise::optContent, std::nullopt))));
+    EXPECT_THAT(PromisesOfItself(), ElementsAre(AllOf(Field(&ExpectedFile::tstrSource, kShipped),
+                                                      Field(&ExpectedFile::optContent, std::nullopt))));
     static_cast<void>(Ship());
     EXPECT_EQ(m_update.Read(kShipped), strFirst);
     Output output;
@@ -137,15 +137,15 @@ TEST_F(ShippedManifestTest, AnInstalledManifestShowsThatTheUpdateRan)
 {
     Bring({L"p1\\Share\\UI\\a.html"});
     static_cast<void>(Ship());
-    Promises promises;
+    ExpectedState expected;
     std::wstring tstrError;
-    ASSERT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), promises, tstrError));
-    std::erase_if(promises.files, [](const FilePromise& file) { return file.optContent.has_value(); });
-    const std::string strManifest = FormatManifest(promises);  // nothing but files whose content is not known
+    ASSERT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), expected, tstrError));
+    std::erase_if(expected.files, [](const ExpectedFile& file) { return file.optContent.has_value(); });
+    const std::string strManifest = FormatManifest(expected);  // nothing but files whose content is not known
     m_machine.Write(L"UpdateInfo.ini", "");
     Put(kShippedManifest, strManifest, 1);
     EXPECT_THAT(VerifyShipped(), StartsWith("0 "));
-    EXPECT_THAT(Verify(promises), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "as any file";
+    EXPECT_THAT(Verify(expected), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "as any file";
 }
 
 TEST_F(ManifestRulesTest, AManifestThatIsNotTodaysIsStale)

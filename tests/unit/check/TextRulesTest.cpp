@@ -5,8 +5,8 @@
 class TextRulesTest : public CheckTest {
 protected:
     TextRulesTest()
-        : CheckTest([](const Subject& subject, Report& report) {
-              for (const auto pfnFamily : {CheckConfiguration, CheckShortcuts, CheckTexts}) pfnFamily(subject, report);
+        : CheckTest([](const LintContext& context, Report& report) {
+              for (const auto pfnFamily : {CheckConfiguration, CheckShortcuts, CheckTexts}) pfnFamily(context, report);
           })
     {
     }

@@ -1,7 +1,7 @@
 #include "agent/Sections.h"
-#include "check/FailureLines.h"
-#include "check/Plan.h"
-#include "check/TraceSummary.h"
+#include "check/simulate/Plan.h"
+#include "check/trace/KnownFailures.h"
+#include "check/trace/TraceSummary.h"
 #include "unit/check/CheckFixture.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // An update and a machine, each in a folder of its own, and what "verify" says of them.
 #pragma once
 
-#include "check/Verify.h"
+#include "check/verify/Verify.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "unit/check/CheckFixture.h"
 
@@ -10,26 +10,27 @@ class VerifyTest : public UpdateTest {
 protected:
     VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
 
-    [[nodiscard]] Promises Collect() const
+    [[nodiscard]] ExpectedState Collect() const
     {
-        Promises promises;
+        ExpectedState expected;
         std::wstring tstrErrors;
-        EXPECT_TRUE(CollectPromises(Open(), promises, tstrErrors)) << tstrErrors;
-        return promises;
+        EXPECT_TRUE(CollectExpectedState(Open(), expected, tstrErrors)) << tstrErrors;
+        return expected;
     }
     /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
-    [[nodiscard]] std::vector<std::string> Verify(const Promises& promises, const std::wstring& tstrPending = {}) const
+    [[nodiscard]] std::vector<std::string> Verify(const ExpectedState& expected,
+                                                  const std::wstring& tstrPending = {}) const
     {
-        MachineFolders folders(m_machine.Path(), promises.tstrProduct);
+        MachineFolders folders(m_machine.Path(), expected.tstrProduct);
         std::wstring tstrRaw;
         KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
         const KzCommon::WindowsMachine machine;
         ContentReader contents;
         VerifyContext context{machine, contents, folders, PendingPlaces(machine, ParsePendingMoves(tstrRaw)), L"de-de"};
-        const std::vector<Answer> answers = VerifyPromises(promises, context);
-        std::vector<std::string> found{std::to_string(ExitCodeOf(answers))};
-        std::wstring tstrText = FormatAnswers(answers, L"");
+        const std::vector<VerifyResult> results = VerifyState(expected, context);
+        std::vector<std::string> found{std::to_string(ExitCodeOf(results))};
+        std::wstring tstrText = FormatResults(results, L"");
         KzCommon::String::ReplaceAll(tstrText, m_machine.Path(), L"");
         KzCommon::String::ReplaceAll(tstrText, L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault: ", L"");
         while (tstrText.find(L"  ") != std::wstring::npos) KzCommon::String::ReplaceAll(tstrText, L"  ", L" ");

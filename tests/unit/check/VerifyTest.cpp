@@ -1,4 +1,4 @@
-#include "check/Manifest.h"
+#include "check/verify/Manifest.h"
 #include "BrevantVersion.h"
 #include "unit/check/VerifyFixture.h"
 
@@ -16,11 +16,11 @@ KzCommon::UniqueFile Hold(const std::wstring& tstrPath)
 }
 
 /// One file that an update moves.
-Promises OneFile(std::wstring tstrPlace, std::wstring tstrSource)
+ExpectedState OneFile(std::wstring tstrPlace, std::wstring tstrSource)
 {
-    Promises promises;
-    promises.files.push_back({std::move(tstrPlace), std::move(tstrSource), true, {}, std::nullopt});
-    return promises;
+    ExpectedState expected;
+    expected.files.push_back({std::move(tstrPlace), std::move(tstrSource), true, {}, std::nullopt});
+    return expected;
 }
 
 }  // namespace
@@ -37,7 +37,7 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
         Write(L"Component\\" + tstrFile, strContent += 'x');
     }
     std::vector<std::string> found;
-    for (const FilePromise& file : Collect().files) {
+    for (const ExpectedFile& file : Collect().files) {
         found.push_back(ToUtf8(file.tstrPlace + (file.bAtRestart ? L" r " : L" n ") + file.tstrLanguage) + " " +
                         std::to_string(file.optContent ? file.optContent->ullSize : 99));
     }
@@ -49,17 +49,17 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
                                     "{InstalledDir}readme.htm r  9", "{InstalledDir}readme.htm r DE-DE 7",
                                     "{InstalledDir}readme.htm r FR-FR 8", "{InstalledDir}readme_DE-DE.htm r  7",
                                     "{InstalledDir}readme_FR-FR.htm r  8"));
-    Promises promises = Collect();
-    std::erase_if(promises.files, [](const FilePromise& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
+    ExpectedState expected = Collect();
+    std::erase_if(expected.files, [](const ExpectedFile& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
-    EXPECT_THAT(Verify(promises), ElementsAre("0", "ARRIVED readme.htm"));
+    EXPECT_THAT(Verify(expected), ElementsAre("0", "ARRIVED readme.htm"));
     {
         const auto hHeld = Hold(tstrReadme);
-        EXPECT_THAT(Verify(promises), ElementsAre("1", "UNKNOWN readme.htm (another program has the file open)"));
+        EXPECT_THAT(Verify(expected), ElementsAre("1", "UNKNOWN readme.htm (another program has the file open)"));
     }
     const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"));
     std::wstring tstrErrors;
-    EXPECT_FALSE(CollectPromises(Open(), promises, tstrErrors));
+    EXPECT_FALSE(CollectExpectedState(Open(), expected, tstrErrors));
     EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
 }
 
@@ -123,13 +123,13 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
 {
     Write(kInstructionFile, "[QOR_CONFIG_MERGE]\nmigrate=/b/new\nmigrate=/own\n");
     Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c><a>1</a><b><new/><new/></b></c>");
-    Promises made = Collect();
-    std::erase_if(made.files, [](const FilePromise& file) { return !file.optSettings; });
+    ExpectedState made = Collect();
+    std::erase_if(made.files, [](const ExpectedFile& file) { return !file.optSettings; });
     made.updateInfo = {{L"C", L"Component101_Version", L"3.9"}};  // the update has run
     m_machine.Write(L"UpdateInfo.ini", "[C]\nComponent101_Version=3.9\n");
-    Promises promises;
+    ExpectedState expected;
     std::wstring tstrError;
-    ASSERT_TRUE(ParseManifest(FormatManifest(made), promises, tstrError)) << ToUtf8(tstrError);
+    ASSERT_TRUE(ParseManifest(FormatManifest(made), expected, tstrError)) << ToUtf8(tstrError);
     // The merged file, the one kept of the user's (null: none), and what is said of it.
     const std::tuple<const char*, const char*, const char*> rows[] = {
         {"<C><A>secret</A><b><New>2</New></b></C>", nullptr, "ARRIVED config.xml"},
@@ -143,10 +143,10 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     for (const auto& [szMerged, szKept, szLine] : rows) {
         m_machine.Write(L"config.xml", szMerged);
         m_machine.Write(L"config.previous.xml", szKept ? szKept : "");
-        EXPECT_THAT(Verify(promises), Contains(StartsWith(szLine))) << szMerged;
+        EXPECT_THAT(Verify(expected), Contains(StartsWith(szLine))) << szMerged;
     }
     m_machine.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
-    EXPECT_THAT(Verify(promises).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
+    EXPECT_THAT(Verify(expected).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
     Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c>");  // refused, and deployed as it is
     EXPECT_EQ(Collect().files.front().optContent.value_or(Content()).ullSize, 3U);
 }
@@ -206,13 +206,13 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
         "[UPDATE_INFO]\nmodify=S!K!a\nmodify=s!k!' b'\n");
     Write(L"Component\\p1\\Share\\UI\\OldButNew.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\x.txt", "x");
-    const Promises promises = Collect();
-    EXPECT_EQ(promises.deletions.size(), 3u);
+    const ExpectedState expected = Collect();
+    EXPECT_EQ(expected.deletions.size(), 3u);
     m_machine.Write(L"OldButNew.dll", "new");
     m_machine.Write(L"x.txt", "x");
     m_machine.MakeFolder(L"Lang");
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION "\n");
-    const auto kept = Verify(promises);
+    const auto kept = Verify(expected);
     EXPECT_THAT(kept, Contains("0"));
     EXPECT_THAT(
         kept, IsSupersetOf({"ARRIVED Lang", "DELETED Legacy\\", "DELETED Old*.dll", "VALUE RIGHT UpdateInfo.ini: [s] k",
@@ -221,22 +221,22 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     m_machine.Write(L"Old1.dll", "");
     m_machine.Write(L"Legacy\\a\\b.txt", "");
     m_machine.Write(L"UpdateInfo.ini", "[S]\nK=a\n");
-    EXPECT_THAT(Verify(promises), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
+    EXPECT_THAT(Verify(expected), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
                                                 "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
-    EXPECT_THAT(Verify(promises, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
+    EXPECT_THAT(Verify(expected, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
     const std::wstring tstrInfo = L"Component\\p1\\Share\\Setting\\UpdateInfo.ini";
     const std::wstring tstrPending =
         L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy\\a||@Legacy||@" + tstrInfo + L"|!@UpdateInfo.ini|";
     m_machine.Write(tstrInfo, "[S]\nK=' b'\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION "\n");
-    EXPECT_THAT(Verify(promises, tstrPending),
+    EXPECT_THAT(Verify(expected, tstrPending),
                 IsSupersetOf({"3010", "STILL WAITING Old1.dll", "STILL WAITING Legacy\\ (1 file)",
                               "STILL WAITING UpdateInfo.ini", "STILL WAITING UpdateInfo.ini: [s] k"}));
-    EXPECT_THAT(Verify(promises, L"@Legacy||" + tstrPending), Contains("3010")) << "not empty the first time";
-    EXPECT_THAT(Verify(promises, L"@Legacy||@Legacy\\a\\b.txt||@Legacy\\a||"),
+    EXPECT_THAT(Verify(expected, L"@Legacy||" + tstrPending), Contains("3010")) << "not empty the first time";
+    EXPECT_THAT(Verify(expected, L"@Legacy||@Legacy\\a\\b.txt||@Legacy\\a||"),
                 Contains("NOT DELETED Legacy\\ (1 file)"))
         << "not empty, and not tried again";
     m_machine.Write(tstrInfo, "[S]\nK=c\n");
-    EXPECT_THAT(Verify(promises, tstrPending), Contains(StartsWith("VALUE DIFFERS UpdateInfo.ini: [s] k")));
+    EXPECT_THAT(Verify(expected, tstrPending), Contains(StartsWith("VALUE DIFFERS UpdateInfo.ini: [s] k")));
 
     Instruct("[QOR_DIR]\ndelete={InstalledDir}Legacy\n");
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
@@ -260,12 +260,12 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
         strFull +
         "Sub\\c*.dll\ndelete=c:\\PROGRAMDATA\\qvnone*.x\ndelete=C:\\qvnone*.sys\n"
         "delete=C:\\Windows\\qvnone.sys\n");
-    Promises promises;
+    ExpectedState expected;
     std::wstring tstrErrors;
-    ASSERT_TRUE(CollectPromises(Open(), promises, tstrErrors));
-    EXPECT_THAT(promises.folders, ElementsAre(L"{InstalledDir}Lang", L"{InstalledDir}Policy"));
+    ASSERT_TRUE(CollectExpectedState(Open(), expected, tstrErrors));
+    EXPECT_THAT(expected.folders, ElementsAre(L"{InstalledDir}Lang", L"{InstalledDir}Policy"));
     std::vector<std::wstring> places;
-    for (const DeletionPromise& deletion : promises.deletions) places.push_back(deletion.tstrPlace);
+    for (const ExpectedDeletion& deletion : expected.deletions) places.push_back(deletion.tstrPlace);
     EXPECT_THAT(places, UnorderedElementsAre(L"C:\\ProgramData\\QvNone", L"{InstalledDir}Sub\\a*.dll",
                                              m_machine.PathOf(L"Sub\\b*.dll"), m_machine.PathOf(L"Sub\\c*.dll"),
                                              L"c:\\PROGRAMDATA\\qvnone*.x", L"C:\\qvnone*.sys"));
@@ -276,12 +276,12 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     m_machine.MakeFolder(L"Lang");
     for (const wchar_t* const szName : {L"Sub\\a1.dll", L"Sub\\b1.dll", L"Sub\\c1.dll"}) m_machine.Write(szName, "");
     // A manifest from elsewhere may have them, too.
-    promises.folders.emplace_back(L"{InstalledDir}/Lang/");
-    promises.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
-    promises.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
-    promises.deletions.push_back({L"{AppData}x", false, true});
+    expected.folders.emplace_back(L"{InstalledDir}/Lang/");
+    expected.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
+    expected.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
+    expected.deletions.push_back({L"{AppData}x", false, true});
     EXPECT_THAT(
-        Verify(promises),
+        Verify(expected),
         UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy", "DELETED C:\\ProgramData\\QvNone\\",
                              "DELETED C:\\ProgramData\\qvnone*.x", "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll",
                              "NOT DELETED Sub\\b1.dll", "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll",
@@ -333,8 +333,8 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
     Write(L"Component\\p1\\Share\\UI\\\u00E9\U0001F511.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
-    const Promises promises = Collect();
-    const std::string strManifest = FormatManifest(promises);
+    const ExpectedState expected = Collect();
+    const std::string strManifest = FormatManifest(expected);
     EXPECT_THAT(strManifest, HasSubstr("11507a0e2f5e69d5dfa40a62a1bd7b6ee57e6bcd85c67c9b8431b36fff21c437"));
     EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));
     EXPECT_THAT(strManifest, HasSubstr("\\u00e9\\ud83d\\udd11.dll"));
@@ -342,11 +342,11 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
     std::wstring tstrWide;
     ASSERT_TRUE(KzCommon::String::FromUtf8(strManifest, tstrWide));
     for (const std::string& strForm : {strManifest, "\xEF\xBB\xBF" + strManifest, Utf16(tstrWide)}) {
-        Promises read;
+        ExpectedState read;
         std::wstring tstrError;
         ASSERT_TRUE(ParseManifest(strForm, read, tstrError)) << ToUtf8(tstrError);
         EXPECT_EQ(FormatManifest(read), strManifest);
-        EXPECT_THAT(read.files, Contains(Field(&FilePromise::tstrPlace, L"{InstalledDir}\u00E9\U0001F511.dll")));
+        EXPECT_THAT(read.files, Contains(Field(&ExpectedFile::tstrPlace, L"{InstalledDir}\u00E9\U0001F511.dll")));
     }
     const std::pair<std::string, std::string> damages[] = {
         {"\"format\" : 1", "\"format\" : 2"},
@@ -367,7 +367,7 @@ TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
         const auto uFound = strDamaged.find(strFrom);
         ASSERT_NE(uFound, std::string::npos) << strFrom;
         strDamaged.replace(uFound, strFrom.size(), strTo);
-        Promises read;
+        ExpectedState read;
         std::wstring tstrError;
         EXPECT_FALSE(ParseManifest(strDamaged, read, tstrError)) << strTo.substr(0, 40);
         EXPECT_FALSE(tstrError.empty()) << strTo.substr(0, 40);

@@ -1,7 +1,7 @@
 // The other side of the stand-in trace library: the test process that loaded it.
 #pragma once
 
-#include "kzdbg/KzDbg.h"
+#include "common/KzDbg.h"
 
 /// Receives every call that the stand-in library gets.
 class TraceSink {

@@ -6,7 +6,7 @@
 // What it was given is counted in "fault.count".
 #include "../BesideLibrary.h"
 
-#include "kzdbg/KzDbg.h"
+#include "common/KzDbg.h"
 
 #include <cstring>
 #include <fstream>

@@ -1,0 +1,198 @@
+// B060 to B065: the configuration files that the update brings, and the settings that it carries over.
+#include "check/lint/Lint.h"
+#include "check/lint/XmlFile.h"
+#include "check/update/Instructions.h"
+#include "check/update/Suggestion.h"
+#include "check/update/XmlForm.h"
+
+#include "agent/SettingsFiles.h"
+#include "common/KzComn_String.h"
+#include "config/ConfigDefaults.h"
+#include "config/ConfigStore.h"
+
+#include <algorithm>
+#include <map>
+
+using namespace KzCommon;
+using Config::TagPath;
+using Storage::XmlElement;
+
+namespace Check {
+
+namespace {
+
+/// Stand in no element's name, but in texts that are no tag path.
+constexpr wchar_t kNeverInNames[] = L" \t\\\"'<>&{}[]()!=;,*?";
+
+/// More settings than this are not searched for one that may have been meant.
+constexpr std::size_t kMaxSuggested = 500;
+
+struct KnownTag {
+    std::wstring tstrPath;
+    bool bSection;  ///< in every file that has it
+};
+/// The settings and sections of all files and the defaults, by folded path.
+using KnownTags = std::map<std::wstring, KnownTag>;
+
+void AddTag(KnownTags& known, const TagPath& path, bool bSection)
+{
+    const auto [it, bNew] = known.try_emplace(path.Folded(), KnownTag{path.Text(), bSection});
+    if (!bNew) it->second.bSection = it->second.bSection && bSection;
+}
+
+/// One configuration file.
+class ConfigFile {
+public:
+    ConfigFile(const std::wstring& tstrFile, KnownTags& known, Report& report)
+        : m_tstrFile(tstrFile), m_known(known), m_report(report)
+    {
+        DWORD dwError = ERROR_SUCCESS;
+        m_bProtection = m_protection.Open(Config::kStoreKey, dwError);
+    }
+
+    /// All elements below the root.
+    void Check(const XmlElement& root);
+
+private:
+    void CheckElement(const XmlElement& element, const TagPath& path);
+    [[nodiscard]] bool CheckSealed(const XmlElement& element, const TagPath& path, Config::Secret<std::wstring>& clear);
+    void CheckMark(const XmlElement& element, const TagPath& path);
+    void CheckType(const XmlElement& element, const TagPath& path, const std::wstring& tstrClear);
+    void Add(Rule eRule, const XmlElement& element, const std::wstring& tstrText,
+             const std::wstring& tstrSuggestion = {}, Severity eSeverity = Severity::eError)
+    {
+        m_report.AddAs(eSeverity, eRule, m_tstrFile, PlaceOfElement(element), tstrText, tstrSuggestion);
+    }
+
+    const std::wstring& m_tstrFile;
+    KnownTags& m_known;
+    Report& m_report;
+    Config::ValueProtection m_protection;
+    bool m_bProtection = false;
+};
+
+void ConfigFile::Check(const XmlElement& root)
+{
+    ForEachTag(root, [this](const XmlElement& element, const TagPath& path) { CheckElement(element, path); });
+}
+
+void ConfigFile::CheckElement(const XmlElement& element, const TagPath& path)
+{
+    AddTag(m_known, path, element.GetFirstChild() != nullptr);
+    if (element.GetFirstChild()) return;
+    Config::Secret<std::wstring> clear;
+    const Config::Value value = Config::ValueOf(element);
+    if (value.bProtected) {
+        if (!CheckSealed(element, path, clear)) return;
+    } else {
+        clear.value = value.tstrText;
+        CheckMark(element, path);
+    }
+    CheckType(element, path, clear.value);
+}
+
+/// B064 of a setting that is marked as protected. False when its text cannot be read.
+bool ConfigFile::CheckSealed(const XmlElement& element, const TagPath& path, Config::Secret<std::wstring>& clear)
+{
+    const std::wstring tstrText = Config::ValueOf(element).tstrText;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!m_bProtection) return false;
+    if (m_protection.Unprotect(path, tstrText, clear, dwError)) return true;
+    Add(Rule::eSecretInClear, element,
+        path.Text() + L" is marked as protected, but its text is not the encrypted one of this setting");
+    return false;
+}
+
+/// B064 of a setting that is in clear.
+void ConfigFile::CheckMark(const XmlElement& element, const TagPath& path)
+{
+    const bool bMisspelt = Config::ProtectionOf(element) == Config::Protection::eMisspelt;
+    if (!bMisspelt && !Config::IsSecret(path)) return;
+    // An element without a text gives nothing away.
+    Add(Rule::eSecretInClear, element,
+        path.Text() + (bMisspelt ? L" is meant to be protected, but not marked so" : L" is a secret and not protected"),
+        L"protected=\"1\"", element.GetText().empty() ? Severity::eWarning : Severity::eError);
+}
+
+void ConfigFile::CheckType(const XmlElement& element, const TagPath& path, const std::wstring& tstrClear)
+{
+    const std::wstring tstrType = element.GetAttribute(L"type");
+    const Config::Type eType = Config::TypeOfName(tstrType);
+    if (eType == Config::Type::eUnknown) {
+        const std::wstring words[] = {L"string", L"int", L"bool"};
+        Add(Rule::eConfigValueType, element, path.Text() + L" has a type that no value fits: " + tstrType,
+            NearestOf(tstrType, words));
+    } else if (!tstrClear.empty() && !Config::Fits(eType, tstrClear)) {
+        Add(Rule::eConfigValueType, element, path.Text() + L" holds no value of its type, " + tstrType);
+    }
+}
+
+bool HasPlainNames(const TagPath& path)
+{
+    for (const std::wstring& tstrName : path.Names()) {
+        if (tstrName.find_first_of(kNeverInNames) != std::wstring::npos) return false;
+    }
+    return true;
+}
+
+/// B060 and B061 of one record. `words`: the settings that may have been meant.
+void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector<std::wstring>& words, Report& report)
+{
+    const auto add = [&](Rule eRule, const wchar_t* szText, const std::wstring& tstrSuggestion) {
+        report.Add(eRule, kInstructionFile, record.valuePlace, L"\"" + record.tstrValue + L"\" " + szText,
+                   tstrSuggestion);
+    };
+    const std::optional<TagPath> path = TagPath::Parse(record.tstrValue);
+    if (!path || !HasPlainNames(*path)) {
+        add(Rule::eNoTagPath, L"is no tag path, such as /Section/Setting", NearestOf(record.tstrValue, words));
+        return;
+    }
+    const auto itKnown = known.find(path->Folded());
+    if (itKnown == known.end()) {
+        add(Rule::eUnknownTag, L"is a setting of neither the update's configuration files nor the defaults",
+            NearestOf(record.tstrValue, words));
+    } else if (itKnown->second.bSection) {
+        add(Rule::eUnknownTag, L"is a section: settings are carried over one by one", L"");
+    }
+}
+
+/// B065: files of the names under which the agent keeps the user's settings.
+void CheckKeptNames(const Update& update, Report& report)
+{
+    for (const Delivery& delivery : update.Deliveries()) {
+        if (delivery.eBase != PackageLayout::Base::eInstall || !IsKeptFileFor(L"config.xml", delivery.tstrBelow))
+            continue;
+        report.Add(Rule::eShipsKeptSettings, delivery.tstrSource, {},
+                   L"the agent keeps the user's settings under this name, and the file replaces them: rename it");
+    }
+}
+
+void AddDefaults(KnownTags& known)
+{
+    for (const Config::Default& row : Config::Defaults()) {
+        if (const auto path = TagPath::Parse(row.szTagPath)) AddTag(known, *path, false);
+    }
+}
+
+}  // namespace
+
+void CheckConfiguration(const LintContext& context, Report& report)
+{
+    KnownTags known;
+    AddDefaults(known);
+    for (const std::wstring& tstrFile : SettingFiles(context.update, L"config", L"xml")) {
+        const auto document = ReadXml(context.update, tstrFile, Rule::eConfigNotXml, report);
+        if (document) ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
+    }
+    std::vector<std::wstring> words;
+    for (const auto& [tstrFolded, tag] : known) {
+        if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
+    }
+    for (const Instruction& instruction : ListInstructions(context.instructions)) {
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eTag) continue;
+        CheckTag(*instruction.pRecord, known, words, report);
+    }
+    CheckKeptNames(context.update, report);
+}
+
+}  // namespace Check

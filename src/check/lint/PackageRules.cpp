@@ -1,0 +1,386 @@
+// B070 to B075: the layout of the packages.
+#include "check/lint/Lint.h"
+#include "check/update/Instructions.h"
+#include "check/update/Suggestion.h"
+
+#include "agent/DownloadPath.h"
+#include "agent/SettingsFiles.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
+
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <set>
+#include <string_view>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// The folders below "Component\\" that the update information does not name, as deep as the ones it names, without
+/// those in and around a package that is there.
+std::vector<std::wstring> UnnamedFolders(const Update& update)
+{
+    std::vector<std::wstring> named;
+    std::ptrdiff_t cLevels = 1;
+    for (const Package* pPackage : {&update.Product(), &update.Resource()}) {
+        const std::wstring& tstrPath = pPackage->tstrDownloadPath;
+        cLevels = std::max(cLevels, 1 + std::count(tstrPath.begin(), tstrPath.end(), L'\\'));
+        if (pPackage->bThere) named.push_back(tstrPath + L"\\");
+    }
+    std::vector<std::wstring> others;
+    std::vector<std::wstring> folders{L""};
+    for (; cLevels > 0; --cLevels) {
+        std::vector<std::wstring> below;
+        for (const std::wstring& tstrFolder : folders) {
+            const auto visit = [&](const Storage::Directory::Entry& entry) {
+                if (entry.bFolder && !entry.bLink) below.push_back(tstrFolder + entry.tstrName + L"\\");
+            };
+            static_cast<void>(
+                Storage::Directory::ForEachEntry(update.FullPath(kComponents + tstrFolder), L"*", visit, nullptr));
+        }
+        for (const std::wstring& tstrFolder : below) {
+            const bool bNamed = std::any_of(named.begin(), named.end(), [&](const std::wstring& tstrNamed) {
+                return String::StartsWithNoCase(tstrFolder, tstrNamed) ||
+                       String::StartsWithNoCase(tstrNamed, tstrFolder);
+            });
+            if (!bNamed) others.push_back(tstrFolder.substr(0, tstrFolder.size() - 1));
+        }
+        folders = std::move(below);
+    }
+    return others;
+}
+
+/// Whether a folder has a string table for a language, as resource packages do.
+bool HasStringTable(const std::wstring& tstrFolder)
+{
+    bool bHas = false;
+    static_cast<void>(Storage::Directory::ForEachEntry(
+        tstrFolder, L"*",
+        [&](const Storage::Directory::Entry& entry) {
+            bHas = bHas || Storage::File::IsExisted(tstrFolder + entry.tstrName + L"\\StringTable.ini");
+        },
+        nullptr));
+    return bHas;
+}
+
+/// A package whose folder is not there, and the other folders below "Component\\" that may be meant.
+struct MissingPackage {
+    const Package& package;
+    const DownloadKey& key;
+    const wchar_t* szKind;
+    std::wstring tstrMeant;
+};
+
+/// Where the update information names the package; line 0 when the name is the agent's own, for want of one.
+TextPosition PlaceOfName(const IniScan& info, const DownloadKey& key)
+{
+    const IniSection* const pSection = info.Find(L"COMPONENT_LIST");
+    if (!pSection) return {};
+    const auto it = std::find_if(pSection->records.begin(), pSection->records.end(), [&](const IniRecord& record) {
+        std::wstring tstrKey = record.tstrKey;
+        while (tstrKey.ends_with(L' ')) tstrKey.pop_back();
+        return record.IsRecord() && String::EqualsNoCase(tstrKey, key.szKey);
+    });
+    return it == pSection->records.end() ? TextPosition{} : it->valuePlace;
+}
+
+/// B074 of a package that the update information names. False for one that it does not name.
+bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingPackage& missing, Report& report)
+{
+    const TextPosition place = PlaceOfName(info, missing.key);
+    if (place.uLine == 0) return false;
+    const std::wstring tstrFolder = L"\"" + update.RelativeName(missing.package.tstrFolder) + L"\"";
+    const std::wstring& tstrRefused = missing.package.tstrRefused;
+    if (!tstrRefused.empty()) {
+        report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
+                   L"\"" + tstrRefused + L"\" is no path of a folder below \"Component\\\": the " + missing.szKind +
+                       L" package is looked for in " + tstrFolder,
+                   missing.tstrMeant);
+        return true;
+    }
+    report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
+               L"the " + std::wstring(missing.szKind) + L" package is not there, it is looked for in " + tstrFolder +
+                   L": nothing of it is deployed",
+               missing.tstrMeant);
+    return true;
+}
+
+/// The folder that may have been meant by a package's name.
+std::wstring MeantFolder(const Package& package, const std::vector<std::wstring>& others)
+{
+    const std::wstring& tstrRefused = package.tstrRefused;
+    const std::size_t uName = std::min(tstrRefused.find_first_not_of(L".\\/"), tstrRefused.size());
+    return NearestOf(tstrRefused.empty() ? package.tstrDownloadPath : tstrRefused.substr(uName), others);
+}
+
+/// Without the package that the update information names, other folders below "Component\\" are for nobody.
+void CheckDownloadPaths(const Update& update, Report& report)
+{
+    IniScan info;
+    static_cast<void>(info.Read(update.FullPath(kUpdateInfoFile), nullptr));
+    const std::vector<std::wstring> others = UnnamedFolders(update);
+    const auto itTexts = std::find_if(others.begin(), others.end(), [&](const std::wstring& tstrName) {
+        return HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
+    });
+    const MissingPackage product{update.Product(), ProductDownloadKey(), L"product",
+                                 MeantFolder(update.Product(), others)};
+    const std::wstring tstrNear = MeantFolder(update.Resource(), others);
+    const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource",
+                                  tstrNear.empty() && itTexts != others.end() ? *itTexts : tstrNear};
+    bool bOther = update.Resource().bThere;
+    for (const MissingPackage* pMissing : {&product, &resource}) {
+        const bool bThere = pMissing->package.bThere && pMissing->package.tstrRefused.empty();
+        const bool bNamed = !bThere && CheckNamedPackage(update, info, *pMissing, report);
+        const bool bMeant = pMissing == &product ? !others.empty() : update.Product().bThere && itTexts != others.end();
+        if (!bThere && !bNamed && bMeant) {
+            report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
+                         L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
+                             update.RelativeName(pMissing->package.tstrFolder) +
+                             L"\", which is not there: nothing of it is deployed",
+                         pMissing->tstrMeant);
+        }
+        bOther = true;
+    }
+}
+
+/// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
+/// settings folder is missing.
+void CheckSections(const LintContext& context, Report& report)
+{
+    const Update& update = context.update;
+    const bool bPackage = update.Product().bThere;
+    const bool bSettings = Storage::Directory::IsExisted(update.FullPath(update.SettingFolder()));
+    const std::pair<const wchar_t*, bool> sections[] = {
+        {L"QOR_REGISTRY_PATCH", bPackage}, {L"QOR_CONFIG_MERGE", bSettings}, {L"UPDATE_INFO", bPackage}};
+    for (const auto& [szSection, bCarriedOut] : sections) {
+        const IniSection* const pSection = context.instructions.Find(szSection);
+        if (bCarriedOut || !pSection || pSection->records.empty()) continue;
+        const std::wstring tstrMissing =
+            bPackage ? update.SettingFolder() : update.RelativeName(update.Product().tstrFolder);
+        report.Add(Rule::eSectionWithoutPackage, kInstructionFile, pSection->place,
+                   L"[" + pSection->tstrName + L"] is passed over, for there is no folder \"" + tstrMissing + L"\"");
+    }
+}
+
+/// The folder of the program's own files: the platform's, and in it the component's name once more.
+std::wstring ProgramFolder(const Update& update)
+{
+    const PackageLayout::BaseFolders bases(WindowsMachine(),
+                                           {.tstrInstallDir = {},
+                                            .tstrProductDownloadDir = update.Product().tstrFolder,
+                                            .tstrProductDownloadPath = update.Product().tstrDownloadPath,
+                                            .tstrResourceDownloadDir = {}});
+    return update.RelativeName(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
+}
+
+/// The platform's folder, around the one of the program's own files.
+std::wstring PlatformFolder(const Update& update)
+{
+    const std::wstring tstrInner = ProgramFolder(update);
+    const std::size_t cchName = String::EnsureBackslash(update.Product().tstrDownloadPath).size();
+    return tstrInner.substr(0, tstrInner.size() - std::min(cchName, tstrInner.size()));
+}
+
+/// The platform's folder where the one in it is missing, with the finding; else empty.
+std::wstring CheckInnerFolder(const Update& update, Report& report)
+{
+    const std::wstring tstrInner = ProgramFolder(update);
+    std::wstring tstrPlatform = PlatformFolder(update);
+    const std::vector<std::wstring>& files = update.Files();
+    const auto isIn = [&](const std::wstring& tstrFolder) {
+        return std::find_if(files.begin(), files.end(),
+                            [&](const std::wstring& tstrFile) { return String::IsBelow(tstrFile, tstrFolder); });
+    };
+    const auto itMisplaced = isIn(tstrPlatform);
+    if (itMisplaced == files.end() || isIn(tstrInner) != files.end()) return {};
+    report.Add(Rule::eNoInnerFolder, *itMisplaced, {},
+               L"the files for this platform are looked for in \"" + tstrInner + L"\" only: nothing of them arrives",
+               tstrInner + itMisplaced->substr(itMisplaced->rfind(L'\\') + 1));
+    return tstrPlatform;
+}
+
+/// The folder that may have been meant by one below a package's: one above it of which only the files are taken, or one
+/// beside it of nearly the same name.
+std::wstring NearestSource(const std::wstring& tstrFolder, const std::vector<std::wstring>& sources)
+{
+    if (tstrFolder.empty()) return {};
+    const auto parentOf = [](std::wstring tstrPath) {
+        tstrPath.pop_back();
+        return String::FolderPart(tstrPath);
+    };
+    const std::wstring tstrParent = parentOf(tstrFolder);
+    std::wstring tstrAbove;
+    std::vector<std::wstring> beside;
+    for (const std::wstring& tstrSource : sources) {
+        if (String::IsBelow(tstrFolder, tstrSource) && tstrSource.size() > tstrAbove.size()) tstrAbove = tstrSource;
+        if (String::EqualsNoCase(parentOf(tstrSource), tstrParent))
+            beside.push_back(tstrSource.substr(tstrParent.size()));
+    }
+    const std::wstring tstrNear = NearestOf(tstrFolder.substr(tstrParent.size()), beside);
+    return tstrNear.empty() ? tstrAbove : tstrParent + tstrNear;
+}
+
+/// Files of which no folder copy knows, one finding for each folder.
+void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, Report& report)
+{
+    std::set<std::wstring_view> delivered;
+    for (const Delivery& delivery : update.Deliveries()) delivered.insert(delivery.tstrContent);
+    const std::wstring tstrPackage = update.RelativeName(update.Product().tstrFolder);
+    std::map<std::wstring, std::vector<std::wstring>> unused;
+    for (const std::wstring& tstrFile : update.Files()) {
+        // The other platform's files are for other machines.
+        if (String::IsBelow(tstrFile, tstrMisplaced) || String::IsBelow(tstrFile, tstrPackage + L"32bit\\")) continue;
+        if (!delivered.contains(tstrFile)) unused[String::FolderPart(tstrFile)].push_back(tstrFile);
+    }
+    std::vector<std::wstring> sources;
+    for (const PackageLayout::FolderCopy& copy :
+         PackageLayout::ListCopies(WindowsMachine(), {.tstrInstallDir = {},
+                                                     .tstrProductDownloadDir = update.Product().tstrFolder,
+                                                     .tstrProductDownloadPath = update.Product().tstrDownloadPath,
+                                                     .tstrResourceDownloadDir = {}})) {
+        if (String::IsBelow(copy.tstrSourceDir, update.Product().tstrFolder))
+            sources.push_back(copy.tstrSourceDir.substr(update.Product().tstrFolder.size()));
+    }
+    const std::wstring tstrPlatform = PlatformFolder(update);
+    for (const auto& [tstrFolder, files] : unused) {
+        if (String::EqualsNoCase(tstrFolder, tstrPlatform)) {
+            report.Add(Rule::eNoInnerFolder, files.front(), {},
+                       L"the files for this platform are looked for in \"" + ProgramFolder(update) +
+                           L"\" only: what lies beside it stays in the download folder",
+                       ProgramFolder(update) + files.front().substr(tstrFolder.size()));
+            continue;
+        }
+        const std::wstring tstrBelow =
+            String::IsBelow(tstrFolder, tstrPackage) ? tstrFolder.substr(tstrPackage.size()) : L"";
+        const std::wstring tstrCount =
+            files.size() == 1 ? L"its file stays" : L"its " + std::to_wstring(files.size()) + L" files stay";
+        report.Add(Rule::eNoStepLooksThere, files.front(), {},
+                   L"no deploy step looks at this folder: " + tstrCount + L" in the download folder",
+                   NearestSource(tstrBelow, sources));
+    }
+}
+
+/// B075: what is copied at once keeps its attributes, and a read-only file is not written over.
+void CheckReadOnly(const Update& update, Report& report)
+{
+    std::set<std::wstring> found;
+    for (const Delivery& delivery : update.Deliveries()) {
+        if (delivery.eWhen != PackageLayout::When::eNow) continue;
+        const DWORD dwAttributes = ::GetFileAttributesW(update.FullPath(delivery.tstrSource).c_str());
+        const bool bReadOnly = dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & FILE_ATTRIBUTE_READONLY);
+        if (bReadOnly) found.insert(delivery.tstrSource);
+    }
+    for (const std::wstring& tstrFile : found) {
+        report.Add(
+            Rule::eReadOnlyAtOnce, tstrFile, {},
+            L"the file is read-only and copied at once, so the next update cannot replace it: take the attribute away");
+    }
+}
+
+/// Languages by their tags in lower case.
+using Languages = std::map<std::wstring, std::wstring>;
+
+/// One kind of text or file that an update brings once for each language.
+struct LanguageKind {
+    Languages languages;
+    bool bForAll = false;  ///< one that serves every language is there
+    Severity eSeverity;
+    std::function<void(const std::wstring& tstrLanguage, Severity eSeverity)> report;  ///< that it is missing
+};
+
+void AddLanguage(Languages& languages, const std::wstring& tstrTag)
+{
+    if (!tstrTag.empty()) languages.emplace(LowerCase(tstrTag), tstrTag);
+}
+
+LanguageKind SettingKind(const Update& update, const LanguageFile& file, Report& report)
+{
+    const std::wstring tstrFront = update.SettingFolder() + file.szBase + L"_";
+    const std::wstring tstrBack = std::wstring(L".") + file.szExtension;
+    LanguageKind kind{{}, false, Severity::eError, [&report, tstrFront, tstrBack](const auto& tstrTag, auto eSeverity) {
+                          report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFront + tstrTag + tstrBack, {},
+                                       L"other languages have this file, " + tstrTag + L" has not");
+                      }};
+    const std::wstring tstrPattern = std::wstring(file.szBase) + L"_*" + tstrBack;
+    for (const std::wstring& tstrFile : update.FilesIn(update.SettingFolder(), tstrPattern.c_str())) {
+        const std::size_t cchTag = tstrFile.size() - tstrFront.size() - tstrBack.size();
+        AddLanguage(kind.languages, tstrFile.substr(tstrFront.size(), cchTag));
+    }
+    kind.bForAll = !update.FilesIn(update.SettingFolder(), (file.szBase + tstrBack).c_str()).empty();
+    return kind;
+}
+
+LanguageKind TableKind(const Update& update, Report& report)
+{
+    constexpr std::wstring_view kTable = L"\\StringTable.ini";
+    Languages languages;
+    std::wstring tstrFound = update.ResourceFolders().front();
+    for (const std::wstring& tstrFolder : update.ResourceFolders()) {
+        for (const std::wstring& tstrFile : update.Files()) {
+            if (!String::IsBelow(tstrFile, tstrFolder)) continue;
+            const std::wstring tstrRest = tstrFile.substr(tstrFolder.size());
+            const std::size_t uTag = std::min(tstrRest.find(L'\\'), tstrRest.size());
+            if (!String::EqualsNoCase(std::wstring_view(tstrRest).substr(uTag), kTable)) continue;
+            AddLanguage(languages, tstrRest.substr(0, uTag));
+            tstrFound = tstrFolder;
+        }
+    }
+    return {languages, false, Severity::eError, [&report, tstrFound, kTable](const auto& tstrTag, auto eSeverity) {
+                report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFound + tstrTag + std::wstring(kTable), {},
+                             L"other languages have this file, " + tstrTag + L" has not");
+            }};
+}
+
+LanguageKind NotificationKind(const IniScan& scan, Report& report)
+{
+    constexpr std::wstring_view kSection = L"RestartNotification_";
+    Languages languages;
+    for (const IniSection& section : scan.Sections()) {
+        if (String::StartsWithNoCase(section.tstrName, kSection)) {
+            AddLanguage(languages, section.tstrName.substr(kSection.size()));
+        }
+    }
+    return {languages, false, Severity::eWarning, [&report, kSection](const auto& tstrTag, auto eSeverity) {
+                report.AddAs(eSeverity, Rule::eLanguageIncomplete, kInstructionFile, {},
+                             L"[" + std::wstring(kSection) + tstrTag + L"] is missing: the question is in English");
+            }};
+}
+
+void CheckLanguages(const LintContext& context, Report& report)
+{
+    std::vector<LanguageKind> kinds;
+    Languages languages;
+    for (const std::wstring& tstrTag : context.languages) AddLanguage(languages, tstrTag);
+    for (const LanguageFile& file : LanguageFiles()) kinds.push_back(SettingKind(context.update, file, report));
+    kinds.push_back(NotificationKind(context.instructions, report));
+    for (const LanguageKind& kind : kinds) languages.insert(kind.languages.begin(), kind.languages.end());
+    kinds.push_back(TableKind(context.update, report));
+    for (const auto& [tstrLower, tstrTag] : kinds.back().languages) {
+        // The decision about the new name reads the English table on every machine.
+        if (tstrLower != L"en-us") languages.emplace(tstrLower, tstrTag);
+    }
+    for (const LanguageKind& kind : kinds) {
+        if (kind.languages.empty() || kind.bForAll) continue;
+        for (const auto& [tstrLower, tstrTag] : languages) {
+            if (kind.languages.count(tstrLower) == 0) kind.report(tstrTag, kind.eSeverity);
+        }
+    }
+}
+
+}  // namespace
+
+void CheckPackages(const LintContext& context, Report& report)
+{
+    CheckDownloadPaths(context.update, report);
+    CheckSections(context, report);
+    CheckUnusedFiles(context.update, CheckInnerFolder(context.update, report), report);
+    CheckReadOnly(context.update, report);
+    CheckLanguages(context, report);
+}
+
+}  // namespace Check

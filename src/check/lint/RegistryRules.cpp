@@ -1,0 +1,350 @@
+// B020 to B029: registry records of the instruction file.
+#include "check/lint/Lint.h"
+#include "check/update/Instructions.h"
+#include "check/update/Suggestion.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <map>
+#include <span>
+#include <string_view>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kDefault[] = L"(Default)";
+
+enum Index : std::size_t { eKeyPath, eValueName, eType, eData, eCount };
+
+/// A registry record with everything that its findings need.
+struct Patch {
+    const Instruction& instruction;
+    std::vector<Field> fields;
+    RegistryRecord parsed;
+    Report& report;
+
+    [[nodiscard]] bool Deletes() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_delete; }
+    [[nodiscard]] bool OnlyMissing() const { return RegOpOf(instruction.pKey->eEffect) == op_reg_add_if_non; }
+
+    void Add(Severity eSeverity, Rule eRule, TextPosition place, std::wstring tstrText,
+             std::wstring tstrSuggestion = {}) const
+    {
+        report.AddAs(eSeverity, eRule, kInstructionFile, place, std::move(tstrText), std::move(tstrSuggestion));
+    }
+    void Error(Rule eRule, TextPosition place, std::wstring tstrText, std::wstring tstrSuggestion = {}) const
+    {
+        Add(Severity::eError, eRule, place, std::move(tstrText), std::move(tstrSuggestion));
+    }
+    void Warn(Rule eRule, TextPosition place, std::wstring tstrText, std::wstring tstrSuggestion = {}) const
+    {
+        Add(Severity::eWarning, eRule, place, std::move(tstrText), std::move(tstrSuggestion));
+    }
+};
+
+/// The data as the author wrote them, further "!" included.
+std::wstring WrittenData(const Patch& patch)
+{
+    const IniRecord& record = *patch.instruction.pRecord;
+    const Field& type = patch.fields[eType];
+    const std::size_t uAfterType = type.place.uColumn - record.valuePlace.uColumn + type.tstrText.size();
+    return uAfterType < record.tstrValue.size() ? record.tstrValue.substr(uAfterType + 1) : std::wstring();
+}
+
+/// Data that the agent takes for a missing value. False when they are none.
+bool CheckMissing(const Patch& patch)
+{
+    if (patch.Deletes() || patch.fields.size() < eCount) return false;
+    RegistryRecord written = patch.parsed;
+    written.tstrData = WrittenData(patch);
+    if (!CountsAsMissing(written)) return false;
+    patch.Warn(Rule::eCountsAsMissing, patch.fields[eData].place,
+               L"\"" + written.tstrData + L"\" stands for a missing value: add_if_non writes over it");
+    return true;
+}
+
+void CheckDeleteFields(const Patch& patch)
+{
+    const IniRecord& record = *patch.instruction.pRecord;
+    if (patch.fields.size() < 2) {
+        patch.Warn(Rule::eRegistryFields, record.valuePlace,
+                   L"there is no value name: the key's unnamed value is deleted, not the key");
+    } else if (patch.fields.size() > 2) {
+        patch.Warn(Rule::eRegistryFields, patch.fields[2].place,
+                   L"a deletion takes a key path and a value name: the rest is passed over");
+    }
+}
+
+/// False for a record whose fields are not what they seem to be: nothing more can be said of it.
+bool CheckFields(const Patch& patch)
+{
+    const IniRecord& record = *patch.instruction.pRecord;
+    if (HasEmptyField(record.tstrValue, patch.Deletes() ? eValueName : eData)) {
+        patch.Error(Rule::eRegistryFields, record.valuePlace, L"an empty field vanishes: those after it move up");
+        return false;
+    }
+    if (patch.Deletes()) {
+        CheckDeleteFields(patch);
+        return !patch.fields.empty();
+    }
+    if (patch.fields.size() < eData) {
+        patch.Error(Rule::eRegistryFields, record.valuePlace,
+                    L"key path, value name, type and data are needed: nothing is written");
+        return false;
+    }
+    if (patch.fields.size() == eData && !record.tstrValue.ends_with(L'!')) {
+        patch.Error(Rule::eRegistryFields, record.valuePlace,
+                    L"there are no data: an empty value is written; end the record with \"!\" where that is meant");
+    } else if (patch.fields.size() > eCount) {
+        patch.Error(Rule::eRegistryFields, patch.fields[eCount].place,
+                    L"data end at \"!\": only \"" + patch.parsed.tstrData + L"\" is written");
+    }
+    return true;
+}
+
+void CheckBlanks(const Patch& patch)
+{
+    const std::size_t cNames = std::min<std::size_t>(patch.fields.size(), eType);
+    for (std::size_t u = 0; u < cNames; ++u) {
+        const std::wstring& tstrText = patch.fields[u].tstrText;
+        if (tstrText.starts_with(L' ') || tstrText.ends_with(L' ')) {
+            patch.Warn(Rule::eBlankAtField, patch.fields[u].place,
+                       L"the blanks beside \"!\" belong to \"" + tstrText + L"\"");
+        }
+    }
+}
+
+bool IsOneOf(std::span<const std::wstring_view> names, const std::wstring& tstrName)
+{
+    return std::any_of(names.begin(), names.end(),
+                       [&](std::wstring_view tstrOne) { return String::EqualsNoCase(tstrOne, tstrName); });
+}
+
+/// False when a root is written out: what follows is no key path.
+bool CheckRoot(const Patch& patch)
+{
+    constexpr std::wstring_view kMachine[] = {L"HKEY_LOCAL_MACHINE", L"HKLM"};
+    constexpr std::wstring_view kOthers[] = {L"HKEY_CURRENT_USER",   L"HKCU", L"HKEY_CLASSES_ROOT", L"HKCR",
+                                             L"HKEY_CURRENT_CONFIG", L"HKCC", L"HKEY_USERS",        L"HKU"};
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    const std::size_t uEnd = std::min(tstrPath.find_first_of(L":\\"), tstrPath.size());
+    const std::wstring tstrFirst = tstrPath.substr(0, uEnd);
+    const bool bMachine = IsOneOf(kMachine, tstrFirst);
+    if (!bMachine && !IsOneOf(kOthers, tstrFirst)) return true;
+    const std::size_t uRest = tstrPath.find_first_not_of(L":\\", uEnd);
+    patch.Error(Rule::eRootWrittenOut, patch.fields[eKeyPath].place,
+                L"all keys lie below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" is taken for a key there",
+                bMachine && uRest != std::wstring::npos ? tstrPath.substr(uRest) : std::wstring());
+    return false;
+}
+
+/// What no key can be called, and where none can be made.
+void CheckKeyNames(const Patch& patch)
+{
+    constexpr std::wstring_view kHives[] = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
+                                            L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    const std::wstring tstrFirst = tstrPath.substr(0, tstrPath.find(L'\\'));
+    const TextPosition place = patch.fields[eKeyPath].place;
+    if (!tstrFirst.empty() && !IsOneOf(kHives, tstrFirst)) {
+        const std::wstring tstrNear =
+            NearestOf(tstrFirst, std::vector<std::wstring>(std::begin(kHives), std::end(kHives)));
+        patch.Error(Rule::eKeyPath, place, L"Windows lets nobody make a key \"" + tstrFirst + L"\" below the root",
+                    tstrNear.empty() ? std::wstring() : tstrNear + tstrPath.substr(tstrFirst.size()));
+    }
+    for (std::size_t uBegin = 0; uBegin < tstrPath.size();) {
+        const std::size_t uEnd = std::min(tstrPath.find(L'\\', uBegin), tstrPath.size());
+        constexpr std::size_t kMaxName = 255;
+        if (uEnd - uBegin > kMaxName) {
+            patch.Error(Rule::eKeyPath, place, L"Windows refuses a key whose name has more than 255 characters");
+        }
+        uBegin = uEnd + 1;
+    }
+}
+
+/// Backslashes with nothing on one side of them.
+void CheckBackslashes(const Patch& patch)
+{
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    std::wstring tstrPlain = KeyPathOf(tstrPath);
+    const bool bEnd = tstrPlain.size() < tstrPath.size();
+    const bool bFront = tstrPath.starts_with(L'\\');
+    const bool bTwo = tstrPlain.find(L"\\\\") != std::wstring::npos;
+    if (!bEnd && !bFront && !bTwo) return;
+    while (tstrPlain.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrPlain, L"\\\\", L"\\");
+    if (bFront && !tstrPlain.empty()) tstrPlain.erase(0, 1);
+    const TextPosition place = patch.fields[eKeyPath].place;
+    if (bFront) {
+        patch.Error(Rule::eKeyPath, place, L"the key path begins with a backslash: Windows refuses it", tstrPlain);
+    } else if (bTwo) {
+        patch.Error(Rule::eKeyPath, place, L"two backslashes in a row: Windows knows no key without a name", tstrPlain);
+    } else {
+        patch.Warn(Rule::eKeyPath, place, L"Windows drops the backslash at the end of the key path", tstrPlain);
+    }
+}
+
+void CheckDefaultName(const Patch& patch)
+{
+    if (patch.fields.size() <= eValueName) return;
+    const Field& name = patch.fields[eValueName];
+    if (!String::EqualsNoCase(name.tstrText, kDefault)) return;
+    if (patch.OnlyMissing() && name.tstrText == kDefault) {
+        patch.Warn(Rule::eDefaultName, name.place,
+                   L"the unnamed value is written at every run, whatever the machine has there");
+    } else {
+        patch.Error(Rule::eDefaultName, name.place,
+                    L"a value that is really called \"" + name.tstrText + L"\" is meant here, not the unnamed one");
+    }
+}
+
+/// The number that may have been meant by data that are none: hexadecimal, negative or with blanks.
+std::wstring NearestNumber(const std::wstring& tstrData, bool bQword)
+{
+    wchar_t* pEnd = nullptr;
+    const bool bHex = tstrData.find_first_of(L"xX") != std::wstring::npos;
+    errno = 0;
+    const unsigned long long ullNumber = ::wcstoull(tstrData.c_str(), &pEnd, bHex ? 16 : 10);
+    if (pEnd == tstrData.c_str() || errno != 0) return {};
+    while (*pEnd == L' ') ++pEnd;
+    if (*pEnd) return {};
+    const bool bNegative = tstrData.find(L'-') != std::wstring::npos;
+    if (!bQword && !bNegative && ullNumber > MAXDWORD) return {};
+    return std::to_wstring(bQword ? ullNumber : static_cast<DWORD>(ullNumber));
+}
+
+/// Of two types that come equally near, the 64-bit one is meant: its word is the odd one.
+std::wstring NearestType(const std::wstring& tstrType)
+{
+    std::vector<std::wstring> words = RegistryTypeWords();
+    std::reverse(words.begin(), words.end());
+    return NearestOf(tstrType, words);
+}
+
+void CheckTypeAndData(const Patch& patch)
+{
+    const RegistryRecord& parsed = patch.parsed;
+    const Field& type = patch.fields[eType];
+    switch (parsed.eType) {
+        case RegistryType::eText: return;
+        case RegistryType::eMultiText:
+            patch.Error(Rule::eRegistryType, type.place, L"REG_MULTI_SZ is not supported: nothing is written");
+            return;
+        case RegistryType::eUnknown:
+            patch.Error(Rule::eRegistryType, type.place, L"\"" + parsed.tstrType + L"\" is no type: nothing is written",
+                        NearestType(parsed.tstrType));
+            return;
+        case RegistryType::eDword:
+        case RegistryType::eQword: break;
+    }
+    const bool bQword = parsed.eType == RegistryType::eQword;
+    const bool bZero = !parsed.tstrData.empty() && parsed.tstrData.find_first_not_of(L'0') == std::wstring::npos;
+    const ULONGLONG ullNumber = bQword ? parsed.ullData : parsed.dwData;
+    if (bZero || ullNumber != 0) return;
+    patch.Error(
+        Rule::eRegistryNumber, patch.fields.size() > eData ? patch.fields[eData].place : type.place,
+        L"\"" + parsed.tstrData + L"\" is no decimal number of " + (bQword ? L"64" : L"32") + L" bits: 0 is stored",
+        NearestNumber(parsed.tstrData, bQword));
+}
+
+/// A record of the value that the agent finds its folder by. `folders`: those of a customer's machine.
+void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
+{
+    const RegistryRecord& parsed = patch.parsed;
+    if (patch.fields.size() <= eValueName || !String::EqualsNoCase(parsed.tstrValueName, L"ProductPath") ||
+        !String::EqualsNoCase(KeyPathOf(parsed.tstrKeyPath), Frwk::Utility::kProductKey)) {
+        return;
+    }
+    const TextPosition place = patch.fields[eValueName].place;
+    if (patch.Deletes()) {
+        patch.Error(Rule::eProductPath, place,
+                    L"the agent finds its folder by this value: without it the rest of the run is left out");
+        return;
+    }
+    if (!IsWritten(parsed.eType)) return;
+    const bool bText = parsed.eType == RegistryType::eText;
+    if (patch.OnlyMissing() && bText) {
+        patch.Warn(Rule::eProductPath, place, L"the value is never missing: no update runs without it");
+        return;
+    }
+    const std::wstring tstrFolder = String::EnsureBackslash(folders.Expand(parsed.tstrData));
+    if (bText && String::EqualsNoCase(tstrFolder, folders.InstalledDir())) {
+        if (parsed.tstrData.starts_with(kInstalledDir)) return;
+        patch.Warn(Rule::eProductPath, place,
+                   L"a machine with the product in another folder loses it: leave the value to the installer",
+                   kInstalledDir);
+        return;
+    }
+    std::wstring tstrThen = L"the rest of the run is left out";
+    if (bText && !parsed.tstrData.empty()) tstrThen = L"the rest of the run reads from \"" + tstrFolder + L"\"";
+    patch.Error(Rule::eProductPath, place,
+                std::wstring(L"the agent finds its folder by this value") + (bText ? L": " : L", which is a text: ") +
+                    tstrThen);
+}
+
+/// What a record makes of the one before it that has to do with the same value. False when the record itself does
+/// nothing.
+bool CompareWithLast(const Patch& patch, const Patch& last)
+{
+    const auto lineOf = [](const Patch& other) {
+        return L"line " + std::to_wstring(other.instruction.pRecord->place.uLine);
+    };
+    const auto warn = [&](const Patch& pointless, const std::wstring& tstrText) {
+        patch.Warn(Rule::eUndoneByOtherPass, pointless.instruction.pRecord->place, tstrText);
+    };
+    if (patch.Deletes()) {
+        warn(patch, L"the value is deleted in " + lineOf(last) + L" already");
+        return false;
+    }
+    if (last.Deletes()) {
+        warn(last, L"the value is written again: deletions come first, then " + lineOf(patch));
+        return true;
+    }
+    const bool bStays = patch.parsed.eType == last.parsed.eType && !CountsAsMissing(last.parsed);
+    if (patch.OnlyMissing() && bStays) {
+        warn(patch, L"the value is never missing: " + lineOf(last) + L" has written it");
+        return false;
+    }
+    warn(last, lineOf(patch) + L" writes over the value");
+    return true;
+}
+
+std::wstring ValueOf(const Patch& patch)
+{
+    const bool bUnnamed = patch.OnlyMissing() && patch.parsed.tstrValueName == kDefault;
+    return LowerCase(KeyPathOf(patch.parsed.tstrKeyPath) + L"!" +
+                     (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
+}
+
+}  // namespace
+
+void CheckRegistry(const LintContext& context, Report& report)
+{
+    const std::vector<Instruction> instructions = ListInstructions(context.instructions);
+    const CustomerFolders folders(context.update.InstalledFolder().value_or(kUsualInstallFolder),
+                                  context.update.Product().tstrDownloadPath);
+    std::map<std::wstring, Patch> lasts;
+    for (const Instruction& instruction : instructions) {
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) continue;
+        const IniRecord& record = *instruction.pRecord;
+        const Patch patch{instruction, FieldsOf(record), ParseRegistryRecord(record.tstrValue), report};
+        const bool bMissing = CheckMissing(patch);
+        if (!bMissing && !CheckFields(patch)) continue;
+        CheckBlanks(patch);
+        if (CheckRoot(patch)) CheckKeyNames(patch);
+        CheckBackslashes(patch);
+        CheckDefaultName(patch);
+        CheckProductPath(patch, folders);
+        if (!patch.Deletes()) CheckTypeAndData(patch);
+        if (!patch.Deletes() && !IsWritten(patch.parsed.eType)) continue;
+        const auto itLast = lasts.find(ValueOf(patch));
+        if (itLast != lasts.end() && !CompareWithLast(patch, itLast->second)) continue;
+        if (itLast != lasts.end()) lasts.erase(itLast);
+        lasts.emplace(ValueOf(patch), patch);
+    }
+}
+
+}  // namespace Check

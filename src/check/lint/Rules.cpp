@@ -1,0 +1,150 @@
+#include "check/lint/Rules.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
+namespace Check {
+
+namespace {
+
+constexpr Severity kError = Severity::eError;
+constexpr Severity kWarning = Severity::eWarning;
+
+constexpr RuleRow kRules[] = {
+    // clang-format off
+    {Rule::eEncoding, kError, L"encoding",
+     L"Windows reads characters outside ASCII in the code page of each machine, unless the file is marked UTF-16."},
+    {Rule::eNoRecord, kError, L"no-record", L"A line that is no record is passed over without a word."},
+    {Rule::eUnknownSection, kError, L"unknown-section", L"Nothing reads a section of that name."},
+    {Rule::eRepeatedSection, kError, L"repeated-section", L"Windows reads the first section of a name only."},
+    {Rule::eUnknownKey, kError, L"unknown-key", L"No operation carries out records of that key; keys match exactly."},
+    {Rule::eValueLength, kError, L"value-length", L"A value that is empty or longer than 1023 characters is refused."},
+    {Rule::eSectionTooLong, kError, L"section-too-long",
+     L"A section beyond the limit counts as empty, without a failure line."},
+    {Rule::eMissingSection, kError, L"missing-section",
+     L"Nothing is removed unless QOR_DIR and QOR_FILE are both there; without any section nothing is done at all."},
+    {Rule::eScanDiffers, kError, L"scan-differs",
+     L"Windows finds another number of records than this check: its places cannot be trusted."},
+
+    {Rule::eUnknownPlaceholder, kError, L"unknown-placeholder",
+     L"Text in braces that is no placeholder stays as it is."},
+    {Rule::ePlaceholderNotExpanded, kError, L"placeholder-not-expanded",
+     L"Placeholders are not expanded here: the text is taken as it stands."},
+    {Rule::eLogFolderMayBeUnset, kWarning, L"log-folder-may-be-unset",
+     L"Where the log folder is not set its placeholder stands for nothing, and the record is refused."},
+
+    {Rule::eRegistryFields, kError, L"registry-fields", L"A record with another number of fields is refused or cut."},
+    {Rule::eRegistryType, kError, L"registry-type", L"A value of an unknown type is not written."},
+    {Rule::eRegistryNumber, kError, L"registry-number",
+     L"Text that is no decimal number of that size is stored as 0, without a failure line."},
+    {Rule::eRootWrittenOut, kError, L"root-written-out",
+     L"The root is never written: a key of its name is made below HKEY_LOCAL_MACHINE."},
+    {Rule::eDefaultName, kWarning, L"default-name",
+     L"\"(Default)\" means the unnamed value in add_if_non only, which writes it at every run."},
+    {Rule::eUndoneByOtherPass, kWarning, L"undone-by-other-pass",
+     L"Deletes come first, then adds, then adds of what is missing: another record makes this one pointless."},
+    {Rule::eCountsAsMissing, kWarning, L"counts-as-missing", L"This data counts as a missing value for add_if_non."},
+    {Rule::eBlankAtField, kWarning, L"blank-at-field", L"Blanks beside \"!\" become part of the field."},
+    {Rule::eKeyPath, kError, L"key-path",
+     L"A key path with a backslash in front is refused, one with two in a row mostly; at the end they are dropped."},
+    {Rule::eProductPath, kError, L"product-path",
+     L"The agent looks up its install folder in this value: the rest of the run reads from another folder, or none."},
+
+    {Rule::eNoFullPath, kError, L"no-full-path", L"Paths that are not full and whole drives are refused."},
+    {Rule::ePathTooLong, kError, L"path-too-long",
+     L"A path of more than 260 characters, expanded, is refused, or taken on some machines only."},
+    {Rule::eNoDestinationFolder, kError, L"no-destination-folder",
+     L"The deployment makes no folders: files for a folder that is not there never arrive."},
+    {Rule::eDeletesWhatItBrings, kError, L"deletes-what-it-brings",
+     L"Deletions are carried out after the moves: the file that this update brings is gone in the end."},
+    {Rule::eWildcardInFolder, kError, L"wildcard-in-folder", L"Only the last part of a path may be a pattern."},
+    {Rule::eNameNotAllowed, kError, L"name-not-allowed",
+     L"Windows refuses the name, or takes it for another one: dots and blanks at the end of a name vanish."},
+    {Rule::eFolderAsFile, kError, L"folder-as-file", L"QOR_FILE removes files: folders never match."},
+    {Rule::eDeletesInstructions, kError, L"deletes-instructions",
+     L"The instruction file is deleted before the commands and the texts of the question are read from it."},
+    {Rule::eDelayedInUsersFolder, kWarning, L"delayed-in-users-folder",
+     L"Until the restart a user can put a link in the place of the folder: Windows then deletes files elsewhere."},
+    {Rule::eFolderUsersWrite, kWarning, L"folder-users-write",
+     L"The new folder inherits the access list of a folder in which every user may create files."},
+
+    {Rule::eIniFields, kError, L"ini-fields", L"A record has section, key and value; what is missing is not written."},
+    {Rule::eShipsUpdateInfo, kError, L"ships-update-info",
+     L"An UpdateInfo.ini among the settings takes the installed one's place, and what is recorded there is lost."},
+    {Rule::eVersionNotRecorded, kWarning, L"version-not-recorded",
+     L"The agent records its version only when the section UPDATE_INFO is there."},
+    {Rule::eIniEncoding, kError, L"ini-encoding",
+     L"UpdateInfo.ini cannot store the character: Windows writes a question mark, or another character."},
+    {Rule::eIniKey, kError, L"ini-key", L"Windows writes the key, but nobody can read it again."},
+    {Rule::eCommandExclamation, kError, L"command-exclamation", L"A \"!\" ends the command."},
+    {Rule::eCommandTooLong, kError, L"command-too-long", L"Windows runs commands of up to 260 characters only."},
+    {Rule::eUnquotedPath, kError, L"unquoted-path",
+     L"A path with blanks outside quotes is not the path it seems to be."},
+    {Rule::eCommandNamesMovedFile, kError, L"command-names-moved-file",
+     L"The restart moves the file away before the command starts."},
+    {Rule::eRelativeProgram, kWarning, L"relative-program",
+     L"The folder that a command starts in is not known: a program named by part of its path is not found."},
+    {Rule::eKeyboardFilterCase, kWarning, L"keyboard-filter-case",
+     L"A command of the keyboard filter is recognised by \"kbfilter.ini\", exactly so."},
+
+    {Rule::eNoTagPath, kError, L"no-tag-path", L"The record names no setting: nothing is carried over."},
+    {Rule::eUnknownTag, kWarning, L"unknown-tag",
+     L"Neither the new file nor the defaults know the setting: nothing that is read is carried over."},
+    {Rule::eConfigNotXml, kError, L"config-not-xml", L"The configuration file is refused as a whole."},
+    {Rule::eConfigValueType, kError, L"config-value-type", L"The value does not fit the type that is written on it."},
+    {Rule::eSecretInClear, kError, L"secret-in-clear", L"The secret stands in the file for everybody to read."},
+    {Rule::eShipsKeptSettings, kError, L"ships-kept-settings",
+     L"The file replaces the settings that an earlier run has kept for the user under this name."},
+
+    {Rule::eNoStepLooksThere, kWarning, L"no-step-looks-there",
+     L"No deploy step looks at this place: the file stays in the download folder."},
+    {Rule::eNoInnerFolder, kError, L"no-inner-folder",
+     L"The program's own files are looked for below the component's name once more; nothing of them arrives."},
+    {Rule::eLanguageIncomplete, kError, L"language-incomplete",
+     L"An installation of this language keeps the old file, or gets none."},
+    {Rule::eSectionWithoutPackage, kError, L"section-without-package",
+     L"The section is carried out with the product package only, and passed over without it."},
+    {Rule::ePackageMissing, kError, L"package-missing",
+     L"Nothing of the package is deployed, and a new name that is due counts as given without its texts."},
+    {Rule::eReadOnlyAtOnce, kWarning, L"read-only-at-once",
+     L"A file that is copied at once keeps this attribute, and the next update cannot replace it."},
+    {Rule::eStaleManifest, kError, L"stale-manifest",
+     L"The manifest does not say what the update promises: verify reports false failures, or misses real ones."},
+
+    {Rule::eShortcutsNotXml, kError, L"shortcuts-not-xml", L"The description is refused: no shortcuts are made."},
+    {Rule::eShortcutName, kError, L"shortcut-name", L"The name is refused, and the item left out."},
+    {Rule::eShortcutTarget, kError, L"shortcut-target", L"The shortcut leads to a file that is not there."},
+    {Rule::eShortcutPlace, kError, L"shortcut-place", L"The shortcut lies in a place that is never created."},
+    {Rule::eUnknownShortcutPart, kError, L"unknown-shortcut-part",
+     L"The agent knows no such element or attribute: it is ignored, or, on the desktop, taken for a shortcut."},
+    {Rule::eStringTable, kError, L"string-table",
+     L"The product's name cannot be read: its entry has an empty or wrong name."},
+    {Rule::eNotification, kWarning, L"notification", L"Built-in English texts are shown instead of what is missing."},
+    {Rule::eNewNameTexts, kError, L"new-name-texts",
+     L"The new name is due and has no string table: the names are emptied, and no later run writes them."},
+    // clang-format on
+};
+static_assert(std::is_sorted(std::begin(kRules), std::end(kRules),
+                             [](const RuleRow& left, const RuleRow& right) { return left.eRule < right.eRule; }));
+
+}  // namespace
+
+std::span<const RuleRow> Rules() noexcept
+{
+    return kRules;
+}
+
+const RuleRow& RowOf(Rule eRule) noexcept
+{
+    return *std::find_if(std::begin(kRules), std::end(kRules), [&](const RuleRow& row) { return row.eRule == eRule; });
+}
+
+std::wstring IdOf(Rule eRule)
+{
+    wchar_t szId[8] = {};
+    ::_snwprintf(szId, std::size(szId) - 1, L"B%03u", static_cast<unsigned>(eRule));
+    return szId;
+}
+
+}  // namespace Check

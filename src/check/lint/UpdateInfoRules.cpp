@@ -1,0 +1,132 @@
+// B040 to B044: the update information.
+#include "check/lint/Lint.h"
+#include "check/update/Instructions.h"
+
+#include "agent/IniEdits.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kSection[] = L"UPDATE_INFO";
+
+constexpr std::size_t kFields = 3;
+constexpr std::size_t kKeyField = 1;
+
+void CheckFields(const IniRecord& record, Report& report)
+{
+    const auto add = [&](Severity eSeverity, TextPosition place, const std::wstring& tstrText) {
+        report.AddAs(eSeverity, Rule::eIniFields, kInstructionFile, place, tstrText);
+    };
+    const std::vector<Field> fields = FieldsOf(record);
+    const ::IniRecord parsed = ParseIniRecord(record.tstrValue);
+    if (!parsed.IsComplete()) {
+        add(Severity::eError, record.valuePlace,
+            L"section, key and value are needed: nothing is written; a key cannot be emptied");
+    } else if (HasEmptyField(record.tstrValue, kFields - 1)) {
+        add(Severity::eError, record.valuePlace, L"an empty field vanishes: those after it move up");
+    } else if (parsed.bTooManyFields) {
+        add(Severity::eError, fields[kFields].place,
+            L"the value ends at \"!\": only \"" + parsed.tstrValue + L"\" is written");
+    }
+    for (std::size_t u = 0; u < fields.size() && u < kFields - 1; ++u) {
+        const std::wstring& tstrText = fields[u].tstrText;
+        if (tstrText.starts_with(L' ') || tstrText.ends_with(L' ')) {
+            add(Severity::eWarning, fields[u].place, L"there are blanks beside \"!\"");
+        }
+    }
+}
+
+/// What is known of the file that the records change.
+enum class InfoFile { eStoresAll, eStoresAscii, eUnknown };
+
+/// The installed file, else the one that the update client lays over it.
+InfoFile FindInfoFile(const Update& update)
+{
+    std::vector<std::wstring> paths{update.FullPath(kUpdateInfoFile)};
+    if (update.InstalledFolder()) paths.insert(paths.begin(), LongPath(*update.InstalledFolder() + kUpdateInfoFile));
+    for (const std::wstring& tstrPath : paths) {
+        IniScan scan;
+        DWORD dwError = ERROR_SUCCESS;
+        if (!scan.Read(tstrPath, &dwError)) continue;
+        return scan.Encoding() == IniEncoding::eUtf16 ? InfoFile::eStoresAll : InfoFile::eStoresAscii;
+    }
+    return InfoFile::eUnknown;
+}
+
+/// Windows writes into a file that is no UTF-16 in the machine's code page.
+void CheckStorable(const std::vector<Field>& fields, InfoFile eFile, Report& report)
+{
+    if (eFile == InfoFile::eStoresAll) return;
+    const bool bUnknown = eFile == InfoFile::eUnknown;
+    for (const Field& field : fields) {
+        const std::wstring& tstrText = field.tstrText;
+        const auto itForeign = std::find_if(tstrText.begin(), tstrText.end(), [](wchar_t ch) { return ch >= 0x80; });
+        if (itForeign == tstrText.end()) continue;
+        const auto uOffset = static_cast<unsigned>(itForeign - tstrText.begin());
+        report.AddAs(bUnknown ? Severity::eWarning : Severity::eError, Rule::eIniEncoding, kInstructionFile,
+                     {field.place.uLine, field.place.uColumn + uOffset},
+                     std::wstring(L"UpdateInfo.ini is ") + (bUnknown ? L"not known to be" : L"not") + L" UTF-16: \"" +
+                         tstrText + L"\" is written in the code page of each machine");
+        return;
+    }
+}
+
+void CheckKey(const Field& key, Report& report)
+{
+    const std::size_t uFirst = std::min(key.tstrText.find_first_not_of(L' '), key.tstrText.size());
+    const wchar_t* szReadAs = nullptr;
+    if (key.tstrText.find(L'=') != std::wstring::npos) szReadAs = L"the key before \"=\"";
+    if (key.tstrText.find(L';', uFirst) == uFirst) szReadAs = L"a comment";
+    if (key.tstrText.find(L'[', uFirst) == uFirst) szReadAs = L"the beginning of another section";
+    if (!szReadAs) return;
+    report.Add(Rule::eIniKey, kInstructionFile, key.place,
+               L"\"" + key.tstrText + L"\" is read as " + szReadAs + L": choose another key");
+}
+
+/// The agent records its version after the last record of the section, while it prepares the settings folder.
+void CheckVersion(const LintContext& context, Report& report)
+{
+    const IniScan& scan = context.instructions;
+    const IniSection* const pSection = scan.Find(kSection);
+    if (scan.Sections().empty() || !context.update.Product().bThere) return;
+    if (!pSection || pSection->records.empty()) {
+        report.Add(Rule::eVersionNotRecorded, kInstructionFile, pSection ? pSection->place : TextPosition{},
+                   std::wstring(L"[UPDATE_INFO] ") + (pSection ? L"is empty" : L"is missing") +
+                       L": the old version stays recorded");
+    } else if (!Storage::Directory::IsExisted(context.update.FullPath(context.update.SettingFolder()))) {
+        report.Add(Rule::eVersionNotRecorded, kInstructionFile, pSection->place,
+                   L"[UPDATE_INFO] is passed over, for there is no folder \"" + context.update.SettingFolder() +
+                       L"\": the old version stays recorded");
+    }
+}
+
+}  // namespace
+
+void CheckUpdateInfo(const LintContext& context, Report& report)
+{
+    const InfoFile eFile = FindInfoFile(context.update);
+    for (const Instruction& instruction : ListInstructions(context.instructions)) {
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::eIniValue) continue;
+        const IniRecord& record = *instruction.pRecord;
+        CheckFields(record, report);
+        if (!ParseIniRecord(record.tstrValue).IsComplete()) continue;
+        std::vector<Field> fields = FieldsOf(record);
+        fields.resize(kFields);
+        CheckStorable(fields, eFile, report);
+        CheckKey(fields[kKeyField], report);
+    }
+    for (const std::wstring& tstrFile : context.update.FilesIn(context.update.SettingFolder(), kUpdateInfoFile)) {
+        report.Add(Rule::eShipsUpdateInfo, tstrFile, {},
+                   L"the file takes the place of the installed one, in which versions are then recorded in vain");
+    }
+    CheckVersion(context, report);
+}
+
+}  // namespace Check

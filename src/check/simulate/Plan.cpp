@@ -1,0 +1,86 @@
+#include "check/simulate/Plan.h"
+
+#include "check/simulate/PlanMachine.h"
+#include "check/simulate/PlanReport.h"
+#include "check/update/ErrorText.h"
+#include "check/update/OpenUpdate.h"
+
+#include "agent/DeployFramework.h"
+#include "agent/NewNameDecision.h"
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// What the program does after "/DeployFramework", without its lock.
+void RunAgent(Machine& machine)
+{
+    if (DeployFramework(machine)) {
+        DecideAboutNewName(machine, [] {});
+    }
+}
+
+/// Whether an INI file that the run reads is missing or can be read.
+bool IsReadable(const std::wstring& tstrPath, DWORD& dwError)
+{
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const UniqueFile file(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    dwError = file ? ERROR_SUCCESS : ::GetLastError();
+    return file || dwError == ERROR_FILE_NOT_FOUND;
+}
+
+/// The folder of the installed product, with trailing backslash; empty when there is none.
+std::wstring InstalledFolder(const Machine& machine, const Update& update, bool bGiven)
+{
+    const std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder(machine);
+    return tstrFolder.empty() ? update.InstalledFolder().value_or(std::wstring()) : tstrFolder;
+}
+
+}  // namespace
+
+Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir, const PlanOptions& options)
+{
+    const WindowsMachine machine;
+    PlannedRun run =
+        PlanRun(machine, {update.Folder(), tstrInstalledDir, options.bInstalledGiven}, &RunAgent, options.bTrace);
+    return {update.Folder(), tstrInstalledDir, std::move(run.steps), std::move(run.unknownLines),
+            std::move(run.tstrTrace)};
+}
+
+int RunPlan(const Arguments& arguments, Output& output)
+{
+    Update update;
+    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
+    const WindowsMachine machine;
+    const bool bGiven = arguments.optInstalled.has_value();
+    const std::wstring tstrInstalled = InstalledFolder(machine, update, bGiven);
+    if (!machine.HasFolder(tstrInstalled)) {
+        output.tstrErrors +=
+            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
+            L"; --installed DIR names the product's folder\n";
+        return kCannotRead;
+    }
+    for (const wchar_t* szName : {kInstructionFile, kUpdateInfoFile}) {
+        DWORD dwError = ERROR_SUCCESS;
+        const std::wstring tstrLaid = update.Folder() + szName;
+        const std::wstring tstrPath = machine.HasAny(tstrLaid) ? tstrLaid : tstrInstalled + szName;
+        if (!IsReadable(tstrPath, dwError)) return CannotRead(tstrPath, dwError, output);
+    }
+    const Plan plan = MakePlan(update, tstrInstalled, {.bInstalledGiven = bGiven, .bTrace = arguments.bTrace});
+    for (const std::size_t uLine : plan.unknownLines) {
+        output.tstrErrors += tstrInstalled + L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
+    }
+    output.strText = arguments.bTrace                     ? String::ToUtf8(plan.tstrTrace)
+                     : arguments.eFormat == Format::eJson ? FormatPlanJson(plan)
+                                                          : String::ToUtf8(FormatPlanText(plan));
+    return kClean;
+}
+
+}  // namespace Check

@@ -1,0 +1,57 @@
+#include "check/update/ErrorText.h"
+
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_LinkRule.h"
+
+#include <iterator>
+
+namespace Check {
+
+namespace {
+
+struct WordsRow {
+    DWORD dwCode;
+    const wchar_t* szWords;
+};
+
+constexpr DWORD kUntrustedJunction = 448;  // ERROR_UNTRUSTED_MOUNT_POINT, which the toolchain's headers lack
+
+/// Codes that mean something of their own here, or that Windows has no good words for.
+constexpr WordsRow kWords[] = {
+    {ERROR_FILE_NOT_FOUND, L"no such file, section, key or value"},
+    {ERROR_PATH_NOT_FOUND, L"no such folder"},
+    {ERROR_ACCESS_DENIED, L"access denied: not run as administrator, or the file is protected or in use"},
+    {ERROR_INVALID_HANDLE, L"nothing is open, or memory is out"},
+    {ERROR_INVALID_DATA, L"the registry value has another type than it should"},
+    {ERROR_SHARING_VIOLATION, L"another program has the file open"},
+    {ERROR_BAD_ARGUMENTS, L"a path is empty: usually the install folder is not known"},
+    {ERROR_BAD_PATHNAME, L"the path is not full, or names a whole drive"},
+    {kUntrustedJunction, L"a standard user's junction leads there: Windows refuses it"},
+    {KzCommon::Storage::Directory::kStoppedOnLink, L"a junction or symbolic link leads there that users may have made"},
+    {ERROR_XML_PARSE_ERROR, L"not XML: the line says where"},
+    {ERROR_CTX_WINSTATION_NOT_FOUND, L"no session at the console could show the question"},
+    {static_cast<DWORD>(REGDB_E_CLASSNOTREG), L"the shell does not offer this"},
+    {KzCommon::Storage::kCodelessFailure, L"a failure without a code of its own"},
+};
+
+}  // namespace
+
+std::wstring DescribeError(DWORD dwCode)
+{
+    for (const WordsRow& row : kWords) {
+        if (row.dwCode == dwCode) return row.szWords;
+    }
+    wchar_t szText[512] = {};
+    constexpr DWORD kFlags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+    for (const DWORD dwLanguage : {static_cast<DWORD>(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US)), DWORD{0}}) {
+        const DWORD cch = ::FormatMessageW(kFlags, nullptr, dwCode, dwLanguage, szText,
+                                           static_cast<DWORD>(std::size(szText)), nullptr);
+        if (cch == 0) continue;
+        std::wstring tstrText(szText, cch);
+        tstrText.resize(tstrText.find_last_not_of(L" .\r\n") + 1);
+        return tstrText;
+    }
+    return L"error " + std::to_wstring(dwCode);
+}
+
+}  // namespace Check

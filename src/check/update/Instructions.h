@@ -1,0 +1,67 @@
+// The records of an instruction file as the agent takes them: by section and key, in the order of a run.
+#pragma once
+
+#include "agent/Sections.h"
+#include "check/update/IniScan.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Check {
+
+/// Whether a section is one that `reading` reads, its name compared without regard to case as Windows does; a language
+/// follows where the reading has one.
+[[nodiscard]] bool IsNamed(const ::Section& reading, std::wstring_view tstrName);
+
+/// The keys that all readers of a section take; empty for one that is not read.
+[[nodiscard]] std::vector<std::wstring> KeysOf(std::wstring_view tstrSection);
+
+/// A record that the agent takes, and the row of its key.
+struct Instruction {
+    const SectionKey* pKey;
+    const IniRecord* pRecord;
+};
+
+/// All records that the agent takes, in the order in which it carries them out. Those of unknown sections and keys, of
+/// a length that is refused, and of sections that Windows does not read are left out. Valid as long as the scan.
+[[nodiscard]] std::vector<Instruction> ListInstructions(const IniScan& scan);
+
+/// A field of a record, and where it stands in its line.
+struct Field {
+    std::wstring tstrText;
+    TextPosition place;
+};
+
+/// The fields of a record between "!", as many as there are; a run of "!" counts as one.
+[[nodiscard]] std::vector<Field> FieldsOf(const IniRecord& record);
+
+/// Whether a run of "!" swallows a field that looks as if it were there, at most `cBefore` fields from the front.
+[[nodiscard]] bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore);
+
+/// A record's key path as Windows takes it: backslashes at its end are dropped.
+[[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
+
+/// `tstrText` in lower case, for comparisons without regard to case in tables. CharLowerBuffW.
+[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
+
+/// The install folder that is taken when none is known, with trailing backslash: the installer's usual one.
+inline constexpr wchar_t kUsualInstallFolder[] = L"C:\\Program Files\\Kazmere\\KZVLT\\";
+
+/// The folders of a customer's machine that the placeholders stand for, the log folders taken as set.
+class CustomerFolders {
+public:
+    /// `tstrInstalled`: the install folder, with trailing backslash. `tstrDownloadPath`: the product package's name.
+    CustomerFolders(std::wstring tstrInstalled, const std::wstring& tstrDownloadPath);
+
+    [[nodiscard]] std::wstring Expand(std::wstring tstrText) const;
+    [[nodiscard]] const std::wstring& InstalledDir() const noexcept { return m_tstrInstalled; }
+
+private:
+    std::wstring m_tstrInstalled;
+    std::wstring m_tstrDownload;
+    std::wstring m_tstrInstallerLog;
+    std::wstring m_tstrLog;
+};
+
+}  // namespace Check

@@ -1,0 +1,15 @@
+// Positions in the text of a file.
+#pragma once
+
+#include <compare>
+
+namespace Check {
+
+/// A line and a column, counted from 1; a line of 0 means the file as a whole.
+struct TextPosition {
+    unsigned uLine = 0;
+    unsigned uColumn = 0;  ///< in UTF-16 characters
+    auto operator<=>(const TextPosition&) const = default;
+};
+
+}  // namespace Check

@@ -1,0 +1,345 @@
+#include "check/verify/Manifest.h"
+
+#include "check/update/ErrorText.h"
+#include "check/update/JsonText.h"
+#include "check/update/OpenUpdate.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr unsigned kFormat = 1;
+
+struct StateWord {
+    ValueState eState;
+    const char* szWord;
+};
+constexpr StateWord kStates[] = {
+    {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
+
+const char* When(bool bAtRestart)
+{
+    return bAtRestart ? "restart" : "now";
+}
+
+Json::Value Describe(const std::vector<std::wstring>& texts)
+{
+    Json::Value json(Json::arrayValue);
+    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
+    return json;
+}
+
+Json::Value Describe(const ExpectedFile& file)
+{
+    Json::Value json;
+    json["destination"] = ToJson(file.tstrPlace);
+    json["source"] = ToJson(file.tstrSource);
+    json["when"] = When(file.bAtRestart);
+    if (!file.tstrLanguage.empty()) json["language"] = ToJson(file.tstrLanguage);
+    if (file.optSettings) {
+        json["settings"]["root"] = ToJson(file.optSettings->tstrRoot);
+        json["settings"]["tags"] = Describe(file.optSettings->tags);
+        json["settings"]["carried_over"] = Describe(file.optSettings->carriedOver);
+    }
+    // Without these two it differs from machine to machine.
+    if (file.optContent) {
+        json["size"] = Json::UInt64{file.optContent->ullSize};
+        json["sha256"] = file.optContent->strSha256;
+    }
+    return json;
+}
+
+Json::Value Describe(const ExpectedDeletion& deletion)
+{
+    Json::Value json;
+    json[deletion.bFolder ? "folder" : "files"] = ToJson(deletion.tstrPlace);
+    json["when"] = When(deletion.bAtRestart);
+    return json;
+}
+
+Json::Value Describe(const ExpectedValue& value)
+{
+    Json::Value json;
+    json["key"] = ToJson(value.tstrKeyPath);
+    json["name"] = ToJson(value.tstrValueName);
+    for (const StateWord& row : kStates) {
+        if (row.eState == value.eState) json["state"] = row.szWord;
+    }
+    if (value.eState == ValueState::eAbsent) return json;
+    json["type"] = ToJson(WordOf(value.eType));
+    if (value.bUnlessLiteral) json["unless_literal"] = true;
+    json["data"] =
+        value.eType == RegistryType::eText ? ToJson(value.tstrData) : Json::Value(Json::UInt64{value.ullData});
+    return json;
+}
+
+Json::Value Describe(const ExpectedIniKey& value)
+{
+    Json::Value json;
+    json["section"] = ToJson(value.tstrSection);
+    json["key"] = ToJson(value.tstrKey);
+    json["value"] = ToJson(value.tstrValue);
+    return json;
+}
+
+template <class Item>
+Json::Value DescribeAll(const std::vector<Item>& items)
+{
+    Json::Value json(Json::arrayValue);
+    for (const Item& item : items) json.append(Describe(item));
+    return json;
+}
+
+/// Reads members of one object; one that is missing or of another kind makes the whole wrong.
+class Members {
+public:
+    explicit Members(const Json::Value& json) : m_json(json), m_bOk(json.isObject()) {}
+
+    [[nodiscard]] bool AreGood() const noexcept { return m_bOk; }
+    [[nodiscard]] bool Has(const char* szName) const { return m_bOk && m_json.isMember(szName); }
+    std::string Utf8(const char* szName)
+    {
+        m_bOk = Has(szName) && m_json[szName].isString();
+        return m_bOk ? m_json[szName].asString() : std::string();
+    }
+    std::wstring Text(const char* szName)
+    {
+        std::wstring tstrText;
+        m_bOk = String::FromUtf8(Utf8(szName), tstrText) && m_bOk && tstrText.find(L'\0') == std::wstring::npos;
+        return tstrText;
+    }
+    ULONGLONG Number(const char* szName)
+    {
+        m_bOk = Has(szName) && m_json[szName].isUInt64();
+        return m_bOk ? m_json[szName].asUInt64() : 0;
+    }
+    bool AtRestart()
+    {
+        const std::string strWhen = Utf8("when");
+        m_bOk = m_bOk && (strWhen == When(true) || strWhen == When(false));
+        return strWhen == When(true);
+    }
+
+private:
+    const Json::Value& m_json;
+    bool m_bOk;
+};
+
+bool FromJson(const Json::Value& json, std::wstring& tstrText)
+{
+    return json.isString() && String::FromUtf8(json.asString(), tstrText) && tstrText.find(L'\0') == std::wstring::npos;
+}
+
+bool FromJson(const Json::Value& json, std::vector<std::wstring>& texts)
+{
+    return json.isArray() && std::all_of(json.begin(), json.end(),
+                                         [&](const Json::Value& text) { return FromJson(text, texts.emplace_back()); });
+}
+
+bool FromJson(const Json::Value& json, ExpectedSettings& settings)
+{
+    return json.isObject() && FromJson(json["root"], settings.tstrRoot) && FromJson(json["tags"], settings.tags) &&
+           FromJson(json["carried_over"], settings.carriedOver);
+}
+
+bool FromJson(const Json::Value& json, ExpectedFile& file)
+{
+    Members members(json);
+    file.tstrPlace = members.Text("destination");
+    file.tstrSource = members.Text("source");
+    file.bAtRestart = members.AtRestart();
+    if (members.Has("language")) file.tstrLanguage = members.Text("language");
+    if (members.Has("size") || members.Has("sha256")) {
+        file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
+        if (file.optContent->strSha256.size() != 64) return false;
+    }
+    if (!members.Has("settings")) return members.AreGood();
+    return FromJson(json["settings"], file.optSettings.emplace()) && members.AreGood();
+}
+
+bool FromJson(const Json::Value& json, ExpectedDeletion& deletion)
+{
+    Members members(json);
+    deletion.bFolder = members.Has("folder");
+    deletion.tstrPlace = members.Text(deletion.bFolder ? "folder" : "files");
+    deletion.bAtRestart = members.AtRestart();
+    return members.AreGood();
+}
+
+bool FromJson(const Json::Value& json, ExpectedValue& value)
+{
+    Members members(json);
+    value.tstrKeyPath = members.Text("key");
+    value.tstrValueName = members.Text("name");
+    const std::string strState = members.Utf8("state");
+    const StateWord* const pState = std::find_if(std::begin(kStates), std::end(kStates),
+                                                 [&](const StateWord& row) { return strState == row.szWord; });
+    if (!members.AreGood() || pState == std::end(kStates) || value.tstrKeyPath.empty()) return false;
+    value.eState = pState->eState;
+    if (value.eState == ValueState::eAbsent) return true;
+    value.eType = RegistryTypeOf(members.Text("type"));
+    value.bUnlessLiteral = members.Has("unless_literal");
+    if (value.eType == RegistryType::eText) {
+        value.tstrData = members.Text("data");
+    } else {
+        value.ullData = members.Number("data");
+    }
+    const bool bFits = value.eType != RegistryType::eDword || value.ullData <= MAXDWORD;
+    return members.AreGood() && bFits && IsWritten(value.eType);
+}
+
+bool FromJson(const Json::Value& json, ExpectedIniKey& value)
+{
+    Members members(json);
+    value.tstrSection = members.Text("section");
+    value.tstrKey = members.Text("key");
+    value.tstrValue = members.Text("value");
+    return members.AreGood() && !value.tstrSection.empty() && !value.tstrKey.empty();
+}
+
+template <class Item>
+bool ReadList(const Json::Value& root, const char* szName, std::vector<Item>& items, std::wstring& tstrError)
+{
+    const Json::Value& list = root[szName];
+    tstrError = String::FromAnsi(szName) + L": no list";
+    if (!list.isArray()) return false;
+    for (const Json::Value& json : list) {
+        if (FromJson(json, items.emplace_back())) continue;
+        tstrError = String::FromAnsi(szName) + L"[" + std::to_wstring(items.size() - 1) + L"]: not as it should be";
+        return false;
+    }
+    return true;
+}
+
+/// The text as UTF-8, however it was written.
+std::string Decode(std::string_view strBytes)
+{
+    if (strBytes.starts_with("\xEF\xBB\xBF")) return std::string(strBytes.substr(3));
+    if (!strBytes.starts_with("\xFF\xFE")) return std::string(strBytes);
+    std::wstring tstrText((strBytes.size() - 2) / sizeof(wchar_t), L'\0');
+    std::copy_n(strBytes.data() + 2, tstrText.size() * sizeof(wchar_t), reinterpret_cast<char*>(tstrText.data()));
+    return String::ToUtf8(tstrText);
+}
+
+bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstrError)
+{
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["stackLimit"] = 16;
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string strErrors;
+    try {
+        if (reader->parse(strText.data(), strText.data() + strText.size(), &root, &strErrors)) return true;
+    } catch (const Json::Exception& exception) {
+        strErrors = exception.what();
+    }
+    if (!String::FromUtf8(strErrors.substr(0, strErrors.find_last_not_of("\r\n") + 1), tstrError)) {
+        tstrError = L"not JSON";
+    }
+    return false;
+}
+
+/// Puts the manifest in the product package's settings folder, which is created where it is missing.
+bool WriteInto(const std::wstring& tstrFolder, std::string_view strManifest, DWORD* pdwError)
+{
+    Storage::File::Replacement file(LongPath(tstrFolder + kShippedManifest));
+    return file.Create({}, FILE_ATTRIBUTE_NORMAL, pdwError) && file.Write(strManifest, pdwError) &&
+           file.TakePlace(pdwError);
+}
+
+/// "manifest --into".
+int ShipManifest(const Update& update, Output& output)
+{
+    if (!update.Product().bThere) {
+        output.tstrErrors += update.Product().tstrFolder +
+                             L": no such folder: a manifest is shipped with the product "
+                             L"package; without it use \"manifest UPDATE > FILE\"\n";
+        return kCannotRead;
+    }
+    // Without this folder the agent leaves the settings out: it has to be there before the promises are collected.
+    const std::wstring tstrFolder = update.Folder() + update.SettingFolder();
+    DWORD dwError = ERROR_SUCCESS;
+    std::string strManifest;
+    const bool bFolder = Storage::Directory::Create(LongPath(tstrFolder), nullptr, &dwError);
+    if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return kCannotRead;
+    if (!bFolder || !WriteInto(tstrFolder, strManifest, &dwError)) {
+        output.tstrErrors += tstrFolder + kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
+        return kCannotRead;
+    }
+    output.strText = String::ToUtf8(tstrFolder + kShippedManifest + L": written\n");
+    return kClean;
+}
+
+}  // namespace
+
+std::string FormatManifest(const ExpectedState& expected)
+{
+    Json::Value root;
+    root["format"] = kFormat;
+    root["component"]["product"] = ToJson(expected.tstrProduct);
+    root["component"]["resource"] = ToJson(expected.tstrResource);
+    root["version"] = Json::Value(Json::objectValue);
+    for (const ExpectedIniKey& value : expected.updateInfo) {
+        if (IsVersionKey(value.tstrKey)) root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
+    }
+    root["folders"] = Describe(expected.folders);
+    root["files"] = DescribeAll(expected.files);
+    root["deletions"] = DescribeAll(expected.deletions);
+    root["registry"] = DescribeAll(expected.registry);
+    root["update_information"] = DescribeAll(expected.updateInfo);
+    return ToJsonText(root);
+}
+
+bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstring& tstrError)
+{
+    Json::Value root;
+    if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
+    tstrError = L"no manifest, or one of another format";
+    if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() != kFormat) return false;
+    Members component(root["component"]);
+    expected.tstrProduct = component.Text("product");
+    expected.tstrResource = component.Text("resource");
+    tstrError = L"component: not as it should be";
+    return component.AreGood() && ReadList(root, "folders", expected.folders, tstrError) &&
+           ReadList(root, "files", expected.files, tstrError) &&
+           ReadList(root, "deletions", expected.deletions, tstrError) &&
+           ReadList(root, "registry", expected.registry, tstrError) &&
+           ReadList(root, "update_information", expected.updateInfo, tstrError);
+}
+
+bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest, std::wstring& tstrErrors)
+{
+    ExpectedState expected;
+    if (!CollectExpectedState(update, expected, tstrErrors)) return false;
+    const ExpectedFile manifest{kInstalledDir + std::wstring(kShippedManifest),
+                                update.SettingFolder() + kShippedManifest,
+                                true,
+                                {},
+                                std::nullopt};
+    const std::size_t cFound = std::erase_if(expected.files, [&](const ExpectedFile& file) {
+        return String::EqualsNoCase(file.tstrPlace, manifest.tstrPlace);
+    });
+    if (bShipped || cFound > 0) expected.files.push_back(manifest);
+    strManifest = FormatManifest(expected);
+    return true;
+}
+
+int RunManifest(const Arguments& arguments, Output& output)
+{
+    Update update;
+    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
+    if (arguments.bInto) return ShipManifest(update, output);
+    return MakeManifest(update, false, output.strText, output.tstrErrors) ? kClean : kCannotRead;
+}
+
+}  // namespace Check

@@ -1,0 +1,209 @@
+#include "check/verify/PendingMoves.h"
+
+#include "check/update/Instructions.h"
+#include "check/verify/Presence.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_Process.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
+/// The second one is carried out after the first.
+constexpr const wchar_t* kLists[] = {L"PendingFileRenameOperations", L"PendingFileRenameOperations2"};
+
+/// Names of the folder of drives and volumes in native paths.
+constexpr std::wstring_view kNativeRoots[] = {L"\\??\\", L"\\DosDevices\\", L"\\GLOBAL??\\"};
+constexpr std::wstring_view kShare = L"UNC\\";
+constexpr std::wstring_view kVolume = L"Volume{";
+constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
+
+/// The first place where a volume is mounted, for the volume's own name in front of a path; the path as it is for a
+/// volume that is nowhere mounted.
+std::wstring MountedPath(const std::wstring& tstrPath)
+{
+    std::wstring tstrLong = L"\\\\?\\" + tstrPath;
+    const std::size_t uName = tstrLong.find(L"}\\");
+    if (uName == std::wstring::npos) return tstrLong;
+    std::wstring tstrMounts(MAX_PATH, L'\0');
+    DWORD cch = 0;
+    const std::wstring tstrVolume = tstrLong.substr(0, uName + 2);
+    const bool bTold = ::GetVolumePathNamesForVolumeNameW(tstrVolume.c_str(), tstrMounts.data(),
+                                                          static_cast<DWORD>(tstrMounts.size()), &cch) != FALSE;
+    tstrMounts.resize(bTold ? tstrMounts.find(L'\0') : 0);
+    return tstrMounts.empty() ? tstrLong : tstrMounts + tstrLong.substr(uName + 2);
+}
+
+/// A path as the list has it: flags in front ("!", "*" and a number), then, mostly, the native form.
+std::wstring PlainPath(std::wstring_view tstrNative, bool& bReplace)
+{
+    const std::size_t uPath = std::min(tstrNative.find_first_not_of(L"!*@0123456789"), tstrNative.size());
+    bReplace = tstrNative.substr(0, uPath).find(L'!') != std::wstring_view::npos;
+    tstrNative.remove_prefix(uPath);
+    if (tstrNative.starts_with(kSystemRoot)) {
+        return Process::WindowsFolder() + std::wstring(tstrNative.substr(kSystemRoot.size()));
+    }
+    for (const std::wstring_view tstrRoot : kNativeRoots) {
+        if (!tstrNative.starts_with(tstrRoot)) continue;
+        const std::wstring tstrPath(tstrNative.substr(tstrRoot.size()));
+        if (tstrPath.starts_with(kShare)) return L"\\\\" + tstrPath.substr(kShare.size());
+        return tstrPath.starts_with(kVolume) ? MountedPath(tstrPath) : tstrPath;
+    }
+    return std::wstring(tstrNative);
+}
+
+/// A path with the long names of what is there; as it is when that is nothing.
+std::wstring WithLongNames(const std::wstring& tstrPath)
+{
+    std::wstring tstrLong(::GetLongPathNameW(tstrPath.c_str(), nullptr, 0), L'\0');
+    tstrLong.resize(::GetLongPathNameW(tstrPath.c_str(), tstrLong.data(), static_cast<DWORD>(tstrLong.size())));
+    return tstrLong.empty() ? tstrPath : tstrLong;
+}
+
+/// What the spellings of a path have in common.
+std::wstring Folded(std::wstring tstrPath)
+{
+    while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
+    if (tstrPath.find(L'~') != std::wstring::npos) {
+        const std::wstring tstrFolder = String::FolderPart(tstrPath);
+        const std::wstring tstrLong = WithLongNames(tstrPath);
+        // A file that is not there yet may well be in a folder that is.
+        tstrPath = tstrLong == tstrPath ? WithLongNames(tstrFolder) + tstrPath.substr(tstrFolder.size()) : tstrLong;
+    }
+    return LowerCase(std::move(tstrPath));
+}
+
+}  // namespace
+
+std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw)
+{
+    std::vector<PendingMove> moves;
+    const auto take = [&tstrRaw] {
+        const std::size_t uEnd = std::min(tstrRaw.find(L'\0'), tstrRaw.size());
+        const std::wstring_view tstrText = tstrRaw.substr(0, uEnd);
+        tstrRaw.remove_prefix(std::min(uEnd + 1, tstrRaw.size()));
+        return tstrText;
+    };
+    while (!tstrRaw.empty()) {
+        PendingMove move;
+        bool bIgnored = false;
+        move.tstrSource = PlainPath(take(), bIgnored);
+        move.tstrDestination = PlainPath(take(), move.bReplace);
+        if (!move.tstrSource.empty()) moves.push_back(std::move(move));
+    }
+    return moves;
+}
+
+std::vector<PendingMove> ReadPendingMoves(const Machine& machine)
+{
+    std::vector<PendingMove> moves;
+    for (const wchar_t* const szList : kLists) {
+        StoredValue list;
+        if (!machine.ReadStored({.tstrKeyPath = kSessionManager, .tstrName = szList}, list, nullptr)) continue;
+        std::wstring tstrRaw(list.strBytes.size() / sizeof(wchar_t), L'\0');
+        std::memcpy(tstrRaw.data(), list.strBytes.data(), tstrRaw.size() * sizeof(wchar_t));
+        const std::vector<PendingMove> more = ParsePendingMoves(tstrRaw);
+        moves.insert(moves.end(), more.begin(), more.end());
+    }
+    return moves;
+}
+
+PendingPlaces::PendingPlaces(const Machine& machine, const std::vector<PendingMove>& moves) : m_machine(machine)
+{
+    for (const PendingMove& move : moves) CarryOut(move);
+}
+
+void PendingPlaces::CarryOut(const PendingMove& move)
+{
+    const Origin optNow = OriginOf(move.tstrSource);
+    const std::wstring tstrSource = Folded(move.tstrSource);
+    const std::wstring tstrDestination = Folded(move.tstrDestination);
+    if (!optNow) {
+        if (!tstrDestination.empty()) m_lost.insert(tstrDestination);
+        return;
+    }
+    if (tstrDestination.empty()) {
+        if (!IsRealFolder(*optNow) || IsEmptyFolder(move.tstrSource, *optNow)) m_places[tstrSource] = std::nullopt;
+        return;
+    }
+    if (tstrSource == tstrDestination) return;
+    const Origin optThere = OriginOf(move.tstrDestination);
+    const bool bInTheWay = optThere && (!move.bReplace || IsRealFolder(*optThere));
+    if (bInTheWay || !OriginOf(String::FolderPart(move.tstrDestination))) return;
+    m_places[tstrDestination] = optNow;
+    m_places[tstrSource] = std::nullopt;
+    m_movedTo.insert(tstrDestination);
+    m_lost.erase(tstrDestination);
+}
+
+PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) const
+{
+    // What the list does to a folder it does to all below it.
+    for (std::size_t uEnd = tstrPath.size(); uEnd != std::wstring::npos && uEnd > 0 && !m_places.empty();
+         uEnd = tstrPath.rfind(L'\\', uEnd - 1)) {
+        const auto itPlace = m_places.find(Folded(tstrPath.substr(0, uEnd)));
+        if (itPlace == m_places.end()) continue;
+        if (!itPlace->second) return std::nullopt;
+        const std::wstring tstrNow = *itPlace->second + tstrPath.substr(uEnd);
+        return IsThere(tstrNow) ? Origin(tstrNow) : std::nullopt;
+    }
+    return IsThere(tstrPath) ? Origin(tstrPath) : std::nullopt;
+}
+
+bool PendingPlaces::IsThere(const std::wstring& tstrPath) const
+{
+    DWORD dwError = ERROR_SUCCESS;
+    return AttributesOf(m_machine, tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
+}
+
+/// A folder whose content a deletion would have to leave first; a link goes with what it points to.
+bool PendingPlaces::IsRealFolder(const std::wstring& tstrPath) const
+{
+    return m_machine.HasFolder(LongPath(tstrPath)) && !m_machine.IsLink(tstrPath);
+}
+
+bool PendingPlaces::IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const
+{
+    const std::wstring tstrFolder = String::EnsureBackslash(tstrPath);
+    bool bEmpty = true;
+    static_cast<void>(m_machine.ForEachEntry(
+        LongPath(String::EnsureBackslash(tstrNow)), L"*",
+        [&](const Storage::Directory::Entry& entry) { bEmpty = bEmpty && !OriginOf(tstrFolder + entry.tstrName); },
+        nullptr));
+    const std::wstring tstrFolded = Folded(tstrFolder) + L"\\";
+    return bEmpty && std::none_of(m_places.begin(), m_places.end(), [&](const auto& place) {
+               return place.second && place.first.starts_with(tstrFolded);
+           });
+}
+
+PendingFate PendingPlaces::After(const std::wstring& tstrPath) const
+{
+    PendingFate fate;
+    if (m_places.empty() && m_lost.empty()) return fate;
+    const std::wstring tstrFolded = Folded(tstrPath);
+    fate.bMovedTo = m_movedTo.contains(tstrFolded);
+    fate.bLost = m_lost.contains(tstrFolded);
+    const Origin optThen = OriginOf(tstrPath);
+    if (optThen && Folded(*optThen) != tstrFolded) {
+        fate.eKind = PendingFate::Kind::eTaken;
+        fate.tstrFrom = *optThen;
+    } else if (!optThen && (m_places.contains(tstrFolded) || IsThere(tstrPath))) {
+        fate.eKind = PendingFate::Kind::eGone;
+    }
+    return fate;
+}
+
+bool PendingPlaces::IsGone(const std::wstring& tstrPath) const
+{
+    return After(tstrPath).eKind == PendingFate::Kind::eGone;
+}
+
+}  // namespace Check
