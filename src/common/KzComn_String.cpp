@@ -81,7 +81,7 @@ int SplitPath(const std::wstring& tstrPath, PathParts& parts)
 }
 
 std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator, std::size_t cMaxFields,
-                                      bool& bMore)
+                                      bool& bMore, std::vector<std::size_t>* pOffsets)
 {
     constexpr std::size_t kUsualFields = 4;
     std::vector<std::wstring> fields;
@@ -92,6 +92,7 @@ std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSe
     wchar_t* szField = ::wcstok_s(tstrBuffer.data(), szSeparators, &pContext);
     for (; szField && fields.size() < cMaxFields; szField = ::wcstok_s(nullptr, szSeparators, &pContext)) {
         fields.emplace_back(szField);
+        if (pOffsets) pOffsets->push_back(static_cast<std::size_t>(szField - tstrBuffer.data()));
     }
     bMore = szField != nullptr;
     return fields;

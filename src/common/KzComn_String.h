@@ -42,9 +42,10 @@ struct PathParts {
 [[nodiscard]] int SplitPath(const std::wstring& tstrPath, PathParts& parts);
 
 /// Splits at runs of `chSeparator` with wcstok_s, so that empty fields vanish. At most `cMaxFields` fields are
-/// returned; `bMore` tells that the text holds further ones.
+/// returned; `bMore` tells that the text holds further ones. `pOffsets` receives where each field begins.
 [[nodiscard]] std::vector<std::wstring> SplitFields(const std::wstring& tstrText, wchar_t chSeparator,
-                                                    std::size_t cMaxFields, bool& bMore);
+                                                    std::size_t cMaxFields, bool& bMore,
+                                                    std::vector<std::size_t>* pOffsets = nullptr);
 
 /// Replaces every occurrence of `tstrFrom` (compared exactly), in one pass from the left.
 void ReplaceAll(std::wstring& tstrText, std::wstring_view tstrFrom, std::wstring_view tstrTo);

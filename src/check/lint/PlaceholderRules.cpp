@@ -111,7 +111,7 @@ std::size_t ExpandedFrom(const Instruction& instruction)
     if (!instruction.pKey->bPlaceholders) return std::wstring::npos;
     if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) return 0;
     constexpr std::size_t kData = 3;
-    const std::vector<Field> fields = FieldsOf(*instruction.pRecord);
+    const std::vector<Field> fields = SplitRecord(*instruction.pRecord);
     if (fields.size() <= kData) return std::wstring::npos;
     return fields[kData].place.uColumn - instruction.pRecord->valuePlace.uColumn;
 }

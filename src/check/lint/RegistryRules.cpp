@@ -83,7 +83,8 @@ void CheckDeleteFields(const Patch& patch)
 bool CheckFields(const Patch& patch)
 {
     const IniRecord& record = *patch.instruction.pRecord;
-    if (HasEmptyField(record.tstrValue, patch.Deletes() ? eValueName : eData)) {
+    const std::size_t cLooked = std::min<std::size_t>(patch.fields.size(), patch.Deletes() ? eType : eCount);
+    if (std::ranges::any_of(std::span(patch.fields).first(cLooked), &Field::bEmptyBefore)) {
         patch.Error(Rule::eRegistryFields, record.valuePlace, L"an empty field vanishes: those after it move up");
         return false;
     }
@@ -330,7 +331,7 @@ void CheckRegistry(const LintContext& context, Report& report)
     for (const Instruction& instruction : instructions) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) continue;
         const IniRecord& record = *instruction.pRecord;
-        const Patch patch{instruction, FieldsOf(record), ParseRegistryRecord(record.tstrValue), report};
+        const Patch patch{instruction, SplitRecord(record), ParseRegistryRecord(record.tstrValue), report};
         const bool bMissing = CheckMissing(patch);
         if (!bMissing && !CheckFields(patch)) continue;
         CheckBlanks(patch);

@@ -7,6 +7,7 @@
 #include "common/KzComn_String.h"
 
 #include <algorithm>
+#include <span>
 
 using namespace KzCommon;
 
@@ -24,12 +25,12 @@ void CheckFields(const IniRecord& record, Report& report)
     const auto add = [&](Severity eSeverity, TextPosition place, const std::wstring& tstrText) {
         report.AddAs(eSeverity, Rule::eIniFields, kInstructionFile, place, tstrText);
     };
-    const std::vector<Field> fields = FieldsOf(record);
+    const std::vector<Field> fields = SplitRecord(record);
     const ::IniRecord parsed = ParseIniRecord(record.tstrValue);
     if (!parsed.IsComplete()) {
         add(Severity::eError, record.valuePlace,
             L"section, key and value are needed: nothing is written; a key cannot be emptied");
-    } else if (HasEmptyField(record.tstrValue, kFields - 1)) {
+    } else if (std::ranges::any_of(std::span(fields).first(kFields), &Field::bEmptyBefore)) {
         add(Severity::eError, record.valuePlace, L"an empty field vanishes: those after it move up");
     } else if (parsed.bTooManyFields) {
         add(Severity::eError, fields[kFields].place,
@@ -117,7 +118,7 @@ void CheckUpdateInfo(const LintContext& context, Report& report)
         const IniRecord& record = *instruction.pRecord;
         CheckFields(record, report);
         if (!ParseIniRecord(record.tstrValue).IsComplete()) continue;
-        std::vector<Field> fields = FieldsOf(record);
+        std::vector<Field> fields = SplitRecord(record);
         fields.resize(kFields);
         CheckStorable(fields, eFile, report);
         CheckKey(fields[kKeyField], report);

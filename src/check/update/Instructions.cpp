@@ -50,29 +50,20 @@ std::vector<Instruction> ListInstructions(const IniScan& scan)
     return instructions;
 }
 
-std::vector<Field> FieldsOf(const IniRecord& record)
+std::vector<Field> SplitRecord(const IniRecord& record)
 {
+    bool bMore = false;
+    std::vector<std::size_t> offsets;
     std::vector<Field> fields;
-    const std::wstring& tstrValue = record.tstrValue;
-    std::size_t uBegin = tstrValue.find_first_not_of(L'!');
-    while (uBegin != std::wstring::npos) {
-        const std::size_t uEnd = std::min(tstrValue.find(L'!', uBegin), tstrValue.size());
-        const auto uColumn = static_cast<unsigned>(record.valuePlace.uColumn + uBegin);
-        fields.push_back({tstrValue.substr(uBegin, uEnd - uBegin), {record.valuePlace.uLine, uColumn}});
-        uBegin = tstrValue.find_first_not_of(L'!', uEnd);
+    std::size_t uExpected = 0;
+    for (std::wstring& tstrText : String::SplitFields(record.tstrValue, L'!', SIZE_MAX, bMore, &offsets)) {
+        const std::size_t uOffset = offsets[fields.size()];
+        const auto uColumn = static_cast<unsigned>(record.valuePlace.uColumn + uOffset);
+        const bool bEmptyBefore = uOffset != uExpected;
+        uExpected = uOffset + tstrText.size() + 1;
+        fields.push_back({std::move(tstrText), {record.valuePlace.uLine, uColumn}, bEmptyBefore});
     }
     return fields;
-}
-
-bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore)
-{
-    if (tstrValue.starts_with(L'!')) return true;
-    std::size_t uEnd = tstrValue.find(L'!');
-    for (std::size_t u = 0; u < cBefore && uEnd != std::wstring_view::npos; ++u) {
-        if (tstrValue.substr(uEnd).starts_with(L"!!")) return true;
-        uEnd = tstrValue.find(L'!', uEnd + 1);
-    }
-    return false;
 }
 
 std::wstring KeyPathOf(std::wstring tstrKeyPath)

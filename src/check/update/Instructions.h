@@ -31,13 +31,11 @@ struct Instruction {
 struct Field {
     std::wstring tstrText;
     TextPosition place;
+    bool bEmptyBefore;  ///< a field before it is empty, so that this one moves up
 };
 
-/// The fields of a record between "!", as many as there are; a run of "!" counts as one.
-[[nodiscard]] std::vector<Field> FieldsOf(const IniRecord& record);
-
-/// Whether a run of "!" swallows a field that looks as if it were there, at most `cBefore` fields from the front.
-[[nodiscard]] bool HasEmptyField(std::wstring_view tstrValue, std::size_t cBefore);
+/// All fields of a record as the agent splits it.
+[[nodiscard]] std::vector<Field> SplitRecord(const IniRecord& record);
 
 /// A record's key path as Windows takes it: backslashes at its end are dropped.
 [[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
