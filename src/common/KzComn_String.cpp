@@ -3,6 +3,7 @@
 #include <boost/lexical_cast.hpp>
 
 #include <algorithm>
+#include <cstring>
 #include <cerrno>
 #include <cwchar>
 
@@ -138,6 +139,18 @@ bool OrdinalNoCase::operator()(std::wstring_view tstrLeft, std::wstring_view tst
     return tstrLeft.size() < tstrRight.size();
 }
 
+std::wstring LowerCase(std::wstring tstrText)
+{
+    if (!tstrText.empty()) ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));
+    return tstrText;
+}
+
+std::wstring_view Trim(std::wstring_view tstrText, const wchar_t* szSpaces) noexcept
+{
+    tstrText.remove_prefix(std::min(tstrText.find_first_not_of(szSpaces), tstrText.size()));
+    return tstrText.substr(0, tstrText.find_last_not_of(szSpaces) + 1);
+}
+
 bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept
 {
     return EqualsNoCase(tstrText.substr(0, tstrBegin.size()), tstrBegin);
@@ -181,6 +194,13 @@ bool FromUtf8(std::string_view strBytes, std::wstring& tstrText)
     if (tstrRead.empty() && !strBytes.empty()) return false;
     tstrText = std::move(tstrRead);
     return true;
+}
+
+std::wstring FromUtf16(std::string_view strBytes)
+{
+    std::wstring tstrText(strBytes.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(tstrText.data(), strBytes.data(), tstrText.size() * sizeof(wchar_t));
+    return tstrText;
 }
 
 std::wstring FromAnsi(std::string_view strText)

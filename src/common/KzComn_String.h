@@ -4,6 +4,8 @@
 #include <windows.h>
 
 #include <cstdlib>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,6 +60,15 @@ struct OrdinalNoCase {
     using is_transparent = void;
     [[nodiscard]] bool operator()(std::wstring_view tstrLeft, std::wstring_view tstrRight) const noexcept;
 };
+using NoCaseSet = std::set<std::wstring, OrdinalNoCase>;
+template <class Value>
+using NoCaseMap = std::map<std::wstring, Value, OrdinalNoCase>;
+
+/// The text in lower case, to search in it. Sets and maps compare by OrdinalNoCase instead. CharLowerBuffW.
+[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
+
+/// The text without the characters of `szSpaces` at both ends.
+[[nodiscard]] std::wstring_view Trim(std::wstring_view tstrText, const wchar_t* szSpaces) noexcept;
 
 /// Whether a text begins with another one, without regard to case as above.
 [[nodiscard]] bool StartsWithNoCase(std::wstring_view tstrText, std::wstring_view tstrBegin) noexcept;
@@ -80,6 +91,9 @@ struct OrdinalNoCase {
 
 /// UTF-8 to UTF-16; false, with `tstrText` left alone, when the bytes are not valid UTF-8. MultiByteToWideChar.
 [[nodiscard]] bool FromUtf8(std::string_view strBytes, std::wstring& tstrText);
+
+/// Bytes of UTF-16, low byte first and without a BOM. Half a character at the end is dropped.
+[[nodiscard]] std::wstring FromUtf16(std::string_view strBytes);
 
 /// Text of the narrow code page (the system's ANSI code page) to UTF-16. MultiByteToWideChar.
 [[nodiscard]] std::wstring FromAnsi(std::string_view strText);

@@ -36,7 +36,7 @@ std::wstring WithPlainQuotes(std::wstring tstrCommand)
                           std::wstring_view(L" \"=").find(tstrCommand[uEscape - 1]) != std::wstring_view::npos;
     if (bEscapes) String::ReplaceAll(tstrCommand, tstrEscape, L"\\'");
 
-    const std::wstring tstrLower = LowerCase(tstrCommand);
+    const std::wstring tstrLower = String::LowerCase(tstrCommand);
     const std::size_t uOption = std::min(tstrLower.find(L" /c \""), tstrLower.find(L" /k \""));
     if (uOption != std::wstring::npos && tstrCommand.ends_with(L'"') &&
         std::count(tstrCommand.begin(), tstrCommand.end(), L'"') > 2) {
@@ -105,7 +105,7 @@ void CheckLength(const CommandCheck& check)
 /// The command with blanks for what "echo" of the command interpreter writes: that is text and no path.
 std::wstring WithoutEchoedText(std::wstring tstrCommand)
 {
-    const std::wstring tstrLower = LowerCase(tstrCommand);
+    const std::wstring tstrLower = String::LowerCase(tstrCommand);
     std::size_t uEcho = 0;
     while ((uEcho = tstrLower.find(L"echo ", uEcho)) != std::wstring::npos) {
         const bool bWord = uEcho == 0 || std::wstring_view(L" \"@&|(").find(tstrLower[uEcho - 1]) != std::wstring::npos;
@@ -160,21 +160,18 @@ void CheckBlanks(const CommandCheck& check)
 /// Whether a word, or the first one in its quotes, removes what may be gone.
 bool IsRemoval(const Word& word)
 {
-    const std::wstring tstrVerb = LowerCase(word.tstrText.substr(0, word.tstrText.find(L' ')));
+    const std::wstring tstrVerb = String::LowerCase(word.tstrText.substr(0, word.tstrText.find(L' ')));
     return tstrVerb == L"del" || tstrVerb == L"erase" || tstrVerb == L"rd" || tstrVerb == L"rmdir";
 }
 
 /// Files that lie in the download folders until the restart moves them.
-void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalled,
-                     const std::map<std::wstring, std::vector<std::wstring>>& sources)
+void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalled, const MovedSources& sources)
 {
-    const std::wstring tstrLowerInstalled = LowerCase(tstrInstalled);
     if (std::any_of(check.words.begin(), check.words.end(), IsRemoval)) return;
     for (const Word& word : check.words) {
-        const std::wstring tstrText = LowerCase(word.tstrText);
-        const std::size_t uAt = tstrText.find(tstrLowerInstalled + L"component\\");
+        const std::size_t uAt = String::LowerCase(word.tstrText).find(String::LowerCase(tstrInstalled + kComponents));
         if (uAt == std::wstring::npos) continue;
-        const std::wstring tstrPath = tstrText.substr(uAt + tstrLowerInstalled.size());
+        const std::wstring tstrPath = word.tstrText.substr(uAt + tstrInstalled.size());
         const std::wstring tstrFolder = String::FolderPart(tstrPath);
         const std::wstring tstrName = tstrPath.substr(tstrFolder.size());
         const auto itFolder = sources.find(tstrFolder);
@@ -185,7 +182,7 @@ void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalle
             });
         const std::wstring tstrBelow = String::EnsureBackslash(tstrPath);
         const auto itBelow = sources.lower_bound(tstrBelow);
-        const bool bFolder = itBelow != sources.end() && itBelow->first.starts_with(tstrBelow);
+        const bool bFolder = itBelow != sources.end() && String::StartsWithNoCase(itBelow->first, tstrBelow);
         if (!bFile && !bFolder) continue;
         check.Add(Rule::eCommandNamesMovedFile, 0,
                   L"the restart moves \"" + word.tstrText.substr(uAt) +
@@ -207,7 +204,7 @@ void CheckProgram(const CommandCheck& check)
 
 void CheckKeyboardFilter(const CommandCheck& check)
 {
-    const std::size_t uAt = LowerCase(check.record.tstrValue).find(L"kbfilter.ini");
+    const std::size_t uAt = String::LowerCase(check.record.tstrValue).find(L"kbfilter.ini");
     if (uAt == std::wstring::npos || IsKeyboardFilterCommand(check.record.tstrValue)) return;
     check.Add(Rule::eKeyboardFilterCase, uAt,
               L"the command is not taken for one of the keyboard filter: it runs with old drivers as well",

@@ -24,10 +24,10 @@ struct Surroundings {
     const Update& update;
     CustomerFolders folders;
     Deliveries brought;
-    std::map<std::wstring, std::vector<std::wstring>> sources;
-    std::set<std::wstring> created;  ///< folders, in lower case with trailing backslash
-    std::size_t cCommands = 0;       ///< that are read after the removals
-    std::size_t cTexts = 0;          ///< of the question, which are read later still
+    MovedSources sources;
+    String::NoCaseSet created;  ///< folders, with trailing backslash
+    std::size_t cCommands = 0;  ///< that are read after the removals
+    std::size_t cTexts = 0;     ///< of the question, which are read later still
 };
 
 /// One record of QOR_DIR or QOR_FILE.
@@ -151,10 +151,10 @@ void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around,
 Losses LossesIn(const FileCheck& check, const Surroundings& around)
 {
     Losses losses;
-    const std::wstring tstrFolder = LowerCase(check.Folder());
+    const std::wstring tstrFolder = check.Folder();
     if (check.iOp == op_dir_delete) {
         for (auto it = around.brought.lower_bound(tstrFolder);
-             it != around.brought.end() && it->first.starts_with(tstrFolder); ++it) {
+             it != around.brought.end() && String::StartsWithNoCase(it->first, tstrFolder); ++it) {
             for (const Delivery& file : it->second) AddLoss(losses, check, around, file);
         }
         return losses;
@@ -175,7 +175,7 @@ void AddDeletedSources(Losses& losses, const FileCheck& check, const Surrounding
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
     const std::wstring tstrFolder = check.Folder();
     if (tstrFolder.size() <= tstrInstalled.size()) return;
-    const auto itSources = around.sources.find(LowerCase(tstrFolder.substr(tstrInstalled.size())));
+    const auto itSources = around.sources.find(tstrFolder.substr(tstrInstalled.size()));
     if (itSources == around.sources.end()) return;
     for (const std::wstring& tstrName : itSources->second) {
         if (Storage::File::MatchesPattern(tstrName, check.parsed.tstrPattern)) losses.Add(tstrFolder + tstrName, true);
@@ -188,7 +188,7 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
     Losses losses = LossesIn(check, around);
     AddDeletedSources(losses, check, around);
     if (losses.cFiles == 0) {
-        const bool bCreated = check.iOp == op_dir_delete && around.created.count(LowerCase(check.Folder()));
+        const bool bCreated = check.iOp == op_dir_delete && around.created.contains(check.Folder());
         if (bCreated) {
             check.report.AddAs(Severity::eWarning, Rule::eDeletesWhatItBrings, kInstructionFile,
                                check.record.valuePlace, L"the folder is created by this update");
@@ -258,12 +258,11 @@ void CheckUsersFolder(const FileCheck& check, const Surroundings& around)
 }
 
 /// The folder of a QOR_DIR "add" (with trailing backslash) and those above it, which are created with it.
-void AddCreated(std::set<std::wstring>& created, const std::wstring& tstrFolder)
+void AddCreated(String::NoCaseSet& created, std::wstring tstrFolder)
 {
-    std::wstring tstrLower = LowerCase(tstrFolder);
-    while (tstrLower.size() > 3 && created.insert(tstrLower).second) {
-        tstrLower.pop_back();
-        tstrLower = String::FolderPart(tstrLower);
+    while (tstrFolder.size() > 3 && created.insert(tstrFolder).second) {
+        tstrFolder.pop_back();
+        tstrFolder = String::FolderPart(tstrFolder);
     }
 }
 

@@ -282,8 +282,7 @@ void CheckReadOnly(const Update& update, Report& report)
     }
 }
 
-/// Languages by their tags in lower case.
-using Languages = std::map<std::wstring, std::wstring>;
+using Languages = String::NoCaseSet;
 
 /// One kind of text or file that an update brings once for each language.
 struct LanguageKind {
@@ -295,7 +294,7 @@ struct LanguageKind {
 
 void AddLanguage(Languages& languages, const std::wstring& tstrTag)
 {
-    if (!tstrTag.empty()) languages.emplace(LowerCase(tstrTag), tstrTag);
+    if (!tstrTag.empty()) languages.insert(tstrTag);
 }
 
 LanguageKind SettingKind(const Update& update, const LanguageFile& file, Report& report)
@@ -360,14 +359,14 @@ void CheckLanguages(const LintContext& context, Report& report)
     kinds.push_back(NotificationKind(context.instructions, report));
     for (const LanguageKind& kind : kinds) languages.insert(kind.languages.begin(), kind.languages.end());
     kinds.push_back(TableKind(context.update, report));
-    for (const auto& [tstrLower, tstrTag] : kinds.back().languages) {
+    for (const std::wstring& tstrTag : kinds.back().languages) {
         // The decision about the new name reads the English table on every machine.
-        if (tstrLower != L"en-us") languages.emplace(tstrLower, tstrTag);
+        if (!String::EqualsNoCase(tstrTag, L"en-US")) languages.insert(tstrTag);
     }
     for (const LanguageKind& kind : kinds) {
         if (kind.languages.empty() || kind.bForAll) continue;
-        for (const auto& [tstrLower, tstrTag] : languages) {
-            if (kind.languages.count(tstrLower) == 0) kind.report(tstrTag, kind.eSeverity);
+        for (const std::wstring& tstrTag : languages) {
+            if (!kind.languages.contains(tstrTag)) kind.report(tstrTag, kind.eSeverity);
         }
     }
 }

@@ -316,8 +316,7 @@ bool CompareWithLast(const Patch& patch, const Patch& last)
 std::wstring ValueOf(const Patch& patch)
 {
     const bool bUnnamed = patch.OnlyMissing() && patch.parsed.tstrValueName == kDefault;
-    return LowerCase(KeyPathOf(patch.parsed.tstrKeyPath) + L"!" +
-                     (bUnnamed ? std::wstring() : patch.parsed.tstrValueName));
+    return KeyPathOf(patch.parsed.tstrKeyPath) + L"!" + (bUnnamed ? std::wstring() : patch.parsed.tstrValueName);
 }
 
 }  // namespace
@@ -327,7 +326,7 @@ void CheckRegistry(const LintContext& context, Report& report)
     const std::vector<Instruction> instructions = ListInstructions(context.instructions);
     const CustomerFolders folders(context.update.InstalledFolder().value_or(kUsualInstallFolder),
                                   context.update.Product().tstrDownloadPath);
-    std::map<std::wstring, Patch> lasts;
+    String::NoCaseMap<Patch> lasts;
     for (const Instruction& instruction : instructions) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) continue;
         const IniRecord& record = *instruction.pRecord;

@@ -27,7 +27,7 @@ public:
         : m_tstrInstalled(update.InstalledFolder().value_or(kUsualInstallFolder)),
           m_bInstalled(update.InstalledFolder().has_value())
     {
-        for (const Delivery& delivery : update.Deliveries()) m_brought.insert(LowerCase(delivery.tstrDestination));
+        for (const Delivery& delivery : update.Deliveries()) m_brought.insert(delivery.tstrDestination);
     }
 
     /// Whether it is known which files the installed product has.
@@ -37,11 +37,10 @@ public:
     [[nodiscard]] bool Has(const std::wstring& tstrTarget) const
     {
         const std::wstring tstrFull = Storage::Directory::FullPath(String::JoinPath(m_tstrInstalled, tstrTarget));
-        const std::wstring tstrLower = LowerCase(tstrFull);
-        if (m_brought.contains(tstrLower)) return true;
-        const auto itBelow = m_brought.lower_bound(tstrLower + L"\\");
-        if (itBelow != m_brought.end() && itBelow->starts_with(tstrLower + L"\\")) return true;
-        const bool bInside = tstrLower.starts_with(LowerCase(m_tstrInstalled));
+        if (m_brought.contains(tstrFull)) return true;
+        const auto itBelow = m_brought.lower_bound(tstrFull + L"\\");
+        if (itBelow != m_brought.end() && String::StartsWithNoCase(*itBelow, tstrFull + L"\\")) return true;
+        const bool bInside = String::StartsWithNoCase(tstrFull, m_tstrInstalled);
         return m_bInstalled && bInside &&
                (Storage::File::IsExisted(tstrFull) || Storage::Directory::IsExisted(tstrFull));
     }
@@ -49,7 +48,7 @@ public:
 private:
     std::wstring m_tstrInstalled;
     bool m_bInstalled;
-    std::set<std::wstring> m_brought;  // full paths in lower case
+    String::NoCaseSet m_brought;  // full paths
 };
 
 /// Why Windows makes no link or folder of a name that the agent would try; null when it does.
@@ -132,14 +131,13 @@ private:
 std::wstring FolderKey(ShortcutPlace ePlace, const std::vector<std::wstring>& levels, std::size_t cLevels)
 {
     std::wstring tstrKey = std::to_wstring(static_cast<int>(ePlace)) + L"\\";
-    for (std::size_t u = 0; u < cLevels; ++u) tstrKey += LowerCase(levels[u]) + L"\\";
+    for (std::size_t u = 0; u < cLevels; ++u) tstrKey += levels[u] + L"\\";
     return tstrKey;
 }
 
 void Description::CheckItems(const XmlElement& root)
 {
-    std::set<std::wstring> made = {FolderKey(ShortcutPlace::eDesktop, {}, 0),
-                                   FolderKey(ShortcutPlace::eStartMenu, {}, 0)};
+    String::NoCaseSet made = {FolderKey(ShortcutPlace::eDesktop, {}, 0), FolderKey(ShortcutPlace::eStartMenu, {}, 0)};
     for (const ShortcutItem& item : ListShortcuts(root, ShortcutWalk::eCreate)) {
         const std::wstring tstrName = item.bFolder ? item.pElement->GetAttribute(L"name") : item.pElement->GetText();
         if (const wchar_t* szWhy = WhyNoName(item, tstrName)) {

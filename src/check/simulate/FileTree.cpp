@@ -113,7 +113,7 @@ bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
     if (!step.pNode || (step.pNode->children.empty() && !tstrReal.empty())) {
         return m_pBase->ForEachEntry(String::EnsureBackslash(tstrReal), tstrPattern, visit, pdwError);
     }
-    std::map<std::wstring, Entry, String::OrdinalNoCase> entries;
+    String::NoCaseMap<Entry> entries;
     const auto add = [&](const Entry& entry) {
         entries.insert_or_assign(entry.tstrName, entry);
     };

@@ -13,8 +13,7 @@
 namespace Check {
 
 /// The edits of an INI file: values as its lines have them, by section and key.
-using IniEdits = std::map<std::wstring, std::map<std::wstring, std::wstring, KzCommon::String::OrdinalNoCase>,
-                          KzCommon::String::OrdinalNoCase>;
+using IniEdits = KzCommon::String::NoCaseMap<KzCommon::String::NoCaseMap<std::wstring>>;
 
 /// Content and attributes of a file, which all of its names share.
 struct FileState {
@@ -72,7 +71,7 @@ private:
         std::wstring tstrName{};      // as it was spelled
         std::wstring tstrReal{};      // where the machine below has it, when not at the same path
         std::shared_ptr<FileState> pState{};
-        std::map<std::wstring, std::unique_ptr<Node>, KzCommon::String::OrdinalNoCase> children{};
+        KzCommon::String::NoCaseMap<std::unique_ptr<Node>> children{};
     };
     /// How far the tree knows a path.
     struct Step {
@@ -88,9 +87,9 @@ private:
     [[nodiscard]] Node& Make(const FullPath& path);
 
     const KzCommon::Machine* m_pBase;
-    std::map<std::wstring, Node, KzCommon::String::OrdinalNoCase> m_roots;
+    KzCommon::String::NoCaseMap<Node> m_roots;
     // What the machine below has said: it does not change meanwhile.
-    mutable std::map<std::wstring, std::pair<DWORD, DWORD>, KzCommon::String::OrdinalNoCase> m_asked;
+    mutable KzCommon::String::NoCaseMap<std::pair<DWORD, DWORD>> m_asked;
 };
 
 }  // namespace Check

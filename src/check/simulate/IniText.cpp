@@ -11,21 +11,9 @@ namespace Check {
 
 namespace {
 
-constexpr wchar_t kSpaces[] = L" \t\r\x1A";
-
-std::wstring Decode(std::string_view strBytes)
+std::wstring_view TrimLine(std::wstring_view tstrText)
 {
-    if (!IsUtf16(strBytes)) return String::FromAnsi(strBytes);
-    strBytes.remove_prefix(2);
-    std::wstring tstrText(strBytes.size() / sizeof(wchar_t), L'\0');
-    std::memcpy(tstrText.data(), strBytes.data(), tstrText.size() * sizeof(wchar_t));
-    return tstrText;
-}
-
-std::wstring_view Trim(std::wstring_view tstrText)
-{
-    tstrText.remove_prefix(std::min(tstrText.find_first_not_of(kSpaces), tstrText.size()));
-    return tstrText.substr(0, tstrText.find_last_not_of(kSpaces) + 1);
+    return String::Trim(tstrText, L" \t\r\x1A");
 }
 
 /// Splits one "key=value" text at its first run of "=".
@@ -45,26 +33,26 @@ bool IsUtf16(std::string_view strBytes) noexcept
 
 std::optional<IniLines> ReadIniLines(std::string_view strBytes, const std::wstring& tstrSection)
 {
-    const std::wstring tstrAll = Decode(strBytes);
-    const std::wstring_view tstrWanted = Trim(tstrSection);
+    const std::wstring tstrAll = IsUtf16(strBytes) ? String::FromUtf16(strBytes.substr(2)) : String::FromAnsi(strBytes);
+    const std::wstring_view tstrWanted = TrimLine(tstrSection);
     std::optional<IniLines> optLines;
     std::wstring_view tstrRest = tstrAll;
     while (!tstrRest.empty()) {
         const std::size_t uEnd = std::min(tstrRest.find_first_of(L"\r\n"), tstrRest.size());
-        const std::wstring_view tstrLine = Trim(tstrRest.substr(0, uEnd));
+        const std::wstring_view tstrLine = TrimLine(tstrRest.substr(0, uEnd));
         tstrRest.remove_prefix(std::min(uEnd + 1, tstrRest.size()));
         if (tstrLine.empty() || tstrLine.front() == L';') continue;
         const std::size_t uBracket = tstrLine.rfind(L']');
         if (tstrLine.front() == L'[' && uBracket != std::wstring_view::npos) {
             if (optLines) break;
-            if (String::EqualsNoCase(Trim(tstrLine.substr(1, uBracket - 1)), tstrWanted)) optLines.emplace();
+            if (String::EqualsNoCase(TrimLine(tstrLine.substr(1, uBracket - 1)), tstrWanted)) optLines.emplace();
             continue;
         }
         if (!optLines) continue;
         const std::size_t uEquals = tstrLine.find(L'=');
         std::optional<std::wstring> optValue;
-        if (uEquals != std::wstring_view::npos) optValue = Trim(tstrLine.substr(uEquals + 1));
-        optLines->emplace_back(Trim(tstrLine.substr(0, uEquals)), std::move(optValue));
+        if (uEquals != std::wstring_view::npos) optValue = TrimLine(tstrLine.substr(uEquals + 1));
+        optLines->emplace_back(TrimLine(tstrLine.substr(0, uEquals)), std::move(optValue));
     }
     return optLines;
 }
@@ -109,7 +97,7 @@ std::wstring AsRead(std::wstring_view tstrWritten)
 
 std::wstring WithoutSpaces(std::wstring_view tstrText)
 {
-    return std::wstring(Trim(tstrText));
+    return std::wstring(TrimLine(tstrText));
 }
 
 }  // namespace Check

@@ -26,23 +26,12 @@ const RootRow kRoots[] = {{L"HKEY_LOCAL_MACHINE", HKEY_LOCAL_MACHINE},
                           {L"HKCR", HKEY_CLASSES_ROOT},
                           {L"HKEY_USERS", HKEY_USERS}};
 
-std::wstring Decode(std::string_view strBytes)
+std::wstring DecodeText(std::string_view strBytes)
 {
-    std::wstring tstrText;
-    if (strBytes.starts_with("\xFF\xFE")) {
-        strBytes.remove_prefix(2);
-        tstrText.resize(strBytes.size() / sizeof(wchar_t));
-        std::memcpy(tstrText.data(), strBytes.data(), tstrText.size() * sizeof(wchar_t));
-        return tstrText;
-    }
+    if (strBytes.starts_with("\xFF\xFE")) return String::FromUtf16(strBytes.substr(2));
     if (strBytes.starts_with("\xEF\xBB\xBF")) strBytes.remove_prefix(3);
+    std::wstring tstrText;
     return String::FromUtf8(strBytes, tstrText) ? tstrText : String::FromAnsi(strBytes);
-}
-
-std::wstring_view Trim(std::wstring_view tstrText)
-{
-    tstrText.remove_prefix(std::min(tstrText.find_first_not_of(kSpaces), tstrText.size()));
-    return tstrText.substr(0, tstrText.find_last_not_of(kSpaces) + 1);
 }
 
 /// Reads a text between quotes, in which "\\" and "\"" stand for one character each, and takes it off the line.
@@ -62,7 +51,7 @@ bool TakeQuoted(std::wstring_view& tstrLine, std::wstring& tstrText)
 
 bool ReadNumber(std::wstring_view tstrText, std::size_t cDigits, DWORD& dwNumber)
 {
-    const std::wstring tstrDigits(Trim(tstrText));
+    const std::wstring tstrDigits(String::Trim(tstrText, kSpaces));
     if (tstrDigits.empty() || tstrDigits.size() > cDigits ||
         tstrDigits.find_first_not_of(L"0123456789abcdefABCDEF") != std::wstring::npos) {
         return false;
@@ -73,7 +62,7 @@ bool ReadNumber(std::wstring_view tstrText, std::size_t cDigits, DWORD& dwNumber
 
 bool ReadBytes(std::wstring_view tstrText, std::string& strBytes)
 {
-    while (!(tstrText = Trim(tstrText)).empty()) {
+    while (!(tstrText = String::Trim(tstrText, kSpaces)).empty()) {
         const std::size_t uEnd = std::min(tstrText.find(L','), tstrText.size());
         DWORD dwByte = 0;
         if (!ReadNumber(tstrText.substr(0, uEnd), 2, dwByte)) return false;
@@ -87,7 +76,7 @@ bool ReadData(std::wstring_view tstrData, StoredValue& value)
 {
     if (tstrData.starts_with(L'"')) {
         std::wstring tstrText;
-        if (!TakeQuoted(tstrData, tstrText) || !Trim(tstrData).empty()) return false;
+        if (!TakeQuoted(tstrData, tstrText) || !String::Trim(tstrData, kSpaces).empty()) return false;
         value = ToStored(tstrText);
         return true;
     }
@@ -153,9 +142,9 @@ private:
         } else if (!TakeQuoted(tstrLine, m_place.tstrName)) {
             return false;
         }
-        tstrLine = Trim(tstrLine);
+        tstrLine = String::Trim(tstrLine, kSpaces);
         if (!m_bKey || !tstrLine.starts_with(L'=')) return false;
-        tstrLine = Trim(tstrLine.substr(1));
+        tstrLine = String::Trim(tstrLine.substr(1), kSpaces);
         std::optional<StoredValue> optValue;
         if (tstrLine != L"-" && !ReadData(tstrLine, optValue.emplace())) return false;
         if (m_taker.value) m_taker.value(m_place, std::move(optValue));
@@ -171,7 +160,7 @@ private:
 
 std::vector<std::size_t> ReadRegistryText(std::string_view strBytes, const RegistryTextTaker& taker)
 {
-    const std::wstring tstrAll = Decode(strBytes);
+    const std::wstring tstrAll = DecodeText(strBytes);
     Reader reader(taker);
     std::vector<std::size_t> unknown;
     std::wstring tstrJoined;
@@ -180,7 +169,7 @@ std::vector<std::size_t> ReadRegistryText(std::string_view strBytes, const Regis
     while (!tstrRest.empty()) {
         ++uNumber;
         const std::size_t uEnd = std::min(tstrRest.find(L'\n'), tstrRest.size());
-        const std::wstring_view tstrLine = Trim(tstrRest.substr(0, uEnd));
+        const std::wstring_view tstrLine = String::Trim(tstrRest.substr(0, uEnd), kSpaces);
         tstrRest.remove_prefix(std::min(uEnd + 1, tstrRest.size()));
         // Bytes go on in the next line after a backslash.
         const bool bBytes = !tstrJoined.empty() || tstrLine.find(L"=hex") != std::wstring_view::npos;

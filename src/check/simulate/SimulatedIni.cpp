@@ -16,8 +16,7 @@ namespace {
 
 constexpr std::size_t kMostIniBytes = std::size_t{64} * 1024 * 1024;
 
-const std::map<std::wstring, std::wstring, String::OrdinalNoCase>* EditsOf(const FileState* pState,
-                                                                           const std::wstring& tstrSection)
+const String::NoCaseMap<std::wstring>* EditsOf(const FileState* pState, const std::wstring& tstrSection)
 {
     if (!pState) return nullptr;
     const auto itSection = pState->edits.find(WithoutSpaces(tstrSection));

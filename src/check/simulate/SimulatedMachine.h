@@ -147,8 +147,8 @@ private:
         std::optional<FullPath> optDestination;  // nothing: the source is deleted
         std::size_t uChange;
     };
-    using PathNumbers = std::map<std::wstring, std::size_t, KzCommon::String::OrdinalNoCase>;
-    using PathTexts = std::map<std::wstring, std::wstring, KzCommon::String::OrdinalNoCase>;
+    using PathNumbers = KzCommon::String::NoCaseMap<std::size_t>;
+    using PathTexts = KzCommon::String::NoCaseMap<std::wstring>;
     using Remover = std::function<bool(const std::wstring& tstrPath, DWORD* pdwError)>;
 
     // SimulatedMachine.cpp
@@ -214,7 +214,7 @@ private:
     std::optional<std::vector<std::wstring>> m_optProfiles;
     std::optional<bool> m_optTouchpadTooOld;
     mutable std::optional<bool> m_optLongPaths;
-    mutable std::map<std::wstring, KzCommon::Volume, KzCommon::String::OrdinalNoCase> m_volumes;  // of the one below
+    mutable KzCommon::String::NoCaseMap<KzCommon::Volume> m_volumes;  // of the one below
     PathNumbers m_made;                     // the files that the run has made, and by which change
     std::optional<Change> m_optFailedCopy;  // beside a destination: another name may do
 };

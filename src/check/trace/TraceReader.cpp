@@ -195,7 +195,7 @@ std::wstring RolledPath(const std::wstring& tstrBase, unsigned uNumber)
 std::pair<std::wstring, std::wstring> SplitDay(const std::wstring& tstrBase)
 {
     constexpr std::size_t kDigits = 8;
-    std::wstring tstrName = LowerCase(tstrBase);
+    std::wstring tstrName = String::LowerCase(tstrBase);
     const std::size_t uFile = tstrName.rfind(L'\\') + 1;
     const std::size_t uDot = tstrName.rfind(L'.');
     const std::size_t uEnd = uDot != std::wstring::npos && uDot > uFile ? uDot : tstrName.size();

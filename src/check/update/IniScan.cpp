@@ -19,13 +19,6 @@ constexpr std::string_view kUtf16Mark("\xFF\xFE", 2);
 constexpr std::string_view kUtf16BigMark("\xFE\xFF", 2);
 constexpr std::string_view kUtf8Mark("\xEF\xBB\xBF", 3);
 
-std::wstring FromUtf16(std::string_view strBytes)
-{
-    std::wstring tstrText(strBytes.size() / sizeof(wchar_t), L'\0');
-    std::memcpy(tstrText.data(), strBytes.data(), tstrText.size() * sizeof(wchar_t));
-    return tstrText;
-}
-
 bool IsAscii(std::string_view strBytes)
 {
     return std::all_of(strBytes.begin(), strBytes.end(), [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
@@ -116,11 +109,11 @@ std::wstring IniScan::Decode(std::string_view strBytes)
     if (bMarked || bUnmarked) {
         m_eEncoding = bMarked ? IniEncoding::eUtf16 : IniEncoding::eUtf16Unmarked;
         m_bHalfCharacter = strBytes.size() % sizeof(wchar_t) != 0;
-        return FromUtf16(strBytes.substr(bMarked ? kUtf16Mark.size() : 0));
+        return String::FromUtf16(strBytes.substr(bMarked ? kUtf16Mark.size() : 0));
     }
     if (strBytes.starts_with(kUtf16BigMark)) {
         m_eEncoding = IniEncoding::eOtherMark;
-        std::wstring tstrText = FromUtf16(strBytes.substr(kUtf16BigMark.size()));
+        std::wstring tstrText = String::FromUtf16(strBytes.substr(kUtf16BigMark.size()));
         for (wchar_t& ch : tstrText) ch = static_cast<wchar_t>((ch << 8 | ch >> 8) & 0xFFFF);
         return tstrText;
     }

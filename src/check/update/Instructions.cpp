@@ -72,12 +72,6 @@ std::wstring KeyPathOf(std::wstring tstrKeyPath)
     return tstrKeyPath;
 }
 
-std::wstring LowerCase(std::wstring tstrText)
-{
-    if (!tstrText.empty()) ::CharLowerBuffW(tstrText.data(), static_cast<DWORD>(tstrText.size()));
-    return tstrText;
-}
-
 CustomerFolders::CustomerFolders(std::wstring tstrInstalled, const std::wstring& tstrDownloadPath)
     : m_tstrInstalled(std::move(tstrInstalled)),
       m_tstrDownload(String::FolderBelow(m_tstrInstalled + L"Component\\", tstrDownloadPath)),

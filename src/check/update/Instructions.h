@@ -40,9 +40,6 @@ struct Field {
 /// A record's key path as Windows takes it: backslashes at its end are dropped.
 [[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
 
-/// `tstrText` in lower case, for comparisons without regard to case in tables. CharLowerBuffW.
-[[nodiscard]] std::wstring LowerCase(std::wstring tstrText);
-
 /// The install folder that is taken when none is known, with trailing backslash: the installer's usual one.
 inline constexpr wchar_t kUsualInstallFolder[] = L"C:\\Program Files\\Kazmere\\KZVLT\\";
 

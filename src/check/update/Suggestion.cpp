@@ -1,9 +1,11 @@
 #include "check/update/Suggestion.h"
 
-#include "check/update/Instructions.h"
+#include "common/KzComn_String.h"
 
 #include <algorithm>
 #include <vector>
+
+using namespace KzCommon;
 
 namespace Check {
 
@@ -40,12 +42,12 @@ std::size_t DistanceOf(std::wstring_view tstrLeft, std::wstring_view tstrRight)
 std::wstring NearestOf(std::wstring_view tstrWord, std::span<const std::wstring> words)
 {
     if (tstrWord.empty() || tstrWord.size() > kMaxCharacters) return {};
-    const std::wstring tstrLower = LowerCase(std::wstring(tstrWord));
+    const std::wstring tstrLower = String::LowerCase(std::wstring(tstrWord));
     std::wstring tstrNearest;
     std::size_t uLeast = std::max<std::size_t>(1, tstrWord.size() / 3) + 1;
     for (const std::wstring& tstrCandidate : words) {
         if (tstrCandidate.size() > kMaxCharacters) continue;
-        const std::size_t uDistance = DistanceOf(tstrLower, LowerCase(std::wstring(tstrCandidate)));
+        const std::size_t uDistance = DistanceOf(tstrLower, String::LowerCase(std::wstring(tstrCandidate)));
         if (uDistance >= uLeast) continue;
         uLeast = uDistance;
         tstrNearest = tstrCandidate;

@@ -222,26 +222,31 @@ private:
     /// what the restart moves there.
     void AddFiles()
     {
-        std::map<std::pair<std::wstring, std::wstring>, const Delivery*> last;
+        String::NoCaseMap<String::NoCaseMap<const Delivery*>> last;  // by place and language
         for (const PackageLayout::When eWhen : {PackageLayout::When::eNow, PackageLayout::When::eAtRestart}) {
             for (const Delivery& delivery : m_update.Deliveries()) {
                 if (delivery.eWhen != eWhen) continue;
-                last[{LowerCase(PlaceOf(delivery)), LowerCase(delivery.tstrLanguage)}] = &delivery;
+                last[PlaceOf(delivery)][delivery.tstrLanguage] = &delivery;
             }
         }
         const bool bMerged = ReadMigrated(m_migrated);
-        for (const auto& [tstrKey, pDelivery] : last) {
-            ExpectedFile& expected = m_expected.files.emplace_back();
-            expected.tstrPlace = PlaceOf(*pDelivery);
-            expected.tstrSource = pDelivery->tstrSource;
-            expected.bAtRestart = pDelivery->eWhen == PackageLayout::When::eAtRestart;
-            expected.tstrLanguage = pDelivery->tstrLanguage;
-            if (pDelivery->tstrContent.empty()) continue;
-            if (pDelivery->bMerged && bMerged) {
-                PromiseSettings(expected, pDelivery->tstrContent);
-            } else {
-                expected.optContent = ContentOf(pDelivery->tstrContent);
-            }
+        for (const auto& [tstrPlace, byLanguage] : last) {
+            for (const auto& [tstrLanguage, pDelivery] : byLanguage) AddFile(*pDelivery, bMerged);
+        }
+    }
+
+    void AddFile(const Delivery& delivery, bool bMerged)
+    {
+        ExpectedFile& expected = m_expected.files.emplace_back();
+        expected.tstrPlace = PlaceOf(delivery);
+        expected.tstrSource = delivery.tstrSource;
+        expected.bAtRestart = delivery.eWhen == PackageLayout::When::eAtRestart;
+        expected.tstrLanguage = delivery.tstrLanguage;
+        if (delivery.tstrContent.empty()) return;
+        if (delivery.bMerged && bMerged) {
+            PromiseSettings(expected, delivery.tstrContent);
+        } else {
+            expected.optContent = ContentOf(delivery.tstrContent);
         }
     }
 

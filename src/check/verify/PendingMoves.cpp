@@ -68,8 +68,8 @@ std::wstring WithLongNames(const std::wstring& tstrPath)
     return tstrLong.empty() ? tstrPath : tstrLong;
 }
 
-/// What the spellings of a path have in common.
-std::wstring Folded(std::wstring tstrPath)
+/// A path with long names and without a backslash at its end. Case remains.
+std::wstring PlainName(std::wstring tstrPath)
 {
     while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
     if (tstrPath.find(L'~') != std::wstring::npos) {
@@ -78,7 +78,7 @@ std::wstring Folded(std::wstring tstrPath)
         // A file that is not there yet may well be in a folder that is.
         tstrPath = tstrLong == tstrPath ? WithLongNames(tstrFolder) + tstrPath.substr(tstrFolder.size()) : tstrLong;
     }
-    return LowerCase(std::move(tstrPath));
+    return tstrPath;
 }
 
 }  // namespace
@@ -108,9 +108,7 @@ std::vector<PendingMove> ReadPendingMoves(const Machine& machine)
     for (const wchar_t* const szList : kLists) {
         StoredValue list;
         if (!machine.ReadStored({.tstrKeyPath = kSessionManager, .tstrName = szList}, list, nullptr)) continue;
-        std::wstring tstrRaw(list.strBytes.size() / sizeof(wchar_t), L'\0');
-        std::memcpy(tstrRaw.data(), list.strBytes.data(), tstrRaw.size() * sizeof(wchar_t));
-        const std::vector<PendingMove> more = ParsePendingMoves(tstrRaw);
+        const std::vector<PendingMove> more = ParsePendingMoves(String::FromUtf16(list.strBytes));
         moves.insert(moves.end(), more.begin(), more.end());
     }
     return moves;
@@ -124,8 +122,8 @@ PendingPlaces::PendingPlaces(const Machine& machine, const std::vector<PendingMo
 void PendingPlaces::CarryOut(const PendingMove& move)
 {
     const Origin optNow = OriginOf(move.tstrSource);
-    const std::wstring tstrSource = Folded(move.tstrSource);
-    const std::wstring tstrDestination = Folded(move.tstrDestination);
+    const std::wstring tstrSource = PlainName(move.tstrSource);
+    const std::wstring tstrDestination = PlainName(move.tstrDestination);
     if (!optNow) {
         if (!tstrDestination.empty()) m_lost.insert(tstrDestination);
         return;
@@ -134,7 +132,7 @@ void PendingPlaces::CarryOut(const PendingMove& move)
         if (!IsRealFolder(*optNow) || IsEmptyFolder(move.tstrSource, *optNow)) m_places[tstrSource] = std::nullopt;
         return;
     }
-    if (tstrSource == tstrDestination) return;
+    if (String::EqualsNoCase(tstrSource, tstrDestination)) return;
     const Origin optThere = OriginOf(move.tstrDestination);
     const bool bInTheWay = optThere && (!move.bReplace || IsRealFolder(*optThere));
     if (bInTheWay || !OriginOf(String::FolderPart(move.tstrDestination))) return;
@@ -149,7 +147,7 @@ PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) cons
     // What the list does to a folder it does to all below it.
     for (std::size_t uEnd = tstrPath.size(); uEnd != std::wstring::npos && uEnd > 0 && !m_places.empty();
          uEnd = tstrPath.rfind(L'\\', uEnd - 1)) {
-        const auto itPlace = m_places.find(Folded(tstrPath.substr(0, uEnd)));
+        const auto itPlace = m_places.find(PlainName(tstrPath.substr(0, uEnd)));
         if (itPlace == m_places.end()) continue;
         if (!itPlace->second) return std::nullopt;
         const std::wstring tstrNow = *itPlace->second + tstrPath.substr(uEnd);
@@ -178,9 +176,9 @@ bool PendingPlaces::IsEmptyFolder(const std::wstring& tstrPath, const std::wstri
         LongPath(String::EnsureBackslash(tstrNow)), L"*",
         [&](const Storage::Directory::Entry& entry) { bEmpty = bEmpty && !OriginOf(tstrFolder + entry.tstrName); },
         nullptr));
-    const std::wstring tstrFolded = Folded(tstrFolder) + L"\\";
+    const std::wstring tstrPlain = PlainName(tstrFolder) + L"\\";
     return bEmpty && std::none_of(m_places.begin(), m_places.end(), [&](const auto& place) {
-               return place.second && place.first.starts_with(tstrFolded);
+               return place.second && String::StartsWithNoCase(place.first, tstrPlain);
            });
 }
 
@@ -188,14 +186,14 @@ PendingFate PendingPlaces::After(const std::wstring& tstrPath) const
 {
     PendingFate fate;
     if (m_places.empty() && m_lost.empty()) return fate;
-    const std::wstring tstrFolded = Folded(tstrPath);
-    fate.bMovedTo = m_movedTo.contains(tstrFolded);
-    fate.bLost = m_lost.contains(tstrFolded);
+    const std::wstring tstrPlain = PlainName(tstrPath);
+    fate.bMovedTo = m_movedTo.contains(tstrPlain);
+    fate.bLost = m_lost.contains(tstrPlain);
     const Origin optThen = OriginOf(tstrPath);
-    if (optThen && Folded(*optThen) != tstrFolded) {
+    if (optThen && !String::EqualsNoCase(PlainName(*optThen), tstrPlain)) {
         fate.eKind = PendingFate::Kind::eTaken;
         fate.tstrFrom = *optThen;
-    } else if (!optThen && (m_places.contains(tstrFolded) || IsThere(tstrPath))) {
+    } else if (!optThen && (m_places.contains(tstrPlain) || IsThere(tstrPath))) {
         fate.eKind = PendingFate::Kind::eGone;
     }
     return fate;

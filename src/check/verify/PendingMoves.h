@@ -2,12 +2,11 @@
 #pragma once
 
 #include "common/KzComn_Machine.h"
+#include "common/KzComn_String.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace Check {
@@ -64,9 +63,9 @@ private:
     [[nodiscard]] bool IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const;
 
     const KzCommon::Machine& m_machine;
-    std::unordered_map<std::wstring, Origin> m_places;  // those that the list changes, folded
-    std::unordered_set<std::wstring> m_movedTo;
-    std::unordered_set<std::wstring> m_lost;
+    KzCommon::String::NoCaseMap<Origin> m_places;  // those that the list changes
+    KzCommon::String::NoCaseSet m_movedTo;
+    KzCommon::String::NoCaseSet m_lost;
 };
 
 }  // namespace Check

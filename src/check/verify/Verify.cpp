@@ -54,7 +54,7 @@ public:
     {
         m_paths.ReadLogFolders();
         for (const ExpectedFile& file : m_expected.files) {
-            if (IsInItsLanguage(file)) m_chosen.insert(LowerCase(file.tstrPlace));
+            if (IsInItsLanguage(file)) m_chosen.insert(file.tstrPlace);
         }
     }
 
@@ -66,7 +66,7 @@ public:
             VerifyFile(file);
             Destination destination;
             if (ParseDestination(file.tstrPlace, false, destination)) {
-                m_brought.insert(LowerCase(m_context.folders.PathOf(destination)));
+                m_brought.insert(m_context.folders.PathOf(destination));
             }
         }
         for (const ExpectedDeletion& deletion : m_expected.deletions) VerifyDeletion(deletion);
@@ -148,7 +148,7 @@ private:
     /// of that language the one without any.
     [[nodiscard]] bool IsForThisMachine(const ExpectedFile& file) const
     {
-        return file.tstrLanguage.empty() ? !m_chosen.contains(LowerCase(file.tstrPlace)) : IsInItsLanguage(file);
+        return file.tstrLanguage.empty() ? !m_chosen.contains(file.tstrPlace) : IsInItsLanguage(file);
     }
     [[nodiscard]] bool IsInItsLanguage(const ExpectedFile& file) const
     {
@@ -283,8 +283,7 @@ private:
         std::size_t cLeft = 0;
         const DWORD dwError = List(record.tstrFolder, record.tstrPattern, [&](const Storage::Directory::Entry& entry) {
             const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
-            if (entry.bFolder || m_brought.contains(LowerCase(tstrFile)) || IsKept(tstrFile, record.tstrPattern))
-                return;
+            if (entry.bFolder || m_brought.contains(tstrFile) || IsKept(tstrFile, record.tstrPattern)) return;
             ++cLeft;
             Add(m_context.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
         });
@@ -328,7 +327,7 @@ private:
             const DWORD dwError = List(tstrListed, L"*", [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrPath = tstrListed + entry.tstrName;
                 if (entry.bFolder && !entry.bLink) return folders.push_back(tstrPath + L"\\");
-                if (m_brought.contains(LowerCase(tstrPath)) || IsKept(tstrPath, L"*")) {
+                if (m_brought.contains(tstrPath) || IsKept(tstrPath, L"*")) {
                     bBrought = true;
                 } else {
                     count(tstrPath);
@@ -434,8 +433,8 @@ private:
     const ExpectedState& m_expected;
     VerifyContext& m_context;
     PathValues m_paths{m_context.machine};
-    std::set<std::wstring> m_brought;  // full paths of the promised files
-    std::set<std::wstring> m_chosen;   // places that have a file of the product's language
+    String::NoCaseSet m_brought;  // full paths of the promised files
+    String::NoCaseSet m_chosen;   // places that have a file of the product's language
     std::vector<VerifyResult> m_results;
     std::vector<std::size_t> m_doubtful;  // answers of files that have arrived unless they are the older ones
     std::size_t m_cVersions = 0;          // of the update, among the update information

@@ -1,6 +1,7 @@
 // An update in a folder and a registry of the test's own, and what "lint" says of it.
 #pragma once
 
+#include "agent/IniEdits.h"  // its IniRecord is another than Check::IniRecord
 #include "check/lint/Lint.h"
 #include "common/KzComn_String.h"
 #include "support/RegistryFixture.h"

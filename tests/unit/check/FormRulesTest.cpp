@@ -4,11 +4,11 @@
 
 namespace {
 
-constexpr char kSections[] = "[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\a\\b\n";
+constexpr char kBothSections[] = "[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\a\\b\n";
 
 std::string With(const std::string& strLines)
 {
-    return kSections + strLines;
+    return kBothSections + strLines;
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
 
 TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii)
 {
-    const std::wstring tstrClean = KzCommon::String::FromAnsi(kSections);
+    const std::wstring tstrClean = KzCommon::String::FromAnsi(kBothSections);
     const std::wstring tstrPair = tstrClean + L"[Run]\nSysRunOnce=\U0001F511\n";
     const std::wstring tstrHalf = tstrClean + L"[Run]\nSysRunOnce=\xD83D.\nSysRunOnce=\xDD11\n";
     const Row rows[] = {
@@ -54,7 +54,7 @@ TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii
         {Utf16(tstrPair) + "x", {"B001 7:1"}},
         {Utf16(tstrHalf), {"B001 6:12", "B001 7:12"}},
         {Utf16(tstrClean).substr(2), {"B001 1:1"}},
-        {std::string("\xEF\xBB\xBF") + kSections, {"B001 1:1"}},
+        {std::string("\xEF\xBB\xBF") + kBothSections, {"B001 1:1"}},
         {With("[Run]\nSysRunOnce=a\xFC\n"), {"B001 6:13"}},
     };
     Expect(rows);
@@ -70,7 +70,7 @@ TEST_F(FormRulesTest, ScanAndWindowsAgreeAboutTheRecordsOfOddLines)
     scan.Scan(strOdd);
     ASSERT_TRUE(scan.Find(L"s"));
     std::vector<std::pair<std::wstring, std::wstring>> scanned;
-    for (const IniRecord& record : scan.Find(L"s")->records) {
+    for (const Check::IniRecord& record : scan.Find(L"s")->records) {
         if (record.IsRecord()) scanned.emplace_back(record.tstrKey, record.tstrValue);
     }
     const std::wstring tstrPath = m_update.PathOf(L"odd.ini");

@@ -33,14 +33,14 @@ std::string Utf8(const std::wstring& tstrText)
     return String::ToUtf8(tstrText);
 }
 
-const wchar_t* const kSections[] = {L"S", L"t", L"New"};
+const wchar_t* const kIniSections[] = {L"S", L"t", L"New"};
 const wchar_t* const kIniKeys[] = {L"k", L"Q", L"added", L"a=b", L" s "};
 const wchar_t* const kTexts[] = {L"v", L" x y ", L"\"quoted\"", L"\u4e00\u00e4", L"a=b", L"x\ty"};
 
 std::string Sections(const Machine& machine, const std::wstring& tstrPath)
 {
     std::string strAll;
-    for (const wchar_t* const szSection : kSections) {
+    for (const wchar_t* const szSection : kIniSections) {
         const Storage::Ini::Section section = machine.ReadIniSection(tstrPath, szSection, {1024, 1024, 4096});
         strAll += Utf8(szSection) + std::to_string(static_cast<int>(section.eOutcome));
         std::vector<std::string> entries;  // in any order: a file's new keys come last, those in memory by name
@@ -256,7 +256,7 @@ const Maker kMakers[] = {
     REQUEST("move at restart", m.MoveAtRestart(a, b, &e)),
     REQUEST("delete at restart", !m.HasFile(a) && m.DeleteMatchingAtRestart(a + L"\\", Pick(kPatterns, n), &e, &Storage::Directory::SpareNone)),
     REQUEST("delete tree", !m.HasFile(a) && m.DeleteTreeAtRestart(a + L"\\", &e, &Storage::Directory::SpareNone)),
-    REQUEST("INI", m.StoreIniValue(IniOf(a, n), Pick(kSections, n / 6), Pick(kIniKeys, n / 18), Pick(kTexts, n / 90), s_patience, &e)),
+    REQUEST("INI", m.StoreIniValue(IniOf(a, n), Pick(kIniSections, n / 6), Pick(kIniKeys, n / 18), Pick(kTexts, n / 90), s_patience, &e)),
     REQUEST("value", m.StoreValue(PlaceOf(n), DataOf(n / 42), &e)),
     REQUEST("no value", m.DeleteValue(PlaceOf(n), &e)),
     {"list",

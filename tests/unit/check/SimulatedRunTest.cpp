@@ -15,7 +15,7 @@ using namespace Check;
 
 namespace {
 
-Storage::Patience s_patience;
+Storage::Patience s_runPatience;
 
 constexpr wchar_t kVault[] = L"SOFTWARE\\Vault";
 
@@ -91,7 +91,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
          }},
         {ERROR_ACCESS_DENIED,
          [&] {
-             return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_patience, &m_dwError);
+             return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_runPatience, &m_dwError);
          }},
         {ERROR_PATH_NOT_FOUND,
          [&] {
@@ -130,9 +130,9 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
         EXPECT_EQ(dwCode, m_dwError);
     }
     // A code page that lacks a character, and a file in UTF-16.
-    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\a.ini", L"s", L"K", L"\u4e00", s_patience, nullptr));
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\a.ini", L"s", L"K", L"\u4e00", s_runPatience, nullptr));
     m_machine.AddFile(L"C:\\u.ini", "\xFF\xFE");
-    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\u.ini", L"s", L"K", L"\u4e00", s_patience, nullptr));
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\u.ini", L"s", L"K", L"\u4e00", s_runPatience, nullptr));
     EXPECT_THAT(Changes(),
                 IsSupersetOf({"! HKEY_LOCAL_MACHINE\\Vault\\Deep; Windows lets nobody make a key below the root",
                               "! C:\\ro.ini [S] k; the file there is read-only", "! Q:\\a; there is no such drive",
@@ -180,7 +180,7 @@ TEST_F(SimulatedRunTest, OfWorkingCopiesTheNetEffectIsShown)
     m_machine.AddFolder(L"C:\\in\\set");
     EXPECT_FALSE(m_machine.DeleteNow(L"C:\\in\\work", nullptr));
     EXPECT_TRUE(Copy(L"C:\\in\\work", L"C:\\in\\u.ini"));
-    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\in\\work", L"S", L"k", L"w", s_patience, nullptr));
+    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\in\\work", L"S", L"k", L"w", s_runPatience, nullptr));
     EXPECT_TRUE(m_machine.MoveNow(L"C:\\in\\work", L"C:\\in\\set\\u.ini", nullptr));
     EXPECT_FALSE(Copy(L"C:\\in\\set\\u.ini", L"C:\\in\\u.ini"));
     EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\kept", L"C:\\in\\config.xml", nullptr));
