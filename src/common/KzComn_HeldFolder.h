@@ -42,6 +42,9 @@ private:
     using Opener = std::function<UniqueFile(DWORD& dwError, bool& bRefused)>;
     [[nodiscard]] bool Add(const Opener& open, bool bWait, DWORD* pdwError);
     [[nodiscard]] bool HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError);
+    /// Takes the final path of the folder opened last. False unless the folders from index `uFirst` on, whose names
+    /// `tstrNames` are, each with a backslash before it, lie one in the other, in the one whose final path is known.
+    [[nodiscard]] bool GoDown(std::size_t uFirst, const std::wstring& tstrNames);
     [[nodiscard]] static bool IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove);
     [[nodiscard]] static bool IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept;
     [[nodiscard]] static bool IsLinkOpen(HANDLE hFolder) noexcept;
@@ -128,8 +131,8 @@ inline bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError, co
 
 inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError)
 {
-    const std::size_t uRoot = RootLength(tstrFull);
-    std::wstring tstrPath = tstrFull.substr(0, uRoot) + L'\\';
+    std::size_t uStart = RootLength(tstrFull);
+    std::wstring tstrPath = tstrFull.substr(0, uStart) + L'\\';
     const auto open = [&](DWORD& dwError, bool& bRefused) {
         return OpenOrMake(tstrPath, way, dwError, bRefused);
     };
@@ -138,21 +141,42 @@ inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, un
     };
     if (!Add(follow, way.bWait, pdwError)) return false;
     m_tstrFinalPath = FinalPathOf(m_folders.back().Get());
+    std::size_t uFirst = m_folders.size();
     // Each is looked at while it and those above it are held: what is said of it then stays true.
-    for (std::size_t uEnd = uRoot; uEnd < tstrFull.size();) {
+    for (std::size_t uEnd = uStart; uEnd < tstrFull.size();) {
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
         tstrPath = tstrFull.substr(0, uEnd);
         if (!Add(open, way.bWait, pdwError)) return false;
-        std::wstring tstrFinal = FinalPathOf(m_folders.back().Get());
-        if (!IsBelow(tstrFinal, m_tstrFinalPath)) return Fail(kStoppedOnLink, pdwError);
-        m_tstrFinalPath = std::move(tstrFinal);
-        if (!IsLinkOpen(m_folders.back().Get()) && !IsLink(tstrPath)) continue;
-        std::wstring tstrTarget;
-        if (uLinks == 0 || !IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
-        // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link, whose
-        // target's folders are held as well: they may be anybody's to change.
-        if (!HoldAll(FullPath(tstrTarget), {.bWait = way.bWait}, uLinks - 1, pdwError)) return false;
+        const bool bLink = IsLinkOpen(m_folders.back().Get()) || IsLink(tstrPath);
+        // Nothing is made in a folder before it is known where that is.
+        if (!bLink && !way.bMake && uEnd < tstrFull.size()) continue;
+        if (!GoDown(uFirst, tstrFull.substr(uStart, uEnd - uStart))) return Fail(kStoppedOnLink, pdwError);
+        if (bLink) {
+            std::wstring tstrTarget;
+            if (uLinks == 0 || !IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
+            // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link, whose
+            // target's folders are held as well: they may be anybody's to change.
+            if (!HoldAll(FullPath(tstrTarget), {.bWait = way.bWait}, uLinks - 1, pdwError)) return false;
+        }
+        uStart = uEnd;
+        uFirst = m_folders.size();
     }
+    return true;
+}
+
+inline bool HeldFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNames)
+{
+    std::wstring tstrFinal = FinalPathOf(m_folders.back().Get());
+    // Nothing above an open folder can be moved: it is enough that the last is where its path says. A path with short
+    // names does not say it.
+    if (!IsSamePath(tstrFinal, m_tstrFinalPath + tstrNames)) {
+        for (; uFirst < m_folders.size(); ++uFirst) {
+            tstrFinal = FinalPathOf(m_folders[uFirst].Get());
+            if (!IsBelow(tstrFinal, m_tstrFinalPath)) return false;
+            m_tstrFinalPath = tstrFinal;
+        }
+    }
+    m_tstrFinalPath = std::move(tstrFinal);
     return true;
 }
 

@@ -214,8 +214,9 @@ TEST_F(FileOperationsTest, AFolderThatBecomesALinkAfterItWasLookedAtIsNotFollowe
     SystemWatch watch(m_install.Path());
     watch.m_tstrLinkTarget = m_install.PathOf(L"Real");
     watch.m_fault = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        // Somebody puts a link there as soon as the folder itself has been opened and its path asked for.
-        if (strCall == "GetFinalPathNameByHandleW" && tstrPlace.ends_with(L"\\Users")) watch.m_tstrSwapped = L"Users";
+        // Somebody has put a link there after the folder was opened and looked at, before the one in it was.
+        const bool bBelow = strCall == "GetFinalPathNameByHandleW" && tstrPlace.ends_with(L"\\Users\\Deep");
+        if (bBelow) watch.m_tstrSwapped = L"Users";
         return DWORD{ERROR_SUCCESS};
     };
     PerformFileOperation(m_run, L"{InstalledDir}Users\\Deep\\f", op_file_delete_now);

@@ -295,6 +295,21 @@ TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
     EXPECT_TRUE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
 }
 
+TEST(Replace, AFolderIsHeldByItsShortNamesToo)
+{
+    const TempFolder folder;
+    folder.Write(L"A long name of a folder\\And another in it\\new", "new");
+    wchar_t szShort[MAX_PATH] = {};
+    ASSERT_NE(
+        ::GetShortPathNameW(folder.PathOf(L"A long name of a folder\\And another in it").c_str(), szShort, MAX_PATH),
+        0U);
+    const std::wstring tstrShort = szShort;
+    ASSERT_EQ(tstrShort.find(L' '), std::wstring::npos);
+    DWORD dwError = ERROR_SUCCESS;
+    EXPECT_TRUE(File::Copy(tstrShort + L"\\copy", tstrShort + L"\\new", true, &dwError)) << dwError;
+    EXPECT_EQ(folder.Read(L"A long name of a folder\\And another in it\\copy"), "new");
+}
+
 TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
 {
     ASSERT_FALSE(MayRestore()) << "the privilege is not switched on by default";
