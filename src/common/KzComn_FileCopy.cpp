@@ -31,21 +31,27 @@ bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSo
     return Fail(dwError, pdwError);
 }
 
-/// The code of what makes every overwriting copy fail however long one waits, as CopyFileW gives it; ERROR_SUCCESS
-/// when nothing of the kind is known. (Wine's CopyFileW takes a hidden target.)
-DWORD LastingObstacle(const std::wstring& tstrDestination, const std::wstring& tstrSource)
+/// The code of a source that cannot be copied however long one waits, as CopyFileW gives it; ERROR_SUCCESS when nothing
+/// of the kind is known.
+DWORD LastingObstacle(const std::wstring& tstrSource)
 {
     const DWORD dwNew = ::GetFileAttributesW(tstrSource.c_str());
-    if (dwNew == INVALID_FILE_ATTRIBUTES) {
-        const DWORD dwError = ::GetLastError();
-        return IsHeldByOthers(dwError) ? ERROR_SUCCESS : dwError;
-    }
-    if (dwNew & FILE_ATTRIBUTE_DIRECTORY) return ERROR_ACCESS_DENIED;
+    if (dwNew != INVALID_FILE_ATTRIBUTES)
+        return (dwNew & FILE_ATTRIBUTE_DIRECTORY) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    const DWORD dwError = ::GetLastError();
+    return IsHeldByOthers(dwError) ? ERROR_SUCCESS : dwError;
+}
+
+/// The same of a target that is to be overwritten. (Wine's CopyFileW takes a hidden one.)
+DWORD LastingObstacle(const std::wstring& tstrDestination, const std::wstring& tstrSource)
+{
     const DWORD dwOld = ::GetFileAttributesW(tstrDestination.c_str());
     if (dwOld == INVALID_FILE_ATTRIBUTES) return ERROR_SUCCESS;
     if (dwOld & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY)) return ERROR_ACCESS_DENIED;
     constexpr DWORD kHiding = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-    return (dwOld & ~dwNew & kHiding) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    if (!(dwOld & kHiding)) return ERROR_SUCCESS;
+    const DWORD dwNew = ::GetFileAttributesW(tstrSource.c_str());
+    return dwNew != INVALID_FILE_ATTRIBUTES && (dwOld & ~dwNew & kHiding) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
 }
 
 bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSource, DWORD* pdwError)
@@ -110,6 +116,8 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
           bool bWait)
 {
     if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
+    const DWORD dwObstacle = bOverwrite ? LastingObstacle(tstrSource) : ERROR_SUCCESS;
+    if (dwObstacle != ERROR_SUCCESS) return Fail(dwObstacle, pdwError);
     Directory::HeldFolder folder;
     if (!HoldHome(folder, tstrDestination, !bWait, pdwError)) return false;
     // A new file is not made through a link that somebody has put under its name.
