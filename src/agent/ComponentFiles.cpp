@@ -158,6 +158,13 @@ void ForEachFileToCopy(
     const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit)
 {
     const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
+    // Few packages have all the folders that are asked for, and to look for a missing one takes longest.
+    DWORD dwAttributes = 0;
+    DWORD dwError = ERROR_SUCCESS;
+    if (!machine.ReadAttributes(Storage::Directory::FullPath(tstrRoot), dwAttributes, &dwError) &&
+        (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND)) {
+        return;
+    }
     if (machine.IsLink(tstrRoot)) {
         TraceLink(tstrRoot);
         return;
