@@ -58,7 +58,7 @@ bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstr
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
         Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
         // A source that others hold is waited for once, not for each of the names.
-        const CopyMode eMode = Storage::IsHeldByOthers(dwError) ? CopyMode::eNewImmediate : CopyMode::eNew;
+        const CopyMode eMode = Storage::IsInUse(dwError) ? CopyMode::eNewImmediate : CopyMode::eNew;
         if (machine.CopyNow(tstrTempFileWithIndex, tstrSource, eMode, &dwError)) {
             tstrStaged = tstrTempFileWithIndex;
             return true;

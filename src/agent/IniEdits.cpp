@@ -26,7 +26,7 @@ void StoreIniValue(Machine& machine, const IniTarget& target, const IniRecord& r
         return;
     }
     // A scanner that looks at the file after every change lets it go each time: it costs no change, however many.
-    patience.uRepetitions = std::max(patience.uRepetitions, Storage::kHeldRepetitions);
+    patience.uRepetitions = std::max(patience.uRepetitions, Storage::kInUseRepetitions);
 }
 
 /// A record that the machine is not asked to carry out.

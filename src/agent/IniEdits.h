@@ -31,7 +31,7 @@ struct IniTarget {
 };
 
 /// How often the changes of one file are tried again while others use it, all of them together: for five seconds. After
-/// a change that has arrived at least kHeldRepetitions are left for the next one.
+/// a change that has arrived at least kInUseRepetitions are left for the next one.
 inline constexpr unsigned kEditRepetitions = 50;
 
 /// Changes keys of an INI file and records the deployed version in it.

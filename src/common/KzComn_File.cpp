@@ -1,7 +1,7 @@
 #include "common/KzComn_File.h"
 
 #include "common/KzComn_Handle.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Result.h"
 
 namespace KzCommon::Storage {
@@ -64,7 +64,7 @@ bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWOR
     if (IsExisted(tstrPath)) return true;
     // The folders above are held meanwhile: nobody can put a link in the place of one and have the new folder
     // elsewhere.
-    HeldFolder folder;
+    LockedFolder folder;
     if (!folder.Hold(tstrPath, pdwError, {.bMake = true, .pAttributes = pAttributes})) return false;
     return IsExisted(tstrPath) || Fail(ERROR_ALREADY_EXISTS, pdwError);  // a file of that name
 }

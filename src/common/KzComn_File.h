@@ -28,7 +28,7 @@ namespace KzCommon::Storage::File {
 /// an older copy, read-only or not, is replaced; another owner leaves a line in the trace. False with the code in
 /// `*pdwError` (may be null), an older copy as it was and nothing left behind: ERROR_BAD_ARGUMENTS (160) when either
 /// path is empty, kStoppedOnLink (681) as above. CopyFileW, SetFileInformationByHandle.
-[[nodiscard]] bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
+[[nodiscard]] bool Backup(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError);
 
 /// Strips the attributes that block a deletion and deletes the file now; one that others hold is waited for, some two
 /// seconds. Who may delete what its folder holds needs no right over the file itself. SetFileInformationByHandle.

@@ -2,7 +2,7 @@
 // after it was looked at here is followed then, and nothing can be held until then.
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Retry.h"
 
 #include <vector>
@@ -49,7 +49,7 @@ bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tst
         dwError = ::GetLastError();
         return false;
     };
-    return TryWhileHeld(schedule, &MayRegister, pdwError);
+    return RetryWhileInUse(schedule, &MayRegister, pdwError);
 }
 
 namespace Directory {
@@ -57,7 +57,7 @@ namespace Directory {
 bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
                          const Spared& isSpared)
 {
-    HeldFolder folder;
+    LockedFolder folder;
     if (!folder.Hold(tstrFolder, pdwError)) return false;
     std::vector<std::wstring> files;
     const auto gather = [&](const Entry& entry) {
@@ -76,7 +76,7 @@ bool ScheduleDeleteFiles(const std::wstring& tstrFolder, const std::wstring& tst
 
 bool ScheduleDeleteTree(const std::wstring& tstrFolder, DWORD* pdwError, const Spared& isSpared)
 {
-    HeldFolder above;
+    LockedFolder above;
     if (!above.Hold(FolderAbove(FullPath(tstrFolder)), pdwError)) return false;
     FirstFailure failure;
     const auto schedule = [&](const std::wstring& tstrPath) {

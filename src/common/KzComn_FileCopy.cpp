@@ -1,7 +1,7 @@
 // The copying of files.
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Retry.h"
 #include "common/KzComn_String.h"
 
@@ -21,7 +21,7 @@ bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSo
         return false;
     };
     DWORD dwError = ERROR_SUCCESS;
-    if (TryWhileHeld(
+    if (RetryWhileInUse(
             copy, [&] { return !bWaited; }, &dwError)) {
         return true;
     }
@@ -39,7 +39,7 @@ DWORD LastingObstacle(const std::wstring& tstrSource)
     if (dwNew != INVALID_FILE_ATTRIBUTES)
         return (dwNew & FILE_ATTRIBUTE_DIRECTORY) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
     const DWORD dwError = ::GetLastError();
-    return IsHeldByOthers(dwError) ? ERROR_SUCCESS : dwError;
+    return IsInUse(dwError) ? ERROR_SUCCESS : dwError;
 }
 
 /// The same of a target that is to be overwritten. (Wine's CopyFileW takes a hidden one.)
@@ -75,11 +75,11 @@ bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSourc
     if (bLink) return Fail(dwError, pdwError);
     // No place for the temporary file, no right to give its rights away, or a target that others have open, which may
     // still take new content. Whoever holds it has been waited for.
-    return CopyPlainly(tstrDestination, tstrSource, true, bCreated && IsHeldByOthers(dwError), pdwError);
+    return CopyPlainly(tstrDestination, tstrSource, true, bCreated && IsInUse(dwError), pdwError);
 }
 
 /// Holds the folder of a file that is about to come; once only, without a wait, for `bWaited`.
-bool HoldHome(Directory::HeldFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
+bool HoldHome(Directory::LockedFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
 {
     return folder.Hold(String::FolderPart(Directory::FullPath(tstrDestination)), pdwError, {.bWait = !bWaited});
 }
@@ -118,7 +118,7 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
     if (tstrDestination.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     const DWORD dwObstacle = bOverwrite ? LastingObstacle(tstrSource) : ERROR_SUCCESS;
     if (dwObstacle != ERROR_SUCCESS) return Fail(dwObstacle, pdwError);
-    Directory::HeldFolder folder;
+    Directory::LockedFolder folder;
     if (!HoldHome(folder, tstrDestination, !bWait, pdwError)) return false;
     // A new file is not made through a link that somebody has put under its name.
     if (!bOverwrite && Directory::IsLink(tstrDestination)) return Fail(ERROR_FILE_EXISTS, pdwError);
@@ -127,11 +127,11 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
                : CopyPlainly(tstrDestination, tstrSource, false, !bWait || Directory::IsExisted(tstrSource), pdwError);
 }
 
-bool KeepCopy(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError)
+bool Backup(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError)
 {
     if (tstrCopy.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     if (Directory::IsExisted(tstrCopy) || Directory::IsExisted(tstrSource)) return Fail(ERROR_ACCESS_DENIED, pdwError);
-    Directory::HeldFolder folder;
+    Directory::LockedFolder folder;
     if (!HoldHome(folder, tstrCopy, false, pdwError)) return false;
     Replacement replacement(tstrCopy);
     if (!replacement.Create(tstrSource, FILE_ATTRIBUTE_NORMAL, pdwError) ||

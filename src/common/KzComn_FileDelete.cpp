@@ -1,7 +1,7 @@
 // Deleting now.
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Retry.h"
 
 #include <windows.h>
@@ -75,7 +75,7 @@ UniqueFile OpenToDeleteOnly(const std::wstring& tstrPath, DWORD& dwError)
 
 /// Takes away the attributes that block a deletion and deletes the file; what could not be deleted has them back. All
 /// on one open file, a link itself: nothing is done to a file that does not lie in `pHome`, where that is given.
-bool DeleteOnce(const std::wstring& tstrPath, const Directory::HeldFolder* pHome, DWORD& dwError)
+bool DeleteOnce(const std::wstring& tstrPath, const Directory::LockedFolder* pHome, DWORD& dwError)
 {
     UniqueFile file = OpenToDelete(tstrPath, dwError);
     // Who may delete what a folder holds may delete a file in it that gives no right at all, attributes included.
@@ -105,14 +105,14 @@ bool File::Delete(const std::wstring& tstrPath, DWORD* pdwError)
     const auto remove = [&](DWORD& dwError) {
         return DeleteOnce(tstrPath, nullptr, dwError);
     };
-    return TryWhileHeld(
+    return RetryWhileInUse(
         remove, [&] { return !Directory::IsExisted(tstrPath); }, pdwError);
 }
 
 bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
                             const Spared& isSpared)
 {
-    HeldFolder folder;
+    LockedFolder folder;
     if (!folder.Hold(tstrFolder, pdwError)) return false;
     struct Doomed {
         std::wstring tstrPath;
@@ -129,13 +129,13 @@ bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& 
     // Those that others hold are waited for together: a thousand of them must not take half an hour.
     const auto deleteRest = [&](DWORD& dwError) {
         for (Doomed& file : files) {
-            if (!IsHeldByOthers(file.dwError)) continue;
+            if (!IsInUse(file.dwError)) continue;
             if (DeleteOnce(file.tstrPath, &folder, file.dwError)) file.dwError = ERROR_SUCCESS;
-            if (IsHeldByOthers(file.dwError)) dwError = file.dwError;
+            if (IsInUse(file.dwError)) dwError = file.dwError;
         }
         return dwError == ERROR_SUCCESS;
     };
-    static_cast<void>(TryWhileHeld(deleteRest, nullptr));
+    static_cast<void>(RetryWhileInUse(deleteRest, nullptr));
     FirstFailure failure;
     for (const Doomed& file : files) failure.Note(file.dwError == ERROR_SUCCESS, file.dwError);
     return failure.Report(pdwError);

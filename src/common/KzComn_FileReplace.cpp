@@ -110,7 +110,7 @@ bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
         dwError = ::GetLastError();
         return false;
     };
-    if (!TryWhileHeld(flush, pdwError)) return false;
+    if (!RetryWhileInUse(flush, pdwError)) return false;
     return ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
 }
 
@@ -213,7 +213,7 @@ bool Replacement::CopyFrom(const std::wstring& tstrSource, DWORD* pdwError)
         dwError = ::GetLastError();
         return false;
     };
-    if (!TryWhileHeld(copy, pdwError)) return false;
+    if (!RetryWhileInUse(copy, pdwError)) return false;
     // What a copy to a new file takes over; Wine leaves out the attributes when it overwrites one.
     constexpr DWORD kCopied =
         FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
@@ -233,7 +233,7 @@ bool Replacement::Write(std::string_view strBytes, DWORD* pdwError)
         dwError = bOk ? ERROR_DISK_FULL : ::GetLastError();
         return bOk && cbWritten == cb;
     };
-    return TryWhileHeld(write, pdwError);
+    return RetryWhileInUse(write, pdwError);
 }
 
 bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
@@ -282,7 +282,7 @@ bool Replacement::TakePlace(DWORD* pdwError)
         dwError = ::GetLastError();
         return false;
     };
-    if (!TryWhileHeld(rename, pdwError)) return false;
+    if (!RetryWhileInUse(rename, pdwError)) return false;
     m_tstrPath.clear();
     return true;
 }

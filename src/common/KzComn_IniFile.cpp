@@ -102,7 +102,7 @@ bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection, c
         return dwAttributes == INVALID_FILE_ATTRIBUTES || !(dwAttributes & kLasting);
     };
     DWORD dwError = ERROR_SUCCESS;
-    if (TryWhileHeld(store, mayPass, patience, &dwError)) return true;
+    if (RetryWhileInUse(store, mayPass, patience, &dwError)) return true;
     ::SetLastError(dwError);
     return false;
 }

@@ -143,7 +143,7 @@ inline constexpr unsigned kMaxLinks = 16;
 }
 
 /// Whether a folder, or one above it, is a link that is refused: any but an IsPassableLink(). What is said of a folder
-/// need not stay true: HeldFolder sees to that.
+/// need not stay true: LockedFolder sees to that.
 [[nodiscard]] inline bool LeadsThroughLink(const std::wstring& tstrFolder, unsigned uLinks)
 {
     const std::wstring tstrFull = FullPath(tstrFolder);

@@ -18,7 +18,7 @@ bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& st
         dwError = file ? ERROR_SUCCESS : ::GetLastError();
         return file.IsValid();
     };
-    if (!TryWhileHeld(
+    if (!RetryWhileInUse(
             open, [&] { return !Directory::IsExisted(tstrPath); }, pdwError)) {
         return false;
     }

@@ -2,7 +2,7 @@
 
 #include "common/KzComn_AccessControl.h"
 #include "common/KzComn_Handle.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Process.h"
 #include "common/KzComn_Result.h"
 #include "common/KzComn_Retry.h"
@@ -34,7 +34,7 @@ bool OpenForReading(const std::wstring& tstrPath, UniqueFile& file, DWORD& dwErr
     DWORD cbRead = 0;
     if (file && ::ReadFile(file.Get(), &chFirst, 1, &cbRead, nullptr)) return true;
     dwError = ::GetLastError();
-    return !Storage::IsHeldByOthers(dwError) || Storage::Directory::IsExisted(tstrPath);
+    return !Storage::IsInUse(dwError) || Storage::Directory::IsExisted(tstrPath);
 }
 
 DWORD BytesOf(const std::wstring& tstrText)
@@ -147,7 +147,7 @@ bool WindowsMachine::CopyNow(const std::wstring& tstrDestination, const std::wst
 
 bool WindowsMachine::BackUp(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD* pdwError)
 {
-    return Storage::File::KeepCopy(tstrCopy, tstrSource, pdwError);
+    return Storage::File::Backup(tstrCopy, tstrSource, pdwError);
 }
 
 bool WindowsMachine::LinkTo(const std::wstring& tstrName, const std::wstring& tstrFile, DWORD* pdwError)
@@ -162,7 +162,7 @@ bool WindowsMachine::MoveNow(const std::wstring& tstrSource, const std::wstring&
         dwError = ::GetLastError();
         return false;
     };
-    return Storage::TryWhileHeld(move, pdwError);
+    return Storage::RetryWhileInUse(move, pdwError);
 }
 
 bool WindowsMachine::DeleteNow(const std::wstring& tstrPath, DWORD* pdwError)
@@ -212,7 +212,7 @@ Storage::Ini::Section WindowsMachine::ReadIniSection(const std::wstring& tstrPat
         dwError = section.dwError;
         return section.eOutcome != Storage::Ini::SectionOutcome::eFailed;
     };
-    static_cast<void>(Storage::TryWhileHeld(
+    static_cast<void>(Storage::RetryWhileInUse(
         read, [&] { return !Storage::Directory::IsExisted(tstrPath); }, nullptr));
     return section;
 }
@@ -227,7 +227,7 @@ bool WindowsMachine::ReadIniValue(const std::wstring& tstrPath, const std::wstri
     const auto open = [&](DWORD& dwError) {
         return OpenForReading(tstrPath, file, dwError);
     };
-    if (!tstrPath.empty() && !Storage::TryWhileHeld(open, pdwError)) return false;
+    if (!tstrPath.empty() && !Storage::RetryWhileInUse(open, pdwError)) return false;
     tstrValue = tstrDefault;
     return Storage::Guarded(pdwError, [&] {
         Storage::IniFile iniFile;

@@ -79,7 +79,7 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
         return dwAttributes == INVALID_FILE_ATTRIBUTES ||
                !(dwAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_READONLY));
     };
-    static_cast<void>(Storage::TryWhileHeld(save, mayPass, nullptr));
+    static_cast<void>(Storage::RetryWhileInUse(save, mayPass, nullptr));
     return hr;
 }
 

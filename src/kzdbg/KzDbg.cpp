@@ -68,7 +68,7 @@ DWORD __stdcall KzDbgInitialize(void** ppTrace, const DebugLogConfig* pConfig)
         const DWORD dwError = trace->Open(pConfig->stOpened);
         // A file that others hold for a moment may be had with a later line. What is wrong with the folder stays wrong,
         // and a trace must not try that again for every line.
-        if (dwError != ERROR_SUCCESS && !KzCommon::Storage::IsHeldByOthers(dwError)) return dwError;
+        if (dwError != ERROR_SUCCESS && !KzCommon::Storage::IsInUse(dwError)) return dwError;
         *ppTrace = s_traces.Add(std::move(trace));
         return ERROR_SUCCESS;
     });

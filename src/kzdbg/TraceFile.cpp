@@ -1,7 +1,7 @@
 #include "kzdbg/TraceFile.h"
 
 #include "common/KzComn_Environment.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 
 #include <cstdio>
 #include <cwchar>
@@ -10,7 +10,7 @@
 namespace KzDbg {
 
 using KzCommon::UniqueFile;
-using KzCommon::Storage::Directory::HeldFolder;
+using KzCommon::Storage::Directory::LockedFolder;
 
 namespace {
 
@@ -52,7 +52,7 @@ std::wstring FolderOf(const DebugLogConfig& config)
 
 /// Holds the folder of a trace file, made where it is missing. Whoever can put a link on the way to it would have
 /// lines, written with full rights, anywhere. Without a wait: a trace must not hold up what it traces. 0 or the code.
-DWORD HoldFolderOf(const std::wstring& tstrPath, HeldFolder& folder)
+DWORD HoldFolderOf(const std::wstring& tstrPath, LockedFolder& folder)
 {
     DWORD dwError = ERROR_SUCCESS;
     const std::wstring tstrFolder = tstrPath.substr(0, tstrPath.find_last_of(L'\\'));
@@ -69,7 +69,7 @@ bool IsPlainFile(HANDLE hFile) noexcept
 }
 
 /// Opens or creates a file of a folder for appending, a link excepted. 0 or the code, with `file` empty.
-DWORD OpenForAppend(const std::wstring& tstrPath, const HeldFolder& folder, UniqueFile& file)
+DWORD OpenForAppend(const std::wstring& tstrPath, const LockedFolder& folder, UniqueFile& file)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     file.Reset();
@@ -253,7 +253,7 @@ DWORD TraceFile::Reopen(const SYSTEMTIME& time, bool bMayRoll)
     const std::wstring tstrPath = PathOf(time);
     // The name of a deleted file may be in use for as long as the file is open.
     if (StateOf(m_file).bGone) m_file.Reset();
-    HeldFolder folder;
+    LockedFolder folder;
     UniqueFile file;
     DWORD dwError = HoldFolderOf(tstrPath, folder);
     if (dwError == ERROR_SUCCESS) dwError = OpenForAppend(tstrPath, folder, file);

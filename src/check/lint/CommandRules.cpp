@@ -165,13 +165,13 @@ bool IsRemoval(const Word& word)
 }
 
 /// Files that lie in the download folders until the restart moves them.
-void CheckMovedFiles(const CommandCheck& check, const std::wstring& tstrInstalled, const MovedSources& sources)
+void CheckMovedFiles(const CommandCheck& check, const Folder& installed, const MovedSources& sources)
 {
     if (std::any_of(check.words.begin(), check.words.end(), IsRemoval)) return;
     for (const Word& word : check.words) {
-        const std::size_t uAt = String::LowerCase(word.tstrText).find(String::LowerCase(tstrInstalled + kComponents));
+        const std::size_t uAt = String::LowerCase(word.tstrText).find(String::LowerCase(installed / kComponents));
         if (uAt == std::wstring::npos) continue;
-        const std::wstring tstrPath = word.tstrText.substr(uAt + tstrInstalled.size());
+        const std::wstring tstrPath = word.tstrText.substr(uAt + installed.Text().size());
         const std::wstring tstrFolder = String::FolderPart(tstrPath);
         const std::wstring tstrName = tstrPath.substr(tstrFolder.size());
         const auto itFolder = sources.find(tstrFolder);
@@ -216,8 +216,8 @@ void CheckKeyboardFilter(const CommandCheck& check)
 void CheckCommands(const LintContext& context, Report& report)
 {
     const Update& update = context.update;
-    const std::wstring tstrInstalled = update.InstalledFolder().value_or(kUsualInstallFolder);
-    const CustomerFolders folders(tstrInstalled, update.Product().tstrDownloadPath);
+    const Folder installed = update.InstalledFolder().value_or(kUsualInstallFolder);
+    const CustomerFolders folders(installed, update.Product().tstrDownloadPath);
     const auto sources = ListMovedSources(SortDeliveries(update));
     for (const Instruction& instruction : ListInstructions(context.instructions)) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eCommand) continue;
@@ -232,7 +232,7 @@ void CheckCommands(const LintContext& context, Report& report)
         CheckLength(check);
         CheckQuotes(check);
         CheckBlanks(check);
-        CheckMovedFiles(check, tstrInstalled, sources);
+        CheckMovedFiles(check, installed, sources);
         CheckProgram(check);
         CheckKeyboardFilter(check);
     }

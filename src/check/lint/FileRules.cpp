@@ -38,10 +38,10 @@ struct FileCheck {
     Report& report;
 
     [[nodiscard]] bool IsFolder() const { return iOp == op_dir_add || iOp == op_dir_delete; }
-    /// With trailing backslash, without "..", as Windows takes it.
-    [[nodiscard]] std::wstring Folder() const
+    /// Without "..", as Windows takes it.
+    [[nodiscard]] Check::Folder Folder() const
     {
-        return String::EnsureBackslash(Storage::Directory::FullPath(WithoutPrefix(parsed.tstrFolder)));
+        return Storage::Directory::FullPath(WithoutPrefix(parsed.tstrFolder));
     }
     void Add(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) const
     {
@@ -188,7 +188,7 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
     Losses losses = LossesIn(check, around);
     AddDeletedSources(losses, check, around);
     if (losses.cFiles == 0) {
-        const bool bCreated = check.iOp == op_dir_delete && around.created.contains(check.Folder());
+        const bool bCreated = check.iOp == op_dir_delete && around.created.contains(check.Folder().Text());
         if (bCreated) {
             check.report.AddAs(Severity::eWarning, Rule::eDeletesWhatItBrings, kInstructionFile,
                                check.record.valuePlace, L"the folder is created by this update");
@@ -289,7 +289,7 @@ void CheckDestinations(const Surroundings& around, Report& report)
 /// downloaded.
 void CheckLengths(const Surroundings& around, Report& report)
 {
-    const std::size_t cchInstalled = around.folders.InstalledDir().size();
+    const std::size_t cchInstalled = around.folders.InstalledDir().Text().size();
     for (const auto& [tstrLower, files] : around.brought) {
         const auto lengthOf = [&](const Delivery& file) {
             return std::max(file.tstrDestination.size(), cchInstalled + file.tstrSource.size());

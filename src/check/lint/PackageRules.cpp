@@ -94,7 +94,7 @@ bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingP
 {
     const TextPosition place = PlaceOfName(info, missing.key);
     if (place.uLine == 0) return false;
-    const std::wstring tstrFolder = L"\"" + update.RelativeName(missing.package.tstrFolder) + L"\"";
+    const std::wstring tstrFolder = L"\"" + update.Root().Relative(missing.package.folder) + L"\"";
     const std::wstring& tstrRefused = missing.package.tstrRefused;
     if (!tstrRefused.empty()) {
         report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
@@ -140,7 +140,7 @@ void CheckDownloadPaths(const Update& update, Report& report)
         if (!bThere && !bNamed && bMeant) {
             report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
                          L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
-                             update.RelativeName(pMissing->package.tstrFolder) +
+                             update.Root().Relative(pMissing->package.folder) +
                              L"\", which is not there: nothing of it is deployed",
                          pMissing->tstrMeant);
         }
@@ -161,7 +161,7 @@ void CheckSections(const LintContext& context, Report& report)
         const IniSection* const pSection = context.instructions.Find(szSection);
         if (bCarriedOut || !pSection || pSection->records.empty()) continue;
         const std::wstring tstrMissing =
-            bPackage ? update.SettingFolder() : update.RelativeName(update.Product().tstrFolder);
+            bPackage ? update.SettingFolder().Text() : update.Root().Relative(update.Product().folder);
         report.Add(Rule::eSectionWithoutPackage, kInstructionFile, pSection->place,
                    L"[" + pSection->tstrName + L"] is passed over, for there is no folder \"" + tstrMissing + L"\"");
     }
@@ -172,10 +172,10 @@ std::wstring ProgramFolder(const Update& update)
 {
     const PackageLayout::BaseFolders bases(WindowsMachine(),
                                            {.tstrInstallDir = {},
-                                            .tstrProductDownloadDir = update.Product().tstrFolder,
+                                            .tstrProductDownloadDir = update.Product().folder,
                                             .tstrProductDownloadPath = update.Product().tstrDownloadPath,
                                             .tstrResourceDownloadDir = {}});
-    return update.RelativeName(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
+    return update.Root().Relative(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
 }
 
 /// The platform's folder, around the one of the program's own files.
@@ -230,7 +230,7 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
 {
     std::set<std::wstring_view> delivered;
     for (const Delivery& delivery : update.Deliveries()) delivered.insert(delivery.tstrContent);
-    const std::wstring tstrPackage = update.RelativeName(update.Product().tstrFolder);
+    const std::wstring tstrPackage = update.Root().Relative(update.Product().folder);
     std::map<std::wstring, std::vector<std::wstring>> unused;
     for (const std::wstring& tstrFile : update.Files()) {
         // The other platform's files are for other machines.
@@ -240,11 +240,11 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
     std::vector<std::wstring> sources;
     for (const PackageLayout::FolderCopy& copy :
          PackageLayout::ListCopies(WindowsMachine(), {.tstrInstallDir = {},
-                                                     .tstrProductDownloadDir = update.Product().tstrFolder,
+                                                     .tstrProductDownloadDir = update.Product().folder,
                                                      .tstrProductDownloadPath = update.Product().tstrDownloadPath,
                                                      .tstrResourceDownloadDir = {}})) {
-        if (String::IsBelow(copy.tstrSourceDir, update.Product().tstrFolder))
-            sources.push_back(copy.tstrSourceDir.substr(update.Product().tstrFolder.size()));
+        if (!update.Product().folder.Contains(copy.tstrSourceDir)) continue;
+        sources.push_back(update.Product().folder.Relative(copy.tstrSourceDir));
     }
     const std::wstring tstrPlatform = PlatformFolder(update);
     for (const auto& [tstrFolder, files] : unused) {
@@ -299,7 +299,7 @@ void AddLanguage(Languages& languages, const std::wstring& tstrTag)
 
 LanguageKind SettingKind(const Update& update, const LanguageFile& file, Report& report)
 {
-    const std::wstring tstrFront = update.SettingFolder() + file.szBase + L"_";
+    const std::wstring tstrFront = update.SettingFolder() / file.szBase + L"_";
     const std::wstring tstrBack = std::wstring(L".") + file.szExtension;
     LanguageKind kind{{}, false, Severity::eError, [&report, tstrFront, tstrBack](const auto& tstrTag, auto eSeverity) {
                           report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFront + tstrTag + tstrBack, {},
@@ -318,19 +318,19 @@ LanguageKind TableKind(const Update& update, Report& report)
 {
     constexpr std::wstring_view kTable = L"\\StringTable.ini";
     Languages languages;
-    std::wstring tstrFound = update.ResourceFolders().front();
-    for (const std::wstring& tstrFolder : update.ResourceFolders()) {
+    Folder found = update.ResourceFolders().front();
+    for (const Folder& folder : update.ResourceFolders()) {
         for (const std::wstring& tstrFile : update.Files()) {
-            if (!String::IsBelow(tstrFile, tstrFolder)) continue;
-            const std::wstring tstrRest = tstrFile.substr(tstrFolder.size());
+            if (!folder.Contains(tstrFile)) continue;
+            const std::wstring tstrRest = folder.Relative(tstrFile);
             const std::size_t uTag = std::min(tstrRest.find(L'\\'), tstrRest.size());
             if (!String::EqualsNoCase(std::wstring_view(tstrRest).substr(uTag), kTable)) continue;
             AddLanguage(languages, tstrRest.substr(0, uTag));
-            tstrFound = tstrFolder;
+            found = folder;
         }
     }
-    return {languages, false, Severity::eError, [&report, tstrFound, kTable](const auto& tstrTag, auto eSeverity) {
-                report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFound + tstrTag + std::wstring(kTable), {},
+    return {languages, false, Severity::eError, [&report, found, kTable](const auto& tstrTag, auto eSeverity) {
+                report.AddAs(eSeverity, Rule::eLanguageIncomplete, found / tstrTag + std::wstring(kTable), {},
                              L"other languages have this file, " + tstrTag + L" has not");
             }};
 }

@@ -271,8 +271,8 @@ void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
         patch.Warn(Rule::eProductPath, place, L"the value is never missing: no update runs without it");
         return;
     }
-    const std::wstring tstrFolder = String::EnsureBackslash(folders.Expand(parsed.tstrData));
-    if (bText && String::EqualsNoCase(tstrFolder, folders.InstalledDir())) {
+    const Folder folder = folders.Expand(parsed.tstrData);
+    if (bText && String::EqualsNoCase(folder.Text(), folders.InstalledDir().Text())) {
         if (parsed.tstrData.starts_with(kInstalledDir)) return;
         patch.Warn(Rule::eProductPath, place,
                    L"a machine with the product in another folder loses it: leave the value to the installer",
@@ -280,7 +280,7 @@ void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
         return;
     }
     std::wstring tstrThen = L"the rest of the run is left out";
-    if (bText && !parsed.tstrData.empty()) tstrThen = L"the rest of the run reads from \"" + tstrFolder + L"\"";
+    if (bText && !parsed.tstrData.empty()) tstrThen = L"the rest of the run reads from \"" + folder.Text() + L"\"";
     patch.Error(Rule::eProductPath, place,
                 std::wstring(L"the agent finds its folder by this value") + (bText ? L": " : L", which is a text: ") +
                     tstrThen);

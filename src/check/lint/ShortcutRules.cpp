@@ -24,7 +24,7 @@ namespace {
 class ProductFiles {
 public:
     explicit ProductFiles(const Update& update)
-        : m_tstrInstalled(update.InstalledFolder().value_or(kUsualInstallFolder)),
+        : m_installed(update.InstalledFolder().value_or(kUsualInstallFolder)),
           m_bInstalled(update.InstalledFolder().has_value())
     {
         for (const Delivery& delivery : update.Deliveries()) m_brought.insert(delivery.tstrDestination);
@@ -36,17 +36,17 @@ public:
     /// Whether a path below the install folder names a file or folder.
     [[nodiscard]] bool Has(const std::wstring& tstrTarget) const
     {
-        const std::wstring tstrFull = Storage::Directory::FullPath(String::JoinPath(m_tstrInstalled, tstrTarget));
+        const std::wstring tstrFull = Storage::Directory::FullPath(m_installed / tstrTarget);
         if (m_brought.contains(tstrFull)) return true;
         const auto itBelow = m_brought.lower_bound(tstrFull + L"\\");
         if (itBelow != m_brought.end() && String::StartsWithNoCase(*itBelow, tstrFull + L"\\")) return true;
-        const bool bInside = String::StartsWithNoCase(tstrFull, m_tstrInstalled);
+        const bool bInside = String::StartsWithNoCase(tstrFull, m_installed.Text());
         return m_bInstalled && bInside &&
                (Storage::File::IsExisted(tstrFull) || Storage::Directory::IsExisted(tstrFull));
     }
 
 private:
-    std::wstring m_tstrInstalled;
+    Folder m_installed;
     bool m_bInstalled;
     String::NoCaseSet m_brought;  // full paths
 };

@@ -181,7 +181,7 @@ void CheckNewNameTexts(const LintContext& context, Report& report)
     if (!optDue.value_or(bQuestion)) return;
     std::vector<std::wstring> languages = context.languages;
     if (languages.empty() && texts.IsThisMachine()) languages.push_back(Frwk::Utility::GetLanguage(WindowsMachine()));
-    const std::optional<std::wstring>& optInstalled = context.update.InstalledFolder();
+    const std::optional<Folder>& optInstalled = context.update.InstalledFolder();
     if (optInstalled && HasInstalledTable(*optInstalled, languages)) return;
     report.AddAs(optDue ? Severity::eError : Severity::eWarning, Rule::eNewNameTexts, kInstructionFile,
                  bQuestion ? itQuestion->place : TextPosition{},

@@ -51,7 +51,7 @@ enum class InfoFile { eStoresAll, eStoresAscii, eUnknown };
 InfoFile FindInfoFile(const Update& update)
 {
     std::vector<std::wstring> paths{update.FullPath(kUpdateInfoFile)};
-    if (update.InstalledFolder()) paths.insert(paths.begin(), LongPath(*update.InstalledFolder() + kUpdateInfoFile));
+    if (update.InstalledFolder()) paths.insert(paths.begin(), LongPath(*update.InstalledFolder() / kUpdateInfoFile));
     for (const std::wstring& tstrPath : paths) {
         IniScan scan;
         DWORD dwError = ERROR_SUCCESS;
@@ -103,7 +103,7 @@ void CheckVersion(const LintContext& context, Report& report)
                        L": the old version stays recorded");
     } else if (!Storage::Directory::IsExisted(context.update.FullPath(context.update.SettingFolder()))) {
         report.Add(Rule::eVersionNotRecorded, kInstructionFile, pSection->place,
-                   L"[UPDATE_INFO] is passed over, for there is no folder \"" + context.update.SettingFolder() +
+                   L"[UPDATE_INFO] is passed over, for there is no folder \"" + context.update.SettingFolder().Text() +
                        L"\": the old version stays recorded");
     }
 }

@@ -36,22 +36,21 @@ bool IsReadable(const std::wstring& tstrPath, DWORD& dwError)
     return file || dwError == ERROR_FILE_NOT_FOUND;
 }
 
-/// The folder of the installed product, with trailing backslash; empty when there is none.
-std::wstring InstalledFolder(const Machine& machine, const Update& update, bool bGiven)
+/// The folder of the installed product.
+Folder InstalledFolder(const Machine& machine, const Update& update, bool bGiven)
 {
-    const std::wstring tstrFolder = bGiven ? std::wstring() : Frwk::Utility::GetInstalledFolder(machine);
-    return tstrFolder.empty() ? update.InstalledFolder().value_or(std::wstring()) : tstrFolder;
+    const Folder folder = bGiven ? Folder() : Folder(Frwk::Utility::GetInstalledFolder(machine));
+    return folder.IsKnown() ? folder : update.InstalledFolder().value_or(Folder());
 }
 
 }  // namespace
 
-Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir, const PlanOptions& options)
+Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOptions& options)
 {
     const WindowsMachine machine;
     PlannedRun run =
-        PlanRun(machine, {update.Folder(), tstrInstalledDir, options.bInstalledGiven}, &RunAgent, options.bTrace);
-    return {update.Folder(), tstrInstalledDir, std::move(run.steps), std::move(run.unknownLines),
-            std::move(run.tstrTrace)};
+        PlanRun(machine, {update.Root(), installedDir, options.bInstalledGiven}, &RunAgent, options.bTrace);
+    return {update.Root(), installedDir, std::move(run.steps), std::move(run.unknownLines), std::move(run.tstrTrace)};
 }
 
 int RunPlan(const Arguments& arguments, Output& output)
@@ -60,22 +59,22 @@ int RunPlan(const Arguments& arguments, Output& output)
     if (!OpenUpdate(arguments, update, output)) return kCannotRead;
     const WindowsMachine machine;
     const bool bGiven = arguments.optInstalled.has_value();
-    const std::wstring tstrInstalled = InstalledFolder(machine, update, bGiven);
-    if (!machine.HasFolder(tstrInstalled)) {
+    const Folder installed = InstalledFolder(machine, update, bGiven);
+    if (!machine.HasFolder(installed)) {
         output.tstrErrors +=
-            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
+            (installed.IsKnown() ? installed / L": no such folder" : L"no product is installed on this machine") +
             L"; --installed DIR names the product's folder\n";
         return kCannotRead;
     }
     for (const wchar_t* szName : {kInstructionFile, kUpdateInfoFile}) {
         DWORD dwError = ERROR_SUCCESS;
-        const std::wstring tstrLaid = update.Folder() + szName;
-        const std::wstring tstrPath = machine.HasAny(tstrLaid) ? tstrLaid : tstrInstalled + szName;
+        const std::wstring tstrLaid = update.Root() / szName;
+        const std::wstring tstrPath = machine.HasAny(tstrLaid) ? tstrLaid : installed / szName;
         if (!IsReadable(tstrPath, dwError)) return CannotRead(tstrPath, dwError, output);
     }
-    const Plan plan = MakePlan(update, tstrInstalled, {.bInstalledGiven = bGiven, .bTrace = arguments.bTrace});
+    const Plan plan = MakePlan(update, installed, {.bInstalledGiven = bGiven, .bTrace = arguments.bTrace});
     for (const std::size_t uLine : plan.unknownLines) {
-        output.tstrErrors += tstrInstalled + L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
+        output.tstrErrors += installed / L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
     }
     output.strText = arguments.bTrace                     ? String::ToUtf8(plan.tstrTrace)
                      : arguments.eFormat == Format::eJson ? FormatPlanJson(plan)

@@ -3,6 +3,7 @@
 
 #include "check/simulate/ChangeLog.h"
 #include "check/update/CommandLine.h"
+#include "check/update/Folder.h"
 
 #include <string>
 #include <vector>
@@ -11,8 +12,8 @@ namespace Check {
 
 /// A whole run.
 struct Plan {
-    std::wstring tstrUpdateDir;     ///< where the update lies
-    std::wstring tstrInstalledDir;  ///< the installed product that it is for
+    Folder updateDir;     ///< where the update lies
+    Folder installedDir;  ///< the installed product that it is for
     std::vector<PlanStep> steps;
     std::vector<std::size_t> unknownLines{};  ///< of "registry.reg" in the installed folder
     std::wstring tstrTrace{};                 ///< what the run would trace, when asked for
@@ -27,9 +28,8 @@ struct PlanOptions {
 class Update;
 
 /// Carries the agent's run out on a machine in memory: this one, with the update laid over the product that is
-/// installed in `tstrInstalledDir` (with trailing backslash).
-[[nodiscard]] Plan MakePlan(const Update& update, const std::wstring& tstrInstalledDir,
-                            const PlanOptions& options = {});
+/// installed in `installedDir`.
+[[nodiscard]] Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOptions& options = {});
 
 /// The verb.
 [[nodiscard]] int RunPlan(const Arguments& arguments, Output& output);

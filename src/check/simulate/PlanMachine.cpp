@@ -17,13 +17,13 @@ constexpr wchar_t kLaidFolder[] = L"Component";
 
 void LayUpdate(SimulatedMachine& machine, const PlanFolders& folders)
 {
-    if (String::EqualsNoCase(folders.tstrUpdateDir, folders.tstrInstalledDir)) return;
-    if (machine.HasFolder(folders.tstrUpdateDir + kLaidFolder)) {
-        machine.LayOver(folders.tstrInstalledDir + kLaidFolder, folders.tstrUpdateDir + kLaidFolder);
+    if (String::EqualsNoCase(folders.updateDir.Text(), folders.installedDir.Text())) return;
+    if (machine.HasFolder(folders.updateDir / kLaidFolder)) {
+        machine.LayOver(folders.installedDir / kLaidFolder, folders.updateDir / kLaidFolder);
     }
     for (const wchar_t* const szFile : kLaidFiles) {
-        const std::wstring tstrFile = folders.tstrUpdateDir + szFile;
-        if (machine.HasFile(tstrFile)) machine.AddFileFrom(folders.tstrInstalledDir + szFile, tstrFile);
+        const std::wstring tstrFile = folders.updateDir / szFile;
+        if (machine.HasFile(tstrFile)) machine.AddFileFrom(folders.installedDir / szFile, tstrFile);
     }
 }
 
@@ -35,7 +35,7 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
     std::vector<std::size_t> unknown;
     std::string strBytes;
     if (folders.bTakeRegistryFile &&
-        machine.ReadContent(folders.tstrInstalledDir + kRegistryFile, kMostRegistryBytes, strBytes, nullptr)) {
+        machine.ReadContent(folders.installedDir / kRegistryFile, kMostRegistryBytes, strBytes, nullptr)) {
         // The file is about another machine than this one: what this one's product has noted does not count.
         machine.RemoveKey({.tstrKeyPath = Frwk::Utility::kProductKey, .tstrName = {}});
         unknown = machine.LoadRegistryText(strBytes);
@@ -44,11 +44,10 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
                              .tstrName = L"ProductPath",
                              .dwView = Frwk::Utility::ProductRegistryView()};
     RegistryData known = std::wstring();
-    const bool bKnown =
-        machine.ReadValue(path, known, nullptr) &&
-        String::EqualsNoCase(String::EnsureBackslash(std::get<std::wstring>(known)), folders.tstrInstalledDir);
-    if (!bKnown) machine.SetValue(path, ToStored(folders.tstrInstalledDir));
-    machine.SetKnownFolder(KnownFolder::eProgram, folders.tstrInstalledDir);
+    const bool bKnown = machine.ReadValue(path, known, nullptr) &&
+                        String::EqualsNoCase(Folder(std::get<std::wstring>(known)).Text(), folders.installedDir.Text());
+    if (!bKnown) machine.SetValue(path, ToStored(folders.installedDir));
+    machine.SetKnownFolder(KnownFolder::eProgram, folders.installedDir);
     return unknown;
 }
 

@@ -2,13 +2,14 @@
 #pragma once
 
 #include "check/simulate/SimulatedMachine.h"
+#include "check/update/Folder.h"
 
 namespace Check {
 
 /// Where a run is planned.
 struct PlanFolders {
-    std::wstring tstrUpdateDir;     ///< the update, as the update client lays it over the installed product
-    std::wstring tstrInstalledDir;  ///< the installed product; both with trailing backslash
+    Folder updateDir;     ///< the update, as the update client lays it over the installed product
+    Folder installedDir;  ///< the installed product
     /// The file "registry.reg" in the installed folder, where there is one, says what the product's key holds.
     bool bTakeRegistryFile = false;
 };

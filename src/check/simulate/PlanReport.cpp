@@ -88,10 +88,7 @@ std::wstring Quoted(const std::wstring& tstrText)
 /// A path below one of the plan's folders without it.
 std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 {
-    for (const std::wstring& tstrFolder : {plan.tstrInstalledDir, plan.tstrUpdateDir}) {
-        if (KzCommon::String::IsBelow(tstrPath, tstrFolder)) return tstrPath.substr(tstrFolder.size());
-    }
-    return tstrPath;
+    return (plan.installedDir.Contains(tstrPath) ? plan.installedDir : plan.updateDir).Relative(tstrPath);
 }
 
 std::wstring Line(const Change& change, const Plan& plan)
@@ -135,8 +132,9 @@ Json::Value JsonOf(const Change& change)
 
 std::wstring FormatPlanText(const Plan& plan)
 {
-    std::wstring tstrText = L"What \"/DeployFramework\" would do in " + plan.tstrInstalledDir + L"\n";
-    if (plan.tstrUpdateDir != plan.tstrInstalledDir) tstrText += L"with the update in " + plan.tstrUpdateDir + L"\n";
+    std::wstring tstrText = L"What \"/DeployFramework\" would do in " + plan.installedDir.Text() + L"\n";
+    if (plan.updateDir.Text() != plan.installedDir.Text())
+        tstrText += L"with the update in " + plan.updateDir.Text() + L"\n";
     for (const PlanStep& step : plan.steps) {
         if (step.changes.empty() && step.tstrReason.empty()) continue;
         tstrText += L"\n" + step.tstrName;
@@ -156,8 +154,8 @@ std::wstring FormatPlanText(const Plan& plan)
 std::string FormatPlanJson(const Plan& plan)
 {
     Json::Value root(Json::objectValue);
-    root["update"] = ToJson(plan.tstrUpdateDir);
-    root["installed"] = ToJson(plan.tstrInstalledDir);
+    root["update"] = ToJson(plan.updateDir.Text());
+    root["installed"] = ToJson(plan.installedDir.Text());
     root["steps"] = Json::Value(Json::arrayValue);
     for (const PlanStep& step : plan.steps) {
         Json::Value value(Json::objectValue);

@@ -220,7 +220,7 @@ bool SimulatedMachine::CopyNow(const std::wstring& tstrDestination, const std::w
     const FullPath source(tstrSource);
     const Found found = At(source);
     const bool bOver = eMode == CopyMode::eOverwrite;
-    DWORD dwCode = WhyHomeNotHeld(destination);
+    DWORD dwCode = bOver && !found.IsFile() ? TryCopyOver(destination, found) : WhyHomeNotHeld(destination);
     if (dwCode == ERROR_SUCCESS) dwCode = bOver ? TryCopyOver(destination, found) : TryCopyNew(destination, found);
     Change change{.eAction = Action::eCopy, .eOutcome = At(destination).IsFile() ? Outcome::eReplace : Outcome::eNew};
     change.tstrTarget = tstrDestination;

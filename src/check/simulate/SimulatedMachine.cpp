@@ -4,7 +4,7 @@
 #include "check/simulate/RegistryText.h"
 #include "check/update/LongPath.h"
 #include "common/KzComn_File.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_Result.h"
 
 #include <utility>

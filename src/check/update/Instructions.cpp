@@ -72,9 +72,9 @@ std::wstring KeyPathOf(std::wstring tstrKeyPath)
     return tstrKeyPath;
 }
 
-CustomerFolders::CustomerFolders(std::wstring tstrInstalled, const std::wstring& tstrDownloadPath)
-    : m_tstrInstalled(std::move(tstrInstalled)),
-      m_tstrDownload(String::FolderBelow(m_tstrInstalled + L"Component\\", tstrDownloadPath)),
+CustomerFolders::CustomerFolders(Folder installed, const std::wstring& tstrDownloadPath)
+    : m_installed(std::move(installed)),
+      m_tstrDownload(String::FolderBelow(m_installed / L"Component\\", tstrDownloadPath)),
       m_tstrInstallerLog(L"C:\\Windows\\Temp\\"),
       m_tstrLog(L"C:\\ProgramData\\Kazmere\\KZVLT\\Log\\")
 {
@@ -83,7 +83,7 @@ CustomerFolders::CustomerFolders(std::wstring tstrInstalled, const std::wstring&
 std::wstring CustomerFolders::Expand(std::wstring tstrText) const
 {
     ReplacePlaceholders(tstrText, {.pDownloadDir = &m_tstrDownload,
-                                   .pInstalledDir = &m_tstrInstalled,
+                                   .pInstalledDir = &m_installed.Text(),
                                    .pInstallerLogDir = &m_tstrInstallerLog,
                                    .pInteractiveLogDir = &m_tstrLog,
                                    .pServiceLogDir = &m_tstrLog,

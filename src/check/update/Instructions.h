@@ -2,6 +2,7 @@
 #pragma once
 
 #include "agent/Sections.h"
+#include "check/update/Folder.h"
 #include "check/update/IniScan.h"
 
 #include <string>
@@ -40,20 +41,20 @@ struct Field {
 /// A record's key path as Windows takes it: backslashes at its end are dropped.
 [[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
 
-/// The install folder that is taken when none is known, with trailing backslash: the installer's usual one.
+/// The install folder that is taken when none is known: the installer's usual one.
 inline constexpr wchar_t kUsualInstallFolder[] = L"C:\\Program Files\\Kazmere\\KZVLT\\";
 
 /// The folders of a customer's machine that the placeholders stand for, the log folders taken as set.
 class CustomerFolders {
 public:
-    /// `tstrInstalled`: the install folder, with trailing backslash. `tstrDownloadPath`: the product package's name.
-    CustomerFolders(std::wstring tstrInstalled, const std::wstring& tstrDownloadPath);
+    /// `tstrDownloadPath`: the product package's name.
+    CustomerFolders(Folder installed, const std::wstring& tstrDownloadPath);
 
     [[nodiscard]] std::wstring Expand(std::wstring tstrText) const;
-    [[nodiscard]] const std::wstring& InstalledDir() const noexcept { return m_tstrInstalled; }
+    [[nodiscard]] const Folder& InstalledDir() const noexcept { return m_installed; }
 
 private:
-    std::wstring m_tstrInstalled;
+    Folder m_installed;
     std::wstring m_tstrDownload;
     std::wstring m_tstrInstallerLog;
     std::wstring m_tstrLog;

@@ -22,7 +22,7 @@ bool OpenUpdate(const Arguments& arguments, Update& update, Output& output)
     if (dwError == ERROR_FILE_NOT_FOUND) {
         output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
     } else {
-        const bool bInstalled = arguments.optInstalled && Storage::Directory::IsExisted(update.Folder());
+        const bool bInstalled = arguments.optInstalled && Storage::Directory::IsExisted(update.Root());
         static_cast<void>(CannotRead(bInstalled ? *arguments.optInstalled : tstrFolder, dwError, output));
     }
     return false;

@@ -18,26 +18,21 @@ namespace Check {
 
 namespace {
 
-std::wstring FullFolder(const std::wstring& tstrFolder)
-{
-    return String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder));
-}
-
-Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
+Package FindPackage(const Folder& root, const DownloadKey& key)
 {
     Package package;
-    if (!ReadDownloadPath(WindowsMachine(), tstrFolder + kUpdateInfoFile, key, package.tstrDownloadPath)) {
+    if (!ReadDownloadPath(WindowsMachine(), root / kUpdateInfoFile, key, package.tstrDownloadPath)) {
         package.tstrDownloadPath = key.szDefault;
     }
     static_cast<void>(Storage::Guarded(nullptr, [&] {
         Storage::IniFile updateInfo;
-        updateInfo.Open(tstrFolder + kUpdateInfoFile);
+        updateInfo.Open(root / kUpdateInfoFile);
         const std::wstring tstrNamed = updateInfo.ReadString(L"COMPONENT_LIST", key.szKey, {});
         std::wstring tstrPath = tstrNamed;
         if (!tstrNamed.empty() && !NormalizeDownloadPath(tstrPath)) package.tstrRefused = tstrNamed;
     }));
-    package.tstrFolder = String::FolderBelow(tstrFolder + kComponents, package.tstrDownloadPath);
-    package.bThere = Storage::Directory::IsExisted(package.tstrFolder);
+    package.folder = root / kComponents + package.tstrDownloadPath;
+    package.bThere = Storage::Directory::IsExisted(package.folder);
     return package;
 }
 
@@ -46,38 +41,38 @@ Package FindPackage(const std::wstring& tstrFolder, const DownloadKey& key)
 bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstring>& optInstalled, DWORD* pdwError)
 {
     m_tstrGiven = tstrFolder;
-    m_tstrFolder = FullFolder(tstrFolder);
-    const bool bFolder = !m_tstrFolder.empty() && Storage::Directory::IsExisted(m_tstrFolder);
+    m_root = Storage::Directory::FullPath(tstrFolder);
+    const bool bFolder = m_root.IsKnown() && Storage::Directory::IsExisted(m_root);
     if (!bFolder) return Storage::Fail(ERROR_PATH_NOT_FOUND, pdwError);
-    const bool bPackages = Storage::Directory::IsExisted(m_tstrFolder + kComponents);
-    if (!bPackages && !Storage::File::IsExisted(m_tstrFolder + kInstructionFile)) {
+    const bool bPackages = Storage::Directory::IsExisted(m_root / kComponents);
+    if (!bPackages && !Storage::File::IsExisted(m_root / kInstructionFile)) {
         return Storage::Fail(ERROR_FILE_NOT_FOUND, pdwError);
     }
 
     if (optInstalled) {
-        m_optInstalled = FullFolder(*optInstalled);
-    } else if (Storage::File::IsExisted(m_tstrFolder + L"config.xml")) {
-        m_optInstalled = m_tstrFolder;  // an update brings its own below the packages
+        m_optInstalled = Storage::Directory::FullPath(*optInstalled);
+    } else if (Storage::File::IsExisted(m_root / L"config.xml")) {
+        m_optInstalled = m_root;  // an update brings its own below the packages
     }
     if (m_optInstalled && !Storage::Directory::IsExisted(*m_optInstalled)) {
         return Storage::Fail(ERROR_PATH_NOT_FOUND, pdwError);
     }
-    m_product = FindPackage(m_tstrFolder, ProductDownloadKey());
-    m_resource = FindPackage(m_tstrFolder, ResourceDownloadKey());
+    m_product = FindPackage(m_root, ProductDownloadKey());
+    m_resource = FindPackage(m_root, ResourceDownloadKey());
     m_files.clear();
     m_optDeliveries.reset();
     for (const Package* pPackage : {&m_product, &m_resource}) {
-        if (pPackage->bThere && !ListFiles(pPackage->tstrFolder, pdwError)) return false;
+        if (pPackage->bThere && !ListFiles(pPackage->folder, pdwError)) return false;
     }
     return true;
 }
 
-std::vector<std::wstring> Update::FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const
+std::vector<std::wstring> Update::FilesIn(const Folder& folder, const wchar_t* szPattern) const
 {
     std::vector<std::wstring> found;
     for (const std::wstring& tstrFile : m_files) {
-        if (!String::IsBelow(tstrFile, tstrFolder)) continue;
-        const std::wstring tstrName = tstrFile.substr(tstrFolder.size());
+        if (!folder.Contains(tstrFile)) continue;
+        const std::wstring tstrName = folder.Relative(tstrFile);
         if (tstrName.find(L'\\') == std::wstring::npos && ::PathMatchSpecW(tstrName.c_str(), szPattern)) {
             found.push_back(tstrFile);
         }
@@ -85,19 +80,14 @@ std::vector<std::wstring> Update::FilesIn(std::wstring_view tstrFolder, const wc
     return found;
 }
 
-std::wstring Update::RelativeName(const std::wstring& tstrFull) const
+Folder Update::SettingFolder() const
 {
-    return String::IsBelow(tstrFull, m_tstrFolder) ? tstrFull.substr(m_tstrFolder.size()) : tstrFull;
+    return m_root.Relative(m_product.folder / L"Share\\Setting\\");
 }
 
-std::wstring Update::SettingFolder() const
+std::vector<Folder> Update::ResourceFolders() const
 {
-    return RelativeName(m_product.tstrFolder + L"Share\\Setting\\");
-}
-
-std::vector<std::wstring> Update::ResourceFolders() const
-{
-    return {RelativeName(m_product.tstrFolder + L"Share\\Resource\\"), RelativeName(m_resource.tstrFolder)};
+    return {m_root.Relative(m_product.folder / L"Share\\Resource\\"), m_root.Relative(m_resource.folder)};
 }
 
 const std::vector<Delivery>& Update::Deliveries() const
@@ -109,9 +99,9 @@ const std::vector<Delivery>& Update::Deliveries() const
 std::vector<Delivery> Update::FindDeliveries() const
 {
     // The folder of an update that is being checked may be deeper than the one of the product.
-    const std::wstring tstrRoot = AtAnyLength(m_tstrFolder);
+    const std::wstring tstrRoot = AtAnyLength(m_root);
     const auto below = [&](const Package& package) {
-        return package.bThere ? tstrRoot + RelativeName(package.tstrFolder) : std::wstring();
+        return package.bThere ? tstrRoot + m_root.Relative(package.folder) : std::wstring();
     };
     std::vector<Delivery> deliveries =
         ListDeliveries(WindowsMachine(), {.tstrInstallDir = m_optInstalled.value_or(kUsualInstallFolder),
@@ -148,7 +138,7 @@ bool Update::ListFiles(const std::wstring& tstrPackage, DWORD* pdwError)
                 if (entry.bFolder) {
                     below.push_back(tstrPath + L"\\");
                 } else {
-                    m_files.push_back(RelativeName(tstrPath));
+                    m_files.push_back(m_root.Relative(tstrPath));
                 }
             },
             &dwError);

@@ -1,6 +1,7 @@
 // An update as the update client lays it over the install folder: instruction file, update information, packages.
 #pragma once
 
+#include "check/update/Folder.h"
 #include "check/update/LongPath.h"
 
 #include "agent/Deliveries.h"
@@ -18,7 +19,7 @@ namespace Check {
 /// One downloaded package.
 struct Package {
     std::wstring tstrDownloadPath;  ///< its folder's name below "Component\", as the update information has it
-    std::wstring tstrFolder;        ///< full, with trailing backslash
+    Folder folder;                  ///< full
     std::wstring tstrRefused;  ///< the name that the agent does not take, in whose place its own counts; else empty
     bool bThere = false;
 };
@@ -35,19 +36,19 @@ public:
 
     /// As the user wrote it.
     [[nodiscard]] const std::wstring& GivenFolder() const noexcept { return m_tstrGiven; }
-    /// Full, with trailing backslash.
-    [[nodiscard]] const std::wstring& Folder() const noexcept { return m_tstrFolder; }
-    /// The folder of the installed product, with trailing backslash: the one that was given, else this one when a
+    /// Full.
+    [[nodiscard]] const Folder& Root() const noexcept { return m_root; }
+    /// The folder of the installed product: the one that was given, else this one when a
     /// product is installed in it; nothing when none is known.
-    [[nodiscard]] const std::optional<std::wstring>& InstalledFolder() const noexcept { return m_optInstalled; }
+    [[nodiscard]] const std::optional<Folder>& InstalledFolder() const noexcept { return m_optInstalled; }
 
     [[nodiscard]] const Package& Product() const noexcept { return m_product; }
     [[nodiscard]] const Package& Resource() const noexcept { return m_resource; }
     /// All files of both packages, as relative names in the order of the folders' listings.
     [[nodiscard]] const std::vector<std::wstring>& Files() const noexcept { return m_files; }
-    /// Those directly in a folder (relative, with trailing backslash) whose name matches a pattern with "*" and "?".
+    /// Those directly in a folder (relative) whose name matches a pattern with "*" and "?".
     /// PathMatchSpecW.
-    [[nodiscard]] std::vector<std::wstring> FilesIn(std::wstring_view tstrFolder, const wchar_t* szPattern) const;
+    [[nodiscard]] std::vector<std::wstring> FilesIn(const Folder& folder, const wchar_t* szPattern) const;
 
     /// What the deploy steps deliver: ListDeliveries(), for the installed folder or, when none is known, the usual one.
     /// Sources and contents are relative names as Files() has them.
@@ -56,22 +57,20 @@ public:
     /// A file's path, to be read by: see LongPath().
     [[nodiscard]] std::wstring FullPath(std::wstring_view tstrRelative) const
     {
-        return LongPath(m_tstrFolder + std::wstring(tstrRelative));
+        return LongPath(m_root / tstrRelative);
     }
-    /// The name below the update's folder; a path that does not lie there stays as it is.
-    [[nodiscard]] std::wstring RelativeName(const std::wstring& tstrFull) const;
-    /// The product package's settings folder, relative, with trailing backslash.
-    [[nodiscard]] std::wstring SettingFolder() const;
-    /// The folders of both packages that hold a folder for each language, relative, with trailing backslash.
-    [[nodiscard]] std::vector<std::wstring> ResourceFolders() const;
+    /// The product package's settings folder, relative.
+    [[nodiscard]] Folder SettingFolder() const;
+    /// The folders of both packages that hold a folder for each language, relative.
+    [[nodiscard]] std::vector<Folder> ResourceFolders() const;
 
 private:
     [[nodiscard]] bool ListFiles(const std::wstring& tstrPackage, DWORD* pdwError);
     [[nodiscard]] std::vector<Delivery> FindDeliveries() const;
 
     std::wstring m_tstrGiven;
-    std::wstring m_tstrFolder;
-    std::optional<std::wstring> m_optInstalled;
+    Folder m_root;
+    std::optional<Folder> m_optInstalled;
     Package m_product;
     Package m_resource;
     std::vector<std::wstring> m_files;

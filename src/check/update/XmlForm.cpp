@@ -45,9 +45,9 @@ void ForEachTag(const Storage::XmlElement& root,
 std::vector<std::wstring> SettingFiles(const Update& update, const std::wstring& tstrBase,
                                        const std::wstring& tstrExtension)
 {
-    const std::wstring tstrFolder = update.SettingFolder();
-    std::vector<std::wstring> files = update.FilesIn(tstrFolder, (tstrBase + L"_*." + tstrExtension).c_str());
-    for (std::wstring& tstrFile : update.FilesIn(tstrFolder, (tstrBase + L"." + tstrExtension).c_str())) {
+    const Folder folder = update.SettingFolder();
+    std::vector<std::wstring> files = update.FilesIn(folder, (tstrBase + L"_*." + tstrExtension).c_str());
+    for (std::wstring& tstrFile : update.FilesIn(folder, (tstrBase + L"." + tstrExtension).c_str())) {
         files.push_back(std::move(tstrFile));
     }
     return files;

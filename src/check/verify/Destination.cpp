@@ -90,19 +90,17 @@ std::optional<std::wstring> PlainPlace(const std::wstring& tstrRecord, bool bPat
     return tstrPath;
 }
 
-MachineFolders::MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath)
-    : MachineFolders(WindowsMachine(), tstrInstalled, tstrDownloadPath)
+MachineFolders::MachineFolders(const Folder& installed, const std::wstring& tstrDownloadPath)
+    : MachineFolders(WindowsMachine(), installed, tstrDownloadPath)
 {
 }
 
-MachineFolders::MachineFolders(const Machine& machine, const std::wstring& tstrInstalled,
-                               const std::wstring& tstrDownloadPath)
+MachineFolders::MachineFolders(const Machine& machine, const Folder& installed, const std::wstring& tstrDownloadPath)
 {
     PathValues paths(machine);
     paths.ReadLogFolders();
-    const std::wstring tstrFolder = String::EnsureBackslash(tstrInstalled);
-    if (IsRelativeName(tstrDownloadPath)) paths.TakeProductFolders(tstrFolder, tstrDownloadPath);
-    const PlaceholderFolders folders = paths.FoldersOfPlaceholders(tstrFolder);
+    if (IsRelativeName(tstrDownloadPath)) paths.TakeProductFolders(installed, tstrDownloadPath);
+    const PlaceholderFolders folders = paths.FoldersOfPlaceholders(installed);
     for (const Placeholder& placeholder : kPlaceholders) {
         if (folders.*placeholder.pFolder) m_folders[placeholder.szText] = *(folders.*placeholder.pFolder);
     }
@@ -110,26 +108,26 @@ MachineFolders::MachineFolders(const Machine& machine, const std::wstring& tstrI
     m_folders[kSystemDrive] = machine.FolderOf(KnownFolder::eSystem).substr(0, std::size(L"C:\\") - 1);
 }
 
-const std::wstring& MachineFolders::FolderOf(const std::wstring& tstrPlaceholder) const
+const Folder& MachineFolders::FolderOf(const std::wstring& tstrPlaceholder) const
 {
-    static const std::wstring tstrUnknown;
+    static const Folder unknown;
     const auto itFolder = m_folders.find(tstrPlaceholder);
     // What is no full path depends on the current folder.
-    return itFolder != m_folders.end() && String::IsFullPath(itFolder->second) ? itFolder->second : tstrUnknown;
+    return itFolder != m_folders.end() && String::IsFullPath(itFolder->second.Text()) ? itFolder->second : unknown;
 }
 
 std::wstring MachineFolders::PathOf(const Destination& destination) const
 {
-    const std::wstring& tstrFolder = FolderOf(destination.tstrPlaceholder);
-    return tstrFolder.empty() ? tstrFolder : tstrFolder + destination.tstrName;
+    const Folder& folder = FolderOf(destination.tstrPlaceholder);
+    return folder.IsKnown() ? folder / destination.tstrName : std::wstring();
 }
 
 std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 {
     for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
-        const std::wstring& tstrFolder = FolderOf(tstrPlaceholder);
-        if (!tstrFolder.empty() && String::StartsWithNoCase(tstrPath, tstrFolder)) {
-            return tstrPlaceholder + tstrPath.substr(tstrFolder.size());
+        const Folder& folder = FolderOf(tstrPlaceholder);
+        if (folder.IsKnown() && String::StartsWithNoCase(tstrPath, folder.Text())) {
+            return tstrPlaceholder + tstrPath.substr(folder.Text().size());
         }
     }
     return tstrPath;
@@ -151,10 +149,10 @@ bool MachineFolders::ParseRecordPlace(const std::wstring& tstrRecord, bool bPatt
 
 bool MachineFolders::LeadsElsewhere(const Machine& machine, const Destination& destination)
 {
-    const std::wstring& tstrBase = FolderOf(destination.tstrPlaceholder);
+    const Folder& base = FolderOf(destination.tstrPlaceholder);
     for (std::size_t uEnd = destination.tstrName.find(L'\\'); uEnd != std::wstring::npos;
          uEnd = destination.tstrName.find(L'\\', uEnd + 1)) {
-        const std::wstring tstrFolder = tstrBase + destination.tstrName.substr(0, uEnd);
+        const std::wstring tstrFolder = base / destination.tstrName.substr(0, uEnd);
         const auto [itLink, bNew] = m_links.try_emplace(tstrFolder, false);
         if (bNew) itLink->second = machine.IsLink(tstrFolder);
         if (itLink->second) return true;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "agent/PathValues.h"
+#include "check/update/Folder.h"
 
 #include <map>
 #include <optional>
@@ -38,16 +39,15 @@ struct Destination {
 /// The folders of this machine behind the placeholders.
 class MachineFolders {
 public:
-    /// The folders of `machine`. `tstrInstalled`: the install folder. `tstrDownloadPath`: the name of the product
+    /// The folders of `machine`. `installed`: the install folder. `tstrDownloadPath`: the name of the product
     /// package's download folder; empty when it is not known.
-    MachineFolders(const KzCommon::Machine& machine, const std::wstring& tstrInstalled,
-                   const std::wstring& tstrDownloadPath);
+    MachineFolders(const KzCommon::Machine& machine, const Folder& installed, const std::wstring& tstrDownloadPath);
     /// The same of the machine that the program runs on.
-    MachineFolders(const std::wstring& tstrInstalled, const std::wstring& tstrDownloadPath);
+    MachineFolders(const Folder& installed, const std::wstring& tstrDownloadPath);
 
-    [[nodiscard]] const std::wstring& InstalledDir() const { return FolderOf(kInstalledDir); }
-    /// With trailing backslash; empty for one that is not known.
-    [[nodiscard]] const std::wstring& FolderOf(const std::wstring& tstrPlaceholder) const;
+    [[nodiscard]] const Folder& InstalledDir() const { return FolderOf(kInstalledDir); }
+    /// An unknown one is empty.
+    [[nodiscard]] const Folder& FolderOf(const std::wstring& tstrPlaceholder) const;
     /// The full path of a place; empty when its folder is not known.
     [[nodiscard]] std::wstring PathOf(const Destination& destination) const;
     /// A full path as a place below the first folder that holds it; as it is when none does.
@@ -60,7 +60,7 @@ public:
     [[nodiscard]] bool LeadsElsewhere(const KzCommon::Machine& machine, const Destination& destination);
 
 private:
-    std::map<std::wstring, std::wstring> m_folders;
+    std::map<std::wstring, Folder> m_folders;
     std::map<std::wstring, bool> m_links;
 };
 

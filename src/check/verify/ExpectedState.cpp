@@ -148,10 +148,11 @@ private:
     }
 
     /// Where the product is installed, or usually is: a full path below it is one of the product's places.
-    static std::wstring InstalledFolderOf(const Update& update)
+    static Folder InstalledFolderOf(const Update& update)
     {
         const std::wstring tstrRegistered = Frwk::Utility::GetInstalledFolder(WindowsMachine());
-        return update.InstalledFolder().value_or(tstrRegistered.empty() ? kUsualInstallFolder : tstrRegistered);
+        return update.InstalledFolder().value_or(tstrRegistered.empty() ? Folder(kUsualInstallFolder)
+                                                                        : Folder(tstrRegistered));
     }
 
     /// A record's place; nothing, with a line that says so, for one that no manifest can name.
@@ -297,7 +298,7 @@ private:
     void AddUpdateInfo()
     {
         constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
-        const std::wstring tstrSource = m_update.SettingFolder() + kUpdateInfoFile;
+        const std::wstring tstrSource = m_update.SettingFolder() / kUpdateInfoFile;
         const bool bPrepared =
             std::any_of(m_update.Deliveries().begin(), m_update.Deliveries().end(), [&](const Delivery& delivery) {
                 return delivery.tstrContent.empty() && String::EqualsNoCase(delivery.tstrSource, tstrSource);

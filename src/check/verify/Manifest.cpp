@@ -250,9 +250,9 @@ bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstr
 }
 
 /// Puts the manifest in the product package's settings folder, which is created where it is missing.
-bool WriteInto(const std::wstring& tstrFolder, std::string_view strManifest, DWORD* pdwError)
+bool WriteInto(const Folder& folder, std::string_view strManifest, DWORD* pdwError)
 {
-    Storage::File::Replacement file(LongPath(tstrFolder + kShippedManifest));
+    Storage::File::Replacement file(LongPath(folder / kShippedManifest));
     return file.Create({}, FILE_ATTRIBUTE_NORMAL, pdwError) && file.Write(strManifest, pdwError) &&
            file.TakePlace(pdwError);
 }
@@ -261,22 +261,22 @@ bool WriteInto(const std::wstring& tstrFolder, std::string_view strManifest, DWO
 int ShipManifest(const Update& update, Output& output)
 {
     if (!update.Product().bThere) {
-        output.tstrErrors += update.Product().tstrFolder +
+        output.tstrErrors += update.Product().folder /
                              L": no such folder: a manifest is shipped with the product "
                              L"package; without it use \"manifest UPDATE > FILE\"\n";
         return kCannotRead;
     }
     // Without this folder the agent leaves the settings out: it has to be there before the promises are collected.
-    const std::wstring tstrFolder = update.Folder() + update.SettingFolder();
+    const Folder folder = update.Root() / update.SettingFolder().Text();
     DWORD dwError = ERROR_SUCCESS;
     std::string strManifest;
-    const bool bFolder = Storage::Directory::Create(LongPath(tstrFolder), nullptr, &dwError);
+    const bool bFolder = Storage::Directory::Create(LongPath(folder), nullptr, &dwError);
     if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return kCannotRead;
-    if (!bFolder || !WriteInto(tstrFolder, strManifest, &dwError)) {
-        output.tstrErrors += tstrFolder + kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
+    if (!bFolder || !WriteInto(folder, strManifest, &dwError)) {
+        output.tstrErrors += folder / kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
         return kCannotRead;
     }
-    output.strText = String::ToUtf8(tstrFolder + kShippedManifest + L": written\n");
+    output.strText = String::ToUtf8(folder / kShippedManifest + L": written\n");
     return kClean;
 }
 
@@ -322,7 +322,7 @@ bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest,
     ExpectedState expected;
     if (!CollectExpectedState(update, expected, tstrErrors)) return false;
     const ExpectedFile manifest{kInstalledDir + std::wstring(kShippedManifest),
-                                update.SettingFolder() + kShippedManifest,
+                                update.SettingFolder() / kShippedManifest,
                                 true,
                                 {},
                                 std::nullopt};

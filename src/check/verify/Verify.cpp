@@ -266,7 +266,7 @@ private:
     bool IsKept(const std::wstring& tstrPath, const std::wstring& tstrPattern) const
     {
         return tstrPattern.find_first_of(L"*?") != std::wstring::npos &&
-               IsKeptFileFor(m_context.folders.InstalledDir() + L"config.xml", tstrPath);
+               IsKeptFileFor(m_context.folders.InstalledDir() / L"config.xml", tstrPath);
     }
 
     void VerifyDeletion(const ExpectedDeletion& deletion)
@@ -274,7 +274,7 @@ private:
         Destination destination;
         const bool bPlace = m_context.folders.ParseRecordPlace(deletion.tstrPlace, !deletion.bFolder, destination);
         // A log folder that is not set: the agent refuses the record, so that nothing was promised.
-        if (bPlace && m_context.folders.FolderOf(destination.tstrPlaceholder).empty()) return;
+        if (bPlace && !m_context.folders.FolderOf(destination.tstrPlaceholder).IsKnown()) return;
         const std::wstring tstrPath = ResolveRecord(deletion.tstrPlace, !deletion.bFolder);
         if (tstrPath.empty()) return;
         const FileRecord record = ParseFileRecord(deletion.bFolder ? op_dir_delete : op_file_delete, tstrPath);
@@ -384,13 +384,13 @@ private:
     {
         const std::wstring& tstrDownload = m_context.folders.FolderOf(kDownloadDir);
         if (!tstrDownload.empty()) String::ReplaceAll(tstrText, kDownloadDir, tstrDownload);
-        String::ReplaceAll(tstrText, kInstalledDir, m_context.folders.InstalledDir());
+        String::ReplaceAll(tstrText, kInstalledDir, m_context.folders.InstalledDir().Text());
         m_paths.ExpandPlaceholders(tstrText);
     }
 
     void VerifyUpdateInfo(const ExpectedIniKey& value)
     {
-        const std::wstring tstrFile = m_context.folders.InstalledDir() + kUpdateInfoFile;
+        const std::wstring tstrFile = m_context.folders.InstalledDir() / kUpdateInfoFile;
         const std::wstring tstrWhat = tstrFile + L": [" + value.tstrSection + L"] " + value.tstrKey;
         const std::wstring tstrPromised = ReadBack(value.tstrValue);
         std::wstring tstrIs;

@@ -67,13 +67,13 @@ std::size_t CountOf(std::span<const VerifyResult> results, Verdict eVerdict)
 }
 
 /// Where the update that is in the download folder has its manifest; empty when that is not below the install folder.
-std::wstring DownloadedManifest(const std::wstring& tstrInstalled)
+std::wstring DownloadedManifest(const Folder& installed)
 {
     const DownloadKey& key = ProductDownloadKey();
     std::wstring tstrPackage = key.szDefault;
     const WindowsMachine machine;
-    static_cast<void>(ReadDownloadPath(machine, tstrInstalled + kUpdateInfoFile, key, tstrPackage));
-    MachineFolders folders(tstrInstalled, tstrPackage);
+    static_cast<void>(ReadDownloadPath(machine, installed / kUpdateInfoFile, key, tstrPackage));
+    MachineFolders folders(installed, tstrPackage);
     const Destination place{kInstalledDir, kComponents + tstrPackage + L"\\Share\\Setting\\" + kShippedManifest};
     return folders.LeadsElsewhere(machine, place) ? std::wstring() : folders.PathOf(place);
 }
@@ -90,15 +90,15 @@ std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
 
 /// The manifest that was shipped with the newest update: the one that is installed, or that the restart puts in its
 /// place, unless a newer one has been downloaded since. Empty without any.
-std::wstring FindShippedManifest(const std::wstring& tstrInstalled, const PendingPlaces& pending)
+std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& pending)
 {
-    std::wstring tstrFound = tstrInstalled + kShippedManifest;
+    std::wstring tstrFound = installed / kShippedManifest;
     const PendingFate fate = pending.After(tstrFound);
     // Another program may move a file there, too: one from elsewhere is of no update.
-    if (fate.eKind == PendingFate::Kind::eTaken && String::IsBelow(fate.tstrFrom, tstrInstalled)) {
+    if (fate.eKind == PendingFate::Kind::eTaken && installed.Contains(fate.tstrFrom)) {
         tstrFound = fate.tstrFrom;
     }
-    std::wstring tstrDownloaded = DownloadedManifest(tstrInstalled);
+    std::wstring tstrDownloaded = DownloadedManifest(installed);
     const auto optFound = TimeOf(tstrFound);
     const auto optDownloaded = TimeOf(tstrDownloaded);
     if (optDownloaded && (!optFound || *optDownloaded > *optFound)) return tstrDownloaded;
@@ -189,19 +189,19 @@ std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std
 
 int RunVerify(const Arguments& arguments, Output& output)
 {
-    std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(WindowsMachine()));
-    const std::wstring tstrFull = String::EnsureBackslash(Storage::Directory::FullPath(tstrInstalled));
-    if (tstrInstalled.empty() || !Storage::Directory::IsExisted(tstrFull)) {
+    const std::wstring tstrInstalled =
+        arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(WindowsMachine()));
+    const Folder installed = Storage::Directory::FullPath(tstrInstalled);
+    if (tstrInstalled.empty() || !Storage::Directory::IsExisted(installed)) {
         output.tstrErrors +=
             (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
             L"; --installed DIR names the product's folder\n";
         return kCannotRead;
     }
-    tstrInstalled = tstrFull;
     const WindowsMachine machine;
     PendingPlaces pending(machine, ReadPendingMoves(machine));
     const bool bShipped = arguments.operands.empty();
-    const std::wstring tstrSource = bShipped ? FindShippedManifest(tstrInstalled, pending) : arguments.operands.front();
+    const std::wstring tstrSource = bShipped ? FindShippedManifest(installed, pending) : arguments.operands.front();
     if (tstrSource.empty()) {
         output.tstrErrors +=
             L"no update on this machine has brought its manifest, QorUpdate.json. Its author adds it with "
@@ -212,7 +212,7 @@ int RunVerify(const Arguments& arguments, Output& output)
     ExpectedState expected;
     if (!ReadManifest(tstrSource, expected, output)) return kCannotRead;
     if (bShipped) AddOwnContent(tstrSource, expected);
-    MachineFolders folders(tstrInstalled, expected.tstrProduct);
+    MachineFolders folders(installed, expected.tstrProduct);
     ContentReader contents;
     VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
     const std::vector<VerifyResult> results = VerifyState(expected, context);

@@ -124,7 +124,7 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
     DWORD dwError = 0;
     EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"Link\\new"), tstrSource, false, &dwError)) << "a staged copy";
     EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
-    EXPECT_FALSE(Storage::File::KeepCopy(m_install.PathOf(L"Link\\new"), tstrSource, &dwError));
+    EXPECT_FALSE(Storage::File::Backup(m_install.PathOf(L"Link\\new"), tstrSource, &dwError));
     EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
     EXPECT_THAT(m_install.List(),
                 ElementsAre(L"Link\\", L"Link\\b", L"Link\\sub\\", L"src\\", L"src\\b", L"src\\sub\\", L"src\\sub\\a"));
@@ -187,7 +187,7 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
         const UniqueFile held = Hold(L"src\\a");
         m_watch.m_bHurry = true;
         EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
-        EXPECT_EQ(m_watch.m_dwPausedMs, Storage::kHeldRepetitions * Storage::kHeldPauseMs)
+        EXPECT_EQ(m_watch.m_dwPausedMs, Storage::kInUseRepetitions * Storage::kHeldPauseMs)
             << "waited for once, not for each name";
     }
     m_trace.Clear();

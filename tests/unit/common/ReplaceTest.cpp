@@ -2,7 +2,7 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_Handle.h"
-#include "common/KzComn_HeldFolder.h"
+#include "common/KzComn_LockedFolder.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 #include "support/RecordedTrace.h"
@@ -63,14 +63,14 @@ struct Way {
     bool bUnlocks;  // a read-only file is no obstacle
 };
 std::string s_strRead;
-enum { eRead, eCopy, eKeepCopy, eReplaceWhole, eDelete, eDeleteFiles };
+enum { eRead, eCopy, eBackup, eReplaceWhole, eDelete, eDeleteFiles };
 const Way kWays[] = {
     // clang-format off
     {"ReadWhole", [](const TempFolder& f, DWORD* p) { return File::ReadWhole(f.PathOf(L"old"), 1, s_strRead, p); }, "o",
      true},
     {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n",
      false},
-    {"KeepCopy", [](const TempFolder& f, DWORD* p) { return File::KeepCopy(f.PathOf(L"old"), f.PathOf(L"new"), p); },
+    {"Backup", [](const TempFolder& f, DWORD* p) { return File::Backup(f.PathOf(L"old"), f.PathOf(L"new"), p); },
      "n", true},
     {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n",
      false},
@@ -132,7 +132,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
             SystemWatch watch(folder.Path());
             watch.m_bHurry = true;
             EXPECT_FALSE(way.act(folder, &dwError));
-            EXPECT_EQ(kHeldRepetitions * kHeldPauseMs, watch.m_dwPausedMs);
+            EXPECT_EQ(kInUseRepetitions * kHeldPauseMs, watch.m_dwPausedMs);
         }
         EXPECT_THAT(dwError, AnyOf(DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_SHARING_VIOLATION}));
         held.Reset();
@@ -149,7 +149,7 @@ TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
         {eCopy, FILE_ATTRIBUTE_HIDDEN, false}, {eCopy, FILE_ATTRIBUTE_SYSTEM, false},
         {eCopy, FILE_ATTRIBUTE_DIRECTORY, false}, {eReplaceWhole, FILE_ATTRIBUTE_READONLY, false},
         {eReplaceWhole, FILE_ATTRIBUTE_HIDDEN, true}, {eReplaceWhole, FILE_ATTRIBUTE_DIRECTORY, false},
-        {eKeepCopy, kLocked, true}, {eKeepCopy, FILE_ATTRIBUTE_DIRECTORY, false}, {eDelete, kLocked, true},
+        {eBackup, kLocked, true}, {eBackup, FILE_ATTRIBUTE_DIRECTORY, false}, {eDelete, kLocked, true},
         {eDelete, FILE_ATTRIBUTE_DIRECTORY, false}, {eDeleteFiles, kLocked, true}};  // clang-format on
     for (const auto& [nWay, dwAttributes, bDone] : rows) {
         const Way& way = kWays[nWay];
@@ -165,7 +165,7 @@ TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
         EXPECT_EQ(bDone ? 0 : DWORD{ERROR_ACCESS_DENIED}, dwError);
         EXPECT_LT(::GetTickCount64() - ullStart, 1500U);
         const DWORD dwAfter = ::GetFileAttributesW(folder.PathOf(L"old").c_str());
-        EXPECT_EQ(bDone && nWay == eKeepCopy ? 0 : dwAttributes, dwAfter & (dwAttributes | kLocked));
+        EXPECT_EQ(bDone && nWay == eBackup ? 0 : dwAttributes, dwAfter & (dwAttributes | kLocked));
         if (bFolder) continue;
         EXPECT_EQ(bDone ? way.expected : "o", folder.Read(L"old"));
     }
@@ -217,7 +217,7 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
         folder.Write(L"old", "o");
     }
     ::SetFileAttributesW(tstrNew.c_str(), kLocked);
-    EXPECT_TRUE(File::KeepCopy(folder.PathOf(L"kept"), tstrOld, nullptr));
+    EXPECT_TRUE(File::Backup(folder.PathOf(L"kept"), tstrOld, nullptr));
     EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(L"kept")));
     EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
     EXPECT_EQ(kLocked, ::GetFileAttributesW(tstrOld.c_str()) & kLocked);
@@ -230,7 +230,7 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
     const std::wstring tstrNew = folder.Write(L"new", "n");
     const std::wstring tstrOld = folder.Write(L"old", "o");
     folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), 0));
-    EXPECT_TRUE(File::KeepCopy(tstrOld, tstrNew, nullptr)) << "the next name is free";
+    EXPECT_TRUE(File::Backup(tstrOld, tstrNew, nullptr)) << "the next name is free";
     for (unsigned uNumber = 1; uNumber < 100; ++uNumber) {
         folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), uNumber));
     }
@@ -238,7 +238,7 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
     EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
     EXPECT_EQ("n", folder.Read(L"old"));
     DWORD dwError = 0;
-    EXPECT_FALSE(File::KeepCopy(tstrOld, tstrNew, &dwError));
+    EXPECT_FALSE(File::Backup(tstrOld, tstrNew, &dwError));
     EXPECT_EQ(DWORD{ERROR_FILE_EXISTS}, dwError);
     EXPECT_FALSE(File::Copy(folder.PathOf(L"none\\old"), tstrNew, true, &dwError));
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, dwError);
@@ -276,14 +276,14 @@ TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
     }
 }
 
-TEST(Replace, AHeldFolderCannotBeExchangedAndKnowsItsOwnFiles)
+TEST(Replace, ALockedFolderCannotBeExchangedAndKnowsItsOwnFiles)
 {
     const TempFolder folder;
     UniqueFile inside = Hold(folder.Write(L"a\\b\\file", ""));
     const UniqueFile outside = Hold(folder.Write(L"a\\other\\file", ""));
     DWORD dwError = 0;
     {
-        Directory::HeldFolder held;
+        Directory::LockedFolder held;
         EXPECT_FALSE(held.Hold(folder.PathOf(L"a\\none\\"), &dwError));
         EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, dwError);
         ASSERT_TRUE(held.Hold(folder.PathOf(L"A\\b\\"), nullptr));
@@ -314,10 +314,10 @@ TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
 {
     ASSERT_FALSE(MayRestore()) << "the privilege is not switched on by default";
     for (const DWORD dwRefused : {ERROR_SUCCESS, ERROR_INVALID_OWNER, ERROR_ACCESS_DENIED}) {
-        for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole], kWays[eKeepCopy]}) {
+        for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole], kWays[eBackup]}) {
             SCOPED_TRACE(way.szName + std::to_string(dwRefused));
             const TempFolder folder;
-            const bool bKept = std::string(way.szName) == "KeepCopy";
+            const bool bKept = std::string(way.szName) == "Backup";
             folder.Write(L"new", "n");
             ASSERT_TRUE(
                 ::CreateHardLinkW(folder.PathOf(L"second").c_str(), folder.Write(L"old", "o").c_str(), nullptr));

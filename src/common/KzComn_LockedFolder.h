@@ -14,7 +14,7 @@
 namespace KzCommon::Storage::Directory {
 
 /// Holds a folder and all above it open, so that none of them can be moved away and another put in its place.
-class HeldFolder {
+class LockedFolder {
 public:
     /// How Hold() goes about it.
     struct Way {
@@ -55,7 +55,7 @@ private:
 };
 
 /// Opens a folder so that it can be neither moved nor deleted.
-inline UniqueFile HeldFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, DWORD& dwError)
+inline UniqueFile LockedFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, DWORD& dwError)
 {
     constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
     UniqueFile folder(
@@ -71,7 +71,7 @@ inline UniqueFile HeldFolder::Open(const std::wstring& tstrPath, DWORD dwFlags, 
 
 /// Opens a folder, and makes a missing one where `way` says so. `bRefused`: it cannot be made, and a wait does not
 /// help.
-inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError, bool& bRefused)
+inline UniqueFile LockedFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError, bool& bRefused)
 {
     UniqueFile folder = Open(tstrPath, kItself, dwError);
     const bool bMissing = dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
@@ -85,7 +85,7 @@ inline UniqueFile HeldFolder::OpenOrMake(const std::wstring& tstrPath, const Way
 
 /// Whether an open folder is a link: what IsLink() tells of its path, told of what is held. (Wine knows it by the path
 /// only.)
-inline bool HeldFolder::IsLinkOpen(HANDLE hFolder) noexcept
+inline bool LockedFolder::IsLinkOpen(HANDLE hFolder) noexcept
 {
     FILE_ATTRIBUTE_TAG_INFO info{};
     return ::GetFileInformationByHandleEx(hFolder, FileAttributeTagInfo, &info, sizeof(info)) &&
@@ -93,7 +93,7 @@ inline bool HeldFolder::IsLinkOpen(HANDLE hFolder) noexcept
 }
 
 /// Where an open file or folder really lies, drives by their devices' names; empty when the system cannot tell.
-inline std::wstring HeldFolder::FinalPathOf(HANDLE hFile)
+inline std::wstring LockedFolder::FinalPathOf(HANDLE hFile)
 {
     constexpr DWORD kFlags = FILE_NAME_NORMALIZED | VOLUME_NAME_NT;
     std::wstring tstrPath(MAX_PATH, L'\0');
@@ -107,7 +107,7 @@ inline std::wstring HeldFolder::FinalPathOf(HANDLE hFile)
     return tstrPath;
 }
 
-inline bool HeldFolder::Add(const Opener& open, bool bWait, DWORD* pdwError)
+inline bool LockedFolder::Add(const Opener& open, bool bWait, DWORD* pdwError)
 {
     bool bRefused = false;
     const auto attempt = [&](DWORD& dwError) {
@@ -116,20 +116,20 @@ inline bool HeldFolder::Add(const Opener& open, bool bWait, DWORD* pdwError)
         return dwError == ERROR_SUCCESS;
     };
     DWORD dwError = ERROR_SUCCESS;
-    if (TryWhileHeld(
+    if (RetryWhileInUse(
             attempt, [&] { return bWait && !bRefused; }, &dwError)) {
         return true;
     }
     return Fail(dwError == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : dwError, pdwError);
 }
 
-inline bool HeldFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way)
+inline bool LockedFolder::Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way)
 {
     m_folders.clear();
     return HoldAll(FullPath(tstrFolder), way, kMaxLinks, pdwError);
 }
 
-inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError)
+inline bool LockedFolder::HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError)
 {
     std::size_t uStart = RootLength(tstrFull);
     std::wstring tstrPath = tstrFull.substr(0, uStart) + L'\\';
@@ -164,7 +164,7 @@ inline bool HeldFolder::HoldAll(const std::wstring& tstrFull, const Way& way, un
     return true;
 }
 
-inline bool HeldFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNames)
+inline bool LockedFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNames)
 {
     std::wstring tstrFinal = FinalPathOf(m_folders.back().Get());
     // Nothing above an open folder can be moved: it is enough that the last is where its path says. A path with short
@@ -182,18 +182,18 @@ inline bool HeldFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNames
 
 /// Whether a folder that was opened by its path is still where the one above it is: that one, though held, can become a
 /// junction after the look at it. Nothing is known of how a server follows its paths.
-inline bool HeldFolder::IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove)
+inline bool LockedFolder::IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove)
 {
     if (tstrFinal.empty() || tstrFinalAbove.empty() || tstrFinalAbove.starts_with(L"\\Device\\Mup")) return true;
     return IsSamePath(tstrFinal.substr(0, tstrFinal.find_last_of(L'\\')), tstrFinalAbove);
 }
 
-inline bool HeldFolder::IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept
+inline bool LockedFolder::IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept
 {
     return ::CompareStringOrdinal(tstrPath.c_str(), -1, tstrOther.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
 
-inline bool HeldFolder::IsHomeOf(HANDLE hFile) const
+inline bool LockedFolder::IsHomeOf(HANDLE hFile) const
 {
     if (m_tstrFinalPath.empty()) return true;
     const std::wstring tstrFile = FinalPathOf(hFile);
