@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Runs the benchmark program on a throwaway machine and prints its samples as a table; see tools/bench.sh."""
+import argparse
 import os
 import pathlib
 import shutil
@@ -11,6 +12,7 @@ from typing import Iterable
 
 from brevantlab.machine import Machine
 from brevantlab.prefix import ROOT
+from brevantlab.try_update import Parser
 
 PROGRAMS = 'C:\\Bench\\'
 MEGABYTE = 1 << 20
@@ -120,8 +122,20 @@ def plot(growth: dict[str, list[list[float]]], file: pathlib.Path) -> None:
     print(f'[bench] {file.relative_to(ROOT)} drawn')
 
 
+def parse(arguments: list[str]) -> argparse.Namespace:
+    parser = Parser('tools/bench.sh', description='Measures the program against the bare Windows calls and an empty '
+                    'program.')
+    parser.add_argument('--quick', action='store_true', help='fewer rounds, and without the growth')
+    parser.add_argument('--plot', action='store_true', help='draw the growth into docs/growth.svg')
+    options = parser.parse_args(arguments)
+    if options.quick and options.plot:
+        parser.error('--quick measures no growth that --plot could draw')
+    return options
+
+
 def main(arguments: list[str]) -> None:
-    quick = '--quick' in arguments
+    options = parse(arguments)
+    quick = options.quick
     build = pathlib.Path(os.environ.get('BREVANT_BUILD', ROOT / 'build' / 'release'))
     wine = subprocess.run(['wine', '--version'], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True).stdout
     start, before = time.monotonic(), busy()
@@ -136,7 +150,7 @@ def main(arguments: list[str]) -> None:
     print_figures(samples, build / 'bin')
     if 'growth' in samples:
         print_growth(samples['growth'])
-        if '--plot' in arguments:
+        if options.plot:
             plot(samples['growth'], ROOT / 'docs' / 'growth.svg')
     print(f"A trace call that prints nothing: {spread(n for n, in samples['call']['disabled trace'])[0]} ns")
 

@@ -6,6 +6,12 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+source tools/tool.sh
+answer_help "$@"
+for argument in "$@"; do
+    [[ "$argument" == --python && $# -eq 1 ]] || [[ "$argument" == *.cpp && -f "$argument" ]] ||
+        wrong_use "neither --python alone nor a source: $argument"
+done
 source tools/packages.sh
 
 readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location

@@ -5,6 +5,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+caller="$PWD"
+source tools/tool.sh
+ask_parser bench "$@"
 source tools/packages.sh
 [[ " $* " != *" --plot "* ]] || need_packages python3-matplotlib
 tools/build.sh

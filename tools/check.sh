@@ -1,10 +1,22 @@
 #!/usr/bin/env bash
 # Runs BrevantCheck from Debian on a throwaway machine: tools/check.sh VERB ARGUMENT... with paths of the host, or
 # tools/check.sh UPDATE... to lint each update. Exit code: the program's, of several updates the highest; 3010, a
-# restart is pending, shows as 194.
+# restart is pending, shows as 194. Its own: 64 a wrong use. tools/check.sh VERB --help tells the options of a verb.
 set -euo pipefail
 here="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/tool.sh
+[[ $# -gt 0 ]] || answer_help --help
+case "$1" in
+    lint | plan | manifest | verify | trace) ;; # their options are the program's
+    --version) ;;
+    *)
+        answer_help "$1"
+        for update in "$@"; do
+            [[ -d "$here/$update" || -d "$update" ]] || wrong_use "no verb and no update: $update"
+        done
+        ;;
+esac
 program="${BREVANT_BIN:-$PWD/build/release/bin}/BrevantCheck.exe"
 if [[ ! -f "$program" ]]; then
     tools/build.sh >&2
@@ -22,8 +34,8 @@ check() {
     PYTHONPATH=tools python3 -B -m brevantlab.machine run "$program" "${arguments[@]}"
 }
 
-case "${1:---help}" in
-    lint | plan | manifest | verify | trace | -*) check "${@:---help}" ;;
+case "$1" in
+    lint | plan | manifest | verify | trace | -*) check "$@" ;;
     *)
         code=0
         for update in "$@"; do

@@ -1,5 +1,5 @@
 # For scripts that try programs on throwaway machines, sourced from the project's folder. Nothing is built when
-# BREVANT_BIN names a folder with programs; the whole output is in build/programs.log.
+# BREVANT_BIN names a folder with programs; the whole output is in build/programs.log. tools/tool.sh comes first.
 
 # prepare_programs: sets up, builds the shipped programs and the stand-ins, and names their folders. Returns 64 for a
 # BREVANT_BIN without programs, 70 when something cannot be built, so that neither looks like the outcome of a trial.
@@ -19,6 +19,6 @@ prepare_programs() {
         # Before "||" no command ends the shell by itself.
         "$build" && cmake --preset test -Wno-dev &&
             cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
-    } 2>&1 | tee "$log" | { grep --line-buffered '^\[[a-z]*\]' || true; } || { tail -n 40 "$log" >&2; return 70; }
+    } 2>&1 | tee "$log" | show_progress || { tail -n 40 "$log" >&2; return 70; }
     echo "[programs] ready after $((SECONDS - start)) s"
 }

@@ -16,7 +16,7 @@ import re
 import shutil
 import sys
 import time
-from typing import Any, Iterable, Iterator, Optional
+from typing import Any, Iterable, Iterator
 
 from . import prefix as prefixes, registry
 from .expect import differences
@@ -24,6 +24,7 @@ from .layouts import SAMPLES, Files
 from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
 from .random_update import INSTALLS, Scenario, known_cases, random_scenario
 from .standins import CANCEL, Question
+from .try_update import Parser
 
 PlannedChange = dict[str, Any]  # as "plan --format json" has it
 
@@ -372,9 +373,9 @@ def keep(scenario: Scenario, folder: pathlib.Path) -> None:
     (home / 'scenario.json').write_text(json.dumps(rest, indent=2) + '\n', 'utf-8')
 
 
-def main(arguments: Optional[list[str]] = None) -> int:
-    parser = argparse.ArgumentParser(prog='tools/agree.sh', description='Compares "BrevantCheck plan" with what a run '
-                                     'then does, on random updates and machines. Exit code: 0 they agree, 1 not.')
+def parse(arguments: list[str]) -> argparse.Namespace:
+    parser = Parser('tools/agree.sh', description='Compares "BrevantCheck plan" with what a run then does, on random '
+                    'updates and machines. Exit code: 0 they agree, 1 not, 64 a wrong option.')
     parser.add_argument('--seeds', type=int, default=50, metavar='N', help='how many random updates (50)')
     parser.add_argument('--first', type=int, default=1, metavar='S', help='the number of the first (1)')
     parser.add_argument('--restart-every', type=int, default=10, metavar='N',
@@ -382,6 +383,13 @@ def main(arguments: Optional[list[str]] = None) -> int:
     parser.add_argument('--cases', action='store_true', help='the known cases as well')
     parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='writes updates that disagree to this folder')
     options = parser.parse_args(arguments)
+    if min(options.seeds, options.restart_every) < 0:
+        parser.error('counts are not negative')
+    return options
+
+
+def main(arguments: list[str]) -> int:
+    options = parse(arguments)
     scenarios = itertools.chain(known_cases() if options.cases else (),
                                 map(random_scenario, range(options.first, options.first + options.seeds)))
     tried, failed, start = 0, 0, time.monotonic()
@@ -401,4 +409,4 @@ def main(arguments: Optional[list[str]] = None) -> int:
 
 if __name__ == '__main__':
     BUILD.mkdir(exist_ok=True)
-    sys.exit(main())
+    sys.exit(main(sys.argv[1:]))
