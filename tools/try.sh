@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Tries an update on a throwaway machine: checks it, deploys it, answers, restarts, and shows what has arrived. An update
 # is a folder that looks like what is laid over the install folder; without one the sample is tried. --help tells the rest.
-# Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 64 a wrong option, 70 nothing could be tried
-# because the programs could not be built.
+# Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 4 the checker itself failed (it crashed or
+# could not read its input), 64 a wrong option, 70 nothing could be tried because the programs could not be built.
 set -euo pipefail
 caller="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/tool.sh
+ask_parser brevantlab.try_update "$@"
 source tools/programs.sh
 prepare_programs
 cd "$caller"

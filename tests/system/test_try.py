@@ -1,10 +1,12 @@
 """Any update on a throwaway machine: what did not arrive is named, a power cut does no harm, the report has filters."""
+import os
 import pathlib
 import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import unittest.mock
 
 from brevantlab import report
 from brevantlab.expect import LabTest
@@ -77,9 +79,27 @@ class Try(LabTest):
         self.assertNotIn('changed', found.values())
         self.assertSame({'Patterns\\sites.ptn': 'changed'}, self.rows_of(page, 'state=changed&text=PATTERNS'))
 
+    def test_a_checker_without_a_verdict(self):
+        programs = pathlib.Path(shutil.copytree(os.environ['BREVANT_BIN'], self.home / 'programs'))
+        self.enterContext(unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)))
+        crash = '*(volatile int*)0 = 1'
+        for statement, told in ((crash, 'lint ended with exit code 5: it crashed'),
+                                ('return 3', 'lint ended with exit code 3: it could not read its input'),
+                                (f'if (count > 1 && words[1][0] == 118) {crash}', 'verify ended with exit code 5')):
+            with self.subTest(statement):
+                (self.home / 'checker.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
+                subprocess.run(['x86_64-w64-mingw32-gcc', '-o', programs / 'BrevantCheck.exe', self.home / 'checker.c'],
+                               check=True)
+                done = subprocess.run([sys.executable, '-B', '-m', 'brevantlab.try_update', self.update, '--installed',
+                                       self.installed], stdout=subprocess.PIPE, text=True)
+                self.assertEqual(4, done.returncode, done.stdout)
+                self.assertIn(told, done.stdout)
+                self.assertNotIn('REFUSED', done.stdout)
+
     def test_a_power_cut(self):
         self.update, self.installed = write_sample(self.home / 'first')
         outcome = self.outcome(answer='later', kill_at=200)
         self.assertTrue(outcome.ended)
         self.assertSame([], outcome.problems())
         self.assertEqual((0, 'Kazmere Qorvault'), (outcome.exit_code(), outcome.question.get('title')))
+        self.assertRegex(dict(outcome.summary())['question'], 'Kazmere Qorvault: "Restart .*" Answer: later')

@@ -1,4 +1,5 @@
 """Tries the sample's update once for each of its languages, and compares what is seen with what it must show."""
+import argparse
 import os
 import pathlib
 import re
@@ -9,12 +10,12 @@ import time
 from typing import Any, Iterator
 
 from . import expect, trace
-from .layouts import MARKER, PROXY_PASSWORD, File, folders, read_files, write_sample
+from .layouts import MARKER, PROXY_PASSWORD, File, folders, planted_files, read_files, write_sample
 from .links import ShellLink
 from .machine import PRODUCT
 from .outcome import Move, Outcome
 from .prefix import VERSION
-from .try_update import Options, Parser, Refused, Trial, progress, show
+from .try_update import CHECKER_FAILED, CheckerFailed, Options, Parser, Refused, Trial, progress, show
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.
@@ -171,6 +172,7 @@ class Expectations:
             others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
         known = {path for path, content in expected.items() if content} | {PRODUCT + name for name in others}
         yield 'files that nobody expects', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
+        yield 'files that no step looks at', set(planted_files()), set(self.outcome.never_looked_at())
         yield 'folder Legacy', False, (PRODUCT + 'Legacy').casefold() in self.outcome.folders
 
     def registry(self) -> Iterator[Topic]:
@@ -216,17 +218,23 @@ def play(language: str) -> tuple[Outcome, list[str]]:
     home = pathlib.Path(tempfile.mkdtemp(prefix='brevant-sample-'))
     try:
         update, installed = write_sample(home)
-        outcome = Trial(Options(update, installed, language, LANGUAGES[language]['answer']), progress(language)).run()
+        options = Options(update, installed, language, LANGUAGES[language]['answer'], planted=planted_files())
+        outcome = Trial(options, progress(language)).run()
     finally:
         shutil.rmtree(home, ignore_errors=True)
     return outcome, Expectations(language, outcome).failures()
 
 
-def main(arguments: list[str]) -> int:
+def parse(arguments: list[str]) -> argparse.Namespace:
     parser = Parser('tools/demo.sh', description=__doc__)
     parser.add_views()
     options = parser.parse_args(arguments)
     parser.make_report_folder(options.report)
+    return options
+
+
+def main(arguments: list[str]) -> int:
+    options = parse(arguments)
     start, failures, incomplete = time.monotonic(), [], []
     for language in LANGUAGES:
         try:
@@ -234,10 +242,14 @@ def main(arguments: list[str]) -> int:
         except Refused as findings:
             print(f'\n{findings}\n[demo] FAILED: the checker refuses the sample')
             return 1
+        except CheckerFailed as failure:
+            print(f'\n{failure}\n[demo] FAILED: the checker itself failed; the sample was not tried')
+            return CHECKER_FAILED
         print()
         show(outcome, options.details, options.report / language if options.report else None)
         failures += failed
         incomplete += [] if outcome.complete() else [f'{language}: the update is not complete']
+    print(f'[demo] NEVER LOOKED AT: the sample brings {len(planted_files())} such files on purpose (samples/files.txt)')
     print(f'[demo] {len(LANGUAGES)} machines in {time.monotonic() - start:.0f} s: '
           + ('FAILED' if failures + incomplete else 'complete, and every expectation held'))
     print('\n'.join(f'  {text}' for text in incomplete + failures), end='\n' if failures + incomplete else '')

@@ -67,6 +67,11 @@ def read_files(install: str = PRODUCT) -> list[File]:
     return rows
 
 
+def planted_files(install: str = PRODUCT) -> frozenset[str]:
+    """The update's files that no step looks at: its mistakes, made on purpose."""
+    return frozenset(row.source for row in read_files(install) if row.source and not row.target)
+
+
 Files = dict[str, bytes]  # by Windows path
 
 

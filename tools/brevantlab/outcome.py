@@ -9,6 +9,11 @@ from .links import ShellLink
 from .layouts import MARKER
 from .machine import PRODUCT
 
+# What an exit code (its low byte) of BrevantCheck says when it is no verdict.
+NO_VERDICT = {2: 'it was used wrongly', 3: 'it could not read its input', 5: 'it crashed (access violation)'}
+NO_END = 124  # the code of a call that did not end in time
+VERDICTS = {'lint': (0, 1), 'manifest': (0, 3), 'verify': (0, 1, 3010 & 0xFF)}  # 3: the update cannot be described
+
 # What every deployment notes about itself.
 BOOKKEEPING = {'DoUpdateDeploy', 'FrwkDeployTick', MARKER[0]}
 
@@ -37,8 +42,18 @@ class State:
 @dataclasses.dataclass
 class Check:
     """One call of BrevantCheck."""
+    verb: str
     code: int
     lines: list[str]
+
+    def failure(self) -> str:
+        """Why the checker itself failed; empty when its exit code is a verdict."""
+        if self.code in VERDICTS[self.verb]:
+            return ''
+        if self.code == NO_END:
+            return f'BrevantCheck {self.verb} did not end in time'
+        why = NO_VERDICT.get(self.code, 'it crashed or was ended')
+        return f'BrevantCheck {self.verb} ended with exit code {self.code}: {why}'
 
 
 class Row(NamedTuple):
@@ -70,6 +85,8 @@ class Outcome:
     verify: Check
     folders: set[str]  # every folder after the restart, in small letters
     seconds: float
+    answer: str = ''  # to the question
+    planted: frozenset[str] = frozenset()  # files of the update that no step is to look at, by place on the machine
 
     # -- files --
 
@@ -152,6 +169,7 @@ class Outcome:
         rows += [('NOT WRITTEN', name) for name in self.not_written()]
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
                  if move.target not in self.not_arrived()]
+        rows += [('CHECKER FAILED', check.failure()) for check in (self.lint, self.verify) if check.failure()]
         if self.verify.code != 0:
             names = [where.partition(': ')[0].removeprefix('HKLM\\').casefold() for _, where in rows]
             found = [line.partition(': ') for line in self.verify.lines
@@ -163,7 +181,11 @@ class Outcome:
         return self.code == 0 and not self.problems() and self.verify.code == 0
 
     def exit_code(self) -> int:
-        return 3 if self.code != 0 else 0 if self.complete() else 1
+        if self.code != 0:
+            return 3
+        if self.lint.failure() or self.verify.failure():
+            return 4
+        return 0 if self.complete() else 1
 
     # -- what is shown --
 
@@ -183,7 +205,11 @@ class Outcome:
                                        f'{values} registry values, {len(commands)} commands{renamed}'),
                 ('after the restart', f'{self.arrived()} of {moved} arrived')]
         rows += self.problems()
-        rows += [('NEVER LOOKED AT', short(path)) for path in self.never_looked_at()]
+        rows += [('NEVER LOOKED AT', short(path) + (' (planted)' if path in self.planted else ''))
+                 for path in self.never_looked_at()]
+        if self.question:
+            rows.append(('question', f'{self.question.get("title")}: "{self.question.get("message")}" '
+                                     f'Answer: {self.answer}'))
         return rows + [
             ('shortcuts', f'{len(links[0].keys() - links[1].keys())} removed, {made} made'),
             ('settings', f'{len(texts) - secret - alone} carried over, {secret} secret, {alone} left alone'),

@@ -1,6 +1,7 @@
 """Tries any update on a throwaway machine: checks it, deploys it, answers, restarts and looks what has arrived.
 
-Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 64 a wrong option.
+Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 4 the checker failed, 64 a
+wrong option.
 """
 import argparse
 import json
@@ -8,6 +9,7 @@ import os
 import pathlib
 import shutil
 import struct
+import subprocess
 import sys
 import tempfile
 import threading
@@ -15,15 +17,16 @@ import time
 from typing import Callable, NamedTuple, NoReturn, Optional, Sequence
 
 from . import report
-from .layouts import host_files, install_folder, instructions, write_sample
+from .layouts import host_files, install_folder, instructions, planted_files, write_sample
 from .links import ShellLink, read_link
 from .machine import PRODUCT, RUN_ONCE, SETTINGS, TRACE_FOLDER, Machine, Result
-from .outcome import Check, Move, Outcome, Row, State
+from .outcome import NO_END, Check, Move, Outcome, Row, State
 from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
 ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace', 'checker')
 REFUSED = 2
+CHECKER_FAILED = 4
 USAGE = 64
 KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
 MOST_ROWS = 6  # of one kind before they are only counted
@@ -46,10 +49,15 @@ class Options(NamedTuple):
     answer: str = 'ok'
     force: bool = False
     kill_at: int = 0
+    planted: frozenset[str] = frozenset()
 
 
 class Refused(Exception):
     """The checker found errors; its findings."""
+
+
+class CheckerFailed(Exception):
+    """The checker came to no verdict: why, and what it said."""
 
 
 class Trial:
@@ -86,22 +94,28 @@ class Trial:
                 waiting=waiting, moves=moves, commands=commands, question=asked, code=code,
                 kill_at=self.options.kill_at, ended=ended, after=self.state(), left=self.pending(),
                 lines=self.trace_lines(), verify=self.verify(manifest), folders=self.folders(),
-                seconds=time.monotonic() - start)
+                seconds=time.monotonic() - start, answer=self.options.answer, planted=self.options.planted)
 
     # -- the checker --
 
     def check(self, *arguments: str, errors: bool = True) -> Result:
         """Runs BrevantCheck."""
-        return self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
+        try:
+            return self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
+        except subprocess.TimeoutExpired:
+            return Result(NO_END, '')
 
     def lint(self, language: str) -> Check:
         self.progress('lint')
         folder = host_path(self.options.update)
         result = self.check('lint', folder, '--installed', PRODUCT.rstrip('\\'), '--language', language)
         lines = [line.replace(folder + '\\', '') for line in result.output.splitlines() if line]
+        check = Check('lint', result.code, lines)
+        if check.failure() and not self.options.force:
+            raise CheckerFailed('\n'.join([*lines, check.failure()]))
         if result.code != 0 and not self.options.force:
             raise Refused('\n'.join(lines))
-        return Check(result.code, lines)
+        return check
 
     def manifest(self) -> Check:
         """Has the update bring its manifest. One without settings would get a folder that it lacks: its manifest is
@@ -109,19 +123,19 @@ class Trial:
         self.operands: list[str] = []  # of the verification
         settings = [path.casefold() for path in self.packaged if SETTING in path.casefold()]
         if any(path.endswith(SETTING + 'qorupdate.json') for path in settings):
-            return Check(0, [])
+            return Check('manifest', 0, [])
         with tempfile.TemporaryDirectory(prefix='brevant-update-') as folder:
             copy = shutil.copytree(self.options.update, pathlib.Path(folder) / 'update')
             options = ['--into'] if settings else []
             result = self.check('manifest', host_path(copy), *options, errors=False)
             if result.code != 0:
                 said = self.check('manifest', host_path(copy)).output  # with the reason
-                return Check(result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
+                return Check('manifest', result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
             self.packaged = packaged_files(copy)
         if not settings:
             self.operands = [MANIFEST]
             self.machine.write(MANIFEST, result.output)
-        return Check(0, [])
+        return Check('manifest', 0, [])
 
     def verify(self, manifest: Check) -> Check:
         if manifest.code != 0:
@@ -129,7 +143,7 @@ class Trial:
         self.progress('verification')
         folder = PRODUCT.rstrip('\\')
         result = self.check('verify', *self.operands, '--installed', folder, '--format', 'json', errors=False)
-        return Check(result.code, broken_promises(result.output))
+        return Check('verify', result.code, broken_promises(result.output))
 
     # -- the run --
 
@@ -282,8 +296,9 @@ def show(outcome: Outcome, rooms: Sequence[str] = (), folder: Optional[pathlib.P
         came = f'at line {outcome.kill_at} of the trace; the agent was started again'
         print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
     lint = outcome.lint
-    print(f'{"lint":<20} {lint.lines[-1] if lint.lines else lint.code}')
-    print_rows([('finding', line) for line in lint.lines[:-1]])
+    lines = [*lint.lines, lint.failure()] if lint.failure() else lint.lines
+    print(f'{"lint":<20} {lines[-1] if lines else lint.code}')
+    print_rows([('finding', line) for line in lines[:-1]])
     print_rows(outcome.summary())
     print_details(outcome.details(), rooms)
     if folder:
@@ -359,7 +374,7 @@ def main(arguments: list[str]) -> int:
         update, installed = options.update or sample[0], options.installed or sample[1]
         say = progress(str(options.update or 'the sample'))
         trial = Trial(Options(update.resolve(), installed.resolve(), options.language, options.answer, options.force,
-                              options.kill_at), say)
+                              options.kill_at, frozenset() if options.update else planted_files()), say)
         try:
             outcome = trial.run()
         except Refused as findings:
@@ -367,10 +382,16 @@ def main(arguments: list[str]) -> int:
             print(findings)
             print('[try] REFUSED: the checker found errors (--force tries all the same)')
             return REFUSED
+        except CheckerFailed as failure:
+            say('')
+            print(failure)
+            print('[try] THE CHECKER FAILED: the update was not judged and not tried (--force tries all the same)')
+            return CHECKER_FAILED
         say('')
         show(outcome, options.details, options.report)
         code = outcome.exit_code()
-        print('[try] ' + ('complete', 'NOT COMPLETE', '', f'THE AGENT FAILED with {outcome.code}')[code])
+        print('[try] ' + {0: 'complete', 1: 'NOT COMPLETE', 3: f'THE AGENT FAILED with {outcome.code}',
+                          CHECKER_FAILED: 'THE CHECKER FAILED'}[code])
         return code
     finally:
         shutil.rmtree(home, ignore_errors=True)
