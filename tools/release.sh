@@ -7,13 +7,21 @@
 #   tools/release.sh --unsigned   leaves the programs unsigned
 #   tools/release.sh --verify     makes the release of HEAD twice, unsigned, in different folders, and compares every
 #                                 byte; needs no tag and leaves nothing behind
+#   --known-older REASON          releases although the archive names a newer version of a shipped library, or cannot be
+#                                 asked; the reason becomes part of the bill of materials
+#
+# BREVANT_ARCHIVE, when it is set, is a file with deb-src lines to be asked in place of this machine's archive, or the
+# sources of an earlier release (brevant-VERSION-sources.tar): a tag can be released again when no archive has them.
 set -euo pipefail
+[[ -z "${BREVANT_ARCHIVE:-}" ]] || BREVANT_ARCHIVE="$(realpath -- "$BREVANT_ARCHIVE")" && export BREVANT_ARCHIVE
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly kRoot="$PWD"
 kVersion="$(sed -n 's/^project(Brevant VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)"
 readonly kVersion
-export PYTHONPATH="$kRoot/tools"
+export PYTHONPATH="$kRoot/tools" BREVANT_SOURCES="${BREVANT_SOURCES:-$kRoot/build/sources}"
+source tools/tool.sh
+source tools/packages.sh
 
 say() { printf '[release] %s\n' "$*"; }
 fail() { printf '[release] FAILED: %s\n' "$*" >&2; exit 1; }
@@ -37,6 +45,17 @@ require_signer() {
     command -v "${signer[0]}" >/dev/null || fail "the signing command is not there: ${signer[0]} (BREVANT_SIGN)"
 }
 
+require_newest() {
+    local result=0
+    tools/update-dependencies.sh --check || result=$?
+    [[ $result -ne 0 ]] || return 0
+    [[ -n "$reason" ]] || case $result in
+        1) fail "a shipped library is older than the newest that the archive names (--known-older REASON releases it)" ;;
+        *) fail "whether a shipped library lacks a security fix is not known (--known-older REASON releases it)" ;;
+    esac
+    say "released all the same: $reason"
+}
+
 # Builds the commit in the folder $1, from the locked dependencies alone and without the compiler's cache.
 build() {
     local folder="$1" start=$SECONDS log="$work/build.log"
@@ -44,10 +63,10 @@ build() {
     git archive "$commit" | tar -x -C "$folder"
     (
         cd "$folder"
-        export CCACHE_DISABLE=1 BREVANT_SOURCES="${BREVANT_SOURCES:-$kRoot/build/sources}"
+        export CCACHE_DISABLE=1
         # Before "||" no command ends the shell by itself.
         tools/setup.sh --exact && cmake --preset release -Wno-dev && cmake --build --preset release
-    ) >"$log" 2>&1 || { tail -n 30 "$log" >&2; fail "the build in $folder"; }
+    ) 2>&1 | tee "$log" | show_progress || { tail -n 30 "$log" >&2; fail "the build in $folder"; }
     say "built in $((SECONDS - start)) s"
 }
 
@@ -61,11 +80,22 @@ sign() {
     say "signed by ${signer[0]}"
 }
 
-# Packs what was built in the folder $1 into the folder $2.
-pack() { python3 -B -m shipping.release pack "$1" "$2" "$kVersion" "$SOURCE_DATE_EPOCH"; }
+# Packs what was built in the folder $1 into the folder $2, with a valid bill of materials.
+pack() {
+    /usr/bin/python3 -B -m shipping.release pack "$1" "$2" "$kVersion" "$SOURCE_DATE_EPOCH" ${reason:+--known-older "$reason"}
+    /usr/bin/python3 -B -m shipping.schema validate "$2/brevant-$kVersion.cdx.json" "$work/schema" ||
+        fail "the bill of materials is not valid"
+}
+
+# Before the build: nobody waits for a release that cannot be validated.
+take_schema() {
+    need_packages python3-jsonschema
+    /usr/bin/python3 -B -m shipping.schema fetch "$work/schema" || fail "the schema of the bill of materials"
+}
 
 verify() {
     local place
+    take_schema
     # Two paths of different length: neither may show in what is built.
     for place in one a-second-place; do
         build "$work/$place"
@@ -77,6 +107,8 @@ verify() {
 release() {
     require_tag
     [[ "$1" == --unsigned ]] || require_signer
+    require_newest
+    take_schema
     build "$work/build"
     [[ "$1" == --unsigned ]] || sign "$work/build/build/release/bin"
     pack "$work/build" "$work/dist"
@@ -89,8 +121,29 @@ release() {
     (cd dist && stat --format='  dist/%n  %s bytes' -- *)
 }
 
+read_options() {
+    answer_help "$@"
+    mode="" reason=""
+    while [[ $# -gt 0 ]]; do
+        case "$1" in
+            --unsigned | --verify)
+                [[ -z "$mode" ]] || wrong_use "$mode and $1 exclude each other"
+                mode="$1"
+                ;;
+            --known-older)
+                [[ "${2:-}" == *[![:space:]]* && "$2" != --* ]] || wrong_use "--known-older needs a reason"
+                reason="$2"
+                shift
+                ;;
+            *) wrong_use "no such option: $1" ;;
+        esac
+        shift
+    done
+    [[ "$mode" != --verify || -z "$reason" ]] || wrong_use "--verify releases nothing and needs no reason"
+}
+
 main() {
-    [[ $# -le 1 && "${1:-}" =~ ^(|--unsigned|--verify)$ ]] || fail "usage: tools/release.sh [--unsigned | --verify]"
+    read_options "$@"
     [[ -n "$kVersion" ]] || fail "CMakeLists.txt names no version"
     require_clean_tree
     # Whoever commits meanwhile changes nothing of this release.
@@ -100,7 +153,7 @@ main() {
     mkdir -p build
     work="$(mktemp -d "$kRoot/build/release-work.XXXXXX")"
     trap 'rm -rf "$work"' EXIT
-    if [[ "${1:-}" == --verify ]]; then verify; else release "${1:-}"; fi
+    if [[ "$mode" == --verify ]]; then verify; else release "$mode"; fi
 }
 
 [[ "${BASH_SOURCE[0]}" != "$0" ]] || main "$@"

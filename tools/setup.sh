@@ -7,6 +7,9 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+source tools/tool.sh
+answer_options --exact "$@"
+[[ $# -le 1 ]] || wrong_use "too many arguments"
 readonly kRoot="$PWD"
 readonly kDeps="$kRoot/build/deps"
 # Whatever makes build/deps what it is: a change of any of these makes it anew.
@@ -107,6 +110,10 @@ build_dependencies() {
         sed -i 's/^#cmakedefine XML_DTD$/#cmakedefine XML_DTD 1/' expat/expat/expat_config.h.cmake
         # The product loads the library by its plain name, without the interface version.
         sed -i 's/"-${LIBCURRENT_MINUS_AGE}\.dll"/".dll"/' expat/expat/CMakeLists.txt
+        # windres replaces no macro in a text: the version is written into the resource.
+        version="$(sed -n '/^project(expat$/,/^)/s/^ *\([0-9][0-9.]*\)$/\1/p' expat/expat/CMakeLists.txt)"
+        [[ "$version" =~ ^[0-9]+\.[0-9]+\.[0-9]+$ ]] || fail "Expat's CMakeLists.txt names no version"
+        sed -i "s/\"VER_FILEVERSION\"/\"$version.0\"/" expat/expat/win32/version.rc
         cross_build expat expat/expat -DEXPAT_SHARED_LIBS=ON -DEXPAT_BUILD_TOOLS=OFF -DEXPAT_BUILD_EXAMPLES=OFF \
             -DEXPAT_BUILD_TESTS=OFF -DEXPAT_BUILD_DOCS=OFF -DEXPAT_BUILD_PKGCONFIG=OFF
         cp expat-build/libexpat.dll.debug "$kDeps.new/bin/"
@@ -127,7 +134,6 @@ build_dependencies() {
 
 main() {
     local start=$SECONDS
-    [[ $# -eq 0 || "$*" == --exact ]] || fail "usage: tools/setup.sh [--exact]"
     [[ -e "$kStamp" && -z "$(missing_packages)" ]] && return 0
     mkdir -p build
     # One at a time; whoever waited finds all of it done.

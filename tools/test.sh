@@ -6,9 +6,16 @@
 #   tools/test.sh --fast    no more than format and unit tests, for an edit cycle
 #   tools/test.sh -R NAME   builds everything and runs some tests; the arguments go to ctest
 set -euo pipefail
-usage() { sed -n '2,8s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; }
-[[ "${1:-}" != --help ]] || { usage; exit 0; }
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/tool.sh
+answer_help "${1:-}"
+readonly kCtestOptions=' -R -E -L -LE -I -j -N -V -VV -Q --verbose --quiet --repeat --rerun-failed --timeout --parallel
+    --output-on-failure --stop-on-failure --schedule-random --progress --show-only --tests-regex --exclude-regex '
+# --fast stands alone; the first of ctest's arguments is an option, and what is no option belongs to the one before it.
+for argument in "$@"; do
+    [[ $# -eq 1 && "$argument" == --fast || "$argument" != -* && "$argument" != "$1" ]] ||
+        [[ "$kCtestOptions" =~ [[:space:]]"${argument%%=*}"[[:space:]] ]] || wrong_use "no such option: $argument"
+done
 source tools/packages.sh
 
 readonly kUnitTests='^unit\.'
@@ -45,7 +52,8 @@ if [[ "${1:-}" == --fast ]]; then
     step "unit tests" run_tests -R "$kUnitTests"
     exit
 fi
-need_packages chromium # in which the report of a trial is opened
+need_packages chromium python3-jsonschema # in which the report of a trial is opened; for the bill of materials
+step "locked dependencies" tools/update-dependencies.sh --check || true # says it, and the tests go on
 step "Python" tools/analyse.sh --python
 step "checked programs and tests" build_checked
 [[ $# -gt 0 ]] || step "unit tests" run_tests -R "$kUnitTests"

@@ -75,6 +75,16 @@ class ShippedBinaries(unittest.TestCase):
                                     ('OriginalFilename', name)):
                     self.assertTrue(re.search(field + '\0+' + text, content.decode('utf-16-le', 'replace')), field)
 
+    def test_version_of_expat(self):
+        header = (BUILD / 'deps' / 'include' / 'expat.h').read_text()
+        version = [int(number) for number in re.findall(r'define XML_M[A-Z]+_VERSION (\d+)', header)]
+        content = (SHIPPED / 'libexpat.dll').read_bytes()
+        numbers = struct.unpack_from('<4H', content, content.index(VERSION_MARK) + 8)
+        self.assertEqual([*version, 0], [numbers[index] for index in (1, 0, 3, 2)])
+        for field in 'FileVersion', 'ProductVersion':
+            found = re.search(field + '\0+([^\0]+)', content.decode('utf-16-le', 'replace'))
+            self.assertEqual('.'.join(map(str, [*version, 0])), found and found[1], field)
+
 
 class ProtectedSections(LabTest):
     """Linkers differ in what they protect: newer ones the tables of imports, which delayed calls change."""

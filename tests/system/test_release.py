@@ -1,11 +1,21 @@
 """What a release stands on: dependencies as locked, refusals that leave nothing behind, signatures, symbols."""
+import copy
+import json
 import os
 import pathlib
 import re
 import shutil
 import subprocess
+import tarfile
 import tempfile
 import unittest
+import unittest.mock
+
+from shipping import schema
+from shipping.apt import Source
+from shipping.bill import BillError, bill_of_materials, runtime_licences
+from shipping.dependencies import DependencyError
+from shipping.release import write_sources
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 SHIPPED = ROOT / 'build' / 'release' / 'bin'
@@ -52,7 +62,7 @@ class LockedDependencies(Case):
     def lock(self, version, digest):
         (self.folder / 'lock').write_text(f'# a comment\nsmall  {version}  {digest}\n')
 
-    def dependencies(self, *arguments, kept=()):
+    def dependencies(self, *arguments, kept=(), archive=None):
         """Runs the tool with a download folder that has these files."""
         cache = self.folder / 'cache'
         shutil.rmtree(cache, ignore_errors=True)
@@ -60,13 +70,13 @@ class LockedDependencies(Case):
         for file in kept:
             shutil.copy(file, cache)
         return run('python3', '-B', '-m', 'shipping.dependencies', '--lock', str(self.folder / 'lock'), *arguments,
-                   PYTHONPATH=str(ROOT / 'tools'), BREVANT_ARCHIVE=str(self.folder / 'archive.list'),
+                   PYTHONPATH=str(ROOT / 'tools'), BREVANT_ARCHIVE=str(archive or self.folder / 'archive.list'),
                    BREVANT_SOURCES=str(cache))
 
-    def fetch(self, code, words, *options, kept=()):
+    def fetch(self, code, words, *options, **places):
         """Fetches, which succeeds or leaves nothing behind."""
         shutil.rmtree(self.folder / 'out', ignore_errors=True)
-        result, output = self.dependencies('fetch', str(self.folder / 'out'), *options, kept=kept)
+        result, output = self.dependencies('fetch', str(self.folder / 'out'), *options, **places)
         self.assertEqual(code, result, output)
         self.assertIn(words, output)
         for made in ('small/debian/control', 'SOURCES.txt'):
@@ -98,6 +108,48 @@ class LockedDependencies(Case):
         # Where the download was kept, apt, which would refuse it, is not asked.
         for kept, word in ((), 'missing'), (self.archive.glob('small_2.*'), 'damaged'):
             self.fetch(1, 'FAILED: small 2 is ' + word, kept=kept)
+
+    def test_a_lock_that_lacks_a_fix_is_told(self):
+        digest = self.serve('2')['2']
+        for served, locked, code, words in (
+                (('1', '2'), '2', 0, ''),
+                (('2', '3'), '2', 1, 'small 2 is locked; the archive names 3. It may fix a security fault'),
+                (('1',), '2', 3, 'the archive names only 1'),
+                ((), '2', 3, 'the archive names no version of it')):
+            with self.subTest(served=served):
+                self.serve(*served)
+                self.lock(locked, digest)
+                result, output = self.dependencies('check')
+                self.assertEqual(code, result, output)
+                self.assertIn(words, output)
+                self.assertEqual(bool(words), bool(output), output)
+
+        (self.folder / 'archive.list').write_text('deb-src [trusted=yes] http://localhost:9/ ./\n')
+        for verb, code in (('check',), 3), (('fetch', str(self.folder / 'out')), 1), (('renew',), 1):
+            result, output = self.dependencies(*verb)
+            self.assertEqual(code, result, output)
+            self.assertIn('the archive cannot be reached: http://localhost:9/', output)
+            self.assertNotIn('serves', output)
+
+    def test_the_sources_of_a_release_are_an_archive(self):
+        digest = self.serve('2')['2']
+        self.enterContext(unittest.mock.patch.dict(os.environ, BREVANT_SOURCES=str(self.archive)))
+        packs = [self.folder / name for name in ('sources.tar', 'again.tar', 'other.tar')]
+        for pack in packs[:2]:
+            write_sources(pack, [Source('small', '2', digest)], 1700000000)
+            os.utime(next(self.archive.glob('small_2.tar.*')), (0, 0))
+        self.assertEqual(packs[0].read_bytes(), packs[1].read_bytes())
+        self.lock('2', digest)
+        self.fetch(0, 'small 2\n', '--exact', archive=packs[0])
+        self.lock('3', digest)
+        self.fetch(1, f'small 3 is missing in {packs[0]}', archive=packs[0])
+        with tarfile.open(packs[2], 'w') as other:
+            other.add(packs[0], '../outside')
+        self.fetch(1, 'is no pack of sources', archive=packs[2])
+        self.assertFalse((self.folder / 'outside').exists())
+        next(self.archive.glob('small_2.tar.*')).write_bytes(b'')
+        with self.assertRaises(DependencyError):
+            write_sources(packs[0], [Source('small', '2', digest)], 0)
 
     def test_the_lock_takes_the_newest_that_is_served(self):
         digests = self.serve('1', '2', '3')
@@ -136,7 +188,13 @@ class Refusals(Case):
         self.assertIn('the signing command is not there: nosigner', release(BREVANT_SIGN='nosigner -x'))
         nothing = self.folder / 'nothing'
         nothing.touch()
-        output = release('--unsigned', BREVANT_ARCHIVE=str(nothing), BREVANT_SOURCES=str(self.folder / 'empty'))
+        places = {'BREVANT_ARCHIVE': str(nothing), 'BREVANT_SOURCES': str(self.folder / 'empty')}
+        output = release('--unsigned', **places)
+        self.assertIn('FAILED: whether a shipped library lacks a security fix is not known', output)
+        if schema.package_file().is_file():
+            shutil.copy(schema.package_file(), self.folder / 'empty')
+        output = release('--unsigned', '--known-older', 'a trial', **places)
+        self.assertIn('released all the same: a trial', output)
         self.assertIn('is missing: the archive names no version of it', output)
         self.assertNotIn('CMake', output, 'nothing is tried without the dependencies')
         (clone / 'changed').touch()
@@ -162,6 +220,17 @@ class ShippedFiles(Case):
         self.assertEqual(0, result, output)
         self.assertEqual([*names, names[0]], re.findall(r'^(\w+).* at src/kzdbg/KzDbg\.cpp:\d+$', output, re.M), output)
 
+        # The runtime has no lines: its functions are named without a file. What is no code has no name.
+        symbols = run('x86_64-w64-mingw32-nm', str(SHIPPED / 'Brevant.exe.debug'))[1]
+        memcpy, table = (re.search(f'^([0-9a-f]+) {kind}$', symbols, re.M)[1] for kind in ('T memcpy', 'd .*'))
+        call = str(ROOT / 'tools/symbolise.sh'), str(SHIPPED / 'Brevant.exe')
+        self.assertEqual((0, 'memcpy+0x2 (no line information)\n'), run(*call, f'{int(memcpy, 16) + 2:x}'))
+        for outside in '10', table, '7fffffff':
+            result, output = run(*call, outside, memcpy)
+            self.assertEqual(1, result, output)
+            self.assertIn('is outside of the code of Brevant.exe', output)
+            self.assertIn('memcpy+0x0', output)
+
         shutil.copy(SHIPPED / 'KzDbg64.dll', self.folder)
         other = {'BREVANT_SYMBOLS': str(self.folder / 'symbols')}
         (self.folder / 'symbols').mkdir()
@@ -169,6 +238,46 @@ class ShippedFiles(Case):
         self.assertIn('no KzDbg64.dll.debug', run(*call, **other)[1])
         shutil.copy(SHIPPED / 'Brevant.exe.debug', self.folder / 'symbols' / 'KzDbg64.dll.debug')
         self.assertIn('belongs to another build', run(*call, **other)[1])
+
+    def test_the_bill_of_materials_is_valid(self):
+        bill = bill_of_materials(ROOT, self.programs, '1.2.3', 1700000000, 'not served yet')
+        components = {component['name']: component for component in bill['components']}
+        self.assertEqual(['1.2.3', '2.5.0'],
+                         [components[name]['version'] for name in ('Brevant.exe', 'libexpat.dll')])
+        runtime = components['mingw-w64-x86-64-dev']['licenses'][0]['expression'].split(' AND ')
+        self.assertLessEqual({'ZPL-2.1', 'MIT', 'ISC', 'BSD-2-Clause', 'BSD-3-Clause'}, set(runtime))
+        self.assertIn('not served yet', json.dumps(bill['metadata']))
+        for name, library in components.items():
+            if 'purl' in library:
+                self.assertRegex(library['purl'], r'^pkg:deb/debian/[a-zB0-9.%-]+@[^?:+]+\?arch=\w+&distro=[a-z]+$')
+                package = library['version'], 0 if 'arch=source' in library['purl'] else 1
+                self.assertTrue(package[1] == 0 or run('dpkg-query', '-W', '-f=${Version}', name) == (0, package[0]))
+        graph = {row['ref']: row['dependsOn'] for row in bill['dependencies']}
+        self.assertIn('file:libexpat.dll', graph['file:BrevantCheck.exe'])
+        self.assertNotIn('g%2B%2B', ''.join(graph['file:libexpat.dll']))
+
+        try:
+            schema.fetch(self.folder)
+        except DependencyError as error:
+            self.skipTest(str(error))
+        self.assertEqual([], schema.faults(bill, self.folder))
+        for words, spoil in (
+                ("'name' is a required property", lambda bill: bill['components'][0].pop('name')),
+                ('is not one of', lambda bill: bill['components'][0]['hashes'][0].update(alg='SHA-7')),
+                ('was unexpected', lambda bill: bill['metadata'].update(maker='x')),
+                ('file:x is no component', lambda bill: bill['dependencies'][0]['dependsOn'].append('file:x')),
+                ('nothing leads to file:Brevant.exe', lambda bill: bill['dependencies'][0]['dependsOn'].pop(0)),
+                ('BSD is no name', lambda bill: bill['components'][-1].update(licenses=[{'expression': 'BSD'}]))):
+            spoilt = copy.deepcopy(bill)
+            spoil(spoilt)
+            self.assertIn(words, '\n'.join(schema.faults(spoilt, self.folder)))
+
+    def test_a_licence_of_the_runtime_that_is_not_known(self):
+        text = 'Files: *\nLicense: ZPL-2.1\n\nFiles: mingw-w64-crt/misc/a.c\n mingw-w64-headers/b.h\nLicense: {}\n'
+        self.assertEqual('ZPL-2.1 AND BSD-2-Clause AND ISC',
+                         runtime_licences('', text.format('BSD-2-clause-NetBSD and ISC')))
+        with self.assertRaisesRegex(BillError, 'the licence Other'):
+            runtime_licences('', text.format('Other'))
 
     def test_signatures_are_verified_ones(self):
         def sign(command):

@@ -5,8 +5,10 @@ import os
 import pathlib
 import re
 import subprocess
+import tarfile
 
-# Names a file with deb-src lines that takes the place of the machine's own archive: a mirror, or a folder.
+# Names a file with deb-src lines that takes the place of the machine's own archive, a mirror or a folder; or the
+# sources of a release (brevant-VERSION-sources.tar).
 ARCHIVE_VARIABLE = 'BREVANT_ARCHIVE'
 
 Run = subprocess.CompletedProcess[str]
@@ -34,23 +36,38 @@ def newest_first(sources: list[Source]) -> list[Source]:
     return sorted(sources, key=functools.cmp_to_key(compare), reverse=True)
 
 
-class Archive:
-    """The archive as it stands now; its lists lie in `folder`."""
+def machine_suite() -> str:
+    """The suite of Debian that this machine runs: bookworm."""
+    release = re.search(r'^VERSION_CODENAME=(\w+)', pathlib.Path('/etc/os-release').read_text('utf-8'), re.M)
+    return release[1] if release else 'bookworm'
 
-    def __init__(self, folder: pathlib.Path) -> None:
+
+def source_pack() -> pathlib.Path | None:
+    """The release's sources that are to be taken in place of an archive."""
+    place = pathlib.Path(os.environ.get(ARCHIVE_VARIABLE) or os.devnull)
+    return place if place.is_file() and tarfile.is_tarfile(place) else None
+
+
+class Archive:
+    """The archive as it is now; its lists are in `folder`. `suite` is one of Debian, the machine's unless another one
+    is named; `kind` is that of its packages: deb-src or deb. `unreached`: which lists could not be fetched, and why."""
+
+    def __init__(self, folder: pathlib.Path, suite: str = '', kind: str = 'deb-src') -> None:
         self._log = folder / 'apt.log'
         state = folder / 'apt'
         for name in ('parts', 'lists/partial', 'cache/archives/partial'):
             (state / name).mkdir(parents=True, exist_ok=True)
-        _write_entries(state / 'parts')
+        _write_entries(state / 'parts', suite, kind)
         user = subprocess.run(['id', '-un'], check=True, stdout=subprocess.PIPE, text=True).stdout.strip()
         settings = {
             'Dir::Etc::sourcelist': '/dev/null', 'Dir::Etc::sourceparts': state / 'parts',
             'Dir::State::lists': state / 'lists', 'Dir::Cache': state / 'cache', 'APT::Sandbox::User': user,
-            'APT::Get::List-Cleanup': 0, 'Acquire::Languages': 'none', 'Acquire::Retries': 3}
+            'APT::Get::List-Cleanup': 0, 'Acquire::Languages': 'none', 'Acquire::Retries': 2,
+            'Acquire::http::Timeout': 20, 'Acquire::https::Timeout': 20}
         self._options = [f'-o{name}={value}' for name, value in settings.items()]
         # One list that is not served is no failure yet: the packages may stand in another one.
-        self._run('apt-get', 'update')
+        update = self._run('apt-get', 'update')
+        self.unreached = re.findall(r'^[EW]: (?:Failed to fetch )?(\S+:.*/.*)$', update.stdout + update.stderr, re.M)
 
     def named(self, name: str) -> list[Source]:
         """The versions of a package that the archive's lists name, newest first. Not all need be served."""
@@ -68,8 +85,14 @@ class Archive:
                         folder=folder)
         return run.returncode == 0 and (folder / source.dsc).is_file()
 
+    def download_binary(self, name: str, version: str, folder: pathlib.Path) -> bool:
+        """Fetches a package of an archive of binary ones into the folder. False: not served."""
+        return self._run('apt-get', 'download', f'{name}={version}', folder=folder).returncode == 0
+
     def last_words(self) -> str:
-        """The errors that apt reported last."""
+        """Why lists are missing, or else the errors that apt reported last."""
+        if self.unreached:
+            return 'the archive cannot be reached: ' + '\n'.join(self.unreached[:3])
         lines = [line for line in self._log.read_text('utf-8', 'replace').splitlines() if line.startswith('E: ')]
         return '\n'.join(lines[-3:])
 
@@ -81,13 +104,13 @@ class Archive:
         return run
 
 
-def _write_entries(folder: pathlib.Path) -> None:
-    """Writes the machine's own entries for this release of Debian, as entries for sources."""
-    if ARCHIVE_VARIABLE in os.environ:
+def _write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
+    """Writes the machine's own entries for its release of Debian, as entries for `suite` and `kind`."""
+    if ARCHIVE_VARIABLE in os.environ and kind == 'deb-src' and not source_pack():
         (folder / 'archive.list').write_text(pathlib.Path(os.environ[ARCHIVE_VARIABLE]).read_text('utf-8'), 'utf-8')
         return
-    release = re.search(r'^VERSION_CODENAME=(\w+)', pathlib.Path('/etc/os-release').read_text('utf-8'), re.M)
-    codename = release[1] if release else 'bookworm'
+    codename = machine_suite()
+    suite = suite or codename
     etc = pathlib.Path('/etc/apt')
     paragraphs: list[str] = []
     for file in sorted(etc.glob('sources.list.d/*.sources')):
@@ -95,11 +118,13 @@ def _write_entries(folder: pathlib.Path) -> None:
         for paragraph in re.split(r'\n\s*\n', text.strip()):
             if re.search(rf'^Suites:.*\b{codename}', paragraph, re.M) and \
                     not re.search(r'^Enabled: *no', paragraph, re.M | re.I):
-                paragraphs.append(re.sub(r'^Types:.*$', 'Types: deb-src', paragraph, flags=re.M))
+                paragraph = re.sub(r'^Types:.*$', f'Types: {kind}', paragraph, flags=re.M)
+                paragraphs.append(re.sub(r'^Suites:.*$', lambda line: line[0].replace(codename, suite), paragraph,
+                                         flags=re.M))
     (folder / 'debian.sources').write_text('\n\n'.join(paragraphs) + '\n', 'utf-8')
     lines: list[str] = []
     for file in (etc / 'sources.list', *sorted(etc.glob('sources.list.d/*.list'))):
         if file.is_file():
-            lines += [re.sub(r'^deb\s', 'deb-src ', line) for line in file.read_text('utf-8').splitlines()
-                      if re.match(rf'deb\s.*[ /]{codename}', line)]
+            lines += [re.sub(rf'([ /]){codename}', rf'\1{suite}', re.sub(r'^deb\s', f'{kind} ', line))
+                      for line in file.read_text('utf-8').splitlines() if re.match(rf'deb\s.*[ /]{codename}', line)]
     (folder / 'debian.list').write_text('\n'.join(dict.fromkeys(lines)) + '\n', 'utf-8')

@@ -1,19 +1,20 @@
 """The files of a release, made from a built checkout; the same input gives the same bytes.
 
-    python3 -m shipping.release pack CHECKOUT TARGET VERSION EPOCH
+    python3 -m shipping.release pack CHECKOUT TARGET VERSION EPOCH [--known-older REASON]
     python3 -m shipping.release compare CHECKOUT OTHER      every packed file (CHECKOUT/dist) and program, byte for byte
 """
 import argparse
-import hashlib
 import json
 import pathlib
-import subprocess
 import sys
+import tarfile
 import time
-import uuid
 import zipfile
 
-from shipping.dependencies import USED, read_lock
+from shipping import schema
+from shipping.apt import Source
+from shipping.bill import BillError, bill_of_materials
+from shipping.dependencies import USED, DependencyError, downloads, files_of, read_lock, sha256
 
 BIN = pathlib.PurePath('build/release/bin')
 DEPS = pathlib.PurePath('build/deps')
@@ -29,13 +30,6 @@ LICENCES = {
     'GCC-runtime.txt': '/usr/share/doc/gcc-mingw-w64-base/copyright',
     'GPL-3.txt': '/usr/share/common-licenses/GPL-3',
 }
-# What of the compiler's packages becomes part of the programs: name, package, SPDX licence expression.
-RUNTIMES = (
-    ('gcc-runtime', 'gcc-mingw-w64-x86-64-posix-runtime', 'GPL-3.0-or-later WITH GCC-exception-3.1'),
-    ('mingw-w64-runtime', 'mingw-w64-x86-64-dev', 'ZPL-2.1 AND MIT AND LicenseRef-public-domain'),
-    ('boost-headers', 'libboost-dev', 'BSL-1.0'),
-)
-SHIPPED_SOURCES = {'expat': 'MIT', 'libjsoncpp': 'MIT'}  # GoogleTest is in nothing that is shipped
 
 
 class ReleaseError(Exception):
@@ -56,7 +50,7 @@ def symbols_of(program: pathlib.Path) -> pathlib.Path:
     return program.with_name(program.name + '.debug')
 
 
-def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int) -> None:
+def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int, known_older: str = '') -> None:
     """Writes the archives, the bill of materials and their hashes into the folder `target`."""
     target.mkdir(parents=True)
     name = f'brevant-{version}'
@@ -70,7 +64,8 @@ def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int)
     write_zip(target / f'{name}.zip', name, content, epoch)
     write_zip(target / f'{name}-symbols.zip', f'{name}-symbols',
               {symbols_of(file).name: symbols_of(file) for file in shipped}, epoch)
-    bill = bill_of_materials(checkout, shipped, version, epoch)
+    write_sources(target / f'{name}-sources.tar', read_lock(checkout / DEPS / USED), epoch)
+    bill = bill_of_materials(checkout, shipped, version, epoch, known_older)
     (target / f'{name}.cdx.json').write_text(json.dumps(bill, indent=2) + '\n', 'utf-8')
     sums = [f'{sha256(file)}  {file.name}\n' for file in sorted(target.iterdir())]
     (target / 'SHA256SUMS').write_text(''.join(sums), 'utf-8')
@@ -89,44 +84,16 @@ def write_zip(archive: pathlib.Path, root: str, content: dict[str, pathlib.Path]
             packed.writestr(entry, content[name].read_bytes())
 
 
-def bill_of_materials(checkout: pathlib.Path, shipped: list[pathlib.Path], version: str, epoch: int
-                      ) -> dict[str, object]:
-    """What is in the release, as CycloneDX 1.5."""
-    components: list[dict[str, object]] = [
-        {'type': 'file', 'name': file.name, 'version': version,
-         'hashes': [{'alg': 'SHA-256', 'content': sha256(file)}]} for file in shipped]
-    for source in read_lock(checkout / DEPS / USED):
-        if source.name in SHIPPED_SOURCES:
-            components.append({
-                **_library(source.name, source.version, source.name, SHIPPED_SOURCES[source.name], '&arch=source'),
-                'externalReferences': [{'type': 'distribution', 'url': source.dsc,
-                                        'hashes': [{'alg': 'SHA-256', 'content': source.sha256}]}]})
-    for name, package, licence in RUNTIMES:
-        components.append(_library(name, _installed_version(package), package, licence))
-    identity = hashlib.sha256(json.dumps(components).encode()).hexdigest()
-    return {
-        'bomFormat': 'CycloneDX', 'specVersion': '1.5', 'version': 1,
-        'serialNumber': f'urn:uuid:{uuid.uuid5(uuid.NAMESPACE_OID, identity)}',
-        'metadata': {'timestamp': time.strftime('%Y-%m-%dT%H:%M:%SZ', time.gmtime(epoch)),
-                     'component': {'type': 'application', 'bom-ref': 'brevant', 'name': 'brevant',
-                                   'version': version}},
-        'components': components}
-
-
-def _library(name: str, version: str, package: str, licence: str, kind: str = '') -> dict[str, object]:
-    return {'type': 'library', 'name': name, 'version': version, 'licenses': [{'expression': licence}],
-            'purl': f'pkg:deb/debian/{package}@{version.replace("+", "%2B")}?distro=bookworm{kind}'}
-
-
-def _installed_version(package: str) -> str:
-    run = subprocess.run(['dpkg-query', '-W', '-f=${Version}', package], stdout=subprocess.PIPE, text=True)
-    if run.returncode or not run.stdout:
-        raise ReleaseError(f'the package {package} is not installed: its version belongs into the bill of materials')
-    return run.stdout
-
-
-def sha256(file: pathlib.Path) -> str:
-    return hashlib.sha256(file.read_bytes()).hexdigest()
+def write_sources(archive: pathlib.Path, sources: list[Source], epoch: int) -> None:
+    """Packs the downloads that the release was made of, and the package with its bill's schema, if that is kept."""
+    files = [file for source in sources for file in files_of(source, downloads())]
+    files += [file for file in [schema.package_file()] if file.is_file()]
+    with tarfile.open(archive, 'w', format=tarfile.USTAR_FORMAT) as packed:
+        for file in sorted(files):
+            entry = tarfile.TarInfo(file.name)
+            entry.size, entry.mtime = file.stat().st_size, epoch
+            with file.open('rb') as content:
+                packed.addfile(entry, content)
 
 
 def compare(checkout: pathlib.Path, other: pathlib.Path) -> None:
@@ -154,16 +121,17 @@ def main() -> int:
     verb.add_argument('target', type=pathlib.Path)
     verb.add_argument('version')
     verb.add_argument('epoch', type=int)
+    verb.add_argument('--known-older', default='', metavar='REASON')
     verb = verbs.add_parser('compare')
     verb.add_argument('checkout', type=pathlib.Path)
     verb.add_argument('other', type=pathlib.Path)
     arguments = parser.parse_args()
     try:
         if arguments.verb == 'pack':
-            pack(arguments.checkout, arguments.target, arguments.version, arguments.epoch)
+            pack(arguments.checkout, arguments.target, arguments.version, arguments.epoch, arguments.known_older)
         else:
             compare(arguments.checkout, arguments.other)
-    except ReleaseError as error:
+    except (ReleaseError, BillError, DependencyError) as error:
         print(f'[release] FAILED: {error}', file=sys.stderr)
         return 1
     return 0
