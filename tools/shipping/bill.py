@@ -66,7 +66,7 @@ def bill_of_materials(checkout: pathlib.Path, shipped: list[pathlib.Path], versi
 def _contents(program: str, libraries: list[Component]) -> list[str]:
     """What a program is linked with, and the libraries that it loads."""
     left_out = {EXPAT_DLL: r'libjsoncpp|libboost.*|g\+\+.*', 'KzDbg64.dll': r'expat|libjsoncpp|libboost.*'}
-    loaded = {EXPAT_DLL: [], 'KzDbg64.dll': [], 'Brevant.exe': [EXPAT_DLL, 'KzDbg64.dll']}
+    loaded: dict[str, list[str]] = {EXPAT_DLL: [], 'KzDbg64.dll': [], 'Brevant.exe': [EXPAT_DLL, 'KzDbg64.dll']}
     return [library['bom-ref'] for library in libraries
             if not re.fullmatch(left_out.get(program, 'expat'), library['name'])] \
         + [_file_ref(name) for name in loaded.get(program, [EXPAT_DLL])]
