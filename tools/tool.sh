@@ -53,7 +53,7 @@ show_progress() {
     while IFS= read -r line; do
         if [[ "$line" =~ ^\[([0-9]+)/([0-9]+)\] ]]; then
             tenth=$((BASH_REMATCH[1] * 10 / BASH_REMATCH[2]))
-            ((tenth != last && SECONDS >= shown + 3)) || continue
+            ((BASH_REMATCH[1] > 0 && tenth != last && SECONDS >= shown + 3)) || continue
             echo "[build] ${BASH_REMATCH[1]} of ${BASH_REMATCH[2]} steps"
             last=$tenth shown=$SECONDS
         elif [[ "$line" =~ ^\[[a-z]+\] ]]; then

@@ -12,6 +12,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import warnings
 from typing import Any
 
 from shipping.apt import Archive
@@ -53,7 +54,9 @@ def faults(bill: dict[str, Any], folder: pathlib.Path) -> list[str]:
     schemas = {file.name: json.loads(file.read_text('utf-8')) for file in folder.glob('*.schema.json')}
     schema = schemas[f'bom-{bill["specVersion"]}.schema.json']
     store = {key: found for name, found in schemas.items() for key in (name, found.get('$id', name))}
-    resolver = jsonschema.RefResolver(schema.get('$id', ''), schema, store=store)
+    with warnings.catch_warnings():  # the way of Debian 12's version; newer ones have another one, too
+        warnings.simplefilter('ignore', DeprecationWarning)
+        resolver = jsonschema.RefResolver(schema.get('$id', ''), schema, store=store)
     checker = jsonschema.Draft7Validator(schema, resolver=resolver, format_checker=jsonschema.FormatChecker())
     found = [f'{"/".join(map(str, error.absolute_path)) or "(whole)"}: {error.message[:300]}'
              for error in checker.iter_errors(bill)]
