@@ -19,6 +19,7 @@ case "$1" in
 esac
 program="${BREVANT_BIN:-$PWD/build/release/bin}/BrevantCheck.exe"
 if [[ ! -f "$program" ]]; then
+    answer_help "$@" # of a verb: not before there is a program to be asked
     tools/build.sh >&2
 fi
 
