@@ -53,7 +53,7 @@ require_newest() {
         1) fail "a shipped library is older than the newest that the archive names (--known-older REASON releases it)" ;;
         *) fail "whether a shipped library lacks a security fix is not known (--known-older REASON releases it)" ;;
     esac
-    say "released all the same: $reason"
+    say "goes on, for a known reason: $reason"
 }
 
 # Builds the commit in the folder $1, from the locked dependencies alone and without the compiler's cache.
@@ -87,7 +87,7 @@ pack() {
         fail "the bill of materials is not valid"
 }
 
-# Before the build: nobody waits for a release that cannot be validated.
+# Comes before the build: what cannot be validated need not be built.
 take_schema() {
     need_packages python3-jsonschema
     /usr/bin/python3 -B -m shipping.schema fetch "$work/schema" || fail "the schema of the bill of materials"

@@ -20,7 +20,7 @@ answer_help() {
     done
 }
 
-# answer_options "OPTION..." ARGUMENT...: --help, and every argument that is none of these options is wrong use.
+# answer_options "OPTION..." ARGUMENT...: --help, and any argument that is not one of these options is wrong use.
 answer_options() {
     local known=" $1 " argument
     shift

@@ -385,7 +385,7 @@ def main(arguments: list[str]) -> int:
         except CheckerFailed as failure:
             say('')
             print(failure)
-            print('[try] THE CHECKER FAILED: the update was not judged and not tried (--force tries all the same)')
+            print('[try] THE CHECKER FAILED: the update was not judged and not tried (--force tries it)')
             return CHECKER_FAILED
         say('')
         show(outcome, options.details, options.report)

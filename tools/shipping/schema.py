@@ -40,7 +40,7 @@ def fetch(folder: pathlib.Path) -> None:
                                       f'cannot be fetched\n{archive.last_words()}')
     if not file.is_file() or sha256(file) != DIGEST:
         file.unlink(missing_ok=True)
-        raise DependencyError(f'{file.name} has not the locked SHA-256')
+        raise DependencyError(f'{file.name} differs from the locked SHA-256')
     with tempfile.TemporaryDirectory() as unpacked:
         subprocess.run(['dpkg-deb', '-x', str(file), unpacked], check=True)
         folder.mkdir(parents=True, exist_ok=True)
