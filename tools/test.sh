@@ -14,7 +14,7 @@ readonly kCtestOptions=' -R -E -L -LE -I -j -N -V -VV -Q --verbose --quiet --rep
 # --fast stands alone; the first of ctest's arguments is an option, and what is no option belongs to the one before it.
 for argument in "$@"; do
     [[ $# -eq 1 && "$argument" == --fast || "$argument" != -* && "$argument" != "$1" ]] ||
-        [[ "$kCtestOptions" =~ [[:space:]]"${argument%%=*}"[[:space:]] ]] || wrong_use "no such option: $argument"
+        [[ "$kCtestOptions" =~ [[:space:]]"${argument%%[=0-9]*}"[[:space:]] ]] || wrong_use "no such option: $argument"
 done
 source tools/packages.sh
 
