@@ -25,7 +25,7 @@ REFUSED = {
 
 def call(*command, **options):
     return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=60, **options)
+                          text=True, timeout=300, **options)
 
 
 class FirstSight(unittest.TestCase):
