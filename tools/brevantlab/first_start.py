@@ -3,6 +3,7 @@
 The agent gets no switch: it opens its trace, with the trace library, and ends. The checker reads the sample.
 """
 import pathlib
+import subprocess
 import sys
 import tempfile
 
@@ -41,5 +42,7 @@ def main() -> int:
 if __name__ == '__main__':
     try:
         sys.exit(main())
+    except subprocess.TimeoutExpired as error:
+        sys.exit(f'[build] FAILED: a program did not end: {error}')
     except (ToolError, OSError) as error:
         sys.exit(f'[build] FAILED: no machine to start the programs on: {error}')
