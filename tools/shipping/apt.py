@@ -67,7 +67,8 @@ class Archive:
         self._options = [f'-o{name}={value}' for name, value in settings.items()]
         # One list that is not served is no failure yet: the packages may stand in another one.
         update = self._run('apt-get', 'update')
-        self.unreached = re.findall(r'^[EW]: (?:Failed to fetch|The repository) (.*)$', update.stdout + update.stderr, re.M)
+        self.unreached = re.findall(r'^[EW]: (?:Failed to fetch|The repository) (.*)$', update.stdout + update.stderr,
+                                    re.M)
 
     def named(self, name: str) -> list[Source]:
         """The versions of a package that the archive's lists name, newest first. Not all need be served."""
