@@ -71,21 +71,27 @@ bool MatchesWildcards(std::wstring_view tstrName, const Wildcards& wildcards)
            tstrName.find(L'.', uFirst) == std::wstring_view::npos;
 }
 
+/// The short name that Windows gives a name with a long extension; empty for any other. The number may be another one.
+std::wstring ShortNameOf(std::wstring_view tstrName)
+{
+    constexpr std::size_t kBase = 6;
+    constexpr std::size_t kExtension = 3;
+    const std::size_t uDot = tstrName.rfind(L'.');
+    if (uDot == std::wstring_view::npos || tstrName.size() - uDot - 1 <= kExtension) return {};
+    std::wstring tstrShort(tstrName.substr(0, uDot));
+    std::erase_if(tstrShort, [](wchar_t ch) { return ch == L' ' || ch == L'.'; });
+    tstrShort.resize(std::min(tstrShort.size(), kBase));
+    return tstrShort.append(L"~1").append(tstrName.substr(uDot, 1 + kExtension));
+}
+
 }  // namespace
 
 bool MatchesPattern(std::wstring_view tstrName, std::wstring_view tstrPattern)
 {
     const Wildcards wildcards(tstrPattern);
     if (MatchesWildcards(tstrName, wildcards)) return true;
-    const std::size_t uDot = tstrName.rfind(L'.');
-    if (uDot == std::wstring_view::npos) return false;
-
-    constexpr std::size_t kShortExtension = 3;
-    const std::size_t uPatternDot = wildcards.tstrText.rfind(L'.');
-    const bool bShort = uPatternDot != std::wstring_view::npos &&
-                        wildcards.tstrText.size() - uPatternDot - 1 == kShortExtension &&
-                        wildcards.tstrText.find_first_of(L"*?") < uPatternDot;
-    return bShort && MatchesWildcards(tstrName.substr(0, uDot + 1 + kShortExtension), wildcards);
+    const std::wstring tstrShort = ShortNameOf(tstrName);
+    return !tstrShort.empty() && MatchesWildcards(tstrShort, wildcards);
 }
 
 }  // namespace KzCommon::Storage::File

@@ -121,6 +121,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
             after.moves.append((change['target'], ''))
         elif action == 'delete':
             after.files.pop(target, None)
+            edits = [edit for edit in edits if _plain(edit['target']) != target]
         elif action == 'runOnce':
             after.commands.append(change['target'])
         elif action in ('writeIni', 'carryOver'):
@@ -251,6 +252,8 @@ class AgreementMachine(Machine):
         checker = install + 'BrevantCheck.exe'
         for _ in range(scenario.earlier_runs):
             self.run(install + 'Brevant.exe', '/DeployFramework')
+        if scenario.earlier_runs:  # a record may have moved the product
+            self.set_value(SETTINGS, 'ProductPath', install.rstrip('\\'))
         question = Question(self, install)
         self.host(question.log).unlink(missing_ok=True)
         before = state_of(self) if scenario.earlier_runs else self._fresh_state()
@@ -298,6 +301,8 @@ class AgreementMachine(Machine):
     def _set_up(self, scenario: Scenario) -> None:
         for place in (*PLACES, 'C:\\ProgramData\\Kazmere'):
             self._clear(place)
+        for place in ('C:\\Other', 'C:\\Kazmere'):
+            shutil.rmtree(self.host(place), ignore_errors=True)
         for file in root_files(self):
             file.unlink()
         self._put_programs(scenario.install)

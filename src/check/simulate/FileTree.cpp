@@ -99,6 +99,13 @@ Found FileTree::Find(const FullPath& path) const
     return found;
 }
 
+bool FileTree::MatchesInMemory(const Node& node, const std::wstring& tstrPattern, const std::wstring& tstrReal) const
+{
+    if (!Storage::File::MatchesPattern(node.tstrName, tstrPattern)) return false;
+    const bool bAll = tstrPattern == L"*" || tstrPattern == L"*.*";
+    return bAll || tstrReal.empty() || AskBase(Below(tstrReal, node.tstrName)).eKind == Found::Kind::eNone;
+}
+
 bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
                     const std::function<void(const Entry&)>& visit, DWORD* pdwError) const
 {
@@ -113,21 +120,23 @@ bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
     if (!step.pNode || (step.pNode->children.empty() && !tstrReal.empty())) {
         return m_pBase->ForEachEntry(String::EnsureBackslash(tstrReal), tstrPattern, visit, pdwError);
     }
-    String::NoCaseMap<Entry> entries;
+    String::NoCaseMap<Entry> entries;  // that match
     const auto add = [&](const Entry& entry) {
         entries.insert_or_assign(entry.tstrName, entry);
     };
-    if (!tstrReal.empty() && !step.pNode->bAlone) {
+    const bool bBase = !tstrReal.empty() && !step.pNode->bAlone;
+    if (bBase) {
         DWORD dwError = ERROR_SUCCESS;
-        if (!m_pBase->ForEachEntry(String::EnsureBackslash(tstrReal), L"*", add, &dwError) &&
+        if (!m_pBase->ForEachEntry(String::EnsureBackslash(tstrReal), tstrPattern, add, &dwError) &&
             dwError != ERROR_FILE_NOT_FOUND) {
             return Storage::Fail(dwError, pdwError);
         }
     }
     for (const auto& [tstrName, pChild] : step.pNode->children) {
         if (pChild->eKind == Node::Kind::eThrough) continue;
-        entries.erase(tstrName);
+        const bool bListed = entries.erase(tstrName) != 0;
         if (pChild->eKind == Node::Kind::eGone) continue;
+        if (!bListed && !MatchesInMemory(*pChild, tstrPattern, bBase ? found.tstrReal : std::wstring())) continue;
         const bool bLink = !pChild->tstrReal.empty() && m_pBase && m_pBase->IsLink(ToAsk(pChild->tstrReal));
         const bool bFolder = pChild->eKind == Node::Kind::eFolder;
         const DWORD dwAttributes =
@@ -138,7 +147,6 @@ bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
     bool bAny = !folder.Names().empty() &&
                 (Storage::File::MatchesPattern(L".", tstrPattern) || Storage::File::MatchesPattern(L"..", tstrPattern));
     for (const auto& [tstrName, entry] : entries) {
-        if (!Storage::File::MatchesPattern(tstrName, tstrPattern)) continue;
         bAny = true;
         visit(entry);
     }

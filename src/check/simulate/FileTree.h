@@ -83,6 +83,10 @@ private:
     [[nodiscard]] Step Walk(const FullPath& path) const;
     [[nodiscard]] Found AskBase(const std::wstring& tstrReal) const;
     [[nodiscard]] Found DescribeFile(const std::shared_ptr<FileState>& pState) const;
+    /// Whether a pattern takes an entry that the machine below did not list in its folder `tstrReal`. Of a name that it
+    /// has, it knows the short name, too, and has answered.
+    [[nodiscard]] bool MatchesInMemory(const Node& node, const std::wstring& tstrPattern,
+                                       const std::wstring& tstrReal) const;
     /// The node of a path, made where it is missing, with those above it.
     [[nodiscard]] Node& Make(const FullPath& path);
 

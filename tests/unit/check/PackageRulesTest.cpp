@@ -123,18 +123,19 @@ TEST_F(FileRulesTest, FoldersInWhichEveryUserCanPutALink)
 TEST(PatternTest, MatchesAsWindowsListsFiles)
 {
     const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
-        {L"a.txt", L"*", true},       {L"a", L"*.*", true},
-        {L"A.TXT", L"a.t?t", true},   {L"a.txt", L"?.tx", false},
-        {L"aXbXc", L"a*b*c", true},   {L"aXbX", L"a*b*c", false},
-        {L"a.html", L"*.htm", true},  {L"a.html", L"a.htm", false},
-        {L"a.htm", L"*.html", false}, {L"", L"*", true},
-        {L"a.txt", L"a?.txt", true},  {L"a.txt", L"a.txt?", true},
-        {L"a.txt", L"?????", false},  {L"a", L"a.?", true},
-        {L"a.txt", L"a.txt. ", true}, {L"a.txt", L"*.", false},
-        {L"a", L"*.", true},          {L"a.txt", L"*xt.", true},
-        {L"a", L"a.b*", false},       {L"ab", L"a", false},
-        {L"a.b.c", L"*.?", true},     {L"a.htm", L"b?.htm", false},
-        {L"a.html", L"a?.htm", true},
+        {L"a.txt", L"*", true},        {L"a", L"*.*", true},
+        {L"A.TXT", L"a.t?t", true},    {L"a.txt", L"?.tx", false},
+        {L"aXbXc", L"a*b*c", true},    {L"aXbX", L"a*b*c", false},
+        {L"a.html", L"*.htm", true},   {L"a.html", L"a.htm", false},
+        {L"a.htm", L"*.html", false},  {L"", L"*", true},
+        {L"a.txt", L"a?.txt", true},   {L"a.txt", L"a.txt?", true},
+        {L"a.txt", L"?????", false},   {L"a", L"a.?", true},
+        {L"a.txt", L"a.txt. ", true},  {L"a.txt", L"*.", false},
+        {L"a", L"*.", true},           {L"a.txt", L"*xt.", true},
+        {L"a", L"a.b*", false},        {L"ab", L"a", false},
+        {L"a.b.c", L"*.?", true},      {L"a.htm", L"b?.htm", false},
+        {L"a.html", L"a?.htm", false}, {L"ab.html", L"?b.htm", false},
+        {L"ab.html", L"a*.htm", true}, {L"seventh.html", L"*h.htm", false},
     };
     for (const auto& [szName, szPattern, b] : rows)
         EXPECT_EQ(KzCommon::Storage::File::MatchesPattern(szName, szPattern), b) << szPattern;
