@@ -73,6 +73,17 @@ bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstr
     return false;
 }
 
+/// What is not copied, a file or a folder with all it holds.
+void ReportUncopied(Machine& machine, const std::wstring& tstrSource, const std::wstring& tstrDestination,
+                    bool bAfterReboot, const wchar_t* szReason)
+{
+    Change change{.eAction = bAfterReboot ? Action::eMove : Action::eCopy, .eOutcome = Outcome::eFail};
+    change.tstrTarget = tstrDestination;
+    change.tstrSource = tstrSource;
+    change.tstrReason = szReason;
+    machine.Report(change);
+}
+
 bool RefuseMove(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD dwError)
 {
     Trace(kTraceError, L"::MoveFileEx(%s, %s) failed: 0x%08X", tstrSource.c_str(), tstrDestination.c_str(), dwError);
@@ -103,7 +114,7 @@ struct WalkLevel {
 
 /// Lists a folder of a walk. Only of the walk's first folder is it no failure not to be there.
 WalkLevel ListLevel(const Machine& machine, std::wstring tstrSourceDir, std::wstring tstrDestinationDir,
-                    const std::wstring& tstrPattern, bool bFirst)
+                    const std::wstring& tstrPattern, bool bFirst, const SkipVisitor& skip)
 {
     WalkLevel level{
         .tstrSourceDir = std::move(tstrSourceDir), .tstrDestinationDir = std::move(tstrDestinationDir), .entries = {}};
@@ -115,15 +126,17 @@ WalkLevel ListLevel(const Machine& machine, std::wstring tstrSourceDir, std::wst
         !(bFirst && dwError == ERROR_PATH_NOT_FOUND)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - ::FindFirstFile(%s) failed. [0x%08x]",
               level.tstrSourceDir.c_str(), dwError);
+        if (skip) skip(level.tstrSourceDir, level.tstrDestinationDir, L"the folder cannot be listed");
     }
     return level;
 }
 
 /// What a link points to is not part of the package: moving it would take it from somebody else.
-void TraceLink(const std::wstring& tstrFolder)
+void SkipLink(const std::wstring& tstrSourceDir, const std::wstring& tstrDestinationDir, const SkipVisitor& skip)
 {
     Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - [%s] is a link and is not followed.",
-          tstrFolder.c_str());
+          tstrSourceDir.c_str());
+    if (skip) skip(tstrSourceDir, tstrDestinationDir, L"a link, which is not followed");
 }
 
 }  // namespace
@@ -143,19 +156,22 @@ bool CopyDirectory(const RunContext& run, const std::wstring& tstrSourceDir, con
     if (tstrSourceDir.empty() || tstrDestinationDir.empty()) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - unknown folder, source[%s], destination[%s]",
               tstrSourceDir.c_str(), tstrDestinationDir.c_str());
+        ReportUncopied(run.machine, tstrSourceDir, tstrDestinationDir, bAfterReboot, L"a folder is not known");
         return true;
     }
     const auto copy = [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {
         CopyOne(run, tstrSource, tstrDestination, bAfterReboot);
     };
-    ForEachFileToCopy(run.machine, tstrSourceDir, tstrPattern, tstrDestinationDir, bRecurse, copy);
+    const auto skip = [&](const std::wstring& tstrSource, const std::wstring& tstrDestination, const wchar_t* szWhy) {
+        ReportUncopied(run.machine, tstrSource, tstrDestination, bAfterReboot, szWhy);
+    };
+    ForEachFileToCopy(run.machine, tstrSourceDir, tstrPattern, tstrDestinationDir, bRecurse, copy, skip);
     return true;
 }
 
-void ForEachFileToCopy(
-    const Machine& machine, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
-    const std::wstring& tstrDestinationDir, bool bRecurse,
-    const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit)
+void ForEachFileToCopy(const Machine& machine, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
+                       const std::wstring& tstrDestinationDir, bool bRecurse, const CopyVisitor& visit,
+                       const SkipVisitor& skip)
 {
     const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
     // Few packages have all the folders that are asked for, and to look for a missing one takes longest.
@@ -165,13 +181,11 @@ void ForEachFileToCopy(
         (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND)) {
         return;
     }
-    if (machine.IsLink(tstrRoot)) {
-        TraceLink(tstrRoot);
-        return;
-    }
+    const std::wstring tstrTarget = String::EnsureBackslash(tstrDestinationDir);
+    if (machine.IsLink(tstrRoot)) return SkipLink(tstrRoot, tstrTarget, skip);
     // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
     std::vector<WalkLevel> levels;
-    levels.push_back(ListLevel(machine, tstrRoot, String::EnsureBackslash(tstrDestinationDir), tstrPattern, true));
+    levels.push_back(ListLevel(machine, tstrRoot, tstrTarget, tstrPattern, true, skip));
     while (!levels.empty()) {
         WalkLevel& level = levels.back();
         if (level.uNext == level.entries.size()) {
@@ -185,9 +199,9 @@ void ForEachFileToCopy(
         if (!entry.bFolder) {
             visit(tstrSource, tstrDestination);
         } else if (bRecurse && entry.bLink) {
-            TraceLink(tstrSource);
+            SkipLink(tstrSource, tstrDestination, skip);
         } else if (bRecurse) {
-            levels.push_back(ListLevel(machine, tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false));
+            levels.push_back(ListLevel(machine, tstrSource + L'\\', tstrDestination + L'\\', tstrPattern, false, skip));
         }
     }
 }
@@ -199,17 +213,14 @@ bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, 
     String::PathParts parts;
     if (const int iError = String::SplitPath(tstrSource, parts); iError != 0) {
         Trace(kTraceError, L"::_tsplitpath_s() failed: %d", iError);
+        ReportUncopied(run.machine, tstrSource, tstrDestination, true, L"a part of the path is too long");
         return false;
     }
 
     // Windows follows at the restart, with the system's rights, what leads to the folder then; what leads there now can
     // be looked at.
     if (run.paths.LeadsThroughLink(String::FolderPart(tstrDestination))) {
-        Change change{.eAction = Action::eMove, .eOutcome = Outcome::eFail, .bAtRestart = true};
-        change.tstrTarget = tstrDestination;
-        change.tstrSource = tstrSource;
-        change.tstrReason = L"a junction or symbolic link leads there";
-        run.machine.Report(change);
+        ReportUncopied(run.machine, tstrSource, tstrDestination, true, L"a junction or symbolic link leads there");
         return RefuseMove(tstrSource, tstrDestination, Storage::Directory::kStoppedOnLink);
     }
 

@@ -14,12 +14,17 @@ inline constexpr unsigned long kStageNames = 100;
 /// path whose drive cannot be told; then they count as if they did.
 [[nodiscard]] bool IsSameDrive(const std::wstring& tstrLeft, const std::wstring& tstrRight);
 
-/// Calls `visit` with source and destination of every file that CopyDirectory() copies with the same arguments, in its
-/// order.
-void ForEachFileToCopy(
-    const KzCommon::Machine& machine, const std::wstring& tstrSourceDir, const std::wstring& tstrPattern,
-    const std::wstring& tstrDestinationDir, bool bRecurse,
-    const std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>& visit);
+/// Called with the source and the destination of a file.
+using CopyVisitor = std::function<void(const std::wstring& tstrSource, const std::wstring& tstrDestination)>;
+/// Called with those of a folder that is left out, and why.
+using SkipVisitor = std::function<void(const std::wstring& tstrSourceDir, const std::wstring& tstrDestinationDir,
+                                       const wchar_t* szReason)>;
+
+/// Calls `visit` for every file that CopyDirectory() copies with the same arguments, in its order, and `skip`, which
+/// may be null, for every folder that it leaves out with a trace line.
+void ForEachFileToCopy(const KzCommon::Machine& machine, const std::wstring& tstrSourceDir,
+                       const std::wstring& tstrPattern, const std::wstring& tstrDestinationDir, bool bRecurse,
+                       const CopyVisitor& visit, const SkipVisitor& skip = nullptr);
 
 /// Copies the entries of a folder that match `tstrPattern`, with `bRecurse` those of its folders too, each folder when
 /// it is met; with `bAfterReboot` at the next restart, otherwise now. Destination folders are not created. Links to

@@ -24,13 +24,15 @@ public:
     ~ProviderSession() { m_provider.Uninitialize(); }
 
     /// Both failures are reported under the first step's name.
-    [[nodiscard]] bool Start()
+    [[nodiscard]] bool Start(Machine& machine)
     {
         if (m_provider.PreInitialize() != 0) {
+            machine.ExplainNothing(L"the install folder is not known");
             Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
             return false;
         }
         if (m_provider.Initialize() != 0) {
+            machine.ExplainNothing(L"the encryption of settings cannot be used");
             Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
             return false;
         }
@@ -98,7 +100,7 @@ void MakeWritable(Machine& machine, const std::wstring& tstrFile)
 bool CarryOver(Machine& machine, const ConfigTarget& target)
 {
     ProviderSession provider(machine);
-    if (!provider.Start()) return false;
+    if (!provider.Start(machine)) return false;
 
     constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
     SectionRecords records;
@@ -161,6 +163,7 @@ bool MergeConfig(RunContext& run, const ConfigTarget& target)
     DWORD dwError = ERROR_SUCCESS;
     if (!Storage::Guarded(&dwError, [&] { bCarriedOver = CarryOver(run.machine, target); })) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() failed. [0x%08x]", dwError);
+        run.machine.ExplainNothing(L"it failed with error " + std::to_wstring(dwError));
     }
     if (!bCarriedOver) KeepUsersFile(run, target);
     return bCarriedOver;

@@ -20,6 +20,17 @@ void TraceFailedCopy(const std::wstring& tstrDestination, const std::wstring& ts
           tstrSource.c_str(), dwError);
 }
 
+/// A copy that the machine is not asked for, or that is not needed.
+void ReportUncopied(Machine& machine, const std::wstring& tstrDestination, const std::wstring& tstrSource,
+                    Outcome eOutcome, const wchar_t* szReason)
+{
+    Change change{.eAction = Action::eCopy, .eOutcome = eOutcome};
+    change.tstrTarget = tstrDestination;
+    change.tstrSource = tstrSource;
+    change.tstrReason = szReason;
+    machine.Report(change);
+}
+
 /// Copies a file over one of the settings. What an earlier run put there may be read-only.
 bool PutInPlace(Machine& machine, const std::wstring& tstrDestination, const std::wstring& tstrSource)
 {
@@ -51,7 +62,11 @@ ConfigTarget SelectConfig(RunContext& run, const Selection& file)
     ConfigTarget target{.tstrPath = file.tstrDestination, .tstrWritten = file.tstrDestination};
     DWORD dwError = ERROR_SUCCESS;
     const bool bLanguage = run.machine.HasFile(file.tstrSource, &dwError);
-    if (!bLanguage) TraceFailedCopy(file.tstrDestination, file.tstrSource, dwError);
+    if (!bLanguage) {
+        TraceFailedCopy(file.tstrDestination, file.tstrSource, dwError);
+        ReportUncopied(run.machine, file.tstrDestination, file.tstrSource, Outcome::eFail,
+                       L"there is no such file to copy");
+    }
     if (!bLanguage && !run.machine.HasFile(file.tstrDestination)) return target;
     const std::wstring tstrWorkingCopy = WorkingCopyOf(run.paths, WorkingFile::eConfig);
     if (MakeWorkingCopy(run.machine, tstrWorkingCopy, bLanguage ? file.tstrSource : file.tstrDestination, dwError)) {
@@ -113,6 +128,10 @@ IniTarget SelectUpdateInfo(const RunContext& run, const std::wstring& tstrDownlo
         return {.tstrPath = tstrDownloaded, .tstrWritten = tstrDownloaded};
     }
     TraceInstalledIsModified(dwError);
+    if (dwError == ERROR_FILE_EXISTS) {
+        ReportUncopied(run.machine, tstrDownloaded, tstrInstalled, Outcome::eStay,
+                       L"there is one already: the installed file is changed, which the restart replaces by it");
+    }
     return {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled};
 }
 
@@ -126,6 +145,8 @@ void EditUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
     DWORD dwError = ERROR_SUCCESS;
     if (run.machine.MoveNow(target.tstrWritten, target.tstrPath, &dwError)) return;
     TraceInstalledIsModified(dwError);
+    ReportUncopied(run.machine, target.tstrPath, run.paths.UpdateInfoFile(), Outcome::eFail,
+                   L"it cannot take its place: the installed file is changed instead");
     static_cast<void>(run.machine.DeleteNow(target.tstrWritten, nullptr));
     const std::wstring tstrInstalled = run.paths.UpdateInfoFile();
     ModifyUpdateInfo(run.machine, {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled});

@@ -3,6 +3,7 @@
 
 #include "agent/DeployPackages.h"
 #include "agent/DeploymentLock.h"
+#include "agent/DownloadPath.h"
 #include "agent/FileOperations.h"
 #include "agent/RunOnce.h"
 
@@ -44,7 +45,7 @@ bool FrameworkDeployAgent::DoDeploy()
         Trace(kTraceInfo, L"FrameworkDeployAgent::DoDeploy: Product directory is existed.");
         bPackages |= kProgramPackage;
     } else {
-        ExplainMissing(L"DeployProgramPackage", m_run.paths.ProductDownloadDir());
+        ExplainMissing(L"DeployProgramPackage", m_run.paths.ProductDownloadDir(), ProductDownloadKey());
     }
     const std::wstring tstrResourceDir = m_run.paths.ReadResourceDownloadDir();
     Trace(kTraceStep, L"FrameworkDeployAgent::DoDeploy: tsUdidResource=%s", tstrResourceDir.c_str());
@@ -56,7 +57,9 @@ bool FrameworkDeployAgent::DoDeploy()
     if ((bPackages & kProgramPackage) && !DeployProgramPackage(m_run)) {
         Trace(kTraceError, L"CActionHandlerFrwk::DeployProgramPackage() failed");
     }
-    if (!(bPackages & kResourcePackage)) ExplainMissing(L"DeployResourceFiles", tstrResourceDir);
+    if (!(bPackages & kResourcePackage)) {
+        ExplainMissing(L"DeployResourceFiles", tstrResourceDir, ResourceDownloadKey());
+    }
     if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_run, tstrResourceDir)) {
         Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
@@ -65,10 +68,21 @@ bool FrameworkDeployAgent::DoDeploy()
     return bFoldersKnown || m_run.paths.InstallDir().empty();
 }
 
-void FrameworkDeployAgent::ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder)
+void FrameworkDeployAgent::ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder,
+                                          const DownloadKey& key)
 {
     m_run.machine.BeginOperation(szOperation);
-    m_run.machine.ExplainNothing(L"there is no folder " + tstrFolder);
+    if (tstrFolder.empty()) return m_run.machine.ExplainNothing(L"UpdateInfo.ini cannot be read");
+    std::wstring tstrReason = L"there is no folder " + tstrFolder;
+    std::wstring tstrPath;
+    const bool bNamed = m_run.machine.ReadIniValue(m_run.paths.UpdateInfoFile(), L"COMPONENT_LIST", key.szKey, L"",
+                                                   tstrPath, nullptr) &&
+                        !tstrPath.empty();
+    if (bNamed && !NormalizeDownloadPath(tstrPath)) {
+        tstrReason +=
+            L", which is taken because " + (key.szKey + (L"=" + tstrPath)) + L" is no name below \"Component\\\"";
+    }
+    m_run.machine.ExplainNothing(tstrReason);
 }
 
 bool FrameworkDeployAgent::DoPostAction()

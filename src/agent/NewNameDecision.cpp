@@ -69,8 +69,9 @@ bool NeedToApplyNewName(Machine& machine)
     const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(machine, L"Version", L"");
     std::wstring tstrBuild;
     const NewNameNeed eNeed = JudgeNewName(tstrLanguage, tstrVersion, tstrBuild);
-    ReportDecision(machine, eNeed == NewNameNeed::eDue ? Outcome::eNew : Outcome::eStay,
-                   ReasonOf(eNeed, tstrVersion, tstrBuild));
+    if (eNeed != NewNameNeed::eDue) {
+        ReportDecision(machine, Outcome::eStay, ReasonOf(eNeed, tstrVersion, tstrBuild));
+    }
     if (eNeed == NewNameNeed::eJapanese) {
         Trace(kTraceInfo, L"No need to change product name for Japanese version.");
         return false;
@@ -136,7 +137,10 @@ void DecideAboutNewName(Machine& machine, const std::function<void()>& beforeQue
     if (CheckIfNewProdNameApplied(machine)) {
         return ReportDecision(machine, Outcome::eStay, L"it has been scheduled before");
     }
-    if (!NeedToApplyNewName(machine) || !CanScheduleNewName(machine)) return;
+    if (!NeedToApplyNewName(machine)) return;
+    if (!CanScheduleNewName(machine))
+        return ReportDecision(machine, Outcome::eFail, L"the install folder is not known");
+    ReportDecision(machine, Outcome::eNew, {});
     // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
     TagNewProdNameApplied(machine);
     PreparePostUdActionForNewName(machine);

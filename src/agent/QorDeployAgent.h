@@ -7,6 +7,8 @@
 
 #include <string>
 
+struct DownloadKey;
+
 /// What the entry point drives: the three phases, each called once, in this order.
 class QorDeployAgent {
 public:
@@ -37,7 +39,8 @@ public:
     [[nodiscard]] const RunContext& Run() const noexcept { return m_run; }
 
 private:
-    void ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder);
+    /// Why a package is not deployed: its folder does not exist.
+    void ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder, const DownloadKey& key);
     void WriteProgramDeployFlag();
 
     RunContext m_run;

@@ -143,10 +143,11 @@ void WriteValue(Machine& machine, const RegistryRecord& record, DWORD dwOp)
 }
 
 /// A record that is refused for its length.
-void ReportTooLong(Machine& machine, const std::wstring& tstrRecord)
+void ReportTooLong(Machine& machine, RegOp eOp, const std::wstring& tstrRecord)
 {
     if (IsRecordLengthValid(tstrRecord)) return;
-    Change change{.eAction = Action::eWriteValue, .eOutcome = Outcome::eFail};
+    Change change{.eAction = eOp == op_reg_delete ? Action::eDeleteValue : Action::eWriteValue,
+                  .eOutcome = Outcome::eFail};
     change.tstrTarget = tstrRecord;
     change.tstrReason = kRecordTooLong;
     machine.Report(change);
@@ -243,7 +244,7 @@ void PatchRegistry(const RunContext& run)
 
 void Records::ChangeValue(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord)
 {
-    ReportTooLong(run.machine, tstrRecord);
+    ReportTooLong(run.machine, RegOpOf(key.eEffect), tstrRecord);
     PatchReg(run, RegOpOf(key.eEffect), tstrRecord);
     TraceRecord(key, tstrRecord);
 }

@@ -22,7 +22,8 @@ Notification ReadNotification(Machine& machine)
 {
     SectionRecords records;
     if (!ReadSection(machine, SectionOf(L"RestartNotification_", L"RemindToReboot"), records,
-                     Frwk::Utility::GetLanguage(machine))) {
+                     Frwk::Utility::GetLanguage(machine)) ||
+        records.empty()) {
         machine.Explain(L"built-in texts");
     }
     return MakeNotification(records);

@@ -6,15 +6,19 @@ bool ReadSection(Machine& machine, const Section& section, SectionRecords& recor
                  const std::source_location& where)
 {
     const std::wstring tstrName = section.szName + std::wstring(tstrLanguage);
+    // The question has built-in texts.
+    const auto explain = [&](const std::wstring& tstrReason) {
+        if (!section.bLanguage) machine.ExplainNothing(tstrReason);
+    };
     DWORD dwError = ERROR_SUCCESS;
     if (!ReadInstructions(machine, tstrName, records, dwError)) {
         static_cast<void>(
             GlobalDebugLog().Trace(where.file_name(), where.line(), kTraceError, section.missing.Get(), dwError));
-        machine.ExplainNothing(L"there is no section [" + tstrName + L"] with a record");
+        explain(L"there is no section [" + tstrName + L"] with a record");
         return false;
     }
     if (records.empty()) {
-        machine.ExplainNothing(L"the section [" + tstrName + L"] has no record, or more than 32766 characters");
+        explain(L"the section [" + tstrName + L"] has no record, or more than 32766 characters");
     }
     return true;
 }

@@ -48,8 +48,7 @@ void RemoveLeftovers(const std::wstring& tstrFolder)
 {
     std::vector<std::wstring> leftovers;
     const auto gather = [&](const Directory::Entry& entry) {
-        const bool bOurs = !entry.bFolder && IsTemporaryName(entry.tstrName);
-        if (bOurs && !IsInUse(entry.tstrName)) leftovers.push_back(tstrFolder + entry.tstrName);
+        if (!entry.bFolder && IsLeftover(entry.tstrName)) leftovers.push_back(tstrFolder + entry.tstrName);
     };
     static_cast<void>(Directory::ForEachEntry(tstrFolder, kNamePattern, gather, nullptr));
     for (const std::wstring& tstrPath : leftovers) DeleteTemporary(tstrPath);
@@ -169,6 +168,11 @@ bool IsTemporaryName(std::wstring_view tstrName) noexcept
     };
     return std::all_of(tstrProcess.begin(), tstrProcess.end(), isHexDigit) && tstrNumber[0] == L'-' &&
            isDigit(tstrNumber[1]) && isDigit(tstrNumber[2]);
+}
+
+bool IsLeftover(const std::wstring& tstrName)
+{
+    return IsTemporaryName(tstrName) && !IsInUse(tstrName);
 }
 
 Replacement::~Replacement()

@@ -13,6 +13,9 @@ namespace KzCommon::Storage::File {
 /// Whether `tstrName` is one that a replacement makes beside its target. What an ended run left under such a name is no
 /// file of anybody's: walks leave it out, and the next replacement in that folder removes it.
 [[nodiscard]] bool IsTemporaryName(std::wstring_view tstrName) noexcept;
+/// Whether a file of that name is one that a program which has ended left behind: the next replacement in its folder
+/// removes it.
+[[nodiscard]] bool IsLeftover(const std::wstring& tstrName);
 
 /// A new file beside `tstrTarget` that is given its content and then takes the target's place; deleted with this object
 /// unless it did. The operations stand in the order in which they are called. All return false with the Win32 code in

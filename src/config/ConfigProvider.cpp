@@ -34,10 +34,10 @@ std::optional<Config::TagPath> PathOf(const std::string& strTag)
     return String::FromUtf8(strTag, tstrTag) ? Config::TagPath::Parse(tstrTag) : std::nullopt;
 }
 
-Change ChangeOf(const std::string& strTag, Outcome eOutcome, const wchar_t* szReason)
+Change ChangeOf(const std::wstring& tstrTag, Outcome eOutcome, const wchar_t* szReason)
 {
     Change change{.eAction = Action::eCarryOver, .eOutcome = eOutcome};
-    change.tstrName = TraceText(strTag);
+    change.tstrName = tstrTag;
     change.tstrReason = szReason;
     return change;
 }
@@ -185,12 +185,19 @@ DWORD CConfigProvider::Write(Json::Value& request)
     ConfigStore store(m_machine, m_protection);
     if (!store.Open(String::JoinPath(*folder, *fileName))) {
         for (const std::string& strTag : data.getMemberNames()) {
-            m_changes.push_back(ChangeOf(strTag, Outcome::eFail, L"the update's file cannot be read"));
+            m_changes.push_back(ChangeOf(TraceText(strTag), Outcome::eFail, L"the update's file cannot be read"));
         }
         return Config::eUnreadableFile;
     }
     const bool bAll = WriteData(store, data);
-    if (!store.Save()) return Config::eUnwritableFile;
+    if (!store.Save()) {
+        for (Change& change : m_changes) {
+            if (change.eOutcome == Outcome::eNew || change.eOutcome == Outcome::eReplace) {
+                change = ChangeOf(change.tstrName, Outcome::eFail, L"the update's file cannot be written");
+            }
+        }
+        return Config::eUnwritableFile;
+    }
     return bAll ? Config::eOk : Config::eRefusedValue;
 }
 
@@ -208,7 +215,7 @@ bool CConfigProvider::WriteData(ConfigStore& store, const Json::Value& data)
     bool bAll = true;
     for (const std::string& strTag : data.getMemberNames()) {
         const bool bFound = !m_found || m_found->contains(strTag);
-        Change& change = m_changes.emplace_back(ChangeOf(strTag, Outcome::eFail, L""));
+        Change& change = m_changes.emplace_back(ChangeOf(TraceText(strTag), Outcome::eFail, L""));
         if (bFound && !data[strTag].isNull()) {
             bAll = WriteTag(store, strTag, data[strTag], change) && bAll;
             continue;

@@ -27,8 +27,8 @@ class Agree(LabTest):
         for planned, after, told in (
                 ([], state(files={'c:\\a': b'x'}), 'file c:\\a: not expected'),
                 ([], state(commands=['x']), 'command 0: not expected'),
-                ([move], state(), 'pending move 0'),
-                ([{**move, 'outcome': 'fail'}], state(), 'pending move 0'),
+                ([move], state(), 'pending move c:\\a > !c:\\b: missing'),
+                ([{**move, 'outcome': 'fail'}], state(), 'pending move c:\\a > !c:\\b: missing'),
                 ([value], state(values={('hklm\\k', 'n'): '2'}), 'value hklm\\k : n: expected'),
                 ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
             with self.subTest(told):

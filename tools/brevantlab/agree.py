@@ -6,6 +6,7 @@
 One machine serves for many scenarios: its files and its registry are put back between them.
 """
 import argparse
+import collections
 import copy
 import dataclasses
 import itertools
@@ -16,28 +17,30 @@ import re
 import shutil
 import sys
 import time
-from typing import Any, Iterable, Iterator
+from typing import Any, Iterable, Iterator, Optional
+from xml.sax.saxutils import escape
 
 from . import prefix as prefixes, registry
 from .expect import differences
 from .layouts import SAMPLES, Files
 from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
-from .random_update import INSTALLS, Scenario, known_cases, random_scenario
+from .random_update import INSTALLS, LINKED, Scenario, known_cases, random_scenario
 from .standins import CANCEL, Question
 from .try_update import Parser
 
 PlannedChange = dict[str, Any]  # as "plan --format json" has it
 
 # What a run may touch; C:\ itself without what is below it.
-PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C:\\Other\\', 'C:\\Kazmere\\', 'D:\\')
+PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C:\\Other\\', 'C:\\Kazmere\\', 'D:\\',
+          LINKED)
 MANIFEST = 'C:\\update.json'
 # What the programs and the stand-ins themselves write; and they, whose files are in use during the run.
 NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\(brevant(check)?\.exe|brevant\.lock|(kzdbg64|libexpat|wtsapi32)\.dll)')
 KEY = 'HKLM\\Software\\Kazmere'
-BELOW_ROOT = 'hklm\\hkey_local_machine'
+BELOW_ROOT = ('hklm\\hkey_local_machine', 'hklm\\software/kazmere/slash')
 TICK = 'frwkdeploytick'  # the time of the run
 MOST_BYTES = 1 << 20  # of a file whose content is compared: the programs are larger
-DOS_ATTRIBUTES = {'r': 1, 'h': 2}
+DOS_ATTRIBUTES = {'r': 1, 'h': 2, 's': 4}
 
 
 @dataclasses.dataclass
@@ -101,7 +104,8 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
     for change in changes:
         action, target = change['action'], _plain(change['target'])
         happens = change['outcome'] not in ('stay', 'fail')
-        if action == 'move' or action == 'stage' and happens:
+        registered = change['atRestart'] and (action == 'move' or 'staged' in change)  # even if it will then fail
+        if registered:
             after.moves.append((change.get('staged', change['source']), '!' + change['target']))
         if action in ('writeValue', 'deleteValue') and change['outcome'] != 'fail':
             place = _key_name(change['target']), change.get('name', '').lower()
@@ -110,7 +114,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
                 after.values.pop(place, None)
             else:
                 after.values[place] = data
-        elif not happens:
+        elif not happens and not registered:
             continue
         elif action == 'createFolder':
             after.folders |= _with_parents(change['target'])
@@ -133,7 +137,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
 def _names(path: str) -> list[str]:
     """The names of a path, as Windows reads it."""
     names: list[str] = []
-    for name in path.lower().replace('/', '\\').split('\\'):
+    for name in path.lower().replace('/', '\\').removeprefix('\\\\?\\').split('\\'):
         if name == '..':
             names = names[:-1]
         elif plain := name.rstrip('. '):
@@ -174,22 +178,23 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
         'folder': (_of_updates(expected.folders - made), _of_updates(after.folders - made)),
         'pending move': (_plain_moves(expected.moves, vain), _plain_moves(after.moves, vain)),
         'command': (expected.commands, after.commands),
-        'question': ([any(change['action'] == 'ask' and change['outcome'] != 'fail' for change in changes)], [asked])}
+        'question': ([any(change['action'] == 'ask' and change['outcome'] == 'new' for change in changes)], [asked])}
     for what, (planned, found) in compared.items():
         yield from (f'{what} {line}' for line in differences(planned, found))
     yield from _wrong_edits(edits, after)
 
 
-def _plain_moves(moves: list[tuple[str, str]], without: set[tuple[str, str]]) -> list[tuple[str, str]]:
-    """What they name, in any order: the plan lists a staged file where its copy was made."""
+def _plain_moves(moves: list[tuple[str, str]], without: set[tuple[str, str]]) -> dict[str, int]:
+    """How often they name what, in any order: the plan lists a staged file where its copy was made."""
     plain = [(_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves]
-    return sorted(move for move in plain if move not in without and not NOT_COMPARED.fullmatch(move[0]))
+    return collections.Counter(' > '.join(move) for move in plain
+                               if move not in without and not NOT_COMPARED.fullmatch(move[0]))
 
 
 def _of_updates(folders: set[str]) -> set[str]:
     """Those that records can name; the trace makes some of its own."""
     return {folder for folder in folders if folder.startswith(('c:\\kazmere\\', 'd:\\', 'c:\\other\\',
-                                                               'c:\\programdata\\kazmere\\'))}
+                                                               'c:\\programdata\\kazmere\\', LINKED.lower()))}
 
 
 def _named(values: dict[tuple[str, str], str]) -> dict[str, str]:
@@ -207,7 +212,7 @@ def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
         text = _text(content)
         tag, key = name.rpartition('/')[2], name.rpartition(']')[2]
         pattern = f'^ *{re.escape(key)} *= *"?{re.escape(value.strip())}"? *$' if edit['action'] == 'writeIni' \
-            else f'<{re.escape(tag)}[^>]*>{re.escape(value)}<'
+            else f'<{re.escape(tag)}[^>]*>{re.escape(escape(value))}<'
         if not re.search(pattern, text.replace('\r', ''), re.IGNORECASE | re.MULTILINE):
             yield f'file {path}: {edit["name"]} is not {value!r}'
 
@@ -252,8 +257,11 @@ class AgreementMachine(Machine):
         checker = install + 'BrevantCheck.exe'
         for _ in range(scenario.earlier_runs):
             self.run(install + 'Brevant.exe', '/DeployFramework')
-        if scenario.earlier_runs:  # a record may have moved the product
+        if scenario.restarted_before:
+            self._restart()
+        if scenario.earlier_runs:  # which may have moved the product, and deleted the programs
             self.set_value(SETTINGS, 'ProductPath', install.rstrip('\\'))
+            self._put_programs(install)
         question = Question(self, install)
         self.host(question.log).unlink(missing_ok=True)
         before = state_of(self) if scenario.earlier_runs else self._fresh_state()
@@ -273,10 +281,7 @@ class AgreementMachine(Machine):
 
     def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange],
                      manifest: str) -> list[str]:
-        run_once = registry.long_key(RUN_ONCE)  # the new name is another test's
-        self.import_reg(f'[-{run_once}]\n[{run_once}]')
-        self.read_tree(RUN_ONCE)
-        self.restart()
+        self._restart()
         found = list(arrivals(before, changes, state_of(self)))
         self._put_programs(scenario.install)  # the update may delete them
         if not manifest.startswith('{'):
@@ -296,13 +301,21 @@ class AgreementMachine(Machine):
                 found.append(f'verify: ARRIVED {path}, planned to fail')
         return found
 
+    def _restart(self) -> None:
+        run_once = registry.long_key(RUN_ONCE)  # the new name is another test's
+        self.import_reg(f'[-{run_once}]\n[{run_once}]')
+        self.read_tree(RUN_ONCE)
+        self.restart()
+
     # -- between two scenarios --
 
     def _set_up(self, scenario: Scenario) -> None:
+        for place in ('C:\\Other', 'C:\\Kazmere', LINKED):
+            if self.host(place).is_symlink():
+                self.host(place).unlink()
+            shutil.rmtree(self.host(place), ignore_errors=True)
         for place in (*PLACES, 'C:\\ProgramData\\Kazmere'):
             self._clear(place)
-        for place in ('C:\\Other', 'C:\\Kazmere'):
-            shutil.rmtree(self.host(place), ignore_errors=True)
         for file in root_files(self):
             file.unlink()
         self._put_programs(scenario.install)
@@ -310,12 +323,15 @@ class AgreementMachine(Machine):
         for path, content in scenario.files.items():
             if not path.endswith('QorPaFrwk.ini'):
                 self._write(path, content)
-        self._write(scenario.install + 'QorPaFrwk.ini', scenario.instructions())
+        if scenario.encoding:
+            self._write(scenario.install + 'QorPaFrwk.ini', scenario.instructions())
         for folder in scenario.folders:
             if not self.host(folder).exists():
                 self.make_dir(folder)
         for path, letters in scenario.attributes.items():
             _set_attributes(self.host(path), letters)
+        for number, link in enumerate(scenario.links):
+            self._link(link, f'{link[0]}{LINKED[1:]}{number}')
         self._set_registry(scenario)
         Question(self, scenario.install).answer(CANCEL)
 
@@ -328,21 +344,28 @@ class AgreementMachine(Machine):
         if not self.host(path).is_dir() and not any(parent.is_file() for parent in self.host(path).parents):
             self.write(path, content)
 
+    def _link(self, link: str, target: str) -> None:
+        if not self.host(link).parent.is_dir() or self.host(link).is_file() or self.host(link).is_symlink():
+            return
+        self.make_dir(link)
+        self.make_dir(target.rpartition('\\')[0])
+        self.link(link, target)
+
     def _clear(self, place: str) -> None:
         home = self.host(place)
         for entry in home.iterdir() if home.is_dir() else ():
             prefixes.remove_tree(entry) if entry.is_dir() and not entry.is_symlink() else entry.unlink()
 
     def _set_registry(self, scenario: Scenario) -> None:
-        gone = (KEY, RUN_ONCE, BELOW_ROOT.upper())
+        gone = (KEY, RUN_ONCE, *(key.upper() for key in BELOW_ROOT))
         lines = [f'[-{registry.long_key(key)}]' for key in gone] + [f'[{registry.long_key(RUN_ONCE)}]']
         lines += [f'[{registry.long_key(SESSION_MANAGER)}]', '"PendingFileRenameOperations"=-']
         self.import_reg('\n'.join(lines))
         self.import_reg((SAMPLES / 'installed' / 'registry.reg').read_text('utf-8'))
         self.set_value(SETTINGS, 'ProductPath', scenario.install.rstrip('\\'))
         self.set_value(SETTINGS, 'Language', scenario.language)
-        for key, name, data in scenario.values:
-            self.set_value(key, name, data)
+        for value in scenario.values:
+            self.set_value(*value)
 
     def _forget_traces(self) -> None:
         for file in self.host('C:\\Trace').rglob('*.log'):
@@ -360,7 +383,7 @@ class AgreementMachine(Machine):
 def _set_attributes(file: pathlib.Path, letters: str) -> None:
     if not file.is_file():
         return
-    if 'h' in letters:  # where Wine keeps it
+    if set('hs') & set(letters):  # where Wine keeps it
         os.setxattr(file, 'user.DOSATTRIB', f'0x{sum(DOS_ATTRIBUTES[letter] for letter in letters):x}'.encode())
     if 'r' in letters:
         file.chmod(0o444)

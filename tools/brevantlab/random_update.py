@@ -5,15 +5,17 @@
 """
 import dataclasses
 import random
-from typing import Callable, Sequence
+from typing import Callable, Sequence, Union
 
 from .layouts import MARKER, PRODUCT_PACKAGE, RESOURCE_PACKAGE, Files, folders, sample_files
 from .machine import SETTINGS
 from .registry import Data
 
 INSTALLS = ('C:\\Kazmere\\', 'D:\\Kazmere\\')
+LINKED = 'C:\\Linked\\'  # where links lead, on each drive
 KEY = 'SOFTWARE\\Kazmere\\KZVLT'
 Section = list[str]
+Value = Union[tuple[str, str, Data], tuple[str, str, Data, str]]  # key, name, data and, for some, its kind
 
 
 @dataclasses.dataclass
@@ -24,10 +26,13 @@ class Scenario:
     language: str = 'EN-US'
     files: Files = dataclasses.field(default_factory=dict)  # by Windows path
     folders: list[str] = dataclasses.field(default_factory=list)
-    attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: of "r" (read-only), "h" (hidden)
-    values: list[tuple[str, str, Data]] = dataclasses.field(default_factory=list)  # key, name, data
+    links: list[str] = dataclasses.field(default_factory=list)  # folders in whose place a link leads to another
+    attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: "r"(ead-only), "h"(idden), "s"(ystem)
+    values: list[Value] = dataclasses.field(default_factory=list)
     sections: dict[str, Section] = dataclasses.field(default_factory=dict)  # of the instruction file: its lines
+    encoding: str = 'utf-16'  # of the instruction file; empty: there is none
     earlier_runs: int = 0  # before the one that is planned
+    restarted_before: bool = False  # after these
     restart: bool = False  # what is special about it shows after the restart only
 
     def __post_init__(self) -> None:
@@ -45,7 +50,7 @@ class Scenario:
     def instructions(self) -> bytes:
         """The instruction file."""
         text = ''.join(f'[{name}]\n' + ''.join(f'{line}\n' for line in lines) for name, lines in self.sections.items())
-        return text.replace('\n', '\r\n').encode('utf-16')
+        return text.replace('\n', '\r\n').encode(self.encoding or 'utf-16', 'replace')
 
 
 Change = Callable[[Scenario], None]
@@ -139,35 +144,57 @@ class _Maker:
     """Makes the parts of one random scenario."""
     PLACES = ('{InstalledDir}',) * 6 + ('{UdComponentsSrcDir}',) * 3 + (
         '{InstallerLogDir}', '{InteractiveLogDir}', '{ServiceLogDir}', '{ProtectedLogDir}', 'C:\\Other\\',
-        'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\')
+        'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\', '\\\\?\\C:\\Other\\',
+        'C:', '\\Other\\', '{InstalledDir}\\.\\', 'D:\\', '\\\\nowhere\\share\\', 'C:\\Linked\\', '{InstalledDir}Link\\')
     FOLDERS = ('Policy', 'Task', 'Legacy', 'Lang', 'New\\Deep\\Deeper', 'Resource', 'Resource\\images', 'Patterns',
                'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang',
                'bad|name', 'end ',
                'dots...', 'con', 'readme.htm\\below', 'Überblick', 'a/b', '.', 'a\\..\\b', 'x' * 260, 'LEGACY',
-               'a:b', 'QorFirefoxExt', 'wild*')
+               'a:b', 'QorFirefoxExt', 'wild*', '', '日本', 'İ', 'ß\\SS', 'Link', 'nul.txt', 'tab\tname', 'Share')
     PATTERNS = ('*.old', 'Keystride*.dll', 'panel.dll', '*.htm', '?anel.dll', 'readme.*', 'none*',
                 'Share\\UI\\panel.dll',
                 'Share\\UI\\*', 'Policy\\*', 'Resource\\EN-US\\*', '*.xml', 'config.*', 'Share\\Setting\\*.xml',
                 'Share\\Setting\\config*', 'Legacy\\*', 'Legacy', '', 'bad|name', 'Task\\*.task', 'Nowhere\\*',
                 'Nowhere\\a.dll', '*.HTM', 'readme.htm\\*', 'Legacy\\\\*', 'a:b', '*.dll0', 'extra?.dat', '**',
-                '*.unfinished')
+                '*.unfinished', '*.*', '*', '日本.*', '?.dat', '*.gz', 'name.*.dots', 'QorPaFrwk.ini', '*.ini',
+                'Link\\*', 'config.previous*', '*~1.dll', 'qorshcut*.xml', 'Driver\\*.sys')
     KEYS = (KEY + '\\Vault',) * 6 + (
         'SOFTWARE\\Kazmere\\New', 'SOFTWARE\\Kazmere\\New\\Deep', KEY, KEY.lower() + '\\VAULT', '\\' + KEY,
-        KEY + '\\', KEY + '\\\\Double', KEY + '\\' + 'k' * 300, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '')
+        KEY + '\\', KEY + '\\\\Double', KEY + '\\' + 'k' * 300, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere', '',
+        KEY + '\\Überblick', 'SOFTWARE/Kazmere/Slash', KEY + '\\ Space ')
     NAMES = ('Theme', 'IdleMinutes', 'KeystrideToolbar', 'theme', '(Default)', 'New', 'Second', 'Language', 'Mark',
-             'Big', ' ', 'a b', 'Überblick')
+             'Big', ' ', 'a b', 'Überblick', '(default)', 'back\\slash', 'n' * 300, '日本')
     TYPES = ('REG_SZ',) * 4 + ('REG_DWORD',) * 4 + ('REG_QDWORD', 'REG_MULTI_SZ', 'REG_QWORD', 'reg_sz', '')
     DATA = ('1', '60', '0x10', '-1', '4294967295', '4294967296', 'dark', 'light', '{InstalledDir}readme.htm', '', ' 5',
-            'a!b', '3943305780', '!!default_val!REG_SZ!!', '{ServiceLogDir}x', '5368709120', '"quoted"')
+            'a!b', '3943305780', '!!default_val!REG_SZ!!', '{ServiceLogDir}x', '5368709120', '"quoted"',
+            '16954726988734894644', '18446744073709551616', '007', '{ProtectedLogDir}', '{InstalledDir}{InstallerLogDir}',
+            '日本', 'tab\there', 'x' * 900)
     EDITS = ('COMPONENT_LIST!Component101_Version!3.9.0.1105', 'New!Key!1', 'New!Key!2', 'COMPONENT_LIST!OnlyAKey', '!',
              'A!B!', 'A!B!a!b', 'New!key!3', 'COMPONENT_LIST!Note!{InstalledDir}', 'A!B!"quoted"', 'A!B! space ',
              'A!"B"!1', 'COMPONENT_LIST!Note!Überblick', 'COMPONENT_LIST!Component101_DownloadPath!other',
              'A]!B!1', 'component_list!component101_version!4', 'A!;B!1', ' New! Key !5')
     SETTINGS = ('/ProxySettings/Enable', '/ProxySettings/Server', '/ProxySettings/Port', '/ProxySettings/Password',
                 '/No/Such', '//', '/', '', 'ProxySettings/Enable', '/ProxySettings', '/proxysettings/enable',
-                '/ProxySettings/Enable/', '/ProxySettings//Port')
+                '/ProxySettings/Enable/', '/ProxySettings//Port', '/Window/Skin', '/FeedbackServer/Address', '/a b',
+                '/Überblick', '/' + 'x' * 1100, '/ProxySettings/Enable/Deeper', '/Twice')
     COMMANDS = ('cmd.exe /c echo {InstalledDir}', 'cmd.exe /c echo cut! off', 'cmd.exe /c echo 1', 'cmd.exe /c echo 1',
-                '{UdComponentsSrcDir}none.exe')
+                '{UdComponentsSrcDir}none.exe', 'cmd.exe /c echo ' + 'x' * 1000, '"{ProtectedLogDir}a b.exe" /x',
+                'cmd.exe /c echo kbfilter.ini', '日本.exe', 'a=b')
+    NOISE = ('; a comment', '', 'Add={InstalledDir}Case', 'add = {InstalledDir}Spaced', '  add={InstalledDir}Indented',
+             'add', '=x', 'add==x', 'add=', 'delete="{InstalledDir}Quoted"', 'delete={InstalledDir}' + 'x' * 1100,
+             'unknown=1', 'delete=' + 'y' * 1023, 'text=', 'modify=A!B!' + 'z' * 1020, 'SysRunOnce= cmd.exe /c echo 2')
+    CONFIGS = (
+        '<C><ProxySettings><Enable type="bool">perhaps</Enable><Port type="int">99999999999</Port></ProxySettings></C>',
+        '<C><ProxySettings><Server>a &amp; &lt;b&gt;</Server><Port>1</Port><Port>2</Port></ProxySettings></C>',
+        '<!DOCTYPE C><C><ProxySettings><Enable>1</Enable></ProxySettings></C>', '',
+        '<C><ProxySettings><Password protected="1">2:none</Password><Enable>1<Deeper>x</Deeper></Enable></ProxySettings></C>',
+        '<C><Twice>1</Twice><Twice>2</Twice><Window><Skin><![CDATA[<red>]]></Skin></Window></C>',
+        '<?xml version="1.0" encoding="ISO-8859-1"?><C><ProxySettings/></C>')
+    UPDATE_INFOS = (
+        '[component_list]\r\ncomponent101_downloadpath = "{0}"\r\n', '[COMPONENT_LIST]\r\nComponent1_DownloadPath={0}\r\n',
+        ';\r\n[COMPONENT_LIST ]\r\n  Component101_DownloadPath=.\\{0}\\\r\nComponent103_iUD_Version=1\r\n', '[Other]\r\nA=1',
+        '[COMPONENT_LIST]\r\nComponent101_DownloadPath=\r\nComponent101_DownloadPath={0}\r\nComponent2_DownloadPath={0}',
+        '[COMPONENT_LIST]\r\nComponent101_DownloadPath={0}\\Share\\..\r\nComponent2_DownloadPath={0}/Share/Resource\r\n')
 
     def __init__(self, seed: int) -> None:
         self.random = random.Random(seed)
@@ -183,9 +210,10 @@ class _Maker:
 
     def make(self) -> Scenario:
         for part in (self.thin_out, self.add_files, self.add_leftovers, self.spoil, self.add_values, self.write_records,
-                     self.set_attributes):
+                     self.set_attributes, self.add_odd_files, self.add_odd_values, self.add_odd_lines, self.add_links):
             part()
-        self.scenario.earlier_runs = int(self.often(0.2))
+        self.scenario.earlier_runs = self.random.choice((1, 1, 1, 2)) if self.often(0.2) else 0
+        self.scenario.restarted_before = self.scenario.earlier_runs > 0 and self.often(0.2)
         return self.scenario
 
     def thin_out(self) -> None:
@@ -278,7 +306,75 @@ class _Maker:
         # Wine, run by root, writes to read-only INI files; Windows does not.
         paths = sorted(path for path in self.scenario.files if not path.endswith('.ini'))
         for _ in self.some(8) if self.often(0.6) else ():
-            self.scenario.attributes[self.random.choice(paths)] = self.random.choice(('r', 'h', 'rh'))
+            self.scenario.attributes[self.random.choice(paths)] = self.random.choice(('r', 'h', 'rh', 's', 'hs'))
+
+    def add_odd_files(self) -> None:
+        scenario, choose = self.scenario, self.random.choice
+        homes = [scenario.share + name for name in ('UI\\', 'Setting\\', 'Task\\', '')]
+        homes += [folders(scenario.install)['package'], folders(scenario.install)['resource'], scenario.install]
+        names = ('日本.htm', 'İ.dat', 'ß.dat', 'SS.dat', 'a.tar.gz', 'name.with.dots', '~kzcomn-00000abc-01.tmp',
+                 'QorUpdate.json', 'UpdateInfo.ini', 'b.ini', '.hidden', 'config.xml', 'PANEL.DLL')
+        for _ in self.some(4):
+            scenario.put(choose(homes) + choose(names))
+        if self.often(0.15):
+            scenario.put(scenario.install + 'config.xml', choose(self.CONFIGS))
+        if self.often(0.1):
+            scenario.put(f'{scenario.share}Setting\\config_{scenario.language}.xml', choose(self.CONFIGS))
+        if self.often(0.1):
+            text = choose(self.UPDATE_INFOS).format(PRODUCT_PACKAGE)
+            scenario.files[scenario.install + 'UpdateInfo.ini'] = text.encode(choose(('utf-16', 'cp1252')))
+        for number in range(1, choose((2, 3, 10))) if self.often(0.06) else ():
+            scenario.put(scenario.install + f'config.previous{f".{number}" if number > 1 else ""}.xml')
+        if self.often(0.05):
+            scenario.folders.append(scenario.install + 'config.previous.xml')
+        preload = 'C:\\ProgramData\\Kazmere\\KZVLT\\Engine\\Preload\\preload.dat'
+        for number in range(choose((1, 3, 100))) if self.often(0.06) else ():
+            scenario.put(f'{preload}{number}')
+
+    def add_odd_values(self) -> None:
+        scenario, choose, vault = self.scenario, self.random.choice, SETTINGS + '\\Vault'
+        values: tuple[Value, ...] = (
+            (vault, '', 'unnamed'), (vault, '(Default)', 'literal'), (vault, 'Mark', 2**40, 'qword'),
+            (vault, 'Big', 0xEB0A1234EB0A1234, 'qword'), (vault, 'Second', '%TEMP%\\x', 'expand'),
+            ('HKLM\\Software\\Kazmere\\New', 'Mark', 1), ('HKLM\\Software\\Kazmere\\New', '', ''),
+            (SETTINGS, MARKER[0], 'another'), (SETTINGS, 'Language', choose(('', 'de-de', 'XX-XX', 7))),
+            (SETTINGS, 'Version', choose(('3.8.0.0999', '10.8.0.1099', '3.8.0.109', '3.8.0.1100'))),
+            (SETTINGS, 'ProductPath', choose((scenario.install, scenario.install.lower(),
+                                              scenario.install.replace('\\', '/'), scenario.install + '.'))))
+        taken = {(value[0], value[1].lower()) for value in scenario.values}
+        for value in values:
+            if self.often(0.08) and (value[0], value[1].lower()) not in taken:
+                scenario.values.append(value)
+        if self.often(0.1):
+            session = choose(('ServiceSession', 'ProtectedSession'))
+            places: tuple[Data, ...] = ('', 'relative', 'C:\\Other', '%USERPROFILE%', '%USERPROFILE%\\\\Deep', 'Q:\\x\\', 7)
+            scenario.values.append((f'{SETTINGS}\\1\\DebugLog\\{session}', 'LogFolder', choose(places)))
+        if self.often(0.1):
+            text = '[Global]\r\nS_STR_PRODUCT_NAME=Kazmere Qorvault\r\n'
+            scenario.files[scenario.install + 'Resource\\EN-US\\StringTable.ini'] = text.encode('utf-16')
+
+    def add_odd_lines(self) -> None:
+        scenario, choose = self.scenario, self.random.choice
+        sections = scenario.sections
+        for name in [name for name in sections if self.often(0.2)]:
+            for _ in self.some(3):
+                sections[name].insert(self.random.randint(0, len(sections[name])), choose(self.NOISE))
+        texts = ['text=Titel', 'text=Überblick', 'text=third'][:self.random.randint(0, 3)]
+        sections[f'RestartNotification_{scenario.language}'] = texts
+        if self.often(0.1) and 'QOR_DIR' in sections:
+            sections['qor_dir'] = ['add={InstalledDir}Second section']
+        if self.often(0.02) and sections:
+            sections[choose(list(sections))] += [f'add={KEY}!Large{number}!REG_SZ!' + 'x' * 200 for number in range(160)]
+        scenario.encoding = choose(('utf-16',) * 10 + ('cp1252', '')) if self.often(0.3) else scenario.encoding
+
+    def add_links(self) -> None:
+        scenario = self.scenario
+        places = [scenario.install + name for name in ('Policy', 'Task', 'Link', 'Legacy', 'Resource', 'Component')]
+        places += [scenario.share + name for name in ('Setting', 'Task', 'UI', 'Resource\\EN-US', '7-Zip\\Lang')]
+        places += ['C:\\Other', 'D:\\Other', 'C:\\ProgramData\\Kazmere\\KZVLT\\Engine',
+                   folders(scenario.install)['package'] + 'Driver', folders(scenario.install)['resource'].rstrip('\\')]
+        for _ in self.some(2) if self.often(0.12) else ():
+            scenario.links.append(self.random.choice(places))
 
 
 def random_scenario(seed: int) -> Scenario:

@@ -21,11 +21,15 @@ def _escape(text: str) -> str:
 
 
 def line_of(name: str, data: Data, kind: Optional[str] = None) -> str:
-    """The line of a value: text, number, list of texts or bytes; kind 'expand' for REG_EXPAND_SZ."""
-    return f'"{_escape(name)}"={_format(data, kind)}'
+    """The line of a value, the unnamed one without a name: text, number, list of texts or bytes; kind 'expand' for
+    REG_EXPAND_SZ, 'qword' for a number of 64 bits."""
+    quoted = f'"{_escape(name)}"' if name else '@'
+    return f'{quoted}={_format(data, kind)}'
 
 
 def _format(data: Data, kind: Optional[str]) -> str:
+    if kind == 'qword':
+        return 'hex(b):' + ','.join(f'{byte:02x}' for byte in data.to_bytes(8, 'little'))
     if isinstance(data, int):
         return f'dword:{data & 0xFFFFFFFF:08x}'
     if isinstance(data, str) and kind != 'expand':

@@ -2,6 +2,7 @@
 #include "check/simulate/SimulatedMachine.h"
 
 #include "check/update/LongPath.h"
+#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Result.h"
 
@@ -212,6 +213,21 @@ void SimulatedMachine::PutCopy(const FullPath& destination, const Found& source)
     m_files.PutFile(destination, std::move(pState));
 }
 
+void SimulatedMachine::RemoveLeftovers(const FullPath& target)
+{
+    const std::wstring tstrFolder = target.Parent().Text() + L'\\';
+    std::vector<std::wstring> leftovers;
+    const auto gather = [&](const Storage::Directory::Entry& entry) {
+        if (!entry.bFolder && Storage::File::IsLeftover(entry.tstrName))
+            leftovers.push_back(tstrFolder + entry.tstrName);
+    };
+    static_cast<void>(ForEachEntry(tstrFolder, L"*.tmp", gather, nullptr));
+    for (const std::wstring& tstrPath : leftovers) {
+        m_log.Explain(L"left behind by a program that has ended");
+        static_cast<void>(DeleteNow(tstrPath, nullptr));
+    }
+}
+
 bool SimulatedMachine::CopyNow(const std::wstring& tstrDestination, const std::wstring& tstrSource, CopyMode eMode,
                                DWORD* pdwError)
 {
@@ -225,6 +241,7 @@ bool SimulatedMachine::CopyNow(const std::wstring& tstrDestination, const std::w
     Change change{.eAction = Action::eCopy, .eOutcome = At(destination).IsFile() ? Outcome::eReplace : Outcome::eNew};
     change.tstrTarget = tstrDestination;
     change.tstrSource = OriginOf(tstrSource);
+    if (dwCode == ERROR_SUCCESS && bOver) RemoveLeftovers(destination);
     if (dwCode == ERROR_SUCCESS) PutCopy(destination, found);
     if (dwCode != ERROR_SUCCESS) change.tstrReason = WhyNotCopied(tstrDestination, tstrSource, dwCode);
     RecordCopy(std::move(change), destination, dwCode, !bOver && IsOtherDrive(destination, source));
@@ -297,6 +314,7 @@ bool SimulatedMachine::BackUp(const std::wstring& tstrCopy, const std::wstring& 
     Change change{.eAction = Action::eKeep, .eOutcome = At(copy).IsFile() ? Outcome::eReplace : Outcome::eNew};
     change.tstrTarget = tstrCopy;
     change.tstrSource = tstrSource;
+    if (dwCode == ERROR_SUCCESS) RemoveLeftovers(copy);
     if (dwCode == ERROR_SUCCESS) PutCopy(copy, source);
     if (dwCode != ERROR_SUCCESS) change.tstrReason = WhyNotCopied(tstrCopy, tstrSource, dwCode);
     RecordCopy(std::move(change), copy, dwCode, false);
@@ -378,6 +396,7 @@ bool SimulatedMachine::ReplaceContent(const std::wstring& tstrPath, std::string_
     const Found found = At(path);
     if (found.eKind == Found::Kind::eNone) return Fail(found.dwError, pdwError);
     if (found.IsFolder() || (found.dwAttributes & FILE_ATTRIBUTE_READONLY)) return Fail(ERROR_ACCESS_DENIED, pdwError);
+    RemoveLeftovers(path);
     AddFile(tstrPath, strBytes, (found.dwAttributes & kKept) | FILE_ATTRIBUTE_ARCHIVE);
     return true;
 }

@@ -169,6 +169,8 @@ private:
     [[nodiscard]] DWORD TryCopyNew(const FullPath& destination, const Found& source) const;
     [[nodiscard]] DWORD WhyNotPlaced(const FullPath& destination) const;
     void PutCopy(const FullPath& destination, const Found& source);
+    /// What replacing a file does before: the temporary files of programs that have ended go.
+    void RemoveLeftovers(const FullPath& target);
     /// Where a copy that the run has made comes from; the path itself for any other file.
     [[nodiscard]] std::wstring OriginOf(const std::wstring& tstrPath) const;
     void RecordCopy(Change change, const FullPath& destination, DWORD dwCode, bool bStaging);

@@ -40,6 +40,7 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
     if (At(destination).IsFile()) change.eOutcome = Outcome::eReplace;
     if (!bNoted) {
         change.eOutcome = Outcome::eFail;
+        change.bAtRestart = false;
         change.tstrReason = L"longer than 259 characters, in its place or in the download folder";
     }
     const auto itMade = m_made.find(source.Text());
