@@ -23,9 +23,11 @@ class Links(LabTest):
         machine = self.machine
         self.instruct('[QOR_DIR]\n', f'[QOR_DIR]\nadd={PRELOAD}New\\Deep\n')
         machine.link(DATA + 'Engine', ELSEWHERE)
+        machine.link(machine.folders['share'] + 'Task', 'C:\\Package')
         before = machine.listing(ELSEWHERE)
         plan = machine.run(machine.install + 'BrevantCheck.exe', 'plan', machine.install).output
         self.assertEqual(2, plan.count('(a junction or symbolic link leads there)'), plan)
+        self.assertIn('(a link, which is not followed)', plan)
         code, messages = machine.agent('/DeployFramework')
         self.assertEqual(0, code)
         source = machine.folders['product'] + 'Engine\\Preload\\preload.dat'

@@ -100,7 +100,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
     """What the machine is to be after the run and before the restart, and the changes of contents: they say what is
     in a file afterwards, not the whole file."""
     after = copy.deepcopy(before)
-    edits = []
+    edits: list[PlannedChange] = []
     for change in changes:
         action, target = change['action'], _plain(change['target'])
         happens = change['outcome'] not in ('stay', 'fail')

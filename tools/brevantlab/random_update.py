@@ -27,7 +27,7 @@ class Scenario:
     files: Files = dataclasses.field(default_factory=dict)  # by Windows path
     folders: list[str] = dataclasses.field(default_factory=list)
     links: list[str] = dataclasses.field(default_factory=list)  # folders in whose place a link leads to another
-    attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: "r"(ead-only), "h"(idden), "s"(ystem)
+    attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: of r(ead-only), h(idden), s(ystem)
     values: list[Value] = dataclasses.field(default_factory=list)
     sections: dict[str, Section] = dataclasses.field(default_factory=dict)  # of the instruction file: its lines
     encoding: str = 'utf-16'  # of the instruction file; empty: there is none
@@ -67,7 +67,7 @@ def _records(**sections: Sequence[str]) -> Change:
 
 def _leftovers(scenario: Scenario) -> None:
     for name in ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished', 'config.xml', 'UpdateInfo.ini',
-                 '~kzcomn-000000d4.tmp', 'qorshcut.xml'):
+                 '~kzcomn-000000d4-01.tmp', 'qorshcut.xml'):
         scenario.put(f'{scenario.share}Setting\\{name}')
         scenario.put(scenario.product + name)
     _records(UPDATE_INFO=['modify=A!B!1'], QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
@@ -87,7 +87,9 @@ def _moved_away(scenario: Scenario) -> None:
 
 def _deleted_source(scenario: Scenario) -> None:
     scenario.put(scenario.share + 'UI\\panel.dll')
-    _records(QOR_FILE=['delete_now={UdComponentsSrcDir}Share\\UI\\panel.dll'])(scenario)
+    _records(QOR_FILE=['delete_now={UdComponentsSrcDir}Share\\UI\\panel.dll',
+                       'delete_now={UdComponentsSrcDir}Share\\Setting\\config.xml'],
+             QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
 
 
 def _deleted_folder(scenario: Scenario) -> None:
@@ -113,6 +115,11 @@ def _refused_language_file(scenario: Scenario) -> None:
     scenario.attributes[setting + 'config.xml'] = 'rh'
 
 
+def _linked(scenario: Scenario) -> None:
+    scenario.links = [scenario.share + 'Task', scenario.install + 'Policy']
+    _records(QOR_DIR=['add={InstalledDir}Policy\\New'], QOR_FILE=['delete_now={InstalledDir}Policy\\*'])(scenario)
+
+
 _CASES: dict[str, Change] = {
     'leftovers in the download folder': _leftovers,
     'a package folder that a record creates': _made_package,
@@ -124,6 +131,7 @@ _CASES: dict[str, Change] = {
     'the source of a file is deleted at once': _deleted_source,
     'hidden drivers': _hidden_drivers,
     'a refused copy of the language file': _refused_language_file,
+    'links in the package and in the product': _linked,
 }
 
 
@@ -145,7 +153,8 @@ class _Maker:
     PLACES = ('{InstalledDir}',) * 6 + ('{UdComponentsSrcDir}',) * 3 + (
         '{InstallerLogDir}', '{InteractiveLogDir}', '{ServiceLogDir}', '{ProtectedLogDir}', 'C:\\Other\\',
         'D:\\Other\\', 'C:/Other/', '', '..\\', 'Q:\\', '{installeddir}', '{InstalledDir}..\\', '\\\\?\\C:\\Other\\',
-        'C:', '\\Other\\', '{InstalledDir}\\.\\', 'D:\\', '\\\\nowhere\\share\\', 'C:\\Linked\\', '{InstalledDir}Link\\')
+        'C:', '\\Other\\', '{InstalledDir}\\.\\', 'D:\\', '\\\\nowhere\\share\\', 'C:\\Linked\\',
+        '{InstalledDir}Link\\')
     FOLDERS = ('Policy', 'Task', 'Legacy', 'Lang', 'New\\Deep\\Deeper', 'Resource', 'Resource\\images', 'Patterns',
                'Driver', 'Share\\Task', 'Share\\Task\\', 'Share\\UI', 'Share\\Setting', 'Share\\7-Zip\\Lang',
                'bad|name', 'end ',
@@ -167,7 +176,8 @@ class _Maker:
     TYPES = ('REG_SZ',) * 4 + ('REG_DWORD',) * 4 + ('REG_QDWORD', 'REG_MULTI_SZ', 'REG_QWORD', 'reg_sz', '')
     DATA = ('1', '60', '0x10', '-1', '4294967295', '4294967296', 'dark', 'light', '{InstalledDir}readme.htm', '', ' 5',
             'a!b', '3943305780', '!!default_val!REG_SZ!!', '{ServiceLogDir}x', '5368709120', '"quoted"',
-            '16954726988734894644', '18446744073709551616', '007', '{ProtectedLogDir}', '{InstalledDir}{InstallerLogDir}',
+            '16954726988734894644', '18446744073709551616', '007', '{ProtectedLogDir}',
+            '{InstalledDir}{InstallerLogDir}',
             '日本', 'tab\there', 'x' * 900)
     EDITS = ('COMPONENT_LIST!Component101_Version!3.9.0.1105', 'New!Key!1', 'New!Key!2', 'COMPONENT_LIST!OnlyAKey', '!',
              'A!B!', 'A!B!a!b', 'New!key!3', 'COMPONENT_LIST!Note!{InstalledDir}', 'A!B!"quoted"', 'A!B! space ',
@@ -187,14 +197,19 @@ class _Maker:
         '<C><ProxySettings><Enable type="bool">perhaps</Enable><Port type="int">99999999999</Port></ProxySettings></C>',
         '<C><ProxySettings><Server>a &amp; &lt;b&gt;</Server><Port>1</Port><Port>2</Port></ProxySettings></C>',
         '<!DOCTYPE C><C><ProxySettings><Enable>1</Enable></ProxySettings></C>', '',
-        '<C><ProxySettings><Password protected="1">2:none</Password><Enable>1<Deeper>x</Deeper></Enable></ProxySettings></C>',
+        '<C><ProxySettings><Password protected="1">2:none</Password><Enable>1<Deeper>x</Deeper></Enable>'
+        '</ProxySettings></C>',
         '<C><Twice>1</Twice><Twice>2</Twice><Window><Skin><![CDATA[<red>]]></Skin></Window></C>',
         '<?xml version="1.0" encoding="ISO-8859-1"?><C><ProxySettings/></C>')
     UPDATE_INFOS = (
-        '[component_list]\r\ncomponent101_downloadpath = "{0}"\r\n', '[COMPONENT_LIST]\r\nComponent1_DownloadPath={0}\r\n',
-        ';\r\n[COMPONENT_LIST ]\r\n  Component101_DownloadPath=.\\{0}\\\r\nComponent103_iUD_Version=1\r\n', '[Other]\r\nA=1',
-        '[COMPONENT_LIST]\r\nComponent101_DownloadPath=\r\nComponent101_DownloadPath={0}\r\nComponent2_DownloadPath={0}',
-        '[COMPONENT_LIST]\r\nComponent101_DownloadPath={0}\\Share\\..\r\nComponent2_DownloadPath={0}/Share/Resource\r\n')
+        '[component_list]\r\ncomponent101_downloadpath = "{0}"\r\n',
+        '[COMPONENT_LIST]\r\nComponent1_DownloadPath={0}\r\n',
+        ';\r\n[COMPONENT_LIST ]\r\n  Component101_DownloadPath=.\\{0}\\\r\nComponent103_iUD_Version=1\r\n',
+        '[Other]\r\nA=1',
+        '[COMPONENT_LIST]\r\nComponent101_DownloadPath=\r\nComponent101_DownloadPath={0}\r\n'
+        'Component2_DownloadPath={0}',
+        '[COMPONENT_LIST]\r\nComponent101_DownloadPath={0}\\Share\\..\r\n'
+        'Component2_DownloadPath={0}/Share/Resource\r\n')
 
     def __init__(self, seed: int) -> None:
         self.random = random.Random(seed)
@@ -242,8 +257,9 @@ class _Maker:
         places = {scenario.product: ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
                                      'config-0000zzzz.unfinished'),
                   scenario.share + 'Setting\\': ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
-                                                 'config.xml', 'UpdateInfo.ini', '~kzcomn-000000d4.tmp', 'readme.htm'),
-                  scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-000000d4.tmp',
+                                                 'config.xml', 'UpdateInfo.ini', '~kzcomn-000000d4-01.tmp',
+                                                 'readme.htm'),
+                  scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-000000d4-01.tmp',
                                      'UpdateInfo-000000d4.unfinished', 'readme.htm0', 'panel.dll0')}
         for folder, names in places.items():
             for name in names:
@@ -347,7 +363,8 @@ class _Maker:
                 scenario.values.append(value)
         if self.often(0.1):
             session = choose(('ServiceSession', 'ProtectedSession'))
-            places: tuple[Data, ...] = ('', 'relative', 'C:\\Other', '%USERPROFILE%', '%USERPROFILE%\\\\Deep', 'Q:\\x\\', 7)
+            places: tuple[Data, ...] = ('', 'relative', 'C:\\Other', '%USERPROFILE%', '%USERPROFILE%\\\\Deep',
+                                        'Q:\\x\\', 7)
             scenario.values.append((f'{SETTINGS}\\1\\DebugLog\\{session}', 'LogFolder', choose(places)))
         if self.often(0.1):
             text = '[Global]\r\nS_STR_PRODUCT_NAME=Kazmere Qorvault\r\n'
@@ -364,7 +381,8 @@ class _Maker:
         if self.often(0.1) and 'QOR_DIR' in sections:
             sections['qor_dir'] = ['add={InstalledDir}Second section']
         if self.often(0.02) and sections:
-            sections[choose(list(sections))] += [f'add={KEY}!Large{number}!REG_SZ!' + 'x' * 200 for number in range(160)]
+            large = [f'add={KEY}!Large{number}!REG_SZ!' + 'x' * 200 for number in range(160)]
+            sections[choose(list(sections))] += large
         scenario.encoding = choose(('utf-16',) * 10 + ('cp1252', '')) if self.often(0.3) else scenario.encoding
 
     def add_links(self) -> None:

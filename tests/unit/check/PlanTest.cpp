@@ -100,6 +100,21 @@ TEST_F(PlanTest, WhatMayNotBeListedIsUnknown)
     EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"unknown\" : 2"));
 }
 
+TEST_F(PlanTest, WhatIsLeftOutHasItsReason)
+{
+    Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "");
+    m_installed.Write(L"UpdateInfo.ini", "");
+    Instruct("[UPDATE_INFO]\nmodify=A!B!1\n[QOR_REGISTRY_PATCH]\ndelete=" + std::string(1024, 'x') + "\n");
+    EXPECT_THAT(Planned("ModifyUpdateInfo"),
+                Contains(HasSubstr("there is one already: the installed file is changed")));
+    EXPECT_THAT(Planned("SelectLanguageFile"),
+                Contains(HasSubstr("Setting\\config_xy.xml  (there is no such file to copy)")));
+    EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("longer than 1023 characters")));
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=..\\x\n");
+    EXPECT_THAT(Planned("DeployProgramPackage"),
+                ElementsAre(HasSubstr("because Component101_DownloadPath=..\\x is no")));
+}
+
 TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
 {
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Expand", RawText(L"%a%", REG_EXPAND_SZ));
