@@ -1,7 +1,8 @@
 // Entry point of the checking program: checks updates before they ship and machines after it. It runs as whoever calls
-// it, and changes nothing but the manifest that "manifest --into" writes.
+// it, and writes nothing but the manifest of "manifest --into" and the folder of "new".
 #include "check/lint/Lint.h"
 #include "check/simulate/Plan.h"
+#include "check/start/NewUpdate.h"
 #include "check/trace/TraceSummary.h"
 #include "check/update/CommandLine.h"
 #include "check/verify/Manifest.h"
@@ -18,6 +19,15 @@ using namespace KzCommon;
 namespace {
 
 constexpr Verb kVerbs[] = {
+    {L"new", L"DIR [--product NAME] [--version V] [--languages TAG,...]",
+     L"Writes an update to begin with into DIR, and a product to try it on: DIR\\update has both packages, the\n"
+     L"instruction file and the texts of every language, DIR\\installed the product with its registry.reg. The guide\n"
+     L"first-update.md leads from there to the release. DIR must be new or empty.\n\n"
+     L"  --product NAME       the product's name in texts and shortcuts (Kazmere Qorvault)\n"
+     L"  --version V          the version that the update brings, four numbers (3.9.3.1140)\n"
+     L"  --languages TAG,...  the languages that it serves (EN-US,DE-DE); the texts of others are English\n\n"
+     L"Exit code: 0 written, 2 wrong use, 3 DIR is not empty or cannot be written.",
+     kNewNames, 1, 1, RunNew},
     {L"lint", L"UPDATE [--installed DIR] [--language TAG]... [--strict] [--format text|sarif]",
      L"Finds every mistake of an update that can be found before it ships. UPDATE is a folder as the update client\n"
      L"leaves it: QorPaFrwk.ini, UpdateInfo.ini, Component\\... docs/check-rules.md has a page on every rule.\n\n"

@@ -37,7 +37,8 @@ LAYERS = {
     'check/verify': {'check/update', 'agent', 'config', 'common'},
     'check/lint': {'check/verify', 'check/update', 'agent', 'installer', 'config', 'common'},
     'check/trace': {'check/update', 'agent', 'common'},
-    'check': {'check/lint', 'check/simulate', 'check/trace', 'check/update', 'check/verify', 'common'},
+    'check/start': {'check/update', 'common'},
+    'check': {'check/lint', 'check/simulate', 'check/start', 'check/trace', 'check/update', 'check/verify', 'common'},
 }
 
 

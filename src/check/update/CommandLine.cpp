@@ -70,6 +70,25 @@ bool TakeInto(const Verb&, const std::wstring&, Arguments& arguments)
     return arguments.bInto = true;
 }
 
+bool TakeProduct(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
+{
+    arguments.optProduct = tstrValue;
+    return !tstrValue.empty();
+}
+
+bool TakeVersion(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
+{
+    arguments.optVersion = tstrValue;
+    return !tstrValue.empty();
+}
+
+bool TakeLanguages(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
+{
+    bool bMore = false;
+    arguments.languages = String::SplitFields(tstrValue, L',', tstrValue.size(), bMore);
+    return !arguments.languages.empty();
+}
+
 constexpr OptionRow kOptions[] = {
     {L"--installed", kInstalled, true, TakeInstalled},
     {L"--language", kLanguage, true, TakeLanguage},
@@ -78,6 +97,9 @@ constexpr OptionRow kOptions[] = {
     {L"--all", kAll, false, TakeAll},
     {L"--trace", kTrace, false, TakeTrace},
     {L"--into", kInto, false, TakeInto},
+    {L"--product", kNewNames, true, TakeProduct},
+    {L"--version", kNewNames, true, TakeVersion},
+    {L"--languages", kNewNames, true, TakeLanguages},
 };
 
 /// The row of an option that the verb accepts, or null.
@@ -97,7 +119,8 @@ std::wstring UsageOf(const Verb& verb)
 std::wstring Overview(std::span<const Verb> verbs)
 {
     std::wstring tstrText =
-        L"Checks updates before they ship and machines after it; writes only the manifest of \"manifest --into\".\n\n";
+        L"Checks updates before they ship and machines after it; writes only what \"new\" and \"manifest --into\" "
+        L"make.\n\n";
     for (const Verb& verb : verbs) tstrText += L"  " + UsageOf(verb);
     return tstrText + L"  BrevantCheck --version | --help | VERB --help\n";
 }

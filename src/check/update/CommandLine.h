@@ -17,7 +17,9 @@ enum class Format { eText, eSarif, eJson };
 struct Arguments {
     std::vector<std::wstring> operands;        ///< as they were written
     std::optional<std::wstring> optInstalled;  ///< --installed DIR
-    std::vector<std::wstring> languages;       ///< --language TAG, as often as given
+    std::vector<std::wstring> languages;       ///< --language TAG, as often as given, or --languages TAG,...
+    std::optional<std::wstring> optProduct;    ///< --product NAME
+    std::optional<std::wstring> optVersion;    ///< --version V
     Format eFormat = Format::eText;            ///< --format
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
@@ -41,6 +43,7 @@ enum OptionBits : unsigned {
     kAll = 32,
     kTrace = 64,
     kInto = 128,
+    kNewNames = 256,  ///< --product, --version and --languages
 };
 
 /// One verb: a row in the table of the entry point.

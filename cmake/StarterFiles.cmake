@@ -1,0 +1,22 @@
+# brevant_starter_files(target folder): every program that links the target has the folder's files as resources: number
+# 100 is the list of their names, one a line, and the files follow in its order (src/check/start/StarterFiles.cpp).
+function(brevant_starter_files target folder)
+    file(GLOB_RECURSE files CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}/${folder} ${PROJECT_SOURCE_DIR}/${folder}/*)
+    if(NOT files)
+        message(FATAL_ERROR "No file is in ${folder}.")
+    endif()
+    list(SORT files)
+    list(JOIN files "\n" names)
+    set(list ${PROJECT_BINARY_DIR}/StarterFiles.txt)
+    set(script "100 10 \"${list}\"\n")  # 10: RCDATA
+    set(number 100)
+    foreach(file IN LISTS files)
+        math(EXPR number "${number} + 1")
+        string(APPEND script "${number} 10 \"${PROJECT_SOURCE_DIR}/${folder}/${file}\"\n")
+    endforeach()
+    file(CONFIGURE OUTPUT ${list} CONTENT "${names}\n" @ONLY NEWLINE_STYLE UNIX)
+    file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/StarterFiles.rc CONTENT "${script}" @ONLY)
+    list(TRANSFORM files PREPEND ${PROJECT_SOURCE_DIR}/${folder}/)
+    set_source_files_properties(${PROJECT_BINARY_DIR}/StarterFiles.rc PROPERTIES OBJECT_DEPENDS "${files};${list}")
+    target_sources(${target} INTERFACE ${PROJECT_BINARY_DIR}/StarterFiles.rc)
+endfunction()
