@@ -37,7 +37,7 @@ int RunLint(const Arguments& arguments, Output& output)
     }
     Report report;
     LintUpdate({update, instructions, arguments.languages}, report);
-    output.strText = arguments.eFormat == Format::eSarif ? FormatSarif(report, update.Root())
+    output.strText = arguments.eFormat == Format::eSarif ? FormatSarif(report, update.Root(), instructions)
                                                          : String::ToUtf8(FormatText(report, update.GivenFolder()));
     const bool bFound =
         report.Count(Severity::eError) > 0 || (arguments.bStrict && report.Count(Severity::eWarning) > 0);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/lint/Rules.h"
+#include "check/update/IniScan.h"
 #include "check/update/TextPosition.h"
 
 #include <functional>
@@ -46,7 +47,10 @@ private:
 /// `tstrFolder`: the update's folder as the user wrote it; paths are shown below it, with its kind of slashes.
 [[nodiscard]] std::wstring FormatText(const Report& report, const std::wstring& tstrFolder);
 
-/// The findings as SARIF 2.1.0, in ASCII. `tstrFolder`: the update's folder, full, with trailing backslash.
-[[nodiscard]] std::string FormatSarif(const Report& report, const std::wstring& tstrFolder);
+/// The findings as SARIF 2.1.0, in ASCII. `tstrFolder`: the update's folder, full, with trailing backslash. A finding
+/// in the instruction file whose right word is known has it as a fix. The rules' pages are below the URI in the
+/// environment's variable BREVANT_GUIDES, without it in the folder "guides" beside the program.
+[[nodiscard]] std::string FormatSarif(const Report& report, const std::wstring& tstrFolder,
+                                      const IniScan& instructions);
 
 }  // namespace Check

@@ -1,6 +1,7 @@
 #include "check/lint/Report.h"
 #include "check/update/CommandLine.h"
 #include "check/update/Suggestion.h"
+#include "unit/check/CheckFixture.h"
 
 #include <gmock/gmock.h>
 #include <windows.h>
@@ -52,9 +53,12 @@ TEST(ReportTest, TextsOfAFileStayOnOneLine)
 TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
 {
     Report report = Sample();
+    ::SetEnvironmentVariableW(L"BREVANT_GUIDES", L"https://guides.example/b");
     for (const RuleRow& row : Rules()) report.Add(row.eRule, L"Component\\f.ini", {1, 0}, L"half \xD83D");
     Json::Value log;
-    const std::string strLog = FormatSarif(report, L"\\\\server\\\u00DC x\\");
+    const std::string strLog = FormatSarif(report, L"\\\\server\\\u00DC x\\", {});
+    ::SetEnvironmentVariableW(L"BREVANT_GUIDES", nullptr);
+    EXPECT_THAT(FormatSarif(report, L"C:\\", {}), HasSubstr("/guides/check-rules.md#b001-encoding\""));
     EXPECT_THAT(strLog, Each(Truly([](char ch) { return ch == '\n' || (ch >= ' ' && ch <= '~'); })));
     std::istringstream(strLog) >> log;
     EXPECT_EQ(log["version"], "2.1.0");
@@ -62,10 +66,12 @@ TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
     EXPECT_EQ(run["columnKind"], "utf16CodeUnits");
     EXPECT_EQ(run["originalUriBaseIds"]["UPDATE"]["uri"], "file://server/%C3%9C%20x/");
     const Json::Value& rules = run["tool"]["driver"]["rules"];
+    EXPECT_THAT(rules[0]["helpUri"].asString(), EndsWith("#b001-encoding")) << "the heading's anchor";
     std::set<std::string> ids;
     for (const Json::Value& rule : rules) {
         EXPECT_TRUE(ids.insert(rule["id"].asString()).second) << rule["id"];
         EXPECT_THAT(rule["help"]["text"].asString(), EndsWith(".")) << rule["id"];
+        EXPECT_THAT(rule["helpUri"].asString(), StartsWith("https://guides.example/b/check-rules.md#b0")) << rule["id"];
     }
     const Json::Value& results = run["results"];
     ASSERT_EQ(results.size(), 4U + Rules().size());
@@ -81,6 +87,49 @@ TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
     for (const auto& [uResult, szPlace] : places) {
         EXPECT_EQ(Json::writeString(oneLine, results[uResult]["locations"][0]["physicalLocation"]), szPlace);
     }
+}
+
+// What is written in the place of a wrong word, by the families' own findings.
+TEST_F(UpdateTest, SarifOffersTheRightWordAsAFix)
+{
+    Bring({L"p1\\64bit\\p1\\a.exe"});
+    Write(L"Component\\p1\\Share\\Setting\\config_EN-US.xml", "<C><Sync><Minutes>1</Minutes></Sync></C>");
+    Instruct(
+        "; one line more\n[QOR_DIRR]\nadd={InstalledDir}a\n[QOR_FILE]\n  "
+        "Delete={InstalledDir}a\ndelete={InstaledDir}b\n"
+        "[QOR_REGISTRY_PATCH]\nadd=@!n!REG_QWORD!1\nadd=@!n!REG_DWORD!0x10\nadd=SOFTWAR\\a!n!REG_SZ!x\n"
+        "[QOR_CONFIG_MERGE]\nmigrate=/Sync/Minute\nmigrate=/Sync/Minute\n");
+    Arguments arguments;
+    arguments.operands = {m_update.Path()};
+    arguments.eFormat = Format::eSarif;
+    const auto fixes = [&](std::vector<std::string>& fingerprints) {
+        Output output;
+        EXPECT_EQ(RunLint(arguments, output), kFound);
+        Json::Value log;
+        std::istringstream(output.strText) >> log;
+        std::vector<std::string> found;
+        for (const Json::Value& result : log["runs"][0]["results"]) {
+            fingerprints.push_back(result["partialFingerprints"]["brevantFinding/v1"].asString());
+            if (!result.isMember("fixes")) continue;
+            const Json::Value& change = result["fixes"][0]["artifactChanges"][0];
+            EXPECT_EQ(change["artifactLocation"], result["locations"][0]["physicalLocation"]["artifactLocation"]);
+            const Json::Value& region = change["replacements"][0]["deletedRegion"];
+            found.push_back(result["ruleId"].asString() + " " + region["startLine"].asString() + ":" +
+                            region["startColumn"].asString() + "-" + region["endColumn"].asString() + " " +
+                            change["replacements"][0]["insertedContent"]["text"].asString());
+        }
+        return found;
+    };
+    std::vector<std::string> before;
+    EXPECT_THAT(fixes(before), ElementsAre("B003 2:2-10 QOR_DIR", "B005 5:3-9 delete", "B010 6:8-21 {InstalledDir}",
+                                           "B021 8:22-31 REG_QDWORD", "B022 9:32-36 16", "B028 10:5-14 SOFTWARE\\a",
+                                           "B061 12:9-21 /Sync/Minutes", "B061 13:9-21 /Sync/Minutes"));
+    EXPECT_EQ(std::set(before.begin(), before.end()).size(), before.size()) << "each finding has one of its own";
+
+    Write(kInstructionFile, "; a line above\n" + m_update.Read(kInstructionFile).value_or(""));
+    std::vector<std::string> after;
+    static_cast<void>(fixes(after));
+    EXPECT_EQ(before, after) << "places do not count";
 }
 
 TEST(SuggestionTest, ASlipIsFoundAndAnotherWordIsNot)
