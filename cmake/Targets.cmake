@@ -66,9 +66,11 @@ function(brevant_unit_tests library)
     set_tests_properties(unit.${library} PROPERTIES TIMEOUT 300)
 endfunction()
 
-# brevant_standins(folder): each sub-folder is one recording DLL of that name, in bin/standins.
+# brevant_standins(folder): each sub-folder is one recording DLL of that name, in bin/standins. The target
+# standins builds all.
 function(brevant_standins folder)
     brevant_glob(entries ${folder}/*)
+    add_custom_target(standins)
     foreach(entry IN LISTS entries)
         if(IS_DIRECTORY ${entry})
             get_filename_component(name ${entry} NAME)
@@ -76,6 +78,11 @@ function(brevant_standins folder)
             brevant_dll(standin_${name} ${folder}/${name} ${kBinDir}/standins)
             set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name}
                 ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/standins)
+            target_link_options(standin_${name} PRIVATE $<$<CONFIG:Release>:-s>)
+            if(NOT BREVANT_TESTS)
+                set_target_properties(standin_${name} standin_${name}_objects PROPERTIES EXCLUDE_FROM_ALL ON)
+            endif()
+            add_dependencies(standins standin_${name})
         endif()
     endforeach()
 endfunction()

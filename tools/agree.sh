@@ -10,6 +10,6 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
 ask_parser brevantlab.agree "$@"
 source tools/programs.sh
-prepare_programs
+prepare_programs "$@"
 cd "$caller"
 exec python3 -B -m brevantlab.agree "$@"

@@ -7,6 +7,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
 answer_options "" "$@"
 tools/setup.sh
+source tools/programs.sh
+forget_copied_builds
 echo "[build] release"
 start=$SECONDS
 cmake --preset release -Wno-dev >/dev/null

@@ -8,7 +8,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
 [[ $# -gt 0 ]] || answer_help --help
 case "$1" in
-    lint | plan | manifest | verify | trace) ;; # their options are the program's
+    new | lint | plan | manifest | verify | trace) ;; # their options are the program's
     --version) ;;
     *)
         answer_help "$1"
@@ -17,11 +17,19 @@ case "$1" in
         done
         ;;
 esac
-program="${BREVANT_BIN:-$PWD/build/release/bin}/BrevantCheck.exe"
-if [[ ! -f "$program" ]]; then
+source tools/programs.sh
+program="$(caller="$here" programs_folder)/BrevantCheck.exe"
+if [[ ! -f CMakeLists.txt ]]; then
+    need_wine
+    need_programs "${program%/*}"
+elif [[ ! -f "$program" ]]; then
     answer_help "$@" # of a verb: not before there is a program to be asked
     tools/build.sh >&2
 fi
+if [[ -d docs ]]; then guides=docs; else guides=guides; fi
+root="$PWD"
+# The pages that SARIF names.
+export BREVANT_GUIDES="${BREVANT_GUIDES:-file://${root// /%20}/$guides/}"
 
 # On the machine the host's files are those of the current drive, so that a full path is the same there.
 check() {
@@ -32,11 +40,11 @@ check() {
         fi
         arguments+=("$argument")
     done
-    PYTHONPATH=tools python3 -B -m brevantlab.machine run "$program" "${arguments[@]}"
+    (cd "$here" && PYTHONPATH="$root/tools" python3 -B -m brevantlab.machine run "$program" "${arguments[@]}")
 }
 
 case "$1" in
-    lint | plan | manifest | verify | trace | -*) check "$@" ;;
+    new | lint | plan | manifest | verify | trace | -*) check "$@" ;;
     *)
         code=0
         for update in "$@"; do

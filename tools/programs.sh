@@ -1,20 +1,76 @@
 # For scripts that try programs on throwaway machines, sourced from the project's folder. Nothing is built when
 # BREVANT_BIN names a folder with programs; the whole output is in build/programs.log. tools/tool.sh comes first.
 
-# prepare_programs: sets up, builds the shipped programs and the stand-ins, and names their folders. Returns 64 for a
-# BREVANT_BIN without programs, 70 when something cannot be built, so that neither looks like the outcome of a trial.
+# programs_folder: the folder of the programs to try: BREVANT_BIN, else the one of this build; of tools that were unpacked
+# from a release, the release beside them.
+programs_folder() {
+    if [[ -n "${BREVANT_BIN:-}" ]]; then
+        (cd "${caller:-.}" && realpath -m -- "$BREVANT_BIN")
+    elif [[ -f CMakeLists.txt ]]; then
+        echo "$PWD/build/release/bin"
+    else
+        realpath -m -- "../brevant-$(<VERSION)"
+    fi
+}
+
+# take_programs_option ARGUMENT...: --programs DIR stands for BREVANT_BIN.
+take_programs_option() {
+    local previous="" argument
+    for argument in "$@"; do
+        [[ "$previous" != --programs ]] || BREVANT_BIN="$argument"
+        [[ "$argument" != --programs=* ]] || BREVANT_BIN="${argument#*=}"
+        previous="$argument"
+    done
+}
+
+# need_programs FOLDER: returns 64 when it lacks a program.
+need_programs() {
+    local name
+    for name in Brevant.exe BrevantCheck.exe; do
+        [[ -f "$1/$name" ]] || { echo "[programs] FAILED: no $name in $1" >&2; return 64; }
+    done
+}
+
+# need_wine: returns 70 where the packages are missing that unpacked tools run on.
+need_wine() {
+    local name
+    for name in wine wineserver python3; do
+        command -v "$name" >/dev/null && continue
+        echo "[programs] FAILED: $name is missing; on Debian: apt-get install wine wine64 python3" >&2
+        return 70
+    done
+}
+
+# forget_copied_builds: removes the build folders whose paths are those of another place. They were copied together with
+# the project, and CMake refuses them.
+forget_copied_builds() {
+    local cache home
+    for cache in build/*/CMakeCache.txt; do
+        [[ -f "$cache" ]] || continue
+        home="$(sed -n 's/^CMAKE_HOME_DIRECTORY:INTERNAL=//p' "$cache")"
+        [[ "$(realpath -m -- "$home")" != "$(realpath -- "$PWD")" ]] || continue
+        echo "[programs] ${cache%/*} was made in $home and is built again"
+        rm -rf "${cache%/*}"
+    done
+}
+
+# prepare_programs ARGUMENT...: sets up, builds the shipped programs and the stand-ins, and names their folders; the
+# arguments are the tool's own. Returns 64 for a folder without programs, 70 when something cannot be built, so that
+# neither looks like the outcome of a trial.
 prepare_programs() {
     local start=$SECONDS log="$PWD/build/programs.log" build=tools/build.sh
     mkdir -p build
-    if [[ -n "${BREVANT_BIN:-}" ]]; then
-        build=tools/setup.sh
-        BREVANT_BIN="$(cd "${caller:-.}" && realpath -m -- "$BREVANT_BIN")"
-        for name in Brevant.exe BrevantCheck.exe; do
-            [[ -f "$BREVANT_BIN/$name" ]] || { echo "[programs] FAILED: no $name in $BREVANT_BIN" >&2; return 64; }
-        done
+    take_programs_option "$@"
+    [[ -z "${BREVANT_BIN:-}" ]] || build=tools/setup.sh
+    BREVANT_BIN="$(programs_folder)"
+    export BREVANT_BIN BREVANT_STANDINS="$PWD/build/test/bin/standins" PYTHONPATH="$PWD/tools"
+    if [[ ! -f CMakeLists.txt ]]; then
+        BREVANT_STANDINS="$PWD/standins"
+        need_wine && need_programs "$BREVANT_BIN"
+        return
     fi
-    export BREVANT_BIN="${BREVANT_BIN:-$PWD/build/release/bin}" BREVANT_STANDINS="$PWD/build/test/bin/standins"
-    export PYTHONPATH="$PWD/tools"
+    [[ "$build" != tools/setup.sh ]] || need_programs "$BREVANT_BIN" || return
+    forget_copied_builds
     {
         # Before "||" no command ends the shell by itself.
         "$build" && cmake --preset test -Wno-dev &&

@@ -65,7 +65,8 @@ build() {
         cd "$folder"
         export CCACHE_DISABLE=1
         # Before "||" no command ends the shell by itself.
-        tools/setup.sh --exact && cmake --preset release -Wno-dev && cmake --build --preset release
+        tools/setup.sh --exact && cmake --preset release -Wno-dev && cmake --build --preset release &&
+            cmake --build --preset release --target standins
     ) 2>&1 | tee "$log" | show_progress || { tail -n 30 "$log" >&2; fail "the build in $folder"; }
     say "built in $((SECONDS - start)) s"
 }

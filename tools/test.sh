@@ -17,6 +17,7 @@ for argument in "$@"; do
         [[ "$kCtestOptions" =~ [[:space:]]"${argument%%[=0-9]*}"[[:space:]] ]] || wrong_use "no such option: $argument"
 done
 source tools/packages.sh
+source tools/programs.sh
 
 readonly kUnitTests='^unit\.'
 
@@ -34,6 +35,7 @@ check_format() {
 }
 
 build_checked() {
+    forget_copied_builds
     cmake --preset test -Wno-dev >/dev/null
     cmake --build --preset test
 }
@@ -52,7 +54,8 @@ if [[ "${1:-}" == --fast ]]; then
     step "unit tests" run_tests -R "$kUnitTests"
     exit
 fi
-need_packages chromium python3-jsonschema # in which the report of a trial is opened; for the bill of materials
+need_packages chromium # in which the report of a trial is opened
+need_packages python3-jsonschema libxml2-utils # for the schemas
 step "locked dependencies" tools/update-dependencies.sh --check || true # says it, and the tests go on
 step "Python" tools/analyse.sh --python
 step "checked programs and tests" build_checked

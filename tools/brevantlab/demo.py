@@ -229,6 +229,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser = Parser('tools/demo.sh', description=__doc__)
     parser.add_views()
     options = parser.parse_args(arguments)
+    parser.take_programs(options.programs)
     parser.make_report_folder(options.report)
     return options
 

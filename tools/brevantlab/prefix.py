@@ -14,7 +14,10 @@ import time
 from typing import Iterator, Mapping
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-VERSION = re.findall(r'project\(Brevant VERSION ([\d.]+)', (ROOT / 'CMakeLists.txt').read_text('utf-8'))[0]
+_SOURCE = ROOT / 'CMakeLists.txt'
+# Unpacked from a release, the tools have a file with their version in place of the sources.
+VERSION = (re.findall(r'project\(Brevant VERSION ([\d.]+)', _SOURCE.read_text('utf-8'))[0] if _SOURCE.is_file()
+           else (ROOT / 'VERSION').read_text('utf-8').strip())
 BUILD = ROOT / 'build'
 
 # Never written to in place, so that a clone may share them with the template.
@@ -43,7 +46,8 @@ TEMPLATE_SETTINGS = r'''
 def environment(prefix: pathlib.Path, overrides: Mapping[str, str] = {}) -> dict[str, str]:
     """The environment of a prefix's programs; overrides: Wine's load order by DLL name."""
     # Nothing of the caller's home or screen: links and windows must not leave the machine.
-    kept = {name: os.environ[name] for name in ('PATH', 'USER', 'LOGNAME', 'TMPDIR') if name in os.environ}
+    kept = {name: os.environ[name] for name in ('PATH', 'USER', 'LOGNAME', 'TMPDIR', 'BREVANT_GUIDES')
+            if name in os.environ}
     orders = {'winemenubuilder.exe': 'd', 'mscoree': 'd', 'mshtml': 'd', **overrides}
     return {**kept, 'HOME': str(prefix.parent), 'WINEPREFIX': str(prefix), 'WINEDEBUG': '-all', 'LC_ALL': 'C.UTF-8',
             'WINEDLLOVERRIDES': ';'.join(f'{name}={order}' for name, order in orders.items())}

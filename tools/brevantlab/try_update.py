@@ -326,11 +326,22 @@ class Parser(argparse.ArgumentParser):
     def add_views(self) -> None:
         """The options that say what is shown."""
         self.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write report.html and report.json there')
+        self.add_argument('--programs', type=pathlib.Path, metavar='DIR',
+                          help='a folder with the programs to try; without it those that are built here')
         self.add_argument('--details', type=room_list, nargs='?', const='all', default='', metavar='LIST',
                           help=f'all, or some of {",".join(ROOMS)}')
 
+    def take_programs(self, folder: Optional[pathlib.Path]) -> None:
+        """Makes them those that a machine gets."""
+        if not folder:
+            return
+        for name in ('Brevant.exe', 'BrevantCheck.exe'):
+            if not (folder / name).is_file():
+                self.error(f'--programs: no {name} in {folder}')
+        os.environ['BREVANT_BIN'] = str(folder.resolve())
+
     def make_report_folder(self, folder: Optional[pathlib.Path]) -> None:
-        """Before the trial: nobody waits for one whose report has no place."""
+        """Before the trial: a report without a place ends it at once."""
         try:
             if folder:
                 folder.mkdir(parents=True, exist_ok=True)
@@ -361,6 +372,7 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     if options.update and not any((options.update / name).exists()
                                   for name in ('QorPaFrwk.ini', 'UpdateInfo.ini', 'Component')):
         parser.error(f'{options.update} is no update: neither QorPaFrwk.ini nor UpdateInfo.ini nor Component in it')
+    parser.take_programs(options.programs)
     parser.make_report_folder(options.report)
     return options
 

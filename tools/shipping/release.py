@@ -6,10 +6,12 @@
 import argparse
 import json
 import pathlib
+import re
 import sys
 import tarfile
 import time
 import zipfile
+from typing import Mapping, Union
 
 from shipping import schema
 from shipping.apt import Source
@@ -22,6 +24,10 @@ DEPS = pathlib.PurePath('build/deps')
 NEEDED = ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll')
 # Documents for those who work on the program; all others are guides for those who use it.
 INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md', 'windows-trial.md')
+# What the tools' archive has of "tools", with the scripts that these source, and what they work on.
+TOOLS = ('agree.sh', 'check.sh', 'try.sh')
+TOOL_FOLDERS = ('tools/brevantlab', 'samples', 'starter', 'schemas')
+STANDINS = ('KzDbgFault.dll', 'wtsapi32.dll')
 # Name in the archive -> file; relative ones stand in the built dependencies.
 LICENCES = {
     'Expat.txt': 'share/licenses/Expat.txt',
@@ -30,6 +36,9 @@ LICENCES = {
     'GCC-runtime.txt': '/usr/share/doc/gcc-mingw-w64-base/copyright',
     'GPL-3.txt': '/usr/share/common-licenses/GPL-3',
 }
+
+
+Content = Mapping[str, Union[bytes, pathlib.Path]]  # by the name in an archive
 
 
 class ReleaseError(Exception):
@@ -55,13 +64,14 @@ def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int,
     target.mkdir(parents=True)
     name = f'brevant-{version}'
     shipped = programs(checkout / BIN)
-    content = {file.name: file for file in shipped}
-    for file in sorted((checkout / 'docs').glob('*.md')):
-        if file.name not in INTERNAL_DOCUMENTS:
-            content[f'guides/{file.name}'] = file
+    guides = {f'guides/{file.name}': file for file in (checkout / 'docs').glob('*.md')
+              if file.name not in INTERNAL_DOCUMENTS}
+    content = {**{file.name: file for file in shipped}, **guides, **below(checkout, 'starter', 'schemas')}
     for licence, place in LICENCES.items():
         content[f'licences/{licence}'] = checkout / DEPS / place
     write_zip(target / f'{name}.zip', name, content, epoch)
+    write_zip(target / f'brevant-tools-{version}.zip', f'brevant-tools-{version}',
+              {**tools(checkout), **guides, 'VERSION': f'{version}\n'.encode()}, epoch)
     write_zip(target / f'{name}-symbols.zip', f'{name}-symbols',
               {symbols_of(file).name: symbols_of(file) for file in shipped}, epoch)
     write_sources(target / f'{name}-sources.tar', read_lock(checkout / DEPS / USED), epoch)
@@ -71,17 +81,37 @@ def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int,
     (target / 'SHA256SUMS').write_text(''.join(sums), 'utf-8')
 
 
-def write_zip(archive: pathlib.Path, root: str, content: dict[str, pathlib.Path], epoch: int) -> None:
-    """Packs files under the folder `root`; order, times and rights are the same on every machine."""
+def below(checkout: pathlib.Path, *folders: str) -> Content:
+    """All files below these folders of the checkout, by their names in it."""
+    return {str(file.relative_to(checkout)): file for folder in folders
+            for file in (checkout / folder).rglob('*') if file.is_file() and '__pycache__' not in file.parts}
+
+
+def tools(checkout: pathlib.Path) -> Content:
+    """What tries updates without a compiler."""
+    scripts: set[str] = set()
+    waiting = list(TOOLS)
+    while waiting:
+        name = waiting.pop()
+        if name not in scripts:
+            scripts.add(name)
+            waiting += re.findall(r'source tools/([a-z-]+\.sh)', (checkout / 'tools' / name).read_text('utf-8'))
+    return {**{f'tools/{name}': checkout / 'tools' / name for name in scripts}, **below(checkout, *TOOL_FOLDERS),
+            **{f'standins/{name}': checkout / BIN / 'standins' / name for name in STANDINS}}
+
+
+def write_zip(archive: pathlib.Path, root: str, content: Content, epoch: int) -> None:
+    """Packs files, or bytes, under the folder `root`; order, times and rights are the same on every machine."""
     with zipfile.ZipFile(archive, 'w') as packed:
         for name in sorted(content):
-            if not content[name].is_file():
-                raise ReleaseError(f'{content[name]} is missing')
+            file = content[name]
+            if isinstance(file, pathlib.Path) and not file.is_file():
+                raise ReleaseError(f'{file} is missing')
             entry = zipfile.ZipInfo(f'{root}/{name}', time.gmtime(epoch)[:6])
             entry.compress_type = zipfile.ZIP_DEFLATED
-            entry.external_attr = 0o644 << 16
+            entry.external_attr = (0o755 if name.endswith('.sh') else 0o644) << 16
             entry.create_system = 3
-            packed.writestr(entry, content[name].read_bytes())
+            packed.writestr(entry, file if isinstance(file, bytes) else file.read_bytes())
 
 
 def write_sources(archive: pathlib.Path, sources: list[Source], epoch: int) -> None:
