@@ -22,7 +22,8 @@ class Unpacked(unittest.TestCase):
         standins = pathlib.Path(os.environ['BREVANT_STANDINS'])
         content = {name: standins / file.name if name.startswith('standins/') else file
                    for name, file in release.tools(ROOT).items()}
-        release.write_zip(self.home / 'tools.zip', self.root.name, {**content, 'VERSION': f'{VERSION}\n'.encode()}, 1700000000)
+        release.write_zip(self.home / 'tools.zip', self.root.name, {**content, 'VERSION': f'{VERSION}\n'.encode()},
+                          1700000000)
         with zipfile.ZipFile(self.home / 'tools.zip') as packed:
             modes = {entry.filename: entry.external_attr >> 16 for entry in packed.infolist()}
             packed.extractall(self.home)
@@ -63,7 +64,8 @@ class Unpacked(unittest.TestCase):
             self.assertIn('wineserver is missing; on Debian: apt-get install', output)
 
     def test_other_programs(self):
-        for options, variables in (['--programs', 'empty'], {}), (['--programs=empty'], {}), ([], {'BREVANT_BIN': 'empty'}):
+        for options, variables in ((['--programs', 'empty'], {}), (['--programs=empty'], {}),
+                                   ([], {'BREVANT_BIN': 'empty'})):
             code, output = self.tool('try.sh', *options, **variables)
             self.assertEqual(64, code, output)
             self.assertRegex(output, f'no Brevant.exe in (empty|{self.home}/empty)\n')
@@ -71,7 +73,8 @@ class Unpacked(unittest.TestCase):
     def test_a_copied_build_folder_is_built_again(self):
         for name, place in ('here', self.home), ('copied', '/another/place'):
             (self.home / 'build' / name).mkdir(parents=True)
-            (self.home / 'build' / name / 'CMakeCache.txt').write_text(f'A:B=C\nCMAKE_HOME_DIRECTORY:INTERNAL={place}\n')
+            (self.home / 'build' / name / 'CMakeCache.txt').write_text(
+                f'A:B=C\nCMAKE_HOME_DIRECTORY:INTERNAL={place}\n')
         (self.home / 'build' / 'deps').mkdir()
         done = subprocess.run(['bash', '-euc', f'. {ROOT}/tools/programs.sh; forget_copied_builds'], cwd=self.home,
                               stdout=subprocess.PIPE, text=True)
