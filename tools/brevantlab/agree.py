@@ -17,7 +17,7 @@ import re
 import shutil
 import sys
 import time
-from typing import Any, Iterable, Iterator, Optional
+from typing import Any, Iterable, Iterator
 from xml.sax.saxutils import escape
 
 from . import prefix as prefixes, registry
