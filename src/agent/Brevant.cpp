@@ -1,11 +1,10 @@
 // Entry point of the patch agent.
 //
-//   /DeployFramework   deploys the downloaded update, then decides about the product's new name; 0, or -1 when the
-//                      deployment reports failure, or cannot begin because a library of Windows is missing or another
-//                      run does not end
-//   /ApplyNewName      finishes the rename after the restart; 0
-//   any other text     decides about the new name only; 0
-//   nothing            does nothing; 0
+//   /DeployFramework   deploys the downloaded update, then decides about the product's new name; returns 0, or -1 when
+//                      the deployment fails, a Windows library is missing or another run does not end
+//   /ApplyNewName      finishes the rename after the restart; returns 0
+//   any other text     only decides about the new name; returns 0
+//   no argument        does nothing; returns 0
 #include "agent/DeployFramework.h"
 #include "agent/DeploymentLock.h"
 #include "agent/GuardedStep.h"
@@ -33,8 +32,8 @@ void OpenDebugLog()
     static_cast<void>(GlobalDebugLog().Open(L"Brevant", settings, L".\\", &dwSessionKind));
 }
 
-/// Whether every library that a run may call is there. One that is missing would end the run at its first call, which
-/// may be half-way through a deployment.
+/// Whether every library that a run may call exists. A missing one would end the run at its first call, possibly in the
+/// middle of a deployment.
 bool HasLibraries()
 {
     bool bComplete = false;
@@ -49,10 +48,10 @@ bool HasLibraries()
     return bComplete;
 }
 
-/// Whether no other run changes the installation.
+/// False when another run is changing the installation.
 bool TakeLock(const Machine& machine, DeploymentLock& lock)
 {
-    bool bTaken = true;  // what ends early must not keep the update from the machine
+    bool bTaken = true;  // an exception in the lock must not prevent the update
     RunGuarded(L"The lock of the installation",
                [&] { bTaken = lock.Take(Frwk::Utility::GetInstalledFolder(machine)); });
     return bTaken;
@@ -60,7 +59,7 @@ bool TakeLock(const Machine& machine, DeploymentLock& lock)
 
 void ApplyNewName(Machine& machine)
 {
-    // Windows starts this at somebody's logon: no console window is to stay on the screen meanwhile.
+    // Windows starts this command at a logon; no console window may stay open meanwhile.
     ::FreeConsole();
     if (HasLibraries()) RunGuarded(L"The rename", [&] { PostUdActionForNewName(machine); });
 }
@@ -75,14 +74,14 @@ int CloseWith(int iExitCode)
 
 int wmain(int argc, wchar_t** argv)
 {
-    // Libraries of Windows load theirs by name alone: from the system folder, never from the program's.
+    // Libraries that Windows libraries load by name come from the system folder, never from the program's.
     ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
-    // A Windows that knows no such rule does without: what is written is looked at besides (KzComn_LinkRule.h).
+    // An older Windows does not support this policy; KzComn_LinkRule.h checks every written path as well.
     static_cast<void>(Process::RefuseUsersJunctions(nullptr));
-    // Nobody is there to close a box about a damaged library or a drive without a disk.
+    // The agent runs unattended: no message box about a damaged library or an empty drive may wait for a click.
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
     RunGuarded(L"The opening of the trace", &OpenDebugLog);
-    // Not used here, but a missing install folder stands at the head of the trace.
+    // Only for the trace: the lookup reports a missing install folder at its beginning.
     WindowsMachine machine;
     RunGuarded(L"The look-up of the install folder",
                [&] { static_cast<void>(Frwk::Utility::GetInstalledFolder(machine)); });

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kDriveRootLength = 3;  // "C:\\"
 
-/// The drive of a path, "C:"; false, with a trace line, when it cannot be split off.
+/// The drive of a path, "C:". False, with a trace line, when the path has no drive.
 bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
 {
     wchar_t szDrive[_MAX_DRIVE] = {};
@@ -29,7 +29,7 @@ bool DriveOf(const std::wstring& tstrPath, std::wstring& tstrDrive)
     return true;
 }
 
-/// A delayed move does not cross volumes, and a volume may be mounted in a folder of the same drive: worth a warning.
+/// Delayed moves cannot cross volumes, and a folder of the same drive may be a mount point of another volume.
 void WarnOfMountPoint(const RunContext& run, const std::wstring& tstrFile)
 {
     const Volume& volume = run.paths.VolumeOf(String::FolderPart(tstrFile));
@@ -43,8 +43,8 @@ void WarnOfMountPoint(const RunContext& run, const std::wstring& tstrFile)
     }
 }
 
-/// Copies the source beside the destination under the first free stage name. A run that is ended during the copy leaves
-/// it there for good: nothing tells it from somebody else's file, so the next run takes the next name.
+/// Copies the source beside the destination under the first free stage name. A copy left by an interrupted run stays:
+/// it cannot be distinguished from a user's file, so the next run takes the next name.
 bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstring& tstrDestination,
                std::wstring& tstrStaged)
 {
@@ -57,7 +57,7 @@ bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstr
         }
         const std::wstring tstrTempFileWithIndex = tstrDestination + tstrIndex;
         Trace(kTraceInfo, L"tsTempFileWithIndex: %s", tstrTempFileWithIndex.c_str());
-        // A source that others hold is waited for once, not for each of the names.
+        // Wait for a source that is in use once, not for each name.
         const CopyMode eMode = Storage::IsInUse(dwError) ? CopyMode::eNewImmediate : CopyMode::eNew;
         if (machine.CopyNow(tstrTempFileWithIndex, tstrSource, eMode, &dwError)) {
             tstrStaged = tstrTempFileWithIndex;
@@ -73,7 +73,7 @@ bool StageCopy(Machine& machine, const std::wstring& tstrSource, const std::wstr
     return false;
 }
 
-/// What is not copied, a file or a folder with all it holds.
+/// Reports a file, or a folder with its contents, that is not copied.
 void ReportUncopied(Machine& machine, const std::wstring& tstrSource, const std::wstring& tstrDestination,
                     bool bAfterReboot, const wchar_t* szReason)
 {
@@ -104,7 +104,7 @@ void CopyOne(const RunContext& run, const std::wstring& tstrSource, const std::w
     }
 }
 
-/// One folder of a walk: its entries, of which those before `uNext` are done.
+/// One folder of a walk; the entries before `uNext` are done.
 struct WalkLevel {
     std::wstring tstrSourceDir;
     std::wstring tstrDestinationDir;
@@ -112,7 +112,7 @@ struct WalkLevel {
     std::size_t uNext = 0;
 };
 
-/// Lists a folder of a walk. Only of the walk's first folder is it no failure not to be there.
+/// Lists a folder of a walk. A missing folder is a failure except for the first folder of the walk.
 WalkLevel ListLevel(const Machine& machine, std::wstring tstrSourceDir, std::wstring tstrDestinationDir,
                     const std::wstring& tstrPattern, bool bFirst, const SkipVisitor& skip)
 {
@@ -131,7 +131,8 @@ WalkLevel ListLevel(const Machine& machine, std::wstring tstrSourceDir, std::wst
     return level;
 }
 
-/// What a link points to is not part of the package: moving it would take it from somebody else.
+/// Traces and reports a link: its target does not belong to the package, and moving it could remove another program's
+/// files.
 void SkipLink(const std::wstring& tstrSourceDir, const std::wstring& tstrDestinationDir, const SkipVisitor& skip)
 {
     Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - [%s] is a link and is not followed.",
@@ -174,7 +175,7 @@ void ForEachFileToCopy(const Machine& machine, const std::wstring& tstrSourceDir
                        const SkipVisitor& skip)
 {
     const std::wstring tstrRoot = String::EnsureBackslash(tstrSourceDir);
-    // Few packages have all the folders that are asked for, and to look for a missing one takes longest.
+    // Most packages lack most of these folders; checking the attributes first is fastest.
     DWORD dwAttributes = 0;
     DWORD dwError = ERROR_SUCCESS;
     if (!machine.ReadAttributes(Storage::Directory::FullPath(tstrRoot), dwAttributes, &dwError) &&
@@ -183,7 +184,7 @@ void ForEachFileToCopy(const Machine& machine, const std::wstring& tstrSourceDir
     }
     const std::wstring tstrTarget = String::EnsureBackslash(tstrDestinationDir);
     if (machine.IsLink(tstrRoot)) return SkipLink(tstrRoot, tstrTarget, skip);
-    // The folders on the way down to the one that is being copied: a tree can be too deep for recursion.
+    // The folders from the top to the current one. No recursion: a tree can be too deep for the stack.
     std::vector<WalkLevel> levels;
     levels.push_back(ListLevel(machine, tstrRoot, tstrTarget, tstrPattern, true, skip));
     while (!levels.empty()) {
@@ -193,7 +194,7 @@ void ForEachFileToCopy(const Machine& machine, const std::wstring& tstrSourceDir
             continue;
         }
         const Storage::Directory::Entry entry = std::move(level.entries[level.uNext++]);
-        if (!entry.bFolder && Storage::File::IsTemporaryName(entry.tstrName)) continue;  // of a run that was ended
+        if (!entry.bFolder && Storage::File::IsTemporaryName(entry.tstrName)) continue;  // left by an interrupted run
         const std::wstring tstrSource = level.tstrSourceDir + entry.tstrName;
         const std::wstring tstrDestination = level.tstrDestinationDir + entry.tstrName;
         if (!entry.bFolder) {
@@ -217,8 +218,8 @@ bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, 
         return false;
     }
 
-    // Windows follows at the restart, with the system's rights, what leads to the folder then; what leads there now can
-    // be looked at.
+    // At the restart, Windows follows any link in the path with the system's rights. Only the links that exist now can
+    // be checked.
     if (run.paths.LeadsThroughLink(String::FolderPart(tstrDestination))) {
         ReportUncopied(run.machine, tstrSource, tstrDestination, true, L"a junction or symbolic link leads there");
         return RefuseMove(tstrSource, tstrDestination, Storage::Directory::kStoppedOnLink);
@@ -237,7 +238,7 @@ bool CopyFileAfterReboot(const RunContext& run, const std::wstring& tstrSource, 
 
     DWORD dwError = ERROR_SUCCESS;
     if (!run.machine.MoveAtRestart(tstrStaged, tstrDestination, &dwError)) {
-        // A staged copy that nothing will move would lie there for good.
+        // Nothing will move the staged copy, so it would stay forever.
         if (!bSameDrive) static_cast<void>(run.machine.DeleteNow(tstrStaged, nullptr));
         return RefuseMove(tstrStaged, tstrDestination, dwError);
     }

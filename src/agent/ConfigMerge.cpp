@@ -15,7 +15,7 @@ using namespace KzCommon;
 
 namespace {
 
-/// A configuration provider that is uninitialised on every way out.
+/// Owns a configuration provider and uninitialises it on every path.
 class ProviderSession {
 public:
     explicit ProviderSession(Machine& machine) : m_provider(machine) {}
@@ -23,7 +23,7 @@ public:
     ProviderSession& operator=(const ProviderSession&) = delete;
     ~ProviderSession() { m_provider.Uninitialize(); }
 
-    /// Both failures are reported under the first step's name.
+    /// Traces both kinds of failure under the name of the first step.
     [[nodiscard]] bool Start(Machine& machine)
     {
         if (m_provider.PreInitialize() != 0) {
@@ -59,7 +59,7 @@ std::wstring ToTraceText(const Json::Value& json)
     return tstrText;
 }
 
-/// Adds the tags to carry over to `data`, each with an empty value. False when there is none, or one that is no record.
+/// Adds the tags to migrate to `data`, each with an empty value. False when there is no tag or one is not a record.
 bool CollectTags(Machine& machine, const Section& section, const SectionRecords& records, Json::Value& data)
 {
     bool bAll = true;
@@ -79,7 +79,7 @@ bool CollectTags(Machine& machine, const Section& section, const SectionRecords&
     return bAll && !data.empty();
 }
 
-/// Names the file of a request.
+/// Sets the file of a request.
 void SetFile(Json::Value& request, const std::wstring& tstrFile)
 {
     const std::wstring tstrFolder = String::FolderPart(tstrFile);
@@ -87,7 +87,7 @@ void SetFile(Json::Value& request, const std::wstring& tstrFile)
     request["FileName"] = String::ToUtf8(tstrFile.substr(tstrFolder.size()));
 }
 
-/// A file that is read-only cannot be replaced.
+/// Makes a read-only file replaceable.
 void MakeWritable(Machine& machine, const std::wstring& tstrFile)
 {
     DWORD dwError = ERROR_SUCCESS;
@@ -96,7 +96,7 @@ void MakeWritable(Machine& machine, const std::wstring& tstrFile)
           dwError);
 }
 
-/// Carries the user's values over. False unless every value got there.
+/// Migrates the user's values. False unless all of them are written.
 bool CarryOver(Machine& machine, const ConfigTarget& target)
 {
     ProviderSession provider(machine);
@@ -116,7 +116,7 @@ bool CarryOver(Machine& machine, const ConfigTarget& target)
         Trace(kTraceInfo, L"Query OK: %s", ToTraceText(request).c_str());
     }
 
-    // Also after a failed query: the provider writes what it found and nothing else.
+    // Write even after a failed query: the provider then writes only the values that it found.
     SetFile(request, target.tstrWritten);
     MakeWritable(machine, target.tstrWritten);
     const DWORD dwWritten = provider.Send(CConfigProvider::kWrite, request);
@@ -133,14 +133,14 @@ bool CarryOver(Machine& machine, const ConfigTarget& target)
     return bCollected && !Config::IsFailure(dwQueried) && !Config::IsFailure(dwWritten);
 }
 
-/// The user's file, which an update's file is about to replace without all of its values, stays under another name.
-/// That name; empty when the file cannot be kept.
+/// Keeps the user's file under another name before an update's file without all of its values replaces it. Returns that
+/// name, or an empty text when the file cannot be kept.
 std::wstring KeepUnderAnotherName(Machine& machine, const std::wstring& tstrFile)
 {
     std::wstring tstrKept = KeptFileFor(machine, tstrFile);
     DWORD dwError = ERROR_SUCCESS;
-    // A second name needs no room and no right to read: it works on a full drive and for a file that is in use, and the
-    // content stays when the first name goes to another file.
+    // A hard link needs no space and no read access, so it works on a full drive and for a file in use. It keeps the
+    // content when another file takes the first name.
     if (machine.BackUp(tstrKept, tstrFile, &dwError) || machine.LinkTo(tstrKept, tstrFile, &dwError) ||
         IsKeptIn(machine, tstrKept, tstrFile)) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [%s].",

@@ -1,24 +1,23 @@
-// The user's settings, carried over into the configuration file that an update brings.
+// Migrates the user's settings into the configuration file of an update.
 #pragma once
 
 #include "agent/RunContext.h"
 
 #include <string>
 
-/// The configuration file that takes the user's values.
+/// The configuration file that receives the user's values.
 struct ConfigTarget {
-    std::wstring tstrPath;     ///< "config.xml" of the update's settings, as the trace names it
-    std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
+    std::wstring tstrPath;     ///< "config.xml" of the update's settings, shown in the trace
+    std::wstring tstrWritten;  ///< the file to write: `tstrPath` or a copy that will replace it
 };
 
-/// Carries the user's values of the "migrate" tags over. False, with the user's file kept, unless every value got
-/// there.
+/// Migrates the user's values of the "migrate" tags. False, with the user's file kept, unless all of them are written.
 bool MergeConfig(RunContext& run, const ConfigTarget& target);
 
-/// Keeps the user's file under the name of KeptFileFor() (SettingsFiles.h), where there is one and the update's is
-/// about to replace it.
+/// Keeps the user's file, if it exists and the update's file will replace it, under the name of KeptFileFor()
+/// (SettingsFiles.h).
 void KeepUsersFile(RunContext& run, const ConfigTarget& target);
 
-/// Deletes the kept files that hold what the user's file holds (KeptFilesLike()): of one whose values were all carried
-/// over nothing is left to be kept. One with other content may hold values that an earlier update has lost: it stays.
+/// Deletes the kept files with the same content as the user's file (KeptFilesLike()): all of their values have been
+/// migrated. Kept files with other content stay, because they may contain values that an earlier update lost.
 void DropKeptFiles(KzCommon::Machine& machine);

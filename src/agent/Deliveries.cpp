@@ -15,7 +15,7 @@ namespace {
 
 constexpr wchar_t kUpdateInfoName[] = L"UpdateInfo.ini";
 
-/// The delivery of a copy's file `tstrName`, which is below the copy's folders.
+/// The delivery of a copy's file `tstrName` (relative to the copy's folders).
 Delivery DeliveryOf(const FolderCopy& copy, const std::wstring& tstrName)
 {
     Delivery delivery;
@@ -37,7 +37,7 @@ void AddCopied(const Machine& machine, const FolderCopy& copy, std::vector<Deliv
                       copy.pRow->eDepth == Depth::eWithSubfolders, add);
 }
 
-/// What PrepareSettings() puts among the settings, or changes there, before they are copied.
+/// Adds the settings files that PrepareSettings() creates or changes before the copy.
 void AddPrepared(const Machine& machine, const FolderCopy& copy, std::vector<Delivery>& deliveries)
 {
     if (!machine.HasFolder(copy.tstrSourceDir) || machine.IsLink(copy.tstrSourceDir)) return;

@@ -1,4 +1,4 @@
-// Which file of an update goes where: the folder copies of all deploy steps, file by file.
+// Lists which file of an update goes where: the folder copies of all deploy steps, file by file.
 #pragma once
 
 #include "agent/PackageLayout.h"
@@ -6,23 +6,23 @@
 #include <string>
 #include <vector>
 
-/// One file and one of its destinations. Paths are full.
+/// One file and one of its destinations, as full paths.
 struct Delivery {
-    std::wstring tstrSource;  ///< the file that is copied or moved
-    /// The file of the update that `tstrSource` has its content from, usually itself. Empty when the run makes the
-    /// content out of the machine's own.
+    std::wstring tstrSource;  ///< the file to copy or move
+    /// The update's file that provides the content, usually `tstrSource`. Empty when the run creates the content from
+    /// the machine's own data.
     std::wstring tstrContent;
     std::wstring tstrDestination;
-    PackageLayout::Base eBase = PackageLayout::Base::eInstall;  ///< the folder that the destination is in
-    std::wstring tstrBelow;                                     ///< the destination below it
+    PackageLayout::Base eBase = PackageLayout::Base::eInstall;  ///< the folder that contains the destination
+    std::wstring tstrBelow;                                     ///< the destination, relative to `eBase`
     PackageLayout::When eWhen = PackageLayout::When::eAtRestart;
-    /// The product's language in which the settings step makes `tstrSource`; empty for every other delivery.
+    /// The product language for which the settings step creates `tstrSource`; empty for every other delivery.
     std::wstring tstrLanguage;
-    bool bMerged = false;  ///< the settings step carries the user's values over into the file
+    bool bMerged = false;  ///< the settings step migrates the user's values into the file
 };
 
-/// Everything that the deploy steps deliver, in their order: what CopyDirectory() would copy with their rows, then the
-/// files that the settings step makes, for every language that the update brings. Of several deliveries to one place
-/// the last at the restart counts, else the last. The installed product is not looked at.
+/// Lists all deliveries of the deploy steps in their order: the files that CopyDirectory() would copy, then the files
+/// that the settings step creates for each language of the update. If several go to one destination, the last one
+/// scheduled for the restart wins, otherwise the last one. Does not look at the installed product.
 [[nodiscard]] std::vector<Delivery> ListDeliveries(const KzCommon::Machine& machine,
                                                    const PackageLayout::PackageFolders& folders);

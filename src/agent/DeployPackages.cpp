@@ -11,7 +11,7 @@ using namespace PackageLayout;
 
 namespace {
 
-/// A step's name without class and parentheses.
+/// The name of a step without class and parentheses.
 std::wstring NameOf(const DeployStep& step)
 {
     const std::wstring_view tstrName = step.name.Get();

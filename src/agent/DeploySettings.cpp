@@ -20,7 +20,7 @@ void TraceFailedCopy(const std::wstring& tstrDestination, const std::wstring& ts
           tstrSource.c_str(), dwError);
 }
 
-/// A copy that the machine is not asked for, or that is not needed.
+/// Reports a copy that is not possible or not needed.
 void ReportUncopied(Machine& machine, const std::wstring& tstrDestination, const std::wstring& tstrSource,
                     Outcome eOutcome, const wchar_t* szReason)
 {
@@ -31,7 +31,7 @@ void ReportUncopied(Machine& machine, const std::wstring& tstrDestination, const
     machine.Report(change);
 }
 
-/// Copies a file over one of the settings. What an earlier run put there may be read-only.
+/// Copies a file over one of the settings, which may be read-only after an earlier run.
 bool PutInPlace(Machine& machine, const std::wstring& tstrDestination, const std::wstring& tstrSource)
 {
     static_cast<void>(machine.MakeWritable(tstrDestination, nullptr));
@@ -41,7 +41,7 @@ bool PutInPlace(Machine& machine, const std::wstring& tstrDestination, const std
     return false;
 }
 
-/// A language's file and the one that it becomes.
+/// A language's file and the settings file that it becomes.
 struct Selection {
     std::wstring tstrSource;
     std::wstring tstrDestination;
@@ -53,10 +53,10 @@ Selection SelectionOf(const Machine& machine, const std::wstring& tstrFolder, co
             .tstrDestination = tstrFolder + InstalledName(file)};
 }
 
-/// The configuration file of the product's language, in a working copy: it takes its place when it has the user's
-/// values. An earlier run may have registered its move, and a run that is ended before that would let the restart
-/// install it without them. Where there can be no working copy it is in its place at once, and the user's file kept
-/// first.
+/// Prepares the configuration file of the product's language in a working copy, which takes its place once it contains
+/// the user's values. Otherwise an interrupted run could leave a file without them, and a move scheduled by an earlier
+/// run would install it at the restart. Without a working copy, the file is put in place at once and the user's file is
+/// kept first.
 ConfigTarget SelectConfig(RunContext& run, const Selection& file)
 {
     ConfigTarget target{.tstrPath = file.tstrDestination, .tstrWritten = file.tstrDestination};
@@ -78,7 +78,7 @@ ConfigTarget SelectConfig(RunContext& run, const Selection& file)
     return target;
 }
 
-/// Makes the settings files of the product's language the ones that are installed, with the user's values.
+/// Installs the settings files of the product's language, with the user's values.
 void SelectLanguage(RunContext& run, const std::wstring& tstrFolder)
 {
     ConfigTarget config;
@@ -109,12 +109,12 @@ void TraceInstalledIsModified(DWORD dwError)
           dwError);
 }
 
-/// The update information file to change: the one among the settings, made out of the installed one where the update
-/// brings none, or the installed one where that cannot be done.
+/// Chooses the update information file to change: the one among the settings (copied from the installed one when the
+/// update has none), or the installed one when copying fails.
 IniTarget SelectUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
 {
     const std::wstring tstrInstalled = run.paths.UpdateInfoFile();
-    // Twice, as support knows it.
+    // Traced twice; support expects both lines.
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     Trace(kTraceInfo, L"Installed UpdateInfo.ini is '%s'.", tstrInstalled.c_str());
     DWORD dwError = ERROR_SUCCESS;
@@ -135,7 +135,7 @@ IniTarget SelectUpdateInfo(const RunContext& run, const std::wstring& tstrDownlo
     return {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled};
 }
 
-/// Changes the update information that is deployed with the settings.
+/// Changes the update information that the settings step deploys.
 void EditUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
 {
     run.machine.BeginOperation(L"ModifyUpdateInfo");
@@ -164,7 +164,7 @@ bool PrepareSettings(RunContext& run)
         run.machine.ExplainNothing(L"there is no folder " + tstrSettingDir);
         return false;
     }
-    // The copy does not follow a link, and says so: what it leads to is not the package's to be changed.
+    // The copy step skips a link and reports it. Its target does not belong to the package and is not changed.
     if (run.machine.IsLink(tstrSettingDir)) return true;
     run.machine.BeginOperation(L"SelectLanguageFile");
     RemoveWorkingCopies(run);

@@ -1,9 +1,9 @@
-// The settings step: what the update changes besides replacing files.
+// The settings step: the changes of an update besides replacing files.
 #pragma once
 
 #include "agent/RunContext.h"
 
-/// What the settings step does before its files are copied: patches the registry, makes the settings files of the
-/// product's language the installed ones, merges the configuration and edits the update information. False, with a
-/// trace line, when the package has no settings folder: then only the registry is patched.
+/// Prepares the settings before their files are copied: patches the registry, selects the settings files of the
+/// product's language, merges the configuration and edits the update information. When the package has no settings
+/// folder, it patches only the registry and returns false, with a trace line.
 [[nodiscard]] bool PrepareSettings(RunContext& run);

@@ -12,19 +12,19 @@ namespace {
 
 constexpr wchar_t kLockFile[] = L"Brevant.lock";
 constexpr DWORD kPauseMs = 250;
-// ERROR_ACCESS_DENIED is also the answer for a file that is just being deleted by the run that ends.
+// A file that the ending run is just deleting also gives ERROR_ACCESS_DENIED.
 constexpr DWORD kDeletedWithinMs = 2000;
 
-// For administrators, the system and its owner only. Whoever could read a file that a power cut has left could keep it
-// open, and every run from changing anything.
+// For administrators, the system and the owner only. A user who could open a file left by a power failure could block
+// every run.
 constexpr wchar_t kAccess[] = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;OW)";
 
-/// Opens the file; `dwError` is ERROR_SUCCESS when that is done. One that a power cut has left is taken over.
+/// Opens the lock file, including one left by a power failure. Sets `dwError` to ERROR_SUCCESS on success.
 UniqueFile OpenLock(const std::wstring& tstrPath, DWORD& dwError)
 {
     constexpr DWORD kFlags = FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT;
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
-    // Without a description of the rights the file has those of its folder.
+    // If this fails, the file gets the rights of its folder.
     ::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccess, SDDL_REVISION_1, &attributes.lpSecurityDescriptor,
                                                            nullptr);
     UniqueFile file(

@@ -1,4 +1,4 @@
-// One run at a time changes an installation: two at once would take each other's half-made files for finished ones.
+// Allows one run at a time to change an installation: two runs would take each other's unfinished files as complete.
 #pragma once
 
 #include "common/KzComn_Handle.h"
@@ -7,19 +7,19 @@
 
 #include <string>
 
-/// How long a run waits for another one, in milliseconds.
+/// How long a run waits for another run, in milliseconds.
 inline constexpr DWORD kLockWaitMs = 3 * 60 * 1000;
 
-/// Has a file in the install folder open, without sharing it, as long as it holds the lock. Only users who may write to
-/// that folder can take the lock. Windows deletes the file when the process ends, also when it is killed.
+/// Keeps a file in the install folder open without sharing while it owns the lock. Only users with write access to that
+/// folder can take the lock. Windows deletes the file when the process ends, even if it is killed.
 class DeploymentLock {
 public:
     /// The file's path; `tstrInstallDir` with trailing backslash.
     [[nodiscard]] static std::wstring FileIn(const std::wstring& tstrInstallDir);
 
-    /// Takes the lock. False, with a trace line, when another run has it all the time of `dwWaitMs` milliseconds. A
-    /// lock that cannot be taken for another reason is traced, and the run goes on without it: true. So does one
-    /// without an install folder, which has nothing to change there. CreateFileW.
+    /// Takes the lock. False, with a trace line, when another run owns it for all of `dwWaitMs` milliseconds. True,
+    /// with a trace line, when the lock fails for another reason: the run continues without it. Also true without an
+    /// install folder, where there is nothing to change. CreateFileW.
     [[nodiscard]] bool Take(const std::wstring& tstrInstallDir, DWORD dwWaitMs = kLockWaitMs);
 
     void Release() noexcept { m_file.Reset(); }

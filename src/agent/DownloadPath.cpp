@@ -22,7 +22,7 @@ constexpr DownloadKey kResource{L"Component2_DownloadPath", L"c21t2101v0.0.0l1p-
 
 constexpr wchar_t kSeparators[] = L"\\/";
 
-/// A name of a path as Windows reads it: at the end of a path it drops all dots and spaces, before that one dot.
+/// A name of a path as Windows reads it: without all dots and spaces at the end of the path, without one dot elsewhere.
 std::wstring_view WithoutDroppedEnd(std::wstring_view tstrName, bool bLast) noexcept
 {
     if (bLast) return tstrName.substr(0, tstrName.find_last_not_of(L". ") + 1);
@@ -32,7 +32,7 @@ std::wstring_view WithoutDroppedEnd(std::wstring_view tstrName, bool bLast) noex
 
 bool IsFolderName(std::wstring_view tstrName) noexcept
 {
-    // A dot or a space that Windows leaves at the end is no part of a name that it makes.
+    // Windows never creates a name that ends in a dot or a space.
     return Storage::File::IsPlainName(tstrName) && tstrName.back() != L'.' && tstrName.back() != L' ';
 }
 
@@ -85,7 +85,7 @@ bool ReadDownloadPath(const Machine& machine, const std::wstring& tstrUpdateInfo
               tstrUpdateInfo.c_str(), dwError);
         return false;
     }
-    // An empty name would mean the folder of all packages.
+    // An empty name would be the folder of all packages.
     tstrPath = tstrValue.empty() ? key.szDefault : tstrValue;
     if (NormalizeDownloadPath(tstrPath)) return true;
     Trace(kTraceError, L"*** PathValues::ReadDownloadPath() - %s=[%s] is no name below \"Component\\\", [%s] is taken.",

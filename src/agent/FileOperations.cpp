@@ -10,8 +10,7 @@ using namespace KzCommon;
 
 namespace {
 
-// A path that depends on the current folder, or on a placeholder that stands for nothing, could mean anything: it is
-// refused with this code.
+// The code for a refused path: one that depends on the current folder or on an unset placeholder could mean anything.
 constexpr DWORD kNotAFullPath = ERROR_BAD_PATHNAME;
 
 void Refuse(FileRecord& record, FileRefusal eRefusal, DWORD dwCode)
@@ -52,7 +51,7 @@ const wchar_t* ReasonOf(FileRefusal eRefusal)
     return L"";
 }
 
-/// A record that the machine is not asked to carry out.
+/// Reports a record for which no request is made to the machine.
 void ReportUndone(Machine& machine, int iOp, const std::wstring& tstrPath, Outcome eOutcome,
                   const std::wstring& tstrReason)
 {
@@ -70,7 +69,7 @@ void TraceFailedDelete(const FileRecord& record, DWORD dwError)
           record.tstrPattern.c_str(), dwError);
 }
 
-/// What the run itself keeps is not deleted: no record was written for it.
+/// Protects the files that the run keeps: no record may delete them.
 Storage::Directory::Spared KeptBy(const RunContext& run)
 {
     return [&run](const std::wstring& tstrPath) {
@@ -121,7 +120,7 @@ void MakeFolder(Machine& machine, const FileRecord& record)
     if (!machine.CreateFolder(record.tstrFolder, &dwError)) TraceFailedFolder(record, dwError);
 }
 
-/// How files are removed: the operation, the request, and the line for a path that is too long.
+/// How a kind of removal works: the operation, the request and the trace line for a path that is too long.
 struct Removal {
     FileOp eOp;
     bool (Machine::*pfnRemove)(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,

@@ -14,7 +14,7 @@ using namespace KzCommon;
 
 namespace {
 
-// Which packages a deployment has found; each group of bits is set as a whole.
+// The packages that a deployment has found. Each group of bits is set as a whole.
 constexpr BYTE kProgramPackage = 0xF0;
 constexpr BYTE kResourcePackage = 0x0F;
 
@@ -63,7 +63,7 @@ bool FrameworkDeployAgent::DoDeploy()
     if ((bPackages & kResourcePackage) && !DeployResourceFiles(m_run, tstrResourceDir)) {
         Trace(kTraceError, L"CActionHandlerFrwk::FrameworkDeployAgent::DeployResourceFiles() failed");
     }
-    // A package whose folder cannot be looked up may be there: the updater is to try again, and the new name waits.
+    // An unknown folder may contain a package: the updater must try again, and the new name waits.
     const bool bFoldersKnown = !m_run.paths.ProductDownloadDir().empty() && !tstrResourceDir.empty();
     return bFoldersKnown || m_run.paths.InstallDir().empty();
 }

@@ -1,4 +1,4 @@
-// One step of the run that must not end the others.
+// Runs a step so that its failure does not end the run.
 #pragma once
 
 #include "common/KzComn_DebugLog.h"
@@ -6,8 +6,8 @@
 
 #include <utility>
 
-/// Runs `step`. An exception, of whatever kind, ends the step and not the run: it is traced, with what `szStep` calls
-/// the step, at level 256. False then.
+/// Runs `step`. Any exception ends only the step and is traced at level 256 under the name `szStep`; the result is then
+/// false.
 template <class Step>
 bool RunGuarded(const wchar_t* szStep, Step&& step)
 {

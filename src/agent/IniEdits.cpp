@@ -25,11 +25,12 @@ void StoreIniValue(Machine& machine, const IniTarget& target, const IniRecord& r
         Trace(kTraceError, L"KzCommon::Storage::Ini::StoreValue() failed. Error code: %d", dwError);
         return;
     }
-    // A scanner that looks at the file after every change lets it go each time: it costs no change, however many.
+    // Each change may meet a scanner that opens the file for a moment after the previous change. Keep enough retries
+    // for each of them.
     patience.uRepetitions = std::max(patience.uRepetitions, Storage::kInUseRepetitions);
 }
 
-/// A record that the machine is not asked to carry out.
+/// Reports a record for which no request is made to the machine.
 void ReportRefused(Machine& machine, const IniTarget& target, const std::wstring& tstrName, const wchar_t* szReason)
 {
     Change change{.eAction = Action::eWriteIni, .eOutcome = Outcome::eFail};

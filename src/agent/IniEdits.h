@@ -7,31 +7,31 @@
 
 #include <string>
 
-/// An INI record taken apart. A field that the record does not have is empty.
+/// A parsed INI record. Missing fields are empty.
 struct IniRecord {
     std::wstring tstrSection;
     std::wstring tstrKey;
     std::wstring tstrValue;
     bool bTooManyFields = false;
 
-    /// Whether there is something to write.
+    /// Whether all fields needed for a write exist.
     [[nodiscard]] bool IsComplete() const noexcept
     {
         return !tstrSection.empty() && !tstrKey.empty() && !tstrValue.empty();
     }
 };
 
-/// Takes a record apart; does and traces nothing.
+/// Parses a record; changes and traces nothing.
 [[nodiscard]] IniRecord ParseIniRecord(const std::wstring& tstrData);
 
-/// The INI file that is changed.
+/// The INI file to change.
 struct IniTarget {
-    std::wstring tstrPath;     ///< the file that the change is for, as the trace names it
-    std::wstring tstrWritten;  ///< the file that is written: that one, or a copy that is to take its place
+    std::wstring tstrPath;     ///< the file to change, shown in the trace
+    std::wstring tstrWritten;  ///< the file to write: `tstrPath` or a copy that will replace it
 };
 
-/// How often the changes of one file are tried again while others use it, all of them together: for five seconds. After
-/// a change that has arrived at least kInUseRepetitions are left for the next one.
+/// How often the changes of one file are retried, together, while the file is in use: five seconds. After a successful
+/// change at least kInUseRepetitions remain for the next one.
 inline constexpr unsigned kEditRepetitions = 50;
 
 /// Changes keys of an INI file and records the deployed version in it.
@@ -41,7 +41,7 @@ void ModifyUpdateInfo(KzCommon::Machine& machine, const IniTarget& target);
 void ModifyIniKeyValue(KzCommon::Machine& machine, const IniTarget& target, const std::wstring& tstrData,
                        KzCommon::Storage::Patience& patience);
 
-/// What records the version of the agent's own component.
+/// The record that sets the version of the agent's own component.
 [[nodiscard]] IniRecord DeployedVersion();
 
 /// Writes DeployedVersion(). WritePrivateProfileStringW.

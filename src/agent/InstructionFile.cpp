@@ -7,7 +7,7 @@ using namespace KzCommon;
 
 namespace {
 
-// The largest buffer of steps of 256 at once: a second reading of the file costs more than the room.
+// Start with the largest buffer that the steps of 256 reach: reading the file twice costs more than the memory.
 constexpr Storage::Ini::SectionGrowth kGrowth{127 * 256, 256, 0x7FFF};
 
 void TakeRecords(Storage::Ini::Section section, SectionRecords& records)
@@ -18,7 +18,7 @@ void TakeRecords(Storage::Ini::Section section, SectionRecords& records)
         case Storage::Ini::SectionOutcome::eNoMemory:
         case Storage::Ini::SectionOutcome::eFailed: Storage::Throw(section.dwError);
     }
-    // Most records have the key of the one before; those of equal keys keep their order in any case.
+    // Most records have the key of the previous one. insert(end()) keeps the order of equal keys.
     for (auto& entry : section.entries) records.insert(records.end(), std::move(entry));
 }
 

@@ -1,15 +1,15 @@
 // The update's instruction file, "QorPaFrwk.ini" in the install folder.
 //
-// Every section is a list of records, one a line:
+// Every section is a list of records, one per line:
 //
 //     record  = key "=" value
-//     value   = 1 to 1023 characters; the fields of a registry or INI record stand between "!", and a run of "!"
-//               counts as one, so that no field is empty
+//     value   = 1 to 1023 characters; "!" separates the fields of a registry or INI record, and several "!" in a row
+//               count as one, so that no field is empty
 //
-// Sections.h has the sections and keys, and what the value of each is.
+// Sections.h defines the sections, their keys and the meaning of each value.
 //
-// The same key may stand on many lines. An operation takes its keys in an order of its own, and the records of one key
-// in the order of their lines. Keys match exactly.
+// A key may occur on many lines. An operation handles its keys in its own order, and the records of one key in line
+// order. Key names are case-sensitive.
 #pragma once
 
 #include "common/KzComn_Machine.h"
@@ -17,20 +17,20 @@
 #include <map>
 #include <string>
 
-/// Its name, in the install folder.
+/// The name of the instruction file in the install folder.
 inline constexpr wchar_t kInstructionFile[] = L"QorPaFrwk.ini";
 
-/// Registry operations; any other number is refused.
+/// Registry operations; other numbers are refused.
 enum RegOp : DWORD {
     op_no_reg = 0,            ///< no operation
-    op_reg_add = 100,         ///< write the value, whatever is there
+    op_reg_add = 100,         ///< write the value, even if it exists
     op_reg_add_if_non = 101,  ///< write the value only when it does not exist
     op_reg_delete = 102,      ///< delete the value
     op_begin_reg = op_reg_add,
     op_end_reg = op_reg_delete
 };
 
-/// File operations; any other number is refused.
+/// File operations; other numbers are refused.
 enum FileOp : int {
     op_dir_delete = 0,       ///< delete a folder with its contents at the next restart
     op_dir_add = 1,          ///< create a folder now
@@ -44,24 +44,24 @@ enum FileOp : int {
 /// The longest record value that an operation accepts, in characters.
 inline constexpr std::size_t kMaxRecordCharacters = 1023;
 
-/// Why a longer one is refused.
+/// The reason for refusing a longer value.
 inline constexpr wchar_t kRecordTooLong[] = L"longer than 1023 characters";
 
-/// A section's records: keys in plain ordinal order, the records of one key in the order of their lines.
+/// The records of a section: keys in ordinal order, the records of one key in line order.
 using SectionRecords = std::multimap<std::wstring, std::wstring>;
 
-/// Fills `records` with a section. True when done, also (with nothing read) for a section too long for the largest
-/// buffer; false when the file is not open. Throws Storage::Exception with the system's code when the section cannot be
-/// read or is empty, with ERROR_INVALID_HANDLE (6) when memory is out.
+/// Reads a section into `records`. True on success, and with no records for a section that exceeds the largest buffer;
+/// false when the file is not open. Throws Storage::Exception with the system's code when the section is unreadable or
+/// empty, and with ERROR_INVALID_HANDLE (6) when memory runs out.
 [[nodiscard]] bool ReadSectionRecords(const KzCommon::Storage::IniFile& iniFile, const std::wstring& tstrSection,
                                       SectionRecords& records);
 
-/// Opens the instruction file in the install folder and reads one section of it. False with the Win32 code in `dwError`
-/// when that fails; ERROR_BAD_ARGUMENTS (160) when no install folder is known.
+/// Opens the instruction file in the install folder and reads one section. False with the Win32 code in `dwError` on
+/// failure; ERROR_BAD_ARGUMENTS (160) when the install folder is unknown.
 [[nodiscard]] bool ReadInstructions(const KzCommon::Machine& machine, const std::wstring& tstrSection,
                                     SectionRecords& records, DWORD& dwError);
 
-/// Calls `apply` with every record of `szKey`, in the order of their lines.
+/// Calls `apply` with every record of `szKey`, in line order.
 template <class Apply>
 void ForEachRecord(const SectionRecords& records, const wchar_t* szKey, Apply&& apply)
 {

@@ -12,7 +12,7 @@ using namespace KzCommon;
 
 namespace {
 
-// The build number is taken by its place in the version ("3.8.0.1099"), never by its dots.
+// The build number starts at a fixed position of the version ("3.8.0.1099"), whether or not there is a dot before it.
 constexpr std::size_t kBuildStart = 6;
 constexpr std::size_t kBuildLength = 4;
 const wchar_t kFirstBuildWithNewName[] = L"1100";
@@ -25,7 +25,7 @@ void ReportDecision(Machine& machine, Outcome eOutcome, const std::wstring& tstr
     machine.Report(change);
 }
 
-/// Why an installation keeps its name.
+/// The reason for keeping the current name.
 std::wstring ReasonOf(NewNameNeed eNeed, const std::wstring& tstrVersion, const std::wstring& tstrBuild)
 {
     switch (eNeed) {
@@ -54,7 +54,7 @@ bool CheckIfNewProdNameApplied(const Machine& machine)
 
 NewNameNeed JudgeNewName(const std::wstring& tstrLanguage, const std::wstring& tstrVersion, std::wstring& tstrBuild)
 {
-    // Only the lower-case tag stands for an installation that keeps its name.
+    // Case-sensitive: only the lower-case tag keeps the name.
     if (tstrLanguage == L"ja-jp") return NewNameNeed::eJapanese;
     if (tstrVersion.size() < kBuildStart + kBuildLength) return NewNameNeed::eVersionInvalid;
     tstrBuild = tstrVersion.substr(kBuildStart, kBuildLength);
@@ -141,7 +141,7 @@ void DecideAboutNewName(Machine& machine, const std::function<void()>& beforeQue
     if (!CanScheduleNewName(machine))
         return ReportDecision(machine, Outcome::eFail, L"the install folder is not known");
     ReportDecision(machine, Outcome::eNew, {});
-    // The mark comes first: the rename is scheduled at most once, even when its preparation fails.
+    // The marker comes first: the rename is scheduled at most once, even if its preparation fails.
     TagNewProdNameApplied(machine);
     PreparePostUdActionForNewName(machine);
     if (NeedToInformUser(machine)) {

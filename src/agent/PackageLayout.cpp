@@ -59,7 +59,7 @@ constexpr DeployStep kResourceStep = {
     // clang-format on
 };
 
-/// The root of the drive that Windows lies on; empty when the system folder is not known.
+/// The root of the Windows drive; empty when the system folder is unknown.
 std::wstring SystemDriveRoot(const Machine& machine)
 {
     const std::wstring tstrSystem = machine.FolderOf(KnownFolder::eSystem);
@@ -91,7 +91,7 @@ BaseFolders::BaseFolders(const Machine& machine, const PackageFolders& folders)
       m_tstrAppDataDir(machine.FolderOf(KnownFolder::eCommonAppData)),
       m_tstrSystemDrive(SystemDriveRoot(machine))
 {
-    // The updater lays the package out with the component's name once more below the platform's folder.
+    // The updater repeats the component's name below the platform's folder.
     const std::wstring tstrPlatform =
         String::FolderBelow(folders.tstrProductDownloadDir, Process::Is64BitWindows() ? L"64bit" : L"32bit");
     m_tstrPackageDir = String::FolderBelow(tstrPlatform, folders.tstrProductDownloadPath);

@@ -1,5 +1,5 @@
-// The layout of the downloaded packages: which of their folders goes to which folder of the installation, and how. Data
-// only; DeployPackages.h carries it out.
+// The layout of the downloaded packages: which folder goes to which folder of the installation, and how. Contains only
+// data; DeployPackages.h carries it out.
 #pragma once
 
 #include "common/KzComn_DebugLog.h"
@@ -12,7 +12,7 @@
 
 namespace PackageLayout {
 
-/// Where a folder of a row begins.
+/// The base of a row's folder.
 enum class Base {
     ePackage,     ///< the product package's files for this platform
     eProduct,     ///< the product package's download folder
@@ -20,10 +20,10 @@ enum class Base {
     eResource,    ///< the resource package's download folder
     eInstall,     ///< the install folder
     eAppData,     ///< the common application-data folder
-    eSystemDrive  ///< the root of the drive that Windows lies on
+    eSystemDrive  ///< the root of the Windows drive
 };
 
-/// A folder: a base and what follows it, without backslash at its end; empty for the base itself.
+/// A folder: a base and the path below it without trailing backslash; empty for the base itself.
 struct Place {
     Base eBase;
     const wchar_t* szBelow;
@@ -38,40 +38,40 @@ struct CopyRow {
     Place destination;
     Depth eDepth;
     When eWhen;
-    /// Written after the copy with source and destination. Some name another step than their own: that is how support
-    /// knows them.
+    /// The trace line after the copy, with source and destination. Some lines name a different step; support expects
+    /// them.
     KzCommon::TraceFormat<const wchar_t*, const wchar_t*> trace = nullptr;
 };
 
-/// One deploy step: its name, its copies in their order, and whether the settings are prepared before them
-/// (PrepareSettings(); when that is false there is nothing to copy).
+/// One deploy step: its name, its copies in order, and whether PrepareSettings() runs before them (if that returns
+/// false, nothing is copied).
 struct DeployStep {
     KzCommon::OperationName name;
     std::initializer_list<CopyRow> rows;
     bool bPreparesSettings = false;
 };
 
-/// The steps of the program package, in their order.
+/// The steps of the program package, in order.
 [[nodiscard]] std::span<const DeployStep> ProgramSteps() noexcept;
 
 /// The step of the resource package.
 [[nodiscard]] const DeployStep& ResourceStep() noexcept;
 
-/// The folders that a package's places depend on, each with trailing backslash; empty where one is not known.
+/// The folders that the places of a package depend on, with trailing backslash; empty when unknown.
 struct PackageFolders {
     std::wstring tstrInstallDir;
     std::wstring tstrProductDownloadDir;
-    std::wstring tstrProductDownloadPath;  ///< the folder's name as "UpdateInfo.ini" has it
+    std::wstring tstrProductDownloadPath;  ///< the folder's name in "UpdateInfo.ini"
     std::wstring tstrResourceDownloadDir;
 };
 
-/// The bases of one installation and its packages; a base that is not known is empty.
+/// The bases of one installation and its packages. An unknown base is empty.
 class BaseFolders {
 public:
-    /// Traces a system drive that cannot be told; "C:\" is taken for it.
+    /// Traces an unknown system drive and uses "C:\" instead.
     BaseFolders(const KzCommon::Machine& machine, const PackageFolders& folders);
 
-    /// The folder of a place, with trailing backslash; empty below a base that is not known.
+    /// The folder of a place, with trailing backslash; empty below an unknown base.
     [[nodiscard]] std::wstring FolderOf(const Place& place) const;
 
 private:
@@ -86,11 +86,11 @@ private:
 struct FolderCopy {
     const DeployStep* pStep;
     const CopyRow* pRow;
-    std::wstring tstrSourceDir;       ///< with trailing backslash; empty below a base that is not known
-    std::wstring tstrDestinationDir;  ///< the same
+    std::wstring tstrSourceDir;       ///< with trailing backslash; empty below an unknown base
+    std::wstring tstrDestinationDir;  ///< likewise
 };
 
-/// Every folder copy of both packages in the order in which they are carried out, whether the folders are there or not.
+/// Lists every folder copy of both packages in order, even for folders that do not exist.
 [[nodiscard]] std::vector<FolderCopy> ListCopies(const KzCommon::Machine& machine, const PackageFolders& folders);
 
 }  // namespace PackageLayout

@@ -29,7 +29,7 @@ std::wstring ReadLogFolder(const Machine& machine, const wchar_t* szSessionKey)
     return String::EnsureBackslash(std::get<std::wstring>(folder));
 }
 
-/// A folder's path without "..", with the long names of its folders.
+/// A folder's path without ".." and with the long names of its folders.
 std::wstring LongPath(const std::wstring& tstrFolder)
 {
     const std::wstring tstrFull = Storage::Directory::FullPath(tstrFolder);
@@ -74,7 +74,7 @@ void PathValues::WidenProtectedLogFolder(const std::wstring& tstrConfigured)
         m_protectedLogDirs.push_back(tstrConfigured);
         return;
     }
-    // The character after the variable goes whatever it is, and with it any further backslashes.
+    // The character after the variable is dropped in any case, with any further backslashes.
     const std::size_t uRest = tstrConfigured.find_first_not_of(L'\\', kUserProfile.size() + 1);
     const std::wstring tstrRest = uRest == std::wstring::npos ? std::wstring() : tstrConfigured.substr(uRest);
 
@@ -151,7 +151,7 @@ bool PathValues::LeadsThroughLink(const std::wstring& tstrFolder) const
 
 void PathValues::ExpandPlaceholders(std::wstring& tstrText) const
 {
-    // Most texts have none, and looking up the install folder takes longer than a whole registry record.
+    // Most texts have no placeholder, and reading the install folder takes longer than a whole registry record.
     if (tstrText.find(L'{') != std::wstring::npos)
         ExpandPlaceholders(tstrText, Frwk::Utility::GetInstalledFolder(m_machine));
 }

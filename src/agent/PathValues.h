@@ -1,4 +1,4 @@
-// The folders of one run, computed once, and the placeholders that stand for them in the instruction file.
+// The folders of one run, computed once, and the placeholders for them in the instruction file.
 #pragma once
 
 #include "common/KzComn_Machine.h"
@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-/// The folders that the placeholders stand for, each with trailing backslash; a placeholder without one stays in the
-/// text.
+/// The values of the placeholders, with trailing backslash. A placeholder without a value stays in the text.
 struct PlaceholderFolders {
     const std::wstring* pDownloadDir;
     const std::wstring* pInstalledDir;
@@ -25,12 +24,12 @@ inline constexpr wchar_t kInstalledDir[] = L"{InstalledDir}";
 
 /// One placeholder.
 struct Placeholder {
-    const wchar_t* szText;  ///< braces included, compared exactly
+    const wchar_t* szText;  ///< with braces; case-sensitive
     const std::wstring* PlaceholderFolders::*pFolder;
-    bool bMayBeUnset = false;  ///< stands for a folder that not every machine has set
+    bool bMayBeUnset = false;  ///< for a folder that is not set on every machine
 };
 
-/// All of them, in the order in which they are replaced.
+/// All placeholders, in replacement order.
 inline constexpr std::array kPlaceholders{
     Placeholder{kDownloadDir, &PlaceholderFolders::pDownloadDir},
     Placeholder{kInstalledDir, &PlaceholderFolders::pInstalledDir},
@@ -40,60 +39,60 @@ inline constexpr std::array kPlaceholders{
     Placeholder{L"{ProtectedLogDir}", &PlaceholderFolders::pProtectedLogDir, true},
 };
 
-/// Replaces the placeholders in `tstrText` by the folders.
+/// Replaces the placeholders in `tstrText` with the folders.
 void ReplacePlaceholders(std::wstring& tstrText, const PlaceholderFolders& folders);
 
-/// Folder texts end in a backslash; a folder that is not known is empty, and so is every folder below it.
+/// The folders of a run. Folder texts end in a backslash; an unknown folder and every folder below it are empty.
 class PathValues {
 public:
     explicit PathValues(const KzCommon::Machine& machine) noexcept : m_machine(machine) {}
 
-    /// Reads the log folders of the three session kinds and computes the installer's; traces each.
+    /// Reads the log folders of the three session kinds, computes the installer's log folder and traces all of them.
     void ReadLogFolders();
 
-    /// Reads the install folder from the registry and, from its "UpdateInfo.ini", the name of the product package's
-    /// download folder.
+    /// Reads the install folder from the registry and the name of the product package's download folder from its
+    /// "UpdateInfo.ini".
     void ReadProductFolders();
 
-    /// The same for an install folder (with trailing backslash) and a download path that are known already.
+    /// Does the same with a known install folder (with trailing backslash) and download path.
     void TakeProductFolders(std::wstring tstrInstallDir, std::wstring tstrDownloadPath);
 
-    /// Replaces the placeholders in `tstrText`, each compared exactly, in their fixed order. "{InstalledDir}" is looked
-    /// up afresh; of the protected log folders only the first is ever used, and without any its placeholder stays.
+    /// Replaces the placeholders in `tstrText` in their fixed order. Reads "{InstalledDir}" again each time. Uses only
+    /// the first protected log folder; without any, its placeholder stays.
     void ExpandPlaceholders(std::wstring& tstrText) const;
-    /// The same with another folder for "{InstalledDir}".
+    /// Does the same with another folder for "{InstalledDir}".
     void ExpandPlaceholders(std::wstring& tstrText, const std::wstring& tstrInstalledDir) const;
 
-    /// What the placeholders stand for, as long as this and `tstrInstalledDir` live: of the protected log folders the
-    /// first.
+    /// The values of the placeholders, valid while this object and `tstrInstalledDir` exist. Uses the first protected
+    /// log folder.
     [[nodiscard]] PlaceholderFolders FoldersOfPlaceholders(const std::wstring& tstrInstalledDir) const noexcept;
 
     /// "{InstalledDir}": value "ProductPath" of the product key.
     [[nodiscard]] const std::wstring& InstallDir() const noexcept { return m_tstrInstallDir; }
-    /// Where the updater puts the packages: the install folder's "Component\".
+    /// The folder that receives the packages: "Component\" in the install folder.
     [[nodiscard]] std::wstring ComponentDir() const;
-    /// The product package: ComponentDir() and the download path; empty when "UpdateInfo.ini" could not be read.
+    /// The product package's folder: ComponentDir() and the download path; empty when "UpdateInfo.ini" is unreadable.
     [[nodiscard]] const std::wstring& ProductDownloadDir() const noexcept { return m_tstrProductDownloadDir; }
-    /// The product package's download path as "UpdateInfo.ini" has it.
+    /// The product package's download path as in "UpdateInfo.ini".
     [[nodiscard]] const std::wstring& ProductDownloadPath() const noexcept { return m_tstrProductDownloadPath; }
-    /// The resource package's download folder, read from "UpdateInfo.ini" now; empty when that cannot be read.
+    /// Reads the resource package's download folder from "UpdateInfo.ini"; empty when that is unreadable.
     [[nodiscard]] std::wstring ReadResourceDownloadDir() const;
     /// The update information file of the installed product; empty without an install folder.
     [[nodiscard]] std::wstring UpdateInfoFile() const;
 
-    /// The log folder of the protected sessions: one for each user profile when it begins with "%USERPROFILE%".
+    /// The log folders of the protected sessions: one per user profile when the path begins with "%USERPROFILE%".
     [[nodiscard]] const std::vector<std::wstring>& ProtectedLogDirs() const noexcept { return m_protectedLogDirs; }
 
-    /// Notes a file that the run itself keeps: no record of it deletes the file.
+    /// Marks a file that the run keeps: no record may delete it.
     void KeepFile(std::wstring tstrPath) { m_keptFiles.push_back(std::move(tstrPath)); }
-    /// Whether a file is one of those, however its folder is written. GetLongPathNameW.
+    /// Whether a file is marked with KeepFile(), also under another form of its path. GetLongPathNameW.
     [[nodiscard]] bool IsKeptFile(const std::wstring& tstrPath) const;
 
-    /// The volume that a folder (with trailing backslash) lies on, asked once for each folder.
+    /// The volume of a folder (with trailing backslash), looked up once per folder.
     [[nodiscard]] const KzCommon::Volume& VolumeOf(const std::wstring& tstrFolder) const;
 
-    /// Whether a link that is refused (common/KzComn_LinkRule.h) leads to a folder (with trailing backslash), asked
-    /// once for each folder: no answer stays true until the restart.
+    /// Whether the path of a folder (with trailing backslash) contains a link that is refused
+    /// (common/KzComn_LinkRule.h). Checked once per folder, because the result can change before the restart anyway.
     [[nodiscard]] bool LeadsThroughLink(const std::wstring& tstrFolder) const;
 
 private:

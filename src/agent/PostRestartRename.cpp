@@ -12,13 +12,13 @@ using namespace KzCommon;
 
 namespace {
 
-/// The names that the shell and the browsers show; empty when they cannot be read.
+/// The names that the shell and the browsers show; empty when unreadable.
 struct Names {
     std::wstring tstrProduct;
     std::wstring tstrToolbar;
 };
 
-/// One place in the registry where a name stands.
+/// A registry value that contains a name.
 struct NamePlace {
     HKEY hRoot;
     const wchar_t* szKey;
@@ -65,7 +65,7 @@ Names ReadNames(const Machine& machine)
     return names;
 }
 
-/// The old shortcuts go first, so that one whose name did not change is made anew and not removed.
+/// Replaces the shortcuts. The old ones go first, because a shortcut with an unchanged name would otherwise be removed.
 void ReplaceShortcuts(const Machine& machine)
 {
     const std::wstring tstrInstallDir = Frwk::Utility::GetInstalledFolder(machine);

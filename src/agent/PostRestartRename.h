@@ -1,17 +1,16 @@
-// What gives the product its new name after the restart.
+// Gives the product its new name after the restart.
 #pragma once
 
 #include "common/KzComn_Machine.h"
 
 #include <string>
 
-/// Replaces the old shortcuts by the new ones and writes the localised product name where the shell and the browsers
-/// show it. Every failure is traced and the next step runs. An unreadable string table leaves empty names, which are
-/// written all the same.
+/// Replaces the old shortcuts with the new ones and writes the localised product name for the shell and the browsers.
+/// Traces each failure and continues with the next step. Writes empty names when the string table is unreadable.
 void PostUdActionForNewName(KzCommon::Machine& machine);
 
-/// Removes the shortcuts that a description file of the install folder (with trailing backslash) names.
+/// Removes the shortcuts of a description file in the install folder (with trailing backslash).
 void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName);
 
-/// Creates the shortcuts that a description file of the install folder (with trailing backslash) names.
+/// Creates the shortcuts of a description file in the install folder (with trailing backslash).
 void InstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName);

@@ -9,7 +9,7 @@
 
 struct DownloadKey;
 
-/// What the entry point drives: the three phases, each called once, in this order.
+/// The interface for the entry point: three phases, each called once, in this order.
 class QorDeployAgent {
 public:
     QorDeployAgent() = default;
@@ -22,24 +22,24 @@ public:
     virtual bool DoPostAction() = 0;
 };
 
-/// Deploys the downloaded packages and carries out the instruction file, with the operations of DeployPackages.h,
-/// FileOperations.h and RunOnce.h. Every operation traces its own failures and the run goes on; nothing is thrown.
+/// Deploys the downloaded packages and carries out the instruction file, using DeployPackages.h, FileOperations.h and
+/// RunOnce.h. Each operation traces its own failures and the run continues; nothing is thrown.
 class FrameworkDeployAgent : public QorDeployAgent {
 public:
     explicit FrameworkDeployAgent(KzCommon::Machine& machine) : m_run(machine) {}
 
-    /// Computes the path values and creates the folders that the instruction file asks for. Always true.
+    /// Computes the path values and creates the folders of the instruction file. Always true.
     bool DoPreAction() override;
-    /// Puts the packages in place. True whatever becomes of their files, for the updater is not told about a partial
-    /// failure; false when other programs keep "UpdateInfo.ini" from saying where a package lies.
+    /// Deploys the packages. True even if files fail, because a partial failure is not reported to the updater; false
+    /// when other programs keep "UpdateInfo.ini" in use, so that a package folder is unknown.
     bool DoDeploy() override;
-    /// Schedules removals, registers run-once commands, records the deployment. Always true.
+    /// Schedules the removals, registers run-once commands and records the deployment. Always true.
     bool DoPostAction() override;
 
     [[nodiscard]] const RunContext& Run() const noexcept { return m_run; }
 
 private:
-    /// Why a package is not deployed: its folder does not exist.
+    /// Explains why a package is not deployed: its folder does not exist.
     void ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder, const DownloadKey& key);
     void WriteProgramDeployFlag();
 

@@ -12,7 +12,7 @@ using namespace KzCommon;
 
 namespace {
 
-// What a read of a missing value comes back with. A value that really holds one of them counts as missing.
+// The results of reading a missing value. A value with one of these as its real data counts as missing.
 const std::wstring kAbsentText = L"!!default_val!REG_SZ!!";
 constexpr DWORD kAbsentDword = 0xEB0A1234;
 constexpr ULONGLONG kAbsentQword = 0xEB0A1234EB0A1234;
@@ -24,7 +24,7 @@ RegistryPlace PlaceOf(const RegistryRecord& record, const std::wstring& tstrName
     return {.tstrKeyPath = record.tstrKeyPath, .tstrName = tstrName};
 }
 
-/// What else there is to know about a record that is carried out.
+/// A remark on a record that is carried out, or an empty text.
 std::wstring RemarkOn(const RegistryRecord& record)
 {
     const bool bNumber = record.eType == RegistryType::eDword || record.eType == RegistryType::eQword;
@@ -35,7 +35,7 @@ std::wstring RemarkOn(const RegistryRecord& record)
     return record.bTooManyFields ? L"what follows the fourth field is left out" : L"";
 }
 
-/// "add": writes the value; `failure` is the type's own text for a failed store.
+/// "add": writes the value; `failure` is the type's trace text for a failed write.
 void AddValue(Machine& machine, const RegistryRecord& record, const RegistryData& data, TraceFormat<DWORD> failure)
 {
     machine.Explain(RemarkOn(record));
@@ -52,13 +52,13 @@ void TraceStore(const RegistryRecord& record)
               record.tstrValueName.c_str(), record.tstrData.c_str());
         return;
     }
-    // The text has room for 32 bits: of a longer number it shows the lower half.
+    // The text has room for 32 bits, so it shows the lower half of a longer number.
     const ULONGLONG ullNumber = record.eType == RegistryType::eDword ? record.dwData : record.ullData;
     Trace(kTraceError, L"KzCommon::Storage::Reg::StoreValue(%s%s=%d)", record.tstrKeyPath.c_str(),
           record.tstrValueName.c_str(), static_cast<int>(ullNumber));
 }
 
-/// A record that writes nothing.
+/// Reports a record that writes nothing.
 void ReportUnwritten(Machine& machine, const RegistryRecord& record, Outcome eOutcome, const std::wstring& tstrReason)
 {
     Change change{.eAction = Action::eWriteValue, .eOutcome = eOutcome};
@@ -68,8 +68,8 @@ void ReportUnwritten(Machine& machine, const RegistryRecord& record, Outcome eOu
     machine.Report(change);
 }
 
-/// "add_if_non": writes the value unless one of its type is there. A value of another type cannot be read and is
-/// rewritten. Only here does "(Default)" stand for the key's unnamed value, and only for the write.
+/// "add_if_non": writes the value unless one of the same type exists. A value of another type cannot be read and is
+/// overwritten. Only here "(Default)" means the key's unnamed value, and only for writing.
 void AddValueIfNone(Machine& machine, const RegistryRecord& record, const RegistryData& data)
 {
     if (IsValueThere(machine, record)) {
@@ -84,7 +84,7 @@ void AddValueIfNone(Machine& machine, const RegistryRecord& record, const Regist
     }
 }
 
-/// One data type of a registry record: its word, and the line for a value of it that "add" cannot store.
+/// One data type of a registry record: its word, and the trace line for a failed "add".
 struct TypeRow {
     const wchar_t* szType;
     RegistryType eType;
@@ -142,7 +142,7 @@ void WriteValue(Machine& machine, const RegistryRecord& record, DWORD dwOp)
     AddValue(machine, record, *optData, TypeOf(record.tstrType).failure);
 }
 
-/// A record that is refused for its length.
+/// Reports a record that is too long.
 void ReportTooLong(Machine& machine, RegOp eOp, const std::wstring& tstrRecord)
 {
     if (IsRecordLengthValid(tstrRecord)) return;

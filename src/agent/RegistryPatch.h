@@ -12,12 +12,12 @@
 
 struct SectionKey;
 
-/// What a registry record's type word means.
+/// The types of a registry record.
 enum class RegistryType {
     eText,       ///< REG_SZ
     eDword,      ///< REG_DWORD
     eQword,      ///< REG_QDWORD
-    eMultiText,  ///< REG_MULTI_SZ: known, and refused
+    eMultiText,  ///< REG_MULTI_SZ: known but refused
     eUnknown
 };
 
@@ -34,57 +34,56 @@ constexpr bool IsWritten(RegistryType eType) noexcept
     return false;
 }
 
-/// The type that a word of a record names, eUnknown for any other word.
+/// The type for a word of a record; eUnknown for an unknown word.
 [[nodiscard]] RegistryType RegistryTypeOf(const std::wstring& tstrWord);
 
-/// Its word; empty for eUnknown.
+/// The word for a type; empty for eUnknown.
 [[nodiscard]] const wchar_t* WordOf(RegistryType eType);
 
-/// A registry record taken apart: key path, value name and, for all but a deletion, type and data. A field that the
-/// record does not have is empty.
+/// A parsed registry record: key path and value name and, except for a deletion, type and data. Missing fields are
+/// empty.
 struct RegistryRecord {
     std::wstring tstrKeyPath;
     std::wstring tstrValueName;
     std::wstring tstrType;
-    std::wstring tstrData;  ///< placeholders as they stand
+    std::wstring tstrData;  ///< with placeholders not expanded
     RegistryType eType = RegistryType::eUnknown;
-    DWORD dwData = 0;         ///< of a REG_DWORD: the data as a number, 0 when it is none
-    ULONGLONG ullData = 0;    ///< the same of a REG_QDWORD
-    std::size_t cFields = 0;  ///< how many there are, further ones not counted
+    DWORD dwData = 0;         ///< of a REG_DWORD: the data as a number, 0 when invalid
+    ULONGLONG ullData = 0;    ///< likewise of a REG_QDWORD
+    std::size_t cFields = 0;  ///< the number of fields, not counting excess ones
     bool bTooManyFields = false;
 };
 
-/// Takes a record apart; does and traces nothing.
+/// Parses a record; changes and traces nothing.
 [[nodiscard]] RegistryRecord ParseRegistryRecord(const std::wstring& tstrData);
 
 /// The words of the types that are written.
 [[nodiscard]] std::vector<std::wstring> RegistryTypeWords();
 
-/// Whether data are those that stand for a missing value of their type: the operation that adds missing values rewrites
-/// a value that holds them.
+/// Whether data equals the default for a missing value of its type. "add_if_non" overwrites such a value.
 [[nodiscard]] bool CountsAsMissing(const KzCommon::RegistryData& data);
-/// The same of the data that a record writes.
+/// Likewise for the data that a record writes.
 [[nodiscard]] bool CountsAsMissing(const RegistryRecord& record);
 
-/// Whether the operation that adds missing values leaves this one alone: the registry holds one of the record's type,
-/// and not what stands for a missing one.
+/// Whether "add_if_non" leaves the value unchanged: the registry has one of the record's type that does not count as
+/// missing.
 [[nodiscard]] bool IsValueThere(const KzCommon::Machine& machine, const RegistryRecord& record);
 
-/// The data that a record writes; nothing for a type that is not written.
+/// The data that a record writes; empty for a type that is not written.
 [[nodiscard]] std::optional<KzCommon::RegistryData> DataOf(const RegistryRecord& record);
 
-/// The name under which that operation writes the value: "(Default)" stands for the key's unnamed one.
+/// The name under which "add_if_non" writes the value: "(Default)" becomes the key's unnamed value.
 [[nodiscard]] const std::wstring& NameWrittenIfNone(const RegistryRecord& record);
 
-/// Carries out the registry records: all deletes, then all adds, then all adds of missing values.
+/// Carries out the registry records: first all deletes, then all adds, then all adds of missing values.
 void PatchRegistry(const RunContext& run);
 
-/// Carries out one registry record below HKEY_LOCAL_MACHINE; `dwOp` is a RegOp. Traces what becomes of it.
+/// Carries out one registry record below HKEY_LOCAL_MACHINE and traces the result; `dwOp` is a RegOp.
 void PatchReg(const RunContext& run, DWORD dwOp, const std::wstring& tstrData);
 
 namespace Records {
 
-/// The operation of the section's keys: one record, by the RegOp of the key's effect.
+/// Carries out one record of the section with the RegOp of the key's effect.
 void ChangeValue(const RunContext& run, const SectionKey& key, const std::wstring& tstrRecord);
 
 }  // namespace Records

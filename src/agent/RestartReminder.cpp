@@ -29,7 +29,7 @@ Notification ReadNotification(Machine& machine)
     return MakeNotification(records);
 }
 
-/// Shows the question in the active console session; true when the user agreed.
+/// Asks the question in the active console session; true when the user agrees.
 [[nodiscard]] bool AskAtConsole(Machine& machine, Notification notification)
 {
     bool bAgreed = false;

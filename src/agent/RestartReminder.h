@@ -1,4 +1,4 @@
-// The question to the user whether to restart for the new product name.
+// Asks the user to restart for the new product name.
 #pragma once
 
 #include "agent/InstructionFile.h"
@@ -11,12 +11,11 @@ struct Notification {
     std::wstring tstrMessage;
 };
 
-/// Title and message out of the records of the language's section, each on its own replaced by a built-in English text
-/// when it is missing.
+/// Takes title and message from the records of the language's section. A missing text is replaced with a built-in
+/// English one.
 [[nodiscard]] Notification MakeNotification(const SectionRecords& records);
 
-/// Asks at the active console, in whichever session the program runs, and restarts Windows when the user agrees. Title
-/// and message are the first two "text" records of the instruction file's section "RestartNotification_" plus the
-/// installation's language, each on its own replaced by a built-in English text when it is missing. Waits for the
-/// answer.
+/// Asks in the active console session, also from another session, and restarts Windows when the user agrees. Title and
+/// message are the first two "text" records of the section "RestartNotification_" plus the installation's language; see
+/// MakeNotification(). Waits for the answer.
 void RemindToReboot(KzCommon::Machine& machine);

@@ -8,7 +8,7 @@ using namespace KzCommon;
 
 namespace {
 
-/// A command that the machine is not asked to register.
+/// Reports a command that is not registered.
 void ReportUnregistered(const RunContext& run, const std::wstring& tstrExpanded, Outcome eOutcome,
                         const wchar_t* szReason)
 {
@@ -46,7 +46,7 @@ void PostRunScript(const RunContext& run)
     if (!ReadSection(run.machine, kSection, records)) return;
     const bool bTouchpadTooOld = run.machine.IsTouchpadDriverTooOld();
     ForEachRecord(kSection, records, [&](const SectionKey& key, const std::wstring& tstrCommand) {
-        // The keyboard filter of that touchpad does not work with an old driver.
+        // The touchpad's keyboard filter does not work with an old driver.
         if (bTouchpadTooOld && IsKeyboardFilterCommand(tstrCommand)) return ReportLeftOut(run, tstrCommand);
         RegisterSysRunOnce(run, tstrCommand);
         TraceRecord(key, tstrCommand);

@@ -6,7 +6,7 @@ bool ReadSection(Machine& machine, const Section& section, SectionRecords& recor
                  const std::source_location& where)
 {
     const std::wstring tstrName = section.szName + std::wstring(tstrLanguage);
-    // The question has built-in texts.
+    // The question has built-in texts, so a missing section has no effect there.
     const auto explain = [&](const std::wstring& tstrReason) {
         if (!section.bLanguage) machine.ExplainNothing(tstrReason);
     };

@@ -1,4 +1,4 @@
-// The sections of the instruction file: their keys, what the records do, who carries them out and when.
+// The sections of the instruction file: their keys, the effects of the records, and which operation handles them when.
 #pragma once
 
 #include "agent/FileOperations.h"
@@ -15,23 +15,23 @@
 #include <string>
 #include <string_view>
 
-/// What a record does, and by that what its value is. A switch over it names every effect and has no default: a new
-/// effect then does not compile until each reader handles it.
+/// The effect of a record, which also defines the form of its value. A switch over it lists every effect and has no
+/// default, so that a new effect does not compile until every reader handles it.
 enum class RecordEffect {
     eCreateFolder,       ///< a folder: ParseFileRecord()
-    eDeleteFolder,       ///< a folder, gone at the restart
-    eDeleteFiles,        ///< a folder and a name pattern, gone at the restart
-    eDeleteFilesNow,     ///< the same, gone at once
+    eDeleteFolder,       ///< a folder, deleted at the restart
+    eDeleteFiles,        ///< a folder and a name pattern, deleted at the restart
+    eDeleteFilesNow,     ///< likewise, deleted at once
     eDeleteValue,        ///< key path and value name: ParseRegistryRecord()
-    eWriteValue,         ///< the same with type and data
-    eWriteMissingValue,  ///< the same, unless a value is there
+    eWriteValue,         ///< likewise with type and data
+    eWriteMissingValue,  ///< likewise, unless the value exists
     eCarryOver,          ///< a value of the configuration, "/Parent/Child"
     eEditIni,            ///< section, key and value: ParseIniRecord()
     eRunOnce,            ///< a command line: MakeRunOnceRecord()
     eShowText            ///< a text for the user
 };
 
-/// What the value of a record is, and by that which family of lint rules looks at it.
+/// The form of a record's value, which selects the family of lint rules.
 enum class RecordForm {
     ePath,           ///< folder, or folder "\" pattern
     eRegistryValue,  ///< key path "!" value name, and "!" type "!" data unless the value is deleted
@@ -59,7 +59,7 @@ constexpr RecordForm FormOf(RecordEffect eEffect) noexcept
     return RecordForm::eText;
 }
 
-/// The FileOp of an effect; op_not_used for one that has to do with other things than files and folders.
+/// The FileOp of an effect; op_not_used for an effect that does not concern files or folders.
 constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
 {
     switch (eEffect) {
@@ -78,7 +78,7 @@ constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
     return op_not_used;
 }
 
-/// The RegOp of an effect; op_no_reg for one that has to do with other things than registry values.
+/// The RegOp of an effect; op_no_reg for an effect that does not concern registry values.
 constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
 {
     switch (eEffect) {
@@ -97,7 +97,7 @@ constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
     return op_no_reg;
 }
 
-/// When a record is carried out, in the order of a run.
+/// When a record is carried out, in run order.
 enum class RunPhase { eBeforeDeployment, eDeployment, eAfterDeployment, eNewName };
 
 struct SectionKey;
@@ -109,13 +109,13 @@ using RecordOperation = void(const RunContext&, const SectionKey& key, const std
 struct SectionKey {
     const wchar_t* szKey;
     RecordEffect eEffect;
-    bool bPlaceholders;  ///< they are expanded in its records
-    /// The line that names a record which is carried out; none where the section's reader has lines of its own.
+    bool bPlaceholders;  ///< the operation expands them in the records
+    /// The trace line for a record that is carried out; empty if the section's reader has its own lines.
     KzCommon::TraceFormat<const wchar_t*> line;
-    /// What carries out one record; none where the section's reader takes the records itself.
-    std::optional<RecordOperation*> optOperation{};  // whether it has one is known to the compiler, too
+    /// Carries out one record; empty if the section's reader handles the records itself.
+    std::optional<RecordOperation*> optOperation{};  // optional: AreKeysCarriedOut() checks it at compile time
 
-    /// The beginning of that line, up to the record.
+    /// The beginning of `line`, up to the record.
     [[nodiscard]] constexpr std::wstring_view LineStart() const noexcept
     {
         const std::wstring_view tstrLine = line ? line.Get() : L"";
@@ -123,17 +123,17 @@ struct SectionKey {
     }
 };
 
-/// One reading of one section.
+/// One section as one operation reads it.
 struct Section {
     const wchar_t* szName;
     const wchar_t* szReader;
     RunPhase ePhase;
-    KzCommon::TraceFormat<DWORD> missing;    ///< the line, with the Win32 code, for a section that cannot be read
-    std::initializer_list<SectionKey> keys;  ///< in the order in which they are carried out
-    bool bLanguage = false;                  ///< the product's language follows the name
+    KzCommon::TraceFormat<DWORD> missing;    ///< the trace line for an unreadable section, with the Win32 code
+    std::initializer_list<SectionKey> keys;  ///< in the order of execution
+    bool bLanguage = false;                  ///< the product's language is added to the name
 };
 
-/// Every reading of a section, in the order of a run.
+/// Every section of every reader, in run order.
 inline constexpr Section kSections[] = {
     // clang-format off
     {L"QOR_DIR", L"CreateDirBeforeReboot", RunPhase::eBeforeDeployment,
@@ -169,7 +169,7 @@ inline constexpr Section kSections[] = {
      L"*** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x%08x]",
      {{L"SysRunOnce", RecordEffect::eRunOnce, true,
        L"*** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [%s]"}}},
-    // The registry's words, as support knows them.
+    // This line says "registry" for a text; support expects it.
     {L"RestartNotification_", L"RemindToReboot", RunPhase::eNewName,
      L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x%08x]",
      {{L"text", RecordEffect::eShowText, false, nullptr}}, true},
@@ -177,8 +177,8 @@ inline constexpr Section kSections[] = {
 };
 static_assert(std::ranges::is_sorted(kSections, {}, &Section::ePhase));
 
-/// Whether every key of a section is carried out: by its operation, or, where the reader takes the records itself, in
-/// one way for all.
+/// Whether every key of a section is carried out: by its own operation or, if the reader handles the records itself, by
+/// the reader for all keys.
 constexpr bool AreKeysCarriedOut(const Section& section)
 {
     const SectionKey& first = *section.keys.begin();
@@ -189,7 +189,7 @@ constexpr bool AreKeysCarriedOut(const Section& section)
 }
 static_assert(std::ranges::all_of(kSections, &AreKeysCarriedOut));
 
-/// A reader's row. One that is not in the table does not compile.
+/// The row of a reader. A row missing from the table does not compile.
 consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view tstrReader)
 {
     for (const Section& section : kSections) {
@@ -198,15 +198,15 @@ consteval const Section& SectionOf(std::wstring_view tstrName, std::wstring_view
     throw "no such section, or not read by that operation";
 }
 
-/// Reads a section of the instruction file, `tstrLanguage` after its name where the section has one for each language.
-/// False, with the section's failure line, when that fails: the line names the reader's place, by which support tells
-/// two readers with the same words. The machine is told why the reader then does nothing.
+/// Reads a section of the instruction file; for a section per language, `tstrLanguage` follows its name. False, with
+/// the section's trace line, on failure. The line has the reader's source location, which distinguishes two readers
+/// with the same text. Explains to the machine why the reader then does nothing.
 [[nodiscard]] bool ReadSection(KzCommon::Machine& machine, const Section& section, SectionRecords& records,
                                std::wstring_view tstrLanguage = {},
                                const std::source_location& where = std::source_location::current());
 
-/// Calls `apply` with the key's row and the value of every record that the section's reader takes, key by key in the
-/// order of the table, those of one key in the order of their lines.
+/// Calls `apply` with the key's row and the value of every record of the section's keys: keys in table order, the
+/// records of one key in line order.
 template <class Apply>
 void ForEachRecord(const Section& section, const SectionRecords& records, Apply&& apply)
 {
@@ -215,9 +215,9 @@ void ForEachRecord(const Section& section, const SectionRecords& records, Apply&
     }
 }
 
-/// Traces a record with its key's line, which names the caller's place.
+/// Traces a record with its key's line and the caller's source location.
 void TraceRecord(const SectionKey& key, const std::wstring& tstrRecord,
                  const std::source_location& where = std::source_location::current());
 
-/// Carries out the records of a section in that order.
+/// Carries out the records of a section in the same order.
 void CarryOutRecords(const RunContext& run, const Section& section, const SectionRecords& records);

@@ -10,7 +10,7 @@ constexpr LanguageFile kLanguageFiles[] = {{L"config", L"xml", true}, {L"qorshcu
 constexpr unsigned kKeptFiles = 9;
 constexpr std::size_t kMaxComparedBytes = std::size_t{16} * 1024 * 1024;
 
-/// One of the names that kept files have: "config.previous.xml", "config.previous.2.xml" and so on.
+/// The name of kept file `uNumber`: "config.previous.xml", "config.previous.2.xml" and so on.
 std::wstring KeptName(const std::wstring& tstrUsersFile, unsigned uNumber)
 {
     const std::wstring tstrNumber = uNumber == 1 ? std::wstring() : L"." + std::to_wstring(uNumber);
@@ -67,7 +67,7 @@ std::wstring KeptFileFor(const Machine& machine, const std::wstring& tstrUsersFi
 {
     for (unsigned uNumber = 1; uNumber < kKeptFiles; ++uNumber) {
         std::wstring tstrKept = KeptName(tstrUsersFile, uNumber);
-        // A folder of that name is in the way as well as a file.
+        // A folder with that name blocks it, too.
         const bool bFree = !machine.HasAny(tstrKept);
         if (bFree || IsKeptIn(machine, tstrKept, tstrUsersFile)) return tstrKept;
     }

@@ -12,10 +12,10 @@ using namespace KzCommon;
 namespace {
 
 constexpr std::size_t kProcessDigits = 8;
-constexpr std::wstring_view kBegins[] = {L"config-", L"UpdateInfo-"};  // by WorkingFile
+constexpr std::wstring_view kBegins[] = {L"config-", L"UpdateInfo-"};  // indexed by WorkingFile
 constexpr std::wstring_view kEnd = L".unfinished";
 
-/// Whether a file is a leftover: a working copy of this process, or of one that has ended.
+/// Whether a file is a leftover: a working copy of this process or of a process that has ended.
 bool IsLeftover(std::wstring_view tstrName, std::wstring_view tstrBegin)
 {
     if (tstrName.size() != tstrBegin.size() + kProcessDigits + kEnd.size() || !tstrName.starts_with(tstrBegin)) {
