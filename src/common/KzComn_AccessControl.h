@@ -5,7 +5,7 @@
 
 namespace KzCommon::AccessControl {
 
-/// Attributes with the default descriptor: the new object takes what its parent and the process token give it.
+/// Attributes with the default descriptor: the new object gets its rights from its parent and the process token.
 class SecurityAttributes {
 public:
     [[nodiscard]] SECURITY_ATTRIBUTES* Get() noexcept { return &m_attributes; }

@@ -9,11 +9,11 @@
 
 namespace KzCommon {
 
-/// An owned heap buffer and its size in bytes; allocated once, then freed before it can be allocated again.
+/// An owned heap buffer and its size in bytes. It must be freed before it can be allocated again.
 class ByteArray {
 public:
-    /// Allocates `cb` zeroed bytes. Throws Storage::Exception with ERROR_OBJECT_ALREADY_EXISTS (5010) while a buffer is
-    /// held and with ERROR_INVALID_HANDLE (6) when memory is out.
+    /// Allocates `cb` zeroed bytes. Throws Storage::Exception: ERROR_OBJECT_ALREADY_EXISTS (5010) if a buffer is
+    /// already allocated, ERROR_INVALID_HANDLE (6) when memory runs out.
     void Allocate(std::size_t cb)
     {
         if (m_data) Storage::Throw(ERROR_OBJECT_ALREADY_EXISTS);

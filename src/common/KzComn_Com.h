@@ -10,9 +10,9 @@ namespace KzCommon::Com {
 /// Owner of one reference to a COM object.
 using Microsoft::WRL::ComPtr;
 
-/// Makes COM usable on this thread, apartment-threaded, until the guard ends. Guards nest, and every COM object must be
-/// gone before the last one. A thread that another component initialised for the other threading model stays as it is:
-/// COM works there all the same. CoInitializeEx, CoUninitialize.
+/// Initialises COM on this thread, apartment-threaded, until the guard ends. Guards may nest; every COM object must be
+/// released before the last guard. If the thread already uses the other threading model, COM works there without
+/// change. CoInitializeEx, CoUninitialize.
 class Apartment {
 public:
     Apartment() noexcept : m_hr(::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
@@ -23,7 +23,7 @@ public:
         if (SUCCEEDED(m_hr)) ::CoUninitialize();
     }
 
-    /// What CoInitializeEx answered.
+    /// The result of CoInitializeEx.
     [[nodiscard]] HRESULT Result() const noexcept { return m_hr; }
 
 private:

@@ -40,14 +40,14 @@ const wchar_t* TagOf(DWORD dwLevel) noexcept
 
 std::wstring FormatV(const wchar_t* szFormat, va_list arguments)
 {
-    // The system runtime's formatting, in which "%s" of a wide format is a wide text.
+    // Uses the C runtime's formatting, in which "%s" in a wide format is a wide text.
     va_list again;
     va_copy(again, arguments);
     std::wstring tstrText(kFormatStep, L'\0');
     int cch = ::_vsnwprintf(tstrText.data(), tstrText.size(), szFormat, again);
     va_end(again);
     if (cch < 0) {
-        // Does not fit: the number of further steps is computed, for a long text would be printed once for each.
+        // Too small: compute the number of further steps at once instead of formatting a long text once per step.
         va_copy(again, arguments);
         const int cchWhole = ::_vscwprintf(szFormat, again);
         va_end(again);
@@ -68,15 +68,15 @@ std::wstring Format(const wchar_t* szFormat, ...)
     return tstrText;
 }
 
-/// Whether a character ends a line for some reader, or cannot be seen at all.
+/// Whether a character is invisible or can end a line for some reader.
 bool IsControl(wchar_t ch) noexcept
 {
     const bool bControl = ch < 0x20 || (ch >= 0x7F && ch < 0xA0);
     return (bControl && ch != L'\t') || ch == 0x2028 || ch == 0x2029;
 }
 
-/// Adds a text with its line breaks made visible ("\r", "\n", "\x2028"): a line is one line, and a value from the
-/// registry or an update cannot forge another.
+/// Adds a text with visible line breaks ("\r", "
+/// ", "\x2028"), so that a value from the registry or an update cannot forge a trace line.
 void AppendVisibly(std::wstring& tstrLine, const std::wstring& tstrText)
 {
     if (std::none_of(tstrText.begin(), tstrText.end(), IsControl)) {
@@ -116,7 +116,7 @@ DWORD ReadNumber(Store& store, const wchar_t* szName, DWORD dwDefault)
     return dwValue;
 }
 
-/// Reads the values in their fixed order; an exception of the store ends it, and what was read until then stands.
+/// Reads the values in their fixed order. An exception of the store ends this; the values read before it are kept.
 template <class Store>
 void ReadValues(Store& store, DebugLogConfig& config, bool& bEnabled, DWORD& dwLevelMask)
 {
@@ -170,7 +170,7 @@ bool DebugLog::ReadSettings(const Storage::Key& settings)
     bool bEnabled = false;
     DWORD dwLevelMask = kTraceError;
     const auto readFrom = [&](auto&& store) {
-        // An absent sub-key or value is no failure: tracing is configured by those that are there.
+        // A missing sub-key or value is not a failure; the existing ones configure the trace.
         static_cast<void>(Storage::Guarded(nullptr, [&] {
             store.Open(settings, SubKeyOf(m_config));
             ReadValues(store, m_config, bEnabled, dwLevelMask);
@@ -233,7 +233,7 @@ bool DebugLog::Trace(const char* szFile, DWORD dwLine, DWORD dwLevel, const wcha
     if (!(ullGate & kGateEnabled)) return true;
     if (!(static_cast<DWORD>(ullGate) & dwLevel)) return false;
 
-    // The caller may still want the code of what it reports.
+    // The caller may still need the error code that it reports.
     const DWORD dwLastError = ::GetLastError();
     va_list arguments;
     va_start(arguments, szFormat);
@@ -271,7 +271,7 @@ std::wstring DebugLog::BuildLine(const char* szFile, DWORD dwLine, DWORD dwLevel
                stNow.wHour, stNow.wMinute, stNow.wSecond, stNow.wMilliseconds, ::GetCurrentProcessId(),
                ::GetCurrentThreadId(), TagOf(dwLevel), m_tstrModuleName.c_str());
     AppendVisibly(tstrLine, tstrMessage);
-    // A source's name is plain letters, and formatting takes many times as long as this.
+    // Usually ASCII letters only; the general formatting takes many times longer.
     const char* szName = String::BaseName(szFile);
     tstrLine.append(L" - ").append(szName, szName + std::strlen(szName));
     return tstrLine.append(L"(").append(std::to_wstring(dwLine)).append(L")\r\n");

@@ -1,4 +1,4 @@
-// The environment's variables in a text. Stands by itself, for the trace library, too.
+// Expands environment variables. Has no dependencies, because the trace library uses it as well.
 #pragma once
 
 #include <windows.h>
@@ -7,7 +7,7 @@
 
 namespace KzCommon::Process {
 
-/// `tstrText` with the environment's variables in it; as it is when they cannot be asked. ExpandEnvironmentStringsW.
+/// `tstrText` with its environment variables expanded, or unchanged on failure. ExpandEnvironmentStringsW.
 [[nodiscard]] inline std::wstring ExpandEnvironment(const std::wstring& tstrText)
 {
     const DWORD cch = ::ExpandEnvironmentStringsW(tstrText.c_str(), nullptr, 0);

@@ -1,5 +1,5 @@
-// The exceptions of the common library. They carry a Win32 error code and the place that raised them, are created on
-// the heap, thrown as pointers, and owned by whoever catches them.
+// The exceptions of the common library. They carry a Win32 error code and the source location of the throw, are created
+// on the heap and thrown as pointers. The catch block owns them.
 #pragma once
 
 #include <windows.h>
@@ -12,7 +12,7 @@ namespace KzCommon::Exception {
 /// Base of every exception of the common library.
 class Base {
 public:
-    /// `szModule` must outlive the exception: a literal or a name out of std::source_location.
+    /// `szModule` must outlive the exception: a literal or a name from std::source_location.
     Base(DWORD dwCode, const char* szModule, unsigned uLine) noexcept
         : m_dwCode(dwCode), m_szModule(szModule), m_uLine(uLine)
     {
@@ -23,7 +23,7 @@ public:
 
     /// The Win32 error code.
     [[nodiscard]] DWORD ErrorCode() const noexcept { return m_dwCode; }
-    /// Base name of the source file that raised it.
+    /// Base name of the source file that threw it.
     [[nodiscard]] const char* Module() const noexcept { return m_szModule; }
     [[nodiscard]] unsigned Line() const noexcept { return m_uLine; }
 
@@ -43,18 +43,17 @@ public:
     using ::KzCommon::Exception::Base::Base;
 };
 
-/// What a catcher takes ownership with, as its first line.
+/// Takes ownership of a caught exception; the first line of a catch block.
 using CaughtException = std::unique_ptr<Exception>;
 
-/// Reported for a failure that carries no code of its own.
+/// The code for a failure without a code of its own.
 inline constexpr DWORD kCodelessFailure = 0x800300FD;
 
-/// Throws a new Exception with `dwCode` and the caller's place.
+/// Throws a new Exception with `dwCode` and the caller's source location.
 [[noreturn]] void Throw(DWORD dwCode, const std::source_location& where = std::source_location::current());
 
-/// Runs `action` and turns an exception into a code. True when it returned; otherwise false, with the Win32 code of
-/// the Exception, or kCodelessFailure for an exception of any other kind, in `*pdwError` (may be null; left alone on
-/// success).
+/// Runs `action` and turns an exception into a code. True when it returned; otherwise false, with the Win32 code of the
+/// Exception, or kCodelessFailure for any other exception, in `*pdwError` (may be null; unchanged on success).
 template <class Action>
 [[nodiscard]] bool Guarded(DWORD* pdwError, Action&& action) noexcept
 {

@@ -7,16 +7,15 @@
 
 namespace KzCommon::Library {
 
-/// "libexpat.dll" and those of its functions that the program uses.
+/// "libexpat.dll" and the functions of it that the program uses.
 class Expat : public Wrapper {
 public:
-    /// Loads the library from the program's own folder and takes its functions by name; does nothing when that is done
-    /// already. False, with the code in `*pdwError` (may be null) and nothing loaded, when the library or one of the
-    /// functions is missing.
+    /// Loads the library from the program's folder and its functions by name; does nothing if it is already loaded.
+    /// False, with the code in `*pdwError` (may be null) and nothing loaded, when the library or a function is missing.
     [[nodiscard]] bool LoadBesideProgram(DWORD* pdwError = nullptr);
     void Free() noexcept override;
 
-    /// The functions under their own names, null while nothing is loaded.
+    /// The functions by name, null while the library is not loaded.
     struct Functions {
         decltype(&::XML_ParserCreate) ParserCreate = nullptr;
         decltype(&::XML_ParserFree) ParserFree = nullptr;

@@ -62,11 +62,10 @@ bool Create(const std::wstring& tstrPath, SECURITY_ATTRIBUTES* pAttributes, DWOR
 {
     if (tstrPath.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     if (IsExisted(tstrPath)) return true;
-    // The folders above are held meanwhile: nobody can put a link in the place of one and have the new folder
-    // elsewhere.
+    // Lock the folders above, so that a link put in their place cannot redirect the new folder.
     LockedFolder folder;
     if (!folder.Hold(tstrPath, pdwError, {.bMake = true, .pAttributes = pAttributes})) return false;
-    return IsExisted(tstrPath) || Fail(ERROR_ALREADY_EXISTS, pdwError);  // a file of that name
+    return IsExisted(tstrPath) || Fail(ERROR_ALREADY_EXISTS, pdwError);  // it is a file
 }
 
 bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,

@@ -1,5 +1,5 @@
-// What the system moves and deletes at the next restart. Its list holds paths: a folder that is exchanged for a link
-// after it was looked at here is followed then, and nothing can be held until then.
+// Moves and deletions at the next restart. The system's list contains paths: if a folder is replaced with a link after
+// the check here, the restart follows the link, because no lock lasts until then.
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_LockedFolder.h"
@@ -13,14 +13,14 @@ namespace {
 
 const wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 
-/// Whether this process may write to the system's list; where it may not, waiting does not help.
+/// Whether this process may write to the system's list. Without that right, waiting does not help.
 bool MayRegister()
 {
     UniqueRegistryKey key;
     return ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSessionManager, 0, KEY_SET_VALUE, key.Receive()) != ERROR_ACCESS_DENIED;
 }
 
-/// Takes away the attributes that block a deletion and registers it; what could not be registered has them back.
+/// Removes the attributes that block a deletion and schedules it; restores the attributes on failure.
 bool DeleteAtRestart(const std::wstring& tstrPath, DWORD* pdwError)
 {
     const DWORD dwAttributes = ::GetFileAttributesW(tstrPath.c_str());
@@ -30,7 +30,7 @@ bool DeleteAtRestart(const std::wstring& tstrPath, DWORD* pdwError)
     return false;
 }
 
-/// The folder above `tstrFull`, a full path without backslash at its end; the drive or share for what lies in it.
+/// The parent folder of `tstrFull`, a full path without trailing backslash; the drive or share for a top-level entry.
 std::wstring FolderAbove(const std::wstring& tstrFull)
 {
     const std::size_t uRoot = Directory::RootLength(tstrFull);
@@ -95,8 +95,8 @@ bool ForEachInTree(const std::wstring& tstrFolder, const std::function<void(cons
                    DWORD* pdwError)
 {
     const std::wstring tstrFull = FullPath(tstrFolder);
-    // A stack of its own instead of recursion: a tree can be as deep as a path is long. A folder is listed when it is
-    // first met and visited when everything below it has been.
+    // An explicit stack instead of recursion, because a tree can be as deep as a path is long. A folder is listed when
+    // first reached and visited after everything below it.
     struct Pending {
         std::wstring tstrFolder;
         bool bListed;

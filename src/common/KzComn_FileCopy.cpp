@@ -1,4 +1,4 @@
-// The copying of files.
+// Copying files.
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_LockedFolder.h"
@@ -9,8 +9,8 @@ namespace KzCommon::Storage::File {
 
 namespace {
 
-/// CopyFileW, tried again while others hold one of the files; once only for `bWaited`. Of a new file for which there
-/// was no room the beginning may be there (not under Windows itself): nobody is to take it for the file.
+/// CopyFileW with retries while one of the files is in use; without retries for `bWaited`. If the drive is full,
+/// deletes the incomplete new file, which Windows itself does not leave, so that it is not taken as complete.
 bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSource, bool bOverwrite, bool bWaited,
                  DWORD* pdwError)
 {
@@ -31,8 +31,8 @@ bool CopyPlainly(const std::wstring& tstrDestination, const std::wstring& tstrSo
     return Fail(dwError, pdwError);
 }
 
-/// The code of a source that cannot be copied however long one waits, as CopyFileW gives it; ERROR_SUCCESS when nothing
-/// of the kind is known.
+/// The code that CopyFileW returns for a source that cannot be copied even after waiting; ERROR_SUCCESS when there is
+/// no such obstacle.
 DWORD LastingObstacle(const std::wstring& tstrSource)
 {
     const DWORD dwNew = ::GetFileAttributesW(tstrSource.c_str());
@@ -42,7 +42,7 @@ DWORD LastingObstacle(const std::wstring& tstrSource)
     return IsInUse(dwError) ? ERROR_SUCCESS : dwError;
 }
 
-/// The same of a target that is to be overwritten. (Wine's CopyFileW takes a hidden one.)
+/// Likewise for a target to overwrite. (Wine's CopyFileW accepts a hidden one.)
 DWORD LastingObstacle(const std::wstring& tstrDestination, const std::wstring& tstrSource)
 {
     const DWORD dwOld = ::GetFileAttributesW(tstrDestination.c_str());
@@ -57,8 +57,8 @@ DWORD LastingObstacle(const std::wstring& tstrDestination, const std::wstring& t
 bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSource, DWORD* pdwError)
 {
     if (const DWORD dwCode = LastingObstacle(tstrDestination, tstrSource)) return Fail(dwCode, pdwError);
-    // A link in the target's place is replaced itself. What it points to has no say about the new file's rights and
-    // is not written to.
+    // A link at the target is itself replaced. The target of the link does not affect the new file's rights and is not
+    // changed.
     const bool bLink = Directory::IsLink(tstrDestination);
     const bool bLike = !bLink && ::GetFileAttributesW(tstrDestination.c_str()) != INVALID_FILE_ATTRIBUTES;
     DWORD dwError = ERROR_SUCCESS;
@@ -73,18 +73,18 @@ bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSourc
         }
     }
     if (bLink) return Fail(dwError, pdwError);
-    // No place for the temporary file, no right to give its rights away, or a target that others have open, which may
-    // still take new content. Whoever holds it has been waited for.
+    // There is no space for the temporary file, no right to change its rights, or the target is in use but may still be
+    // writable. The wait for the other program is already over.
     return CopyPlainly(tstrDestination, tstrSource, true, bCreated && IsInUse(dwError), pdwError);
 }
 
-/// Holds the folder of a file that is about to come; once only, without a wait, for `bWaited`.
+/// Locks the folder of a file to create; for `bWaited` tries once, without a wait.
 bool HoldHome(Directory::LockedFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
 {
     return folder.Hold(String::FolderPart(Directory::FullPath(tstrDestination)), pdwError, {.bWait = !bWaited});
 }
 
-/// What blocks the replacing of a file, taken away from it; given back unless it was replaced.
+/// Removes the attributes that block the replacement of a file; restores them unless it is replaced.
 class Unlocked {
 public:
     explicit Unlocked(const std::wstring& tstrPath)
@@ -120,7 +120,7 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
     if (dwObstacle != ERROR_SUCCESS) return Fail(dwObstacle, pdwError);
     Directory::LockedFolder folder;
     if (!HoldHome(folder, tstrDestination, !bWait, pdwError)) return false;
-    // A new file is not made through a link that somebody has put under its name.
+    // A new file must not be created through a link at its path.
     if (!bOverwrite && Directory::IsLink(tstrDestination)) return Fail(ERROR_FILE_EXISTS, pdwError);
     return bOverwrite
                ? CopyOver(tstrDestination, tstrSource, pdwError)

@@ -1,4 +1,4 @@
-// Deleting now.
+// Deletion of files now.
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_LockedFolder.h"
@@ -14,8 +14,8 @@ namespace KzCommon::Storage {
 
 namespace {
 
-// FileDispositionInfoEx and its flags, which the toolchain's headers keep for a version of Windows 10 that need not be
-// there: one that does not know them refuses them.
+// FileDispositionInfoEx and its flags. The toolchain's headers hide them unless built for a recent Windows 10; older
+// systems reject the request.
 constexpr auto kDispositionInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(21);
 constexpr DWORD kDelete = 0x1;
 constexpr DWORD kPosixSemantics = 0x2;
@@ -23,7 +23,8 @@ constexpr DWORD kNotWhileRun = 0x4;
 
 constexpr std::size_t kMostInKernelName = 32766;  // characters: the length in bytes has 16 bits
 
-/// Marks an open file as deleted. Its name goes at once where the file system can do that, though others have it open.
+/// Marks an open file as deleted. Where the file system supports it, its name is free at once even if it is open
+/// elsewhere.
 bool MarkDeleted(HANDLE hFile)
 {
     DWORD dwAtOnce = kDelete | kPosixSemantics | kNotWhileRun;
@@ -32,7 +33,7 @@ bool MarkDeleted(HANDLE hFile)
            ::SetFileInformationByHandle(hFile, FileDispositionInfo, &whenClosed, sizeof(whenClosed));
 }
 
-/// Opens a file, a link itself, for its deletion; `dwError` is ERROR_SUCCESS when that is done.
+/// Opens a file (a link itself) for deletion. Sets `dwError` to ERROR_SUCCESS on success.
 UniqueFile OpenToDelete(const std::wstring& tstrPath, DWORD& dwError)
 {
     constexpr DWORD kAccess = DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES;
@@ -43,7 +44,7 @@ UniqueFile OpenToDelete(const std::wstring& tstrPath, DWORD& dwError)
     return file;
 }
 
-/// The name of a file for the kernel.
+/// The kernel's name of a file.
 std::wstring KernelName(const std::wstring& tstrPath)
 {
     const std::wstring tstrFull = Directory::FullPath(tstrPath);
@@ -51,12 +52,12 @@ std::wstring KernelName(const std::wstring& tstrPath)
     return tstrFull.starts_with(L"\\\\") ? L"\\??\\UNC\\" + tstrFull.substr(2) : L"\\??\\" + tstrFull;
 }
 
-/// Opens a file, a link itself, for nothing but its deletion, as DeleteFileW does. CreateFileW asks for the right to
-/// wait for the file as well, which somebody who may delete what its folder holds need not have.
+/// Opens a file (a link itself) only for deletion, as DeleteFileW does. CreateFileW also requests SYNCHRONIZE, which a
+/// caller who may delete the folder's contents may not have.
 UniqueFile OpenToDeleteOnly(const std::wstring& tstrPath, DWORD& dwError)
 {
     std::wstring tstrName = KernelName(tstrPath);
-    if (tstrName.size() > kMostInKernelName) return {};  // `dwError` stays
+    if (tstrName.size() > kMostInKernelName) return {};  // `dwError` is unchanged
     const auto cbName = static_cast<USHORT>(tstrName.size() * sizeof(wchar_t));
     UNICODE_STRING name{cbName, cbName, tstrName.data()};
     OBJECT_ATTRIBUTES attributes{};
@@ -73,12 +74,12 @@ UniqueFile OpenToDeleteOnly(const std::wstring& tstrPath, DWORD& dwError)
     return UniqueFile(nStatus == 0 ? hFile : INVALID_HANDLE_VALUE);
 }
 
-/// Takes away the attributes that block a deletion and deletes the file; what could not be deleted has them back. All
-/// on one open file, a link itself: nothing is done to a file that does not lie in `pHome`, where that is given.
+/// Removes the attributes that block a deletion and deletes the file; restores them on failure. Uses one handle (of a
+/// link itself) for everything, so that only a file in `pHome` (if not null) is changed.
 bool DeleteOnce(const std::wstring& tstrPath, const Directory::LockedFolder* pHome, DWORD& dwError)
 {
     UniqueFile file = OpenToDelete(tstrPath, dwError);
-    // Who may delete what a folder holds may delete a file in it that gives no right at all, attributes included.
+    // A caller who may delete the folder's contents may delete a file in it even without any right on the file.
     if (dwError == ERROR_ACCESS_DENIED) file = OpenToDeleteOnly(tstrPath, dwError);
     if (!file) return false;
     if (pHome && !pHome->IsHomeOf(file.Get())) {
@@ -86,7 +87,7 @@ bool DeleteOnce(const std::wstring& tstrPath, const Directory::LockedFolder* pHo
         return false;
     }
     BY_HANDLE_FILE_INFORMATION old{};
-    FILE_BASIC_INFO attributes{};  // times of zero stay as they are
+    FILE_BASIC_INFO attributes{};  // zero times stay unchanged
     const bool bKnown = ::GetFileInformationByHandle(file.Get(), &old) != FALSE;
     attributes.FileAttributes = FILE_ATTRIBUTE_NORMAL;
     ::SetFileInformationByHandle(file.Get(), FileBasicInfo, &attributes, sizeof(attributes));
@@ -116,9 +117,9 @@ bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& 
     if (!folder.Hold(tstrFolder, pdwError)) return false;
     struct Doomed {
         std::wstring tstrPath;
-        DWORD dwError = ERROR_SHARING_VIOLATION;  // to be tried
+        DWORD dwError = ERROR_SHARING_VIOLATION;  // not tried yet
     };
-    // The names are gathered first: deleting changes the folder that is being listed.
+    // Collect the names first, because deletions change the folder during listing.
     std::vector<Doomed> files;
     const auto gather = [&](const Entry& entry) {
         if (!entry.bFolder && !isSpared(tstrFolder + entry.tstrName)) files.push_back({tstrFolder + entry.tstrName});
@@ -126,7 +127,7 @@ bool Directory::DeleteFiles(const std::wstring& tstrFolder, const std::wstring& 
     if (!ForEachEntry(tstrFolder, tstrPattern, gather, pdwError)) return false;
     if (files.empty()) return Fail(ERROR_FILE_NOT_FOUND, pdwError);
 
-    // Those that others hold are waited for together: a thousand of them must not take half an hour.
+    // Wait for all files in use together: a thousand of them must not take half an hour.
     const auto deleteRest = [&](DWORD& dwError) {
         for (Doomed& file : files) {
             if (!IsInUse(file.dwError)) continue;

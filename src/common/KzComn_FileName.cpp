@@ -18,7 +18,7 @@ constexpr std::wstring_view kDeviceNumbers = L"123456789\u00B9\u00B2\u00B3";
 
 bool IsDevice(std::wstring_view tstrName) noexcept
 {
-    // The system looks at what stands before the first dot, blanks at its end left out.
+    // The system checks the part before the first dot, without trailing spaces.
     std::wstring_view tstrBase = tstrName.substr(0, tstrName.find(L'.'));
     tstrBase = tstrBase.substr(0, tstrBase.find_last_not_of(L' ') + 1);
     const auto isBase = [&](std::wstring_view tstrDevice) {
@@ -32,8 +32,8 @@ bool IsDevice(std::wstring_view tstrName) noexcept
 
 bool IsPlainName(std::wstring_view tstrName) noexcept
 {
-    // The system drops dots and blanks at the end of a name: one of nothing else names the folder itself or the one
-    // above it, the empty name the folder itself.
+    // The system drops trailing dots and spaces: a name of only these is the folder itself or its parent, and an empty
+    // name is the folder itself.
     if (tstrName.find_first_not_of(L". ") == std::wstring_view::npos) return false;
     const auto isForbidden = [](wchar_t ch) {
         return ch < L' ' || kForbidden.find(ch) != std::wstring_view::npos;

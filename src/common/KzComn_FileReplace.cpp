@@ -19,8 +19,8 @@ namespace KzCommon::Storage::File {
 
 namespace {
 
-// A temporary file's name: the process that made it, in hexadecimal digits, and a number. Of one length whatever the
-// target's name is: a long name must not make it too long.
+// A temporary file's name: the id of its process in hexadecimal digits, and a number. Its length does not depend on the
+// target's name, so that a long name cannot make it too long.
 constexpr std::wstring_view kPrefix = L"~kzcomn-";
 constexpr std::wstring_view kSuffix = L".tmp";
 constexpr std::size_t kProcessDigits = 8;
@@ -31,7 +31,7 @@ const wchar_t kNamePattern[] = L"~kzcomn-*.tmp";
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-/// Whether the process that made a temporary file is another one and still runs.
+/// Whether the process that created a temporary file is another one that is still running.
 bool IsInUse(const std::wstring& tstrName)
 {
     return Process::IsAnotherRunning(
@@ -67,7 +67,7 @@ public:
     }
     [[nodiscard]] PSECURITY_DESCRIPTOR Get() noexcept { return m_bytes.Data(); }
 
-    /// The access control list's bytes; empty for the null list, which admits everybody.
+    /// The access control list's bytes; empty for a null list, which allows everyone.
     [[nodiscard]] std::string_view List() noexcept
     {
         BOOL bPresent = FALSE;
@@ -85,7 +85,7 @@ public:
                ::GetSecurityDescriptorOwner(other.Get(), &pOther, &bDefaulted) && pOther && ::EqualSid(pOwner, pOther);
     }
 
-    /// Switches bits of the descriptor on.
+    /// Sets bits of the descriptor.
     void Switch(SECURITY_DESCRIPTOR_CONTROL bits) noexcept { ::SetSecurityDescriptorControl(Get(), bits, bits); }
     [[nodiscard]] bool Is(SECURITY_DESCRIPTOR_CONTROL bit) noexcept
     {
@@ -98,7 +98,7 @@ private:
     ByteArray m_bytes;
 };
 
-/// Flushes a file that CopyFileW has made, read-only or not, and gives it these attributes.
+/// Flushes a file (read-only or not) created with CopyFileW and sets its attributes.
 bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
 {
     ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
@@ -113,8 +113,8 @@ bool Finish(const std::wstring& tstrPath, DWORD dwAttributes, DWORD* pdwError)
     return ::SetFileAttributesW(tstrPath.c_str(), dwAttributes) || Fail(::GetLastError(), pdwError);
 }
 
-/// Gives a file to the owner that `security` holds. Opened as a backup program would, for which the privilege stands
-/// in for rights that the file's own list may not give.
+/// Gives a file the owner in `security`. Opens it with backup semantics, so that the privilege replaces missing rights
+/// on the file.
 bool GiveTo(Security& security, const std::wstring& tstrPath, DWORD& dwError)
 {
     const Process::EnabledPrivilege restore(SE_RESTORE_NAME);
@@ -125,17 +125,17 @@ bool GiveTo(Security& security, const std::wstring& tstrPath, DWORD& dwError)
     return false;
 }
 
-// FileRenameInfoEx and its flags, which the toolchain's headers keep for a version of Windows 10 that need not be
-// there: one that does not know them refuses them.
+// FileRenameInfoEx and its flags. The toolchain's headers hide them unless built for a recent Windows 10; older systems
+// reject the request.
 constexpr auto kRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
 constexpr DWORD kReplaceIfExists = 0x1;
 constexpr DWORD kPosixSemantics = 0x2;
 
-/// Renames a file over another one. False where that one is read-only or open in a program that does not share its
-/// deletion, and where the system does not know the request.
+/// Renames a file over another one. False when that one is read-only or open without shared deletion, or when the
+/// system does not support the request.
 bool RenameAtOnce(const std::wstring& tstrPath, const std::wstring& tstrTarget)
 {
-    // Written through: like MOVEFILE_WRITE_THROUGH, the call returns when the new name is on the disk.
+    // Like MOVEFILE_WRITE_THROUGH: the call returns when the new name is on the disk.
     constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_WRITE_THROUGH;
     const UniqueFile file(
         ::CreateFileW(tstrPath.c_str(), DELETE | SYNCHRONIZE, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
@@ -145,7 +145,7 @@ bool RenameAtOnce(const std::wstring& tstrPath, const std::wstring& tstrTarget)
                   offsetof(FILE_RENAME_INFO, RootDirectory) >= sizeof(kHow));
     const std::wstring tstrFull = Directory::FullPath(tstrTarget);
     const std::size_t cbName = tstrFull.size() * sizeof(wchar_t);
-    std::vector<BYTE> request(sizeof(FILE_RENAME_INFO) + cbName);  // with room for the null
+    std::vector<BYTE> request(sizeof(FILE_RENAME_INFO) + cbName);  // includes the terminating null
     auto* const pInfo = reinterpret_cast<FILE_RENAME_INFO*>(request.data());
     std::memcpy(pInfo, &kHow, sizeof(kHow));
     pInfo->FileNameLength = static_cast<DWORD>(cbName);
@@ -185,9 +185,9 @@ bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD
     SECURITY_ATTRIBUTES attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
     Security security;
     if (!tstrLike.empty()) {
-        // Without the owner: Windows makes no file for an owner whom the caller may not name.
+        // Without the owner: Windows does not create a file for an owner that the caller may not assign.
         if (!security.Read(tstrLike, DACL_SECURITY_INFORMATION, pdwError)) return false;
-        security.Switch(SE_DACL_PROTECTED);  // what the folder gives to new files stays out, for this moment, too
+        security.Switch(SE_DACL_PROTECTED);  // no inherited rights, even for a moment
         attributes.lpSecurityDescriptor = security.Get();
     }
     const std::wstring tstrFolder = String::FolderPart(m_tstrTarget);
@@ -196,7 +196,7 @@ bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD
         wchar_t szName[kNameLength + 1] = {};
         ::_snwprintf_s(szName, _TRUNCATE, kNameFormat, ::GetCurrentProcessId(), uName);
         const std::wstring tstrPath = tstrFolder + szName;
-        // A link that somebody made under that name is not followed but in the way.
+        // A link at this path makes the call fail; it is not followed.
         const UniqueFile file(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_NEW,
                                             dwAttributes | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         if (file) {
@@ -211,14 +211,14 @@ bool Replacement::Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD
 
 bool Replacement::CopyFrom(const std::wstring& tstrSource, DWORD* pdwError)
 {
-    // Onto the empty file, whose access rights stay.
+    // Copy over the empty file, which keeps its access rights.
     const auto copy = [&](DWORD& dwError) {
         if (::CopyFileW(tstrSource.c_str(), m_tstrPath.c_str(), FALSE)) return true;
         dwError = ::GetLastError();
         return false;
     };
     if (!RetryWhileInUse(copy, pdwError)) return false;
-    // What a copy to a new file takes over; Wine leaves out the attributes when it overwrites one.
+    // The attributes that a copy to a new file gets; Wine ignores them when it overwrites a file.
     constexpr DWORD kCopied =
         FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
     const DWORD dwAttributes = ::GetFileAttributesW(tstrSource.c_str());
@@ -245,7 +245,7 @@ bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
     Security wanted;
     if (!wanted.Read(tstrLike, DACL_SECURITY_INFORMATION, pdwError)) return false;
     const std::string strWanted(wanted.List());
-    // Without the request the system forgets that the list follows its folder's.
+    // Without the request bit the system forgets that the list is inherited.
     if (wanted.Is(SE_DACL_AUTO_INHERITED)) wanted.Switch(SE_DACL_AUTO_INHERIT_REQ);
     const DWORD dwAttributes = ::GetFileAttributesW(m_tstrPath.c_str());
     if (!::SetFileSecurityW(m_tstrPath.c_str(), DACL_SECURITY_INFORMATION, wanted.Get())) {
@@ -254,7 +254,7 @@ bool Replacement::TakeAccess(const std::wstring& tstrLike, DWORD* pdwError)
     Security given;
     if (!given.Read(m_tstrPath, DACL_SECURITY_INFORMATION, pdwError)) return false;
     if (given.List() != strWanted) return Fail(ERROR_INVALID_ACL, pdwError);
-    // To Wine a file is read-only by its access rights.
+    // Under Wine the access rights make a file read-only.
     if (::GetFileAttributesW(m_tstrPath.c_str()) != dwAttributes) {
         ::SetFileAttributesW(m_tstrPath.c_str(), dwAttributes);
     }
@@ -279,8 +279,8 @@ bool Replacement::TakePlace(DWORD* pdwError)
 {
     const auto rename = [&](DWORD& dwError) {
         if (RenameAtOnce(m_tstrPath, m_tstrTarget)) return true;
-        // What refused that may be an older Windows or another file system, which do not know it; what is in the way
-        // of both is told by this call's code.
+        // An older Windows or another file system may not support the request. If something else blocks both calls,
+        // this one returns its code.
         constexpr DWORD kFlags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
         if (::MoveFileExW(m_tstrPath.c_str(), m_tstrTarget.c_str(), kFlags)) return true;
         dwError = ::GetLastError();

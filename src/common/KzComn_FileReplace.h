@@ -1,5 +1,4 @@
-// How a file is replaced: in one step, with its access rights, over a temporary neighbour that is gone on every way
-// out.
+// Replaces a file in one step, with its access rights, through a temporary file beside it that is always removed.
 #pragma once
 
 #include <windows.h>
@@ -10,16 +9,14 @@
 
 namespace KzCommon::Storage::File {
 
-/// Whether `tstrName` is one that a replacement makes beside its target. What an ended run left under such a name is no
-/// file of anybody's: walks leave it out, and the next replacement in that folder removes it.
+/// Whether `tstrName` is the name of a temporary file of a replacement. Files left by an interrupted run have no user:
+/// folder walks skip them, and the next replacement in the folder deletes them.
 [[nodiscard]] bool IsTemporaryName(std::wstring_view tstrName) noexcept;
-/// Whether a file of that name is one that a program which has ended left behind: the next replacement in its folder
-/// removes it.
+/// Whether a file with this name was left by a process that has ended. The next replacement in the folder deletes it.
 [[nodiscard]] bool IsLeftover(const std::wstring& tstrName);
 
-/// A new file beside `tstrTarget` that is given its content and then takes the target's place; deleted with this object
-/// unless it did. The operations stand in the order in which they are called. All return false with the Win32 code in
-/// `*pdwError`. For one thread at a time.
+/// A new file beside `tstrTarget` that gets its content and then replaces the target; otherwise the destructor deletes
+/// it. The operations are listed in call order. All return false with the Win32 code in `*pdwError`. Not thread-safe.
 class Replacement {
 public:
     explicit Replacement(std::wstring tstrTarget) : m_tstrTarget(std::move(tstrTarget)) {}
@@ -27,30 +24,30 @@ public:
     Replacement& operator=(const Replacement&) = delete;
     ~Replacement();
 
-    /// Removes what ended runs left in the folder, then makes the file: open to nobody whom `tstrLike`, an existing
-    /// file, is not open to; like a new file of the folder when that is empty. Its owner is the caller's. CreateFileW.
+    /// Deletes the leftovers of interrupted runs in the folder, then creates the file. Only accounts with access to
+    /// `tstrLike`, an existing file, can open it; if that is empty, it gets the folder's rights. The caller is the
+    /// owner. CreateFileW.
     [[nodiscard]] bool Create(const std::wstring& tstrLike, DWORD dwAttributes, DWORD* pdwError);
 
-    /// Takes content and attributes of another file, which is waited for while others hold it; flushed. CopyFileW.
+    /// Copies content and attributes of another file and flushes them; waits while that file is in use. CopyFileW.
     [[nodiscard]] bool CopyFrom(const std::wstring& tstrSource, DWORD* pdwError);
-    /// Takes these bytes as its content; flushed. WriteFile.
+    /// Writes these bytes as the content and flushes them. WriteFile.
     [[nodiscard]] bool Write(std::string_view strBytes, DWORD* pdwError);
 
-    /// Takes exactly the access control list of `tstrLike`. SetFileSecurityW.
+    /// Copies the access control list of `tstrLike` exactly. SetFileSecurityW.
     [[nodiscard]] bool TakeAccess(const std::wstring& tstrLike, DWORD* pdwError);
-    /// Takes the owner of `tstrLike`, where that is another one; the caller's privilege to restore files is switched on
-    /// for that call. An owner that the system refuses leaves a line in the trace, and the replacement goes on.
-    /// SetKernelObjectSecurity.
+    /// Copies the owner of `tstrLike` if it differs, with the caller's restore privilege enabled for the call. If the
+    /// system refuses the owner, this is traced and the replacement continues. SetKernelObjectSecurity.
     void TakeOwner(const std::wstring& tstrLike);
 
-    /// Takes the place of the target, which is waited for while others hold it. Programs that share its deletion do not
-    /// stop it: they keep the old content. A rename: unlike ReplaceFileW it leaves no moment without a file, and it is
-    /// on the disk when it is done. SetFileInformationByHandle; MoveFileExW where that is refused.
+    /// Replaces the target; waits while it is in use. Programs that opened it with shared deletion do not block it and
+    /// keep the old content. A rename: unlike with ReplaceFileW, the file exists at every moment, and the change is on
+    /// the disk on return. SetFileInformationByHandle; MoveFileExW if that is refused.
     [[nodiscard]] bool TakePlace(DWORD* pdwError);
 
 private:
     std::wstring m_tstrTarget;
-    std::wstring m_tstrPath;  // empty while there is no temporary file
+    std::wstring m_tstrPath;  // empty without a temporary file
 };
 
 }  // namespace KzCommon::Storage::File

@@ -1,4 +1,4 @@
-// What a path says about its folders, and whether one of them is a link. Stands by itself, for the trace library, too.
+// Folder paths and link checks. Has no other dependencies, because the trace library uses it as well.
 #pragma once
 
 #include "common/KzComn_Handle.h"
@@ -10,7 +10,7 @@
 
 namespace KzCommon::Storage::Directory {
 
-/// The full path, without backslashes at its end; as it is when the system cannot tell. GetFullPathNameW.
+/// The full path without trailing backslashes, or unchanged on failure. GetFullPathNameW.
 [[nodiscard]] inline std::wstring FullPath(const std::wstring& tstrPath)
 {
     std::wstring tstrFull(::GetFullPathNameW(tstrPath.c_str(), 0, nullptr, nullptr), L'\0');
@@ -21,7 +21,7 @@ namespace KzCommon::Storage::Directory {
     return tstrFull;
 }
 
-/// How many characters of a full path name its drive ("C:") or share ("\\\\server\\share").
+/// The length of the drive ("C:") or share ("\\\\server\\share") of a full path, in characters.
 [[nodiscard]] inline std::size_t RootLength(const std::wstring& tstrFull)
 {
     const bool bLong = tstrFull.starts_with(L"\\\\?\\");
@@ -32,15 +32,15 @@ namespace KzCommon::Storage::Directory {
     return std::min(uEnd, tstrFull.size());
 }
 
-/// Whether a reparse point of this tag stands for another name. One that does not (a file kept in a cloud, say) is an
-/// ordinary entry. One without a tag is taken for a link, the careful answer.
+/// Whether a reparse point with this tag is a link. A reparse point that does not replace the name (a cloud file, for
+/// example) is an ordinary entry. Without a tag, it counts as a link to be safe.
 [[nodiscard]] constexpr bool IsLinkTag(DWORD dwTag) noexcept
 {
     return dwTag == 0 || IsReparseTagNameSurrogate(dwTag);
 }
 
-/// Whether `tstrPath` is a junction or symbolic link, which points elsewhere; yes also for a reparse point of which
-/// nothing more can be told. FindFirstFileW.
+/// Whether `tstrPath` is a junction or symbolic link; true also for a reparse point with an unknown tag.
+/// FindFirstFileW.
 [[nodiscard]] inline bool IsLink(const std::wstring& tstrPath)
 {
     const std::wstring tstrFull = FullPath(tstrPath);

@@ -1,5 +1,5 @@
-// Owners of system handles: every handle the program opens is released by the destructor of one of these. Stands by
-// itself, for the trace library, too.
+// Owners of system handles. Every handle that the program opens is closed by one of these destructors. Has no other
+// dependencies, because the trace library uses it as well.
 #pragma once
 
 #include <windows.h>
@@ -8,7 +8,7 @@
 
 namespace KzCommon {
 
-/// Owner of one handle. `Traits` names the handle's type, its empty value and the call that releases it:
+/// Owner of one handle. `Traits` defines the handle's type, its empty value and the call that closes it:
 ///     struct Traits { using Handle = HKEY; static Handle Empty() noexcept; static void Release(Handle) noexcept; };
 template <class Traits>
 class UniqueHandle {
@@ -31,8 +31,8 @@ public:
     [[nodiscard]] bool IsValid() const noexcept { return m_handle != Traits::Empty(); }
     explicit operator bool() const noexcept { return IsValid(); }
 
-    /// Releases the handle that is held, then takes `handle`. The last error stays: a handle often goes on the way out
-    /// of what failed.
+    /// Closes the current handle, then takes `handle`. Keeps the last error, because a handle is often closed after a
+    /// failure.
     void Reset(Handle handle = Traits::Empty()) noexcept
     {
         const Handle old = std::exchange(m_handle, handle);
@@ -42,10 +42,10 @@ public:
         ::SetLastError(dwLastError);
     }
 
-    /// Gives the handle away: who takes it releases it.
+    /// Gives up ownership of the handle; the caller must close it.
     [[nodiscard]] Handle Detach() noexcept { return std::exchange(m_handle, Traits::Empty()); }
 
-    /// Releases what is held and gives the address for a call that returns a new handle through a pointer.
+    /// Closes the current handle and returns the address for a call that stores a new handle.
     [[nodiscard]] Handle* Receive() noexcept
     {
         Reset();

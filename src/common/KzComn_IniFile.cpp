@@ -13,7 +13,7 @@ namespace {
 constexpr DWORD kFirstValueCharacters = 512;
 constexpr DWORD kMaxValueCharacters = 1024 * 1024;
 
-/// Splits one "key=value" line into the list; a line that is no entry adds nothing.
+/// Splits one "key=value" line and adds it to the list; ignores other lines.
 void AddEntry(std::wstring_view tstrLine, std::vector<std::pair<std::wstring, std::wstring>>& entries)
 {
     const std::size_t uFirst = tstrLine.find(L'=');
@@ -109,8 +109,8 @@ bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection, c
 
 Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection, const SectionGrowth& growth)
 {
-    // Growing step by step, a long section would be read a hundred times over: one that does not fit the first buffer
-    // is read into the largest that the steps reach.
+    // Growing step by step would read a long section a hundred times. If a section does not fit the first buffer, read
+    // it with the largest size that the steps reach.
     const DWORD cchLargest =
         growth.cchFirst + (growth.cchLimit - 1 - growth.cchFirst) / growth.cchStep * growth.cchStep;
     Section section;
@@ -126,7 +126,7 @@ Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSectio
         ::SetLastError(ERROR_SUCCESS);
         const DWORD cchRead = ::GetPrivateProfileSectionW(tstrSection.c_str(), buffer.get(), cch, tstrPath.c_str());
         if (cchRead == 0) {
-            // A system that leaves no code for a missing or an empty section means what Windows says of a missing one.
+            // Some systems set no code for a missing or empty section; Windows reports a missing one.
             const DWORD dwError = ::GetLastError();
             section.dwError = dwError != ERROR_SUCCESS ? dwError : ERROR_FILE_NOT_FOUND;
             return section;

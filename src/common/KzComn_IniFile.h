@@ -1,4 +1,4 @@
-// INI files, read and written through the system's private-profile functions.
+// INI files, read and written through the private-profile functions of Windows.
 #pragma once
 
 #include "common/KzComn_Exception.h"
@@ -11,8 +11,8 @@
 
 namespace KzCommon::Storage {
 
-/// One INI file. It need not exist: reading gives defaults, writing creates it. Failures throw Exception with the Win32
-/// code; ERROR_BAD_ARGUMENTS (160) for an empty path, ERROR_INVALID_HANDLE (6) while the object is not open.
+/// One INI file. It need not exist: reading returns defaults, writing creates it. Failures throw Exception with the
+/// Win32 code; ERROR_BAD_ARGUMENTS (160) for an empty path, ERROR_INVALID_HANDLE (6) while the object is not open.
 class IniFile {
 public:
     IniFile() = default;
@@ -20,10 +20,9 @@ public:
     IniFile& operator=(const IniFile&) = delete;
     virtual ~IniFile() = default;
 
-    /// Takes the file at `tstrPath` (a full path: the system looks for a bare name in the Windows folder).
+    /// Opens the file at `tstrPath` (a full path: the system looks for a bare name in the Windows folder).
     void Open(const std::wstring& tstrPath);
-    /// Takes the file that a location of kind eIniFile names, and in it the section that the forms below without a
-    /// section read.
+    /// Opens the file of a location of kind eIniFile. The overloads without a section read `szSection`.
     void Open(const Key& key, const wchar_t* szSection);
     void Close() noexcept;
     [[nodiscard]] bool IsReady() const noexcept { return !m_tstrPath.empty(); }
@@ -32,10 +31,10 @@ public:
     /// The value, or the default when file, section or key is missing. GetPrivateProfileStringW.
     [[nodiscard]] std::wstring ReadString(const std::wstring& tstrSection, const std::wstring& tstrKey,
                                           const std::wstring& tstrDefault) const;
-    /// The same in the section given to Open.
+    /// Likewise in the section given to Open.
     [[nodiscard]] std::wstring ReadString(const std::wstring& tstrKey, const std::wstring& tstrDefault) const;
-    /// A decimal value in the section given to Open; `dwValue` keeps the default when the key is missing, and becomes 0
-    /// when its text is no number.
+    /// Reads a decimal value in the section given to Open. `dwValue` keeps the default when the key is missing and
+    /// becomes 0 when its text is not a number.
     void ReadDword(const std::wstring& tstrKey, DWORD& dwValue) const;
 
     /// Writes one value. WritePrivateProfileStringW.
@@ -50,28 +49,28 @@ private:
 
 namespace Ini {
 
-/// Writes one value of the file at `tstrPath`, which is waited for while others use it and `patience` lasts; false with
-/// the code left in GetLastError(). WritePrivateProfileStringW.
+/// Writes one value of the file at `tstrPath`; retries with `patience` while it is in use. False with the code in
+/// GetLastError(). WritePrivateProfileStringW.
 [[nodiscard]] bool StoreValue(const std::wstring& tstrPath, const std::wstring& tstrSection,
                               const std::wstring& tstrKey, const std::wstring& tstrValue, Patience& patience);
 
-/// How the buffer of a whole-section read grows, in characters: from `cchFirst` on in steps of `cchStep` while it stays
-/// below `cchLimit`. A section of any length that some step holds is read.
+/// How the buffer for a whole section grows, in characters: from `cchFirst` in steps of `cchStep` while below
+/// `cchLimit`.
 struct SectionGrowth {
     DWORD cchFirst;
     DWORD cchStep;
     DWORD cchLimit;
 };
 
-/// How a whole-section read ended.
+/// The result of reading a whole section.
 enum class SectionOutcome {
-    eRead,      ///< the entries are there
+    eRead,      ///< the entries were read
     eTooLarge,  ///< the section does not fit below the limit
     eNoMemory,  ///< a buffer of `cchBuffer` characters could not be allocated
-    eFailed     ///< no such file or section, or an empty section: `dwError`
+    eFailed     ///< no such file or section, or an empty section; `dwError` has the code
 };
 
-/// A section's entries in the order of their lines, and how reading them went.
+/// A section's entries in line order, and the result of the read.
 struct Section {
     SectionOutcome eOutcome = SectionOutcome::eFailed;
     DWORD dwError = ERROR_SUCCESS;
@@ -79,8 +78,8 @@ struct Section {
     std::vector<std::pair<std::wstring, std::wstring>> entries;
 };
 
-/// Reads a whole section. An entry is split at its first run of "=": all of the run but its last "=" still belongs to
-/// the key. Lines without "=" and lines without a text after it are left out. GetPrivateProfileSectionW.
+/// Reads a whole section. Splits an entry at its first run of "="; all but the last "=" of the run belong to the key.
+/// Ignores lines without "=" and lines without a value. GetPrivateProfileSectionW.
 [[nodiscard]] Section ReadSection(const std::wstring& tstrPath, const std::wstring& tstrSection,
                                   const SectionGrowth& growth);
 

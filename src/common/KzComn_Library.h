@@ -8,7 +8,7 @@
 
 namespace KzCommon::Library {
 
-/// Owner of a module that is loaded at run time; frees it when destroyed.
+/// Owner of a module loaded at run time; the destructor frees it.
 class Wrapper {
 public:
     Wrapper() noexcept = default;
@@ -16,19 +16,19 @@ public:
     Wrapper& operator=(const Wrapper&) = delete;
     virtual ~Wrapper() = default;
 
-    /// Loads a library by path. A relative path is taken from the folder of the running program, never from the current
-    /// folder, where somebody else could have put a library of that name. What the library needs itself is looked for
-    /// beside it and in the system folder only. False with the code in `*pdwError` (may be null). LoadLibraryExW.
+    /// Loads a library by path. A relative path starts at the program's folder, never at the current folder, where a
+    /// malicious library could be. The library's own dependencies are searched only beside it and in the system folder.
+    /// False with the code in `*pdwError` (may be null). LoadLibraryExW.
     [[nodiscard]] bool Load(const std::wstring& tstrPath, DWORD* pdwError = nullptr);
-    /// Loads a library of the operating system by its bare name, from the system folder only. LoadLibraryExW.
+    /// Loads a Windows library by its bare name, from the system folder only. LoadLibraryExW.
     [[nodiscard]] bool LoadSystem(const wchar_t* szName, DWORD* pdwError = nullptr);
     /// FreeLibrary.
     virtual void Free() noexcept;
-    /// Leaves the library where it is, for good: after a fault inside it, not even freeing it is safe.
+    /// Keeps the library loaded for good: after a fault inside it, not even freeing it is safe.
     void Abandon() noexcept;
     [[nodiscard]] bool IsLoaded() const noexcept { return m_bLoaded; }
 
-    /// The procedure of that name, or null with the code left in GetLastError().
+    /// The procedure with that name, or null with the code in GetLastError().
     template <class Procedure>
     [[nodiscard]] Procedure GetProcedure(const char* szName) const noexcept
     {
@@ -42,19 +42,19 @@ private:
     bool m_bLoaded = false;
 };
 
-/// Takes procedures out of a loaded library, each whatever became of those before it.
+/// Looks up procedures of a loaded library and continues after a missing one.
 class ProcedureLoader {
 public:
     explicit ProcedureLoader(const Wrapper& library) noexcept : m_library(library) {}
 
-    /// Fills `pfn` with the procedure of that name, null when the library has none. GetProcAddress.
+    /// Sets `pfn` to the procedure with that name, null when the library does not export it. GetProcAddress.
     template <class Procedure>
     void Take(Procedure& pfn, const char* szName) noexcept
     {
         pfn = m_library.GetProcedure<Procedure>(szName);
         if (!pfn) m_dwError = ::GetLastError();
     }
-    /// True when none was missing; otherwise false with the code of the last that was, in `*pdwError` (may be null).
+    /// True when all were found; otherwise false with the code of the last missing one in `*pdwError` (may be null).
     [[nodiscard]] bool HasAll(DWORD* pdwError) const noexcept
     {
         if (m_dwError != ERROR_SUCCESS && pdwError) *pdwError = m_dwError;
@@ -69,10 +69,10 @@ private:
 /// The trace library, "KzDbg64.dll".
 class KzDbg : public Wrapper {
 public:
-    /// Loads "KzDbg64.dll" from `tstrFolder` and resolves its procedures. False with the code of what failed.
+    /// Loads "KzDbg64.dll" from `tstrFolder` and resolves its procedures. False with the code of the failure.
     [[nodiscard]] bool LoadFrom(const std::wstring& tstrFolder, DWORD* pdwError = nullptr);
-    /// With false, forgets the procedures and returns false. With true, resolves every one of them and returns false,
-    /// with the last error, when any is missing.
+    /// With true, resolves all procedures and returns whether all exist (false with the last error). With false, clears
+    /// them and returns false.
     bool Resolve(bool bResolve, DWORD* pdwError = nullptr) noexcept;
     void Free() noexcept override;
 

@@ -1,5 +1,6 @@
-// Which links the program follows: only an administrator can have made them. It runs with full rights, and the maker of
-// a junction or a symbolic link chooses where it works. Stands by itself, for the trace library, too.
+// Decides which links the program follows: only those that an administrator must have created. The program runs with
+// full rights, and whoever creates a junction or symbolic link decides which files it changes. Has no other
+// dependencies, because the trace library uses it as well.
 #pragma once
 
 #include "common/KzComn_FolderPath.h"
@@ -16,12 +17,12 @@
 
 namespace KzCommon::Storage::Directory {
 
-/// ERROR_STOPPED_ON_SYMLINK, which the toolchain's headers lack: a folder is reached through a junction or a symbolic
-/// link that somebody else than an administrator may have made.
+/// ERROR_STOPPED_ON_SYMLINK, missing in the toolchain's headers: the path of a folder contains a junction or symbolic
+/// link that a non-administrator may have created.
 inline constexpr DWORD kStoppedOnLink = 681;
 
-/// The name, with backslash at its end, of the volume that Windows knows to be mounted at the folder; empty for none.
-/// Only administrators can tell Windows; a junction that somebody else makes to a volume is not in its list.
+/// The name, with trailing backslash, of the volume that Windows has mounted at the folder; empty if there is none.
+/// Only administrators can mount volumes; a junction to a volume created by another user is not in Windows's list.
 /// GetVolumePathNamesForVolumeNameW.
 [[nodiscard]] inline std::wstring MountedVolume(const std::wstring& tstrFolder)
 {
@@ -38,14 +39,14 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return {};
 }
 
-/// Whether an identifier stands for administrators only or, in an access control list, for the owner.
+/// Whether an identifier is for administrators only or, in an access control list, for the owner.
 [[nodiscard]] inline bool IsAdministrators(PSID pSid) noexcept
 {
     for (const WELL_KNOWN_SID_TYPE eType :
          {WinLocalSystemSid, WinBuiltinAdministratorsSid, WinCreatorOwnerSid, WinCreatorOwnerRightsSid}) {
         if (::IsWellKnownSid(pSid, eType)) return true;
     }
-    // The service that installs Windows itself.
+    // The Windows installer service.
     constexpr struct {
         BYTE bRevision = SID_REVISION;
         BYTE cAuthorities = 6;
@@ -55,9 +56,8 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return ::GetLengthSid(pSid) == sizeof(kInstaller) && std::memcmp(pSid, &kInstaller, sizeof(kInstaller)) == 0;
 }
 
-/// Whether an open folder belongs to administrators and nobody else may change it. The right to write to a folder's
-/// attributes or content is enough to make it a link, and to point a link elsewhere. False also for one whose rights
-/// cannot be read.
+/// Whether an open folder is owned by administrators and only they may change it. Write access to a folder's attributes
+/// or content is enough to make it a link or to change a link's target. False also for a folder with unreadable rights.
 /// GetKernelObjectSecurity.
 [[nodiscard]] inline bool IsChangedByAdministratorsOnly(HANDLE hFolder)
 {
@@ -87,10 +87,10 @@ inline constexpr DWORD kStoppedOnLink = 681;
     return IsAdministrators(pOwner);
 }
 
-/// The folder that an open junction or symbolic link names; empty for one that cannot be read. FSCTL_GET_REPARSE_POINT.
+/// The target folder of an open junction or symbolic link; empty when unreadable. FSCTL_GET_REPARSE_POINT.
 [[nodiscard]] inline std::wstring TargetOf(HANDLE hLink, const std::wstring& tstrLink)
 {
-    // The beginning of what the system keeps of both; that of a symbolic link has flags behind it.
+    // The common beginning of both reparse buffers; a symbolic link has flags after it.
     struct Names {
         DWORD dwTag;
         WORD cbAll, wReserved, cbBeforeName, cbName, cbBeforeShown, cbShown;
@@ -116,18 +116,18 @@ inline constexpr DWORD kStoppedOnLink = 681;
         return tstrLink.substr(0, bFromRoot ? uRoot : tstrLink.find_last_of(L'\\') + 1) + tstrTarget;
     }
     if (!tstrTarget.starts_with(L"\\??\\")) return {};
-    // As everybody writes it, where it names a drive: so do the lists of Windows.
+    // Drive paths get their usual form, which Windows also uses in its lists.
     return tstrTarget.find(L':') == 5 ? tstrTarget.substr(4) : L"\\\\?\\" + tstrTarget.substr(4);
 }
 
-/// How many links may lie behind one another.
+/// The maximum number of links in a chain.
 inline constexpr unsigned kMaxLinks = 16;
 
 [[nodiscard]] inline bool LeadsThroughLink(const std::wstring& tstrFolder, unsigned uLinks = kMaxLinks);
 
-/// Whether the program may be led through a link, a full path without backslash at its end: through a volume that an
-/// administrator has mounted, and through an administrator's link to a folder that is reached through no other kind.
-/// `tstrTarget` is then where it leads.
+/// Whether the program may follow a link, given as a full path without trailing backslash: a volume mounted by an
+/// administrator, or an administrator's link to a folder whose path has no other kind of link. `tstrTarget` is then its
+/// target.
 [[nodiscard]] inline bool IsPassableLink(const std::wstring& tstrLink, std::wstring& tstrTarget,
                                          unsigned uLinks = kMaxLinks)
 {
@@ -142,8 +142,8 @@ inline constexpr unsigned kMaxLinks = 16;
     return !tstrTarget.empty() && !LeadsThroughLink(tstrTarget, uLinks - 1);
 }
 
-/// Whether a folder, or one above it, is a link that is refused: any but an IsPassableLink(). What is said of a folder
-/// need not stay true: LockedFolder sees to that.
+/// Whether a folder or one above it is a link that is refused: any link except an IsPassableLink(). The result may
+/// become outdated; LockedFolder prevents that.
 [[nodiscard]] inline bool LeadsThroughLink(const std::wstring& tstrFolder, unsigned uLinks)
 {
     const std::wstring tstrFull = FullPath(tstrFolder);

@@ -1,4 +1,5 @@
-// A folder that stays the one it is while something is done in it. Stands by itself, for the trace library, too.
+// Prevents a folder from being replaced while it is in use. Has no other dependencies, because the trace library uses
+// it as well.
 #pragma once
 
 #include "common/KzComn_FolderPath.h"
@@ -13,24 +14,24 @@
 
 namespace KzCommon::Storage::Directory {
 
-/// Holds a folder and all above it open, so that none of them can be moved away and another put in its place.
+/// Keeps a folder and all folders above it open, so that none of them can be moved and replaced.
 class LockedFolder {
 public:
-    /// How Hold() goes about it.
+    /// Options of Hold().
     struct Way {
-        bool bWait = true;                           ///< for what others hold, some two seconds
-        bool bMake = false;                          ///< folders that are missing
-        SECURITY_ATTRIBUTES* pAttributes = nullptr;  ///< of those it makes
+        bool bWait = true;                           ///< for folders in use, about two seconds
+        bool bMake = false;                          ///< create missing folders
+        SECURITY_ATTRIBUTES* pAttributes = nullptr;  ///< for created folders
     };
 
-    /// Opens the folders on the way to `tstrFolder`, from its drive or share on. False with the code: kStoppedOnLink
-    /// (681) when one of them is a link that is refused (KzComn_LinkRule.h): its maker can point it anywhere.
+    /// Opens the folders of the path to `tstrFolder`, from its drive or share. False with the code: kStoppedOnLink
+    /// (681) when one is a link that is refused (KzComn_LinkRule.h), because its creator can change its target;
     /// ERROR_PATH_NOT_FOUND (3) when one is missing. CreateFileW, CreateDirectoryW.
     [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError, const Way& way);
     [[nodiscard]] bool Hold(const std::wstring& tstrFolder, DWORD* pdwError) { return Hold(tstrFolder, pdwError, {}); }
 
-    /// Whether an open file lies in the folder itself. A folder that is held can still be made a junction by those who
-    /// may write to it: a file that is opened by its path then lies elsewhere. GetFinalPathNameByHandleW.
+    /// Whether an open file is directly in the folder. A user with write access can turn even a locked folder into a
+    /// junction; a file opened by its path is then elsewhere. GetFinalPathNameByHandleW.
     [[nodiscard]] bool IsHomeOf(HANDLE hFile) const;
 
 private:
@@ -42,8 +43,8 @@ private:
     using Opener = std::function<UniqueFile(DWORD& dwError, bool& bRefused)>;
     [[nodiscard]] bool Add(const Opener& open, bool bWait, DWORD* pdwError);
     [[nodiscard]] bool HoldAll(const std::wstring& tstrFull, const Way& way, unsigned uLinks, DWORD* pdwError);
-    /// Takes the final path of the folder opened last. False unless the folders from index `uFirst` on, whose names
-    /// `tstrNames` are, each with a backslash before it, lie one in the other, in the one whose final path is known.
+    /// Stores the final path of the folder opened last. False unless the folders from index `uFirst`, with the names
+    /// `tstrNames` (each after a backslash), are nested in the folder whose final path is known.
     [[nodiscard]] bool GoDown(std::size_t uFirst, const std::wstring& tstrNames);
     [[nodiscard]] static bool IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove);
     [[nodiscard]] static bool IsSamePath(const std::wstring& tstrPath, const std::wstring& tstrOther) noexcept;
@@ -51,7 +52,7 @@ private:
     [[nodiscard]] static std::wstring FinalPathOf(HANDLE hFile);
 
     std::vector<UniqueFile> m_folders;
-    std::wstring m_tstrFinalPath;  // without backslash at its end; empty where the file system tells none
+    std::wstring m_tstrFinalPath;  // without trailing backslash; empty if the file system does not report it
 };
 
 /// Opens a folder so that it can be neither moved nor deleted.
@@ -62,29 +63,27 @@ inline UniqueFile LockedFolder::Open(const std::wstring& tstrPath, DWORD dwFlags
         ::CreateFileW(tstrPath.c_str(), FILE_LIST_DIRECTORY, kShare, nullptr, OPEN_EXISTING, dwFlags, nullptr));
     dwError = folder ? ERROR_SUCCESS : ::GetLastError();
     if (dwError != ERROR_ACCESS_DENIED) return folder;
-    // One that may be passed but not listed cannot be held; what IsHomeOf() tells still stands.
+    // A folder that may be traversed but not listed cannot be locked; IsHomeOf() still works.
     folder.Reset(
         ::CreateFileW(tstrPath.c_str(), FILE_READ_ATTRIBUTES, kShare, nullptr, OPEN_EXISTING, dwFlags, nullptr));
     dwError = folder ? ERROR_SUCCESS : ::GetLastError();
     return folder;
 }
 
-/// Opens a folder, and makes a missing one where `way` says so. `bRefused`: it cannot be made, and a wait does not
-/// help.
+/// Opens a folder; creates a missing one if `way` allows. `bRefused`: it cannot be created, and waiting does not help.
 inline UniqueFile LockedFolder::OpenOrMake(const std::wstring& tstrPath, const Way& way, DWORD& dwError, bool& bRefused)
 {
     UniqueFile folder = Open(tstrPath, kItself, dwError);
     const bool bMissing = dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
     if (!bMissing || !way.bMake) return folder;
-    // One that somebody else makes meanwhile is as good.
+    // If another program creates it meanwhile, that is fine, too.
     const bool bMade = ::CreateDirectoryW(tstrPath.c_str(), way.pAttributes) != FALSE;
     dwError = bMade ? ERROR_SUCCESS : ::GetLastError();
     bRefused = !bMade && dwError != ERROR_ALREADY_EXISTS;
     return bRefused ? UniqueFile() : Open(tstrPath, kItself, dwError);
 }
 
-/// Whether an open folder is a link: what IsLink() tells of its path, told of what is held. (Wine knows it by the path
-/// only.)
+/// Whether an open folder is a link, like IsLink() but for a handle. (Wine only knows it by the path.)
 inline bool LockedFolder::IsLinkOpen(HANDLE hFolder) noexcept
 {
     FILE_ATTRIBUTE_TAG_INFO info{};
@@ -92,7 +91,7 @@ inline bool LockedFolder::IsLinkOpen(HANDLE hFolder) noexcept
            (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLinkTag(info.ReparseTag);
 }
 
-/// Where an open file or folder really lies, drives by their devices' names; empty when the system cannot tell.
+/// The real path of an open file or folder, with device names for drives; empty when unknown.
 inline std::wstring LockedFolder::FinalPathOf(HANDLE hFile)
 {
     constexpr DWORD kFlags = FILE_NAME_NORMALIZED | VOLUME_NAME_NT;
@@ -142,20 +141,20 @@ inline bool LockedFolder::HoldAll(const std::wstring& tstrFull, const Way& way, 
     if (!Add(follow, way.bWait, pdwError)) return false;
     m_tstrFinalPath = FinalPathOf(m_folders.back().Get());
     std::size_t uFirst = m_folders.size();
-    // Each is looked at while it and those above it are held: what is said of it then stays true.
+    // Check each folder while it and those above it are locked, so that the result stays valid.
     for (std::size_t uEnd = uStart; uEnd < tstrFull.size();) {
         uEnd = std::min(tstrFull.find(L'\\', uEnd + 1), tstrFull.size());
         tstrPath = tstrFull.substr(0, uEnd);
         if (!Add(open, way.bWait, pdwError)) return false;
         const bool bLink = IsLinkOpen(m_folders.back().Get()) || IsLink(tstrPath);
-        // Nothing is made in a folder before it is known where that is.
+        // Before creating a folder, its parent's real location must be known.
         if (!bLink && !way.bMake && uEnd < tstrFull.size()) continue;
         if (!GoDown(uFirst, tstrFull.substr(uStart, uEnd - uStart))) return Fail(kStoppedOnLink, pdwError);
         if (bLink) {
             std::wstring tstrTarget;
             if (uLinks == 0 || !IsPassableLink(tstrPath, tstrTarget)) return Fail(kStoppedOnLink, pdwError);
-            // What a volume holds lies in its root folder, not in the one that it is mounted at; so with a link, whose
-            // target's folders are held as well: they may be anybody's to change.
+            // The contents of a volume are in its root folder, not in its mount point. Likewise for a link: the folders
+            // of its target are locked as well, because other users may be able to change them.
             if (!HoldAll(FullPath(tstrTarget), {.bWait = way.bWait}, uLinks - 1, pdwError)) return false;
         }
         uStart = uEnd;
@@ -167,8 +166,8 @@ inline bool LockedFolder::HoldAll(const std::wstring& tstrFull, const Way& way, 
 inline bool LockedFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNames)
 {
     std::wstring tstrFinal = FinalPathOf(m_folders.back().Get());
-    // Nothing above an open folder can be moved: it is enough that the last is where its path says. A path with short
-    // names does not say it.
+    // Nothing above an open folder can be moved, so checking the last one is enough. A path with short names cannot be
+    // compared.
     if (!IsSamePath(tstrFinal, m_tstrFinalPath + tstrNames)) {
         for (; uFirst < m_folders.size(); ++uFirst) {
             tstrFinal = FinalPathOf(m_folders[uFirst].Get());
@@ -180,8 +179,8 @@ inline bool LockedFolder::GoDown(std::size_t uFirst, const std::wstring& tstrNam
     return true;
 }
 
-/// Whether a folder that was opened by its path is still where the one above it is: that one, though held, can become a
-/// junction after the look at it. Nothing is known of how a server follows its paths.
+/// Whether a folder opened by its path is still below its parent, which can become a junction after the check even
+/// while locked. Assumes so for servers, whose path rules are unknown.
 inline bool LockedFolder::IsBelow(const std::wstring& tstrFinal, const std::wstring& tstrFinalAbove)
 {
     if (tstrFinal.empty() || tstrFinalAbove.empty() || tstrFinalAbove.starts_with(L"\\Device\\Mup")) return true;

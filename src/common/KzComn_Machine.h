@@ -1,9 +1,8 @@
-// The machine that a run works on: everything that the run reads or changes, behind one interface.
+// The machine of a run: everything that the run reads or changes, behind one interface.
 //
-// The product's code asks a Machine for every value, file, folder and INI key, and tells it every change.
-// WindowsMachine carries the requests out; other machines answer them from memory, so that a run can be predicted
-// without touching anything. What a single request needs to succeed (retries, rights, locked folders) is inside the
-// machine.
+// The product's code requests every value, file, folder, INI key and change from a Machine. WindowsMachine carries the
+// requests out; other machines answer them from memory, so that a run can be predicted without changing anything.
+// Retries, rights and locked folders are handled inside the machine.
 #pragma once
 
 #include "common/KzComn_Change.h"
@@ -21,7 +20,7 @@
 
 namespace KzCommon {
 
-/// Where a registry value is. The unnamed value of a key has an empty name.
+/// The location of a registry value. The unnamed value of a key has an empty name.
 struct RegistryPlace {
     std::wstring tstrKeyPath;
     std::wstring tstrName;
@@ -32,14 +31,14 @@ struct RegistryPlace {
 /// The data of a registry value of type REG_SZ, REG_DWORD or REG_QWORD.
 using RegistryData = std::variant<std::wstring, DWORD, ULONGLONG>;
 
-/// A registry value of any type as it is stored.
+/// A registry value of any type in its stored form.
 struct StoredValue {
     DWORD dwType = REG_NONE;
     std::string strBytes;
     bool operator==(const StoredValue&) const = default;
 };
 
-/// The folders of a machine that do not depend on the product.
+/// Folders of a machine that do not depend on the product.
 enum class KnownFolder {
     eWindows,
     eSystem,
@@ -47,21 +46,21 @@ enum class KnownFolder {
     eProgram  ///< the folder of the running program
 };
 
-/// How a file is copied at once.
+/// How a file is copied now.
 enum class CopyMode {
-    eOverwrite,    ///< an existing file is replaced
+    eOverwrite,    ///< replaces an existing file
     eNew,          ///< an existing file is an error
-    eNewImmediate  ///< the same; a file in use is not waited for
+    eNewImmediate  ///< likewise, without waiting for a file in use
 };
 
-/// What the system says of the volume that a folder is on.
+/// The volume of a folder.
 struct Volume {
-    std::wstring tstrMountPoint;    ///< with trailing backslash; empty when the question failed
-    DWORD dwError = ERROR_SUCCESS;  ///< its Win32 code
+    std::wstring tstrMountPoint;    ///< with trailing backslash; empty on failure
+    DWORD dwError = ERROR_SUCCESS;  ///< the Win32 code of the failure
 };
 
-/// All operations that report a failure return false with the Win32 code in `*pdwError`, which may be null. Folder
-/// texts have a trailing backslash unless said otherwise. Nothing is thrown but std::bad_alloc.
+/// Operations that can fail return false with the Win32 code in `*pdwError`, which may be null. Folder texts have a
+/// trailing backslash unless stated otherwise. Nothing is thrown except std::bad_alloc.
 class Machine {
 public:
     Machine() = default;
@@ -71,20 +70,20 @@ public:
 
     // -- registry --
 
-    /// Reads a value of the type that `data` has when it is passed; `data` keeps its content on failure.
+    /// Reads a value of the type that `data` contains on entry; `data` is unchanged on failure.
     [[nodiscard]] virtual bool ReadValue(const RegistryPlace& place, RegistryData& data, DWORD* pdwError) const = 0;
     /// Reads a value of any type. Storage::Reg::ReadStored().
     [[nodiscard]] virtual bool ReadStored(const RegistryPlace& place, StoredValue& value, DWORD* pdwError) const = 0;
-    /// Whether the key of a place exists, one that may not be read included. Storage::Reg::HasKey().
+    /// Whether the key of a place exists, even if it is unreadable. Storage::Reg::HasKey().
     [[nodiscard]] virtual bool HasKey(const RegistryPlace& place) const = 0;
-    /// Writes a value of the type that `data` has; creates the key.
+    /// Writes a value of the type that `data` contains; creates the key.
     [[nodiscard]] virtual bool StoreValue(const RegistryPlace& place, const RegistryData& data, DWORD* pdwError) = 0;
     /// Deletes a value.
     [[nodiscard]] virtual bool DeleteValue(const RegistryPlace& place, DWORD* pdwError) = 0;
 
     // -- files and folders, read --
 
-    /// The attributes of a file or folder.
+    /// Reads the attributes of a file or folder.
     [[nodiscard]] virtual bool ReadAttributes(const std::wstring& tstrPath, DWORD& dwAttributes,
                                               DWORD* pdwError) const = 0;
     /// Storage::Directory::IsLink().
@@ -93,9 +92,9 @@ public:
     [[nodiscard]] virtual bool ForEachEntry(const std::wstring& tstrFolder, const std::wstring& tstrPattern,
                                             const std::function<void(const Storage::Directory::Entry&)>& visit,
                                             DWORD* pdwError) const = 0;
-    /// Whether two paths are names of one file.
+    /// Whether two paths refer to the same file.
     [[nodiscard]] virtual bool IsSameFile(const std::wstring& tstrPath, const std::wstring& tstrOther) const = 0;
-    /// The volume that a folder is on. GetVolumePathNameW.
+    /// The volume of a folder. GetVolumePathNameW.
     [[nodiscard]] virtual Volume VolumeOf(const std::wstring& tstrFolder) const = 0;
     /// Storage::File::ReadWhole().
     [[nodiscard]] virtual bool ReadContent(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
@@ -114,9 +113,9 @@ public:
     /// Storage::File::Backup().
     [[nodiscard]] virtual bool BackUp(const std::wstring& tstrCopy, const std::wstring& tstrSource,
                                       DWORD* pdwError) = 0;
-    /// Gives a file a second name. CreateHardLinkW.
+    /// Creates a second name for a file. CreateHardLinkW.
     [[nodiscard]] virtual bool LinkTo(const std::wstring& tstrName, const std::wstring& tstrFile, DWORD* pdwError) = 0;
-    /// Moves a file to a path that is free; waits while it is in use. MoveFileExW.
+    /// Moves a file to an unused path; waits while it is in use. MoveFileExW.
     [[nodiscard]] virtual bool MoveNow(const std::wstring& tstrSource, const std::wstring& tstrDestination,
                                        DWORD* pdwError) = 0;
     /// Storage::File::Delete().
@@ -144,11 +143,11 @@ public:
 
     // -- INI files --
 
-    /// Storage::Ini::ReadSection(), which waits while the file is in use.
+    /// Storage::Ini::ReadSection(), waiting while the file is in use.
     [[nodiscard]] virtual Storage::Ini::Section ReadIniSection(const std::wstring& tstrPath,
                                                                const std::wstring& tstrSection,
                                                                const Storage::Ini::SectionGrowth& growth) const = 0;
-    /// Reads a value into `tstrValue`, `tstrDefault` where file, section or key is missing. False for a file that
+    /// Reads a value into `tstrValue`, or `tstrDefault` when file, section or key is missing. False when the file
     /// exists and stays in use.
     [[nodiscard]] virtual bool ReadIniValue(const std::wstring& tstrPath, const std::wstring& tstrSection,
                                             const std::wstring& tstrKey, const std::wstring& tstrDefault,
@@ -158,41 +157,41 @@ public:
                                              const std::wstring& tstrKey, const std::wstring& tstrValue,
                                              Storage::Patience& patience, DWORD* pdwError) = 0;
 
-    // -- the rest --
+    // -- other operations --
 
-    /// With trailing backslash; empty when it is not known.
+    /// With trailing backslash; empty when unknown.
     [[nodiscard]] virtual std::wstring FolderOf(KnownFolder eFolder) const = 0;
     /// Process::EnumUserProfileFolders().
     [[nodiscard]] virtual bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError) const = 0;
     /// QorCommon::IsETDExistAndDriverNotUpToDate().
     [[nodiscard]] virtual bool IsTouchpadDriverTooOld() const = 0;
-    /// Milliseconds since the system started. GetTickCount.
+    /// Milliseconds since the system start. GetTickCount.
     [[nodiscard]] virtual DWORD TickCount() const = 0;
-    /// Shows a question with the buttons OK and Cancel in a console session; `bAgreed` says whether the user chose OK.
-    /// Detaches the program from its own console. ERROR_NO_SUCH_LOGON_SESSION (1312) when no session is attached to the
-    /// console. WTSSendMessageW.
+    /// Shows a question with the buttons OK and Cancel in a console session and sets `bAgreed` if the user chooses OK.
+    /// Detaches the program from its console. ERROR_NO_SUCH_LOGON_SESSION (1312) when the console has no session.
+    /// WTSSendMessageW.
     [[nodiscard]] virtual bool AskAtConsole(std::wstring tstrTitle, std::wstring tstrMessage, DWORD dwStyle,
                                             bool& bAgreed, DWORD* pdwError) = 0;
 
-    // -- for machines that predict a run: an operation says what its requests alone do not tell --
+    // -- for machines that predict a run: explanations that the requests do not contain --
 
-    /// An operation of the run begins; `szName` as traces name it, without class and parentheses. The changes that
-    /// follow belong to it.
+    /// Starts an operation of the run; `szName` as in traces, without class and parentheses. The following changes
+    /// belong to it.
     virtual void BeginOperation(const wchar_t* /*szName*/) {}
-    /// Why the operation that has begun does nothing.
+    /// Explains why the current operation does nothing.
     virtual void ExplainNothing(const std::wstring& /*tstrReason*/) {}
-    /// What else is worth knowing about the request that follows.
+    /// Adds a remark to the following request.
     virtual void Explain(const std::wstring& /*tstrReason*/) {}
-    /// A change without a request of its own: one that is refused or left out, or part of a larger request.
+    /// Reports a change without its own request: one that is refused or skipped, or part of a larger request.
     virtual void Report(const Change& /*change*/) {}
 
-    // -- short forms --
+    // -- helpers --
 
-    /// Whether a file (not a folder) is at that path; the codes of Storage::File::IsExisted().
+    /// Whether the path is a file (not a folder); codes as for Storage::File::IsExisted().
     [[nodiscard]] bool HasFile(const std::wstring& tstrPath, DWORD* pdwError = nullptr) const;
-    /// Whether a folder is at that path, with or without trailing backslash.
+    /// Whether the path is a folder, with or without trailing backslash.
     [[nodiscard]] bool HasFolder(const std::wstring& tstrPath) const;
-    /// Whether anything is at that path.
+    /// Whether the path exists.
     [[nodiscard]] bool HasAny(const std::wstring& tstrPath) const;
 };
 

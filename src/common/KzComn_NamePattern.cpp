@@ -14,8 +14,7 @@ bool IsSameCharacter(wchar_t chLeft, wchar_t chRight)
     return chLeft == chRight || String::EqualsNoCase({&chLeft, 1}, {&chRight, 1});
 }
 
-/// A pattern as Windows takes it: it drops dots and spaces at the end. A star before a dropped dot stays within what
-/// has no dot.
+/// A pattern as Windows reads it, without trailing dots and spaces. A star before a dropped dot does not match dots.
 struct Wildcards {
     explicit Wildcards(std::wstring_view tstrPattern)
         : tstrText(tstrPattern.substr(0, tstrPattern.find_last_not_of(L". ") + 1)),
@@ -27,7 +26,7 @@ struct Wildcards {
     bool bNoExtension;
 };
 
-/// Whether what is left of a pattern takes the end of a name: stars, question marks, and the dot before one.
+/// Whether the rest of a pattern matches the end of a name: stars, question marks, and a dot before one.
 bool TakesNothing(std::wstring_view tstrRest)
 {
     for (std::size_t u = 0; u < tstrRest.size(); ++u) {
@@ -38,16 +37,16 @@ bool TakesNothing(std::wstring_view tstrRest)
     return true;
 }
 
-/// "*" and "?". A question mark takes no dot: before one, and at the end, it takes nothing. PathMatchSpecW would end a
-/// pattern at ";", and not end with many "*".
+/// Matches "*" and "?". A question mark does not match a dot; before a dot and at the end it may match nothing.
+/// PathMatchSpecW would end the pattern at ";" and not terminate with many "*".
 bool MatchesWildcards(std::wstring_view tstrName, const Wildcards& wildcards)
 {
     const std::wstring_view tstrPattern = wildcards.tstrText;
     std::size_t uName = 0;
     std::size_t uPattern = 0;
     std::size_t uStar = std::wstring_view::npos;
-    std::size_t uFirst = 0;  // of what the last star has taken
-    std::size_t uTaken = 0;  // up to where
+    std::size_t uFirst = 0;  // begin and end of the last star's match
+    std::size_t uTaken = 0;
     while (uName < tstrName.size()) {
         const wchar_t ch = uPattern < tstrPattern.size() ? tstrPattern[uPattern] : L'\0';
         if (ch == L'*') {
@@ -71,7 +70,7 @@ bool MatchesWildcards(std::wstring_view tstrName, const Wildcards& wildcards)
            tstrName.find(L'.', uFirst) == std::wstring_view::npos;
 }
 
-/// The short name that Windows gives a name with a long extension; empty for any other. The number may be another one.
+/// The short name that Windows gives a name with a long extension; empty for any other. Its number may differ.
 std::wstring ShortNameOf(std::wstring_view tstrName)
 {
     constexpr std::size_t kBase = 6;

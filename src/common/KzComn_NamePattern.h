@@ -1,12 +1,13 @@
-// Patterns with "*" and "?" for the names of files.
+// Patterns with "*" and "?" for file names.
 #pragma once
 
 #include <string_view>
 
 namespace KzCommon::Storage::File {
 
-/// Whether a name matches a pattern as Windows lists files: without regard to case, "*.*" any name, "a?.b" also "a.b",
-/// "a." only "a", and an extension of three characters after wildcards the longer ones as well, by their short names.
+/// Whether a name matches a pattern as in Windows file listings: case-insensitive, "*.*" matches any name, "a?.b" also
+/// "a.b", "a." only "a"; an extension of three characters after wildcards also matches longer ones through their short
+/// names.
 [[nodiscard]] bool MatchesPattern(std::wstring_view tstrName, std::wstring_view tstrPattern);
 
 }  // namespace KzCommon::Storage::File

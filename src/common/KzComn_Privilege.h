@@ -1,12 +1,12 @@
-// A privilege of the process, switched on for one call.
+// Enables a privilege of the process for one call.
 #pragma once
 
 #include "common/KzComn_Handle.h"
 
 namespace KzCommon::Process {
 
-/// While it lives, a privilege that the process has is enabled; then it is as it was before. A process that does not
-/// have it, a standard user's, goes on without. AdjustTokenPrivileges.
+/// Enables a privilege of the process for its lifetime, then restores the previous state. Does nothing if the process
+/// (for example of a standard user) does not have it. AdjustTokenPrivileges.
 class EnabledPrivilege {
 public:
     /// `szName` is one of the SE_..._NAME constants.
@@ -17,7 +17,7 @@ public:
 
 private:
     UniqueKernelHandle m_token;
-    TOKEN_PRIVILEGES m_before{};  // none when nothing was changed
+    TOKEN_PRIVILEGES m_before{};  // empty when nothing was changed
 };
 
 }  // namespace KzCommon::Process

@@ -97,7 +97,7 @@ bool IsLowIntegrity() noexcept
 
 bool RefuseUsersJunctions(DWORD* pdwError) noexcept
 {
-    // The policy is younger than some headers, and than some Windows that this runs on.
+    // The policy is newer than some headers and than some supported Windows versions.
     constexpr int kRedirectionTrust = 16;
     DWORD dwEnforce = 1;
     const FARPROC pfn = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "SetProcessMitigationPolicy");

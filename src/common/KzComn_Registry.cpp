@@ -198,7 +198,7 @@ void Registry::ReadFixed(const std::wstring& tstrName, DWORD dwType, void* pvVal
     DWORD dwFound = 0;
     DWORD cbFound = cbValue;
     const LSTATUS lStatus = ::RegQueryValueExW(m_hKey.Get(), tstrName.c_str(), nullptr, &dwFound, bytes, &cbFound);
-    // A value of another type may be too long for the buffer: that is a wrong type, whatever the call says.
+    // A value of another type may be too long for the buffer: report the wrong type instead of the call's code.
     if (lStatus == ERROR_MORE_DATA) Throw(ERROR_INVALID_DATA);
     ThrowOnError(lStatus);
     if (dwFound != dwType || cbFound != cbValue) Throw(ERROR_INVALID_DATA);

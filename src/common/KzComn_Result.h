@@ -1,18 +1,18 @@
-// How operations that do not throw report their code.
+// Error reporting of operations that do not throw.
 #pragma once
 
 #include <windows.h>
 
 namespace KzCommon::Storage {
 
-/// "Fail with this code": sets `*pdwError` (may be null) and returns false.
+/// Sets `*pdwError` (may be null) and returns false.
 [[nodiscard]] inline bool Fail(DWORD dwCode, DWORD* pdwError) noexcept
 {
     if (pdwError) *pdwError = dwCode;
     return false;
 }
 
-/// The outcome of many operations of which all are tried: the code of the first that failed.
+/// Collects the result of several operations: the code of the first failure.
 class FirstFailure {
 public:
     void Note(bool bOk, DWORD dwCode) noexcept

@@ -1,4 +1,4 @@
-// What other programs (scanners, indexers) hold open for a moment is tried again.
+// Retries operations on objects that other programs (scanners, indexers) keep open for a moment.
 #pragma once
 
 #include "common/KzComn_Result.h"
@@ -19,15 +19,15 @@ inline constexpr DWORD kHeldPauseMs = 100;
            dwCode == ERROR_USER_MAPPED_FILE;
 }
 
-/// How often attempts are repeated. Those that share one wait together no longer than it says: a thousand of them must
-/// not take half an hour.
+/// How often attempts are repeated. Attempts that share one object share its limit: a thousand of them must not take
+/// half an hour.
 struct Patience {
-    unsigned uRepetitions = kInUseRepetitions;  ///< that are left
+    unsigned uRepetitions = kInUseRepetitions;  ///< remaining
 };
 
-/// Calls `attempt`, a bool(DWORD& dwError), until it is true: again while `patience` lasts, kHeldPauseMs apart, while
-/// its code is one of IsInUse() and `mayPass`, a bool(), does not say at the first such failure that waiting
-/// cannot help. False with the last code in `*pdwError` (may be null). Sleep.
+/// Calls `attempt`, a bool(DWORD& dwError), until it returns true. Repeats it while `patience` lasts and its code is
+/// one of IsInUse(), with pauses of kHeldPauseMs, unless `mayPass`, a bool() called at the first such failure, returns
+/// false because waiting cannot help. False with the last code in `*pdwError` (may be null). Sleep.
 template <class Attempt, class MayPass>
 [[nodiscard]] bool RetryWhileInUse(Attempt&& attempt, MayPass&& mayPass, Patience& patience, DWORD* pdwError)
 {
@@ -41,7 +41,7 @@ template <class Attempt, class MayPass>
     }
 }
 
-/// The same at most kInUseRepetitions times, some two seconds.
+/// Likewise at most kInUseRepetitions times, about two seconds.
 template <class Attempt, class MayPass>
 [[nodiscard]] bool RetryWhileInUse(Attempt&& attempt, MayPass&& mayPass, DWORD* pdwError)
 {
@@ -49,8 +49,8 @@ template <class Attempt, class MayPass>
     return RetryWhileInUse(attempt, mayPass, patience, pdwError);
 }
 
-/// The same where every such failure may pass. What cannot (a read-only file, a folder in a file's place) is the
-/// caller's to look for first.
+/// Likewise when every such failure may be temporary. The caller first checks for permanent obstacles (a read-only
+/// file, a folder instead of a file).
 template <class Attempt>
 [[nodiscard]] bool RetryWhileInUse(Attempt&& attempt, DWORD* pdwError)
 {

@@ -1,8 +1,8 @@
 #include "common/KzComn_ShieldedCall.h"
 
-// The compiler has no structured exception handling of its own, but its assembler has: a frame with the C runtime's
-// handler and one guarded range (begin, end, 1 for "handle everything", where to go on). The system calls the handler
-// only for what the library itself left unhandled, and has unwound the library's frames before it goes on here.
+// The compiler does not support structured exception handling, but its assembler does: a frame with the C runtime's
+// handler and one guarded range (begin, end, 1 for "handle everything", where to continue). The system calls the
+// handler only for exceptions that the library does not handle and unwinds the library's frames first.
 asm(R"(
         .text
         .globl  KzCommonShieldedCall

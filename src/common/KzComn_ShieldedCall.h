@@ -1,20 +1,20 @@
-// Calls into a library whose faults must not become the program's.
+// Calls into a library without letting its faults end the program.
 #pragma once
 
 #include <windows.h>
 
 namespace KzCommon::Library {
 
-/// Calls `pfn` with up to three arguments that are pointers. True with what it returned in `dwResult`; false, with the
-/// exception's code there, when it faulted or threw, an exception of any compiler. What the library held at that moment
-/// (memory, locks) it holds for ever, so it is not to be called again, nor freed. __C_specific_handler.
+/// Calls `pfn` with up to three pointer arguments. True with its result in `dwResult`; false, with the exception's code
+/// there, when it faults or throws an exception of any compiler. The library then keeps its memory and locks for ever,
+/// so do not call or free it again. __C_specific_handler.
 template <class... Arguments>
 [[nodiscard]] bool CallShielded(DWORD& dwResult, DWORD(__stdcall* pfn)(Arguments*...),
                                 Arguments*... arguments) noexcept;
 
 }  // namespace KzCommon::Library
 
-/// The part of it that only an assembler can write: the procedure's result, or kShieldedFault and the exception's code.
+/// The assembler part: returns the procedure's result, or kShieldedFault and the exception's code.
 extern "C" ULONGLONG KzCommonShieldedCall(const void* pfn, const void* p1, const void* p2, const void* p3) noexcept;
 
 namespace KzCommon::Library {

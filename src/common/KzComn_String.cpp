@@ -11,7 +11,7 @@ namespace KzCommon::String {
 
 namespace {
 
-// boost::lexical_cast takes a sign ("-1" becomes the largest unsigned number), so the digits are checked before it.
+// boost::lexical_cast accepts a sign ("-1" becomes the largest unsigned number), so check the digits first.
 template <class Number>
 Number ToNumberStrict(const std::wstring& tstrText) noexcept
 {
@@ -118,7 +118,7 @@ bool EqualsNoCase(std::wstring_view tstrLeft, std::wstring_view tstrRight) noexc
 
 bool OrdinalNoCase::operator()(std::wstring_view tstrLeft, std::wstring_view tstrRight) const noexcept
 {
-    // Paths begin alike, and most are plain letters: the system is asked about the rest only.
+    // Paths often share their beginning, and most characters are ASCII: only ask the system about the rest.
     const auto isPlain = [](wchar_t ch) {
         return ch < 0x80;
     };

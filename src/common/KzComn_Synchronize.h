@@ -5,7 +5,7 @@
 
 namespace KzCommon::Synchronize {
 
-/// A CRITICAL_SECTION that meets the standard's Lockable interface, for use with std::lock_guard.
+/// A CRITICAL_SECTION with the standard's Lockable interface, for std::lock_guard.
 class CriticalSection {
 public:
     CriticalSection() noexcept { ::InitializeCriticalSection(&m_section); }

@@ -1,4 +1,4 @@
-// The check that a trace call's format and arguments belong together, made by the compiler.
+// Lets the compiler check a trace call's format against its arguments.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace KzCommon {
 
-/// What one conversion of a wide format takes.
+/// The argument of one conversion in a wide format.
 enum class TraceArgument { eNone, eText, eNumber32, eNumber64, eNotTraceable };
 
 template <class Argument>
@@ -20,9 +20,9 @@ consteval TraceArgument KindOfTraceArgument()
     return sizeof(Plain) <= 4 ? TraceArgument::eNumber32 : TraceArgument::eNumber64;
 }
 
-/// A wide printf-style format whose conversions match `Arguments`, or it does not compile: "%s" takes a zero-terminated
-/// wide text (not a std::wstring, not a narrow one), "%d %i %u %x %X %c", with or without "l", a number of up to 32
-/// bits, the same with "ll" one of 64 bits. The number of conversions must be the number of arguments.
+/// A wide printf-style format whose conversions must match `Arguments`, otherwise it does not compile: "%s" takes a
+/// zero-terminated wide text (not a std::wstring, not a narrow one), "%d %i %u %x %X %c", with or without "l", a number
+/// of up to 32 bits, and with "ll" one of 64 bits. The numbers of conversions and arguments must be equal.
 template <class... Arguments>
 class TraceFormat {
 public:
@@ -43,12 +43,12 @@ public:
         if (uArgument != sizeof...(Arguments)) throw "more arguments than conversions";
     }
 
-    /// No format: nothing is to be traced.
+    /// No format: trace nothing.
     consteval TraceFormat(std::nullptr_t) : m_szFormat(nullptr) {}  // NOLINT(google-explicit-constructor)
 
     explicit constexpr operator bool() const noexcept { return m_szFormat != nullptr; }
     [[nodiscard]] constexpr const wchar_t* Get() const noexcept { return m_szFormat; }
-    /// The place in the source where the format stands.
+    /// The source location of the format.
     [[nodiscard]] constexpr const char* File() const noexcept { return m_where.file_name(); }
     [[nodiscard]] constexpr unsigned long Line() const noexcept { return m_where.line(); }
 

@@ -31,7 +31,7 @@ bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& st
     if (!::ReadFile(file.Get(), strRead.data(), static_cast<DWORD>(strRead.size()), &cbRead, nullptr)) {
         return Fail(::GetLastError(), pdwError);
     }
-    strRead.resize(cbRead);  // less when the file was cut in between
+    strRead.resize(cbRead);  // shorter if the file was truncated meanwhile
     strBytes = std::move(strRead);
     return true;
 }

@@ -19,13 +19,13 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 
 bool IdentityOf(const std::wstring& tstrPath, BY_HANDLE_FILE_INFORMATION& info)
 {
-    // Also for a file that is in use: only its attributes are asked for.
+    // Works also for a file in use, because only its attributes are requested.
     const UniqueFile file(::CreateFileW(tstrPath.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                                         FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     return file && ::GetFileInformationByHandle(file.Get(), &info);
 }
 
-/// Opens a file so that others still can, and reads from it. A missing file, or a folder of that name, is no failure.
+/// Opens a file for shared reading. A missing file, or a folder with that name, is not a failure.
 bool OpenForReading(const std::wstring& tstrPath, UniqueFile& file, DWORD& dwError)
 {
     file.Reset(::CreateFileW(tstrPath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
@@ -221,8 +221,8 @@ bool WindowsMachine::ReadIniValue(const std::wstring& tstrPath, const std::wstri
                                   const std::wstring& tstrKey, const std::wstring& tstrDefault, std::wstring& tstrValue,
                                   DWORD* pdwError) const
 {
-    // The system answers with the default for a file that is in use and says nothing about it. So the file is opened
-    // first, and stays open so that nothing can lock it in between.
+    // For a file in use, the system returns the default without an error. So open the file first and keep it open, so
+    // that no other program can lock it meanwhile.
     UniqueFile file;
     const auto open = [&](DWORD& dwError) {
         return OpenForReading(tstrPath, file, dwError);
@@ -273,9 +273,9 @@ DWORD WindowsMachine::TickCount() const
 bool WindowsMachine::AskAtConsole(std::wstring tstrTitle, std::wstring tstrMessage, DWORD dwStyle, bool& bAgreed,
                                   DWORD* pdwError)
 {
-    constexpr DWORD kNoSession = 0xFFFFFFFF;  // while the console changes hands
+    constexpr DWORD kNoSession = 0xFFFFFFFF;  // while the console changes sessions
     const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
-    // As a session id it would mean the program's own: a question there may never be seen.
+    // As a session id this would mean the program's own session, where the user may never see the question.
     if (dwSession == kNoSession) return Storage::Fail(ERROR_NO_SUCH_LOGON_SESSION, pdwError);
     // A console window must not stay open behind a question that may wait for hours.
     ::FreeConsole();

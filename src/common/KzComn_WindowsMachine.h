@@ -1,11 +1,11 @@
-// The machine that the program runs on.
+// The real machine.
 #pragma once
 
 #include "common/KzComn_Machine.h"
 
 namespace KzCommon {
 
-/// Carries every request out with the functions of `common`, which retry, keep rights and lock folders.
+/// Carries out every request with the functions of `common`, which retry, keep rights and lock folders.
 class WindowsMachine : public Machine {
 public:
     [[nodiscard]] bool ReadValue(const RegistryPlace& place, RegistryData& data, DWORD* pdwError) const override;

@@ -15,7 +15,7 @@ bool IsCharacterData(const XmlNode& node) noexcept
     return node.eKind == XmlNode::Kind::eText || node.eKind == XmlNode::Kind::eCData;
 }
 
-/// Whether the node is what puts the next tag on a line of its own.
+/// Whether the node puts the next tag on its own line.
 bool IsLineBreak(const XmlNode& node) noexcept
 {
     return node.eKind == XmlNode::Kind::eText && node.tstrText.find(L'\n') != std::wstring::npos &&
@@ -39,7 +39,7 @@ bool IsXmlText(std::wstring_view tstrText) noexcept
 
 XmlElement::XmlElement(std::wstring tstrName) : m_tstrName(std::move(tstrName)) {}
 
-// Takes the tree down from its leaves, without recursion and without memory, however deep it is.
+// Destroys the tree from its leaves, without recursion and without allocating memory, at any depth.
 XmlElement::~XmlElement()
 {
     XmlElement* pElement = this;

@@ -7,7 +7,7 @@ namespace KzCommon::Storage {
 
 namespace {
 
-/// Encodings whose names end in a number: the code page, but for a constant.
+/// Encodings with a number at the end of their name: the offset to the code page.
 constexpr struct {
     std::string_view strPrefix;
     UINT uBase;
@@ -36,7 +36,7 @@ bool StartsWith(std::string_view strText, std::string_view strLowerPrefix) noexc
                       [](char chPrefix, char ch) { return chPrefix == Lower(ch); });
 }
 
-/// 0, which stands for a code page of its own elsewhere, when there is none.
+/// 0 (elsewhere a valid code page) if there is none.
 UINT CodePageOf(std::string_view strName) noexcept
 {
     for (const auto& row : kNamed) {

@@ -1,4 +1,4 @@
-// The failure of reading or writing an XML document.
+// Failures in reading or writing XML documents.
 #pragma once
 
 #include "common/KzComn_Exception.h"
@@ -10,8 +10,8 @@
 
 namespace KzCommon::Storage {
 
-/// An XML document cannot be read or written. The code is ERROR_XML_PARSE_ERROR (1465) for a document that is refused,
-/// ERROR_INVALID_HANDLE (6) when memory is out, otherwise that of the file or library call that failed.
+/// An XML document cannot be read or written. The code is ERROR_XML_PARSE_ERROR (1465) for a refused document,
+/// ERROR_INVALID_HANDLE (6) when memory runs out, otherwise the code of the file or library call.
 class XmlException : public Exception {
 public:
     XmlException(DWORD dwCode, const XmlPosition& position, std::wstring tstrReason,
@@ -22,10 +22,9 @@ public:
     {
     }
 
-    /// The place in the document (none when the failure belongs to no place in it), not to be confused with Line(), the
-    /// place in the program.
+    /// The position in the document (empty if the failure has none), unlike Line(), the line in the program's source.
     [[nodiscard]] const XmlPosition& Position() const noexcept { return m_position; }
-    /// What is wrong, for the trace.
+    /// A description for the trace.
     [[nodiscard]] const std::wstring& Reason() const noexcept { return m_tstrReason; }
 
 private:

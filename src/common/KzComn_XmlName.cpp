@@ -1,4 +1,4 @@
-// Which names an element may have.
+// Checks names of elements and attributes.
 #include "common/KzComn_Expat.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_XmlElement.h"
@@ -13,11 +13,11 @@ namespace {
 void XMLCALL OnStart(void* pvName, const XML_Char* szName, const XML_Char**) noexcept
 {
     auto& strLeft = *static_cast<std::string*>(pvName);
-    // Not the name when Expat takes a part of it for something else, an attribute for example.
+    // Expat may treat a part of the name as something else, for example an attribute.
     if (strLeft == szName) strLeft.clear();
 }
 
-/// Whether Expat reads an element of that name, which it then reports under the same.
+/// Whether Expat reads an element with that name and reports exactly the same name.
 bool IsReadByExpat(std::wstring_view tstrName)
 {
     Library::Expat library;
@@ -49,7 +49,7 @@ constexpr bool IsNameRest(wchar_t ch) noexcept
 bool IsXmlName(std::wstring_view tstrName)
 {
     if (tstrName.empty()) return false;
-    // Most names are plain: those need no library. Which letters of all alphabets there are is Expat's to say.
+    // Most names are ASCII and need no library. For all other letters, Expat decides.
     const bool bAscii = std::ranges::all_of(tstrName, [](wchar_t ch) { return ch < 0x80; });
     if (!bAscii) return IsReadByExpat(tstrName);
     return IsNameStart(tstrName.front()) && std::ranges::all_of(tstrName, &IsNameRest);

@@ -20,7 +20,7 @@ std::wstring ToWide(std::string_view strText)
     return tstrText;
 }
 
-/// White space as it stands in the file, its line ends turned into line feeds.
+/// The file's white space with line ends converted to line feeds.
 std::string NormalizeLineEnds(std::string_view strText)
 {
     std::string strOut;
@@ -31,7 +31,7 @@ std::string NormalizeLineEnds(std::string_view strText)
     return strOut;
 }
 
-/// Whether the first line ends in carriage return and line feed, in one or two bytes a character.
+/// Whether the first line ends in carriage return and line feed, in one or two bytes per character.
 bool EndsLinesWithCrLf(std::string_view strBytes)
 {
     const std::size_t uLineFeed = strBytes.find('\n');
@@ -40,7 +40,7 @@ bool EndsLinesWithCrLf(std::string_view strBytes)
     return uLineFeed >= uBack && strBytes[uLineFeed - uBack] == '\r';
 }
 
-/// Tells Expat about an encoding that it does not know itself.
+/// Describes an encoding that Expat does not know to Expat.
 int XMLCALL OnUnknownEncoding(void*, const XML_Char* szName, XML_Encoding* pEncoding) noexcept
 {
     ByteCharacters characters{};
@@ -50,8 +50,8 @@ int XMLCALL OnUnknownEncoding(void*, const XML_Char* szName, XML_Encoding* pEnco
     return XML_STATUS_OK;
 }
 
-/// One parse: takes what Expat reports and grows the document. No exception passes through Expat: the first failure is
-/// noted, the parser stopped, and the exception thrown when it has returned.
+/// One parse: builds the document from Expat's callbacks. No exception passes through Expat: the first failure is
+/// stored, the parser stopped, and the exception thrown after it returns.
 class Builder {
 public:
     explicit Builder(const Functions& api) : m_api(api), m_document(std::make_unique<XmlDocument>())
@@ -79,7 +79,7 @@ public:
     }
 
 private:
-    /// Turns a member function into the C function that Expat calls.
+    /// Turns a member function into the C callback for Expat.
     template <auto pfnMember>
     struct Callback;
     template <class... Arguments, void (Builder::*pfnMember)(Arguments...)>
@@ -108,7 +108,7 @@ private:
     template <class Action>
     void Attempt(Action&& action) noexcept
     {
-        if (m_dwFailure != ERROR_SUCCESS) return;  // a stopped parser may still report what it has in hand
+        if (m_dwFailure != ERROR_SUCCESS) return;  // a stopped parser may still report buffered events
         try {
             action(*this);
         } catch (Exception* pException) {
@@ -141,7 +141,7 @@ private:
                                String::FromAnsi(szReason ? szReason : "unknown error"));
     }
 
-    /// Ends the run of character data that came in pieces.
+    /// Ends a run of character data that arrived in pieces.
     void FlushText()
     {
         if (m_strText.empty()) return;
@@ -169,7 +169,7 @@ private:
     void OnEnd(const XML_Char*)
     {
         FlushText();
-        m_pCurrent->SetEndTag(m_api.GetCurrentByteCount(m_parser) > 0);  // none of its own for <name/>
+        m_pCurrent->SetEndTag(m_api.GetCurrentByteCount(m_parser) > 0);  // <name/> has none
         --m_cLevels;
         m_pCurrent = m_cLevels > 0 ? m_pCurrent->GetParent() : &m_document->Content();
     }
@@ -203,7 +203,7 @@ private:
         Fail(ERROR_XML_PARSE_ERROR, L"a document type declaration is not accepted");
     }
 
-    /// Outside the root element: white space, which no other handler is told about.
+    /// Outside the root element: white space, for which no other callback exists.
     void OnAnythingElse(const XML_Char* pchText, int cch)
     {
         const std::string_view strText(pchText, static_cast<std::size_t>(cch));

@@ -1,11 +1,11 @@
-// Places in XML documents.
+// Positions in XML documents.
 #pragma once
 
 #include <windows.h>
 
 namespace KzCommon::Storage {
 
-/// Where something stands in a document, counted from 1; both 0 for what has no place in it.
+/// A position in a document, counted from 1; both fields are 0 if there is none.
 struct XmlPosition {
     ULONGLONG ullLine = 0;
     ULONGLONG ullColumn = 0;  ///< in characters

@@ -35,7 +35,7 @@ public:
     void Node(const XmlNode& node)
     {
         switch (node.eKind) {
-            case XmlNode::Kind::eElement: break;  // its tags are written by the walk
+            case XmlNode::Kind::eElement: break;  // the walk writes its tags
             case XmlNode::Kind::eText: Escaped(node.tstrText, false); break;
             case XmlNode::Kind::eCData: Verbatim(L"<![CDATA[", node.tstrText, L"]]>"); break;
             case XmlNode::Kind::eComment: Verbatim(L"<!--", node.tstrText, L"-->"); break;
@@ -60,8 +60,8 @@ private:
         m_tstrText += tstrAfter;
     }
 
-    /// A parser turns a carriage return into a line feed, and in attributes all white space into blanks: what must come
-    /// back as it is becomes a numeric reference.
+    /// A parser turns a carriage return into a line feed and, in attributes, all white space into spaces. Characters
+    /// that must stay are written as numeric references.
     void Escaped(std::wstring_view tstrText, bool bAttribute)
     {
         for (const wchar_t ch : tstrText) {
@@ -91,7 +91,7 @@ std::string XmlWriter::ToText(const XmlDocument& document)
     const std::vector<XmlNode>& top = document.Content().Nodes();
     if (top.empty() || top.front().eKind != XmlNode::Kind::eText) output.LineEnd();
 
-    // A stack of its own instead of recursion: the elements on the way down, with what comes next in each.
+    // An explicit stack instead of recursion: the elements down to the current one, with the next child index of each.
     std::vector<std::pair<const XmlElement*, std::size_t>> path{{&document.Content(), 0}};
     while (!path.empty()) {
         auto& [pElement, uNext] = path.back();

@@ -1,5 +1,5 @@
-/* Interface of the trace library, "KzDbg64.dll": plain structures and functions, no exceptions, nothing owned across
-   the boundary. The program finds the procedures by name at run time. Each returns 0 on success. */
+/* Interface of the trace library, "KzDbg64.dll": plain structures and functions, no exceptions; no memory changes its
+   owner. The program looks up the procedures by name at run time. Each returns 0 on success. */
 #pragma once
 
 #include <windows.h>
@@ -39,14 +39,14 @@ static_assert(offsetof(DebugLogConfig, szLogExtension) == 1636);
 extern "C" {
 #endif
 
-/* Opens a trace; its handle goes to *ppTrace. A file that others hold is no failure: it is opened with a later line. */
+/* Opens a trace and stores its handle in *ppTrace. A file in use is not a failure: a later line opens it. */
 typedef DWORD(__stdcall* KzDbgInitializeProc)(void** ppTrace, const struct DebugLogConfig* pConfig);
 /* Appends one finished line; pTime is the line's local time. */
 typedef DWORD(__stdcall* KzDbgTraceProc)(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine);
 /* Closes the trace; the handle is no longer valid. */
 typedef DWORD(__stdcall* KzDbgUninitializeProc)(void* pTrace);
 
-/* The procedures as the library itself declares them. */
+/* The exported procedures. */
 DWORD __stdcall KzDbgInitialize(void** ppTrace, const struct DebugLogConfig* pConfig);
 DWORD __stdcall KzDbgTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine);
 DWORD __stdcall KzDbgUninitialize(void* pTrace);

@@ -72,7 +72,7 @@ bool CL10nReader::QueryIniValue(const std::wstring& tstrPath, const std::wstring
             return false;
         case Storage::Ini::SectionOutcome::eRead: break;
     }
-    // The first text of a key wins: insert() leaves an earlier one alone.
+    // The first text of a key wins: insert() keeps existing entries.
     for (auto& entry : section.entries) m_strings.insert(std::move(entry));
     return true;
 }

@@ -6,11 +6,11 @@
 #include <map>
 #include <string>
 
-/// How long a section of a string table may be: beyond the last buffer nothing of it is read.
+/// The buffer sizes for a string table section. A section that exceeds the last one is not read at all.
 inline constexpr KzCommon::Storage::Ini::SectionGrowth kStringTableGrowth{4096, 4096, 0x7FFF};
 
-/// The texts of one language, read from "StringTable.ini" in the language's folder below "Resource\". Failures are
-/// traced and reported through the results; nothing is thrown.
+/// The texts of one language, read from "StringTable.ini" in the language's folder below "Resource\". Traces and
+/// returns failures; throws nothing.
 class CL10nReader {
 public:
     explicit CL10nReader(const KzCommon::Machine& machine) noexcept : m_machine(machine) {}
@@ -18,15 +18,15 @@ public:
     CL10nReader& operator=(const CL10nReader&) = delete;
     virtual ~CL10nReader() = default;
 
-    /// Reads section "Global" and, when it is named, an additional section, whose texts never replace global ones. The
-    /// table of "IEBHO" lies below the install folder, every other one below the folder of the running program. True
-    /// when every section asked for was read; what was read before a failure stays available.
+    /// Reads section "Global" and, if given, an additional section, whose texts never replace global ones. The table of
+    /// "IEBHO" is below the install folder, every other one below the program's folder. True when every requested
+    /// section was read; texts read before a failure stay available.
     [[nodiscard]] bool ParseL10nFile(const std::wstring& tstrLangName, const std::wstring& tstrAdditionalSection);
 
-    /// The same out of the table at `tstrPath`.
+    /// Likewise from the table at `tstrPath`.
     [[nodiscard]] bool ParseTable(const std::wstring& tstrPath, const std::wstring& tstrAdditionalSection);
 
-    /// The text of a key (matched exactly), or null when there is none. Valid until the next parse.
+    /// The text of a key (case-sensitive), or null if missing. Valid until the next parse.
     [[nodiscard]] const wchar_t* GetString(const std::wstring& tstrKey) const;
 
 private:
@@ -34,5 +34,5 @@ private:
 
     const KzCommon::Machine& m_machine;
     std::map<std::wstring, std::wstring> m_strings;
-    [[maybe_unused]] bool m_bReserved = false;  // part of the class's layout, without a use yet
+    [[maybe_unused]] bool m_bReserved = false;  // part of the class's layout, not in use yet
 };

@@ -44,7 +44,7 @@ std::wstring DescriptionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
 {
     DWORD cb = 0;
     ::SetupDiGetDeviceRegistryPropertyW(hDevices, &device, SPDRP_DEVICEDESC, nullptr, nullptr, 0, &cb);
-    // One character more than reported: the text need not end in a zero.
+    // One more character than reported: the text may lack its terminating zero.
     std::vector<wchar_t> text(cb / sizeof(wchar_t) + 1);
     if (cb == 0 || !::SetupDiGetDeviceRegistryPropertyW(hDevices, &device, SPDRP_DEVICEDESC, nullptr,
                                                         reinterpret_cast<BYTE*>(text.data()), cb, nullptr)) {
@@ -53,7 +53,7 @@ std::wstring DescriptionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
     return text.data();
 }
 
-/// "DriverVersion" of a device's driver key; empty when it has none.
+/// "DriverVersion" of a device's driver key; empty if missing.
 std::wstring DriverVersionOf(HDEVINFO hDevices, SP_DEVINFO_DATA& device)
 {
     const HKEY hKey = ::SetupDiOpenDevRegKey(hDevices, &device, DICS_FLAG_GLOBAL, 0, DIREG_DRV, KEY_READ);
@@ -78,7 +78,7 @@ std::wstring FindDriverVersion(HDEVINFO hDevices, const std::wstring& tstrName)
         Trace(kTraceInfo, L"Device %d", dwIndex);
         const std::wstring tstrDescription = DescriptionOf(hDevices, device);
         Trace(kTraceInfo, L"Driver Name = %s", tstrDescription.c_str());
-        // Without a name no touchpad is meant.
+        // Without a configured name, no touchpad matches.
         if (tstrName.empty() || tstrDescription.find(tstrName) == std::wstring::npos) {
             Trace(kTraceInfo, L"StrStr return NULL!!");
             continue;

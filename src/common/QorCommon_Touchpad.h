@@ -1,13 +1,13 @@
-// Whether an outdated touchpad driver is installed that clashes with the product's keyboard filter.
+// Detects an outdated touchpad driver that conflicts with the product's keyboard filter.
 #pragma once
 
 #include <string>
 
-/// Looks at the devices of the machine.
+/// Inspects the devices of the machine.
 class CDeployComponentsAction {
 public:
     /// The driver version of the first present mouse-class device whose description contains the product's "ETDName"
-    /// and whose driver key has one; empty when there is none. SetupDiGetClassDevsW.
+    /// and whose driver key has a version; empty if there is none. SetupDiGetClassDevsW.
     [[nodiscard]] static std::wstring GetDriverVersion();
 };
 
@@ -16,12 +16,12 @@ namespace QorCommon {
 /// The lowest supported driver version, value "ETDMinVersion" of the product key; empty when missing.
 [[nodiscard]] std::wstring GetETDMinVersionFromRegistry();
 
-/// Whether `tstrCurrent` is older than `tstrMinimum`, both dotted decimal: by the first part that differs, compared as
-/// numbers, or, when all common parts are equal, by having fewer parts. Text that is no number counts as 0.
+/// Whether `tstrCurrent` is older than `tstrMinimum`, both dotted decimal. Compares parts as numbers; if all common
+/// parts are equal, the one with fewer parts is older. Text that is not a number counts as 0.
 [[nodiscard]] bool IsDriverOlder(const std::wstring& tstrCurrent, const std::wstring& tstrMinimum);
 
-/// Whether the touchpad's driver is older than supported or, where there is no such touchpad, the installation is
-/// marked as affected ("KeystrokeBlackList" = "1").
+/// Whether the touchpad's driver is older than supported or, without such a touchpad, the installation is marked as
+/// affected ("KeystrokeBlackList" = "1").
 [[nodiscard]] bool IsETDExistAndDriverNotUpToDate();
 
 }  // namespace QorCommon

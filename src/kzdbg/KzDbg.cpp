@@ -1,4 +1,4 @@
-// The procedures that "KzDbg64.dll" exports.
+// The exported procedures of "KzDbg64.dll".
 #include "common/KzDbg.h"
 
 #include "kzdbg/TraceFile.h"
@@ -13,8 +13,7 @@ namespace {
 
 using KzDbg::TraceFile;
 
-/// The traces that are open. A handle is a number that is never given out again, so that one which is closed, or never
-/// was a handle, is told from an open one.
+/// The open traces. A handle is a number that is never used again, so that closed and invalid handles are detected.
 class OpenTraces {
 public:
     [[nodiscard]] void* Add(std::shared_ptr<TraceFile> trace)
@@ -43,7 +42,7 @@ private:
 
 OpenTraces s_traces;
 
-/// Runs `action` and turns an exception into a code: none passes the library's boundary.
+/// Runs `action` and turns an exception into a code: exceptions must not leave the library.
 template <class Action>
 DWORD WithoutThrowing(Action&& action) noexcept
 {
@@ -66,8 +65,8 @@ DWORD __stdcall KzDbgInitialize(void** ppTrace, const DebugLogConfig* pConfig)
     return WithoutThrowing([&]() -> DWORD {
         auto trace = std::make_shared<TraceFile>(*pConfig);
         const DWORD dwError = trace->Open(pConfig->stOpened);
-        // A file that others hold for a moment may be had with a later line. What is wrong with the folder stays wrong,
-        // and a trace must not try that again for every line.
+        // A later line may succeed in opening a file that is in use for a moment. A problem with the folder is
+        // permanent, and the trace must not retry it for every line.
         if (dwError != ERROR_SUCCESS && !KzCommon::Storage::IsInUse(dwError)) return dwError;
         *ppTrace = s_traces.Add(std::move(trace));
         return ERROR_SUCCESS;

@@ -12,10 +12,10 @@ namespace {
 constexpr DWORD kPatienceMilliseconds = 500;
 constexpr int kSectionAttempts = 3;
 
-/// Everybody may use the lock, services and processes of low integrity included, and nobody may take it from others.
+/// Everyone may use the lock, including services and low-integrity processes, but not block other users.
 constexpr wchar_t kEverybodyMayUse[] = L"D:(A;;GRGWGX;;;WD)S:(ML;;NW;;;LW)";
 
-/// A name without backslashes and of limited length, the same for the same path: its FNV-1a hash.
+/// A name of limited length without backslashes, the same for the same path: the path's FNV-1a hash.
 std::wstring NameOf(std::wstring tstrPath)
 {
     const int cch = static_cast<int>(tstrPath.size());
@@ -28,9 +28,9 @@ std::wstring NameOf(std::wstring tstrPath)
     return szName;
 }
 
-/// Creates the section of that name, or opens the one that is there; null when neither can be done. Creating asks for
-/// more access than an existing section grants to anybody, so of several users that come at once one creates it and the
-/// others are refused and open it. A section that has gone in between is created after all.
+/// Creates the section with that name or opens an existing one; null when both fail. Creating requires more access than
+/// an existing section grants, so when several users start at once, one creates the section and the others are refused
+/// and open it. A section that disappeared in between is created after all.
 KzCommon::UniqueKernelHandle OpenSection(SECURITY_ATTRIBUTES& attributes, const std::wstring& tstrName,
                                          DWORD cb) noexcept
 {
@@ -44,7 +44,7 @@ KzCommon::UniqueKernelHandle OpenSection(SECURITY_ATTRIBUTES& attributes, const 
     return section;
 }
 
-/// Whether the memory is really there: a section of that name that somebody else made may only be reserved.
+/// Whether the memory is committed: another program may have created a section of that name that is only reserved.
 bool IsUsable(const void* pView, SIZE_T cb) noexcept
 {
     MEMORY_BASIC_INFORMATION info{};
@@ -60,7 +60,7 @@ SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMil
                                                            &attributes.lpSecurityDescriptor, nullptr);
     const std::wstring tstrName = NameOf(tstrPath);
     m_mutex.Reset(::CreateMutexExW(&attributes, (L"Global\\" + tstrName).c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
-    // A global section takes a privilege to create; where it is missing, the users of the same session are counted.
+    // Creating a global section requires a privilege; without it, only users of the same session are counted.
     for (const wchar_t* szSpace : {L"Global\\", L"Local\\"}) {
         if (!m_section) m_section = OpenSection(attributes, szSpace + tstrName + L"-users", sizeof(Users));
     }
@@ -76,7 +76,7 @@ SharedLock::SharedLock(const std::wstring& tstrPath) : m_dwPatience(kPatienceMil
     }
     m_pUsers = static_cast<Users*>(pView);
     ::InterlockedIncrement(&m_pUsers->lCount);
-    // From here on nobody is alone; one who was may be in the middle of a line.
+    // From now on the other users know of this one; one that was alone may still be writing a line.
     const ULONGLONG ullStart = ::GetTickCount64();
     while (m_pUsers->lBusyAlone && ::GetTickCount64() - ullStart < kPatienceMilliseconds) ::Sleep(1);
 }
@@ -90,7 +90,7 @@ SharedLock::~SharedLock()
 
 bool SharedLock::BeginAlone() noexcept
 {
-    // A user that ended by force stays counted: the others then take the lock without need.
+    // A user that was killed stays counted, so the others then take the lock without need.
     if (!m_pUsers || m_pUsers->lCount != 1) return false;
     ::InterlockedExchange(&m_pUsers->lBusyAlone, TRUE);
     if (m_pUsers->lCount == 1) return true;
@@ -107,7 +107,7 @@ bool SharedLock::Acquire() noexcept
 {
     if (!m_mutex) return false;
     const DWORD dwWait = ::WaitForSingleObject(m_mutex.Get(), m_dwPatience);
-    // A process that ended while it held the lock leaves the files as good as any.
+    // A process that ended while it owned the lock leaves the files in a usable state.
     const bool bHeld = dwWait == WAIT_OBJECT_0 || dwWait == WAIT_ABANDONED;
     m_dwPatience = bHeld ? kPatienceMilliseconds : 0;
     return bHeld;

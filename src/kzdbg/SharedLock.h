@@ -1,4 +1,4 @@
-// A lock that all processes of the machine share.
+// A lock shared by all processes of the machine.
 #pragma once
 
 #include "common/KzComn_Handle.h"
@@ -7,9 +7,8 @@
 
 namespace KzDbg {
 
-/// The lock that belongs to a path, which need not exist; paths are compared without regard to case. Taking it costs
-/// more than writing a line, and most traces are alone with their file: those can do without. CreateMutexExW,
-/// CreateFileMappingW.
+/// The lock for a path (case-insensitive), which need not exist. Taking it takes longer than writing a line, and most
+/// traces are the only user of their file: those can skip it. CreateMutexExW, CreateFileMappingW.
 class SharedLock {
 public:
     explicit SharedLock(const std::wstring& tstrPath);
@@ -17,19 +16,18 @@ public:
     SharedLock& operator=(const SharedLock&) = delete;
     ~SharedLock();
 
-    /// True when nobody else has a SharedLock of this path, false when in doubt. Whoever makes one after that waits for
-    /// EndAlone, which is to follow at once.
+    /// True when no other SharedLock of this path exists, false when in doubt. A SharedLock created afterwards waits
+    /// for EndAlone, which must follow at once.
     [[nodiscard]] bool BeginAlone() noexcept;
     void EndAlone() noexcept;
 
-    /// Waits for the lock, but not for ever: a trace must not hold up what it traces. After a wait in vain, further
-    /// calls do not wait at all until the lock is free again. False when the lock is not held then.
-    /// WaitForSingleObject.
+    /// Waits for the lock for a limited time, because a trace must not block its program. After a timeout, further
+    /// calls do not wait until the lock is free again. False when the lock was not taken. WaitForSingleObject.
     [[nodiscard]] bool Acquire() noexcept;
     void Release() noexcept;
 
 private:
-    /// In memory that all users of the lock share.
+    /// In memory shared by all users of the lock.
     struct Users {
         volatile LONG lCount;
         volatile LONG lBusyAlone;
@@ -41,7 +39,7 @@ private:
     DWORD m_dwPatience;
 };
 
-/// Holds a SharedLock, or has tried to, until the end of the scope.
+/// Takes a SharedLock, or tries to, until the end of the scope.
 class SharedLockHold {
 public:
     explicit SharedLockHold(SharedLock& lock) noexcept : m_lock(lock), m_bHeld(lock.Acquire()) {}

@@ -28,7 +28,7 @@ DWORD DayOf(const SYSTEMTIME& time) noexcept
     return time.wYear * 10000U + time.wMonth * 100U + time.wDay;
 }
 
-/// The folder for temporary files: for services one that other users cannot write to, where Windows has one.
+/// The folder for temporary files: for services one that other users cannot write to, if Windows has one.
 std::wstring TempFolder()
 {
     const FARPROC pfnNewer = ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "GetTempPath2W");
@@ -39,19 +39,20 @@ std::wstring TempFolder()
     return szTemp;
 }
 
-/// The folder as a full path with trailing backslash, so that it stays the same when the current folder changes. That
-/// of the protected sessions begins with the user's profile.
+/// The full path of the folder with trailing backslash, so that it does not depend on the current folder. The folder of
+/// the protected sessions begins with the user's profile.
 std::wstring FolderOf(const DebugLogConfig& config)
 {
     std::wstring tstrFolder = KzCommon::Process::ExpandEnvironment(TextOf(config.szLogFolder));
     if (tstrFolder.empty()) tstrFolder = TempFolder();
-    // A drive alone is its root here, not the folder that happens to be current on it.
+    // A bare drive means its root here, not its current folder.
     if (tstrFolder.ends_with(L':')) tstrFolder.push_back(L'\\');
     return KzCommon::Storage::Directory::FullPath(tstrFolder) + L'\\';
 }
 
-/// Holds the folder of a trace file, made where it is missing. Whoever can put a link on the way to it would have
-/// lines, written with full rights, anywhere. Without a wait: a trace must not hold up what it traces. 0 or the code.
+/// Locks the folder of a trace file and creates it if missing. Otherwise a user's link in the path could redirect
+/// lines, which are written with full rights. Does not wait, because a trace must not block its program. Returns 0 or
+/// the code.
 DWORD HoldFolderOf(const std::wstring& tstrPath, LockedFolder& folder)
 {
     DWORD dwError = ERROR_SUCCESS;
@@ -59,8 +60,8 @@ DWORD HoldFolderOf(const std::wstring& tstrPath, LockedFolder& folder)
     return folder.Hold(tstrFolder, &dwError, {.bWait = false, .bMake = true}) ? DWORD{ERROR_SUCCESS} : dwError;
 }
 
-/// Whether a file is the only name of itself. A link that somebody put into the folder could lead a line, written with
-/// full rights, anywhere.
+/// Whether a file has only one name. A hard link in the folder could redirect lines, which are written with full
+/// rights.
 bool IsPlainFile(HANDLE hFile) noexcept
 {
     BY_HANDLE_FILE_INFORMATION info{};
@@ -68,7 +69,7 @@ bool IsPlainFile(HANDLE hFile) noexcept
            info.nNumberOfLinks == 1;
 }
 
-/// Opens or creates a file of a folder for appending, a link excepted. 0 or the code, with `file` empty.
+/// Opens or creates a file of a folder for appending, but not a link. Returns 0 or the code, with `file` empty.
 DWORD OpenForAppend(const std::wstring& tstrPath, const LockedFolder& folder, UniqueFile& file)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -100,8 +101,8 @@ bool Rename(const std::wstring& tstrFrom, const std::wstring& tstrTo) noexcept
     return ::MoveFileExW(tstrFrom.c_str(), tstrTo.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE;
 }
 
-/// Renames a file to the name of another. A process that has not written for long may have the other one open: such a
-/// file cannot be replaced, but it can be renamed, and is deleted when its last user closes it.
+/// Renames a file over another one. A process that has not written for a while may have the other one open: it then
+/// cannot be replaced, but it can be renamed and is deleted when its last user closes it.
 bool Replace(const std::wstring& tstrFrom, const std::wstring& tstrTo)
 {
     if (Rename(tstrFrom, tstrTo)) return true;
@@ -112,8 +113,8 @@ bool Replace(const std::wstring& tstrFrom, const std::wstring& tstrTo)
     return Rename(tstrFrom, tstrTo);
 }
 
-/// Moves a full file and its older ones up by one name. Nothing is moved when the file itself cannot be: somebody may
-/// have it open in a way that forbids it.
+/// Renames a full file and its older ones to the next number. Does nothing when the file itself cannot be renamed
+/// because another program has it open.
 void Roll(const std::wstring& tstrPath)
 {
     const std::wstring tstrFull = tstrPath + L".0";
@@ -125,7 +126,8 @@ void Roll(const std::wstring& tstrPath)
     if (!Replace(tstrFull, kept(1))) Rename(tstrFull, tstrPath);
 }
 
-/// The UTF-8 bytes of a line in a buffer that only grows; their number, 0 when it cannot be encoded.
+/// Stores the UTF-8 bytes of a line in a buffer that only grows. Returns their number, 0 when the line cannot be
+/// encoded.
 DWORD Encode(const wchar_t* szLine, std::vector<char>& bytes)
 {
     const std::size_t cch = std::wcslen(szLine);
@@ -251,7 +253,7 @@ DWORD TraceFile::WriteEncoded(const SYSTEMTIME& time, DWORD cbLine)
 DWORD TraceFile::Reopen(const SYSTEMTIME& time, bool bMayRoll)
 {
     const std::wstring tstrPath = PathOf(time);
-    // The name of a deleted file may be in use for as long as the file is open.
+    // The name of a deleted file may stay in use as long as the file is open.
     if (StateOf(m_file).bGone) m_file.Reset();
     LockedFolder folder;
     UniqueFile file;

@@ -1,11 +1,11 @@
-// What becomes of a call of a delayed function (cmake/SystemImports.cmake) before its table knows the address.
+// Resolves a call of a delayed function (cmake/SystemImports.cmake) before its table contains the address.
 #include "runtime/DelayTable.h"
 
 #include <delayimp.h>
 
 namespace {
 
-// Two threads in one page: neither may take the right to write away while the other one writes.
+// Two threads may change the same page: neither may restore its protection while the other one writes.
 SRWLOCK g_tables{};
 
 [[noreturn]] void EndWithoutFunction(DWORD dwError)
@@ -15,8 +15,8 @@ SRWLOCK g_tables{};
     __builtin_unreachable();
 }
 
-/// Called by the toolchain's helper at each of its steps. The first one leaves it nothing to do: its own search would
-/// begin beside the program, and it would write into the table whether that is allowed or not.
+/// The toolchain's helper calls this at each of its steps. The first call does all the work: the helper's own search
+/// would start beside the program, and it would write to the table without checking the page's protection.
 FARPROC WINAPI FindFunction(unsigned uStep, PDelayLoadInfo pInfo)
 {
     if (uStep != dliStartProcessing) return nullptr;

@@ -14,8 +14,8 @@ Target* At(ULONGLONG ullRva) noexcept
     return reinterpret_cast<Target*>(reinterpret_cast<ULONG_PTR>(&__ImageBase) + ullRva);
 }
 
-/// Loads one library for good and fills its table; the name of what is missing, or null. A library of which nothing is
-/// used stays out.
+/// Loads one library permanently and fills its table; returns the missing name, or null. Skips a library without used
+/// functions.
 const char* LoadOne(const ImgDelayDescr& library) noexcept
 {
     const auto* pName = At<const IMAGE_THUNK_DATA>(library.rvaINT);

@@ -1,10 +1,9 @@
-// System libraries that are loaded when the first of their functions is called.
+// System libraries that are loaded at the first call of one of their functions.
 #pragma once
 
 #include <windows.h>
 
-/// Loads every system library of which this program delays a function, and fills in each of those functions: after
-/// that no first call can fail, which would end the process where it stands. False with the name of what is missing,
-/// a library's or a function's, and the Win32 code; both out-parameters are untouched on success. LoadLibraryExA,
-/// GetProcAddress, VirtualProtect.
+/// Loads every delay-loaded system library and resolves its functions, so that no later first call can fail and end the
+/// process. False with the name of the missing library or function and the Win32 code; both out-parameters are
+/// unchanged on success. LoadLibraryExA, GetProcAddress, VirtualProtect.
 [[nodiscard]] bool LoadDelayedLibraries(const char*& szMissing, DWORD& dwError) noexcept;
