@@ -1,4 +1,4 @@
-// What is known of the product's settings without a file: types, built-in defaults, secrets; the limit of a file.
+// The built-in knowledge of the product's settings: types, defaults, secrets; the size limit of a file.
 #pragma once
 
 #include "common/KzComn_XmlParser.h"
@@ -8,23 +8,23 @@
 
 namespace Config {
 
-/// The largest configuration file that is read, in bytes.
+/// The size limit of a configuration file, in bytes.
 inline constexpr std::size_t kMaxFileBytes = KzCommon::Storage::XmlParser::kMaxBytes;
 
-/// One setting that the program knows.
+/// One known setting.
 struct Default {
-    const wchar_t* szTagPath;  ///< as TagPath::Text gives it
+    const wchar_t* szTagPath;  ///< in the form of TagPath::Text
     Type eType;
-    const wchar_t* szValue;  ///< what a file that does not hold the setting is taken to say
-    /// Never in clear in the trace or in a file that the program writes.
+    const wchar_t* szValue;  ///< the default for a file without the setting
+    /// Never appears unencrypted in the trace or in a file that the program writes.
     bool bSecret = false;
 };
 
-/// All of them.
+/// All known settings.
 [[nodiscard]] std::span<const Default> Defaults() noexcept;
-/// The one of that path, compared without regard to case; null for a setting that the program does not know.
+/// The setting with that path (case-insensitive); null for an unknown setting.
 [[nodiscard]] const Default* FindDefault(const TagPath& path);
-/// Whether the program knows the setting and calls it secret.
+/// Whether the setting is known and secret.
 [[nodiscard]] bool IsSecret(const TagPath& path);
 
 }  // namespace Config

@@ -16,7 +16,7 @@ namespace {
 
 using Bytes = std::vector<UCHAR>;
 
-/// What a text begins with that is bound to its tag path. No Base64 text does.
+/// The prefix of a text that is bound to its tag path. Base64 text cannot begin with it.
 constexpr std::wstring_view kBoundPrefix = L"2:";
 
 constexpr std::size_t kNonceBytes = 12;
@@ -47,7 +47,7 @@ constexpr std::size_t kHashBytes = 32;
     if (!::CryptBinaryToStringW(bytes.data(), cb, kForm, nullptr, &cch)) return false;
     std::wstring tstrOut(cch, L'\0');
     if (!::CryptBinaryToStringW(bytes.data(), cb, kForm, tstrOut.data(), &cch)) return false;
-    tstrOut.resize(cch);  // now without the terminating zero
+    tstrOut.resize(cch);  // without the terminating zero
     tstrText = std::move(tstrOut);
     return true;
 }
@@ -66,7 +66,7 @@ constexpr std::size_t kHashBytes = 32;
     return true;
 }
 
-/// A protected value taken apart: nonce, cipher text and tag, one after the other; `strBinding` is authenticated, too.
+/// The parts of a protected value in sequence: nonce, cipher text and tag. `strBinding` is authenticated as well.
 class Sealed {
 public:
     Sealed(Bytes& bytes, std::string& strBinding) noexcept : m_bytes(bytes)

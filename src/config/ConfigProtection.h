@@ -1,4 +1,4 @@
-// Protection of the values that the configuration file keeps encrypted.
+// Encryption of values in the configuration file.
 #pragma once
 
 #include "common/KzComn_Handle.h"
@@ -15,7 +15,7 @@ namespace Config {
 /// The key string of the product's store.
 inline constexpr std::wstring_view kStoreKey = L"Kazmere configuration store, key 1";
 
-/// A buffer that is wiped before its memory is given back.
+/// A buffer that is wiped before it is freed.
 template <class Buffer>
 struct Secret {
     Buffer value;
@@ -37,30 +37,30 @@ struct KeyTraits {
     static void Release(Handle handle) noexcept { ::BCryptDestroyKey(handle); }
 };
 
-/// Turns clear values into protected text and back: AES-256 in Galois/counter mode under the SHA-256 hash of a key
-/// string, a fresh random nonce for every value, the folded tag path as authenticated data, so that the text counts for
-/// that setting only. The text is "2:", then nonce, cipher text and tag in Base64. Texts of the first form, without the
-/// "2:" and the tag path, are still read. The empty text stands for the empty value.
+/// Encrypts values to protected text and back: AES-256 in Galois/counter mode with the SHA-256 hash of a key string as
+/// key, a new random nonce for every value and the folded tag path as authenticated data, so that the text is valid
+/// only for that setting. The text is "2:", then nonce, cipher text and tag in Base64. Texts of the first form, without
+/// "2:" and tag path, can still be read. An empty value has an empty text.
 class ValueProtection {
 public:
     /// Prepares the key. False with the NTSTATUS code of the failed call in `dwError`. BCryptGenerateSymmetricKey.
     [[nodiscard]] bool Open(std::wstring_view tstrKeyString, DWORD& dwError);
 
-    /// False with the code of what failed. BCryptEncrypt.
+    /// False with the code of the failure. BCryptEncrypt.
     [[nodiscard]] bool Protect(const TagPath& path, const std::wstring& tstrClear, std::wstring& tstrText,
                                DWORD& dwError) const;
 
-    /// False with the code for a text that was not made under this key and for this path or was changed since:
-    /// STATUS_AUTH_TAG_MISMATCH (0xc000a002), or ERROR_INVALID_DATA (13) when it has not even the form. BCryptDecrypt.
+    /// False with the code: STATUS_AUTH_TAG_MISMATCH (0xc000a002) for a text made with another key or for another path
+    /// or changed since, ERROR_INVALID_DATA (13) for one of an invalid form. BCryptDecrypt.
     [[nodiscard]] bool Unprotect(const TagPath& path, const std::wstring& tstrText, Secret<std::wstring>& clear,
                                  DWORD& dwError) const;
 
-    /// Whether a protected text is of today's form and not of the first one.
+    /// Whether a protected text has the current form instead of the first one.
     [[nodiscard]] static bool IsBound(std::wstring_view tstrText) noexcept;
 
 private:
     KzCommon::UniqueHandle<AlgorithmTraits> m_hAlgorithm;
-    KzCommon::UniqueHandle<KeyTraits> m_hKey;  // released before its algorithm
+    KzCommon::UniqueHandle<KeyTraits> m_hKey;  // destroyed before its algorithm
 };
 
 }  // namespace Config

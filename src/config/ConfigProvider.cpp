@@ -12,7 +12,7 @@ using Config::ConfigStore;
 
 namespace {
 
-/// A member's text; nothing when it is absent, no string, or no UTF-8.
+/// A member's text; empty when it is missing, not a string, or not UTF-8.
 std::optional<std::wstring> TextOf(const Json::Value& value)
 {
     std::wstring tstrText;
@@ -20,7 +20,7 @@ std::optional<std::wstring> TextOf(const Json::Value& value)
     return tstrText;
 }
 
-/// A tag for the trace.
+/// The trace text of a tag.
 std::wstring TraceText(const std::string& strTag)
 {
     std::wstring tstrTag;
@@ -42,7 +42,7 @@ Change ChangeOf(const std::wstring& tstrTag, Outcome eOutcome, const wchar_t* sz
     return change;
 }
 
-/// What a file holds of a setting.
+/// The content of a file for one setting.
 struct Setting {
     ConfigStore::Found eFound = ConfigStore::Found::eNone;
     Config::Value value;
@@ -56,7 +56,7 @@ Setting Read(const ConfigStore& store, const Config::TagPath& path)
     return setting;
 }
 
-/// Describes a setting that was written; a secret without its values.
+/// Describes a written setting; a secret without its values.
 void Show(Change& change, const Config::TagPath& path, const Setting& before, const Config::Value& users,
           const Setting& after)
 {
@@ -138,7 +138,7 @@ DWORD CConfigProvider::Dispatch(DWORD dwMessage, Json::Value& request)
 
 DWORD CConfigProvider::Query(Json::Value& request)
 {
-    FoundTypes& foundTypes = m_found.emplace();  // first of all: whatever fails from here on, nothing counts as found
+    FoundTypes& foundTypes = m_found.emplace();  // first: if a later step fails, no value counts as found
     Json::Value& data = request["Data"];
     m_refused.clear();
     ConfigStore store(m_machine, m_protection);

@@ -1,4 +1,4 @@
-// The product's configuration, "config.xml", reached through JSON requests.
+// Access to the product's configuration, "config.xml", through JSON requests.
 #pragma once
 
 #include "config/ConfigProtection.h"
@@ -13,21 +13,21 @@
 #include <string>
 #include <vector>
 
-/// Called in this order: PreInitialize, Initialize, any number of MessageProc, Uninitialize. All of them but the last
-/// return a Config::Result; nothing is thrown.
+/// Call order: PreInitialize, Initialize, any number of MessageProc, Uninitialize. All except the last return a
+/// Config::Result; nothing is thrown.
 ///
-/// A request is an object whose member "Data" is an object of settings: tag paths and values, all texts in UTF-8.
-/// Values are strings ("0" and "1" for a bool, decimal for an int), protected ones their protected text
+/// A request is an object with the member "Data", an object of settings: tag paths and values, all in UTF-8. Values are
+/// strings ("0" and "1" for a bool, decimal for an int); protected values are in their protected form
 /// (Config::ToTransit).
 class CConfigProvider {
 public:
-    /// Fills every member of "Data" with the current value from "config.xml" in the product's install folder: the
-    /// built-in default where the file has none, null where there is neither. A value that is refused is left as it was
-    /// sent, and so is everything when the file cannot be read.
+    /// Sets every member of "Data" to the current value from "config.xml" in the product's install folder: the built-in
+    /// default if the file has no value, null if there is no default either. Refused values are unchanged, and so are
+    /// all members when the file is unreadable.
     static constexpr DWORD kQuery = 0x15000001;
-    /// Writes the members of "Data" into the existing file "FileName" in the folder "FilePath". Left out are null
-    /// members and, after a query, whatever that did not find in the installed file: a built-in default is no value of
-    /// the user's. Everything else in the file stays, and a file in which nothing changes is not touched.
+    /// Writes the members of "Data" to the existing file "FileName" in the folder "FilePath". Skips null members and,
+    /// after a query, members not found in the installed file, because a built-in default is not a user's value. Keeps
+    /// the rest of the file, and does not write the file if nothing changes.
     static constexpr DWORD kWrite = 0x15000002;
 
     explicit CConfigProvider(KzCommon::Machine& machine) noexcept : m_machine(machine) {}
@@ -43,7 +43,7 @@ public:
     [[nodiscard]] DWORD MessageProc(DWORD dwMessage, Json::Value& request);
     void Uninitialize() noexcept;
 
-    /// What the last kWrite did with each setting of its request, in its order: Action::eCarryOver, without a target.
+    /// The result of the last kWrite for each setting of its request, in order: Action::eCarryOver, without a target.
     [[nodiscard]] const std::vector<KzCommon::Change>& Changes() const noexcept { return m_changes; }
 
 private:
@@ -57,16 +57,16 @@ private:
     [[nodiscard]] bool WriteTag(Config::ConfigStore& store, const std::string& strTag, const Json::Value& value,
                                 KzCommon::Change& change) const;
     [[nodiscard]] bool WriteData(Config::ConfigStore& store, const Json::Value& data);
-    /// Why a setting has no value to write.
+    /// Why there is no value to write for a setting.
     [[nodiscard]] const wchar_t* WhyNotFound(const std::string& strTag) const;
 
     KzCommon::Machine& m_machine;
     std::wstring m_tstrInstallDir;
     Config::ValueProtection m_protection;
     bool m_bReady = false;
-    // What the session's query found, with its types: what a new element is made as. Nothing before a query.
+    // The settings found by the session's query with their types, which new elements get. Empty before a query.
     std::optional<FoundTypes> m_found;
     DWORD m_dwQueried = Config::eOk;
-    std::set<std::string> m_refused;  // by the session's query
+    std::set<std::string> m_refused;  // refused by the session's query
     std::vector<KzCommon::Change> m_changes;
 };

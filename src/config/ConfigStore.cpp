@@ -27,13 +27,13 @@ bool IsProtected(const XmlElement& element)
     return ProtectionOf(element) == Protection::eProtected;
 }
 
-/// Whether elements can be put into this one without spoiling a value.
+/// Whether child elements can be added to this one without damaging a value.
 bool IsSection(const XmlElement& element)
 {
     return element.GetFirstChild() || Trimmed(element.GetText()).empty();
 }
 
-/// Follows the path from the root as far as elements go; `cLeft` is the number of names that lead nowhere.
+/// Follows the path from the root as far as elements exist; `cLeft` is the number of remaining names.
 template <class Element>
 Element* Follow(Element* pElement, const TagPath& path, std::size_t& cLeft)
 {
@@ -182,7 +182,7 @@ bool ConfigStore::Store(XmlElement& element, const TagPath& path, const Value& v
 bool ConfigStore::SealedText(const XmlElement& element, const TagPath& path, const Value& value,
                              const std::wstring& tstrClear, std::wstring& tstrText) const
 {
-    // The same value would become another text under another nonce: what holds it already stays.
+    // The same value would get a different text with a new nonce, so keep the existing one.
     const Value held = ValueOf(element);
     DWORD dwError = ERROR_SUCCESS;
     Secret<std::wstring> clear;

@@ -1,4 +1,4 @@
-// One configuration file: its settings are read and replaced one by one.
+// One configuration file, with access to single settings.
 #pragma once
 
 #include "common/KzComn_Machine.h"
@@ -11,20 +11,20 @@
 
 namespace Config {
 
-/// What the attributes of an element say about the protection of its text.
+/// The protection of an element's text, by its attributes.
 enum class Protection {
     eNone,
-    eMisspelt,  ///< meant to be protected, but its text is taken to be in clear: Protected="1", protected="true"
-    eProtected  ///< protected="1", exactly so
+    eMisspelt,  ///< meant to be protected but read as clear text: Protected="1", protected="true"
+    eProtected  ///< exactly protected="1"
 };
-/// What those of `element` say.
+/// The protection of `element`, by its attributes.
 [[nodiscard]] Protection ProtectionOf(const KzCommon::Storage::XmlElement& element);
 
-/// What an element without child elements holds. White space around it counts only in a clear text.
+/// The value of an element without child elements. White space around it is significant only in clear text.
 [[nodiscard]] Value ValueOf(const KzCommon::Storage::XmlElement& element);
 
-/// A setting is an element without child elements; its attribute "type" says what its text is (see Type), and with
-/// protected="1" the text is kept encrypted. Failures are traced, the values never.
+/// A setting is an element without child elements. Its attribute "type" defines the form of its text (see Type), and
+/// protected="1" means that the text is encrypted. Failures are traced, values never.
 class ConfigStore {
 public:
     ConfigStore(KzCommon::Machine& machine, const ValueProtection& protection) noexcept
@@ -37,20 +37,20 @@ public:
 
     enum class Found { eValue, eNone, eRefused };
 
-    /// Reads one setting and its type. eNone when the file does not hold it; eRefused when what it holds does not fit
-    /// its type or fails its authentication, so that neither garbage nor a protected value left in clear gets out. An
-    /// `int` or `bool` without a text holds none. A secret (IsSecret) that stands in clear comes out protected.
+    /// Reads one setting and its type. eNone when the file does not contain it; eRefused when the value does not fit
+    /// its type or fails its authentication, so that neither garbage nor an unencrypted protected value is returned. An
+    /// `int` or `bool` without a text has no value. An unencrypted secret (IsSecret) is returned protected.
     [[nodiscard]] Found Read(const TagPath& path, Value& value, Type& eType) const;
 
-    /// Writes one setting. A missing element is created, as one of type `eNewType`, protected when the value is. A
-    /// protected value goes into a protected element as it is (in today's form) and into another one in clear; a clear
-    /// value is protected where the element is. A secret makes its element a protected one, and so does a protected
-    /// value one that is meant to be. What holds the value already stays. False, with the setting left as it was, when
-    /// the value does not fit the element's type, fails its authentication or cannot stand in XML, and when the path is
-    /// that of a section or leads through a value.
+    /// Writes one setting. Creates a missing element with type `eNewType`, protected if the value is. Writes a
+    /// protected value to a protected element unchanged (in the current form), to another element decrypted; encrypts a
+    /// clear value for a protected element. Makes the element of a secret protected, and also an eMisspelt one for a
+    /// protected value. Keeps an element that already has the value. False, with the setting unchanged, when the value
+    /// does not fit the element's type, fails its authentication or cannot be written as XML, and when the path is a
+    /// section or passes through a value.
     [[nodiscard]] bool Write(const TagPath& path, const Value& value, Type eNewType);
 
-    /// Replaces the file when a setting has changed since Open.
+    /// Replaces the file if a setting has changed since Open.
     [[nodiscard]] bool Save();
 
 private:

@@ -27,7 +27,7 @@ constexpr struct {
 
 bool IsInteger(const std::wstring& tstrValue) noexcept
 {
-    // boost::lexical_cast takes a plus sign as well.
+    // boost::lexical_cast also accepts a plus sign.
     const auto itDigits = tstrValue.begin() + (tstrValue.starts_with(L'-') ? 1 : 0);
     long long llValue = 0;
     return std::all_of(itDigits, tstrValue.end(), [](wchar_t ch) { return ch >= L'0' && ch <= L'9'; }) &&
@@ -58,7 +58,7 @@ std::wstring TagPath::Folded() const
     const std::wstring tstrText = Text();
     const int cch = static_cast<int>(tstrText.size());
     std::wstring tstrFolded(tstrText.size(), L'\0');
-    // Without linguistic casing the result is as long as the text.
+    // Without linguistic casing the result has the length of the text.
     if (::LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_UPPERCASE, tstrText.data(), cch, tstrFolded.data(), cch, nullptr,
                         nullptr, 0) != cch) {
         Storage::Throw(::GetLastError());

@@ -1,4 +1,4 @@
-// The values of the configuration store: tag paths, types, and the form in which values travel.
+// The values of the configuration store: tag paths, types, and the form of values in requests.
 #pragma once
 
 #include <optional>
@@ -8,27 +8,27 @@
 
 namespace Config {
 
-/// The path of one setting: the names of elements below the root, such as "/ProxySettings/Enable". Names are matched
-/// without regard to case; a slash too many changes nothing.
+/// The path of one setting: the names of elements below the root, such as "/ProxySettings/Enable". Names are
+/// case-insensitive; extra slashes are ignored.
 class TagPath {
 public:
-    /// Nothing for a text without a name, with a zero in it, or with more than kMaxNames names.
+    /// Empty for a text without a name, with a zero in it, or with more than kMaxNames names.
     [[nodiscard]] static std::optional<TagPath> Parse(const std::wstring& tstrPath);
 
     static constexpr std::size_t kMaxNames = 32;
 
-    /// At least one.
+    /// Contains at least one name.
     [[nodiscard]] const std::vector<std::wstring>& Names() const noexcept { return m_names; }
     /// The path with one slash before every name.
     [[nodiscard]] std::wstring Text() const;
-    /// The same text for all spellings of the path: that of Text() in capitals. LCMapStringEx.
+    /// The same text for all spellings of the path: Text() in upper case. LCMapStringEx.
     [[nodiscard]] std::wstring Folded() const;
 
 private:
     std::vector<std::wstring> m_names;
 };
 
-/// What an element's attribute "type" says about its value.
+/// The type of a value, by its element's attribute "type".
 enum class Type {
     eString,  ///< any text; also without the attribute
     eInt,     ///< decimal, 64 bits with sign
@@ -36,25 +36,25 @@ enum class Type {
     eUnknown  ///< another word in the attribute: no value fits
 };
 
-/// What the attribute's text means, compared exactly; eString for an empty one.
+/// The type for the attribute's text (case-sensitive); eString for an empty one.
 [[nodiscard]] Type TypeOfName(std::wstring_view tstrName) noexcept;
-/// The attribute's text; empty for eString, of which the attribute says nothing, and for eUnknown.
+/// The attribute's text; empty for eString, which needs no attribute, and for eUnknown.
 [[nodiscard]] const wchar_t* NameOfType(Type eType) noexcept;
-/// Whether the (clear) value is one of the type.
+/// Whether the (clear) value is valid for the type.
 [[nodiscard]] bool Fits(Type eType, const std::wstring& tstrValue) noexcept;
 
-/// A value on its way from one configuration file to another.
+/// A value that is copied between configuration files.
 struct Value {
     bool bProtected = false;
-    std::wstring tstrText;  ///< protected text (see ConfigProtection.h) or clear
+    std::wstring tstrText;  ///< protected text (see ConfigProtection.h) or clear text
 
     bool operator==(const Value&) const = default;
 };
 
-/// The value as one text: a protected one after "{protected}", a clear one as it is; a clear one that could be taken
-/// for either form stands after "{clear}".
+/// The value as one text: "{protected}" before a protected one; a clear one unchanged, or after "{clear}" if it begins
+/// with one of these words.
 [[nodiscard]] std::wstring ToTransit(const Value& value);
-/// The value that ToTransit made the text of.
+/// The value of a text from ToTransit.
 [[nodiscard]] Value FromTransit(const std::wstring& tstrTransit);
 
 }  // namespace Config

@@ -14,7 +14,7 @@ namespace {
 
 const CLSID kStartMenuPin = {0xA2A9545D, 0xA0C2, 0x42B4, {0x97, 0x08, 0xA0, 0xB2, 0xBA, 0xDD, 0x77, 0xC8}};
 
-/// What the trace says of one kind of link.
+/// The trace texts for one kind of link.
 struct UnpinTexts {
     TraceFormat<const wchar_t*, HRESULT> noItem;
     TraceFormat<const wchar_t*> removed;
