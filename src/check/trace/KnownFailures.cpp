@@ -8,7 +8,7 @@ namespace Check {
 
 namespace {
 
-/// How a code is written: what stands before it, and its base.
+/// One way to write a code: the text before it, and its base.
 struct CodeRow {
     std::wstring_view tstrBefore;
     int iBase;
@@ -30,7 +30,7 @@ struct HarmlessRow {
     std::wstring_view tstrStart;
     std::wstring_view tstrPart;
     std::wstring_view tstrEnd;
-    std::wstring_view tstrSource;  ///< empty: any
+    std::wstring_view tstrSource;  ///< empty: any source
     const wchar_t* szWhy;
 };
 constexpr HarmlessRow kHarmless[] = {
@@ -46,11 +46,11 @@ constexpr HarmlessRow kHarmless[] = {
     {L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x80040154]", L"", L"", L"",
      L"nothing can be unpinned there; the shortcuts are removed all the same"},
 };
-// The first that fits is taken: those of one source stand before those of any.
+// The first match counts, so rows with a source precede rows for any source.
 static_assert(std::ranges::is_partitioned(kHarmless, [](const HarmlessRow& row) { return !row.tstrSource.empty(); }));
 
 struct PageRow {
-    std::wstring_view tstrSource;  ///< beginning of the source's name; the longest that fits counts
+    std::wstring_view tstrSource;  ///< beginning of the source's name; the longest match counts
     const wchar_t* szPage;
 };
 constexpr PageRow kPages[] = {

@@ -1,4 +1,4 @@
-// What a line of the failure level means: its code, the page to read, and whether it is a failure at all.
+// Explains lines of the failure level: code, page to read, and whether the line is a failure at all.
 #pragma once
 
 #include "check/trace/TraceReader.h"
@@ -7,13 +7,13 @@
 
 namespace Check {
 
-/// The code that a message ends with, in whichever of the agent's ways it is written.
+/// The code at the end of a message, in any form that the agent uses.
 [[nodiscard]] std::optional<DWORD> CodeOf(std::wstring_view tstrMessage);
 
-/// Why a line that looks like a failure is none; null for a real one.
+/// Why a line that looks like a failure is harmless; null for a real failure.
 [[nodiscard]] const wchar_t* WhyHarmless(const TraceLine& line);
 
-/// Where to read about the lines of a source file.
+/// The page about the lines of a source file.
 [[nodiscard]] const wchar_t* PageOf(std::wstring_view tstrSource);
 
 }  // namespace Check

@@ -18,17 +18,17 @@ namespace Check {
 namespace {
 
 constexpr unsigned kMaxRolled = 9;
-/// Without progress lines nothing tells two processes of one number apart but the time between their lines.
+/// Without progress lines, only the time between lines distinguishes two processes with the same id.
 constexpr LONGLONG kLongPause = 60LL * 60 * 1000;
 constexpr std::wstring_view kStartMessage = L"Paramter is ";
 constexpr std::wstring_view kBeforeStart = L"*** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read.";
 
-/// Reads what a line is made of, from its beginning on.
+/// Parses a line from its beginning.
 class Cursor {
 public:
     explicit Cursor(std::wstring_view tstrText) : m_tstrText(tstrText) {}
 
-    /// Takes digits of the base, at least one and as many as `cMost`; the text of them.
+    /// Takes at least one and at most `cMost` digits of the base and returns their text.
     std::wstring_view Digits(bool bHex, std::size_t cMost)
     {
         std::size_t cDigits = 0;
@@ -108,7 +108,7 @@ LONGLONG ParseTime(Cursor& cursor)
     return duration_cast<milliseconds>(sys_days(date).time_since_epoch() + time).count();
 }
 
-/// A line up to its message, which is all the rest; nothing for a line of another form.
+/// A line's fields and message (the whole rest); empty for a line of another form.
 std::optional<TraceLine> ParseHead(std::wstring_view tstrText)
 {
     constexpr std::size_t kTimeCharacters = 19;
@@ -128,7 +128,7 @@ std::optional<TraceLine> ParseHead(std::wstring_view tstrText)
     return cursor.IsOk() ? std::optional(line) : std::nullopt;
 }
 
-/// How many characters of a line come before " - Source.cpp(12)", and that source; all of them for a line without.
+/// The length of a line before " - Source.cpp(12)", and that source; the whole length for a line without it.
 std::size_t FindSource(std::wstring_view tstrText, std::wstring_view& tstrSource)
 {
     const std::size_t uDash = tstrText.rfind(L" - ");
@@ -140,7 +140,7 @@ std::size_t FindSource(std::wstring_view tstrText, std::wstring_view& tstrSource
     return uDash;
 }
 
-/// The lines of a file. What stands between two lines belongs to the message of the first.
+/// The lines of a file. Text between two lines belongs to the message of the first.
 std::vector<TraceLine> ParseLines(std::wstring_view tstrText)
 {
     std::vector<TraceLine> lines;
@@ -149,7 +149,7 @@ std::vector<TraceLine> ParseLines(std::wstring_view tstrText)
         std::wstring_view tstrLine = tstrText.substr(0, uEnd);
         tstrText.remove_prefix(std::min(uEnd + 1, tstrText.size()));
         if (tstrLine.ends_with(L'\r')) tstrLine.remove_suffix(1);
-        if (tstrLine.starts_with(L'\xFEFF')) tstrLine.remove_prefix(1);  // of a file that was put behind another
+        if (tstrLine.starts_with(L'\xFEFF')) tstrLine.remove_prefix(1);  // of an appended file
         if (std::optional<TraceLine> line = ParseHead(tstrLine)) {
             line->tstrMessage = line->tstrMessage.substr(0, FindSource(line->tstrMessage, line->tstrSource));
             lines.push_back(*line);
@@ -167,7 +167,7 @@ std::wstring Decode(std::string_view strBytes)
     if (strBytes.starts_with("\xEF\xBB\xBF")) strBytes.remove_prefix(3);
     std::wstring tstrText;
     if (String::FromUtf8(strBytes, tstrText)) return tstrText;
-    // A damaged file still has a lot to say.
+    // Invalid UTF-8 is replaced: a damaged file is still useful.
     const int cb = static_cast<int>(strBytes.size());
     tstrText.resize(strBytes.size());
     const int cch =
@@ -176,7 +176,7 @@ std::wstring Decode(std::string_view strBytes)
     return tstrText;
 }
 
-/// The name that a file had before it was rolled, and its number, 0 for one that was not.
+/// The path before the file was rolled, and its number; 0 for a file that was not rolled.
 std::pair<std::wstring, unsigned> SplitNumber(const std::wstring& tstrPath)
 {
     const std::size_t uDot = tstrPath.rfind(L'.');
@@ -244,7 +244,7 @@ private:
         return {m_runs.size() - 1, line.eLevel == TraceLevel::eProgress};
     }
 
-    /// The one line that comes before a run's first, taken from the end of the run before.
+    /// Takes the one line that precedes a run's first line from the end of the previous run.
     static std::optional<TraceLine> TakeHead(TraceRun& run)
     {
         const TraceLine last = run.lines.back();

@@ -1,4 +1,4 @@
-// Trace files, taken apart into lines and runs.
+// Splits trace files into lines and runs.
 #pragma once
 
 #include <windows.h>
@@ -14,11 +14,11 @@ namespace Check {
 
 enum class TraceLevel { eStep, eProgress, eFailure, eOther };
 
-/// One message, with what stands before and after it. The texts belong to the reader.
+/// One message with its fields. The texts belong to the reader.
 struct TraceLine {
-    LONGLONG llMilliseconds = 0;    ///< local time, since the first day of 1970
-    std::wstring_view tstrTime;     ///< as it is written, without the milliseconds
-    std::wstring_view tstrProcess;  ///< hexadecimal, as it is written
+    LONGLONG llMilliseconds = 0;    ///< local time since 1 January 1970
+    std::wstring_view tstrTime;     ///< original text, without milliseconds
+    std::wstring_view tstrProcess;  ///< original text, hexadecimal
     TraceLevel eLevel = TraceLevel::eOther;
     std::wstring_view tstrModule;  ///< "Brevant"
     std::wstring_view tstrMessage;
@@ -30,27 +30,27 @@ struct TraceRun {
     std::vector<TraceLine> lines;
 };
 
-/// Reads trace files and sorts their lines into runs. Files that were rolled (NAME.1, NAME.2, ...) and those of other
-/// days (NAME_20261121) belong together: a run goes on from one to the next.
+/// Reads trace files and sorts their lines into runs. Rolled files (NAME.1, NAME.2, ...) and files of other days
+/// (NAME_20261121) belong together: a run may continue from one to the next.
 class TraceReader {
 public:
-    /// Adds the file at `tstrPath` and those that were rolled out of its name, or that it was rolled out of. False with
-    /// the code when it cannot be read; ERROR_INVALID_DATA (13) when there is no line of a trace in it.
+    /// Adds the file at `tstrPath` and the other rolled files of the same name. False with the code when it is
+    /// unreadable; ERROR_INVALID_DATA (13) when it contains no trace line.
     [[nodiscard]] bool Add(const std::wstring& tstrPath, DWORD* pdwError);
 
     /// The runs of all files, by the time of their first line.
     [[nodiscard]] std::vector<TraceRun> Runs() const;
 
-    /// The rolled files that are gone, or cannot be read, between others of their trace and day.
+    /// The rolled files that are missing or unreadable between others of the same trace and day.
     [[nodiscard]] std::vector<std::wstring> MissingFiles() const;
 
     static constexpr std::size_t kMaxBytes = std::size_t{256} * 1024 * 1024;
 
 private:
-    /// The files of one trace in the order in which they were written: by day, then from the oldest rolled one on.
+    /// The order in which the files of one trace were written: by day, then from the oldest rolled file.
     using Order = std::pair<std::wstring, int>;
     struct File {
-        std::wstring tstrBase;  ///< its path before it was rolled
+        std::wstring tstrBase;  ///< the path before it was rolled
         std::vector<TraceLine> lines;
     };
     using Files = std::map<Order, File>;

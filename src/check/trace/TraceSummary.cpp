@@ -21,7 +21,7 @@ namespace {
 constexpr std::wstring_view kAgent = L"Brevant";
 constexpr std::wstring_view kParameter = L"Paramter is ";
 
-/// What is counted, in the order in which it is shown.
+/// The counted kinds of changes, in display order.
 enum class Figure { eFolders, eMoves, eValues, eSettings, eIniValues, eRemovals, eCommands, eShortcuts, eNone };
 
 struct FigureRow {
@@ -42,7 +42,7 @@ constexpr FigureRow kFigures[] = {
 static_assert(IsInOrder(kFigures, &FigureRow::eFigure));
 static_assert(std::size(kFigures) == static_cast<std::size_t>(Figure::eNone));
 
-/// What a record of an effect counts as, by its line.
+/// The figure that counts the records of an effect by their lines.
 constexpr Figure FigureOf(RecordEffect eEffect)
 {
     switch (eEffect) {
@@ -61,7 +61,7 @@ constexpr Figure FigureOf(RecordEffect eEffect)
     return Figure::eNone;
 }
 
-/// Whether exactly the records that are counted have a line.
+/// Whether the section has a line for exactly the counted records.
 constexpr bool AreCountedByLine(const Section& section)
 {
     return std::ranges::all_of(section.keys, [](const SectionKey& key) {
@@ -70,7 +70,7 @@ constexpr bool AreCountedByLine(const Section& section)
 }
 static_assert(std::ranges::all_of(kSections, &AreCountedByLine));
 
-/// What a line counts as.
+/// The figure that counts a line.
 Figure FigureOf(const TraceLine& line)
 {
     if (line.eLevel == TraceLevel::eStep) {
@@ -88,7 +88,7 @@ Figure FigureOf(const TraceLine& line)
     return Figure::eNone;
 }
 
-/// A line after which a run may end, or must go on.
+/// A line after which a run may end or must continue.
 struct EndRow {
     std::wstring_view tstrPart;
     RunEnd eEnd;
@@ -129,7 +129,7 @@ RunEnd EndOf(const TraceRun& run)
 
 namespace {
 
-/// Whether a run that traces its progress has its first line.
+/// Whether the first line of a run that traces its progress is missing.
 bool LacksBeginning(const TraceRun& run)
 {
     const bool bProgress = std::any_of(run.lines.begin(), run.lines.end(),
@@ -163,11 +163,11 @@ std::vector<std::wstring> FiguresOf(const TraceRun& run)
     return figures;
 }
 
-/// Adds a failure, or counts it once more.
+/// Adds a failure, or counts a repetition.
 void AddFailure(const TraceLine& line, std::wstring_view tstrAfter, const wchar_t* szNote,
                 std::vector<TraceFailure>& failures)
 {
-    // A message that names a path or a text says itself what it is about.
+    // A message with a path or a text needs no context.
     if (line.tstrMessage.find_first_of(L"\\'") != std::wstring_view::npos) tstrAfter = {};
     const auto itSame = std::find_if(failures.begin(), failures.end(), [&](const TraceFailure& failure) {
         return failure.tstrMessage == line.tstrMessage && failure.tstrSource == line.tstrSource &&

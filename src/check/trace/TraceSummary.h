@@ -1,4 +1,4 @@
-// "trace": what the runs of a trace did, for support.
+// "trace": summarizes the runs of a trace for support.
 #pragma once
 
 #include "check/trace/TraceReader.h"
@@ -9,21 +9,21 @@
 
 namespace Check {
 
-/// How a run ended, as far as its lines tell.
+/// How a run ended, according to its lines.
 enum class RunEnd {
-    eWhole,   ///< the last line is there
-    eCutOff,  ///< it is not: the program was ended, or is still running
-    eAsking,  ///< the same, and the user was being asked
-    eUnknown  ///< the lines that would tell are not traced
+    eWhole,   ///< the last line exists
+    eCutOff,  ///< it is missing: the program was ended or is still running
+    eAsking,  ///< likewise, while the user was asked a question
+    eUnknown  ///< the deciding lines are not traced
 };
 
-/// A line of the failure level, equal ones counted.
+/// A line of the failure level, with the number of equal ones.
 struct TraceFailure {
     std::wstring tstrMessage;
     std::wstring tstrSource;
-    std::wstring tstrWords;  ///< the code in words; empty without a code
-    std::wstring tstrNote;   ///< the page to read, or why the line is no fault
-    std::wstring tstrAfter;  ///< the progress line before it, where the line itself does not say what it is about
+    std::wstring tstrWords;  ///< the text of the code; empty without a code
+    std::wstring tstrNote;   ///< the page to read, or why the line is harmless
+    std::wstring tstrAfter;  ///< the previous progress line, if the line itself has no context
     std::size_t cTimes = 1;
 };
 
@@ -33,22 +33,22 @@ struct RunSummary {
     std::wstring tstrProcess;
     LONGLONG llMilliseconds = 0;
     RunEnd eEnd = RunEnd::eUnknown;
-    bool bLacksBeginning = false;       ///< its first lines were in a file that is gone
+    bool bLacksBeginning = false;       ///< the file with its first lines is missing
     std::vector<std::wstring> figures;  ///< "24 files handed to the restart"
     std::vector<TraceFailure> failures;
-    std::vector<TraceFailure> harmless;  ///< lines that look like failures and are none
+    std::vector<TraceFailure> harmless;  ///< lines that look like failures but are harmless
 };
 
 /// How a run ended, by its lines.
 [[nodiscard]] RunEnd EndOf(const TraceRun& run);
 
-/// What a run did and what failed in it.
+/// The changes and failures of a run.
 [[nodiscard]] RunSummary SummarizeRun(const TraceRun& run);
 
-/// One block of lines; with `bAll` also the lines that are no failures.
+/// One block of lines; with `bAll` also the harmless lines.
 [[nodiscard]] std::wstring FormatRun(const RunSummary& summary, bool bAll);
 
-/// The verb.
+/// Runs the verb.
 [[nodiscard]] int RunTrace(const Arguments& arguments, Output& output);
 
 }  // namespace Check

@@ -13,11 +13,11 @@ enum ExitCode : int { kClean = 0, kFound = 1, kWrongUse = 2, kCannotRead = 3, kR
 
 enum class Format { eText, eSarif, eJson };
 
-/// What a verb was called with.
+/// The arguments of a verb.
 struct Arguments {
-    std::vector<std::wstring> operands;        ///< as they were written
+    std::vector<std::wstring> operands;        ///< unchanged
     std::optional<std::wstring> optInstalled;  ///< --installed DIR
-    std::vector<std::wstring> languages;       ///< --language TAG, as often as given, or --languages TAG,...
+    std::vector<std::wstring> languages;       ///< --language TAG, any number of times, or --languages TAG,...
     std::optional<std::wstring> optProduct;    ///< --product NAME
     std::optional<std::wstring> optVersion;    ///< --version V
     Format eFormat = Format::eText;            ///< --format
@@ -27,13 +27,13 @@ struct Arguments {
     bool bInto = false;                        ///< --into
 };
 
-/// What a verb writes: the entry point hands it on when the verb has returned.
+/// The output of a verb; the entry point prints it after the verb returns.
 struct Output {
     std::string strText;      ///< UTF-8, for standard output
     std::wstring tstrErrors;  ///< one line each, for standard error
 };
 
-/// The options that exist; a verb accepts a sum of them.
+/// All options; a verb accepts a combination of them.
 enum OptionBits : unsigned {
     kInstalled = 1,
     kLanguage = 2,
@@ -49,15 +49,15 @@ enum OptionBits : unsigned {
 /// One verb: a row in the table of the entry point.
 struct Verb {
     const wchar_t* szName;
-    const wchar_t* szUsage;  ///< what follows the verb
-    const wchar_t* szHelp;   ///< what it does, and its exit codes
+    const wchar_t* szUsage;  ///< the text after the verb
+    const wchar_t* szHelp;   ///< its purpose and its exit codes
     unsigned uOptions;
     std::size_t cLeastOperands;
     std::size_t cMostOperands;
     int (*pfnRun)(const Arguments& arguments, Output& output);
 };
 
-/// Takes the arguments after the verb apart. False with what is wrong in `tstrError`.
+/// Parses the arguments after the verb. False with the error in `tstrError`.
 [[nodiscard]] bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arguments& arguments,
                                   std::wstring& tstrError);
 

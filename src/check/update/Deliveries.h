@@ -1,4 +1,4 @@
-// The deliveries of an update, as the rules look them up.
+// The deliveries of an update, indexed for the rules.
 #pragma once
 
 #include "check/update/Update.h"
@@ -13,11 +13,10 @@ namespace Check {
 /// Deliveries by destination folder (with trailing backslash).
 using Deliveries = KzCommon::String::NoCaseMap<std::vector<Delivery>>;
 
-/// The deliveries of an update. A file that is made for each language is one of them only once.
+/// The deliveries of an update. A file made for each language is included only once.
 [[nodiscard]] Deliveries SortDeliveries(const Update& update);
 
-/// The names of the files in the download folders that the restart moves away, by their folders below the install
-/// folder.
+/// The names of the files that the restart moves out of the download folders, by folder relative to the install folder.
 using MovedSources = KzCommon::String::NoCaseMap<std::vector<std::wstring>>;
 [[nodiscard]] MovedSources ListMovedSources(const Deliveries& deliveries);
 

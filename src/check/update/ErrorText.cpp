@@ -16,7 +16,7 @@ struct WordsRow {
 
 constexpr DWORD kUntrustedJunction = 448;  // ERROR_UNTRUSTED_MOUNT_POINT, which the toolchain's headers lack
 
-/// Codes that mean something of their own here, or that Windows has no good words for.
+/// Codes with a special meaning here or without a clear text in Windows.
 constexpr WordsRow kWords[] = {
     {ERROR_FILE_NOT_FOUND, L"no such file, section, key or value"},
     {ERROR_PATH_NOT_FOUND, L"no such folder"},

@@ -1,4 +1,4 @@
-// Codes in words.
+// Texts for error codes.
 #pragma once
 
 #include <windows.h>
@@ -7,8 +7,8 @@
 
 namespace Check {
 
-/// What a Win32 code or HRESULT means: the product's own words where it has any, else Windows'. "error 1234" for a code
-/// that Windows has no words for. FormatMessageW.
+/// The meaning of a Win32 code or HRESULT: the product's own text, otherwise Windows's, otherwise "error 1234".
+/// FormatMessageW.
 [[nodiscard]] std::wstring DescribeError(DWORD dwCode);
 
 }  // namespace Check

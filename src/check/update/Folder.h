@@ -1,4 +1,4 @@
-// Texts of folders.
+// Folder texts.
 #pragma once
 
 #include "common/KzComn_String.h"
@@ -9,11 +9,11 @@
 
 namespace Check {
 
-/// A folder, full or relative to another one. Its text ends in a backslash; it is empty for a folder that is not known.
+/// A folder, full or relative. Its text ends in a backslash; an unknown folder is empty.
 class Folder {
 public:
     Folder() = default;
-    /// Adds the backslash where it is missing.
+    /// Adds a missing backslash.
     Folder(std::wstring tstrText) : m_tstrText(KzCommon::String::EnsureBackslash(std::move(tstrText))) {}
     Folder(const wchar_t* szText) : Folder(std::wstring(szText)) {}
 
@@ -27,12 +27,12 @@ public:
     {
         return std::wstring(m_tstrText).append(tstrName);
     }
-    /// Whether a path is below it, by the texts alone.
+    /// Whether a path is below it, comparing only the texts.
     [[nodiscard]] bool Contains(std::wstring_view tstrPath) const noexcept
     {
         return KzCommon::String::IsBelow(tstrPath, m_tstrText);
     }
-    /// What follows this folder in a path below it; any other path as it is.
+    /// A path below this folder relative to it; any other path unchanged.
     [[nodiscard]] std::wstring Relative(const std::wstring& tstrPath) const
     {
         return Contains(tstrPath) ? tstrPath.substr(m_tstrText.size()) : tstrPath;

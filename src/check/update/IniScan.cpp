@@ -12,7 +12,7 @@ namespace Check {
 
 namespace {
 
-/// What Windows strips from both ends of a line; the last one ended a file once.
+/// The characters that Windows strips from both ends of a line; the last one is the old end-of-file character.
 constexpr std::wstring_view kBlanks = L" \t\v\f\x1a";
 
 constexpr std::string_view kUtf16Mark("\xFF\xFE", 2);
@@ -24,7 +24,7 @@ bool IsAscii(std::string_view strBytes)
     return std::all_of(strBytes.begin(), strBytes.end(), [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
 }
 
-/// Text without zeros is no UTF-16: every line end has one.
+/// Every line end of a UTF-16 text contains a zero byte.
 bool LooksLikeUtf16(std::string_view strBytes)
 {
     return strBytes.find('\0') != std::string_view::npos;
@@ -47,8 +47,8 @@ TextPosition PlaceOf(unsigned uLine, std::size_t uOffset)
     return {uLine, static_cast<unsigned>(uOffset) + 1};
 }
 
-/// Splits a line as the system and ReadSection do one after the other: blanks around the first "=" go, then further
-/// "=" belong to the key, and the value is what follows.
+/// Splits a line as the system and then ReadSection do: removes spaces around the first "=", adds further "=" to the
+/// key, and takes the rest as the value.
 IniRecord SplitLine(std::wstring_view tstrLine, std::size_t uStart, unsigned uLine)
 {
     IniRecord record;

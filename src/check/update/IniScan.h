@@ -1,4 +1,4 @@
-// A scan of our own of an INI file. Windows' functions tell what a section holds, but not where it stands.
+// Scans an INI file with positions, which the Windows functions do not provide.
 #pragma once
 
 #include "check/update/TextPosition.h"
@@ -12,23 +12,23 @@
 namespace Check {
 
 enum class IniEncoding {
-    eUtf16,          ///< UTF-16 with its byte order mark, little end first: what Windows reads the same everywhere
-    eAscii,          ///< no mark and nothing outside ASCII: the same, too
-    eUtf16Unmarked,  ///< UTF-16 without its mark
-    eCodePage,       ///< characters outside ASCII in the code page of whichever machine
-    eOtherMark       ///< the mark of UTF-8, or of UTF-16 with the big end first
+    eUtf16,          ///< UTF-16 little-endian with BOM: the same on every machine
+    eAscii,          ///< no BOM and only ASCII: also the same
+    eUtf16Unmarked,  ///< UTF-16 without BOM
+    eCodePage,       ///< non-ASCII characters in the code page of some machine
+    eOtherMark       ///< a UTF-8 or UTF-16 big-endian BOM
 };
 
-/// One line of a section that is not empty and no comment.
+/// One line of a section that is neither empty nor a comment.
 struct IniRecord {
-    TextPosition place;         ///< of the key
-    TextPosition valuePlace;    ///< of the value
-    std::wstring tstrKey;       ///< of a run of "=" all but the last belong to it; of a line without "=" all of it
-    std::wstring tstrValue;     ///< empty when the line is no record
+    TextPosition place;         ///< position of the key
+    TextPosition valuePlace;    ///< position of the value
+    std::wstring tstrKey;       ///< with all but the last of a run of "="; the whole line if it has no "="
+    std::wstring tstrValue;     ///< empty when the line is not a record
     bool bEquals = false;       ///< the line has a "="
-    bool bBlankBefore = false;  ///< blanks stand before the "="
+    bool bBlankBefore = false;  ///< spaces before the "="
 
-    /// Whether Windows' whole-section function and the splitting after it make a record of it.
+    /// Whether Windows's whole-section function and the following split give a record.
     [[nodiscard]] bool IsRecord() const noexcept { return !tstrValue.empty(); }
 };
 
@@ -38,13 +38,13 @@ struct IniSection {
     std::vector<IniRecord> records;
 };
 
-/// A comment, and the line that it is about.
+/// A comment and the line that it refers to.
 struct IniComment {
     std::wstring tstrText;  ///< after ";"
-    unsigned uLine;         ///< the next line that is no comment; 0 for a comment before the first section
+    unsigned uLine;         ///< the next line that is not a comment; 0 before the first section
 };
 
-/// The sections of one file in the order of their lines, those of equal names each by itself.
+/// The sections of one file in line order; sections with the same name are separate.
 class IniScan {
 public:
     /// Reads and scans the file at `tstrPath`. False with the Win32 code; ERROR_FILE_TOO_LARGE (223) for more than
@@ -54,15 +54,15 @@ public:
     void Scan(std::string_view strBytes);
 
     [[nodiscard]] IniEncoding Encoding() const noexcept { return m_eEncoding; }
-    /// The first character outside ASCII where the encoding does not bear it; line 0 when there is none.
+    /// The first non-ASCII character in an encoding that does not support it; line 0 if there is none.
     [[nodiscard]] TextPosition FirstForeign() const noexcept { return m_foreign; }
-    /// Halves of surrogate pairs that stand alone, and a last half character.
+    /// Unpaired surrogates and a half character at the end.
     [[nodiscard]] const std::vector<TextPosition>& Damaged() const noexcept { return m_damaged; }
-    /// Lines before the first section, which belong to none.
+    /// Lines before the first section.
     [[nodiscard]] const std::vector<IniRecord>& Stray() const noexcept { return m_stray; }
     [[nodiscard]] const std::vector<IniComment>& Comments() const noexcept { return m_comments; }
     [[nodiscard]] const std::vector<IniSection>& Sections() const noexcept { return m_sections; }
-    /// The section that Windows reads under that name, the first one, compared without regard to case; null without.
+    /// The section that Windows reads under that name (case-insensitive), which is the first one; null if missing.
     [[nodiscard]] const IniSection* Find(std::wstring_view tstrName) const noexcept;
 
     static constexpr std::size_t kMaxBytes = std::size_t{16} * 1024 * 1024;
@@ -79,7 +79,7 @@ private:
     std::vector<TextPosition> m_damaged;
     std::vector<IniRecord> m_stray;
     std::vector<IniComment> m_comments;
-    std::size_t m_cCommentsWithLine = 0;  ///< those after them wait for theirs
+    std::size_t m_cCommentsWithLine = 0;  ///< the later ones have no line yet
     std::vector<IniSection> m_sections;
 };
 

@@ -1,4 +1,4 @@
-// The records of an instruction file as the agent takes them: by section and key, in the order of a run.
+// The records of an instruction file as the agent reads them: by section and key, in run order.
 #pragma once
 
 #include "agent/Sections.h"
@@ -11,43 +11,43 @@
 
 namespace Check {
 
-/// Whether a section is one that `reading` reads, its name compared without regard to case as Windows does; a language
-/// follows where the reading has one.
+/// Whether `reading` reads the section, compared case-insensitively as in Windows; a language follows if the reading
+/// has one.
 [[nodiscard]] bool IsNamed(const ::Section& reading, std::wstring_view tstrName);
 
-/// The keys that all readers of a section take; empty for one that is not read.
+/// The keys of all readers of a section; empty for a section that is not read.
 [[nodiscard]] std::vector<std::wstring> KeysOf(std::wstring_view tstrSection);
 
-/// A record that the agent takes, and the row of its key.
+/// A record that the agent reads, with the row of its key.
 struct Instruction {
     const SectionKey* pKey;
     const IniRecord* pRecord;
 };
 
-/// All records that the agent takes, in the order in which it carries them out. Those of unknown sections and keys, of
-/// a length that is refused, and of sections that Windows does not read are left out. Valid as long as the scan.
+/// All records that the agent reads, in execution order, without unknown sections and keys, refused lengths and
+/// sections that Windows does not read. Valid as long as the scan.
 [[nodiscard]] std::vector<Instruction> ListInstructions(const IniScan& scan);
 
-/// A field of a record, and where it stands in its line.
+/// A field of a record and its position in the line.
 struct Field {
     std::wstring tstrText;
     TextPosition place;
-    bool bEmptyBefore;  ///< a field before it is empty, so that this one moves up
+    bool bEmptyBefore;  ///< a field before it is empty, so this one moves forward
 };
 
 /// All fields of a record as the agent splits it.
 [[nodiscard]] std::vector<Field> SplitRecord(const IniRecord& record);
 
-/// A record's key path as Windows takes it: backslashes at its end are dropped.
+/// A record's key path as Windows reads it, without trailing backslashes.
 [[nodiscard]] std::wstring KeyPathOf(std::wstring tstrKeyPath);
 
-/// The install folder that is taken when none is known: the installer's usual one.
+/// The installer's default folder, used when the install folder is unknown.
 inline constexpr wchar_t kUsualInstallFolder[] = L"C:\\Program Files\\Kazmere\\KZVLT\\";
 
-/// The folders of a customer's machine that the placeholders stand for, the log folders taken as set.
+/// The values of the placeholders on a customer's machine; assumes that the log folders are set.
 class CustomerFolders {
 public:
-    /// `tstrDownloadPath`: the product package's name.
+    /// `tstrDownloadPath` is the product package's folder name.
     CustomerFolders(Folder installed, const std::wstring& tstrDownloadPath);
 
     [[nodiscard]] std::wstring Expand(std::wstring tstrText) const;

@@ -8,7 +8,7 @@ std::string ToJsonText(const Json::Value& value)
 {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    builder["emitUTF8"] = false;  // the shell that redirects the output may take it for any code page
+    builder["emitUTF8"] = false;  // a shell may read redirected output in any code page
     return Json::writeString(builder, value) + "\n";
 }
 

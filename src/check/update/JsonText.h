@@ -1,4 +1,4 @@
-// JSON as the program writes it.
+// JSON output of the program.
 #pragma once
 
 #include <json/json.h>
@@ -8,8 +8,8 @@
 
 namespace Check {
 
-/// The value as text, two spaces a level, members in alphabetical order, with a line end after it. Pure ASCII: other
-/// characters are "\u" and four digits, beyond U+FFFF two of them.
+/// The value as text with an indentation of two spaces, members in alphabetical order and a line end. Pure ASCII: other
+/// characters are "\u" and four digits, twice beyond U+FFFF.
 [[nodiscard]] std::string ToJsonText(const Json::Value& value);
 
 /// A text as a JSON value; an unpaired surrogate becomes U+FFFD.

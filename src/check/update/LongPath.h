@@ -7,7 +7,7 @@
 
 namespace Check {
 
-/// A full path in the form that Windows takes at any length, with "\\?\" in front.
+/// A full path with the prefix "\\?\", which Windows accepts at any length.
 inline std::wstring AtAnyLength(const std::wstring& tstrFull)
 {
     constexpr wchar_t kLong[] = L"\\\\?\\";
@@ -15,15 +15,14 @@ inline std::wstring AtAnyLength(const std::wstring& tstrFull)
     return tstrFull.starts_with(L"\\\\") ? kLong + (L"UNC" + tstrFull.substr(1)) : kLong + tstrFull;
 }
 
-/// A full path in the form that Windows takes at any length when it may be too long as it is.
-/// Without that, long paths need a setting of the machine that is off unless somebody switches it on.
+/// A full path, with the prefix if it may otherwise be too long: by default, Windows limits the length of paths.
 inline std::wstring LongPath(const std::wstring& tstrFull)
 {
-    constexpr std::size_t kAlwaysTaken = 240;  // 259 characters, room left for a name pattern
+    constexpr std::size_t kAlwaysTaken = 240;  // 259 characters, minus space for a name pattern
     return tstrFull.size() <= kAlwaysTaken ? tstrFull : AtAnyLength(tstrFull);
 }
 
-/// A path of a drive without a prefix for Windows' own names, "\\?\" or "\\.\", in front; any other as it is.
+/// A path with a drive without the prefix "\\?\" or "\\.\"; any other path unchanged.
 inline std::wstring WithoutPrefix(const std::wstring& tstrPath)
 {
     constexpr std::size_t cchPrefix = 4;

@@ -1,4 +1,4 @@
-// The update that a verb was called with.
+// Opens the update that a verb is called with.
 #pragma once
 
 #include "check/update/CommandLine.h"
@@ -6,10 +6,10 @@
 
 namespace Check {
 
-/// Opens the update that is the verb's first operand. False, with a line of errors, when it cannot be read.
+/// Opens the update in the verb's first operand. False, with an error line, when it is unreadable.
 [[nodiscard]] bool OpenUpdate(const Arguments& arguments, Update& update, Output& output);
 
-/// Adds a line of errors that names the file or folder and the Win32 code in words. Returns kCannotRead.
+/// Adds an error line with the file or folder and the text of the Win32 code. Returns kCannotRead.
 int CannotRead(const std::wstring& tstrPath, DWORD dwError, Output& output);
 
 }  // namespace Check

@@ -1,11 +1,11 @@
-// Tables that are looked up by an enumerator's number.
+// Checks tables that are indexed by an enumerator.
 #pragma once
 
 #include <cstddef>
 
 namespace Check {
 
-/// Whether each row of a table stands at the number of its own enumerator, `pKey`.
+/// Whether each row of a table is at the index of its own enumerator, `pKey`.
 template <class Row, std::size_t cRows, class Key>
 consteval bool IsInOrder(const Row (&rows)[cRows], Key Row::*pKey)
 {

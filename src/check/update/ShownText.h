@@ -1,11 +1,11 @@
-// Texts as a person reads them.
+// Texts for display.
 #pragma once
 
 #include <string>
 
 namespace Check {
 
-/// One line of a terminal: a text of a file may hold line ends and what a terminal takes for a command.
+/// The text on one line of a terminal, without line ends and terminal commands from a file.
 [[nodiscard]] std::wstring OnOneLine(std::wstring tstrText);
 
 /// "1 run", "2 runs".

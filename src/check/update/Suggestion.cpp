@@ -11,9 +11,9 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kMaxCharacters = 64;  // names; longer texts are not worth the work
+constexpr std::size_t kMaxCharacters = 64;  // names; longer texts are too expensive
 
-/// How many characters must be added, left out, replaced or swapped with their neighbour.
+/// The number of characters to add, remove, replace or swap with their neighbour.
 std::size_t DistanceOf(std::wstring_view tstrLeft, std::wstring_view tstrRight)
 {
     const std::size_t cRight = tstrRight.size();

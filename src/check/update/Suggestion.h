@@ -7,8 +7,8 @@
 
 namespace Check {
 
-/// The one of `words` that `tstrWord` is most likely a slip of: the same but for case, or a third of its characters
-/// added, left out, replaced or swapped at most. Empty when none comes near.
+/// The word that `tstrWord` most likely means: equal except for case, or with at most a third of its characters added,
+/// removed, replaced or swapped. Empty when no word is similar enough.
 [[nodiscard]] std::wstring NearestOf(std::wstring_view tstrWord, std::span<const std::wstring> words);
 
 }  // namespace Check

@@ -5,7 +5,7 @@
 
 namespace Check {
 
-/// A line and a column, counted from 1; a line of 0 means the file as a whole.
+/// A line and a column, counted from 1; line 0 means the whole file.
 struct TextPosition {
     unsigned uLine = 0;
     unsigned uColumn = 0;  ///< in UTF-16 characters

@@ -52,7 +52,7 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     if (optInstalled) {
         m_optInstalled = Storage::Directory::FullPath(*optInstalled);
     } else if (Storage::File::IsExisted(m_root / L"config.xml")) {
-        m_optInstalled = m_root;  // an update brings its own below the packages
+        m_optInstalled = m_root;  // an update's own files are below the packages
     }
     if (m_optInstalled && !Storage::Directory::IsExisted(*m_optInstalled)) {
         return Storage::Fail(ERROR_PATH_NOT_FOUND, pdwError);
@@ -98,7 +98,7 @@ const std::vector<Delivery>& Update::Deliveries() const
 
 std::vector<Delivery> Update::FindDeliveries() const
 {
-    // The folder of an update that is being checked may be deeper than the one of the product.
+    // The folder of the checked update may be deeper than the product's folder.
     const std::wstring tstrRoot = AtAnyLength(m_root);
     const auto below = [&](const Package& package) {
         return package.bThere ? tstrRoot + m_root.Relative(package.folder) : std::wstring();

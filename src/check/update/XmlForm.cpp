@@ -25,7 +25,7 @@ void ForEachTag(const Storage::XmlElement& root,
     const Storage::XmlElement* pElement = root.GetFirstChild();
     while (pElement && pElement != &root) {
         tstrPath += L"/" + pElement->GetName();
-        // No record reaches what is called by more, and nothing of it is looked at.
+        // No record can name a longer path, so its elements are skipped.
         const auto path = tstrPath.size() <= kMaxRecordCharacters ? Config::TagPath::Parse(tstrPath) : std::nullopt;
         if (path) visit(*pElement, *path);
         if (path && pElement->GetFirstChild()) {

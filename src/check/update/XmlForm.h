@@ -1,4 +1,4 @@
-// XML files of an update, read the way the product reads them.
+// Reads the XML files of an update as the product does.
 #pragma once
 
 #include "check/update/Update.h"
@@ -13,16 +13,16 @@
 
 namespace Check {
 
-/// Where a document is refused, and why; the code in words for one that cannot be read.
+/// The position and reason of a refused document; the text of the code for an unreadable one.
 [[nodiscard]] std::wstring ReasonOf(const KzCommon::Storage::Exception& exception);
 
-/// Calls `visit` with every element below the root that a tag path names, sections before what is in them. Of what is
-/// called by more characters than a record has nothing is visited.
+/// Calls `visit` with every element below the root that a tag path can name, parents first. Skips paths that are longer
+/// than a record can be.
 void ForEachTag(const KzCommon::Storage::XmlElement& root,
                 const std::function<void(const KzCommon::Storage::XmlElement&, const Config::TagPath&)>& visit);
 
-/// The files of the settings folder that belong to one base name, "config" with "xml" giving "config_EN-US.xml" and the
-/// like; also one without language.
+/// The files of the settings folder with one base name: "config" with "xml" gives "config_EN-US.xml" and so on, and the
+/// one without a language.
 [[nodiscard]] std::vector<std::wstring> SettingFiles(const Update& update, const std::wstring& tstrBase,
                                                      const std::wstring& tstrExtension);
 
