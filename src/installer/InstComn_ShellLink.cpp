@@ -14,7 +14,7 @@ using Com::ComPtr;
 
 namespace {
 
-/// Item-id lists, which belong to the shell's allocator.
+/// Item-id lists, which are freed with the shell's allocator.
 struct ItemIdListTraits {
     using Handle = PIDLIST_ABSOLUTE;
     static Handle Empty() noexcept { return nullptr; }
@@ -48,7 +48,7 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
     return true;
 }
 
-/// Whether a step on the link succeeded; traces its own failure text with the step's argument and the code.
+/// Whether a step on the link succeeded; traces the step's failure text with its argument and the code.
 [[nodiscard]] bool Done(HRESULT hr, TraceFormat<const wchar_t*, HRESULT> failure, const std::wstring& tstrArgument)
 {
     if (SUCCEEDED(hr)) return true;
@@ -56,8 +56,8 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
     return false;
 }
 
-/// The Win32 code in a result of the file system or of structured storage, which counts with the same numbers; another
-/// result as it is.
+/// The Win32 code of a result from the file system or structured storage, which uses the same numbers; other results
+/// unchanged.
 [[nodiscard]] DWORD Win32CodeOf(HRESULT hr) noexcept
 {
     const int nFacility = HRESULT_FACILITY(hr);
@@ -65,7 +65,7 @@ using UniqueItemIdList = UniqueHandle<ItemIdListTraits>;
     return static_cast<DWORD>(bWin32 ? HRESULT_CODE(hr) : hr);
 }
 
-/// Writes a link file, which others may hold: a scanner that looks at the one that was there before, for example.
+/// Writes a link file; retries while the old file is in use, for example by a scanner.
 [[nodiscard]] HRESULT Save(IPersistFile& file, const std::wstring& tstrLink)
 {
     HRESULT hr = S_OK;

@@ -35,7 +35,7 @@ bool SetPrivilege(HANDLE hToken, const wchar_t* szPrivilege)
         Trace(kTraceError, L"*** ::LookupPrivilegeValue(%s) failed. [0x%08x]", szPrivilege, dwError);
         return false;
     }
-    // The call also succeeds when the token does not hold the privilege; only the code tells.
+    // The call also succeeds when the token does not have the privilege; only the code shows that.
     ::SetLastError(ERROR_SUCCESS);
     const BOOL bAdjusted = ::AdjustTokenPrivileges(hToken, FALSE, &privileges, 0, nullptr, nullptr);
     const DWORD dwError = ::GetLastError();

@@ -1,4 +1,4 @@
-// The base of the classes that walk a description file.
+// The base of the classes that read a description file.
 #pragma once
 
 #include "common/KzComn_XmlElement.h"
@@ -8,7 +8,7 @@
 
 namespace InstCommon::Utility {
 
-/// Owns a parsed description file and a cursor that goes over the children of its root.
+/// Owns a parsed description file and a cursor over the children of its root.
 class XmlHandler {
 public:
     XmlHandler() = default;
@@ -16,16 +16,17 @@ public:
     XmlHandler& operator=(const XmlHandler&) = delete;
     virtual ~XmlHandler() = default;
 
-    /// Loads a file in place of what was loaded before. False, with a trace line that says what is wrong and where,
-    /// when it cannot be read or is no XML.
+    /// Loads a file and discards the previous one. False, with a trace line with the reason and position, when it is
+    /// unreadable or not XML.
     [[nodiscard]] bool ParseXml(const std::wstring& tstrPath);
 
-    /// Moves the cursor from anywhere inside a child of the root back to that child, so that the walk goes on with the
-    /// child's next sibling. False, with a trace line, when there is no current element or it lies in no such child.
+    /// Moves the cursor from any place inside a child of the root back to that child, so that the walk continues with
+    /// the child's next sibling. False, with a trace line, when there is no current element or it is not inside such a
+    /// child.
     [[nodiscard]] virtual bool SkipAllChildElements();
 
 protected:
-    /// Forgets the document and the cursor.
+    /// Discards the document and the cursor.
     void Release() noexcept;
 
     std::unique_ptr<KzCommon::Storage::XmlDocument> m_document;

@@ -15,8 +15,8 @@ using namespace InstCommon::Utility;
 
 namespace {
 
-/// The path of an item in a folder. False, with a trace line, for an item that would lie outside it and for a path that
-/// is too long to be tried.
+/// The path of an item in a folder. False, with a trace line, for an item outside the folder and for a path that is too
+/// long.
 [[nodiscard]] bool ItemPath(const std::wstring& tstrFolder, const ShortcutItem& item, std::wstring& tstrPath)
 {
     if (item.szRefusal) {
@@ -54,10 +54,10 @@ void RemoveStartMenuLink(const ShortcutItem& shortcut, const std::wstring& tstrL
     pinnedItems.RemoveCachedLink(shortcut.tstrPath);
 }
 
-/// Removes one folder when nothing is left in it. False when it stays.
+/// Removes one folder if it is empty. False when it stays.
 [[nodiscard]] bool RemoveEmptyFolder(const std::wstring& tstrPath)
 {
-    // The call would remove a link instead of the folder that it points to.
+    // RemoveDirectoryW would remove a link instead of the folder that it points to.
     if (Storage::Directory::IsLink(tstrPath)) {
         Trace(kTraceInfo, L"Folder %s stays: it is a link to another place.", tstrPath.c_str());
         return false;
@@ -68,8 +68,8 @@ void RemoveStartMenuLink(const ShortcutItem& shortcut, const std::wstring& tstrL
     return false;
 }
 
-/// Removes the folders of one name below `tstrParent`, the innermost that is there first, as far as they are empty.
-/// `tstrParent` itself stays.
+/// Removes the folders of a name below `tstrParent` if they are empty, starting with the innermost existing one. Keeps
+/// `tstrParent` itself.
 void RemoveFolderLevels(const std::wstring& tstrParent, const std::wstring& tstrName)
 {
     std::vector<std::wstring> paths;
@@ -96,7 +96,7 @@ void RemoveFolderLevels(const std::wstring& tstrParent, const std::wstring& tstr
     const bool b64Bit = Process::Is64BitWindows();
     const DWORD dwView = b64Bit ? Storage::eView64Bit : Storage::eViewDefault;
     if (b64Bit) Trace(kTraceInfo, L"Registry mode is eMode64bitKey");
-    // The trace has a number of its own for the default view.
+    // The trace uses its own number for the default view.
     Trace(kTraceInfo, L"Registry mode is %d", b64Bit ? 2 : 1);
     std::wstring tstrPlid;
     std::wstring tstrUninstall;
@@ -271,7 +271,8 @@ bool ShortCutXmlHandler::CreateShortCut(const Item& shortcut, const std::wstring
     return false;
 }
 
-/// The icon's path: the one described, or an icon file beside a program and named like it, or none.
+/// The icon's path: the described icon, otherwise an existing icon file beside a program with the same base name,
+/// otherwise empty.
 std::wstring ShortCutXmlHandler::IconOf(const Item& shortcut) const
 {
     if (!shortcut.tstrIcon.empty()) return String::JoinPath(m_tstrInstallDir, shortcut.tstrIcon);

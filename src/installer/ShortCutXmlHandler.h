@@ -1,4 +1,4 @@
-// Shortcuts made and removed as a description file has them; ShortcutPlan.h says what such a file holds.
+// Creates and removes the shortcuts of a description file; ShortcutPlan.h explains the file.
 #pragma once
 
 #include "installer/InstComn_XmlHandler.h"
@@ -10,18 +10,17 @@ namespace InstCommon::Utility {
 class PinnedItems;
 }
 
-/// Walks one description file, in one of two directions. Single shortcuts that fail are traced and left out; a walk
-/// fails only when no file is parsed, or when the Start menu that it needs cannot be found, which ends it and forgets
-/// the file.
+/// Walks one description file in one of two directions. Single shortcuts that fail are traced and skipped. A walk fails
+/// only when no file is parsed or when a required Start menu is not found; the latter also discards the file.
 class ShortCutXmlHandler : public InstCommon::Utility::XmlHandler {
 public:
-    /// Creates everything described, targets and icons below `tstrInstallDir`, and the folders it lies in. The desktop
-    /// is left alone on a machine that has the sibling suite's bundle.
+    /// Creates all described shortcuts, with targets and icons below `tstrInstallDir`, and their folders. Skips the
+    /// desktop on a machine with the sibling suite's bundle.
     [[nodiscard]] bool CreateShortCuts(const std::wstring& tstrInstallDir);
 
-    /// Removes everything described, pinned items first, and the Start-menu folders that are empty then, level by
-    /// level. What is not described stays, and its folder with it; so do the programs folder and every folder that is a
-    /// junction or symbolic link, while the described links inside go.
+    /// Removes all described shortcuts, pinned items first, and then the empty Start-menu folders, level by level.
+    /// Keeps other files and their folders, the programs folder and every folder that is a junction or symbolic link
+    /// (but removes the described links inside).
     [[nodiscard]] bool RemoveShortCuts();
 
 private:

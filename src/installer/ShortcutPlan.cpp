@@ -38,7 +38,7 @@ std::vector<std::wstring_view> SplitAtSeparators(std::wstring_view tstrName)
     }
 }
 
-/// The system drops dots and blanks at the end of a name; one of nothing else is no name of its own.
+/// The system drops trailing dots and spaces, so a name of only these is not a name of its own.
 bool IsDotsAndBlanks(std::wstring_view tstrPart)
 {
     return tstrPart.find_first_not_of(L". ") == std::wstring_view::npos;
@@ -74,7 +74,7 @@ ShortcutItem LinkItem(const XmlElement& element, ShortcutPlace ePlace)
     return item;
 }
 
-/// What a child stands for in one direction; nothing for one that the walk passes over.
+/// The item for a child element in one direction; empty for a child that the walk ignores.
 std::optional<ShortcutItem> ItemOf(const XmlElement& child, ShortcutPlace ePlace, bool bInFolder, ShortcutWalk eWalk)
 {
     const bool bDesktop = ePlace == ShortcutPlace::eDesktop;
@@ -118,7 +118,7 @@ bool IsAvailable(const XmlElement& place)
 std::vector<ShortcutItem> ItemsOf(const XmlElement& parent, ShortcutPlace ePlace, ShortcutWalk eWalk)
 {
     std::vector<ShortcutItem> items;
-    std::vector<ShortcutItem> folders;  // when links are made, after everything else
+    std::vector<ShortcutItem> folders;  // when creating links, after everything else
     const bool bInFolder = parent.IsNamed(L"Folder");
     for (const XmlElement* pChild = parent.GetFirstChild(); pChild; pChild = pChild->GetNextSibling()) {
         std::optional<ShortcutItem> item = ItemOf(*pChild, ePlace, bInFolder, eWalk);

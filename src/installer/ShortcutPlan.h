@@ -1,4 +1,4 @@
-// What a shortcut description asks for, found out without making or removing anything.
+// Lists the items of a shortcut description without creating or removing anything.
 //
 //     <any>
 //       <Desktop available="1">
@@ -12,11 +12,11 @@
 //       </StartMenu>
 //     </any>
 //
-// "lnk" and "icon" are relative to the install folder. Element names match without regard to case, attribute names
-// exactly; unknown elements and attributes are ignored. "Desktop" and "StartMenu" count only with available="1".
+// "lnk" and "icon" are relative to the install folder. Element names are case-insensitive, attribute names
+// case-sensitive; unknown elements and attributes are ignored. "Desktop" and "StartMenu" count only with available="1".
 //
-// The text of a "Shortcut" and the "name" of a "Folder" are paths below the place or folder they stand in: a folder's
-// may have several levels, an empty one is the folder around it. Refused is only what leaves the place.
+// The text of a "Shortcut" and the "name" of a "Folder" are paths below their place or folder. A folder's name may have
+// several levels; an empty one means the folder around it. Only paths that leave the place are refused.
 #pragma once
 
 #include "common/KzComn_XmlElement.h"
@@ -28,62 +28,59 @@
 
 namespace InstCommon::Utility {
 
-/// The longest folder that the shell handles. Also what ends a description of folders without end.
+/// The longest folder that the shell handles. Also ends a description with endlessly nested folders.
 inline constexpr std::size_t kLongestFolder = 259;
-/// A link's path goes to the shell, which knows its own limit; longer than this is no path at all.
+/// The longest possible path. The shell itself checks its lower limit for links.
 inline constexpr std::size_t kLongestLink = 32766;
 
-/// The direction of a walk over a description; the two do not look at the same elements.
+/// The direction of a walk over a description; the two directions handle different elements.
 enum class ShortcutWalk : int { eRemove = 0, eCreate = 1 };
 
-/// Where shortcuts lie: on the desktop, or in the Start menu's programs folder, that all users share.
+/// The place of shortcuts: the desktop or the Start menu's programs folder, shared by all users.
 enum class ShortcutPlace { eDesktop, eStartMenu };
 
-/// One folder or link file that a walk meets.
+/// One folder or link file of a walk.
 struct ShortcutItem {
     ShortcutPlace ePlace = ShortcutPlace::eDesktop;
     bool bFolder = false;
-    /// As described, below the place or folder it stands in (in a whole plan: below the place); a link's with ".lnk".
+    /// As described, below its place or folder (in a whole plan: below the place); a link's with ".lnk".
     std::wstring tstrPath;
-    /// Why it is left out, with all that is in it: the end of a sentence that begins with the name; null when it is
-    /// not.
+    /// Why it is skipped, with its contents: the end of a sentence that begins with the name; null otherwise.
     const wchar_t* szRefusal = nullptr;
-    // Of a link only, as described.
-    std::wstring tstrTarget;       ///< below the install folder
-    std::wstring tstrIcon;         ///< below the install folder; empty: see IconBeside
+    // For links only, as described.
+    std::wstring tstrTarget;       ///< relative to the install folder
+    std::wstring tstrIcon;         ///< relative to the install folder; if empty, see IconBeside
     std::wstring tstrDescription;  ///< the tooltip
     std::wstring tstrArguments;
-    /// Where it is described; valid as long as its document.
+    /// Its element; valid as long as the document.
     const KzCommon::Storage::XmlElement* pElement = nullptr;
 };
 
-/// The place that a child of the root stands for; nothing for any other element.
+/// The place for a child of the root; empty for any other element.
 [[nodiscard]] std::optional<ShortcutPlace> PlaceOf(const KzCommon::Storage::XmlElement& element);
 
-/// Whether the description lets a place be touched.
+/// Whether the description allows changes in a place.
 [[nodiscard]] bool IsAvailable(const KzCommon::Storage::XmlElement& place);
 
-/// The items that a walk handles directly in a place's element or in a folder's, in the order of the walk. Creating, it
-/// takes every child of the desktop for a link, no link directly in the Start menu, and a folder's links before its
-/// folders; removing, it takes folders of the Start menu and links wherever they stand, in the order of the
-/// description.
+/// The direct items of a place's or folder's element, in walk order. When creating, every child of the desktop is a
+/// link, links directly in the Start menu are ignored, and a folder's links precede its folders. When removing, links
+/// count everywhere and folders only in the Start menu, in the order of the description.
 [[nodiscard]] std::vector<ShortcutItem> ItemsOf(const KzCommon::Storage::XmlElement& parent, ShortcutPlace ePlace,
                                                 ShortcutWalk eWalk);
 
-/// Everything that a walk over the document with that root handles, in the order of the walk, refused items included,
-/// also those whose path is too long wherever the place lies. That a machine's desktop is to be left alone, or a place
-/// cannot be found, is not known here.
+/// All items of a walk over the document, in walk order, including refused ones and those whose path is too long for
+/// any place. Does not know whether the machine's desktop must be skipped or a place is missing.
 [[nodiscard]] std::vector<ShortcutItem> ListShortcuts(const KzCommon::Storage::XmlElement& root, ShortcutWalk eWalk);
 
-/// Why an item of that name would lie outside the folder it stands in, as in ShortcutItem; null when it does not.
+/// Why an item with that name would be outside its folder, as in ShortcutItem; null when it is inside.
 [[nodiscard]] const wchar_t* WhyRefused(std::wstring_view tstrName);
 
-/// The levels of a folder's name, outermost first: "Maker\Product" has two, a name that means the folder around it
+/// The levels of a folder's name, outermost first: "Maker\Product" has two, a name that means the folder around it has
 /// none.
 [[nodiscard]] std::vector<std::wstring> LevelsOf(std::wstring_view tstrName);
 
-/// The icon file beside a program, named like it, that a link takes when it is there and no icon is described; empty
-/// for a target that is no program. Below the install folder, like the target.
+/// The icon file beside a program with the same base name, which a link without a described icon uses if it exists;
+/// empty for a target that is not a program. Relative to the install folder, like the target.
 [[nodiscard]] std::wstring IconBeside(const std::wstring& tstrTarget);
 
 }  // namespace InstCommon::Utility
