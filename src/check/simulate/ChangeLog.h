@@ -1,4 +1,4 @@
-// What a run has asked of a machine in memory, in the words of a plan.
+// Records the requests of a run to a machine in memory, in the terms of a plan.
 #pragma once
 
 #include "common/KzComn_Change.h"
@@ -16,19 +16,19 @@ using KzCommon::Outcome;
 
 /// The changes of one operation of the run.
 struct PlanStep {
-    std::wstring tstrName;    ///< the operation, as traces name it
-    std::wstring tstrReason;  ///< why there is nothing to do as a whole
+    std::wstring tstrName;    ///< the operation's name as in traces
+    std::wstring tstrReason;  ///< why the whole operation does nothing
     std::vector<Change> changes;
 };
 
-/// Changes by number, in the order in which they were added; one that turns out to be part of another is erased.
+/// Changes by number, in the order in which they were added. A change that turns out to be part of another is erased.
 class ChangeLog {
 public:
     /// Begins an operation.
     void Begin(std::wstring tstrName);
-    /// Why the operation that has begun does nothing.
+    /// Explains why the current operation does nothing.
     void ExplainNothing(std::wstring tstrReason);
-    /// What is worth knowing about the change that is added next; it yields to a reason of the change's own.
+    /// Adds a remark to the next change, unless that change has its own reason.
     void Explain(std::wstring tstrReason) { m_tstrRemark = std::move(tstrReason); }
 
     /// Adds a change to the operation; returns its number.
@@ -37,7 +37,7 @@ public:
     [[nodiscard]] const Change& At(std::size_t uNumber) const { return m_rows[uNumber].change; }
     void Erase(std::size_t uNumber) { m_rows[uNumber].bErased = true; }
 
-    /// Erases a change and all others of its target.
+    /// Erases a change and all others with the same target.
     void EraseTarget(std::size_t uNumber);
     void ForEach(const std::function<void(Change&)>& visit);
 

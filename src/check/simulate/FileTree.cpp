@@ -13,7 +13,7 @@ namespace Check {
 
 namespace {
 
-/// A path of the machine below in a form that it always takes.
+/// A path in a form that the base machine always accepts.
 std::wstring ToAsk(const std::wstring& tstrReal)
 {
     return Storage::Directory::RootLength(tstrReal) == tstrReal.size() ? tstrReal + L'\\' : LongPath(tstrReal);
@@ -120,7 +120,7 @@ bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
     if (!step.pNode || (step.pNode->children.empty() && !tstrReal.empty())) {
         return m_pBase->ForEachEntry(String::EnsureBackslash(tstrReal), tstrPattern, visit, pdwError);
     }
-    String::NoCaseMap<Entry> entries;  // that match
+    String::NoCaseMap<Entry> entries;  // the matching ones
     const auto add = [&](const Entry& entry) {
         entries.insert_or_assign(entry.tstrName, entry);
     };
@@ -143,7 +143,7 @@ bool FileTree::List(const FullPath& folder, const std::wstring& tstrPattern,
             bFolder ? DWORD{FILE_ATTRIBUTE_DIRECTORY} : DescribeFile(pChild->pState).dwAttributes;
         add({pChild->tstrName, bFolder, bLink, dwAttributes});
     }
-    // Below a root there are no "." and "..".
+    // A root has no "." and "..".
     bool bAny = !folder.Names().empty() &&
                 (Storage::File::MatchesPattern(L".", tstrPattern) || Storage::File::MatchesPattern(L"..", tstrPattern));
     for (const auto& [tstrName, entry] : entries) {
@@ -173,7 +173,7 @@ bool FileTree::IsLink(const FullPath& path) const
 bool FileTree::LeadsThroughLink(const FullPath& folder) const
 {
     if (!m_pBase) return false;
-    // From where on the machine below knows nothing of the path there is no link either.
+    // A part of the path that the base machine does not know cannot be a link.
     FullPath known = folder;
     for (;;) {
         const Step step = Walk(known);
@@ -194,7 +194,7 @@ FileTree::Node& FileTree::Make(const FullPath& path)
         pNode->bAlone = true;
     }
     for (const std::wstring_view tstrName : path.Names()) {
-        // A new name in a folder that the machine below lacks is that folder's own.
+        // If the base machine lacks the folder, the spelling in memory counts.
         if (pNode->eKind == Node::Kind::eGone || pNode->eKind == Node::Kind::eFile) {
             pNode->eKind = Node::Kind::eFolder;
             pNode->bAlone = true;

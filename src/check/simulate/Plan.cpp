@@ -18,7 +18,7 @@ namespace Check {
 
 namespace {
 
-/// What the program does after "/DeployFramework", without its lock.
+/// Runs the agent as for "/DeployFramework", without its lock.
 void RunAgent(Machine& machine)
 {
     if (DeployFramework(machine)) {
@@ -26,7 +26,7 @@ void RunAgent(Machine& machine)
     }
 }
 
-/// Whether an INI file that the run reads is missing or can be read.
+/// Whether an INI file of the run is missing or readable.
 bool IsReadable(const std::wstring& tstrPath, DWORD& dwError)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

@@ -1,4 +1,4 @@
-// "plan": what a deployment would do on this machine, nothing of it done.
+// "plan": shows the effects of a deployment on this machine without changing anything.
 #pragma once
 
 #include "check/simulate/ChangeLog.h"
@@ -10,28 +10,28 @@
 
 namespace Check {
 
-/// A whole run.
+/// A complete run.
 struct Plan {
-    Folder updateDir;     ///< where the update lies
-    Folder installedDir;  ///< the installed product that it is for
+    Folder updateDir;     ///< the folder of the update
+    Folder installedDir;  ///< the installed product for the update
     std::vector<PlanStep> steps;
-    std::vector<std::size_t> unknownLines{};  ///< of "registry.reg" in the installed folder
-    std::wstring tstrTrace{};                 ///< what the run would trace, when asked for
+    std::vector<std::size_t> unknownLines{};  ///< in "registry.reg" in the installed folder
+    std::wstring tstrTrace{};                 ///< the trace lines of the run, if requested
 };
 
-/// How a run is planned.
+/// Options for planning a run.
 struct PlanOptions {
-    bool bInstalledGiven = false;  ///< "registry.reg" in the installed folder says what the product's key holds
+    bool bInstalledGiven = false;  ///< "registry.reg" in the installed folder defines the product's key
     bool bTrace = false;
 };
 
 class Update;
 
-/// Carries the agent's run out on a machine in memory: this one, with the update laid over the product that is
-/// installed in `installedDir`.
+/// Carries out the agent's run on a machine in memory: this machine, with the update copied over the product in
+/// `installedDir`.
 [[nodiscard]] Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOptions& options = {});
 
-/// The verb.
+/// Runs the verb.
 [[nodiscard]] int RunPlan(const Arguments& arguments, Output& output);
 
 }  // namespace Check

@@ -11,7 +11,7 @@ namespace {
 
 constexpr wchar_t kRegistryFile[] = L"registry.reg";
 constexpr std::size_t kMostRegistryBytes = std::size_t{64} * 1024 * 1024;
-/// What the update client lays over the install folder.
+/// The files that the update client copies to the install folder.
 constexpr const wchar_t* kLaidFiles[] = {L"QorPaFrwk.ini", L"UpdateInfo.ini"};
 constexpr wchar_t kLaidFolder[] = L"Component";
 
@@ -36,7 +36,7 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
     std::string strBytes;
     if (folders.bTakeRegistryFile &&
         machine.ReadContent(folders.installedDir / kRegistryFile, kMostRegistryBytes, strBytes, nullptr)) {
-        // The file is about another machine than this one: what this one's product has noted does not count.
+        // The file describes another machine, so this machine's values of the product do not count.
         machine.RemoveKey({.tstrKeyPath = Frwk::Utility::kProductKey, .tstrName = {}});
         unknown = machine.LoadRegistryText(strBytes);
     }

@@ -1,4 +1,4 @@
-// The machine that a run of an update is planned on.
+// The machine for planning an update's run.
 #pragma once
 
 #include "check/simulate/SimulatedMachine.h"
@@ -6,28 +6,28 @@
 
 namespace Check {
 
-/// Where a run is planned.
+/// The folders for planning a run.
 struct PlanFolders {
-    Folder updateDir;     ///< the update, as the update client lays it over the installed product
+    Folder updateDir;     ///< the update, to be copied over the installed product
     Folder installedDir;  ///< the installed product
-    /// The file "registry.reg" in the installed folder, where there is one, says what the product's key holds.
+    /// If "registry.reg" exists in the installed folder, it defines the product's key.
     bool bTakeRegistryFile = false;
 };
 
-/// Lays the update over the installed folder, leftovers of earlier attempts there included, and makes that folder the
-/// one of the installed product and of the running program. Returns the numbers of the lines of "registry.reg" that are
-/// not known.
+/// Copies the update over the installed folder, keeping leftovers of earlier attempts there, and makes that folder the
+/// folder of the installed product and of the running program. Returns the numbers of the unknown lines of
+/// "registry.reg".
 std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFolders& folders);
 
-/// What a run would do.
+/// The effects of a run.
 struct PlannedRun {
     std::vector<PlanStep> steps;
-    std::vector<std::size_t> unknownLines;  ///< of "registry.reg"
-    std::wstring tstrTrace;                 ///< the lines that the run would trace, every level
+    std::vector<std::size_t> unknownLines;  ///< in "registry.reg"
+    std::wstring tstrTrace;                 ///< the trace lines of the run at every level
 };
 
-/// Carries `run` out on a machine in memory over `base`, restarts it, and says what came of it. With `bTrace` the
-/// process's trace goes there meanwhile.
+/// Carries out `run` on a machine in memory over `base`, restarts it and returns the effects. With `bTrace` the
+/// process's trace goes to `tstrTrace` meanwhile.
 [[nodiscard]] PlannedRun PlanRun(const KzCommon::Machine& base, const PlanFolders& folders,
                                  const std::function<void(KzCommon::Machine&)>& run, bool bTrace);
 

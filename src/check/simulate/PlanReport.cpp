@@ -12,7 +12,7 @@ namespace Check {
 
 namespace {
 
-/// How an action is called, and how a person reads it.
+/// The name of an action in JSON and in text.
 struct ActionRow {
     Action eAction;
     const char* szName;
@@ -61,7 +61,7 @@ const OutcomeRow& RowOf(Outcome eOutcome)
     return kOutcomes[static_cast<std::size_t>(eOutcome)];
 }
 
-/// How often each outcome occurs, and how many changes the restart brings.
+/// The number of changes per outcome and at the restart.
 struct Count {
     std::size_t outcomes[std::size(kOutcomes)] = {};
     std::size_t cAtRestart = 0;
@@ -85,7 +85,7 @@ std::wstring Quoted(const std::wstring& tstrText)
     return L"\"" + tstrText + L"\"";
 }
 
-/// A path below one of the plan's folders without it.
+/// A path relative to one of the plan's folders, if it is below one.
 std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 {
     return (plan.installedDir.Contains(tstrPath) ? plan.installedDir : plan.updateDir).Relative(tstrPath);
@@ -93,7 +93,7 @@ std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
 
 std::wstring Line(const Change& change, const Plan& plan)
 {
-    const bool bCommand = change.eAction == Action::eRunOnce;  // to be read as a whole
+    const bool bCommand = change.eAction == Action::eRunOnce;  // show it in full
     std::wstring tstrLine = std::wstring(L"  ") + RowOf(change.eOutcome).chSign + L" " + RowOf(change.eAction).szShown +
                             (bCommand ? change.tstrTarget : Short(change.tstrTarget, plan));
     if (!change.tstrName.empty()) tstrLine += L"  " + change.tstrName;

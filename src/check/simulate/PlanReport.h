@@ -1,4 +1,4 @@
-// The forms in which a plan is written.
+// The output formats of a plan.
 #pragma once
 
 #include "check/simulate/Plan.h"
@@ -7,8 +7,8 @@
 
 namespace Check {
 
-/// For a person: one line a change below its operation, paths below the plan's folders without them, then one that
-/// counts the changes.
+/// Text: one line per change below its operation, with paths relative to the plan's folders, then a line with the
+/// numbers of changes.
 [[nodiscard]] std::wstring FormatPlanText(const Plan& plan);
 
 /// JSON, in ASCII: {"update", "installed", "steps": [{"step", "changes": [{"action", "outcome", "target", ...}]}],

@@ -34,7 +34,7 @@ std::wstring DecodeText(std::string_view strBytes)
     return String::FromUtf8(strBytes, tstrText) ? tstrText : String::FromAnsi(strBytes);
 }
 
-/// Reads a text between quotes, in which "\\" and "\"" stand for one character each, and takes it off the line.
+/// Reads a quoted text, in which "\\" and "\"" are one character each, and removes it from the line.
 bool TakeQuoted(std::wstring_view& tstrLine, std::wstring& tstrText)
 {
     if (!tstrLine.starts_with(L'"')) return false;
@@ -99,12 +99,12 @@ bool ReadData(std::wstring_view tstrData, StoredValue& value)
     return ReadBytes(tstrData, value.strBytes);
 }
 
-/// Takes the lines of one file.
+/// Interprets the lines of one file.
 class Reader {
 public:
     explicit Reader(const RegistryTextTaker& taker) : m_taker(taker) {}
 
-    /// False for a line that is not known.
+    /// False for an unknown line.
     [[nodiscard]] bool Take(std::wstring_view tstrLine)
     {
         if (tstrLine.empty() || tstrLine.starts_with(L';')) return true;
@@ -153,7 +153,7 @@ private:
 
     const RegistryTextTaker& m_taker;
     RegistryPlace m_place;
-    bool m_bKey = false;  // a value's line belongs to m_place
+    bool m_bKey = false;  // the next value's line belongs to m_place
 };
 
 }  // namespace
@@ -171,7 +171,7 @@ std::vector<std::size_t> ReadRegistryText(std::string_view strBytes, const Regis
         const std::size_t uEnd = std::min(tstrRest.find(L'\n'), tstrRest.size());
         const std::wstring_view tstrLine = String::Trim(tstrRest.substr(0, uEnd), kSpaces);
         tstrRest.remove_prefix(std::min(uEnd + 1, tstrRest.size()));
-        // Bytes go on in the next line after a backslash.
+        // A backslash continues bytes on the next line.
         const bool bBytes = !tstrJoined.empty() || tstrLine.find(L"=hex") != std::wstring_view::npos;
         tstrJoined += tstrLine;
         if (bBytes && tstrLine.ends_with(L'\\') && !tstrRest.empty()) {

@@ -1,4 +1,4 @@
-// The text of a registry file (.reg).
+// Reads registry files (.reg).
 #pragma once
 
 #include "common/KzComn_Machine.h"
@@ -11,17 +11,16 @@
 
 namespace Check {
 
-/// What a registry file says about keys and values; each may be empty.
+/// Receives the keys and values of a registry file; each function may be empty.
 struct RegistryTextTaker {
     std::function<void(const KzCommon::RegistryPlace& key)> key;        ///< [key]
     std::function<void(const KzCommon::RegistryPlace& key)> removeKey;  ///< [-key]
-    /// "name"=...; nothing for "name"=-
+    /// "name"=...; empty for "name"=-
     std::function<void(const KzCommon::RegistryPlace& place, std::optional<KzCommon::StoredValue> optValue)> value;
 };
 
-/// Reads the bytes of a file of Windows Registry Editor 5, UTF-16 with BOM or UTF-8, and hands each key and value on in
-/// the order of the file. A missing header is no failure. Returns the numbers of the lines that say nothing that is
-/// known; the others count.
+/// Reads the bytes of a file of Windows Registry Editor 5, UTF-16 with BOM or UTF-8, and passes on each key and value
+/// in file order. The header may be missing. Returns the numbers of unknown lines, which are skipped.
 [[nodiscard]] std::vector<std::size_t> ReadRegistryText(std::string_view strBytes, const RegistryTextTaker& taker);
 
 }  // namespace Check

@@ -15,7 +15,7 @@ constexpr std::size_t kLongestName = 255;         // of a key
 constexpr std::size_t kLongestValueName = 16383;  // of a value
 constexpr wchar_t kTop[] = L"SYSTEM\\CurrentControlSet";
 
-/// Root, view and path of a key: what tells it from others. Backslashes at the end of a path mean nothing.
+/// Root, view and path of a key as an identifier. Trailing backslashes of the path are ignored.
 std::wstring KeyOf(const RegistryPlace& place)
 {
     const bool b32Bit = place.dwView == Storage::eView32Bit;
@@ -39,7 +39,7 @@ bool HasLongName(std::wstring_view tstrPath)
     return false;
 }
 
-/// The code for a key path that no key has.
+/// The code for an invalid key path.
 DWORD JudgePath(const RegistryPlace& place)
 {
     if (place.tstrKeyPath.empty()) return ERROR_BAD_ARGUMENTS;

@@ -1,4 +1,4 @@
-// What is deleted on a machine in memory, now or at the restart, and what is moved there.
+// Deletions on a machine in memory, now or at the restart, and scheduled moves.
 #include "check/simulate/SimulatedMachine.h"
 
 #include "check/update/ErrorText.h"
@@ -39,7 +39,7 @@ DWORD SimulatedMachine::TryDelete(const std::wstring& tstrPath)
     const Found found = At(path);
     if (found.eKind == Found::Kind::eNone) return found.dwError;
     if (found.IsFolder()) return ERROR_ACCESS_DENIED;
-    // What blocks a deletion is taken away first, from the file's other names too.
+    // The attributes that block a deletion are removed first, also for the file's other names.
     if (found.pState) found.pState->optAttributes = FILE_ATTRIBUTE_NORMAL;
     m_files.Remove(path);
     return ERROR_SUCCESS;
@@ -85,7 +85,7 @@ bool SimulatedMachine::DeleteNow(const std::wstring& tstrPath, DWORD* pdwError)
     const DWORD dwCode = TryDelete(tstrPath);
     const auto itMade = m_made.find(FullPath(tstrPath).Text());
     if (dwCode == ERROR_SUCCESS && itMade != m_made.end()) {
-        // Made by the run and gone again. A line that says why nothing came of it stays.
+        // Created and deleted by the run. A line that explains a failure stays.
         const std::size_t uMade = itMade->second;
         m_made.erase(itMade);
         if (m_log.At(uMade).eOutcome != Outcome::eFail) m_log.EraseTarget(uMade);
@@ -153,7 +153,7 @@ void SimulatedMachine::ScheduleDeletion(const std::wstring& tstrPath)
 {
     const FullPath path(tstrPath);
     const Found found = At(path);
-    // What blocks a deletion is taken away now.
+    // The attributes that block a deletion are removed now.
     constexpr DWORD kBlocking = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     if (found.IsFile() && (found.dwAttributes & kBlocking)) m_files.Own(path)->optAttributes = FILE_ATTRIBUTE_NORMAL;
     Change change{.eAction = Action::eDelete, .eOutcome = Outcome::eRemove, .bAtRestart = true};
@@ -163,7 +163,7 @@ void SimulatedMachine::ScheduleDeletion(const std::wstring& tstrPath)
 
 DWORD SimulatedMachine::ForEachInTree(const FullPath& folder, const std::function<void(const std::wstring&)>& visit)
 {
-    // As Storage::Directory::ForEachInTree().
+    // As in Storage::Directory::ForEachInTree().
     struct Pending {
         std::wstring tstrFolder;
         bool bListed;

@@ -1,4 +1,4 @@
-// Files and folders of a machine in memory: read, created, copied.
+// Files and folders of a machine in memory: reading, creating, copying.
 #include "check/simulate/SimulatedMachine.h"
 
 #include "check/update/LongPath.h"
@@ -65,7 +65,7 @@ bool SimulatedMachine::ForEachEntry(const std::wstring& tstrFolder, const std::w
     if (const DWORD dwCode = Judge(folder, MAX_PATH - tstrName.size() - 1)) return Fail(dwCode, pdwError);
     const bool bPossible = tstrName.find_first_of(L"\"<>|:") == std::wstring::npos;
     if (!bPossible && At(folder).IsFolder()) return Fail(ERROR_INVALID_NAME, pdwError);
-    // The system drops them from a name.
+    // The system removes trailing dots and spaces from a name.
     if (tstrName.find_first_of(L"*?") == std::wstring::npos) tstrName.resize(tstrName.find_last_not_of(L" .") + 1);
     return m_files.List(folder, tstrName, visit, pdwError);
 }
@@ -90,7 +90,7 @@ Volume SimulatedMachine::VolumeOf(const std::wstring& tstrFolder) const
     }
     if (!tstrMount.empty()) return {.tstrMountPoint = tstrMount};
     if (m_pBase) {
-        // Windows takes its time with the answer, and the files of a folder are all on one volume.
+        // Windows answers slowly, and the files of a folder are all on one volume.
         const auto [itVolume, bNew] = m_volumes.try_emplace(tstrText);
         if (bNew) itVolume->second = m_pBase->VolumeOf(tstrFolder);
         return itVolume->second;
@@ -145,7 +145,8 @@ bool SimulatedMachine::CreateFolder(const std::wstring& tstrPath, DWORD* pdwErro
     for (FullPath folder = path; !folder.Name().empty() && !At(folder).IsFolder(); folder = folder.Parent()) {
         missing.push_back(folder);
     }
-    // As Storage::Directory::Create(): a file on the way stops what is below it, and the first failure the rest.
+    // As in Storage::Directory::Create(): a file in the path blocks everything below it, and the first failure ends the
+    // rest.
     DWORD dwError = path.IsDevice() ? ERROR_SUCCESS : WhyNotHeld(std::wstring(path.Root()) + L'\\');
     if (dwError == ERROR_SUCCESS && LeadsThroughLink(tstrPath)) dwError = Storage::Directory::kStoppedOnLink;
     for (auto itFolder = missing.rbegin(); itFolder != missing.rend() && dwError == ERROR_SUCCESS; ++itFolder) {
@@ -262,7 +263,7 @@ void SimulatedMachine::RecordCopy(Change change, const FullPath& destination, DW
         const std::size_t uChange = Record(std::move(change));
         const auto [itMade, bNew] = m_made.try_emplace(destination.Text(), uChange);
         if (bNew) return;
-        // Made twice: what it was before the run counts, and one line for both.
+        // Created twice: keep one change with the state before the run.
         const Change& before = m_log.At(itMade->second);
         Change& now = m_log.At(uChange);
         if (before.eAction == now.eAction && before.tstrSource == now.tstrSource) {
@@ -275,7 +276,7 @@ void SimulatedMachine::RecordCopy(Change change, const FullPath& destination, DW
     const bool bExists = dwCode == ERROR_FILE_EXISTS || dwCode == ERROR_ALREADY_EXISTS;
     change.eOutcome = Outcome::eFail;
     if (!bStaging) {
-        // A copy that was only to be made if there was no file yet.
+        // An existing file is expected here: the copy was only for a missing one.
         if (!bExists) Record(std::move(change));
         return;
     }
@@ -284,7 +285,7 @@ void SimulatedMachine::RecordCopy(Change change, const FullPath& destination, DW
     change.eAction = Action::eStage;
     change.bAtRestart = true;
     if (bExists) change.tstrReason = L"no name beside it is free for the copy";
-    // The first name that is tried is the destination's with a digit after it.
+    // The first name tried is the destination's followed by a digit.
     if (change.tstrTarget.ends_with(L'0')) change.tstrTarget.pop_back();
     m_optFailedCopy = std::move(change);
 }
@@ -356,7 +357,7 @@ bool SimulatedMachine::MoveNow(const std::wstring& tstrSource, const std::wstrin
 
     const auto itMade = m_made.find(source.Text());
     if (itMade != m_made.end()) {
-        // The run's own working copy: what was done to it is done to the file that it becomes.
+        // The run's own working copy: its changes now belong to the destination.
         m_log.ForEach([&](Change& change) {
             if (String::EqualsNoCase(change.tstrTarget, tstrSource)) change.tstrTarget = tstrDestination;
         });

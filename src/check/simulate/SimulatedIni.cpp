@@ -116,7 +116,7 @@ bool SimulatedMachine::StoreIniValue(const std::wstring& tstrPath, const std::ws
         Record(std::move(change));
         return Fail(dwCode, pdwError);
     }
-    // A text that no value can be mistaken for.
+    // A default that cannot be a value.
     const std::wstring tstrNone(1, L'\x1');
     std::wstring tstrOld;
     static_cast<void>(ReadIniValue(tstrPath, tstrSection, tstrKey, tstrNone, tstrOld, nullptr));

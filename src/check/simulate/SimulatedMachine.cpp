@@ -1,4 +1,4 @@
-// What is on the machine, and what is not about files, registry and INI files.
+// The setup of the machine, and everything except files, registry and INI files.
 #include "check/simulate/SimulatedMachine.h"
 
 #include "check/simulate/RegistryText.h"
@@ -76,7 +76,7 @@ void SimulatedMachine::LayOver(const std::wstring& tstrFolder, const std::wstrin
     const std::wstring tstrTarget = FullPath(tstrFolder).Text();
     const std::wstring tstrReal = FullPath(tstrRealFolder).Text();
     if (String::EqualsNoCase(tstrTarget, tstrReal)) return;
-    std::vector<std::wstring> folders{std::wstring()};  // still to be laid, relative
+    std::vector<std::wstring> folders{std::wstring()};  // still to be copied, relative
     while (!folders.empty()) {
         const std::wstring tstrBelow = std::move(folders.back());
         folders.pop_back();
@@ -149,7 +149,7 @@ std::vector<PlanStep> SimulatedMachine::Steps()
 
 bool SimulatedMachine::AreLongPathsOn() const
 {
-    // Windows looks once, when a program starts.
+    // Windows checks this once, at program start.
     if (!m_optLongPaths) {
         RegistryData data = DWORD{0};
         m_optLongPaths = ReadValue({.tstrKeyPath = L"SYSTEM\\CurrentControlSet\\Control\\FileSystem",
@@ -162,7 +162,7 @@ bool SimulatedMachine::AreLongPathsOn() const
 
 DWORD SimulatedMachine::Judge(const FullPath& path, std::size_t cchLong) const
 {
-    // A path that is too long is not looked into.
+    // Windows does not access a path that is too long.
     if (path.IsLong(cchLong) && !AreLongPathsOn()) return ERROR_PATH_NOT_FOUND;
     return path.Error();
 }

@@ -1,4 +1,4 @@
-// A machine in memory: a run works on it, and nothing real changes.
+// A machine in memory: a run works on it without changing anything real.
 #pragma once
 
 #include "check/simulate/ChangeLog.h"
@@ -13,62 +13,61 @@
 
 namespace Check {
 
-/// Reads through to another machine, keeps every change in memory, and answers each request as WindowsMachine would on
-/// Windows: the same result, the same code. Access rights and files that are in use are not simulated. Records the
-/// requests as changes, carries out its own list of delayed moves, and can be asked afterwards like any machine.
+/// Reads through to a base machine, keeps every change in memory, and answers each request with the result and code of
+/// WindowsMachine on Windows. Does not simulate access rights or files in use. Records the requests as changes, carries
+/// out its own list of delayed moves, and afterwards still works like any machine.
 class SimulatedMachine : public KzCommon::Machine {
 public:
-    /// `pBase`, which is only read and must outlive this machine, may be null: then there is nothing but what is added,
-    /// the known folders have their usual places on drive C:, and its drive exists.
+    /// `pBase` is only read and must outlive this machine. It may be null: the machine then contains only what is
+    /// added, with the known folders in their default places on drive C:.
     explicit SimulatedMachine(const KzCommon::Machine* pBase);
 
-    // -- what is on the machine before the run; nothing of it is recorded --
+    // -- the state before the run; not recorded --
 
-    /// Adds a file that has the content and, unless they are given, the attributes of a file of the machine below.
+    /// Adds a file with the content and, if `optAttributes` is empty, the attributes of a file of the base machine.
     void AddFileFrom(const std::wstring& tstrPath, const std::wstring& tstrReal,
                      std::optional<DWORD> optAttributes = std::nullopt);
-    /// Lays a folder of the machine below with all it holds over a folder. A link in it becomes a link. Links above are
-    /// not looked for.
+    /// Copies a folder of the base machine with its contents over a folder. Links in it stay links. Does not check for
+    /// links above it.
     void LayOver(const std::wstring& tstrFolder, const std::wstring& tstrRealFolder);
     void AddFile(const std::wstring& tstrPath, std::string_view strBytes, DWORD dwAttributes = FILE_ATTRIBUTE_ARCHIVE);
     void AddFolder(const std::wstring& tstrPath);
-    /// Takes away a file, or a folder with all it holds.
+    /// Removes a file, or a folder with its contents.
     void RemovePath(const std::wstring& tstrPath);
-    /// Makes a folder the root of a volume of its own.
+    /// Makes a folder the root of its own volume.
     void AddMountPoint(const std::wstring& tstrFolder);
-    /// Sets a value of any type, or removes it when none is given.
+    /// Sets a value of any type, or removes it if `optValue` is empty.
     void SetValue(const KzCommon::RegistryPlace& place, std::optional<KzCommon::StoredValue> optValue);
-    /// Takes away a registry key with all it holds.
+    /// Removes a registry key with its contents.
     void RemoveKey(const KzCommon::RegistryPlace& place) { m_registry.RemoveKey(place); }
-    /// Takes over a registry file: ReadRegistryText(), which also says what is returned.
+    /// Imports a registry file; see ReadRegistryText(), also for the result.
     std::vector<std::size_t> LoadRegistryText(std::string_view strBytes);
     void SetKnownFolder(KzCommon::KnownFolder eFolder, const std::wstring& tstrFolder);
     void SetUserProfiles(std::vector<std::wstring> folders) { m_optProfiles = std::move(folders); }
     void SetTouchpadDriverTooOld(bool bTooOld) { m_optTouchpadTooOld = bTooOld; }
 
-    // -- what came of the run --
+    // -- the state after the run --
 
-    /// Carries out the delayed moves and deletions in their order, as Windows does when it starts, and notes in their
-    /// changes what became of them. The list is empty afterwards.
+    /// Carries out the delayed moves and deletions in order, as Windows does at its start, and stores the results in
+    /// their changes. Empties the list.
     void Restart();
-    /// The recorded changes by operation, in the order of the run. What the restart brings is only certain after
-    /// Restart().
+    /// The recorded changes by operation, in run order. The results of the restart are only certain after Restart().
     [[nodiscard]] std::vector<PlanStep> Steps();
 
-    /// One delayed move; without a destination the source is deleted. Full paths.
+    /// One delayed move with full paths; without a destination the source is deleted.
     struct PendingMove {
         std::wstring tstrSource;
         std::wstring tstrDestination;
     };
-    /// The list as Windows would have it.
+    /// The list as on Windows.
     [[nodiscard]] std::vector<PendingMove> PendingMoves() const;
 
-    /// Where a file's content is: in a file of the machine below, of any size, or in memory.
+    /// A file's content: in a file of the base machine (of any size) or in memory.
     struct Content {
-        std::wstring tstrReal;                ///< empty: `optBytes` has it
-        std::optional<std::string> optBytes;  ///< nothing: it is not known, for edits of an INI file
+        std::wstring tstrReal;                ///< empty: use `optBytes`
+        std::optional<std::string> optBytes;  ///< empty: unknown, because of edits as an INI file
     };
-    /// False with the code when there is no such file.
+    /// False with the code when the file does not exist.
     [[nodiscard]] bool OpenContent(const std::wstring& tstrPath, Content& content, DWORD* pdwError) const;
 
     // -- Machine --
@@ -131,20 +130,20 @@ public:
     [[nodiscard]] bool EnumUserProfileFolders(std::vector<std::wstring>& folders, DWORD* pdwError) const override;
     [[nodiscard]] bool IsTouchpadDriverTooOld() const override;
     [[nodiscard]] DWORD TickCount() const override;
-    /// The answer is Cancel.
+    /// The user chooses Cancel.
     [[nodiscard]] bool AskAtConsole(std::wstring tstrTitle, std::wstring tstrMessage, DWORD dwStyle, bool& bAgreed,
                                     DWORD* pdwError) override;
 
     void BeginOperation(const wchar_t* szName) override;
     void ExplainNothing(const std::wstring& tstrReason) override { m_log.ExplainNothing(tstrReason); }
     void Explain(const std::wstring& tstrReason) override { m_log.Explain(tstrReason); }
-    /// A registry value that stays is shown with its data.
+    /// Shows the data of a registry value that stays.
     void Report(const Change& change) override;
 
 private:
     struct Move {
         FullPath source;
-        std::optional<FullPath> optDestination;  // nothing: the source is deleted
+        std::optional<FullPath> optDestination;  // empty: the source is deleted
         std::size_t uChange;
     };
     using PathNumbers = KzCommon::String::NoCaseMap<std::size_t>;
@@ -153,25 +152,25 @@ private:
 
     // SimulatedMachine.cpp
     [[nodiscard]] bool AreLongPathsOn() const;
-    /// Why Windows refuses the path whatever is there; ERROR_SUCCESS when it does not.
+    /// The code with which Windows refuses the path on any machine, otherwise ERROR_SUCCESS.
     [[nodiscard]] DWORD Judge(const FullPath& path, std::size_t cchLong = MAX_PATH) const;
     [[nodiscard]] Found At(const FullPath& path) const;
     [[nodiscard]] Found At(const std::wstring& tstrPath) const { return At(FullPath(tstrPath)); }
     void LayEntries(const std::wstring& tstrFolder, const std::wstring& tstrRealFolder);
-    /// Adds a change, after the failed copy that was still open.
+    /// Adds a change, after a pending failed copy.
     std::size_t Record(Change change);
     void SettleFailedCopy();
 
     // SimulatedFiles.cpp
-    /// Why the folder of a file that is to be copied there cannot be locked.
+    /// Why the folder of a copy's destination cannot be locked.
     [[nodiscard]] DWORD WhyHomeNotHeld(const FullPath& destination) const;
     [[nodiscard]] DWORD TryCopyOver(const FullPath& destination, const Found& source) const;
     [[nodiscard]] DWORD TryCopyNew(const FullPath& destination, const Found& source) const;
     [[nodiscard]] DWORD WhyNotPlaced(const FullPath& destination) const;
     void PutCopy(const FullPath& destination, const Found& source);
-    /// What replacing a file does before: the temporary files of programs that have ended go.
+    /// Deletes the temporary files of ended programs, as a replacement does first.
     void RemoveLeftovers(const FullPath& target);
-    /// Where a copy that the run has made comes from; the path itself for any other file.
+    /// The source of a copy that the run has made; the path itself for any other file.
     [[nodiscard]] std::wstring OriginOf(const std::wstring& tstrPath) const;
     void RecordCopy(Change change, const FullPath& destination, DWORD dwCode, bool bStaging);
     [[nodiscard]] std::wstring WhyNotCopied(const std::wstring& tstrDestination, const std::wstring& tstrSource,
@@ -184,7 +183,7 @@ private:
     [[nodiscard]] DWORD TryDelete(const std::wstring& tstrPath);
     void AddDeletion(const std::wstring& tstrPath, bool bAtRestart);
     void RecordNoDeletion(const std::wstring& tstrTarget, bool bAtRestart, DWORD dwCode);
-    /// Whether the file is spared; then that is recorded.
+    /// Whether the file is spared; records that.
     [[nodiscard]] bool Spares(const KzCommon::Storage::Directory::Spared& isSpared, const std::wstring& tstrPath,
                               bool bAtRestart);
     [[nodiscard]] bool DeleteMatching(const std::wstring& tstrFolder, const std::wstring& tstrPattern, bool bAtRestart,
@@ -216,12 +215,12 @@ private:
     std::optional<std::vector<std::wstring>> m_optProfiles;
     std::optional<bool> m_optTouchpadTooOld;
     mutable std::optional<bool> m_optLongPaths;
-    mutable KzCommon::String::NoCaseMap<KzCommon::Volume> m_volumes;  // of the one below
-    PathNumbers m_made;                     // the files that the run has made, and by which change
-    std::optional<Change> m_optFailedCopy;  // beside a destination: another name may do
+    mutable KzCommon::String::NoCaseMap<KzCommon::Volume> m_volumes;  // of the base machine
+    PathNumbers m_made;                     // the files created by the run, with their changes
+    std::optional<Change> m_optFailedCopy;  // beside a destination: another name may succeed
 };
 
-/// A code in the words of a plan.
+/// The text for a code in a plan.
 [[nodiscard]] std::wstring DescribeRefusal(DWORD dwCode);
 
 }  // namespace Check

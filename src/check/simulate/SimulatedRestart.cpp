@@ -1,4 +1,4 @@
-// What a machine in memory moves and deletes when it starts.
+// Moves and deletions when a machine in memory starts.
 #include "check/simulate/SimulatedMachine.h"
 
 #include "common/KzComn_Result.h"
@@ -12,7 +12,7 @@ namespace Check {
 
 namespace {
 
-/// Whether a file that arrives replaces one that is read-only.
+/// Whether an arriving file replaces a read-only one.
 constexpr bool kReplacesReadOnlyFiles = true;
 
 constexpr wchar_t kNotEmpty[] = L"the folder is not empty then";
@@ -31,7 +31,7 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
         return true;
     }
     const FullPath destination(tstrDestination);
-    // Windows only notes the two paths: what they name counts at the restart.
+    // Windows only stores the two paths; the restart looks at the files.
     const bool bLong = (source.IsLong(MAX_PATH) || destination.IsLong(MAX_PATH)) && !AreLongPathsOn();
     const bool bNoted = !bLong && !source.Text().empty();
     Change change{.eAction = Action::eMove, .eOutcome = Outcome::eNew, .bAtRestart = true};
@@ -46,7 +46,7 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
     const auto itMade = m_made.find(source.Text());
     const bool bBeside = String::StartsWithNoCase(source.Text(), destination.Text());
     if (bBeside && itMade != m_made.end() && m_log.At(itMade->second).eAction == Action::eCopy) {
-        // A copy that was put beside its place: one change for both.
+        // A copy staged beside its destination: one change for both.
         change.eAction = Action::eStage;
         change.tstrStaged = tstrSource;
         change.tstrSource = m_log.At(itMade->second).tstrSource;
@@ -109,7 +109,7 @@ std::wstring SimulatedMachine::CarryOut(const Move& move)
 void SimulatedMachine::Restart()
 {
     SettleFailedCopy();
-    PathTexts arrivals;  // where a file has come from, by where it is
+    PathTexts arrivals;  // the source of each arrived file, by destination
     for (const Move& move : std::exchange(m_moves, {})) {
         Change& change = m_log.At(move.uChange);
         const bool bReplaces = move.optDestination && m_files.Find(*move.optDestination).IsFile();
