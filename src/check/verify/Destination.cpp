@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kMaxCharacters = 1023;
 
-/// All that may stand in front, in the order in which a full path is compared with their folders.
+/// All placeholders of places, in the order in which a full path is compared with their folders.
 const std::vector<std::wstring>& PlaceholdersOfPlaces()
 {
     static const std::vector<std::wstring> s_placeholders = [] {
@@ -29,7 +29,7 @@ const std::vector<std::wstring>& PlaceholdersOfPlaces()
     return s_placeholders;
 }
 
-/// The placeholder in front of a place; empty without one.
+/// The placeholder at the beginning of a place; empty if there is none.
 std::wstring PlaceholderOf(std::wstring_view tstrPlace)
 {
     for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {
@@ -38,7 +38,7 @@ std::wstring PlaceholderOf(std::wstring_view tstrPlace)
     return {};
 }
 
-/// Stands for the folder of a placeholder while a place is resolved; nothing is looked up there.
+/// Replaces the folder of a placeholder while a place is resolved; never accessed.
 constexpr wchar_t kStandIn[] = L"C:\\{}\\";
 
 }  // namespace
@@ -51,7 +51,7 @@ bool IsRelativeName(std::wstring_view tstrName, bool bPattern)
         std::wstring tstrPart(tstrName.substr(0, uEnd));
         const bool bLast = uEnd == std::wstring_view::npos;
         if (bLast && bPattern) {
-            // A wildcard is as good as a letter, except that dots and blanks beside it stay what they are.
+            // Treat wildcards like letters, but keep dots and spaces beside them.
             std::replace_if(
                 tstrPart.begin(), tstrPart.end(), [](wchar_t ch) { return ch == L'*' || ch == L'?'; }, L'x');
         }
@@ -112,7 +112,7 @@ const Folder& MachineFolders::FolderOf(const std::wstring& tstrPlaceholder) cons
 {
     static const Folder unknown;
     const auto itFolder = m_folders.find(tstrPlaceholder);
-    // What is no full path depends on the current folder.
+    // A path that is not full depends on the current folder.
     return itFolder != m_folders.end() && String::IsFullPath(itFolder->second.Text()) ? itFolder->second : unknown;
 }
 
@@ -135,7 +135,7 @@ std::wstring MachineFolders::PlaceOf(const std::wstring& tstrPath) const
 
 bool MachineFolders::ParseRecordPlace(const std::wstring& tstrRecord, bool bPattern, Destination& destination) const
 {
-    // In records these two stand for nothing.
+    // These two are not placeholders in records.
     if (tstrRecord.starts_with(kAppData) || tstrRecord.starts_with(kSystemDrive)) return false;
     const auto optPlain = PlainPlace(tstrRecord, bPattern);
     if (!optPlain) return false;

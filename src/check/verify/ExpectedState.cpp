@@ -48,8 +48,8 @@ ExpectedValue& FindOrAddValue(std::vector<ExpectedValue>& registry, const std::w
     return *pValue;
 }
 
-/// Whether "add_if_non" leaves a value alone of which the records before it tell the state: one of the same type,
-/// unless its data are those that stand for a missing value.
+/// Whether "add_if_non" keeps a value whose state is known from earlier records: one of the same type, unless its data
+/// counts as missing.
 bool IsLeftAlone(const ExpectedValue& known, const RegistryRecord& record)
 {
     if (known.eState == ValueState::eAbsent || known.eType != record.eType) return false;
@@ -60,7 +60,7 @@ bool IsLeftAlone(const ExpectedValue& known, const RegistryRecord& record)
     return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
 }
 
-/// Run-once commands do not stay where they are written.
+/// Run-once commands do not stay in their key.
 bool LastsAnywhere(const RegistryRecord& record)
 {
     return !record.tstrKeyPath.empty() && !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
@@ -87,14 +87,14 @@ void PromiseNoValue(std::vector<ExpectedValue>& registry, const RegistryRecord& 
     FindOrAddValue(registry, KeyPathOf(record.tstrKeyPath), record.tstrValueName).eState = ValueState::eAbsent;
 }
 
-/// Carries a registry record out on what the records before it promise. `bOnlyMissing`: "add_if_non".
+/// Applies a registry record to the state expected from earlier records. `bOnlyMissing`: "add_if_non".
 void PromiseValue(std::vector<ExpectedValue>& registry, const RegistryRecord& record, bool bOnlyMissing)
 {
     if (!IsWritten(record.eType) || !LastsAnywhere(record)) return;
     const std::wstring tstrKeyPath = KeyPathOf(record.tstrKeyPath);
     const ExpectedValue* const pKnown = FindValue(registry, tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
-    // Looked for under its literal name, written as the unnamed value.
+    // Read under its literal name, written as the unnamed value.
     const bool bUnnamed = bOnlyMissing && record.tstrValueName == L"(Default)";
     const bool bKnown = pKnown != nullptr;
     ExpectedValue& expected = FindOrAddValue(registry, tstrKeyPath, bUnnamed ? std::wstring() : record.tstrValueName);
@@ -112,7 +112,7 @@ void PromiseIniValue(std::vector<ExpectedIniKey>& updateInfo, const ::IniRecord&
     updateInfo.push_back({record.tstrSection, record.tstrKey, record.tstrValue});
 }
 
-/// Puts together what one update promises.
+/// Collects the expected state of one update.
 class Collector {
 public:
     Collector(const Update& update, ExpectedState& expected, std::wstring& tstrErrors)
@@ -147,7 +147,7 @@ private:
         return records;
     }
 
-    /// Where the product is installed, or usually is: a full path below it is one of the product's places.
+    /// The known or default install folder: full paths below it are places of the product.
     static Folder InstalledFolderOf(const Update& update)
     {
         const std::wstring tstrRegistered = Frwk::Utility::GetInstalledFolder(WindowsMachine());
@@ -155,7 +155,7 @@ private:
                                                                         : Folder(tstrRegistered));
     }
 
-    /// A record's place; nothing, with a line that says so, for one that no manifest can name.
+    /// A record's place; empty, with an error line, if a manifest cannot express it.
     std::optional<std::wstring> PlaceOf(const std::wstring& tstrRecord, bool bPattern)
     {
         Destination destination;
@@ -181,10 +181,10 @@ private:
             case RecordEffect::eCreateFolder:
             case RecordEffect::eDeleteFolder:
             case RecordEffect::eDeleteFiles:
-            case RecordEffect::eDeleteFilesNow:  // above
-            case RecordEffect::eCarryOver:       // with the file that gets the values
+            case RecordEffect::eDeleteFilesNow:  // see above
+            case RecordEffect::eCarryOver:       // with the file that receives the values
             case RecordEffect::eRunOnce:
-            case RecordEffect::eShowText: break;  // nothing that can be verified on the machine
+            case RecordEffect::eShowText: break;  // has no effect on the machine that can be verified
         }
     }
 
@@ -214,13 +214,13 @@ private:
         constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
         const SectionRecords folders = Read(kFolders);
         const SectionRecords files = Read(kFiles);
-        if (folders.empty() || files.empty()) return;  // then nothing at all is removed
+        if (folders.empty() || files.empty()) return;  // then the agent removes nothing
         AddRecords(kFolders, folders);
         AddRecords(kFiles, files);
     }
 
-    /// Of several files for one place and language the last one that arrives: what is copied at once is replaced by
-    /// what the restart moves there.
+    /// Of several files for one place and language, the last one wins; files moved at the restart replace those copied
+    /// at once.
     void AddFiles()
     {
         String::NoCaseMap<String::NoCaseMap<const Delivery*>> last;  // by place and language
@@ -267,7 +267,7 @@ private:
         return kInstalledDir;
     }
 
-    /// The settings to carry over. False when the section is not there, and nothing is merged.
+    /// The settings to migrate. False when the section is missing, so that nothing is merged.
     bool ReadMigrated(std::vector<std::wstring>& migrated) const
     {
         constexpr const Section& kSection = SectionOf(L"QOR_CONFIG_MERGE", L"MergeConfig");
@@ -278,7 +278,7 @@ private:
         return !records.empty();
     }
 
-    /// A file that is refused gets no user's values: it is deployed as it is.
+    /// A refused file gets no user's values and is deployed unchanged.
     void PromiseSettings(ExpectedFile& expected, const std::wstring& tstrFile)
     {
         try {
@@ -294,7 +294,7 @@ private:
         }
     }
 
-    /// The changes of the update information. One that the update brings takes the place of the one with the changes.
+    /// The changes of the update information. An update's own update information replaces the changed file.
     void AddUpdateInfo()
     {
         constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");

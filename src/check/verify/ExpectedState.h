@@ -1,4 +1,4 @@
-// What an update promises to a machine: what is there, and what is gone, when it has arrived.
+// The expected state of a machine after an update.
 #pragma once
 
 #include "agent/IniEdits.h"
@@ -13,31 +13,31 @@
 
 namespace Check {
 
-/// One file that is to lie in a place.
+/// One expected file.
 struct ExpectedFile {
     std::wstring tstrPlace;   ///< "{InstalledDir}Qorvault.exe"
-    std::wstring tstrSource;  ///< "Component\...": what is moved or copied there
+    std::wstring tstrSource;  ///< "Component\...": the file that is moved or copied there
     bool bAtRestart = true;
-    /// The machine's language for which this promise holds; without one it holds where none for the language does.
+    /// The machine's language for this file. A file without a language is for all languages without their own file.
     std::wstring tstrLanguage;
-    /// Nothing where the file differs from machine to machine by design, or where its content is not known.
+    /// Empty if the content differs between machines or is unknown.
     std::optional<Content> optContent;
-    /// Of a merged configuration file, instead of its content.
+    /// For a merged configuration file, instead of its content.
     std::optional<ExpectedSettings> optSettings{};
 };
 
-/// Files that are to be gone.
+/// Files that must not exist.
 struct ExpectedDeletion {
     std::wstring tstrPlace;  ///< a folder, or files with wildcards
     bool bFolder = false;
     bool bAtRestart = true;
 };
 
-/// How much is known of a registry value's state.
+/// How much is known about a registry value.
 enum class ValueState {
-    eAbsent,  ///< it is gone
+    eAbsent,  ///< it does not exist
     eData,    ///< it has this type and data
-    eAnyData  ///< it has this type: the user's own data count as well
+    eAnyData  ///< it has this type; the data may be the user's
 };
 
 /// One registry value below HKEY_LOCAL_MACHINE.
@@ -46,9 +46,9 @@ struct ExpectedValue {
     std::wstring tstrValueName;
     ValueState eState = ValueState::eAbsent;
     RegistryType eType = RegistryType::eUnknown;
-    std::wstring tstrData;  ///< of a text, placeholders as they stand
+    std::wstring tstrData;  ///< of a text, with placeholders not expanded
     ULONGLONG ullData = 0;  ///< of a number
-    /// The value was written by its second name, "(Default)", which need not be there, and only where that is not.
+    /// Written as the unnamed value, only if the value with the literal name "(Default)" does not exist.
     bool bUnlessLiteral = false;
 };
 
@@ -59,13 +59,13 @@ struct ExpectedIniKey {
     std::wstring tstrValue;
 };
 
-/// Whether a key of the update information names a version.
+/// Whether a key of the update information contains a version.
 [[nodiscard]] bool IsVersionKey(const std::wstring& tstrKey);
 
-/// All of them.
+/// The complete expected state.
 struct ExpectedState {
     std::wstring tstrProduct;   ///< the product package's download path
-    std::wstring tstrResource;  ///< the resource package's
+    std::wstring tstrResource;  ///< the resource package's download path
     std::vector<std::wstring> folders;
     std::vector<ExpectedFile> files;
     std::vector<ExpectedDeletion> deletions;
@@ -78,8 +78,8 @@ struct ExpectedState {
     }
 };
 
-/// All that an update promises, with the contents of its files. What cannot be promised is a line of `tstrErrors`.
-/// False when a file cannot be read.
+/// Collects the expected state of an update, with the contents of its files. Adds a line to `tstrErrors` for anything
+/// that cannot be verified. False when a file is unreadable.
 [[nodiscard]] bool CollectExpectedState(const Update& update, ExpectedState& expected, std::wstring& tstrErrors);
 
 }  // namespace Check

@@ -1,4 +1,4 @@
-// Registry values as they are on this machine.
+// Registry values of this machine.
 #pragma once
 
 #include "agent/RegistryPatch.h"
@@ -11,14 +11,14 @@ namespace Check {
 
 /// A registry value of one of the types that an update writes.
 struct FoundValue {
-    DWORD dwError = ERROR_SUCCESS;  ///< why it cannot be read as any of them
+    DWORD dwError = ERROR_SUCCESS;  ///< why it is not readable as any of these types
     RegistryType eType = RegistryType::eUnknown;
     std::wstring tstrText;
     ULONGLONG ullNumber = 0;
 
-    /// Of a path that no key can have, such as one with a backslash in front, there is no value either.
+    /// A value with an invalid key path, such as one with a leading backslash, does not exist either.
     [[nodiscard]] bool IsThere() const noexcept { return !MeansNothingThere(dwError) && dwError != ERROR_BAD_PATHNAME; }
-    /// Whether it can be told at all.
+    /// Whether it is known if the value exists.
     [[nodiscard]] bool IsKnown() const noexcept
     {
         return !IsThere() || dwError == ERROR_SUCCESS || dwError == ERROR_INVALID_DATA;
@@ -29,7 +29,7 @@ struct FoundValue {
 [[nodiscard]] FoundValue ReadRegistryValue(const KzCommon::Machine& machine, const std::wstring& tstrKeyPath,
                                            const std::wstring& tstrName);
 
-/// The data of a registry value in words: "text", REG_DWORD 7.
+/// The text for the data of a registry value: "text", REG_DWORD 7.
 [[nodiscard]] std::wstring DescribeValue(RegistryType eType, const std::wstring& tstrText, ULONGLONG ullNumber);
 
 }  // namespace Check

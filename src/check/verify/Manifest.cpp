@@ -51,7 +51,7 @@ Json::Value Describe(const ExpectedFile& file)
         json["settings"]["tags"] = Describe(file.optSettings->tags);
         json["settings"]["carried_over"] = Describe(file.optSettings->carriedOver);
     }
-    // Without these two it differs from machine to machine.
+    // Without both, the content differs between machines.
     if (file.optContent) {
         json["size"] = Json::UInt64{file.optContent->ullSize};
         json["sha256"] = file.optContent->strSha256;
@@ -100,7 +100,7 @@ Json::Value DescribeAll(const std::vector<Item>& items)
     return json;
 }
 
-/// Reads members of one object; one that is missing or of another kind makes the whole wrong.
+/// Reads members of one object. A missing member or one of another type makes the whole object invalid.
 class Members {
 public:
     explicit Members(const Json::Value& json) : m_json(json), m_bOk(json.isObject()) {}
@@ -221,7 +221,7 @@ bool ReadList(const Json::Value& root, const char* szName, std::vector<Item>& it
     return true;
 }
 
-/// The text as UTF-8, however it was written.
+/// The text as UTF-8, from UTF-8 or UTF-16.
 std::string Decode(std::string_view strBytes)
 {
     if (strBytes.starts_with("\xEF\xBB\xBF")) return std::string(strBytes.substr(3));
@@ -249,7 +249,7 @@ bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstr
     return false;
 }
 
-/// Puts the manifest in the product package's settings folder, which is created where it is missing.
+/// Writes the manifest to the product package's settings folder and creates the folder if it is missing.
 bool WriteInto(const Folder& folder, std::string_view strManifest, DWORD* pdwError)
 {
     Storage::File::Replacement file(LongPath(folder / kShippedManifest));
@@ -266,7 +266,7 @@ int ShipManifest(const Update& update, Output& output)
                              L"package; without it use \"manifest UPDATE > FILE\"\n";
         return kCannotRead;
     }
-    // Without this folder the agent leaves the settings out: it has to be there before the promises are collected.
+    // Without this folder the agent skips the settings, so it must exist before the expected state is collected.
     const Folder folder = update.Root() / update.SettingFolder().Text();
     DWORD dwError = ERROR_SUCCESS;
     std::string strManifest;

@@ -19,14 +19,14 @@ namespace {
 
 using FoldedTags = std::set<std::wstring>;
 
-/// A tag path without regard to case; empty for what is none.
+/// A tag path for case-insensitive comparison; empty for an invalid one.
 std::wstring Folded(const std::wstring& tstrTag)
 {
     const auto path = TagPath::Parse(tstrTag);
     return path ? path->Folded() : std::wstring();
 }
 
-/// All elements below the root, sections included.
+/// All elements below the root, including sections.
 FoldedTags TagsIn(const XmlElement& root)
 {
     FoldedTags tags;
@@ -34,7 +34,7 @@ FoldedTags TagsIn(const XmlElement& root)
     return tags;
 }
 
-/// The first of the tags that is not among those; empty when all are.
+/// The first of the tags that is not in `there`; empty if all are.
 std::wstring FirstMissing(const std::vector<std::wstring>& tags, const FoldedTags& there)
 {
     const auto itMissing = std::find_if(tags.begin(), tags.end(),
@@ -42,7 +42,7 @@ std::wstring FirstMissing(const std::vector<std::wstring>& tags, const FoldedTag
     return itMissing == tags.end() ? std::wstring() : *itMissing;
 }
 
-/// What of the carried over settings the user had; nothing when the kept file cannot be read.
+/// The migrated settings that the user had; empty when the kept file is unreadable.
 std::vector<std::wstring> KeptTags(const std::vector<std::wstring>& carriedOver, std::string_view strKept)
 {
     std::vector<std::wstring> kept;

@@ -1,4 +1,4 @@
-// A configuration file that the agent makes out of the update's and the user's: no two machines have the same.
+// Configuration files that the agent merges from the update's and the user's file: different on every machine.
 #pragma once
 
 #include "common/KzComn_XmlElement.h"
@@ -9,20 +9,21 @@
 
 namespace Check {
 
-/// What such a file is to hold on every machine. Names and paths only, never a value.
+/// The contents of a merged file on every machine: only names and paths, never values.
 struct ExpectedSettings {
     std::wstring tstrRoot;           ///< the outermost element's name
     std::vector<std::wstring> tags;  ///< settings, "/Parent/Child"
-    /// What is carried over besides where the user has it. A merge that failed leaves it in the file that was kept.
+    /// Settings that are also migrated if the user has them. After a failed merge they are in the kept file.
     std::vector<std::wstring> carriedOver;
 };
 
-/// The promise of an update's configuration file; `migrated`: the records of what is carried over.
+/// The expected contents of an update's configuration file; `migrated` has the records with the settings to migrate.
 [[nodiscard]] ExpectedSettings SettingsOf(const KzCommon::Storage::XmlElement& root,
                                           const std::vector<std::wstring>& migrated);
 
-/// Why a merged file is not as it was promised: where it is not well-formed, or the first setting that it lacks; empty
-/// when it is. `strKept`: the user's file that a failed merge has kept; empty when there is none. Expat.
+/// Why a merged file differs from the expected one: the position where it is not well-formed, or the first missing
+/// setting; empty if it does not differ. `strKept` is the user's file kept by a failed merge, empty if there is none.
+/// Expat.
 [[nodiscard]] std::wstring WhyNotMerged(const ExpectedSettings& expected, std::string_view strMerged,
                                         std::string_view strKept);
 

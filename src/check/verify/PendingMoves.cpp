@@ -17,17 +17,17 @@ namespace Check {
 namespace {
 
 constexpr wchar_t kSessionManager[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
-/// The second one is carried out after the first.
+/// Windows carries out the second one after the first.
 constexpr const wchar_t* kLists[] = {L"PendingFileRenameOperations", L"PendingFileRenameOperations2"};
 
-/// Names of the folder of drives and volumes in native paths.
+/// The root folders of drives and volumes in native paths.
 constexpr std::wstring_view kNativeRoots[] = {L"\\??\\", L"\\DosDevices\\", L"\\GLOBAL??\\"};
 constexpr std::wstring_view kShare = L"UNC\\";
 constexpr std::wstring_view kVolume = L"Volume{";
 constexpr std::wstring_view kSystemRoot = L"\\SystemRoot\\";
 
-/// The first place where a volume is mounted, for the volume's own name in front of a path; the path as it is for a
-/// volume that is nowhere mounted.
+/// Replaces a volume's own name at the beginning of a path with the volume's first mount point; an unmounted volume's
+/// path is unchanged.
 std::wstring MountedPath(const std::wstring& tstrPath)
 {
     std::wstring tstrLong = L"\\\\?\\" + tstrPath;
@@ -42,7 +42,7 @@ std::wstring MountedPath(const std::wstring& tstrPath)
     return tstrMounts.empty() ? tstrLong : tstrMounts + tstrLong.substr(uName + 2);
 }
 
-/// A path as the list has it: flags in front ("!", "*" and a number), then, mostly, the native form.
+/// A path in the list: optional flags ("!", "*" and a number), then usually the native form.
 std::wstring PlainPath(std::wstring_view tstrNative, bool& bReplace)
 {
     const std::size_t uPath = std::min(tstrNative.find_first_not_of(L"!*@0123456789"), tstrNative.size());
@@ -60,7 +60,7 @@ std::wstring PlainPath(std::wstring_view tstrNative, bool& bReplace)
     return std::wstring(tstrNative);
 }
 
-/// A path with the long names of what is there; as it is when that is nothing.
+/// A path with the long names of an existing file or folder; unchanged if it does not exist.
 std::wstring WithLongNames(const std::wstring& tstrPath)
 {
     std::wstring tstrLong(::GetLongPathNameW(tstrPath.c_str(), nullptr, 0), L'\0');
@@ -68,14 +68,14 @@ std::wstring WithLongNames(const std::wstring& tstrPath)
     return tstrLong.empty() ? tstrPath : tstrLong;
 }
 
-/// A path with long names and without a backslash at its end. Case remains.
+/// A path with long names and without trailing backslash; keeps its case.
 std::wstring PlainName(std::wstring tstrPath)
 {
     while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
     if (tstrPath.find(L'~') != std::wstring::npos) {
         const std::wstring tstrFolder = String::FolderPart(tstrPath);
         const std::wstring tstrLong = WithLongNames(tstrPath);
-        // A file that is not there yet may well be in a folder that is.
+        // A missing file may be in an existing folder.
         tstrPath = tstrLong == tstrPath ? WithLongNames(tstrFolder) + tstrPath.substr(tstrFolder.size()) : tstrLong;
     }
     return tstrPath;
@@ -144,7 +144,7 @@ void PendingPlaces::CarryOut(const PendingMove& move)
 
 PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) const
 {
-    // What the list does to a folder it does to all below it.
+    // A change of a folder also affects everything below it.
     for (std::size_t uEnd = tstrPath.size(); uEnd != std::wstring::npos && uEnd > 0 && !m_places.empty();
          uEnd = tstrPath.rfind(L'\\', uEnd - 1)) {
         const auto itPlace = m_places.find(PlainName(tstrPath.substr(0, uEnd)));
@@ -162,7 +162,7 @@ bool PendingPlaces::IsThere(const std::wstring& tstrPath) const
     return AttributesOf(m_machine, tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
 }
 
-/// A folder whose content a deletion would have to leave first; a link goes with what it points to.
+/// A folder that must be empty before its deletion; a link is deleted with any contents of its target.
 bool PendingPlaces::IsRealFolder(const std::wstring& tstrPath) const
 {
     return m_machine.HasFolder(LongPath(tstrPath)) && !m_machine.IsLink(tstrPath);

@@ -11,49 +11,48 @@
 
 namespace Check {
 
-/// One of them, with full paths; without a destination the source is deleted.
+/// One move with full paths; without a destination the source is deleted.
 struct PendingMove {
     std::wstring tstrSource;
     std::wstring tstrDestination;
-    bool bReplace = false;  ///< a file in the destination's place is replaced; without it the move then fails
+    bool bReplace = false;  ///< replaces an existing file; otherwise the move then fails
 };
 
-/// The machine's list, in its order.
+/// The machine's list, in order.
 [[nodiscard]] std::vector<PendingMove> ReadPendingMoves(const KzCommon::Machine& machine);
 
-/// Splits the raw text of the list: pairs of texts that end in a zero each, of which the second may be empty. Other
-/// programs write to it as well, in every form that Windows takes.
+/// Splits the raw text of the list: pairs of zero-terminated texts, of which the second may be empty. Other programs
+/// write to it as well, in every form that Windows accepts.
 [[nodiscard]] std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw);
 
-/// What the restart makes of one place.
+/// The effect of the restart on one place.
 struct PendingFate {
     enum class Kind {
-        eStays,  ///< what is there now
+        eStays,  ///< unchanged
         eGone,   ///< deleted, or moved away
-        eTaken   ///< another file takes the place
+        eTaken   ///< replaced with another file
     };
     Kind eKind = Kind::eStays;
-    std::wstring tstrFrom;  ///< of eTaken: where that file is now
-    bool bMovedTo = false;  ///< a move there is carried out, whatever comes after it
-    bool bLost = false;     ///< a move there fails because its source is gone
+    std::wstring tstrFrom;  ///< for eTaken: the current path of that file
+    bool bMovedTo = false;  ///< a move to this place succeeds, even if a later entry changes it again
+    bool bLost = false;     ///< a move to this place fails because its source is missing
 };
 
-/// What the list comes to when Windows has carried it out, entry by entry: later ones act on what earlier ones leave.
-/// An entry whose source is missing does nothing, nor does a move to a missing folder, or onto a file that it is not
-/// to replace, nor the deletion of a folder that is not empty by then. The machine is looked at by the
-/// constructor and by each question.
+/// The result of the whole list, entry by entry; later entries work on the result of earlier ones. An entry has no
+/// effect if its source is missing, if the destination folder is missing, if the destination exists and may not be
+/// replaced, or if a folder to delete is not empty by then. The constructor and each query access the machine.
 class PendingPlaces {
 public:
-    /// `machine` must outlive this.
+    /// `machine` must outlive this object.
     PendingPlaces(const KzCommon::Machine& machine, const std::vector<PendingMove>& moves);
 
-    /// What becomes of a full path; case and short names do not matter.
+    /// The effect on a full path, compared without regard to case and short names.
     [[nodiscard]] PendingFate After(const std::wstring& tstrPath) const;
-    /// Whether a file or folder is gone then.
+    /// Whether a file or folder does not exist after the restart.
     [[nodiscard]] bool IsGone(const std::wstring& tstrPath) const;
 
 private:
-    /// Where a file or folder comes from; nothing for one that is gone.
+    /// The original path of a file or folder; empty if it is deleted.
     using Origin = std::optional<std::wstring>;
 
     void CarryOut(const PendingMove& move);
@@ -63,7 +62,7 @@ private:
     [[nodiscard]] bool IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const;
 
     const KzCommon::Machine& m_machine;
-    KzCommon::String::NoCaseMap<Origin> m_places;  // those that the list changes
+    KzCommon::String::NoCaseMap<Origin> m_places;  // the places that the list changes
     KzCommon::String::NoCaseSet m_movedTo;
     KzCommon::String::NoCaseSet m_lost;
 };

@@ -1,4 +1,4 @@
-// Whether something is there: what the code of a failed look-up tells of it.
+// Interprets the code of a failed lookup: whether the object does not exist.
 #pragma once
 
 #include "check/update/LongPath.h"
@@ -11,16 +11,16 @@
 
 namespace Check {
 
-/// Whether the Win32 code of a look-up or a listing says that nothing is there. Every other code leaves it open: a
-/// folder that the caller may not list is not an empty one.
+/// Whether the Win32 code of a lookup or listing means that nothing exists there. With any other code this is unknown:
+/// a folder without list access may not be empty.
 inline bool MeansNothingThere(DWORD dwError) noexcept
 {
-    // The last two: a file is in the way of a folder, and a name that no file can have.
+    // The last two: a file where a folder is needed, and an invalid file name.
     return dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND || dwError == ERROR_DIRECTORY ||
            dwError == ERROR_INVALID_NAME;
 }
 
-/// The attributes of a file or folder; INVALID_FILE_ATTRIBUTES, with the code in `dwError`, when they cannot be read.
+/// The attributes of a file or folder; INVALID_FILE_ATTRIBUTES, with the code in `dwError`, when unreadable.
 inline DWORD AttributesOf(const KzCommon::Machine& machine, const std::wstring& tstrPath, DWORD& dwError)
 {
     DWORD dwAttributes = INVALID_FILE_ATTRIBUTES;

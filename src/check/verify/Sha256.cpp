@@ -26,15 +26,15 @@ struct HashTraits {
     static void Release(Handle handle) noexcept { ::BCryptDestroyHash(handle); }
 };
 
-/// Opens a file whoever else has it open, and tells its size.
+/// Opens a file, even if it is in use, and returns its size.
 bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSize, DWORD* pdwError)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    // A folder opens only with the flag for backups: it is told apart by what is opened, not by the code.
+    // A folder opens only with the backup flag; the attributes then identify it.
     constexpr DWORD kFlags = FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_BACKUP_SEMANTICS;
     hFile.Reset(
         ::CreateFileW(LongPath(tstrPath).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr));
-    // These two, and not GetFileInformationByHandle: it asks for the volume of every file as well.
+    // Faster than GetFileInformationByHandle, which also queries the volume of every file.
     FILE_BASIC_INFO attributes{};
     FILE_STANDARD_INFO information{};
     if (!hFile || !::GetFileInformationByHandleEx(hFile.Get(), FileBasicInfo, &attributes, sizeof(attributes)) ||
@@ -59,7 +59,7 @@ std::string ToHex(const std::array<UCHAR, kHashBytes>& bytes)
     return strText;
 }
 
-/// The algorithm is opened once for all files.
+/// The algorithm, opened once for all files.
 BCRYPT_ALG_HANDLE Sha256()
 {
     static const UniqueHandle<Config::AlgorithmTraits> hAlgorithm = [] {
@@ -70,7 +70,7 @@ BCRYPT_ALG_HANDLE Sha256()
     return hAlgorithm.Get();
 }
 
-/// Hashes what `read` brings, block by block: bytes and their number, none at the end; false ends it with the code.
+/// Hashes the blocks from `read`, which returns bytes and their number (0 at the end), or false with a code.
 template <class Read>
 bool Hash(Read&& read, Content& content, DWORD* pdwError)
 {
@@ -101,7 +101,7 @@ bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content
     const auto read = [&](const UCHAR*& pBytes, ULONG& cbBlock, bool& bMore) {
         pBytes = buffer.data();
         const bool bRead = ::ReadFile(hFile, buffer.data(), static_cast<DWORD>(buffer.size()), &cbBlock, nullptr);
-        bMore = cbBlock == buffer.size();  // only at the end of a file is less read than was asked for
+        bMore = cbBlock == buffer.size();  // only the last block is incomplete
         return bRead;
     };
     return Hash(read, content, pdwError);

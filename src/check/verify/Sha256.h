@@ -1,4 +1,4 @@
-// What a file holds, as a number that no other content has.
+// The size and hash of file contents.
 #pragma once
 
 #include <windows.h>
@@ -16,8 +16,8 @@ struct Content {
     bool operator==(const Content&) const = default;
 };
 
-/// Reads the files of this machine through one buffer. One that is a link is not followed but refused. Derived classes
-/// read those of other machines.
+/// Reads the files of this machine through one buffer; refuses links instead of following them. Derived classes read
+/// files of other machines.
 class ContentReader {
 public:
     ContentReader() = default;
@@ -25,17 +25,18 @@ public:
     ContentReader& operator=(const ContentReader&) = delete;
     virtual ~ContentReader() = default;
 
-    /// Only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a
+    /// Reads only the size. False with the code: ERROR_CANT_ACCESS_FILE (1920) for a link, ERROR_DIRECTORY (267) for a
     /// folder. CreateFileW.
     [[nodiscard]] virtual bool ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError);
-    /// Size and hash, with the same codes. ReadFile, BCryptHashData.
+    /// Reads size and hash, with the same codes. ReadFile, BCryptHashData.
     [[nodiscard]] virtual bool Read(const std::wstring& tstrPath, Content& content, DWORD* pdwError);
-    /// Whether the file holds that content: it is read only when its size is right. False in `bSame` for another one;
-    /// the result is false with the code when it cannot be told.
+    /// Compares the file with a content; reads it only if its size matches. Sets `bSame`; false with the code when the
+    /// comparison fails.
     [[nodiscard]] virtual bool Compare(const std::wstring& tstrPath, const Content& content, bool& bSame,
                                        DWORD* pdwError);
 
-    /// The whole file; ERROR_FILE_TOO_LARGE (223) for more than `cbMost` bytes, else the same codes. ReadFile.
+    /// Reads the whole file; ERROR_FILE_TOO_LARGE (223) for more than `cbMost` bytes, otherwise the same codes.
+    /// ReadFile.
     [[nodiscard]] virtual bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
                                          DWORD* pdwError);
 

@@ -22,7 +22,7 @@ namespace Check {
 
 namespace {
 
-/// An INI value as Windows reads it back: without the blanks and the pair of quotes around it.
+/// An INI value as Windows reads it: without the spaces and the pair of quotes around it.
 std::wstring ReadBack(const std::wstring& tstrValue)
 {
     const std::size_t uBegin = tstrValue.find_first_not_of(L" \t");
@@ -33,21 +33,21 @@ std::wstring ReadBack(const std::wstring& tstrValue)
     return bQuoted ? tstrText.substr(1, tstrText.size() - 2) : tstrText;
 }
 
-/// Whether a staged copy beside a file's place has that path: the place with a number after it.
+/// Whether a path can be a staged copy beside a file's place: the place followed by a number.
 bool IsStagedFor(const std::wstring& tstrPath, const std::wstring& tstrPlace)
 {
     if (tstrPath.size() <= tstrPlace.size() || !String::StartsWithNoCase(tstrPath, tstrPlace)) return false;
     return tstrPath.find_first_not_of(L"0123456789", tstrPlace.size()) == std::wstring::npos;
 }
 
-/// What a look at a file says of its promise.
+/// The result of checking one file.
 struct Judgement {
     Verdict eVerdict = Verdict::eUnknown;
     std::wstring tstrDetail;
-    bool bContentKnown = false;  ///< it was compared with a content, not only seen to be there
+    bool bContentKnown = false;  ///< its content was compared, not only its existence
 };
 
-/// Looks promises up one by one.
+/// Checks the expected items one by one.
 class Verifier {
 public:
     Verifier(const ExpectedState& expected, VerifyContext& context) : m_expected(expected), m_context(context)
@@ -82,8 +82,8 @@ private:
         m_results.push_back({eVerdict, tstrWhat, tstrDetail});
     }
 
-    /// Whether something shows that the update ran here: its version among the update information or, where it names
-    /// none, all that can be told.
+    /// Whether there is evidence that the update ran here: its version in the update information or, if it has none,
+    /// anything else that can be checked.
     [[nodiscard]] bool HasRun() const
     {
         if (m_cVersions > 0) return m_cRightVersions == m_cVersions;
@@ -93,7 +93,7 @@ private:
                });
     }
 
-    /// Without an update that ran, what looks like its files may be the older ones.
+    /// Without evidence that the update ran, matching files may be the older ones.
     void DoubtFiles()
     {
         for (const std::size_t uAnswer : m_doubtful) {
@@ -102,13 +102,13 @@ private:
         }
     }
 
-    /// The full path of a file's place; empty, with an answer, when it is not to be looked at.
+    /// The full path of a file's place; empty, with a result, if it must not be accessed.
     std::wstring Resolve(const std::wstring& tstrPlace)
     {
         Destination destination;
         return ResolveParsed(tstrPlace, ParseDestination(tstrPlace, false, destination), destination);
     }
-    /// The same for the place of a record, which its author may spell in other ways.
+    /// Likewise for the place of a record, which may have other spellings.
     std::wstring ResolveRecord(const std::wstring& tstrPlace, bool bPattern)
     {
         Destination destination;
@@ -144,8 +144,8 @@ private:
         Add(bFolder ? Verdict::eArrived : Verdict::eMissing, tstrPath);
     }
 
-    /// Of several files for one place that differ by language this machine gets the one of the product's; without one
-    /// of that language the one without any.
+    /// Of several files for one place, the machine gets the one in the product's language, otherwise the one without a
+    /// language.
     [[nodiscard]] bool IsForThisMachine(const ExpectedFile& file) const
     {
         return file.tstrLanguage.empty() ? !m_chosen.contains(file.tstrPlace) : IsInItsLanguage(file);
@@ -170,7 +170,7 @@ private:
         Judgement judgement = JudgeFile(tstrPath, tstrSource, file);
         if (IsOverruled(judgement, tstrPath, fate)) return;
         const bool bThere = judgement.eVerdict == Verdict::eArrived;
-        // Only what is moved leaves the download folder.
+        // Only moved files leave the download folder.
         if (!bThere && file.bAtRestart && m_context.machine.HasFile(LongPath(tstrSource))) {
             if (judgement.eVerdict == Verdict::eMissing) judgement.tstrDetail = L"nothing is there";
             judgement.eVerdict = Verdict::eLeftInDownload;
@@ -180,8 +180,8 @@ private:
         Add(judgement.eVerdict, tstrPath, judgement.tstrDetail);
     }
 
-    /// Whether what the restart moves to a file's place is what was promised. A file whose content is not known is
-    /// told by where it is: in the download folder, or staged beside its place.
+    /// Whether the file that the restart moves to a place is the expected one. A file with unknown content is
+    /// identified by its path: in the download folder, or staged beside its place.
     bool IsWaiting(const ExpectedFile& file, const std::wstring& tstrSource, const std::wstring& tstrPath,
                    const PendingFate& fate)
     {
@@ -192,7 +192,7 @@ private:
         return eVerdict == Verdict::eArrived || (eVerdict == Verdict::eUnknown && bOwn);
     }
 
-    /// Answers for a file that the pending moves say more of than its place does. False when they do not.
+    /// Adds a result for a file if the pending moves matter more than the current state; otherwise false.
     bool IsOverruled(const Judgement& judgement, const std::wstring& tstrPath, const PendingFate& fate)
     {
         const bool bThere = judgement.eVerdict == Verdict::eArrived;
@@ -208,8 +208,8 @@ private:
         return true;
     }
 
-    /// Whether a file is there with its content. Of one whose content is not promised, the file that is still in the
-    /// download folder tells it; once that is gone, it has been moved.
+    /// Whether a file exists with its content. If its content is unknown, it is compared with the file in the download
+    /// folder; if that no longer exists, it has been moved.
     Judgement JudgeFile(const std::wstring& tstrPath, const std::wstring& tstrSource, const ExpectedFile& file)
     {
         DWORD dwError = ERROR_SUCCESS;
@@ -218,7 +218,7 @@ private:
         Judgement judgement;
         Content content;
         ULONGLONG ullSize = 0;
-        // Settings change in use: the copy that a move from another drive leaves behind says nothing of them.
+        // Settings change in use, so the copy that a move from another drive leaves behind cannot be compared.
         const bool bBySource = !file.optSettings || IsSameDrive(tstrSource, tstrPath);
         if (file.optContent) {
             bRead = m_context.contents.Compare(tstrPath, *file.optContent, bSame, &dwError);
@@ -238,7 +238,7 @@ private:
         } else if (dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND) {
             judgement.eVerdict = Verdict::eMissing;
         } else {
-            // What is seen to be no such file is another content; what cannot be opened may be anything.
+            // A visible object of another kind has another content; an inaccessible file may have any.
             const bool bSeen =
                 dwError == ERROR_DIRECTORY || dwError == ERROR_CANT_ACCESS_FILE || dwError == ERROR_FILE_TOO_LARGE;
             judgement.eVerdict = bSeen ? Verdict::eDifferent : Verdict::eUnknown;
@@ -247,7 +247,7 @@ private:
         return judgement;
     }
 
-    /// False with the code when the file cannot be read.
+    /// False with the code when the file is unreadable.
     bool JudgeSettings(const std::wstring& tstrPath, const ExpectedSettings& settings, std::wstring& tstrDetail,
                        DWORD* pdwError) const
     {
@@ -262,7 +262,7 @@ private:
         return true;
     }
 
-    /// Whether a file is one that a run keeps for the user: a pattern that happens to match it does not delete it.
+    /// Whether a run keeps the file for the user: a matching pattern does not delete it.
     bool IsKept(const std::wstring& tstrPath, const std::wstring& tstrPattern) const
     {
         return tstrPattern.find_first_of(L"*?") != std::wstring::npos &&
@@ -273,7 +273,7 @@ private:
     {
         Destination destination;
         const bool bPlace = m_context.folders.ParseRecordPlace(deletion.tstrPlace, !deletion.bFolder, destination);
-        // A log folder that is not set: the agent refuses the record, so that nothing was promised.
+        // A log folder that is not set: the agent refuses the record, so nothing is expected.
         if (bPlace && !m_context.folders.FolderOf(destination.tstrPlaceholder).IsKnown()) return;
         const std::wstring tstrPath = ResolveRecord(deletion.tstrPlace, !deletion.bFolder);
         if (tstrPath.empty()) return;
@@ -291,7 +291,7 @@ private:
         if (cLeft == 0) Add(Verdict::eDeleted, tstrPath);
     }
 
-    /// Lists a folder. ERROR_SUCCESS also when there is nothing to list; else why it is not known what is there.
+    /// Lists a folder. ERROR_SUCCESS also for a missing folder; otherwise why its contents are unknown.
     template <class Visit>
     DWORD List(const std::wstring& tstrFolder, const std::wstring& tstrPattern, Visit&& visit) const
     {
@@ -300,7 +300,7 @@ private:
         return bListed || MeansNothingThere(dwError) ? DWORD{ERROR_SUCCESS} : dwError;
     }
 
-    /// Everything below a folder is to be gone but what the update brought.
+    /// Everything below a folder must be deleted except the update's own files.
     void VerifyNoFolder(const std::wstring& tstrFolder)
     {
         DWORD dwUnknown = ERROR_SUCCESS;
@@ -354,7 +354,7 @@ private:
         if (value.eType == RegistryType::eText) Expand(tstrText);
         if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, DescribeError(found.dwError));
         if (IsRight(value, found, tstrText)) {
-            // A value that is left alone where it is there, and one that is deleted, may have been so all along.
+            // A value that stays if it exists, or that is deleted, may already have been in this state.
             return value.eState == ValueState::eData ? AddRight(tstrWhat) : Add(Verdict::eValueRight, tstrWhat);
         }
         if (value.bUnlessLiteral) {
@@ -379,7 +379,8 @@ private:
         return value.eType == RegistryType::eText ? found.tstrText == tstrText : found.ullNumber == value.ullData;
     }
 
-    /// Expands as the run did: the download folder is the one of the promises, whatever is installed by now.
+    /// Expands placeholders as the run did, with the update's own download folder, even if another version is installed
+    /// by now.
     void Expand(std::wstring& tstrText) const
     {
         const std::wstring& tstrDownload = m_context.folders.FolderOf(kDownloadDir);
@@ -397,7 +398,7 @@ private:
         DWORD dwError = ERROR_SUCCESS;
         const bool bRead = ReadUpdateInfo(tstrFile, value, tstrIs, dwError);
         const bool bRight = bRead && tstrIs == tstrPromised;
-        // The agent's own version is the same after many an update.
+        // Many updates set the same version of the agent.
         const ::IniRecord own = DeployedVersion();
         const bool bOwn = String::EqualsNoCase(value.tstrKey, own.tstrKey);
         if (!bOwn && IsVersionKey(value.tstrKey)) {
@@ -423,7 +424,7 @@ private:
         return m_context.machine.ReadIniValue(tstrFile, value.tstrSection, value.tstrKey, {}, tstrIs, &dwError);
     }
 
-    /// A value that an older machine need not have.
+    /// Adds a correct value that an older machine may not have.
     void AddRight(const std::wstring& tstrWhat)
     {
         m_bEvidence = true;
@@ -433,13 +434,13 @@ private:
     const ExpectedState& m_expected;
     VerifyContext& m_context;
     PathValues m_paths{m_context.machine};
-    String::NoCaseSet m_brought;  // full paths of the promised files
-    String::NoCaseSet m_chosen;   // places that have a file of the product's language
+    String::NoCaseSet m_brought;  // full paths of the expected files
+    String::NoCaseSet m_chosen;   // places with a file in the product's language
     std::vector<VerifyResult> m_results;
-    std::vector<std::size_t> m_doubtful;  // answers of files that have arrived unless they are the older ones
-    std::size_t m_cVersions = 0;          // of the update, among the update information
+    std::vector<std::size_t> m_doubtful;  // results of correct files that may be older ones
+    std::size_t m_cVersions = 0;          // number of the update's versions in the update information
     std::size_t m_cRightVersions = 0;
-    bool m_bEvidence = false;  // something is there that an older machine need not have
+    bool m_bEvidence = false;  // something exists that an older machine may not have
 };
 
 }  // namespace

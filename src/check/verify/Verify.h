@@ -1,4 +1,4 @@
-// "verify": whether an update has arrived on this machine.
+// "verify": checks whether an update has arrived on this machine.
 #pragma once
 
 #include "check/update/CommandLine.h"
@@ -12,55 +12,54 @@
 
 namespace Check {
 
-/// What became of a promise.
+/// The result for an expected item.
 enum class Verdict {
     eArrived,
     eDeleted,
     eValueRight,
     eWaiting,         ///< in the list of pending moves
-    eMissing,         ///< not there, nor where the restart would take it from
-    eDifferent,       ///< there with another content
-    eLeftInDownload,  ///< the file still lies where it was downloaded
-    eToBeDeleted,     ///< there, until the restart deletes it or moves it away
-    eToBeReplaced,    ///< there, until the restart moves another program's file to its place
+    eMissing,         ///< neither in its place nor where the restart would take it from
+    eDifferent,       ///< exists with another content
+    eLeftInDownload,  ///< the file is still in the download folder
+    eToBeDeleted,     ///< exists until the restart deletes or moves it
+    eToBeReplaced,    ///< exists until the restart replaces it with another program's file
     eNotDeleted,
     eValueDiffers,
-    eUnknown,  ///< the caller may not look, or nothing tells the promised file from an older one
-    eRefused,  ///< a place that no update can name, or one behind a link: not looked at
+    eUnknown,  ///< not accessible, or possibly an older file
+    eRefused,  ///< an invalid place, or one behind a link: not accessed
     eCount
 };
 
-/// One line of the answer.
+/// One line of the result.
 struct VerifyResult {
     Verdict eVerdict;
     std::wstring tstrWhat;    ///< path, or key and value
-    std::wstring tstrDetail;  ///< empty, or what is there instead
+    std::wstring tstrDetail;  ///< empty, or the current state
 };
 
-/// The machine that is looked at. It is only read.
+/// The machine to check; only read.
 struct VerifyContext {
     const KzCommon::Machine& machine;
     ContentReader& contents;  ///< of the machine's files
     MachineFolders& folders;
     PendingPlaces pending;
-    std::wstring tstrLanguage;  ///< the product's
+    std::wstring tstrLanguage;  ///< the product's language
 };
 
-/// Looks every promise up, in their order. A file whose content is not promised, since it differs from machine to
-/// machine, has arrived only where something shows that the update ran: its version is among the update information or,
-/// where it names none, all else is as it was promised.
+/// Checks every expected item in order. A file without an expected content, because it differs between machines, counts
+/// as arrived only with evidence that the update ran: its version in the update information or, if it has none, all
+/// other items as expected.
 [[nodiscard]] std::vector<VerifyResult> VerifyState(const ExpectedState& expected, VerifyContext& context);
 
-/// 0 when all are kept, 3010 when what is not kept only waits for the restart, else 1.
+/// 0 when all are as expected, 3010 when all others wait for the restart, otherwise 1.
 [[nodiscard]] int ExitCodeOf(std::span<const VerifyResult> results);
 
-/// One line for each answer, those that are not kept last, then one that counts. `tstrSource`: where the promises are
-/// from.
+/// One line per result, unexpected ones last, then the counts. `tstrSource` is the source of the expected state.
 [[nodiscard]] std::wstring FormatResults(std::span<const VerifyResult> results, const std::wstring& tstrSource);
-/// The same as JSON in ASCII.
+/// Likewise as JSON in ASCII.
 [[nodiscard]] std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std::wstring& tstrSource);
 
-/// The verb.
+/// Runs the verb.
 [[nodiscard]] int RunVerify(const Arguments& arguments, Output& output);
 
 }  // namespace Check

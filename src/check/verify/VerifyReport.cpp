@@ -1,4 +1,4 @@
-// The answers of "verify" in their forms, and the verb.
+// The output formats of "verify", and the verb.
 #include "check/verify/Verify.h"
 
 #include "check/update/ErrorText.h"
@@ -24,7 +24,7 @@ namespace Check {
 
 namespace {
 
-/// How a verdict is called, and whether it says that the promise is kept.
+/// The name of a verdict, and whether it means "as expected".
 struct VerdictRow {
     Verdict eVerdict;
     const wchar_t* szWord;
@@ -66,7 +66,7 @@ std::size_t CountOf(std::span<const VerifyResult> results, Verdict eVerdict)
         results.begin(), results.end(), [&](const VerifyResult& result) { return result.eVerdict == eVerdict; }));
 }
 
-/// Where the update that is in the download folder has its manifest; empty when that is not below the install folder.
+/// The manifest of the update in the download folder; empty when that is not below the install folder.
 std::wstring DownloadedManifest(const Folder& installed)
 {
     const DownloadKey& key = ProductDownloadKey();
@@ -78,7 +78,7 @@ std::wstring DownloadedManifest(const Folder& installed)
     return folders.LeadsElsewhere(machine, place) ? std::wstring() : folders.PathOf(place);
 }
 
-/// When a file was written last; nothing when there is no such file.
+/// The last write time of a file; empty when it does not exist.
 std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
 {
     WIN32_FILE_ATTRIBUTE_DATA data = {};
@@ -88,13 +88,13 @@ std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
     return ULARGE_INTEGER{{data.ftLastWriteTime.dwLowDateTime, data.ftLastWriteTime.dwHighDateTime}}.QuadPart;
 }
 
-/// The manifest that was shipped with the newest update: the one that is installed, or that the restart puts in its
-/// place, unless a newer one has been downloaded since. Empty without any.
+/// The manifest shipped with the newest update: the installed one, or the one that the restart puts in its place,
+/// unless a newer one has been downloaded since. Empty if there is none.
 std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& pending)
 {
     std::wstring tstrFound = installed / kShippedManifest;
     const PendingFate fate = pending.After(tstrFound);
-    // Another program may move a file there, too: one from elsewhere is of no update.
+    // Another program may move a file there, too: one from elsewhere does not belong to an update.
     if (fate.eKind == PendingFate::Kind::eTaken && installed.Contains(fate.tstrFrom)) {
         tstrFound = fate.tstrFrom;
     }
@@ -105,7 +105,7 @@ std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& p
     return optFound ? tstrFound : std::wstring();
 }
 
-/// The manifest is the file that is to arrive under its own name: unlike its promise, this machine knows its content.
+/// Sets the expected content of the manifest file itself, which is known here but cannot be in the manifest.
 void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected)
 {
     ContentReader reader;
@@ -118,7 +118,7 @@ void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected)
     }
 }
 
-/// Reads the promises of a manifest. False, with a line of errors, when it cannot be read or promises nothing.
+/// Reads the expected state from a manifest. False, with an error line, when it is unreadable or empty.
 bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, Output& output)
 {
     std::string strBytes;
