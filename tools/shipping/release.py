@@ -67,7 +67,8 @@ def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int,
     guides = {f'guides/{file.name}': file for file in (checkout / 'docs').glob('*.md')
               if file.name not in INTERNAL_DOCUMENTS}
     licences = {f'licences/{licence}': checkout / DEPS / place for licence, place in LICENCES.items()}
-    content = {**{file.name: file for file in shipped}, **guides, **below(checkout, 'starter', 'schemas'), **licences}
+    content: Content = {**{file.name: file for file in shipped}, **guides, **licences,
+                        **below(checkout, 'starter', 'schemas')}
     write_zip(target / f'{name}.zip', name, content, epoch)
     write_zip(target / f'brevant-tools-{version}.zip', f'brevant-tools-{version}',
               {**tools(checkout), **guides, 'VERSION': f'{version}\n'.encode()}, epoch)
