@@ -2,14 +2,21 @@
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 
-set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
-set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
-set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+# As tools/toolchain.sh.
+set(kTarget x86_64-w64-mingw32)
+set(kThreads -posix)
+if("$ENV{BREVANT_TOOLCHAIN}" STREQUAL "ucrt")
+    set(kTarget x86_64-w64-mingw32ucrt)
+    set(kThreads "")
+endif()
+set(CMAKE_C_COMPILER ${kTarget}-gcc${kThreads})
+set(CMAKE_CXX_COMPILER ${kTarget}-g++${kThreads})
+set(CMAKE_RC_COMPILER ${kTarget}-windres)
 
 get_filename_component(BREVANT_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 
 # Headers and libraries come from the cross-built prefix (tools/setup.sh) and the compiler, never from the host.
-set(CMAKE_FIND_ROOT_PATH "${BREVANT_ROOT}/build/deps" /usr/x86_64-w64-mingw32)
+set(CMAKE_FIND_ROOT_PATH "${BREVANT_ROOT}/build/deps" /usr/${kTarget})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -14,8 +14,10 @@ for argument in "$@"; do
 done
 source tools/packages.sh
 
-readonly kVersion=16 # of clang; Debian 12's default, 14, does not know std::source_location
-readonly kPackages=(clang-$kVersion clang-tidy-$kVersion cppcheck)
+# Of clang: the oldest that is known here from 16 on; Debian 12's default, 14, does not know std::source_location.
+kVersion="$(apt-cache pkgnames clang-tidy- | sed -nE 's/^clang-tidy-(1[6-9]|[2-9][0-9])$/\1/p' | sort -n | head -n 1)"
+readonly kVersion="${kVersion:-16}"
+readonly kPackages=("clang-$kVersion" "clang-tidy-$kVersion" cppcheck)
 readonly kPythonPackages=(flake8 mypy)
 readonly kBuild="$PWD/build/analyse" kGroups="$PWD/build/analyse/groups"
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Prepares a bare Debian 12 for building and testing Brevant: installs the packages and cross-builds the locked
+# Prepares a bare Debian 12, or 13, for building and testing Brevant: installs the packages and cross-builds the locked
 # versions (tools/dependencies.lock) of Expat (libexpat.dll), JsonCpp and GoogleTest once into build/deps. Does nothing
 # when all is there. Needs root, or a user with sudo, only while packages are missing.
 #
@@ -12,27 +12,26 @@ answer_options --exact "$@"
 [[ $# -le 1 ]] || wrong_use "too many arguments"
 readonly kRoot="$PWD"
 readonly kDeps="$kRoot/build/deps"
+source tools/toolchain.sh
 # Whatever makes build/deps what it is: a change of any of these makes it anew.
-readonly kRecipe=(tools/setup.sh tools/dependencies.lock
+readonly kRecipe=(tools/setup.sh tools/toolchain.sh tools/dependencies.lock
     cmake/Hardening.cmake cmake/DependencyOptions.cmake cmake/SplitSymbols.cmake)
-kStamp="$kDeps/.recipe-$(cat "${kRecipe[@]}" | sha256sum | cut -c 1-16)${1:-}"
+kStamp="$kDeps/.recipe-$({ echo "$kTarget" && cat "${kRecipe[@]}"; } | sha256sum | cut -c 1-16)${1:-}"
 readonly kStamp
 
 # package | file that shows that it is installed
-readonly kPackages='
+readonly kPackages="$kToolchainPackages
 clang-format                    /usr/bin/clang-format
 cmake                           /usr/bin/cmake
 dpkg-dev                        /usr/bin/dpkg-source
-g++-mingw-w64-x86-64-posix      /usr/bin/x86_64-w64-mingw32-g++-posix
 libboost-dev                    /usr/include/boost/lexical_cast.hpp
-mingw-w64-x86-64-dev            /usr/x86_64-w64-mingw32/include/windows.h
 ninja-build                     /usr/bin/ninja
 openssl                         /usr/bin/openssl
 osslsigncode                    /usr/bin/osslsigncode
 python3                         /usr/bin/python3
 wine                            /usr/bin/wine
 wine64                          /usr/lib/wine/wine64
-'
+"
 
 say() { printf '[setup] %s\n' "$*"; }
 fail() { printf '[setup] FAILED: %s\n' "$*" >&2; exit 1; }
@@ -78,9 +77,9 @@ cross_build() {
     shift 2
     quietly "$log" cmake -S "$source" -B "$name-build" -G Ninja \
         -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_SYSTEM_PROCESSOR=x86_64 \
-        -DCMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix -DCMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix \
-        -DCMAKE_RC_COMPILER=x86_64-w64-mingw32-windres \
-        -DCMAKE_FIND_ROOT_PATH=/usr/x86_64-w64-mingw32 -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER \
+        -DCMAKE_C_COMPILER="$kTarget-gcc$kThreads" -DCMAKE_CXX_COMPILER="$kTarget-g++$kThreads" \
+        -DCMAKE_RC_COMPILER="$kTarget-windres" \
+        -DCMAKE_FIND_ROOT_PATH="/usr/$kTarget" -DCMAKE_FIND_ROOT_PATH_MODE_PROGRAM=NEVER \
         -DCMAKE_FIND_ROOT_PATH_MODE_LIBRARY=ONLY -DCMAKE_FIND_ROOT_PATH_MODE_INCLUDE=ONLY \
         -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$kDeps.new" -DCMAKE_INSTALL_LIBDIR=lib \
         -DCMAKE_PROJECT_INCLUDE="$kRoot/cmake/DependencyOptions.cmake" "$@"

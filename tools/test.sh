@@ -20,6 +20,7 @@ source tools/packages.sh
 source tools/programs.sh
 
 readonly kUnitTests='^unit\.'
+readonly kFormatVersion=14 # of clang-format, Debian 12's: another version formats some lines in another way
 
 step() {
     local start=$SECONDS name="$1"
@@ -30,6 +31,10 @@ step() {
 }
 
 check_format() {
+    if [[ ! "$(clang-format --version)" =~ \ version\ $kFormatVersion\. ]]; then
+        echo "[test] NOTICE: the format is not checked: this is not clang-format $kFormatVersion"
+        return 0
+    fi
     find . -path ./build -prune -o '(' -name '*.h' -o -name '*.cpp' ')' -print0 |
         xargs -0 -r clang-format --dry-run -Werror
 }

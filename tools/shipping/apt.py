@@ -1,10 +1,14 @@
-"""Debian's source archive, asked through apt with a configuration of its own: the machine's stays as it is."""
+"""Debian's source archive, asked through apt with a configuration of its own: the machine's stays as it is.
+
+    python3 -m shipping.apt FOLDER SUITE   writes the machine's own entries into a folder, for another release of Debian
+"""
 import dataclasses
 import functools
 import os
 import pathlib
 import re
 import subprocess
+import sys
 import tarfile
 
 # Names a file with deb-src lines that takes the place of the machine's own archive, a mirror or a folder; or the
@@ -110,6 +114,12 @@ def _write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
     if ARCHIVE_VARIABLE in os.environ and kind == 'deb-src' and not source_pack():
         (folder / 'archive.list').write_text(pathlib.Path(os.environ[ARCHIVE_VARIABLE]).read_text('utf-8'), 'utf-8')
         return
+    write_entries(folder, suite, kind)
+
+
+def write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
+    """The same from the machine's own entries only: a mirror has all releases. Entries of others for its release are
+    left out: their part is not called main."""
     codename = machine_suite()
     suite = suite or codename
     etc = pathlib.Path('/etc/apt')
@@ -117,15 +127,18 @@ def _write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
     for file in sorted(etc.glob('sources.list.d/*.sources')):
         text = re.sub(r'^#.*\n', '', file.read_text('utf-8'), flags=re.M)
         for paragraph in re.split(r'\n\s*\n', text.strip()):
-            if re.search(rf'^Suites:.*\b{codename}', paragraph, re.M) and \
+            if re.search(rf'^Suites:.*\s{codename}', paragraph, re.M) and \
+                    re.search(r'^Components:.*\smain\b', paragraph, re.M) and \
                     not re.search(r'^Enabled: *no', paragraph, re.M | re.I):
-                paragraph = re.sub(r'^Types:.*$', f'Types: {kind}', paragraph, flags=re.M)
-                paragraphs.append(re.sub(r'^Suites:.*$', lambda line: line[0].replace(codename, suite), paragraph,
-                                         flags=re.M))
-    (folder / 'debian.sources').write_text('\n\n'.join(paragraphs) + '\n', 'utf-8')
+                paragraphs.append(re.sub(r'^Types:.*$', f'Types: {kind}', paragraph, flags=re.M))
     lines: list[str] = []
     for file in (etc / 'sources.list', *sorted(etc.glob('sources.list.d/*.list'))):
         if file.is_file():
-            lines += [re.sub(rf'([ /]){codename}', rf'\1{suite}', re.sub(r'^deb\s', f'{kind} ', line))
-                      for line in file.read_text('utf-8').splitlines() if re.match(rf'deb\s.*[ /]{codename}', line)]
-    (folder / 'debian.list').write_text('\n'.join(dict.fromkeys(lines)) + '\n', 'utf-8')
+            lines += [re.sub(r'^deb\s', f'{kind} ', line) for line in file.read_text('utf-8').splitlines()
+                      if re.match(rf'deb\s.*\s{codename}.*\smain\b', line)]
+    for name, texts in (('debian.sources', '\n\n'.join(paragraphs)), ('debian.list', '\n'.join(dict.fromkeys(lines)))):
+        (folder / name).write_text(re.sub(rf'(?<=\s){codename}', suite, texts) + '\n', 'utf-8')
+
+
+if __name__ == '__main__':
+    write_entries(pathlib.Path(sys.argv[1]), sys.argv[2], 'deb')
