@@ -39,8 +39,10 @@ namespace KzCommon::Storage::File {
 /// changed: ERROR_DIRECTORY (267) for a folder. SetFileAttributesW.
 [[nodiscard]] bool MakeWritable(const std::wstring& tstrPath, DWORD* pdwError);
 
-/// Schedules a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. False
-/// with the code in `*pdwError` (may be null), after about two seconds for a temporary failure. MoveFileExW.
+/// Schedules a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. A file
+/// that is to be replaced loses its read-only attribute: Windows would drop the move. Where the attribute stays, a
+/// trace line says so, and the move is scheduled. False with the code in `*pdwError` (may be null) and
+/// nothing changed, after about two seconds for a temporary failure. MoveFileExW, SetFileAttributesW.
 [[nodiscard]] bool MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError);
 
 }  // namespace KzCommon::Storage::File

@@ -1,5 +1,6 @@
 // Moves and deletions at the next restart. The system's list contains paths: if a folder is replaced with a link after
 // the check here, the restart follows the link, because no lock lasts until then.
+#include "common/KzComn_DebugLog.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_LockedFolder.h"
@@ -38,6 +39,26 @@ std::wstring FolderAbove(const std::wstring& tstrFull)
     return tstrFull.substr(0, uSlash == std::wstring::npos || uSlash < uRoot ? uRoot : uSlash) + L'\\';
 }
 
+/// Makes a file that a delayed move is to replace writable: Windows leaves one that is read-only as it is, and drops
+/// the move without a word. One that stays read-only leaves its line. Returns the attributes that it had,
+/// INVALID_FILE_ATTRIBUTES when nothing was changed.
+DWORD UnprotectTarget(const std::wstring& tstrPath)
+{
+    const DWORD dwOld = ::GetFileAttributesW(tstrPath.c_str());
+    const bool bProtected = dwOld != INVALID_FILE_ATTRIBUTES && (dwOld & FILE_ATTRIBUTE_READONLY) != 0;
+    if (!bProtected || (dwOld & FILE_ATTRIBUTE_DIRECTORY)) return INVALID_FILE_ATTRIBUTES;
+    const DWORD dwNew = dwOld & ~DWORD{FILE_ATTRIBUTE_READONLY};
+    DWORD dwError = ERROR_SUCCESS;
+    Directory::HeldFolder folder;
+    if (folder.Hold(FolderAbove(Directory::FullPath(tstrPath)), &dwError)) {
+        if (::SetFileAttributesW(tstrPath.c_str(), dwNew ? dwNew : DWORD{FILE_ATTRIBUTE_NORMAL})) return dwOld;
+        dwError = ::GetLastError();
+    }
+    Trace(kTraceError, L"*** KzCommon::Storage::File - [%s] stays read-only and is not replaced. [0x%08x]",
+          tstrPath.c_str(), dwError);
+    return INVALID_FILE_ATTRIBUTES;
+}
+
 }  // namespace
 
 bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError)
@@ -49,7 +70,10 @@ bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tst
         dwError = ::GetLastError();
         return false;
     };
-    return RetryWhileInUse(schedule, &MayRegister, pdwError);
+    const DWORD dwOld = szDestination ? UnprotectTarget(tstrDestination) : INVALID_FILE_ATTRIBUTES;
+    if (RetryWhileInUse(schedule, &MayRegister, pdwError)) return true;
+    if (dwOld != INVALID_FILE_ATTRIBUTES) ::SetFileAttributesW(szDestination, dwOld);
+    return false;
 }
 
 namespace Directory {

@@ -144,7 +144,8 @@ std::wstring WhetherItRan(const std::wstring& tstrFolder)
     return ReadFileAt(tstrFolder + L"ran.txt").starts_with("ran") ? L"runs" : L"does not run";
 }
 
-// question, assumed, Wine 8 where it differs, what depends on it; clang-format would give each trial lines of its own
+// question, assumed, Wine 8 | Wine 10 where they differ, what depends on it; clang-format would give each trial lines
+// of its own
 // clang-format off
 constexpr Assumption kRows[] = {
     {L"CopyFileW onto a hidden file", L"refused (5)", L"done", L"drivers, language files and shortcut backup",
@@ -197,7 +198,9 @@ constexpr Assumption kRows[] = {
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, 0); }},
     {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &WhatStandsInOld,
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, FILE_ATTRIBUTE_READONLY, 0); }},
-    {L"delayed move onto a read-only file", L"arrives", nullptr, L"files that a user has protected", &WhatStandsInOld,
+    // Wine 10 does as Windows.
+    {L"delayed move onto a read-only file", L"does not arrive", L"arrives",
+     L"what is to be replaced is made writable when the move is registered", &WhatStandsInOld,
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, FILE_ATTRIBUTE_READONLY); }},
     {L"delayed deletion of a folder that is empty by then", L"gone", nullptr, L"folders of \"QOR_DIR\"",
      &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, true); }},

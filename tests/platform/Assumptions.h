@@ -13,7 +13,9 @@ namespace Platform {
 struct Assumption {
     const wchar_t* szQuestion;
     const wchar_t* szAssumed;  ///< what the product counts on
-    const wchar_t* szWine;     ///< what Wine 8 may show instead (some of it as root only); null where it agrees
+    /// What Wine 8 may show instead (some of it as root only); after a " | ", what Wine 10 may, where that is something
+    /// else again. Null where it agrees.
+    const wchar_t* szWine;
     const wchar_t* szFollows;  ///< what in the product depends on it
     /// Tries it out, or looks at what a restart has made of it; says in a few words what it saw. Empty when it could
     /// not be seen here: `szSeenBy` says where.

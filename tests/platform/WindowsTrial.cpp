@@ -4,9 +4,8 @@
 //     WindowsTrial.exe --prepare        sets up what only a restart shows (as an administrator)
 //     WindowsTrial.exe --after-restart  looks at it
 //
-// A row is "ok", "Wine" (differs in the way that is known of Wine 8), "not seen" (cannot be seen here) or "DIFFERS".
-// Exit code 0 unless one differs.
-// Started by a double click it does the first and waits for a key.
+// A row is "ok", "Wine" (differs in the way that is known of Wine 8 or 10), "not seen" (cannot be seen here) or
+// "DIFFERS". Exit code 0 unless one differs. Started by a double click it does the first and waits for a key.
 #include "Assumptions.h"
 
 #include "common/KzComn_File.h"
@@ -18,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -47,9 +47,23 @@ void Print(const std::wstring& tstrLine)
     std::puts(KzCommon::String::ToUtf8(tstrLine).c_str());
 }
 
-bool IsWine()
+/// Wine's version, 0 on Windows.
+int WineVersion()
 {
-    return ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    const FARPROC pfn = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "wine_get_version");
+    return pfn ? std::atoi(reinterpret_cast<const char*(CDECL*)()>(reinterpret_cast<void*>(pfn))()) : 0;
+}
+
+/// What this Wine is known to show instead; empty where it is to show what is assumed, and on Windows.
+std::wstring KnownOfWine(const Assumption& row)
+{
+    constexpr std::wstring_view kNext = L" | ";
+    constexpr int kFirstWithNext = 10;
+    const std::wstring_view tstrAll = row.szWine ? row.szWine : L"";
+    const std::size_t uNext = std::min(tstrAll.find(kNext), tstrAll.size());
+    if (WineVersion() == 0) return {};
+    if (WineVersion() < kFirstWithNext || uNext == tstrAll.size()) return std::wstring(tstrAll.substr(0, uNext));
+    return std::wstring(tstrAll.substr(uNext + kNext.size()));
 }
 
 /// Prints one row; false when it differs, and not as Wine is known to.
@@ -60,7 +74,7 @@ bool Judge(const Assumption& row, const std::wstring& tstrSeen)
         return true;
     }
     const bool bAssumed = tstrSeen == row.szAssumed;
-    const bool bWine = !bAssumed && IsWine() && row.szWine && tstrSeen == row.szWine;
+    const bool bWine = !bAssumed && tstrSeen == KnownOfWine(row);
     const std::wstring tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
     Print(tstrVerdict + row.szQuestion + L": " + tstrSeen);
     if (bAssumed) return true;

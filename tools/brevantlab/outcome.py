@@ -30,6 +30,7 @@ class State:
     files: dict[str, bytes]
     values: dict[tuple[str, str], registry.Data]  # (key, value name): data
     links: dict[str, ShellLink]
+    protected: frozenset[str] = frozenset()  # the files that are read-only, in small letters
 
     def __post_init__(self) -> None:
         self._names = {path.casefold(): path for path in self.files}
@@ -112,7 +113,7 @@ class Outcome:
             return 'its folder is missing'
         if self.after.content(target) is None:
             return 'has been deleted again' if self._deleted(target) else 'is not there'
-        return 'has another content'
+        return 'the file there is read-only' if target.casefold() in self.after.protected else 'has another content'
 
     def _deleted(self, target: str) -> bool:
         return any(not move.target and move.source.casefold() == target.casefold() for move in self.moves)

@@ -105,6 +105,13 @@ def _hidden_drivers(scenario: Scenario) -> None:
     scenario.attributes['C:\\kbfilter.ini'] = 'h'
 
 
+def _protected_file(scenario: Scenario) -> None:
+    _records()(scenario)
+    scenario.put(scenario.share + 'UI\\panel.dll')
+    scenario.put(scenario.install + 'panel.dll')
+    scenario.attributes[scenario.install + 'panel.dll'] = 'r'
+
+
 def _refused_language_file(scenario: Scenario) -> None:
     _records(QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
     setting = scenario.share + 'Setting\\'
@@ -129,13 +136,15 @@ _CASES: dict[str, Change] = {
         'add={InstalledDir}New\\bad?\\deep', 'add=Q:\\nowhere', 'add={InstalledDir}dots...', 'add={InstalledDir}a/b']),
     'a folder is deleted into which files move': _deleted_folder,
     'the source of a file is deleted at once': _deleted_source,
+    'a file that is replaced at the restart is read-only': _protected_file,
     'hidden drivers': _hidden_drivers,
     'a refused copy of the language file': _refused_language_file,
     'links in the package and in the product': _linked,
 }
 
 
-_SEEN_AFTER_RESTART = ('a folder is deleted into which files move', 'the source of a file is deleted at once')
+_SEEN_AFTER_RESTART = ('a folder is deleted into which files move', 'the source of a file is deleted at once',
+                       'a file that is replaced at the restart is read-only')
 
 
 def known_cases(installs: Sequence[str] = INSTALLS) -> list[Scenario]:
@@ -321,8 +330,13 @@ class _Maker:
     def set_attributes(self) -> None:
         # Wine, run by root, writes to read-only INI files; Windows does not.
         paths = sorted(path for path in self.scenario.files if not path.endswith('.ini'))
+        names = [path.rpartition('\\')[2].casefold() for path in paths if '\\Component\\' in path]
         for _ in self.some(8) if self.often(0.6) else ():
-            self.scenario.attributes[self.random.choice(paths)] = self.random.choice(('r', 'h', 'rh', 's', 'hs'))
+            path = self.random.choice(paths)
+            letters = self.random.choice(('r', 'h', 'rh', 's', 'hs'))
+            # A second file for the place of a read-only one does not arrive on Windows, but does in Wine 8.
+            twice = '\\Component\\' in path and names.count(path.rpartition('\\')[2].casefold()) > 1
+            self.scenario.attributes[path] = letters.replace('r', '') or 'h' if twice else letters
 
     def add_odd_files(self) -> None:
         scenario, choose = self.scenario, self.random.choice

@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import shutil
+import stat
 import struct
 import subprocess
 import sys
@@ -197,13 +198,15 @@ class Trial:
         return [Move(source, target.lstrip('!')) for source, target in self.machine.pending_moves()]
 
     def state(self) -> State:
-        files = {}
+        files, protected = {}, set()
         for folder, _, names in self._walk():
             where = windows_path(self.machine, folder)
             for name in names:
                 path, file = where + name, folder / name
                 if path not in OURS and not (where.startswith(TRACE_FOLDER) and '.log' in name) and file.is_file():
                     files[path] = file.read_bytes()
+                    if not file.stat().st_mode & stat.S_IWUSR:
+                        protected.add(path.casefold())
         links = {path: _link(content) for path, content in files.items() if path.endswith('.lnk')}
         values = {}
         keys = {key.casefold(): key for key in (SETTINGS, *NAMED_KEYS, *(key for key, _ in self.records))}
@@ -212,7 +215,8 @@ class Trial:
                 for subkey, entries in self.machine.read_tree(key).items():
                     for name, (_, data) in entries.items():
                         values['\\'.join(filter(None, (key, subkey))), name] = data
-        return State(files, {name: data for name, data in values.items() if '\\DebugLog' not in name[0]}, links)
+        values = {name: data for name, data in values.items() if '\\DebugLog' not in name[0]}
+        return State(files, values, links, frozenset(protected))
 
     def folders(self) -> set[str]:
         return {windows_path(self.machine, folder).rstrip('\\').casefold() for folder, _, _ in self._walk()}

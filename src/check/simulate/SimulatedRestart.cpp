@@ -12,9 +12,6 @@ namespace Check {
 
 namespace {
 
-/// Whether an arriving file replaces a read-only one.
-constexpr bool kReplacesReadOnlyFiles = true;
-
 constexpr wchar_t kNotEmpty[] = L"the folder is not empty then";
 
 }  // namespace
@@ -37,11 +34,16 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
     Change change{.eAction = Action::eMove, .eOutcome = Outcome::eNew, .bAtRestart = true};
     change.tstrTarget = tstrDestination;
     change.tstrSource = tstrSource;
-    if (At(destination).IsFile()) change.eOutcome = Outcome::eReplace;
+    const Found old = At(destination);
+    if (old.IsFile()) change.eOutcome = Outcome::eReplace;
     if (!bNoted) {
         change.eOutcome = Outcome::eFail;
         change.bAtRestart = false;
         change.tstrReason = L"longer than 259 characters, in its place or in the download folder";
+    }
+    if (bNoted && old.IsFile() && (old.dwAttributes & FILE_ATTRIBUTE_READONLY)) {
+        const DWORD dwNew = old.dwAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
+        m_files.Own(destination)->optAttributes = dwNew ? dwNew : DWORD{FILE_ATTRIBUTE_NORMAL};
     }
     const auto itMade = m_made.find(source.Text());
     const bool bBeside = String::StartsWithNoCase(source.Text(), destination.Text());
@@ -97,9 +99,7 @@ std::wstring SimulatedMachine::CarryOut(const Move& move)
     if (IsOtherVolume(move.source, destination)) {
         return L"on another volume: Windows moves no file there at the restart";
     }
-    if (!kReplacesReadOnlyFiles && old.IsFile() && (old.dwAttributes & FILE_ATTRIBUTE_READONLY)) {
-        return L"the file there is read-only";
-    }
+    if (old.IsFile() && (old.dwAttributes & FILE_ATTRIBUTE_READONLY)) return L"the file there is read-only then";
     const std::shared_ptr<FileState> pState = m_files.Own(move.source);
     m_files.Remove(move.source);
     m_files.PutFile(destination, pState);

@@ -136,10 +136,15 @@ void PendingPlaces::CarryOut(const PendingMove& move)
     const Origin optThere = OriginOf(move.tstrDestination);
     const bool bInTheWay = optThere && (!move.bReplace || IsRealFolder(*optThere));
     if (bInTheWay || !OriginOf(String::FolderPart(move.tstrDestination))) return;
+    if (optThere && IsReadOnlyFile(*optThere)) {
+        m_protected.insert(tstrDestination);
+        return;
+    }
     m_places[tstrDestination] = optNow;
     m_places[tstrSource] = std::nullopt;
     m_movedTo.insert(tstrDestination);
     m_lost.erase(tstrDestination);
+    m_protected.erase(tstrDestination);
 }
 
 PendingPlaces::Origin PendingPlaces::OriginOf(const std::wstring& tstrPath) const
@@ -160,6 +165,14 @@ bool PendingPlaces::IsThere(const std::wstring& tstrPath) const
 {
     DWORD dwError = ERROR_SUCCESS;
     return AttributesOf(m_machine, tstrPath, dwError) != INVALID_FILE_ATTRIBUTES || !MeansNothingThere(dwError);
+}
+
+bool PendingPlaces::IsReadOnlyFile(const std::wstring& tstrPath) const
+{
+    constexpr DWORD kAsked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+    DWORD dwError = ERROR_SUCCESS;
+    const DWORD dwAttributes = AttributesOf(m_machine, tstrPath, dwError);
+    return dwAttributes != INVALID_FILE_ATTRIBUTES && (dwAttributes & kAsked) == FILE_ATTRIBUTE_READONLY;
 }
 
 /// A folder that must be empty before its deletion; a link is deleted with any contents of its target.
@@ -185,10 +198,11 @@ bool PendingPlaces::IsEmptyFolder(const std::wstring& tstrPath, const std::wstri
 PendingFate PendingPlaces::After(const std::wstring& tstrPath) const
 {
     PendingFate fate;
-    if (m_places.empty() && m_lost.empty()) return fate;
+    if (m_places.empty() && m_lost.empty() && m_protected.empty()) return fate;
     const std::wstring tstrPlain = PlainName(tstrPath);
     fate.bMovedTo = m_movedTo.contains(tstrPlain);
     fate.bLost = m_lost.contains(tstrPlain);
+    fate.bProtected = m_protected.contains(tstrPlain);
     const Origin optThen = OriginOf(tstrPath);
     if (optThen && !String::EqualsNoCase(PlainName(*optThen), tstrPlain)) {
         fate.eKind = PendingFate::Kind::eTaken;

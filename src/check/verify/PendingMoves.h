@@ -33,14 +33,16 @@ struct PendingFate {
         eTaken   ///< replaced with another file
     };
     Kind eKind = Kind::eStays;
-    std::wstring tstrFrom;  ///< for eTaken: the current path of that file
-    bool bMovedTo = false;  ///< a move to this place succeeds, even if a later entry changes it again
-    bool bLost = false;     ///< a move to this place fails because its source is missing
+    std::wstring tstrFrom;    ///< for eTaken: the current path of that file
+    bool bMovedTo = false;    ///< a move to this place succeeds, even if a later entry changes it again
+    bool bLost = false;       ///< a move to this place fails because its source is missing
+    bool bProtected = false;  ///< a move to this place fails because the file there is read-only
 };
 
 /// The result of the whole list, entry by entry; later entries work on the result of earlier ones. An entry has no
 /// effect if its source is missing, if the destination folder is missing, if the destination exists and may not be
-/// replaced, or if a folder to delete is not empty by then. The constructor and each query access the machine.
+/// replaced or is read-only, or if a folder to delete is not empty by then. The constructor and each query access the
+/// machine.
 class PendingPlaces {
 public:
     /// `machine` must outlive this object.
@@ -58,6 +60,7 @@ private:
     void CarryOut(const PendingMove& move);
     [[nodiscard]] Origin OriginOf(const std::wstring& tstrPath) const;
     [[nodiscard]] bool IsThere(const std::wstring& tstrPath) const;
+    [[nodiscard]] bool IsReadOnlyFile(const std::wstring& tstrPath) const;
     [[nodiscard]] bool IsRealFolder(const std::wstring& tstrPath) const;
     [[nodiscard]] bool IsEmptyFolder(const std::wstring& tstrPath, const std::wstring& tstrNow) const;
 
@@ -65,6 +68,7 @@ private:
     KzCommon::String::NoCaseMap<Origin> m_places;  // the places that the list changes
     KzCommon::String::NoCaseSet m_movedTo;
     KzCommon::String::NoCaseSet m_lost;
+    KzCommon::String::NoCaseSet m_protected;
 };
 
 }  // namespace Check

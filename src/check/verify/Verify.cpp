@@ -170,6 +170,7 @@ private:
         Judgement judgement = JudgeFile(tstrPath, tstrSource, file);
         if (IsOverruled(judgement, tstrPath, fate)) return;
         const bool bThere = judgement.eVerdict == Verdict::eArrived;
+        if (!bThere && fate.bProtected) judgement.tstrDetail = L"read-only, so the restart does not replace it";
         // Only moved files leave the download folder.
         if (!bThere && file.bAtRestart && m_context.machine.HasFile(LongPath(tstrSource))) {
             if (judgement.eVerdict == Verdict::eMissing) judgement.tstrDetail = L"nothing is there";

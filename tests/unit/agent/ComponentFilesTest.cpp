@@ -206,6 +206,36 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
         << "every name is tried whatever the failure";
 }
 
+// Windows leaves a read-only file as it is at the restart.
+TEST_F(ComponentFilesTest, WhatAMoveReplacesIsNoLongerReadOnly)
+{
+    const std::wstring tstrNew = m_install.Write(L"src\\a", "new"), tstrOld = m_install.Write(L"a", "old");
+    const std::string strStays =
+        "!!! *** KzCommon::Storage::File - [" + m_strInstall + "a] stays read-only and is not replaced. [0x00000005]";
+    struct Row {
+        std::string_view strFails;
+        DWORD dwCode;
+        bool bMoves, bReadOnly;
+        int iLines;
+    };
+    for (const Row& row : std::initializer_list<Row>{{"", ERROR_SUCCESS, true, false, 0},
+                                                     {"MoveFileExW", ERROR_NO_SYSTEM_RESOURCES, false, true, 0},
+                                                     {"SetFileAttributesW", ERROR_ACCESS_DENIED, true, true, 1}}) {
+        ::SetFileAttributesW(tstrOld.c_str(), FILE_ATTRIBUTE_READONLY);
+        Fail(row.strFails, row.dwCode);
+        EXPECT_EQ(CopyFileAfterReboot(m_run, tstrNew, tstrOld), row.bMoves);
+        Fail("", ERROR_SUCCESS);
+        EXPECT_EQ(Moves().size(), row.bMoves ? 1U : 0U) << row.strFails;
+        EXPECT_EQ((::GetFileAttributesW(tstrOld.c_str()) & FILE_ATTRIBUTE_READONLY) != 0, row.bReadOnly)
+            << row.strFails;
+        EXPECT_EQ(CountTraced(strStays), row.iLines) << row.strFails;
+    }
+    m_watch.m_tstrLink = L"Link";
+    ::SetFileAttributesW(m_install.Write(L"Link\\a", "").c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrNew, m_install.PathOf(L"Link\\a")));
+    EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"Link\\a").c_str()) & FILE_ATTRIBUTE_READONLY);
+}
+
 TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeployment)
 {
     m_install.Write(kProduct + L"Share\\UI\\f", "x");

@@ -65,7 +65,12 @@ TEST_F(PendingTest, EveryStateOfAFile)
         EXPECT_THAT(Verify(expected, tstrPending), ElementsAreArray(found)) << ToUtf8(tstrPending);
     }
     m_machine.Write(L"Component\\p1\\64bit\\p1\\a.exe", "new");
-    m_machine.Write(L"a.exe", "old");
+    const std::wstring tstrOld = m_machine.Write(L"a.exe", "old");
+    ::SetFileAttributesW(tstrOld.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_THAT(Verify(expected, tstrDelivery),
+                ElementsAre("1", "LEFT IN DOWNLOAD a.exe (read-only, so the restart does not replace it)"));
+    EXPECT_THAT(Verify(expected, L"@a.exe||" + tstrDelivery), ElementsAre("3010", "STILL WAITING a.exe"));
+    ::SetFileAttributesW(tstrOld.c_str(), FILE_ATTRIBUTE_NORMAL);
     ExpectedState copied = expected;
     copied.files[0].bAtRestart = false;
     EXPECT_THAT(Verify(copied), ElementsAre("1", "DIFFERENT a.exe (another content)")) << "copied, not moved";

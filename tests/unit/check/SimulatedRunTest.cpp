@@ -197,13 +197,15 @@ TEST_F(SimulatedRunTest, OfWorkingCopiesTheNetEffectIsShown)
 TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
 {
     for (const wchar_t* const szFile : {L"C:\\up\\a", L"C:\\up\\b", L"C:\\up\\c", L"C:\\up\\d", L"C:\\up\\e",
-                                        L"C:\\up\\f", L"C:\\in\\ro", L"C:\\task\\old"}) {
+                                        L"C:\\up\\f", L"C:\\in\\ro", L"C:\\in\\new", L"C:\\task\\old"}) {
         m_machine.AddFile(szFile, "x", szFile[4] == L'n' ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_ARCHIVE);
     }
     m_machine.AddFolder(L"C:\\in\\folder");
     m_machine.AddMountPoint(L"C:\\other");
     EXPECT_TRUE(Later(L"C:\\up\\a", L"C:\\in\\ro"));
     EXPECT_TRUE(Later(L"C:\\up\\b", L"C:\\in\\RO"));
+    EXPECT_TRUE(Later(L"C:\\in\\new", L"C:\\task\\new"));  // read-only itself
+    EXPECT_TRUE(Later(L"C:\\up\\c", L"C:\\task\\new"));
     EXPECT_TRUE(Later(L"C:\\up\\c", L"C:\\none\\c"));
     EXPECT_TRUE(Later(L"C:\\up\\d", L"C:\\in\\folder"));
     EXPECT_TRUE(Later(L"C:\\up\\d", L"C:\\other\\d"));
@@ -217,6 +219,8 @@ TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
     EXPECT_THAT(
         Changes(),
         ElementsAre("~ C:\\in\\ro <- C:\\up\\a later", "~ C:\\in\\RO <- C:\\up\\b later; takes the place of C:\\up\\a",
+                    "+ C:\\task\\new <- C:\\in\\new later",
+                    "! C:\\task\\new <- C:\\up\\c later; the file there is read-only then",
                     "! C:\\none\\c <- C:\\up\\c later; the folder is missing",
                     "! C:\\in\\folder <- C:\\up\\d later; a folder has that name",
                     "! C:\\other\\d <- C:\\up\\d later; on another volume: Windows moves no file there at the restart",
