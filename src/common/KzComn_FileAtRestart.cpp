@@ -40,7 +40,7 @@ std::wstring FolderAbove(const std::wstring& tstrFull)
 }
 
 /// Makes a file that a delayed move is to replace writable: Windows leaves one that is read-only as it is, and drops
-/// the move without a word. One that stays read-only leaves its line. Returns the attributes that it had,
+/// the move. A file that stays read-only leaves a trace line. Returns the attributes that it had,
 /// INVALID_FILE_ATTRIBUTES when nothing was changed.
 DWORD UnprotectTarget(const std::wstring& tstrPath)
 {
@@ -49,7 +49,7 @@ DWORD UnprotectTarget(const std::wstring& tstrPath)
     if (!bProtected || (dwOld & FILE_ATTRIBUTE_DIRECTORY)) return INVALID_FILE_ATTRIBUTES;
     const DWORD dwNew = dwOld & ~DWORD{FILE_ATTRIBUTE_READONLY};
     DWORD dwError = ERROR_SUCCESS;
-    Directory::HeldFolder folder;
+    Directory::LockedFolder folder;
     if (folder.Hold(FolderAbove(Directory::FullPath(tstrPath)), &dwError)) {
         if (::SetFileAttributesW(tstrPath.c_str(), dwNew ? dwNew : DWORD{FILE_ATTRIBUTE_NORMAL})) return dwOld;
         dwError = ::GetLastError();
