@@ -73,17 +73,29 @@ become() {
 }
 export -f become
 
-# enter FOLDER COMMAND...: runs a command in a folder of the root; mounts and processes of it end with it.
+# enter FOLDER COMMAND...: this shell, a part of a pipeline, becomes a command in a folder of the root. Its mounts and
+# all its processes end with it, and it ends with this tool.
 enter() {
     # shellcheck disable=SC2016
-    unshare --mount --pid --fork --kill-child bash -ec 'become "$@"' become "$root" "$1" "$kSources" "${@:2}"
+    exec setpriv --pdeathsig KILL unshare --mount --pid --fork --kill-child bash -ec 'become "$@"' become "$root" "$1" "$kSources" "${@:2}"
 }
 
-# Puts the project's files into the folder $1, as they are now; what was built there stays.
+# The project's files below the folder $1, each ended by a zero byte.
+files_of() {
+    (cd "$1" && find . '(' -path ./build -o -path ./dist -o -path ./.git -o -name __pycache__ ')' -prune -o -type f -print0)
+}
+
+# Puts the project's files into the folder $1, as they are now; what was built there stays. A file that is as before
+# keeps its time, another one gets the present time: its own may be older than what was built before.
 bring_sources() {
+    local file
     mkdir -p "$1"
-    find "$1" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
-    tar -c --exclude=./build --exclude=./dist --exclude=./.git . | tar -x -C "$1"
+    while IFS= read -r -d '' file; do [[ -e "$file" ]] || rm -f -- "$1/$file"; done < <(files_of "$1")
+    while IFS= read -r -d '' file; do
+        cmp -s -- "$file" "$1/$file" && continue
+        mkdir -p "$1/${file%/*}"
+        cp --preserve=mode --remove-destination -- "$file" "$1/$file"
+    done < <(files_of .)
 }
 
 # The demo and all tests, with their times. Runs in the root.

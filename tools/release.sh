@@ -12,6 +12,8 @@
 #
 # BREVANT_ARCHIVE, when it is set, is a file with deb-src lines to be asked in place of this machine's archive, or the
 # sources of an earlier release (brevant-VERSION-sources.tar): a tag can be released again when no archive has them.
+#
+# tools/next.sh has to pass first, unless BREVANT_WITHOUT_NEXT says why it is left out.
 set -euo pipefail
 [[ -z "${BREVANT_ARCHIVE:-}" ]] || BREVANT_ARCHIVE="$(realpath -- "$BREVANT_ARCHIVE")" && export BREVANT_ARCHIVE
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -54,6 +56,15 @@ require_newest() {
         *) fail "whether a shipped library lacks a security fix is not known (--known-older REASON releases it)" ;;
     esac
     say "goes on, for a known reason: $reason"
+}
+
+# The next Debian's compiler and Wine have their say before anything is built.
+try_next() {
+    if [[ "${BREVANT_WITHOUT_NEXT:-}" == *[![:space:]]* ]]; then
+        say "not tried on the next Debian: $BREVANT_WITHOUT_NEXT"
+    else
+        tools/next.sh || fail "tools/next.sh (BREVANT_WITHOUT_NEXT=REASON leaves it out)"
+    fi
 }
 
 # Builds the commit in the folder $1, from the locked dependencies alone and without the compiler's cache.
@@ -110,6 +121,7 @@ release() {
     [[ "$1" == --unsigned ]] || require_signer
     require_newest
     take_schema
+    try_next
     build "$work/build"
     [[ "$1" == --unsigned ]] || sign "$work/build/build/release/bin"
     pack "$work/build" "$work/dist"

@@ -173,7 +173,8 @@ class Refusals(Case):
         version = re.search(r'project\(Brevant VERSION ([\d.]+)', (clone / 'CMakeLists.txt').read_text())[1]
 
         def release(*arguments, **variables):
-            result, output = run('tools/release.sh', *arguments, folder=clone, **{'BREVANT_SIGN': '', **variables})
+            result, output = run('tools/release.sh', *arguments, folder=clone,
+                                 **{'BREVANT_SIGN': '', 'BREVANT_WITHOUT_NEXT': 'a test', **variables})
             self.assertNotEqual(0, result)
             self.assertFalse((clone / 'dist').exists())
             self.assertEqual([], list(clone.glob('build/release-work*')), 'nothing half made')
@@ -205,6 +206,45 @@ class Refusals(Case):
         self.assertIn('goes on, for a known reason: a trial', output)
         self.assertIn('is missing: the archive names no version of it', output)
         self.assertNotIn('CMake', output, 'nothing is tried without the dependencies')
+        # Nothing is built before the next Debian has had its say.
+        (clone / 'tools' / 'next.sh').write_text('#!/bin/sh\necho next year\nexit 1\n')
+        run('git', 'add', '.', folder=clone)
+        run('git', '-c', 'user.name=Test', '-c', 'user.email=test@example.org', 'commit', '-qm', 'Test', folder=clone)
+        run('git', 'tag', '-f', f'v{version}', folder=clone)
+        output = release('--unsigned', '--known-older', 'a trial', **{**places, 'BREVANT_WITHOUT_NEXT': ''})
+        self.assertRegex(output, r'next year\n.*FAILED: tools/next.sh')
+
+
+class NextDebian(Case):
+    """tools/next.sh, as far as it goes without a Debian of its own."""
+
+    def test_it_says_what_it_lacks(self):
+        nobody = ('setpriv', '--reuid=65534', '--clear-groups') if os.getuid() == 0 else ()
+        tool = str(ROOT / 'tools' / 'next.sh')
+        for arguments, code, words in ((['--help'], 0, 'tools/next.sh --only RUNTIME'), (['--only', 'x'], 64, '--only'),
+                                       (['trixie', 'forky'], 64, '--only'), (['--'], 64, '--only'),
+                                       (['--only', 'ucrt'], 1, 'FAILED: root is needed')):
+            with self.subTest(arguments):
+                result, output = run(*nobody, tool, *arguments)
+                self.assertEqual((code, True), (result, words in output), output)
+
+    def test_the_entries_of_a_machine_for_another_release(self):
+        etc = self.folder / 'etc'
+        (etc / 'apt' / 'sources.list.d').mkdir(parents=True)
+        (etc / 'os-release').write_text('ID=debian\nVERSION_CODENAME=bookworm\n')
+        (etc / 'apt' / 'sources.list').write_text(
+            'deb [trusted=yes] http://bookworm.example/debian bookworm main\ndeb http://cloud cloud-bookworm main\n')
+        paragraph = 'Types: deb\nURIs: http://a\nSuites: {}\nComponents: {}\n'
+        (etc / 'apt' / 'sources.list.d' / 'a.sources').write_text('\n'.join(
+            [paragraph.format('bookworm bookworm-updates', 'main contrib'), paragraph.format('bookworm', 'stable'),
+             paragraph.format('bookworm-security', 'main') + 'Enabled: no\n']))
+        run('python3', '-c', 'import pathlib, sys, shipping.apt as apt\n'
+            'apt.write_entries(pathlib.Path(sys.argv[1]), "trixie", "deb-src", pathlib.Path(sys.argv[2]))',
+            str(self.folder), str(etc), PYTHONPATH=str(ROOT / 'tools'))
+        self.assertEqual('deb-src [trusted=yes] http://bookworm.example/debian trixie main\n',
+                         (self.folder / 'debian.list').read_text())
+        self.assertEqual('Types: deb-src\nURIs: http://a\nSuites: trixie trixie-updates\nComponents: main contrib\n',
+                         (self.folder / 'debian.sources').read_text())
 
 
 @unittest.skipUnless((SHIPPED / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
@@ -217,7 +257,9 @@ class ShippedFiles(Case):
         exports = run('x86_64-w64-mingw32-objdump', '-p', str(SHIPPED / 'KzDbg64.dll'))[1]
         base = int(re.search(r'^ImageBase\s+([0-9a-f]+)', exports, re.M)[1], 16)
         addresses = re.findall(r'\+base\[ *\d+\]\s+([0-9a-f]+) Export RVA', exports)
-        names = re.findall(r'^\s+\[ *\d+\] (KzDbg\w+)$', exports, re.M)
+        # Newer versions also print the ordinal and the hint.
+        names = re.findall(r'^\s+\[ *\d+\](?: \+base\[ *\d+\] +[0-9a-f]{4})? (KzDbg\w+)$', exports, re.M)
+        self.assertEqual(3, len(names))
         self.assertEqual(3, len(addresses))
         # Also as an address, for a library that was loaded where it asks to be.
         places = [*addresses, f'{int(addresses[0], 16) + base:x}']

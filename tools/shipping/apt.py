@@ -40,9 +40,9 @@ def newest_first(sources: list[Source]) -> list[Source]:
     return sorted(sources, key=functools.cmp_to_key(compare), reverse=True)
 
 
-def machine_suite() -> str:
+def machine_suite(etc: pathlib.Path = pathlib.Path('/etc')) -> str:
     """The suite of Debian that this machine runs: bookworm."""
-    release = re.search(r'^VERSION_CODENAME=(\w+)', pathlib.Path('/etc/os-release').read_text('utf-8'), re.M)
+    release = re.search(r'^VERSION_CODENAME=(\w+)', (etc / 'os-release').read_text('utf-8'), re.M)
     return release[1] if release else 'bookworm'
 
 
@@ -117,14 +117,13 @@ def _write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
     write_entries(folder, suite, kind)
 
 
-def write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
+def write_entries(folder: pathlib.Path, suite: str, kind: str, etc: pathlib.Path = pathlib.Path('/etc')) -> None:
     """The same from the machine's own entries only: a mirror has all releases. Entries of others for its release are
     left out: their part is not called main."""
-    codename = machine_suite()
+    codename = machine_suite(etc)
     suite = suite or codename
-    etc = pathlib.Path('/etc/apt')
     paragraphs: list[str] = []
-    for file in sorted(etc.glob('sources.list.d/*.sources')):
+    for file in sorted(etc.glob('apt/sources.list.d/*.sources')):
         text = re.sub(r'^#.*\n', '', file.read_text('utf-8'), flags=re.M)
         for paragraph in re.split(r'\n\s*\n', text.strip()):
             if re.search(rf'^Suites:.*\s{codename}', paragraph, re.M) and \
@@ -132,7 +131,7 @@ def write_entries(folder: pathlib.Path, suite: str, kind: str) -> None:
                     not re.search(r'^Enabled: *no', paragraph, re.M | re.I):
                 paragraphs.append(re.sub(r'^Types:.*$', f'Types: {kind}', paragraph, flags=re.M))
     lines: list[str] = []
-    for file in (etc / 'sources.list', *sorted(etc.glob('sources.list.d/*.list'))):
+    for file in (etc / 'apt/sources.list', *sorted(etc.glob('apt/sources.list.d/*.list'))):
         if file.is_file():
             lines += [re.sub(r'^deb\s', f'{kind} ', line) for line in file.read_text('utf-8').splitlines()
                       if re.match(rf'deb\s.*\s{codename}.*\smain\b', line)]
