@@ -9,9 +9,9 @@
 #
 # Ends with times and counts. The whole output is in build/next/SUITE-RUNTIME.log.
 set -euo pipefail
-usage() { sed -n '2,10s/^# \{0,1\}//p' "${BASH_SOURCE[0]}"; }
-[[ "${1:-}" != --help ]] || { usage; exit 0; }
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+source tools/tool.sh
+answer_help "${1:-}"
 source tools/packages.sh
 
 readonly kKeys=/usr/share/keyrings/debian-archive-keyring.gpg
@@ -20,7 +20,6 @@ readonly kSources="$PWD/build/sources"
 
 say() { printf '[next] %s\n' "$*"; }
 fail() { printf '[next] FAILED: %s\n' "$*" >&2; exit 1; }
-wrong_use() { usage >&2; exit 64; }
 
 read_arguments() {
     suite='' runtimes=(msvcrt ucrt) command=()
@@ -32,10 +31,10 @@ read_arguments() {
             suite="$1"
             shift
         else
-            wrong_use
+            wrong_use "no such option: $*"
         fi
     done
-    [[ $# -ne 1 ]] || wrong_use
+    [[ $# -ne 1 ]] || wrong_use "no command follows --"
     command=("${@:2}")
     suite="${suite:-trixie}"
     root="$kHome/$suite"
