@@ -174,18 +174,18 @@ std::wstring LanguageOf(const std::wstring& tstrPath)
     return {};
 }
 
-/// Whether the folder (without trailing backslash) can take a new update; a line of errors when not.
-bool IsFree(const std::wstring& tstrFolder, Output& output)
+/// Whether the folder, as the user wrote it, can take a new update; a line of errors when not.
+bool IsFree(const std::wstring& tstrGiven, Output& output)
 {
-    const std::wstring tstrPath = LongPath(tstrFolder);
+    const std::wstring tstrPath = LongPath(Storage::Directory::FullPath(tstrGiven));
     bool bFree = !Storage::File::IsExisted(tstrPath);
     if (!bFree) {
-        output.tstrErrors += tstrFolder + L": is a file\n";
+        output.tstrErrors += tstrGiven + L": is a file\n";
         return false;
     }
     static_cast<void>(Storage::Directory::ForEachEntry(
         String::EnsureBackslash(tstrPath), L"*", [&](const Storage::Directory::Entry&) { bFree = false; }, nullptr));
-    if (!bFree) output.tstrErrors += tstrFolder + L": is not empty; name a new folder or an empty one\n";
+    if (!bFree) output.tstrErrors += tstrGiven + L": is not empty; name a new folder or an empty one\n";
     return bFree;
 }
 
@@ -252,7 +252,7 @@ int RunNew(const Arguments& arguments, Output& output)
         return kWrongUse;
     }
     const std::wstring& tstrGiven = arguments.operands.front();
-    if (!IsFree(Storage::Directory::FullPath(tstrGiven), output)) return kCannotRead;
+    if (!IsFree(tstrGiven, output)) return kCannotRead;
     const std::wstring tstrFolder = String::EnsureBackslash(Storage::Directory::FullPath(tstrGiven));
     const std::vector<NewFile> files = MakeNewUpdate(names);
     for (const NewFile& file : files) {
