@@ -221,8 +221,10 @@ class NextDebian(Case):
     def test_it_says_what_it_lacks(self):
         nobody = ('setpriv', '--reuid=65534', '--clear-groups') if os.getuid() == 0 else ()
         tool = str(ROOT / 'tools' / 'next.sh')
-        for arguments, code, words in ((['--help'], 0, 'tools/next.sh --only RUNTIME'), (['--only', 'x'], 64, 'no such option: --only x'),
-                                       (['trixie', 'forky'], 64, 'no such option: forky'), (['--'], 64, 'no command follows'),
+        for arguments, code, words in ((['--help'], 0, 'tools/next.sh --only RUNTIME'),
+                                       (['--only', 'x'], 64, 'no such option: --only x'),
+                                       (['trixie', 'forky'], 64, 'no such option: forky'),
+                                       (['--'], 64, 'no command follows'),
                                        (['--only', 'ucrt'], 1, 'FAILED: root is needed')):
             with self.subTest(arguments):
                 result, output = run(*nobody, tool, *arguments)
