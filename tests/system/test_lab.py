@@ -10,9 +10,9 @@ from brevantlab.expect import LabTest, differences
 from brevantlab.machine import SETTINGS, Machine, ToolError
 
 # Fails as often as "failures" says: "reg export" with an error, "reg import" without a word.
-SPOILT_WINE = '''#!/bin/sh
+SPOILT_WINE = r'''#!/bin/sh
 left=$(cat "$HOME/failures" 2>/dev/null || echo 0)
-if [ "$1" = reg ] && [ "$left" -gt 0 ]; then
+if [ "${{1##*\\}}" = reg.exe ] && [ "$left" -gt 0 ]; then
     echo $((left - 1)) >"$HOME/failures"
     [ "$2" = import ]
     exit

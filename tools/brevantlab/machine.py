@@ -288,7 +288,9 @@ class Machine:
         return prefixes.environment(self.prefix, self.overrides)
 
     def _tool(self, *command: str, timeout: float = 300) -> Result:
-        return self._wine(*command, timeout=timeout, debug='-all,err+all')
+        # Without its path, Wine would start it through a second program.
+        program = f'C:\\windows\\system32\\{command[0]}.exe'
+        return self._wine(program, *command[1:], timeout=timeout, debug='-all,err+all')
 
     def _wine(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
               errors: bool = True, debug: str = QUIET) -> Result:
