@@ -10,6 +10,10 @@ SEEDS = range(1, 7)
 RESTARTED = 10  # every so many
 
 
+def state(**parts):
+    return State(**{'files': {}, 'folders': set(), 'links': {}, 'values': {}, 'moves': [], 'commands': [], **parts})
+
+
 class Agree(LabTest):
     def test_plan_and_run_agree(self):
         machine = self.enterContext(AgreementMachine())
@@ -19,8 +23,6 @@ class Agree(LabTest):
                 self.assertFalse(found, shown(found))
 
     def test_a_disagreement_is_told(self):
-        def state(**parts):
-            return State(**{'files': {}, 'folders': set(), 'values': {}, 'moves': [], 'commands': [], **parts})
         move = {'action': 'move', 'outcome': 'new', 'atRestart': True, 'source': 'C:\\a', 'target': 'C:\\b'}
         value = {'action': 'writeValue', 'outcome': 'new', 'atRestart': False, 'target': 'HKEY_LOCAL_MACHINE\\K',
                  'name': 'N', 'new': '1'}
@@ -33,6 +35,16 @@ class Agree(LabTest):
                 ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
             with self.subTest(told):
                 self.assertIn(told, '\n'.join(disagreements(state(), planned, after, asked=False)))
+
+    def test_a_path_through_links_names_the_file_behind_them(self):
+        links = {'c:\\a': 'c:\\b', 'c:\\b\\c': 'c:\\d'}
+        files = {'c:\\d\\source': b'x', 'c:\\b\\gone': b'y'}
+        planned = [{'action': 'copy', 'outcome': 'new', 'atRestart': False, 'source': 'C:\\A\\C\\source',
+                    'target': 'C:\\a\\copy'},
+                   {'action': 'delete', 'outcome': 'remove', 'atRestart': False, 'target': 'C:\\a\\gone'}]
+        after = {'c:\\d\\source': b'x', 'c:\\b\\copy': b'x'}
+        self.assertEqual([], list(disagreements(state(files=files, links=links), planned,
+                                                state(files=after, links=links), asked=False)))
 
 
 if __name__ == '__main__':

@@ -45,28 +45,49 @@ DOS_ATTRIBUTES = {'r': 1, 'h': 2, 's': 4}
 
 @dataclasses.dataclass
 class State:
-    """What a run can change."""
+    """What a run can change. Each file and folder is listed once, below the folder that really contains it."""
     files: Files  # by path in lower case
     folders: set[str]
+    links: dict[str, str]  # folder links, and where they lead
     values: dict[tuple[str, str], str]  # by key and name in lower case
     moves: list[tuple[str, str]]
     commands: list[str]
 
+    def real(self, path: str) -> str:
+        """Where a path leads through the folder links."""
+        names = _names(path)
+        for count in range(1, len(names) + 1):
+            if target := self.links.get('\\'.join(names[:count])):
+                return self.real('\\'.join([target, *names[count:]]))
+        return '\\'.join(names)
 
-def files_of(machine: Machine) -> tuple[Files, set[str]]:
-    """The files and folders that a run can change."""
+
+def files_of(machine: Machine) -> tuple[Files, set[str], dict[str, str]]:
+    """The files, folders and folder links that a run can change."""
     files: Files = {}
-    folders = set()
+    folders: set[str] = set()
+    links: dict[str, str] = {}
     for place in PLACES:
         home = machine.host(place)
+        if home.is_symlink():
+            links[_plain(place)] = _windows_path(machine, home.resolve())
+            continue
         for path in home.rglob('*') if home.is_dir() else ():
             name = (place + str(path.relative_to(home)).replace('/', '\\')).lower()
             if path.is_dir():
                 folders.add(name)
+                if path.is_symlink():
+                    links[name] = _windows_path(machine, path.resolve())
             elif not NOT_COMPARED.fullmatch(name):
                 size = path.stat().st_size
                 files[name] = path.read_bytes() if size < MOST_BYTES else f'{size} bytes'.encode()
-    return files | {f'c:\\{path.name}'.lower(): path.read_bytes() for path in root_files(machine)}, folders
+    return files | {f'c:\\{path.name}'.lower(): path.read_bytes() for path in root_files(machine)}, folders, links
+
+
+def _windows_path(machine: Machine, path: pathlib.Path) -> str:
+    """The Windows path of a folder on one of the drives, in lower case."""
+    drive = next(name for name in ('c:\\', 'd:\\') if path.is_relative_to(machine.host(name)))
+    return drive + str(path.relative_to(machine.host(drive))).replace('/', '\\').lower()
 
 
 def root_files(machine: Machine) -> list[pathlib.Path]:
@@ -102,7 +123,7 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
     after = copy.deepcopy(before)
     edits: list[PlannedChange] = []
     for change in changes:
-        action, target = change['action'], _plain(change['target'])
+        action, target = change['action'], after.real(change['target'])
         happens = change['outcome'] not in ('stay', 'fail')
         registered = change['atRestart'] and (action == 'move' or 'staged' in change)  # even if it will then fail
         if registered:
@@ -117,15 +138,15 @@ def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, 
         elif not happens and not registered:
             continue
         elif action == 'createFolder':
-            after.folders |= _with_parents(change['target'])
+            after.folders |= _with_parents(target)
         elif action in ('copy', 'stage', 'keep'):
-            content = after.files.get(_plain(change['source']), b'no such file')
-            after.files[_plain(change.get('staged', target))] = content
+            content = after.files.get(after.real(change['source']), b'no such file')
+            after.files[after.real(change.get('staged', target))] = content
         elif action == 'delete' and change['atRestart']:
             after.moves.append((change['target'], ''))
         elif action == 'delete':
             after.files.pop(target, None)
-            edits = [edit for edit in edits if _plain(edit['target']) != target]
+            edits = [edit for edit in edits if after.real(edit['target']) != target]
         elif action == 'runOnce':
             after.commands.append(change['target'])
         elif action in ('writeIni', 'carryOver'):
@@ -158,7 +179,7 @@ def _with_parents(path: str) -> set[str]:
 def disagreements(before: State, changes: list[PlannedChange], after: State, asked: bool) -> Iterator[str]:
     """Where a run did not do what was planned."""
     expected, edits = expected_state(before, changes)
-    edited = {_plain(edit['target']) for edit in edits}
+    edited = {after.real(edit['target']) for edit in edits}
     for path in edited:
         expected.files[path] = after.files.get(path, b'')
     for place, data in after.values.items():
@@ -166,7 +187,7 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
             expected.values[place] = data
     # Windows makes what it can of a path that it then refuses.
     made = {folder for change in changes if change['action'] == 'createFolder' and change['outcome'] == 'fail'
-            for folder in _with_parents(change['target'])}
+            for folder in _with_parents(before.real(change['target']))}
     # Windows refuses a key directly below the root; Wine creates it.
     values = {place: data for place, data in expected.values.items() if not place[0].startswith(BELOW_ROOT)}
     # Registered, or refused: nothing is deleted.
@@ -202,7 +223,7 @@ def _named(values: dict[tuple[str, str], str]) -> dict[str, str]:
 
 
 def _wrong_edits(edits: list[PlannedChange], after: State) -> Iterator[str]:
-    last = {(_plain(edit['target']), re.sub(' ', '', edit['name']).lower()): edit for edit in edits}
+    last = {(after.real(edit['target']), re.sub(' ', '', edit['name']).lower()): edit for edit in edits}
     for (path, name), edit in last.items():
         content, value = after.files.get(path), edit.get('new')
         if content is None:
@@ -230,12 +251,13 @@ def arrivals(before: State, changes: list[PlannedChange], after: State) -> Itera
     """Where the restart did not do what was planned."""
     last = {_plain(change['target']): change for change in changes if change['atRestart']}
     for path, change in last.items():
-        action, outcome = change['action'], change['outcome']
-        if action == 'delete' and outcome == 'remove' and (path in after.files or path in after.folders):
+        action, outcome, place = change['action'], change['outcome'], after.real(path)
+        if action == 'delete' and outcome == 'remove' and (place in after.files or place in after.folders):
             yield f'after the restart {path}: not removed'
-        if action in ('move', 'stage') and outcome in ('new', 'replace') and path not in after.files:
+        if action in ('move', 'stage') and outcome in ('new', 'replace') and place not in after.files:
             yield f'after the restart {path}: did not arrive'
-        if action in ('move', 'stage') and outcome == 'fail' and after.files.get(path) != before.files.get(path):
+        if action in ('move', 'stage') and outcome == 'fail' \
+                and after.files.get(place) != before.files.get(before.real(path)):
             yield f'after the restart {path}: arrived'
 
 
@@ -284,8 +306,9 @@ class AgreementMachine(Machine):
         self._restart()
         found = list(arrivals(before, changes, state_of(self)))
         self._put_programs(scenario.install)  # the update may delete them
-        if not manifest.startswith('{'):
-            return found
+        promises = json.loads(manifest) if manifest.startswith('{') else {}
+        if not any(isinstance(part, list) and part for part in promises.values()):
+            return found  # "verify" has nothing to look at
         self.write(MANIFEST, manifest)
         result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json',
                           '--installed', scenario.install.rstrip('\\'), errors=False)

@@ -123,7 +123,7 @@ def _refused_language_file(scenario: Scenario) -> None:
 
 
 def _linked(scenario: Scenario) -> None:
-    scenario.links = [scenario.share + 'Task', scenario.install + 'Policy']
+    scenario.links = [scenario.share + 'Task', scenario.install + 'Policy', scenario.install + 'Component']
     _records(QOR_DIR=['add={InstalledDir}Policy\\New'], QOR_FILE=['delete_now={InstalledDir}Policy\\*'])(scenario)
 
 
