@@ -1,5 +1,5 @@
-// What the checking program reads, in broken and malicious variants: nothing crashes or hangs, nothing is written, and
-// whatever a manifest names, nothing is looked at but what lies below the product's folders.
+// The input of the checking program in broken and malicious variants: it does not crash, hang or write, and accesses
+// only paths below the product's folders, even if a manifest contains others.
 #include "check/lint/Lint.h"
 #include "check/verify/Manifest.h"
 #include "check/simulate/Plan.h"
@@ -22,7 +22,7 @@ namespace {
 
 constexpr wchar_t kPackage[] = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
 
-/// Whether a path lies below one of the folders that a manifest may name, and goes no detour.
+/// Whether a path is below one of the folders allowed in a manifest, without ".." in it.
 bool IsBelow(const MachineFolders& folders, const std::wstring& tstrPath)
 {
     if ((tstrPath + L"\\").find(L"\\..\\") != std::wstring::npos) return false;
@@ -40,7 +40,7 @@ protected:
         WriteProduct(L"ProductPath", m_sandbox.PathOf(L"installed\\"));
     }
 
-    /// Runs a verb, which may list folders and read files, but change nothing.
+    /// Runs a verb, which may list folders and read files but not change anything.
     void Run(int (*pfnVerb)(const Arguments&, Output&), const Arguments& arguments)
     {
         const SystemWatch watch(m_sandbox.Path(),
@@ -52,10 +52,10 @@ protected:
     }
 
     TempFolder m_sandbox;
-    Library::Expat m_expat;  // kept loaded for all variants
+    Library::Expat m_expat;  // stays loaded for all variants
 };
 
-// Every file of the update is the variant: none of them must be taken for another kind with less care.
+// Every file of the update is the variant, so that files of other kinds are checked with the same care.
 TEST_F(CheckInput, Updates)
 {
     const std::wstring tstrShare = std::wstring(kPackage) + L"Share\\";
@@ -76,7 +76,7 @@ TEST_F(CheckInput, Updates)
                  Seed("strings.ini")},
                 [&](const std::string& strVariant) {
                     for (const std::wstring& tstrName : names) PutVariant(m_sandbox.PathOf(tstrName), strVariant);
-                    // The long outputs are slow to make.
+                    // Long outputs are slow.
                     const std::size_t uForm = strVariant.size() % 16;
                     arguments.eFormat = uForm == 1 ? Format::eSarif : Format::eText;
                     Run(uForm == 0 ? RunManifest : RunLint, arguments);

@@ -1,5 +1,5 @@
-// Every kind of input that comes with an update, in thousands of broken and malicious variants: nothing crashes or
-// hangs, and nothing is touched that the input does not name.
+// Every kind of input in an update, in thousands of broken and malicious variants: the agent does not crash or hang,
+// and accesses only the places named in the input.
 #include "agent/ConfigMerge.h"
 #include "agent/IniEdits.h"
 #include "agent/PostRestartRename.h"
@@ -28,8 +28,8 @@ namespace {
 
 using Texts = std::vector<std::wstring>;
 
-/// What the records of an instruction file may name: their values as they are, with placeholders replaced, and that as
-/// a path without detours; and the agent's own registry keys.
+/// The places that the records of an instruction file name: their values with placeholders replaced, also as normalized
+/// paths, and the agent's own registry keys.
 Texts NamedIn(const std::wstring& tstrFile)
 {
     const WindowsMachine machine;
@@ -54,14 +54,14 @@ Texts NamedIn(const std::wstring& tstrFile)
     return named;
 }
 
-/// Whether a file is the new content of one that is replaced in one step, beside it.
+/// Whether a file is the temporary file beside one that is replaced in one step.
 bool IsNewContent(const std::wstring& tstrPlace, const std::wstring& tstrInstallDir)
 {
     const std::wstring tstrFolder = String::FolderPart(tstrPlace);
     return tstrPlace.substr(tstrFolder.size()).starts_with(L"~kzcomn-") && tstrFolder.starts_with(tstrInstallDir);
 }
 
-/// An installed product deep inside a sandbox, all levels of the trace on.
+/// An installed product deep inside a sandbox, with all trace levels enabled.
 class FuzzInput : public RegistryTest {
 protected:
     FuzzInput()
@@ -84,8 +84,8 @@ protected:
         m_sandbox.Write(m_tstrInstallName + tstrName, strBytes);
     }
 
-    /// Runs the variants as file `szName` of the install folder; `judge` is asked about everything that `act` touches,
-    /// which must be something. Without a judge it must be nothing.
+    /// Runs the variants as file `szName` of the install folder. `judge` checks every access of `act`, which must
+    /// access something. Without a judge it must not access anything.
     void RunVariantsIn(const wchar_t* szName, const std::vector<std::string>& seeds, const std::function<void()>& act,
                        const Judge& judge = nullptr)
     {
@@ -108,7 +108,7 @@ protected:
     TempFolder m_sandbox;
     const std::wstring m_tstrInstallName = L"1\\2\\3\\4\\5\\6\\Product\\";
     const std::wstring m_tstrInstallDir = m_sandbox.MakeFolder(m_tstrInstallName);
-    Library::Expat m_expat;  // kept loaded for all variants
+    Library::Expat m_expat;  // stays loaded for all variants
     WindowsMachine m_machine;
     RecordedTrace m_trace;
 };
@@ -146,7 +146,7 @@ TEST_F(FuzzInput, InstructionFiles)
     const std::string strConfig = "<Config><ProxySettings><Port type=\"int\">1</Port></ProxySettings></Config>";
     Install(L"config.xml", strConfig);
     Install(L"Settings\\config.xml", strConfig);
-    ::CreateDirectoryW((m_tstrInstallDir + L"E:xt").c_str(), nullptr);  // as some variants do; no name on Windows
+    ::CreateDirectoryW((m_tstrInstallDir + L"E:xt").c_str(), nullptr);  // a name in some variants, invalid on Windows
     // The whole file and each of its sections.
     std::vector<std::string> seeds = {Seed(kInstructionSeed)};
     for (std::size_t uAt = 0; uAt != std::string::npos; uAt = seeds[0].find("\n[", uAt + 1)) {
@@ -161,7 +161,7 @@ TEST_F(FuzzInput, StringTables)
         CL10nReader reader(m_machine);
         static_cast<void>(reader.ParseL10nFile(L"EN-US", L"IEBHO"));
         const wchar_t* szText = reader.GetString(L"S_STR_PRODUCT_NAME");
-        EXPECT_TRUE(!szText || *szText) << "a text is never empty";
+        EXPECT_TRUE(!szText || *szText) << "a text must not be empty";
     };
     RunVariantsIn(L"Resource\\EN-US\\StringTable.ini", {Seed("strings.ini")}, act);
 }
@@ -171,16 +171,16 @@ TEST_F(FuzzInput, ShortcutFiles)
     const std::wstring tstrShell = m_sandbox.MakeFolder(L"Shell");
     unsigned cRuns = 0;
     const auto act = [&] {
-        if (++cRuns % 4 == 0) InstallShortCut(m_tstrInstallDir, L"qorshcut.xml");  // slow: the shell makes the links
+        if (++cRuns % 4 == 0) InstallShortCut(m_tstrInstallDir, L"qorshcut.xml");  // slow: the shell creates the links
         UninstallShortCut(m_tstrInstallDir, L"qorshcut.xml");
     };
     const auto judge = [&](std::string_view, const std::wstring& tstrPlace) {
-        // A name may have levels, and a pattern is no call's wildcard; nothing leads up or into a stream.
+        // A name may have levels; wildcards in a pattern are not passed on; no path leads up or into a stream.
         const std::wstring tstrNormal = std::filesystem::path(tstrPlace).lexically_normal().wstring();
         return tstrNormal.starts_with(tstrShell) && tstrNormal.find(L':', tstrShell.size()) == std::wstring::npos;
     };
     RunVariantsIn(L"qorshcut.xml", {Seed("shortcuts.xml")}, act, judge);
-    for (const std::wstring& tstrLeft : m_sandbox.List()) {  // the shell writes the links, unwatched
+    for (const std::wstring& tstrLeft : m_sandbox.List()) {  // written by the shell, unwatched
         EXPECT_TRUE(!tstrLeft.ends_with(L".lnk") || tstrLeft.starts_with(L"Shell")) << String::ToUtf8(tstrLeft);
     }
 }
@@ -225,7 +225,7 @@ TEST_F(FuzzInput, UpdateInformation)
         const std::wstring tstrFull = Storage::Directory::FullPath(tstrPlace);
         return tstrFull.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L""));
     };
-    // As it comes, and with names that lead to a package elsewhere.
+    // As it is, and with names of a package elsewhere.
     std::vector<std::string> seeds = {Seed("updateinfo.ini"), Seed("updateinfo.ini")};
     m_sandbox.Write(m_tstrInstallName + L"..\\Elsewhere\\Share\\Setting\\d.htm", "d");
     for (std::size_t uAt; (uAt = seeds[1].find("c21")) != std::string::npos;) {

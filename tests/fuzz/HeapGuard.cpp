@@ -1,5 +1,5 @@
-// Operator new that gives one block in 64 pages of its own: the block ends where they end, and they are gone when it is
-// freed, so that an access after it was freed or past its end is trapped at once.
+// An operator new that puts one in 64 blocks into its own pages. The block ends at the end of its pages, which are
+// released when it is freed, so that an access past its end or after it was freed faults at once.
 #include <windows.h>
 
 #include <atomic>
@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::size_t kSlot = 0x10000;
-constexpr std::size_t kData = 0x8000;  // of a slot; the rest is never there
+constexpr std::size_t kData = 0x8000;  // of a slot; the rest is never committed
 constexpr std::size_t kSlots = 1024;
 
 std::atomic<bool> s_taken[kSlots];

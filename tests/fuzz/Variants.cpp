@@ -19,7 +19,7 @@ namespace {
 
 constexpr DWORD kMaxMilliseconds = 20'000;
 
-/// "~" is a blank in these words, "$" a line end.
+/// "~" is a space in these words, "$" a line end.
 const char kWordText[] =
     R"({ } ! = == \ .. ..\ . / \\?\ \\.\PhysicalDrive0 \\nobody\share\ Z:\ : :stream * ? NUL %s%n%p [ ]
     $[QOR_DIR]$add= $[QOR_FILE]$delete_now= REG_MULTI_SZ 4294967296 18446744073709551616 -1 < > </ /> <a> </a> " ' & &amp;
@@ -42,7 +42,7 @@ std::string s_strSeeds;
 std::size_t s_cVariants = 10'000;
 std::string s_strVariant;
 unsigned s_uNumber = 0;
-std::atomic<DWORD> s_dwStarted = 0;  // 0: nothing is running
+std::atomic<DWORD> s_dwStarted = 0;  // 0: no variant is running
 
 struct Mutator {
     const std::vector<std::string>& seeds;
@@ -51,7 +51,7 @@ struct Mutator {
     std::size_t Below(std::size_t uLimit) { return uLimit ? random() % uLimit : 0; }
     const std::string& Pick(const std::vector<std::string>& strings) { return strings[Below(strings.size())]; }
 
-    /// A word, or a piece of a text; now and then so often that its length is around a limit.
+    /// A word or a piece of the text; sometimes repeated up to a length near a limit.
     std::string Insertion(const std::string& str)
     {
         static constexpr std::size_t kLengths[] = {50, 256, 260, 1023, 4094, 8192, 32767, 70000};
@@ -76,7 +76,7 @@ struct Mutator {
                 case 2: str.erase(uAt, 1 + Below(40)); break;
                 case 3: cb = Below(24); [[fallthrough]];
                 case 4: str.replace(uAt, cb, strNew); break;
-                default:  // a whole field, mostly so that XML stays well-formed
+                default:  // a whole field, so that XML usually stays well-formed
                     uAt = std::min(str.find_first_of(">=!\n", uAt), str.size() - 1) + 1;
                     if (uAt < str.size() && str[uAt] == '"') ++uAt;
                     if (Below(4) != 0)
@@ -91,7 +91,7 @@ struct Mutator {
     }
 };
 
-/// Not through the system's functions, which may be watched.
+/// Does not use system functions, which may be watched.
 void ReportVariant(const char* szWhat)
 {
     std::printf("%s at variant %u, left in fuzz-input.bin\n", szWhat, s_uNumber);
