@@ -4,7 +4,7 @@
 
 #include <functional>
 
-/// The code of the exception that an operation throws; 0 when it throws none.
+/// The code of the exception that an operation throws; 0 without an exception.
 inline long CodeOf(const std::function<void()>& operation)
 {
     DWORD dwCode = ERROR_SUCCESS;

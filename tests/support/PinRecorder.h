@@ -1,4 +1,4 @@
-// A list of pinned items that only notes what is taken out of it, and the class object that gives it.
+// A list of pinned items that only records removals, and its class object.
 #pragma once
 
 #include <windows.h>
@@ -11,12 +11,12 @@
 inline constexpr CLSID kStartMenuPinClass = {
     0xA2A9545D, 0xA0C2, 0x42B4, {0x97, 0x08, 0xA0, 0xB2, 0xBA, 0xDD, 0x77, 0xC8}};
 
-// COM's interfaces have no destructor.
+// COM interfaces have no virtual destructor.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-/// Both objects in one, for a lifetime that its owner governs; the count of references only tells of leaks. Answers
-/// every removal, after having noted it, as its owner says.
+/// Both objects in one. Its owner controls its lifetime; the reference count only shows leaks. Records every removal
+/// and returns the owner's result.
 class PinRecorder final : public IClassFactory, public IStartMenuPinnedList {
 public:
     explicit PinRecorder(HRESULT hrAnswer) : m_hrAnswer(hrAnswer) {}

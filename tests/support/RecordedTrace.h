@@ -1,4 +1,4 @@
-// What the code under test traces, caught with a stand-in for the trace library:
+// Records the trace of the code under test with a stand-in for the trace library:
 //
 //     RecordedTrace trace;
 //     DoSomething();
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-/// Loads the stand-in library and takes its calls for as long as it lives; opens no trace itself. One at a time.
+/// Loads the stand-in library and receives its calls during its lifetime; does not open a trace. Only one at a time.
 class TraceRecorder : public TraceSink {
 public:
     TraceRecorder();
@@ -21,19 +21,19 @@ public:
     TraceRecorder& operator=(const TraceRecorder&) = delete;
     virtual ~TraceRecorder();
 
-    /// Folder of the stand-in "KzDbg64.dll", with trailing backslash.
+    /// The folder of the stand-in "KzDbg64.dll", with trailing backslash.
     [[nodiscard]] static std::wstring LibraryFolder();
 
-    /// The lines as they were handed over, line ends included.
+    /// The lines as received, with line ends.
     [[nodiscard]] const std::vector<std::wstring>& Lines() const noexcept { return m_lines; }
     /// The lines in UTF-8 as "TAG message", without time, ids, module and place; TAG is ".w." for level 1, "@@@" for
     /// 16, "!!!" for 256.
     [[nodiscard]] std::vector<std::string> Messages() const;
     void Clear() { m_lines.clear(); }
 
-    DebugLogConfig m_config{};                         // what the library was opened with
-    DWORD m_dwInitializeResult = ERROR_SUCCESS;        // what it answers to that
-    std::function<void(const char* szCall)> m_onCall;  // done first in each call: "open", "line", "close"
+    DebugLogConfig m_config{};                         // the settings passed to the library
+    DWORD m_dwInitializeResult = ERROR_SUCCESS;        // its result for them
+    std::function<void(const char* szCall)> m_onCall;  // called first in each call: "open", "line", "close"
 
 private:
     DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override;
@@ -45,8 +45,8 @@ private:
     std::vector<std::wstring> m_lines;
 };
 
-/// Opens the process-wide trace with the stand-in library, module "Test", and closes it when it goes. Its settings come
-/// from a file, so that tests are free to do to the registry what they like.
+/// Opens the process-wide trace with the stand-in library, module "Test"; the destructor closes it. Its settings come
+/// from a file, so that tests may change the registry freely.
 class RecordedTrace : public TraceRecorder {
 public:
     explicit RecordedTrace(DWORD dwLevelMask = 0x111);

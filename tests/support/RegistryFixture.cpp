@@ -15,7 +15,7 @@ const std::pair<HKEY, const wchar_t*> kRoots[] = {{HKEY_LOCAL_MACHINE, L"\\HKLM"
 
 using OpenKey = decltype(&::RegOpenKeyExW);
 
-/// The functions that open a key: the core's, which everything here imports, and advapi32's.
+/// The functions that open a key: the core's, which this code imports, and advapi32's.
 std::array<OpenKey, 2> OpenFunctions()
 {
     const HMODULE hLibrary = ::LoadLibraryExW(L"advapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);

@@ -12,14 +12,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A path that the system takes letter by letter: whatever a test left behind is read and removed by its own name,
-/// which fs::path would take for another place ("E:xt" for a path on drive E).
+/// A path that the system uses literally: everything that a test left is read and deleted by its exact name, which
+/// fs::path may interpret differently ("E:xt" as a path on drive E).
 std::wstring Exactly(const std::wstring& tstrPath)
 {
     return L"\\\\?\\" + tstrPath;
 }
 
-/// Adds the names of all that lies below the folder `tstrBelow` of `tstrHome`.
+/// Adds the names of everything below the folder `tstrBelow` of `tstrHome`.
 void ListBelow(const std::wstring& tstrHome, const std::wstring& tstrBelow, std::vector<std::wstring>& found)
 {
     WIN32_FIND_DATAW data;

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-/// A new empty folder below the temporary one; removed with all it holds, read-only files included. Names are relative
-/// to it and may name folders ("a\\b.txt").
+/// A new empty folder below the temporary folder; deleted with its contents, including read-only files. Names are
+/// relative to it and may contain folders ("a\\b.txt").
 class TempFolder {
 public:
     TempFolder();
@@ -21,14 +21,14 @@ public:
 
     /// Writes a file and the folders above it; returns its full path.
     std::wstring Write(std::wstring_view tstrName, std::string_view strBytes) const;
-    /// Makes a folder and those above it; returns its full path with trailing backslash.
+    /// Creates a folder and those above it; returns its full path with trailing backslash.
     std::wstring MakeFolder(std::wstring_view tstrName) const;
-    /// A file's bytes; nothing when it cannot be read.
+    /// A file's bytes; empty when unreadable.
     [[nodiscard]] std::optional<std::string> Read(std::wstring_view tstrName) const;
-    /// Relative names of all files and folders (these with trailing backslash) below it, sorted.
+    /// Relative names of all files and folders (with trailing backslash) below it, sorted.
     [[nodiscard]] std::vector<std::wstring> List() const;
 
-    /// Removes all it holds.
+    /// Deletes its contents.
     void Clear() const;
 
 private:

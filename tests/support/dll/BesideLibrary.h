@@ -1,12 +1,12 @@
-// Files beside a stand-in library or the program that uses it. Not a variable of the environment: a program that the
-// system starts after a restart inherits none.
+// Files beside a stand-in library or the program that uses it. Environment variables do not work here: a program
+// started after a restart does not inherit them.
 #pragma once
 
 #include "common/KzComn_Handle.h"
 
 #include <string>
 
-/// Full path of a file in a module's folder; without a module, in the program's.
+/// Full path of a file in a module's folder; without a module, in the program's folder.
 inline std::wstring BesideModule(HMODULE hModule, const wchar_t* szName)
 {
     wchar_t szPath[MAX_PATH] = {};
@@ -14,7 +14,7 @@ inline std::wstring BesideModule(HMODULE hModule, const wchar_t* szName)
     return tstrPath.substr(0, tstrPath.rfind(L'\\') + 1) + szName;
 }
 
-/// Full path of a file in the folder of the library that this is compiled into.
+/// Full path of a file in the folder of the library that contains this code.
 inline std::wstring BesideLibrary(const wchar_t* szName)
 {
     HMODULE hModule = nullptr;
@@ -23,7 +23,7 @@ inline std::wstring BesideLibrary(const wchar_t* szName)
     return BesideModule(hModule, szName);
 }
 
-/// Adds a line in UTF-8 to a file.
+/// Appends a line in UTF-8 to a file.
 inline void RecordLine(const std::wstring& tstrPath, const std::wstring& tstrLine)
 {
     char szBytes[4096] = {};

@@ -24,11 +24,11 @@ bool IsInSandbox(const wchar_t* szPlace)
     return tstrFull.starts_with(s_pWatch->m_tstrSandbox);
 }
 
-/// Whether a call may go through to the system; if not, the last error is its code.
+/// Whether a call may reach the system; otherwise the last error is its code.
 bool MayPass(std::string_view strCall, const wchar_t* szPlace, bool bAnywhere = false)
 {
     if (!s_pWatch || !szPlace) return true;
-    const SystemWatch* const pWatch = std::exchange(s_pWatch, nullptr);  // what the judge itself does is not watched
+    const SystemWatch* const pWatch = std::exchange(s_pWatch, nullptr);  // calls of the judge itself are not watched
     const bool bAllowed = pWatch->m_judge(strCall, szPlace);
     EXPECT_TRUE(bAllowed) << strCall << " goes to " << KzCommon::String::ToUtf8(szPlace);
     DWORD dwCode = bAllowed ? pWatch->m_fault(strCall, szPlace) : DWORD{ERROR_ACCESS_DENIED};
@@ -38,7 +38,7 @@ bool MayPass(std::string_view strCall, const wchar_t* szPlace, bool bAnywhere = 
     return dwCode == ERROR_SUCCESS;
 }
 
-/// Whether a call that nobody judges is to fail; then the last error is its code.
+/// Whether a call that is not judged must fail; then the last error is its code.
 bool Fails(std::string_view strCall, const std::wstring& tstrPlace)
 {
     const DWORD dwCode = s_pWatch ? s_pWatch->m_fault(strCall, tstrPlace) : DWORD{ERROR_SUCCESS};
@@ -80,7 +80,7 @@ constexpr int kRenameInfoEx = 22;
 
 }  // namespace
 
-// Puts the function that follows in the place of an imported one.
+// Replaces an imported function with the function that follows.
 #define REPLACED(Name, Result, Parameters)           \
     static Result WINAPI Watched##Name Parameters;   \
     extern "C" decltype(&::Name) __imp_##Name;       \
@@ -94,8 +94,8 @@ constexpr int kRenameInfoEx = 22;
         return s_pfn;                                             \
     }())
 
-// One watched function: its parameters, the arguments that it is passed on with, the place that it is about, whether it
-// may reach beyond the sandbox, and what it answers otherwise.
+// One watched function: its parameters, the arguments to pass on, the place that it concerns, whether it may access
+// places outside the sandbox, and its result otherwise.
 #define WATCHED(Name, Result, Parameters, Arguments, szPlace, bAnywhere, Refused)   \
     REPLACED(Name, Result, Parameters)                                              \
     {                                                                               \
@@ -127,7 +127,7 @@ REPLACED(CreateFileW, HANDLE,
     return REAL(CreateFileW)(sz, dwAccess, dwShare, p, dwHow, dwFlags, h);
 }
 
-// Its header does not say that it is imported: calls go to a function of that name.
+// Its header does not declare it as imported, so calls go directly to this function.
 extern "C" NTSTATUS NTAPI NtOpenFile(PHANDLE ph, ACCESS_MASK access, POBJECT_ATTRIBUTES p, PIO_STATUS_BLOCK pStatus,
                                      ULONG uShare, ULONG uOptions)
 {
@@ -153,7 +153,7 @@ REPLACED(GetFileSecurityW, BOOL,
     BOOL bDefaulted = FALSE;
     if (!bDone || !bForeign || !::GetSecurityDescriptorOwner(p, &pOwner, &bDefaulted) || !pOwner) return bDone;
     DWORD cbSid = ::GetLengthSid(pOwner);
-    EXPECT_TRUE(::CreateWellKnownSid(WinLocalSystemSid, nullptr, pOwner, &cbSid)) << "in the place of the owner";
+    EXPECT_TRUE(::CreateWellKnownSid(WinLocalSystemSid, nullptr, pOwner, &cbSid)) << "the owner is replaced";
     return TRUE;
 }
 
@@ -229,7 +229,7 @@ REPLACED(GetFileAttributesW, DWORD, (LPCWSTR sz))
     return bLink ? dwAttributes | FILE_ATTRIBUTE_REPARSE_POINT : dwAttributes;
 }
 
-/// Where the watch's link leads, as GetFinalPathNameByHandleW tells it.
+/// The target of the watch's link in the form of GetFinalPathNameByHandleW.
 static std::wstring FinalTarget(DWORD dwFlags)
 {
     const std::wstring& tstrTarget = s_pWatch->m_tstrLinkTarget;
@@ -250,7 +250,7 @@ REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD c
     if (cchDone >= cch) return cchDone;
     if (Fails("GetFinalPathNameByHandleW", szPath)) return 0;
     if (!s_pWatch) return cchDone;
-    // A file in a mounted volume has the volume's path, not the path of the folder; so with a link.
+    // A file in a mounted volume has the volume's path, not the path of the folder; likewise for a link.
     std::wstring tstrPath = szPath;
     if (!s_pWatch->m_tstrVolume.empty()) {
         KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
@@ -265,7 +265,7 @@ REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD c
     return static_cast<DWORD>(tstrPath.size());
 }
 
-/// What a system does with FileRenameInfoEx that knows it, or one that does not.
+/// Simulates a system that supports FileRenameInfoEx, or one that does not.
 static BOOL RenameAtOnce(HANDLE hFile, const void* p, DWORD cb)
 {
     if (!s_pWatch->m_bRenamesAtOnce) ::SetLastError(ERROR_INVALID_PARAMETER);
@@ -274,10 +274,11 @@ static BOOL RenameAtOnce(HANDLE hFile, const void* p, DWORD cb)
     REAL(GetFinalPathNameByHandleW)(hFile, szFrom, 1024, VOLUME_NAME_DOS);
     const auto* const pInfo = static_cast<const FILE_RENAME_INFO*>(p);
     const std::wstring tstrTo(pInfo->FileName, pInfo->FileNameLength / sizeof(wchar_t));
-    EXPECT_GE(cb, offsetof(FILE_RENAME_INFO, FileName) + pInfo->FileNameLength + sizeof(wchar_t)) << "with its null";
+    EXPECT_GE(cb, offsetof(FILE_RENAME_INFO, FileName) + pInfo->FileNameLength + sizeof(wchar_t))
+        << "with its terminating null";
     s_pWatch->m_renames.push_back(std::wstring(LastName(szFrom)) + L" > " + tstrTo + L" " +
                                   std::to_wstring(*static_cast<const DWORD*>(p)));
-    // The target goes aside first: programs that share its deletion may have it open.
+    // Move the target aside first: other programs may have it open with shared deletion.
     const std::wstring tstrAside = tstrTo + L".aside";
     const bool bAside = REAL(MoveFileExW)(tstrTo.c_str(), tstrAside.c_str(), 0) != FALSE;
     const BOOL bDone = REAL(MoveFileExW)(szFrom, tstrTo.c_str(), 0);
@@ -302,7 +303,7 @@ REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
     return TRUE;
 }
 
-/// Whether an open folder is one that is called a link.
+/// Whether an open folder is the simulated link.
 static bool IsOpenLink(HANDLE hFile)
 {
     wchar_t szPath[1024] = {};
@@ -332,7 +333,7 @@ REPLACED(DeviceIoControl, BOOL,
     if (dwCode != FSCTL_GET_REPARSE_POINT || !IsOpenLink(hFile)) {
         return REAL(DeviceIoControl)(hFile, dwCode, pIn, cbIn, pOut, cbOut, pcb, p);
     }
-    // A junction to a full path, a symbolic link to any other.
+    // A full path is a junction's target, any other path a symbolic link's.
     const bool bJunction = KzCommon::String::IsFullPath(s_pWatch->m_tstrLinkTarget);
     const std::wstring tstrTarget = (bJunction ? L"\\??\\" : L"") + s_pWatch->m_tstrLinkTarget;
     const auto cbTarget = static_cast<WORD>(tstrTarget.size() * sizeof(wchar_t));

@@ -1,4 +1,4 @@
-// What the code under test asks the system to change.
+// Watches the changes that the code under test requests from the system.
 #pragma once
 
 #include <windows.h>
@@ -8,20 +8,20 @@
 #include <string_view>
 #include <vector>
 
-/// Judges one call by the name of its Windows function and the file, folder or key that it is about: false when nothing
-/// allows the code under test to touch that place. A move is judged twice, as "MoveFileExW" by where it goes (a
-/// deletion: by what it deletes) and as "MoveFileExW source" by what it takes away.
+/// Judges one call by the name of its Windows function and the file, folder or key that it concerns; false when the
+/// code under test may not access that place. A move is judged twice: "MoveFileExW" with its destination (for a
+/// deletion: the deleted file) and "MoveFileExW source" with its source.
 using Judge = std::function<bool(std::string_view strCall, const std::wstring& tstrPlace)>;
 
-/// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass. Asked of the judged calls, and of some that only
-/// read: of a listing by the name before, of SetFileInformationByHandle by the class, of "CreateFileW owner" for a file
-/// that is to have an owner, of "SetKernelObjectSecurity owner" without a place.
+/// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass. Called for judged calls and for some that only
+/// read: for a listing with its path, for SetFileInformationByHandle with the class, for "CreateFileW owner" when the
+/// file gets an owner, for "SetKernelObjectSecurity owner" without a place.
 using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
 
-/// While it lives, puts every call that changes or lists files, folders or keys before a judge, in the executable that
-/// it is linked into: it stands in the place of the import table. A call that the judge refuses fails the test. No call
-/// outside the sandbox folder, and no delayed move at all, reaches the system. Every special folder of the shell that
-/// lies outside is the sandbox's folder "Shell". One at a time; without one every call passes.
+/// During its lifetime, presents every call that changes or lists files, folders or keys to a judge, in the executable
+/// that it is linked into: it replaces the import table. A refused call fails the test. No call outside the sandbox
+/// folder, and no delayed move, reaches the system. Special folders of the shell outside the sandbox are replaced with
+/// its folder "Shell". Only one at a time; without one every call passes.
 class SystemWatch {
 public:
     explicit SystemWatch(
@@ -34,23 +34,23 @@ public:
     const Judge m_judge;
     Fault m_fault = [](auto&&...) {
         return ERROR_SUCCESS;
-    };                              // makes calls fail that the judge has allowed
-    std::wstring m_tstrMountPoint;  // what the system says of the volume of every folder; empty for the truth
+    };                              // makes calls fail that the judge allows
+    std::wstring m_tstrMountPoint;  // the volume of every folder; empty for the real one
     std::wstring m_tstrLink;        // every folder of this name is a symbolic link
     std::wstring m_tstrLinkRights;  // its owner and access list as text; empty for the folder's own
-    std::wstring m_tstrLinkTarget;  // where it leads
-    std::wstring m_tstrSwapped;     // what is opened in a folder of this name lies behind the link as well
+    std::wstring m_tstrLinkTarget;  // its target
+    std::wstring m_tstrSwapped;     // files opened in a folder of this name are behind the link as well
     std::wstring m_tstrVolume;      // the sandbox's folder of this name is a volume, mounted at the sandbox's "Mount"
     std::wstring m_tstrForeign;     // every file of this name belongs to the system
-    bool m_bRenamesAtOnce = false;  // the system knows FileRenameInfoEx
-    bool m_bHurry = false;          // pauses of the code under test take no time, but are counted
+    bool m_bRenamesAtOnce = false;  // the system supports FileRenameInfoEx
+    bool m_bHurry = false;          // pauses of the code under test take no time but are counted
     mutable DWORD m_dwPausedMs = 0;
 
-    // The delayed moves and deletions that the system has not been told of, in the order in which they were asked for:
-    // "source > destination", the sandbox folder left out.
+    // The delayed moves and deletions, which are not passed to the system, in call order: "source > destination"
+    // without the sandbox folder.
     mutable std::vector<std::wstring> m_moves;
-    // The renames at once: "name > destination flags".
+    // The immediate renames: "name > destination flags".
     mutable std::vector<std::wstring> m_renames;
-    // The paths whose volume was asked for.
+    // The paths whose volume was requested.
     mutable std::vector<std::wstring> m_volumeQuestions;
 };

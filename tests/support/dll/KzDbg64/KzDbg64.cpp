@@ -1,4 +1,4 @@
-// Stand-in for the trace library that hands every call to the test which loaded it.
+// Stand-in for the trace library that passes every call to the test that loaded it.
 #include "TraceSink.h"
 
 namespace {

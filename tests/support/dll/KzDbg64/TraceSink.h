@@ -1,9 +1,9 @@
-// The other side of the stand-in trace library: the test process that loaded it.
+// The receiver of the stand-in trace library: the test process that loaded it.
 #pragma once
 
 #include "common/KzDbg.h"
 
-/// Receives every call that the stand-in library gets.
+/// Receives every call to the stand-in library.
 class TraceSink {
 public:
     virtual DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) = 0;
@@ -14,5 +14,5 @@ protected:
     ~TraceSink() = default;
 };
 
-/// The library's "SetTraceSink": null makes every call fail again.
+/// The library's "SetTraceSink"; null makes every call fail again.
 using SetTraceSinkProc = void(__stdcall*)(TraceSink* pSink);

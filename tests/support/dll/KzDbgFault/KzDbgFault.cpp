@@ -1,9 +1,9 @@
-// Stand-in for the trace library that makes things happen at a line of the trace. Files beside it say what:
+// Stand-in for the trace library that causes events at a line of the trace. Files beside it define them:
 //   fault.end     the number of the line at which the process ends
-//   fault.hold    the number of the line at which the program waits until that file is gone; "fault.held" is there then
-//   fault.read    a pattern of files: the first that is found is read for a second, without sharing it for writing
-//   fault.hurry   the program's pauses take no time
-// What it was given is counted in "fault.count".
+//   fault.hold    the number of the line at which the program waits until that file is deleted; "fault.held" exists
+//   then fault.read    a file pattern: the first match is read for a second without shared writing fault.hurry   the
+//   program's pauses take no time
+// "fault.count" contains the number of lines.
 #include "../BesideLibrary.h"
 
 #include "common/KzDbg.h"
@@ -37,7 +37,7 @@ DWORD WINAPI ReadForASecond(void* pFile)
     return 0;
 }
 
-/// What a scanner does with a file as soon as it is there.
+/// Reads a file as a scanner does as soon as the file exists.
 void ReadFirst()
 {
     WIN32_FIND_DATAW data{};
@@ -53,7 +53,7 @@ void ReadFirst()
 
 void WINAPI NoPause(DWORD) {}
 
-/// Puts another function in the place of one that the program imports.
+/// Replaces an imported function of the program.
 void Replace(std::string_view strName, void (*pfn)())
 {
     BYTE* const pImage = reinterpret_cast<BYTE*>(::GetModuleHandleW(nullptr));

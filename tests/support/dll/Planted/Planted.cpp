@@ -1,5 +1,5 @@
-// Stand-in for a library that somebody put beside the program under the name of one of Windows: notes in "planted.log"
-// that it was loaded.
+// Stand-in for a malicious library beside the program with the name of a Windows library: records in "planted.log" that
+// it was loaded.
 #include "../BesideLibrary.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE hModule, DWORD dwReason, void*)

@@ -1,6 +1,6 @@
-// Stand-in for the terminal services: adds what it was asked to "wtsapi32.log" beside the program and answers with
-// the number in "wtsapi32.answer" beside the program (1: OK, 2: Cancel). Without that file, or with 0 in it, the call
-// fails as it does when nobody is logged on at the console; while the file is empty, the user has not answered yet.
+// Stand-in for the terminal services: appends each question to "wtsapi32.log" beside the program and returns the number
+// in "wtsapi32.answer" beside the program (1: OK, 2: Cancel). Without that file, or with 0 in it, the call fails as if
+// no user were logged on at the console; while the file is empty, the user has not answered yet.
 #include "../BesideLibrary.h"
 
 #include <wtsapi32.h>
