@@ -1,4 +1,4 @@
-// Files, INI files, libraries and sessions; and what only a restart shows.
+// Files, INI files, libraries and sessions; and effects that only a restart shows.
 #include "Assumptions.h"
 
 #include "common/KzComn_Handle.h"
@@ -46,7 +46,7 @@ std::wstring WriteIni(const std::wstring& tstrIni)
     return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
 }
 
-/// What a section holds that may be missing or empty: the answer and the code beside it.
+/// The content of a section that may be missing or empty: the result and its code.
 std::wstring SectionAndCode(const std::wstring& tstrFolder, std::string_view strBytes)
 {
     const std::wstring tstrIni = IniAt(tstrFolder, strBytes);
@@ -56,8 +56,8 @@ std::wstring SectionAndCode(const std::wstring& tstrFolder, std::string_view str
     return std::to_wstring(cch) + L" characters, last error " + std::to_wstring(::GetLastError());
 }
 
-/// What every signed-in user may do with a file that an administrator makes in the drive's root; nothing for a user who
-/// may make none.
+/// The rights of every signed-in user on a file that an administrator creates in the drive's root; empty if the current
+/// user may not create one.
 std::wstring RightsBelowDrive(const std::wstring&)
 {
     wchar_t szWindows[MAX_PATH] = {};
@@ -95,7 +95,7 @@ std::wstring MessageWithoutSession(const std::wstring&)
 
 // -- the next restart --
 
-/// A file "new" that is to take the place of "old", with the attributes of each.
+/// A file "new" that will replace "old", with the attributes of each.
 void DelayedReplacement(const std::wstring& tstrFolder, DWORD dwNew, DWORD dwOld)
 {
     const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwOld);
@@ -107,7 +107,7 @@ std::wstring WhatStandsInOld(const std::wstring& tstrFolder)
     return ReadFileAt(tstrFolder + L"old") == "new" ? L"arrives" : L"does not arrive";
 }
 
-/// A folder with a file in it, of which both or the folder alone is to be deleted.
+/// A folder with a file in it; either both or only the folder is to be deleted.
 void DelayedDeletion(const std::wstring& tstrFolder, bool bFileToo)
 {
     ::CreateDirectoryW((tstrFolder + L"folder").c_str(), nullptr);
@@ -116,14 +116,14 @@ void DelayedDeletion(const std::wstring& tstrFolder, bool bFileToo)
     Delay(tstrFolder + L"folder", nullptr);
 }
 
-/// A link to a folder with a file in it. (Wine makes none, and says that it has.)
+/// A link to a folder with a file in it. (Wine reports success without creating one.)
 void DelayedDeletionOfLink(const std::wstring& tstrFolder)
 {
     ::CreateDirectoryW((tstrFolder + L"target").c_str(), nullptr);
     WriteFileAt(tstrFolder + L"target\\a", "a");
     Require(::CreateSymbolicLinkW((tstrFolder + L"folder").c_str(), (tstrFolder + L"target").c_str(),
                                   SYMBOLIC_LINK_FLAG_DIRECTORY),
-            L"links can be made (run it as an administrator)");
+            L"links can be created (run it as an administrator)");
     Delay(tstrFolder + L"folder", nullptr);
 }
 
@@ -152,7 +152,7 @@ constexpr Assumption kRows[] = {
      [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_HIDDEN); }},
     {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies",
      [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_READONLY); }},
-    {L"MoveFileExW over a file that somebody reads", L"refused (5)", nullptr,
+    {L"MoveFileExW over a file open for reading", L"refused (5)", nullptr,
      L"a replaced file is tried again, then copied onto",
      [](const std::wstring& tstrFolder) {
          const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old");
@@ -160,39 +160,39 @@ constexpr Assumption kRows[] = {
          const UniqueFile reader = HoldFile(tstrOld, FILE_SHARE_READ);
          return Outcome(::MoveFileExW(tstrNew.c_str(), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING));
      }},
-    {L"a name with trailing blanks and dots", L"the same as without them", nullptr,
-     L"what counts as a download path that leads elsewhere",
+    {L"a name with trailing spaces and dots", L"the same as without them", nullptr,
+     L"which download paths lead elsewhere",
      [](const std::wstring& tstrFolder) -> std::wstring {
          WriteFileAt(tstrFolder + L"name. .", "a");
          return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
      }},
     {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
-     L"a driver that is copied there keeps the rights of the one it replaces", &RightsBelowDrive},
+     L"a driver copied there keeps the rights of the replaced one", &RightsBelowDrive},
     {L"GetPrivateProfileSectionW, section missing", L"0 characters, last error 2", L"0 characters, last error 0",
      L"the failure line of a missing section has a code",
      [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n"); }},
     {L"GetPrivateProfileSectionW, section empty", L"0 characters, last error 0", nullptr,
-     L"an empty section is told from a missing one by the code alone",
+     L"only the code distinguishes an empty section from a missing one",
      [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n[B]\r\n"); }},
-    {L"an INI file in UTF-8 with its mark", L"in another form", L"as written", L"the guides ask for UTF-16",
+    {L"an INI file in UTF-8 with BOM", L"in another form", L"as written", L"the guides ask for UTF-16",
      [](const std::wstring& tstrFolder) {
          return ReadLetter(tstrFolder, "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
      }},
-    {L"an INI file in UTF-16 with its mark", L"as written", nullptr, L"the same",
+    {L"an INI file in UTF-16 with BOM", L"as written", nullptr, L"the same",
      [](const std::wstring& tstrFolder) {
          const wchar_t szText[] = L"\xFEFF[B]\r\nkey=\u00e4\r\n";
          return ReadLetter(tstrFolder, {reinterpret_cast<const char*>(szText), sizeof(szText) - sizeof(wchar_t)});
      }},
     {L"WritePrivateProfileStringW, file read-only", L"refused (5)", L"done",
-     L"update information is then a failure line",
+     L"update information then causes a failure line",
      [](const std::wstring& tstrFolder) { return WriteIni(IniAt(tstrFolder, "[B]\r\n", FILE_ATTRIBUTE_READONLY)); }},
-    {L"WritePrivateProfileStringW, file held by a reader", L"refused (32)", nullptr, L"the same",
+    {L"WritePrivateProfileStringW, file open for reading", L"refused (32)", nullptr, L"the same",
      [](const std::wstring& tstrFolder) {
          const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=value\r\n");
          const UniqueFile holder = HoldFile(tstrIni, FILE_SHARE_READ | FILE_SHARE_DELETE);
          return WriteIni(tstrIni);
      }},
-    {L"WTSSendMessageW to a session that is not there", L"refused", L"done",
+    {L"WTSSendMessageW to a missing session", L"refused", L"done",
      L"no question is asked without a console session", &MessageWithoutSession},
     {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &WhatStandsInOld,
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, 0); }},
@@ -204,7 +204,7 @@ constexpr Assumption kRows[] = {
      [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, FILE_ATTRIBUTE_READONLY); }},
     {L"delayed deletion of a folder that is empty by then", L"gone", nullptr, L"folders of \"QOR_DIR\"",
      &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, true); }},
-    {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"nothing of anybody else's is lost",
+    {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"other programs' files are not lost",
      &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, false); }},
     {L"delayed deletion of a link to a folder", L"gone, its target there", nullptr, L"the same",
      [](const std::wstring& tstrFolder) -> std::wstring {
@@ -212,7 +212,7 @@ constexpr Assumption kRows[] = {
                                                                                               : L", its target, too");
      },
      &DelayedDeletionOfLink},
-    {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit that the guides name", &WhetherItRan,
+    {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit in the guides", &WhetherItRan,
      [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 250); }},
     {L"a run-once command of 400 characters", L"does not run", L"runs", L"the same limit", &WhetherItRan,
      [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 400); }},

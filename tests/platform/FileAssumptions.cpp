@@ -1,4 +1,4 @@
-// Files that are replaced and deleted: owners, access lists, readers, mappings, mounted volumes.
+// Replacing and deleting files: owners, access lists, readers, mappings, mounted volumes.
 #include "Assumptions.h"
 
 #include "common/KzComn_File.h"
@@ -26,7 +26,7 @@ public:
     explicit Descriptor(const wchar_t* szText)
     {
         Require(::ConvertStringSecurityDescriptorToSecurityDescriptorW(szText, SDDL_REVISION_1, &m_p, nullptr),
-                L"a security descriptor can be made");
+                L"a security descriptor can be created");
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -73,7 +73,7 @@ std::wstring CreateForSystemWithPrivilege(const std::wstring& tstrFolder)
     return CreateForSystem(tstrFolder);
 }
 
-/// The owner after a file of the system's that administrators may change, but not own, was copied over.
+/// The owner of a system file after copying over it; administrators may change the file but do not own it.
 std::wstring CopyOverSystemFile(const std::wstring& tstrFolder)
 {
     if (!::IsUserAnAdmin()) return {};
@@ -92,7 +92,7 @@ std::wstring CopyOverSystemFile(const std::wstring& tstrFolder)
            SecurityOf(tstrOld, OWNER_SECURITY_INFORMATION);
 }
 
-/// Whether a file that is copied over has the access list that it had, bits of the list included.
+/// Whether a file keeps its access list, including its bits, when copied over.
 std::wstring ListAfterCopy(const std::wstring& tstrFolder, const wchar_t* szList)
 {
     const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old");
@@ -103,7 +103,7 @@ std::wstring ListAfterCopy(const std::wstring& tstrFolder, const wchar_t* szList
     return tstrAfter == tstrBefore ? L"as before" : tstrBefore + L" became " + tstrAfter;
 }
 
-/// A file that gives nobody any right, in a folder that lets its files be deleted.
+/// A file without rights for anyone, in a folder whose files may be deleted.
 std::wstring DeleteByFolder(const std::wstring& tstrFolder)
 {
     const std::wstring tstrPath = WriteFileAt(tstrFolder + L"a", "a");
@@ -123,7 +123,7 @@ UniqueFile Open(const std::wstring& tstrPath, DWORD dwAccess, DWORD dwShare)
     return UniqueFile(::CreateFileW(tstrPath.c_str(), dwAccess, dwShare, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-/// A file that is mapped; nobody else has it open.
+/// A mapped file that is not open elsewhere.
 class Mapped {
 public:
     explicit Mapped(const std::wstring& tstrPath)
@@ -142,7 +142,7 @@ private:
     const void* m_pView = nullptr;
 };
 
-/// FileRenameInfoEx: replaces what is there, with POSIX semantics.
+/// FileRenameInfoEx: replaces an existing file with POSIX semantics.
 std::wstring RenameOnto(const std::wstring& tstrFolder, const std::wstring& tstrTarget)
 {
     const UniqueFile file = Open(WriteFileAt(tstrFolder + L"new", "new"), DELETE | SYNCHRONIZE, kShareAll);
@@ -176,7 +176,7 @@ std::wstring RenameOntoFolder(const std::wstring& tstrFolder)
     return RenameOnto(tstrFolder, tstrFolder + L"old");
 }
 
-/// FileDispositionInfoEx: deletes the name at once, unless the file is a program that runs.
+/// FileDispositionInfoEx: deletes the name at once, unless the file is a running program.
 std::wstring DeleteAtOnce(const std::wstring& tstrPath)
 {
     const UniqueFile file = Open(tstrPath, DELETE, kShareAll);
@@ -197,7 +197,7 @@ std::wstring DeleteRead(const std::wstring& tstrFolder, DWORD dwShare)
 
 // -- folders --
 
-/// A volume that is mounted in a folder beside the trial's: what removes the trial's folder must never find a whole
+/// A volume mounted in a folder beside the trial's folder, so that deleting the trial's folder never finds a whole
 /// drive in it.
 class Mount {
 public:
@@ -222,7 +222,7 @@ private:
     std::wstring m_tstrPath;
 };
 
-/// A file in the root of the system drive, deleted by way of a folder that the drive is mounted in.
+/// Deletes a file in the root of the system drive through a folder that is the drive's mount point.
 std::wstring DeleteInMountedRoot(const std::wstring&)
 {
     wchar_t szWindows[MAX_PATH] = {};
@@ -238,7 +238,7 @@ std::wstring DeleteInMountedRoot(const std::wstring&)
     return Outcome(bDeleted);
 }
 
-/// Does something with a folder that may be passed but not listed, a file "a" in it.
+/// Runs an action in a folder with a file "a" that may be traversed but not listed.
 std::wstring InUnlisted(const std::wstring& tstrFolder, std::wstring (*pfnAct)(const std::wstring& tstrClosed))
 {
     const std::wstring tstrClosed = tstrFolder + L"closed\\";
@@ -260,11 +260,11 @@ std::wstring List(const std::wstring& tstrPattern)
 // of its own
 // clang-format off
 constexpr Assumption kFileRows[] = {
-    {L"a new file whose owner is to be the system", L"refused (1307)", L"done",
-     L"a replaced file is made without its owner", &CreateForSystem},
-    {L"the same with SeRestorePrivilege switched on", L"done", nullptr, L"its owner is given with that privilege",
+    {L"a new file with the system as owner", L"refused (1307)", L"done",
+     L"a replacement is created without its owner", &CreateForSystem},
+    {L"the same with SeRestorePrivilege enabled", L"done", nullptr, L"the owner is set with that privilege",
      &CreateForSystemWithPrivilege},
-    {L"a file of the system's that an administrator may change, copied over", L"new content, O:SY",
+    {L"a system file that administrators may change, copied over", L"new content, O:SY",
      L"new content, O:S-1-5-21-0-0-0-1000",
      L"a replaced file keeps its owner", &CopyOverSystemFile},
     {L"a protected access list after a file was copied over", L"as before", nullptr,
@@ -272,21 +272,21 @@ constexpr Assumption kFileRows[] = {
      [](const std::wstring& tstrFolder) { return ListAfterCopy(tstrFolder, L"D:P(A;;FA;;;BA)(A;;FA;;;IU)"); }},
     {L"an inherited access list after a file was copied over", L"as before", nullptr, L"the same",
      [](const std::wstring& tstrFolder) { return ListAfterCopy(tstrFolder, nullptr); }},
-    {L"a file that gives nobody any right, deleted by its folder's", L"done", nullptr,
+    {L"a file without any rights, deleted with its folder's", L"done", nullptr,
      L"what \"delete_now\" can delete",
      &DeleteByFolder},
-    {L"POSIX rename over a file that somebody reads who lets it be deleted", L"done", L"refused (87)",
-     L"scanners and indexers do not stop a replacement",
+    {L"POSIX rename over a file open with shared deletion", L"done", L"refused (87)",
+     L"scanners and indexers do not block a replacement",
      [](const std::wstring& tstrFolder) { return RenameOntoRead(tstrFolder, kShareAll); }},
-    {L"POSIX rename over a file that somebody reads who does not", L"refused (5)", L"refused (87)",
+    {L"POSIX rename over a file open without shared deletion", L"refused (5)", L"refused (87)",
      L"a replacement is tried again, then copied onto",
      [](const std::wstring& tstrFolder) { return RenameOntoRead(tstrFolder, FILE_SHARE_READ); }},
     {L"POSIX rename over a mapped file", L"done", L"refused (87)", L"the same", &RenameOntoMapped},
-    {L"POSIX rename over a read-only file", L"refused (5)", L"refused (87)", L"a file that a user has protected stays",
+    {L"POSIX rename over a read-only file", L"refused (5)", L"refused (87)", L"a file protected by a user stays",
      [](const std::wstring& tstrFolder) {
          return RenameOnto(tstrFolder, WriteFileAt(tstrFolder + L"old", "old", FILE_ATTRIBUTE_READONLY));
      }},
-    {L"POSIX rename over an empty folder", L"refused (5)", L"refused (87)", L"a folder in a file's place stays",
+    {L"POSIX rename over an empty folder", L"refused (5)", L"refused (87)", L"a folder with the file's name stays",
      &RenameOntoFolder},
     {L"CopyFileW onto a mapped file", L"refused (1224)", nullptr, L"this code counts as in use",
      [](const std::wstring& tstrFolder) {
@@ -298,7 +298,7 @@ constexpr Assumption kFileRows[] = {
      L"refused (87) | there until it is closed",
      L"a folder is empty when its files are deleted",
      [](const std::wstring& tstrFolder) { return DeleteRead(tstrFolder, kShareAll); }},
-    {L"POSIX deletion of a file that somebody reads who does not", L"refused (32)", nullptr,
+    {L"POSIX deletion of a file open without shared deletion", L"refused (32)", nullptr,
      L"a deletion is tried again",
      [](const std::wstring& tstrFolder) { return DeleteRead(tstrFolder, FILE_SHARE_READ); }},
     {L"POSIX deletion of a mapped file", L"gone", L"refused (87) | refused (5)", L"the same",
@@ -307,10 +307,10 @@ constexpr Assumption kFileRows[] = {
          const Mapped mapped(tstrOld);
          return DeleteAtOnce(tstrOld);
      }},
-    {L"a file in the root of a mounted volume, deleted by way of its folder", L"done", nullptr,
+    {L"a file in the root of a mounted volume, deleted through its folder", L"done", nullptr,
      L"\"delete_now\" on a drive that is mounted in a folder", &DeleteInMountedRoot},
     {L"FindFirstFileW in a folder that may not be listed", L"refused (5)", L"done",
-     L"such a folder is told from an empty one",
+     L"such a folder is not taken as empty",
      [](const std::wstring& tstrFolder) {
          return InUnlisted(tstrFolder, [](const std::wstring& tstrClosed) { return List(tstrClosed + L"*"); });
      }},
@@ -318,13 +318,13 @@ constexpr Assumption kFileRows[] = {
      [](const std::wstring& tstrFolder) {
          return InUnlisted(tstrFolder, [](const std::wstring& tstrClosed) { return List(tstrClosed + L"a"); });
      }},
-    {L"GetFileAttributesW of a file in such a folder", L"done", nullptr, L"a file that is named can be found there",
+    {L"GetFileAttributesW of a file in such a folder", L"done", nullptr, L"a named file can be found there",
      [](const std::wstring& tstrFolder) {
          return InUnlisted(tstrFolder, [](const std::wstring& tstrClosed) {
              return Outcome(::GetFileAttributesW((tstrClosed + L"a").c_str()) != INVALID_FILE_ATTRIBUTES);
          });
      }},
-    {L"FindFirstFileW in a file", L"refused (267)", L"refused (123)", L"what is no folder is told from an empty one",
+    {L"FindFirstFileW in a file", L"refused (267)", L"refused (123)", L"a file is not taken as an empty folder",
      [](const std::wstring& tstrFolder) { return List(WriteFileAt(tstrFolder + L"a", "a") + L"\\*"); }},
 };
 // clang-format on

@@ -1,4 +1,4 @@
-// Links that a standard user can make, and what Windows and the product's own rule make of them.
+// Links that a standard user can create, and how Windows and the product's own rule handle them.
 #include "Assumptions.h"
 
 #include "common/KzComn_File.h"
@@ -16,7 +16,7 @@ namespace Platform {
 
 namespace {
 
-const wchar_t kNoJunction[] = L"no junction can be made";
+const wchar_t kNoJunction[] = L"no junction can be created";
 
 bool IsAdministrator()
 {
@@ -27,7 +27,7 @@ bool IsAdministrator()
            ::CheckTokenMembership(nullptr, sid, &bMember) && bMember;
 }
 
-/// Until the end of the scope this account without an administrator's rights, as its programs have them that were not
+/// Impersonates this account without administrator rights until the end of the scope, like its programs that are not
 /// elevated.
 class StandardUser {
 public:
@@ -57,11 +57,11 @@ public:
     ~StandardUser() { ::RevertToSelf(); }
 };
 
-/// Makes a folder that is a junction; `tstrTarget` as the system keeps it, without "\??\". False when that is refused.
-/// (Wine 8 knows none.)
+/// Creates a folder that is a junction; `tstrTarget` is in the system's form without "\??\". False when refused. (Wine
+/// 8 has no junctions.)
 bool MakeJunction(const std::wstring& tstrLink, const std::wstring& tstrTarget)
 {
-    Require(::CreateDirectoryW(tstrLink.c_str(), nullptr), L"a folder can be made");
+    Require(::CreateDirectoryW(tstrLink.c_str(), nullptr), L"a folder can be created");
     const std::wstring tstrNames =
         L"\\??\\" + tstrTarget + std::wstring(1, L'\0') + tstrTarget + std::wstring(1, L'\0');
     const auto cbName = static_cast<WORD>((tstrTarget.size() + 4) * sizeof(wchar_t));
@@ -90,7 +90,7 @@ bool MakeUsersJunction(const std::wstring& tstrLink, const std::wstring& tstrTar
     return MakeJunction(tstrLink, tstrTarget);
 }
 
-/// A folder "target" with a file in it; without backslash at its end.
+/// Creates a folder "target" with a file in it; returns it without trailing backslash.
 std::wstring MakeTarget(const std::wstring& tstrFolder)
 {
     ::CreateDirectoryW((tstrFolder + L"target").c_str(), nullptr);
@@ -113,7 +113,7 @@ std::wstring WhatTheRuleSays(const std::wstring& tstrLink)
     return Storage::Directory::LeadsThroughLink(tstrLink) ? L"refused" : L"followed";
 }
 
-/// What the rule says of a junction in a folder of Windows, made by an administrator or without those rights.
+/// The rule's result for a junction in a Windows folder, created by an administrator or without those rights.
 std::wstring RuleInside(const std::wstring& tstrPlace, bool bUser)
 {
     if (!bUser && !IsAdministrator()) return {};
@@ -131,7 +131,7 @@ std::wstring RuleOfVolumeLink(const std::wstring& tstrFolder)
     const std::wstring tstrLink = tstrFolder + L"volume";
     if (!Storage::Directory::IsLink(tstrLink)) return kNoJunction;
     std::wstring tstrSeen = WhatTheRuleSays(tstrLink);
-    ::RemoveDirectoryW(tstrLink.c_str());  // at once: it leads to everything
+    ::RemoveDirectoryW(tstrLink.c_str());  // at once, because it leads to the whole drive
     return tstrSeen;
 }
 
@@ -140,7 +140,7 @@ void MakeVolumeLink(const std::wstring& tstrFolder)
     static_cast<void>(MakeUsersJunction(tstrFolder + L"volume", SystemVolume()));
 }
 
-// -- the policy of Windows, which stays on in this process --
+// -- the policy of Windows, which stays enabled in this process --
 
 std::wstring SetPolicy(const std::wstring&)
 {
@@ -164,7 +164,7 @@ std::wstring OpenThrough(const std::wstring& tstrFolder, bool bUser)
 
 // -- the next restart --
 
-/// Registers the deletion of "folder\a"; then a standard user puts a junction in the folder's place.
+/// Schedules the deletion of "folder\a"; then a standard user replaces the folder with a junction.
 void DelayDeletionAndSwap(const std::wstring& tstrFolder)
 {
     const std::wstring tstrSwapped = tstrFolder + L"folder";
@@ -179,36 +179,36 @@ void DelayDeletionAndSwap(const std::wstring& tstrFolder)
 std::wstring WhatWasDeleted(const std::wstring& tstrFolder)
 {
     if (!Storage::Directory::IsLink(tstrFolder + L"folder")) return kNoJunction;
-    return ReadFileAt(tstrFolder + L"target\\a") == "a" ? L"nothing" : L"the file that it leads to";
+    return ReadFileAt(tstrFolder + L"target\\a") == "a" ? L"nothing" : L"the link's target file";
 }
 
-// question, assumed, Wine 8 where it differs, what depends on it; clang-format would give each trial lines of its own
+// question, assumed, Wine 8 where it differs, the dependent feature; clang-format would put each trial on its own lines
 // clang-format off
 constexpr Assumption kLinkRows[] = {
     {L"a standard user's junction in ProgramData, by the product's rule", L"refused", kNoJunction,
-     L"what is copied, made, deleted and traced there",
+     L"copies, deletions and traces there",
      [](const std::wstring&) { return RuleInside(Process::CommonAppDataFolder(), true); }},
     {L"an administrator's junction in ProgramData, by the product's rule", L"refused", kNoJunction,
      L"the same: users may change it",
      [](const std::wstring&) { return RuleInside(Process::CommonAppDataFolder(), false); }},
     {L"an administrator's junction in the Windows folder, by the product's rule", L"followed", kNoJunction,
-     L"an install folder that an administrator has moved stays one",
+     L"an administrator may move the install folder",
      [](const std::wstring&) { return RuleInside(Process::WindowsFolder(), false); }},
     {L"a standard user's junction to a volume, by the product's rule", L"refused", kNoJunction,
-     L"the list of mounted volumes has an administrator's only",
+     L"the list of mounted volumes has only an administrator's",
      [](const std::wstring& tstrFolder) { MakeVolumeLink(tstrFolder); return RuleOfVolumeLink(tstrFolder); }},
     {L"the same junction after a restart", L"refused", kNoJunction, L"the same", &RuleOfVolumeLink, &MakeVolumeLink},
-    {L"delayed deletion in a folder that a standard user exchanges for a junction", L"the file that it leads to",
+    {L"delayed deletion in a folder that a standard user replaces with a junction", L"the link's target file",
      kNoJunction, L"lint warns of delayed deletions where users can write", &WhatWasDeleted, &DelayDeletionAndSwap},
     {L"a standard user's junction, without the policy against them", L"followed", kNoJunction,
-     L"that the policy is what refuses it",
+     L"the policy is the reason for the refusal",
      [](const std::wstring& tstrFolder) { return OpenThrough(tstrFolder, true); }},
     {L"the policy against standard users' junctions (Windows 10 and 11 with the updates of 2022)", L"done", nullptr,
-     L"no junction that is made while the agent runs leads it anywhere", &SetPolicy},
+     L"a junction created during a run cannot redirect the agent", &SetPolicy},
     {L"a standard user's junction, with the policy", L"refused (448)", kNoJunction, L"the same",
      [](const std::wstring& tstrFolder) { return OpenThrough(tstrFolder, true); }},
     {L"an administrator's junction, with the policy", L"followed", kNoJunction,
-     L"an install folder that an administrator has moved stays one",
+     L"an administrator may move the install folder",
      [](const std::wstring& tstrFolder) { return OpenThrough(tstrFolder, false); }},
 };
 // clang-format on

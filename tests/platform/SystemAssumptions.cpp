@@ -18,7 +18,7 @@ constexpr char kManifest[] = R"(<assembly xmlns="urn:schemas-microsoft-com:asm.v
                              R"(<requestedExecutionLevel level="requireAdministrator" uiAccess="false"/>)"
                              R"(</requestedPrivileges></security></trustInfo></assembly>)";
 
-/// A copy of this program whose manifest requires elevation; returns its path.
+/// Creates a copy of this program whose manifest requires elevation; returns its path.
 std::wstring MakeElevatedCopy(const std::wstring& tstrFolder)
 {
     wchar_t szOwn[1024] = {};
@@ -70,7 +70,7 @@ std::wstring TargetOf(const std::wstring& tstrFolder, unsigned uMove)
     return tstrFolder + L"target" + std::to_wstring(uMove % kTargets);
 }
 
-/// Each target is replaced a hundred times: only in this order does it end as the last of its sources.
+/// Replaces each target a hundred times: it contains the last source only if the order is kept.
 void ThousandMoves(const std::wstring& tstrFolder)
 {
     for (unsigned uMove = 0; uMove < kMoves; ++uMove) {
@@ -95,7 +95,7 @@ std::wstring WhatHasMoved(const std::wstring& tstrFolder)
 
 // -- the console --
 
-/// False, too, when the session does not say so.
+/// False also when the session's state is unknown.
 bool IsWithoutUser(DWORD dwSession)
 {
     wchar_t* szUser = nullptr;
@@ -106,7 +106,7 @@ bool IsWithoutUser(DWORD dwSession)
     return bEmpty;
 }
 
-/// Not seen where no session is attached to the console, or where a user would have to answer.
+/// Not observed without a console session, or when a user would have to answer.
 std::wstring MessageWithoutUser(const std::wstring&)
 {
     const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
@@ -132,7 +132,7 @@ bool Finds(OpenKey pfnOpen, const std::wstring& tstrKey)
     return pfnOpen(HKEY_LOCAL_MACHINE, tstrKey.c_str(), 0, KEY_READ, key.Receive()) == ERROR_SUCCESS;
 }
 
-/// Which functions find a key that only a redirected HKEY_LOCAL_MACHINE has: those of the core, which the product
+/// Which functions find a key that exists only in a redirected HKEY_LOCAL_MACHINE: those of the core, which the product
 /// imports, or those of advapi32.
 std::wstring RedirectedRegistry(const std::wstring&)
 {
@@ -151,15 +151,15 @@ std::wstring RedirectedRegistry(const std::wstring&)
     return bCore && bOld ? L"both" : bCore ? L"the core's only" : bOld ? L"advapi32's only" : L"neither";
 }
 
-// question, assumed, Wine 8 where it differs, what depends on it
+// question, assumed, Wine 8 where it differs, the dependent feature
 // clang-format off
 constexpr Assumption kSystemRows[] = {
     {L"a run-once command whose program requires elevation", L"runs, elevated", nullptr,
      L"the rename after the restart", &RightsOfCommand, &RunOnceElevated},
     {L"a thousand delayed moves", L"all, in order", nullptr,
-     L"updates of any size; a file that two packages bring is the later one's", &WhatHasMoved, &ThousandMoves},
+     L"updates of any size; of two packages with the same file, the later one wins", &WhatHasMoved, &ThousandMoves},
     {L"a message box on a console without a user", L"waits for an answer", nullptr,
-     L"the question of a deployment waits for somebody who signs in there, and the update client with it",
+     L"the question of a deployment and the update client wait until a user signs in there",
      &MessageWithoutUser, nullptr, L"run it while no user is signed in at the console (docs/windows-trial.md)"},
     {L"RegOverridePredefKey, functions that are redirected", L"both", nullptr,
      L"the unit tests leave the machine's registry alone", &RedirectedRegistry},

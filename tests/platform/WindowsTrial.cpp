@@ -1,8 +1,8 @@
-// Tries out what the product takes for granted of Windows, and lists what differs.
+// Tries out the product's assumptions about Windows and lists differences.
 //
-//     WindowsTrial.exe                  what can be seen at once
-//     WindowsTrial.exe --prepare        sets up what only a restart shows (as an administrator)
-//     WindowsTrial.exe --after-restart  looks at it
+//     WindowsTrial.exe                  runs the trials without a restart
+//     WindowsTrial.exe --prepare        sets up the trials that need a restart (as an administrator)
+//     WindowsTrial.exe --after-restart  checks their results
 //
 // A row is "ok", "Wine" (differs in the way that is known of Wine 8 or 10), "not seen" (cannot be seen here) or
 // "DIFFERS". Exit code 0 unless one differs. Started by a double click it does the first and waits for a key.
@@ -26,7 +26,7 @@ namespace Platform {
 
 namespace {
 
-/// Stays over a restart.
+/// Survives a restart.
 fs::path TrialFolder()
 {
     return fs::temp_directory_path() / L"brevant-trial";
@@ -34,7 +34,7 @@ fs::path TrialFolder()
 
 void RemoveTrialFolder()
 {
-    // Links go themselves: some lead to all that the machine has.
+    // Delete links themselves: some lead to the whole drive.
     const auto remove = [](const std::wstring& tstrPath) {
         ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
         if (!::RemoveDirectoryW(tstrPath.c_str())) ::DeleteFileW(tstrPath.c_str());
@@ -66,7 +66,7 @@ std::wstring KnownOfWine(const Assumption& row)
     return std::wstring(tstrAll.substr(uNext + kNext.size()));
 }
 
-/// Prints one row; false when it differs, and not as Wine is known to.
+/// Prints one row; false when it differs in another way than known for Wine.
 bool Judge(const Assumption& row, const std::wstring& tstrSeen)
 {
     if (tstrSeen.empty()) {
@@ -78,11 +78,11 @@ bool Judge(const Assumption& row, const std::wstring& tstrSeen)
     const std::wstring tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
     Print(tstrVerdict + row.szQuestion + L": " + tstrSeen);
     if (bAssumed) return true;
-    Print(L"         assumed: " + std::wstring(row.szAssumed) + L"; on it depends: " + row.szFollows);
+    Print(L"         assumed: " + std::wstring(row.szAssumed) + L"; needed for: " + row.szFollows);
     return bWine;
 }
 
-/// Every row, in the order in which they are tried.
+/// All rows, in trial order.
 std::vector<Assumption> AllAssumptions()
 {
     std::vector<Assumption> all;
@@ -93,8 +93,8 @@ std::vector<Assumption> AllAssumptions()
     return all;
 }
 
-/// Goes through the rows that "--prepare" and "--after-restart" are for, or without these words through the others.
-/// How many differ.
+/// Runs the rows for "--prepare" or "--after-restart", or without these words the others. Returns the number of
+/// differences.
 unsigned Try(const std::wstring& tstrVerb)
 {
     const bool bPrepare = tstrVerb == L"--prepare";
@@ -151,7 +151,8 @@ void Require(BOOL bOk, const wchar_t* szWhat)
 {
     if (bOk) return;
     const DWORD dwError = ::GetLastError();
-    Print(L"FAILED   it is not true that " + std::wstring(szWhat) + L" (last error " + std::to_wstring(dwError) + L")");
+    Print(L"FAILED   requirement not met: " + std::wstring(szWhat) + L" (last error " + std::to_wstring(dwError) +
+          L")");
     WaitAfterDoubleClick();
     std::exit(2);
 }
