@@ -1,4 +1,4 @@
-# brevant_options: what every target of this project is compiled and linked with.
+# brevant_options: the compile and link options of every target in this project.
 add_library(brevant_options INTERFACE)
 
 include(${CMAKE_CURRENT_LIST_DIR}/Hardening.cmake)
@@ -23,7 +23,7 @@ target_compile_options(brevant_options INTERFACE
     -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wimplicit-fallthrough
     -Wold-style-cast -Wzero-as-null-pointer-constant>)
 
-# Traces, exceptions and symbols name source files: by their path in the project, not on the machine that built them.
+# Traces, exceptions and symbols contain source paths relative to the project, not those of the build machine.
 target_compile_options(brevant_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/= -ffile-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 # -- hardening and self-contained binaries --
@@ -32,12 +32,12 @@ target_link_options(brevant_options INTERFACE ${kShippedLinkFlags} -Wl,--fatal-w
     $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-Wl,--tsaware>)
 
 if(CMAKE_UNITY_BUILD)
-    # Several sources are compiled as one: fixtures in unnamed namespaces then look as if a header had them.
+    # Unity builds combine sources, so fixtures in unnamed namespaces look as if they were in a header.
     target_compile_options(brevant_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
 endif()
 
 if(BREVANT_CHECKED)
-    # This platform has no run-time library for the sanitizer: a fault ends the process by a trap.
+    # This platform has no run-time library for the sanitizer: a fault ends the process with a trap.
     target_compile_definitions(brevant_options INTERFACE _GLIBCXX_ASSERTIONS)
     target_compile_options(brevant_options INTERFACE
         $<$<COMPILE_LANGUAGE:CXX>:

@@ -1,7 +1,7 @@
-# The flags that everything shipped is built with: the project's own targets (BuildOptions.cmake) and its dependencies.
+# The flags of everything that is shipped: the project's own targets (BuildOptions.cmake) and its dependencies.
 set(kPlatformDefinitions _WIN32_WINNT=0x0A00 WINVER=0x0A00)
 
-# Line numbers only. In a release they are kept apart from the programs (tools/release.sh).
+# Line numbers only. A release stores them separately from the programs (tools/release.sh).
 set(kShippedCompileFlags -g1 -fstack-protector-strong -ffunction-sections -fdata-sections)
 set(kShippedLinkFlags
     -static -fstack-protector-strong

@@ -1,6 +1,5 @@
-# Every program and DLL is stripped right after it was linked. Its symbols stand beside it in NAME.debug, which the
-# stripped file names by a debug link, for debuggers and tools/symbolise.sh. SOURCE_DATE_EPOCH, when it is set, is the
-# time in the header of all of them.
+# Strips every program and DLL after linking. The symbols go to NAME.debug beside it, which the stripped file references
+# with a debug link, for debuggers and tools/symbolise.sh. SOURCE_DATE_EPOCH, if set, is the time in all headers.
 foreach(rule CMAKE_C_CREATE_SHARED_LIBRARY CMAKE_CXX_CREATE_SHARED_LIBRARY CMAKE_CXX_LINK_EXECUTABLE)
     list(APPEND ${rule}
         "\"${CMAKE_OBJCOPY}\" --only-keep-debug <TARGET> <TARGET>.debug"

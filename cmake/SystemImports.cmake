@@ -1,22 +1,23 @@
-# brevant_system: the runtime of src/runtime and the import libraries of Windows, so that a program maps at its start
-# only what every run needs, and of a heavy library nothing before its first call.
+# brevant_system: the runtime of src/runtime and the import libraries of Windows. A program loads only the libraries
+# that every run needs at its start, and heavy libraries at their first call.
 #
-# Functions that are called at every start come straight from the core of Windows, which every process has loaded
-# anyway. advapi32, which hands them on to the core, would bring its own libraries along.
+# Functions used at every start are imported directly from the core of Windows, which every process has loaded anyway.
+# advapi32 only forwards them and would load its own libraries.
 set(kCoreImports
     "api-ms-win-core-registry-l1-1-0: RegCloseKey RegCreateKeyExW RegDeleteValueW RegEnumKeyExW RegEnumValueW
      RegFlushKey RegOpenKeyExW RegQueryValueExW RegSetValueExW"
     "api-ms-win-core-processthreads-l1-1-0: OpenProcessToken"
     "ntdll: NtOpenFile RtlNtStatusToDosError"
     "api-ms-win-security-base-l1-1-0: GetSidSubAuthority GetSidSubAuthorityCount GetTokenInformation")
-# Every function of these is looked up at its first call, or all of them by LoadDelayedLibraries (src/runtime/DelayLoad.h).
-# Not for functions that take floating point numbers: the linker's stubs do not keep those.
+# Functions of these are resolved at their first call, or all by LoadDelayedLibraries (src/runtime/DelayLoad.h). Not for
+# functions with floating-point parameters: the linker's stubs do not preserve them.
 set(kDelayedLibraries
     advapi32 bcrypt crypt32 ole32 oleaut32 rpcrt4 setupapi shell32 shlwapi user32 wtsapi32)
 
 set(kImportDir ${PROJECT_BINARY_DIR}/imports)
 
-# brevant_import_library(name dll functions option): libNAME.a that imports the functions of DLL; made when they change.
+# brevant_import_library(name dll functions option): creates libNAME.a, which imports the functions of DLL, if they
+# change.
 function(brevant_import_library name dll functions option)
     list(JOIN functions "\n" exports)
     set(definition "LIBRARY ${dll}.dll\nEXPORTS\n${exports}\n")
@@ -31,7 +32,7 @@ function(brevant_import_library name dll functions option)
     endif()
 endfunction()
 
-# brevant_delayed_library(name): delays every function that the toolchain's import library of that name has.
+# brevant_delayed_library(name): delays every function in the toolchain's import library NAME.
 function(brevant_delayed_library name)
     find_library(kLibrary_${name} ${name} REQUIRED)
     set(made ${kImportDir}/lib${name}_delayed.a)
@@ -44,7 +45,7 @@ function(brevant_delayed_library name)
         brevant_import_library(${name}_delayed ${name} "${functions}" --output-delaylib)
     endif()
     target_link_libraries(brevant_runtime INTERFACE ${made})
-    # By this name the linker's stubs know the library.
+    # The linker's stubs use this name for the library.
     set(symbol __DELAY_IMPORT_DESCRIPTOR_lib${name}_delayed_a)
     string(APPEND kDelayDeclarations "extern const ImgDelayDescr ${symbol};\n")
     string(APPEND kDelayTable "    &${symbol},\n")
@@ -61,12 +62,12 @@ foreach(row IN LISTS kCoreImports)
     target_link_libraries(brevant_system INTERFACE ${kImportDir}/lib${dll}.a)
 endforeach()
 
-# Every program links the runtime. Its delay hook is asked for by name: only so does it take the place of the empty one
-# that the toolchain's helper, linked later, would bring along. The helper writes into the table of a library, which newer
-# linkers put into a section that is read-only; the hook makes the entry writable, so the helper has nothing to write.
+# Every program links the runtime. Its delay hook is linked by name, so that it replaces the empty hook of the
+# toolchain's helper, which is linked later. The helper writes to a library's table, which newer linkers put into a
+# read-only section; the hook writes the entry itself.
 add_library(brevant_runtime STATIC src/runtime/DelayHook.cpp src/runtime/DelayLoad.cpp src/runtime/StackGuard.cpp)
 target_link_libraries(brevant_runtime PRIVATE brevant_options)
-# Each of its sources asks the same headers for something else.
+# Each of its sources needs other macros for the same headers.
 set_target_properties(brevant_runtime PROPERTIES UNITY_BUILD OFF)
 target_link_options(brevant_runtime INTERFACE -Wl,-u,__pfnDliNotifyHook2)
 foreach(name IN LISTS kDelayedLibraries)

@@ -1,20 +1,20 @@
-# The kinds of targets of this project. Each takes a folder and globs it, so that a new file needs no edit here; a folder
-# that is missing or empty is an error: what nobody finds would be missing without a word.
+# The kinds of targets of this project. Each takes a folder and globs it, so that a new file needs no edit here. A
+# missing or empty folder is an error, so that no file is skipped silently.
 
-# brevant_glob(variable pattern...): the files of the patterns, at least one for each.
+# brevant_glob(variable pattern...): the matching files, at least one for each pattern.
 function(brevant_glob variable)
     set(all)
     foreach(pattern IN LISTS ARGN)
         file(GLOB files CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${pattern})
         if(NOT files)
-            message(FATAL_ERROR "No file is called ${pattern}: a folder was renamed or emptied, not its name here.")
+            message(FATAL_ERROR "No file matches ${pattern}: the folder was renamed or emptied, but is still listed here.")
         endif()
         list(APPEND all ${files})
     endforeach()
     set(${variable} ${all} PARENT_SCOPE)
 endfunction()
 
-# brevant_library(name folder dependency...): static library of the folder's sources, the entry point left out.
+# brevant_library(name folder dependency...): static library of the folder's sources without the entry point.
 function(brevant_library name folder)
     brevant_glob(sources ${folder}/*.cpp)
     list(REMOVE_ITEM sources ${PROJECT_SOURCE_DIR}/src/agent/Brevant.cpp
@@ -31,12 +31,12 @@ function(brevant_program name library source resource)
     set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS "${manifests}")
     target_link_libraries(${name} PRIVATE ${library})
     target_link_options(${name} PRIVATE -municode -mconsole)
-    # The checked build is for the tests, which run the shipped programs.
+    # The checked build is only for tests, which run the shipped programs.
     set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ${BREVANT_CHECKED})
 endfunction()
 
-# brevant_dll(name folder output-folder): NAME.dll without the "lib" prefix. Its objects are the target
-# NAME_objects, for tests that reach inside.
+# brevant_dll(name folder output-folder): NAME.dll without the "lib" prefix. The target NAME_objects has its objects,
+# for tests of internal functions.
 function(brevant_dll name folder output)
     brevant_glob(sources ${folder}/*.cpp)
     file(GLOB extras CONFIGURE_DEPENDS ${folder}/*.def ${folder}/*.rc)
@@ -60,14 +60,13 @@ function(brevant_unit_tests library)
         target_link_libraries(${name} PRIVATE ${library})
     endif()
     target_link_libraries(${name} PRIVATE test_support GTest::gmock GTest::gtest_main)
-    # The code under test is checked at run time. The tests are not: that would take a third of their compile time.
+    # Run-time checks only for the code under test; for the tests they would take a third of the compile time.
     target_compile_options(${name} PRIVATE -fno-sanitize=undefined)
     add_test(NAME unit.${library} COMMAND ${name} --gtest_brief=1)
     set_tests_properties(unit.${library} PROPERTIES TIMEOUT 300)
 endfunction()
 
-# brevant_standins(folder): each sub-folder is one recording DLL of that name, in bin/standins. The target
-# standins builds all.
+# brevant_standins(folder): a recording DLL for each sub-folder, with its name, in bin/standins. The target "standins" builds all of them.
 function(brevant_standins folder)
     brevant_glob(entries ${folder}/*)
     add_custom_target(standins)
@@ -87,8 +86,7 @@ function(brevant_standins folder)
     endforeach()
 endfunction()
 
-# brevant_fuzz_tests(folder): the executable fuzz_tests, run once for each of its tests, a kind of input, with the
-# folder's seeds.
+# brevant_fuzz_tests(folder): the executable fuzz_tests, run once per test (a kind of input) with the folder's seeds.
 function(brevant_fuzz_tests folder)
     brevant_glob(sources ${folder}/*.cpp)
     brevant_glob(seeds ${folder}/seeds/*)
@@ -107,7 +105,7 @@ function(brevant_fuzz_tests folder)
     endforeach()
 endfunction()
 
-# brevant_platform_trial(folder): WindowsTrial.exe, run at once; what needs a restart is a system test's.
+# brevant_platform_trial(folder): WindowsTrial.exe, run without a restart; a system test does the part with a restart.
 function(brevant_platform_trial folder)
     brevant_glob(sources ${folder}/*.cpp)
     add_executable(WindowsTrial ${sources})
@@ -118,8 +116,8 @@ function(brevant_platform_trial folder)
     set_tests_properties(platform.now PROPERTIES TIMEOUT 120)
 endfunction()
 
-# brevant_every_source_is_used(folder...): each source below the folders, at any depth, belongs to a target or is a test
-# of brevant_python_tests.
+# brevant_every_source_is_used(folder...): checks that each source below the folders belongs to a target or is a test of
+# brevant_python_tests.
 function(brevant_every_source_is_used)
     get_property(used GLOBAL PROPERTY brevant_python_files)
     foreach(directory ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/bench)
@@ -137,15 +135,15 @@ function(brevant_every_source_is_used)
         file(GLOB_RECURSE files CONFIGURE_DEPENDS ${patterns})
         foreach(file IN LISTS files)
             if(NOT file IN_LIST used)
-                message(FATAL_ERROR "Nothing builds or runs ${file}: no target takes a file of that name in that folder.")
+                message(FATAL_ERROR "Nothing builds or runs ${file}: no target includes files with that name in that folder.")
             endif()
         endforeach()
     endforeach()
 endfunction()
 set(kSourceEndings c cc cpp cxx s S asm)
 
-# brevant_python_tests(kind folder): each test_NAME.py runs as KIND.NAME against the shipped programs, with the stand-ins
-# of this build.
+# brevant_python_tests(kind folder): each test_NAME.py runs as KIND.NAME with the shipped programs and the stand-ins of
+# this build.
 set(BREVANT_SHIPPED ${PROJECT_SOURCE_DIR}/build/release/bin CACHE PATH "Programs that system tests run")
 function(brevant_python_tests kind folder)
     brevant_glob(files ${folder}/test_*.py)

@@ -22,5 +22,5 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Every test executable gets a throwaway machine of its own.
+# Every test executable runs on its own throwaway machine.
 set(CMAKE_CROSSCOMPILING_EMULATOR env "PYTHONPATH=${BREVANT_ROOT}/tools" python3 -B -m brevantlab.machine run)
