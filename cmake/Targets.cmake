@@ -61,12 +61,13 @@ function(brevant_unit_tests library)
     endif()
     target_link_libraries(${name} PRIVATE test_support GTest::gmock GTest::gtest_main)
     # Run-time checks only for the code under test; for the tests they would take a third of the compile time.
-    target_compile_options(${name} PRIVATE -fno-sanitize=undefined)
+    set_target_properties(${name} PROPERTIES BREVANT_TESTS_ONLY ON)
     add_test(NAME unit.${library} COMMAND ${name} --gtest_brief=1)
     set_tests_properties(unit.${library} PROPERTIES TIMEOUT 300)
 endfunction()
 
-# brevant_standins(folder): a recording DLL for each sub-folder, with its name, in bin/standins. The target "standins" builds all of them.
+# brevant_standins(folder): a recording DLL for each sub-folder, with its name, in bin/standins. The target
+# "standins" builds all of them.
 function(brevant_standins folder)
     brevant_glob(entries ${folder}/*)
     add_custom_target(standins)

@@ -1,4 +1,4 @@
-// A product installed in a folder of the test's own.
+// A product installed in a private folder of the test.
 #pragma once
 
 #include "agent/RunContext.h"
@@ -21,14 +21,14 @@ protected:
 
     void Instruct(const std::string& strLines) const { m_install.Write(L"QorPaFrwk.ini", strLines); }
 
-    /// How many lines of the trace are like this one.
+    /// The number of trace lines that match.
     [[nodiscard]] std::ptrdiff_t CountTraced(const Matcher<const std::string&>& line) const
     {
         const std::vector<std::string> messages = m_trace.Messages();
         return std::count_if(messages.begin(), messages.end(),
                              [&](const std::string& strLine) { return line.Matches(strLine); });
     }
-    /// Opens an installed file so that nobody else can.
+    /// Opens an installed file without sharing it.
     [[nodiscard]] KzCommon::UniqueFile Hold(const wchar_t* szName) const
     {
         return KzCommon::UniqueFile(
@@ -38,12 +38,12 @@ protected:
     {
         return std::jthread([held = Hold(szName)] { ::Sleep(250); });
     }
-    /// The commands that are registered to run once; their names are unique.
+    /// The commands registered to run once; their names are unique.
     [[nodiscard]] static std::multiset<std::wstring> RunOnceCommands()
     {
         std::multiset<std::wstring> commands;
         KzCommon::Storage::Registry key;
-        static_cast<void>(KzCommon::Storage::Guarded(nullptr, [&] {  // up to the last one
+        static_cast<void>(KzCommon::Storage::Guarded(nullptr, [&] {  // until the last one
             key.OpenForEnumerate(HKEY_LOCAL_MACHINE, kRunOnce);
             for (DWORD dwIndex = 0;; ++dwIndex) commands.insert(key.ReadString(key.EnumValue(dwIndex), L""));
         }));

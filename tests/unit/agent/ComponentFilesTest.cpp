@@ -27,7 +27,7 @@ protected:
     }
     /// The delayed moves since the last call.
     [[nodiscard]] std::vector<std::wstring> Moves() { return std::exchange(m_watch.m_moves, {}); }
-    /// Lets the calls of one function fail.
+    /// Makes the calls of one function fail.
     void Fail(std::string_view strFunction, DWORD dwCode, const std::wstring& tstrPlaceEnd = L"")
     {
         m_watch.m_fault = [=](std::string_view strCall, const std::wstring& tstrPlace) {
@@ -40,8 +40,8 @@ protected:
 
 }  // namespace
 
-// Where every folder of the packages goes is shown on a whole machine.
-TEST_F(ComponentFilesTest, PackagesGoToTheirPlacesInTheStepsOrderWithoutInstructionsToo)
+// A system test on a whole machine checks all destinations of the packages.
+TEST_F(ComponentFilesTest, PackagesAreCopiedInStepOrderEvenWithoutInstructions)
 {
     const std::wstring tstrPackage = kProduct + L"64bit\\c21t2103v0.0.0l1p1r1o1\\", tstrShare = kProduct + L"Share\\";
     for (const std::wstring& tstrName : {kResource + L"f", tstrShare + L"Setting\\f", tstrShare + L"Resource\\sub\\f",
@@ -59,7 +59,7 @@ TEST_F(ComponentFilesTest, PackagesGoToTheirPlacesInTheStepsOrderWithoutInstruct
                                      EndsWith(L" > Resource\\sub\\f"), EndsWith(L"Setting\\f > f"), resource));
     EXPECT_EQ(m_install.Read(L"Driver\\k.sys"), "new");
     EXPECT_EQ(CountTraced(StartsWith("!!! Failed to do file copy. dest='C:\\k.sys', src='")), 1)
-        << "outside the sandbox it is refused";
+        << "refused outside the sandbox";
 
     std::vector<std::string> lines = m_trace.Messages();
     std::erase_if(lines, [](const std::string& strLine) { return !strLine.ends_with("failed. [0x00000002]"); });
@@ -72,11 +72,11 @@ TEST_F(ComponentFilesTest, PackagesGoToTheirPlacesInTheStepsOrderWithoutInstruct
                                    StartsWith(strLine + "PostRunScript() - QueryValue ")));
     std::filesystem::remove_all(m_install.PathOf(kProduct));
     EXPECT_TRUE(agent.DoDeploy());
-    EXPECT_THAT(Moves(), ElementsAre(resource)) << "without the other package";
+    EXPECT_THAT(Moves(), ElementsAre(resource)) << "the other package is missing";
     EXPECT_EQ(CountTraced(HasSubstr("[Enter] FrameworkDeployAgent::DeployProgramPackage()")), 1);
 }
 
-TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
+TEST_F(ComponentFilesTest, AWalkEntersFoldersInOrderAndDoesNotFollowLinks)
 {
     for (const wchar_t* szName : {L"a", L"m\\b", L"m\\n\\c", L"z", L"~kzcomn-fffffff0-00.tmp"})
         m_install.Write(L"src\\" + std::wstring(szName), "");
@@ -100,10 +100,11 @@ TEST_F(ComponentFilesTest, AWalkEntersAFolderWhenItMeetsItAndDoesNotFollowLinks)
     m_watch.m_tstrLink = L"link";
     m_install.Write(L"link", "old");
     EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"link"), m_install.Write(L"new", "new"), true, nullptr));
-    EXPECT_EQ(m_install.Read(L"link"), "old") << "never written through";
+    EXPECT_EQ(m_install.Read(L"link"), "old") << "a link is never followed for writing";
 }
 
-// Where a user can put a link, the files of an update go nowhere: not now, not staged, not at the restart.
+// Files of an update are never copied through a folder where users can put a link: not now, not staged, not at the
+// restart.
 TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
 {
     const std::wstring tstrSource = m_install.Write(L"src\\sub\\a", "new");
@@ -122,7 +123,7 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
     EXPECT_EQ(CountTraced(AllOf(StartsWith(strMove), EndsWith(" failed: 0x000002A9"))), 3);
 
     DWORD dwError = 0;
-    EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"Link\\new"), tstrSource, false, &dwError)) << "a staged copy";
+    EXPECT_FALSE(Storage::File::Copy(m_install.PathOf(L"Link\\new"), tstrSource, false, &dwError)) << "staged, too";
     EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
     EXPECT_FALSE(Storage::File::Backup(m_install.PathOf(L"Link\\new"), tstrSource, &dwError));
     EXPECT_EQ(Storage::Directory::kStoppedOnLink, dwError);
@@ -131,7 +132,7 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
     EXPECT_EQ(m_install.Read(L"Link\\b"), "old");
 }
 
-TEST_F(ComponentFilesTest, AFolderThatCannotBeListedLeavesItsLineAndTheRestIsCopied)
+TEST_F(ComponentFilesTest, AnUnlistableFolderIsTracedAndTheRestIsCopied)
 {
     for (const wchar_t* szName : {L"src\\m\\b", L"src\\z"}) m_install.Write(szName, "");
     for (const DWORD dwCode : {ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED}) {
@@ -144,7 +145,7 @@ TEST_F(ComponentFilesTest, AFolderThatCannotBeListedLeavesItsLineAndTheRestIsCop
               2);
 }
 
-TEST_F(ComponentFilesTest, TheVolumeIsAskedOncePerFolderAndWarnedOfForEveryFile)
+TEST_F(ComponentFilesTest, TheVolumeIsLookedUpOncePerFolderAndEveryFileGetsAWarning)
 {
     for (const wchar_t* szName : {L"src\\a", L"src\\b"}) m_install.Write(szName, "");
     m_watch.m_tstrMountPoint = L"C:\\mnt\\";
@@ -161,7 +162,7 @@ TEST_F(ComponentFilesTest, TheVolumeIsAskedOncePerFolderAndWarnedOfForEveryFile)
     EXPECT_EQ(CountTraced("!!! ::GetVolumePathName(" + m_strInstall + "other\\c) failed: 1"), 1);
 }
 
-// The runtime finds no drive in the long form of a path: to the agent it lies on another one.
+// The runtime finds no drive in the long form of a path, so the agent treats it as another drive.
 TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
 {
     const std::wstring tstrSource = m_install.Write(L"src\\a", "new");
@@ -176,7 +177,7 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
                 IsSupersetOf({std::string("@@@ copy to a different drive"), strName + "0", strName + "1",
                               "@@@ ::CopyFile(" + strLong + "0) failed: ERROR_ALREADY_EXISTS"}));
 
-    // A move that is refused takes its staged copy with it, and leaves the file of the package on its own drive.
+    // A refused move also deletes its staged copy, and keeps the package's file on its own drive.
     Fail("MoveFileExW", ERROR_NO_SYSTEM_RESOURCES);
     EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
     EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, m_install.PathOf(L"b")));
@@ -188,7 +189,7 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
         m_watch.m_bHurry = true;
         EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
         EXPECT_EQ(m_watch.m_dwPausedMs, Storage::kInUseRepetitions * Storage::kHeldPauseMs)
-            << "waited for once, not for each name";
+            << "the agent waits once, not for each name";
     }
     m_trace.Clear();
     for (int iIndex = 0; iIndex < 100; ++iIndex) m_install.Write(L"a" + std::to_wstring(iIndex), "taken");
@@ -200,10 +201,10 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
         return ERROR_DISK_FULL;
     };
     EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
-    EXPECT_THAT(m_install.List(), Not(Contains(StartsWith(L"c")))) << "half a file is no file";
+    EXPECT_THAT(m_install.List(), Not(Contains(StartsWith(L"c")))) << "an incomplete copy is deleted";
     EXPECT_EQ(CountTraced("!!! could not create temp file"), 2);
     EXPECT_EQ(CountTraced(AllOf(StartsWith("!!! ::CopyFile("), EndsWith("failed: 0x00000070"))), 100)
-        << "every name is tried whatever the failure";
+        << "every name is tried after any failure";
 }
 
 // Windows leaves a read-only file as it is at the restart.
@@ -236,7 +237,7 @@ TEST_F(ComponentFilesTest, WhatAMoveReplacesIsNoLongerReadOnly)
     EXPECT_TRUE(::GetFileAttributesW(m_install.PathOf(L"Link\\a").c_str()) & FILE_ATTRIBUTE_READONLY);
 }
 
-TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeployment)
+TEST_F(ComponentFilesTest, UpdateInformationInUseIsADeploymentFailure)
 {
     m_install.Write(kProduct + L"Share\\UI\\f", "x");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\n");
@@ -253,7 +254,7 @@ TEST_F(ComponentFilesTest, AnUpdateInformationThatOthersHoldIsAFailureOfTheDeplo
     EXPECT_TRUE(agent.DoDeploy());
     EXPECT_THAT(Moves(), ElementsAre(HasSubstr(L"Share\\UI\\f > f")));
     EXPECT_EQ(CountTraced(StartsWith("@@@ CDeployComponentsAction::CopyDirectory(")), 0)
-        << "without settings none are copied";
+        << "without settings nothing is copied";
     WriteProduct(L"ProductPath", L"");
-    EXPECT_TRUE(agent.DoDeploy()) << "nothing is known, and nothing held";
+    EXPECT_TRUE(agent.DoDeploy()) << "no folder is known and no file is in use";
 }

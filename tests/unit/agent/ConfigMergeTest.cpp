@@ -23,7 +23,7 @@ protected:
 
 }  // namespace
 
-TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndKeepsTheirFileWhereThatFails)
+TEST_F(ConfigMergeTest, MigratesTheUsersValuesOrKeepsTheirFile)
 {
     const std::tuple<const char*, std::string, std::string, std::string, std::string, std::string, const char*> rows[] =
         {// clang-format off
@@ -70,7 +70,7 @@ TEST_F(ConfigMergeTest, CarriesTheUsersValuesOverAndKeepsTheirFileWhereThatFails
     }
 }
 
-TEST_F(ConfigMergeTest, AFileThatIsReadOnlyOrHeldForAMomentIsMergedAllTheSame)
+TEST_F(ConfigMergeTest, AReadOnlyOrBrieflyUsedFileIsMerged)
 {
     Instruct(kTags);
     m_install.Write(L"config.xml", kUsers);
@@ -84,13 +84,13 @@ TEST_F(ConfigMergeTest, AFileThatIsReadOnlyOrHeldForAMomentIsMergedAllTheSame)
     }
 }
 
-TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneStays)
+TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
 {
     Instruct(kTags);
     const std::wstring tstrNew = m_install.Write(L"new\\config.xml", kShipped);
     const std::wstring tstrUsers = m_install.Write(L"config.xml", kUsers);
     m_install.Write(L"config.previous.xml", "older");
-    m_install.MakeFolder(L"config.previous.2.xml");  // in the way as well as a file
+    m_install.MakeFolder(L"config.previous.2.xml");  // a folder blocks the name, too
     const auto third = [&] {
         return m_install.Read(L"config.previous.3.xml").value_or("none");
     };
@@ -107,7 +107,7 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     }
     EXPECT_EQ(CountTraced(EndsWith("cannot be kept in [" + m_strInstall + "config.previous.3.xml]. [0x00000001]")), 1);
     m_install.Write(L"new\\config.xml", "<r>");
-    Merge();  // the same settings once more
+    Merge();  // the same settings again
     ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
     EXPECT_EQ(m_install.Read(L"config.xml"), "<r>");
     EXPECT_EQ(third(), kUsers);
@@ -118,6 +118,6 @@ TEST_F(ConfigMergeTest, AUsersFileThatNobodyCanReadIsKeptAsWellAndAnEarlierOneSt
     m_install.Write(L"new\\config.xml", "<r>");
     for (wchar_t ch = L'3'; ch <= L'9'; ++ch) m_install.Write(L"config.previous." + std::wstring(1, ch) + L".xml", "x");
     Merge();
-    EXPECT_EQ(m_install.Read(L"config.previous.9.xml"), "<r>") << "the last name is used again";
+    EXPECT_EQ(m_install.Read(L"config.previous.9.xml"), "<r>") << "the last name is reused";
     EXPECT_EQ(Kept(), "older");
 }

@@ -12,7 +12,7 @@ namespace {
 const std::wstring kDownload = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
 const std::wstring kSetting = kDownload + L"Share\\Setting\\";
 
-/// A working copy of a process.
+/// The working copy of a process.
 std::wstring WorkingName(const wchar_t* szBase, DWORD dwProcess = ::GetCurrentProcessId())
 {
     wchar_t szProcess[9] = {};
@@ -29,7 +29,7 @@ protected:
         m_install.Write(L"UpdateInfo.ini", "[S]\nK=old\n");
         m_run.paths.ReadProductFolders();
     }
-    /// The value that the instruction file changes; "" where there is no such file.
+    /// The value that the instruction file changes; "" if the file does not exist.
     [[nodiscard]] std::string ValueIn(const std::wstring& tstrName) const
     {
         const std::string strText = m_install.Read(tstrName).value_or("");
@@ -41,17 +41,17 @@ protected:
 
 }  // namespace
 
-TEST_F(DeploySettingsTest, TheUpdateInformationIsChangedWhereItWillBeDeployedFrom)
+TEST_F(DeploySettingsTest, TheUpdateInformationIsChangedBeforeItIsDeployed)
 {
-    // The package's own file, what an ended run left behind ("folder"), with which code the finished copy cannot take
-    // its place, and what becomes of the package's file and of the installed one.
+    // The package's own file; the leftover of an interrupted run ("folder"); the code for the failed move of the
+    // finished copy; the results for the package's and the installed file.
     const std::tuple<const char*, const char*, std::string, DWORD, const char*, const char*, std::string> rows[] = {
         // clang-format off
         {"none brought", "", "", 0, "new", "old", ""},
-        {"after an ended run", "", "[S]\nK=half\n", 0, "new", "old", ""},
-        {"the name is taken by a folder", "", "folder", 0, "new", "old", ""},
+        {"after an interrupted run", "", "[S]\nK=half\n", 0, "new", "old", ""},
+        {"a folder has the name", "", "folder", 0, "new", "old", ""},
         {"one brought", "[S]\nK=brought\n", "", 0, "old", "new", "80"},
-        {"one brought after an ended run", "[S]\nK=brought\n", "[S]\nK=half\n", 0, "old", "new", "80"},
+        {"the update's own file after an interrupted run", "[S]\nK=brought\n", "[S]\nK=half\n", 0, "old", "new", "80"},
         {"installed read-only", "", "", 0, "new", "old", ""},
         {"the place is refused", "", "", ERROR_DISK_FULL, "", "new", "112"}};  // clang-format on
     for (const auto& [szRow, szBrought, strLeftover, dwMoveCode, szBroughtAfter, szInstalledAfter, strCode] : rows) {
@@ -93,13 +93,13 @@ TEST_F(DeploySettingsTest, TheLanguagesFilesBecomeTheInstalledOnesWithTheUsersVa
     for (const wchar_t* szName : {L"qorshcut_DE-DE.xml", L"config_EN-US.xml", L"readme.htm"}) {
         m_install.Write(kSetting + szName, String::ToUtf8(szName));
     }
-    // What the package has under their names, read-only and with another language's content, and what is kept of the
-    // user's settings before and after.
+    // The package's files with the installed names (read-only, in another language), and the user's kept settings
+    // before and after.
     const std::tuple<const char*, const char*, const char*, const char*> rows[] = {
         {"the first run", "", "", ""},
         {"a read-only file in the package", "<r><A>en</A></r>", "", ""},
-        {"kept by a run that failed or was ended", "<r><A>mine</A></r>", "<r><A>mine</A></r>", ""},
-        {"kept by a run of an earlier time", "", "<r><A>lost by it</A></r>", "<r><A>lost by it</A></r>"}};
+        {"kept by a failed or interrupted run", "<r><A>mine</A></r>", "<r><A>mine</A></r>", ""},
+        {"kept by an earlier run", "", "<r><A>lost by it</A></r>", "<r><A>lost by it</A></r>"}};
     for (const auto& [szRow, szThere, szKept, szKeptAfter] : rows) {
         SCOPED_TRACE(szRow);
         for (const wchar_t* szName : {L"config.xml", L"qorshcut.xml"}) {
@@ -111,7 +111,7 @@ TEST_F(DeploySettingsTest, TheLanguagesFilesBecomeTheInstalledOnesWithTheUsersVa
         if (*szKept) m_install.Write(L"config.previous.xml", szKept);
         SystemWatch watch(m_install.Path());
         watch.m_fault = [&](auto&&...) {
-            EXPECT_NE(m_install.Read(kSetting + L"config.xml"), "<r><A>new</A></r>") << "a run may be ended anywhere";
+            EXPECT_NE(m_install.Read(kSetting + L"config.xml"), "<r><A>new</A></r>") << "a run may end anywhere";
             return ERROR_SUCCESS;
         };
         EXPECT_TRUE(PrepareSettings(m_run));
@@ -132,14 +132,14 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
     Instruct("[QOR_CONFIG_MERGE]\nmigrate=/A\nmigrate=/B\n");
     const std::string strUsers = "<r><A>mine</A><B>mine</B></r>";
     m_install.Write(L"config.xml", strUsers);
-    // The language's file, which call on which file fails, what is deployed (";" before what must be in it), and
-    // whether the user's file is kept.
+    // The language's file, the failing call and its file, the deployed content (after ";": required parts), and whether
+    // the user's file is kept.
     const std::tuple<const char*, const char*, std::string_view, const wchar_t*, const char*, bool> rows[] = {
         {"refused values", "<r><A type='int'>1</A><B/></r>", "", L"", "<B>mine</B>", true},
         {"broken", "<r>", "", L"", "<r>", true},
-        {"no room for a working copy", "<r><A/><B/></r>", "CopyFileW", L".unfinished", "<A>mine</A><B>mine</B>", false},
-        {"no room for one, and broken", "<r>", "CopyFileW", L".unfinished", "<r>", true},
-        {"its place is refused", "<r><A/><B/></r>", "MoveFileExW", L"Setting\\config.xml", "", true},
+        {"no space for the copy", "<r><A/><B/></r>", "CopyFileW", L".unfinished", "<A>mine</A><B>mine</B>", false},
+        {"no space for one, and broken", "<r>", "CopyFileW", L".unfinished", "<r>", true},
+        {"the move to its place is refused", "<r><A/><B/></r>", "MoveFileExW", L"Setting\\config.xml", "", true},
         {"no language's file", "", "", L"", "<A>mine</A><B>mine</B>", false}};
     for (const auto& [szRow, szLanguage, strCall, szPlaceEnd, szDeployed, bKept] : rows) {
         SCOPED_TRACE(szRow);
@@ -156,7 +156,7 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
             const bool bMerged = strNow.find("<A>mine</A>") != std::string::npos;
             EXPECT_TRUE(bAsShipped || bMerged || m_install.Read(L"config.previous.xml") == strUsers) << strDone;
             const bool bPlace = tstrPlace.ends_with(szPlaceEnd);
-            const bool bPlain = strCall == "MoveFileExW" && strDone == "CopyFileW" && bPlace;  // what is tried instead
+            const bool bPlain = strCall == "MoveFileExW" && strDone == "CopyFileW" && bPlace;  // the fallback
             return (strDone == strCall && bPlace) || bPlain ? ERROR_DISK_FULL : ERROR_SUCCESS;
         };
         EXPECT_TRUE(PrepareSettings(run));
@@ -167,7 +167,7 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
     }
 }
 
-TEST_F(DeploySettingsTest, WorkingCopiesOfEndedRunsGoAndThoseOfOthersStay)
+TEST_F(DeploySettingsTest, OnlyWorkingCopiesOfEndedRunsAreDeleted)
 {
     m_install.MakeFolder(kSetting);
     PROCESS_INFORMATION other{};

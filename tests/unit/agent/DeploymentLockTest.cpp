@@ -10,7 +10,7 @@ protected:
     {
         return ::GetFileAttributesW(m_install.PathOf(L"Brevant.lock").c_str()) != INVALID_FILE_ATTRIBUTES;
     }
-    /// Whether the access control list of the lock, open to be read, names somebody.
+    /// Whether the access control list of the open lock file contains an account.
     [[nodiscard]] bool MayRead(WELL_KNOWN_SID_TYPE eWho) const
     {
         std::vector<BYTE> descriptor(1024), sid(SECURITY_MAX_SID_SIZE);
@@ -34,12 +34,12 @@ protected:
 
 }  // namespace
 
-TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstAndNotForGood)
+TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstForALimitedTime)
 {
     DeploymentLock first;
     ASSERT_TRUE(first.Take(m_install.Path()));
     EXPECT_TRUE(IsThere());
-    EXPECT_FALSE(MayRead(WinWorldSid) || MayRead(WinBuiltinUsersSid)) << "who may could keep it open";
+    EXPECT_FALSE(MayRead(WinWorldSid) || MayRead(WinBuiltinUsersSid)) << "a user with access could keep it open";
     DeploymentLock second;
     EXPECT_FALSE(second.Take(m_install.Path(), 300));
     EXPECT_EQ(CountTraced("@@@ " + m_strLine + "another run changes [" + m_strInstall + "] and is waited for."), 1);
@@ -53,18 +53,18 @@ TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstAndNotForGood)
         });
         EXPECT_TRUE(second.Take(m_install.Path(), 60'000));
     }
-    EXPECT_FALSE(first.Take(m_install.Path(), 0)) << "the second has it now";
+    EXPECT_FALSE(first.Take(m_install.Path(), 0)) << "the second one has it now";
     second.Release();
     EXPECT_FALSE(IsThere());
 }
 
-TEST_F(DeploymentLockTest, WhereThereCanBeNoneTheRunGoesOnWithoutIt)
+TEST_F(DeploymentLockTest, WithoutALockTheRunContinues)
 {
     const TempFolder blocked;
     blocked.MakeFolder(L"Brevant.lock");
     const TempFolder leftover;
-    leftover.Write(L"Brevant.lock", "of a power cut");
-    // The install folder, and the code that is traced.
+    leftover.Write(L"Brevant.lock", "left by a power failure");
+    // The install folder and the traced code.
     const std::pair<std::wstring, const char*> rows[] = {{L"", nullptr},
                                                          {L"Product\\", nullptr},
                                                          {leftover.Path(), nullptr},

@@ -20,7 +20,7 @@ TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRes
     EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
 }
 
-TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
+TEST_F(FileOperationsTest, FilesKeptByTheRunAreNotDeleted)
 {
     m_run.paths.KeepFile(m_install.PathOf(L"config.previous.xml"));
     m_run.paths.KeepFile(m_install.PathOf(L"Long name\\kept.xml"));
@@ -28,8 +28,8 @@ TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
     wchar_t szShort[MAX_PATH] = {};
     ASSERT_NE(::GetShortPathNameW(m_install.PathOf(L"Long name").c_str(), szShort, MAX_PATH), 0U);
 
-    // The record, what of "a.xml", the kept "config.previous.xml" and "Long name\\kept.xml" it schedules, and how many
-    // of the kept it meets.
+    // The record, which of "a.xml", the kept "config.previous.xml" and "Long name\\kept.xml" it schedules, and how many
+    // kept files it matches.
     const std::tuple<std::wstring, int, std::vector<std::wstring>, int> rows[] = {
         // clang-format off
         {L"{InstalledDir}*.xml", op_file_delete, {L"a.xml > "}, 1},
@@ -50,10 +50,10 @@ TEST_F(FileOperationsTest, WhatTheRunItselfKeepsIsNotDeleted)
     PerformFileOperation(m_run, L"{InstalledDir}*", op_file_delete_now);
     PerformFileOperation(m_run, std::wstring(szShort) + L"\\*", op_file_delete_now);
     EXPECT_THAT(m_install.List(), ElementsAre(L"Long name\\", L"Long name\\kept.xml", L"config.previous.xml"));
-    EXPECT_EQ(CountTraced(StartsWith("!!!")), 1) << "in that folder there was nothing else to delete";
+    EXPECT_EQ(CountTraced(StartsWith("!!!")), 1) << "the folder contains nothing else to delete";
 }
 
-TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
+TEST_F(FileOperationsTest, FailedRecordsAreTraced)
 {
     m_install.Write(L"file", "x");
     m_install.MakeFolder(L"there");
@@ -77,7 +77,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
         {L"{InstalledDir}no", op_dir_delete, "!!! No files under directory '" + m_strInstall + "no'"},
         {L"{InstalledDir}*.no", op_file_delete_now, strNotDeleted + "*.no', error = 2."},
         {L"*.*", op_file_delete_now, "!!! Failed to delete file '*.*', error = 161."},
-        // What a link leads to belongs to somebody else.
+        // The target of a link belongs to others.
         {L"{InstalledDir}Link\\*", op_file_delete, strNotDeleted + "Link\\*', error = 681."},
         {L"{InstalledDir}Link\\*", op_file_delete_now, strNotDeleted + "Link\\*', error = 681."},
         {L"{InstalledDir}Link\\Deep\\*", op_file_delete, strNotDeleted + "Link\\Deep\\*', error = 681."},
@@ -101,7 +101,7 @@ TEST_F(FileOperationsTest, WhatCannotBeDoneLeavesItsLine)
     EXPECT_THAT(m_install.List(), ElementsAre(L"Link\\", L"Link\\Deep\\", L"Link\\Deep\\f", L"file", L"there\\"));
     EXPECT_THAT(watch.m_moves, IsEmpty());
 
-    // What has failed half-way leaves the file as it was.
+    // After a failure in the middle, the file is unchanged.
     struct Row {
         std::string_view strCall;
         const wchar_t* szPlaceEnd;
@@ -153,13 +153,13 @@ TEST_F(FileOperationsTest, RemovalsNeedBothSectionsAndRunInTheirOwnOrder)
     RemoveFileAfterReboot(m_run);
     EXPECT_THAT(watch.m_moves, ElementsAre(L"old\\c > ", L"old\\Link > ", L"old\\empty > ", L"old\\d\\e > ",
                                            L"old\\d > ", L"old > ", L"Link > ", L"b.x > "));
-    EXPECT_EQ(CountTraced(StartsWith("!!! Failed to delete file")), 0) << "folders of these names are none";
+    EXPECT_EQ(CountTraced(StartsWith("!!! Failed to delete file")), 0) << "folders with these names are ignored";
     EXPECT_FALSE(::GetFileAttributesW(m_install.PathOf(L"old\\c").c_str()) & FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(m_install.Read(L"a.x"), std::nullopt);
 }
 
-// Whoever can make a link, or change one, chooses where the agent works with its rights.
-TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
+// The agent works with its rights wherever a link leads, so the creator of the link decides which files it changes.
+TEST_F(FileOperationsTest, OnlyLinksThatOnlyAdministratorsCanChangeAreFollowed)
 {
     const std::wstring tstrReal = m_install.PathOf(L"Real");
     const std::wstring kReaders = L"(A;OICI;0x1200a9;;;BU)(A;OICIIO;GA;;;CO)";
@@ -170,11 +170,11 @@ TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
         {L"O:SYD:(D;;FA;;;WD)(A;;FA;;;" + kInstaller + L")" + kReaders, tstrReal, true},
         {L"O:" + kInstaller + L"D:(A;;FA;;;OW)" + kReaders, L"Real", true},
         {L"O:BAD:" + kReaders, L"\\Windows", true},
-        {L"O:BUD:(A;;FA;;;BA)" + kReaders, tstrReal, false},  // its owner may give himself every right
+        {L"O:BUD:(A;;FA;;;BA)" + kReaders, tstrReal, false},  // the owner may get any right
         {L"O:BAD:(A;;FA;;;BA)(A;;0x100;;;BU)", tstrReal, false}, {L"O:BAD:(A;;FA;;;BA)(A;;0x2;;;AU)", tstrReal, false},
         {L"O:BAD:(A;;FA;;;BA)(A;;SD;;;IU)", tstrReal, false}, {L"O:BAD:(A;;FA;;;BA)(A;;WD;;;WD)", tstrReal, false},
-        {L"O:BA", tstrReal, false},  // open to everybody
-        {L"O:BAD:(A;;FA;;;BA)", m_install.PathOf(L"Link\\Deep"), false},  // to what is reached through itself
+        {L"O:BA", tstrReal, false},  // open to everyone
+        {L"O:BAD:(A;;FA;;;BA)", m_install.PathOf(L"Link\\Deep"), false},  // its own path contains the link
         {L"O:BAD:(A;;FA;;;BA)", L"", false}};  // clang-format on
     m_install.MakeFolder(L"Real");
     SystemWatch watch(m_install.Path());
@@ -195,7 +195,7 @@ TEST_F(FileOperationsTest, OnlyALinkThatAdministratorsAloneCanChangeIsFollowed)
     }
 }
 
-TEST_F(FileOperationsTest, AFolderThatMayNotBeMadeIsNotWaitedFor)
+TEST_F(FileOperationsTest, AForbiddenFolderFailsWithoutAWait)
 {
     SystemWatch watch(m_install.Path());
     watch.m_bHurry = true;
@@ -207,14 +207,14 @@ TEST_F(FileOperationsTest, AFolderThatMayNotBeMadeIsNotWaitedFor)
     EXPECT_EQ(watch.m_dwPausedMs, 0U);
 }
 
-TEST_F(FileOperationsTest, AFolderThatBecomesALinkAfterItWasLookedAtIsNotFollowed)
+TEST_F(FileOperationsTest, AFolderThatBecomesALinkAfterTheCheckIsNotFollowed)
 {
     m_install.Write(L"Users\\Deep\\f", "");
     m_install.MakeFolder(L"Real\\Deep");
     SystemWatch watch(m_install.Path());
     watch.m_tstrLinkTarget = m_install.PathOf(L"Real");
     watch.m_fault = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        // Somebody has put a link there after the folder was opened and looked at, before the one in it was.
+        // A user creates a link after its parent folder was opened and checked, before the folder itself is.
         const bool bBelow = strCall == "GetFinalPathNameByHandleW" && tstrPlace.ends_with(L"\\Users\\Deep");
         if (bBelow) watch.m_tstrSwapped = L"Users";
         return DWORD{ERROR_SUCCESS};

@@ -5,7 +5,7 @@
 
 using namespace KzCommon;
 
-TEST(GuardedStepTest, WhateverIsThrownIsTracedAndGoesNoFurther)
+TEST(GuardedStepTest, EveryExceptionIsTracedAndCaught)
 {
     const RecordedTrace trace;
     EXPECT_TRUE(RunGuarded(L"Nothing", [] {}));

@@ -45,10 +45,10 @@ TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
     ModifyUpdateInfo(m_machine, {m_tstrFile, m_tstrFile});
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), BREVANT_WIDE_VERSION);
     EXPECT_EQ(Value(L"A", L"B"), L"C");
-    EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the blank belongs to it";
+    EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the space is part of it";
 }
 
-TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsNoOther)
+TEST_F(IniEditsTest, EditsShareTheirWaitForAFileInUseAndFailSeparately)
 {
     std::string strRecords = "[UPDATE_INFO]\n";
     for (int i = 1; i <= 40; ++i) strRecords += "modify=S!K" + std::to_string(i) + "!new\n";
@@ -59,14 +59,14 @@ TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsN
         for (int i = 1; i <= 40; ++i) cChanged += strText.find("K" + std::to_string(i) + "=new") != std::string::npos;
         return cChanged;
     };
-    // For how many attempts the file is in use, with which code, and how many of the 41 edits arrive.
+    // The number of attempts during which the file is in use, the code, and how many of the 41 edits succeed.
     constexpr int kForGood = 1'000'000;
     constexpr int kMost = static_cast<int>(kEditRepetitions);
     const std::tuple<const char*, int, DWORD, DWORD, int> rows[] = {
         {"free", 0, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 41},
         {"for a moment", 3, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 41},
         {"refused for a moment", 1, ERROR_ACCESS_DENIED, FILE_ATTRIBUTE_NORMAL, 41},
-        {"a little longer than the edits wait", kMost + 2, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 39},
+        {"slightly longer than the edits wait", kMost + 2, ERROR_SHARING_VIOLATION, FILE_ATTRIBUTE_NORMAL, 39},
         {"read-only", kForGood, ERROR_ACCESS_DENIED, FILE_ATTRIBUTE_READONLY, 0},
         {"for another reason", 5, ERROR_DISK_FULL, FILE_ATTRIBUTE_NORMAL, 36}};
     for (const auto& [szRow, cFailures, dwCode, dwAttributes, cChanged] : rows) {
@@ -88,7 +88,7 @@ TEST_F(IniEditsTest, EditsWaitTogetherForAFileThatOthersUseAndOneThatFailsCostsN
         ::SetFileAttributesW(m_tstrFile.c_str(), FILE_ATTRIBUTE_NORMAL);
     }
     {
-        // A scanner looks at the file after every change for a moment: longer, taken together, than the edits wait.
+        // A scanner opens the file for a moment after every change: in total longer than the edits wait.
         m_install.Write(L"UpdateInfo.ini", "");
         SystemWatch watch(m_install.Path());
         watch.m_bHurry = true;

@@ -22,18 +22,18 @@ TEST_F(InstructionFileTest, KeepsLineOrderWithinAKeyAndSplitsAtTheFirstRunOfEqua
     EXPECT_THAT(Read(L"Missing", ERROR_FILE_NOT_FOUND), IsEmpty());
     EXPECT_THAT(Read(L"Empty", ERROR_FILE_NOT_FOUND), IsEmpty());
     const std::jthread holder = HoldForAMoment(L"QorPaFrwk.ini");
-    EXPECT_THAT(Read(L"T"), ElementsAre(Pair(L"add", L"z"))) << "held for a moment";
+    EXPECT_THAT(Read(L"T"), ElementsAre(Pair(L"add", L"z"))) << "in use for a moment";
     WriteProduct(L"ProductPath", L"");
     EXPECT_THAT(Read(L"S", ERROR_BAD_ARGUMENTS), IsEmpty());
 }
 
-// The buffer grows from 256 characters in steps of 256 while it is below 32767: the last one tried has 32512, of which
-// a section may fill all but its two closing zeros and the one character by which a full buffer is told.
-TEST_F(InstructionFileTest, ASectionIsReadUpToTheLastBufferAndSilentlyEmptyBeyond)
+// The buffer grows in steps of 256 characters while it is below 32767. The last one has 32512; a section may use all
+// but its two closing zeros and one more character, which shows that the buffer is not full.
+TEST_F(InstructionFileTest, ASectionBeyondTheLastBufferIsSilentlyEmpty)
 {
     constexpr std::size_t kMax = 32512 - 3;
     for (const std::size_t cch : {std::size_t{253}, std::size_t{254}, kMax, kMax + 1}) {
-        const std::wstring tstrText(cch - 3, L'x');  // each entry of the section ends in a zero that counts
+        const std::wstring tstrText(cch - 3, L'x');  // each entry of the section has a terminating zero
         Instruct("[S]\nk=" + KzCommon::String::ToUtf8(tstrText) + "\n");
         std::size_t cchRead = 0;
         for (const auto& [tstrKey, tstrValue] : Read(L"S")) cchRead += tstrValue.size();

@@ -15,13 +15,13 @@ namespace {
 
 constexpr DWORD kShutdownPrivilege = 19;  // the same on every machine
 
-/// What the system answers: console session, the user's answer (0: the question fails), and for each step of a restart
-/// its code, 0 where it succeeds.
+/// The simulated system: console session, the user's answer (0: the question fails), and the code of each step of a
+/// restart (0: success).
 struct Answers {
     DWORD dwSession = 1, dwAnswer = IDOK, dwToken = 0, dwAdjust = 0, dwExit = 0;
 } s_answers;
 
-/// What it was asked for.
+/// The recorded requests.
 struct {
     std::wstring tstrTitle, tstrMessage;
     DWORD dwStyle;
@@ -63,7 +63,7 @@ class NewNameTest : public AgentTest {
 protected:
     ~NewNameTest() override { std::filesystem::remove_all(m_resources); }
 
-    /// Puts a string table beside the test program.
+    /// Creates a string table beside the test program.
     void SetTable(const wchar_t* szLanguage, const char* szEntries) const
     {
         std::filesystem::remove_all(m_resources);
@@ -77,7 +77,7 @@ protected:
 
 }  // namespace
 
-// The linker takes these instead of the system's.
+// The linker uses these instead of the system's functions.
 extern "C" {
 decltype(&::OpenProcessToken) __imp_OpenProcessToken = &OpenToken;
 decltype(&::AdjustTokenPrivileges) __imp_AdjustTokenPrivileges = &Adjust;
@@ -140,7 +140,7 @@ TEST_F(NewNameTest, WithoutAnInstallFolderTheNewNameWaits)
                              "scheduled."));
 }
 
-TEST_F(NewNameTest, TheCommandIsRegisteredWhateverBecomesOfTheBackup)
+TEST_F(NewNameTest, TheCommandIsRegisteredEvenIfTheBackupFails)
 {
     const auto prepare = [&](std::size_t uCommands) {
         PreparePostUdActionForNewName(m_machine);
@@ -164,7 +164,7 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
     const std::string strTexts = "[RestartNotification_DE-DE]\ntext=Titel\ntext=Text! =x\ntext=more\n";
     const std::string strTitle = "[RestartNotification_DE-DE]\nother=x\ntext=Titel\n";
     const std::string strNotSet = "!!! *** InstCommon::Utility::SetPrivilege() failed.";
-    // What is shown (nothing while the console changes hands), the flags of the restart, a line of the trace.
+    // The shown texts (empty while the console changes sessions), the flags of the restart, a trace line.
     const std::tuple<std::string, Answers, std::wstring, std::wstring, UINT, std::string> rows[] = {
         // clang-format off
         {"[RestartNotification_FR-FR]\ntext=F\n", {1, IDCANCEL}, L"Kazmere Keystride", L"You must restart", 0,
@@ -176,7 +176,7 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
         {strTexts, {3, IDOK, ERROR_ACCESS_DENIED}, L"Titel", L"Text! =x", 0,
          "!!! *** ::OpenProcessToken() failed. [0x00000005]"},
         {strTexts, {3, IDOK, 0, ERROR_INVALID_HANDLE}, L"Titel", L"Text! =x", 0, strNotSet},
-        // The call succeeds although the token does not hold the privilege.
+        // The call succeeds although the token does not have the privilege.
         {strTexts, {3, IDOK, 0, ERROR_NOT_ALL_ASSIGNED}, L"Titel", L"Text! =x", 0,
          "!!! *** ::AdjustTokenPrivileges() failed. [0x00000514]"},
         {strTexts, {3, IDOK, 0, 0, ERROR_SHUTDOWN_IN_PROGRESS}, L"Titel", L"Text! =x", EWX_REBOOT,
@@ -192,16 +192,16 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
         RemindToReboot(m_machine);
         EXPECT_EQ(tstrTitle, s_asked.tstrTitle);
         EXPECT_THAT(s_asked.tstrMessage, StartsWith(tstrMessageStart));
-        EXPECT_EQ(tstrTitle.empty() ? 0U : 0x40041U, s_asked.dwStyle) << "0 unless it waits at the console";
-        EXPECT_EQ(uFlags, s_asked.uExitFlags) << "nothing closed by force; 0 without the privilege";
+        EXPECT_EQ(tstrTitle.empty() ? 0U : 0x40041U, s_asked.dwStyle) << "0 without a question at the console";
+        EXPECT_EQ(uFlags, s_asked.uExitFlags) << "no program is forced to close; 0 without the privilege";
         EXPECT_EQ(1, CountTraced(strTraced));
         const bool bTried = answers.dwAnswer == IDOK && !tstrTitle.empty();
         EXPECT_EQ(bTried && (uFlags == 0 || answers.dwExit != 0), CountTraced("!!! ReStartWindows() failed."));
     }
 }
 
-// That every place takes its name is shown on a whole machine.
-TEST_F(NewNameTest, NamesThatNoTableGivesAreTheBuiltInOnesWhateverBecomesOfTheShortcuts)
+// A system test on a whole machine checks all places with the name.
+TEST_F(NewNameTest, NamesMissingInTheTableAreBuiltInEvenIfShortcutsFail)
 {
     WriteProduct(L"Language", L"DE-DE");
     WriteProduct(L"ProductName", L"old");

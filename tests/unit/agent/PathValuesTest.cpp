@@ -21,7 +21,7 @@ protected:
 TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)
 {
     SetLogFolder(L"Interactive", L"C:\\I");
-    SetLogFolder(L"Service", L"C:\\S{ServiceLogDir}\\");  // which is not expanded once more
+    SetLogFolder(L"Service", L"C:\\S{ServiceLogDir}\\");  // the inner placeholder is not expanded again
     m_run.paths.ReadProductFolders();
     const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
     const std::pair<const wchar_t*, std::wstring> rows[] = {
@@ -64,7 +64,7 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     m_install.Write(L"UpdateInfo.ini",
                     "[COMPONENT_LIST]\nComponent1_DownloadPath=wrong\nComponent2_DownloadPath=res\\\n");
     m_run.paths.ReadProductFolders();
-    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key says nothing here";
+    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key is ignored here";
     EXPECT_EQ(m_run.paths.ReadResourceDownloadDir(), m_tstrInstall + L"Component\\res\\");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=right\n");
     {
@@ -75,7 +75,7 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     ::DeleteFileW(m_install.PathOf(L"UpdateInfo.ini").c_str());
     m_install.MakeFolder(L"UpdateInfo.ini");
     m_run.paths.ReadProductFolders();
-    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "a folder is no file that others hold";
+    EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "a folder is not a file in use";
     WriteProduct(L"ProductPath", L"");
     m_run.paths.ReadProductFolders();
     EXPECT_EQ(m_run.paths.ProductDownloadDir() + m_run.paths.ReadResourceDownloadDir(), L"")
@@ -87,7 +87,7 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
     const std::pair<const wchar_t*, const wchar_t*> paths[] = {// clang-format off
         {L"new", L"new"}, {L"a\\b", L"a\\b"}, {L"c21t2101v0.0.0l1p-1r1o1", L"c21t2101v0.0.0l1p-1r1o1"}, {L"a..b", L"a..b"},
         {L"CONsole", L"CONsole"}, {L".cache", L".cache"},
-        // What Windows reads as one of those.
+        // Other spellings that Windows accepts.
         {L"new\\", L"new"}, {L"res1/", L"res1"}, {L".\\res1", L"res1"}, {L"a/b", L"a\\b"}, {L"a\\\\b/\\", L"a\\b"},
         {L"a/./b/.", L"a\\b"}, {L"a\\..\\b", L"b"}, {L"a\\b\\..\\..\\c", L"c"}, {L"a.", L"a"}, {L"a. .", L"a"},
         {L"a.\\b", L"a\\b"}, {L"./a . /", L"a"}};  // clang-format on

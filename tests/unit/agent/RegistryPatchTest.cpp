@@ -14,7 +14,7 @@ protected:
 
 }  // namespace
 
-// One record each on the value "Name": operation, record after the key, value before and after, a line of the trace.
+// One record for the value "Name" per row: operation, record after the key, value before and after, a trace line.
 TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
 {
     using Optional = std::optional<RawValue>;
@@ -71,7 +71,7 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
     PatchReg(m_run, op_reg_add, L"\\SOFTWARE\\X!Name!REG_SZ!v");
     EXPECT_EQ(CountTraced(strTooLong), 1);
     EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a0"), 1);
-    EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a1"), 1) << "a key that begins with a backslash";
+    EXPECT_EQ(CountTraced(kStore + "() failed. Win32ErrorCode=a1"), 1) << "the key begins with a backslash";
 }
 
 TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)

@@ -4,9 +4,9 @@
 
 using RunOnceTest = AgentTest;
 
-TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpadIsAffected)
+TEST_F(RunOnceTest, EveryCommandIsRegisteredExceptTheFiltersForAnOldTouchpad)
 {
-    const std::string strLong(929, 'x');  // with key path, name and type the longest record there is
+    const std::string strLong(929, 'x');  // the longest record, including key path, name and type
     Instruct(
         "[Run]\nSysRunOnce=a.exe\nSysRunOnce=a.exe\nsysrunonce=b.exe\nSysRunOnce=cmd !x kbfilter.ini\n"
         "SysRunOnce=\"{InstalledDir}c.exe\" /x\nSysRunOnce=KBFILTER.INI\nSysRunOnce=" +
@@ -28,7 +28,7 @@ TEST_F(RunOnceTest, EveryCommandIsRegisteredOnItsOwnButTheFiltersWhereTheTouchpa
     }
 }
 
-TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
+TEST_F(RunOnceTest, WithoutTheSectionNothingIsRegistered)
 {
     WriteProduct(L"KeystrokeBlackList", L"1");
     Instruct("[Other]\na=b\n");
@@ -37,5 +37,5 @@ TEST_F(RunOnceTest, WithoutTheSectionNothingIsAskedOrRegistered)
     EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
     EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);
     EXPECT_THAT(m_trace.Lines(), Contains(AllOf(HasSubstr(L"QueryValue failed"), HasSubstr(L" - RunOnce.cpp("))))
-        << "the line names its reader's place";
+        << "the line contains its reader's source location";
 }

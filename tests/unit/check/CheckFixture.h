@@ -1,4 +1,4 @@
-// An update in a folder and a registry of the test's own, and what "lint" says of it.
+// An update in a private folder and registry of the test, and the "lint" findings about it.
 #pragma once
 
 #include "agent/IniEdits.h"  // its IniRecord is another than Check::IniRecord
@@ -15,13 +15,13 @@
 using namespace testing;
 using namespace Check;
 
-/// A text as a file in UTF-16 with its mark.
+/// A text as a UTF-16 file with BOM.
 inline std::string Utf16(std::wstring_view tstrText)
 {
     return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(tstrText.data()), tstrText.size() * sizeof(wchar_t));
 }
 
-/// A trace line of "!!! message" at that second of a minute.
+/// The trace line "!!! message" at that second of a minute.
 inline std::string Line(int iSecond, const std::string& strProcess, const std::string& strText,
                         const std::string& strSource = "Brevant.cpp")
 {
@@ -37,12 +37,12 @@ protected:
     }
 
     void Write(std::wstring_view tstrName, std::string_view strBytes) const { m_update.Write(tstrName, strBytes); }
-    /// Empty files below "Component\\".
+    /// Creates empty files below "Component\\".
     void Bring(std::initializer_list<std::wstring> names) const
     {
         for (const std::wstring& tstrName : names) Write(L"Component\\" + tstrName, "");
     }
-    /// In instructions "@" is the key `kVault`.
+    /// Writes the instructions; "@" means the key `kVault`.
     void Instruct(const std::string& strSections) const
     {
         Write(kInstructionFile, std::regex_replace(strSections, std::regex("@"), "SOFTWARE\\Vault"));
@@ -62,7 +62,7 @@ protected:
 
 class CheckTest : public UpdateTest {
 protected:
-    /// A file on trial, and the findings about it.
+    /// The text of a file and the expected findings.
     struct Row {
         std::string strText;
         std::vector<std::string> findings;
@@ -74,7 +74,7 @@ protected:
         Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html"});
     }
 
-    /// The findings, "B005 2:1 Component\\... suggestion" each, the path left out for the instruction file and
+    /// The findings, each as "B005 2:1 Component\\... suggestion", without the path for the instruction file and
     /// `tstrFile`.
     [[nodiscard]] std::vector<std::string> Findings(const std::wstring& tstrFile = kInstructionFile) const
     {
@@ -102,7 +102,7 @@ protected:
         Write(kInstructionFile, strInstructions);
         return Findings();
     }
-    /// Every row in its turn as that file, between two other texts.
+    /// Checks every row as the content of that file, between two other texts.
     void Expect(std::span<const Row> rows, const std::string& strBefore = {}, const std::string& strAfter = {},
                 const std::wstring& tstrFile = kInstructionFile) const
     {
@@ -113,13 +113,13 @@ protected:
     }
 
     std::vector<std::wstring> m_languages;
-    bool m_bWarnings = false;  ///< they are called so
+    bool m_bWarnings = false;  ///< whether findings are warnings
 
 private:
     void (*m_pfnFamily)(const LintContext&, Report&);
 };
 
-/// Tries one family of rules.
+/// Tests one family of rules.
 template <void (*pfnFamily)(const LintContext&, Report&)>
 class RulesTest : public CheckTest {
 protected:

@@ -1,5 +1,5 @@
-// What a manifest promises is what the agent delivers: an update is deployed on a machine in memory, restarted,
-// verified.
+// Checks that the agent delivers exactly what a manifest lists: deploys an update on a machine in memory, restarts it
+// and verifies.
 #include "agent/DeployFramework.h"
 #include "check/simulate/PlanMachine.h"
 #include "common/Frwk_Utility.h"
@@ -55,7 +55,7 @@ private:
 
 constexpr const wchar_t* kLanguages[] = {L"DE-DE", L"FR-FR", L"EN-US"};
 
-/// Every folder that a deploy step takes, some with a folder below, and some that none takes.
+/// Every folder that a deploy step copies, some with a subfolder, and some that no step copies.
 constexpr const wchar_t* kFolders[] = {L"p1\\64bit\\p1\\",
                                        L"p1\\64bit\\p1\\Driver\\",
                                        L"p1\\64bit\\p1\\Sub\\",
@@ -80,7 +80,7 @@ constexpr const wchar_t* kSettings[] = {
     L"config.xml",       L"config_DE-DE.xml", L"config_fr-fr.xml", L"qorshcut_DE-DE.xml",  L"qorshcut.xml",
     L"readme_DE-DE.htm", L"readme_FR-FR.htm", L"readme.htm",       L"UpdateInfo.ini",      L"config_EN-US.xml",
     L"config_.xml",      L"readme_EN-US.htm", L"Config_EN-US.XML", L"config_DE-DE.xml.bak"};
-/// Lines of the instruction file. What they delete no update brings.
+/// Lines of the instruction file. They delete no files of the update.
 constexpr std::pair<const char*, const char*> kRecords[] = {
     {"QOR_DIR", "add={InstalledDir}New\\Deep"},
     {"QOR_DIR", "delete={InstalledDir}Legacy"},
@@ -128,7 +128,7 @@ protected:
         Instruct(strInstructions);
     }
 
-    /// The product that meets the update, in a language.
+    /// The installed product before the update, in a language.
     void MakeMachine(SimulatedMachine& machine, const wchar_t* szLanguage)
     {
         const auto at = [&](const wchar_t* szName) {
@@ -167,7 +167,7 @@ protected:
         return VerifyState(expected, context);
     }
 
-    /// Deploys: before the restart all that has not arrived waits, after it nothing is missing.
+    /// Deploys: before the restart, everything that has not arrived is waiting; after it, nothing is missing.
     void Prove(SimulatedMachine& machine, const ExpectedState& expected, const std::string& strCase)
     {
         const std::string strWhat = strCase + ", " + ToUtf8(Frwk::Utility::GetLanguage(machine)) + "\n";
@@ -184,7 +184,7 @@ protected:
 
 }  // namespace
 
-TEST_F(DeliveryProofTest, WhatIsPromisedArrivesInEveryLanguage)
+TEST_F(DeliveryProofTest, ExpectedFilesArriveInEveryLanguage)
 {
     const char* const szSeeds = std::getenv("BREVANT_PROOF_SEEDS");
     const unsigned cSeeds = szSeeds ? static_cast<unsigned>(std::atoi(szSeeds)) : 25;
@@ -203,7 +203,7 @@ TEST_F(DeliveryProofTest, WhatIsPromisedArrivesInEveryLanguage)
     }
 }
 
-TEST_F(DeliveryProofTest, WhatTheSamplePromisesArrivesInEveryLanguage)
+TEST_F(DeliveryProofTest, TheSamplesFilesArriveInEveryLanguage)
 {
     const std::wstring tstrUpdate =
         String::EnsureBackslash(Storage::Directory::FullPath(BREVANT_SAMPLES L"second\\update"));

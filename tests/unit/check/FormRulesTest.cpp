@@ -18,7 +18,7 @@ using FormRulesTest = RulesTest<CheckForm>;
 TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
 {
     const std::string strLong(1024, 'x');
-    // The agent's last buffer has 32512 characters; all but its two closing zeros and one more may be used.
+    // The agent's last buffer has 32512 characters; a section may use all but its two closing zeros and one more.
     std::string strFull = "[Run]\n";
     for (int i = 0; i < 40; ++i) strFull += "SysRunOnce=" + std::string(800, 'x') + "\n";  // 812 characters each
     strFull += "SysRunOnce=" + std::string(17, 'x');
@@ -44,7 +44,7 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
     Expect(rows);
 }
 
-TEST_F(FormRulesTest, WindowsReadsTheSameEverywhereOnlyInUtf16WithItsMarkOrAscii)
+TEST_F(FormRulesTest, OnlyUtf16WithBomAndAsciiAreTheSameEverywhere)
 {
     const std::wstring tstrClean = KzCommon::String::FromAnsi(kBothSections);
     const std::wstring tstrPair = tstrClean + L"[Run]\nSysRunOnce=\U0001F511\n";

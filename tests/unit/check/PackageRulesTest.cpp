@@ -28,7 +28,7 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
     };
     Expect(files, "[QOR_FILE]\n");
 
-    // In the usual download folder 259 characters, and one more.
+    // 259 characters in the default download folder, and one more.
     const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
     for (const wchar_t* const szTask : {L"Component\\p1\\Share\\Task\\", L"Component\\p1\\Share\\Task\\e"}) {
         Write(szTask + tstrFile, "");
@@ -36,7 +36,7 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
     EXPECT_THAT(Lint(""), ElementsAre(StartsWith("B031 0:0 Component\\p1\\Share\\Task\\ed")));
 }
 
-TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
+TEST_F(FileRulesTest, DeletionsOfTheUpdatesOwnFiles)
 {
     const Row files[] = {
         {"delete={InstalledDir}A.HTML\n", {"B033 2:8"}},
@@ -59,8 +59,7 @@ TEST_F(FileRulesTest, DeletionsOfWhatTheUpdateBrings)
     Expect(folders, "[QOR_DIR]\n");
 }
 
-// A deletion is looked up during the run: what only this update brings is not there then, but for what is copied at
-// once.
+// A deletion lists its files during the run, when the update's own files do not exist yet, except those copied at once.
 TEST_F(FileRulesTest, WithAnInstalledProductItsFilesAndFoldersCount)
 {
     m_optInstalled = m_update.PathOf(L"installed");
@@ -89,7 +88,7 @@ TEST_F(FileRulesTest, TheInstructionFileStaysUntilItIsRead)
         {"delete_now={InstalledDir}*.ini\n[RestartNotification_X]\ntext=a\n", {"warning B037 4:12"}},
         {"delete_now=\\\\?\\C:\\Program Files\\Kazmere\\KZVLT\\*.ini\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
         {"delete_now={InstalledDir}QorPaFrwk.ini.\n[Run]\nSysRunOnce=a\n", {"B037 4:12"}},
-        // nothing is read after it; a name of another folder; the restart comes later
+        // no later reader; the name of another folder; deletion at the restart
         {"delete_now={InstalledDir}*.ini\n[Run]\n", {}},
         {"delete_now={InstalledDir}Task\\*.ini\ndelete_now={InstalledDir}Qor*.in\n[Run]\nSysRunOnce=a\n", {}},
         {"delete={InstalledDir}*.ini\n[Run]\nSysRunOnce=a\n", {}},
@@ -163,7 +162,7 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
     Write(L"Component\\p2\\64bit\\p2\\b.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"))
-        << "beside the folder that is there";
+        << "beside the existing folder";
     Bring({L"p2\\64bit\\p2\\a.dll", L"other\\EN-US\\readme.htm"});
     ::DeleteFileW(m_update.PathOf(L"Component\\p2\\64bit\\a.dll").c_str());
     EXPECT_THAT(Lint(""), IsEmpty());
@@ -182,7 +181,7 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     EXPECT_THAT(lint(strProduct + "component2_downloadpath = r2\n"), ElementsAre("B074 3:27 UpdateInfo.ini r1"));
     EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent101_DownloadPath=..\\p1\n"),
                 ElementsAre("B074 2:27 UpdateInfo.ini p1"));
-    // An update of one package names no other, nor does a key of another Windows or section.
+    // An update with one package needs no other; keys of another Windows version or section are ignored.
     EXPECT_THAT(lint(strProduct + "Component1_DownloadPath=p2\nComponent2_DownloadPath=\n"), IsEmpty());
     EXPECT_THAT(lint(strProduct + "[OTHER]\nComponent2_DownloadPath=r2\n"), IsEmpty());
     EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("warning B070 0:0 UpdateInfo.ini"));
@@ -196,17 +195,17 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     EXPECT_THAT(lint(strNested + "Component2_DownloadPath=.\\a\\r1\\\n"), IsEmpty());
     EXPECT_THAT(lint(strNested + "Component2_DownloadPath=a\\r11\n"), ElementsAre("B074 3:25 UpdateInfo.ini a\\r1"));
     EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=\\other\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"))
-        << "refused, although there is a folder of the agent's own name";
+        << "refused, even if the agent's default folder exists";
 }
 
-TEST_F(PackageRulesTest, WhatIsCopiedAtOnceIsNotReadOnly)
+TEST_F(PackageRulesTest, FilesCopiedAtOnceMustNotBeReadOnly)
 {
     m_bWarnings = true;
     const auto makeReadOnly = [&](const wchar_t* szName) {
         EXPECT_TRUE(::SetFileAttributesW(m_update.PathOf(szName).c_str(), FILE_ATTRIBUTE_READONLY));
     };
     makeReadOnly(L"Component\\p1\\Share\\UI\\a.html");
-    EXPECT_THAT(Lint(""), IsEmpty()) << "it is moved";
+    EXPECT_THAT(Lint(""), IsEmpty()) << "the file is moved";
     makeReadOnly(L"Component\\p1\\64bit\\p1\\Driver\\k.ini");
     EXPECT_THAT(Lint(""), ElementsAre("warning B075 0:0 Component\\p1\\64bit\\p1\\Driver\\k.ini"));
 }

@@ -21,7 +21,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
     m_machine.Write(L"other.exe", "other");
     m_machine.Write(L"full\\x.txt", "");
     const std::wstring tstrDelivery = L"@Component\\p1\\64bit\\p1\\a.exe|!@A.EXE|";
-    // What is installed, null for nothing, whether it is still in the download folder, and the pending moves.
+    // The installed content (null: no file), whether the file is still in the download folder, and the pending moves.
     const std::tuple<const char*, bool, std::wstring, std::vector<const char*>> rows[] = {
         {"new", false, L"", {"0", "ARRIVED a.exe"}},
         {"new", true, L"", {"0", "ARRIVED a.exe"}},  // staged on another drive
@@ -30,7 +30,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
         {"newer", false, L"", {"1", "DIFFERENT a.exe (another content)"}},
         {"old", true, L"@b.exe||@a.exe|@c.exe||", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
         {nullptr, true, L"@a.exe|||", {"1", "LEFT IN DOWNLOAD a.exe (nothing is there)"}},
-        // what the restart brings
+        // files that the restart brings
         {"new", true, tstrDelivery, {"3010", "STILL WAITING a.exe"}},
         {"old", true, tstrDelivery, {"3010", "STILL WAITING a.exe"}},
         {nullptr, false, L"*1@a.exe0|*2!@a.exe|", {"3010", "STILL WAITING a.exe"}},
@@ -40,7 +40,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
         {"old", false, L"@a.exe0|@a.exe|", {"1", "DIFFERENT a.exe (another content)"}},
         {"old", true, L"@other.exe|!@a.exe|", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
         {nullptr, false, L"@a.exe0|@none\\b.exe|@none\\b.exe|@a.exe|", {"1", kLost}},
-        // what it takes away again
+        // files that it removes again
         {"new", false, L"@A.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},
         {"new", false, L"|@x|@a.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},
         {"new", false, L"@a.exe|@c.exe|", {"1", "TO BE DELETED a.exe (at the restart)"}},
@@ -51,7 +51,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
         {"new", false, L"@other.exe|@a.exe|", {"0", "ARRIVED a.exe"}},
         {"new", false, L"@a.exe|!@full|@full||", {"0", "ARRIVED a.exe"}},
         {"new", false, L"@full\\x.txt||@full||@a.exe|@full|", {"1", "TO BE DELETED a.exe (at the restart)"}},
-        // what it cannot bring: it is not there
+        // files that it cannot bring are missing
         {"old", false, tstrDelivery, {"1", kLost}},
         {nullptr, false, tstrDelivery, {"1", kLost}},
         {nullptr, true, L"@other.exe||@other.exe|!@a.exe|", {"1", kLost}},

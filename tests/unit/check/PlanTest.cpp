@@ -7,7 +7,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-/// An update in one folder, an installed product in another, and what is planned for them.
+/// An update and an installed product in separate folders, and the plan for them.
 class PlanTest : public UpdateTest {
 protected:
     PlanTest()
@@ -18,7 +18,7 @@ protected:
         WriteProduct(L"Version", L"3.8.0.1100");
     }
 
-    /// One operation's lines, the installed folder called "I:\".
+    /// The lines of one operation, with "I:\" for the installed folder.
     [[nodiscard]] Lines Planned(const std::string& strStep) const
     {
         const auto before = std::pair(m_update.List(), m_installed.List());
@@ -43,7 +43,7 @@ protected:
 
 }  // namespace
 
-TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
+TEST_F(PlanTest, AnUpdateInAnotherFolderIsCopiedOverTheProduct)
 {
     Instruct(
         "[QOR_DIR]\nadd={InstalledDir}New\\Deep\nadd={InstalledDir}Resource\\New\ndelete={UdComponentsSrcDir}Share\n"
@@ -80,7 +80,7 @@ TEST_F(PlanTest, AnUpdateElsewhereCountsAsLaidOverTheProduct)
     EXPECT_THAT(Planned("RemoveFileAfterReboot"), ElementsAre(HasSubstr("no section [QOR_DIR]")));
 }
 
-TEST_F(PlanTest, WhatMayNotBeListedIsUnknown)
+TEST_F(PlanTest, UnlistableFoldersAreUnknown)
 {
     Instruct(
         "[QOR_DIR]\ndelete={InstalledDir}Closed\n"
@@ -100,7 +100,7 @@ TEST_F(PlanTest, WhatMayNotBeListedIsUnknown)
     EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"unknown\" : 2"));
 }
 
-TEST_F(PlanTest, WhatIsLeftOutHasItsReason)
+TEST_F(PlanTest, SkippedItemsHaveAReason)
 {
     Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "");
     m_installed.Write(L"UpdateInfo.ini", "");
@@ -162,19 +162,19 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
         << "read-only or not";
     ::SetFileAttributesW(tstrThere.c_str(), FILE_ATTRIBUTE_NORMAL);
     ::DeleteFileW(tstrThere.c_str());
-    // What an earlier run has kept is not needed any more; a file of that name with other settings is.
+    // A file kept by an earlier run is deleted if it has the same settings; one with other settings stays.
     m_installed.Write(L"config.previous.xml", m_installed.Read(L"config.xml").value());
     m_installed.Write(L"config.previous.2.xml", "<c><A>lost</A></c>");
     EXPECT_EQ("- config.previous.xml  (kept by an earlier run: the same settings are carried over)",
               Planned("SelectLanguageFile").back());
     for (const wchar_t* szName : {L"config.previous.xml", L"config.previous.2.xml"})
         ::DeleteFileW(m_installed.PathOf(szName).c_str());
-    // The update's file cannot take one of them: the user's file is kept.
+    // The update's file cannot accept one of them, so the user's file is kept.
     Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A type='bool'>1</A><C type='bool'>0</C></c>");
     EXPECT_THAT(Planned("MergeConfig"),
                 Contains("! " + strTarget + "/C  (left alone: the update's file cannot take the value)"));
     EXPECT_EQ("+ config.previous.xml  <- config.xml", Planned("MergeConfig").back());
-    // Which its own records do not delete.
+    // The update's own records do not delete it.
     Instruct(
         "[QOR_CONFIG_MERGE]\nmigrate=/C\n[QOR_DIR]\nadd={InstalledDir}x\n[QOR_FILE]\ndelete={InstalledDir}*.xml\n");
     EXPECT_THAT(
@@ -189,7 +189,7 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
         return Planned("DecideAboutNewName");
     };
     EXPECT_EQ(decided(), Lines{"= new name Kazmere Qorvault  [restart]  (build 1100 of the product has it)"});
-    // A record of the update's own can make it due.
+    // A record of the update itself can make it due.
     Instruct(
         "[QOR_REGISTRY_PATCH]\nadd=Software\\Kazmere\\KZVLT!Version!REG_SZ!3.8.0.1099\n"
         "[RestartNotification_xy]\ntext=Title\n");

@@ -1,6 +1,6 @@
 #include "unit/check/CheckFixture.h"
 
-// Where a table has the lines of one section, the first record stands in line 2.
+// In tables with the lines of one section, the first record is on line 2.
 using PlaceholderRulesTest = RulesTest<CheckPlaceholders>;
 
 TEST_F(PlaceholderRulesTest, OnlyKnownOnesInTheirPlaces)
@@ -60,8 +60,8 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
 
-// Deletes, then adds, then adds of missing values, whatever the order of the lines.
-TEST_F(RegistryRulesTest, WhatAnotherPassUndoes)
+// All deletes, then all adds, then all adds of missing values, in any order of the lines.
+TEST_F(RegistryRulesTest, RecordsUndoneByAnotherPass)
 {
     const Row rows[] = {
         {"add=SAM!N!REG_SZ!a\nadd=SAM!O!REG_SZ!a\ndelete=SAM\\L!N\nadd_if_non=SAM!P!REG_SZ!a\n", {}},
@@ -88,11 +88,11 @@ TEST_F(RegistryRulesTest, TheValueThatTheAgentFindsItsFolderBy)
          {"warning B028 2:5 software\\KAZMERE\\kzvlt", "B029 2:29"}},
         {"delete=" + strKey + "!PRODUCTPATH\n", {"B029 2:31"}},
         {"add=" + strKey + "!ProductPath!REG_DWORD!1\n", {"B029 2:28"}},
-        {"add_if_non=" + strKey + "!ProductPath!REG_QDWORD!1\n", {"B029 2:35"}},  // another type is written over
+        {"add_if_non=" + strKey + "!ProductPath!REG_QDWORD!1\n", {"B029 2:35"}},  // another type is overwritten
         {"add_if_non=" + strKey + "!ProductPath!REG_SZ!C:\\b\n", {"warning B029 2:35"}},
         {"add=" + strKey + "!ProductPath!REG_SZ!c:\\program files\\KAZMERE\\kzvlt\n",
          {"warning B029 2:28 {InstalledDir}"}},
-        // the same folder, another value, another key (no program looks there), nothing that is written
+        // the same folder, another value, another key (not read by any program), records that write nothing
         {"add=" + strKey + "!ProductPath!REG_SZ!{InstalledDir}\n", {}},
         {"add=" + strKey + "!ProductPaths!REG_SZ!C:\\b\nadd=" + strKey + "\\Vault!ProductPath!REG_SZ!C:\\b\n", {}},
         {"add=SOFTWARE\\Wow6432Node\\Kazmere\\KZVLT!ProductPath!REG_SZ!C:\\b\ndelete=" + strKey + "\n",
@@ -129,7 +129,7 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     };
     const std::wstring tstrForeign = L"S!K!V \u6f22";
     EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << "the update's own file is ASCII";
-    EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("B043 2:9")) << "once a record";
+    EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("B043 2:9")) << "one finding per record";
     EXPECT_THAT(lint(L"S!A=B!V"), ElementsAre("B044 2:10"));
     EXPECT_THAT(lint(L"S!;K!V"), ElementsAre("B044 2:10"));
     EXPECT_THAT(lint(L"S![K]!V"), ElementsAre("B044 2:10"));
@@ -141,7 +141,7 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     m_optInstalled = m_update.MakeFolder(L"installed");
     const std::string strInfo = Utf16(L"[COMPONENT_LIST]\nComponent101_DownloadPath=p1\n");
     Write(L"installed\\UpdateInfo.ini", strInfo);
-    EXPECT_THAT(lint(tstrForeign), IsEmpty()) << "the installed file is the one that is changed";
+    EXPECT_THAT(lint(tstrForeign), IsEmpty()) << "the installed file is changed";
     for (const std::string& strOther : {strInfo.substr(2), std::string("\xEF\xBB\xBF[S]\n"), std::string()}) {
         Write(L"installed\\UpdateInfo.ini", strOther);
         EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << strOther.size();
@@ -150,10 +150,10 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     Write(L"UpdateInfo.ini", strInfo);
     EXPECT_THAT(lint(tstrForeign), IsEmpty());
     ::DeleteFileW(m_update.PathOf(L"UpdateInfo.ini").c_str());
-    EXPECT_THAT(lint(tstrForeign), ElementsAre("warning B043 2:14")) << "no file is known";
+    EXPECT_THAT(lint(tstrForeign), ElementsAre("warning B043 2:14")) << "the file is unknown";
 }
 
-TEST_F(UpdateInfoRulesTest, WithoutSettingsNothingOfItIsDone)
+TEST_F(UpdateInfoRulesTest, WithoutSettingsTheRecordsHaveNoEffect)
 {
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
     EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), IsEmpty());
@@ -166,7 +166,7 @@ using CommandRulesTest = RulesTest<CheckCommands>;
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
     Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
-    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote, expanded
+    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote when expanded
     const std::string strFill(260 - 31 - 2, 'x');
     const Row rows[] = {
         {"a.exe \"C:\\b c\\d\"", {}},
@@ -199,9 +199,9 @@ TEST_F(CommandRulesTest, WhatACommandMayBe)
     Expect(rows, "[Run]\nSysRunOnce=", "\n");
 }
 
-using IntendedTest = RulesTest<LintUpdate>;
+using SuppressionsTest = RulesTest<LintUpdate>;
 
-TEST_F(IntendedTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
+TEST_F(SuppressionsTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)
 {
     Bring({L"p1\\Share\\Setting\\a.txt", L"r1\\EN-US\\readme.htm"});
     const std::string strHead = "[UPDATE_INFO]\nmodify=S!K!V\n[QOR_REGISTRY_PATCH]\n";

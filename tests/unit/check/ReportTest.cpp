@@ -49,7 +49,7 @@ TEST(ReportTest, TextsOfAFileStayOnOneLine)
     EXPECT_EQ(finding.tstrSuggestion, L"c ");
 }
 
-// What readers of the format rely on.
+// Readers of the format depend on these members.
 TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
 {
     Report report = Sample();
@@ -75,7 +75,7 @@ TEST(ReportTest, SarifNamesEveryRuleAndThePlaceOfEveryFinding)
     }
     const Json::Value& results = run["results"];
     ASSERT_EQ(results.size(), 4U + Rules().size());
-    EXPECT_EQ(results[0]["level"], "warning") << "unlike its rule";
+    EXPECT_EQ(results[0]["level"], "warning") << "differs from its rule";
     for (const Json::Value& result : results) EXPECT_EQ(result["ruleId"], rules[result["ruleIndex"].asUInt()]["id"]);
     const std::pair<Json::ArrayIndex, const char*> places[] = {
         {0, R"({"artifactLocation":{"uri":"file:///C:/i/x.ini"},"region":{"startColumn":2,"startLine":9}})"},
@@ -146,7 +146,7 @@ TEST(SuggestionTest, ASlipIsFoundAndAnotherWordIsNot)
     }
 }
 
-TEST(CommandLineTest, WrongUseIsToldFromAHelpRequestAndARun)
+TEST(CommandLineTest, WrongUseHelpAndARunHaveTheirExitCodes)
 {
     static Arguments s_arguments;
     const auto run = [](const Arguments& arguments, Output&) -> int {

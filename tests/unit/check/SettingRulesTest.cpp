@@ -16,12 +16,12 @@ protected:
     const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";
 };
 
-TEST_F(SettingRulesTest, WhatIsCarriedOverIsASettingThatTheFileOrTheDefaultsKnow)
+TEST_F(SettingRulesTest, MigratedSettingsAreInTheFileOrTheDefaults)
 {
     const Row rows[] = {
         {"/Window/Skin", {}},
         {"window//SKIN/", {}},
-        {"/ProxySettings/Server", {}},  // known by the defaults alone
+        {"/ProxySettings/Server", {}},  // known only from the defaults
         {"/", {"B060 2:9"}},
         {"\\Window\\Skin", {"B060 2:9 /Window/Skin"}},
         {"/Window/Skin,/Window/Size", {"B060 2:9"}},
@@ -117,7 +117,7 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         {desktop(link("A", "Task\\daily") + link("B", ".\\x\\..\\BREVANT.EXE")), {}},
         {desktop(link("A", "Brevant.ex")), {"B082 2:1"}},
         {desktop(link("A", "Task\\dail")), {"B082 2:1"}},
-        {desktop(link("A", "..\\QorPaFrwk.ini")), {"B082 2:1"}},  // it is there, but not in the install folder
+        {desktop(link("A", "..\\QorPaFrwk.ini")), {"B082 2:1"}},  // exists, but not in the install folder
         {desktop("<Shortcut Lnk=\"Brevant.exe\">A</Shortcut>"), {"B082 2:1", "B084 2:1 lnk"}},
         // places
         {desktop(link("A", "none.exe"), "0"), {"warning B083 1:8"}},

@@ -1,4 +1,4 @@
-// A manifest that travels with its update: how it gets there, what it says, which one "verify" finds.
+// A manifest shipped with its update: how it is added, its contents, and which one "verify" uses.
 #include "check/verify/Manifest.h"
 #include "unit/check/VerifyFixture.h"
 
@@ -11,7 +11,7 @@ const std::wstring kShipped = kSetting + kShippedManifest;
 
 class ShippedManifestTest : public VerifyTest {
 protected:
-    /// "manifest --into" on the update.
+    /// Runs "manifest --into" for the update.
     [[nodiscard]] Output Ship(int iExitCode = kClean) const
     {
         Output output;
@@ -21,7 +21,7 @@ protected:
         EXPECT_EQ(RunManifest(arguments, output), iExitCode) << ToUtf8(output.tstrErrors);
         return output;
     }
-    /// What the update's own manifest says of the file that it is.
+    /// The entry of the update's manifest for the manifest file itself.
     [[nodiscard]] std::vector<ExpectedFile> PromisesOfItself() const
     {
         ExpectedState expected;
@@ -31,7 +31,7 @@ protected:
                       [](const ExpectedFile& file) { return file.tstrPlace != L"{InstalledDir}QorUpdate.json"; });
         return expected.files;
     }
-    /// Puts a file on the machine, written last on that day of November 2026; day 0 takes it away.
+    /// Writes a file on the machine, last written on that day of November 2026; day 0 deletes it.
     void Put(const std::wstring& tstrName, const std::string& strBytes, WORD wDay) const
     {
         const std::wstring tstrPath = m_machine.Write(tstrName, strBytes);
@@ -42,7 +42,7 @@ protected:
             ::CreateFileW(tstrPath.c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr, OPEN_EXISTING, 0, nullptr));
         ASSERT_TRUE(::SystemTimeToFileTime(&time, &written) && ::SetFileTime(file.Get(), nullptr, nullptr, &written));
     }
-    /// Sets the list of pending moves: "@" is the install folder, "|" ends a path.
+    /// Sets the list of pending moves: "@" means the install folder, "|" ends a path.
     void Pend(std::wstring tstrMoves) const
     {
         KzCommon::String::ReplaceAll(tstrMoves, L"@", L"\\??\\" + m_machine.Path());
@@ -50,7 +50,7 @@ protected:
         WriteRaw(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Session Manager",
                  L"PendingFileRenameOperations", RawText(tstrMoves, REG_MULTI_SZ));
     }
-    /// "verify" without FILE: its exit code, then its output or errors, without the install folder.
+    /// Runs "verify" without FILE: the exit code, then the output or errors, without the install folder.
     [[nodiscard]] std::string VerifyShipped() const
     {
         Output output;
@@ -71,7 +71,7 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     Instruct("");
     EXPECT_THAT(Ship(kCannotRead).tstrErrors, HasSubstr(L"p1\\: no such folder"));
     EXPECT_EQ(m_update.Read(kShipped), std::nullopt);
-    Bring({L"p1\\Share\\UI\\a.html"});  // and no folder for settings
+    Bring({L"p1\\Share\\UI\\a.html"});  // and no settings folder
     EXPECT_THAT(Ship().strText, HasSubstr("QorUpdate.json: written"));
     const std::string strFirst = m_update.Read(kShipped).value_or("");
     EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
@@ -105,17 +105,17 @@ TEST_F(ShippedManifestTest, VerifyTakesTheNewest)
     EXPECT_THAT(VerifyShipped(), AllOf(StartsWith("3 "), HasSubstr("manifest --into UPDATE")));
     const std::wstring tstrMove = L"@" + kShipped + L"|!@QorUpdate.json|";
     const std::string strDownloaded = ToUtf8(kShipped);
-    // The days on which the installed and the downloaded one were written, the pending moves, what is said of the file,
-    // and the one that counts.
+    // The days on which the installed and the downloaded manifest were written, the pending moves, the result for the
+    // file, and the manifest in use.
     const std::tuple<WORD, WORD, std::wstring, const char*, std::string> rows[] = {
         {1, 0, L"", "ARRIVED", "QorUpdate.json"},
         {0, 1, L"", "LEFT IN DOWNLOAD", strDownloaded},
         {1, 2, L"", "LEFT IN DOWNLOAD", strDownloaded},
         {2, 1, L"", "ARRIVED", "QorUpdate.json"},
-        {1, 1, L"", "ARRIVED", "QorUpdate.json"},  // a copy that was moved from another drive
+        {1, 1, L"", "ARRIVED", "QorUpdate.json"},  // a copy moved from another drive
         {1, 2, tstrMove, "STILL WAITING", strDownloaded},
-        {2, 1, tstrMove, "STILL WAITING", strDownloaded},  // of an older update, but it goes there next
-        {1, 0, tstrMove, "ARRIVED", "QorUpdate.json"},     // its file is gone
+        {2, 1, tstrMove, "STILL WAITING", strDownloaded},  // of an older update, but moved at the next restart
+        {1, 0, tstrMove, "ARRIVED", "QorUpdate.json"},     // its file is missing
         {1, 0, L"\\??\\C:\\windows\\win.ini|!@QorUpdate.json|", "TO BE REPLACED", "QorUpdate.json"},
     };
     for (const auto& [wInstalled, wDownloaded, tstrPending, szVerdict, strUsed] : rows) {
@@ -129,10 +129,10 @@ TEST_F(ShippedManifestTest, VerifyTakesTheNewest)
     }
     Pend(L"");
     Put(kShipped, "no manifest", 2);
-    EXPECT_THAT(VerifyShipped(), StartsWith("3 " + strDownloaded + ": ")) << "not the older one in silence";
+    EXPECT_THAT(VerifyShipped(), StartsWith("3 " + strDownloaded + ": ")) << "the older one is not used silently";
 }
 
-// It is the file that it promises: with it in its place the update has been here, even if no version says so.
+// An installed manifest is itself evidence that the update ran, even without a version.
 TEST_F(ShippedManifestTest, AnInstalledManifestShowsThatTheUpdateRan)
 {
     Bring({L"p1\\Share\\UI\\a.html"});
@@ -141,16 +141,16 @@ TEST_F(ShippedManifestTest, AnInstalledManifestShowsThatTheUpdateRan)
     std::wstring tstrError;
     ASSERT_TRUE(ParseManifest(m_update.Read(kShipped).value_or(""), expected, tstrError));
     std::erase_if(expected.files, [](const ExpectedFile& file) { return file.optContent.has_value(); });
-    const std::string strManifest = FormatManifest(expected);  // nothing but files whose content is not known
+    const std::string strManifest = FormatManifest(expected);  // only files with unknown content
     m_machine.Write(L"UpdateInfo.ini", "");
     Put(kShippedManifest, strManifest, 1);
     EXPECT_THAT(VerifyShipped(), StartsWith("0 "));
-    EXPECT_THAT(Verify(expected), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "as any file";
+    EXPECT_THAT(Verify(expected), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "like any file";
 }
 
 TEST_F(ManifestRulesTest, AManifestThatIsNotTodaysIsStale)
 {
-    EXPECT_THAT(Findings(), IsEmpty()) << "none is shipped";
+    EXPECT_THAT(Findings(), IsEmpty()) << "no manifest is shipped";
     Output output;
     Arguments arguments;
     arguments.operands = {m_update.Path()};

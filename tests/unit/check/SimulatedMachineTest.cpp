@@ -1,4 +1,4 @@
-// A machine in memory answers as the real one, and is afterwards what the real one is.
+// Compares a machine in memory with the real one: same results, same state afterwards.
 #include "check/simulate/SimulatedMachine.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
@@ -20,7 +20,7 @@ Storage::Patience s_patience;
 
 constexpr DWORD kAttributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 
-/// One request, and what came of it in words.
+/// One request, which returns its result as text.
 using Request = std::function<std::string(Machine& machine, const std::wstring& tstrHome)>;
 
 std::string Shown(bool bOk, DWORD dwError)
@@ -43,7 +43,7 @@ std::string Sections(const Machine& machine, const std::wstring& tstrPath)
     for (const wchar_t* const szSection : kIniSections) {
         const Storage::Ini::Section section = machine.ReadIniSection(tstrPath, szSection, {1024, 1024, 4096});
         strAll += Utf8(szSection) + std::to_string(static_cast<int>(section.eOutcome));
-        std::vector<std::string> entries;  // in any order: a file's new keys come last, those in memory by name
+        std::vector<std::string> entries;  // in any order: new keys are last in a file, but sorted in memory
         for (const auto& [tstrKey, tstrValue] : section.entries) entries.push_back(Utf8(tstrKey + L"=" + tstrValue));
         std::sort(entries.begin(), entries.end());
         strAll += PrintToString(entries);
@@ -86,7 +86,7 @@ std::vector<std::string> RegistryOf(const Machine& machine)
     return all;
 }
 
-/// What a machine holds below a folder: attributes and content of every file.
+/// The contents of a folder: attributes and content of every file.
 std::vector<std::string> FilesOf(const Machine& machine, const std::wstring& tstrHome)
 {
     std::vector<std::string> found;
@@ -102,7 +102,7 @@ std::vector<std::string> FilesOf(const Machine& machine, const std::wstring& tst
             EXPECT_EQ(entry.bFolder, (dwAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) << Utf8(tstrPath);
             std::wstring tstrName = tstrPath.substr(tstrHome.size());
             ::CharLowerBuffW(tstrName.data(),
-                             static_cast<DWORD>(tstrName.size()));  // of a replaced file either may stay
+                             static_cast<DWORD>(tstrName.size()));  // a replaced file may keep either name
             std::string strLine = Utf8(tstrName);
             if (entry.bFolder) {
                 folders.push_back(tstrPath + L"\\");
@@ -156,7 +156,7 @@ protected:
         ::SetFileAttributesW(m_home.PathOf(L"hid.txt").c_str(), FILE_ATTRIBUTE_HIDDEN);
     }
 
-    /// Carries the requests out in memory first, with the real machine as it is, then really, and compares.
+    /// Carries out the requests in memory over the unchanged real machine, then on the real machine, and compares.
     void Compare(const std::vector<std::pair<std::string, Request>>& requests)
     {
         SimulatedMachine memory(&m_real);
@@ -197,7 +197,7 @@ protected:
     WindowsMachine m_real;
 };
 
-/// A kind of request about one or two places, with a number that chooses the rest.
+/// Creates requests of one kind for one or two places; a number selects the details.
 struct Maker {
     const char* szName;
     std::string (*pfn)(Machine& machine, const std::wstring& tstrOne, const std::wstring& tstrOther, unsigned uChoice);

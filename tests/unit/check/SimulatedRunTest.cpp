@@ -1,4 +1,4 @@
-// What a machine in memory knows of Windows alone, what it records, and what its restart brings.
+// Windows-specific rules of a machine in memory, its recorded changes, and the results of its restart.
 #include "check/simulate/PlanMachine.h"
 #include "common/KzComn_DebugLog.h"
 #include "common/KzComn_String.h"
@@ -129,7 +129,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
         EXPECT_EQ(dwCode == ERROR_SUCCESS, request()) << &request - &rows[0].second;
         EXPECT_EQ(dwCode, m_dwError);
     }
-    // A code page that lacks a character, and a file in UTF-16.
+    // A character that the code page lacks, and a UTF-16 file.
     EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\a.ini", L"s", L"K", L"\u4e00", s_runPatience, nullptr));
     m_machine.AddFile(L"C:\\u.ini", "\xFF\xFE");
     EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\u.ini", L"s", L"K", L"\u4e00", s_runPatience, nullptr));
@@ -157,7 +157,7 @@ TEST_F(SimulatedRunTest, ACopyThatIsMovedLaterIsOneChange)
 {
     m_machine.AddFile(L"C:\\up\\a", "new");
     m_machine.AddFile(L"D:\\in\\a", "old");
-    m_machine.AddFile(L"D:\\in\\a0", "in the way");
+    m_machine.AddFile(L"D:\\in\\a0", "exists");
     EXPECT_FALSE(Copy(L"D:\\in\\a0", L"C:\\up\\a"));
     EXPECT_EQ(DWORD{ERROR_FILE_EXISTS}, m_dwError);
     EXPECT_TRUE(Copy(L"D:\\in\\a1", L"C:\\up\\a"));

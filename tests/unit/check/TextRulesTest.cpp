@@ -32,7 +32,7 @@ TEST_F(TextRulesTest, XmlIsRefusedWhereTheProductRefusesIt)
 TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
 {
     const std::wstring tstrName = L"S_STR_PRODUCT_NAME=Qorvault\n";
-    // Of the largest buffer, 28672 characters, all but its two closing zeros and one more may be used.
+    // The largest buffer has 28672 characters; a section may use all but its two closing zeros and one more.
     const std::wstring tstrFill =
         L"[Global]\n" + tstrName + L"K=" + std::wstring(28672 - 3 - tstrName.size() - 3, L'x');
     const Row rows[] = {
@@ -75,7 +75,7 @@ TEST_F(TextRulesTest, ANewNameThatIsDueHasAStringTable)
     };
     Expect(unknown);
 
-    // The installed product is this machine's.
+    // The product is installed on this machine.
     m_optInstalled = m_update.MakeFolder(L"installed");
     WriteProduct(L"ProductPath", *m_optInstalled);
     WriteProduct(L"Version", L"3.8.0.1099");
@@ -90,7 +90,7 @@ TEST_F(TextRulesTest, ANewNameThatIsDueHasAStringTable)
     EXPECT_THAT(Lint(strQuestion), IsEmpty());
     m_languages.clear();
     WriteProduct(L"ProductPath", L"C:\\elsewhere");
-    EXPECT_THAT(Lint(strQuestion), IsEmpty()) << "any table: the language is not known";
+    EXPECT_THAT(Lint(strQuestion), IsEmpty()) << "any table, because the language is unknown";
     ::DeleteFileW(m_update.PathOf(L"installed\\Resource\\EN-US\\StringTable.ini").c_str());
     EXPECT_THAT(Lint(strQuestion), ElementsAre("warning B092 3:2"));
     Write(m_tstrShare + L"Resource\\FR-FR\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Qorvault\n");

@@ -8,7 +8,7 @@ namespace {
 
 class TraceTest : public Test {
 protected:
-    /// Program, process, lines and end of each run in the files.
+    /// Program, process, number of lines and end of each run in the files.
     [[nodiscard]] std::vector<std::string> Runs(const std::vector<const wchar_t*>& names) const
     {
         TraceReader reader;
@@ -31,7 +31,7 @@ protected:
     TempFolder m_folder;
 };
 
-/// An update that uses every key once, and what its run traces.
+/// An update that uses every key once, and the trace of its run.
 class TracedRunTest : public UpdateTest {
 protected:
     void UseEveryKey()
@@ -52,11 +52,11 @@ protected:
         m_installed.Write(L"config.xml", "<c><P><A>1</A></P></c>");
     }
 
-    /// Every operation traces a record that it cannot carry out, too.
+    /// Every operation traces this record, too, even if it cannot carry it out.
     static constexpr char kRecord[] = "{InstalledDir}Deep\\er!Name!REG_SZ!data";
     TempFolder m_installed;
     TempFolder m_traces;
-    std::size_t m_cCounted = 0;  // records whose line is counted
+    std::size_t m_cCounted = 0;  // records with a counted line
 };
 
 const std::string kDeploy = "@@@ Paramter is /DeployFramework";
@@ -65,7 +65,7 @@ const std::string kDecided = "@@@ NO need to apply new brand";
 
 }  // namespace
 
-TEST_F(TraceTest, RunsOfSeveralProcessesAreToldApartAndCutOffOnesAreCalledSo)
+TEST_F(TraceTest, RunsOfSeveralProcessesAreSeparatedAndCutOffOnesReported)
 {
     const std::string strUnknown =
         "!!! *** Frwk::Utility::GetInstalledFolder() - ProductPath cannot be read. [0x00000002]";
@@ -84,7 +84,7 @@ TEST_F(TraceTest, RunsOfSeveralProcessesAreToldApartAndCutOffOnesAreCalledSo)
         {{kDeploy, kStop, "@@@ tsProductName=='Keystride'"}, "whole"},
         {{kDeploy, kStop, "@@@ tsProductName=='Keystride'", ".w. RemindToReboot()"}, "cut off"},
         {{"!!! a", "!!! b"}, "2 unknown"},
-        {{"@@@ src: a, dst:b", kStop, kDecided}, "3 headless whole"},  // the file with its first line is gone
+        {{"@@@ src: a, dst:b", kStop, kDecided}, "3 headless whole"},  // the file with its first line is missing
     };
     for (const auto& [lines, szEnd] : rows) {
         std::string strLines;
@@ -93,7 +93,7 @@ TEST_F(TraceTest, RunsOfSeveralProcessesAreToldApartAndCutOffOnesAreCalledSo)
     }
 }
 
-TEST_F(TraceTest, RolledFilesAndThoseOfTheNextDayGoOnWithTheRun)
+TEST_F(TraceTest, RunsContinueInRolledFilesAndOnTheNextDay)
 {
     m_folder.Write(L"t_20261121.log.2", Line(1, "00d0", kDeploy));
     m_folder.Write(L"t_20261121.log.1", Line(2, "00d0", "@@@ a"));
@@ -123,7 +123,7 @@ TEST_F(TraceTest, RolledFilesAndThoseOfTheNextDayGoOnWithTheRun)
     }
 }
 
-TEST_F(TraceTest, AFailureComesWithItsCodeItsPageAndWhatItIsAbout)
+TEST_F(TraceTest, AFailureHasItsCodePageAndContext)
 {
     std::string strLines =
         Line(1, "00d0", kDeploy) + Line(2, "00d0", "@@@ src: a, dst:b") + Line(2, "00d0", "@@@ src: c, dst:d") +
@@ -169,7 +169,7 @@ TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
     EXPECT_EQ(cCounted, m_cCounted) << PrintToString(summary.figures) << PrintToString(lines);
     EXPECT_THAT(summary.figures, IsSupersetOf({L"1 folder to create", L"1 setting to carry over", L"3 registry records",
                                                L"1 change of the update information", L"1 command for the restart"}));
-    // Support and its tools know these texts.
+    // Support and its tools depend on these texts.
     const std::wstring tstrAgent = L"*** FrameworkDeployAgent::";
     const std::wstring tstrEnd = KzCommon::String::FromAnsi(kRecord) + L"]";
     EXPECT_THAT(lines, IsSupersetOf({tstrAgent + L"CreateDirBeforeReboot() - to add: [" + tstrEnd,
@@ -184,7 +184,7 @@ TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
                                      tstrAgent + L"PostRunScript() - add to sys RunOnce: [" + tstrEnd}));
 }
 
-TEST(FailureLinesTest, AFailureIsToldFromWhatLooksLikeOneAndItsCodeIsRead)
+TEST(KnownFailuresTest, HarmlessLinesAreRecognizedAndCodesAreRead)
 {
     const std::tuple<const wchar_t*, DWORD, bool> rows[] = {
         {L"*** ::DeleteFile(C:\\[0x1].lnk) failed. [0x00000002]", 2, false},

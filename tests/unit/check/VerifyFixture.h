@@ -1,11 +1,11 @@
-// An update and a machine, each in a folder of its own, and what "verify" says of them.
+// An update and a machine, each in its own folder, and the "verify" results.
 #pragma once
 
 #include "check/verify/Verify.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "unit/check/CheckFixture.h"
 
-/// An update in one folder and a machine, with its registry, in another.
+/// An update in one folder, and a machine with its registry in another.
 class VerifyTest : public UpdateTest {
 protected:
     VerifyTest() { WriteProduct(L"ProductPath", m_machine.Path()); }
@@ -17,7 +17,7 @@ protected:
         EXPECT_TRUE(CollectExpectedState(Open(), expected, tstrErrors)) << tstrErrors;
         return expected;
     }
-    /// "VERDICT what" for each promise, the install folder and the key left out, and the exit code in front.
+    /// "VERDICT what" for each item, without the install folder and the key, after the exit code.
     [[nodiscard]] std::vector<std::string> Verify(const ExpectedState& expected,
                                                   const std::wstring& tstrPending = {}) const
     {
@@ -36,7 +36,7 @@ protected:
         while (tstrText.find(L"  ") != std::wstring::npos) KzCommon::String::ReplaceAll(tstrText, L"  ", L" ");
         std::istringstream text(KzCommon::String::ToUtf8(tstrText));
         for (std::string strLine; std::getline(text, strLine);) found.push_back(strLine);
-        found.pop_back();  // the count
+        found.pop_back();  // the counts
         return found;
     }
 

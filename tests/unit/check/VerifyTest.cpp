@@ -63,12 +63,12 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
 }
 
-// What support sees: from the author's output, as Windows PowerShell 5.1 redirects it, to the customer's machine.
+// Support's case: the author's output, redirected by Windows PowerShell 5.1, on a customer's machine.
 TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
 {
     WriteProduct(L"Language", L"DE-DE");
     const std::string strMerge = "[QOR_CONFIG_MERGE]\nmigrate=/a\n";
-    // Instructions, a file of the update or not, and the update information that the machine has then.
+    // Instructions, whether the file is the update's, and the machine's update information.
     const std::tuple<std::string, bool, const char*> rows[] = {
         {strMerge + "[UPDATE_INFO]\nmodify=C!Component101_Version!3.9\nmodify=C!Same!1\n", false,
          "[C]\nSame=1\nComponent101_Version=3.9\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION},
@@ -110,7 +110,7 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         EXPECT_THAT(verify(Format::eJson), HasSubstr("\"complete\" : true"));
         ::DeleteFileW(m_machine.PathOf(L"a.dll").c_str());
     }
-    // A value that the machine had before, and one that it never had, are as promised without the update.
+    // Values that the machine already had or never had are as expected without the update.
     for (const wchar_t* const szName : {L"Share\\UI\\a.dll", L"Share\\Setting\\config_DE-DE.xml"})
         ::DeleteFileW(m_update.PathOf(std::wstring(L"Component\\p1\\") + szName).c_str());
     Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c><a>1</a></c>");
@@ -119,7 +119,7 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
     EXPECT_THAT(Verify(Collect()), Contains(StartsWith("UNKNOWN config.xml")));
 }
 
-TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
+TEST_F(VerifyTest, MergedSettingsAreCheckedByTheirContents)
 {
     Write(kInstructionFile, "[QOR_CONFIG_MERGE]\nmigrate=/b/new\nmigrate=/own\n");
     Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c><a>1</a><b><new/><new/></b></c>");
@@ -130,7 +130,7 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     ExpectedState expected;
     std::wstring tstrError;
     ASSERT_TRUE(ParseManifest(FormatManifest(made), expected, tstrError)) << ToUtf8(tstrError);
-    // The merged file, the one kept of the user's (null: none), and what is said of it.
+    // The merged file, the user's kept file (null: none), and the result.
     const std::tuple<const char*, const char*, const char*> rows[] = {
         {"<C><A>secret</A><b><New>2</New></b></C>", nullptr, "ARRIVED config.xml"},
         {"<c><a>secret</a><b/></c>", nullptr, "DIFFERENT config.xml (there is no /b/new)"},
@@ -147,7 +147,7 @@ TEST_F(VerifyTest, MergedSettingsAreJudgedByWhatTheyHold)
     }
     m_machine.Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c/>");
     EXPECT_THAT(Verify(expected).back(), StartsWith("LEFT IN DOWNLOAD config.xml"));
-    Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c>");  // refused, and deployed as it is
+    Write(L"Component\\p1\\Share\\Setting\\config_de-DE.xml", "<c>");  // refused, and deployed unchanged
     EXPECT_EQ(Collect().files.front().optContent.value_or(Content()).ullSize, 3U);
 }
 
@@ -160,7 +160,7 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
     };
     const std::wstring tstrFolder = m_machine.Path();
     const std::tuple<const char*, RawValue, const char*> rows[] = {
-        // REG_NONE: the value is not there
+        // REG_NONE: no value
         {"add=@!N!REG_DWORD!7\ndelete=software\\vault!n", RawNumber(7),
          "VALUE RIGHT HKEY_LOCAL_MACHINE\\software\\vault: n"},
         {"add=@!N!REG_DWORD!7\nadd=@!N!REG_DWORD!8", RawNumber(7),
@@ -190,7 +190,7 @@ TEST_F(VerifyTest, RegistryValuesAreWhatAllPassesTogetherMakeOfThem)
         if (is.dwType != REG_NONE) WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"N", is);
         EXPECT_EQ(verify(szRecords), szLine) << szRecords;
     }
-    // By its literal name nothing was there, so that the unnamed value was written.
+    // The literal name had no value, so the unnamed value was written.
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"x"));
     EXPECT_EQ(verify(kDefault), "VALUE RIGHT (unnamed)");
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"", RawText(L"y"));
@@ -242,7 +242,7 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     EXPECT_TRUE(Collect().deletions.empty()) << "without QOR_FILE";
     Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "[S]\n");
     Instruct("[UPDATE_INFO]\nmodify=S!K!a\n");
-    EXPECT_THAT(Collect().updateInfo, IsEmpty()) << "the update's own file replaces the one with the changes";
+    EXPECT_THAT(Collect().updateInfo, IsEmpty()) << "the update's own file replaces the changed one";
 }
 
 TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
@@ -275,7 +275,7 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     }
     m_machine.MakeFolder(L"Lang");
     for (const wchar_t* const szName : {L"Sub\\a1.dll", L"Sub\\b1.dll", L"Sub\\c1.dll"}) m_machine.Write(szName, "");
-    // A manifest from elsewhere may have them, too.
+    // A manifest from another source may have such places.
     expected.folders.emplace_back(L"{InstalledDir}/Lang/");
     expected.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
     expected.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
@@ -288,7 +288,7 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
                              StartsWith("REFUSED"), StartsWith("REFUSED {AppData}x")));
 }
 
-TEST_F(VerifyTest, WhatARunKeepsForTheUserIsNotDeletedByAPattern)
+TEST_F(VerifyTest, FilesKeptForTheUserAreNotDeletedByAPattern)
 {
     const std::tuple<const char*, const wchar_t*, const char*> rows[] = {
         {"*.xml", L"config.previous.xml", "DELETED *.xml"},
@@ -324,7 +324,7 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
     EXPECT_THAT(Verify(OneFile(L"{InstalledDir}console", L"Component\\x")), ElementsAre("1", "MISSING console"));
 }
 
-TEST_F(VerifyTest, AManifestSaysAllThatThePromisesSay)
+TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
 {
     Instruct(
         "[QOR_REGISTRY_PATCH]\nadd=@!A!REG_QDWORD!18446744073709551615\ndelete=@!B\n"

@@ -16,7 +16,7 @@ namespace {
 const std::wstring kSettings = L"Software\\Kazmere\\KZVLT\\1\\DebugLog";
 const std::wstring kSubKeys[] = {L"", L"\\InteractiveSession", L"\\ServiceSession", L"\\ProtectedSession"};
 
-/// The ten settings in the order in which they are read.
+/// The ten settings in reading order.
 const std::pair<std::wstring, RawValue> kValues[] = {
     // clang-format off
     {L"Enable", RawNumber(1)}, {L"Level", RawNumber(0x11)}, {L"LogProcess", RawNumber(3)},
@@ -24,7 +24,7 @@ const std::pair<std::wstring, RawValue> kValues[] = {
     {L"LogFile", RawText(L"fil")}, {L"LogExtension", RawText(L"ext")}, {L"Robust", RawNumber(5)},
     {L"Debugger", RawNumber(6)}};  // clang-format on
 
-/// What may go wrong inside a library.
+/// Possible faults inside a library.
 const char* const kFaults[] = {"access violation", "jump to nowhere", "exception of this compiler", "of another"};
 
 void CauseFault(std::size_t uFault)
@@ -132,7 +132,7 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
     };
     ::SetLastError(4711);
     EXPECT_TRUE(m_log.Trace("src/agent\\Brevant.cpp", 430, kTraceInfo, L"Paramter is %s", L"/Täst"));
-    EXPECT_EQ(4711U, ::GetLastError()) << "the caller still wants its code";
+    EXPECT_EQ(4711U, ::GetLastError()) << "the caller still needs its code";
     char szIds[32] = {};
     std::snprintf(szIds, sizeof(szIds), "%04lx:%04lx", ::GetCurrentProcessId(), ::GetCurrentThreadId());
     EXPECT_THAT(String::ToUtf8(m_recorder.Lines().back()),
@@ -163,9 +163,9 @@ TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
             };
             EXPECT_EQ(strFaulty != "open", Open());
             for (const char* szTime : {"first", "second"}) EXPECT_EQ(strFaulty == "close", Trace(kTraceInfo)) << szTime;
-            EXPECT_EQ(strFaulty == "close", m_log.Close()) << "nothing more is asked of it";
+            EXPECT_EQ(strFaulty == "close", m_log.Close()) << "it is not called again";
             m_recorder.m_onCall = {};
-            EXPECT_TRUE(Open()) << "a later trace is another matter";
+            EXPECT_TRUE(Open()) << "a later trace works again";
             EXPECT_TRUE(Trace(kTraceInfo));
             EXPECT_TRUE(m_log.Close());
         }

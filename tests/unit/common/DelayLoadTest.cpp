@@ -10,7 +10,7 @@ extern "C" FARPROC __imp_GetDoubleClickTime;
 
 namespace {
 
-// Of a function that nothing else here calls: its entry as the linker made it.
+// The unchanged entry of a function that no other code here calls.
 const FARPROC g_pStub = __imp_GetDoubleClickTime;
 
 template <class Target>
@@ -19,7 +19,7 @@ Target* At(ULONGLONG ullRva)
     return reinterpret_cast<Target*>(reinterpret_cast<ULONG_PTR>(&__ImageBase) + ullRva);
 }
 
-/// Gives every entry of the tables this protection.
+/// Sets the protection of every entry of the tables.
 void Protect(DWORD dwProtection)
 {
     for (const ImgDelayDescr* pLibrary : kDelayedLibraries) {
@@ -36,7 +36,7 @@ bool IsProtected(const FARPROC* pEntry)
     return ::VirtualQuery(pEntry, &page, sizeof(page)) && page.Protect == PAGE_READONLY;
 }
 
-// Where the linker keeps the tables is its own affair: some put them among what cannot be written.
+// Some linkers put the tables into read-only memory.
 TEST(DelayLoadTest, FillsTablesThatCannotBeWritten)
 {
     Protect(PAGE_READONLY);
@@ -50,7 +50,7 @@ TEST(DelayLoadTest, FillsTablesThatCannotBeWritten)
         for (auto* pEntry = At<FARPROC>(pLibrary->rvaIAT); *pEntry; ++pEntry, ++pName, ++cFunctions) {
             const char* szName = At<const IMAGE_IMPORT_BY_NAME>(pName->u1.AddressOfData)->Name;
             EXPECT_EQ(::GetProcAddress(hModule, szName), *pEntry) << szName;
-            EXPECT_TRUE(IsProtected(pEntry)) << szName << " can be written ever after";
+            EXPECT_TRUE(IsProtected(pEntry)) << szName << " stays writable";
         }
         EXPECT_FALSE(pName->u1.AddressOfData) << "as many functions as names";
     }

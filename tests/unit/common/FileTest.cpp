@@ -9,7 +9,7 @@ using namespace KzCommon;
 using namespace KzCommon::Storage;
 using ::testing::ElementsAre;
 
-TEST(File, FoldersAreCreatedWithTheirParentsAndToldFromFiles)
+TEST(File, FoldersAreCreatedWithTheirParents)
 {
     const TempFolder folder;
     folder.Write(L"dir\\file", "");
@@ -30,9 +30,9 @@ TEST(File, FoldersAreCreatedWithTheirParentsAndToldFromFiles)
     EXPECT_THAT(folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"dir\\", L"dir\\file", L"e\\", L"e\\f\\"));
 }
 
-TEST(File, WholeDrivesAndSharesAreToldFromWhatLiesInThem)
+TEST(File, WholeDrivesAndSharesAreRecognized)
 {
-    // A path, how many of its characters name the drive or share, and whether that is all.
+    // A path, the length of its drive or share, and whether that is the whole path.
     const std::tuple<const wchar_t*, std::size_t, bool> rows[] = {
         // clang-format off
         {L"C:\\", 2, true}, {L"C:\\a", 2, false}, {L"C:\\a\\..", 2, true}, {L"C:/", 2, true},

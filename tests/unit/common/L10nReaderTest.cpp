@@ -3,7 +3,7 @@
 #include "support/RegistryFixture.h"
 #include "support/TempFolder.h"
 
-/// The component "IEBHO" has its table below the install folder, which a test can choose.
+/// The table of "IEBHO" is below the install folder, which a test can choose.
 class L10nReaderTest : public RegistryTest {
 protected:
     L10nReaderTest() { WriteProduct(L"ProductPath", m_install.Path()); }
@@ -30,10 +30,10 @@ TEST_F(L10nReaderTest, FirstTextOfAKeyWinsAndOneMissingSectionFailsButKeepsTheOt
 
 TEST_F(L10nReaderTest, ASectionIsReadUpToTheLargestBufferAndNotInPart)
 {
-    // A buffer counts as full when all but its two closing zeros are used.
+    // A buffer is full when all but its two closing zeros are used.
     for (const std::size_t cchSection : {4093, 4094, 28669, 28670}) {
         CL10nReader reader(m_machine);
-        const std::string strText(cchSection - 3, 'x');  // and "K=", and the zero after the entry
+        const std::string strText(cchSection - 3, 'x');  // plus "K=" and the zero after the entry
         EXPECT_EQ(cchSection < 28670, Parse(reader, "[IEBHO]\nOwn=o\n[Global]\nK=" + strText + "\n")) << cchSection;
         EXPECT_EQ(cchSection < 28670, reader.GetString(L"K") != nullptr) << cchSection;
     }

@@ -16,7 +16,7 @@ protected:
     DWORD m_dwCode = 77;
 };
 
-/// Expects what the reads of a string, a double word, a quad word and bytes give, each "CODE:VALUE".
+/// Checks the results of reading a string, a double word, a quad word and bytes, each "CODE:VALUE".
 void ExpectReads(const std::wstring& tstrPath, const std::wstring& tstrName, const std::wstring (&expected)[4])
 {
     std::wstring tstrValue = L"default";
@@ -43,7 +43,7 @@ void ExpectReads(const std::wstring& tstrPath, const std::wstring& tstrName, con
 
 TEST_F(RegistryStorage, EveryReadTakesItsOwnTypesAndLeavesTheDefaultOtherwise)
 {
-    // The value, the only read that takes it (0 string, 1 double word, 2 quad word, 3 bytes), what that gives.
+    // The value, the only read that accepts it (0 string, 1 double word, 2 quad word, 3 bytes), and its result.
     const std::tuple<RawValue, std::size_t, std::wstring> rows[] = {
         // clang-format off
         {RawText(L"text"), 0, L"text"}, {{REG_SZ, ""}, 0, L""}, {RawText(L"first\0second"s), 0, L"first"},
@@ -106,7 +106,7 @@ TEST_F(RegistryStorage, AnObjectThatOpensAnotherKeyWorksOnThatOne)
     EXPECT_EQ(ERROR_FILE_NOT_FOUND, CodeOf([&] { m_registry.DeleteSubKey(L"a"); }));
 }
 
-// The tests' own safety: each of these would otherwise write into the registry of the machine it is run on.
+// Protects the developer's machine: without redirection each of these would write to its registry.
 TEST_F(RegistryStorage, NoTestBeginsWithoutRedirection)
 {
     for (const HKEY hRoot : {HKEY_LOCAL_MACHINE, HKEY_CLASSES_ROOT}) {

@@ -25,7 +25,7 @@ namespace {
 
 constexpr DWORD kLocked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
 
-/// Access control list of a file as text.
+/// The access control list of a file as text.
 std::wstring AccessOf(const std::wstring& tstrPath)
 {
     BYTE descriptor[4096] = {};
@@ -39,7 +39,7 @@ std::wstring AccessOf(const std::wstring& tstrPath)
     return tstrText;
 }
 
-/// Closes a file to all but administrators and whoever is at the machine.
+/// Closes a file to everyone except administrators and the interactive user.
 void Close(const std::wstring& tstrPath)
 {
     void* pDescriptor = nullptr;
@@ -54,13 +54,12 @@ UniqueFile Hold(const std::wstring& tstrPath)
     return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-/// Every way of reading or changing a file: does it to "new" and "old" of the folder, what "old" holds when it
-/// succeeds.
+/// Every way to read or change a file: applies it to "new" and "old" of the folder; the content of "old" on success.
 struct Way {
     const char* szName;
     std::function<bool(const TempFolder&, DWORD*)> act;
     std::optional<std::string> expected;
-    bool bUnlocks;  // a read-only file is no obstacle
+    bool bUnlocks;  // works on a read-only file
 };
 std::string s_strRead;
 enum { eRead, eCopy, eBackup, eReplaceWhole, eDelete, eDeleteFiles };
@@ -78,7 +77,7 @@ const Way kWays[] = {
     {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
      std::nullopt, true}};  // clang-format on
 
-/// A name as the process of that id makes it.
+/// A temporary file's name created by the process with that id.
 std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
 {
     wchar_t szName[40] = {};
@@ -86,7 +85,7 @@ std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
     return szName;
 }
 
-/// Whether the process has its privilege to restore files switched on.
+/// Whether the process has its restore privilege enabled.
 bool MayRestore()
 {
     UniqueKernelHandle token;
@@ -104,7 +103,7 @@ bool MayRestore()
 
 }  // namespace
 
-TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCode)
+TEST(Replace, FilesInUseAreRetriedAndFailWithTheirCode)
 {
     for (const Way& way : kWays) {
         SCOPED_TRACE(way.szName);
@@ -120,10 +119,10 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         held = Hold(folder.PathOf(L"new"));
         release = std::jthread([&] { ::Sleep(300), held.Reset(); });
         folder.Write(L"old", "o");
-        EXPECT_TRUE(way.act(folder, &dwError)) << "its source held: " << dwError;
+        EXPECT_TRUE(way.act(folder, &dwError)) << "its source is in use: " << dwError;
         release.join();
 
-        // Two files held take no longer than one, and keep their attributes.
+        // Waiting for two files in use takes no longer than for one, and both keep their attributes.
         const std::wstring tstrLocked = folder.Write(L"old", "o");
         held = Hold(tstrLocked);
         if (way.bUnlocks) ::SetFileAttributesW(tstrLocked.c_str(), kLocked);
@@ -138,7 +137,7 @@ TEST(Replace, WhatIsHeldForAMomentIsWaitedForAndWhatIsHeldForGoodFailsWithItsCod
         held.Reset();
         EXPECT_EQ("o", folder.Read(L"old"));
         EXPECT_EQ(way.bUnlocks ? kLocked : 0, ::GetFileAttributesW(tstrLocked.c_str()) & kLocked);
-        EXPECT_THAT(folder.List(), ElementsAre(L"new", L"o2", L"old")) << "nothing stays behind";
+        EXPECT_THAT(folder.List(), ElementsAre(L"new", L"o2", L"old")) << "no temporary file is left";
     }
 }
 
@@ -208,7 +207,7 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
         EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(TemporaryName(::GetCurrentProcessId(), 0)))) << "from the start";
     }
     for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole]}) {
-        // A second name of the old file shows what would have become of its content: it is replaced, not written to.
+        // A hard link to the old file shows that its content is replaced, not overwritten.
         ASSERT_TRUE(::CreateHardLinkW(folder.PathOf(L"second").c_str(), tstrOld.c_str(), nullptr));
         EXPECT_TRUE(way.act(folder, nullptr)) << way.szName;
         EXPECT_EQ(tstrClosed, AccessOf(tstrOld)) << way.szName;
@@ -224,7 +223,7 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
     EXPECT_THAT(folder.List(), ElementsAre(L"kept", L"new", L"old"));
 }
 
-TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsReported)
+TEST(Replace, WithoutATemporaryFileTheTargetIsOverwrittenOrItsCodeReported)
 {
     const TempFolder folder;
     const std::wstring tstrNew = folder.Write(L"new", "n");
@@ -246,7 +245,7 @@ TEST(Replace, WithoutPlaceForATemporaryFileTheCopyGoesOntoTheTargetAndItsCodeIsR
     EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, dwError);
 }
 
-TEST(Replace, WhatEndedRunsLeftGoesWhatARunningOneWritesStays)
+TEST(Replace, OnlyLeftoversOfEndedRunsAreDeleted)
 {
     STARTUPINFOA start{};
     start.cb = sizeof(start);
@@ -295,7 +294,7 @@ TEST(Replace, ALockedFolderCannotBeExchangedAndKnowsItsOwnFiles)
     EXPECT_TRUE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
 }
 
-TEST(Replace, AFolderIsHeldByItsShortNamesToo)
+TEST(Replace, AFolderIsLockedByItsShortNamesToo)
 {
     const TempFolder folder;
     folder.Write(L"A long name of a folder\\And another in it\\new", "new");
@@ -310,9 +309,9 @@ TEST(Replace, AFolderIsHeldByItsShortNamesToo)
     EXPECT_EQ(folder.Read(L"A long name of a folder\\And another in it\\copy"), "new");
 }
 
-TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
+TEST(Replace, ARestrictedOwnerIsSetLastOrTraced)
 {
-    ASSERT_FALSE(MayRestore()) << "the privilege is not switched on by default";
+    ASSERT_FALSE(MayRestore()) << "the privilege is disabled by default";
     for (const DWORD dwRefused : {ERROR_SUCCESS, ERROR_INVALID_OWNER, ERROR_ACCESS_DENIED}) {
         for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole], kWays[eBackup]}) {
             SCOPED_TRACE(way.szName + std::to_string(dwRefused));
@@ -334,7 +333,7 @@ TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
             DWORD dwError = 0;
             EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
             EXPECT_EQ("n", folder.Read(L"old"));
-            EXPECT_EQ("o", folder.Read(L"second")) << "replaced, not written to";
+            EXPECT_EQ("o", folder.Read(L"second")) << "replaced, not overwritten";
             EXPECT_EQ(1U, cGiven);
             EXPECT_FALSE(MayRestore()) << "for that call only";
             const std::string strLine = "!!! *** KzCommon::Storage::File - [" + String::ToUtf8(folder.PathOf(L"old")) +
@@ -345,7 +344,7 @@ TEST(Replace, AnOwnerWhomOnlyTheSystemMayNameIsGivenLastOrLeavesItsLine)
     }
 }
 
-TEST(Replace, ReadersWhoLetAFileBeDeletedDoNotStopItsReplacementWhereTheSystemCanDoThat)
+TEST(Replace, ReadersWithSharedDeletionDoNotBlockAReplacement)
 {
     for (const bool bKnown : {true, false}) {
         const TempFolder folder;
@@ -384,13 +383,13 @@ TEST(Replace, AMappedFileCountsAsInUse)
     EXPECT_EQ(3U, cAttempts);
 }
 
-TEST(Replace, AFileThatOnlyItsFolderLetsOneDeleteIsDeleted)
+TEST(Replace, AFileIsDeletedWithTheRightsOfItsFolder)
 {
     for (const int nWay : {eDelete, eDeleteFiles}) {
         const TempFolder folder;
         folder.Write(L"old", "o");
         SystemWatch watch(folder.Path());
-        // No right over the file: not to write its attributes, nor to wait for it, which CreateFileW always asks for.
+        // No rights on the file: neither to write its attributes nor SYNCHRONIZE, which CreateFileW always requests.
         watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) -> DWORD {
             return strCall == "CreateFileW" && tstrPlace.ends_with(L"\\old") ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
         };
@@ -402,7 +401,7 @@ TEST(Replace, AFileThatOnlyItsFolderLetsOneDeleteIsDeleted)
     }
 }
 
-TEST(Replace, FilesInTheRootOfAMountedVolumeAreDeletedAndThoseBehindSomebodysLinkToItAreNot)
+TEST(Replace, FilesOfAMountedVolumeAreDeletedButNotThroughAUsersLink)
 {
     for (const std::wstring tstrFolder : {L"Mount", L"Mount\\inside", L"Link"}) {
         SCOPED_TRACE(String::ToUtf8(tstrFolder));

@@ -1,4 +1,4 @@
-// Where settings come from: INI values and the product key.
+// Sources of settings: INI values and the product key.
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_IniFile.h"
 #include "common/KzComn_Process.h"
@@ -66,12 +66,12 @@ TEST(IniFileTest, ASectionComesWholeInItsOrderOrNotAtAll)
         const Ini::Section missing = Ini::ReadSection(tstrPath, szSection, kSmall);
         EXPECT_EQ(Ini::SectionOutcome::eFailed, missing.eOutcome) << KzCommon::String::ToUtf8(szSection);
         EXPECT_NE(0U, missing.dwError) << "a failure has a code";
-        EXPECT_NE(77U, missing.dwError) << "and not that of a call before it";
+        EXPECT_NE(77U, missing.dwError) << "and not the code of an earlier call";
         EXPECT_TRUE(missing.entries.empty());
     }
 }
 
-TEST(ProcessTest, PathsOutOfSettingsAreExpandedAndRelativeOnesLieBesideTheProgram)
+TEST(ProcessTest, PathsInSettingsAreExpandedAndRelativeToTheProgram)
 {
     using namespace KzCommon::Process;
     ::SetEnvironmentVariableW(L"BREVANT_TEST", L"\u00FC");
@@ -92,7 +92,7 @@ TEST_F(ProductKeyTest, InstallFolderEndsInABackslashAndNothingEmptyIsWritten)
 {
     const RecordedTrace trace;
     EXPECT_EQ(L"", GetInstalledFolder(m_machine));
-    EXPECT_EQ(1U, trace.Messages().size()) << "an unknown install folder is worth a line";
+    EXPECT_EQ(1U, trace.Messages().size()) << "an unknown install folder is traced";
     for (const wchar_t* szPath : {L"C:\\P", L"C:\\P\\", L""}) {
         WriteToRegHKLM_KZVLT(m_machine, L"ProductPath", szPath);
         EXPECT_EQ(L"C:\\P\\", GetInstalledFolder(m_machine));

@@ -49,7 +49,7 @@ TEST(String, PathsAreFullOnlyWithADriveAndASlashOrAsAShare)
          {L"", L"a", L"C:", L"C:a", L"C:a\\b", L"\\a", L"/a\\b", L"..\\a", L"a\\b", L".\\", L"\\"}) {
         EXPECT_FALSE(IsFullPath(szPath)) << ToUtf8(szPath);
     }
-    // Folder, name, and what joining them and going below gives.
+    // Folder, name, and the results of JoinPath() and FolderBelow().
     const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*> rows[] = {
         // clang-format off
         {L"C:\\a", L"b", L"C:\\a\\b", L"C:\\a\\b\\"}, {L"C:\\a\\", L"b\\", L"C:\\a\\b\\", L"C:\\a\\b\\"},

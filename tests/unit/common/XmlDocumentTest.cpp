@@ -53,7 +53,7 @@ TEST(Xml, SingleByteEncodingsAreReadAndMultiByteOnesRefused)
         {"Windows-1251", "\xC0", "\u0410"}, {"cp1250", "\xB9", "\u0105"}, {"KOI8-R", "\xC1", "\u0430"},
         {"koi8-u", "\xA4", "\u0454"}, {"iso-8859-15", "\xA4", "\u20AC"}, {"ISO-8859-2", "\xB1", "\u0105"},
         {"IBM850", "\x84", "\u00E4"}, {"cp437", "\x9C", "\u00A3"},
-        {"windows-1253", "\xD2", nullptr},  // stands for nothing in there
+        {"windows-1253", "\xD2", nullptr},  // not a character in this encoding
         {"cp932", "a", nullptr}, {"cp65001", "a", nullptr}, {"cp0", "a", nullptr}, {"cp037", "a", nullptr},
         {"windows-", "a", nullptr}, {"windows-1252x", "a", nullptr}, {"windows--4", "a", nullptr},
         {"koi8", "a", nullptr}, {"iso-8859-99", "a", nullptr}, {"cp4294968548", "a", nullptr}};  // clang-format on
@@ -81,7 +81,7 @@ TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
         {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
     const auto document = XmlParser().ParseText("<r>new</r>");
     KzCommon::WindowsMachine machine;
-    XmlParser parser;  // one for all: what one file leaves behind must not reach the next
+    XmlParser parser;  // one for all: a file must not affect the next one
     for (const auto& [tstrPath, lRead, lWritten] : rows) {
         SCOPED_TRACE(KzCommon::String::ToUtf8(tstrPath));
         EXPECT_EQ(CodeOf([&] { static_cast<void>(parser.ParseFile(tstrPath)); }), lRead);
@@ -89,7 +89,7 @@ TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
         if (lWritten != 0) continue;
         EXPECT_EQ(parser.ParseFile(tstrPath)->GetRoot()->GetText(), L"new");
     }
-    EXPECT_EQ(folder.List().size(), 5U) << "nothing is left beside the files";
+    EXPECT_EQ(folder.List().size(), 5U) << "no temporary files are left";
     EXPECT_EQ(CodeOf([&] { static_cast<void>(parser.ParseFile(L"")); }), ERROR_BAD_ARGUMENTS);
 }
 
@@ -127,7 +127,7 @@ TEST(Xml, ElementsAreAddedUnderTheNamesThatCanBeReadAgain)
         const auto again = XmlParser().ParseText(XmlWriter::ToText(*document));
         EXPECT_TRUE(again->GetRoot()->FindChild(szGood)) << KzCommon::String::ToUtf8(szGood);
     }
-    // Among them: what names only a part, a sign, a combining accent in front, what Expat does not know, half a pair.
+    // Among them: a colon only, a sign, a leading combining accent, a name unknown to Expat, an unpaired surrogate.
     const auto document = XmlParser().ParseText("<r/>");
     for (const std::wstring& tstrBad :
          {L""s,        L"1a"s,     L"a b"s,      L" a"s,           L"a\n"s,        L"a>"s,
@@ -139,7 +139,7 @@ TEST(Xml, ElementsAreAddedUnderTheNamesThatCanBeReadAgain)
     }
 }
 
-TEST(Xml, ElementsAreFoundAndChangedWithoutTouchingWhatSurroundsThem)
+TEST(Xml, ElementsAreFoundAndChangedWithoutOtherChanges)
 {
     const auto document =
         XmlParser().ParseText("<r>\n  <a A='1' a='2'>1<!-- kept --><i>-</i><![CDATA[2]]></a>\n\n  <b/>\n</r>");

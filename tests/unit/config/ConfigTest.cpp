@@ -14,7 +14,7 @@ namespace {
 constexpr DWORD kQuery = CConfigProvider::kQuery, kWrite = CConfigProvider::kWrite, kRefused = 0x10000008;
 const wchar_t kTarget[] = L"new\\config.xml";
 const std::wstring kFirstForm = L"AAECAwQFBgcICQoLdGJe4AdZrks2Rh0EI2eJX9yzAiygF72tD8ow";
-const std::wstring kBoundForm = L"2:AAECAwQFBgcICQoLdGJe4AdZrks2Rh1oXsZIZ6EtYdZPO96QgKj7";  // of "/P/Secret"
+const std::wstring kBoundForm = L"2:AAECAwQFBgcICQoLdGJe4AdZrks2Rh1oXsZIZ6EtYdZPO96QgKj7";  // for "/P/Secret"
 
 /// JSON written with single quotes.
 Json::Value FromText(std::string strJson)
@@ -53,7 +53,7 @@ protected:
     {
         return m_protection.Unprotect(*Config::TagPath::Parse(szPath), tstrText, m_clear, m_dwError);
     }
-    /// Queries tags out of an installed file, or writes them into one that holds `strDocument` before.
+    /// Queries tags from an installed file, or writes them to one with the content `strDocument`.
     DWORD Send(DWORD dwMessage, const std::string& strDocument, Json::Value& data)
     {
         if (!strDocument.empty()) m_install.Write(dwMessage == kQuery ? L"config.xml" : kTarget, strDocument);
@@ -90,7 +90,7 @@ TEST_F(ConfigTest, ProtectedValuesComeBackAndNoTwoTextsAreAlike)
 
 TEST_F(ConfigTest, ProtectedValuesCountForTheirTagOnly)
 {
-    // Files of installed products must stay readable: made with another implementation, nonce 00 01 ... 0B.
+    // Files of installed products must stay readable: created with another implementation, nonce 00 01 ... 0B.
     const std::tuple<std::wstring, const wchar_t*, bool> rows[] = {
         {kFirstForm, L"/P/Secret", true},         {kFirstForm, L"/Other", true},
         {kBoundForm, L"/p//SECRET/", true},       {kBoundForm, L"/P/Secret2", false},
@@ -106,7 +106,7 @@ TEST_F(ConfigTest, ProtectedValuesCountForTheirTagOnly)
 TEST_F(ConfigTest, ChangedProtectedValuesAreRefused)
 {
     const std::wstring tstrText = Protected(L"secret");
-    // The last character before "==" has bits that stand for nothing.
+    // The last character before "==" has unused bits.
     for (std::size_t uAt = 2; uAt + 3 < tstrText.size(); ++uAt) {
         std::wstring tstrChanged = tstrText;
         tstrChanged[uAt] = tstrChanged[uAt] == L'A' ? L'B' : L'A';
@@ -175,7 +175,7 @@ TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
         EXPECT_EQ(Send(kWrite, Document(strBefore), data), dwResult);
         std::string strExpected = strBefore;
         strExpected.replace(strExpected.find(strReplaced), strReplaced.size(), szBy);
-        // Without a change not even the quotation marks change.
+        // Without a change even the quotation marks stay.
         if (*szBy) std::replace(strExpected.begin(), strExpected.end(), '\'', '"');
         EXPECT_EQ(Target(), Document(strExpected));
     }
@@ -198,9 +198,9 @@ TEST_F(ConfigTest, ASecretIsMergedWithoutBeingSeenOrChangedTwice)
     EXPECT_THAT(strOnce, EndsWith("=</C><N>7</N><T type=\"bool\">1</T></Config>"))
         << "encrypted, in clear, of the old type";
     EXPECT_EQ(Send(kWrite, "", data), 0U);
-    EXPECT_EQ(Target(), strOnce) << "what was encrypted is the same value";
+    EXPECT_EQ(Target(), strOnce) << "the encrypted value is the same";
 
-    // Never into a file in clear without being told to; refused when it is no longer what it was.
+    // Never written in clear without a request; refused after a modification.
     EXPECT_EQ(Send(kWrite, Document(""), data), 0U);
     EXPECT_THAT(Target(), HasSubstr(strTag + strOld + "</P>"));
     for (const std::string& strForged : {"2:AAAA" + strOld.substr(6), strNumber, strOld.substr(2)}) {
@@ -226,11 +226,11 @@ TEST_F(ConfigTest, AProtectedValueOfTheFirstFormIsWrittenInTodays)
     EXPECT_EQ(Target(), strOnce) << "written twice, it is the same";
 }
 
-TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
+TEST_F(ConfigTest, SecretsOfTheProgramAreNeverInClear)
 {
     const std::tuple<const char*, const char*, bool> rows[] = {
         // clang-format off
-        // shipped settings of the proxy, what becomes of the first, traced
+        // the update's proxy settings, the result for the first one, whether it is traced
         {"<Password/>", "<Password protected=\"1\">2:", true},
         {"<Password>hunter2</Password>", "<Password protected=\"1\">2:", true},
         {"<PASSWORD Protected='1' a='b'/>", "<PASSWORD a=\"b\" protected=\"1\">2:", true},
@@ -239,7 +239,7 @@ TEST_F(ConfigTest, WhatTheProgramCallsSecretIsNeverInClear)
         {"<Password>1</Password><Password protected='1'/>", "<Password protected=\"1\">2:", true},
         {"<Password protected='1'/>", "<Password protected=\"1\">2:", false},
         {"", "<Password protected=\"1\">2:", false},
-        // What is no secret of the program's is protected where its author meant it to be, and not where he did not.
+        // A setting that the program does not call secret is protected only if its author marked it.
         {"<P Protected='true'/>", "<P protected=\"1\">2:", false},
         {"<P protected='no'/>", "<P protected=\"no\">open<", false}};
     // clang-format on
@@ -288,7 +288,7 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
     EXPECT_THAT(Target(), HasSubstr("<A>b</A>")) << "without a query in the session";
 }
 
-TEST_F(ConfigTest, WhatCannotBeDoneIsAFailureCodeAndLeavesTheFile)
+TEST_F(ConfigTest, FailuresHaveACodeAndKeepTheFile)
 {
     const std::tuple<DWORD, const char*, DWORD> rows[] = {
         // clang-format off

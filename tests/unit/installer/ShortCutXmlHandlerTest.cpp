@@ -41,7 +41,7 @@ std::string Describe(const std::string& strDesktop, const std::string& strMenu =
            "</StartMenu></S>";
 }
 
-/// All-users desktop ("D") and Start menu ("M") in a folder of the test's own.
+/// All-users desktop ("D") and Start menu ("M") in a private folder of the test.
 class ShortCutTest : public RegistryTest {
 protected:
     void SetUp() override
@@ -66,7 +66,7 @@ protected:
         return bRemove ? handler.RemoveShortCuts() : handler.CreateShortCuts(m_install.Path());
     }
     bool Remove(const std::string& strDescription) const { return Create(strDescription, true); }
-    /// What the description plans to leave in the places, in one text as Found() has it, and whom it refuses.
+    /// The planned items in the form of Found(), and the refused ones.
     std::string Planned(const std::string& strDescription, ShortcutWalk eWalk = ShortcutWalk::eCreate) const
     {
         const auto document = Storage::XmlParser().ParseFile(m_install.Write(L"s.xml", strDescription));
@@ -84,7 +84,7 @@ protected:
         for (const std::wstring& tstrItem : items) tstrPlanned += tstrItem + L" ";
         return String::ToUtf8(tstrPlanned);
     }
-    /// What is on desktop and Start menu, in one text.
+    /// The contents of desktop and Start menu as one text.
     std::string Found() const
     {
         std::wstring tstrFound;
@@ -94,7 +94,7 @@ protected:
         return String::ToUtf8(tstrFound);
     }
 
-    /// How many lines of the trace begin like this.
+    /// The number of trace lines with this beginning.
     std::ptrdiff_t CountTraced(const std::string& strStart) const
     {
         const std::vector<std::string> messages = m_trace.Messages();
@@ -114,12 +114,12 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
         // clang-format off
         {Describe(Link("A"), InFolder("F", InFolder("G", Link("C")) + Link("B"))),
          "D\\A.lnk M\\F\\ M\\F\\B.lnk M\\F\\G\\ M\\F\\G\\C.lnk "},
-        // Any child of the desktop is a shortcut; directly below the Start menu none is.
+        // Every child of the desktop is a shortcut, but no child of the Start menu itself.
         {Describe("<Any>A</Any>", Link("B") + "<Group name='G'>" + Link("C") + "</Group>"), "D\\A.lnk "},
         {"<S><Desktop available='0'>" + Link("A") + "</Desktop><Desktop>" + Link("A") + "</Desktop>" +
          "<StartMenu available='true'><Folder name='F'/></StartMenu><!-- -->"
          "<DESKTOP available='1'><SHORTCUT>B</SHORTCUT></DESKTOP></S>", "D\\B.lnk "},
-        // A name of several levels; the programs folder itself; a link in a folder that another one brings.
+        // A name with several levels; the programs folder itself; a link in a folder of another element.
         {Describe("", InFolder("K\\L", Link("A")) + InFolder("N/O\\", InFolder("", Link("P")))),
          "M\\K\\ M\\K\\L\\ M\\K\\L\\A.lnk M\\N\\ M\\N\\O\\ M\\N\\O\\P.lnk "},
         {Describe("", "<Folder>" + Link("A") + "</Folder>" + InFolder(".", Link("B") + InFolder("Q", "")) +
@@ -140,7 +140,7 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
     EXPECT_EQ(14, CountTraced("!!! *** [")) << "each refused name is traced";
 }
 
-TEST_F(ShortCutTest, ANameThatTheSystemRefusesAndALinkThatIsHeldDoNoHarmToTheOthers)
+TEST_F(ShortCutTest, ARefusedNameOrALinkInUseDoesNotAffectOthers)
 {
     const std::string strLong(230, 'x');
     const std::string strDescription = Describe(Link("None\\A") + Link(strLong + strLong) + Link("a|b") + Link("B"),
@@ -161,10 +161,10 @@ TEST_F(ShortCutTest, ANameThatTheSystemRefusesAndALinkThatIsHeldDoNoHarmToTheOth
     EXPECT_EQ(5, CountTraced("!!! *** ::DeleteFile("));
 }
 
-TEST_F(ShortCutTest, ALinkThatIsHeldForAMomentIsWaitedForAndAFolderInItsPlaceIsNot)
+TEST_F(ShortCutTest, ALinkInUseIsRetriedButNotAFolderInItsPlace)
 {
     const std::wstring tstrLink = m_shell.PathOf(L"D\\A.lnk");
-    ASSERT_TRUE(Links::CreateShortcut(tstrLink, {}));  // the first of a process takes its time
+    ASSERT_TRUE(Links::CreateShortcut(tstrLink, {}));  // the first one in a process is slow
     const std::optional<std::string> old = m_shell.Read(L"D\\A.lnk");
     UniqueFile held(::CreateFileW(tstrLink.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
     std::jthread release([&] { ::Sleep(300), held.Reset(); });
@@ -213,7 +213,7 @@ TEST_F(ShortCutTest, TheSiblingSuitesBundleKeepsTheDesktopFree)
     }
 }
 
-TEST_F(ShortCutTest, AnUnreachableStartMenuEndsTheWalkAndAnUnreachableDesktopDoesNot)
+TEST_F(ShortCutTest, OnlyAMissingStartMenuEndsTheWalk)
 {
     const std::string strDescription = "<S><Desktop available='1'>" + Link("A") +
                                        "</Desktop><StartMenu available='1'><Folder name='F'/></StartMenu>"
@@ -223,14 +223,14 @@ TEST_F(ShortCutTest, AnUnreachableStartMenuEndsTheWalkAndAnUnreachableDesktopDoe
     EXPECT_TRUE(handler.ParseXml(m_install.Write(L"s.xml", strDescription)));
     EXPECT_FALSE(handler.CreateShortCuts(m_install.Path()));
     EXPECT_FALSE(handler.CreateShortCuts(m_install.Path()));
-    EXPECT_EQ(1, CountTraced("!!! *** Xml is not parsed.")) << "the file is forgotten";
+    EXPECT_EQ(1, CountTraced("!!! *** Xml is not parsed.")) << "the file is discarded";
     EXPECT_EQ("D\\A.lnk ", Found());
     SetFolders(L"Q:\\none", m_shell.PathOf(L"M"));
     EXPECT_TRUE(Create(strDescription));
     EXPECT_EQ("D\\A.lnk M\\F\\ ", Found());
 }
 
-TEST_F(ShortCutTest, FoldersWithoutEndStopAtTheLongestPath)
+TEST_F(ShortCutTest, EndlessFoldersStopAtTheLongestPath)
 {
     const std::string strLongest(kLongestFolder - m_shell.PathOf(L"M\\").size(), 'x');
     std::string strFolders;
@@ -244,7 +244,7 @@ TEST_F(ShortCutTest, FoldersWithoutEndStopAtTheLongestPath)
     EXPECT_EQ("", Found());
 }
 
-TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOtherPlaces)
+TEST_F(ShortCutTest, RemovesEmptyFoldersLevelByLevelButNoLinks)
 {
     const std::tuple<std::vector<const wchar_t*>, std::string, std::string> rows[] = {
         // clang-format off
@@ -281,7 +281,7 @@ TEST_F(ShortCutTest, RemovesFoldersLevelByLevelAsFarAsTheyAreEmptyAndNoLinksToOt
 
 TEST_F(ShortCutTest, RemovesOnlyWhatIsDescribedAndUnpinsItBefore)
 {
-    const SystemWatch watch(m_shell.Path());  // which puts the user's profile into the sandbox
+    const SystemWatch watch(m_shell.Path());  // moves the user's profile into the sandbox
     const std::wstring tstrPinned =
         L"Shell\\AppData\\Roaming\\Microsoft\\Internet Explorer\\Quick Launch\\User Pinned\\";
     const std::wstring tstrTaskbarLink = m_shell.Write(tstrPinned + L"Taskbar\\Kazmere Qorvault.lnk", "");

@@ -30,9 +30,9 @@ DebugLogConfig ConfigFor(const std::wstring& tstrFolder)
 
 bool s_bDebuggerTold = false;
 
-std::wstring s_tstrServiceTemp;  // what GetTempPath2W tells; empty for a Windows that has none
+std::wstring s_tstrServiceTemp;  // result of GetTempPath2W; empty for a Windows without it
 
-/// kernel32 itself, or this program, which exports what a newer one has besides.
+/// kernel32, or this program, which exports functions of a newer one as well.
 HMODULE WINAPI FindModule(LPCWSTR szName)
 {
     const HMODULE hKernel = ::LoadLibraryW(L"kernel32.dll");
@@ -49,7 +49,7 @@ ULONGLONG TimeOf(const std::function<void()>& action)
     return ::GetTickCount64() - ullStart;
 }
 
-/// An open trace; closed when it goes.
+/// An open trace; the destructor closes it.
 class Trace {
 public:
     explicit Trace(const DebugLogConfig& config) { EXPECT_EQ(0U, KzDbgInitialize(&m_pTrace, &config)); }
@@ -65,7 +65,7 @@ private:
 
 }  // namespace
 
-// In the place of the imported function.
+// Replaces the imported function.
 extern "C" decltype(&::GetModuleHandleW) __imp_GetModuleHandleW;
 decltype(&::GetModuleHandleW) __imp_GetModuleHandleW = &FindModule;
 
@@ -80,7 +80,7 @@ namespace {
 
 class KzDbgTest : public Test {
 protected:
-    /// What a log file holds, or how many bytes when they are too many to be looked at.
+    /// The content of a log file, or its size if it is large.
     std::string Log(const std::wstring& tstrEnd = L"") const
     {
         const std::string strBytes = m_folder.Read(m_tstrLog + tstrEnd).value_or("");
@@ -101,11 +101,11 @@ protected:
 
 }  // namespace
 
-TEST_F(KzDbgTest, FileIsNamedAfterTheSettingsAndTheDayAndHoldsLinesInUtf8BehindOneMark)
+TEST_F(KzDbgTest, TheFileNameFollowsSettingsAndDayAndTheLinesAreUtf8WithOneBom)
 {
     ::SetEnvironmentVariableW(L"KZDBG_TEST_FOLDER", m_folder.Path().c_str());
     const std::wstring tstrProcess = L"_" + std::to_wstring(::GetCurrentProcessId());
-    // The folder (the temporary one for none), whether file, process and date are asked for, the extension; the file.
+    // The folder (empty: the temporary one), whether file, process and date are configured, the extension; the file.
     const std::tuple<std::wstring, bool, std::wstring, std::wstring> rows[] = {
         // clang-format off
         {m_folder.Path(), false, L"log", L"KZVLT_Brevant.log"},
@@ -126,7 +126,7 @@ TEST_F(KzDbgTest, FileIsNamedAfterTheSettingsAndTheDayAndHoldsLinesInUtf8BehindO
     }
 }
 
-TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
+TEST_F(KzDbgTest, AFullFileRollsOverAndTheOldestIsDeletedUnlessInUse)
 {
     for (const char* szOld : {"1", "2", "3"}) m_folder.Write(m_tstrLog + L"." + std::wstring(1, szOld[0]), szOld);
     std::filesystem::resize_file(m_path, KzDbg::kFullBytes - 1);
@@ -134,7 +134,7 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     const Trace first(m_config), second(m_config);
     first.Line(L"fills");
     first.Line(L"still here");
-    EXPECT_EQ("1", Log(L".1")) << "nothing moves when the file itself cannot";
+    EXPECT_EQ("1", Log(L".1")) << "nothing moves if the file itself cannot be moved";
     reader = Hold(m_tstrLog + L".3", FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     {
         SharedLock lock(m_folder.Path() + m_tstrLog);
@@ -148,13 +148,13 @@ TEST_F(KzDbgTest, FullFileRollsOverAndTheOldestGoesUnlessAReaderHindersIt)
     EXPECT_EQ(kMark + "newer", Log()) << "a writer must not stay with the rolled file";
     EXPECT_EQ("full + 15", Log(L".1"));
     EXPECT_EQ("1", Log(L".2"));
-    EXPECT_EQ("2", Log(L".3")) << "somebody who reads the oldest file and lets it be deleted is no obstacle";
+    EXPECT_EQ("2", Log(L".3")) << "a reader of the oldest file with shared deletion does not block";
     EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1", m_tstrLog + L".2", m_tstrLog + L".3"));
 
     std::filesystem::resize_file(m_path, KzDbg::kFullBytes);
     reader = Hold(m_tstrLog + L".1", FILE_SHARE_READ);
     first.Line(L"!");
-    EXPECT_EQ("full + 1", Log()) << "put back: the youngest full file cannot be moved";
+    EXPECT_EQ("full + 1", Log()) << "renamed back: the newest full file cannot be moved";
 }
 
 TEST_F(KzDbgTest, AWriterThatIsAloneRollsAtTheSameByte)
@@ -168,19 +168,19 @@ TEST_F(KzDbgTest, AWriterThatIsAloneRollsAtTheSameByte)
     }
 }
 
-TEST_F(KzDbgTest, HeldFileCostsLinesWhichTheNextOneCounts)
+TEST_F(KzDbgTest, LinesLostWhileTheFileIsInUseAreCounted)
 {
     m_config.dwLogUnitType = 1;
     const std::wstring names[] = {L"KZVLT_Brevant_20261105.log", L"KZVLT_Brevant_20261205.log"};
     KzCommon::UniqueFile holders[] = {Hold(names[0], 0), Hold(names[1], 0)};
     const Trace trace(m_config);
-    for (const std::size_t uDay : {0, 1}) {  // from the beginning; when the day changes
+    for (const std::size_t uDay : {0, 1}) {  // at the beginning; when the day changes
         SCOPED_TRACE(uDay);
         SYSTEMTIME time = kDay1;
         time.wMonth = static_cast<WORD>(time.wMonth + uDay);
         trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
         trace.Line(L"lost", time, ERROR_SHARING_VIOLATION);
-        EXPECT_LT(TimeOf([&] { SharedLock(m_folder.Path() + m_tstrLog); }), 450U) << "none is being written";
+        EXPECT_LT(TimeOf([&] { SharedLock(m_folder.Path() + m_tstrLog); }), 450U) << "no line is being written";
         holders[uDay].Reset();
         trace.Line(L"kept\n", time);
         trace.Line(L"next\n", time);
@@ -200,13 +200,13 @@ TEST_F(KzDbgTest, OnlyAPlainFileInAFolderIsWritten)
     std::filesystem::create_hard_link(m_path, elsewhere);
     const Trace trace(m_config);
     trace.Line(L"a", kDay1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ("", m_folder.Read(L"elsewhere")) << "what is written with full rights goes nowhere else";
+    EXPECT_EQ("", m_folder.Read(L"elsewhere")) << "lines written with full rights are not redirected";
     std::filesystem::remove(elsewhere);
     trace.Line(L"b\n");
     EXPECT_THAT(Log(), EndsWith("\r\nb\n"));
     void* pTrace = nullptr;
     m_config = ConfigFor(m_path.wstring());
-    EXPECT_NE(0U, KzDbgInitialize(&pTrace, &m_config)) << "a file is no folder, now or later";
+    EXPECT_NE(0U, KzDbgInitialize(&pTrace, &m_config)) << "a file never becomes a folder";
 }
 
 TEST_F(KzDbgTest, NoTraceIsWrittenWhereALinkLeadsElsewhere)
@@ -217,7 +217,8 @@ TEST_F(KzDbgTest, NoTraceIsWrittenWhereALinkLeadsElsewhere)
     m_folder.Write(L"Link\\" + m_tstrLog, "theirs");
     m_folder.Write(L"Link\\sub\\" + m_tstrLog, "theirs");
     const std::vector<std::wstring> before = m_folder.List();
-    // Administrators' own link, and one that is anybody's; that the folder has become one since it was looked at.
+    // A link that only administrators can change, and one that everyone can; a folder that became a link after the
+    // check.
     const std::wstring kOwn = L"O:BAD:(A;;FA;;;BA)(A;;FR;;;WD)", kAnybodys = L"O:BAD:(A;;FA;;;BA)(A;;FW;;;BU)";
     for (const auto& [tstrFolder, tstrRights, bMoved, bWritten] : {std::tuple(L"Link", kAnybodys, false, false),
                                                                    {L"Link\\sub", kAnybodys, false, false},
@@ -234,7 +235,7 @@ TEST_F(KzDbgTest, NoTraceIsWrittenWhereALinkLeadsElsewhere)
         m_config = ConfigFor(m_folder.PathOf(tstrFolder));
         void* pTrace = nullptr;
         EXPECT_EQ(bWritten ? 0U : 681U, KzDbgInitialize(&pTrace, &m_config));
-        EXPECT_EQ(before, m_folder.List()) << "nor is anything made there";
+        EXPECT_EQ(before, m_folder.List()) << "and nothing is created there";
         EXPECT_EQ(bWritten ? 0U : DWORD{ERROR_INVALID_HANDLE}, KzDbgTrace(pTrace, &kDay1, L" and ours"));
         EXPECT_EQ("theirs", m_folder.Read(L"Link\\" + m_tstrLog));
         EXPECT_EQ("theirs" + std::string(bWritten ? " and ours" : ""), m_folder.Read(L"Link\\sub\\" + m_tstrLog));
@@ -284,17 +285,17 @@ TEST(SharedLockTest, UsersOfOnePathAreCounted)
     ASSERT_TRUE(first.BeginAlone());
     first.EndAlone();
 
-    // Somebody was there before, with memory that is not there: to touch it would end the program.
+    // Another program created it first with reserved memory: accessing that would end the program.
     std::vector<KzCommon::UniqueKernelHandle> reserved;
     for (const wchar_t* szName : {L"Global\\KzDbg-ba8ea00292044763-users", L"Local\\KzDbg-ba8ea00292044763-users"}) {
         reserved.emplace_back(::CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE | SEC_RESERVE, 0,
-                                                   0x1000, szName));  // the first takes a privilege
+                                                   0x1000, szName));  // the first requires a privilege
     }
     ASSERT_TRUE(reserved.back().IsValid());
     EXPECT_FALSE(SharedLock(L"C:\\trace\\reserved").BeginAlone());
 }
 
-TEST(SharedLockTest, HoldsOthersUpButNotForEver)
+TEST(SharedLockTest, OthersWaitForALimitedTime)
 {
     SharedLock first(L"C:\\trace");
     ASSERT_TRUE(first.BeginAlone());
@@ -305,7 +306,7 @@ TEST(SharedLockTest, HoldsOthersUpButNotForEver)
         first.EndAlone();
     });
     SharedLock second(L"C:\\trace");
-    EXPECT_TRUE(bEnded) << "who comes later waits for a line that is being written";
+    EXPECT_TRUE(bEnded) << "a later user waits until the line is written";
     for (const int nTime : {1, 2}) {  // patient again once the lock was free
         SCOPED_TRACE(nTime);
         {
@@ -320,13 +321,13 @@ TEST(SharedLockTest, HoldsOthersUpButNotForEver)
         second.Release();
     }
     std::jthread([&] { EXPECT_TRUE(first.Acquire()); }).join();
-    EXPECT_TRUE(second.Acquire()) << "left behind by a thread that has ended";
+    EXPECT_TRUE(second.Acquire()) << "abandoned by a thread that has ended";
     second.Release();
 }
 
 constexpr std::size_t kWriters = 4, kLines = 1500, kLineBytes = 120;
 
-/// What each of the processes below runs: this executable, with the folder in its environment.
+/// Run by each of the processes below: this executable, with the folder in its environment.
 TEST(KzDbgWriter, DISABLED_WritesItsLines)
 {
     const Trace trace(ConfigFor(::_wgetenv(L"KZDBG_TEST_FOLDER")));
@@ -353,5 +354,5 @@ TEST_F(KzDbgTest, ProcessesShareAFileThroughARollover)
     std::set<std::string> whole;
     for (std::string strLine; std::getline(all, strLine);) whole.insert(strLine + "\n");
     std::erase_if(whole, [](const std::string& strLine) { return strLine.size() != kLineBytes; });
-    EXPECT_EQ(kWriters * kLines, whole.size()) << "lines that are whole and not twice the same";
+    EXPECT_EQ(kWriters * kLines, whole.size()) << "complete lines without duplicates";
 }
