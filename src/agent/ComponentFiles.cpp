@@ -157,7 +157,7 @@ bool CopyDirectory(const RunContext& run, const std::wstring& tstrSourceDir, con
     if (tstrSourceDir.empty() || tstrDestinationDir.empty()) {
         Trace(kTraceError, L"*** FrameworkDeployAgent::CopyDirectory() - unknown folder, source[%s], destination[%s]",
               tstrSourceDir.c_str(), tstrDestinationDir.c_str());
-        ReportUncopied(run.machine, tstrSourceDir, tstrDestinationDir, bAfterReboot, L"a folder is not known");
+        ReportUncopied(run.machine, tstrSourceDir, tstrDestinationDir, bAfterReboot, L"a folder is unknown");
         return true;
     }
     const auto copy = [&](const std::wstring& tstrSource, const std::wstring& tstrDestination) {

@@ -27,7 +27,7 @@ public:
     [[nodiscard]] bool Start(Machine& machine)
     {
         if (m_provider.PreInitialize() != 0) {
-            machine.ExplainNothing(L"the install folder is not known");
+            machine.ExplainNothing(L"the install folder is unknown");
             Trace(kTraceError, L"*** FrameworkDeployAgent::MergeConfig() - CConfigProvider::PreInitialize() failed.");
             return false;
         }

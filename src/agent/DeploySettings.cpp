@@ -130,7 +130,7 @@ IniTarget SelectUpdateInfo(const RunContext& run, const std::wstring& tstrDownlo
     TraceInstalledIsModified(dwError);
     if (dwError == ERROR_FILE_EXISTS) {
         ReportUncopied(run.machine, tstrDownloaded, tstrInstalled, Outcome::eStay,
-                       L"there is one already: the installed file is changed, which the restart replaces by it");
+                       L"it already exists: the installed file is changed, and the restart replaces it");
     }
     return {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled};
 }
@@ -146,7 +146,7 @@ void EditUpdateInfo(const RunContext& run, const std::wstring& tstrDownloaded)
     if (run.machine.MoveNow(target.tstrWritten, target.tstrPath, &dwError)) return;
     TraceInstalledIsModified(dwError);
     ReportUncopied(run.machine, target.tstrPath, run.paths.UpdateInfoFile(), Outcome::eFail,
-                   L"it cannot take its place: the installed file is changed instead");
+                   L"it cannot be put in place: the installed file is changed instead");
     static_cast<void>(run.machine.DeleteNow(target.tstrWritten, nullptr));
     const std::wstring tstrInstalled = run.paths.UpdateInfoFile();
     ModifyUpdateInfo(run.machine, {.tstrPath = tstrInstalled, .tstrWritten = tstrInstalled});

@@ -86,7 +86,7 @@ void ModifyIniKeyValue(Machine& machine, const IniTarget& target, const std::wst
                       L"the record lacks one of its three fields");
         return;
     }
-    machine.Explain(record.bTooManyFields ? L"what follows the third field is left out" : L"");
+    machine.Explain(record.bTooManyFields ? L"text after the third field is ignored" : L"");
     StoreIniValue(machine, target, record, patience);
 }
 

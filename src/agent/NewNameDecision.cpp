@@ -135,11 +135,10 @@ void DecideAboutNewName(Machine& machine, const std::function<void()>& beforeQue
 {
     machine.BeginOperation(L"DecideAboutNewName");
     if (CheckIfNewProdNameApplied(machine)) {
-        return ReportDecision(machine, Outcome::eStay, L"it has been scheduled before");
+        return ReportDecision(machine, Outcome::eStay, L"it was scheduled before");
     }
     if (!NeedToApplyNewName(machine)) return;
-    if (!CanScheduleNewName(machine))
-        return ReportDecision(machine, Outcome::eFail, L"the install folder is not known");
+    if (!CanScheduleNewName(machine)) return ReportDecision(machine, Outcome::eFail, L"the install folder is unknown");
     ReportDecision(machine, Outcome::eNew, {});
     // The marker comes first: the rename is scheduled at most once, even if its preparation fails.
     TagNewProdNameApplied(machine);

@@ -30,9 +30,9 @@ std::wstring RemarkOn(const RegistryRecord& record)
     const bool bNumber = record.eType == RegistryType::eDword || record.eType == RegistryType::eQword;
     const ULONGLONG ullNumber = record.eType == RegistryType::eDword ? record.dwData : record.ullData;
     if (bNumber && record.tstrData != std::to_wstring(ullNumber)) {
-        return L"\"" + record.tstrData + L"\" is no decimal number of that size";
+        return L"\"" + record.tstrData + L"\" is not a decimal number of that size";
     }
-    return record.bTooManyFields ? L"what follows the fourth field is left out" : L"";
+    return record.bTooManyFields ? L"text after the fourth field is ignored" : L"";
 }
 
 /// "add": writes the value; `failure` is the type's trace text for a failed write.
@@ -73,7 +73,7 @@ void ReportUnwritten(Machine& machine, const RegistryRecord& record, Outcome eOu
 void AddValueIfNone(Machine& machine, const RegistryRecord& record, const RegistryData& data)
 {
     if (IsValueThere(machine, record)) {
-        ReportUnwritten(machine, record, Outcome::eStay, L"there is one already");
+        ReportUnwritten(machine, record, Outcome::eStay, L"it already exists");
         return;
     }
     TraceStore(record);

@@ -63,7 +63,7 @@ constexpr Verb kVerbs[] = {
     {L"trace", L"FILE... [--all]",
      L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"
      L"(FILE.1, ...) are read along.\n\n"
-     L"  --all            shows also the lines that look like failures and are none\n\n"
+     L"  --all            shows also the harmless lines that look like failures\n\n"
      L"Exit code: 0 read, 2 wrong use, 3 cannot read.",
      kAll, 1, SIZE_MAX, RunTrace},
 };

@@ -207,7 +207,7 @@ const wchar_t* CConfigProvider::WhyNotFound(const std::string& strTag) const
     if (m_refused.contains(strTag)) {
         return L"left alone: the installed value does not fit its type or is not authentic";
     }
-    return PathOf(strTag) ? nullptr : L"no tag path";
+    return PathOf(strTag) ? nullptr : L"not a tag path";
 }
 
 bool CConfigProvider::WriteData(ConfigStore& store, const Json::Value& data)
@@ -238,7 +238,7 @@ bool CConfigProvider::WriteTag(ConfigStore& store, const std::string& strTag, co
     if (!path || !text) {
         Trace(kTraceError, L"*** CConfigProvider::Write() - [%s] is no tag path or its value no text.",
               TraceText(strTag).c_str());
-        change.tstrReason = L"no tag path";
+        change.tstrReason = L"not a tag path";
         return false;
     }
     const Config::Default* pDefault = Config::FindDefault(*path);

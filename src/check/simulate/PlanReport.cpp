@@ -103,7 +103,7 @@ std::wstring Line(const Change& change, const Plan& plan)
         tstrLine += L": " + Quoted(change.optNew ? *change.optNew : *change.optOld);
     }
     if (!change.tstrSource.empty()) tstrLine += L"  <- " + Short(change.tstrSource, plan);
-    if (!change.tstrStaged.empty()) tstrLine += L"  by way of " + Short(change.tstrStaged, plan);
+    if (!change.tstrStaged.empty()) tstrLine += L"  via " + Short(change.tstrStaged, plan);
     if (change.bAtRestart) tstrLine += L"  [restart]";
     if (!change.tstrReason.empty()) tstrLine += L"  (" + change.tstrReason + L")";
     return OnOneLine(std::move(tstrLine)) + L"\n";

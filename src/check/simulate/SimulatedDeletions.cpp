@@ -58,7 +58,7 @@ void SimulatedMachine::RecordNoDeletion(const std::wstring& tstrTarget, bool bAt
     change.tstrTarget = tstrTarget;
     if (dwCode == ERROR_FILE_NOT_FOUND || dwCode == ERROR_PATH_NOT_FOUND) {
         change.eOutcome = Outcome::eStay;
-        change.tstrReason = L"no file is called so";
+        change.tstrReason = L"no file matches";
     } else if (dwCode == ERROR_ACCESS_DENIED) {
         // The agent runs with more rights than the program that predicts it.
         change.eOutcome = Outcome::eUnknown;

@@ -18,7 +18,7 @@ namespace {
 constexpr DWORD kHiding = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
 constexpr DWORD kCopied = FILE_ATTRIBUTE_READONLY | kHiding | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
 constexpr std::size_t kLongestFolder = 247;
-constexpr wchar_t kTooLongPath[] = L"longer than 259 characters, in its place or in the download folder";
+constexpr wchar_t kTooLongPath[] = L"longer than 259 characters, there or in the download folder";
 
 bool Result(DWORD dwCode, DWORD* pdwError)
 {
@@ -224,7 +224,7 @@ void SimulatedMachine::RemoveLeftovers(const FullPath& target)
     };
     static_cast<void>(ForEachEntry(tstrFolder, L"*.tmp", gather, nullptr));
     for (const std::wstring& tstrPath : leftovers) {
-        m_log.Explain(L"left behind by a program that has ended");
+        m_log.Explain(L"left by a program that has ended");
         static_cast<void>(DeleteNow(tstrPath, nullptr));
     }
 }
@@ -284,7 +284,7 @@ void SimulatedMachine::RecordCopy(Change change, const FullPath& destination, DW
     SettleFailedCopy();
     change.eAction = Action::eStage;
     change.bAtRestart = true;
-    if (bExists) change.tstrReason = L"no name beside it is free for the copy";
+    if (bExists) change.tstrReason = L"all names for the copy beside it are in use";
     // The first name tried is the destination's followed by a digit.
     if (change.tstrTarget.ends_with(L'0')) change.tstrTarget.pop_back();
     m_optFailedCopy = std::move(change);

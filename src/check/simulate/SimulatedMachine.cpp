@@ -37,7 +37,7 @@ constexpr RefusalRow kRefusals[] = {
     {ERROR_NOT_SAME_DEVICE, L"on another drive"},
     {ERROR_FILE_EXISTS, L"a file has that name"},
     {ERROR_INVALID_PARAMETER, L"a name is too long"},
-    {ERROR_INVALID_NAME, L"Windows takes no such name"},
+    {ERROR_INVALID_NAME, L"Windows refuses the name"},
     {ERROR_BAD_ARGUMENTS, L"the path is empty"},
     {ERROR_BAD_PATHNAME, L"the key path begins with a backslash"},
     {ERROR_ALREADY_EXISTS, L"something has that name"},

@@ -75,7 +75,7 @@ std::wstring SimulatedMachine::WhyNotWritten(const RegistryPlace& place, DWORD d
     RegistryPlace top = place;
     top.tstrKeyPath.resize(std::min(top.tstrKeyPath.size(), top.tstrKeyPath.find(L'\\')));
     const bool bBelowRoot = place.hRoot == HKEY_LOCAL_MACHINE && !m_registry.HasKey(top);
-    if (dwCode == ERROR_INVALID_PARAMETER && bBelowRoot) return L"Windows lets nobody make a key below the root";
+    if (dwCode == ERROR_INVALID_PARAMETER && bBelowRoot) return L"Windows allows no key directly below the root";
     return DescribeRefusal(dwCode);
 }
 

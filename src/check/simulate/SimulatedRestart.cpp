@@ -12,7 +12,7 @@ namespace Check {
 
 namespace {
 
-constexpr wchar_t kNotEmpty[] = L"the folder is not empty then";
+constexpr wchar_t kNotEmpty[] = L"the folder is not empty by then";
 
 }  // namespace
 
@@ -39,7 +39,7 @@ bool SimulatedMachine::MoveAtRestart(const std::wstring& tstrSource, const std::
     if (!bNoted) {
         change.eOutcome = Outcome::eFail;
         change.bAtRestart = false;
-        change.tstrReason = L"longer than 259 characters, in its place or in the download folder";
+        change.tstrReason = L"longer than 259 characters, there or in the download folder";
     }
     if (bNoted && old.IsFile() && (old.dwAttributes & FILE_ATTRIBUTE_READONLY)) {
         const DWORD dwNew = old.dwAttributes & ~DWORD{FILE_ATTRIBUTE_READONLY};
@@ -97,7 +97,7 @@ std::wstring SimulatedMachine::CarryOut(const Move& move)
     const Found old = m_files.Find(destination);
     if (old.IsFolder()) return L"a folder has that name";
     if (IsOtherVolume(move.source, destination)) {
-        return L"on another volume: Windows moves no file there at the restart";
+        return L"on another volume: Windows cannot move files there at the restart";
     }
     if (old.IsFile() && (old.dwAttributes & FILE_ATTRIBUTE_READONLY)) return L"the file there is read-only then";
     const std::shared_ptr<FileState> pState = m_files.Own(move.source);
@@ -120,7 +120,7 @@ void SimulatedMachine::Restart()
         } else if (move.optDestination) {
             if (bReplaces) change.eOutcome = Outcome::eReplace;
             const auto [itFirst, bFirst] = arrivals.try_emplace(move.optDestination->Text(), change.tstrSource);
-            if (!bFirst) change.tstrReason = L"takes the place of " + std::exchange(itFirst->second, change.tstrSource);
+            if (!bFirst) change.tstrReason = L"replaces " + std::exchange(itFirst->second, change.tstrSource);
         }
     }
 }

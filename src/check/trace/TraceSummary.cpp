@@ -256,15 +256,15 @@ std::wstring FormatRun(const RunSummary& summary, bool bAll)
     for (const std::wstring& tstrFigure : summary.figures)
         tstrFigures += (tstrFigures.empty() ? L"" : L", ") + tstrFigure;
     if (!tstrFigures.empty()) tstrText += L"  " + tstrFigures + L"\n";
-    if (summary.bLacksBeginning) tstrText += L"  LACKS ITS BEGINNING: the file with its first lines is gone\n";
+    if (summary.bLacksBeginning) tstrText += L"  BEGINNING MISSING: the file with its first lines is missing\n";
     tstrText += WordsOfEnd(summary.eEnd);
     const std::size_t cFailures = CountLines(summary.failures);
     tstrText += cFailures == 0 ? L"  no failures\n" : L"  " + Counted(cFailures, L"failure", L"failures") + L"\n";
     for (const TraceFailure& failure : summary.failures) tstrText += FormatFailure(failure, L"read: ");
     const std::size_t cHarmless = CountLines(summary.harmless);
     if (cHarmless == 0) return tstrText;
-    tstrText += L"  " + Counted(cHarmless, L"line that looks like a failure and is none",
-                                L"lines that look like failures and are none");
+    tstrText += L"  " + Counted(cHarmless, L"harmless line that looks like a failure",
+                                L"harmless lines that look like failures");
     tstrText += bAll ? L"\n" : L" (--all shows them)\n";
     if (!bAll) return tstrText;
     for (const TraceFailure& failure : summary.harmless) tstrText += FormatFailure(failure, L"no fault: ");
@@ -294,7 +294,7 @@ int RunTrace(const Arguments& arguments, Output& output)
         cCutOff += summary.eEnd == RunEnd::eCutOff || summary.eEnd == RunEnd::eAsking ? 1 : 0;
     }
     for (const std::wstring& tstrFile : reader.MissingFiles()) {
-        output.strText += String::ToUtf8(tstrFile + L" is gone or cannot be read: what stood in it is missing above\n");
+        output.strText += String::ToUtf8(tstrFile + L" is missing or unreadable: its lines are missing above\n");
     }
     output.strText += String::ToUtf8(Counted(runs.size(), L"run", L"runs") + L", " + std::to_wstring(cFailed) +
                                      L" with failures, " + std::to_wstring(cCutOff) + L" cut off\n");

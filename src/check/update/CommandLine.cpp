@@ -157,7 +157,7 @@ bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arg
             continue;
         }
         const OptionRow* const pRow = FindOption(verb, tstrWord);
-        tstrError = tstrWord + L": no option of \"" + verb.szName + L"\"";
+        tstrError = tstrWord + L": unknown option of \"" + verb.szName + L"\"";
         if (!pRow) return false;
         std::wstring tstrValue;
         if (pRow->bValue) {
@@ -165,7 +165,7 @@ bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arg
             if (++uWord == words.size()) return false;
             tstrValue = words[uWord];
         }
-        tstrError = tstrWord + L": \"" + tstrValue + L"\" is no value for it";
+        tstrError = tstrWord + L": \"" + tstrValue + L"\" is not a valid value";
         if (!pRow->pfnTake(verb, tstrValue, arguments)) return false;
     }
     const std::size_t cOperands = arguments.operands.size();
@@ -190,7 +190,7 @@ int RunCommandLine(std::span<const Verb> verbs, std::span<const wchar_t* const> 
         names.emplace_back(verb.szName);
     }
     const std::wstring tstrNear = NearestOf(tstrVerb, names);
-    if (!tstrVerb.empty()) output.tstrErrors = tstrVerb + L": no verb of this program";
+    if (!tstrVerb.empty()) output.tstrErrors = tstrVerb + L": unknown verb";
     if (!tstrNear.empty()) output.tstrErrors += L"; did you mean \"" + tstrNear + L"\"?";
     output.tstrErrors += (tstrVerb.empty() ? L"" : L"\n") + Overview(verbs);
     return kWrongUse;

@@ -20,7 +20,7 @@ bool OpenUpdate(const Arguments& arguments, Update& update, Output& output)
     DWORD dwError = ERROR_SUCCESS;
     if (update.Open(tstrFolder, arguments.optInstalled, &dwError)) return true;
     if (dwError == ERROR_FILE_NOT_FOUND) {
-        output.tstrErrors += tstrFolder + L": no update: neither QorPaFrwk.ini nor Component\\ is in it\n";
+        output.tstrErrors += tstrFolder + L": not an update: it has neither QorPaFrwk.ini nor Component\\\n";
     } else {
         const bool bInstalled = arguments.optInstalled && Storage::Directory::IsExisted(update.Root());
         static_cast<void>(CannotRead(bInstalled ? *arguments.optInstalled : tstrFolder, dwError, output));

@@ -304,7 +304,7 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
 {
     Json::Value root;
     if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
-    tstrError = L"no manifest, or one of another format";
+    tstrError = L"not a manifest, or another format";
     if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() != kFormat) return false;
     Members component(root["component"]);
     expected.tstrProduct = component.Text("product");

@@ -98,7 +98,7 @@ private:
     {
         for (const std::size_t uAnswer : m_doubtful) {
             m_results[uAnswer].eVerdict = Verdict::eUnknown;
-            m_results[uAnswer].tstrDetail = L"it may be an older one: nothing shows that the update ran here";
+            m_results[uAnswer].tstrDetail = L"it may be an older one: there is no evidence that the update ran here";
         }
     }
 
@@ -118,7 +118,7 @@ private:
     std::wstring ResolveParsed(const std::wstring& tstrPlace, bool bParsed, const Destination& destination)
     {
         if (!bParsed) {
-            Add(Verdict::eRefused, tstrPlace, L"no place below a folder of the product");
+            Add(Verdict::eRefused, tstrPlace, L"not a place below a folder of the product");
             return {};
         }
         std::wstring tstrPath = m_context.folders.PathOf(destination);
@@ -162,7 +162,7 @@ private:
         const Destination source{kInstalledDir, file.tstrSource};
         if (!String::IsBelow(file.tstrSource, kComponents) || !IsRelativeName(file.tstrSource) ||
             m_context.folders.LeadsElsewhere(m_context.machine, source)) {
-            return Add(Verdict::eRefused, tstrPath, L"its source is no file of a package: " + file.tstrSource);
+            return Add(Verdict::eRefused, tstrPath, L"its source is not a file of a package: " + file.tstrSource);
         }
         const std::wstring tstrSource = m_context.folders.PathOf(source);
         const PendingFate fate = m_context.pending.After(tstrPath);
@@ -202,7 +202,7 @@ private:
         } else if (fate.eKind == PendingFate::Kind::eTaken && bThere) {
             Add(Verdict::eToBeReplaced, tstrPath, L"at the restart, by " + fate.tstrFrom);
         } else if (fate.bLost && !(bThere && judgement.bContentKnown)) {
-            Add(Verdict::eMissing, tstrPath, L"what the restart was to move there is gone");
+            Add(Verdict::eMissing, tstrPath, L"the file that the restart should move there is missing");
         } else {
             return false;
         }

@@ -6,7 +6,7 @@ using KzCommon::String::ToUtf8;
 
 namespace {
 
-constexpr char kLost[] = "MISSING a.exe (what the restart was to move there is gone)";
+constexpr char kLost[] = "MISSING a.exe (the file that the restart should move there is missing)";
 
 class PendingTest : public VerifyTest {};
 

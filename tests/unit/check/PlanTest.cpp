@@ -57,24 +57,24 @@ TEST_F(PlanTest, AnUpdateInAnotherFolderIsCopiedOverTheProduct)
 
     EXPECT_THAT(Planned("CreateDirBeforeReboot"), ElementsAre("+ folder New\\Deep", "+ folder Resource\\New"));
     EXPECT_THAT(Planned("DeployFrameworkFiles"), ElementsAre("~ a.dll  <- Component\\p1\\64bit\\p1\\a.dll  [restart]"));
-    EXPECT_THAT(Planned("DeployUIFiles"), ElementsAre("~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (takes "
-                                                      "the place of I:\\Component\\p1\\64bit\\p1\\a.dll)"));
+    EXPECT_THAT(Planned("DeployUIFiles"),
+                ElementsAre("~ A.DLL  <- Component\\p1\\Share\\UI\\A.DLL  [restart]  (replaces "
+                            "I:\\Component\\p1\\64bit\\p1\\a.dll)"));
     EXPECT_THAT(Planned("DeployDriverFiles"), Contains(EndsWith("(the file there is read-only)")));
     EXPECT_THAT(
         Planned("DeployTaskFiles"),
         ElementsAre("! Task\\t.task  <- Component\\p1\\Share\\Task\\t.task  [restart]  (the folder is missing)"));
     Bring({L"p1\\Share\\Task\\" + std::wstring(220, L'u')});
-    EXPECT_THAT(Planned("DeployTaskFiles"), Contains(EndsWith("(longer than 259 characters, in its place or in the "
+    EXPECT_THAT(Planned("DeployTaskFiles"), Contains(EndsWith("(longer than 259 characters, there or in the "
                                                               "download folder)")));
     ::DeleteFileW(m_update.PathOf(L"Component\\p1\\Share\\Task\\" + std::wstring(220, L'u')).c_str());
     EXPECT_THAT(Planned("DeployResourceFiles"),
                 ElementsAre("+ Resource\\New\\x.txt  <- Component\\r1\\New\\x.txt  [restart]"));
-    EXPECT_THAT(
-        Planned("RemoveFileAfterReboot"),
-        UnorderedElementsAre("- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
-                             "- Component\\p1\\Share\\Task\\t.task  [restart]",
-                             "- Component\\p1\\Share\\Task  [restart]", "- Component\\p1\\Share  [restart]",
-                             "- A.dll  [restart]", "- n.txt", "= n.*  (no file is called so)"));
+    EXPECT_THAT(Planned("RemoveFileAfterReboot"),
+                UnorderedElementsAre(
+                    "- Component\\p1\\Share\\UI\\A.DLL  [restart]", "- Component\\p1\\Share\\UI  [restart]",
+                    "- Component\\p1\\Share\\Task\\t.task  [restart]", "- Component\\p1\\Share\\Task  [restart]",
+                    "- Component\\p1\\Share  [restart]", "- A.dll  [restart]", "- n.txt", "= n.*  (no file matches)"));
     EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("no section [QOR_REGISTRY_PATCH]")));
     Instruct("[QOR_FILE]\ndelete={InstalledDir}*.dll\n");
     EXPECT_THAT(Planned("RemoveFileAfterReboot"), ElementsAre(HasSubstr("no section [QOR_DIR]")));
@@ -96,7 +96,7 @@ TEST_F(PlanTest, UnlistableFoldersAreUnknown)
     const std::string strText = KzCommon::String::ToUtf8(FormatPlanText(plan));
     EXPECT_THAT(strText, AllOf(HasSubstr("\n  ? Closed  [restart]  (the folder cannot be listed: access denied"),
                                HasSubstr("\n  ? Closed\\*.tmp  [restart]  (the folder cannot be listed: access denied"),
-                               HasSubstr("\n  = *.tmp  (no file is called so)\n"), HasSubstr(", 2 unknown; ")));
+                               HasSubstr("\n  = *.tmp  (no file matches)\n"), HasSubstr(", 2 unknown; ")));
     EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"unknown\" : 2"));
 }
 
@@ -105,8 +105,7 @@ TEST_F(PlanTest, SkippedItemsHaveAReason)
     Write(L"Component\\p1\\Share\\Setting\\UpdateInfo.ini", "");
     m_installed.Write(L"UpdateInfo.ini", "");
     Instruct("[UPDATE_INFO]\nmodify=A!B!1\n[QOR_REGISTRY_PATCH]\ndelete=" + std::string(1024, 'x') + "\n");
-    EXPECT_THAT(Planned("ModifyUpdateInfo"),
-                Contains(HasSubstr("there is one already: the installed file is changed")));
+    EXPECT_THAT(Planned("ModifyUpdateInfo"), Contains(HasSubstr("it already exists: the installed file is changed")));
     EXPECT_THAT(Planned("SelectLanguageFile"),
                 Contains(HasSubstr("Setting\\config_xy.xml  (there is no such file to copy)")));
     EXPECT_THAT(Planned("PatchRegistry"), ElementsAre(HasSubstr("longer than 1023 characters")));
@@ -121,13 +120,13 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Number", RawNumber(7));
     WriteRaw(HKEY_LOCAL_MACHINE, kVault, L"Bytes", {REG_BINARY, "abc"});
     const std::pair<std::string, Lines> rows[] = {
-        {"add_if_non=@!Expand!REG_SZ!x", {"=  Expand: \"%a%\"  (there is one already)"}},
+        {"add_if_non=@!Expand!REG_SZ!x", {"=  Expand: \"%a%\"  (it already exists)"}},
         {"add_if_non=@!Number!REG_SZ!x", {"~  Number: \"7\" -> \"x\""}},
         {"add=@!Number!REG_DWORD!7", {"=  Number: \"7\""}},
         {"add=@!Number!REG_QDWORD!7", {"~  Number: \"7\" -> \"7\""}},
         {"add=@!Bytes!REG_SZ!{InstalledDir}x", {"~  Bytes: \"(type 3, 3 bytes)\" -> \"I:\\x\""}},
         {"add=@!A!REG_MULTI_SZ!x", {"!  A  (REG_MULTI_SZ is not supported)"}},
-        {"add=Vault!A!REG_SZ!x", {"! HKEY_LOCAL_MACHINE\\Vault  A  (Windows lets nobody make a key below the root)"}},
+        {"add=Vault!A!REG_SZ!x", {"! HKEY_LOCAL_MACHINE\\Vault  A  (Windows allows no key directly below the root)"}},
         {"add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!(Default)!REG_SZ!y", {"+: \"x\"", "~: \"x\" -> \"y\""}},
         {"add_if_non=@!number!REG_DWORD!8\nadd=@!Number!REG_DWORD!3943305780\ndelete=@!None",
          {"=  None  (there is no such value)", "~  Number: \"7\" -> \"3943305780\"",
@@ -200,7 +199,7 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
     m_installed.Write(L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Kazmere Qorvault\n");
     EXPECT_THAT(decided().back(), StartsWith("= ask"));
     WriteProduct(kMarkerName, kMarkerData);
-    EXPECT_THAT(decided(), ElementsAre(HasSubstr("(it has been scheduled before)")));
+    EXPECT_THAT(decided(), ElementsAre(HasSubstr("(it was scheduled before)")));
     WriteProduct(kMarkerName, L"");
     WriteProduct(L"Language", L"ja-jp");
     EXPECT_THAT(decided(), ElementsAre(HasSubstr("ja-jp")));

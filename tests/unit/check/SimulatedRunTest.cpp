@@ -134,7 +134,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
     m_machine.AddFile(L"C:\\u.ini", "\xFF\xFE");
     EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\u.ini", L"s", L"K", L"\u4e00", s_runPatience, nullptr));
     EXPECT_THAT(Changes(),
-                IsSupersetOf({"! HKEY_LOCAL_MACHINE\\Vault\\Deep; Windows lets nobody make a key below the root",
+                IsSupersetOf({"! HKEY_LOCAL_MACHINE\\Vault\\Deep; Windows allows no key directly below the root",
                               "! C:\\ro.ini [S] k; the file there is read-only", "! Q:\\a; there is no such drive",
                               "! C:\\nul; a device has that name", "~ C:\\a.ini [s] K: v -> ?",
                               "+ C:\\u.ini [s] K -> \u4e00"}));
@@ -218,17 +218,17 @@ TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
     m_machine.Restart();
     EXPECT_THAT(
         Changes(),
-        ElementsAre("~ C:\\in\\ro <- C:\\up\\a later", "~ C:\\in\\RO <- C:\\up\\b later; takes the place of C:\\up\\a",
-                    "+ C:\\task\\new <- C:\\in\\new later",
-                    "! C:\\task\\new <- C:\\up\\c later; the file there is read-only then",
-                    "! C:\\none\\c <- C:\\up\\c later; the folder is missing",
-                    "! C:\\in\\folder <- C:\\up\\d later; a folder has that name",
-                    "! C:\\other\\d <- C:\\up\\d later; on another volume: Windows moves no file there at the restart",
-                    "! C:\\in\\e <- C:\\up\\e later; the file to move is gone by then",
-                    "+ C:\\task\\f <- C:\\up\\f later", "- C:\\up\\e", "- C:\\task\\old later",
-                    "! C:\\task later; the folder is not empty then", "- C:\\up\\a later", "- C:\\up\\b later",
-                    "- C:\\up\\c later", "- C:\\up\\d later", "- C:\\up\\f later", "- C:\\up later",
-                    "= C:\\in\\*.none later; no file is called so"));
+        ElementsAre(
+            "~ C:\\in\\ro <- C:\\up\\a later", "~ C:\\in\\RO <- C:\\up\\b later; replaces C:\\up\\a",
+            "+ C:\\task\\new <- C:\\in\\new later",
+            "! C:\\task\\new <- C:\\up\\c later; the file there is read-only then",
+            "! C:\\none\\c <- C:\\up\\c later; the folder is missing",
+            "! C:\\in\\folder <- C:\\up\\d later; a folder has that name",
+            "! C:\\other\\d <- C:\\up\\d later; on another volume: Windows cannot move files there at the restart",
+            "! C:\\in\\e <- C:\\up\\e later; the file to move is gone by then", "+ C:\\task\\f <- C:\\up\\f later",
+            "- C:\\up\\e", "- C:\\task\\old later", "! C:\\task later; the folder is not empty by then",
+            "- C:\\up\\a later", "- C:\\up\\b later", "- C:\\up\\c later", "- C:\\up\\d later", "- C:\\up\\f later",
+            "- C:\\up later", "= C:\\in\\*.none later; no file matches"));
     EXPECT_TRUE(m_machine.HasFile(L"C:\\task\\f"));
     EXPECT_FALSE(m_machine.HasAny(L"C:\\up"));
     EXPECT_TRUE(m_machine.PendingMoves().empty());
@@ -244,7 +244,7 @@ TEST_F(SimulatedRunTest, RegistryQuestionsAndRemarks)
     Change stays{.eAction = KzCommon::Action::eWriteValue, .eOutcome = Outcome::eStay};
     stays.tstrTarget = std::wstring(L"HKEY_LOCAL_MACHINE\\") + kVault;
     stays.tstrName = L"a";
-    stays.tstrReason = L"there is one already";
+    stays.tstrReason = L"it already exists";
     m_machine.Report(stays);
     EXPECT_TRUE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
     EXPECT_FALSE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
@@ -256,7 +256,7 @@ TEST_F(SimulatedRunTest, RegistryQuestionsAndRemarks)
     m_machine.ExplainNothing(L"no section");
     EXPECT_THAT(Changes(), ElementsAre("~ HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault A: (type 3, 3 bytes) -> 7; a remark",
                                        "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7 -> 7",
-                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7; there is one already",
+                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7; it already exists",
                                        "- HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7",
                                        "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a; there is no such value", "+ cmd later",
                                        "+ Text Title"));

@@ -113,7 +113,7 @@ TEST_F(TraceTest, RunsContinueInRolledFilesAndOnTheNextDay)
     arguments.operands = {m_folder.PathOf(L"t_20261121.log")};
     Output output;
     EXPECT_EQ(RunTrace(arguments, output), kClean);
-    EXPECT_THAT(output.strText, HasSubstr("t_20261121.log.3 is gone or cannot be read"));
+    EXPECT_THAT(output.strText, HasSubstr("t_20261121.log.3 is missing or unreadable"));
     EXPECT_FALSE(reader.Add(m_folder.PathOf(L"none.log"), &dwError));
     EXPECT_EQ(dwError, DWORD{ERROR_FILE_NOT_FOUND});
     for (const std::string& strNone : {std::string("no trace\r\n"), std::string("\0\xFF", 2), Line(1, "xyz", kStop),

@@ -318,7 +318,8 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
     }
     for (const wchar_t* const szSource :
          {L"Component\\..\\x", L"outside.txt", L"Component\\", L"C:\\x", L"Component"}) {
-        EXPECT_THAT(Verify(OneFile(L"{InstalledDir}x", szSource)), ElementsAre("1", HasSubstr("no file of a package")))
+        EXPECT_THAT(Verify(OneFile(L"{InstalledDir}x", szSource)),
+                    ElementsAre("1", HasSubstr("not a file of a package")))
             << szSource;
     }
     EXPECT_THAT(Verify(OneFile(L"{InstalledDir}console", L"Component\\x")), ElementsAre("1", "MISSING console"));
