@@ -52,5 +52,5 @@ struct LanguageFile {
 [[nodiscard]] std::vector<std::wstring> KeptFilesLike(const KzCommon::Machine& machine,
                                                       const std::wstring& tstrUsersFile);
 
-/// The most recently kept file; empty if there is none.
+/// The most recently kept file; empty if no file was kept.
 [[nodiscard]] std::wstring NewestKeptFile(const KzCommon::Machine& machine, const std::wstring& tstrUsersFile);

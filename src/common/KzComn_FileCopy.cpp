@@ -79,7 +79,7 @@ bool CopyOver(const std::wstring& tstrDestination, const std::wstring& tstrSourc
 }
 
 /// Locks the folder of a file to create; for `bWaited` tries once, without a wait.
-bool HoldHome(Directory::LockedFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
+bool LockHome(Directory::LockedFolder& folder, const std::wstring& tstrDestination, bool bWaited, DWORD* pdwError)
 {
     return folder.Hold(String::FolderPart(Directory::FullPath(tstrDestination)), pdwError, {.bWait = !bWaited});
 }
@@ -119,7 +119,7 @@ bool Copy(const std::wstring& tstrDestination, const std::wstring& tstrSource, b
     const DWORD dwObstacle = bOverwrite ? LastingObstacle(tstrSource) : ERROR_SUCCESS;
     if (dwObstacle != ERROR_SUCCESS) return Fail(dwObstacle, pdwError);
     Directory::LockedFolder folder;
-    if (!HoldHome(folder, tstrDestination, !bWait, pdwError)) return false;
+    if (!LockHome(folder, tstrDestination, !bWait, pdwError)) return false;
     // A new file must not be created through a link at its path.
     if (!bOverwrite && Directory::IsLink(tstrDestination)) return Fail(ERROR_FILE_EXISTS, pdwError);
     return bOverwrite
@@ -132,7 +132,7 @@ bool Backup(const std::wstring& tstrCopy, const std::wstring& tstrSource, DWORD*
     if (tstrCopy.empty() || tstrSource.empty()) return Fail(ERROR_BAD_ARGUMENTS, pdwError);
     if (Directory::IsExisted(tstrCopy) || Directory::IsExisted(tstrSource)) return Fail(ERROR_ACCESS_DENIED, pdwError);
     Directory::LockedFolder folder;
-    if (!HoldHome(folder, tstrCopy, false, pdwError)) return false;
+    if (!LockHome(folder, tstrCopy, false, pdwError)) return false;
     Replacement replacement(tstrCopy);
     if (!replacement.Create(tstrSource, FILE_ATTRIBUTE_NORMAL, pdwError) ||
         !replacement.CopyFrom(tstrSource, pdwError) || !replacement.TakeAccess(tstrSource, pdwError)) {

@@ -1,5 +1,5 @@
 // Decides which links the program follows: only those that an administrator must have created. The program runs with
-// full rights, and whoever creates a junction or symbolic link decides which files it changes. Has no other
+// full rights, and the creator of a junction or symbolic link decides which files it changes. Has no other
 // dependencies, because the trace library uses it as well.
 #pragma once
 
@@ -21,7 +21,7 @@ namespace KzCommon::Storage::Directory {
 /// link that a non-administrator may have created.
 inline constexpr DWORD kStoppedOnLink = 681;
 
-/// The name, with trailing backslash, of the volume that Windows has mounted at the folder; empty if there is none.
+/// The name, with trailing backslash, of the volume that Windows has mounted at the folder; empty if no volume is.
 /// Only administrators can mount volumes; a junction to a volume created by another user is not in Windows's list.
 /// GetVolumePathNamesForVolumeNameW.
 [[nodiscard]] inline std::wstring MountedVolume(const std::wstring& tstrFolder)

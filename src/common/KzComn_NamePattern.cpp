@@ -27,7 +27,7 @@ struct Wildcards {
 };
 
 /// Whether the rest of a pattern matches the end of a name: stars, question marks, and a dot before one.
-bool TakesNothing(std::wstring_view tstrRest)
+bool MatchesEmpty(std::wstring_view tstrRest)
 {
     for (std::size_t u = 0; u < tstrRest.size(); ++u) {
         const wchar_t chNext = u + 1 < tstrRest.size() ? tstrRest[u + 1] : L'\0';
@@ -65,7 +65,7 @@ bool MatchesWildcards(std::wstring_view tstrName, const Wildcards& wildcards)
             return false;
         }
     }
-    if (!TakesNothing(tstrPattern.substr(uPattern))) return false;
+    if (!MatchesEmpty(tstrPattern.substr(uPattern))) return false;
     return !wildcards.bNoExtension || uStar + 1 != tstrPattern.size() ||
            tstrName.find(L'.', uFirst) == std::wstring_view::npos;
 }

@@ -36,7 +36,7 @@ bool StartsWith(std::string_view strText, std::string_view strLowerPrefix) noexc
                       [](char chPrefix, char ch) { return chPrefix == Lower(ch); });
 }
 
-/// 0 (elsewhere a valid code page) if there is none.
+/// 0 (elsewhere a valid code page) for an unknown name.
 UINT CodePageOf(std::string_view strName) noexcept
 {
     for (const auto& row : kNamed) {

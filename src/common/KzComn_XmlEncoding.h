@@ -8,7 +8,7 @@
 
 namespace KzCommon::Storage {
 
-/// The character of each byte in a single-byte encoding: in UTF-16's first plane, or -1 if there is none.
+/// The character of each byte in a single-byte encoding: in UTF-16's first plane, or -1 for an unused byte.
 using ByteCharacters = std::array<int, 256>;
 
 /// Fills `characters` for the encoding `strName` (ASCII, case-insensitive) of a document's declaration: Windows, ISO

@@ -5,7 +5,7 @@
 
 namespace KzCommon::Storage {
 
-/// A position in a document, counted from 1; both fields are 0 if there is none.
+/// A position in a document, counted from 1; both fields are 0 without a position.
 struct XmlPosition {
     ULONGLONG ullLine = 0;
     ULONGLONG ullColumn = 0;  ///< in characters

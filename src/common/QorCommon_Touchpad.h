@@ -7,7 +7,7 @@
 class CDeployComponentsAction {
 public:
     /// The driver version of the first present mouse-class device whose description contains the product's "ETDName"
-    /// and whose driver key has a version; empty if there is none. SetupDiGetClassDevsW.
+    /// and whose driver key has a version; otherwise empty. SetupDiGetClassDevsW.
     [[nodiscard]] static std::wstring GetDriverVersion();
 };
 

@@ -39,14 +39,14 @@ std::vector<std::wstring_view> SplitAtSeparators(std::wstring_view tstrName)
 }
 
 /// The system drops trailing dots and spaces, so a name of only these is not a name of its own.
-bool IsDotsAndBlanks(std::wstring_view tstrPart)
+bool IsDotsAndSpaces(std::wstring_view tstrPart)
 {
     return tstrPart.find_first_not_of(L". ") == std::wstring_view::npos;
 }
 
 bool LeadsUp(std::wstring_view tstrPart)
 {
-    return IsDotsAndBlanks(tstrPart) && std::count(tstrPart.begin(), tstrPart.end(), L'.') > 1;
+    return IsDotsAndSpaces(tstrPart) && std::count(tstrPart.begin(), tstrPart.end(), L'.') > 1;
 }
 
 ShortcutItem FolderItem(const XmlElement& element, ShortcutPlace ePlace)
@@ -154,7 +154,7 @@ std::vector<std::wstring> LevelsOf(std::wstring_view tstrName)
 {
     std::vector<std::wstring> levels;
     for (const std::wstring_view tstrPart : SplitAtSeparators(tstrName)) {
-        if (!IsDotsAndBlanks(tstrPart)) levels.emplace_back(tstrPart);
+        if (!IsDotsAndSpaces(tstrPart)) levels.emplace_back(tstrPart);
     }
     return levels;
 }

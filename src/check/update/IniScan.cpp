@@ -13,7 +13,7 @@ namespace Check {
 namespace {
 
 /// The characters that Windows strips from both ends of a line; the last one is the old end-of-file character.
-constexpr std::wstring_view kBlanks = L" \t\v\f\x1a";
+constexpr std::wstring_view kSpaces = L" \t\v\f\x1a";
 
 constexpr std::string_view kUtf16Mark("\xFF\xFE", 2);
 constexpr std::string_view kUtf16BigMark("\xFE\xFF", 2);
@@ -32,13 +32,13 @@ bool LooksLikeUtf16(std::string_view strBytes)
 
 std::size_t FirstOf(std::wstring_view tstrText, std::size_t uFrom = 0)
 {
-    const std::size_t uFirst = tstrText.find_first_not_of(kBlanks, uFrom);
+    const std::size_t uFirst = tstrText.find_first_not_of(kSpaces, uFrom);
     return uFirst == std::wstring_view::npos ? tstrText.size() : uFirst;
 }
 
 std::wstring_view TrimEnd(std::wstring_view tstrText)
 {
-    const std::size_t uLast = tstrText.find_last_not_of(kBlanks);
+    const std::size_t uLast = tstrText.find_last_not_of(kSpaces);
     return tstrText.substr(0, uLast == std::wstring_view::npos ? 0 : uLast + 1);
 }
 

@@ -54,7 +54,7 @@ public:
     void Scan(std::string_view strBytes);
 
     [[nodiscard]] IniEncoding Encoding() const noexcept { return m_eEncoding; }
-    /// The first non-ASCII character in an encoding that does not support it; line 0 if there is none.
+    /// The first non-ASCII character in an encoding that does not support it; otherwise line 0.
     [[nodiscard]] TextPosition FirstForeign() const noexcept { return m_foreign; }
     /// Unpaired surrogates and a half character at the end.
     [[nodiscard]] const std::vector<TextPosition>& Damaged() const noexcept { return m_damaged; }

@@ -29,7 +29,7 @@ const std::vector<std::wstring>& PlaceholdersOfPlaces()
     return s_placeholders;
 }
 
-/// The placeholder at the beginning of a place; empty if there is none.
+/// The placeholder at the beginning of a place, or an empty text.
 std::wstring PlaceholderOf(std::wstring_view tstrPlace)
 {
     for (const std::wstring& tstrPlaceholder : PlaceholdersOfPlaces()) {

@@ -61,7 +61,7 @@ bool IsLeftAlone(const ExpectedValue& known, const RegistryRecord& record)
 }
 
 /// Run-once commands do not stay in their key.
-bool LastsAnywhere(const RegistryRecord& record)
+bool StaysInKey(const RegistryRecord& record)
 {
     return !record.tstrKeyPath.empty() && !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
 }
@@ -83,14 +83,14 @@ void SetData(ExpectedValue& expected, const RegistryRecord& record, ValueState e
 
 void PromiseNoValue(std::vector<ExpectedValue>& registry, const RegistryRecord& record)
 {
-    if (!LastsAnywhere(record)) return;
+    if (!StaysInKey(record)) return;
     FindOrAddValue(registry, KeyPathOf(record.tstrKeyPath), record.tstrValueName).eState = ValueState::eAbsent;
 }
 
 /// Applies a registry record to the state expected from earlier records. `bOnlyMissing`: "add_if_non".
-void PromiseValue(std::vector<ExpectedValue>& registry, const RegistryRecord& record, bool bOnlyMissing)
+void ExpectValue(std::vector<ExpectedValue>& registry, const RegistryRecord& record, bool bOnlyMissing)
 {
-    if (!IsWritten(record.eType) || !LastsAnywhere(record)) return;
+    if (!IsWritten(record.eType) || !StaysInKey(record)) return;
     const std::wstring tstrKeyPath = KeyPathOf(record.tstrKeyPath);
     const ExpectedValue* const pKnown = FindValue(registry, tstrKeyPath, record.tstrValueName);
     if (bOnlyMissing && pKnown && IsLeftAlone(*pKnown, record)) return;
@@ -175,8 +175,8 @@ private:
                 return PromiseNoValue(m_expected.registry, ParseRegistryRecord(tstrRecord));
             case RecordEffect::eWriteValue:
             case RecordEffect::eWriteMissingValue:
-                return PromiseValue(m_expected.registry, ParseRegistryRecord(tstrRecord),
-                                    eEffect == RecordEffect::eWriteMissingValue);
+                return ExpectValue(m_expected.registry, ParseRegistryRecord(tstrRecord),
+                                   eEffect == RecordEffect::eWriteMissingValue);
             case RecordEffect::eEditIni: return PromiseIniValue(m_expected.updateInfo, ParseIniRecord(tstrRecord));
             case RecordEffect::eCreateFolder:
             case RecordEffect::eDeleteFolder:
@@ -245,7 +245,7 @@ private:
         expected.tstrLanguage = delivery.tstrLanguage;
         if (delivery.tstrContent.empty()) return;
         if (delivery.bMerged && bMerged) {
-            PromiseSettings(expected, delivery.tstrContent);
+            ExpectSettings(expected, delivery.tstrContent);
         } else {
             expected.optContent = ContentOf(delivery.tstrContent);
         }
@@ -279,7 +279,7 @@ private:
     }
 
     /// A refused file gets no user's values and is deployed unchanged.
-    void PromiseSettings(ExpectedFile& expected, const std::wstring& tstrFile)
+    void ExpectSettings(ExpectedFile& expected, const std::wstring& tstrFile)
     {
         try {
             const auto document = Storage::XmlParser().ParseFile(m_update.FullPath(tstrFile));

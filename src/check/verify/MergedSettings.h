@@ -22,7 +22,7 @@ struct ExpectedSettings {
                                           const std::vector<std::wstring>& migrated);
 
 /// Why a merged file differs from the expected one: the position where it is not well-formed, or the first missing
-/// setting; empty if it does not differ. `strKept` is the user's file kept by a failed merge, empty if there is none.
+/// setting; empty if it does not differ. `strKept` is the user's file kept by a failed merge, otherwise empty.
 /// Expat.
 [[nodiscard]] std::wstring WhyNotMerged(const ExpectedSettings& expected, std::string_view strMerged,
                                         std::string_view strKept);

@@ -89,7 +89,7 @@ std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
 }
 
 /// The manifest shipped with the newest update: the installed one, or the one that the restart puts in its place,
-/// unless a newer one has been downloaded since. Empty if there is none.
+/// unless a newer one has been downloaded since. Otherwise empty.
 std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& pending)
 {
     std::wstring tstrFound = installed / kShippedManifest;

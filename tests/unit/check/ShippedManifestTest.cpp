@@ -22,7 +22,7 @@ protected:
         return output;
     }
     /// The entry of the update's manifest for the manifest file itself.
-    [[nodiscard]] std::vector<ExpectedFile> PromisesOfItself() const
+    [[nodiscard]] std::vector<ExpectedFile> OwnEntry() const
     {
         ExpectedState expected;
         std::wstring tstrError;
@@ -75,8 +75,8 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     EXPECT_THAT(Ship().strText, HasSubstr("QorUpdate.json: written"));
     const std::string strFirst = m_update.Read(kShipped).value_or("");
     EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
-    EXPECT_THAT(PromisesOfItself(), ElementsAre(AllOf(Field(&ExpectedFile::tstrSource, kShipped),
-                                                      Field(&ExpectedFile::optContent, std::nullopt))));
+    EXPECT_THAT(OwnEntry(), ElementsAre(AllOf(Field(&ExpectedFile::tstrSource, kShipped),
+                                              Field(&ExpectedFile::optContent, std::nullopt))));
     static_cast<void>(Ship());
     EXPECT_EQ(m_update.Read(kShipped), strFirst);
     Output output;

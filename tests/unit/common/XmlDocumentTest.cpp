@@ -76,7 +76,7 @@ TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
         {folder.PathOf(L"none\\a.xml"), ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND},
         {folder.Write(L"bad.xml", "<r>\n<"), ERROR_XML_PARSE_ERROR, 0},
         {folder.Write(L"empty.xml", ""), ERROR_XML_PARSE_ERROR, 0},
-        {folder.Write(L"blank.xml", std::string(XmlParser::kMaxBytes, ' ')), ERROR_XML_PARSE_ERROR, 0},
+        {folder.Write(L"spaces.xml", std::string(XmlParser::kMaxBytes, ' ')), ERROR_XML_PARSE_ERROR, 0},
         {folder.Write(L"large.xml", std::string(XmlParser::kMaxBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
         {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
     const auto document = XmlParser().ParseText("<r>new</r>");
