@@ -1,7 +1,8 @@
 // Stand-in for the trace library that causes events at a line of the trace. Files beside it define them:
 //   fault.end     the number of the line at which the process ends
 //   fault.hold    the number of the line at which the program waits until that file is deleted; creates "fault.held"
-//   program's pauses take no time
+//   fault.read    a file pattern: the first match is read for a second without shared writing
+//   fault.hurry   the program's pauses take no time
 // "fault.count" contains the number of lines.
 #include "../BesideLibrary.h"
 
