@@ -19,7 +19,7 @@ namespace Check {
 class SimulatedMachine : public KzCommon::Machine {
 public:
     /// `pBase` is only read and must outlive this machine. It may be null: the machine then contains only what is
-    /// added, with the known folders in their default places on drive C:.
+    /// added, and drive C: with the known folders in their default places.
     explicit SimulatedMachine(const KzCommon::Machine* pBase);
 
     // -- the state before the run; not recorded --
