@@ -36,6 +36,7 @@ bool Expat::Resolve(DWORD* pdwError) noexcept
     take(m_functions.GetCurrentLineNumber, "XML_GetCurrentLineNumber");
     take(m_functions.GetCurrentColumnNumber, "XML_GetCurrentColumnNumber");
     take(m_functions.GetCurrentByteCount, "XML_GetCurrentByteCount");
+    take(m_functions.GetCurrentByteIndex, "XML_GetCurrentByteIndex");
     return procedures.HasAll(pdwError);
 }
 

@@ -36,6 +36,7 @@ public:
         decltype(&::XML_GetCurrentLineNumber) GetCurrentLineNumber = nullptr;
         decltype(&::XML_GetCurrentColumnNumber) GetCurrentColumnNumber = nullptr;
         decltype(&::XML_GetCurrentByteCount) GetCurrentByteCount = nullptr;
+        decltype(&::XML_GetCurrentByteIndex) GetCurrentByteIndex = nullptr;
     };
     [[nodiscard]] const Functions& Api() const noexcept { return m_functions; }
 

@@ -72,7 +72,7 @@ public:
         SetHandlers();
         const XML_Status status = m_api.Parse(m_parser, strBytes.data(), static_cast<int>(strBytes.size()), XML_TRUE);
         if (m_dwFailure != ERROR_SUCCESS) throw new XmlException(m_dwFailure, m_failedAt, m_szReason);
-        if (status != XML_STATUS_OK) ThrowExpatError();
+        if (status != XML_STATUS_OK) ThrowExpatError(strBytes);
         FlushText();
         m_document->SetCrLf(EndsLinesWithCrLf(strBytes));
         return std::move(m_document);
@@ -133,12 +133,36 @@ private:
         return {m_api.GetCurrentLineNumber(m_parser), m_api.GetCurrentColumnNumber(m_parser) + 1ULL};
     }
 
-    [[noreturn]] void ThrowExpatError() const
+    [[noreturn]] void ThrowExpatError(std::string_view strBytes) const
     {
         const XML_Error error = m_api.GetErrorCode(m_parser);
         const XML_LChar* szReason = m_api.ErrorString(error);
         throw new XmlException(error == XML_ERROR_NO_MEMORY ? ERROR_INVALID_HANDLE : ERROR_XML_PARSE_ERROR, Position(),
-                               String::FromAnsi(szReason ? szReason : "unknown error"));
+                               String::FromAnsi(szReason ? szReason : "unknown error") + OpenTag(error, strBytes));
+    }
+
+    /// The element that a wrong or missing end tag leaves open, after what Expat says; else empty.
+    [[nodiscard]] std::wstring OpenTag(XML_Error error, std::string_view strBytes) const
+    {
+        if (m_cLevels == 0) return {};
+        const std::wstring tstrOpen =
+            L"<" + m_pCurrent->GetName() + L"> of line " + std::to_wstring(m_pCurrent->Position().ullLine);
+        if (error == XML_ERROR_NO_ELEMENTS) return L": " + tstrOpen + L" is not closed";
+        if (error != XML_ERROR_TAG_MISMATCH) return {};
+        return L": </" + NameAt(strBytes, m_api.GetCurrentByteIndex(m_parser)) + L"> of line " +
+               std::to_wstring(Position().ullLine) + L" does not close " + tstrOpen;
+    }
+
+    /// The name of a tag, which begins at that byte; in an encoding of two bytes a character only its ASCII letters.
+    [[nodiscard]] static std::wstring NameAt(std::string_view strBytes, XML_Index index)
+    {
+        constexpr std::size_t kMostBytes = 200;
+        if (index < 0 || static_cast<std::size_t>(index) > strBytes.size()) return {};
+        strBytes = strBytes.substr(static_cast<std::size_t>(index), kMostBytes);
+        std::string strName(strBytes.substr(0, strBytes.find_first_of("> \t\r\n")));
+        std::erase(strName, '\0');
+        std::wstring tstrName;
+        return String::FromUtf8(strName, tstrName) ? tstrName : String::FromAnsi(strName);
     }
 
     /// Ends a run of character data that arrived in pieces.

@@ -35,7 +35,7 @@ LAYERS = {
     'check/update': {'agent', 'config', 'common'},
     'check/simulate': {'check/update', 'agent', 'common'},
     'check/verify': {'check/update', 'agent', 'config', 'common'},
-    'check/lint': {'check/verify', 'check/update', 'agent', 'installer', 'config', 'common'},
+    'check/lint': {'check/verify', 'check/simulate', 'check/update', 'agent', 'installer', 'config', 'common'},
     'check/trace': {'check/update', 'agent', 'common'},
     'check/start': {'check/update', 'common'},
     'check': {'check/lint', 'check/simulate', 'check/start', 'check/trace', 'check/update', 'check/verify', 'common'},

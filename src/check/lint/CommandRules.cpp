@@ -1,9 +1,13 @@
-// B050 to B055: run-once commands.
+// B050 to B057: run-once commands.
+#include "check/lint/CommandWords.h"
 #include "check/lint/Lint.h"
+#include "check/lint/ProductFiles.h"
+#include "check/lint/SecretText.h"
 #include "check/update/Deliveries.h"
 #include "check/update/Instructions.h"
 
 #include "agent/RunOnce.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_NamePattern.h"
 #include "common/KzComn_String.h"
 
@@ -17,61 +21,6 @@ namespace Check {
 namespace {
 
 constexpr std::size_t kMaxCommandCharacters = 260;  // Windows passes longer values of its run-once key over
-
-/// A word of a command line: what stands between blanks, where quotes hold blanks together.
-struct Word {
-    std::size_t uBegin;
-    std::wstring tstrText;  ///< without quotes
-    bool bQuoted = false;   ///< begins with a quote
-};
-
-/// The command, equally long, without the quotes that open and close nothing for its reader: the outer ones of what the
-/// command interpreter carries out ("cmd /c ""C:\a b" c""), and those that a backslash hands on ("\"C:\a b\" c").
-std::wstring WithPlainQuotes(std::wstring tstrCommand)
-{
-    // Behind a name a backslash is the end of a folder, and the quote is one.
-    const std::wstring tstrEscape = L"\\\"";
-    const std::size_t uEscape = tstrCommand.find(tstrEscape);
-    const bool bEscapes = uEscape != std::wstring::npos && uEscape > 0 &&
-                          std::wstring_view(L" \"=").find(tstrCommand[uEscape - 1]) != std::wstring_view::npos;
-    if (bEscapes) String::ReplaceAll(tstrCommand, tstrEscape, L"\\'");
-
-    const std::wstring tstrLower = String::LowerCase(tstrCommand);
-    const std::size_t uOption = std::min(tstrLower.find(L" /c \""), tstrLower.find(L" /k \""));
-    if (uOption != std::wstring::npos && tstrCommand.ends_with(L'"') &&
-        std::count(tstrCommand.begin(), tstrCommand.end(), L'"') > 2) {
-        tstrCommand[uOption + 4] = L' ';
-        tstrCommand.back() = L' ';
-    }
-    return tstrCommand;
-}
-
-std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
-{
-    std::vector<Word> words;
-    bool bQuotes = false;
-    bool bWord = false;
-    for (std::size_t u = 0; u < tstrCommand.size(); ++u) {
-        const wchar_t ch = tstrCommand[u];
-        const bool bBlank = !bQuotes && (ch == L' ' || ch == L'\t');
-        if (!bBlank && !bWord) words.push_back({u, {}, ch == L'"'});
-        bWord = !bBlank;
-        if (ch == L'"') {
-            bQuotes = !bQuotes;
-        } else if (!bBlank) {
-            words.back().tstrText += ch;
-        }
-    }
-    return words;
-}
-
-/// The same with placeholders expanded after the splitting, whether their blanks are in quotes or not.
-std::vector<Word> SplitExpanded(std::wstring_view tstrCommand, const CustomerFolders& folders)
-{
-    std::vector<Word> words = SplitCommand(WithPlainQuotes(std::wstring(tstrCommand)));
-    for (Word& word : words) word.tstrText = folders.Expand(word.tstrText);
-    return words;
-}
 
 bool BeginsWithDrive(const std::wstring& tstrText)
 {
@@ -87,8 +36,13 @@ struct CommandCheck {
 
     void Add(Rule eRule, std::size_t uAt, const std::wstring& tstrText, const std::wstring& tstrSuggestion = {}) const
     {
+        AddAs(RowOf(eRule).eSeverity, eRule, uAt, tstrText, tstrSuggestion);
+    }
+    void AddAs(Severity eSeverity, Rule eRule, std::size_t uAt, const std::wstring& tstrText,
+               const std::wstring& tstrSuggestion = {}) const
+    {
         const TextPosition place{record.valuePlace.uLine, static_cast<unsigned>(record.valuePlace.uColumn + uAt)};
-        report.Add(eRule, kInstructionFile, place, tstrText, tstrSuggestion);
+        report.AddAs(eSeverity, eRule, kInstructionFile, place, tstrText, tstrSuggestion);
     }
 };
 
@@ -137,8 +91,8 @@ void CheckQuotes(const CommandCheck& check)
     }
 }
 
-/// A path written out that breaks off without an extension at a blank and goes on after it.
-void CheckBlanks(const CommandCheck& check)
+/// A path written out that breaks off without an extension at a blank and goes on after it. False where there is one.
+bool CheckBlanks(const CommandCheck& check)
 {
     const std::vector<Word> words = SplitCommand(WithoutEchoedText(WithPlainQuotes(check.record.tstrValue)));
     for (std::size_t u = 0; u + 1 < words.size(); ++u) {
@@ -153,8 +107,9 @@ void CheckBlanks(const CommandCheck& check)
         if (!bBreaksOff || !bGoesOn) continue;
         check.Add(Rule::eUnquotedPath, words[u].uBegin, L"the path ends at the blank: \"" + tstrText + L"\"",
                   L"\"" + tstrText + L" " + tstrNext + L"\"");
-        return;
+        return false;
     }
+    return true;
 }
 
 /// Whether a word, or the first one in its quotes, removes what may be gone.
@@ -202,6 +157,115 @@ void CheckProgram(const CommandCheck& check)
     }
 }
 
+/// What the files that commands start are looked for in.
+struct Places {
+    const ProductFiles& files;
+    const CustomerFolders& folders;
+};
+
+/// B056 of a name without a folder.
+void CheckBareName(const CommandCheck& check, const StartedFile& started, const Places& places)
+{
+    const std::wstring tstrName = L"\"" + started.tstrFile + L"\"";
+    const auto warn = [&](const std::wstring& tstrText, const std::wstring& tstrSuggestion) {
+        check.AddAs(Severity::eWarning, Rule::eStartedFile, started.uAt, tstrText, tstrSuggestion);
+    };
+    const std::wstring tstrBrought = places.files.NearestOf(places.folders.InstalledDir() / started.tstrFile);
+    const bool bBrought = String::EqualsNoCase(tstrBrought.substr(String::FolderPart(tstrBrought).size()),
+                                               started.tstrFile.substr(String::FolderPart(started.tstrFile).size()));
+    const std::wstring tstrFull = bBrought ? L"\"" + (kInstalledDir + tstrBrought) + L"\"" : std::wstring();
+    switch (started.eKind) {
+        case StartedFile::Kind::eBuiltIn:
+            check.Add(Rule::eStartedFile, started.uAt,
+                      tstrName + L" is no program: the command interpreter carries it out",
+                      L"cmd.exe /c " + check.record.tstrValue);
+            break;
+        case StartedFile::Kind::eLibrary:
+            if (bBrought) warn(tstrName + L" is looked for in Windows' folders: name its full path", tstrFull);
+            break;
+        case StartedFile::Kind::eDocument:
+            warn(tstrName + L" is looked for in a folder that is not known: name its full path", tstrFull);
+            break;
+        case StartedFile::Kind::eProgram:
+            if (IsWindowsProgram(started.tstrFile)) break;
+            warn(tstrName + L" is no program that every Windows has: name its full path",
+                 bBrought ? tstrFull : NearestWindowsProgram(started.tstrFile));
+            break;
+    }
+}
+
+/// B056 and B057 of a full path.
+void CheckStartedPath(const CommandCheck& check, const StartedFile& started, const Places& places)
+{
+    const std::wstring tstrPath = Storage::Directory::FullPath(started.tstrFile);
+    const std::wstring tstrName =
+        L"\"" +
+        (places.files.IsInstallPath(tstrPath) ? kInstalledDir + places.folders.InstalledDir().Relative(tstrPath)
+                                              : tstrPath) +
+        L"\"";
+    if (IsUsersFolder(tstrPath, places.folders.InstalledDir())) {
+        const bool bProgramData = String::StartsWithNoCase(std::wstring_view(tstrPath).substr(2), L"\\ProgramData\\");
+        check.AddAs(bProgramData ? Severity::eWarning : Severity::eError, Rule::eStartsInUsersFolder, started.uAt,
+                    tstrName +
+                        L" is in a folder where standard users can write, and runs as an administrator: "
+                        L"start it from the install folder");
+        return;
+    }
+    const auto has = [&](const std::wstring& tstrFile) {
+        return places.files.HasFile(tstrFile) || places.files.IsDownloaded(tstrFile);
+    };
+    if (has(tstrPath) || (started.eKind == StartedFile::Kind::eProgram && has(tstrPath + L".exe"))) return;
+    if (places.files.IsInstallPath(tstrPath)) {
+        const bool bDownload = String::IsBelow(tstrPath, places.folders.InstalledDir() / L"Component\\");
+        const bool bKnown = places.files.AreInstalledKnown() || bDownload;
+        const std::wstring tstrNear = places.files.NearestOf(tstrPath);
+        check.AddAs(bKnown ? Severity::eError : Severity::eWarning, Rule::eStartedFile, started.uAt,
+                    tstrName + L" does not come with the update" +
+                        (bDownload ? L""
+                         : bKnown  ? L" and is not installed"
+                                   : L"; --installed tells whether it is installed"),
+                    tstrNear.empty() ? tstrNear : kInstalledDir + tstrNear);
+        return;
+    }
+    if (!String::StartsWithNoCase(std::wstring_view(tstrPath).substr(2), L"\\Windows\\")) {
+        check.AddAs(Severity::eWarning, Rule::eStartedFile, started.uAt,
+                    tstrName + L" is part of neither the update nor the product nor Windows");
+        return;
+    }
+    // What Windows has differs between its versions: only a slip of a known name counts.
+    const std::wstring tstrFile = tstrPath.substr(String::FolderPart(tstrPath).size());
+    if (Storage::File::IsExisted(tstrPath) || IsWindowsProgram(tstrFile)) return;
+    const std::wstring tstrNear = NearestWindowsProgram(tstrFile);
+    if (tstrNear.empty()) return;
+    check.AddAs(Severity::eWarning, Rule::eStartedFile, started.uAt, tstrName + L" is no program of every Windows",
+                String::FolderPart(tstrPath) + tstrNear);
+}
+
+void CheckStarted(const CommandCheck& check, const Places& places)
+{
+    for (const StartedFile& started : ListStarted(check.record.tstrValue, places.folders)) {
+        const bool bDrive =
+            started.tstrFile.size() > 2 && String::IsFullPath(started.tstrFile) && started.tstrFile[1] == L':';
+        const bool bBare = started.tstrFile.find_first_of(L"\\/:") == std::wstring::npos;
+        const bool bRelative = started.eKind == StartedFile::Kind::eDocument && !String::IsFullPath(started.tstrFile) &&
+                               started.tstrFile.find(L':') == std::wstring::npos;
+        if (bBare || bRelative) {
+            CheckBareName(check, started, places);
+        } else if (bDrive) {  // of shares nothing is known, and B054 tells of programs
+            CheckStartedPath(check, started, places);
+        }
+    }
+}
+
+/// B064.
+void CheckGivenSecret(const CommandCheck& check)
+{
+    if (const std::optional<std::size_t> optAt = FindSecret(check.record.tstrValue)) {
+        check.AddAs(Severity::eWarning, Rule::eSecretInClear, *optAt,
+                    L"the command gives a secret away: everybody who gets the update can read it");
+    }
+}
+
 void CheckKeyboardFilter(const CommandCheck& check)
 {
     const std::size_t uAt = String::LowerCase(check.record.tstrValue).find(L"kbfilter.ini");
@@ -219,6 +283,7 @@ void CheckCommands(const LintContext& context, Report& report)
     const Folder installed = update.InstalledFolder().value_or(kUsualInstallFolder);
     const CustomerFolders folders(installed, update.Product().tstrDownloadPath);
     const auto sources = ListMovedSources(SortDeliveries(update));
+    const ProductFiles files(update);
     for (const Instruction& instruction : ListInstructions(context.instructions)) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eCommand) continue;
         const IniRecord& record = *instruction.pRecord;
@@ -231,9 +296,10 @@ void CheckCommands(const LintContext& context, Report& report)
         }
         CheckLength(check);
         CheckQuotes(check);
-        CheckBlanks(check);
+        if (CheckBlanks(check)) CheckStarted(check, {files, folders});
         CheckMovedFiles(check, installed, sources);
         CheckProgram(check);
+        CheckGivenSecret(check);
         CheckKeyboardFilter(check);
     }
 }

@@ -1,5 +1,7 @@
-// B060 to B065: the configuration files that the update brings, and the settings that it carries over.
+// B060 to B067: the configuration files that the update brings, and the settings that it carries over.
+#include "check/lint/ConfigTags.h"
 #include "check/lint/Lint.h"
+#include "check/lint/SecretText.h"
 #include "check/lint/XmlFile.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
@@ -40,6 +42,29 @@ void AddTag(KnownTags& known, const TagPath& path, bool bSection)
     if (!bNew) it->second.bSection = it->second.bSection && bSection;
 }
 
+/// The type that may have been meant by another word.
+std::wstring MeantType(const std::wstring& tstrType)
+{
+    constexpr std::pair<const wchar_t*, const wchar_t*> kOthers[] = {
+        {L"boolean", L"bool"}, {L"integer", L"int"}, {L"number", L"int"}, {L"dword", L"int"}, {L"text", L"string"}};
+    for (const auto& [szOther, szType] : kOthers) {
+        if (String::EqualsNoCase(tstrType, szOther)) return szType;
+    }
+    const std::wstring words[] = {L"string", L"int", L"bool"};
+    return NearestOf(tstrType, words);
+}
+
+/// 0 or 1, as it may have been meant by another word.
+std::wstring MeantBool(const std::wstring& tstrValue)
+{
+    constexpr std::pair<const wchar_t*, const wchar_t*> kOthers[] = {{L"true", L"1"},  {L"yes", L"1"}, {L"on", L"1"},
+                                                                     {L"false", L"0"}, {L"no", L"0"},  {L"off", L"0"}};
+    for (const auto& [szOther, szBool] : kOthers) {
+        if (String::EqualsNoCase(tstrValue, szOther)) return szBool;
+    }
+    return {};
+}
+
 /// One configuration file.
 class ConfigFile {
 public:
@@ -55,6 +80,7 @@ public:
 
 private:
     void CheckElement(const XmlElement& element, const TagPath& path);
+    void CheckAttributes(const XmlElement& element, const TagPath& path);
     [[nodiscard]] bool CheckSealed(const XmlElement& element, const TagPath& path, Config::Secret<std::wstring>& clear);
     void CheckMark(const XmlElement& element, const TagPath& path);
     void CheckType(const XmlElement& element, const TagPath& path, const std::wstring& tstrClear);
@@ -79,6 +105,7 @@ void ConfigFile::Check(const XmlElement& root)
 void ConfigFile::CheckElement(const XmlElement& element, const TagPath& path)
 {
     AddTag(m_known, path, element.GetFirstChild() != nullptr);
+    CheckAttributes(element, path);
     if (element.GetFirstChild()) return;
     Config::Secret<std::wstring> clear;
     const Config::Value value = Config::ValueOf(element);
@@ -89,6 +116,20 @@ void ConfigFile::CheckElement(const XmlElement& element, const TagPath& path)
         CheckMark(element, path);
     }
     CheckType(element, path, clear.value);
+}
+
+/// B066: attributes that nearly are those which mean something. B064 tells of the mark of a protected one.
+void ConfigFile::CheckAttributes(const XmlElement& element, const TagPath& path)
+{
+    const std::wstring names[] = {L"type", L"protected"};
+    for (const Storage::XmlAttribute& attribute : element.Attributes()) {
+        const std::wstring& tstrName = attribute.tstrName;
+        const std::wstring tstrNear = NearestOf(tstrName, names);
+        const bool bMark = String::EqualsNoCase(tstrName, names[1]);
+        if (tstrNear.empty() || tstrName == tstrNear || bMark) continue;
+        Add(Rule::eMisspeltSetting, element,
+            path.Text() + L" has the attribute \"" + tstrName + L"\", which means nothing", tstrNear);
+    }
 }
 
 /// B064 of a setting that is marked as protected. False when its text cannot be read.
@@ -107,11 +148,21 @@ bool ConfigFile::CheckSealed(const XmlElement& element, const TagPath& path, Con
 void ConfigFile::CheckMark(const XmlElement& element, const TagPath& path)
 {
     const bool bMisspelt = Config::ProtectionOf(element) == Config::Protection::eMisspelt;
-    if (!bMisspelt && !Config::IsSecret(path)) return;
+    const std::wstring tstrText = element.GetText();
+    const bool bKnown = bMisspelt || Config::IsSecret(path);
+    const bool bNamed = IsSecretName(element.GetName()) &&
+                        tstrText.find_first_not_of(L" \t\r\n") != std::wstring::npos &&
+                        Config::TypeOfName(element.GetAttribute(L"type")) == Config::Type::eString;
+    if (!bKnown && !bNamed) return;
     // An element without a text gives nothing away.
     Add(Rule::eSecretInClear, element,
-        path.Text() + (bMisspelt ? L" is meant to be protected, but not marked so" : L" is a secret and not protected"),
-        L"protected=\"1\"", element.GetText().empty() ? Severity::eWarning : Severity::eError);
+        path.Text() +
+            (bMisspelt ? L" is meant to be protected, but not marked so"
+             : bKnown  ? L" is a secret and not protected"
+                       : L" is a secret by its name and not protected") +
+            (tstrText.empty() ? L"" : L": ship it empty"),
+        L"<" + element.GetName() + L" protected=\"1\"/>",
+        tstrText.empty() || !bKnown ? Severity::eWarning : Severity::eError);
 }
 
 void ConfigFile::CheckType(const XmlElement& element, const TagPath& path, const std::wstring& tstrClear)
@@ -119,11 +170,20 @@ void ConfigFile::CheckType(const XmlElement& element, const TagPath& path, const
     const std::wstring tstrType = element.GetAttribute(L"type");
     const Config::Type eType = Config::TypeOfName(tstrType);
     if (eType == Config::Type::eUnknown) {
-        const std::wstring words[] = {L"string", L"int", L"bool"};
-        Add(Rule::eConfigValueType, element, path.Text() + L" has a type that no value fits: " + tstrType,
-            NearestOf(tstrType, words));
+        const std::wstring tstrMeant = MeantType(tstrType);
+        const bool bFits = tstrClear.empty() || Config::Fits(Config::TypeOfName(tstrMeant), tstrClear);
+        Add(Rule::eConfigValueType, element,
+            path.Text() + L" has the type \"" + tstrType + L"\": write string, int (a decimal number) or bool (0 or 1)",
+            bFits ? tstrMeant : std::wstring());
     } else if (!tstrClear.empty() && !Config::Fits(eType, tstrClear)) {
-        Add(Rule::eConfigValueType, element, path.Text() + L" holds no value of its type, " + tstrType);
+        // What was protected is not shown.
+        const std::wstring tstrShown =
+            Config::ValueOf(element).bProtected ? std::wstring(L"a protected value") : L"\"" + tstrClear + L"\"";
+        const bool bBool = eType == Config::Type::eBool;
+        Add(Rule::eConfigValueType, element,
+            path.Text() + L" holds " + tstrShown + L", which is no " + tstrType + L": write " +
+                (bBool ? L"0 or 1" : L"a decimal number"),
+            bBool ? MeantBool(tstrClear) : std::wstring());
     }
 }
 
@@ -180,10 +240,14 @@ void CheckConfiguration(const LintContext& context, Report& report)
 {
     KnownTags known;
     AddDefaults(known);
+    std::vector<FileTags> files;
     for (const std::wstring& tstrFile : SettingFiles(context.update, L"config", L"xml")) {
         const auto document = ReadXml(context.update, tstrFile, Rule::eConfigNotXml, report);
-        if (document) ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
+        if (!document) continue;
+        ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
+        files.push_back(TagsOf(tstrFile, *document->GetRoot()));
     }
+    CheckTagNames(context.update, files, report);
     std::vector<std::wstring> words;
     for (const auto& [tstrFolded, tag] : known) {
         if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);

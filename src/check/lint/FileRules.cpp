@@ -1,5 +1,6 @@
 // B030 to B039: folders and files that the instruction file creates and removes.
 #include "check/lint/Lint.h"
+#include "check/lint/ProductFiles.h"
 #include "check/update/Deliveries.h"
 #include "check/update/Instructions.h"
 
@@ -35,6 +36,7 @@ struct FileCheck {
     const IniRecord& record;
     int iOp;
     FileRecord parsed;
+    const CustomerFolders& folders;
     Report& report;
 
     [[nodiscard]] bool IsFolder() const { return iOp == op_dir_add || iOp == op_dir_delete; }
@@ -47,7 +49,15 @@ struct FileCheck {
     {
         report.Add(eRule, kInstructionFile, record.valuePlace, tstrText, tstrSuggestion);
     }
+    /// The same with another record as the suggestion, unless that would be refused as well.
+    void AddWithRecord(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrRecord) const;
 };
+
+std::wstring WithoutQuotes(std::wstring tstrText)
+{
+    std::erase(tstrText, L'"');
+    return tstrText;
+}
 
 /// A path whose beginning is left of a placeholder: that mistake has a rule of its own.
 bool BeginsWithBraces(const std::wstring& tstrPath)
@@ -75,10 +85,16 @@ bool CheckRefusal(const FileCheck& check)
     if (BeginsWithBraces(check.parsed.tstrPath)) return false;
     const std::wstring& tstrPath = check.parsed.tstrPath;
     const bool bFull = String::IsFullPath(tstrPath);
+    const bool bQuoted = tstrPath.find(L'"') != std::wstring::npos;
     const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos;
     const std::size_t uName = std::min(tstrPath.find_first_not_of(L"\\/"), tstrPath.size());
-    check.Add(Rule::eNoFullPath, L"\"" + tstrPath + (bFull ? L"\" is a whole drive or share" : L"\" is no full path"),
-              bRelative ? kInstalledDir + tstrPath.substr(uName) : std::wstring());
+    const std::wstring tstrShown = L"\"" + tstrPath + L"\" is ";
+    check.AddWithRecord(Rule::eNoFullPath,
+                        bQuoted ? L"the quotes are part of the path, which needs none for its spaces: remove the quotes"
+                                : tstrShown + (bFull ? L"a whole drive or share" : L"no full path"),
+                        bQuoted     ? WithoutQuotes(check.record.tstrValue)
+                        : bRelative ? kInstalledDir + tstrPath.substr(uName)
+                                    : std::wstring());
     return false;
 }
 
@@ -93,7 +109,11 @@ void CheckName(const FileCheck& check, const std::wstring& tstrName, bool bPatte
     const bool bCharacter = std::any_of(tstrName.begin(), tstrName.end(), [](wchar_t ch) {
         return ch < L' ' || std::wstring_view(L"<>\"|:").find(ch) != std::wstring_view::npos;
     });
-    if (bCharacter || Storage::File::IsDevice(tstrName)) {
+    if (tstrName.find(L'"') != std::wstring::npos) {
+        check.AddWithRecord(Rule::eNameNotAllowed,
+                            L"Windows allows no quotes in the name \"" + tstrName + L"\": remove the quotes",
+                            WithoutQuotes(check.record.tstrValue));
+    } else if (bCharacter || Storage::File::IsDevice(tstrName)) {
         check.Add(Rule::eNameNotAllowed, L"Windows does not allow the name \"" + tstrName + L"\"");
     } else if (!bPattern && !bDots && (tstrName.ends_with(L'.') || tstrName.ends_with(L' '))) {
         check.Add(Rule::eNameNotAllowed, L"Windows drops the end of the name \"" + tstrName + L"\"");
@@ -109,6 +129,16 @@ void CheckNames(const FileCheck& check)
         CheckName(check, tstrPath.substr(uBegin, uEnd - uBegin), !check.IsFolder() && uEnd == tstrPath.size());
         uBegin = uEnd;
     }
+}
+
+void FileCheck::AddWithRecord(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrRecord) const
+{
+    // The suggestion is checked like a record of its own: an invalid one helps nobody.
+    Report findings;
+    const FileCheck other{record, iOp, ParseFileRecord(iOp, folders.Expand(tstrRecord)), folders, findings};
+    const bool bTaken = !tstrRecord.empty() && other.parsed.eRefusal == FileRefusal::eNone && CheckRefusal(other);
+    if (bTaken) CheckNames(other);
+    Add(eRule, tstrText, bTaken && findings.Sorted().empty() ? tstrRecord : std::wstring());
 }
 
 void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
@@ -222,24 +252,10 @@ void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
     }
 }
 
-/// Whether standard users can make folders there, and put links in the place of their own. The product's folder is
-/// none of them, wherever a copy of it is.
-bool IsUsersFolder(const std::wstring& tstrFolder, const Surroundings& around)
-{
-    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Documents and Settings\\",
-                                                   L"\\Windows\\Temp\\"};
-    constexpr std::size_t kDrive = 2;  // "C:"
-    if (String::StartsWithNoCase(tstrFolder, around.folders.InstalledDir()) || tstrFolder.size() < kDrive) return false;
-    const std::wstring_view tstrBelow = std::wstring_view(tstrFolder).substr(kDrive);
-    return tstrFolder[1] == L':' &&
-           std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders),
-                       [&](std::wstring_view tstrUsers) { return String::StartsWithNoCase(tstrBelow, tstrUsers); });
-}
-
 void CheckUsersFolder(const FileCheck& check, const Surroundings& around)
 {
     const std::wstring tstrFolder = check.Folder();
-    if (!IsUsersFolder(tstrFolder, around)) return;
+    if (!IsUsersFolder(tstrFolder, around.folders.InstalledDir())) return;
     switch (check.iOp) {
         case op_dir_add:
             check.Add(Rule::eFolderUsersWrite,
@@ -313,7 +329,8 @@ void CheckPath(const Instruction& instruction, Surroundings& around, Report& rep
 {
     const int iOp = FileOpOf(instruction.pKey->eEffect);
     const FileCheck check{*instruction.pRecord, iOp,
-                          ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), report};
+                          ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), around.folders,
+                          report};
     if (!CheckRefusal(check)) return;
     if (iOp == op_dir_add) AddCreated(around.created, check.Folder());
     CheckNames(check);

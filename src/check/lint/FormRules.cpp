@@ -1,6 +1,7 @@
-// B001 to B009: the form of the instruction file.
+// B001 to B009 and B100: the form of the instruction file.
 #include "check/lint/Lint.h"
 #include "check/update/Instructions.h"
+#include "check/update/ShownText.h"
 #include "check/update/Suggestion.h"
 
 #include "agent/InstructionFile.h"
@@ -31,6 +32,11 @@ void CheckEncoding(const IniScan& scan, Report& report)
         case IniEncoding::eCodePage:
             add(scan.FirstForeign(), L"a character outside ASCII, and the file is not UTF-16 with its mark");
             break;
+    }
+    if (!scan.LoneReturns().empty()) {
+        report.Add(Rule::eLineEnd, kInstructionFile, scan.LoneReturns().front(),
+                   Counted(scan.LoneReturns().size(), L"line ends", L"lines end") +
+                       L" in CR without LF: two lines may be read as one; save the file with CR LF");
     }
     for (const TextPosition& place : scan.Damaged()) add(place, L"half a character: a surrogate that stands alone");
 }

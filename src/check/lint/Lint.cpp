@@ -14,8 +14,8 @@ namespace Check {
 namespace {
 
 constexpr void (*kFamilies[])(const LintContext& context, Report& report) = {
-    CheckForm,     CheckPlaceholders, CheckRegistry,      CheckFileRecords, CheckUpdateInfo, CheckCommands,
-    CheckPackages, CheckManifest,     CheckConfiguration, CheckShortcuts,   CheckTexts,
+    CheckForm,     CheckPlaceholders, CheckRegistry, CheckFileRecords,   CheckUpdateInfo, CheckCommands,
+    CheckPackages, CheckLanguages,    CheckManifest, CheckConfiguration, CheckShortcuts,  CheckTexts,
 };
 
 }  // namespace

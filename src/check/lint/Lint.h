@@ -28,6 +28,7 @@ void CheckFileRecords(const LintContext& context, Report& report);    ///< FileR
 void CheckUpdateInfo(const LintContext& context, Report& report);     ///< UpdateInfoRules.cpp
 void CheckCommands(const LintContext& context, Report& report);       ///< CommandRules.cpp
 void CheckPackages(const LintContext& context, Report& report);       ///< PackageRules.cpp
+void CheckLanguages(const LintContext& context, Report& report);      ///< LanguageRules.cpp
 void CheckManifest(const LintContext& context, Report& report);       ///< ManifestRules.cpp
 void CheckConfiguration(const LintContext& context, Report& report);  ///< ConfigRules.cpp
 void CheckShortcuts(const LintContext& context, Report& report);      ///< ShortcutRules.cpp

@@ -1,16 +1,16 @@
-// B070 to B075: the layout of the packages.
+// B070, B071, B073 to B075, B077 and B078: the layout of the packages.
 #include "check/lint/Lint.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 
 #include "agent/DownloadPath.h"
-#include "agent/SettingsFiles.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
 
+#include <shlwapi.h>
+
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <set>
 #include <string_view>
@@ -118,6 +118,22 @@ std::wstring MeantFolder(const Package& package, const std::vector<std::wstring>
     return NearestOf(tstrRefused.empty() ? package.tstrDownloadPath : tstrRefused.substr(uName), others);
 }
 
+/// Packages that nobody deploys. An install folder may have those of earlier updates.
+void CheckUnnamedPackages(const Update& update, const std::vector<std::wstring>& others,
+                          const std::set<std::wstring>& meant, Report& report)
+{
+    if (update.InstalledFolder() && update.InstalledFolder()->Text() == update.Root().Text()) return;
+    for (const std::wstring& tstrName : others) {
+        const bool bInOther = std::any_of(others.begin(), others.end(), [&](const std::wstring& tstrOther) {
+            return String::StartsWithNoCase(tstrName, tstrOther + L"\\");
+        });
+        if (bInOther || meant.contains(tstrName)) continue;
+        report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kComponents + tstrName, {},
+                     std::wstring(L"neither ") + ProductDownloadKey().szKey + L" nor " + ResourceDownloadKey().szKey +
+                         L" of UpdateInfo.ini names this package: nothing of it is deployed");
+    }
+}
+
 /// Without the package that the update information names, other folders below "Component\\" are for nobody.
 void CheckDownloadPaths(const Update& update, Report& report)
 {
@@ -132,20 +148,23 @@ void CheckDownloadPaths(const Update& update, Report& report)
     const std::wstring tstrNear = MeantFolder(update.Resource(), others);
     const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource",
                                   tstrNear.empty() && itTexts != others.end() ? *itTexts : tstrNear};
-    bool bOther = update.Resource().bThere;
+    std::set<std::wstring> meant;  // each has a finding of its own already
     for (const MissingPackage* pMissing : {&product, &resource}) {
         const bool bThere = pMissing->package.bThere && pMissing->package.tstrRefused.empty();
         const bool bNamed = !bThere && CheckNamedPackage(update, info, *pMissing, report);
         const bool bMeant = pMissing == &product ? !others.empty() : update.Product().bThere && itTexts != others.end();
+        if (bNamed || (!bThere && bMeant)) {
+            meant.insert(pMissing->tstrMeant.empty() && others.size() == 1 ? others.front() : pMissing->tstrMeant);
+        }
         if (!bThere && !bNamed && bMeant) {
-            report.AddAs(bOther ? Severity::eWarning : Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
+            report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
                          L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
                              update.Root().Relative(pMissing->package.folder) +
                              L"\", which is not there: nothing of it is deployed",
                          pMissing->tstrMeant);
         }
-        bOther = true;
     }
+    CheckUnnamedPackages(update, others, meant, report);
 }
 
 /// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
@@ -282,92 +301,25 @@ void CheckReadOnly(const Update& update, Report& report)
     }
 }
 
-using Languages = String::NoCaseSet;
-
-/// One kind of text or file that an update brings once for each language.
-struct LanguageKind {
-    Languages languages;
-    bool bForAll = false;  ///< one that serves every language is there
-    Severity eSeverity;
-    std::function<void(const std::wstring& tstrLanguage, Severity eSeverity)> report;  ///< that it is missing
-};
-
-void AddLanguage(Languages& languages, const std::wstring& tstrTag)
+/// B077 and B078: files that come by mistake.
+void CheckStrayFiles(const Update& update, Report& report)
 {
-    if (!tstrTag.empty()) languages.insert(tstrTag);
-}
-
-LanguageKind SettingKind(const Update& update, const LanguageFile& file, Report& report)
-{
-    const std::wstring tstrFront = update.SettingFolder() / file.szBase + L"_";
-    const std::wstring tstrBack = std::wstring(L".") + file.szExtension;
-    LanguageKind kind{{}, false, Severity::eError, [&report, tstrFront, tstrBack](const auto& tstrTag, auto eSeverity) {
-                          report.AddAs(eSeverity, Rule::eLanguageIncomplete, tstrFront + tstrTag + tstrBack, {},
-                                       L"other languages have this file, " + tstrTag + L" has not");
-                      }};
-    const std::wstring tstrPattern = std::wstring(file.szBase) + L"_*" + tstrBack;
-    for (const std::wstring& tstrFile : update.FilesIn(update.SettingFolder(), tstrPattern.c_str())) {
-        const std::size_t cchTag = tstrFile.size() - tstrFront.size() - tstrBack.size();
-        AddLanguage(kind.languages, tstrFile.substr(tstrFront.size(), cchTag));
-    }
-    kind.bForAll = !update.FilesIn(update.SettingFolder(), (file.szBase + tstrBack).c_str()).empty();
-    return kind;
-}
-
-LanguageKind TableKind(const Update& update, Report& report)
-{
-    constexpr std::wstring_view kTable = L"\\StringTable.ini";
-    Languages languages;
-    Folder found = update.ResourceFolders().front();
-    for (const Folder& folder : update.ResourceFolders()) {
-        for (const std::wstring& tstrFile : update.Files()) {
-            if (!folder.Contains(tstrFile)) continue;
-            const std::wstring tstrRest = folder.Relative(tstrFile);
-            const std::size_t uTag = std::min(tstrRest.find(L'\\'), tstrRest.size());
-            if (!String::EqualsNoCase(std::wstring_view(tstrRest).substr(uTag), kTable)) continue;
-            AddLanguage(languages, tstrRest.substr(0, uTag));
-            found = folder;
+    constexpr wchar_t kSystemFiles[] = L"Thumbs.db;desktop.ini;.DS_Store;._*;~$*;*.swp;*.orig;*.rej";
+    constexpr wchar_t kPrograms[] = L"*.exe;*.dll;*.sys;*.ocx;*.com;*.msi;*.cpl";
+    std::set<std::wstring> reported;
+    for (const Delivery& delivery : update.Deliveries()) {
+        const std::wstring& tstrFile = delivery.tstrContent;
+        const std::wstring tstrName = tstrFile.substr(String::FolderPart(tstrFile).size());
+        if (tstrFile.empty() || !reported.insert(tstrFile).second) continue;
+        if (::PathMatchSpecW(tstrName.c_str(), kSystemFiles)) {
+            report.Add(Rule::eNoProductFile, tstrFile, {},
+                       L"\"" + tstrName + L"\" is no file of a product and is installed all the same: delete it");
         }
-    }
-    return {languages, false, Severity::eError, [&report, found, kTable](const auto& tstrTag, auto eSeverity) {
-                report.AddAs(eSeverity, Rule::eLanguageIncomplete, found / tstrTag + std::wstring(kTable), {},
-                             L"other languages have this file, " + tstrTag + L" has not");
-            }};
-}
-
-LanguageKind NotificationKind(const IniScan& scan, Report& report)
-{
-    constexpr std::wstring_view kSection = L"RestartNotification_";
-    Languages languages;
-    for (const IniSection& section : scan.Sections()) {
-        if (String::StartsWithNoCase(section.tstrName, kSection)) {
-            AddLanguage(languages, section.tstrName.substr(kSection.size()));
-        }
-    }
-    return {languages, false, Severity::eWarning, [&report, kSection](const auto& tstrTag, auto eSeverity) {
-                report.AddAs(eSeverity, Rule::eLanguageIncomplete, kInstructionFile, {},
-                             L"[" + std::wstring(kSection) + tstrTag + L"] is missing: the question is in English");
-            }};
-}
-
-void CheckLanguages(const LintContext& context, Report& report)
-{
-    std::vector<LanguageKind> kinds;
-    Languages languages;
-    for (const std::wstring& tstrTag : context.languages) AddLanguage(languages, tstrTag);
-    for (const LanguageFile& file : LanguageFiles()) kinds.push_back(SettingKind(context.update, file, report));
-    kinds.push_back(NotificationKind(context.instructions, report));
-    for (const LanguageKind& kind : kinds) languages.insert(kind.languages.begin(), kind.languages.end());
-    kinds.push_back(TableKind(context.update, report));
-    for (const std::wstring& tstrTag : kinds.back().languages) {
-        // The decision about the new name reads the English table on every machine.
-        if (!String::EqualsNoCase(tstrTag, L"en-US")) languages.insert(tstrTag);
-    }
-    for (const LanguageKind& kind : kinds) {
-        if (kind.languages.empty() || kind.bForAll) continue;
-        for (const std::wstring& tstrTag : languages) {
-            if (!kind.languages.contains(tstrTag)) kind.report(tstrTag, kind.eSeverity);
-        }
+        WIN32_FILE_ATTRIBUTE_DATA data{};
+        const bool bEmpty = ::PathMatchSpecW(tstrName.c_str(), kPrograms) &&
+                            ::GetFileAttributesExW(update.FullPath(tstrFile).c_str(), GetFileExInfoStandard, &data) &&
+                            data.nFileSizeLow == 0 && data.nFileSizeHigh == 0;
+        if (bEmpty) report.Add(Rule::eEmptyProgram, tstrFile, {}, L"the program or library is empty: it has 0 bytes");
     }
 }
 
@@ -379,7 +331,7 @@ void CheckPackages(const LintContext& context, Report& report)
     CheckSections(context, report);
     CheckUnusedFiles(context.update, CheckInnerFolder(context.update, report), report);
     CheckReadOnly(context.update, report);
-    CheckLanguages(context, report);
+    CheckStrayFiles(context.update, report);
 }
 
 }  // namespace Check

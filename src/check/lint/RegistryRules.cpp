@@ -1,5 +1,7 @@
-// B020 to B029: registry records of the instruction file.
+// B020 to B029 and B120: registry records of the instruction file.
+#include "check/lint/InstalledRegistry.h"
 #include "check/lint/Lint.h"
+#include "check/lint/SecretText.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 
@@ -119,10 +121,27 @@ void CheckBlanks(const Patch& patch)
     }
 }
 
+constexpr std::wstring_view kHives[] = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
+                                        L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
+
 bool IsOneOf(std::span<const std::wstring_view> names, const std::wstring& tstrName)
 {
     return std::any_of(names.begin(), names.end(),
                        [&](std::wstring_view tstrOne) { return String::EqualsNoCase(tstrOne, tstrName); });
+}
+
+/// A key path as a suggestion; empty unless Windows takes it.
+std::wstring IfKeyPath(std::wstring tstrPath)
+{
+    const bool bTaken = IsOneOf(kHives, tstrPath.substr(0, tstrPath.find(L'\\'))) &&
+                        tstrPath.find(L"\\\\") == std::wstring::npos && !tstrPath.ends_with(L'\\');
+    return bTaken ? tstrPath : std::wstring();
+}
+
+std::wstring WithBackslashes(std::wstring tstrPath)
+{
+    std::replace(tstrPath.begin(), tstrPath.end(), L'/', L'\\');
+    return tstrPath;
 }
 
 /// False when a root is written out: what follows is no key path.
@@ -132,22 +151,34 @@ bool CheckRoot(const Patch& patch)
     constexpr std::wstring_view kOthers[] = {L"HKEY_CURRENT_USER",   L"HKCU", L"HKEY_CLASSES_ROOT", L"HKCR",
                                              L"HKEY_CURRENT_CONFIG", L"HKCC", L"HKEY_USERS",        L"HKU"};
     const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
-    const std::size_t uEnd = std::min(tstrPath.find_first_of(L":\\"), tstrPath.size());
+    const std::size_t uEnd = std::min(tstrPath.find_first_of(L":\\/"), tstrPath.size());
     const std::wstring tstrFirst = tstrPath.substr(0, uEnd);
     const bool bMachine = IsOneOf(kMachine, tstrFirst);
     if (!bMachine && !IsOneOf(kOthers, tstrFirst)) return true;
-    const std::size_t uRest = tstrPath.find_first_not_of(L":\\", uEnd);
+    const std::size_t uRest = std::min(tstrPath.find_first_not_of(L":\\/", uEnd), tstrPath.size());
     patch.Error(Rule::eRootWrittenOut, patch.fields[eKeyPath].place,
                 L"all keys lie below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" is taken for a key there",
-                bMachine && uRest != std::wstring::npos ? tstrPath.substr(uRest) : std::wstring());
+                bMachine ? IfKeyPath(WithBackslashes(tstrPath.substr(uRest))) : std::wstring());
+    return false;
+}
+
+/// False for a key path with slashes: they belong to the names. Some keys have one on purpose, but not in front of the
+/// first backslash, and the product's key has none.
+bool CheckSlashes(const Patch& patch)
+{
+    const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
+    const std::wstring tstrMeant = WithBackslashes(tstrPath);
+    const bool bFirst = tstrPath.find(L'/') < tstrPath.find(L'\\');
+    const bool bProduct = tstrMeant != tstrPath && String::StartsWithNoCase(tstrMeant, Frwk::Utility::kProductKey);
+    if (!bFirst && !bProduct) return true;
+    patch.Error(Rule::eKeyPath, patch.fields[eKeyPath].place,
+                L"\"/\" separates no keys: write backslashes between their names", IfKeyPath(tstrMeant));
     return false;
 }
 
 /// What no key can be called, and where none can be made.
 void CheckKeyNames(const Patch& patch)
 {
-    constexpr std::wstring_view kHives[] = {L"SOFTWARE", L"SYSTEM",      L"HARDWARE",   L"SAM",
-                                            L"SECURITY", L"BCD00000000", L"COMPONENTS", L"DRIVERS"};
     const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
     const std::wstring tstrFirst = tstrPath.substr(0, tstrPath.find(L'\\'));
     const TextPosition place = patch.fields[eKeyPath].place;
@@ -155,7 +186,7 @@ void CheckKeyNames(const Patch& patch)
         const std::wstring tstrNear =
             NearestOf(tstrFirst, std::vector<std::wstring>(std::begin(kHives), std::end(kHives)));
         patch.Error(Rule::eKeyPath, place, L"Windows lets nobody make a key \"" + tstrFirst + L"\" below the root",
-                    tstrNear.empty() ? std::wstring() : tstrNear + tstrPath.substr(tstrFirst.size()));
+                    tstrNear.empty() ? std::wstring() : IfKeyPath(tstrNear + tstrPath.substr(tstrFirst.size())));
     }
     for (std::size_t uBegin = 0; uBegin < tstrPath.size();) {
         const std::size_t uEnd = std::min(tstrPath.find(L'\\', uBegin), tstrPath.size());
@@ -178,6 +209,7 @@ void CheckBackslashes(const Patch& patch)
     if (!bEnd && !bFront && !bTwo) return;
     while (tstrPlain.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrPlain, L"\\\\", L"\\");
     if (bFront && !tstrPlain.empty()) tstrPlain.erase(0, 1);
+    tstrPlain = IfKeyPath(tstrPlain);
     const TextPosition place = patch.fields[eKeyPath].place;
     if (bFront) {
         patch.Error(Rule::eKeyPath, place, L"the key path begins with a backslash: Windows refuses it", tstrPlain);
@@ -217,12 +249,39 @@ std::wstring NearestNumber(const std::wstring& tstrData, bool bQword)
     return std::to_wstring(bQword ? ullNumber : static_cast<DWORD>(ullNumber));
 }
 
+/// Windows' name of a value's type.
+std::wstring TypeName(DWORD dwType)
+{
+    constexpr std::wstring_view kNames[] = {L"REG_NONE",   L"REG_SZ",      L"REG_EXPAND_SZ",
+                                            L"REG_BINARY", L"REG_DWORD",   L"REG_DWORD_BIG_ENDIAN",
+                                            L"REG_LINK",   L"REG_MULTI_SZ"};
+    if (dwType == REG_QWORD) return L"REG_QDWORD";  // as records call it
+    return dwType < std::size(kNames) ? std::wstring(kNames[dwType]) : L"type " + std::to_wstring(dwType);
+}
+
 /// Of two types that come equally near, the 64-bit one is meant: its word is the odd one.
 std::wstring NearestType(const std::wstring& tstrType)
 {
     std::vector<std::wstring> words = RegistryTypeWords();
     std::reverse(words.begin(), words.end());
     return NearestOf(tstrType, words);
+}
+
+/// The way around a type that the agent does not write.
+void CheckUnwrittenType(const Patch& patch)
+{
+    constexpr std::wstring_view kWindowsTypes[] = {L"REG_MULTI_SZ", L"REG_BINARY", L"REG_EXPAND_SZ", L"REG_NONE"};
+    const std::wstring& tstrType = patch.parsed.tstrType;
+    const TextPosition place = patch.fields[eType].place;
+    if (IsOneOf(kWindowsTypes, tstrType)) {
+        patch.Error(Rule::eRegistryType, place,
+                    tstrType +
+                        L" is not supported: nothing is written; bring a .reg file and import it in [Run]: "
+                        L"SysRunOnce=reg.exe import \"{InstalledDir}NAME.reg\"");
+        return;
+    }
+    patch.Error(Rule::eRegistryType, place, L"\"" + tstrType + L"\" is no type: nothing is written",
+                NearestType(tstrType));
 }
 
 void CheckTypeAndData(const Patch& patch)
@@ -232,12 +291,7 @@ void CheckTypeAndData(const Patch& patch)
     switch (parsed.eType) {
         case RegistryType::eText: return;
         case RegistryType::eMultiText:
-            patch.Error(Rule::eRegistryType, type.place, L"REG_MULTI_SZ is not supported: nothing is written");
-            return;
-        case RegistryType::eUnknown:
-            patch.Error(Rule::eRegistryType, type.place, L"\"" + parsed.tstrType + L"\" is no type: nothing is written",
-                        NearestType(parsed.tstrType));
-            return;
+        case RegistryType::eUnknown: CheckUnwrittenType(patch); return;
         case RegistryType::eDword:
         case RegistryType::eQword: break;
     }
@@ -249,6 +303,29 @@ void CheckTypeAndData(const Patch& patch)
         Rule::eRegistryNumber, patch.fields.size() > eData ? patch.fields[eData].place : type.place,
         L"\"" + parsed.tstrData + L"\" is no decimal number of " + (bQword ? L"64" : L"32") + L" bits: 0 is stored",
         NearestNumber(parsed.tstrData, bQword));
+}
+
+/// B120 and B046: the value as the installed product has it.
+void CheckInstalledValue(const Patch& patch, const InstalledRegistry& installed)
+{
+    const RegistryRecord& parsed = patch.parsed;
+    const std::optional<RegistryData> optData = DataOf(parsed);
+    if (!optData || patch.fields.size() <= eType) return;
+    const auto optFound = installed.Find(KeyPathOf(parsed.tstrKeyPath), parsed.tstrValueName);
+    if (!optFound) return;
+    const StoredValue written = ToStored(*optData);
+    if (optFound->dwType != written.dwType) {
+        patch.Warn(Rule::eOtherRegistryType, patch.fields[eType].place,
+                   L"the installed product has \"" + parsed.tstrValueName + L"\" as " + TypeName(optFound->dwType) +
+                       L": it may not read a " + parsed.tstrType);
+        return;
+    }
+    const bool bVersion = String::EqualsNoCase(parsed.tstrValueName, L"Version") && parsed.eType == RegistryType::eText;
+    const std::wstring tstrInstalled = bVersion ? ShowStored(*optFound) : std::wstring();
+    if (!patch.OnlyMissing() && IsOlderVersion(parsed.tstrData, tstrInstalled)) {
+        patch.Warn(Rule::eOlderVersion, patch.fields[eData].place,
+                   L"\"" + parsed.tstrData + L"\" is older than the installed \"" + tstrInstalled + L"\"");
+    }
 }
 
 /// A record of the value that the agent finds its folder by. `folders`: those of a customer's machine.
@@ -326,6 +403,7 @@ void CheckRegistry(const LintContext& context, Report& report)
     const std::vector<Instruction> instructions = ListInstructions(context.instructions);
     const CustomerFolders folders(context.update.InstalledFolder().value_or(kUsualInstallFolder),
                                   context.update.Product().tstrDownloadPath);
+    const InstalledRegistry installed(context.update);
     String::NoCaseMap<Patch> lasts;
     for (const Instruction& instruction : instructions) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eRegistryValue) continue;
@@ -334,11 +412,17 @@ void CheckRegistry(const LintContext& context, Report& report)
         const bool bMissing = CheckMissing(patch);
         if (!bMissing && !CheckFields(patch)) continue;
         CheckBlanks(patch);
-        if (CheckRoot(patch)) CheckKeyNames(patch);
+        if (CheckRoot(patch) && CheckSlashes(patch)) CheckKeyNames(patch);
         CheckBackslashes(patch);
         CheckDefaultName(patch);
         CheckProductPath(patch, folders);
-        if (!patch.Deletes()) CheckTypeAndData(patch);
+        if (!patch.Deletes()) {
+            CheckTypeAndData(patch);
+            CheckInstalledValue(patch, installed);
+        }
+        if (!patch.Deletes() && patch.parsed.eType == RegistryType::eText && patch.fields.size() > eData) {
+            CheckSecret(patch.parsed.tstrValueName, patch.fields[eData], report);
+        }
         if (!patch.Deletes() && !IsWritten(patch.parsed.eType)) continue;
         const auto itLast = lasts.find(ValueOf(patch));
         if (itLast != lasts.end() && !CompareWithLast(patch, itLast->second)) continue;

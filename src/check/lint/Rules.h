@@ -52,12 +52,16 @@ enum class Rule : unsigned {
     eVersionNotRecorded = 42,
     eIniEncoding = 43,
     eIniKey = 44,
+    eUnknownIniKey = 45,
+    eOlderVersion = 46,
     eCommandExclamation = 50,
     eCommandTooLong = 51,
     eUnquotedPath = 52,
     eCommandNamesMovedFile = 53,
     eRelativeProgram = 54,
     eKeyboardFilterCase = 55,
+    eStartedFile = 56,
+    eStartsInUsersFolder = 57,
     // Configuration
     eNoTagPath = 60,
     eUnknownTag = 61,
@@ -65,6 +69,8 @@ enum class Rule : unsigned {
     eConfigValueType = 63,
     eSecretInClear = 64,
     eShipsKeptSettings = 65,
+    eMisspeltSetting = 66,
+    eSettingOfOneLanguage = 67,
     // Package
     eNoStepLooksThere = 70,
     eNoInnerFolder = 71,
@@ -73,15 +79,23 @@ enum class Rule : unsigned {
     ePackageMissing = 74,
     eReadOnlyAtOnce = 75,
     eStaleManifest = 76,
+    eNoProductFile = 77,
+    eEmptyProgram = 78,
     // Shortcuts and texts
     eShortcutsNotXml = 80,
     eShortcutName = 81,
     eShortcutTarget = 82,
     eShortcutPlace = 83,
     eUnknownShortcutPart = 84,
+    eShortcutIcon = 85,
+    eRepeatedShortcut = 86,
     eStringTable = 90,
     eNotification = 91,
     eNewNameTexts = 92,
+    eQuotedText = 93,
+    // Groups whose ten numbers are used up go on a hundred higher: 100 the form, 120 the registry
+    eLineEnd = 100,
+    eOtherRegistryType = 120,
 };
 
 struct RuleRow {

@@ -1,15 +1,16 @@
-// B080 to B084: the shortcuts that the update describes.
+// B080 to B086: the shortcuts that the update describes.
 #include "check/lint/Lint.h"
+#include "check/lint/ProductFiles.h"
 #include "check/lint/XmlFile.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 #include "check/update/XmlForm.h"
 
-#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "installer/ShortcutPlan.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 using namespace KzCommon;
@@ -19,37 +20,6 @@ using Storage::XmlElement;
 namespace Check {
 
 namespace {
-
-/// The files of the product after the update, as far as they are known here.
-class ProductFiles {
-public:
-    explicit ProductFiles(const Update& update)
-        : m_installed(update.InstalledFolder().value_or(kUsualInstallFolder)),
-          m_bInstalled(update.InstalledFolder().has_value())
-    {
-        for (const Delivery& delivery : update.Deliveries()) m_brought.insert(delivery.tstrDestination);
-    }
-
-    /// Whether it is known which files the installed product has.
-    [[nodiscard]] bool AreInstalledKnown() const noexcept { return m_bInstalled; }
-
-    /// Whether a path below the install folder names a file or folder.
-    [[nodiscard]] bool Has(const std::wstring& tstrTarget) const
-    {
-        const std::wstring tstrFull = Storage::Directory::FullPath(m_installed / tstrTarget);
-        if (m_brought.contains(tstrFull)) return true;
-        const auto itBelow = m_brought.lower_bound(tstrFull + L"\\");
-        if (itBelow != m_brought.end() && String::StartsWithNoCase(*itBelow, tstrFull + L"\\")) return true;
-        const bool bInside = String::StartsWithNoCase(tstrFull, m_installed.Text());
-        return m_bInstalled && bInside &&
-               (Storage::File::IsExisted(tstrFull) || Storage::Directory::IsExisted(tstrFull));
-    }
-
-private:
-    Folder m_installed;
-    bool m_bInstalled;
-    String::NoCaseSet m_brought;  // full paths
-};
 
 /// Why Windows makes no link or folder of a name that the agent would try; null when it does.
 const wchar_t* WhyNoName(const ShortcutItem& item, std::wstring_view tstrName)
@@ -104,7 +74,7 @@ public:
     {
     }
 
-    /// B081 and B082, and B083 of links whose own name leads elsewhere.
+    /// B081, B082, B085, B086, and B083 of links whose own name leads elsewhere.
     void CheckItems(const XmlElement& root);
     /// B083: what the walk that makes shortcuts does not come to.
     void CheckPlaces(const XmlElement& root);
@@ -114,6 +84,7 @@ public:
 private:
     [[nodiscard]] bool CheckPart(const XmlElement& element);
     void CheckTarget(const ShortcutItem& item, const std::wstring& tstrName);
+    void AddMissing(Rule eRule, const XmlElement& element, const std::wstring& tstrFile);
     void CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, std::vector<const XmlElement*>& folders);
     void CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity = Severity::eError);
     void Add(Severity eSeverity, Rule eRule, const XmlElement& element, const std::wstring& tstrText,
@@ -138,6 +109,7 @@ std::wstring FolderKey(ShortcutPlace ePlace, const std::vector<std::wstring>& le
 void Description::CheckItems(const XmlElement& root)
 {
     String::NoCaseSet made = {FolderKey(ShortcutPlace::eDesktop, {}, 0), FolderKey(ShortcutPlace::eStartMenu, {}, 0)};
+    String::NoCaseMap<unsigned> lines;  // of the links
     for (const ShortcutItem& item : ListShortcuts(root, ShortcutWalk::eCreate)) {
         const std::wstring tstrName = item.bFolder ? item.pElement->GetAttribute(L"name") : item.pElement->GetText();
         if (const wchar_t* szWhy = WhyNoName(item, tstrName)) {
@@ -156,6 +128,12 @@ void Description::CheckItems(const XmlElement& root)
                 L"\"" + tstrName + L"\" lies in a folder that nothing makes before it");
         }
         CheckTarget(item, tstrName);
+        const unsigned uLine = PlaceOfElement(*item.pElement).uLine;
+        const auto [itFirst, bNew] = lines.try_emplace(FolderKey(item.ePlace, levels, levels.size()), uLine);
+        if (bNew) continue;
+        Add(Severity::eError, Rule::eRepeatedShortcut, *item.pElement,
+            L"\"" + tstrName + L"\" replaces the shortcut of line " + std::to_wstring(itFirst->second) +
+                L", which has the same name and place");
     }
 }
 
@@ -164,12 +142,22 @@ void Description::CheckTarget(const ShortcutItem& item, const std::wstring& tstr
     if (item.tstrTarget.empty()) {
         Add(Severity::eError, Rule::eShortcutTarget, *item.pElement,
             L"\"" + tstrName + L"\" has no target \"lnk\": it leads to the install folder");
-    } else if (!m_files.Has(item.tstrTarget)) {
-        const bool bKnown = m_files.AreInstalledKnown();
-        Add(bKnown ? Severity::eError : Severity::eWarning, Rule::eShortcutTarget, *item.pElement,
-            L"\"" + item.tstrTarget + L"\" does not come with the update" +
-                (bKnown ? L" and is not installed" : L"; --installed tells whether it is installed"));
+    } else if (!m_files.HasPath(m_files.PathOf(item.tstrTarget))) {
+        AddMissing(Rule::eShortcutTarget, *item.pElement, item.tstrTarget);
     }
+    if (!item.tstrIcon.empty() && !m_files.HasFile(m_files.PathOf(item.tstrIcon))) {
+        AddMissing(Rule::eShortcutIcon, *item.pElement, item.tstrIcon);
+    }
+}
+
+/// A file below the install folder that is not there.
+void Description::AddMissing(Rule eRule, const XmlElement& element, const std::wstring& tstrFile)
+{
+    const bool bKnown = m_files.AreInstalledKnown();
+    Add(bKnown ? Severity::eError : Severity::eWarning, eRule, element,
+        L"\"" + tstrFile + L"\" does not come with the update" +
+            (bKnown ? L" and is not installed" : L"; --installed tells whether it is installed"),
+        m_files.NearestOf(m_files.PathOf(tstrFile)));
 }
 
 void Description::CheckPlaces(const XmlElement& root)

@@ -1,4 +1,4 @@
-// B090 to B092: the texts that the update brings for each language.
+// B090 to B093: the texts that the update brings for each language.
 #include "check/lint/Lint.h"
 #include "check/update/ErrorText.h"
 #include "check/update/Instructions.h"
@@ -35,9 +35,24 @@ void CheckTableEncoding(const IniScan& scan, const std::wstring& tstrFile, Repor
         report.Add(Rule::eStringTable, tstrFile, bForeign ? scan.FirstForeign() : TextPosition{1, 1},
                    L"the table is not UTF-16 with its mark, and not plain ASCII");
     }
+    if (!scan.LoneReturns().empty()) {
+        report.Add(Rule::eLineEnd, tstrFile, scan.LoneReturns().front(),
+                   L"CR without LF: two lines may be read as one; save the file with CR LF");
+    }
     for (const TextPosition& place : scan.Damaged()) {
         report.Add(Rule::eStringTable, tstrFile, place, L"half a character: a surrogate that stands alone");
     }
+}
+
+/// B093: quotes that Windows' functions for a whole section leave where they are.
+void CheckQuotes(const IniRecord& record, const std::wstring& tstrFile, Report& report)
+{
+    const std::wstring& tstrText = record.tstrValue;
+    const std::size_t cch = tstrText.size();
+    if (cch < 2 || tstrText.front() != tstrText.back() || (tstrText.front() != L'"' && tstrText.front() != L'\''))
+        return;
+    report.Add(Rule::eQuotedText, tstrFile, record.valuePlace,
+               L"the quotes are part of the text, and users see them: remove the quotes", tstrText.substr(1, cch - 2));
 }
 
 void CheckTable(const Update& update, const std::wstring& tstrFile, Report& report)
@@ -66,7 +81,10 @@ void CheckTable(const Update& update, const std::wstring& tstrFile, Report& repo
     std::vector<std::wstring> keys;
     for (const IniRecord& record : pGlobal->records) {
         if (!record.IsRecord()) continue;
-        if (record.tstrKey == kProductName) return;
+        if (record.tstrKey == kProductName) {
+            CheckQuotes(record, tstrFile, report);
+            return;
+        }
         keys.push_back(record.tstrKey);
     }
     const std::wstring tstrNear = NearestOf(kProductName, keys);
@@ -97,9 +115,14 @@ constexpr const ::Section& kQuestion = SectionOf(L"RestartNotification_", L"Remi
 
 void CheckNotification(const IniSection& section, Report& report)
 {
-    const auto cTexts = std::count_if(section.records.begin(), section.records.end(), [](const IniRecord& record) {
-        return record.IsRecord() && record.tstrKey == kQuestion.keys.begin()->szKey;
-    });
+    std::size_t cTexts = 0;
+    for (const IniRecord& record : section.records) {
+        if (!record.IsRecord() || record.tstrKey != kQuestion.keys.begin()->szKey) continue;
+        CheckQuotes(record, kInstructionFile, report);
+        if (++cTexts != 3) continue;
+        report.Add(Rule::eNotification, kInstructionFile, record.place,
+                   L"title and message are the first two texts: nobody sees this one");
+    }
     if (cTexts >= 2) return;
     report.Add(Rule::eNotification, kInstructionFile, section.place,
                L"[" + section.tstrName + L"] " +

@@ -89,6 +89,8 @@ void IniScan::Scan(std::string_view strBytes)
         const std::size_t uEnd = std::min(tstrRest.find_first_of(L"\r\n"), tstrRest.size());
         ScanLine(tstrRest.substr(0, uEnd), uLine);
         tstrRest.remove_prefix(uEnd);
+        const bool bLone = tstrRest.starts_with(L'\r') && !tstrRest.starts_with(L"\r\n");
+        if (bLone) m_loneReturns.push_back(PlaceOf(uLine, uEnd));
         tstrRest.remove_prefix(tstrRest.starts_with(L"\r\n") ? 2 : std::min<std::size_t>(tstrRest.size(), 1));
     }
     if (m_bHalfCharacter) m_damaged.push_back({uLine, 1});

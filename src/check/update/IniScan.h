@@ -58,6 +58,8 @@ public:
     [[nodiscard]] TextPosition FirstForeign() const noexcept { return m_foreign; }
     /// Unpaired surrogates and a half character at the end.
     [[nodiscard]] const std::vector<TextPosition>& Damaged() const noexcept { return m_damaged; }
+    /// Carriage returns that no line feed follows.
+    [[nodiscard]] const std::vector<TextPosition>& LoneReturns() const noexcept { return m_loneReturns; }
     /// Lines before the first section.
     [[nodiscard]] const std::vector<IniRecord>& Stray() const noexcept { return m_stray; }
     [[nodiscard]] const std::vector<IniComment>& Comments() const noexcept { return m_comments; }
@@ -77,6 +79,7 @@ private:
     bool m_bHalfCharacter = false;
     TextPosition m_foreign;
     std::vector<TextPosition> m_damaged;
+    std::vector<TextPosition> m_loneReturns;
     std::vector<IniRecord> m_stray;
     std::vector<IniComment> m_comments;
     std::size_t m_cCommentsWithLine = 0;  ///< the later ones have no line yet

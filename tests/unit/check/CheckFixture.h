@@ -71,9 +71,15 @@ protected:
     explicit CheckTest(void (*pfnFamily)(const LintContext&, Report&)) : m_pfnFamily(pfnFamily)
     {
         Write(kInstructionFile, "");
+        Write(L"UpdateInfo.ini", kInfo);
         Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html"});
     }
 
+    /// Files below "Component\\", of one character each: an empty program is a mistake.
+    void Bring(std::initializer_list<std::wstring> names) const
+    {
+        for (const std::wstring& tstrName : names) Write(L"Component\\" + tstrName, "x");
+    }
     /// The findings, each as "B005 2:1 Component\\... suggestion", without the path for the instruction file and
     /// `tstrFile`.
     [[nodiscard]] std::vector<std::string> Findings(const std::wstring& tstrFile = kInstructionFile) const
@@ -112,6 +118,8 @@ protected:
         }
     }
 
+    static constexpr char kInfo[] =
+        "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";
     std::vector<std::wstring> m_languages;
     bool m_bWarnings = false;  ///< whether findings are warnings
 

@@ -24,6 +24,7 @@ TEST_F(FormRulesTest, TheLeastMistakeIsFoundInItsPlaceAndTheLineBesideItIsNot)
     strFull += "SysRunOnce=" + std::string(17, 'x');
     const Row rows[] = {
         {With("; a comment\n\n  [Run]  \n\tSysRunOnce=a=b==c\n"), {}},
+        {With("[Run]\r\nSysRunOnce=a\rSysRunOnce=b\r"), {"B100 6:13"}},
         {With("[Run]\nSysRunOnce\n;SysRunOnce\n"), {"B002 6:1"}},
         {With("").insert(0, "add=C:\\a\n"), {"B002 1:1"}},
         {With("[Runs]\nSysRunOnce=a\n"), {"B003 5:2 Run"}},

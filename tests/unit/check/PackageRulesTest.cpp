@@ -20,6 +20,9 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
     const Row files[] = {
         {"delete={InstalledDir}*.d?l\ndelete_now=D:\\*\n", {}},
         {"delete=old.txt\ndelete_now={ServiceLogDir}*.log\n", {"B030 2:8 {InstalledDir}old.txt"}},
+        {"delete=\"{InstalledDir}a b.*\"\ndelete_now={InstalledDir}\"a b\"\\c\n",
+         {"B030 2:8 {InstalledDir}a b.*", "B035 3:12 {InstalledDir}a b\\c"}},
+        {"delete=a*\\b\ndelete=\"a.txt\"\n", {"B030 2:8", "B030 3:8"}},  // the suggestion would be refused, too
         {"delete=" + strLong + "\ndelete=" + strLong + "x\n", {"B031 3:8"}},
         {"delete=C:\\" + std::string(256, 'x') + "\n", {"B031 2:8"}},
         {"delete=C:\\a*\\b\n", {"B034 2:8"}},
@@ -157,10 +160,11 @@ TEST_F(PackageRulesTest, FilesWhereNoStepLooks)
 
 TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
 {
+    m_optInstalled = m_update.Path();  // which may have the packages of earlier updates
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
     Write(L"Component\\p2\\64bit\\a.dll", "");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"));
-    Write(L"Component\\p2\\64bit\\p2\\b.dll", "");
+    Write(L"Component\\p2\\64bit\\p2\\b.dll", "x");
     EXPECT_THAT(Lint(""), ElementsAre("B071 0:0 Component\\p2\\64bit\\a.dll Component\\p2\\64bit\\p2\\a.dll"))
         << "beside the existing folder";
     Bring({L"p2\\64bit\\p2\\a.dll", L"other\\EN-US\\readme.htm"});
@@ -171,6 +175,7 @@ TEST_F(PackageRulesTest, FoldersThatAreNotNamedAsTheAgentLooksForThem)
 TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
 {
     m_bWarnings = true;
+    m_optInstalled = m_update.Path();
     const auto lint = [&](const std::string& strInfo) {
         Write(L"UpdateInfo.ini", strInfo);
         return Lint("");
@@ -184,9 +189,9 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     // An update with one package needs no other; keys of another Windows version or section are ignored.
     EXPECT_THAT(lint(strProduct + "Component1_DownloadPath=p2\nComponent2_DownloadPath=\n"), IsEmpty());
     EXPECT_THAT(lint(strProduct + "[OTHER]\nComponent2_DownloadPath=r2\n"), IsEmpty());
-    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("warning B070 0:0 UpdateInfo.ini"));
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("B070 0:0 UpdateInfo.ini"));
     Bring({L"other\\EN-US\\StringTable.ini"});
-    EXPECT_THAT(lint(strProduct), ElementsAre("warning B070 0:0 UpdateInfo.ini other"));
+    EXPECT_THAT(lint(strProduct), ElementsAre("B070 0:0 UpdateInfo.ini other"));
     EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=resource\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"));
     EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=r2\n"), ElementsAre("B074 3:25 UpdateInfo.ini r1"));
 
@@ -196,6 +201,31 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     EXPECT_THAT(lint(strNested + "Component2_DownloadPath=a\\r11\n"), ElementsAre("B074 3:25 UpdateInfo.ini a\\r1"));
     EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=\\other\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"))
         << "refused, even if the agent's default folder exists";
+}
+
+TEST_F(PackageRulesTest, APackageThatNothingDeploysIsAnError)
+{
+    m_bWarnings = true;
+    Bring({L"other\\64bit\\other\\a.dll"});
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\other"));
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=othr\nComponent2_DownloadPath=r1\n");
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\p1", "B074 2:27 UpdateInfo.ini other"));
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\n");
+    EXPECT_THAT(Lint(""), ElementsAre("B070 0:0 Component\\other", "B070 0:0 Component\\r1"));
+    m_optInstalled = m_update.Path();
+    EXPECT_THAT(Lint(""), IsEmpty()) << "an install folder may have them";
+}
+
+TEST_F(PackageRulesTest, FilesThatComeByMistake)
+{
+    m_bWarnings = true;
+    Bring({L"p1\\Share\\UI\\THUMBS.DB", L"p1\\Share\\Task\\.DS_Store", L"p1\\Share\\Setting\\~$readme.doc"});
+    Write(L"Component\\p1\\64bit\\p1\\Empty.dll", "");
+    Write(L"Component\\p1\\Share\\Task\\empty.txt", "");
+    EXPECT_THAT(Lint(""), UnorderedElementsAre("B078 0:0 Component\\p1\\64bit\\p1\\Empty.dll",
+                                               "warning B077 0:0 Component\\p1\\Share\\Setting\\~$readme.doc",
+                                               "warning B077 0:0 Component\\p1\\Share\\Task\\.DS_Store",
+                                               "warning B077 0:0 Component\\p1\\Share\\UI\\THUMBS.DB"));
 }
 
 TEST_F(PackageRulesTest, FilesCopiedAtOnceMustNotBeReadOnly)
@@ -218,11 +248,16 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
     EXPECT_THAT(Lint(strSections), ElementsAre("B073 3:2"));
     Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     EXPECT_THAT(Lint(strSections), IsEmpty());
-    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
     EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B074 2:27 UpdateInfo.ini p1"));
 }
 
-TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
+class LanguageRulesTest : public RulesTest<CheckLanguages> {
+protected:
+    LanguageRulesTest() { Bring({L"r1\\EN-US\\readme.htm"}); }
+};
+
+TEST_F(LanguageRulesTest, ALanguageHasAllOfItsFilesOrNone)
 {
     Bring({L"r1\\DE-DE\\StringTable.ini", L"r1\\EN-US\\StringTable.ini"});
     EXPECT_THAT(Lint("[RestartNotification_DE-DE]\ntext=a\n"), IsEmpty()) << "every machine needs the English table";
@@ -239,4 +274,20 @@ TEST_F(PackageRulesTest, ALanguageHasAllOfItsFilesOrNone)
                 UnorderedElementsAre("B072 0:0", "B072 0:0 Component\\p1\\Share\\Setting\\config_FR-FR.xml",
                                      "B072 0:0 Component\\p1\\Share\\Setting\\readme_FR-FR.htm",
                                      "B072 0:0 Component\\r1\\FR-FR\\StringTable.ini"));
+}
+
+TEST_F(LanguageRulesTest, AWrongTagIsOneFindingAtItsName)
+{
+    const std::wstring tstrSetting = L"p1\\Share\\Setting\\";
+    Bring({tstrSetting + L"config_EN-US.xml", tstrSetting + L"config_DE-DE.xml", tstrSetting + L"readme_EN-UK.htm",
+           tstrSetting + L"readme_DE-DE.htm", L"r1\\EN-US\\StringTable.ini", L"r1\\DE_DE\\StringTable.ini"});
+    const auto texts = [](const std::string& strTag) {
+        return "[RestartNotification_EN-US]\ntext=a\n[RestartNotification_" + strTag + "]\ntext=a\n";
+    };
+    EXPECT_THAT(Lint(texts("de")), ElementsAre("B072 0:0 Component\\p1\\Share\\Setting\\readme_EN-UK.htm EN-US",
+                                               "B072 0:0 Component\\r1\\DE_DE\\StringTable.ini DE-DE",
+                                               "B072 3:2 RestartNotification_DE-DE"));
+    // A language of its own that lacks the others is no slip.
+    m_languages = {L"en-uk", L"DE_DE"};
+    EXPECT_THAT(Lint(texts("DE-DE")), SizeIs(8));
 }

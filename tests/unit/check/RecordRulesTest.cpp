@@ -42,7 +42,17 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"add=SAM!N!REG_QDWORD!4294967296\nadd=SAM!O!REG_QDWORD!1e3\nadd=SAM!P!REG_DWORD!\n",
          {"B022 3:22", "B022 4:11"}},
         {"add=SAM\\HKLM!N!REG_SZ!a\nadd=hklm:\\K!N!REG_SZ!a\ndelete=HKEY_CURRENT_USER\\K!N\n",
-         {"B023 3:5 K", "B023 4:8"}},
+         {"B023 3:5", "B023 4:8"}},
+        {"add=HKLM/SOFTWARE/K!N!REG_SZ!a\nadd=HKLM\\SOFTWARE\\\\K!N!REG_SZ!a\n",
+         {"B023 2:5 SOFTWARE\\K", "B023 3:5", "B028 3:5"}},
+        {"add=SOFTWARE/K!N!REG_SZ!a\nadd=SFTWARE/K!N!REG_SZ!a\nadd=Software\\Kazmere/KZVLT!N!REG_SZ!a\nadd=SAM\\a/b!N!"
+         "REG_SZ!a\n",
+         {"B028 2:5 SOFTWARE\\K", "B028 3:5", "B028 4:5 Software\\Kazmere\\KZVLT"}},
+        {"add=SAM!Proxy_Password!REG_SZ!geheim\nadd=SAM!Address!REG_SZ!http://a/?Token=b\n",
+         {"B064 2:31", "B064 3:40"}},
+        {"add=SAM!PasswordLength!REG_SZ!8\nadd=SAM!Token!REG_SZ!\nadd=SAM!Secret!REG_DWORD!7\nadd=SAM!a!REG_SZ!Token: "
+         "none\n",
+         {}},
         {"add=SAM!N!REG_SZ!HKLM\\K\nadd=HKEY_LOCAL_MACHINE!N!REG_SZ!a\n", {"B023 3:5"}},
         {"add_if_non=SAM!(Default)!REG_SZ!a\nadd=SAM\\L!(Default)!REG_SZ!a\ndelete=SAM\\M!(default)\nadd=SAM\\N!"
          "Default!REG_SZ!a\n",
@@ -58,6 +68,32 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
          {"B028 2:5 SAM", "B028 3:8 SAM\\L", "B028 4:5 SAM\\L"}},
     };
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
+}
+
+TEST_F(RegistryRulesTest, ValuesAsTheInstalledProductHasThem)
+{
+    const Row rows[] = {
+        {"add=software\\vault!theme!REG_DWORD!1\nadd_if_non=SOFTWARE\\Vault!Columns!REG_QDWORD!1\n",
+         {"B120 2:26", "B120 3:35"}},
+        {"add=SOFTWARE\\Vault!Theme!REG_SZ!a\nadd=SOFTWARE\\Vault!New!REG_SZ!a\nadd=SAM\\Vault!Theme!REG_DWORD!1\n",
+         {}},
+        {"add=SOFTWARE\\Vault!Version!REG_SZ!3.8.0.999\n", {"B046 2:35"}},
+        {"add=SOFTWARE\\Vault!Version!REG_SZ!3.10.0.1\nadd_if_non=SOFTWARE\\Vault!Theme!REG_SZ!1.0\n", {}},
+    };
+    const std::string strSection = "[QOR_REGISTRY_PATCH]\n";
+    EXPECT_THAT(Lint(strSection + rows[0].strText), IsEmpty()) << "no product is known";
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    Write(L"installed\\registry.reg",
+          "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault]\n\"Theme\"=\"dark\"\n\"Columns\"=dword:00000004\n"
+          "\"Version\"=\"3.9.0.1105\"\n");
+    Expect(rows, strSection);
+    // Without that file this machine counts, when the product is its own.
+    ::DeleteFileW(m_update.PathOf(L"installed\\registry.reg").c_str());
+    WriteProduct(L"Version", L"3.9.0.1105");
+    const std::string strVersion = strSection + "add=Software\\Kazmere\\KZVLT!Version!REG_SZ!3.8.1\n";
+    EXPECT_THAT(Lint(strVersion), IsEmpty());
+    WriteProduct(L"ProductPath", *m_optInstalled);
+    EXPECT_THAT(Lint(strVersion), ElementsAre("B046 2:43"));
 }
 
 // All deletes, then all adds, then all adds of missing values, in any order of the lines.
@@ -129,7 +165,7 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     };
     const std::wstring tstrForeign = L"S!K!V \u6f22";
     EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << "the update's own file is ASCII";
-    EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("B043 2:9")) << "one finding per record";
+    EXPECT_THAT(lint(L"S\u00e9!K!\u6f22"), ElementsAre("warning B045 2:8 S", "B043 2:9")) << "once a record";
     EXPECT_THAT(lint(L"S!A=B!V"), ElementsAre("B044 2:10"));
     EXPECT_THAT(lint(L"S!;K!V"), ElementsAre("B044 2:10"));
     EXPECT_THAT(lint(L"S![K]!V"), ElementsAre("B044 2:10"));
@@ -139,10 +175,11 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     EXPECT_THAT(lint(L"S!K!"), ElementsAre("B040 2:8"));
 
     m_optInstalled = m_update.MakeFolder(L"installed");
-    const std::string strInfo = Utf16(L"[COMPONENT_LIST]\nComponent101_DownloadPath=p1\n");
+    const std::string strInfo = Utf16(L"[COMPONENT_LIST]\nComponent101_DownloadPath=p1\n[S]\nK=1\n");
     Write(L"installed\\UpdateInfo.ini", strInfo);
-    EXPECT_THAT(lint(tstrForeign), IsEmpty()) << "the installed file is changed";
-    for (const std::string& strOther : {strInfo.substr(2), std::string("\xEF\xBB\xBF[S]\n"), std::string()}) {
+    EXPECT_THAT(lint(tstrForeign), IsEmpty()) << "the installed file is the one that is changed";
+    for (const std::string& strOther :
+         {strInfo.substr(2), std::string("\xEF\xBB\xBF[S]\nK=1\n"), std::string("[S]\nK=1\n")}) {
         Write(L"installed\\UpdateInfo.ini", strOther);
         EXPECT_THAT(lint(tstrForeign), ElementsAre("B043 2:14")) << strOther.size();
     }
@@ -153,9 +190,22 @@ TEST_F(UpdateInfoRulesTest, TextsThatTheFileStoresAndKeysThatCanBeReadAgain)
     EXPECT_THAT(lint(tstrForeign), ElementsAre("warning B043 2:14")) << "the file is unknown";
 }
 
+TEST_F(UpdateInfoRulesTest, KeysAndVersionsAsTheFileHasThem)
+{
+    Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
+    const Row rows[] = {
+        {"s!k!1.2\nmodify=S!K!1.10\nmodify=S!K!other\n", {}},
+        {"S!K!1.1.9\n", {"B046 2:12"}},
+        {"S!J!1.2\nmodify=S!Other!1\n", {"B045 2:10 K", "B045 3:10"}},
+        {"COMPONENT_LST!K!1.2\nmodify=T!K!1.2\n", {"B045 2:8 COMPONENT_LIST", "B045 3:8 S"}},
+        {"S!K!password=geheim\n", {"B064 2:21"}},
+    };
+    Expect(rows, "[UPDATE_INFO]\nmodify=");
+}
+
 TEST_F(UpdateInfoRulesTest, WithoutSettingsTheRecordsHaveNoEffect)
 {
-    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n");
+    Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\n[S]\nK=V\n");
     EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), IsEmpty());
     Write(L"Component\\p2\\Share\\UI\\a.htm", "");
     EXPECT_THAT(Lint("[UPDATE_INFO]\nmodify=S!K!V\n"), ElementsAre("B042 1:2"));
@@ -166,37 +216,88 @@ using CommandRulesTest = RulesTest<CheckCommands>;
 TEST_F(CommandRulesTest, WhatACommandMayBe)
 {
     Write(L"Component\\p1\\Share\\Task\\a.vbs", "");
-    const std::string strInstalled = "\"{InstalledDir}";  // 31 characters after the quote when expanded
-    const std::string strFill(260 - 31 - 2, 'x');
+    Write(L"Component\\p1\\Share\\Task\\a b.cmd", "");
+    const std::string strInstalled = "net.exe \"{InstalledDir}";  // 31 characters after the quote, expanded
+    const std::string strFill(260 - 8 - 31 - 2, 'x');
     const Row rows[] = {
-        {"a.exe \"C:\\b c\\d\"", {}},
-        {"a.exe /c echo Done!", {"B050 2:30"}},
+        {"net.exe \"C:\\b c\\d\"", {}},
+        {"net.exe /c echo Done!", {"B050 2:32"}},
         {strInstalled + strFill + "\"", {}},
         {strInstalled + strFill + "x\"", {"B051 2:12"}},
         {"wscript.exe {InstalledDir}Task\\a.vbs", {"B052 2:24"}},
         {"cmd.exe /c echo a>{InstalledDir}b", {"B052 2:30"}},
         {"cmd.exe /c echo {InstalledDir}>\"{InstalledDir}a.txt\"", {}},
-        {"cmd.exe /c \"\"{InstalledDir}a b.cmd\" /q\"", {}},
+        {"cmd.exe /c \"\"{InstalledDir}Task\\a b.cmd\" /q\"", {}},
         {"cmd.exe /c \"del /q \"{InstalledDir}a*\"\"", {}},
-        {"cmd.exe /c if exist C:\\a start \"\" \"{InstalledDir}a.exe\"", {}},
+        {"cmd.exe /c if exist C:\\a start \"\" \"{InstalledDir}Brevant.exe\"", {}},
         {"cmd.exe /c copy \"{InstalledDir}a\" {InstalledDir}b", {"B052 2:46"}},
         {"sc.exe config a binPath= \"\\\"{InstalledDir}a.exe\\\" /k\"", {}},
         {"xcopy.exe \"{InstalledDir}Task\\\" {InstalledDir}b", {"B052 2:44"}},
         {"C:\\Program Files\\a\\b.exe /s", {"B052 2:12 \"C:\\Program Files\\a\\b.exe\""}},
-        {"C:\\b\\a.exe c\\d \"C:\\Program Files\\a\"", {}},
-        {"C:\\b\\a C:\\c\\d", {}},
+        {"C:\\b\\a.exe c\\d \"C:\\Program Files\\a\"", {"B056 2:12"}},
+        {"C:\\b\\a C:\\c\\d", {"B056 2:12"}},
         {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\a.vbs\"", {"B053 2:12"}},
         {"xcopy.exe \"{InstalledDir}component\\P1\\Share\\Task\" C:\\a", {"B053 2:12"}},
         {"cmd.exe /c copy \"{UdComponentsSrcDir}Share\\Task\\*.vbs\" C:\\a", {"B053 2:12"}},
-        {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\b.vbs\"", {}},
+        {"wscript.exe \"{UdComponentsSrcDir}Share\\Task\\b.vbs\"", {"B056 2:24"}},
         {"cmd.exe /c rd /s /q \"{UdComponentsSrcDir}\"", {}},
         {"cmd.exe /c copy \"{UdComponentsSrcDir}64bit\\p1\\Driver\\k.ini\" C:\\", {}},
         {"Task\\a.exe", {"B054 2:12"}},
-        {"a.exe Task\\a.vbs", {}},
-        {"a.exe C:\\KbFilter.ini", {"B055 2:21 kbfilter.ini"}},
-        {"a.exe C:\\kbfilter.ini", {}},
+        {"net.exe Task\\a.vbs", {}},
+        {"net.exe C:\\KbFilter.ini", {"B055 2:23 kbfilter.ini"}},
+        {"net.exe C:\\kbfilter.ini", {}},
     };
     Expect(rows, "[Run]\nSysRunOnce=", "\n");
+}
+
+TEST_F(CommandRulesTest, WhatIsStartedIsThereAndNotInUsersHands)
+{
+    m_bWarnings = true;
+    Bring({L"p1\\Share\\Task\\a.vbs", L"p1\\Share\\Task\\b.reg", L"p1\\64bit\\p1\\Vault.dll"});
+    const Row rows[] = {
+        // there
+        {"\"{InstalledDir}Brevant\" /x", {}},
+        {"cscript.exe //B //nologo \"{InstalledDir}Task\\A.VBS\" none.vbs", {}},
+        {"reg.exe import \"{InstalledDir}Task\\b.reg\"", {}},
+        {"rundll32 \"{InstalledDir}Vault.dll\",Register none.dll", {}},
+        {"rundll32.exe shell32.dll,Control_RunDLL", {}},
+        {"%SystemRoot%\\System32\\cmd.exe /q /c if not exist C:\\a (\"%ComSpec%\" /c rd C:\\b) & del C:\\c", {}},
+        {"C:\\Windows\\System32\\ofanotherversion.exe /u", {}},
+        {"msiexec.exe /x {6F1B3A52-0000-4d6e-9F21-7C04B8E2D913} /qn", {}},
+        {"%Other%\\a.exe", {}},
+        {"cmd.exe /c echo start C:\\none.exe>\"{InstallerLogDir}a.cmd\"", {}},
+        // not there
+        {"\"{InstalledDir}Brevnt.exe\"", {"warning B056 2:12 {InstalledDir}Brevant.exe"}},
+        {"wscript.exe //B \"{InstalledDir}a.vbs\"", {"warning B056 2:28 {InstalledDir}Task\\a.vbs"}},
+        {"powershell -NoProfile -f \"{InstalledDir}x.ps1\"", {"warning B056 2:37"}},
+        {"msiexec /qn /i C:\\setup\\x.msi", {"warning B056 2:27"}},
+        {"cmd.exe /c copy C:\\a C:\\b & \"{InstalledDir}none.cmd\"", {"warning B056 2:40"}},
+        {"cmd.exe /c \"call \"{InstalledDir}x y.cmd\" & reg import C:\\x.reg\"",
+         {"warning B056 2:29", "warning B056 2:66"}},
+        {"cmd.exe /c for %i in (1 2) do start \"t\" /wait C:\\no.exe", {"warning B056 2:58"}},
+        {"cmd.exe /c \"C:\\no.exe /q\"", {"warning B056 2:24"}},
+        {"wscritp.exe //B", {"warning B056 2:12 wscript.exe"}},
+        {"C:\\Windows\\System32\\wscritp.exe", {"warning B056 2:12 C:\\Windows\\System32\\wscript.exe"}},
+        {"Brevant.exe /x", {"warning B056 2:12 \"{InstalledDir}Brevant.exe\""}},
+        {"wscript.exe Task\\a.vbs", {"warning B056 2:24 \"{InstalledDir}Task\\a.vbs\""}},
+        {"regsvr32 /s Vault.dll", {"warning B056 2:24 \"{InstalledDir}Vault.dll\""}},
+        {"del C:\\a", {"B056 2:12 cmd.exe /c del C:\\a"}},
+        // in users' hands
+        {"C:\\ProgramData\\Kazmere\\a.exe", {"warning B057 2:12"}},
+        {"cmd.exe /c \"%TEMP%\\a.cmd\"", {"B057 2:23"}},
+        {"wscript.exe \"{InstallerLogDir}a.vbs\"", {"B057 2:24"}},
+        {"reg.exe import C:\\Users\\Public\\Downloads\\a.reg", {"B057 2:27"}},
+        // secrets
+        {"net.exe /Password:geheim", {"warning B064 2:30"}},
+        {"net.exe --api-token geheim", {"warning B064 2:32"}},
+        {"net.exe /password:* token C:\\a /PasswordLength:8", {}},
+    };
+    Expect(rows, "[Run]\nSysRunOnce=", "\n");
+
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    Write(L"installed\\old.exe", "x");
+    EXPECT_THAT(Lint("[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\n"),
+                ElementsAre("B056 3:12"));
 }
 
 using SuppressionsTest = RulesTest<LintUpdate>;

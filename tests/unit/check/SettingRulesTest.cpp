@@ -48,23 +48,54 @@ TEST_F(SettingRulesTest, ValuesFitTheirTypeAndSecretsAreProtected)
         {"<Port type=\"int\">80a</Port>", {"B063 3:1"}},
         {"<Port type=\"int\">9223372036854775808</Port>", {"B063 3:1"}},
         {"<Enable type=\"bool\"/>", {}},
-        {"<Enable type=\"bool\">true</Enable>", {"B063 3:1"}},
-        {"<Enable type=\"boolean\">1</Enable>", {"B063 3:1"}},
+        {"<Enable type=\"bool\">true</Enable>", {"B063 3:1 1"}},
+        {"<Enable type=\"bool\">2</Enable>", {"B063 3:1"}},
+        {"<Enable type=\"boolean\">1</Enable>", {"B063 3:1 bool"}},
+        {"<Enable type=\"boolean\">true</Enable>", {"B063 3:1"}},  // a suggestion alone would not do
         {"<Enable type=\"Bool\">1</Enable>", {"B063 3:1 bool"}},
         {"<Any type=\"text\"><Port type=\"int\">8</Port></Any>", {}},  // a section has no value
         {"<Pin type=\"int\" protected=\"1\">" + sealed(L"/ProxySettings/Pin", L"12") + "</Pin>", {}},
         {"<Pin type=\"int\" protected=\"1\">" + sealed(L"/ProxySettings/Pin", L"x") + "</Pin>", {"B063 3:1"}},
         {"<Pin protected=\"1\">" + sealed(L"/ProxySettings/Password", L"12") + "</Pin>", {"B064 3:1"}},
-        {"<Pin protected=\"true\">12</Pin>", {"B064 3:1 protected=\"1\""}},
+        {"<Pin protected=\"true\">12</Pin>", {"B064 3:1 <Pin protected=\"1\"/>"}},
         {"<Pin protected=\"0\">12</Pin>", {}},
         {"<Password protected=\"1\"/>", {}},
         {"<Password protected=\"1\">geheim</Password>", {"B064 3:1"}},
-        {"<Password Protected=\"1\">geheim</Password>", {"B064 3:1 protected=\"1\""}},
-        {"<password>geheim</password>", {"B064 3:1 protected=\"1\""}},
-        {"<Password/>", {"warning B064 3:1 protected=\"1\""}},
-        {"<a><Password>12</Password></a>\n<Port type=\"int\">x</Port>", {"B063 4:1"}},
+        {"<Password Protected=\"1\">geheim</Password>", {"B064 3:1 <Password protected=\"1\"/>"}},
+        {"<password>geheim</password>", {"B064 3:1 <password protected=\"1\"/>"}},
+        {"<Password/>", {"warning B064 3:1 <Password protected=\"1\"/>"}},
+        {"<ApiToken>geheim</ApiToken>", {"warning B064 3:1 <ApiToken protected=\"1\"/>"}},
+        {"<ApiToken> \n</ApiToken><AskPassword type=\"bool\">1</AskPassword><TokenLength>8</TokenLength>", {}},
+        {"<Port typ=\"int\">8</Port><Server Type=\"string\" hint=\"\"/>", {"B066 3:1 type", "B066 3:25 type"}},
+        {"<Prot type=\"int\">8</Prot><Servers/>", {"warning B066 3:1 Port", "warning B066 3:26 Server"}},
+        {"<Server/><Servers/>", {}},
+        {"<a><Password>12</Password></a>\n<Port type=\"int\">x</Port>",
+         {"warning B064 3:4 <Password protected=\"1\"/>", "B063 4:1"}},
     };
     Expect(rows, "<Settings>\n<ProxySettings>\n", "</ProxySettings></Settings>", m_tstrSetting + L"config.xml");
+}
+
+TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile)
+{
+    const std::wstring tstrGerman = m_tstrSetting + L"config_DE-DE.xml";
+    const auto expect = [&](const std::string& strGerman, const std::string& strEnglish,
+                            const std::vector<std::string>& findings) {
+        Write(tstrGerman, "<a>\n" + strGerman + "</a>");
+        Write(m_tstrSetting + L"config_EN-US.xml", "<a>\n" + strEnglish + "</a>");
+        EXPECT_EQ(findings, Findings(tstrGerman)) << strGerman;
+    };
+    const std::string strEnglish = "warning B067 3:1 Component\\p1\\Share\\Setting\\config_EN-US.xml";
+    expect("<W>\n<Skin/></W>", "<w>\n<SKIN>a</SKIN></w>", {});
+    expect("<W>\n<Skin/></W>", "<W>\n<Skin/></W>\n<Sync><a/><b/></Sync>", {"warning B067 0:0"});
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B067 3:1 Skin"});
+    expect("<W>\n<Skni/></W>", "<W>\n<Size/></W>",
+           {"warning B067 2:1", "warning B067 2:1 Component\\p1\\Share\\Setting\\config_EN-US.xml"});
+    Write(m_tstrSetting + L"config_FR-FR.xml", "<a><W><Skni/></W></a>");
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {strEnglish + " Skni"});
+    m_optInstalled = m_update.MakeFolder(L"installed");
+    Write(L"installed\\config.xml", "<b><W><Skin>dark</Skin></W></b>");
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>",
+           {"warning B066 3:1 Skin", "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
 }
 
 TEST_F(SettingRulesTest, TheNameOfTheUsersKeptSettingsIsTheAgents)
@@ -115,7 +146,11 @@ TEST_F(SettingRulesTest, ShortcutsAreMadeInPlacesThatAreCreatedAndLeadToFilesTha
         // targets
         {desktop(link("A", "old.exe") + link("B", "readme.htm") + link("C", "task/daily/A.TASK")), {}},
         {desktop(link("A", "Task\\daily") + link("B", ".\\x\\..\\BREVANT.EXE")), {}},
-        {desktop(link("A", "Brevant.ex")), {"B082 2:1"}},
+        {desktop(link("A", "Brevant.ex")), {"B082 2:1 Brevant.exe"}},
+        {desktop("<Shortcut lnk=\"Brevant.exe\" icon=\"old.exe\">A</Shortcut>"), {}},
+        {desktop("<Shortcut lnk=\"Brevant.exe\" icon=\"old.exe,1\">A</Shortcut>"), {"B085 2:1"}},
+        {desktop("<Shortcut lnk=\"Brevant.exe\" icon=\"Task\\daily\">A</Shortcut>"), {"B085 2:1"}},
+        {desktop(link("A") + "\n" + link("a", "old.exe")), {"B086 3:1"}},
         {desktop(link("A", "Task\\dail")), {"B082 2:1"}},
         {desktop(link("A", "..\\QorPaFrwk.ini")), {"B082 2:1"}},  // exists, but not in the install folder
         {desktop("<Shortcut Lnk=\"Brevant.exe\">A</Shortcut>"), {"B082 2:1", "B084 2:1 lnk"}},

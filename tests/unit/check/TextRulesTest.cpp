@@ -39,6 +39,8 @@ TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
         {Utf16(L"[Global]\n" + tstrName), {}},
         {Utf16(L"[Global]\nS_STR_PRODUCT_NAMES=Qorvault\n"), {"B090 2:1 S_STR_PRODUCT_NAME"}},
         {Utf16(L"[Global]\nS_STR_PRODUCT_NAME=\n"), {"B090 1:2"}},
+        {Utf16(L"[Global]\nS_STR_PRODUCT_NAME='Qorvault'\n"), {"B093 2:20 Qorvault"}},
+        {Utf16(L"[Global]\rS_STR_PRODUCT_NAME=Qorvault\r"), {"B100 1:9"}},
         {Utf16(L"[Globe]\n" + tstrName), {"B090 0:0"}},
         {"[Global]\nS_STR_PRODUCT_NAME=Qorvault f\xFCr\n", {"B090 2:30"}},
         {Utf16(tstrFill), {}},
@@ -54,7 +56,10 @@ TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
 TEST_F(TextRulesTest, ANotificationHasATitleAndAMessage)
 {
     Write(m_tstrShare + L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Qorvault\n");
-    const Row rows[] = {{"text=title\ntext=message\n", {}}, {"text=title\n", {"B091 1:2"}}};
+    const Row rows[] = {{"text=title\ntext=message\n", {}},
+                        {"text=title\n", {"B091 1:2"}},
+                        {"text=title\ntext=message\ntext=more\ntext=more\n", {"B091 4:1"}},
+                        {"text=\"title\"\ntext=Press \"Yes\"\n", {"B093 2:6 title"}}};
     Expect(rows, "[RestartNotification_EN-US]\n");
 }
 

@@ -1,0 +1,313 @@
+#include "check/lint/CommandWords.h"
+
+#include "check/update/Suggestion.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
+
+#include <algorithm>
+#include <iterator>
+#include <optional>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+using Kind = StartedFile::Kind;
+
+/// "if exist a if exist b ..." and "cmd /c cmd /c ..." end somewhere.
+constexpr unsigned kMostLevels = 8;
+
+/// Windows' variables, and what they stand for on most machines.
+constexpr std::pair<const wchar_t*, const wchar_t*> kVariables[] = {
+    {L"%systemroot%", L"C:\\Windows"},
+    {L"%windir%", L"C:\\Windows"},
+    {L"%systemdrive%", L"C:"},
+    {L"%comspec%", L"C:\\Windows\\System32\\cmd.exe"},
+    {L"%programdata%", L"C:\\ProgramData"},
+    {L"%allusersprofile%", L"C:\\ProgramData"},
+    {L"%public%", L"C:\\Users\\Public"},
+    {L"%userprofile%", L"C:\\Users\\User"},
+    {L"%appdata%", L"C:\\Users\\User\\AppData\\Roaming"},
+    {L"%localappdata%", L"C:\\Users\\User\\AppData\\Local"},
+    {L"%temp%", L"C:\\Users\\User\\AppData\\Local\\Temp"},
+    {L"%tmp%", L"C:\\Users\\User\\AppData\\Local\\Temp"},
+};
+
+/// Programs that carry out what they are given: after that option or, where there is none, as their first argument that
+/// is no option.
+struct OpenerRow {
+    const wchar_t* szProgram;
+    const wchar_t* szOption;
+    Kind eKind = Kind::eDocument;
+};
+constexpr OpenerRow kOpeners[] = {
+    {L"wscript", L""},
+    {L"cscript", L""},
+    {L"mshta", L""},
+    {L"regedit", L""},
+    {L"reg", L"import"},
+    {L"powershell", L"-file"},
+    {L"pwsh", L"-file"},
+    {L"msiexec", L"/i"},
+    {L"msiexec", L"/package"},
+    {L"msiexec", L"/p"},
+    {L"msiexec", L"/update"},
+    {L"rundll32", L"", Kind::eLibrary},
+    {L"regsvr32", L"", Kind::eLibrary},
+    {L"start", L"", Kind::eProgram},
+    {L"call", L"", Kind::eProgram},
+};
+
+/// Words of the command interpreter's own.
+constexpr std::wstring_view kBuiltIns[] = {
+    L"assoc",    L"call",     L"cd",    L"chdir", L"cls",   L"copy", L"date", L"del", L"dir",    L"echo",
+    L"endlocal", L"erase",    L"exit",  L"for",   L"ftype", L"goto", L"if",   L"md",  L"mkdir",  L"mklink",
+    L"move",     L"path",     L"pause", L"popd",  L"pushd", L"rd",   L"rem",  L"ren", L"rename", L"rmdir",
+    L"set",      L"setlocal", L"start", L"time",  L"title", L"type", L"ver",  L"vol",
+};
+
+/// Programs of every Windows that updates are likely to start, to be known also where there is no real Windows.
+constexpr std::wstring_view kWindowsPrograms[] = {
+    L"attrib",     L"bcdedit", L"cacls",    L"certutil", L"cmd",      L"cscript",  L"dism",     L"expand",
+    L"explorer",   L"fc",      L"find",     L"findstr",  L"fsutil",   L"icacls",   L"ie4uinit", L"mofcomp",
+    L"mshta",      L"msiexec", L"net",      L"net1",     L"netsh",    L"notepad",  L"ping",     L"pnputil",
+    L"powershell", L"reg",     L"regedit",  L"regsvr32", L"robocopy", L"rundll32", L"sc",       L"schtasks",
+    L"setx",       L"sfc",     L"shutdown", L"taskkill", L"tasklist", L"takeown",  L"timeout",  L"wevtutil",
+    L"where",      L"wmic",    L"wscript",  L"wusa",     L"xcopy",
+};
+
+template <std::size_t cWords>
+bool IsIn(const std::wstring_view (&words)[cWords], std::wstring_view tstrWord)
+{
+    return std::find(std::begin(words), std::end(words), tstrWord) != std::end(words);
+}
+
+/// The name of a program in lower case, without its folder and ".exe".
+std::wstring ProgramName(const std::wstring& tstrPath)
+{
+    std::wstring tstrName = String::LowerCase(tstrPath.substr(String::FolderPart(tstrPath).size()));
+    if (tstrName.ends_with(L".exe")) tstrName.resize(tstrName.size() - 4);
+    return tstrName;
+}
+
+std::wstring ExpandVariables(std::wstring tstrText)
+{
+    for (const auto& [szVariable, szFolder] : kVariables) {
+        std::size_t uAt = 0;
+        while ((uAt = String::LowerCase(tstrText).find(szVariable)) != std::wstring::npos) {
+            tstrText.replace(uAt, std::wcslen(szVariable), szFolder);
+        }
+    }
+    return tstrText;
+}
+
+/// Finds the files that one command starts.
+class StartedFiles {
+public:
+    explicit StartedFiles(const CustomerFolders& folders) : m_folders(folders) {}
+
+    /// A command at `uAt` of the whole; `bInterpreter`: the command interpreter carries it out.
+    void Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInterpreter, unsigned uLevel);
+
+    std::vector<StartedFile> m_files;
+
+private:
+    void AddFile(Kind eKind, std::wstring tstrFile, std::size_t uAt);
+    void AddSequence(std::wstring_view tstrCommands, std::size_t uAt, unsigned uLevel);
+    void AddOpened(const std::vector<Word>& words, const std::wstring& tstrName, std::size_t uAt);
+    [[nodiscard]] std::wstring Expand(const std::wstring& tstrText) const
+    {
+        return ExpandVariables(m_folders.Expand(tstrText));
+    }
+
+    const CustomerFolders& m_folders;
+};
+
+void StartedFiles::AddFile(Kind eKind, std::wstring tstrFile, std::size_t uAt)
+{
+    tstrFile.resize(std::min(tstrFile.find_first_of(L"<>"), tstrFile.size()));
+    const bool bVariable = tstrFile.find_first_of(L"%{}*?\"'") != std::wstring::npos;
+    if (!bVariable && !tstrFile.empty()) m_files.push_back({eKind, std::move(tstrFile), uAt});
+}
+
+/// The commands between "&" and "|" outside quotes.
+void StartedFiles::AddSequence(std::wstring_view tstrCommands, std::size_t uAt, unsigned uLevel)
+{
+    if (uLevel == kMostLevels) return;
+    bool bQuotes = false;
+    std::size_t uBegin = 0;
+    for (std::size_t u = 0; u <= tstrCommands.size(); ++u) {
+        const wchar_t ch = u < tstrCommands.size() ? tstrCommands[u] : L'&';
+        if (ch == L'"') bQuotes = !bQuotes;
+        const bool bEnd = u == tstrCommands.size() || (!bQuotes && (ch == L'&' || ch == L'|'));
+        if (!bEnd) continue;
+        Add(tstrCommands.substr(uBegin, u - uBegin), uAt + uBegin, true, uLevel + 1);
+        uBegin = u + 1;
+    }
+}
+
+/// The word after which the command stands that "if" or "for" carries out; nothing when it does not come.
+std::optional<std::size_t> IndexOfInner(const std::vector<Word>& words, const std::wstring& tstrName)
+{
+    std::size_t u = 1;
+    const auto is = [&](std::wstring_view tstrWord) {
+        return u < words.size() && String::EqualsNoCase(words[u].tstrText, tstrWord);
+    };
+    if (tstrName == L"for") {
+        while (u < words.size() && !is(L"do")) ++u;
+        ++u;
+    } else {
+        while (is(L"/i") || is(L"not")) ++u;
+        u += is(L"exist") || is(L"defined") || is(L"errorlevel") ? 2 : 1;
+    }
+    return u < words.size() ? std::optional(u) : std::nullopt;
+}
+
+void StartedFiles::Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInterpreter, unsigned uLevel)
+{
+    const std::size_t uFirst =
+        std::min(tstrCommand.find_first_not_of(bInterpreter ? L" \t@(" : L" \t"), tstrCommand.size());
+    tstrCommand.remove_prefix(uFirst);
+    uAt += uFirst;
+    const std::vector<Word> words = SplitCommand(tstrCommand);
+    if (words.empty()) return;
+    const std::wstring& tstrFirst = words.front().tstrText;
+    // Quotes around all of a command, not around a program's name.
+    const std::size_t uDot = tstrFirst.rfind(L'.');
+    const bool bWhole = bInterpreter && words.size() == 1 && words.front().bQuoted &&
+                        tstrFirst.find(L' ', uDot == std::wstring::npos ? 0 : uDot) != std::wstring::npos;
+    if (bWhole) return AddSequence(tstrFirst, uAt + 1, uLevel);
+
+    const std::wstring tstrProgram = Expand(tstrFirst);
+    const std::wstring tstrName = ProgramName(tstrProgram);
+    if (tstrFirst.starts_with(L"echo.")) return;
+    if (!IsIn(kBuiltIns, tstrName)) {
+        AddFile(Kind::eProgram, tstrProgram, uAt);
+    } else if (!bInterpreter) {
+        return AddFile(Kind::eBuiltIn, tstrProgram, uAt);
+    }
+    if (tstrName == L"if" || tstrName == L"for") {
+        const std::optional<std::size_t> optInner = IndexOfInner(words, tstrName);
+        if (!optInner) return;
+        const std::size_t uInner = words[*optInner].uBegin;
+        return AddSequence(tstrCommand.substr(uInner), uAt + uInner, uLevel);
+    }
+    if (tstrName != L"cmd") return AddOpened(words, tstrName, uAt);
+    for (const Word& word : words) {
+        const std::wstring tstrOption = String::LowerCase(word.tstrText.substr(0, 2));
+        if (tstrOption != L"/c" && tstrOption != L"/k") continue;
+        return AddSequence(tstrCommand.substr(word.uBegin + 2), uAt + word.uBegin + 2, uLevel);
+    }
+}
+
+/// Whether a word is an option; PowerShell takes the beginning of one as well.
+bool IsOption(const std::wstring& tstrWord, const std::wstring& tstrName, std::wstring_view tstrOption)
+{
+    const std::wstring tstrLower = String::LowerCase(tstrWord);
+    const bool bShort = tstrName == L"powershell" || tstrName == L"pwsh";
+    return tstrLower == tstrOption || (bShort && tstrLower.size() > 1 && tstrOption.starts_with(tstrLower));
+}
+
+void StartedFiles::AddOpened(const std::vector<Word>& words, const std::wstring& tstrName, std::size_t uAt)
+{
+    for (const OpenerRow& row : kOpeners) {
+        if (tstrName != row.szProgram) continue;
+        const bool bFirst = row.szOption[0] == L'\0';
+        std::size_t u = 1;
+        if (bFirst) {
+            const auto isOption = [](const Word& word) {
+                return word.tstrText.starts_with(L'/') || word.tstrText.starts_with(L'-');
+            };
+            // Of "start" the first text in quotes is the window's title.
+            if (tstrName == L"start" && words.size() > 1 && words[1].bQuoted) ++u;
+            while (u < words.size() && isOption(words[u])) ++u;
+        } else {
+            while (u < words.size() && !IsOption(words[u].tstrText, tstrName, row.szOption)) ++u;
+            ++u;
+        }
+        if (u >= words.size()) continue;
+        std::wstring tstrFile = Expand(words[u].tstrText);
+        if (row.eKind == Kind::eLibrary) tstrFile.resize(std::min(tstrFile.find(L','), tstrFile.size()));
+        AddFile(row.eKind, std::move(tstrFile), uAt + words[u].uBegin);
+    }
+}
+
+}  // namespace
+
+std::wstring WithPlainQuotes(std::wstring tstrCommand)
+{
+    // Behind a name a backslash is the end of a folder, and the quote is one.
+    const std::wstring tstrEscape = L"\\\"";
+    const std::size_t uEscape = tstrCommand.find(tstrEscape);
+    const bool bEscapes = uEscape != std::wstring::npos && uEscape > 0 &&
+                          std::wstring_view(L" \"=").find(tstrCommand[uEscape - 1]) != std::wstring_view::npos;
+    if (bEscapes) String::ReplaceAll(tstrCommand, tstrEscape, L"\\'");
+
+    const std::wstring tstrLower = String::LowerCase(tstrCommand);
+    const std::size_t uOption = std::min(tstrLower.find(L" /c \""), tstrLower.find(L" /k \""));
+    if (uOption != std::wstring::npos && tstrCommand.ends_with(L'"') &&
+        std::count(tstrCommand.begin(), tstrCommand.end(), L'"') > 2) {
+        tstrCommand[uOption + 4] = L' ';
+        tstrCommand.back() = L' ';
+    }
+    return tstrCommand;
+}
+
+std::vector<Word> SplitCommand(std::wstring_view tstrCommand)
+{
+    std::vector<Word> words;
+    bool bQuotes = false;
+    bool bWord = false;
+    for (std::size_t u = 0; u < tstrCommand.size(); ++u) {
+        const wchar_t ch = tstrCommand[u];
+        const bool bBlank = !bQuotes && (ch == L' ' || ch == L'\t');
+        if (!bBlank && !bWord) words.push_back({u, {}, ch == L'"'});
+        bWord = !bBlank;
+        if (ch == L'"') {
+            bQuotes = !bQuotes;
+        } else if (!bBlank) {
+            words.back().tstrText += ch;
+        }
+    }
+    return words;
+}
+
+std::vector<Word> SplitExpanded(std::wstring_view tstrCommand, const CustomerFolders& folders)
+{
+    std::vector<Word> words = SplitCommand(WithPlainQuotes(std::wstring(tstrCommand)));
+    for (Word& word : words) word.tstrText = folders.Expand(word.tstrText);
+    return words;
+}
+
+std::vector<StartedFile> ListStarted(std::wstring_view tstrCommand, const CustomerFolders& folders)
+{
+    StartedFiles started(folders);
+    started.Add(WithPlainQuotes(std::wstring(tstrCommand)), 0, false, 0);
+    return std::move(started.m_files);
+}
+
+bool IsWindowsProgram(const std::wstring& tstrName)
+{
+    const std::wstring tstrProgram = ProgramName(tstrName);
+    if (IsIn(kWindowsPrograms, tstrProgram)) return true;
+    const WindowsMachine machine;
+    const auto isIn = [&](KnownFolder eFolder) {
+        const std::wstring tstrFolder = machine.FolderOf(eFolder);
+        return Storage::File::IsExisted(tstrFolder + tstrName) ||
+               Storage::File::IsExisted(tstrFolder + tstrProgram + L".exe");
+    };
+    return isIn(KnownFolder::eSystem) || isIn(KnownFolder::eWindows);
+}
+
+std::wstring NearestWindowsProgram(const std::wstring& tstrName)
+{
+    const std::vector<std::wstring> names(std::begin(kWindowsPrograms), std::end(kWindowsPrograms));
+    const std::wstring tstrNear = NearestOf(ProgramName(tstrName), names);
+    return tstrNear.empty() ? tstrNear : tstrNear + L".exe";
+}
+
+}  // namespace Check

@@ -1,0 +1,170 @@
+#include "check/lint/ConfigTags.h"
+
+#include "check/lint/XmlFile.h"
+#include "check/update/Suggestion.h"
+#include "check/update/XmlForm.h"
+
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_XmlParser.h"
+#include "config/ConfigDefaults.h"
+
+#include <algorithm>
+#include <set>
+
+using namespace KzCommon;
+using Config::TagPath;
+
+namespace Check {
+
+namespace {
+
+/// Settings and sections by folded path, each as it is written.
+using TagNames = std::map<std::wstring, std::wstring>;
+
+std::wstring ParentOf(const std::wstring& tstrPath)
+{
+    return tstrPath.substr(0, tstrPath.rfind(L'/'));
+}
+
+/// The tag of `names` that `tstrPath` (folded) is most likely a slip of: of the same section, nearly the same name, and
+/// none that the file has besides. Empty when there is none.
+std::wstring NearestTag(const std::wstring& tstrPath, const TagNames& names, const FileTags& file)
+{
+    const std::wstring tstrParent = ParentOf(tstrPath);
+    TagNames beside;
+    std::vector<std::wstring> words;
+    for (const auto& [tstrFolded, tstrWritten] : names) {
+        // "AskPassword" is no slip of "Password".
+        const bool bLength = tstrFolded.size() <= tstrPath.size() + 1 && tstrPath.size() <= tstrFolded.size() + 1;
+        if (!bLength || ParentOf(tstrFolded) != tstrParent || file.tags.contains(tstrFolded)) continue;
+        words.push_back(tstrFolded.substr(tstrParent.size() + 1));
+        beside.emplace(words.back(), tstrWritten);
+    }
+    const std::wstring tstrNear = NearestOf(tstrPath.substr(tstrParent.size() + 1), words);
+    return tstrNear.empty() ? tstrNear : beside[tstrNear];
+}
+
+void AddName(TagNames& names, const std::wstring& tstrPath)
+{
+    const auto path = TagPath::Parse(tstrPath);
+    if (!path || !names.emplace(path->Folded(), path->Text()).second) return;
+    if (path->Names().size() > 1) AddName(names, ParentOf(path->Text()));
+}
+
+/// What the program has defaults for, and what the installed file holds.
+TagNames KnownNames(const Update& update)
+{
+    TagNames names;
+    for (const Config::Default& row : Config::Defaults()) AddName(names, row.szTagPath);
+    if (!update.InstalledFolder()) return names;
+    try {
+        const auto document = Storage::XmlParser().ParseFile(LongPath(*update.InstalledFolder() / L"config.xml"));
+        ForEachTag(*document->GetRoot(), [&](const auto&, const TagPath& path) { AddName(names, path.Text()); });
+    } catch (Storage::Exception* pException) {
+        const Storage::CaughtException caught(pException);  // nothing is known of that file
+    }
+    return names;
+}
+
+/// What stands after the last separator of a path or tag path.
+std::wstring LastName(const std::wstring& tstrPath)
+{
+    return tstrPath.substr(tstrPath.find_last_of(L"\\/") + 1);
+}
+
+/// B066. What was found is added to `explained`.
+void CheckMisspelt(const FileTags& file, const TagNames& known, std::set<std::wstring>& explained, Report& report)
+{
+    for (const auto& [tstrFolded, tag] : file.tags) {
+        if (known.contains(tstrFolded)) continue;
+        const std::wstring tstrNear = NearestTag(tstrFolded, known, file);
+        if (tstrNear.empty()) continue;
+        explained.insert(tstrFolded);
+        explained.insert(TagPath::Parse(tstrNear)->Folded());
+        report.Add(Rule::eMisspeltSetting, file.tstrFile, tag.place,
+                   tag.tstrPath + L" is no setting that the product is known to have, and the file lacks " + tstrNear,
+                   LastName(tstrNear));
+    }
+}
+
+/// Whether a tag or a section around it is in `tags`.
+bool IsExplained(std::wstring tstrFolded, const std::set<std::wstring>& tags)
+{
+    for (; !tstrFolded.empty(); tstrFolded = ParentOf(tstrFolded)) {
+        if (tags.contains(tstrFolded)) return true;
+    }
+    return false;
+}
+
+/// The place of a tag's section, or of the file as a whole.
+TextPosition PlaceOfSection(const FileTags& file, const std::wstring& tstrFolded)
+{
+    const auto itSection = file.tags.find(ParentOf(tstrFolded));
+    return itSection == file.tags.end() ? TextPosition{} : itSection->second.place;
+}
+
+using Languages = std::vector<const FileTags*>;
+
+/// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`.
+void CheckOwn(const FileTags& file, const Languages& languages, std::set<std::wstring>& explained, Report& report)
+{
+    TagNames others;
+    for (const FileTags* const pOther : languages) {
+        if (pOther == &file) continue;
+        for (const auto& [tstrFolded, tag] : pOther->tags) others.emplace(tstrFolded, tag.tstrPath);
+    }
+    for (const auto& [tstrFolded, tag] : file.tags) {
+        if (others.contains(tstrFolded) || IsExplained(tstrFolded, explained)) continue;
+        const std::wstring tstrNear = NearestTag(tstrFolded, others, file);
+        if (tstrNear.empty()) continue;
+        explained.insert(tstrFolded);
+        explained.insert(TagPath::Parse(tstrNear)->Folded());
+        report.Add(Rule::eSettingOfOneLanguage, file.tstrFile, tag.place,
+                   tag.tstrPath + L" is in no other language, and " + tstrNear + L" is missing here",
+                   LastName(tstrNear));
+    }
+}
+
+/// B067 of one file that lacks what another one has.
+void CheckLacking(const FileTags& file, const FileTags& other, std::set<std::wstring>& explained, Report& report)
+{
+    for (const auto& [tstrFolded, tag] : other.tags) {
+        if (file.tags.contains(tstrFolded) || IsExplained(tstrFolded, explained)) continue;
+        explained.insert(tstrFolded);
+        report.Add(Rule::eSettingOfOneLanguage, file.tstrFile, PlaceOfSection(file, tstrFolded),
+                   tag.tstrPath + L" is missing here: " + LastName(other.tstrFile) + L" has it");
+    }
+}
+
+}  // namespace
+
+FileTags TagsOf(const std::wstring& tstrFile, const Storage::XmlElement& root)
+{
+    FileTags file{tstrFile, {}};
+    ForEachTag(root, [&](const Storage::XmlElement& element, const TagPath& path) {
+        file.tags.try_emplace(path.Folded(),
+                              FileTag{path.Text(), PlaceOfElement(element), element.GetFirstChild() != nullptr});
+    });
+    return file;
+}
+
+void CheckTagNames(const Update& update, const std::vector<FileTags>& files, Report& report)
+{
+    const TagNames known = KnownNames(update);
+    std::set<std::wstring> misspelt;  // and what they are slips of
+    for (const FileTags& file : files) CheckMisspelt(file, known, misspelt, report);
+    // A file without a language is for those that have none of their own.
+    Languages languages;
+    for (const FileTags& file : files) {
+        if (LastName(file.tstrFile).find(L'_') != std::wstring::npos) languages.push_back(&file);
+    }
+    for (const FileTags* const pFile : languages) CheckOwn(*pFile, languages, misspelt, report);
+    for (const FileTags* const pFile : languages) {
+        std::set<std::wstring> explained = misspelt;
+        for (const FileTags* const pOther : languages) {
+            if (pOther != pFile) CheckLacking(*pFile, *pOther, explained, report);
+        }
+    }
+}
+
+}  // namespace Check

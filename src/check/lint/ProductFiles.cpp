@@ -1,0 +1,81 @@
+#include "check/lint/ProductFiles.h"
+
+#include "check/update/Instructions.h"
+#include "check/update/Suggestion.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+#include <iterator>
+
+using namespace KzCommon;
+
+namespace Check {
+
+ProductFiles::ProductFiles(const Update& update)
+    : m_installed(update.InstalledFolder().value_or(kUsualInstallFolder)),
+      m_bInstalled(update.InstalledFolder().has_value())
+{
+    for (const Delivery& delivery : update.Deliveries()) {
+        m_brought.insert(delivery.tstrDestination);
+        if (!IsInstallPath(delivery.tstrDestination)) continue;
+        m_below.push_back(m_installed.Relative(delivery.tstrDestination));
+    }
+    for (const std::wstring& tstrFile : update.Files()) m_downloaded.insert(m_installed / tstrFile);
+}
+
+std::wstring ProductFiles::PathOf(const std::wstring& tstrBelow) const
+{
+    return Storage::Directory::FullPath(m_installed / tstrBelow);
+}
+
+bool ProductFiles::IsInstallPath(const std::wstring& tstrPath) const
+{
+    return m_installed.Contains(tstrPath);
+}
+
+bool ProductFiles::HasFile(const std::wstring& tstrPath) const
+{
+    return m_brought.contains(tstrPath) ||
+           (m_bInstalled && IsInstallPath(tstrPath) && Storage::File::IsExisted(LongPath(tstrPath)));
+}
+
+bool ProductFiles::HasPath(const std::wstring& tstrPath) const
+{
+    if (HasFile(tstrPath)) return true;
+    const std::wstring tstrBelow = String::EnsureBackslash(tstrPath);
+    const auto itBelow = m_brought.lower_bound(tstrBelow);
+    if (itBelow != m_brought.end() && String::StartsWithNoCase(*itBelow, tstrBelow)) return true;
+    return m_bInstalled && String::StartsWithNoCase(tstrPath, m_installed) &&
+           Storage::Directory::IsExisted(LongPath(tstrPath));
+}
+
+bool ProductFiles::IsDownloaded(const std::wstring& tstrPath) const
+{
+    return m_downloaded.contains(tstrPath);
+}
+
+std::wstring ProductFiles::NearestOf(const std::wstring& tstrPath) const
+{
+    const std::wstring tstrName = tstrPath.substr(String::FolderPart(tstrPath).size());
+    const auto itSame = std::find_if(m_below.begin(), m_below.end(), [&](const std::wstring& tstrBelow) {
+        return String::EqualsNoCase(tstrBelow.substr(String::FolderPart(tstrBelow).size()), tstrName);
+    });
+    if (itSame != m_below.end()) return *itSame;
+    return Check::NearestOf(IsInstallPath(tstrPath) ? m_installed.Relative(tstrPath) : tstrName, m_below);
+}
+
+bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled)
+{
+    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Documents and Settings\\",
+                                                   L"\\Windows\\Temp\\"};
+    constexpr std::size_t kDrive = 2;  // "C:"
+    if (String::StartsWithNoCase(tstrPath, tstrInstalled) || tstrPath.size() < kDrive) return false;
+    const std::wstring_view tstrBelow = std::wstring_view(tstrPath).substr(kDrive);
+    return tstrPath[1] == L':' &&
+           std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders),
+                       [&](std::wstring_view tstrUsers) { return String::StartsWithNoCase(tstrBelow, tstrUsers); });
+}
+
+}  // namespace Check

@@ -1,0 +1,49 @@
+// What is known of the files of a customer's machine after the update.
+#pragma once
+
+#include "check/update/Update.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Check {
+
+/// The files that the update brings and, where an installed product is known, those that it has. Paths are full and
+/// compared without regard to case.
+class ProductFiles {
+public:
+    explicit ProductFiles(const Update& update);
+
+    /// Whether it is known which files the installed product has.
+    [[nodiscard]] bool AreInstalledKnown() const noexcept { return m_bInstalled; }
+    /// A path below the install folder in full.
+    [[nodiscard]] std::wstring PathOf(const std::wstring& tstrBelow) const;
+    /// Whether a path is in the install folder.
+    [[nodiscard]] bool IsInstallPath(const std::wstring& tstrPath) const;
+
+    /// Whether the path names a file that is there when the update has been deployed.
+    [[nodiscard]] bool HasFile(const std::wstring& tstrPath) const;
+    /// The same of a file or folder.
+    [[nodiscard]] bool HasPath(const std::wstring& tstrPath) const;
+    /// Whether the path names a file of the packages where the update client puts it.
+    [[nodiscard]] bool IsDownloaded(const std::wstring& tstrPath) const;
+
+    /// The file that the update brings to the install folder and that may have been meant by a path, below that folder:
+    /// one of the same name elsewhere, or of nearly the same path. Empty when there is none.
+    [[nodiscard]] std::wstring NearestOf(const std::wstring& tstrPath) const;
+
+private:
+    Folder m_installed;
+    bool m_bInstalled;
+    KzCommon::String::NoCaseSet m_brought;
+    KzCommon::String::NoCaseSet m_downloaded;
+    std::vector<std::wstring> m_below;  // what is brought to the install folder, below it
+};
+
+/// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
+/// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, is none of them, wherever a copy
+/// of it is.
+[[nodiscard]] bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled);
+
+}  // namespace Check
