@@ -29,6 +29,23 @@ TEST_F(TextRulesTest, XmlIsRefusedWhereTheProductRefusesIt)
     }
 }
 
+TEST_F(TextRulesTest, AnXmlFindingNamesTheTagThatIsOpen)
+{
+    const std::wstring tstrMismatch = L"mismatched tag: </Prt> of line 3 does not close <Port> of line 2";
+    const std::pair<std::string, std::wstring> rows[] = {
+        {"<a>\n<Port>\n</Prt></a>", tstrMismatch},
+        {Utf16(L"<a>\n<Port>\n</Prt ></a>"), tstrMismatch},
+        {"<a>\n<Port>\n", L"no element found: <Port> of line 2 is not closed"},
+        {"<a>\n<Port>\n</Port>\n<b", L"unclosed token"},
+    };
+    for (const auto& [strText, tstrReason] : rows) {
+        Write(m_tstrShare + L"Setting\\config.xml", strText);
+        Report report;
+        CheckConfiguration({Open(), {}, {}}, report);
+        EXPECT_THAT(report.Sorted(), ElementsAre(Field(&Finding::tstrText, tstrReason)));
+    }
+}
+
 TEST_F(TextRulesTest, AStringTableMustGiveTheProductsName)
 {
     const std::wstring tstrName = L"S_STR_PRODUCT_NAME=Qorvault\n";
