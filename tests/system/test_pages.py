@@ -1,8 +1,10 @@
-"""What the sources know, the pages and the samples know: every instruction key, every lint rule. And the layers."""
+"""What the sources know, the pages, the samples and the random updates know: every instruction key and type of registry
+data, every folder that a deploy step looks at, every lint rule. And the layers."""
 import re
 import unittest
 
 from brevantlab.prefix import ROOT
+from brevantlab.random_update import random_scenario
 
 
 def text_of(name):
@@ -53,6 +55,28 @@ class Pages(unittest.TestCase):
             section = named or section
             described.add((section, key))
         self.assertEqual(table, described)
+
+    def test_random_updates_use_every_key_and_type(self):
+        sections = [section for seed in range(1, 100) for section in random_scenario(seed).sections.items()]
+        used = {(re.sub('(?<=RestartNotification_).*', '', name), line.partition('=')[0])
+                for name, lines in sections for line in lines}
+        self.assertEqual(set(), set(keys()) - used)
+        types = re.findall(r'^    \{L"(REG_\w+)", RegistryType::', text_of('src/agent/RegistryPatch.cpp'), re.MULTILINE)
+        self.assertIn('REG_SZ', types)
+        for place, text in (('page', text_of('docs/instruction-file.md')),
+                            ('random updates', '\n'.join(line for _, lines in sections for line in lines))):
+            with self.subTest(place):
+                self.assertEqual(set(), set(types) - set(re.findall(r'REG_\w+', text)))
+
+    def test_every_deploy_step_is_tried_and_described(self):
+        rows = re.findall(r'\{\{e(Product|Share), L"([^"]+)"\}, ', text_of('src/agent/PackageLayout.cpp'))
+        self.assertIn(('Share', 'Task'), rows)
+        sample, page = text_of('samples/files.txt'), text_of('docs/update-layout.md')
+        for base, folder in rows:
+            below = folder.replace('\\\\', '\\') + '\\'
+            with self.subTest(base=base, folder=below):
+                self.assertIn('| `' + ('Share\\' if base == 'Share' else '') + below + '` |', page)
+                self.assertIn('\n{' + base.lower() + '}' + below, sample)
 
     def test_every_rule_has_its_page(self):
         rules = re.findall(r'^    \{Rule::e\w+, .*?L"([a-z-]+)"', text_of('src/check/lint/Rules.cpp'), re.MULTILINE)
