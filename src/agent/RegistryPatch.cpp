@@ -199,6 +199,7 @@ std::vector<std::wstring> RegistryTypeWords()
 bool CountsAsMissing(const RegistryData& data)
 {
     static const RegistryData kAbsent[] = {kAbsentText, kAbsentDword, kAbsentQword};
+    static_assert(std::size(kAbsent) == std::variant_size_v<RegistryData>);
     return kAbsent[data.index()] == data;
 }
 

@@ -164,6 +164,8 @@ void RegistryTree::RemoveKey(const RegistryPlace& place)
     m_removed.insert(tstrKey);
 }
 
+static_assert(std::variant_size_v<RegistryData> == 3);  // both of these know all of them
+
 StoredValue ToStored(const RegistryData& data)
 {
     if (const auto* const pText = std::get_if<std::wstring>(&data)) {

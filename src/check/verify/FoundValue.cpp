@@ -31,7 +31,7 @@ FoundValue ReadRegistryValue(const Machine& machine, const std::wstring& tstrKey
 
 std::wstring DescribeValue(RegistryType eType, const std::wstring& tstrText, ULONGLONG ullNumber)
 {
-    if (eType == RegistryType::eText) return L"\"" + tstrText + L"\"";
+    if (HoldsText(eType)) return L"\"" + tstrText + L"\"";
     return std::wstring(WordOf(eType)) + L" " + std::to_wstring(ullNumber);
 }
 

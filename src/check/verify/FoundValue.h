@@ -25,6 +25,19 @@ struct FoundValue {
     }
 };
 
+/// Whether values of a type hold text; those of any other type that is written hold a number.
+constexpr bool HoldsText(RegistryType eType) noexcept
+{
+    switch (eType) {
+        case RegistryType::eText: return true;
+        case RegistryType::eDword:
+        case RegistryType::eQword:
+        case RegistryType::eMultiText:  // not written
+        case RegistryType::eUnknown: break;
+    }
+    return false;
+}
+
 /// Reads a value below HKEY_LOCAL_MACHINE.
 [[nodiscard]] FoundValue ReadRegistryValue(const KzCommon::Machine& machine, const std::wstring& tstrKeyPath,
                                            const std::wstring& tstrName);

@@ -3,6 +3,7 @@
 #include "check/update/ErrorText.h"
 #include "check/update/JsonText.h"
 #include "check/update/OpenUpdate.h"
+#include "check/verify/FoundValue.h"
 
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
@@ -78,8 +79,7 @@ Json::Value Describe(const ExpectedValue& value)
     if (value.eState == ValueState::eAbsent) return json;
     json["type"] = ToJson(WordOf(value.eType));
     if (value.bUnlessLiteral) json["unless_literal"] = true;
-    json["data"] =
-        value.eType == RegistryType::eText ? ToJson(value.tstrData) : Json::Value(Json::UInt64{value.ullData});
+    json["data"] = HoldsText(value.eType) ? ToJson(value.tstrData) : Json::Value(Json::UInt64{value.ullData});
     return json;
 }
 
@@ -189,7 +189,7 @@ bool FromJson(const Json::Value& json, ExpectedValue& value)
     if (value.eState == ValueState::eAbsent) return true;
     value.eType = RegistryTypeOf(members.Text("type"));
     value.bUnlessLiteral = members.Has("unless_literal");
-    if (value.eType == RegistryType::eText) {
+    if (HoldsText(value.eType)) {
         value.tstrData = members.Text("data");
     } else {
         value.ullData = members.Number("data");

@@ -352,7 +352,7 @@ private:
                                       (value.tstrValueName.empty() ? L"(unnamed)" : value.tstrValueName);
         const FoundValue found = ReadRegistryValue(m_context.machine, value.tstrKeyPath, value.tstrValueName);
         std::wstring tstrText = value.tstrData;
-        if (value.eType == RegistryType::eText) Expand(tstrText);
+        if (HoldsText(value.eType)) Expand(tstrText);
         if (!found.IsKnown()) return Add(Verdict::eUnknown, tstrWhat, DescribeError(found.dwError));
         if (IsRight(value, found, tstrText)) {
             // A value that stays if it exists, or that is deleted, may already have been in this state.
@@ -377,7 +377,7 @@ private:
         if (value.eState == ValueState::eAbsent) return !found.IsThere();
         if (found.dwError != ERROR_SUCCESS || found.eType != value.eType) return false;
         if (value.eState == ValueState::eAnyData) return true;
-        return value.eType == RegistryType::eText ? found.tstrText == tstrText : found.ullNumber == value.ullData;
+        return HoldsText(value.eType) ? found.tstrText == tstrText : found.ullNumber == value.ullData;
     }
 
     /// Expands placeholders as the run did, with the update's own download folder, even if another version is installed
