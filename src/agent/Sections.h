@@ -59,6 +59,20 @@ constexpr RecordForm FormOf(RecordEffect eEffect) noexcept
     return RecordForm::eText;
 }
 
+/// Whether the value is nothing but paths, in which braces mean placeholders only.
+constexpr bool IsPath(RecordForm eForm) noexcept
+{
+    switch (eForm) {
+        case RecordForm::ePath: return true;
+        case RecordForm::eRegistryValue:
+        case RecordForm::eTag:
+        case RecordForm::eIniValue:
+        case RecordForm::eCommand:
+        case RecordForm::eText: break;
+    }
+    return false;
+}
+
 /// The FileOp of an effect; op_not_used for an effect that does not concern files or folders.
 constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
 {

@@ -130,6 +130,16 @@ bool HasRecords(const IniScan& scan, const wchar_t* szSection)
                                    [](const IniRecord& record) { return record.IsRecord(); });
 }
 
+/// Whether a key is one of those that are carried out only where both of their sections can be read.
+bool IsRemoval(const SectionKey* pKey)
+{
+    constexpr const ::Section* kRead[] = {&SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot"),
+                                          &SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot")};
+    return std::ranges::any_of(kRead, [&](const ::Section* pSection) {
+        return std::ranges::any_of(pSection->keys, [&](const SectionKey& key) { return &key == pKey; });
+    });
+}
+
 /// A removal needs both sections. Where nothing is to be removed, the missing one costs a failure line only.
 void CheckRemovalSections(const IniScan& scan, Report& report)
 {
@@ -138,10 +148,8 @@ void CheckRemovalSections(const IniScan& scan, Report& report)
     if (bFolders == bFiles) return;
     const IniSection& there = *scan.Find(bFolders ? L"QOR_DIR" : L"QOR_FILE");
     const std::vector<Instruction> instructions = ListInstructions(scan);
-    const bool bRemoves = std::any_of(instructions.begin(), instructions.end(), [](const Instruction& instruction) {
-        const FileOp eOp = FileOpOf(instruction.pKey->eEffect);
-        return eOp != op_not_used && eOp != op_dir_add;
-    });
+    const bool bRemoves =
+        std::ranges::any_of(instructions, [](const Instruction& instruction) { return IsRemoval(instruction.pKey); });
     report.AddAs(bRemoves ? Severity::eError : Severity::eWarning, Rule::eMissingSection, kInstructionFile, there.place,
                  L"[" + there.tstrName + L"] stands without " + (bFolders ? L"[QOR_FILE]" : L"[QOR_DIR]") +
                      L": nothing is removed");

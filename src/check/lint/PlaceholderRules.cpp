@@ -64,18 +64,13 @@ const Placeholder* FindPlaceholder(std::wstring_view tstrText)
     return itFound == kPlaceholders.end() ? nullptr : &*itFound;
 }
 
-bool IsPath(RecordEffect eEffect)
-{
-    return FormOf(eEffect) == RecordForm::ePath;
-}
-
 void CheckExpanded(const Braced& braced, RecordEffect eEffect, TextPosition place, Report& report)
 {
     if (const Placeholder* const pKnown = FindPlaceholder(braced.tstrText)) {
         if (pKnown->bMayBeUnset) {
             report.Add(Rule::eLogFolderMayBeUnset, kInstructionFile, place,
                        braced.tstrText + L" stands for nothing where that log folder is not set" +
-                           (IsPath(eEffect) ? L": the path is refused there" : L""));
+                           (IsPath(FormOf(eEffect)) ? L": the path is refused there" : L""));
         }
         return;
     }
@@ -88,7 +83,7 @@ void CheckExpanded(const Braced& braced, RecordEffect eEffect, TextPosition plac
     // Braces have other uses in data and commands.
     const bool bWord = braced.bClosed && braced.tstrText.size() > 2 && ::IsCharAlphaW(braced.tstrText[1]);
     if (bWord) {
-        report.AddAs(IsPath(eEffect) ? Severity::eError : Severity::eWarning, Rule::eUnknownPlaceholder,
+        report.AddAs(IsPath(FormOf(eEffect)) ? Severity::eError : Severity::eWarning, Rule::eUnknownPlaceholder,
                      kInstructionFile, place,
                      L"\"" + braced.tstrText + L"\" is no placeholder: the text stays as it is");
     }

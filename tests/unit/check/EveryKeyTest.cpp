@@ -1,0 +1,137 @@
+// Every key of the instruction file through "lint", "plan" and "manifest": one that the table knows and a verb does not
+// is found here.
+#include "agent/Sections.h"
+#include "check/simulate/Plan.h"
+#include "check/verify/FoundValue.h"
+#include "check/verify/Manifest.h"
+#include "common/KzComn_WindowsMachine.h"
+#include "unit/check/CheckFixture.h"
+
+namespace {
+
+/// What a key of a form is tried with. "e7k" is in it and nowhere else.
+struct Trial {
+    const char* szRecord;
+    bool bPlanned = true;   ///< the plan names it
+    bool bPromised = true;  ///< the manifest names it
+};
+
+constexpr Trial TrialOf(RecordForm eForm)
+{
+    switch (eForm) {
+        case RecordForm::ePath: return {"{InstalledDir}e7k"};
+        case RecordForm::eRegistryValue: return {"SOFTWARE\\e7k!e7k!REG_SZ!e7k"};
+        case RecordForm::eTag: return {"/P/e7k"};
+        case RecordForm::eIniValue: return {"e7k!e7k!e7k"};
+        case RecordForm::eCommand: return {"e7k.exe", true, false};  // Windows takes it away
+        case RecordForm::eText: break;                               // for the user, when a new name is due
+    }
+    return {"e7k", false, false};
+}
+
+class EveryKeyTest : public UpdateTest {
+protected:
+    EveryKeyTest()
+    {
+        Bring({L"p1\\Share\\Setting\\readme.htm"});
+        Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c><P><e7k>1</e7k></P></c>");
+        m_installed.Write(L"config.xml", "<c><P><e7k>2</e7k></P></c>");
+    }
+
+    /// Makes the update's instruction file of one record, in line 2.
+    void Use(const Section& section, const SectionKey& key, const std::string& strRecord,
+             const std::string& strMore = {}) const
+    {
+        const std::wstring tstrName = section.szName + std::wstring(section.bLanguage ? L"EN-US" : L"");
+        Write(kInstructionFile,
+              KzCommon::String::ToUtf8(L"[" + tstrName + L"]\n" + key.szKey + L"=") + strRecord + "\n" + strMore);
+    }
+    /// The same with the other section that removals need.
+    void UseWithOther(const Section& section, const SectionKey& key, const std::string& strRecord) const
+    {
+        const bool bFiles = std::wstring_view(section.szName) == L"QOR_FILE";
+        Use(section, key, strRecord, bFiles ? "[QOR_DIR]\nadd={InstalledDir}\n" : "[QOR_FILE]\ndelete=C:\\*.none\n");
+    }
+    /// Whether "lint" finds something in the section's first two lines that is neither its form nor a placeholder.
+    [[nodiscard]] bool IsFound(const std::function<bool(const Finding&)>& isMeant) const
+    {
+        const Update update = Open();
+        IniScan instructions;
+        EXPECT_TRUE(instructions.Read(update.FullPath(kInstructionFile), nullptr));
+        Report report;
+        LintUpdate({update, instructions, {}}, report);
+        const std::vector<Finding> findings = report.Sorted();
+        return std::ranges::any_of(findings, [&](const Finding& finding) {
+            return finding.tstrPath == kInstructionFile && finding.place.uLine <= 2 && isMeant(finding);
+        });
+    }
+    [[nodiscard]] bool IsPlanned() const
+    {
+        const Plan plan = MakePlan(Open(), m_installed.Path());
+        return std::ranges::any_of(plan.steps, [](const PlanStep& step) {
+            return std::ranges::any_of(step.changes, [](const Change& change) {
+                return (change.tstrTarget + change.tstrName).find(L"e7k") != std::wstring::npos;
+            });
+        });
+    }
+    [[nodiscard]] std::string Manifest() const
+    {
+        std::string strManifest;
+        std::wstring tstrErrors;
+        EXPECT_TRUE(MakeManifest(Open(), false, strManifest, tstrErrors));
+        return strManifest;
+    }
+
+    TempFolder m_installed;
+};
+
+}  // namespace
+
+TEST_F(EveryKeyTest, IsKnownToEveryVerb)
+{
+    for (const Section& section : kSections) {
+        for (const SectionKey& key : section.keys) {
+            SCOPED_TRACE(KzCommon::String::ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
+            const Trial trial = TrialOf(FormOf(key.eEffect));
+            UseWithOther(section, key, trial.szRecord);
+            EXPECT_EQ(IsPlanned(), trial.bPlanned);
+            const std::string strManifest = Manifest();
+            UseWithOther(section, key, "\n");
+            EXPECT_EQ(strManifest != Manifest(), trial.bPromised);
+
+            // Wrong in every form: no full path, no fields, no tag, no full path of a program, half a question.
+            UseWithOther(section, key, "a\\b");
+            constexpr Rule kFirstOfValues = Rule::eRegistryFields;
+            EXPECT_TRUE(IsFound([](const Finding& finding) { return finding.eRule >= kFirstOfValues; }))
+                << "no rule looks at its value";
+        }
+    }
+}
+
+TEST_F(EveryKeyTest, OneThatIsReadWithTheRemovalsNeedsBothSections)
+{
+    for (const Section& section : kSections) {
+        if (std::wstring_view(section.szReader) != L"RemoveFileAfterReboot") continue;
+        for (const SectionKey& key : section.keys) {
+            Use(section, key, TrialOf(FormOf(key.eEffect)).szRecord);
+            EXPECT_TRUE(IsFound([](const Finding& finding) {
+                return finding.eRule == Rule::eMissingSection && finding.eSeverity == Severity::eError;
+            })) << KzCommon::String::ToUtf8(key.szKey);
+        }
+    }
+}
+
+TEST_F(EveryKeyTest, EveryTypeThatIsWrittenIsReadBack)
+{
+    KzCommon::WindowsMachine machine;
+    for (const std::wstring& tstrType : RegistryTypeWords()) {
+        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrType));
+        const RegistryRecord record = ParseRegistryRecord(L"SOFTWARE\\e7k!N!" + tstrType + L"!7");
+        const std::optional<KzCommon::RegistryData> optData = DataOf(record);
+        ASSERT_TRUE(optData.has_value());
+        ASSERT_TRUE(machine.StoreValue({.tstrKeyPath = record.tstrKeyPath, .tstrName = L"N"}, *optData, nullptr));
+        const FoundValue found = ReadRegistryValue(machine, record.tstrKeyPath, L"N");
+        EXPECT_EQ(found.eType, record.eType);
+        EXPECT_EQ(HoldsText(found.eType) ? found.tstrText : std::to_wstring(found.ullNumber), L"7");
+    }
+}
