@@ -5,6 +5,7 @@
 #include "check/start/NewUpdate.h"
 #include "check/trace/TraceSummary.h"
 #include "check/update/CommandLine.h"
+#include "check/update/HostPaths.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/Verify.h"
 
@@ -36,16 +37,17 @@ constexpr Verb kVerbs[] = {
      L"  --strict         warnings count as errors\n\n"
      L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
-    {L"plan", L"UPDATE [--installed DIR] [--format text|json] [--trace]",
+    {L"plan", L"UPDATE [--installed DIR] [--language TAG] [--format text|json] [--trace]",
      L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run; does nothing of\n"
      L"it. An update elsewhere than in the install folder is taken as if it lay there.\n\n"
      L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller may not look\n"
      L"  [restart] when Windows starts again\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names. A file\n"
      L"                   registry.reg in it says what the product's registry key holds.\n"
+     L"  --language TAG   the language of the installed product, whatever the registry says\n"
      L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
-     kInstalled | kFormatJson | kTrace, 1, 1, RunPlan},
+     kInstalled | kLanguage | kFormatJson | kTrace, 1, 1, RunPlan},
     {L"manifest", L"UPDATE > FILE | --into UPDATE",
      L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
      L"information. \"verify\" compares a machine with it.\n\n"
@@ -103,6 +105,6 @@ int wmain(int argc, wchar_t** argv)
         iExitCode = kCannotRead;
     }
     const bool bWritten = Write(STD_OUTPUT_HANDLE, output.strText);
-    static_cast<void>(Write(STD_ERROR_HANDLE, String::ToUtf8(output.tstrErrors)));
+    static_cast<void>(Write(STD_ERROR_HANDLE, String::ToUtf8(WithHostPaths(output.tstrErrors))));
     return bWritten ? iExitCode : kCannotRead;
 }

@@ -35,7 +35,7 @@ LAYERS = {
     'installer': {'common'}, 'config': {'common'},
     'agent': {'installer', 'config', 'common', 'runtime'},
     'check/update': {'agent', 'config', 'common'},
-    'check/simulate': {'check/update', 'agent', 'common'},
+    'check/simulate': {'check/update', 'agent', 'config', 'common'},
     'check/verify': {'check/update', 'agent', 'config', 'common'},
     'check/lint': {'check/verify', 'check/simulate', 'check/update', 'agent', 'installer', 'config', 'common'},
     'check/trace': {'check/update', 'agent', 'common'},

@@ -1,8 +1,9 @@
-// B060 to B067: the configuration files that the update brings, and the settings that it carries over.
+// B060 to B068: the configuration files that the update brings, and the settings that it carries over.
 #include "check/lint/ConfigTags.h"
 #include "check/lint/Lint.h"
 #include "check/lint/SecretText.h"
 #include "check/lint/XmlFile.h"
+#include "check/simulate/LostSettings.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 #include "check/update/XmlForm.h"
@@ -14,6 +15,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 
 using namespace KzCommon;
 using Config::TagPath;
@@ -227,6 +229,24 @@ void CheckKeptNames(const Update& update, Report& report)
     }
 }
 
+/// B068 of one configuration file; what is lost in several languages is found in the first.
+void CheckLostSettings(const Update& update, const std::wstring& tstrFile, const XmlElement& root,
+                       std::set<std::wstring>& found, Report& report)
+{
+    if (!update.InstalledFolder()) return;
+    for (const LostSetting& lost : ListLostSettings(update.Root(), *update.InstalledFolder(), tstrFile)) {
+        const std::optional<TagPath> lostPath = TagPath::Parse(lost.tstrTag);
+        if (!lostPath || !found.insert(lostPath->Folded()).second) continue;
+        TextPosition place;
+        ForEachTag(root, [&](const XmlElement& element, const TagPath& path) {
+            if (place.uLine == 0 && path.Folded() == lostPath->Folded()) place = PlaceOfElement(element);
+        });
+        report.Add(Rule::eSettingLost, tstrFile, place,
+                   L"the installed product's value is left behind: " + TextOf(lost) + L"; migrate=" + lost.tstrTag +
+                       L" carries it over");
+    }
+}
+
 void AddDefaults(KnownTags& known)
 {
     for (const Config::Default& row : Config::Defaults()) {
@@ -241,11 +261,13 @@ void CheckConfiguration(const LintContext& context, Report& report)
     KnownTags known;
     AddDefaults(known);
     std::vector<FileTags> files;
+    std::set<std::wstring> lost;
     for (const std::wstring& tstrFile : SettingFiles(context.update, L"config", L"xml")) {
         const auto document = ReadXml(context.update, tstrFile, Rule::eConfigNotXml, report);
         if (!document) continue;
         ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
         files.push_back(TagsOf(tstrFile, *document->GetRoot()));
+        CheckLostSettings(context.update, tstrFile, *document->GetRoot(), lost, report);
     }
     CheckTagNames(context.update, files, report);
     std::vector<std::wstring> words;

@@ -1,4 +1,5 @@
 #include "check/lint/Lint.h"
+#include "check/update/HostPaths.h"
 #include "check/update/OpenUpdate.h"
 
 #include "check/lint/Suppressions.h"
@@ -37,8 +38,9 @@ int RunLint(const Arguments& arguments, Output& output)
     }
     Report report;
     LintUpdate({update, instructions, arguments.languages}, report);
-    output.strText = arguments.eFormat == Format::eSarif ? FormatSarif(report, update.Root(), instructions)
-                                                         : String::ToUtf8(FormatText(report, update.GivenFolder()));
+    output.strText = arguments.eFormat == Format::eSarif
+                         ? FormatSarif(report, update.Root(), instructions)
+                         : String::ToUtf8(WithHostPaths(FormatText(report, update.GivenFolder())));
     const bool bFound =
         report.Count(Severity::eError) > 0 || (arguments.bStrict && report.Count(Severity::eWarning) > 0);
     return bFound ? kFound : kClean;

@@ -106,6 +106,8 @@ constexpr RuleRow kRules[] = {
      L"The product looks for an element or attribute of another name, and does not find this one."},
     {Rule::eSettingOfOneLanguage, kWarning, L"setting-of-one-language",
      L"The configuration files of the languages differ: some users lack the setting."},
+    {Rule::eSettingLost, kWarning, L"setting-lost",
+     L"The installed product's value of this setting is not in the file that takes its place."},
 
     {Rule::eNoStepLooksThere, kWarning, L"no-step-looks-there",
      L"No deploy step looks at this place: the file stays in the download folder."},

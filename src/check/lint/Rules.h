@@ -71,6 +71,7 @@ enum class Rule : unsigned {
     eShipsKeptSettings = 65,
     eMisspeltSetting = 66,
     eSettingOfOneLanguage = 67,
+    eSettingLost = 68,
     // Package
     eNoStepLooksThere = 70,
     eNoInnerFolder = 71,

@@ -1,5 +1,6 @@
 // The findings in the form that editors and build servers read: SARIF 2.1.0.
 #include "check/lint/Report.h"
+#include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
 #include "check/verify/Sha256.h"
 #include "BrevantVersion.h"
@@ -46,6 +47,7 @@ std::string EscapePath(std::wstring_view tstrPath)
 /// A full path as a file URI: a drive keeps its colon, a share is a host.
 std::string FileUri(const std::wstring& tstrPath)
 {
+    if (const auto host = HostPathOf(tstrPath)) return "file://" + EscapePath(*host);
     if (tstrPath.starts_with(L"\\\\")) return "file:" + EscapePath(tstrPath);
     return "file:///" + EscapePath(tstrPath.substr(0, 1)) + ":" + EscapePath(tstrPath.substr(2));
 }
@@ -222,6 +224,7 @@ std::string FormatSarif(const Report& report, const std::wstring& tstrFolder, co
     run["columnKind"] = "utf16CodeUnits";
     run["originalUriBaseIds"][kFolderId]["uri"] = FileUri(tstrFolder);
     run["results"] = DescribeResults(report, instructions);
+    ShowHostPaths(run["results"]);
     Json::Value log;
     log["$schema"] = "https://docs.oasis-open.org/sarif/sarif/v2.1.0/errata01/os/schemas/sarif-schema-2.1.0.json";
     log["version"] = "2.1.0";

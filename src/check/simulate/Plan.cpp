@@ -3,6 +3,7 @@
 #include "check/simulate/PlanMachine.h"
 #include "check/simulate/PlanReport.h"
 #include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
 #include "check/update/OpenUpdate.h"
 
 #include "agent/DeployFramework.h"
@@ -43,18 +44,31 @@ Folder InstalledFolder(const Machine& machine, const Update& update, bool bGiven
     return folder.IsKnown() ? folder : update.InstalledFolder().value_or(Folder());
 }
 
+/// A folder that says nothing of the product's registry key, and is not the one that this machine's registry names.
+bool LacksRegistry(const Machine& machine, const Folder& installed)
+{
+    return !machine.HasFile(installed / kRegistryFile) &&
+           !String::EqualsNoCase(Folder(Frwk::Utility::GetInstalledFolder(machine)).Text(), installed.Text());
+}
+
 }  // namespace
 
 Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOptions& options)
 {
     const WindowsMachine machine;
-    PlannedRun run =
-        PlanRun(machine, {update.Root(), installedDir, options.bInstalledGiven}, &RunAgent, options.bTrace);
-    return {update.Root(), installedDir, std::move(run.steps), std::move(run.unknownLines), std::move(run.tstrTrace)};
+    PlannedRun run = PlanRun(machine, {update.Root(), installedDir, options.bInstalledGiven, options.tstrLanguage},
+                             &RunAgent, options.bTrace);
+    return {
+        update.Root(),           installedDir, std::move(run.steps), std::move(run.lost), std::move(run.unknownLines),
+        std::move(run.tstrTrace)};
 }
 
 int RunPlan(const Arguments& arguments, Output& output)
 {
+    if (arguments.languages.size() > 1) {
+        output.tstrErrors += L"--language: an installed product has one language\n";
+        return kWrongUse;
+    }
     Update update;
     if (!OpenUpdate(arguments, update, output)) return kCannotRead;
     const WindowsMachine machine;
@@ -72,13 +86,21 @@ int RunPlan(const Arguments& arguments, Output& output)
         const std::wstring tstrPath = machine.HasAny(tstrLaid) ? tstrLaid : installed / szName;
         if (!IsReadable(tstrPath, dwError)) return CannotRead(tstrPath, dwError, output);
     }
-    const Plan plan = MakePlan(update, installed, {.bInstalledGiven = bGiven, .bTrace = arguments.bTrace});
+    const Plan plan = MakePlan(update, installed,
+                               {.bInstalledGiven = bGiven,
+                                .bTrace = arguments.bTrace,
+                                .tstrLanguage = arguments.languages.empty() ? L"" : arguments.languages.front()});
+    if (bGiven && LacksRegistry(machine, installed)) {
+        output.tstrErrors += installed / kRegistryFile +
+                             L": missing; language, version and all else that the product's registry key holds count "
+                             L"as not set\n";
+    }
     for (const std::size_t uLine : plan.unknownLines) {
         output.tstrErrors += installed / L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
     }
     output.strText = arguments.bTrace                     ? String::ToUtf8(plan.tstrTrace)
                      : arguments.eFormat == Format::eJson ? FormatPlanJson(plan)
-                                                          : String::ToUtf8(FormatPlanText(plan));
+                                                          : String::ToUtf8(WithHostPaths(FormatPlanText(plan)));
     return kClean;
 }
 

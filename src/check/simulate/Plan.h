@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/simulate/ChangeLog.h"
+#include "check/simulate/LostSettings.h"
 #include "check/update/CommandLine.h"
 #include "check/update/Folder.h"
 
@@ -15,6 +16,7 @@ struct Plan {
     Folder updateDir;     ///< the folder of the update
     Folder installedDir;  ///< the installed product for the update
     std::vector<PlanStep> steps;
+    std::vector<LostSetting> lost{};          ///< the user's settings that are not carried over
     std::vector<std::size_t> unknownLines{};  ///< in "registry.reg" in the installed folder
     std::wstring tstrTrace{};                 ///< the trace lines of the run, if requested
 };
@@ -23,6 +25,7 @@ struct Plan {
 struct PlanOptions {
     bool bInstalledGiven = false;  ///< "registry.reg" in the installed folder defines the product's key
     bool bTrace = false;
+    std::wstring tstrLanguage{};  ///< of the installed product; empty: the one that the registry names
 };
 
 class Update;

@@ -9,7 +9,6 @@ namespace Check {
 
 namespace {
 
-constexpr wchar_t kRegistryFile[] = L"registry.reg";
 constexpr std::size_t kMostRegistryBytes = std::size_t{64} * 1024 * 1024;
 /// The files that the update client copies to the install folder.
 constexpr const wchar_t* kLaidFiles[] = {L"QorPaFrwk.ini", L"UpdateInfo.ini"};
@@ -47,6 +46,12 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
     const bool bKnown = machine.ReadValue(path, known, nullptr) &&
                         String::EqualsNoCase(Folder(std::get<std::wstring>(known)).Text(), folders.installedDir.Text());
     if (!bKnown) machine.SetValue(path, ToStored(folders.installedDir));
+    if (!folders.tstrLanguage.empty()) {
+        machine.SetValue({.tstrKeyPath = Frwk::Utility::kProductKey,
+                          .tstrName = L"Language",
+                          .dwView = Frwk::Utility::ProductRegistryView()},
+                         ToStored(folders.tstrLanguage));
+    }
     machine.SetKnownFolder(KnownFolder::eProgram, folders.installedDir);
     return unknown;
 }
@@ -66,6 +71,9 @@ PlannedRun PlanRun(const Machine& base, const PlanFolders& folders, const std::f
     if (bTrace) CloseGlobalDebugLog();
     machine.Restart();
     planned.steps = machine.Steps();
+    SimulatedMachine before(&base);
+    const std::wstring tstrSettings = folders.installedDir / L"config.xml";
+    planned.lost = ListLostSettings(before, tstrSettings, machine, tstrSettings);
     return planned;
 }
 

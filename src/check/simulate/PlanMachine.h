@@ -1,10 +1,14 @@
 // The machine for planning an update's run.
 #pragma once
 
+#include "check/simulate/LostSettings.h"
 #include "check/simulate/SimulatedMachine.h"
 #include "check/update/Folder.h"
 
 namespace Check {
+
+/// In the installed folder: what the product's registry key holds.
+inline constexpr wchar_t kRegistryFile[] = L"registry.reg";
 
 /// The folders for planning a run.
 struct PlanFolders {
@@ -12,6 +16,7 @@ struct PlanFolders {
     Folder installedDir;  ///< the installed product
     /// If "registry.reg" exists in the installed folder, it defines the product's key.
     bool bTakeRegistryFile = false;
+    std::wstring tstrLanguage{};  ///< of the installed product; empty: the one that the registry names
 };
 
 /// Copies the update over the installed folder, keeping leftovers of earlier attempts there, and makes that folder the
@@ -23,6 +28,7 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
 struct PlannedRun {
     std::vector<PlanStep> steps;
     std::vector<std::size_t> unknownLines;  ///< in "registry.reg"
+    std::vector<LostSetting> lost;          ///< the user's settings that are not carried over
     std::wstring tstrTrace;                 ///< the trace lines of the run at every level
 };
 

@@ -1,5 +1,6 @@
 #include "check/simulate/PlanReport.h"
 
+#include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
 #include "check/update/RowOrder.h"
 #include "check/update/ShownText.h"
@@ -142,6 +143,10 @@ std::wstring FormatPlanText(const Plan& plan)
         tstrText += L"\n";
         for (const Change& change : step.changes) tstrText += Line(change, plan);
     }
+    if (!plan.lost.empty()) tstrText += L"\nSettings of the user's that are not carried over\n";
+    for (const LostSetting& setting : plan.lost) {
+        tstrText += OnOneLine(L"  LEFT BEHIND " + TextOf(setting)) + L"\n";
+    }
     const Count count = CountOf(plan);
     tstrText += L"\n";
     for (const OutcomeRow& row : kOutcomes) {
@@ -165,11 +170,20 @@ std::string FormatPlanJson(const Plan& plan)
         for (const Change& change : step.changes) value["changes"].append(JsonOf(change));
         root["steps"].append(std::move(value));
     }
+    root["leftBehind"] = Json::Value(Json::arrayValue);
+    for (const LostSetting& setting : plan.lost) {
+        Json::Value value(Json::objectValue);
+        value["setting"] = ToJson(setting.tstrTag);
+        value["old"] = ToJson(setting.tstrOld);
+        value["new"] = ToJson(setting.tstrNew);
+        root["leftBehind"].append(std::move(value));
+    }
     const Count count = CountOf(plan);
     for (const OutcomeRow& row : kOutcomes) {
         root["count"][row.szName] = Json::UInt64{count.outcomes[static_cast<std::size_t>(row.eOutcome)]};
     }
     root["count"]["atRestart"] = Json::UInt64{count.cAtRestart};
+    ShowHostPaths(root);
     return ToJsonText(root);
 }
 

@@ -44,6 +44,8 @@ constexpr HarmlessRow kHarmless[] = {
      L"the product was not pinned to the taskbar"},
     {L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x80040154]", L"", L"", L"",
      L"nothing can be unpinned there; the shortcuts are removed all the same"},
+    {L"*** ::WTSSendMessage() failed. [0x00000000]", L"", L"", L"",
+     L"Wine shows no question, and gives no code; on Windows a failure has one"},
 };
 // The first match counts, so rows with a source precede rows for any source.
 static_assert(std::ranges::is_partitioned(kHarmless, [](const HarmlessRow& row) { return !row.tstrSource.empty(); }));

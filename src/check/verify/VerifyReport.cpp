@@ -2,6 +2,7 @@
 #include "check/verify/Verify.h"
 
 #include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
 #include "check/update/RowOrder.h"
 #include "check/update/ShownText.h"
@@ -184,6 +185,7 @@ std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std
         if (!result.tstrDetail.empty()) json["detail"] = ToJson(result.tstrDetail);
         root["answers"].append(json);
     }
+    ShowHostPaths(root);
     return ToJsonText(root);
 }
 
@@ -216,8 +218,9 @@ int RunVerify(const Arguments& arguments, Output& output)
     ContentReader contents;
     VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
     const std::vector<VerifyResult> results = VerifyState(expected, context);
-    output.strText = arguments.eFormat == Format::eJson ? FormatResultsAsJson(results, tstrSource)
-                                                        : String::ToUtf8(FormatResults(results, tstrSource));
+    output.strText = arguments.eFormat == Format::eJson
+                         ? FormatResultsAsJson(results, tstrSource)
+                         : String::ToUtf8(WithHostPaths(FormatResults(results, tstrSource)));
     return ExitCodeOf(results);
 }
 

@@ -182,6 +182,46 @@ TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
     EXPECT_THAT(Planned("DeploySettings"), Contains("~ config.xml  <- " + strTarget + "[restart]"));
 }
 
+TEST_F(PlanTest, SettingsThatAreNotCarriedOverAreNamed)
+{
+    const char* const szLost = "Settings of the user's that are not carried over";
+    Instruct("[QOR_CONFIG_MERGE]\nmigrate=/P/A\nmigrate=/ProxySettings/Server\n");
+    m_installed.Write(L"config.xml",
+                      "<c><P><A>1</A><B>mine</B><C>old</C><D>same</D><E/><F type='int'>x</F><G type='int'/><H>h</H></P>"
+                      "<ProxySettings><Server>s</Server><Password>hidden</Password><Port type='int'>8080</Port>"
+                      "</ProxySettings></c>");
+    EXPECT_THAT(Planned(szLost), IsEmpty()) << "the update brings no file";
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml",
+          "<c><P><A>2</A><B/><D>same</D><E>new</E><F type='int'>1</F><G type='int'>1</G>"
+          "<H type='int'>y</H></P></c>");
+    EXPECT_THAT(Planned(szLost), ElementsAre("LEFT BEHIND /P/B: mine -> (empty)", "LEFT BEHIND /P/C: old -> (none)",
+                                             "LEFT BEHIND /P/E: (empty) -> new", "LEFT BEHIND /P/F: x -> 1",
+                                             "LEFT BEHIND /P/H: h -> (no valid value)",
+                                             "LEFT BEHIND /ProxySettings/Password: (secret) -> (none)"));
+    Write(L"Component\\p1\\Share\\Setting\\config_zz.xml", "<c><P><A>2</A><B>mine</B></P></c>");
+    const Plan plan = MakePlan(Open(), m_installed.Path(), {.tstrLanguage = L"zz"});
+    ASSERT_EQ(plan.lost.size(), 6U);
+    EXPECT_EQ(TextOf(plan.lost[0]), L"/P/C: old -> (none)");
+    EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"setting\" : \"/P/C\""));
+}
+
+TEST_F(PlanTest, AFolderWithoutARegistryAndTwoLanguagesAreReported)
+{
+    Arguments arguments;
+    arguments.operands = {m_update.Path()};
+    arguments.optInstalled = m_installed.Path();
+    arguments.languages = {L"EN-US"};
+    for (const bool bFile : {false, true}) {
+        if (bFile) m_installed.Write(L"registry.reg", "REGEDIT4\r\n");
+        Output output;
+        EXPECT_EQ(RunPlan(arguments, output), kClean);
+        EXPECT_EQ(output.tstrErrors.find(L"registry.reg: missing") == std::wstring::npos, bFile) << bFile;
+    }
+    arguments.languages.push_back(L"DE-DE");
+    Output output;
+    EXPECT_EQ(RunPlan(arguments, output), kWrongUse);
+}
+
 TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
 {
     const auto decided = [&] {

@@ -1,5 +1,6 @@
 #include "check/lint/Report.h"
 #include "check/update/CommandLine.h"
+#include "check/update/HostPaths.h"
 #include "check/update/Suggestion.h"
 #include "unit/check/CheckFixture.h"
 
@@ -144,6 +145,27 @@ TEST(SuggestionTest, ASlipIsFoundAndAnotherWordIsNot)
     for (const auto& [szNear, slips] : rows) {
         for (const wchar_t* const szWord : slips) EXPECT_EQ(NearestOf(szWord, words), szNear) << szWord;
     }
+}
+
+TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)
+{
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
+        {L"Z:\\a b\\c.ini: cannot be read", L"/a b/c.ini: cannot be read"},
+        {L"  ~ A\\b  <- Z:\\u\\x  [restart]  (takes the place of \\\\?\\Z:\\u\\y)",
+         L"  ~ A\\b  <- /u/x  [restart]  (takes the place of /u/y)"},
+        {L"run \"Z:\\i\\a.exe\" SOFTWARE\\Z, HKLM\\Z:\\b", L"run \"/i/a.exe\" SOFTWARE\\Z, HKLM\\/b"},
+        {L"C:\\a XYZ:\\b Z:c Z", L"C:\\a XYZ:\\b Z:c Z"},
+    };
+    for (const auto& [szText, szShown] : rows) {
+        EXPECT_EQ(WithHostPaths(szText, L"Z:"), szShown);
+        EXPECT_EQ(WithHostPaths(szText, L""), szText);
+    }
+    EXPECT_EQ(HostPathOf(L"z:\\a\\", L"Z:"), L"/a/");
+    EXPECT_EQ(HostPathOf(L"C:\\a", L"Z:"), std::nullopt);
+    Json::Value value;
+    value["a"].append("Z:\\b");
+    ShowHostPaths(value, L"Z:");
+    EXPECT_EQ(value["a"][0].asString(), "/b");
 }
 
 TEST(CommandLineTest, WrongUseHelpAndARunHaveTheirExitCodes)

@@ -98,6 +98,20 @@ TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile
            {"warning B066 3:1 Skin", "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
 }
 
+TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
+{
+    const TempFolder installed;
+    installed.Write(L"config.xml", "<c><A>1</A><B>1</B></c>");
+    Write(m_tstrSetting + L"config_DE-DE.xml", "<c>\n<A>2</A><B/></c>");
+    Write(m_tstrSetting + L"config_EN-US.xml", "<c><B>2</B></c>");
+    const std::string strFirst = KzCommon::String::ToUtf8(m_tstrSetting) + "config_DE-DE.xml";
+    const std::string strRecords = "[QOR_CONFIG_MERGE]\nmigrate=/A\n";
+    EXPECT_THAT(Lint(strRecords), IsEmpty()) << "no product is known";
+    m_optInstalled = installed.Path();
+    EXPECT_THAT(Lint(strRecords), ElementsAre("warning B068 2:9 " + strFirst));
+    EXPECT_THAT(Lint(strRecords + "migrate=/B\n"), IsEmpty());
+}
+
 TEST_F(SettingRulesTest, TheNameOfTheUsersKeptSettingsIsTheAgents)
 {
     const std::wstring tstrSecond = m_tstrSetting + L"Config.Previous.2.xml";

@@ -204,6 +204,8 @@ TEST(KnownFailuresTest, HarmlessLinesAreRecognizedAndCodesAreRead)
         {L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x00000002]", 2, true},
         {L"Failed to delete file 'C:\\x', error = 2.", 2, true},
         {L"Failed to delete file 'C:\\x', error = 5.", 5, false},
+        {L"*** ::WTSSendMessage() failed. [0x00000000]", 0, true},
+        {L"*** ::WTSSendMessage() failed. [0x00001b6e]", 0x1B6E, false},
     };
     for (const auto& [szMessage, dwCode, bHarmless] : rows) {
         TraceLine line;
