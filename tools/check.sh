@@ -1,22 +1,43 @@
 #!/usr/bin/env bash
-# Runs BrevantCheck from Debian on a throwaway machine: tools/check.sh VERB ARGUMENT... with paths of the host, or
-# tools/check.sh UPDATE... to lint each update. Exit code: the program's, of several updates the highest; 3010, a
-# restart is pending, shows as 194. Its own: 64 a wrong use. tools/check.sh VERB --help tells the options of a verb.
+# Runs BrevantCheck from Debian on a throwaway machine, with paths of the host: tools/check.sh VERB ARGUMENT..., all that
+# BrevantCheck accepts, or tools/check.sh UPDATE... [OPTION]... to lint each update. tools/check.sh VERB --help tells the
+# options of a verb. What it prints names the host's files as the host does. Exit code: the program's, of several updates
+# the highest; 3010, a restart is pending, shows as 194. Its own: 64 a wrong use.
 set -euo pipefail
 here="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
+readonly kVerbs=" lint plan manifest verify trace new "
+
+# The updates and the options of lint, for a call without a verb.
+updates=() options=()
+take_updates() {
+    while [[ $# -gt 0 ]]; do
+        case "$1" in
+            --installed | --language | --format) # their values are no updates
+                [[ $# -gt 1 ]] || wrong_use "$1: a value is missing"
+                options+=("$1" "$2")
+                shift
+                ;;
+            --strict) options+=("$1") ;;
+            *)
+                [[ -d "$here/$1" || "$1" == /* && -d "$1" ]] || wrong_use "no verb and no update: $1"
+                updates+=("$1")
+                ;;
+        esac
+        shift
+    done
+    [[ ${#updates[@]} -gt 0 ]] || wrong_use "no update"
+}
+
 [[ $# -gt 0 ]] || answer_help --help
-case "$1" in
-    new | lint | plan | manifest | verify | trace) ;; # their options are the program's
-    --version) ;;
-    *)
-        answer_help "$1"
-        for update in "$@"; do
-            [[ -d "$here/$update" || -d "$update" ]] || wrong_use "no verb and no update: $update"
-        done
-        ;;
-esac
+verb=""
+if [[ "$1" == --version || "$kVerbs" == *" $1 "* ]]; then
+    verb="$1"
+else
+    answer_help "$1"
+    take_updates "$@"
+fi
 source tools/programs.sh
 program="$(caller="$here" programs_folder)/BrevantCheck.exe"
 if [[ ! -f CMakeLists.txt ]]; then
@@ -31,25 +52,16 @@ root="$PWD"
 # The pages that SARIF names.
 export BREVANT_GUIDES="${BREVANT_GUIDES:-file://${root// /%20}/$guides/}"
 
-# On the machine the host's files are those of the current drive, so that a full path is the same there.
+# On the machine the host's files are those of drive Z:, the one of the caller's folder: every path is the same there.
+tools="$PWD/tools"
+cd "$here"
 check() {
-    local arguments=() argument
-    for argument in "$@"; do
-        if [[ "$argument" != -* && "$argument" != /* && -e "$here/$argument" ]]; then
-            argument="$(realpath -s "$here/$argument")"
-        fi
-        arguments+=("$argument")
-    done
-    (cd "$here" && PYTHONPATH="$root/tools" python3 -B -m brevantlab.machine run "$program" "${arguments[@]}")
+    PYTHONPATH="$tools" BREVANT_HOST_DRIVE=Z: python3 -B -m brevantlab.machine run "$program" "$@"
 }
 
-case "$1" in
-    new | lint | plan | manifest | verify | trace | -*) check "$@" ;;
-    *)
-        code=0
-        for update in "$@"; do
-            check lint "$update" || { result=$?; ((result <= code)) || code=$result; }
-        done
-        exit "$code"
-        ;;
-esac
+[[ -z "$verb" ]] || { check "$@"; exit; }
+code=0
+for update in "${updates[@]}"; do
+    check lint "$update" "${options[@]}" || { result=$?; ((result <= code)) || code=$result; }
+done
+exit "$code"

@@ -13,13 +13,13 @@ REFUSED = {
     'analyse.sh': [['--python', 'x.cpp'], ['README']],
     'bench.sh': [['--quik'], ['--quick', '--plot']],
     'build.sh': [['release']],
-    'check.sh': [['no-such-update'], ['Lint', '.']],
+    'check.sh': [['no-such-update'], ['Lint', '.'], ['.', '--installed'], ['--strict']],
     'demo.sh': [['--details', 'file']],
     'release.sh': [['--unsigned', '--verify']],
     'setup.sh': [['exact']],
     'symbolise.sh': [[], ['Brevant.exe']],
     'test.sh': [['--fast', '-R', 'x'], ['unit'], ['-R', 'unit', '--quik']],
-    'try.sh': [['no-such-update'], ['--answer', 'yes'], ['--kill-at', '-1']],
+    'try.sh': [['no-such-update'], ['--answer', 'yes'], ['--kill-at', '-1'], ['--allow', ' ']],
 }
 
 
@@ -72,6 +72,24 @@ class Builds(unittest.TestCase):
         shown = call('bash', '-c', f'. tools/tool.sh; {{ echo "[setup] ready"; SECONDS=9; {steps} echo cc1plus; }} | '
                      '{ SECONDS=9; show_progress; }', cwd=ROOT).stdout.splitlines()
         self.assertEqual(['[setup] ready', '[build] 1 of 40 steps'], shown)
+
+    @unittest.skipUnless((ROOT / 'build/release/bin/Brevant.exe').exists(), 'no release build: run tools/build.sh')
+    def test_the_checker_speaks_of_the_hosts_files(self):
+        samples = ROOT / 'samples' / 'second'
+        with tempfile.TemporaryDirectory() as folder:
+            shutil.copytree(samples / 'installed', f'{folder}/in stalled')
+            shutil.copytree(samples / 'update', f'{folder}/update')
+            for arguments, told in (
+                    (['update', '--strict', '--installed', 'in stalled', '--format', 'sarif'],
+                     f'"file://{folder}/update/"'),
+                    (['plan', 'update', '--installed', 'in stalled', '--language', 'ES-ES'],
+                     f'in {folder}/in stalled/\n'),
+                    (['plan', 'update', '--installed', 'none'], 'none: cannot be read')):
+                with self.subTest(arguments):
+                    done = call(ROOT / 'tools/check.sh', *arguments, cwd=folder)
+                    self.assertEqual(3 if 'none' in arguments else 0, done.returncode, done.stdout)
+                    self.assertIn(told, done.stdout)
+                    self.assertNotIn('Z:', done.stdout)
 
     @unittest.skipUnless((ROOT / 'build/release/bin/Brevant.exe').exists(), 'no release build: run tools/build.sh')
     def test_a_program_that_does_not_start_fails_the_build(self):

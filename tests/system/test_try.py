@@ -9,6 +9,7 @@ import tempfile
 import unittest.mock
 
 from brevantlab import report
+from brevantlab.doubts import read_intended
 from brevantlab.expect import LabTest
 from brevantlab.layouts import SAMPLES, write_sample
 from brevantlab.outcome import short
@@ -31,9 +32,10 @@ class Try(LabTest):
                                 f'--user-data-dir={self.home / "browser"}', '--host-resolver-rules=MAP * ~NOTFOUND',
                                 '--dump-dom', f'{page.as_uri()}#{filters}'], check=True, stdout=subprocess.PIPE,
                                stderr=subprocess.DEVNULL, text=True, timeout=120).stdout
-        rows = re.findall(r'<tr( hidden="")?><td>([^<]*)</td><td>[^<]*</td><td>[^<]*</td><td class="[^"]*">([^<]*)<',
-                          shown)
-        return {short(name): state for hidden, name, state in rows if not hidden}
+        rows = re.findall(r'<tr( hidden="")?><td>([^<]*)</td>((?:(?!</tr>).)*)<td class="[^"]*">([^<]*)</td></tr>',
+                          shown, re.DOTALL)
+        self.contents = {short(name): content for _, name, content, _ in rows}
+        return {short(name): state for hidden, name, _, state in rows if not hidden}
 
     def test_as_it_is(self):
         # A product whose trace is off, and whose language is not the first of its registry.
@@ -47,6 +49,8 @@ class Try(LabTest):
                 self.assertSame(([], [], {}), (outcome.problems(), outcome.never_looked_at(), outcome.question))
                 self.assertEqual((found, 4), (outcome.language, len(outcome.settings())))
                 self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
+                note = 'Segunda versión' if found == 'ES-ES' else 'Deuxième version'
+                self.assertSame([f'/Sync/Note: à vérifier -> {note}'], outcome.left_behind())
 
     def test_what_did_not_arrive_is_named(self):
         done = subprocess.run([sys.executable, SAMPLES / 'second' / 'plant.py', self.update], check=True,
@@ -61,7 +65,10 @@ class Try(LabTest):
         self.assertEqual(1, outcome.exit_code())
         never = [short(path) for path in outcome.never_looked_at()]
         self.assertEqual(2, len(never), never)
-        self.assertSame([('NOT ARRIVED', 'Resource\\ES-ES\\StringTable.ini: its folder is missing'),
+        self.assertSame([('FAILURE', "Failed to create directory '{InstallDir}Resource\\ES-ES\\help', error = 161."),
+                         ('FAILURE', 'KzCommon::Storage::Reg::StoreValue(). incorrect data type'),
+                         *(('NEVER LOOKED AT', path) for path in never),
+                         ('NOT ARRIVED', 'Resource\\ES-ES\\StringTable.ini: its folder is missing'),
                          ('NOT ARRIVED', 'Resource\\ES-ES\\help\\sync.htm: its folder is missing'),
                          ('NOT ARRIVED', 'panel.htm: has been deleted again'),
                          ('NOT ARRIVED', 'readme.htm: has been deleted again'),
@@ -78,6 +85,57 @@ class Try(LabTest):
                         {name: found.get(name) for name in ['panel.htm', *never]})
         self.assertNotIn('changed', found.values())
         self.assertSame({'Patterns\\sites.ptn': 'changed'}, self.rows_of(page, 'state=changed&text=PATTERNS'))
+        self.assertRegex(self.contents['Patterns\\sites.ptn'], '<del>-3.9.0</del>.*<ins>.3.9.2</ins>')
+
+    def instruct(self, *replaced):
+        file = self.update / 'QorPaFrwk.ini'
+        text = file.read_bytes().decode('utf-16')
+        for old, new in replaced:
+            self.assertIn(old, text)
+            text = text.replace(old, new, 1)
+        file.write_bytes(text.encode('utf-16'))
+
+    def test_complete_is_only_what_needs_no_explanation(self):
+        """Each is not complete by itself, until the update or the caller says that it is meant so."""
+        registry = (self.installed / 'registry.reg').read_text()
+        self.installed = shutil.copytree(self.installed, self.home / 'installed')
+        (self.installed / 'registry.reg').write_text(registry.replace('3.9.0.1105', '3.9.0.1099'))
+        names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
+        names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # else nobody is asked
+        (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
+        self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such'),
+                      ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
+                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
+        info = self.update / 'UpdateInfo.ini'
+        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
+        outcome = self.outcome(force=True, keep=self.home / 'kept')
+        found = {(label, where.split(': ')[0]) for label, where in outcome.problems()}
+        expected = {('NEVER LOOKED AT', 'Component\\c21t2103v3.9.2l1p1r1o2\\Share\\extra.txt'),
+                    ('NO EFFECT', '[QOR_FILE] delete={InstalledDir}No*.such'),
+                    ('NO EFFECT', '[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
+                    ('NO EFFECT', '[UPDATE_INFO] modify=SYNC!Schema!2'),
+                    ('NO PACKAGE', 'Component\\c21t2101v3.9.3'), ('NO TEXTS', 'the new name is due, and there is no '
+                                                                  '[RestartNotification_...] of this language')}
+        self.assertSame(set(), expected - found)
+        self.assertEqual(1, outcome.exit_code())
+        kept = (self.home / 'kept' / 'registry.reg').read_text('utf-16')
+        self.assertEqual(['FR-FR'], re.findall('"Language"="(.*)"', kept))
+        self.assertTrue(list((self.home / 'kept' / 'trace').rglob('*.log')))
+
+        doubts = outcome.all_doubts()
+        self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
+                      ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
+        intended = read_intended(self.update, ['schema!2', 'b091', 'B074'])
+        left = {doubt.where.split(': ')[0] for doubt in doubts if not intended.covers(doubt)}
+        self.assertIn('[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch', left)
+        self.assertSame(set(), {where for _, where in expected if 'NoSuch' not in where} & left)
+
+    def test_every_language_in_one_table(self):
+        done = subprocess.run([sys.executable, '-B', '-m', 'brevantlab.try_update', self.update, '--installed',
+                               self.installed, '--language', 'all'], stdout=subprocess.PIPE, text=True)
+        self.assertEqual(0, done.returncode, done.stdout)
+        self.assertEqual(['ES-ES', 'FR-FR'],
+                         re.findall('^([A-Z]{2}-[A-Z]{2}) +complete +[0-9]+ of', done.stdout, re.M), done.stdout)
 
     def test_a_checker_without_a_verdict(self):
         programs = pathlib.Path(shutil.copytree(os.environ['BREVANT_BIN'], self.home / 'programs'))

@@ -15,7 +15,8 @@ from .links import ShellLink
 from .machine import PRODUCT
 from .outcome import Move, Outcome
 from .prefix import VERSION
-from .try_update import CHECKER_FAILED, CheckerFailed, Options, Parser, Refused, Trial, progress, show
+from .showing import progress, show
+from .try_update import CHECKER_FAILED, CheckerFailed, Options, Parser, Refused, Trial
 
 # What a language's machine must show in the end. The user of the first one agrees to restart at once, the user of the
 # second one restarts later. Links: file, target, icon, arguments, description.

@@ -134,8 +134,7 @@ def install_folder(machine: Machine, installed: pathlib.Path, language: str = ''
         if path != 'registry.reg':
             outside = path.startswith(OUTSIDE + '\\')
             machine.write('C:' + path.removeprefix(OUTSIDE) if outside else PRODUCT + path, content)
-    settings = installed / 'registry.reg'
-    machine.import_reg(_decode(settings.read_bytes()) if settings.is_file() else '')
+    machine.import_reg(text_of(installed / 'registry.reg'))
     enable_trace(machine)
     language = language or str(machine.values(SETTINGS).get('Language') or 'EN-US')
     machine.set_value(SETTINGS, 'ProductPath', PRODUCT.rstrip('\\'))
@@ -160,16 +159,27 @@ def host_files(folder: pathlib.Path) -> Files:
             for file in sorted(folder.rglob('*')) if file.is_file()}
 
 
-def _decode(content: bytes) -> str:
+def text_of(file: pathlib.Path) -> str:
+    """The text of an INI or registry file; empty when there is none."""
+    content = file.read_bytes() if file.is_file() else b''
     return content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8-sig', 'replace')
+
+
+def languages_of(update: pathlib.Path) -> list[str]:
+    """The languages that an update has settings for; without settings, those of its texts."""
+    names = [pathlib.PurePosixPath(path.replace('\\', '/')) for path in host_files(update)]
+    tags = [re.search(r'_([A-Za-z]{2}-[A-Za-z]{2})\.', name.name) for name in names
+            if str(name.parent).casefold().endswith('share/setting')]
+    folders = [part for name in names if name.name.casefold() == 'stringtable.ini' for part in name.parts[-2:-1]]
+    return sorted({tag[1].upper() for tag in tags if tag}
+                  or {part.upper() for part in folders if re.fullmatch('[A-Za-z]{2}-[A-Za-z]{2}', part)})
 
 
 def instructions(update: pathlib.Path) -> dict[str, list[tuple[str, str]]]:
     """The records of an update's instruction file by section; the first section of a name counts, as for Windows."""
-    file = update / 'QorPaFrwk.ini'
     sections: dict[str, list[tuple[str, str]]] = {}
     records: list[tuple[str, str]] = []
-    for line in (_decode(file.read_bytes()) if file.is_file() else '').splitlines():
+    for line in text_of(update / 'QorPaFrwk.ini').splitlines():
         if line.strip().startswith('['):
             records = []
             sections.setdefault(line.strip().strip('[]').upper(), records)

@@ -222,6 +222,12 @@ class Machine:
         """{value name: data} of one key."""
         return {name: data for name, (_, data) in self.read_tree(key).get('', {}).items()}
 
+    def export(self, *keys: str) -> str:
+        """The text of a registry file with the keys that exist."""
+        self._boot()
+        texts = [self._export_text(key) or '' for key in keys]
+        return '\n'.join([registry.HEADER, *(text.partition('\n')[2] for text in texts)])
+
     def pending_moves(self) -> list[tuple[str, str]]:
         """The (source, destination) pairs that the next restart carries out. No destination: a deletion; one that
         begins with '!' may replace a file."""
@@ -251,15 +257,19 @@ class Machine:
 
     def _export(self, key: str) -> Optional[registry.Tree]:
         """None when there is no such key."""
+        text = self._export_text(key)
+        return None if text is None else registry.parse(text, key)
+
+    def _export_text(self, key: str) -> Optional[str]:
         file = self.root / 'export.reg'
 
-        def export() -> Optional[tuple[Optional[registry.Tree]]]:
+        def export() -> Optional[tuple[Optional[str]]]:
             file.unlink(missing_ok=True)
             result = self._tool('reg', 'export', key, self._host_file(file.name), '/y')
             if result.code == 1 and NO_SUCH_KEY in result.output:
                 return (None,)
             _done(result)
-            return (registry.parse(file.read_text('utf-16'), key),)
+            return (file.read_text('utf-16'),)
         return self._insist(f'export of {key}', export)[0]
 
     def _marked(self) -> bool:

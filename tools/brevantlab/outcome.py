@@ -1,18 +1,27 @@
 """What a trial of an update has shown: the machine before it, while the restart was due, and after it."""
 import dataclasses
+import difflib
 import json
 import re
 from typing import Any, NamedTuple, Optional
 
 from . import registry, trace
+from .doubts import Doubt, Intended
 from .links import ShellLink
 from .layouts import MARKER
-from .machine import PRODUCT
+from .machine import PRODUCT, SETTINGS
 
 # What an exit code (its low byte) of BrevantCheck says when it is no verdict.
 NO_VERDICT = {2: 'it was used wrongly', 3: 'it could not read its input', 5: 'it crashed (access violation)'}
 NO_END = 124  # the code of a call that did not end in time
-VERDICTS = {'lint': (0, 1), 'manifest': (0, 3), 'verify': (0, 1, 3010 & 0xFF)}  # 3: the update cannot be described
+VERDICTS = {'lint': (0, 1), 'plan': (0,),
+            'manifest': (0, 3), 'verify': (0, 1, 3010 & 0xFF)}  # 3: the update cannot be described
+
+UNINSTALL = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\'
+             '{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}')
+MOST_LINES = 60  # of the difference of two texts
+KINDS = {'sz': 'REG_SZ', 'expand': 'REG_EXPAND_SZ', 'multi': 'REG_MULTI_SZ', 'dword': 'REG_DWORD',
+         'qword': 'REG_QWORD', 'binary': 'REG_BINARY', 'none': 'REG_NONE'}
 
 # What every deployment notes about itself.
 BOOKKEEPING = {'DoUpdateDeploy', 'FrwkDeployTick', MARKER[0]}
@@ -30,7 +39,9 @@ class State:
     files: dict[str, bytes]
     values: dict[tuple[str, str], registry.Data]  # (key, value name): data
     links: dict[str, ShellLink]
-    protected: frozenset[str] = frozenset()  # the files that are read-only, in small letters
+    protected: frozenset[str] = frozenset()  # the files that are read-only, in lower case
+    kinds: dict[tuple[str, str], str] = dataclasses.field(default_factory=dict)  # of values: 'sz', 'dword'...
+    empty: set[str] = dataclasses.field(default_factory=set)  # folders without anything in them
 
     def __post_init__(self) -> None:
         self._names = {path.casefold(): path for path in self.files}
@@ -63,6 +74,7 @@ class Row(NamedTuple):
     before: str
     after: str
     state: str
+    diff: str = ''  # of texts: the lines that differ
 
 
 @dataclasses.dataclass
@@ -87,6 +99,11 @@ class Outcome:
     folders: set[str]  # every folder after the restart, in small letters
     seconds: float
     answer: str = ''  # to the question
+    plan: Check = dataclasses.field(default_factory=lambda: Check('plan', 0, []))
+    planned: dict[str, Any] = dataclasses.field(default_factory=dict)  # its JSON
+    doubts: list[Doubt] = dataclasses.field(default_factory=list)  # what it says without harm
+    intended: Intended = Intended()
+    versions: dict[str, str] = dataclasses.field(default_factory=dict)  # by name
     planted: frozenset[str] = frozenset()  # files of the update that no step is to look at, by place on the machine
 
     # -- files --
@@ -161,8 +178,28 @@ class Outcome:
         shown = [text for text in found if not trace.is_harmless(text)]
         return shown, len(found) - len(shown)
 
+    def all_doubts(self) -> list[Doubt]:
+        """What is to be explained, intended or not."""
+        named = (SETTINGS, 'ProductName'), (UNINSTALL, 'DisplayName')
+        emptied = [f'{key}!{name}' for key, name in named
+                   if self.before.values.get((key, name)) and self.after.values.get((key, name)) == '']
+        return [*(Doubt('NEVER LOOKED AT', short(path)) for path in self.never_looked_at()), *self.doubts,
+                *(Doubt('NO TEXTS', f'{place}: the new name is due and empty: there is no StringTable.ini of this '
+                                    'language') for place in emptied),
+                *(Doubt('FAILURE', text) for text in self.failures()[0]
+                  if self.answer != 'none' or 'WTSSendMessage() failed' not in text)]  # none: as it was asked for
+
+    def left_behind(self) -> list[str]:
+        """The user's settings that the update does not carry over, each with its old and new value."""
+        return [f'{lost["setting"]}: {lost["old"]} -> {lost["new"]}' for lost in self.planned.get('leftBehind', [])]
+
     def problems(self) -> list[tuple[str, str]]:
         """(what, where) of everything that keeps the update from being complete."""
+        return [*self.harm(), *((doubt.label, doubt.where) for doubt in self.all_doubts()
+                                if not self.intended.covers(doubt))]
+
+    def harm(self) -> list[tuple[str, str]]:
+        """(what, where) of everything that is not as it should be, whatever was intended."""
         rows = [('NOT ARRIVED', f'{short(path)}: {why}') for path, why in self.not_arrived().items()]
         rows += [('NOT ARRIVED', f'{name}: the update has none for this language')
                  for name in self.missing_in_language()]
@@ -170,7 +207,7 @@ class Outcome:
         rows += [('NOT WRITTEN', name) for name in self.not_written()]
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
                  if move.target not in self.not_arrived()]
-        rows += [('CHECKER FAILED', check.failure()) for check in (self.lint, self.verify) if check.failure()]
+        rows += [('CHECKER FAILED', check.failure()) for check in self.checks() if check.failure()]
         if self.verify.code != 0:
             names = [where.partition(': ')[0].removeprefix('HKLM\\').casefold() for _, where in rows]
             found = [line.partition(': ') for line in self.verify.lines
@@ -178,13 +215,16 @@ class Outcome:
             rows += [(verdict, short(what)) for verdict, _, what in found]
         return rows
 
+    def checks(self) -> tuple[Check, ...]:
+        return self.lint, self.plan, self.verify
+
     def complete(self) -> bool:
         return self.code == 0 and not self.problems() and self.verify.code == 0
 
     def exit_code(self) -> int:
         if self.code != 0:
             return 3
-        if self.lint.failure() or self.verify.failure():
+        if any(check.failure() for check in self.checks()):
             return 4
         return 0 if self.complete() else 1
 
@@ -206,8 +246,10 @@ class Outcome:
                                        f'{values} registry values, {len(commands)} commands{renamed}'),
                 ('after the restart', f'{self.arrived()} of {moved} arrived')]
         rows += self.problems()
-        rows += [('NEVER LOOKED AT', short(path) + (' (planted)' if path in self.planted else ''))
-                 for path in self.never_looked_at()]
+        planted = {short(path) for path in self.planted}
+        rows += [(doubt.label, f'{doubt.where} ({"planted" if doubt.where in planted else "intended"})')
+                 for doubt in self.all_doubts() if self.intended.covers(doubt)]
+        rows += [('LEFT BEHIND', text) for text in self.left_behind()]
         if self.question:
             rows.append(('question', f'{self.question.get("title")}: "{self.question.get("message")}" '
                                      f'Answer: {self.answer}'))
@@ -215,13 +257,20 @@ class Outcome:
             ('shortcuts', f'{len(links[0].keys() - links[1].keys())} removed, {made} made'),
             ('settings', f'{len(texts) - secret - alone} carried over, {secret} secret, {alone} left alone'),
             ('trace', f'{len(self.lines)} lines, {len(failures)} failures{" (shown)" if failures else ""}, '
-                      f'{folded} folded'), *(('failure', text) for text in failures)]
+                      f'{folded} folded')]
+
+    def lint_summary(self) -> str:
+        return self.lint.failure() or (self.lint.lines[-1] if self.lint.lines else str(self.lint.code))
 
     def details(self) -> dict[str, list[Row]]:
-        """Rows by room: files, registry, shortcuts, settings, trace, and what the checker said."""
-        return {'files': self._file_rows(), 'registry': self._value_rows(), 'shortcuts': self._link_rows(),
+        """Rows by room: files, registry, the agent's own values, shortcuts, settings, trace, and what the checker
+        said."""
+        lost = self.planned.get('leftBehind', [])
+        return {'files': self._file_rows(), 'registry': self._value_rows(False), 'agent': self._value_rows(True),
+                'shortcuts': self._link_rows(),
                 'settings': [Row(name, '', shown(text), 'left alone' if text is None else 'carried over')
-                             for name, text in self.settings().items()],
+                             for name, text in self.settings().items()]
+                + [Row(setting['setting'], setting['old'], setting['new'], 'left behind') for setting in lost],
                 'trace': [self._trace_row(line) for line in self.lines],
                 'checker': [Row(verb, '', line, 'finding') for verb, lines in (('lint', self.lint.lines[:-1]),
                                                                                ('verify', self.verify.lines))
@@ -236,13 +285,19 @@ class Outcome:
             old, new = self.before.content(path), self.after.content(path)
             state = ('never looked at' if path in ignored else missing.get(path)
                      or ('same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'))
-            rows.append(Row(path, shown(old), shown(new), state))
+            rows.append(Row(path, _size(old), _size(new), state, '' if old == new else _diff(old, new)))
+        for path in sorted(self.before.empty | self.after.empty):
+            was, is_ = ('(empty folder)' if path in state.empty else None for state in (self.before, self.after))
+            rows.append(Row(path, was or '', is_ or '', _state(was, is_)))
         return rows
 
-    def _value_rows(self) -> list[Row]:
+    def _value_rows(self, bookkeeping: bool) -> list[Row]:
         old, new = self.before.values, self.after.values
-        return [Row(f'{key}  {name or "(Default)"}', shown(old.get((key, name))), shown(new.get((key, name))),
-                    _state(old.get((key, name)), new.get((key, name)))) for key, name in sorted({**old, **new})]
+        rows = []
+        for place in sorted(place for place in {**old, **new} if (place[1] in BOOKKEEPING) == bookkeeping):
+            was, is_ = (_typed(state, place) for state in (self.before, self.after))
+            rows.append(Row(f'{place[0]}  {place[1] or "(Default)"}', was or '', is_ or '', _state(was, is_)))
+        return rows
 
     def _link_rows(self) -> list[Row]:
         old, new = self.before.links, self.after.links
@@ -258,6 +313,8 @@ class Outcome:
 
     def as_json(self) -> dict[str, Any]:
         return {'format': 1, 'update': self.update, 'language': self.language, 'complete': self.complete(),
+                'versions': self.versions, 'lintSummary': self.lint_summary(), 'leftBehind': self.left_behind(),
+                'problems': self.problems(),
                 'exitCode': self.exit_code(), 'agentCode': self.code, 'killAt': self.kill_at, 'ended': self.ended,
                 'seconds': round(self.seconds, 1), 'question': self.question, 'summary': self.summary(),
                 'lint': dataclasses.asdict(self.lint), 'verify': dataclasses.asdict(self.verify),
@@ -266,6 +323,27 @@ class Outcome:
 
 def _state(old: Any, new: Any) -> str:
     return 'same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'
+
+
+def _typed(state: State, place: tuple[str, str]) -> Optional[str]:
+    """A registry value with its type; None when there is none."""
+    kind = state.kinds.get(place, '')
+    return f'{KINDS.get(kind, kind)} {shown(state.values[place])}'.strip() if place in state.values else None
+
+
+def _size(content: Optional[bytes]) -> str:
+    return '' if content is None else f'({len(content)} bytes)'
+
+
+def _diff(old: Optional[bytes], new: Optional[bytes]) -> str:
+    """The lines in which two text files differ; empty when one of them is none."""
+    texts = [_text_of(content or b'') for content in (old, new)]
+    if None in texts:
+        return ''
+    before, after = ((text or '').splitlines() for text in texts)
+    lines = [line.rstrip('\n') for line in difflib.unified_diff(before, after, n=2, lineterm='')][2:]
+    rest = len(lines) - MOST_LINES
+    return '\n'.join([*lines[:MOST_LINES], *([f'... and {rest} more lines'] if rest > 0 else [])])
 
 
 def said(line: str) -> str:
@@ -286,11 +364,17 @@ def shown(value: Any, most: int = 4000) -> str:
         return '\n'.join(f'{name}: {text}' for name, text in value._asdict().items() if text)
     if not isinstance(value, bytes):
         return str(value)
-    for encoding in ('utf-16' if value[:2] in (b'\xff\xfe', b'\xfe\xff') else 'utf-8-sig',):
-        try:
-            text = value.decode(encoding).replace('\r\n', '\n')
-            if text.isprintable() or not re.search(r'[\x00-\x08\x0e-\x1f]', text):
-                return text if len(text) <= most else f'{text[:most]}... ({len(text)} characters)'
-        except UnicodeError:
-            pass
-    return f'({len(value)} bytes)'
+    text = _text_of(value)
+    if text is None:
+        return f'({len(value)} bytes)'
+    return text if len(text) <= most else f'{text[:most]}... ({len(text)} characters)'
+
+
+def _text_of(content: bytes) -> Optional[str]:
+    """A file's text with plain line ends; None for a file that is none."""
+    try:
+        utf16 = content[:2] in (b'\xff\xfe', b'\xfe\xff')
+        text = content.decode('utf-16' if utf16 else 'utf-8-sig').replace('\r\n', '\n')
+    except UnicodeError:
+        return None
+    return None if re.search(r'[\x00-\x08\x0e-\x1f]', text) else text

@@ -12,7 +12,8 @@ HARMLESS = re.compile('|'.join((
     r'KzCommon::Storage::Reg::StoreValue\((?!.*failed).*\)',
     r"Failed to delete file '.*', error = 2\.",
     r'\[SHCreateItemFromParsingName\]failed\. .*\\Taskbar\\.*, hr=-2147024894',
-    r'\*\*\* CoCreateInstance \[IStartMenuPinnedList\] failed\. \[0x80040154\]')))
+    r'\*\*\* CoCreateInstance \[IStartMenuPinnedList\] failed\. \[0x80040154\]',
+    r'\*\*\* ::WTSSendMessage\(\) failed\. \[0x00000000\]')))
 
 
 def message(line: str) -> str:

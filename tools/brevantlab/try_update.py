@@ -4,6 +4,7 @@ Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 4 th
 wrong option.
 """
 import argparse
+import datetime
 import json
 import os
 import pathlib
@@ -15,27 +16,27 @@ import sys
 import tempfile
 import threading
 import time
-from typing import Callable, NamedTuple, NoReturn, Optional, Sequence
+from typing import Any, Callable, NamedTuple, NoReturn, Optional
 
-from . import report
-from .layouts import host_files, install_folder, instructions, planted_files, write_sample
+from . import prefix, report
+from .doubts import CODES, Doubt, doubts_of, packages_of, read_intended
+from .layouts import host_files, install_folder, instructions, languages_of, planted_files, write_sample
 from .links import ShellLink, read_link
 from .machine import PRODUCT, RUN_ONCE, SETTINGS, TRACE_FOLDER, Machine, Result
-from .outcome import NO_END, Check, Move, Outcome, Row, State
+from .outcome import NO_END, UNINSTALL, Check, Move, Outcome, State
+from .showing import progress, show, show_table
 from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 
 ANSWERS = {'ok': OK, 'later': CANCEL, 'none': None}
-ROOMS = ('files', 'registry', 'shortcuts', 'settings', 'trace', 'checker')
+ROOMS = ('files', 'registry', 'agent', 'shortcuts', 'settings', 'trace', 'checker')
 REFUSED = 2
 CHECKER_FAILED = 4
 USAGE = 64
 KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
-MOST_ROWS = 6  # of one kind before they are only counted
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
 # What the change of name writes beside the product's own key.
-NAMED_KEYS = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}',
-              CLASSES + '{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}', CLASSES + '{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}',
-              CLASSES + '{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}')
+NAMED_KEYS = (UNINSTALL, CLASSES + '{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}',
+              CLASSES + '{E2905B7D-8C13-4A6F-9D42-5F7B1E0C38A6}', CLASSES + '{46AD27F3-B8E1-4C09-A5D6-93E0F4B71C28}')
 # What the trial itself leaves on the machine.
 COMPONENTS = PRODUCT + 'Component\\'
 MANIFEST = 'C:\\manifest.json'
@@ -51,6 +52,8 @@ class Options(NamedTuple):
     force: bool = False
     kill_at: int = 0
     planted: frozenset[str] = frozenset()
+    allowed: tuple[str, ...] = ()  # what is declared to be intended besides what the update says
+    keep: Optional[pathlib.Path] = None  # takes the trace files and the registry
 
 
 class Refused(Exception):
@@ -83,19 +86,25 @@ class Trial:
             manifest = self.manifest()
             for path, content in self.packaged.items():
                 machine.write(path, content)
+            plan, planned = self.plan()
             ended = self.end_first_run()
             self.question = Question(machine, PRODUCT)
             agent, waiting, moves, commands = self.deploy()
             asked = self.question.asked()
             code = self.restart(agent)
             self.progress('after the restart')
+            after = self.state()
+            if self.options.keep:
+                self.keep(self.options.keep, after)
             return Outcome(
                 update=str(self.options.update), language=language, lint=lint, before=before, records=self.records,
                 packaged={path: content for path, content in self.packaged.items() if path.startswith(COMPONENTS)},
                 waiting=waiting, moves=moves, commands=commands, question=asked, code=code,
-                kill_at=self.options.kill_at, ended=ended, after=self.state(), left=self.pending(),
+                kill_at=self.options.kill_at, ended=ended, after=after, left=self.pending(),
                 lines=self.trace_lines(), verify=self.verify(manifest), folders=self.folders(),
-                seconds=time.monotonic() - start, answer=self.options.answer, planted=self.options.planted)
+                seconds=time.monotonic() - start, answer=self.options.answer, planted=self.options.planted,
+                plan=plan, planned=planned, versions=self.versions(before, after), doubts=self.doubts(planned),
+                intended=read_intended(self.options.update, self.options.allowed))
 
     # -- the checker --
 
@@ -145,6 +154,44 @@ class Trial:
         folder = PRODUCT.rstrip('\\')
         result = self.check('verify', *self.operands, '--installed', folder, '--format', 'json', errors=False)
         return Check('verify', result.code, broken_promises(result.output))
+
+    def plan(self) -> tuple[Check, dict[str, Any]]:
+        """What the run is going to do, and the settings that the user loses."""
+        self.progress('plan')
+        text = self.machine.read(PRODUCT + 'UpdateInfo.ini', 'latin-1') or ''
+        named = packages_of(text.replace('\0', ''))  # in UTF-16 as well: names of folders are ASCII
+        self.missing = [name for name in named if not self.machine.host(f'{PRODUCT}Component\\{name}').is_dir()]
+        result = self.check('plan', PRODUCT.rstrip('\\'), '--format', 'json', errors=False)
+        try:
+            return Check('plan', result.code, []), json.loads(result.output)
+        except ValueError:
+            return Check('plan', result.code or NO_END, result.output.splitlines()), {}
+
+    def doubts(self, planned: dict[str, Any]) -> list[Doubt]:
+        return doubts_of(planned, instructions(self.options.update), self.missing)
+
+    def versions(self, before: State, after: State) -> dict[str, str]:
+        """What the head of a report names."""
+        def product(state: State) -> str:
+            return ' '.join(str(state.values.get((SETTINGS, name), '')) for name in ('ProductName', 'Version'))
+        checker = self.check('--version').output.strip().rpartition(' ')[2]
+        wine = subprocess.run(['wine', '--version'], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                              text=True).stdout.strip()
+        return {'product': product(before), 'product afterwards': product(after),
+                'date': datetime.datetime.now().strftime('%Y-%m-%d %H:%M'),
+                'programs': f'BrevantCheck {checker}, tools {prefix.VERSION}, {wine}'}
+
+    def keep(self, folder: pathlib.Path, after: State) -> None:
+        """Copies the trace files to the folder, and exports the keys that a trial looks at."""
+        for place in self.trace_places():
+            home = self.machine.host(place)
+            for file in home.rglob('*.log*') if home.is_dir() else []:
+                target = folder / 'trace' / place.replace(':', '').replace('\\', '/') / file.relative_to(home)
+                target.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copyfile(file, target)
+        keys = {SETTINGS.casefold(): SETTINGS, **{key.casefold(): key for key, _ in after.values
+                                                  if not key.casefold().startswith(SETTINGS.casefold())}}
+        (folder / 'registry.reg').write_text(self.machine.export(*sorted(keys.values())), 'utf-16')
 
     # -- the run --
 
@@ -198,9 +245,11 @@ class Trial:
         return [Move(source, target.lstrip('!')) for source, target in self.machine.pending_moves()]
 
     def state(self) -> State:
-        files, protected = {}, set()
-        for folder, _, names in self._walk():
+        files, protected, empty = {}, set(), set()
+        for folder, below, names in self._walk():
             where = windows_path(self.machine, folder)
+            if not below and not names:
+                empty.add(where)
             for name in names:
                 path, file = where + name, folder / name
                 if path not in OURS and not (where.startswith(TRACE_FOLDER) and '.log' in name) and file.is_file():
@@ -208,15 +257,16 @@ class Trial:
                     if not file.stat().st_mode & stat.S_IWUSR:
                         protected.add(path.casefold())
         links = {path: _link(content) for path, content in files.items() if path.endswith('.lnk')}
-        values = {}
+        values, kinds = {}, {}
         keys = {key.casefold(): key for key in (SETTINGS, *NAMED_KEYS, *(key for key, _ in self.records))}
         for key in keys.values():
             if key == SETTINGS or not key.casefold().startswith(SETTINGS.casefold() + '\\'):
                 for subkey, entries in self.machine.read_tree(key).items():
-                    for name, (_, data) in entries.items():
-                        values['\\'.join(filter(None, (key, subkey))), name] = data
-        values = {name: data for name, data in values.items() if '\\DebugLog' not in name[0]}
-        return State(files, values, links, frozenset(protected))
+                    for name, (kind, data) in entries.items():
+                        place = '\\'.join(filter(None, (key, subkey))), name
+                        if '\\DebugLog' not in place[0]:
+                            values[place], kinds[place] = data, kind
+        return State(files, values, links, frozenset(protected), kinds, empty)
 
     def folders(self) -> set[str]:
         return {windows_path(self.machine, folder).rstrip('\\').casefold() for folder, _, _ in self._walk()}
@@ -230,13 +280,16 @@ class Trial:
             found.append((pathlib.Path(folder), names, files))
         return found
 
-    def trace_lines(self) -> list[str]:
+    def trace_places(self) -> list[str]:
+        """The folders of the trace."""
         keys = self.machine.read_tree(f'{SETTINGS}\\1\\DebugLog').values()
         places = {str(values['LogFolder'][1]).rstrip('\\') for values in keys if 'LogFolder' in values}
         # Below one another they are read once; variables of the environment are those of another user.
-        places = {place for place in places if place and '%' not in place
-                  and not any(place != other and place.startswith(other + '\\') for other in places)}
-        return [line for place in sorted(places) for line in self.machine.trace_lines(place)]
+        return sorted(place for place in places if place and '%' not in place
+                      and not any(place != other and place.startswith(other + '\\') for other in places))
+
+    def trace_lines(self) -> list[str]:
+        return [line for place in self.trace_places() for line in self.machine.trace_lines(place)]
 
 
 def broken_promises(text: str) -> list[str]:
@@ -269,54 +322,6 @@ def _link(content: bytes) -> ShellLink:
         return read_link(content)
     except (ValueError, struct.error, IndexError):
         return ShellLink('(no link)', '', '', '', '')
-
-
-def print_rows(rows: list[tuple[str, str]]) -> None:
-    """Two columns; what stands in capitals and more than a few of it is cut."""
-    counts: dict[str, int] = {}
-    for label, text in rows:
-        counts[label] = counts.get(label, 0) + 1
-        if counts[label] <= MOST_ROWS:
-            print(f'{label:<20} {text}')
-        elif counts[label] == MOST_ROWS + 1:
-            more = sum(other == label for other, _ in rows) - MOST_ROWS
-            print(f'{"":<20} ... and {more} more (--details)')
-
-
-def print_details(details: dict[str, list[Row]], rooms: Sequence[str]) -> None:
-    for room in rooms:
-        print(f'\n== {room} ==')
-        most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, what somebody says is not
-        for row in details[room]:
-            if row.state == 'same':
-                continue
-            before, after = ('; '.join(text.splitlines())[:most] for text in (row.before, row.after))
-            print(f'{row.state:<14} {row.name}  ' + (f'{before} -> {after}' if before else after))
-
-
-def show(outcome: Outcome, rooms: Sequence[str] = (), folder: Optional[pathlib.Path] = None) -> None:
-    """Prints what a person wants to know first, the details asked for, and writes the report where one is wanted."""
-    if outcome.kill_at:
-        came = f'at line {outcome.kill_at} of the trace; the agent was started again'
-        print(f'{"power cut":<20} {came if outcome.ended else f"none: no run has {outcome.kill_at} lines"}')
-    lint = outcome.lint
-    lines = [*lint.lines, lint.failure()] if lint.failure() else lint.lines
-    print(f'{"lint":<20} {lines[-1] if lines else lint.code}')
-    print_rows([('finding', line) for line in lines[:-1]])
-    print_rows(outcome.summary())
-    print_details(outcome.details(), rooms)
-    if folder:
-        print(f'{"report":<20} {report.write(outcome, folder)}')
-
-
-def progress(title: str) -> Callable[[str], None]:
-    """Says on one line what is being done."""
-    start = time.monotonic()
-    print(f'[try] {title}:', end='', flush=True)
-
-    def say(stage: str) -> None:
-        print(f' {stage};' if stage else f' {time.monotonic() - start:.0f} s', end='' if stage else '\n', flush=True)
-    return say
 
 
 def room_list(text: str) -> list[str]:
@@ -362,14 +367,20 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser = Parser('tools/try.sh', description='Tries an update on a throwaway machine.')
     parser.add_argument('update', type=pathlib.Path, nargs='?', help='what lies over the install folder; the sample')
     parser.add_argument('--installed', type=pathlib.Path, help='an install folder with its registry.reg')
-    parser.add_argument('--language', default='', help="the product's language, for example EN-US")
+    parser.add_argument('--language', default='', help="the product's language, for example EN-US; all: each language "
+                        'of the update, in one table')
     parser.add_argument('--answer', choices=ANSWERS, default='ok', help='to the question whether to restart')
     parser.add_argument('--force', action='store_true', help='even if the checker finds errors')
+    parser.add_argument('--allow', action='append', default=[], metavar='WHAT', help='do not count what is meant to be '
+                        f'so: {", ".join(sorted(set().union(*CODES.values())))}, or a part of the line that is shown')
+    parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='keep the trace files and the registry there')
     parser.add_argument('--kill-at', type=int, default=0, metavar='N', help='end the first run at its N-th trace line')
     parser.add_views()
     options = parser.parse_args(arguments)
     if options.kill_at < 0:
         parser.error('--kill-at counts from 1')
+    if not all(text.strip() for text in options.allow):
+        parser.error('--allow needs a text')
     for folder in (options.update, options.installed):
         if folder and not folder.is_dir():
             parser.error(f'no folder {folder}')
@@ -378,7 +389,49 @@ def parse(arguments: list[str]) -> argparse.Namespace:
         parser.error(f'{options.update} is no update: neither QorPaFrwk.ini nor UpdateInfo.ini nor Component in it')
     parser.take_programs(options.programs)
     parser.make_report_folder(options.report)
+    parser.make_report_folder(options.keep)
     return options
+
+
+VERDICT = {0: 'complete', 1: 'NOT COMPLETE', REFUSED: 'REFUSED', 3: 'THE AGENT FAILED',
+           CHECKER_FAILED: 'THE CHECKER FAILED'}
+
+
+def try_once(options: Options, title: str) -> tuple[int, Optional[Outcome]]:
+    """One trial; its exit code, and what was seen unless the checker ended it."""
+    if not (options.installed / 'registry.reg').is_file():
+        print(f'[try] {options.installed / "registry.reg"}: missing; the product has neither version nor language nor '
+              'any other value in the registry', file=sys.stderr)
+    say = progress(title)
+    try:
+        outcome = Trial(options, say).run()
+    except Refused as findings:
+        say('')
+        print(findings)
+        print('[try] REFUSED: the checker found errors (--force tries all the same)')
+        return REFUSED, None
+    except CheckerFailed as failure:
+        say('')
+        print(failure)
+        print('[try] THE CHECKER FAILED: the update was not judged and not tried (--force tries it)')
+        return CHECKER_FAILED, None
+    say('')
+    return outcome.exit_code(), outcome
+
+
+def try_languages(options: argparse.Namespace, trial: Options, title: str) -> int:
+    """One trial for each language of the update."""
+    results = []
+    for language in languages_of(trial.update) or ['']:
+        keep = options.keep / language if options.keep else None
+        code, outcome = try_once(trial._replace(language=language, keep=keep), f'{title}, {language}')
+        results.append((language, code, outcome))
+        if outcome and options.report:
+            print(f'{"report":<20} {report.write(outcome, options.report / language)}')
+    show_table([(language, VERDICT[code], outcome) for language, code, outcome in results])
+    code = max(code for _, code, _ in results)
+    print(f'[try] {len(results)} languages: {VERDICT[code]}')
+    return code
 
 
 def main(arguments: list[str]) -> int:
@@ -388,26 +441,16 @@ def main(arguments: list[str]) -> int:
     try:
         sample = write_sample(home)
         update, installed = options.update or sample[0], options.installed or sample[1]
-        say = progress(str(options.update or 'the sample'))
-        trial = Trial(Options(update.resolve(), installed.resolve(), options.language, options.answer, options.force,
-                              options.kill_at, frozenset() if options.update else planted_files()), say)
-        try:
-            outcome = trial.run()
-        except Refused as findings:
-            say('')
-            print(findings)
-            print('[try] REFUSED: the checker found errors (--force tries all the same)')
-            return REFUSED
-        except CheckerFailed as failure:
-            say('')
-            print(failure)
-            print('[try] THE CHECKER FAILED: the update was not judged and not tried (--force tries it)')
-            return CHECKER_FAILED
-        say('')
-        show(outcome, options.details, options.report)
-        code = outcome.exit_code()
-        print('[try] ' + {0: 'complete', 1: 'NOT COMPLETE', 3: f'THE AGENT FAILED with {outcome.code}',
-                          CHECKER_FAILED: 'THE CHECKER FAILED'}[code])
+        title = str(options.update or 'the sample')
+        trial = Options(update.resolve(), installed.resolve(), options.language, options.answer, options.force,
+                        options.kill_at, frozenset() if options.update else planted_files(), tuple(options.allow),
+                        options.keep)
+        if options.language.casefold() == 'all':
+            return try_languages(options, trial, title)
+        code, outcome = try_once(trial, title)
+        if outcome:
+            show(outcome, options.details, options.report)
+            print(f'[try] {VERDICT[code]}' + (f' with {outcome.code}' if code == 3 else ''))
         return code
     finally:
         shutil.rmtree(home, ignore_errors=True)

@@ -1,0 +1,108 @@
+"""What a trial shows without harm, and what an update's author has to explain: records without effect, a package that
+is not there, missing texts, unknown failures. The plan of the run (BrevantCheck plan) tells most of it."""
+import pathlib
+import re
+from typing import Any, Iterator, NamedTuple, Sequence
+
+from .layouts import text_of
+
+# What a comment in the instruction file, "; BrevantCheck: CODE...", or --allow calls each of them.
+CODES = {'NEVER LOOKED AT': {'B070'}, 'NO EFFECT': {'NO-EFFECT', 'B045'}, 'NO PACKAGE': {'B074'},
+         'NO TEXTS': {'B072', 'B091', 'B092'}, 'FAILURE': {'FAILURE'}}
+PACKAGES = 'Component101_DownloadPath', 'Component2_DownloadPath'
+# Actions of a plan that do nothing: outcome, reason.
+NOTHING = {'delete': ('stay', 'no file is called so'), 'deleteValue': ('stay', 'there is no such value'),
+           'writeIni': ('new', '')}
+WHY = {'delete': 'no file or folder is called so', 'deleteValue': 'there is no such value',
+       'writeIni': 'the installed UpdateInfo.ini has no such key'}
+
+
+class Doubt(NamedTuple):
+    label: str  # a name of CODES
+    where: str
+    record: str = ''  # of the instruction file, as record_name() says
+
+    def codes(self) -> set[str]:
+        return CODES[self.label]
+
+
+def record_name(section: str, key: str, value: str) -> str:
+    return f'[{section}] {key}={value}'.casefold()
+
+
+class Intended(NamedTuple):
+    """What the update's author, or the caller, has declared to be meant so."""
+    whole: frozenset[str] = frozenset()  # codes for the whole update
+    records: dict[str, frozenset[str]] = {}  # codes by record_name()
+    allowed: tuple[str, ...] = ()  # --allow: codes, or parts of what is shown
+
+    def covers(self, doubt: Doubt) -> bool:
+        codes = {*self.whole, *self.records.get(doubt.record, ()), *(text.upper() for text in self.allowed)}
+        shown = f'{doubt.label} {doubt.where}'.casefold()
+        return bool(codes & doubt.codes()) or any(text.casefold() in shown for text in self.allowed)
+
+
+def read_intended(update: pathlib.Path, allowed: Sequence[str] = ()) -> Intended:
+    """The comments of the instruction file: before the first section for the whole update, else for the next line."""
+    whole: set[str] = set()
+    records: dict[str, frozenset[str]] = {}
+    section, codes = '', set[str]()
+    for line in map(str.strip, text_of(update / 'QorPaFrwk.ini').splitlines()):
+        if match := re.match(r';\s*BrevantCheck:(.*)', line):
+            (codes if section else whole).update(match[1].split())
+        elif line.startswith('['):
+            section, codes = line.strip('[]'), set()
+        elif '=' in line and not line.startswith(';'):
+            key, _, value = line.partition('=')
+            if codes:
+                records[record_name(section, key.strip(), value.strip())] = frozenset(codes)
+            codes = set()
+    return Intended(frozenset(whole), records, tuple(allowed))
+
+
+def doubts_of(planned: dict[str, Any], sections: dict[str, list[tuple[str, str]]],
+              missing: Sequence[str]) -> list[Doubt]:
+    """What the plan of the run tells; `missing`: packages that UpdateInfo.ini names, and that are not there."""
+    found = [Doubt('NO PACKAGE', f'Component\\{name}: UpdateInfo.ini names it, and it is not there')
+             for name in missing]
+    changes = [change for step in planned.get('steps', []) for change in step['changes']]
+    for change in changes:
+        if change['action'] == 'ask' and change['outcome'] != 'stay' and change.get('reason') == 'built-in texts':
+            found.append(Doubt('NO TEXTS', 'the new name is due, and there is no [RestartNotification_...] of this '
+                                           'language: the built-in English question is shown'))
+    return found + list(_without_effect(changes, sections))
+
+
+def _without_effect(changes: list[dict[str, Any]], sections: dict[str, list[tuple[str, str]]]) -> Iterator[Doubt]:
+    idle = [change for change in changes if change['action'] in NOTHING
+            and change['outcome'] == NOTHING[change['action']][0]
+            and change.get('reason', '').startswith(NOTHING[change['action']][1])]
+    seen = set()
+    for section, records in sections.items():
+        for key, value in records:
+            name = record_name(section, key, value)
+            for change in idle:
+                if name not in seen and _is_of(change, section, key, value):
+                    seen.add(name)
+                    yield Doubt('NO EFFECT', f'[{section}] {key}={value}: {WHY[change["action"]]}', name)
+
+
+def _is_of(change: dict[str, Any], section: str, key: str, value: str) -> bool:
+    """Whether a planned change that does nothing comes from that record."""
+    action, target = change['action'], change['target'].casefold().rstrip('\\')
+    if action == 'delete' and section in ('QOR_DIR', 'QOR_FILE') and key.startswith('delete'):
+        tail = value.rpartition('}')[2].casefold().rstrip('\\')
+        return bool(tail) and (target == tail or target.endswith('\\' + tail))
+    fields = [field.casefold() for field in value.split('!')]
+    if action == 'deleteValue' and section == 'QOR_REGISTRY_PATCH' and key == 'delete':
+        return len(fields) > 1 and target.endswith('\\' + fields[0].strip('\\')) and (
+            change.get('name', '').casefold() in (fields[1], ''.join(fields[1:2]).replace('(default)', '')))
+    if action == 'writeIni' and section == 'UPDATE_INFO' and len(fields) > 2:
+        return change.get('name', '').casefold() == f'[{fields[0]}] {fields[1]}'
+    return False
+
+
+def packages_of(text: str) -> list[str]:
+    """The packages that the text of an UpdateInfo.ini names."""
+    found = dict(re.findall(r'^(\w+)\s*=\s*(.+?)\s*$', text, re.M))
+    return [found[key] for key in PACKAGES if found.get(key)]
