@@ -7,7 +7,7 @@ import dataclasses
 import random
 from typing import Callable, Sequence, Union
 
-from .layouts import MARKER, PRODUCT_PACKAGE, RESOURCE_PACKAGE, Files, folders, sample_files
+from .layouts import MARKER, PRODUCT_PACKAGE, RESOURCE_PACKAGE, SAMPLES, Files, folders, sample_files
 from .machine import SETTINGS
 from .registry import Data
 
@@ -127,7 +127,15 @@ def _linked(scenario: Scenario) -> None:
     _records(QOR_DIR=['add={InstalledDir}Policy\\New'], QOR_FILE=['delete_now={InstalledDir}Policy\\*'])(scenario)
 
 
+def _whole_sample(scenario: Scenario) -> None:
+    section = ''
+    for line in (SAMPLES / 'update' / 'QorPaFrwk.ini').read_text('utf-8-sig').splitlines():
+        section = line.strip('[]') if line.startswith('[') else section
+        scenario.sections.setdefault(section, []).extend([line] if section and line[:1] not in ('', '[', ';') else [])
+
+
 _CASES: dict[str, Change] = {
+    'the whole sample': _whole_sample,
     'leftovers in the download folder': _leftovers,
     'a package folder that a record creates': _made_package,
     'ProductPath written by a record': _moved_away,
