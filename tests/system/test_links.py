@@ -3,7 +3,6 @@ import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.layouts import SampleMachine
-from brevantlab.machine import TRACE_FOLDER
 
 DATA = 'C:\\ProgramData\\Kazmere\\KZVLT\\'
 PRELOAD = DATA + 'Engine\\Preload\\'
@@ -38,15 +37,6 @@ class Links(LabTest):
         machine.restart()
         self.assertSame(before, machine.listing(ELSEWHERE))
         self.assertEqual([], [path for path in machine.host(ELSEWHERE).rglob('New')])
-
-    def test_no_trace_is_written_where_one_leads(self):
-        machine = self.machine
-        self.assertTrue(machine.agent()[1], 'it is switched on')
-        machine.link(TRACE_FOLDER[:-1], ELSEWHERE[:-1])
-        before = machine.listing(ELSEWHERE)
-        self.assertEqual(0, machine.run(machine.install + 'Brevant.exe', '/DeployFramework').code)
-        self.assertSame(before, machine.listing(ELSEWHERE))
-        self.assertGreater(len(machine.pending_moves()), 20, 'the trace is lost, not the run')
 
     def test_windows_is_asked_to_follow_none_of_a_users(self):
         for argument in ('/DeployFramework', '/ApplyNewName'):
