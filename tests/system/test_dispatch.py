@@ -3,7 +3,7 @@ import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.layouts import SampleMachine
-from brevantlab.machine import RUN_ONCE, SETTINGS, Machine
+from brevantlab.machine import RUN_ONCE, SETTINGS
 
 STOP = '@@@ ***QorPatchTool.exe stop.'
 STEPS = {
@@ -79,19 +79,6 @@ class Dispatch(LabTest):
             machine.agent('anything')
             self.assertIn('style', machine.read(machine.install + 'wtsapi32.log'), 'the one that loads another has run')
             self.assertIsNone(machine.read(machine.install + 'planted.log'))
-
-    def test_a_machine_without_the_product(self):
-        with Machine() as machine:
-            # Nothing may be taken from the current folder in place of the unknown install folder.
-            machine.write('C:\\work\\QorPaFrwk.ini', '[QOR_DIR]\nadd=C:\\work\\made\n')
-            machine.write('C:\\work\\Component\\c21t2101v0.0.0l1p-1r1o1\\stray.txt', 'stray')
-            machine.install_program('C:\\work\\')
-            machine.set_value(SETTINGS, 'Version', '3.8.0.1099')  # due for the new name
-            result = machine.run('C:\\work\\Brevant.exe', '/DeployFramework', cwd=machine.host('C:\\work'))
-            self.assertEqual(0, result.code)
-            self.assertSame({'Version', 'DoUpdateDeploy', 'FrwkDeployTick'}, set(machine.values(SETTINGS)))
-            self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
-            self.assertFalse(machine.host('C:\\work\\made').exists())
 
 
 class WithoutTrace(LabTest):
