@@ -68,62 +68,30 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
     m_machine.AddFile(L"C:\\a.ini", "[S]\r\nk=v\r\n");
     m_machine.AddFile(L"C:\\file", "");
     const std::wstring tstrLong(255, L'n');
-    const RegistryPlace root{.tstrKeyPath = L"Vault\\Deep", .tstrName = {}};
-    const std::pair<DWORD, std::function<bool()>> rows[] = {
-        {ERROR_INVALID_PARAMETER,
-         [&] {
-             return m_machine.StoreValue(root, DWORD{1}, &m_dwError);
-         }},
-        {ERROR_INVALID_PARAMETER,
-         [&] {
-             return m_machine.StoreValue({.tstrKeyPath = L"SOFTWARE\\" + tstrLong + L"n", .tstrName = {}}, DWORD{1},
-                                         &m_dwError);
-         }},
-        {ERROR_SUCCESS,
-         [&] {
-             return m_machine.StoreValue({.tstrKeyPath = L"SOFTWARE\\" + tstrLong, .tstrName = {}}, DWORD{1},
-                                         &m_dwError);
-         }},
-        {ERROR_INVALID_PARAMETER,
-         [&] {
-             return m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = std::wstring(16384, L'n')}, DWORD{1},
-                                         &m_dwError);
-         }},
-        {ERROR_ACCESS_DENIED,
-         [&] {
-             return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_runPatience, &m_dwError);
-         }},
-        {ERROR_PATH_NOT_FOUND,
-         [&] {
-             return Copy((L"C:\\" + tstrLong + L"xyz").c_str(), L"C:\\file");
-         }},
-        {ERROR_FILENAME_EXCED_RANGE,
-         [&] {
-             return m_machine.CreateFolder(L"C:\\" + tstrLong.substr(0, 245), &m_dwError);
-         }},
-        {ERROR_SUCCESS,
-         [&] {
-             return m_machine.CreateFolder(L"C:\\" + tstrLong.substr(0, 244), &m_dwError);
-         }},
-        {ERROR_PATH_NOT_FOUND,
-         [&] {
-             return m_machine.CreateFolder(L"Q:\\a", &m_dwError);
-         }},
-        {ERROR_DIRECTORY,
-         [&] {
-             return m_machine.CreateFolder(L"C:\\nul", &m_dwError);
-         }},
-        {ERROR_DIRECTORY,
-         [&] {
-             return m_machine.ForEachEntry(
-                 L"C:\\file\\", L"*", [](const auto&) {}, &m_dwError);
-         }},
-        {ERROR_INVALID_NAME,
-         [&] {
-             return m_machine.ForEachEntry(
-                 L"C:\\", L"a|", [](const auto&) {}, &m_dwError);
-         }},
+    const auto store = [&](const std::wstring& tstrKey, const std::wstring& tstrName) {
+        return m_machine.StoreValue({.tstrKeyPath = tstrKey, .tstrName = tstrName}, DWORD{1}, &m_dwError);
     };
+    const auto create = [&](const std::wstring& tstrPath) {
+        return m_machine.CreateFolder(tstrPath, &m_dwError);
+    };
+    const auto list = [&](const wchar_t* szFolder, const wchar_t* szPattern) {
+        return m_machine.ForEachEntry(
+            szFolder, szPattern, [](const auto&) {}, &m_dwError);
+    };
+    const std::pair<DWORD, std::function<bool()>> rows[] = {
+        // clang-format off
+        {ERROR_INVALID_PARAMETER, [&] { return store(L"Vault\\Deep", L""); }},
+        {ERROR_INVALID_PARAMETER, [&] { return store(L"SOFTWARE\\" + tstrLong + L"n", L""); }},
+        {ERROR_SUCCESS, [&] { return store(L"SOFTWARE\\" + tstrLong, L""); }},
+        {ERROR_INVALID_PARAMETER, [&] { return store(kVault, std::wstring(16384, L'n')); }},
+        {ERROR_ACCESS_DENIED,
+         [&] { return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_runPatience, &m_dwError); }},
+        {ERROR_PATH_NOT_FOUND, [&] { return Copy((L"C:\\" + tstrLong + L"xyz").c_str(), L"C:\\file"); }},
+        {ERROR_FILENAME_EXCED_RANGE, [&] { return create(L"C:\\" + tstrLong.substr(0, 245)); }},
+        {ERROR_SUCCESS, [&] { return create(L"C:\\" + tstrLong.substr(0, 244)); }},
+        {ERROR_PATH_NOT_FOUND, [&] { return create(L"Q:\\a"); }}, {ERROR_DIRECTORY, [&] { return create(L"C:\\nul"); }},
+        {ERROR_DIRECTORY, [&] { return list(L"C:\\file\\", L"*"); }},
+        {ERROR_INVALID_NAME, [&] { return list(L"C:\\", L"a|"); }}};  // clang-format on
     for (const auto& [dwCode, request] : rows) {
         m_dwError = ERROR_SUCCESS;
         EXPECT_EQ(dwCode == ERROR_SUCCESS, request()) << &request - &rows[0].second;
