@@ -95,7 +95,7 @@ TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\config.xml", "<b><W><Skin>dark</Skin></W></b>");
     expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>",
-           {"warning B066 3:1 Skin", "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
+           {"warning B068 0:0", "warning B066 3:1 Skin", "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
 }
 
 TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
@@ -103,7 +103,7 @@ TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
     const TempFolder installed;
     installed.Write(L"config.xml", "<c><A>1</A><B>1</B></c>");
     Write(m_tstrSetting + L"config_DE-DE.xml", "<c>\n<A>2</A><B/></c>");
-    Write(m_tstrSetting + L"config_EN-US.xml", "<c><B>2</B></c>");
+    Write(m_tstrSetting + L"config_EN-US.xml", "<c><A/><B>2</B></c>");
     const std::string strFirst = KzCommon::String::ToUtf8(m_tstrSetting) + "config_DE-DE.xml";
     const std::string strRecords = "[QOR_CONFIG_MERGE]\nmigrate=/A\n";
     EXPECT_THAT(Lint(strRecords), IsEmpty()) << "no product is known";
