@@ -87,10 +87,10 @@ protected:
     /// Runs the variants as file `szName` of the install folder. `judge` checks every access of `act`, which must
     /// access something. Without a judge it must not access anything.
     void RunVariantsIn(const wchar_t* szName, const std::vector<std::string>& seeds, const std::function<void()>& act,
-                       const Judge& judge = nullptr)
+                       const Judge& judge = nullptr, std::size_t uShare = 1)
     {
         unsigned cJudged = 0;
-        RunVariants(seeds, [&](const std::string& strVariant) {
+        const auto attempt = [&](const std::string& strVariant) {
             for (const wchar_t* szVictim : {L"Legacy\\a\\b.txt", L"Keystride1.dll"}) {
                 if (strVariant.size() % 16 == 0) Install(szVictim, "to be deleted");
             }
@@ -101,7 +101,8 @@ protected:
                 return judge && (IsNewContent(tstrPlace, m_tstrInstallDir) || judge(strCall, tstrPlace));
             });
             act();
-        });
+        };
+        RunVariants(seeds, attempt, uShare);
         EXPECT_EQ(judge != nullptr, cJudged > 0);
     }
 
@@ -152,7 +153,7 @@ TEST_F(FuzzInput, InstructionFiles)
     for (std::size_t uAt = 0; uAt != std::string::npos; uAt = seeds[0].find("\n[", uAt + 1)) {
         seeds.push_back(seeds[0].substr(uAt, seeds[0].find("\n[", uAt + 1) - uAt));
     }
-    RunVariantsIn(L"QorPaFrwk.ini", seeds, act, judge);
+    RunVariantsIn(L"QorPaFrwk.ini", seeds, act, judge, kSlow);
 }
 
 TEST_F(FuzzInput, StringTables)
@@ -231,7 +232,7 @@ TEST_F(FuzzInput, UpdateInformation)
     for (std::size_t uAt; (uAt = seeds[1].find("c21")) != std::string::npos;) {
         seeds[1].replace(uAt, seeds[1].find_first_of("\r\n", uAt) - uAt, "..\\..\\Elsewhere");
     }
-    RunVariantsIn(L"UpdateInfo.ini", seeds, act, judge);
+    RunVariantsIn(L"UpdateInfo.ini", seeds, act, judge, kSlow);
 }
 
 }  // namespace

@@ -137,15 +137,21 @@ std::string Seed(const std::string& strName)
 void PutVariant(const std::filesystem::path& path, const std::string& strVariant)
 {
     static auto s_time = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24 * 365);
-    std::filesystem::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << strVariant;
+    std::ofstream file(path, std::ios::binary);
+    if (!file) {
+        std::filesystem::create_directories(path.parent_path());
+        file.open(path, std::ios::binary);
+    }
+    file << strVariant;
+    file.close();
     std::filesystem::last_write_time(path, s_time += std::chrono::seconds(1));
 }
 
 void RunVariants(const std::vector<std::string>& seeds,
-                 const std::function<void(const std::string& strVariant)>& attempt)
+                 const std::function<void(const std::string& strVariant)>& attempt, std::size_t uShare)
 {
-    for (s_uNumber = 0; s_uNumber < seeds.size() + s_cVariants && !::testing::Test::HasFailure(); ++s_uNumber) {
+    const std::size_t cRuns = seeds.size() + s_cVariants / uShare;
+    for (s_uNumber = 0; s_uNumber < cRuns && !::testing::Test::HasFailure(); ++s_uNumber) {
         const bool bSeed = s_uNumber < seeds.size();
         s_strVariant = bSeed ? seeds[s_uNumber] : Mutator{seeds, std::mt19937(s_uNumber)}.Make();
         s_dwStarted = std::max<DWORD>(::GetTickCount(), 1);

@@ -95,7 +95,8 @@ TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\config.xml", "<b><W><Skin>dark</Skin></W></b>");
     expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>",
-           {"warning B068 0:0", "warning B066 3:1 Skin", "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
+           {"warning B068 0:0", "warning B066 3:1 Skin",
+            "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
 }
 
 TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
