@@ -49,10 +49,6 @@ class FaultLibrary:
     def go_on(self) -> None:
         self.machine.host(self.folder + 'fault.hold').unlink()
 
-    def read(self, pattern: str) -> None:
-        """The first file that the pattern finds is read for a second, as by a scanner."""
-        self.machine.write(self.folder + 'fault.read', pattern)
-
     def hurry(self) -> None:
         """The program's pauses take no time."""
         self.machine.write(self.folder + 'fault.hurry', '')

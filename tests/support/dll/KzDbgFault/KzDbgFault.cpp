@@ -1,9 +1,8 @@
-// Stand-in for the trace library that causes events at a line of the trace. Files beside it define them:
+// Stand-in for the trace library that makes things happen at a line of the trace. Files beside it say what:
 //   fault.end     the number of the line at which the process ends
-//   fault.hold    the number of the line at which the program waits until that file is deleted; creates "fault.held"
-//   fault.read    a file pattern: the first match is read for a second without shared writing
+//   fault.hold    the number of the line at which the program waits until that file is gone; "fault.held" is there then
 //   fault.hurry   the program's pauses take no time
-// "fault.count" contains the number of lines.
+// What it was given is counted in "fault.count".
 #include "../BesideLibrary.h"
 
 #include "common/KzDbg.h"
@@ -17,7 +16,6 @@ namespace {
 unsigned s_uEnd = 0;
 unsigned s_uHold = 0;
 unsigned s_cLines = 0;
-std::wstring s_tstrRead;
 
 bool IsThere(const std::wstring& tstrPath)
 {
@@ -30,30 +28,9 @@ void Hold()
     while (IsThere(BesideLibrary(L"fault.hold"))) ::Sleep(10);
 }
 
-DWORD WINAPI ReadForASecond(void* pFile)
-{
-    const KzCommon::UniqueFile file(pFile);
-    ::Sleep(1000);
-    return 0;
-}
-
-/// Reads a file as a scanner does as soon as the file exists.
-void ReadFirst()
-{
-    WIN32_FIND_DATAW data{};
-    const KzCommon::UniqueFind find(::FindFirstFileW(s_tstrRead.c_str(), &data));
-    if (!find) return;
-    const std::wstring tstrPath = s_tstrRead.substr(0, s_tstrRead.rfind(L'\\') + 1) + data.cFileName;
-    KzCommon::UniqueFile file(
-        ::CreateFileW(tstrPath.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    if (!file) return;
-    s_tstrRead.clear();
-    const KzCommon::UniqueKernelHandle thread(::CreateThread(nullptr, 0, &ReadForASecond, file.Detach(), 0, nullptr));
-}
-
 void WINAPI NoPause(DWORD) {}
 
-/// Replaces an imported function of the program.
+/// Puts another function in the place of one that the program imports.
 void Replace(std::string_view strName, void (*pfn)())
 {
     BYTE* const pImage = reinterpret_cast<BYTE*>(::GetModuleHandleW(nullptr));
@@ -83,9 +60,6 @@ __declspec(dllexport) DWORD __stdcall KzDbgInitialize(void** ppTrace, const Debu
     *ppTrace = &s_uEnd;
     std::wifstream(BesideLibrary(L"fault.end").c_str()) >> s_uEnd;
     std::wifstream(BesideLibrary(L"fault.hold").c_str()) >> s_uHold;
-    std::wifstream read(BesideLibrary(L"fault.read").c_str());
-    std::getline(read, s_tstrRead);
-    if (s_tstrRead.ends_with(L'\r')) s_tstrRead.pop_back();
     if (IsThere(BesideLibrary(L"fault.hurry"))) Replace("Sleep", reinterpret_cast<void (*)()>(&NoPause));
     return ERROR_SUCCESS;
 }
@@ -94,7 +68,6 @@ __declspec(dllexport) DWORD __stdcall KzDbgTrace(void*, const SYSTEMTIME*, const
 {
     if (++s_cLines == s_uEnd) ::TerminateProcess(::GetCurrentProcess(), 66);
     if (s_cLines == s_uHold) Hold();
-    if (!s_tstrRead.empty()) ReadFirst();
     return ERROR_SUCCESS;
 }
 
