@@ -85,7 +85,7 @@ class Try(LabTest):
                         {name: found.get(name) for name in ['panel.htm', *never]})
         self.assertNotIn('changed', found.values())
         self.assertSame({'Patterns\\sites.ptn': 'changed'}, self.rows_of(page, 'state=changed&text=PATTERNS'))
-        self.assertRegex(self.contents['Patterns\\sites.ptn'], '<del>-3.9.0</del>.*<ins>.3.9.2</ins>')
+        self.assertRegex(self.contents['Patterns\\sites.ptn'], '<del>-3.9.0</del>\n<ins>.3.9.2</ins>')
 
     def instruct(self, *replaced):
         file = self.update / 'QorPaFrwk.ini'

@@ -175,7 +175,7 @@ class Outcome:
     def failures(self) -> tuple[list[str], int]:
         """Failure lines of the trace, and how many more look like one and are none."""
         found = trace.failures([said(line) for line in self.lines])
-        shown = [text for text in found if not trace.is_harmless(text)]
+        shown = [text for text in found if not trace.is_harmless(text, self.ended)]
         return shown, len(found) - len(shown)
 
     def all_doubts(self) -> list[Doubt]:
@@ -304,12 +304,11 @@ class Outcome:
         return [Row(path, shown(old.get(path)), shown(new.get(path)), _state(old.get(path), new.get(path)))
                 for path in sorted({**old, **new})]
 
-    @staticmethod
-    def _trace_row(line: str) -> Row:
+    def _trace_row(self, line: str) -> Row:
         text = said(line)
         failure = text.startswith(trace.FAILURE)
         return Row(line[:23], '', text, 'line' if not failure else
-                   'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE)) else 'failure')
+                   'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE), self.ended) else 'failure')
 
     def as_json(self) -> dict[str, Any]:
         return {'format': 1, 'update': self.update, 'language': self.language, 'complete': self.complete(),

@@ -16,6 +16,12 @@ HARMLESS = re.compile('|'.join((
     r'\*\*\* ::WTSSendMessage\(\) failed\. \[0x00000000\]')))
 
 
+# The same in the run after one that was ended before the restart.
+SECOND_RUN = re.compile('|'.join((
+    r'KzCommon::Storage::Reg::StoreValue\(\) failed\. Win32ErrorCode=2',
+    r'Failed to copy UpdateInfo\.ini to iUD download source folder, error code is 80\. Modify installed one\.')))
+
+
 def message(line: str) -> str:
     """What a line says, as 'TAG message' (TAG as in the file); a line of another form is an error."""
     match = LINE.fullmatch(line)
@@ -29,6 +35,7 @@ def failures(messages: list[str]) -> list[str]:
     return [text.removeprefix(FAILURE) for text in messages if text.startswith(FAILURE)]
 
 
-def is_harmless(failure: str) -> bool:
-    """Whether a failure's text, its tag left out, is one that support may pass over."""
-    return bool(HARMLESS.fullmatch(failure))
+def is_harmless(failure: str, second: bool = False) -> bool:
+    """Whether a failure's text, its tag left out, is one that support may pass over; `second`: an earlier run was ended
+    before the restart."""
+    return bool(HARMLESS.fullmatch(failure) or second and SECOND_RUN.fullmatch(failure))
