@@ -6,7 +6,7 @@ from brevantlab.agree import AgreementMachine, State, disagreements
 from brevantlab.expect import LabTest, shown
 from brevantlab.random_update import known_cases, random_scenario
 
-SEEDS = range(1, 7)
+SEEDS = range(1, 23)
 RESTARTED = 10  # every so many
 
 
