@@ -56,6 +56,9 @@ class EndedHalfWay(LabTest):
             installs[line] = install = f'C:\\Product{index + 1:02}\\'
             machine.lay_out(install)
             self.assertEqual(ENDED, machine.deploy(line))
+            deadline = time.monotonic() + 10  # Wine closes the files of a process a moment after its end
+            while LOCK in machine.listing(install) and time.monotonic() < deadline:
+                time.sleep(0.1)
             half = [name for name, content in machine.listing(install).items()
                     if content not in contents and 'UpdateInfo.' not in name]  # whose keys are written singly
             self.assertSame([], half, f'ended at line {line} of {lines}')
