@@ -11,9 +11,9 @@ CODES = {'NEVER LOOKED AT': {'B070'}, 'NO EFFECT': {'NO-EFFECT', 'B045'}, 'NO PA
          'NO TEXTS': {'B072', 'B091', 'B092'}, 'FAILURE': {'FAILURE'}}
 PACKAGES = 'Component101_DownloadPath', 'Component2_DownloadPath'
 # Actions of a plan that do nothing: outcome, reason.
-NOTHING = {'delete': ('stay', 'no file is called so'), 'deleteValue': ('stay', 'there is no such value'),
+NOTHING = {'delete': ('stay', 'no file matches'), 'deleteValue': ('stay', 'there is no such value'),
            'writeIni': ('new', '')}
-WHY = {'delete': 'no file or folder is called so', 'deleteValue': 'there is no such value',
+WHY = {'delete': 'no file or folder matches', 'deleteValue': 'there is no such value',
        'writeIni': 'the installed UpdateInfo.ini has no such key'}
 
 
