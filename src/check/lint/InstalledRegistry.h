@@ -16,7 +16,8 @@ namespace Check {
 class InstalledRegistry {
 public:
     explicit InstalledRegistry(const Update& update);
-    InstalledRegistry(const InstalledRegistry&) = delete;
+    ~InstalledRegistry() = default;
+    InstalledRegistry(const InstalledRegistry&) = delete;  // the tree keeps a pointer to the machine
     InstalledRegistry& operator=(const InstalledRegistry&) = delete;
 
     /// A value below HKEY_LOCAL_MACHINE; nothing when it is missing or not known.

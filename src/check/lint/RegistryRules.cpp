@@ -131,7 +131,7 @@ bool IsOneOf(std::span<const std::wstring_view> names, const std::wstring& tstrN
 }
 
 /// A key path as a suggestion; empty unless Windows takes it.
-std::wstring IfKeyPath(std::wstring tstrPath)
+std::wstring IfKeyPath(const std::wstring& tstrPath)
 {
     const bool bTaken = IsOneOf(kHives, tstrPath.substr(0, tstrPath.find(L'\\'))) &&
                         tstrPath.find(L"\\\\") == std::wstring::npos && !tstrPath.ends_with(L'\\');
