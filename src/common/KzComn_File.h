@@ -41,9 +41,11 @@ namespace KzCommon::Storage::File {
 
 /// Schedules a file for the next restart: it then replaces `tstrDestination`, or is deleted when that is empty. A file
 /// that is to be replaced loses its read-only attribute: Windows would drop the move. Where the attribute stays, a
-/// trace line says so, and the move is scheduled. False with the code in `*pdwError` (may be null) and
-/// nothing changed, after about two seconds for a temporary failure. MoveFileExW, SetFileAttributesW.
-[[nodiscard]] bool MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError);
+/// trace line says so, and the move is scheduled. `bMayBeReadOnly`: false when the caller knows that it is not. False
+/// with the code in `*pdwError` (may be null) and nothing changed, after about two seconds for a temporary failure.
+/// MoveFileExW, SetFileAttributesW.
+[[nodiscard]] bool MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError,
+                                 bool bMayBeReadOnly = true);
 
 }  // namespace KzCommon::Storage::File
 

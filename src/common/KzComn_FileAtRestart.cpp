@@ -61,7 +61,8 @@ DWORD UnprotectTarget(const std::wstring& tstrPath)
 
 }  // namespace
 
-bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError)
+bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError,
+                         bool bMayBeReadOnly)
 {
     const wchar_t* const szDestination = tstrDestination.empty() ? nullptr : tstrDestination.c_str();
     const DWORD dwFlags = MOVEFILE_DELAY_UNTIL_REBOOT | (szDestination ? MOVEFILE_REPLACE_EXISTING : 0U);
@@ -70,7 +71,8 @@ bool File::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tst
         dwError = ::GetLastError();
         return false;
     };
-    const DWORD dwOld = szDestination ? UnprotectTarget(tstrDestination) : INVALID_FILE_ATTRIBUTES;
+    const bool bUnprotect = szDestination && bMayBeReadOnly;
+    const DWORD dwOld = bUnprotect ? UnprotectTarget(tstrDestination) : INVALID_FILE_ATTRIBUTES;
     if (RetryWhileInUse(schedule, &MayRegister, pdwError)) return true;
     if (dwOld != INVALID_FILE_ATTRIBUTES) ::SetFileAttributesW(szDestination, dwOld);
     return false;

@@ -141,6 +141,7 @@ bool WindowsMachine::CreateFolder(const std::wstring& tstrPath, DWORD* pdwError)
 bool WindowsMachine::CopyNow(const std::wstring& tstrDestination, const std::wstring& tstrSource, CopyMode eMode,
                              DWORD* pdwError)
 {
+    m_tstrListed.clear();  // a copy keeps its attributes
     return Storage::File::Copy(tstrDestination, tstrSource, eMode == CopyMode::eOverwrite, pdwError,
                                eMode != CopyMode::eNewImmediate);
 }
@@ -188,7 +189,24 @@ bool WindowsMachine::ReplaceContent(const std::wstring& tstrPath, std::string_vi
 
 bool WindowsMachine::MoveAtRestart(const std::wstring& tstrSource, const std::wstring& tstrDestination, DWORD* pdwError)
 {
-    return Storage::File::MoveAtRestart(tstrSource, tstrDestination, pdwError);
+    return Storage::File::MoveAtRestart(tstrSource, tstrDestination, pdwError, MayBeReadOnly(tstrDestination));
+}
+
+/// Lists a folder once for all the files that are moved to it: to ask for each of them takes longer.
+bool WindowsMachine::MayBeReadOnly(const std::wstring& tstrPath)
+{
+    const std::wstring tstrFolder = String::FolderPart(tstrPath);
+    if (tstrFolder != m_tstrListed) {
+        m_tstrListed = tstrFolder;
+        m_readOnly.clear();
+        const auto add = [&](const Storage::Directory::Entry& entry) {
+            if (entry.dwAttributes & FILE_ATTRIBUTE_READONLY) m_readOnly.insert(tstrFolder + entry.tstrName);
+        };
+        DWORD dwError = ERROR_SUCCESS;
+        m_bListed = Storage::Directory::ForEachEntry(tstrFolder, L"*", add, &dwError) ||
+                    dwError == ERROR_FILE_NOT_FOUND || dwError == ERROR_PATH_NOT_FOUND;
+    }
+    return !m_bListed || m_readOnly.contains(tstrPath);
 }
 
 bool WindowsMachine::DeleteMatchingAtRestart(const std::wstring& tstrFolder, const std::wstring& tstrPattern,

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "common/KzComn_Machine.h"
+#include "common/KzComn_String.h"
 
 namespace KzCommon {
 
@@ -62,6 +63,13 @@ public:
     [[nodiscard]] DWORD TickCount() const override;
     [[nodiscard]] bool AskAtConsole(std::wstring tstrTitle, std::wstring tstrMessage, DWORD dwStyle, bool& bAgreed,
                                     DWORD* pdwError) override;
+
+private:
+    [[nodiscard]] bool MayBeReadOnly(const std::wstring& tstrPath);
+
+    std::wstring m_tstrListed;     // the folder with these
+    String::NoCaseSet m_readOnly;  // files, with full paths
+    bool m_bListed = false;
 };
 
 }  // namespace KzCommon
