@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Has the product's code read once more: by clang for the same target with the build's own warnings and clang-tidy's
-# checks (.clang-tidy), and by cppcheck (tools/cppcheck.txt); and the Python sources by flake8 and mypy (tools/mypy.ini).
-# Any finding fails. Takes some minutes; installs what it needs. Arguments are the sources to read instead of all,
-# tools/analyse.sh src/common/KzComn_File.cpp; --python reads the Python sources alone.
+# Analyses the product's code: with clang for the same target, the build's own warnings and clang-tidy's checks
+# (.clang-tidy), and with cppcheck (tools/cppcheck.txt). flake8 and mypy (tools/mypy.ini) analyse the Python sources.
+# Any finding fails. Takes some minutes; installs the packages it needs. Arguments are the sources to analyse instead of
+# all, such as tools/analyse.sh src/common/KzComn_File.cpp; --python analyses only the Python sources.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -57,9 +57,9 @@ tidy_source() {
     return 1
 }
 
-# Eight sources of one target, which include mostly the same, are read as one in a sixth of the time. Where that finds
-# anything, each is read by itself and has the last word: names of two may collide, and a fault of the analyser is told
-# by its source's name.
+# Eight sources of one target usually include the same headers: reading them as one takes a sixth of the time. If that
+# finds anything, each source is read by itself, and only that result counts: names of two sources may collide, and a
+# fault of the analyser is reported with its source's name.
 tidy_group() {
     local source result=0
     clang-tidy-$kVersion --quiet --warnings-as-errors='*' --checks=-bugprone-suspicious-include \
@@ -70,7 +70,7 @@ tidy_group() {
 export -f tidy_source tidy_group
 export kVersion kBuild kGroups
 
-# All of them whatever one says, as many at once as there are processors.
+# Reads all sources even if one has findings, as many at once as there are processors.
 tidy() {
     if [[ $# -gt 0 ]]; then
         printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -I{} bash -c 'tidy_source "$1"' - {}
@@ -85,7 +85,7 @@ check() {
         --relative-paths="$PWD" "${sources[@]/#/--file-filter=*}" --project="$kBuild/clang/compile_commands.json"
 }
 
-# Debian's own programs, whatever else of these names the caller has installed.
+# Runs Debian's own programs, not others of these names that the caller has installed.
 python() {
     local folders=(tools tests bench samples)
     /usr/bin/flake8 --max-line-length 120 "${folders[@]}" &&

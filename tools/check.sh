@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs BrevantCheck from Debian on a throwaway machine, with paths of the host: tools/check.sh VERB ARGUMENT..., all that
-# BrevantCheck accepts, or tools/check.sh UPDATE... [OPTION]... to lint each update. tools/check.sh VERB --help tells the
-# options of a verb. What it prints names the host's files as the host does. Exit code: the program's, of several updates
+# Runs BrevantCheck from Debian on a throwaway machine, with paths of the host: tools/check.sh VERB ARGUMENT..., like
+# BrevantCheck itself, or tools/check.sh UPDATE... [OPTION]... to lint each update. tools/check.sh VERB --help lists the
+# options of a verb. The output names files by their paths on the host. Exit code: the program's, of several updates
 # the highest; 3010, a restart is pending, shows as 194. Its own: 64 a wrong use.
 set -euo pipefail
 here="$PWD"
@@ -52,7 +52,7 @@ root="$PWD"
 # The pages that SARIF names.
 export BREVANT_GUIDES="${BREVANT_GUIDES:-file://${root// /%20}/$guides/}"
 
-# On the machine the host's files are those of drive Z:, the one of the caller's folder: every path is the same there.
+# On the machine the host's files are on drive Z:, which is also the current drive: every path is the same there.
 tools="$PWD/tools"
 cd "$here"
 check() {

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The main job on a bare machine: sets up, builds, and tries the sample update in each of its languages, from
-# "Brevant.exe /DeployFramework" over the restart to the product's new name. Exit code: 0 all went as it should, 1 not, 4 the checker
+# "Brevant.exe /DeployFramework" over the restart to the product's new name. Exit code: 0 complete, 1 not, 4 the checker
 # itself failed, 64 a wrong option, 70 the programs could not be built.
-# --details shows what became of every file, value, shortcut and setting, and the trace; --report DIR writes it as pages.
+# --details shows the result for every file, value, shortcut and setting, and the trace; --report DIR writes pages.
 # BREVANT_BIN, when it is set, is the folder with the programs to be tried in place of those built here.
 set -euo pipefail
 caller="$PWD"

@@ -1,6 +1,6 @@
 # For scripts that need more of Debian than the build does, sourced.
 
-# need_packages NAME...: installs those that are missing; root, or a user with sudo, is needed only then.
+# need_packages NAME...: installs missing packages; only then it needs root, or a user with sudo.
 need_packages() {
     dpkg -s "$@" >/dev/null 2>&1 && return 0
     local sudo=()

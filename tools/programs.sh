@@ -1,7 +1,7 @@
 # For scripts that try programs on throwaway machines, sourced from the project's folder. Nothing is built when
 # BREVANT_BIN names a folder with programs; the whole output is in build/programs.log. tools/tool.sh comes first.
 
-# programs_folder: the folder of the programs to try: BREVANT_BIN, else the one of this build; of tools that were unpacked
+# programs_folder: the folder of the programs to try: BREVANT_BIN, else the folder of this build; for tools unpacked
 # from a release, the release beside them.
 programs_folder() {
     if [[ -n "${BREVANT_BIN:-}" ]]; then
@@ -13,7 +13,7 @@ programs_folder() {
     fi
 }
 
-# take_programs_option ARGUMENT...: --programs DIR stands for BREVANT_BIN.
+# take_programs_option ARGUMENT...: --programs DIR sets BREVANT_BIN.
 take_programs_option() {
     local previous="" argument
     for argument in "$@"; do
@@ -31,7 +31,7 @@ need_programs() {
     done
 }
 
-# need_wine: returns 70 where the packages are missing that unpacked tools run on.
+# need_wine: returns 70 if packages are missing that unpacked tools need.
 need_wine() {
     local name
     for name in wine wineserver python3; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Makes the release that the tag at HEAD names, in dist/: brevant-VERSION.zip (programs, guides, licence notices),
 # brevant-VERSION-symbols.zip, a bill of materials (CycloneDX) and SHA256SUMS. The demo passes on exactly these files,
-# or nothing is made. docs/release.md tells the whole way.
+# or nothing is made. docs/release.md describes every step.
 #
 #   tools/release.sh              BREVANT_SIGN names the command that signs a file: "$BREVANT_SIGN FILE"
 #   tools/release.sh --unsigned   leaves the programs unsigned
@@ -58,7 +58,7 @@ require_newest() {
     say "goes on, for a known reason: $reason"
 }
 
-# The next Debian's compiler and Wine have their say before anything is built.
+# Tries the next Debian's compiler and Wine before anything is built.
 try_next() {
     if [[ "${BREVANT_WITHOUT_NEXT:-}" == *[![:space:]]* ]]; then
         say "not tried on the next Debian: $BREVANT_WITHOUT_NEXT"
@@ -99,7 +99,7 @@ pack() {
         fail "the bill of materials is not valid"
 }
 
-# Comes before the build: what cannot be validated need not be built.
+# Runs before the build, which is useless if its bill cannot be validated.
 take_schema() {
     need_packages python3-jsonschema
     /usr/bin/python3 -B -m shipping.schema fetch "$work/schema" || fail "the schema of the bill of materials"
@@ -108,7 +108,7 @@ take_schema() {
 verify() {
     local place
     take_schema
-    # Two paths of different length: neither may show in what is built.
+    # Two paths of different length: neither may appear in the programs.
     for place in one a-second-place; do
         build "$work/$place"
         pack "$work/$place" "$work/$place/dist"
@@ -159,7 +159,7 @@ main() {
     read_options "$@"
     [[ -n "$kVersion" ]] || fail "CMakeLists.txt names no version"
     require_clean_tree
-    # Whoever commits meanwhile changes nothing of this release.
+    # A commit in the meantime does not change this release.
     commit="$(git rev-parse HEAD)"
     SOURCE_DATE_EPOCH="$(git log -1 --format=%ct "$commit")"
     export SOURCE_DATE_EPOCH

@@ -3,7 +3,7 @@
 # OFFSET is hexadecimal: the distance from where the program was loaded, as crash reports give it (Brevant.exe+0x1A2B),
 # or an address of a program that was loaded where it asks to be. The symbols are looked for beside the file, then in
 # BREVANT_SYMBOLS, the folder that the symbols archive was unpacked into. A return address is that of the next
-# instruction: give it less 1. The compiler's runtime has no line numbers: there the function is the one that begins next
+# instruction: give it less 1. The compiler's runtime has no line numbers: there the answer is the last function that begins
 # before the place. Exit code: 0 all places are named, 1 one is outside of the program's code, 64 a wrong use.
 set -euo pipefail
 
@@ -11,7 +11,7 @@ readonly kTools=x86_64-w64-mingw32
 
 fail() { printf '[symbolise] FAILED: %s\n' "$*" >&2; exit 1; }
 
-# The symbols that the debug link of the program $1 names; only those that were made with it will do.
+# The symbols that the debug link of the program $1 names; their checksum must match.
 symbols_of() {
     local link name folder
     link="$(mktemp)"

@@ -11,7 +11,8 @@ source tools/tool.sh
 answer_help "${1:-}"
 readonly kCtestOptions=' -R -E -L -LE -I -j -N -V -VV -Q --verbose --quiet --repeat --rerun-failed --timeout --parallel
     --output-on-failure --stop-on-failure --schedule-random --progress --show-only --tests-regex --exclude-regex '
-# --fast stands alone; the first of ctest's arguments is an option, and what is no option belongs to the one before it.
+# --fast is the only argument; the first of ctest's arguments is an option, and any other word belongs to the option
+# before it.
 for argument in "$@"; do
     [[ $# -eq 1 && "$argument" == --fast || "$argument" != -* && "$argument" != "$1" ]] ||
         [[ "$kCtestOptions" =~ [[:space:]]"${argument%%[=0-9]*}"[[:space:]] ]] || wrong_use "no such option: $argument"

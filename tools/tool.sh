@@ -1,5 +1,5 @@
-# What the tools have in common, sourced by them: help, wrong use, and the progress of a build. No tool sets up or builds
-# anything before it has looked at its options.
+# Functions for all tools, sourced by them: help, wrong use, and the progress of a build. Every tool checks its options
+# before it sets up or builds anything.
 
 kTool="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/${0##*/}"
 readonly kTool kWrongUse=64
@@ -10,7 +10,7 @@ wrong_use() {
     exit "$kWrongUse"
 }
 
-# answer_help ARGUMENT...: prints the comment at the tool's head and ends it, where --help is among the arguments.
+# answer_help ARGUMENT...: prints the comment at the tool's head and ends the tool if --help is among the arguments.
 answer_help() {
     local argument
     for argument in "$@"; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Plants mistakes of an author into a copy of the second update: plant.py UPDATE [NAME...] (all without names).
 
-Each has the rule that finds it, and what is wrong on the machine in the end when nobody listens.
+Each names the rule that finds it, and the damage on the machine if the author ignores the rule.
 """
 import pathlib
 import sys

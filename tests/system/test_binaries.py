@@ -54,7 +54,7 @@ class ShippedBinaries(unittest.TestCase):
                 self.assertEqual(-1, (SHIPPED / name).read_bytes().find(str(ROOT).encode()), 'no path of the machine')
 
     def test_program_resources_and_size(self):
-        # The agent is started elevated, the checker as whoever calls it.
+        # The agent is started elevated, the checker with its caller's rights.
         for folder, name, level, megabytes in (('agent', 'Brevant', b'requireAdministrator', 2),
                                                ('check', 'BrevantCheck', b'asInvoker', 2.5)):
             with self.subTest(name):

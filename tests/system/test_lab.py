@@ -9,7 +9,7 @@ import unittest.mock
 from brevantlab.expect import LabTest, differences
 from brevantlab.machine import SETTINGS, Machine, ToolError
 
-# Fails as often as "failures" says: "reg export" with an error, "reg import" without a word.
+# Fails as often as "failures" says: "reg export" with an error, "reg import" silently.
 SPOILT_WINE = r'''#!/bin/sh
 left=$(cat "$HOME/failures" 2>/dev/null || echo 0)
 if [ "${{1##*\\}}" = reg.exe ] && [ "$left" -gt 0 ]; then
@@ -38,7 +38,7 @@ class Tools(LabTest):
         values = {'text': 'a "quoted" \\ text', 'number': 7, 'list': ['a', '', 'b'], 'bytes': b'\1\2'}
         for name, data in values.items():
             self.machine.set_value(SETTINGS, name, data)
-        self.fail(2)  # the import, and the reading of its mark
+        self.fail(2)  # the import, and the check of its mark
         self.assertSame(values, self.machine.values(SETTINGS))
         self.assertEqual(2, len(self.machine.repeated), self.machine.repeated)
         self.assertEqual({}, self.machine.values(SETTINGS + '\\None'))

@@ -1,4 +1,4 @@
-"""What a release stands on: dependencies as locked, refusals that leave nothing behind, signatures, symbols."""
+"""Requirements of a release: dependencies as locked, refusals that leave nothing behind, signatures, symbols."""
 import copy
 import json
 import os
@@ -98,7 +98,7 @@ class LockedDependencies(Case):
     def test_what_is_not_the_locked_file_is_refused(self):
         digest = self.serve('2')['2']
         self.lock('2', digest[::-1])
-        self.fetch(1, 'has not the locked SHA-256', kept=self.archive.glob('small_2.*'))
+        self.fetch(1, 'does not have the locked SHA-256', kept=self.archive.glob('small_2.*'))
 
         self.lock('2', digest)
         archive = next(self.archive.glob('small_2.tar.*'))

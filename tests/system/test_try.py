@@ -101,7 +101,7 @@ class Try(LabTest):
         self.installed = shutil.copytree(self.installed, self.home / 'installed')
         (self.installed / 'registry.reg').write_text(registry.replace('3.9.0.1105', '3.9.0.1099'))
         names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
-        names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # else nobody is asked
+        names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # otherwise there is no question
         (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
         self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such'),
                       ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),

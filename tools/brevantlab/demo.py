@@ -172,7 +172,7 @@ class Expectations:
         for base, kind in (('config', 'xml'), ('qorshcut', 'xml'), ('readme', 'htm')):
             others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
         known = {path for path, content in expected.items() if content} | {PRODUCT + name for name in others}
-        yield 'files that nobody expects', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
+        yield 'unexpected files', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
         yield 'files that no step looks at', set(planted_files()), set(self.outcome.never_looked_at())
         yield 'folder Legacy', False, (PRODUCT + 'Legacy').casefold() in self.outcome.folders
 
@@ -253,7 +253,7 @@ def main(arguments: list[str]) -> int:
         incomplete += [] if outcome.complete() else [f'{language}: the update is not complete']
     print(f'[demo] NEVER LOOKED AT: the sample brings {len(planted_files())} such files on purpose (samples/files.txt)')
     print(f'[demo] {len(LANGUAGES)} machines in {time.monotonic() - start:.0f} s: '
-          + ('FAILED' if failures + incomplete else 'complete, and every expectation held'))
+          + ('FAILED' if failures + incomplete else 'complete, and all expectations met'))
     print('\n'.join(f'  {text}' for text in incomplete + failures), end='\n' if failures + incomplete else '')
     return 1 if failures + incomplete else 0
 

@@ -1,5 +1,5 @@
-"""What a trial shows without harm, and what an update's author has to explain: records without effect, a package that
-is not there, missing texts, unknown failures. The plan of the run (BrevantCheck plan) tells most of it."""
+"""Results that an update's author has to explain: records without effect, a missing package, missing texts, unknown
+failures. Most of them come from the plan of the run (BrevantCheck plan)."""
 import pathlib
 import re
 from typing import Any, Iterator, NamedTuple, Sequence
@@ -31,7 +31,7 @@ def record_name(section: str, key: str, value: str) -> str:
 
 
 class Intended(NamedTuple):
-    """What the update's author, or the caller, has declared to be meant so."""
+    """What the update's author, or the caller, has declared as intended."""
     whole: frozenset[str] = frozenset()  # codes for the whole update
     records: dict[str, frozenset[str]] = {}  # codes by record_name()
     allowed: tuple[str, ...] = ()  # --allow: codes, or parts of what is shown
@@ -62,8 +62,8 @@ def read_intended(update: pathlib.Path, allowed: Sequence[str] = ()) -> Intended
 
 def doubts_of(planned: dict[str, Any], sections: dict[str, list[tuple[str, str]]],
               missing: Sequence[str]) -> list[Doubt]:
-    """What the plan of the run tells; `missing`: packages that UpdateInfo.ini names, and that are not there."""
-    found = [Doubt('NO PACKAGE', f'Component\\{name}: UpdateInfo.ini names it, and it is not there')
+    """The doubts in the plan of a run; `missing`: packages that UpdateInfo.ini names and that do not exist."""
+    found = [Doubt('NO PACKAGE', f'Component\\{name}: UpdateInfo.ini names it, but it does not exist')
              for name in missing]
     changes = [change for step in planned.get('steps', []) for change in step['changes']]
     for change in changes:

@@ -29,7 +29,7 @@ class File(NamedTuple):
     """A row of files.txt."""
     source: Optional[str]  # None when the update has no such file
     target: Optional[str]  # None when it stays where it is
-    old: Optional[str]  # what stands in the installed product's file, None when there is no such file
+    old: Optional[str]  # content of the installed product's file, None without such a file
     new: Optional[str]  # the same of the update's
 
 
@@ -160,7 +160,7 @@ def host_files(folder: pathlib.Path) -> Files:
 
 
 def text_of(file: pathlib.Path) -> str:
-    """The text of an INI or registry file; empty when there is none."""
+    """The text of an INI or registry file; empty if it does not exist."""
     content = file.read_bytes() if file.is_file() else b''
     return content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'utf-8-sig', 'replace')
 

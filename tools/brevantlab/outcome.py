@@ -96,7 +96,7 @@ class Outcome:
     left: list[Move]
     lines: list[str]
     verify: Check
-    folders: set[str]  # every folder after the restart, in small letters
+    folders: set[str]  # every folder after the restart, in lower case
     seconds: float
     answer: str = ''  # to the question
     plan: Check = dataclasses.field(default_factory=lambda: Check('plan', 0, []))
@@ -141,7 +141,7 @@ class Outcome:
                       and path not in self.replacements())
 
     def never_looked_at(self) -> list[str]:
-        """Files of the update that stayed where they were downloaded, traced by nobody and copied to nowhere."""
+        """Files of the update that stayed in the download folder: no trace line names them, and no copy exists."""
         traced = '\n'.join(self.lines).casefold()
         brought = {path.casefold() for path in self.packaged}
         placed = {(path.rpartition('\\')[2].casefold(), content) for state in (self.waiting, self.after)
@@ -173,7 +173,7 @@ class Outcome:
         return {}
 
     def failures(self) -> tuple[list[str], int]:
-        """Failure lines of the trace, and how many more look like one and are none."""
+        """Failure lines of the trace, and the number of harmless lines that look like failures."""
         found = trace.failures([said(line) for line in self.lines])
         shown = [text for text in found if not trace.is_harmless(text, self.ended)]
         return shown, len(found) - len(shown)
@@ -199,7 +199,7 @@ class Outcome:
                                 if not self.intended.covers(doubt))]
 
     def harm(self) -> list[tuple[str, str]]:
-        """(what, where) of everything that is not as it should be, whatever was intended."""
+        """(label, text) of every unwanted result, including intended ones."""
         rows = [('NOT ARRIVED', f'{short(path)}: {why}') for path, why in self.not_arrived().items()]
         rows += [('NOT ARRIVED', f'{name}: the update has none for this language')
                  for name in self.missing_in_language()]
@@ -325,7 +325,7 @@ def _state(old: Any, new: Any) -> str:
 
 
 def _typed(state: State, place: tuple[str, str]) -> Optional[str]:
-    """A registry value with its type; None when there is none."""
+    """A registry value with its type; None if it does not exist."""
     kind = state.kinds.get(place, '')
     return f'{KINDS.get(kind, kind)} {shown(state.values[place])}'.strip() if place in state.values else None
 
@@ -335,7 +335,7 @@ def _size(content: Optional[bytes]) -> str:
 
 
 def _diff(old: Optional[bytes], new: Optional[bytes]) -> str:
-    """The lines in which two text files differ; empty when one of them is none."""
+    """The lines in which two text files differ; empty if one of them is not a text file."""
     texts = [_text_of(content or b'') for content in (old, new)]
     if None in texts:
         return ''
@@ -370,7 +370,7 @@ def shown(value: Any, most: int = 4000) -> str:
 
 
 def _text_of(content: bytes) -> Optional[str]:
-    """A file's text with plain line ends; None for a file that is none."""
+    """A file's text with plain line ends; None for a file that is not text."""
     try:
         utf16 = content[:2] in (b'\xff\xfe', b'\xfe\xff')
         text = content.decode('utf-16' if utf16 else 'utf-8-sig').replace('\r\n', '\n')

@@ -57,7 +57,7 @@ def environment(prefix: pathlib.Path, overrides: Mapping[str, str] = {}) -> dict
 def fixed_layout() -> list[str]:
     """What goes before a command of Wine: an address space that is not random.
 
-    Newer kernels put a program's heap anywhere in the gigabyte behind it. Once in some thousand starts it lies where
+    Newer kernels put a program's heap anywhere in the gigabyte behind it. Once in some thousand starts it is where
     Wine needs its shared page, and the program ends before it begins.
     """
     command = ['setarch', '-R']
@@ -66,7 +66,7 @@ def fixed_layout() -> list[str]:
 
 
 def template() -> pathlib.Path:
-    """The prefix that machines are cloned from; made by the first caller, anew when Wine or its recipe changes."""
+    """The prefix that machines are cloned from. Made by the first caller, and again when Wine or its recipe changes."""
     wine = os.stat(os.path.realpath(shutil.which('wineserver') or sys.exit('Wine is missing: run tools/setup.sh')))
     name = hashlib.sha256(f'{TEMPLATE_SETTINGS}{wine.st_size}{wine.st_mtime_ns}'.encode()).hexdigest()[:12]
     home = BUILD / f'machine-template-{name}'

@@ -30,7 +30,7 @@ class Scenario:
     attributes: dict[str, str] = dataclasses.field(default_factory=dict)  # by path: of r(ead-only), h(idden), s(ystem)
     values: list[Value] = dataclasses.field(default_factory=list)
     sections: dict[str, Section] = dataclasses.field(default_factory=dict)  # of the instruction file: its lines
-    encoding: str = 'utf-16'  # of the instruction file; empty: there is none
+    encoding: str = 'utf-16'  # of the instruction file; empty: no such file
     earlier_runs: int = 0  # before the one that is planned
     restarted_before: bool = False  # after these
     restart: bool = False  # what is special about it shows after the restart only

@@ -10,7 +10,7 @@ MOST_ROWS = 6  # of one kind before they are only counted
 
 
 def print_rows(rows: list[tuple[str, str]]) -> None:
-    """Two columns; what stands in capitals and more than a few of it is cut."""
+    """Prints two columns; long lists of rows with a label in capitals are cut."""
     counts: dict[str, int] = {}
     for label, text in rows:
         counts[label] = counts.get(label, 0) + 1
@@ -24,7 +24,7 @@ def print_rows(rows: list[tuple[str, str]]) -> None:
 def print_details(details: dict[str, list[Row]], rooms: Sequence[str]) -> None:
     for room in rooms:
         print(f'\n== {room} ==')
-        most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, what somebody says is not
+        most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, messages are not
         for row in details[room]:
             if row.state == 'same':
                 continue

@@ -6,7 +6,7 @@ LINE = re.compile(r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{4}:[0-9a-f]{4
                   r'(\.w\.|@@@|!!!) <Brevant> (.*) - [A-Za-z0-9_]+\.cpp\(\d+\)')
 FAILURE = '!!! '
 
-# Lines at the level of failures that are none; docs/debug-trace.md says why.
+# Harmless lines at the level of failures; docs/debug-trace.md says why.
 HARMLESS = re.compile('|'.join((
     r'.* - QueryValue(\(QOR_CONFIG_MERGE\))? failed\. \[0x00000002\]',
     r'KzCommon::Storage::Reg::StoreValue\((?!.*failed).*\)',

@@ -209,7 +209,7 @@ class Trial:
         return code == ENDED
 
     def deploy(self) -> tuple[threading.Thread, State, list[Move], list[str]]:
-        """Runs the agent until it asks or ends; returns it and how the machine stands then."""
+        """Runs the agent until it asks or ends; returns it and the state of the machine then."""
         self.progress('deployment')
         if ANSWERS[self.options.answer]:
             self.question.hold()
@@ -336,12 +336,12 @@ class Parser(argparse.ArgumentParser):
         """The options that say what is shown."""
         self.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write report.html and report.json there')
         self.add_argument('--programs', type=pathlib.Path, metavar='DIR',
-                          help='a folder with the programs to try; without it those that are built here')
+                          help='a folder with the programs to try instead of those built here')
         self.add_argument('--details', type=room_list, nargs='?', const='all', default='', metavar='LIST',
                           help=f'all, or some of {",".join(ROOMS)}')
 
     def take_programs(self, folder: Optional[pathlib.Path]) -> None:
-        """Makes them those that a machine gets."""
+        """Uses the programs of this folder on the machines."""
         if not folder:
             return
         for name in ('Brevant.exe', 'BrevantCheck.exe'):
@@ -365,14 +365,14 @@ class Parser(argparse.ArgumentParser):
 
 def parse(arguments: list[str]) -> argparse.Namespace:
     parser = Parser('tools/try.sh', description='Tries an update on a throwaway machine.')
-    parser.add_argument('update', type=pathlib.Path, nargs='?', help='what lies over the install folder; the sample')
+    parser.add_argument('update', type=pathlib.Path, nargs='?', help='files for the install folder; the sample')
     parser.add_argument('--installed', type=pathlib.Path, help='an install folder with its registry.reg')
     parser.add_argument('--language', default='', help="the product's language, for example EN-US; all: each language "
                         'of the update, in one table')
     parser.add_argument('--answer', choices=ANSWERS, default='ok', help='to the question whether to restart')
     parser.add_argument('--force', action='store_true', help='even if the checker finds errors')
-    parser.add_argument('--allow', action='append', default=[], metavar='WHAT', help='do not count what is meant to be '
-                        f'so: {", ".join(sorted(set().union(*CODES.values())))}, or a part of the line that is shown')
+    parser.add_argument('--allow', action='append', default=[], metavar='WHAT', help='do not count intended results: '
+                        f'{", ".join(sorted(set().union(*CODES.values())))}, or a part of the line that is shown')
     parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='keep the trace files and the registry there')
     parser.add_argument('--kill-at', type=int, default=0, metavar='N', help='end the first run at its N-th trace line')
     parser.add_views()
@@ -408,7 +408,7 @@ def try_once(options: Options, title: str) -> tuple[int, Optional[Outcome]]:
     except Refused as findings:
         say('')
         print(findings)
-        print('[try] REFUSED: the checker found errors (--force tries all the same)')
+        print('[try] REFUSED: the checker found errors (--force tries it anyway)')
         return REFUSED, None
     except CheckerFailed as failure:
         say('')

@@ -3,7 +3,7 @@
     python3 -m shipping.dependencies [--lock FILE] VERB
 
     fetch FOLDER [--exact]   unpacks each package into FOLDER/NAME
-    renew                    writes the lock (tools/dependencies.lock) anew
+    renew                    writes a new lock (tools/dependencies.lock)
     check                    compares the lock with the archive's lists: 0 none is older than the newest that they name,
                              1 one is, 3 not known, for the archive cannot be reached or names none
 
@@ -164,7 +164,7 @@ def _download(archive: Archive, locked: Source, cache: pathlib.Path, exact: bool
     if any(source.version == locked.version for source in named) and archive.download(locked, cache):
         if sha256(cache / locked.dsc) != locked.sha256:
             (cache / locked.dsc).unlink()
-            raise DependencyError(f'{locked.dsc} has not the locked SHA-256: the archive\'s copy was altered')
+            raise DependencyError(f'{locked.dsc} does not have the locked SHA-256: the archive\'s copy was altered')
         return locked
     _require_lists(archive, locked, named)
     newer = [source for source in named if is_newer(source.version, locked.version)]

@@ -20,7 +20,7 @@ from shipping.dependencies import USED, DependencyError, downloads, files_of, re
 
 BIN = pathlib.PurePath('build/release/bin')
 DEPS = pathlib.PurePath('build/deps')
-# A release without one of these is none; every other program in the folder of programs is shipped, too.
+# A release needs all of these; every other program in the folder of programs is shipped, too.
 NEEDED = ('Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll')
 # Documents for those who work on the program; all others are guides for those who use it.
 INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md', 'windows-trial.md')
@@ -28,7 +28,7 @@ INTERNAL_DOCUMENTS = ('architecture.md', 'performance.md', 'release.md', 'window
 TOOLS = ('agree.sh', 'check.sh', 'try.sh')
 TOOL_FOLDERS = ('tools/brevantlab', 'samples', 'starter', 'schemas')
 STANDINS = ('KzDbgFault.dll', 'wtsapi32.dll')
-# Name in the archive -> file; relative ones stand in the built dependencies.
+# Name in the archive -> file; relative paths are in the built dependencies.
 LICENCES = {
     'Expat.txt': 'share/licenses/Expat.txt',
     'JsonCpp.txt': 'share/licenses/JsonCpp.txt',
