@@ -1,5 +1,5 @@
-// Entry point of the checking program: checks updates before they ship and machines after it. It runs as whoever calls
-// it, and writes nothing but the manifest of "manifest --into" and the folder of "new".
+// Entry point of the checking program: checks updates before they ship and machines after it. It runs with
+// its caller's rights, and writes only the manifest of "manifest --into" and the folder of "new".
 #include "check/lint/Lint.h"
 #include "check/simulate/Plan.h"
 #include "check/start/NewUpdate.h"
@@ -31,20 +31,20 @@ constexpr Verb kVerbs[] = {
      kNewNames, 1, 1, RunNew},
     {L"lint", L"UPDATE [--installed DIR] [--language TAG]... [--strict] [--format text|sarif]",
      L"Finds every mistake of an update that can be found before it ships. UPDATE is a folder as the update client\n"
-     L"leaves it: QorPaFrwk.ini, UpdateInfo.ini, Component\\... docs/check-rules.md has a page on every rule.\n\n"
+     L"leaves it: QorPaFrwk.ini, UpdateInfo.ini, Component\\... docs/check-rules.md describes every rule.\n\n"
      L"  --installed DIR  the folder of the installed product; without it UPDATE itself when it is one\n"
      L"  --language TAG   a language that the update must serve, such as EN-US\n"
      L"  --strict         warnings count as errors\n\n"
      L"Exit code: 0 clean, 1 errors, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kStrict | kFormatSarif, 1, 1, RunLint},
     {L"plan", L"UPDATE [--installed DIR] [--language TAG] [--format text|json] [--trace]",
-     L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run; does nothing of\n"
-     L"it. An update elsewhere than in the install folder is taken as if it lay there.\n\n"
-     L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller may not look\n"
+     L"Shows what \"Brevant.exe /DeployFramework\" would do on this machine, in the order of the run, and changes\n"
+     L"nothing. An update outside the install folder is treated as if it were there.\n\n"
+     L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller has no access\n"
      L"  [restart] when Windows starts again\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names. A file\n"
-     L"                   registry.reg in it says what the product's registry key holds.\n"
-     L"  --language TAG   the language of the installed product, whatever the registry says\n"
+     L"                   registry.reg in it has the values of the product's registry key.\n"
+     L"  --language TAG   the language of the installed product, instead of the one in the registry\n"
      L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kFormatJson | kTrace, 1, 1, RunPlan},
@@ -56,15 +56,15 @@ constexpr Verb kVerbs[] = {
      L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
      kInto, 1, 1, RunManifest},
     {L"verify", L"[FILE] [--installed DIR] [--format text|json]",
-     L"Says of each promise of a manifest, FILE, whether this machine has it. Without FILE it takes the manifest that\n"
-     L"was shipped with the update, QorUpdate.json: the newest of the one in the install folder, the one that waits\n"
-     L"for the restart, and the one in the download folder. Its last line names the file.\n\n"
+     L"Says of each promise of a manifest, FILE, whether this machine keeps it. Without FILE it uses the manifest\n"
+     L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"
+     L"restart moves, and in the download folder. Its last line names the file.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n\n"
      L"Exit code: 0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson, 0, 1, RunVerify},
     {L"trace", L"FILE... [--all]",
-     L"Sums up every run of the trace files: when, how long, what was done, what failed. Files that were rolled\n"
-     L"(FILE.1, ...) are read along.\n\n"
+     L"Summarises every run of the trace files: time, duration, actions, failures. It also reads earlier files\n"
+     L"(FILE.1, ...).\n\n"
      L"  --all            shows also the harmless lines that look like failures\n\n"
      L"Exit code: 0 read, 2 wrong use, 3 cannot read.",
      kAll, 1, SIZE_MAX, RunTrace},
@@ -92,7 +92,7 @@ bool Write(DWORD dwHandle, std::string_view strText)
 
 int wmain(int argc, wchar_t** argv)
 {
-    // Nothing is loaded from the folder of the program or the current one but what is named with its path.
+    // Libraries named without a path are not loaded from the program's folder or the current one.
     ::SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32);
     ::SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
 

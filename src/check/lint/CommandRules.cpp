@@ -56,7 +56,7 @@ void CheckLength(const CommandCheck& check)
                   (bRegistered ? L"Windows runs at most 260" : L"it is not even registered"));
 }
 
-/// The command with blanks for what "echo" of the command interpreter writes: that is text and no path.
+/// The command with the output of "echo" replaced by spaces: that output is text, not a path.
 std::wstring WithoutEchoedText(std::wstring tstrCommand)
 {
     const std::wstring tstrLower = String::LowerCase(tstrCommand);
@@ -71,7 +71,7 @@ std::wstring WithoutEchoedText(std::wstring tstrCommand)
     return tstrCommand;
 }
 
-/// A placeholder that stands for a folder with blanks on most machines, outside quotes.
+/// Reports a placeholder outside quotes whose folder contains spaces on most machines.
 void CheckQuotes(const CommandCheck& check)
 {
     const CustomerFolders usual(kUsualInstallFolder, L"...");
@@ -85,13 +85,13 @@ void CheckQuotes(const CommandCheck& check)
             if (tstrCommand.compare(uAt, tstrText.size(), tstrText) != 0) continue;
             const std::wstring tstrFolder = usual.Expand(tstrText);
             if (tstrFolder.find(L' ') == std::wstring::npos) continue;
-            check.Add(Rule::eUnquotedPath, uAt, tstrText + L" stands outside quotes and has blanks: " + tstrFolder);
+            check.Add(Rule::eUnquotedPath, uAt, tstrText + L" is outside quotes and contains spaces: " + tstrFolder);
             return;
         }
     }
 }
 
-/// A path written out that breaks off without an extension at a blank and goes on after it. False where there is one.
+/// Reports a path that ends without an extension at a space and continues after it. False if there is one.
 bool CheckBlanks(const CommandCheck& check)
 {
     const std::vector<Word> words = SplitCommand(WithoutEchoedText(WithPlainQuotes(check.record.tstrValue)));
@@ -105,7 +105,7 @@ bool CheckBlanks(const CommandCheck& check)
                              !BeginsWithDrive(tstrNext) &&
                              std::wstring_view(L"\\/-%{").find(tstrNext.front()) == std::wstring_view::npos;
         if (!bBreaksOff || !bGoesOn) continue;
-        check.Add(Rule::eUnquotedPath, words[u].uBegin, L"the path ends at the blank: \"" + tstrText + L"\"",
+        check.Add(Rule::eUnquotedPath, words[u].uBegin, L"the path ends at the space: \"" + tstrText + L"\"",
                   L"\"" + tstrText + L" " + tstrNext + L"\"");
         return false;
     }

@@ -37,8 +37,8 @@ constexpr std::pair<const wchar_t*, const wchar_t*> kVariables[] = {
     {L"%tmp%", L"C:\\Users\\User\\AppData\\Local\\Temp"},
 };
 
-/// Programs that carry out what they are given: after that option or, where there is none, as their first argument that
-/// is no option.
+/// Programs that open another file: the argument after that option or, if the row has no option, the first argument
+/// that is not an option.
 struct OpenerRow {
     const wchar_t* szProgram;
     const wchar_t* szOption;

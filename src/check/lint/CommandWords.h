@@ -9,7 +9,7 @@
 
 namespace Check {
 
-/// A word of a command line: what stands between blanks, where quotes hold blanks together.
+/// A word of a command line. Spaces separate words, except inside quotes.
 struct Word {
     std::size_t uBegin;
     std::wstring tstrText;  ///< without quotes
@@ -22,7 +22,7 @@ struct Word {
 
 [[nodiscard]] std::vector<Word> SplitCommand(std::wstring_view tstrCommand);
 
-/// The words of a command with placeholders expanded after the splitting, whether their blanks are in quotes or not.
+/// The words of a command, split before the placeholders are expanded: a space in a folder name splits no word.
 [[nodiscard]] std::vector<Word> SplitExpanded(std::wstring_view tstrCommand, const CustomerFolders& folders);
 
 /// A file that a command starts, or has a program of Windows carry out.

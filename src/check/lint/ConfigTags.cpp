@@ -26,8 +26,8 @@ std::wstring ParentOf(const std::wstring& tstrPath)
     return tstrPath.substr(0, tstrPath.rfind(L'/'));
 }
 
-/// The tag of `names` that `tstrPath` (folded) is most likely a slip of: of the same section, nearly the same name, and
-/// none that the file has besides. Empty when there is none.
+/// The tag of `names` that the author most likely meant by `tstrPath` (folded): in the same section, with nearly the
+/// same name, and not in the file itself. Empty if no tag fits.
 std::wstring NearestTag(const std::wstring& tstrPath, const TagNames& names, const FileTags& file)
 {
     const std::wstring tstrParent = ParentOf(tstrPath);
@@ -66,7 +66,7 @@ TagNames KnownNames(const Update& update)
     return names;
 }
 
-/// What stands after the last separator of a path or tag path.
+/// The part after the last separator of a path or tag path.
 std::wstring LastName(const std::wstring& tstrPath)
 {
     return tstrPath.substr(tstrPath.find_last_of(L"\\/") + 1);
@@ -153,7 +153,7 @@ void CheckTagNames(const Update& update, const std::vector<FileTags>& files, Rep
     const TagNames known = KnownNames(update);
     std::set<std::wstring> misspelt;  // and what they are slips of
     for (const FileTags& file : files) CheckMisspelt(file, known, misspelt, report);
-    // A file without a language is for those that have none of their own.
+    // A file without a language serves the languages that have no file of their own.
     Languages languages;
     for (const FileTags& file : files) {
         if (LastName(file.tstrFile).find(L'_') != std::wstring::npos) languages.push_back(&file);

@@ -133,7 +133,7 @@ void CheckNames(const FileCheck& check)
 
 void FileCheck::AddWithRecord(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrRecord) const
 {
-    // The suggestion is checked like a record of its own: an invalid one helps nobody.
+    // The suggestion is checked like a record of its own: an invalid one would not help.
     Report findings;
     const FileCheck other{record, iOp, ParseFileRecord(iOp, folders.Expand(tstrRecord)), folders, findings};
     const bool bTaken = !tstrRecord.empty() && other.parsed.eRefusal == FileRefusal::eNone && CheckRefusal(other);
@@ -145,7 +145,7 @@ void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
 {
     if (check.IsFolder()) return;
     const bool bNoName = check.parsed.tstrPattern.empty();
-    // Nothing else of this machine is looked at: a record may name a share of somebody's server.
+    // Nothing else of this machine is looked at: a record may name a share on a server.
     const bool bKnown = around.update.InstalledFolder() &&
                         String::IsBelow(check.parsed.tstrPath, around.folders.InstalledDir()) &&
                         Storage::Directory::IsExisted(check.parsed.tstrPath);
@@ -282,7 +282,7 @@ void AddCreated(String::NoCaseSet& created, std::wstring tstrFolder)
     }
 }
 
-/// Folders that files are for and that nobody makes. Of places outside the install folder nothing is known.
+/// Reports destination folders that no record creates. Places outside the install folder are unknown.
 void CheckDestinations(const Surroundings& around, Report& report)
 {
     const std::wstring& tstrInstalled = around.folders.InstalledDir();

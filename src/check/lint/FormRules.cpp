@@ -25,12 +25,12 @@ void CheckEncoding(const IniScan& scan, Report& report)
     switch (scan.Encoding()) {
         case IniEncoding::eUtf16:
         case IniEncoding::eAscii: break;
-        case IniEncoding::eUtf16Unmarked: add({1, 1}, L"UTF-16 without its byte order mark"); break;
+        case IniEncoding::eUtf16Unmarked: add({1, 1}, L"UTF-16 without its BOM"); break;
         case IniEncoding::eOtherMark:
-            add({1, 1}, L"the byte order mark is not that of UTF-16, little end first: the first line is lost");
+            add({1, 1}, L"the BOM is not that of UTF-16, little-endian: the first line is lost");
             break;
         case IniEncoding::eCodePage:
-            add(scan.FirstForeign(), L"a character outside ASCII, and the file is not UTF-16 with its mark");
+            add(scan.FirstForeign(), L"a character outside ASCII, and the file is not UTF-16 with its BOM");
             break;
     }
     if (!scan.LoneReturns().empty()) {
@@ -38,7 +38,7 @@ void CheckEncoding(const IniScan& scan, Report& report)
                    Counted(scan.LoneReturns().size(), L"line ends", L"lines end") +
                        L" in CR without LF: two lines may be read as one; save the file with CR LF");
     }
-    for (const TextPosition& place : scan.Damaged()) add(place, L"half a character: a surrogate that stands alone");
+    for (const TextPosition& place : scan.Damaged()) add(place, L"half a character: a surrogate without its partner");
 }
 
 void CheckRecord(const IniSection& section, const IniRecord& record, const std::vector<std::wstring>& keys,
@@ -55,10 +55,10 @@ void CheckRecord(const IniSection& section, const IniRecord& record, const std::
         add(Rule::eUnknownKey, record.place, L"[" + section.tstrName + L"] has no key \"" + record.tstrKey + L"\"",
             NearestOf(record.tstrKey, keys));
     } else if (record.bBlankBefore) {
-        add(Rule::eUnknownKey, record.place, L"blanks before \"=\" may become part of the key", record.tstrKey + L"=");
+        add(Rule::eUnknownKey, record.place, L"spaces before \"=\" may become part of the key", record.tstrKey + L"=");
     }
     if (!record.IsRecord()) {
-        add(Rule::eValueLength, record.valuePlace, L"the value is empty: the line is passed over");
+        add(Rule::eValueLength, record.valuePlace, L"the value is empty: the line is ignored");
     } else if (!IsRecordLengthValid(record.tstrValue)) {
         add(Rule::eValueLength, record.valuePlace,
             L"the value has " + std::to_wstring(record.tstrValue.size()) + L" characters, at most " +
@@ -90,7 +90,7 @@ void CheckSectionName(const IniScan& scan, const IniSection& section, bool bKnow
     const IniSection* const pFirst = scan.Find(section.tstrName);
     if (pFirst != &section) {
         add(Rule::eRepeatedSection,
-            L"stands in line " + std::to_wstring(pFirst->place.uLine) + L" already: Windows reads only that one");
+            L"is already in line " + std::to_wstring(pFirst->place.uLine) + L": Windows reads only that one");
     }
 }
 
@@ -130,7 +130,7 @@ bool HasRecords(const IniScan& scan, const wchar_t* szSection)
                                    [](const IniRecord& record) { return record.IsRecord(); });
 }
 
-/// Whether a key is one of those that are carried out only where both of their sections can be read.
+/// Whether a key is carried out only if both of its sections can be read.
 bool IsRemoval(const SectionKey* pKey)
 {
     constexpr const ::Section* kRead[] = {&SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot"),
@@ -151,7 +151,7 @@ void CheckRemovalSections(const IniScan& scan, Report& report)
     const bool bRemoves =
         std::ranges::any_of(instructions, [](const Instruction& instruction) { return IsRemoval(instruction.pKey); });
     report.AddAs(bRemoves ? Severity::eError : Severity::eWarning, Rule::eMissingSection, kInstructionFile, there.place,
-                 L"[" + there.tstrName + L"] stands without " + (bFolders ? L"[QOR_FILE]" : L"[QOR_DIR]") +
+                 L"[" + there.tstrName + L"] is there without " + (bFolders ? L"[QOR_FILE]" : L"[QOR_DIR]") +
                      L": nothing is removed");
 }
 
@@ -168,7 +168,7 @@ void CheckForm(const LintContext& context, Report& report)
             std::wstring(bThere ? L"there is no section" : L"the file is missing") + L": nothing is carried out");
     }
     for (const IniRecord& record : scan.Stray()) {
-        report.Add(Rule::eNoRecord, kInstructionFile, record.place, L"the line stands before the first section");
+        report.Add(Rule::eNoRecord, kInstructionFile, record.place, L"the line is before the first section");
     }
     for (const IniSection& section : scan.Sections()) {
         const std::vector<std::wstring> keys = KeysOf(section.tstrName);

@@ -75,8 +75,8 @@ LanguageKind NotificationKind(const IniScan& scan)
     return kind;
 }
 
-/// The language that was meant by a tag: one that begins with the same letters, that all the kinds lack which have the
-/// tag, and that more of the other kinds have; of equally many, English. Empty when there is none.
+/// The language that the author most likely meant by a tag. It begins with the same letters, all the kinds with the tag
+/// lack it, and more of the other kinds have it; of equally many, English. Empty if no language fits.
 std::wstring MeantLanguage(const std::wstring& tstrKey, const std::vector<LanguageKind>& kinds,
                            const Languages& languages)
 {

@@ -105,7 +105,7 @@ bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingP
     }
     report.Add(Rule::ePackageMissing, kUpdateInfoFile, place,
                L"the " + std::wstring(missing.szKind) + L" package is not there, it is looked for in " + tstrFolder +
-                   L": nothing of it is deployed",
+                   L": the agent does not deploy it",
                missing.tstrMeant);
     return true;
 }
@@ -118,7 +118,7 @@ std::wstring MeantFolder(const Package& package, const std::vector<std::wstring>
     return NearestOf(tstrRefused.empty() ? package.tstrDownloadPath : tstrRefused.substr(uName), others);
 }
 
-/// Packages that nobody deploys. An install folder may have those of earlier updates.
+/// Reports packages that are not deployed. An install folder may have those of earlier updates.
 void CheckUnnamedPackages(const Update& update, const std::vector<std::wstring>& others,
                           const std::set<std::wstring>& meant, Report& report)
 {
@@ -130,11 +130,11 @@ void CheckUnnamedPackages(const Update& update, const std::vector<std::wstring>&
         if (bInOther || meant.contains(tstrName)) continue;
         report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kComponents + tstrName, {},
                      std::wstring(L"neither ") + ProductDownloadKey().szKey + L" nor " + ResourceDownloadKey().szKey +
-                         L" of UpdateInfo.ini names this package: nothing of it is deployed");
+                         L" of UpdateInfo.ini names this package: the agent does not deploy it");
     }
 }
 
-/// Without the package that the update information names, other folders below "Component\\" are for nobody.
+/// Without the package that the update information names, the agent ignores other folders below "Component\\".
 void CheckDownloadPaths(const Update& update, Report& report)
 {
     IniScan info;
@@ -160,7 +160,7 @@ void CheckDownloadPaths(const Update& update, Report& report)
             report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
                          L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
                              update.Root().Relative(pMissing->package.folder) +
-                             L"\", which is not there: nothing of it is deployed",
+                             L"\", which is not there: the agent does not deploy it",
                          pMissing->tstrMeant);
         }
     }
@@ -182,7 +182,7 @@ void CheckSections(const LintContext& context, Report& report)
         const std::wstring tstrMissing =
             bPackage ? update.SettingFolder().Text() : update.Root().Relative(update.Product().folder);
         report.Add(Rule::eSectionWithoutPackage, kInstructionFile, pSection->place,
-                   L"[" + pSection->tstrName + L"] is passed over, for there is no folder \"" + tstrMissing + L"\"");
+                   L"[" + pSection->tstrName + L"] is ignored, because there is no folder \"" + tstrMissing + L"\"");
     }
 }
 
@@ -197,7 +197,7 @@ std::wstring ProgramFolder(const Update& update)
     return update.Root().Relative(bases.FolderOf({PackageLayout::Base::ePackage, L""}));
 }
 
-/// The platform's folder, around the one of the program's own files.
+/// The platform's folder, which contains the folder of the program's own files.
 std::wstring PlatformFolder(const Update& update)
 {
     const std::wstring tstrInner = ProgramFolder(update);
@@ -270,7 +270,7 @@ void CheckUnusedFiles(const Update& update, const std::wstring& tstrMisplaced, R
         if (String::EqualsNoCase(tstrFolder, tstrPlatform)) {
             report.Add(Rule::eNoInnerFolder, files.front(), {},
                        L"the files for this platform are looked for in \"" + ProgramFolder(update) +
-                           L"\" only: what lies beside it stays in the download folder",
+                           L"\" only: files beside it stay in the download folder",
                        ProgramFolder(update) + files.front().substr(tstrFolder.size()));
             continue;
         }
@@ -313,7 +313,7 @@ void CheckStrayFiles(const Update& update, Report& report)
         if (tstrFile.empty() || !reported.insert(tstrFile).second) continue;
         if (::PathMatchSpecW(tstrName.c_str(), kSystemFiles)) {
             report.Add(Rule::eNoProductFile, tstrFile, {},
-                       L"\"" + tstrName + L"\" is no file of a product and is installed all the same: delete it");
+                       L"\"" + tstrName + L"\" is not a product file, but would be installed: delete it");
         }
         WIN32_FILE_ATTRIBUTE_DATA data{};
         const bool bEmpty = ::PathMatchSpecW(tstrName.c_str(), kPrograms) &&

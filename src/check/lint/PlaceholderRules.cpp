@@ -13,7 +13,7 @@ namespace Check {
 
 namespace {
 
-/// A text between braces, or what is left of one where a brace is missing.
+/// A text between braces, or the text at a single brace if the other one is missing.
 struct Braced {
     std::size_t uBegin;
     std::wstring tstrText;
@@ -69,7 +69,7 @@ void CheckExpanded(const Braced& braced, RecordEffect eEffect, TextPosition plac
     if (const Placeholder* const pKnown = FindPlaceholder(braced.tstrText)) {
         if (pKnown->bMayBeUnset) {
             report.Add(Rule::eLogFolderMayBeUnset, kInstructionFile, place,
-                       braced.tstrText + L" stands for nothing where that log folder is not set" +
+                       braced.tstrText + L" is empty if that log folder is not set" +
                            (IsPath(FormOf(eEffect)) ? L": the path is refused there" : L""));
         }
         return;
@@ -96,7 +96,7 @@ void CheckUnexpanded(const Braced& braced, TextPosition place, Report& report)
     });
     if (bKnown) {
         report.Add(Rule::ePlaceholderNotExpanded, kInstructionFile, place,
-                   braced.tstrText + L" is not expanded here: it stays as it stands");
+                   braced.tstrText + L" is not expanded here: it stays as it is");
     }
 }
 

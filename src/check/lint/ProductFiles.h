@@ -29,8 +29,8 @@ public:
     /// Whether the path names a file of the packages where the update client puts it.
     [[nodiscard]] bool IsDownloaded(const std::wstring& tstrPath) const;
 
-    /// The file that the update brings to the install folder and that may have been meant by a path, below that folder:
-    /// one of the same name elsewhere, or of nearly the same path. Empty when there is none.
+    /// The file that the author may have meant by a path below the install folder: one that the update brings there
+    /// with the same name in another folder, or with nearly the same path. Empty if no file fits.
     [[nodiscard]] std::wstring NearestOf(const std::wstring& tstrPath) const;
 
 private:
@@ -42,8 +42,8 @@ private:
 };
 
 /// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
-/// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, is none of them, wherever a copy
-/// of it is.
+/// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, never counts as such a place, even
+/// if a copy of it is in one.
 [[nodiscard]] bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled);
 
 }  // namespace Check

@@ -57,7 +57,7 @@ std::wstring WrittenData(const Patch& patch)
     return uAfterType < record.tstrValue.size() ? record.tstrValue.substr(uAfterType + 1) : std::wstring();
 }
 
-/// Data that the agent takes for a missing value. False when they are none.
+/// Reports data that the agent takes for a missing value. False if the data do not mean one.
 bool CheckMissing(const Patch& patch)
 {
     if (patch.Deletes() || patch.fields.size() < eCount) return false;
@@ -77,7 +77,7 @@ void CheckDeleteFields(const Patch& patch)
                    L"there is no value name: the key's unnamed value is deleted, not the key");
     } else if (patch.fields.size() > 2) {
         patch.Warn(Rule::eRegistryFields, patch.fields[2].place,
-                   L"a deletion takes a key path and a value name: the rest is passed over");
+                   L"a deletion takes a key path and a value name: the rest is ignored");
     }
 }
 
@@ -116,7 +116,7 @@ void CheckBlanks(const Patch& patch)
         const std::wstring& tstrText = patch.fields[u].tstrText;
         if (tstrText.starts_with(L' ') || tstrText.ends_with(L' ')) {
             patch.Warn(Rule::eBlankAtField, patch.fields[u].place,
-                       L"the blanks beside \"!\" belong to \"" + tstrText + L"\"");
+                       L"the spaces beside \"!\" belong to \"" + tstrText + L"\"");
         }
     }
 }
@@ -157,7 +157,7 @@ bool CheckRoot(const Patch& patch)
     if (!bMachine && !IsOneOf(kOthers, tstrFirst)) return true;
     const std::size_t uRest = std::min(tstrPath.find_first_not_of(L":\\/", uEnd), tstrPath.size());
     patch.Error(Rule::eRootWrittenOut, patch.fields[eKeyPath].place,
-                L"all keys lie below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" is taken for a key there",
+                L"all keys are below HKEY_LOCAL_MACHINE: \"" + tstrFirst + L"\" would be a key there",
                 bMachine ? IfKeyPath(WithBackslashes(tstrPath.substr(uRest))) : std::wstring());
     return false;
 }
@@ -185,7 +185,7 @@ void CheckKeyNames(const Patch& patch)
     if (!tstrFirst.empty() && !IsOneOf(kHives, tstrFirst)) {
         const std::wstring tstrNear =
             NearestOf(tstrFirst, std::vector<std::wstring>(std::begin(kHives), std::end(kHives)));
-        patch.Error(Rule::eKeyPath, place, L"Windows lets nobody make a key \"" + tstrFirst + L"\" below the root",
+        patch.Error(Rule::eKeyPath, place, L"Windows does not allow a new key \"" + tstrFirst + L"\" below the root",
                     tstrNear.empty() ? std::wstring() : IfKeyPath(tstrNear + tstrPath.substr(tstrFirst.size())));
     }
     for (std::size_t uBegin = 0; uBegin < tstrPath.size();) {
@@ -226,15 +226,14 @@ void CheckDefaultName(const Patch& patch)
     const Field& name = patch.fields[eValueName];
     if (!String::EqualsNoCase(name.tstrText, kDefault)) return;
     if (patch.OnlyMissing() && name.tstrText == kDefault) {
-        patch.Warn(Rule::eDefaultName, name.place,
-                   L"the unnamed value is written at every run, whatever the machine has there");
+        patch.Warn(Rule::eDefaultName, name.place, L"the unnamed value is overwritten in every run");
     } else {
         patch.Error(Rule::eDefaultName, name.place,
                     L"a value that is really called \"" + name.tstrText + L"\" is meant here, not the unnamed one");
     }
 }
 
-/// The number that may have been meant by data that are none: hexadecimal, negative or with blanks.
+/// The number that the author may have meant by invalid data: hexadecimal, negative or with spaces.
 std::wstring NearestNumber(const std::wstring& tstrData, bool bQword)
 {
     wchar_t* pEnd = nullptr;
@@ -363,8 +362,7 @@ void CheckProductPath(const Patch& patch, const CustomerFolders& folders)
                     tstrThen);
 }
 
-/// What a record makes of the one before it that has to do with the same value. False when the record itself does
-/// nothing.
+/// Reports the effect of a record on an earlier record about the same value. False if the record itself has no effect.
 bool CompareWithLast(const Patch& patch, const Patch& last)
 {
     const auto lineOf = [](const Patch& other) {

@@ -50,7 +50,7 @@ std::optional<std::size_t> FindSecret(std::wstring_view tstrText)
         std::size_t uName = uAt;
         while (uName > 0 && IsNameCharacter(tstrText[uName - 1])) --uName;
         const std::wstring_view tstrName = tstrText.substr(uName, uAt - uName);
-        // A blank follows the name of an option only.
+        // A space follows only the name of an option.
         const bool bOption = tstrName.starts_with(L'-') || (uName > 0 && tstrText[uName - 1] == L'/');
         const bool bNamed = tstrText[uAt] != L' ' || bOption;
         if (bNamed && IsSecretName(tstrName) && !IsNoSecret(tstrText.substr(uAt + 1))) return uAt + 1;

@@ -189,7 +189,7 @@ void Description::CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, 
         taken.insert(item.pElement);
         if (!item.bFolder) {
             for (const XmlElement* p = item.pElement->GetFirstChild(); p; p = p->GetNextSibling()) {
-                CheckPassedOver(*p, L"stands in a shortcut");
+                CheckPassedOver(*p, L"is in a shortcut");
             }
         } else if (item.szRefusal) {
             CheckPassedOver(*item.pElement, L"is refused");
@@ -200,7 +200,7 @@ void Description::CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, 
     for (const XmlElement* p = parent.GetFirstChild(); p; p = p->GetNextSibling()) {
         if (taken.contains(p)) continue;
         const bool bDirect = p->IsNamed(L"Shortcut");
-        CheckPassedOver(*p, bDirect ? L"stands in the Start menu itself, in no folder" : L"is passed over");
+        CheckPassedOver(*p, bDirect ? L"is directly in the Start menu, not in a folder" : L"is ignored");
     }
 }
 

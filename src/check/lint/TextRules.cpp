@@ -33,14 +33,14 @@ void CheckTableEncoding(const IniScan& scan, const std::wstring& tstrFile, Repor
     const bool bBorne = scan.Encoding() == IniEncoding::eUtf16 || scan.Encoding() == IniEncoding::eAscii;
     if (!bBorne) {
         report.Add(Rule::eStringTable, tstrFile, bForeign ? scan.FirstForeign() : TextPosition{1, 1},
-                   L"the table is not UTF-16 with its mark, and not plain ASCII");
+                   L"the table is neither UTF-16 with its BOM nor plain ASCII");
     }
     if (!scan.LoneReturns().empty()) {
         report.Add(Rule::eLineEnd, tstrFile, scan.LoneReturns().front(),
                    L"CR without LF: two lines may be read as one; save the file with CR LF");
     }
     for (const TextPosition& place : scan.Damaged()) {
-        report.Add(Rule::eStringTable, tstrFile, place, L"half a character: a surrogate that stands alone");
+        report.Add(Rule::eStringTable, tstrFile, place, L"half a character: a surrogate without its partner");
     }
 }
 
@@ -75,7 +75,7 @@ void CheckTable(const Update& update, const std::wstring& tstrFile, Report& repo
     const Storage::Ini::Section read =
         Storage::Ini::ReadSection(update.FullPath(tstrFile), kGlobal, kStringTableGrowth);
     if (read.eOutcome == Storage::Ini::SectionOutcome::eTooLarge) {
-        add(pGlobal->place, L"[Global] is too long: nothing of it is read");
+        add(pGlobal->place, L"[Global] is too long: Windows does not read it");
         return;
     }
     std::vector<std::wstring> keys;
@@ -121,7 +121,7 @@ void CheckNotification(const IniSection& section, Report& report)
         CheckQuotes(record, kInstructionFile, report);
         if (++cTexts != 3) continue;
         report.Add(Rule::eNotification, kInstructionFile, record.place,
-                   L"title and message are the first two texts: nobody sees this one");
+                   L"title and message are the first two texts: this one is never shown");
     }
     if (cTexts >= 2) return;
     report.Add(Rule::eNotification, kInstructionFile, section.place,
@@ -175,7 +175,7 @@ std::optional<bool> IsNewNameDue(const ProductTexts& texts)
     return JudgeNewName(texts.TextOf(L"Language").value_or(L""), *optVersion, tstrBuild) == NewNameNeed::eDue;
 }
 
-/// Whether the installed product has a string table: of each of `languages`, or, when there are none, of any.
+/// Whether the installed product has a string table for each of `languages`, or, if that is empty, for any language.
 bool HasInstalledTable(const std::wstring& tstrInstalled, const std::vector<std::wstring>& languages)
 {
     const std::wstring tstrResource = tstrInstalled + L"Resource\\";

@@ -43,7 +43,7 @@ void CheckFields(const IniRecord& record, Report& report)
     for (std::size_t u = 0; u < fields.size() && u < kFields - 1; ++u) {
         const std::wstring& tstrText = fields[u].tstrText;
         if (tstrText.starts_with(L' ') || tstrText.ends_with(L' ')) {
-            add(Severity::eWarning, fields[u].place, L"there are blanks beside \"!\"");
+            add(Severity::eWarning, fields[u].place, L"there are spaces beside \"!\"");
         }
     }
 }
@@ -150,7 +150,7 @@ void CheckVersion(const LintContext& context, Report& report)
                        L": the old version stays recorded");
     } else if (!Storage::Directory::IsExisted(context.update.FullPath(context.update.SettingFolder()))) {
         report.Add(Rule::eVersionNotRecorded, kInstructionFile, pSection->place,
-                   L"[UPDATE_INFO] is passed over, for there is no folder \"" + context.update.SettingFolder().Text() +
+                   L"[UPDATE_INFO] is ignored, because there is no folder \"" + context.update.SettingFolder().Text() +
                        L"\": the old version stays recorded");
     }
 }

@@ -18,7 +18,7 @@ namespace Check {
                                                                       const std::wstring& tstrFile, Rule eRule,
                                                                       Report& report);
 
-/// Where an element's start tag stands.
+/// The position of an element's start tag.
 [[nodiscard]] TextPosition PlaceOfElement(const KzCommon::Storage::XmlElement& element);
 
 }  // namespace Check

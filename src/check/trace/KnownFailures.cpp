@@ -43,7 +43,7 @@ constexpr HarmlessRow kHarmless[] = {
     {L"[SHCreateItemFromParsingName]failed.", L"\\Taskbar\\", L"hr=-2147024894", L"",
      L"the product was not pinned to the taskbar"},
     {L"*** CoCreateInstance [IStartMenuPinnedList] failed. [0x80040154]", L"", L"", L"",
-     L"nothing can be unpinned there; the shortcuts are removed all the same"},
+     L"the shell cannot unpin anything there; the shortcuts are removed anyway"},
     {L"*** ::WTSSendMessage() failed. [0x00000000]", L"", L"", L"",
      L"Wine shows no question, and gives no code; on Windows a failure has one"},
 };
