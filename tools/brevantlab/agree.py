@@ -1,4 +1,4 @@
-"""Whether a run does what "BrevantCheck plan" said it would, on random updates and machines (tools/agree.sh).
+"""Compares a run with "BrevantCheck plan" on random updates and machines (tools/agree.sh).
 
     with AgreementMachine() as machine:
         disagreements = machine.try_scenario(random_scenario(17), restart=True)
@@ -118,8 +118,8 @@ def changes_of(output: str) -> list[PlannedChange]:
 
 
 def expected_state(before: State, changes: list[PlannedChange]) -> tuple[State, list[PlannedChange]]:
-    """What the machine is to be after the run and before the restart, and the changes of contents: they say what is
-    in a file afterwards, not the whole file."""
+    """The planned state of the machine after the run and before the restart, and the changes of contents: they name
+    single values of a file, not its whole content."""
     after = copy.deepcopy(before)
     edits: list[PlannedChange] = []
     for change in changes:
@@ -177,7 +177,7 @@ def _with_parents(path: str) -> set[str]:
 
 
 def disagreements(before: State, changes: list[PlannedChange], after: State, asked: bool) -> Iterator[str]:
-    """Where a run did not do what was planned."""
+    """The differences between a run and its plan."""
     expected, edits = expected_state(before, changes)
     edited = {after.real(edit['target']) for edit in edits}
     for path in edited:
@@ -258,7 +258,7 @@ def _at_restart(changes: list[PlannedChange]) -> dict[str, PlannedChange]:
 
 
 def arrivals(before: State, changes: list[PlannedChange], after: State) -> Iterator[str]:
-    """Where the restart did not do what was planned."""
+    """The differences between a restart and its plan."""
     for path, change in _at_restart(changes).items():
         action, outcome, place = change['action'], change['outcome'], after.real(path)
         # Windows deletes a link; Wine leaves it, and the folders above it.
@@ -424,7 +424,7 @@ def _set_attributes(file: pathlib.Path, letters: str) -> None:
 
 
 def keep(scenario: Scenario, folder: pathlib.Path) -> None:
-    """Writes a scenario to a folder of the host: its files, and what else there is about it."""
+    """Writes a scenario to a folder of the host: its files and its other properties."""
     home = folder / re.sub(r'[^\w.-]+', '-', scenario.name)
     for path, content in {**scenario.files, scenario.install + 'QorPaFrwk.ini': scenario.instructions()}.items():
         file = home / path.replace(':', '').replace('\\', '/')

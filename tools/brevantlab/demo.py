@@ -1,4 +1,4 @@
-"""Tries the sample's update once for each of its languages, and compares what is seen with what it must show."""
+"""Tries the sample's update once for each of its languages, and compares the results with the expected ones."""
 import argparse
 import os
 import pathlib
@@ -215,7 +215,7 @@ class Expectations:
 
 
 def play(language: str) -> tuple[Outcome, list[str]]:
-    """Tries the sample in a language; returns what was seen, and the expectations that do not hold."""
+    """Tries the sample in a language; returns the outcome, and the expectations that are not met."""
     home = pathlib.Path(tempfile.mkdtemp(prefix='brevant-sample-'))
     try:
         update, installed = write_sample(home)

@@ -128,7 +128,7 @@ def write_sample(folder: pathlib.Path) -> tuple[pathlib.Path, pathlib.Path]:
 
 
 def install_folder(machine: Machine, installed: pathlib.Path, language: str = '') -> str:
-    """Puts an installed product on the machine: a folder's files into the install folder, those below OUTSIDE into
+    """Puts an installed product on the machine: a folder's files into the install folder, files below OUTSIDE into
     C:\\, and "registry.reg" into the registry. Returns its language."""
     for path, content in host_files(installed).items():
         if path != 'registry.reg':
@@ -143,8 +143,8 @@ def install_folder(machine: Machine, installed: pathlib.Path, language: str = ''
 
 
 def enable_trace(machine: Machine) -> None:
-    """Whatever the product has been told: its trace is on, and in a folder where it can be read. That of protected
-    programs, in which the agent never runs, stays where it is."""
+    """Switches the trace on in a readable folder, over the settings of the product. The settings of protected
+    programs, which the agent never is, stay unchanged."""
     places = {session: values['LogFolder'] for session in SESSIONS
               for values in machine.read_tree(f'{SETTINGS}\\1\\DebugLog\\{session}').values() if 'LogFolder' in values}
     machine.enable_trace()

@@ -1,4 +1,4 @@
-"""A throwaway Windows machine: a Wine prefix of its own, cloned from a template and gone after use.
+"""A throwaway Windows machine: a Wine prefix of its own, cloned from a template and deleted after use.
 
     with Machine() as machine:
         machine.install_program(PRODUCT)
@@ -61,7 +61,7 @@ class Machine:
         self.prefix = self.root / 'prefix'
         self.overrides: dict[str, str] = {}  # DLL name -> Wine's load order, "n,b" for a stand-in beside the program
         self.user = prefixes.environment(self.prefix).get('USER', 'root')
-        self.repeated: list[str] = []  # what tools had to be told twice
+        self.repeated: list[str] = []  # commands that tools had to repeat
         self._drives: list[pathlib.Path] = []
         self._settings: list[str] = []
         self._imports = 0
@@ -84,8 +84,8 @@ class Machine:
 
     def run(self, *command: object, cwd: Optional[pathlib.Path] = None, timeout: float = 120, capture: bool = True,
             errors: bool = True, debug: str = QUIET) -> Result:
-        """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output, with what it
-        says on standard error unless that is not wanted; `debug` is what Wine itself tells there."""
+        """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output, with its
+        standard error unless `errors` is false; `debug` selects the messages of Wine itself there."""
         self._boot()
         return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors, debug=debug)
 
@@ -277,7 +277,7 @@ class Machine:
         return tree.get('', {}).get(MARK) == ('dword', self._imports)
 
     def _insist(self, what: str, action: Callable[[], Optional[Answer]]) -> Answer:
-        """Repeats what a tool does until it has an answer."""
+        """Repeats a tool's work until it succeeds."""
         failures = []
         for _ in range(ATTEMPTS):
             try:

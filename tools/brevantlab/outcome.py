@@ -69,7 +69,7 @@ class Check:
 
 
 class Row(NamedTuple):
-    """One line of the details: what it is, how it was, how it is, and what became of it."""
+    """One line of the details: name, state before, state after, and result."""
     name: str
     before: str
     after: str
@@ -263,8 +263,8 @@ class Outcome:
         return self.lint.failure() or (self.lint.lines[-1] if self.lint.lines else str(self.lint.code))
 
     def details(self) -> dict[str, list[Row]]:
-        """Rows by room: files, registry, the agent's own values, shortcuts, settings, trace, and what the checker
-        said."""
+        """Rows by room: files, registry, the agent's own values, shortcuts, settings, trace, and the
+        checker's findings."""
         lost = self.planned.get('leftBehind', [])
         return {'files': self._file_rows(), 'registry': self._value_rows(False), 'agent': self._value_rows(True),
                 'shortcuts': self._link_rows(),

@@ -1,4 +1,4 @@
-"""The two stand-ins for libraries that tests put beside the program, and the files by which they are told and tell."""
+"""The two stand-ins for libraries that tests put beside the program, and the files that control them."""
 from .machine import Machine
 
 OK, CANCEL = '1', '2'

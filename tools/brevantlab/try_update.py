@@ -1,4 +1,4 @@
-"""Tries any update on a throwaway machine: checks it, deploys it, answers, restarts and looks what has arrived.
+"""Tries any update on a throwaway machine: checks it, deploys it, answers, restarts and compares the result.
 
 Exit code: 0 complete, 1 not, 2 refused by the checker, 3 the agent failed, 4 the checker failed, 64 a
 wrong option.
@@ -293,7 +293,7 @@ class Trial:
 
 
 def broken_promises(text: str) -> list[str]:
-    """'VERDICT: what (why)' of everything in a verification's JSON that is not as promised; other text by line."""
+    """'VERDICT: what (why)' of every broken promise in a verification's JSON; other text by line."""
     try:
         answers = json.loads(text)['answers']
     except (ValueError, KeyError):
