@@ -21,7 +21,7 @@ namespace Check {
 namespace {
 
 /// What a file record is checked against.
-struct Surroundings {
+struct FileContext {
     const Update& update;
     CustomerFolders folders;
     Deliveries brought;
@@ -141,7 +141,7 @@ void FileCheck::AddWithRecord(Rule eRule, const std::wstring& tstrText, const st
     Add(eRule, tstrText, bTaken && findings.Sorted().empty() ? tstrRecord : std::wstring());
 }
 
-void CheckFolderAsFile(const FileCheck& check, const Surroundings& around)
+void CheckFolderAsFile(const FileCheck& check, const FileContext& around)
 {
     if (check.IsFolder()) return;
     const bool bNoName = check.parsed.tstrPattern.empty();
@@ -170,7 +170,7 @@ struct Losses {
 
 /// One file that this update brings into a place that is cleared. Deletions are looked up during the run and carried
 /// out after the moves.
-void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around, const Delivery& file)
+void AddLoss(Losses& losses, const FileCheck& check, const FileContext& around, const Delivery& file)
 {
     const bool bAtOnce = file.eWhen == PackageLayout::When::eNow;
     const bool bUnknown = !around.update.InstalledFolder();
@@ -178,7 +178,7 @@ void AddLoss(Losses& losses, const FileCheck& check, const Surroundings& around,
     losses.Add(file.tstrDestination, bAtOnce || check.iOp != op_file_delete_now);
 }
 
-Losses LossesIn(const FileCheck& check, const Surroundings& around)
+Losses LossesIn(const FileCheck& check, const FileContext& around)
 {
     Losses losses;
     const std::wstring tstrFolder = check.Folder();
@@ -199,7 +199,7 @@ Losses LossesIn(const FileCheck& check, const Surroundings& around)
 }
 
 /// Files that are deleted from the download folder before the restart can move them.
-void AddDeletedSources(Losses& losses, const FileCheck& check, const Surroundings& around)
+void AddDeletedSources(Losses& losses, const FileCheck& check, const FileContext& around)
 {
     if (check.iOp != op_file_delete_now) return;
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
@@ -212,7 +212,7 @@ void AddDeletedSources(Losses& losses, const FileCheck& check, const Surrounding
     }
 }
 
-void CheckLosses(const FileCheck& check, const Surroundings& around)
+void CheckLosses(const FileCheck& check, const FileContext& around)
 {
     if (check.iOp == op_dir_add) return;
     Losses losses = LossesIn(check, around);
@@ -235,7 +235,7 @@ void CheckLosses(const FileCheck& check, const Surroundings& around)
 
 /// The instruction file is read section by section: what comes after the removals is not found any more. A deletion at
 /// the restart does no harm.
-void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
+void CheckInstructionsKept(const FileCheck& check, const FileContext& around)
 {
     if (check.iOp != op_file_delete_now || !String::EqualsNoCase(check.Folder(), around.folders.InstalledDir()) ||
         !Storage::File::MatchesPattern(kInstructionFile, check.parsed.tstrPattern)) {
@@ -252,7 +252,7 @@ void CheckInstructionsKept(const FileCheck& check, const Surroundings& around)
     }
 }
 
-void CheckUsersFolder(const FileCheck& check, const Surroundings& around)
+void CheckUsersFolder(const FileCheck& check, const FileContext& around)
 {
     const std::wstring tstrFolder = check.Folder();
     if (!IsUsersFolder(tstrFolder, around.folders.InstalledDir())) return;
@@ -283,7 +283,7 @@ void AddCreated(String::NoCaseSet& created, std::wstring tstrFolder)
 }
 
 /// Reports destination folders that no record creates. Places outside the install folder are unknown.
-void CheckDestinations(const Surroundings& around, Report& report)
+void CheckDestinations(const FileContext& around, Report& report)
 {
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
     if (!around.update.InstalledFolder()) return;
@@ -303,7 +303,7 @@ void CheckDestinations(const Surroundings& around, Report& report)
 
 /// Files that Windows does not take where long paths are not switched on: in their places, or where they are
 /// downloaded.
-void CheckLengths(const Surroundings& around, Report& report)
+void CheckLengths(const FileContext& around, Report& report)
 {
     const std::size_t cchInstalled = around.folders.InstalledDir().Text().size();
     for (const auto& [tstrLower, files] : around.brought) {
@@ -325,7 +325,7 @@ void CheckLengths(const Surroundings& around, Report& report)
     }
 }
 
-void CheckPath(const Instruction& instruction, Surroundings& around, Report& report)
+void CheckPath(const Instruction& instruction, FileContext& around, Report& report)
 {
     const int iOp = FileOpOf(instruction.pKey->eEffect);
     const FileCheck check{*instruction.pRecord, iOp,
@@ -345,13 +345,13 @@ void CheckPath(const Instruction& instruction, Surroundings& around, Report& rep
 void CheckFileRecords(const LintContext& context, Report& report)
 {
     const std::wstring tstrInstalled = context.update.InstalledFolder().value_or(kUsualInstallFolder);
-    Surroundings around{context.update,
-                        CustomerFolders(tstrInstalled, context.update.Product().tstrDownloadPath),
-                        SortDeliveries(context.update),
-                        {},
-                        {},
-                        0,
-                        0};
+    FileContext around{context.update,
+                       CustomerFolders(tstrInstalled, context.update.Product().tstrDownloadPath),
+                       SortDeliveries(context.update),
+                       {},
+                       {},
+                       0,
+                       0};
     around.sources = ListMovedSources(around.brought);
     const std::vector<Instruction> instructions = ListInstructions(context.instructions);
     std::vector<const Instruction*> paths;

@@ -86,7 +86,7 @@ private:
     void CheckTarget(const ShortcutItem& item, const std::wstring& tstrName);
     void AddMissing(Rule eRule, const XmlElement& element, const std::wstring& tstrFile);
     void CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, std::vector<const XmlElement*>& folders);
-    void CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity = Severity::eError);
+    void CheckIgnored(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity = Severity::eError);
     void Add(Severity eSeverity, Rule eRule, const XmlElement& element, const std::wstring& tstrText,
              const std::wstring& tstrSuggestion = {})
     {
@@ -165,11 +165,11 @@ void Description::CheckPlaces(const XmlElement& root)
     for (const XmlElement* pPlace = root.GetFirstChild(); pPlace; pPlace = pPlace->GetNextSibling()) {
         const std::optional<ShortcutPlace> place = PlaceOf(*pPlace);
         if (!place) {
-            CheckPassedOver(*pPlace, L"is no place for shortcuts");
+            CheckIgnored(*pPlace, L"is no place for shortcuts");
         } else if (!IsAvailable(*pPlace)) {
             const bool bMeant = pPlace->GetAttribute(L"available") == L"0";
-            CheckPassedOver(*pPlace, bMeant ? L"is switched off" : L"counts with available=\"1\" only",
-                            bMeant ? Severity::eWarning : Severity::eError);
+            CheckIgnored(*pPlace, bMeant ? L"is switched off" : L"counts with available=\"1\" only",
+                         bMeant ? Severity::eWarning : Severity::eError);
         } else {
             std::vector<const XmlElement*> folders{pPlace};
             while (!folders.empty()) {
@@ -189,10 +189,10 @@ void Description::CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, 
         taken.insert(item.pElement);
         if (!item.bFolder) {
             for (const XmlElement* p = item.pElement->GetFirstChild(); p; p = p->GetNextSibling()) {
-                CheckPassedOver(*p, L"is in a shortcut");
+                CheckIgnored(*p, L"is in a shortcut");
             }
         } else if (item.szRefusal) {
-            CheckPassedOver(*item.pElement, L"is refused");
+            CheckIgnored(*item.pElement, L"is refused");
         } else {
             folders.push_back(item.pElement);
         }
@@ -200,7 +200,7 @@ void Description::CheckChildren(const XmlElement& parent, ShortcutPlace ePlace, 
     for (const XmlElement* p = parent.GetFirstChild(); p; p = p->GetNextSibling()) {
         if (taken.contains(p)) continue;
         const bool bDirect = p->IsNamed(L"Shortcut");
-        CheckPassedOver(*p, bDirect ? L"is directly in the Start menu, not in a folder" : L"is ignored");
+        CheckIgnored(*p, bDirect ? L"is directly in the Start menu, not in a folder" : L"is ignored");
     }
 }
 
@@ -242,7 +242,7 @@ void Description::CheckParts(const XmlElement& root)
     }
 }
 
-void Description::CheckPassedOver(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity)
+void Description::CheckIgnored(const XmlElement& element, const std::wstring& tstrWhy, Severity eSeverity)
 {
     // An element that the agent does not know has a finding of its own.
     const std::size_t cShortcuts = FindPart(element) ? CountShortcuts(element) : 0;
