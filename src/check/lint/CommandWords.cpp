@@ -119,6 +119,7 @@ private:
     void AddFile(Kind eKind, std::wstring tstrFile, std::size_t uAt);
     void AddSequence(std::wstring_view tstrCommands, std::size_t uAt, unsigned uLevel);
     void AddOpened(const std::vector<Word>& words, const std::wstring& tstrName, std::size_t uAt);
+    void AddJoined(const std::vector<Word>& words, const OpenerRow& row, std::size_t uAt);
     [[nodiscard]] std::wstring Expand(const std::wstring& tstrText) const
     {
         return ExpandVariables(m_folders.Expand(tstrText));
@@ -212,6 +213,17 @@ bool IsOption(const std::wstring& tstrWord, const std::wstring& tstrName, std::w
     return tstrLower == tstrOption || (bShort && tstrLower.size() > 1 && tstrOption.starts_with(tstrLower));
 }
 
+/// msiexec takes its file directly behind the option as well: /i"a.msi".
+void StartedFiles::AddJoined(const std::vector<Word>& words, const OpenerRow& row, std::size_t uAt)
+{
+    constexpr std::wstring_view kInstall = L"/i";
+    if (row.szOption != kInstall) return;
+    for (const Word& word : words) {
+        if (!String::StartsWithNoCase(word.tstrText, kInstall)) continue;
+        AddFile(row.eKind, Expand(word.tstrText.substr(kInstall.size())), uAt + word.uBegin + kInstall.size());
+    }
+}
+
 void StartedFiles::AddOpened(const std::vector<Word>& words, const std::wstring& tstrName, std::size_t uAt)
 {
     for (const OpenerRow& row : kOpeners) {
@@ -229,7 +241,10 @@ void StartedFiles::AddOpened(const std::vector<Word>& words, const std::wstring&
             while (u < words.size() && !IsOption(words[u].tstrText, tstrName, row.szOption)) ++u;
             ++u;
         }
-        if (u >= words.size()) continue;
+        if (u >= words.size()) {
+            AddJoined(words, row, uAt);
+            continue;
+        }
         std::wstring tstrFile = Expand(words[u].tstrText);
         if (row.eKind == Kind::eLibrary) tstrFile.resize(std::min(tstrFile.find(L','), tstrFile.size()));
         AddFile(row.eKind, std::move(tstrFile), uAt + words[u].uBegin);

@@ -86,7 +86,8 @@ bool CheckRefusal(const FileCheck& check)
     const std::wstring& tstrPath = check.parsed.tstrPath;
     const bool bFull = String::IsFullPath(tstrPath);
     const bool bQuoted = tstrPath.find(L'"') != std::wstring::npos;
-    const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos;
+    // What begins with a variable or a quote is meant to be a full path.
+    const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos && tstrPath.find_first_of(L"%'") != 0;
     const std::size_t uName = std::min(tstrPath.find_first_not_of(L"\\/"), tstrPath.size());
     const std::wstring tstrShown = L"\"" + tstrPath + L"\" is ";
     check.AddWithRecord(Rule::eNoFullPath,

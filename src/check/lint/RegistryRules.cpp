@@ -134,7 +134,8 @@ bool IsOneOf(std::span<const std::wstring_view> names, const std::wstring& tstrN
 std::wstring IfKeyPath(const std::wstring& tstrPath)
 {
     const bool bTaken = IsOneOf(kHives, tstrPath.substr(0, tstrPath.find(L'\\'))) &&
-                        tstrPath.find(L"\\\\") == std::wstring::npos && !tstrPath.ends_with(L'\\');
+                        tstrPath.find(L"\\\\") == std::wstring::npos && tstrPath.find(L'"') == std::wstring::npos &&
+                        !tstrPath.ends_with(L'\\');
     return bTaken ? tstrPath : std::wstring();
 }
 
@@ -182,6 +183,13 @@ void CheckKeyNames(const Patch& patch)
     const std::wstring& tstrPath = patch.parsed.tstrKeyPath;
     const std::wstring tstrFirst = tstrPath.substr(0, tstrPath.find(L'\\'));
     const TextPosition place = patch.fields[eKeyPath].place;
+    if (tstrPath.starts_with(L'"')) {
+        std::wstring tstrPlain = tstrPath;
+        std::erase(tstrPlain, L'"');
+        patch.Error(Rule::eKeyPath, place, L"the quotes are part of the key path: remove the quotes",
+                    IfKeyPath(tstrPlain));
+        return;
+    }
     if (!tstrFirst.empty() && !IsOneOf(kHives, tstrFirst)) {
         const std::wstring tstrNear =
             NearestOf(tstrFirst, std::vector<std::wstring>(std::begin(kHives), std::end(kHives)));
@@ -263,7 +271,8 @@ std::wstring NearestType(const std::wstring& tstrType)
 {
     std::vector<std::wstring> words = RegistryTypeWords();
     std::reverse(words.begin(), words.end());
-    return NearestOf(tstrType, words);
+    const std::wstring tstrNear = NearestOf(tstrType, words);
+    return tstrNear.empty() ? NearestOf(L"REG_" + tstrType, words) : tstrNear;
 }
 
 /// The way around a type that the agent does not write.

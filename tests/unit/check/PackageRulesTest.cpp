@@ -11,6 +11,7 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
         {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
          {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
+        {"add=%InstalledDir%a\nadd='{InstalledDir}a'\n", {"B030 2:5", "B030 3:5"}},
         {"add=" + strLong + "\nadd=" + strLong + "x\n", {"B031 3:5"}},
         {"delete=C:\\a*\nadd=C:\\?\\b\n", {"B034 2:8", "B034 3:5"}},
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",

@@ -37,6 +37,7 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
         {"delete=SAM\ndelete=SAM!P!REG_SZ\n", {"B020 2:8", "B020 3:14"}},
         {"add=SAM!N!REG_QWORD!1\nadd=SAM!O!reg_sz!1\nadd=SAM!P!REG_MULTI_SZ!a\nadd=SAM!Q!REG_BINARY!1\n",
          {"B021 2:11 REG_QDWORD", "B021 3:11 REG_SZ", "B021 4:11", "B021 5:11"}},
+        {"add=SAM!N!DWORD!1\nadd=SAM!O!string!a\n", {"B021 2:11 REG_DWORD", "B021 3:11"}},
         {"add=SAM!N!REG_DWORD!0x10\nadd=SAM!O!REG_DWORD! 5\nadd=SAM!P!REG_DWORD!-1\nadd=SAM!Q!REG_DWORD!4294967296\n",
          {"B022 2:21 16", "B022 3:21 5", "B022 4:21 4294967295", "B022 5:21"}},
         {"add=SAM!N!REG_QDWORD!4294967296\nadd=SAM!O!REG_QDWORD!1e3\nadd=SAM!P!REG_DWORD!\n",
@@ -66,6 +67,7 @@ TEST_F(RegistryRulesTest, FieldsTypesAndData)
          {"B028 3:5"}},
         {"add=\\SAM!N!REG_SZ!a\ndelete=SAM\\\\\\L!N\nadd=SAM\\L\\!O!REG_SZ!a\nadd=SAM\\M!N!REG_SZ!a\\\\b\\\n",
          {"B028 2:5 SAM", "B028 3:8 SAM\\L", "B028 4:5 SAM\\L"}},
+        {"add=\"SAM\\L\"!N!REG_SZ!a\nadd=\"SAM\\M!N!REG_SZ!a\"\n", {"B028 2:5 SAM\\L", "B028 3:5 SAM\\M"}},
     };
     Expect(rows, "[QOR_REGISTRY_PATCH]\n");
 }
@@ -271,6 +273,8 @@ TEST_F(CommandRulesTest, WhatIsStartedIsThereAndNotInUsersHands)
         {"wscript.exe //B \"{InstalledDir}a.vbs\"", {"warning B056 2:28 {InstalledDir}Task\\a.vbs"}},
         {"powershell -NoProfile -f \"{InstalledDir}x.ps1\"", {"warning B056 2:37"}},
         {"msiexec /qn /i C:\\setup\\x.msi", {"warning B056 2:27"}},
+        {"msiexec /qn /i\"C:\\setup\\x.msi\"", {"warning B056 2:26"}},
+        {"msiexec.exe /i{6F1B3A52-0000-4d6e-9F21-7C04B8E2D913} /qn", {}},
         {"cmd.exe /c copy C:\\a C:\\b & \"{InstalledDir}none.cmd\"", {"warning B056 2:40"}},
         {"cmd.exe /c \"call \"{InstalledDir}x y.cmd\" & reg import C:\\x.reg\"",
          {"warning B056 2:29", "warning B056 2:66"}},
