@@ -222,7 +222,7 @@ TEST_F(FuzzInput, UpdateInformation)
         agent.DoDeploy();
     };
     const auto judge = [&](std::string_view strCall, const std::wstring& tstrPlace) {
-        const bool bSource = strCall == "FindFirstFileW" || strCall == "MoveFileExW source";
+        const bool bSource = strCall == "MoveFileExW source";
         const std::wstring tstrFull = Storage::Directory::FullPath(tstrPlace);
         return tstrFull.starts_with(m_tstrInstallDir + (bSource ? L"Component\\" : L""));
     };
