@@ -141,7 +141,7 @@ bool WindowsMachine::CreateFolder(const std::wstring& tstrPath, DWORD* pdwError)
 bool WindowsMachine::CopyNow(const std::wstring& tstrDestination, const std::wstring& tstrSource, CopyMode eMode,
                              DWORD* pdwError)
 {
-    m_tstrListed.clear();  // a copy keeps its attributes
+    m_readOnly.insert(tstrDestination);  // a copy keeps its attributes
     return Storage::File::Copy(tstrDestination, tstrSource, eMode == CopyMode::eOverwrite, pdwError,
                                eMode != CopyMode::eNewImmediate);
 }
