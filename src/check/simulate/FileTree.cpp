@@ -13,6 +13,10 @@ namespace Check {
 
 namespace {
 
+/// The question about a folder's entries at which the whole folder is listed: one listing costs as much as a few
+/// questions, above all about entries that do not exist.
+constexpr std::size_t kListFrom = 8;
+
 /// A path in a form that the base machine always accepts.
 std::wstring ToAsk(const std::wstring& tstrReal)
 {
@@ -57,11 +61,36 @@ FileTree::Step FileTree::Walk(const FullPath& path) const
     return step;
 }
 
+void FileTree::ListBase(const std::wstring& tstrFolder, BaseFolder& folder) const
+{
+    const auto add = [&](const Entry& entry) {
+        folder.answers.try_emplace(entry.tstrName, entry.dwAttributes);
+    };
+    folder.bListed = m_pBase->ForEachEntry(String::EnsureBackslash(ToAsk(tstrFolder)), L"*", add, nullptr);
+}
+
+FileTree::BaseFolder::Answer FileTree::AnswerOf(const std::wstring& tstrReal) const
+{
+    const bool bRoot = Storage::Directory::RootLength(tstrReal) == tstrReal.size();
+    const std::wstring tstrFolder = bRoot ? std::wstring() : String::FolderPart(tstrReal);
+    const std::wstring tstrName = tstrReal.substr(tstrFolder.size());
+    BaseFolder& folder = m_baseFolders[tstrFolder];
+    if (++folder.cAsked == kListFrom && !bRoot) ListBase(tstrFolder, folder);
+    const auto [itAnswer, bNew] = folder.answers.try_emplace(tstrName);
+    auto& [dwAttributes, dwError] = itAnswer->second;
+    if (!bNew) return itAnswer->second;
+    // A listing has no short names.
+    if (folder.bListed && tstrName.find(L'~') == std::wstring::npos) {
+        dwError = ERROR_FILE_NOT_FOUND;
+    } else if (!m_pBase->ReadAttributes(ToAsk(tstrReal), dwAttributes, &dwError)) {
+        dwAttributes = 0;
+    }
+    return itAnswer->second;
+}
+
 Found FileTree::AskBase(const std::wstring& tstrReal) const
 {
-    const auto [itAsked, bNew] = m_asked.try_emplace(tstrReal, DWORD{0}, DWORD{ERROR_SUCCESS});
-    auto& [dwAttributes, dwError] = itAsked->second;
-    if (bNew && !m_pBase->ReadAttributes(ToAsk(tstrReal), dwAttributes, &dwError)) dwAttributes = 0;
+    const auto [dwAttributes, dwError] = AnswerOf(tstrReal);
     if (dwError != ERROR_SUCCESS) return {.eKind = Found::Kind::eNone, .dwError = dwError};
     const bool bFolder = (dwAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     return {.eKind = bFolder ? Found::Kind::eFolder : Found::Kind::eFile,

@@ -80,8 +80,21 @@ private:
         DWORD dwError = ERROR_SUCCESS;
     };
 
+    /// What the base machine has answered about the entries of one of its folders.
+    struct BaseFolder {
+        struct Answer {
+            DWORD dwAttributes = 0;
+            DWORD dwError = ERROR_SUCCESS;
+        };
+        std::size_t cAsked = 0;
+        bool bListed = false;  // every entry is in `answers`
+        KzCommon::String::NoCaseMap<Answer> answers{};
+    };
+
     [[nodiscard]] Step Walk(const FullPath& path) const;
     [[nodiscard]] Found AskBase(const std::wstring& tstrReal) const;
+    [[nodiscard]] BaseFolder::Answer AnswerOf(const std::wstring& tstrReal) const;
+    void ListBase(const std::wstring& tstrFolder, BaseFolder& folder) const;
     [[nodiscard]] Found DescribeFile(const std::shared_ptr<FileState>& pState) const;
     /// Whether a pattern matches an entry that the base machine did not list in its folder `tstrReal`. For names that
     /// exist there, the base machine has already checked the short names, too.
@@ -92,8 +105,8 @@ private:
 
     const KzCommon::Machine* m_pBase;
     KzCommon::String::NoCaseMap<Node> m_roots;
-    // Cached results of the base machine, which does not change meanwhile.
-    mutable KzCommon::String::NoCaseMap<std::pair<DWORD, DWORD>> m_asked;
+    // The base machine does not change meanwhile.
+    mutable KzCommon::String::NoCaseMap<BaseFolder> m_baseFolders;
 };
 
 }  // namespace Check

@@ -15,10 +15,14 @@ constexpr std::wstring_view kSharePrefix = L"\\\\?\\UNC\\";
 constexpr std::wstring_view kDevicePrefix = L"\\\\.\\";
 constexpr std::wstring_view kForbidden = L"/:*?\"<>|";
 constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kUsualDepth = 8;
 
 std::wstring AskSystem(const std::wstring& tstrPath)
 {
-    std::wstring tstrFull(::GetFullPathNameW(tstrPath.c_str(), 0, nullptr, nullptr), L'\0');
+    wchar_t szUsual[MAX_PATH];
+    const DWORD cchNeeded = ::GetFullPathNameW(tstrPath.c_str(), MAX_PATH, szUsual, nullptr);
+    if (cchNeeded < MAX_PATH) return {szUsual, cchNeeded};
+    std::wstring tstrFull(cchNeeded, L'\0');
     tstrFull.resize(
         ::GetFullPathNameW(tstrPath.c_str(), static_cast<DWORD>(tstrFull.size()), tstrFull.data(), nullptr));
     return tstrFull;
@@ -69,6 +73,7 @@ std::wstring_view FullPath::Root() const noexcept
 std::vector<std::wstring_view> FullPath::Names() const
 {
     std::vector<std::wstring_view> names;
+    names.reserve(kUsualDepth);
     std::wstring_view tstrRest = std::wstring_view(m_tstrText).substr(Root().size());
     while (!tstrRest.empty()) {
         tstrRest.remove_prefix(1);

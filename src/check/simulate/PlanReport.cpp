@@ -81,32 +81,35 @@ Count CountOf(const Plan& plan)
     return count;
 }
 
-std::wstring Quoted(const std::wstring& tstrText)
-{
-    return L"\"" + tstrText + L"\"";
-}
-
 /// A path relative to one of the plan's folders, if it is below one.
-std::wstring Short(const std::wstring& tstrPath, const Plan& plan)
+std::wstring_view Short(std::wstring_view tstrPath, const Plan& plan)
 {
-    return (plan.installedDir.Contains(tstrPath) ? plan.installedDir : plan.updateDir).Relative(tstrPath);
+    for (const Folder* pFolder : {&plan.installedDir, &plan.updateDir}) {
+        if (pFolder->Contains(tstrPath)) return tstrPath.substr(pFolder->Text().size());
+    }
+    return tstrPath;
 }
 
 std::wstring Line(const Change& change, const Plan& plan)
 {
     const bool bCommand = change.eAction == Action::eRunOnce;  // show it in full
-    std::wstring tstrLine = std::wstring(L"  ") + RowOf(change.eOutcome).chSign + L" " + RowOf(change.eAction).szShown +
-                            (bCommand ? change.tstrTarget : Short(change.tstrTarget, plan));
-    if (!change.tstrName.empty()) tstrLine += L"  " + change.tstrName;
+    std::wstring tstrLine;
+    const auto add = [&](std::initializer_list<std::wstring_view> parts) {
+        for (const std::wstring_view tstrPart : parts) tstrLine += tstrPart;
+    };
+    add({L"  ", {&RowOf(change.eOutcome).chSign, 1}, L" ", RowOf(change.eAction).szShown});
+    add({bCommand ? change.tstrTarget : Short(change.tstrTarget, plan)});
+    if (!change.tstrName.empty()) add({L"  ", change.tstrName});
+    const std::wstring tstrOld = change.optOld.value_or(L"");
     if (change.optNew && change.eOutcome == Outcome::eReplace) {
-        tstrLine += L": " + Quoted(change.optOld.value_or(L"")) + L" -> " + Quoted(*change.optNew);
+        add({L": \"", tstrOld, L"\" -> \"", *change.optNew, L"\""});
     } else if (change.optNew || change.optOld) {
-        tstrLine += L": " + Quoted(change.optNew ? *change.optNew : *change.optOld);
+        add({L": \"", change.optNew ? *change.optNew : tstrOld, L"\""});
     }
-    if (!change.tstrSource.empty()) tstrLine += L"  <- " + Short(change.tstrSource, plan);
-    if (!change.tstrStaged.empty()) tstrLine += L"  via " + Short(change.tstrStaged, plan);
-    if (change.bAtRestart) tstrLine += L"  [restart]";
-    if (!change.tstrReason.empty()) tstrLine += L"  (" + change.tstrReason + L")";
+    if (!change.tstrSource.empty()) add({L"  <- ", Short(change.tstrSource, plan)});
+    if (!change.tstrStaged.empty()) add({L"  via ", Short(change.tstrStaged, plan)});
+    if (change.bAtRestart) add({L"  [restart]"});
+    if (!change.tstrReason.empty()) add({L"  (", change.tstrReason, L")"});
     return OnOneLine(std::move(tstrLine)) + L"\n";
 }
 
