@@ -46,8 +46,8 @@ make_commands() {
 }
 
 commands() {
-    make_commands "$kBuild"
-    make_commands "$kGroups" -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8
+    make_commands "$kBuild" -DCMAKE_UNITY_BUILD=OFF
+    make_commands "$kGroups"
 }
 
 tidy_source() {

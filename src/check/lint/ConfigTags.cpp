@@ -103,10 +103,10 @@ TextPosition PlaceOfSection(const FileTags& file, const std::wstring& tstrFolded
     return itSection == file.tags.end() ? TextPosition{} : itSection->second.place;
 }
 
-using Languages = std::vector<const FileTags*>;
+using TaggedFiles = std::vector<const FileTags*>;
 
 /// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`.
-void CheckOwn(const FileTags& file, const Languages& languages, std::set<std::wstring>& explained, Report& report)
+void CheckOwn(const FileTags& file, const TaggedFiles& languages, std::set<std::wstring>& explained, Report& report)
 {
     TagNames others;
     for (const FileTags* const pOther : languages) {
@@ -154,7 +154,7 @@ void CheckTagNames(const Update& update, const std::vector<FileTags>& files, Rep
     std::set<std::wstring> misspelt;  // and what they are slips of
     for (const FileTags& file : files) CheckMisspelt(file, known, misspelt, report);
     // A file without a language serves the languages that have no file of their own.
-    Languages languages;
+    TaggedFiles languages;
     for (const FileTags& file : files) {
         if (LastName(file.tstrFile).find(L'_') != std::wstring::npos) languages.push_back(&file);
     }
