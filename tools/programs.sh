@@ -54,14 +54,33 @@ forget_copied_builds() {
     done
 }
 
+# make_standins FOLDER: compiles the stand-ins of a trial there if they are missing or older than their sources. They need
+# a compiler, but none of the libraries that the programs are built with.
+make_standins() {
+    local name home sources
+    source tools/toolchain.sh
+    source tools/packages.sh
+    # shellcheck disable=SC2046
+    need_packages wine wine64 python3 $(awk '{ print $1 }' <<<"$kToolchainPackages") || return
+    mkdir -p "$1"
+    for name in wtsapi32 KzDbgFault; do
+        home="tests/support/dll/$name"
+        sources=("$home/$name.cpp")
+        [[ ! -f "$home/$name.def" ]] || sources+=("$home/$name.def")
+        [[ ! -f "$1/$name.dll" || -n "$(find tests/support/dll src/common -newer "$1/$name.dll")" ]] || continue
+        "$kTarget-g++$kThreads" -std=c++20 -O2 -DUNICODE -D_UNICODE -DNOMINMAX -DWIN32_LEAN_AND_MEAN -DSTRICT \
+            -D_WIN32_WINNT=0x0A00 -Isrc -shared -static -s "${sources[@]}" -o "$1/$name.dll" || return
+    done
+}
+
 # prepare_programs ARGUMENT...: sets up, builds the shipped programs and the stand-ins, and names their folders; the
-# arguments are the tool's own. Returns 64 for a folder without programs, 70 when something cannot be built, so that
-# neither looks like the outcome of a trial.
+# arguments are the tool's own. With given programs it only compiles the stand-ins. Returns 64 for a folder without
+# programs, 70 when something cannot be built, so that neither looks like the outcome of a trial.
 prepare_programs() {
-    local start=$SECONDS log="$PWD/build/programs.log" build=tools/build.sh
+    local start=$SECONDS log="$PWD/build/programs.log" given=""
     mkdir -p build
     take_programs_option "$@"
-    [[ -z "${BREVANT_BIN:-}" ]] || build=tools/setup.sh
+    [[ -z "${BREVANT_BIN:-}" ]] || given=yes
     BREVANT_BIN="$(programs_folder)"
     export BREVANT_BIN BREVANT_STANDINS="$PWD/build/test/bin/standins" PYTHONPATH="$PWD/tools"
     if [[ ! -f CMakeLists.txt ]]; then
@@ -69,11 +88,16 @@ prepare_programs() {
         need_wine && need_programs "$BREVANT_BIN"
         return
     fi
-    [[ "$build" != tools/setup.sh ]] || need_programs "$BREVANT_BIN" || return
+    if [[ -n "$given" ]]; then
+        need_programs "$BREVANT_BIN" || return
+        BREVANT_STANDINS="$PWD/build/standins"
+        make_standins "$BREVANT_STANDINS" >"$log" 2>&1 || { tail -n 40 "$log" >&2; return 70; }
+        return
+    fi
     forget_copied_builds
     {
         # Before "||" no command ends the shell by itself.
-        "$build" && cmake --preset test -Wno-dev &&
+        tools/build.sh && cmake --preset test -Wno-dev &&
             cmake --build --preset test --target standin_wtsapi32 standin_KzDbgFault
     } 2>&1 | tee "$log" | show_progress || { tail -n 40 "$log" >&2; return 70; }
     echo "[programs] ready after $((SECONDS - start)) s"

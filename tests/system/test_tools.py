@@ -19,7 +19,7 @@ REFUSED = {
     'setup.sh': [['exact']],
     'symbolise.sh': [[], ['Brevant.exe']],
     'test.sh': [['--fast', '-R', 'x'], ['unit'], ['-R', 'unit', '--quik']],
-    'try.sh': [['no-such-update'], ['--answer', 'yes'], ['--kill-at', '-1'], ['--allow', ' ']],
+    'try.sh': [['no-such-update'], ['--answer', 'yes'], ['--kill-at', '-1'], ['--allow', ' '], ['--allow', 'B999']],
 }
 
 

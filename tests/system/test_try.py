@@ -50,6 +50,7 @@ class Try(LabTest):
                 self.assertEqual((found, 4), (outcome.language, len(outcome.settings())))
                 self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
                 note = 'Segunda versión' if found == 'ES-ES' else 'Deuxième version'
+                self.assertRegex(dict(outcome.summary())['folded'], 'SyncMinutes=30.*written')
                 self.assertSame([f'/Sync/Note: à vérifier -> {note}'], outcome.left_behind())
 
     def test_what_did_not_arrive_is_named(self):
@@ -105,6 +106,7 @@ class Try(LabTest):
         (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
         self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such'),
                       ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
+                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
                       ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
         info = self.update / 'UpdateInfo.ini'
         info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
@@ -112,11 +114,14 @@ class Try(LabTest):
         found = {(label, where.split(': ')[0]) for label, where in outcome.problems()}
         expected = {('NEVER LOOKED AT', 'Component\\c21t2103v3.9.2l1p1r1o2\\Share\\extra.txt'),
                     ('NO EFFECT', '[QOR_FILE] delete={InstalledDir}No*.such'),
+                    ('NO EFFECT', '[QOR_DIR] delete={InstalledDir}NoSuch'),
                     ('NO EFFECT', '[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
                     ('NO EFFECT', '[UPDATE_INFO] modify=SYNC!Schema!2'),
                     ('NO PACKAGE', 'Component\\c21t2101v3.9.3'), ('NO TEXTS', 'the new name is due, and there is no '
                                                                   '[RestartNotification_...] of this language')}
         self.assertSame(set(), expected - found)
+        # A record without effect is one doubt: its failure line is no second one.
+        self.assertSame([], [text for label, text in found if label == 'FAILURE' and 'DeleteFile' not in text])
         self.assertEqual(1, outcome.exit_code())
         kept = (self.home / 'kept' / 'registry.reg').read_text('utf-16')
         self.assertEqual(['FR-FR'], re.findall('"Language"="(.*)"', kept))

@@ -1,26 +1,34 @@
 """Results that an update's author has to explain: records without effect, a missing package, missing texts, unknown
 failures. Most of them come from the plan of the run (BrevantCheck plan)."""
+import argparse
 import pathlib
 import re
 from typing import Any, Iterator, NamedTuple, Sequence
 
 from .layouts import text_of
+from .machine import PRODUCT
 
 # What a comment in the instruction file, "; BrevantCheck: CODE...", or --allow calls each of them.
 CODES = {'NEVER LOOKED AT': {'B070'}, 'NO EFFECT': {'NO-EFFECT', 'B045'}, 'NO PACKAGE': {'B074'},
          'NO TEXTS': {'B072', 'B091', 'B092'}, 'FAILURE': {'FAILURE'}}
 PACKAGES = 'Component101_DownloadPath', 'Component2_DownloadPath'
-# Actions of a plan that do nothing: outcome, reason.
-NOTHING = {'delete': ('stay', 'no file matches'), 'deleteValue': ('stay', 'there is no such value'),
-           'writeIni': ('new', '')}
+WORDS = sorted(set().union(*CODES.values()))
+# Actions of a plan that do nothing: outcome, the beginnings of the reasons.
+NOTHING = {'delete': ('stay', ('no file matches', 'there is no such folder')),
+           'deleteValue': ('stay', ('there is no such value',)), 'writeIni': ('new', ('',))}
 WHY = {'delete': 'no file or folder matches', 'deleteValue': 'there is no such value',
        'writeIni': 'the installed UpdateInfo.ini has no such key'}
+# What the trace says of them: a failure line that has all of it or, if it names nothing, the line before it.
+TRACED = {'delete': ("Failed to delete file '{}', error = 2.", "Failed to delete file '{}', error = 3.",
+                     "No files under directory '{}'"),
+          'deleteValue': ('To delete registry key: {}:{}',), 'writeIni': ()}
 
 
 class Doubt(NamedTuple):
     label: str  # a name of CODES
     where: str
     record: str = ''  # of the instruction file, as record_name() says
+    traced: tuple[str, ...] = ()  # its failure lines, or the lines before them, as traced_name() says
 
     def codes(self) -> set[str]:
         return CODES[self.label]
@@ -28,6 +36,19 @@ class Doubt(NamedTuple):
 
 def record_name(section: str, key: str, value: str) -> str:
     return f'[{section}] {key}={value}'.casefold()
+
+
+def traced_name(message: str) -> str:
+    """A message of the trace without what differs between the same places."""
+    return message.casefold().replace("\\'", "'")
+
+
+def allowance(text: str) -> str:
+    """What --allow takes: one of WORDS, or a part of a line. A single word that is none of them is a slip."""
+    if re.fullmatch(r'\s*|[\w-]+', text) and text.upper() not in WORDS:
+        raise argparse.ArgumentTypeError(f'no such word: "{text}". The words are {", ".join(WORDS)}. A part of a line '
+                                         'that is shown has more than letters and digits, as Sync!Port')
+    return text
 
 
 class Intended(NamedTuple):
@@ -84,15 +105,23 @@ def _without_effect(changes: list[dict[str, Any]], sections: dict[str, list[tupl
             for change in idle:
                 if name not in seen and _is_of(change, section, key, value):
                     seen.add(name)
-                    yield Doubt('NO EFFECT', f'[{section}] {key}={value}: {WHY[change["action"]]}', name)
+                    yield Doubt('NO EFFECT', f'[{section}] {key}={value}: {WHY[change["action"]]}', name,
+                                _traced(change))
+
+
+def _traced(change: dict[str, Any]) -> tuple[str, ...]:
+    place = change['target'].replace('HKEY_LOCAL_MACHINE\\', 'HKEY_LOCAL_MACHINE:').rstrip('\\')
+    return tuple(traced_name(text.format(place, change.get('name', ''))) for text in TRACED[change['action']])
 
 
 def _is_of(change: dict[str, Any], section: str, key: str, value: str) -> bool:
     """Whether a planned change that does nothing comes from that record."""
     action, target = change['action'], change['target'].casefold().rstrip('\\')
     if action == 'delete' and section in ('QOR_DIR', 'QOR_FILE') and key.startswith('delete'):
-        tail = value.rpartition('}')[2].casefold().rstrip('\\')
-        return bool(tail) and (target == tail or target.endswith('\\' + tail))
+        head, brace, tail = value.casefold().rstrip('\\').rpartition('}')
+        if head == '{installeddir':
+            return target == PRODUCT.casefold() + tail
+        return bool(tail) and (target == tail or bool(brace) and target.endswith('\\' + tail))
     fields = [field.casefold() for field in value.split('!')]
     if action == 'deleteValue' and section == 'QOR_REGISTRY_PATCH' and key == 'delete':
         return len(fields) > 1 and target.endswith('\\' + fields[0].strip('\\')) and (

@@ -6,7 +6,7 @@ import re
 from typing import Any, NamedTuple, Optional
 
 from . import registry, trace
-from .doubts import Doubt, Intended
+from .doubts import Doubt, Intended, traced_name
 from .links import ShellLink
 from .layouts import MARKER
 from .machine import PRODUCT, SETTINGS
@@ -172,11 +172,29 @@ class Outcome:
                 return json.loads(match[1]).get('Data') or {}
         return {}
 
-    def failures(self) -> tuple[list[str], int]:
-        """Failure lines of the trace, and the number of harmless lines that look like failures."""
-        found = trace.failures([said(line) for line in self.lines])
-        shown = [text for text in found if not trace.is_harmless(text, self.ended)]
-        return shown, len(found) - len(shown)
+    def failures(self) -> tuple[list[str], list[str]]:
+        """Failure lines of the trace, and harmless lines that look like failures, each with its reason. Those of a
+        record without effect are neither: it is a doubt of its own."""
+        shown, folded = [], []
+        for text, state in ((said(line).removeprefix(trace.FAILURE), state) for line, state in self._traced()):
+            if state == 'failure':
+                shown.append(text)
+            elif state == 'folded':
+                folded.append(f'{text} ({trace.why_harmless(text, self.ended)})')
+        return shown, folded
+
+    def _traced(self) -> list[tuple[str, str]]:
+        """Each line of the trace with its kind."""
+        idle = {name for doubt in self.doubts for name in doubt.traced}
+        found, before = [], ''
+        for line in self.lines:
+            text = said(line)
+            name = traced_name(text.partition(' ')[2])
+            state = ('line' if not text.startswith(trace.FAILURE) else 'no effect' if {name, before} & idle else
+                     'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE), self.ended) else 'failure')
+            found.append((line, state))
+            before = name
+        return found
 
     def all_doubts(self) -> list[Doubt]:
         """What is to be explained, intended or not."""
@@ -257,7 +275,8 @@ class Outcome:
             ('shortcuts', f'{len(links[0].keys() - links[1].keys())} removed, {made} made'),
             ('settings', f'{len(texts) - secret - alone} carried over, {secret} secret, {alone} left alone'),
             ('trace', f'{len(self.lines)} lines, {len(failures)} failures{" (shown)" if failures else ""}, '
-                      f'{folded} folded')]
+                      f'{len(folded)} folded'),
+            *(('folded', text) for text in folded)]
 
     def lint_summary(self) -> str:
         return self.lint.failure() or (self.lint.lines[-1] if self.lint.lines else str(self.lint.code))
@@ -271,7 +290,7 @@ class Outcome:
                 'settings': [Row(name, '', shown(text), 'left alone' if text is None else 'carried over')
                              for name, text in self.settings().items()]
                 + [Row(setting['setting'], setting['old'], setting['new'], 'left behind') for setting in lost],
-                'trace': [self._trace_row(line) for line in self.lines],
+                'trace': [Row(line[:23], '', said(line), state) for line, state in self._traced()],
                 'checker': [Row(verb, '', line, 'finding') for verb, lines in (('lint', self.lint.lines[:-1]),
                                                                                ('verify', self.verify.lines))
                             for line in lines]}
@@ -303,12 +322,6 @@ class Outcome:
         old, new = self.before.links, self.after.links
         return [Row(path, shown(old.get(path)), shown(new.get(path)), _state(old.get(path), new.get(path)))
                 for path in sorted({**old, **new})]
-
-    def _trace_row(self, line: str) -> Row:
-        text = said(line)
-        failure = text.startswith(trace.FAILURE)
-        return Row(line[:23], '', text, 'line' if not failure else
-                   'folded' if trace.is_harmless(text.removeprefix(trace.FAILURE), self.ended) else 'failure')
 
     def as_json(self) -> dict[str, Any]:
         return {'format': 1, 'update': self.update, 'language': self.language, 'complete': self.complete(),

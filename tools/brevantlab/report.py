@@ -41,7 +41,8 @@ were, "+" as they are; of other files the size.</dd>
 <dt>agent</dt><dd>values with which the agent itself remembers its work: no part of the update.</dd>
 <dt>shortcuts, settings</dt><dd>"carried over": the user's value is in the new file; "left alone": the user had none;
 "left behind": the user's value is lost, the new file's counts.</dd>
-<dt>trace</dt><dd>what the agent has written; "folded": looks like a failure but is harmless.</dd>
+<dt>trace</dt><dd>what the agent has written; "folded": looks like a failure but is harmless; "no effect": the failure
+line of a record that changed nothing.</dd>
 <dt>checker</dt><dd>what lint and verify have found.</dd>
 <dt>never looked at</dt><dd>the update brings the file, and no step of the deployment takes it.</dd>
 <dt>what went wrong</dt><dd>every state that is not one of a deployment as it should be.</dd></dl></details>

@@ -6,20 +6,18 @@ LINE = re.compile(r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3} [0-9a-f]{4}:[0-9a-f]{4
                   r'(\.w\.|@@@|!!!) <Brevant> (.*) - [A-Za-z0-9_]+\.cpp\(\d+\)')
 FAILURE = '!!! '
 
-# Harmless lines at the level of failures; docs/debug-trace.md says why.
-HARMLESS = re.compile('|'.join((
-    r'.* - QueryValue(\(QOR_CONFIG_MERGE\))? failed\. \[0x00000002\]',
-    r'KzCommon::Storage::Reg::StoreValue\((?!.*failed).*\)',
-    r"Failed to delete file '.*', error = 2\.",
-    r'\[SHCreateItemFromParsingName\]failed\. .*\\Taskbar\\.*, hr=-2147024894',
-    r'\*\*\* CoCreateInstance \[IStartMenuPinnedList\] failed\. \[0x80040154\]',
-    r'\*\*\* ::WTSSendMessage\(\) failed\. \[0x00000000\]')))
-
-
+# Harmless lines at the level of failures, and why; docs/debug-trace.md says more.
+HARMLESS = [(re.compile(line), why) for line, why in (
+    (r'.* - QueryValue(\(QOR_CONFIG_MERGE\))? failed\. \[0x00000002\]', 'the update has no such section'),
+    (r'KzCommon::Storage::Reg::StoreValue\((?!.*failed).*\)', 'the value was missing and has been written'),
+    (r"Failed to delete file '.*', error = 2\.", 'there was nothing to delete'),
+    (r'\[SHCreateItemFromParsingName\]failed\. .*\\Taskbar\\.*, hr=-2147024894', 'it was not pinned'),
+    (r'\*\*\* CoCreateInstance \[IStartMenuPinnedList\] failed\. \[0x80040154\]', 'the shell has no such list'),
+    (r'\*\*\* ::WTSSendMessage\(\) failed\. \[0x00000000\]', 'Wine shows no question'))]
 # The same in the run after one that was ended before the restart.
-SECOND_RUN = re.compile('|'.join((
+SECOND_RUN = [(re.compile(line), 'the first run has done it') for line in (
     r'KzCommon::Storage::Reg::StoreValue\(\) failed\. Win32ErrorCode=2',
-    r'Failed to copy UpdateInfo\.ini to iUD download source folder, error code is 80\. Modify installed one\.')))
+    r'Failed to copy UpdateInfo\.ini to iUD download source folder, error code is 80\. Modify installed one\.')]
 
 
 def message(line: str) -> str:
@@ -38,4 +36,9 @@ def failures(messages: list[str]) -> list[str]:
 def is_harmless(failure: str, second: bool = False) -> bool:
     """Whether a failure's text, its tag left out, is one that support may pass over; `second`: an earlier run was ended
     before the restart."""
-    return bool(HARMLESS.fullmatch(failure) or second and SECOND_RUN.fullmatch(failure))
+    return bool(why_harmless(failure, second))
+
+
+def why_harmless(failure: str, second: bool = False) -> str:
+    """The reason for is_harmless(); empty for a real failure."""
+    return next((why for line, why in [*HARMLESS, *(SECOND_RUN if second else [])] if line.fullmatch(failure)), '')

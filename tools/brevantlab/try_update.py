@@ -19,7 +19,7 @@ import time
 from typing import Any, Callable, NamedTuple, NoReturn, Optional
 
 from . import prefix, report
-from .doubts import CODES, Doubt, doubts_of, packages_of, read_intended
+from .doubts import WORDS, Doubt, allowance, doubts_of, packages_of, read_intended
 from .layouts import host_files, install_folder, instructions, languages_of, planted_files, write_sample
 from .links import ShellLink, read_link
 from .machine import PRODUCT, RUN_ONCE, SETTINGS, TRACE_FOLDER, Machine, Result
@@ -371,16 +371,14 @@ def parse(arguments: list[str]) -> argparse.Namespace:
                         'of the update, in one table')
     parser.add_argument('--answer', choices=ANSWERS, default='ok', help='to the question whether to restart')
     parser.add_argument('--force', action='store_true', help='even if the checker finds errors')
-    parser.add_argument('--allow', action='append', default=[], metavar='WHAT', help='do not count intended results: '
-                        f'{", ".join(sorted(set().union(*CODES.values())))}, or a part of the line that is shown')
+    parser.add_argument('--allow', action='append', type=allowance, default=[], metavar='WHAT', help='do not count '
+                        f'intended results: {", ".join(WORDS)}, or a part of the line that is shown')
     parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='keep the trace files and the registry there')
     parser.add_argument('--kill-at', type=int, default=0, metavar='N', help='end the first run at its N-th trace line')
     parser.add_views()
     options = parser.parse_args(arguments)
     if options.kill_at < 0:
         parser.error('--kill-at counts from 1')
-    if not all(text.strip() for text in options.allow):
-        parser.error('--allow needs a text')
     for folder in (options.update, options.installed):
         if folder and not folder.is_dir():
             parser.error(f'no folder {folder}')
