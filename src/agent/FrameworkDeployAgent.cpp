@@ -71,6 +71,7 @@ bool FrameworkDeployAgent::DoDeploy()
 void FrameworkDeployAgent::ExplainMissing(const wchar_t* szOperation, const std::wstring& tstrFolder,
                                           const DownloadKey& key)
 {
+    if (!m_run.machine.TakesExplanations()) return;
     m_run.machine.BeginOperation(szOperation);
     if (tstrFolder.empty()) return m_run.machine.ExplainNothing(L"UpdateInfo.ini cannot be read");
     std::wstring tstrReason = L"there is no folder " + tstrFolder;

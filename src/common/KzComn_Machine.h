@@ -175,6 +175,8 @@ public:
 
     // -- for machines that predict a run: explanations that the requests do not contain --
 
+    /// Whether the machine keeps explanations; for others none has to be found.
+    [[nodiscard]] virtual bool TakesExplanations() const noexcept { return false; }
     /// Starts an operation of the run; `szName` as in traces, without class and parentheses. The following changes
     /// belong to it.
     virtual void BeginOperation(const wchar_t* /*szName*/) {}

@@ -134,6 +134,7 @@ public:
     [[nodiscard]] bool AskAtConsole(std::wstring tstrTitle, std::wstring tstrMessage, DWORD dwStyle, bool& bAgreed,
                                     DWORD* pdwError) override;
 
+    [[nodiscard]] bool TakesExplanations() const noexcept override { return true; }
     void BeginOperation(const wchar_t* szName) override;
     void ExplainNothing(const std::wstring& tstrReason) override { m_log.ExplainNothing(tstrReason); }
     void Explain(const std::wstring& tstrReason) override { m_log.Explain(tstrReason); }
