@@ -15,24 +15,33 @@ namespace {
 // The build number starts at a fixed position of the version ("3.8.0.1099"), whether or not there is a dot before it.
 constexpr std::size_t kBuildStart = 6;
 constexpr std::size_t kBuildLength = 4;
+constexpr wchar_t kBuildPlace[] = L"characters 7 to 10";
+static_assert(kBuildStart + 1 == 7 && kBuildStart + kBuildLength == 10);
 const wchar_t kFirstBuildWithNewName[] = L"1100";
 
 void ReportDecision(Machine& machine, Outcome eOutcome, const std::wstring& tstrReason)
 {
     Change change{.eAction = Action::eNewName, .eOutcome = eOutcome, .bAtRestart = true};
-    change.tstrTarget = kNewProductName;
     change.tstrReason = tstrReason;
     machine.Report(change);
 }
 
-/// The reason for keeping the current name.
+/// The reason for the decision.
 std::wstring ReasonOf(NewNameNeed eNeed, const std::wstring& tstrVersion, const std::wstring& tstrBuild)
 {
+    const std::wstring tstrProduct = L"the product's version \"" + tstrVersion + L"\" has ";
+    const std::wstring tstrBelow = std::wstring(L"below \"") + kFirstBuildWithNewName + L"\"";
+    const std::wstring tstrRead = tstrProduct + L"the build \"" + tstrBuild + L"\" (" + kBuildPlace + L"), ";
     switch (eNeed) {
-        case NewNameNeed::eJapanese: return L"the product's language is ja-jp";
-        case NewNameNeed::eVersionInvalid: return L"the product's version \"" + tstrVersion + L"\" has no build number";
-        case NewNameNeed::eNewEnough: return L"build " + tstrBuild + L" of the product has it";
-        case NewNameNeed::eDue: break;
+        case NewNameNeed::eJapanese: return L"not due: the product's language is ja-jp";
+        case NewNameNeed::eVersionInvalid:
+            return tstrVersion.empty() ? L"refused: the product has no version"
+                                       : L"refused: " + tstrProduct +
+                                             L"fewer than 10 characters; the build is read "
+                                             L"from " +
+                                             kBuildPlace;
+        case NewNameNeed::eNewEnough: return L"not due: " + tstrRead + L"which is not " + tstrBelow;
+        case NewNameNeed::eDue: return L"due: " + tstrRead + L"which is " + tstrBelow;
     }
     return {};
 }
@@ -69,8 +78,11 @@ bool NeedToApplyNewName(Machine& machine)
     const std::wstring tstrVersion = Frwk::Utility::GetStrFromHKLM_KZVLT(machine, L"Version", L"");
     std::wstring tstrBuild;
     const NewNameNeed eNeed = JudgeNewName(tstrLanguage, tstrVersion, tstrBuild);
-    if (eNeed != NewNameNeed::eDue) {
-        ReportDecision(machine, Outcome::eStay, ReasonOf(eNeed, tstrVersion, tstrBuild));
+    const std::wstring tstrReason = ReasonOf(eNeed, tstrVersion, tstrBuild);
+    if (eNeed == NewNameNeed::eDue) {
+        machine.Explain(tstrReason);
+    } else {
+        ReportDecision(machine, Outcome::eStay, tstrReason);
     }
     if (eNeed == NewNameNeed::eJapanese) {
         Trace(kTraceInfo, L"No need to change product name for Japanese version.");
@@ -135,7 +147,7 @@ void DecideAboutNewName(Machine& machine, const std::function<void()>& beforeQue
 {
     machine.BeginOperation(L"DecideAboutNewName");
     if (CheckIfNewProdNameApplied(machine)) {
-        return ReportDecision(machine, Outcome::eStay, L"it was scheduled before");
+        return ReportDecision(machine, Outcome::eStay, L"not due: an earlier run has scheduled it");
     }
     if (!NeedToApplyNewName(machine)) return;
     if (!CanScheduleNewName(machine)) return ReportDecision(machine, Outcome::eFail, L"the install folder is unknown");

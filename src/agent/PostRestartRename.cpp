@@ -104,6 +104,11 @@ void PostUdActionForNewName(Machine& machine)
     WriteNames(machine, names, true, dwView);
 }
 
+std::wstring NewProductName(const Machine& machine)
+{
+    return ReadNames(machine).tstrProduct;
+}
+
 void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName)
 {
     const OperationTrace trace(L"::UninstallShortCut()");

@@ -9,6 +9,10 @@
 /// Traces each failure and continues with the next step. Writes empty names when the string table is unreadable.
 void PostUdActionForNewName(KzCommon::Machine& machine);
 
+/// The name of the product that PostUdActionForNewName() writes: that of the string table of the product's language;
+/// empty when the table is unreadable.
+[[nodiscard]] std::wstring NewProductName(const KzCommon::Machine& machine);
+
 /// Removes the shortcuts of a description file in the install folder (with trailing backslash).
 void UninstallShortCut(const std::wstring& tstrInstallDir, const std::wstring& tstrFileName);
 

@@ -43,7 +43,8 @@ constexpr Verb kVerbs[] = {
      L"  + new   ~ replaced   - removed   = stays as it is   ! not possible   ? unknown: the caller has no access\n"
      L"  [restart] when Windows starts again\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names. A file\n"
-     L"                   registry.reg in it has the values of the product's registry key.\n"
+     L"                   registry.reg in it has the values of the product's registry key, a folder drive_c the\n"
+     L"                   product's files that are elsewhere on drive C:.\n"
      L"  --language TAG   the language of the installed product, instead of the one in the registry\n"
      L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",

@@ -98,7 +98,7 @@ int RunPlan(const Arguments& arguments, Output& output)
     for (const std::size_t uLine : plan.unknownLines) {
         output.tstrErrors += installed / L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
     }
-    output.strText = arguments.bTrace                     ? String::ToUtf8(plan.tstrTrace)
+    output.strText = arguments.bTrace                     ? String::ToUtf8(WithHostPaths(plan.tstrTrace))
                      : arguments.eFormat == Format::eJson ? FormatPlanJson(plan)
                                                           : String::ToUtf8(WithHostPaths(FormatPlanText(plan)));
     return kClean;

@@ -1,5 +1,6 @@
 #include "check/simulate/PlanMachine.h"
 
+#include "agent/PostRestartRename.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
 
@@ -26,14 +27,45 @@ void LayUpdate(SimulatedMachine& machine, const PlanFolders& folders)
     }
 }
 
+/// What an installed product has elsewhere on drive C: is in this folder of a copy of it.
+void LayOutside(SimulatedMachine& machine, const Folder& installedDir)
+{
+    const Folder outside = installedDir / kOutsideFolder;
+    std::vector<std::wstring> folders;
+    const auto lay = [&](const Storage::Directory::Entry& entry) {
+        if (entry.bFolder) {
+            folders.push_back(entry.tstrName);
+        } else {
+            machine.AddFileFrom(L"C:\\" + entry.tstrName, outside / entry.tstrName);
+        }
+    };
+    static_cast<void>(machine.ForEachEntry(outside, L"*", lay, nullptr));
+    for (const std::wstring& tstrName : folders) machine.LayOver(L"C:\\" + tstrName, outside / tstrName);
+}
+
+/// Adds the name to the decision about it: the one that the product has when its texts have arrived.
+void AddNewName(const Machine& machine, std::vector<PlanStep>& steps)
+{
+    for (PlanStep& step : steps) {
+        for (Change& change : step.changes) {
+            if (change.eAction != Action::eNewName) continue;
+            change.tstrTarget = NewProductName(machine);
+            if (change.eOutcome == Outcome::eNew && change.tstrTarget.empty()) {
+                change.tstrReason += L"; without StringTable.ini of the product's language the name becomes empty";
+            }
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFolders& folders)
 {
+    if (folders.bCopy) LayOutside(machine, folders.installedDir);
     LayUpdate(machine, folders);
     std::vector<std::size_t> unknown;
     std::string strBytes;
-    if (folders.bTakeRegistryFile &&
+    if (folders.bCopy &&
         machine.ReadContent(folders.installedDir / kRegistryFile, kMostRegistryBytes, strBytes, nullptr)) {
         // The file describes another machine, so this machine's values of the product do not count.
         machine.RemoveKey({.tstrKeyPath = Frwk::Utility::kProductKey, .tstrName = {}});
@@ -71,6 +103,7 @@ PlannedRun PlanRun(const Machine& base, const PlanFolders& folders, const std::f
     if (bTrace) CloseGlobalDebugLog();
     machine.Restart();
     planned.steps = machine.Steps();
+    AddNewName(machine, planned.steps);
     SimulatedMachine before(&base);
     const std::wstring tstrSettings = folders.installedDir / L"config.xml";
     planned.lost = ListLostSettings(before, tstrSettings, machine, tstrSettings);

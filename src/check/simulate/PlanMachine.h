@@ -9,13 +9,16 @@ namespace Check {
 
 /// In the installed folder: what the product's registry key holds.
 inline constexpr wchar_t kRegistryFile[] = L"registry.reg";
+/// There, too: files that the product has elsewhere on drive C:.
+inline constexpr wchar_t kOutsideFolder[] = L"drive_c";
 
 /// The folders for planning a run.
 struct PlanFolders {
     Folder updateDir;     ///< the update, to be copied over the installed product
     Folder installedDir;  ///< the installed product
-    /// If "registry.reg" exists in the installed folder, it defines the product's key.
-    bool bTakeRegistryFile = false;
+    /// The installed folder is a copy: its "registry.reg", if any, defines the product's key, and its "drive_c" has the
+    /// product's files that are elsewhere on drive C:.
+    bool bCopy = false;
     std::wstring tstrLanguage{};  ///< of the installed product; empty: the one that the registry names
 };
 

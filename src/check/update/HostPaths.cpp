@@ -33,8 +33,10 @@ bool IsWordCharacter(wchar_t ch)
 /// Where the path that begins there ends.
 std::size_t EndOfPath(const std::wstring& tstrText, std::size_t uBegin)
 {
-    const std::size_t uEnd = std::min(tstrText.find_first_of(kAfterPaths, uBegin), tstrText.find(L"  ", uBegin));
-    return std::min(uEnd, tstrText.size());
+    const std::size_t uEnd =
+        std::min({tstrText.find_first_of(kAfterPaths, uBegin), tstrText.find(L"  ", uBegin), tstrText.size()});
+    // The colon may be that of the next path's drive.
+    return uEnd > uBegin && uEnd < tstrText.size() && tstrText[uEnd] == L':' ? uEnd - 1 : uEnd;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "check/verify/Manifest.h"
 
 #include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
 #include "check/update/OpenUpdate.h"
 #include "check/verify/FoundValue.h"
@@ -276,7 +277,7 @@ int ShipManifest(const Update& update, Output& output)
         output.tstrErrors += folder / kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
         return kCannotRead;
     }
-    output.strText = String::ToUtf8(folder / kShippedManifest + L": written\n");
+    output.strText = String::ToUtf8(WithHostPaths(folder / kShippedManifest) + L": written\n");
     return kClean;
 }
 

@@ -227,19 +227,28 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
     const auto decided = [&] {
         return Planned("DecideAboutNewName");
     };
-    EXPECT_EQ(decided(), Lines{"= new name Kazmere Qorvault  [restart]  (build 1100 of the product has it)"});
+    // The name is that of the product's own texts, here of the update's.
+    Bring({L"r1\\xy\\StringTable.ini"});
+    m_installed.MakeFolder(L"Resource\\xy");
+    Write(L"Component\\r1\\xy\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Vault\n");
+    EXPECT_EQ(decided(),
+              Lines{"= new name Vault  [restart]  (not due: the product's version \"3.8.0.1100\" has the build "
+                    "\"1100\" (characters 7 to 10), which is not below \"1100\")"});
+    WriteProduct(L"Version", L"4.1.0.90");
+    EXPECT_THAT(decided(), ElementsAre(HasSubstr("(refused: the product's version \"4.1.0.90\" has fewer than 10")));
     // A record of the update itself can make it due.
     Instruct(
         "[QOR_REGISTRY_PATCH]\nadd=Software\\Kazmere\\KZVLT!Version!REG_SZ!3.8.0.1099\n"
         "[RestartNotification_xy]\ntext=Title\n");
     m_installed.Write(L"qorshcut.xml", "");
-    EXPECT_THAT(decided(), ElementsAre(_, _, "+ qorshcutbackup.xml  <- qorshcut.xml",
-                                       "+ run I:\\Brevant.exe /ApplyNewName  [restart]",
-                                       AllOf(StartsWith("+ ask You must restart"), EndsWith("Title"))));
+    EXPECT_THAT(decided(),
+                ElementsAre(StartsWith("+ new name Vault  [restart]  (due: "), _,
+                            "+ qorshcutbackup.xml  <- qorshcut.xml", "+ run I:\\Brevant.exe /ApplyNewName  [restart]",
+                            AllOf(StartsWith("+ ask You must restart"), EndsWith("Title"))));
     m_installed.Write(L"Resource\\EN-US\\StringTable.ini", "[Global]\nS_STR_PRODUCT_NAME=Kazmere Qorvault\n");
     EXPECT_THAT(decided().back(), StartsWith("= ask"));
     WriteProduct(kMarkerName, kMarkerData);
-    EXPECT_THAT(decided(), ElementsAre(HasSubstr("(it was scheduled before)")));
+    EXPECT_THAT(decided(), ElementsAre(HasSubstr("an earlier run has scheduled it")));
     WriteProduct(kMarkerName, L"");
     WriteProduct(L"Language", L"ja-jp");
     EXPECT_THAT(decided(), ElementsAre(HasSubstr("ja-jp")));

@@ -154,6 +154,7 @@ TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)
         {L"  ~ A\\b  <- Z:\\u\\x  [restart]  (takes the place of \\\\?\\Z:\\u\\y)",
          L"  ~ A\\b  <- /u/x  [restart]  (takes the place of /u/y)"},
         {L"run \"Z:\\i\\a.exe\" SOFTWARE\\Z, HKLM\\Z:\\b", L"run \"/i/a.exe\" SOFTWARE\\Z, HKLM\\/b"},
+        {L"src: Z:\\a\\b, dst:Z:\\c\\d - X.cpp(1)", L"src: /a/b, dst:/c/d - X.cpp(1)"},
         {L"C:\\a XYZ:\\b Z:c Z", L"C:\\a XYZ:\\b Z:c Z"},
     };
     for (const auto& [szText, szShown] : rows) {

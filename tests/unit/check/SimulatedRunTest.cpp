@@ -271,6 +271,7 @@ TEST_F(SimulatedRunTest, APlanIsMadeForTheFolderThatIsNamed)
     installed.Write(L"QorPaFrwk.ini", "[S]\r\nk=old\r\n");
     installed.Write(L"registry.reg",
                     "[HKEY_LOCAL_MACHINE\\Software\\Kazmere\\KZVLT]\r\n\"Language\"=\"xy\"\r\nnonsense\r\n");
+    installed.Write(L"drive_c\\ProgramData\\K19\\a.txt", "");
     const WindowsMachine real;
     SimulatedMachine machine(&real);
     machine.SetValue({.tstrKeyPath = L"SOFTWARE\\Kazmere\\KZVLT", .tstrName = L"Version"}, ToStored(L"1"));
@@ -288,6 +289,7 @@ TEST_F(SimulatedRunTest, APlanIsMadeForTheFolderThatIsNamed)
     EXPECT_EQ(installed.Path(), machine.FolderOf(KnownFolder::eProgram));
     EXPECT_TRUE(machine.HasFile(installed.PathOf(L"Component\\p\\a.dll")));
     EXPECT_FALSE(machine.HasFile(installed.PathOf(L"other.txt")));
+    EXPECT_TRUE(machine.HasFile(L"C:\\ProgramData\\K19\\a.txt"));
     std::wstring tstrValue;
     EXPECT_TRUE(machine.ReadIniValue(installed.PathOf(L"QorPaFrwk.ini"), L"S", L"k", L"", tstrValue, nullptr));
     EXPECT_EQ(L"new", tstrValue);
