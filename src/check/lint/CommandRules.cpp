@@ -151,7 +151,10 @@ void CheckProgram(const CommandCheck& check)
     if (check.words.empty()) return;
     const std::wstring& tstrProgram = check.words.front().tstrText;
     const bool bOther = tstrProgram.find_first_of(L"%{}") != std::wstring::npos;
-    if (!bOther && tstrProgram.find(L'\\') != std::wstring::npos && !String::IsFullPath(tstrProgram)) {
+    if (tstrProgram.starts_with(L'\'')) {
+        check.Add(Rule::eRelativeProgram, 0,
+                  L"single quotes are part of a program's name: write double quotes, \", around the path");
+    } else if (!bOther && tstrProgram.find(L'\\') != std::wstring::npos && !String::IsFullPath(tstrProgram)) {
         check.Add(Rule::eRelativeProgram, 0,
                   L"\"" + tstrProgram + L"\" is no full path: from which folder it starts is not known");
     }
@@ -221,9 +224,10 @@ void CheckStartedPath(const CommandCheck& check, const StartedFile& started, con
         const std::wstring tstrNear = places.files.NearestOf(tstrPath);
         check.AddAs(bKnown ? Severity::eError : Severity::eWarning, Rule::eStartedFile, started.uAt,
                     tstrName + L" does not come with the update" +
-                        (bDownload ? L""
-                         : bKnown  ? L" and is not installed"
-                                   : L"; --installed tells whether it is installed"),
+                        (bDownload                          ? L""
+                         : places.files.IsDeleted(tstrPath) ? L", which deletes it"
+                         : bKnown                           ? L" and is not installed"
+                                                            : L"; --installed tells whether it is installed"),
                     tstrNear.empty() ? tstrNear : kInstalledDir + tstrNear);
         return;
     }
@@ -260,7 +264,9 @@ void CheckStarted(const CommandCheck& check, const Places& places)
 /// B064.
 void CheckGivenSecret(const CommandCheck& check)
 {
-    if (const std::optional<std::size_t> optAt = FindSecret(check.record.tstrValue)) {
+    const std::wstring& tstrCommand = check.record.tstrValue;
+    const std::optional<std::size_t> optNamed = FindSecret(tstrCommand);
+    if (const std::optional<std::size_t> optAt = optNamed ? optNamed : FindGivenPassword(tstrCommand)) {
         check.AddAs(Severity::eWarning, Rule::eSecretInClear, *optAt,
                     L"the command gives a secret away: everybody who gets the update can read it");
     }
@@ -283,7 +289,7 @@ void CheckCommands(const LintContext& context, Report& report)
     const Folder installed = update.InstalledFolder().value_or(kUsualInstallFolder);
     const CustomerFolders folders(installed, update.Product().tstrDownloadPath);
     const auto sources = ListMovedSources(SortDeliveries(update));
-    const ProductFiles files(update);
+    const ProductFiles files(update, context.instructions);
     for (const Instruction& instruction : ListInstructions(context.instructions)) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eCommand) continue;
         const IniRecord& record = *instruction.pRecord;

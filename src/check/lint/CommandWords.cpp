@@ -94,6 +94,18 @@ std::wstring ProgramName(const std::wstring& tstrPath)
     return tstrName;
 }
 
+bool IsPowerShell(std::wstring_view tstrProgram)
+{
+    return tstrProgram == L"powershell" || tstrProgram == L"pwsh";
+}
+
+/// Whether the brace is that of a placeholder and begins no block.
+bool IsPlaceholderAt(std::wstring_view tstrText, std::size_t uAt)
+{
+    return tstrText[uAt] == L'{' && uAt + 1 < tstrText.size() && ::IsCharAlphaNumericW(tstrText[uAt + 1]) &&
+           tstrText.find(L'}', uAt) < tstrText.find_first_of(L" ;", uAt);
+}
+
 std::wstring ExpandVariables(std::wstring tstrText)
 {
     for (const auto& [szVariable, szFolder] : kVariables) {
@@ -120,6 +132,8 @@ private:
     void AddSequence(std::wstring_view tstrCommands, std::size_t uAt, unsigned uLevel);
     void AddOpened(const std::vector<Word>& words, const std::wstring& tstrName, std::size_t uAt);
     void AddJoined(const std::vector<Word>& words, const OpenerRow& row, std::size_t uAt);
+    void AddPowerShell(const std::vector<Word>& words, std::size_t uAt);
+    void AddScripted(std::wstring_view tstrScript, std::size_t uAt);
     [[nodiscard]] std::wstring Expand(const std::wstring& tstrText) const
     {
         return ExpandVariables(m_folders.Expand(tstrText));
@@ -197,6 +211,7 @@ void StartedFiles::Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInt
         const std::size_t uInner = words[*optInner].uBegin;
         return AddSequence(tstrCommand.substr(uInner), uAt + uInner, uLevel);
     }
+    if (IsPowerShell(tstrName)) AddPowerShell(words, uAt);
     if (tstrName != L"cmd") return AddOpened(words, tstrName, uAt);
     for (const Word& word : words) {
         const std::wstring tstrOption = String::LowerCase(word.tstrText.substr(0, 2));
@@ -209,8 +224,58 @@ void StartedFiles::Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInt
 bool IsOption(const std::wstring& tstrWord, const std::wstring& tstrName, std::wstring_view tstrOption)
 {
     const std::wstring tstrLower = String::LowerCase(tstrWord);
-    const bool bShort = tstrName == L"powershell" || tstrName == L"pwsh";
-    return tstrLower == tstrOption || (bShort && tstrLower.size() > 1 && tstrOption.starts_with(tstrLower));
+    return tstrLower == tstrOption ||
+           (IsPowerShell(tstrName) && tstrLower.size() > 1 && tstrOption.starts_with(tstrLower));
+}
+
+/// The commands of PowerShell: what is after the option, else a first word that is no option and no option's value.
+void StartedFiles::AddPowerShell(const std::vector<Word>& words, std::size_t uAt)
+{
+    const auto itOption = std::ranges::find_if(
+        words, [](const Word& word) { return IsOption(word.tstrText, L"powershell", L"-command"); });
+    const auto itBegin = itOption != words.end() ? std::next(itOption)
+                                                 : std::find_if(words.begin() + 1, words.end(), [](const Word& word) {
+                                                       return word.tstrText.starts_with(L'&') ||
+                                                              String::LowerCase(word.tstrText).ends_with(L".ps1");
+                                                   });
+    const bool bFile =
+        itOption == words.end() && itBegin != words.end() && IsOption((itBegin - 1)->tstrText, L"powershell", L"-file");
+    if (bFile) return;  // that option has a row of its own
+    std::wstring tstrScript;
+    for (auto it = itBegin; it != words.end(); ++it) {
+        tstrScript.resize(it->uBegin - itBegin->uBegin + (it->bQuoted ? 1 : 0), L' ');
+        tstrScript += it->tstrText;
+    }
+    if (itBegin != words.end()) AddScripted(tstrScript, uAt + itBegin->uBegin);
+}
+
+/// The files in the place of a command: at the beginning, and after "&", ".", ";", "|" and Start-Process.
+void StartedFiles::AddScripted(std::wstring_view tstrScript, std::size_t uAt)
+{
+    constexpr std::wstring_view kStarters[] = {L".", L"start-process", L"saps", L"start"};
+    constexpr std::wstring_view kStarted[] = {L".ps1", L".exe", L".cmd", L".bat", L".vbs", L".msi"};
+    bool bCommand = true;
+    for (std::size_t u = 0; u < tstrScript.size();) {
+        const wchar_t ch = tstrScript[u];
+        if (std::wstring_view(L" \t&;|(){,").find(ch) != std::wstring_view::npos && !IsPlaceholderAt(tstrScript, u)) {
+            bCommand = bCommand || std::wstring_view(L"&;|({").find(ch) != std::wstring_view::npos;
+            ++u;
+            continue;
+        }
+        const bool bQuoted = ch == L'\'';
+        const std::size_t uBegin = bQuoted ? u + 1 : u;
+        const std::size_t uEnd =
+            std::min(tstrScript.find_first_of(bQuoted ? L"'" : L" \t&;|)'", uBegin), tstrScript.size());
+        const std::wstring tstrWord(tstrScript.substr(uBegin, uEnd - uBegin));
+        const std::wstring tstrLower = String::LowerCase(tstrWord);
+        u = bQuoted ? uEnd + 1 : uEnd;
+        if (bCommand && tstrLower.starts_with(L'-')) continue;  // an option of Start-Process
+        const bool bStarted = bCommand && tstrWord.find(L'$') == std::wstring::npos &&
+                              std::ranges::any_of(kStarted, [&](auto tstrEnd) { return tstrLower.ends_with(tstrEnd); });
+        const bool bProgram = tstrLower.ends_with(L".exe");
+        if (bStarted) AddFile(bProgram ? Kind::eProgram : Kind::eDocument, Expand(tstrWord), uAt + uBegin);
+        bCommand = IsIn(kStarters, tstrLower);
+    }
 }
 
 /// msiexec takes its file directly behind the option as well: /i"a.msi".

@@ -1,5 +1,6 @@
 // B060 to B068: the configuration files that the update brings, and the settings that it carries over.
 #include "check/lint/ConfigTags.h"
+#include "check/lint/InstalledRegistry.h"
 #include "check/lint/Lint.h"
 #include "check/lint/SecretText.h"
 #include "check/lint/XmlFile.h"
@@ -9,6 +10,7 @@
 #include "check/update/XmlForm.h"
 
 #include "agent/SettingsFiles.h"
+#include "common/Frwk_Utility.h"
 #include "common/KzComn_String.h"
 #include "config/ConfigDefaults.h"
 #include "config/ConfigStore.h"
@@ -197,8 +199,25 @@ bool HasPlainNames(const TagPath& path)
     return true;
 }
 
-/// B060 and B061 of one record. `words`: the settings that may have been meant.
-void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector<std::wstring>& words, Report& report)
+/// The tag path without its first name, which is the root element's, if that is a setting; else empty.
+std::wstring WithoutRoot(const std::wstring& tstrTag, const KnownTags& known)
+{
+    const std::wstring tstrRest = tstrTag.substr(std::min(tstrTag.find(L'/', 1), tstrTag.size()));
+    const std::optional<TagPath> path = TagPath::Parse(tstrRest);
+    const auto itKnown = path ? known.find(path->Folded()) : known.end();
+    return itKnown == known.end() || itKnown->second.bSection ? std::wstring() : itKnown->second.tstrPath;
+}
+
+/// What the rules of records are checked against.
+struct TagContext {
+    const KnownTags& known;
+    std::vector<std::wstring> words;         ///< the settings that may have been meant
+    const std::set<std::wstring>& misspelt;  ///< in the files, and the right names, folded
+    bool bPackage = false;                   ///< the product package, which has the files, is there
+};
+
+/// B060 and B061 of one record.
+void CheckTag(const IniRecord& record, const TagContext& around, Report& report)
 {
     const auto add = [&](Rule eRule, const wchar_t* szText, const std::wstring& tstrSuggestion) {
         report.Add(eRule, kInstructionFile, record.valuePlace, L"\"" + record.tstrValue + L"\" " + szText,
@@ -206,13 +225,16 @@ void CheckTag(const IniRecord& record, const KnownTags& known, const std::vector
     };
     const std::optional<TagPath> path = TagPath::Parse(record.tstrValue);
     if (!path || !HasPlainNames(*path)) {
-        add(Rule::eNoTagPath, L"is no tag path, such as /Section/Setting", NearestOf(record.tstrValue, words));
+        add(Rule::eNoTagPath, L"is no tag path, such as /Section/Setting", NearestOf(record.tstrValue, around.words));
         return;
     }
-    const auto itKnown = known.find(path->Folded());
-    if (itKnown == known.end()) {
+    // Another finding tells of a missing package, and of the files if they are wrong and the record is right.
+    if (!around.bPackage || around.misspelt.contains(path->Folded())) return;
+    const auto itKnown = around.known.find(path->Folded());
+    if (itKnown == around.known.end()) {
+        const std::wstring tstrRootless = WithoutRoot(record.tstrValue, around.known);
         add(Rule::eUnknownTag, L"is a setting of neither the update's configuration files nor the defaults",
-            NearestOf(record.tstrValue, words));
+            tstrRootless.empty() ? NearestOf(record.tstrValue, around.words) : tstrRootless);
     } else if (itKnown->second.bSection) {
         add(Rule::eUnknownTag, L"is a section: settings are carried over one by one", L"");
     }
@@ -227,6 +249,19 @@ void CheckKeptNames(const Update& update, Report& report)
         report.Add(Rule::eShipsKeptSettings, delivery.tstrSource, {},
                    L"the agent keeps the user's settings under this name, and the file replaces them: rename it");
     }
+}
+
+/// The configuration files, that of the installed product's language first.
+std::vector<std::wstring> ConfigFiles(const Update& update)
+{
+    std::vector<std::wstring> files = SettingFiles(update, L"config", L"xml");
+    const auto optLanguage = InstalledRegistry(update).Find(Frwk::Utility::kProductKey, L"Language");
+    const std::wstring tstrOwn = L"\\config_" + (optLanguage ? ShowStored(*optLanguage) : L"EN-US") + L".xml";
+    std::ranges::stable_partition(files, [&](const std::wstring& tstrFile) {
+        return tstrFile.size() > tstrOwn.size() &&
+               String::EqualsNoCase(tstrFile.substr(tstrFile.size() - tstrOwn.size()), tstrOwn);
+    });
+    return files;
 }
 
 /// B068 of one configuration file; what is lost in several languages is found in the first.
@@ -262,22 +297,27 @@ void CheckConfiguration(const LintContext& context, Report& report)
     AddDefaults(known);
     std::vector<FileTags> files;
     std::set<std::wstring> lost;
-    for (const std::wstring& tstrFile : SettingFiles(context.update, L"config", L"xml")) {
+    for (const std::wstring& tstrFile : ConfigFiles(context.update)) {
         const auto document = ReadXml(context.update, tstrFile, Rule::eConfigNotXml, report);
         if (!document) continue;
         ConfigFile(tstrFile, known, report).Check(*document->GetRoot());
         files.push_back(TagsOf(tstrFile, *document->GetRoot()));
         CheckLostSettings(context.update, tstrFile, *document->GetRoot(), lost, report);
     }
-    CheckTagNames(context.update, files, report);
-    std::vector<std::wstring> words;
-    for (const auto& [tstrFolded, tag] : known) {
-        if (!tag.bSection && words.size() < kMaxSuggested) words.push_back(tag.tstrPath);
-    }
+    std::ranges::sort(files, {}, &FileTags::tstrFile);
+    std::vector<const IniRecord*> records;
+    std::vector<std::wstring> carriedOver;
     for (const Instruction& instruction : ListInstructions(context.instructions)) {
         if (FormOf(instruction.pKey->eEffect) != RecordForm::eTag) continue;
-        CheckTag(*instruction.pRecord, known, words, report);
+        records.push_back(instruction.pRecord);
+        carriedOver.push_back(instruction.pRecord->tstrValue);
     }
+    const std::set<std::wstring> misspelt = CheckTagNames(context.update, files, carriedOver, report);
+    TagContext around{known, {}, misspelt, context.update.Product().bThere};
+    for (const auto& [tstrFolded, tag] : known) {
+        if (!tag.bSection && around.words.size() < kMaxSuggested) around.words.push_back(tag.tstrPath);
+    }
+    for (const IniRecord* const pRecord : records) CheckTag(*pRecord, around, report);
     CheckKeptNames(context.update, report);
 }
 

@@ -82,7 +82,10 @@ void CheckMisspelt(const FileTags& file, const TagNames& known, std::set<std::ws
         explained.insert(tstrFolded);
         explained.insert(TagPath::Parse(tstrNear)->Folded());
         report.Add(Rule::eMisspeltSetting, file.tstrFile, tag.place,
-                   tag.tstrPath + L" is no setting that the product is known to have, and the file lacks " + tstrNear,
+                   tag.tstrPath +
+                       L" is no setting that the product is known to have or a record carries over, and the "
+                       L"file lacks " +
+                       tstrNear,
                    LastName(tstrNear));
     }
 }
@@ -105,7 +108,8 @@ TextPosition PlaceOfSection(const FileTags& file, const std::wstring& tstrFolded
 
 using TaggedFiles = std::vector<const FileTags*>;
 
-/// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`.
+/// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`. Of two
+/// files it is not known which one is right.
 void CheckOwn(const FileTags& file, const TaggedFiles& languages, std::set<std::wstring>& explained, Report& report)
 {
     TagNames others;
@@ -120,8 +124,9 @@ void CheckOwn(const FileTags& file, const TaggedFiles& languages, std::set<std::
         explained.insert(tstrFolded);
         explained.insert(TagPath::Parse(tstrNear)->Folded());
         report.Add(Rule::eSettingOfOneLanguage, file.tstrFile, tag.place,
-                   tag.tstrPath + L" is in no other language, and " + tstrNear + L" is missing here",
-                   LastName(tstrNear));
+                   tag.tstrPath + L" is in no other language, and " + tstrNear + L" is missing here" +
+                       (languages.size() > 2 ? L"" : L": one of the two is misspelt"),
+                   languages.size() > 2 ? LastName(tstrNear) : std::wstring());
     }
 }
 
@@ -136,6 +141,32 @@ void CheckLacking(const FileTags& file, const FileTags& other, std::set<std::wst
     }
 }
 
+/// B067 of settings whose types differ: the type of most files counts as the right one.
+void CheckTypes(const TaggedFiles& languages, Report& report)
+{
+    std::map<std::wstring, std::map<Config::Type, std::vector<const FileTags*>>> types;
+    for (const FileTags* const pFile : languages) {
+        for (const auto& [tstrFolded, tag] : pFile->tags) {
+            const bool bTyped = !tag.bSection && tag.eType != Config::Type::eUnknown;  // B063 tells of unknown ones
+            if (bTyped) types[tstrFolded][tag.eType].push_back(pFile);
+        }
+    }
+    const auto isLess = [](const auto& left, const auto& right) {
+        return left.second.size() < right.second.size();
+    };
+    for (const auto& [tstrFolded, byType] : types) {
+        const auto itMost = std::ranges::max_element(byType, isLess);
+        for (const auto& [eType, others] : byType) {
+            if (eType == itMost->first) continue;
+            for (const FileTags* const pFile : others) {
+                const FileTag& tag = pFile->tags.at(tstrFolded);
+                report.Add(Rule::eSettingOfOneLanguage, pFile->tstrFile, tag.place,
+                           tag.tstrPath + L" has another type in " + LastName(itMost->second.front()->tstrFile));
+            }
+        }
+    }
+}
+
 }  // namespace
 
 FileTags TagsOf(const std::wstring& tstrFile, const Storage::XmlElement& root)
@@ -143,14 +174,22 @@ FileTags TagsOf(const std::wstring& tstrFile, const Storage::XmlElement& root)
     FileTags file{tstrFile, {}};
     ForEachTag(root, [&](const Storage::XmlElement& element, const TagPath& path) {
         file.tags.try_emplace(path.Folded(),
-                              FileTag{path.Text(), PlaceOfElement(element), element.GetFirstChild() != nullptr});
+                              FileTag{path.Text(), PlaceOfElement(element), element.GetFirstChild() != nullptr,
+                                      Config::TypeOfName(element.GetAttribute(L"type"))});
     });
     return file;
 }
 
-void CheckTagNames(const Update& update, const std::vector<FileTags>& files, Report& report)
+std::set<std::wstring> CheckTagNames(const Update& update, const std::vector<FileTags>& files,
+                                     const std::vector<std::wstring>& carriedOver, Report& report)
 {
-    const TagNames known = KnownNames(update);
+    TagNames known = KnownNames(update);
+    for (const std::wstring& tstrTag : carriedOver) {
+        const auto path = TagPath::Parse(tstrTag);
+        const bool bHas = path && std::ranges::any_of(
+                                      files, [&](const FileTags& file) { return file.tags.contains(path->Folded()); });
+        if (bHas) AddName(known, tstrTag);
+    }
     std::set<std::wstring> misspelt;  // and what they are slips of
     for (const FileTags& file : files) CheckMisspelt(file, known, misspelt, report);
     // A file without a language serves the languages that have no file of their own.
@@ -165,6 +204,8 @@ void CheckTagNames(const Update& update, const std::vector<FileTags>& files, Rep
             if (pOther != pFile) CheckLacking(*pFile, *pOther, explained, report);
         }
     }
+    CheckTypes(languages, report);
+    return misspelt;
 }
 
 }  // namespace Check

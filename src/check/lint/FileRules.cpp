@@ -53,9 +53,12 @@ struct FileCheck {
     void AddWithRecord(Rule eRule, const std::wstring& tstrText, const std::wstring& tstrRecord) const;
 };
 
+/// A name may have single quotes in it, so only those around a path are taken away.
 std::wstring WithoutQuotes(std::wstring tstrText)
 {
     std::erase(tstrText, L'"');
+    if (tstrText.starts_with(L'\'')) tstrText.erase(0, 1);
+    if (tstrText.ends_with(L'\'')) tstrText.pop_back();
     return tstrText;
 }
 
@@ -85,7 +88,7 @@ bool CheckRefusal(const FileCheck& check)
     if (BeginsWithBraces(check.parsed.tstrPath)) return false;
     const std::wstring& tstrPath = check.parsed.tstrPath;
     const bool bFull = String::IsFullPath(tstrPath);
-    const bool bQuoted = tstrPath.find(L'"') != std::wstring::npos;
+    const bool bQuoted = tstrPath.starts_with(L'\'') || tstrPath.find(L'"') != std::wstring::npos;
     // What begins with a variable or a quote is meant to be a full path.
     const bool bRelative = !bFull && tstrPath.find(L':') == std::wstring::npos && tstrPath.find_first_of(L"%'") != 0;
     const std::size_t uName = std::min(tstrPath.find_first_not_of(L"\\/"), tstrPath.size());

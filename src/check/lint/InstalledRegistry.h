@@ -20,6 +20,8 @@ public:
     InstalledRegistry(const InstalledRegistry&) = delete;  // the tree keeps a pointer to the machine
     InstalledRegistry& operator=(const InstalledRegistry&) = delete;
 
+    /// Whether anything is known.
+    [[nodiscard]] bool IsKnown() const noexcept { return m_optTree.has_value(); }
     /// A value below HKEY_LOCAL_MACHINE; nothing when it is missing or not known.
     [[nodiscard]] std::optional<KzCommon::StoredValue> Find(const std::wstring& tstrKeyPath,
                                                             const std::wstring& tstrName) const;

@@ -1,3 +1,4 @@
+#include "check/lint/InstalledRegistry.h"
 #include "check/lint/Lint.h"
 #include "check/update/HostPaths.h"
 #include "check/update/OpenUpdate.h"
@@ -15,15 +16,19 @@ namespace Check {
 namespace {
 
 constexpr void (*kFamilies[])(const LintContext& context, Report& report) = {
-    CheckForm,     CheckPlaceholders, CheckRegistry, CheckFileRecords,   CheckUpdateInfo, CheckCommands,
-    CheckPackages, CheckLanguages,    CheckManifest, CheckConfiguration, CheckShortcuts,  CheckTexts,
+    CheckForm,     CheckPlaceholders, CheckRegistry,      CheckFileRecords, CheckUpdateInfo,
+    CheckCommands, CheckLanguages,    CheckConfiguration, CheckShortcuts,   CheckTexts,
 };
+/// They compare the update as it is named.
+constexpr void (*kFamiliesOfNames[])(const LintContext& context, Report& report) = {CheckPackages, CheckManifest};
 
 }  // namespace
 
 void LintUpdate(const LintContext& context, Report& report)
 {
-    for (const auto pfnFamily : kFamilies) pfnFamily(context, report);
+    const Update meant = AsMeant(context.update);
+    for (const auto pfnFamily : kFamilies) pfnFamily({meant, context.instructions, context.languages}, report);
+    for (const auto pfnFamily : kFamiliesOfNames) pfnFamily(context, report);
     RemoveSuppressed(context.instructions, report);
 }
 
@@ -38,6 +43,11 @@ int RunLint(const Arguments& arguments, Output& output)
     }
     Report report;
     LintUpdate({update, instructions, arguments.languages}, report);
+    if (update.InstalledFolder() && !InstalledRegistry(update).IsKnown()) {
+        output.tstrErrors += *update.InstalledFolder() / L"registry.reg" +
+                             L": missing; the registry of the installed product is not known, and nothing is compared "
+                             L"with it\n";
+    }
     output.strText = arguments.eFormat == Format::eSarif
                          ? FormatSarif(report, update.Root(), instructions)
                          : String::ToUtf8(WithHostPaths(FormatText(report, update.GivenFolder())));

@@ -34,6 +34,10 @@ void CheckConfiguration(const LintContext& context, Report& report);  ///< Confi
 void CheckShortcuts(const LintContext& context, Report& report);      ///< ShortcutRules.cpp
 void CheckTexts(const LintContext& context, Report& report);          ///< TextRules.cpp
 
+/// The update with each package in the folder that its author most likely meant, where the named one is missing: what
+/// is in a package can be checked although its name is wrong. CheckPackages() tells of the name.
+[[nodiscard]] Update AsMeant(const Update& update);
+
 /// Runs all families.
 void LintUpdate(const LintContext& context, Report& report);
 

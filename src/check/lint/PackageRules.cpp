@@ -11,6 +11,7 @@
 #include <shlwapi.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string_view>
@@ -52,6 +53,7 @@ std::vector<std::wstring> UnnamedFolders(const Update& update)
         }
         folders = std::move(below);
     }
+    std::ranges::sort(others);
     return others;
 }
 
@@ -110,12 +112,31 @@ bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingP
     return true;
 }
 
-/// The folder that may have been meant by a package's name.
-std::wstring MeantFolder(const Package& package, const std::vector<std::wstring>& others)
+/// The folder of nearly the same name as a package's; empty if there is none.
+std::wstring NearFolder(const Package& package, const std::vector<std::wstring>& others)
 {
     const std::wstring& tstrRefused = package.tstrRefused;
     const std::size_t uName = std::min(tstrRefused.find_first_not_of(L".\\/"), tstrRefused.size());
     return NearestOf(tstrRefused.empty() ? package.tstrDownloadPath : tstrRefused.substr(uName), others);
+}
+
+/// The folders that may be meant by the names of missing packages.
+struct MeantFolders {
+    std::wstring tstrProduct{};
+    std::wstring tstrResource{};
+};
+
+/// Besides a name that is nearly the same, the only folder that is left counts, and for texts one with a string table.
+MeantFolders FindMeant(const Update& update, const std::vector<std::wstring>& others,
+                       const std::vector<std::wstring>& texts)
+{
+    std::vector<std::wstring> programs;
+    std::ranges::set_difference(others, texts, std::back_inserter(programs));
+    MeantFolders meant{NearFolder(update.Product(), others), NearFolder(update.Resource(), others)};
+    if (meant.tstrProduct.empty() && programs.size() == 1) meant.tstrProduct = programs.front();
+    if (meant.tstrResource.empty() && !texts.empty()) meant.tstrResource = texts.front();
+    if (meant.tstrResource.empty() && others.size() == 1) meant.tstrResource = others.front();
+    return meant;
 }
 
 /// Reports packages that are not deployed. An install folder may have those of earlier updates.
@@ -134,37 +155,50 @@ void CheckUnnamedPackages(const Update& update, const std::vector<std::wstring>&
     }
 }
 
+/// What became of the names of the packages.
+struct NamedPackages {
+    MeantFolders meant{};        ///< where the named folders are missing
+    bool bProductFound = false;  ///< a finding tells that the product package is missing
+};
+
 /// Without the package that the update information names, the agent ignores other folders below "Component\\".
-void CheckDownloadPaths(const Update& update, Report& report)
+NamedPackages CheckDownloadPaths(const Update& update, Report& report)
 {
     IniScan info;
-    static_cast<void>(info.Read(update.FullPath(kUpdateInfoFile), nullptr));
+    DWORD dwError = ERROR_SUCCESS;
+    const bool bNoInfo = !info.Read(update.FullPath(kUpdateInfoFile), &dwError) && dwError == ERROR_FILE_NOT_FOUND;
     const std::vector<std::wstring> others = UnnamedFolders(update);
-    const auto itTexts = std::find_if(others.begin(), others.end(), [&](const std::wstring& tstrName) {
+    std::vector<std::wstring> texts;
+    std::ranges::copy_if(others, std::back_inserter(texts), [&](const std::wstring& tstrName) {
         return HasStringTable(update.FullPath(kComponents + tstrName + L"\\"));
     });
-    const MissingPackage product{update.Product(), ProductDownloadKey(), L"product",
-                                 MeantFolder(update.Product(), others)};
-    const std::wstring tstrNear = MeantFolder(update.Resource(), others);
-    const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource",
-                                  tstrNear.empty() && itTexts != others.end() ? *itTexts : tstrNear};
+    const MeantFolders folders = FindMeant(update, others, texts);
+    const MissingPackage product{update.Product(), ProductDownloadKey(), L"product", folders.tstrProduct};
+    const MissingPackage resource{update.Resource(), ResourceDownloadKey(), L"resource", folders.tstrResource};
     std::set<std::wstring> meant;  // each has a finding of its own already
+    NamedPackages named;
     for (const MissingPackage* pMissing : {&product, &resource}) {
-        const bool bThere = pMissing->package.bThere && pMissing->package.tstrRefused.empty();
-        const bool bNamed = !bThere && CheckNamedPackage(update, info, *pMissing, report);
-        const bool bMeant = pMissing == &product ? !others.empty() : update.Product().bThere && itTexts != others.end();
-        if (bNamed || (!bThere && bMeant)) {
-            meant.insert(pMissing->tstrMeant.empty() && others.size() == 1 ? others.front() : pMissing->tstrMeant);
-        }
-        if (!bThere && !bNamed && bMeant) {
-            report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
-                         L"the " + std::wstring(pMissing->szKind) + L" package is looked for in \"" +
-                             update.Root().Relative(pMissing->package.folder) +
-                             L"\", which is not there: the agent does not deploy it",
-                         pMissing->tstrMeant);
-        }
+        const bool bProduct = pMissing == &product;
+        if (pMissing->package.bThere && pMissing->package.tstrRefused.empty()) continue;
+        const bool bNamed = CheckNamedPackage(update, info, *pMissing, report);
+        const bool bMeant = bProduct ? !others.empty() : (update.Product().bThere || bNoInfo) && !texts.empty();
+        if (!bNamed && !bMeant) continue;
+        const std::wstring& tstrMeant = pMissing->tstrMeant;
+        if (meant.insert(tstrMeant).second) (bProduct ? named.meant.tstrProduct : named.meant.tstrResource) = tstrMeant;
+        // Without the file both names are missing for one reason.
+        const bool bTold = bNamed || (bNoInfo && named.bProductFound);
+        named.bProductFound = named.bProductFound || bProduct;
+        if (bTold) continue;
+        report.AddAs(Severity::eError, Rule::eNoStepLooksThere, kUpdateInfoFile, {},
+                     (bNoInfo ? L"there is no UpdateInfo.ini, which the update client writes to name the packages: the "
+                              : L"the ") +
+                         std::wstring(pMissing->szKind) + L" package is looked for in \"" +
+                         update.Root().Relative(pMissing->package.folder) +
+                         L"\", which is not there: the agent does not deploy it",
+                     tstrMeant);
     }
     CheckUnnamedPackages(update, others, meant, report);
+    return named;
 }
 
 /// Sections that are carried out with the product package. Of the update information B042 tells the case that only the
@@ -305,7 +339,8 @@ void CheckReadOnly(const Update& update, Report& report)
 void CheckStrayFiles(const Update& update, Report& report)
 {
     constexpr wchar_t kSystemFiles[] = L"Thumbs.db;desktop.ini;.DS_Store;._*;~$*;*.swp;*.orig;*.rej";
-    constexpr wchar_t kPrograms[] = L"*.exe;*.dll;*.sys;*.ocx;*.com;*.msi;*.cpl";
+    constexpr wchar_t kPrograms[] =
+        L"*.exe;*.dll;*.sys;*.ocx;*.com;*.msi;*.cpl;*.cmd;*.bat;*.ps1;*.psm1;*.vbs;*.wsf;*.reg";
     std::set<std::wstring> reported;
     for (const Delivery& delivery : update.Deliveries()) {
         const std::wstring& tstrFile = delivery.tstrContent;
@@ -319,19 +354,32 @@ void CheckStrayFiles(const Update& update, Report& report)
         const bool bEmpty = ::PathMatchSpecW(tstrName.c_str(), kPrograms) &&
                             ::GetFileAttributesExW(update.FullPath(tstrFile).c_str(), GetFileExInfoStandard, &data) &&
                             data.nFileSizeLow == 0 && data.nFileSizeHigh == 0;
-        if (bEmpty) report.Add(Rule::eEmptyProgram, tstrFile, {}, L"the program or library is empty: it has 0 bytes");
+        if (bEmpty)
+            report.Add(Rule::eEmptyProgram, tstrFile, {}, L"the program, library or script is empty: it has 0 bytes");
     }
 }
 
 }  // namespace
 
+Update AsMeant(const Update& update)
+{
+    // An install folder may have packages of earlier updates.
+    const bool bInstalled = update.InstalledFolder() && update.InstalledFolder()->Text() == update.Root().Text();
+    Report unused;
+    const auto [meant, bProductFound] = bInstalled ? NamedPackages() : CheckDownloadPaths(update, unused);
+    const bool bAsNamed = meant.tstrProduct.empty() && meant.tstrResource.empty();
+    return bAsNamed ? update : update.With(meant.tstrProduct, meant.tstrResource);
+}
+
 void CheckPackages(const LintContext& context, Report& report)
 {
-    CheckDownloadPaths(context.update, report);
-    CheckSections(context, report);
-    CheckUnusedFiles(context.update, CheckInnerFolder(context.update, report), report);
-    CheckReadOnly(context.update, report);
-    CheckStrayFiles(context.update, report);
+    const bool bProductFound = CheckDownloadPaths(context.update, report).bProductFound;
+    const Update meant = AsMeant(context.update);
+    const LintContext asMeant{meant, context.instructions, context.languages};
+    if (meant.Product().bThere || !bProductFound) CheckSections(asMeant, report);
+    CheckUnusedFiles(meant, CheckInnerFolder(meant, report), report);
+    CheckReadOnly(meant, report);
+    CheckStrayFiles(meant, report);
 }
 
 }  // namespace Check

@@ -3,7 +3,9 @@
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 
+#include "agent/FileOperations.h"
 #include "common/KzComn_File.h"
+#include "common/KzComn_NamePattern.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -13,7 +15,7 @@ using namespace KzCommon;
 
 namespace Check {
 
-ProductFiles::ProductFiles(const Update& update)
+ProductFiles::ProductFiles(const Update& update, const IniScan& instructions)
     : m_installed(update.InstalledFolder().value_or(kUsualInstallFolder)),
       m_bInstalled(update.InstalledFolder().has_value())
 {
@@ -23,6 +25,15 @@ ProductFiles::ProductFiles(const Update& update)
         m_below.push_back(m_installed.Relative(delivery.tstrDestination));
     }
     for (const std::wstring& tstrFile : update.Files()) m_downloaded.insert(m_installed / tstrFile);
+    const CustomerFolders folders(m_installed, update.Product().tstrDownloadPath);
+    for (const Instruction& instruction : ListInstructions(instructions)) {
+        if (FormOf(instruction.pKey->eEffect) != RecordForm::ePath) continue;
+        const int iOp = FileOpOf(instruction.pKey->eEffect);
+        const FileRecord record = ParseFileRecord(iOp, folders.Expand(instruction.pRecord->tstrValue));
+        if (iOp == op_dir_add || record.eRefusal != FileRefusal::eNone) continue;
+        m_deletions.push_back({Storage::Directory::FullPath(WithoutPrefix(record.tstrFolder)),
+                               iOp == op_dir_delete ? std::wstring() : record.tstrPattern});
+    }
 }
 
 std::wstring ProductFiles::PathOf(const std::wstring& tstrBelow) const
@@ -37,8 +48,19 @@ bool ProductFiles::IsInstallPath(const std::wstring& tstrPath) const
 
 bool ProductFiles::HasFile(const std::wstring& tstrPath) const
 {
-    return m_brought.contains(tstrPath) ||
-           (m_bInstalled && IsInstallPath(tstrPath) && Storage::File::IsExisted(LongPath(tstrPath)));
+    return m_brought.contains(tstrPath) || (m_bInstalled && IsInstallPath(tstrPath) && !IsDeleted(tstrPath) &&
+                                            Storage::File::IsExisted(LongPath(tstrPath)));
+}
+
+bool ProductFiles::IsDeleted(const std::wstring& tstrPath) const
+{
+    if (m_brought.contains(tstrPath)) return false;
+    const std::wstring tstrFolder = String::FolderPart(tstrPath);
+    return std::any_of(m_deletions.begin(), m_deletions.end(), [&](const Deletion& deletion) {
+        if (deletion.tstrPattern.empty()) return deletion.folder.Contains(tstrPath);
+        return String::EqualsNoCase(deletion.folder.Text(), tstrFolder) &&
+               Storage::File::MatchesPattern(tstrPath.substr(tstrFolder.size()), deletion.tstrPattern);
+    });
 }
 
 bool ProductFiles::HasPath(const std::wstring& tstrPath) const

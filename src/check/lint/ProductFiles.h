@@ -1,6 +1,7 @@
 // What is known of the files of a customer's machine after the update.
 #pragma once
 
+#include "check/update/IniScan.h"
 #include "check/update/Update.h"
 
 #include <set>
@@ -13,7 +14,7 @@ namespace Check {
 /// compared without regard to case.
 class ProductFiles {
 public:
-    explicit ProductFiles(const Update& update);
+    ProductFiles(const Update& update, const IniScan& instructions);
 
     /// Whether it is known which files the installed product has.
     [[nodiscard]] bool AreInstalledKnown() const noexcept { return m_bInstalled; }
@@ -26,6 +27,8 @@ public:
     [[nodiscard]] bool HasFile(const std::wstring& tstrPath) const;
     /// The same of a file or folder.
     [[nodiscard]] bool HasPath(const std::wstring& tstrPath) const;
+    /// Whether a record of the update deletes the file, which the update does not bring.
+    [[nodiscard]] bool IsDeleted(const std::wstring& tstrPath) const;
     /// Whether the path names a file of the packages where the update client puts it.
     [[nodiscard]] bool IsDownloaded(const std::wstring& tstrPath) const;
 
@@ -34,8 +37,15 @@ public:
     [[nodiscard]] std::wstring NearestOf(const std::wstring& tstrPath) const;
 
 private:
+    /// A record that deletes files.
+    struct Deletion {
+        Folder folder;
+        std::wstring tstrPattern;  ///< of the files directly in the folder; empty: the folder with all that is in it
+    };
+
     Folder m_installed;
     bool m_bInstalled;
+    std::vector<Deletion> m_deletions;
     KzCommon::String::NoCaseSet m_brought;
     KzCommon::String::NoCaseSet m_downloaded;
     std::vector<std::wstring> m_below;  // what is brought to the install folder, below it

@@ -124,7 +124,7 @@ constexpr RuleRow kRules[] = {
     {Rule::eStaleManifest, kError, L"stale-manifest",
      L"The manifest does not say what the update promises: verify reports false failures, or misses real ones."},
     {Rule::eNoProductFile, kWarning, L"no-product-file", L"The file belongs to a system or an editor, not to a product."},
-    {Rule::eEmptyProgram, kError, L"empty-program", L"The program or library is empty: it replaces one that works."},
+    {Rule::eEmptyProgram, kError, L"empty-program", L"The program, library or script is empty: it replaces one that works."},
 
     {Rule::eShortcutsNotXml, kError, L"shortcuts-not-xml", L"The description is refused: no shortcuts are made."},
     {Rule::eShortcutName, kError, L"shortcut-name", L"The name is refused, and the item left out."},

@@ -1,5 +1,6 @@
 #include "check/lint/SecretText.h"
 
+#include "check/lint/CommandWords.h"
 #include "check/update/Update.h"
 #include "common/KzComn_String.h"
 
@@ -54,6 +55,31 @@ std::optional<std::size_t> FindSecret(std::wstring_view tstrText)
         const bool bOption = tstrName.starts_with(L'-') || (uName > 0 && tstrText[uName - 1] == L'/');
         const bool bNamed = tstrText[uAt] != L' ' || bOption;
         if (bNamed && IsSecretName(tstrName) && !IsNoSecret(tstrText.substr(uAt + 1))) return uAt + 1;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::size_t> FindGivenPassword(std::wstring_view tstrCommand)
+{
+    // A command within quotes is split like the others.
+    std::wstring tstrPlain(tstrCommand);
+    std::ranges::replace(tstrPlain, L'"', L' ');
+    const std::vector<Word> words = SplitCommand(tstrPlain);
+    const auto is = [&](std::size_t u, std::initializer_list<std::wstring_view> names) {
+        return u < words.size() && std::ranges::any_of(names, [&](std::wstring_view tstrName) {
+                   return String::EqualsNoCase(words[u].tstrText.substr(words[u].tstrText.rfind(L'\\') + 1), tstrName);
+               });
+    };
+    for (std::size_t u = 0; u < words.size(); ++u) {
+        std::size_t uGiven = words.size();
+        if (is(u, {L"net", L"net.exe", L"net1", L"net1.exe"}) && is(u + 1, {L"user"})) uGiven = u + 3;
+        if (is(u, {L"/rp", L"password="})) uGiven = u + 1;  // of schtasks and sc
+        if (u > 1 && is(u - 1, {L"use"}) && is(u - 2, {L"net", L"net.exe"})) {
+            // net use [drive] \\server\share PASSWORD
+            uGiven = words[u].tstrText.starts_with(L"\\\\") ? u + 1 : u + 2;
+        }
+        const bool bGiven = uGiven < words.size() && !words[uGiven].tstrText.starts_with(L'/');
+        if (bGiven && !IsNoSecret(words[uGiven].tstrText)) return words[uGiven].uBegin;
     }
     return std::nullopt;
 }

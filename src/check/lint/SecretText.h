@@ -17,6 +17,9 @@ namespace Check {
 /// Where a text gives a secret away: after "password=", "/token:" or the like. Nothing when it does not.
 [[nodiscard]] std::optional<std::size_t> FindSecret(std::wstring_view tstrText);
 
+/// The place of a password that a command gives to a program of Windows without naming it: "net user NAME PASSWORD".
+[[nodiscard]] std::optional<std::size_t> FindGivenPassword(std::wstring_view tstrCommand);
+
 /// B064 of a named field of the instruction file.
 void CheckSecret(std::wstring_view tstrName, const Field& value, Report& report);
 

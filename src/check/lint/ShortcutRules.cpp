@@ -156,7 +156,9 @@ void Description::AddMissing(Rule eRule, const XmlElement& element, const std::w
     const bool bKnown = m_files.AreInstalledKnown();
     Add(bKnown ? Severity::eError : Severity::eWarning, eRule, element,
         L"\"" + tstrFile + L"\" does not come with the update" +
-            (bKnown ? L" and is not installed" : L"; --installed tells whether it is installed"),
+            (m_files.IsDeleted(m_files.PathOf(tstrFile)) ? L", which deletes it"
+             : bKnown                                    ? L" and is not installed"
+                                                         : L"; --installed tells whether it is installed"),
         m_files.NearestOf(m_files.PathOf(tstrFile)));
 }
 
@@ -259,7 +261,7 @@ void CheckShortcuts(const LintContext& context, Report& report)
 {
     const std::vector<std::wstring> descriptions = SettingFiles(context.update, L"qorshcut", L"xml");
     if (descriptions.empty()) return;
-    const ProductFiles files(context.update);
+    const ProductFiles files(context.update, context.instructions);
     for (const std::wstring& tstrFile : descriptions) {
         const auto document = ReadXml(context.update, tstrFile, Rule::eShortcutsNotXml, report);
         if (!document) continue;

@@ -67,6 +67,24 @@ bool Update::Open(const std::wstring& tstrFolder, const std::optional<std::wstri
     return true;
 }
 
+Update Update::With(const std::wstring& tstrProduct, const std::wstring& tstrResource) const
+{
+    Update update = *this;
+    update.m_files.clear();
+    update.m_optDeliveries.reset();
+    for (const auto& [pPackage, pName] :
+         {std::pair(&update.m_product, &tstrProduct), std::pair(&update.m_resource, &tstrResource)}) {
+        if (!pName->empty()) {
+            const Folder folder = m_root / kComponents + *pName;
+            // The name appears once more in the package: where that is the named one, only the folder has another name.
+            const bool bInner = Storage::Directory::IsExisted(folder / L"64bit\\" + pPackage->tstrDownloadPath);
+            *pPackage = {bInner ? pPackage->tstrDownloadPath : *pName, folder, {}, true};
+        }
+        if (pPackage->bThere) static_cast<void>(update.ListFiles(pPackage->folder, nullptr));
+    }
+    return update;
+}
+
 std::vector<std::wstring> Update::FilesIn(const Folder& folder, const wchar_t* szPattern) const
 {
     std::vector<std::wstring> found;

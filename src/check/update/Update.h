@@ -34,6 +34,10 @@ public:
     [[nodiscard]] bool Open(const std::wstring& tstrFolder, const std::optional<std::wstring>& optInstalled,
                             DWORD* pdwError);
 
+    /// The same update with its packages in other folders below "Component\"; an empty name keeps the folder. Files
+    /// that cannot be listed are left out.
+    [[nodiscard]] Update With(const std::wstring& tstrProduct, const std::wstring& tstrResource) const;
+
     /// As given by the user.
     [[nodiscard]] const std::wstring& GivenFolder() const noexcept { return m_tstrGiven; }
     /// Full path.

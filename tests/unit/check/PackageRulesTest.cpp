@@ -11,7 +11,7 @@ TEST_F(FileRulesTest, PathsThatWindowsAndTheAgentTake)
         {"add={InstalledDir}a b.c\ndelete=\\\\server\\share\\a\nadd={InstalledDir}..\\a\n", {}},
         {"add=a\\b\nadd=\\b\nadd=C:b\ndelete=C:\\\nadd=C:\\\n",
          {"B030 2:5 {InstalledDir}a\\b", "B030 3:5 {InstalledDir}b", "B030 4:5", "B030 5:8"}},
-        {"add=%InstalledDir%a\nadd='{InstalledDir}a'\n", {"B030 2:5", "B030 3:5"}},
+        {"add=%InstalledDir%a\nadd='{InstalledDir}a'\n", {"B030 2:5", "B030 3:5 {InstalledDir}a"}},
         {"add=" + strLong + "\nadd=" + strLong + "x\n", {"B031 3:5"}},
         {"delete=C:\\a*\nadd=C:\\?\\b\n", {"B034 2:8", "B034 3:5"}},
         {"add=C:\\a|b\nadd=C:\\nul\\a\nadd=C:\\a.\\b\nadd=C:\\b \\c\nadd=C:\\c:d\n",
@@ -190,7 +190,7 @@ TEST_F(PackageRulesTest, APackageThatIsNamedIsThere)
     // An update with one package needs no other; keys of another Windows version or section are ignored.
     EXPECT_THAT(lint(strProduct + "Component1_DownloadPath=p2\nComponent2_DownloadPath=\n"), IsEmpty());
     EXPECT_THAT(lint(strProduct + "[OTHER]\nComponent2_DownloadPath=r2\n"), IsEmpty());
-    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("B070 0:0 UpdateInfo.ini"));
+    EXPECT_THAT(lint("[COMPONENT_LIST]\nComponent2_DownloadPath=r1\n"), ElementsAre("B070 0:0 UpdateInfo.ini p1"));
     Bring({L"other\\EN-US\\StringTable.ini"});
     EXPECT_THAT(lint(strProduct), ElementsAre("B070 0:0 UpdateInfo.ini other"));
     EXPECT_THAT(lint(strProduct + "Component2_DownloadPath=resource\n"), ElementsAre("B074 3:25 UpdateInfo.ini other"));
@@ -222,8 +222,10 @@ TEST_F(PackageRulesTest, FilesThatComeByMistake)
     m_bWarnings = true;
     Bring({L"p1\\Share\\UI\\THUMBS.DB", L"p1\\Share\\Task\\.DS_Store", L"p1\\Share\\Setting\\~$readme.doc"});
     Write(L"Component\\p1\\64bit\\p1\\Empty.dll", "");
+    Write(L"Component\\p1\\Share\\Task\\a.cmd", "");
     Write(L"Component\\p1\\Share\\Task\\empty.txt", "");
     EXPECT_THAT(Lint(""), UnorderedElementsAre("B078 0:0 Component\\p1\\64bit\\p1\\Empty.dll",
+                                               "B078 0:0 Component\\p1\\Share\\Task\\a.cmd",
                                                "warning B077 0:0 Component\\p1\\Share\\Setting\\~$readme.doc",
                                                "warning B077 0:0 Component\\p1\\Share\\Task\\.DS_Store",
                                                "warning B077 0:0 Component\\p1\\Share\\UI\\THUMBS.DB"));
@@ -250,7 +252,10 @@ TEST_F(PackageRulesTest, SectionsThatNeedTheProductPackage)
     Write(L"Component\\p1\\Share\\Setting\\a.txt", "");
     EXPECT_THAT(Lint(strSections), IsEmpty());
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n");
-    EXPECT_THAT(Lint(strSections), ElementsAre("B073 1:2", "B073 3:2", "B073 5:2", "B074 2:27 UpdateInfo.ini p1"));
+    EXPECT_THAT(Lint(strSections), ElementsAre("B074 2:27 UpdateInfo.ini p1")) << "as if the name were right";
+    ::DeleteFileW(m_update.PathOf(L"UpdateInfo.ini").c_str());
+    EXPECT_THAT(Lint(strSections),
+                ElementsAre("B070 0:0 Component\\p1", "B070 0:0 Component\\r1", "B070 0:0 UpdateInfo.ini"));
 }
 
 class LanguageRulesTest : public RulesTest<CheckLanguages> {

@@ -272,6 +272,10 @@ TEST_F(CommandRulesTest, WhatIsStartedIsThereAndNotInUsersHands)
         {"\"{InstalledDir}Brevnt.exe\"", {"warning B056 2:12 {InstalledDir}Brevant.exe"}},
         {"wscript.exe //B \"{InstalledDir}a.vbs\"", {"warning B056 2:28 {InstalledDir}Task\\a.vbs"}},
         {"powershell -NoProfile -f \"{InstalledDir}x.ps1\"", {"warning B056 2:37"}},
+        {"powershell -c \"$a=1; & '{InstalledDir}x.ps1' 1;Start-Process -Wait '{InstalledDir}y.exe' z.ps1\"",
+         {"warning B056 2:36", "warning B056 2:80"}},
+        {"powershell -Command \"& 'x.ps1'\"", {"warning B056 2:36"}},
+        {"powershell -NoProfile -Command \"& '{InstalledDir}Task\\a.vbs'; Remove-Item x.ps1\"", {}},
         {"msiexec /qn /i C:\\setup\\x.msi", {"warning B056 2:27"}},
         {"msiexec /qn /i\"C:\\setup\\x.msi\"", {"warning B056 2:26"}},
         {"msiexec.exe /i{6F1B3A52-0000-4d6e-9F21-7C04B8E2D913} /qn", {}},
@@ -295,13 +299,20 @@ TEST_F(CommandRulesTest, WhatIsStartedIsThereAndNotInUsersHands)
         {"net.exe /Password:geheim", {"warning B064 2:30"}},
         {"net.exe --api-token geheim", {"warning B064 2:32"}},
         {"net.exe /password:* token C:\\a /PasswordLength:8", {}},
+        {"cmd.exe /c \"net user me geheim /add\"", {"warning B064 2:36"}},
+        {"schtasks /create /tn a /ru me /rp geheim", {"warning B064 2:46"}},
+        {"net use Z: \\\\s\\a geheim /user:me", {"warning B064 2:29"}},
+        {"cmd.exe /c net user me * /add & net use Z: \\\\s\\a /user:me", {}},
     };
     Expect(rows, "[Run]\nSysRunOnce=", "\n");
 
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\old.exe", "x");
-    EXPECT_THAT(Lint("[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\n"),
-                ElementsAre("B056 3:12"));
+    const std::string strCommands =
+        "[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\n";
+    EXPECT_THAT(Lint(strCommands), ElementsAre("B056 3:12"));
+    EXPECT_THAT(Lint(strCommands + "[QOR_FILE]\ndelete={InstalledDir}o*.exe\n"), ElementsAre("B056 2:12", "B056 3:12"));
+    EXPECT_THAT(Lint(strCommands + "[QOR_DIR]\ndelete={InstalledDir}\n"), ElementsAre("B056 2:12", "B056 3:12"));
 }
 
 using SuppressionsTest = RulesTest<LintUpdate>;

@@ -27,7 +27,7 @@ TEST_F(SettingRulesTest, MigratedSettingsAreInTheFileOrTheDefaults)
         {"/Window/Skin,/Window/Size", {"B060 2:9"}},
         {"/Window/Skni", {"warning B061 2:9 /Window/Skin"}},
         {"/Window", {"warning B061 2:9"}},
-        {"/Settings/Window/Skin", {"warning B061 2:9"}},  // the root is not part of the path
+        {"/Settings/Window/Skin", {"warning B061 2:9 /Window/Skin"}},  // the root is not part of the path
     };
     Write(m_tstrSetting + L"config_EN-US.xml", "<Settings><Window><Skin>a</Skin><Size/></Window></Settings>");
     Expect(rows, "[QOR_CONFIG_MERGE]\nmigrate=", "\n");
@@ -87,16 +87,18 @@ TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile
     const std::string strEnglish = "warning B067 3:1 Component\\p1\\Share\\Setting\\config_EN-US.xml";
     expect("<W>\n<Skin/></W>", "<w>\n<SKIN>a</SKIN></w>", {});
     expect("<W>\n<Skin/></W>", "<W>\n<Skin/></W>\n<Sync><a/><b/></Sync>", {"warning B067 0:0"});
-    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B067 3:1 Skin"});
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B067 3:1"});  // nobody knows which
+    expect("<W>\n<Skin type=\"bool\"/></W>", "<W>\n<Skin type=\"int\"/></W>", {"warning B067 3:1"});
     expect("<W>\n<Skni/></W>", "<W>\n<Size/></W>",
            {"warning B067 2:1", "warning B067 2:1 Component\\p1\\Share\\Setting\\config_EN-US.xml"});
     Write(m_tstrSetting + L"config_FR-FR.xml", "<a><W><Skni/></W></a>");
     expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {strEnglish + " Skni"});
+    Write(kInstructionFile, "[QOR_CONFIG_MERGE]\nmigrate=/W/Skin\n");
+    const std::string strFrench = "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin";
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B066 3:1 Skin", strFrench});
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\config.xml", "<b><W><Skin>dark</Skin></W></b>");
-    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>",
-           {"warning B068 0:0", "warning B066 3:1 Skin",
-            "warning B066 1:7 Component\\p1\\Share\\Setting\\config_FR-FR.xml Skin"});
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B066 3:1 Skin", strFrench});
 }
 
 TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
@@ -105,11 +107,14 @@ TEST_F(SettingRulesTest, AValueOfTheInstalledProductThatIsNotCarriedOverIsFound)
     installed.Write(L"config.xml", "<c><A>1</A><B>1</B></c>");
     Write(m_tstrSetting + L"config_DE-DE.xml", "<c>\n<A>2</A><B/></c>");
     Write(m_tstrSetting + L"config_EN-US.xml", "<c><A/><B>2</B></c>");
-    const std::string strFirst = KzCommon::String::ToUtf8(m_tstrSetting) + "config_DE-DE.xml";
+    const std::string strConfig = KzCommon::String::ToUtf8(m_tstrSetting) + "config_";
     const std::string strRecords = "[QOR_CONFIG_MERGE]\nmigrate=/A\n";
     EXPECT_THAT(Lint(strRecords), IsEmpty()) << "no product is known";
     m_optInstalled = installed.Path();
-    EXPECT_THAT(Lint(strRecords), ElementsAre("warning B068 2:9 " + strFirst));
+    EXPECT_THAT(Lint(strRecords), ElementsAre("warning B068 1:8 " + strConfig + "EN-US.xml"));
+    installed.Write(L"registry.reg",
+                    "REGEDIT4\r\n[HKEY_LOCAL_MACHINE\\Software\\Kazmere\\KZVLT]\r\n\"Language\"=\"DE-DE\"");
+    EXPECT_THAT(Lint(strRecords), ElementsAre("warning B068 2:9 " + strConfig + "DE-DE.xml"));
     EXPECT_THAT(Lint(strRecords + "migrate=/B\n"), IsEmpty());
 }
 
