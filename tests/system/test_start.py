@@ -159,6 +159,6 @@ class Start(LabTest):
             text = text.replace(section + '\r\n', section + '\r\n' + rest.replace('\n', '\r\n'))
             file.write_bytes(text.encode('utf-16'))
             for name in re.findall(r'"{InstalledDir}([\w.]+)"', rest):
-                next(folder.glob('update/Component/*/Share/Setting')).joinpath(name).touch()
+                next(folder.glob('update/Component/*/Share/Setting')).joinpath(name).write_text('x')
             result = check('lint', folder / 'update', '--installed', folder / 'installed', '--strict')
             self.assertEqual((0, '0 errors, 0 warnings\n'), tuple(result), records)
