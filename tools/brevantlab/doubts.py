@@ -44,7 +44,7 @@ def traced_name(message: str) -> str:
 
 
 def allowance(text: str) -> str:
-    """What --allow takes: one of WORDS, or a part of a line. A single word that is none of them is a slip."""
+    """Accepts for --allow a word of WORDS, or a part of a line. Any other single word is a slip."""
     if re.fullmatch(r'\s*|[\w-]+', text) and text.upper() not in WORDS:
         raise argparse.ArgumentTypeError(f'no such word: "{text}". The words are {", ".join(WORDS)}. A part of a line '
                                          'that is shown has more than letters and digits, as Sync!Port')

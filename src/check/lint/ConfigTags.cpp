@@ -108,8 +108,8 @@ TextPosition PlaceOfSection(const FileTags& file, const std::wstring& tstrFolded
 
 using TaggedFiles = std::vector<const FileTags*>;
 
-/// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`. Of two
-/// files it is not known which one is right.
+/// B067 of names that one file alone has, where the others have nearly the same. Both are added to `explained`. With
+/// two files it is unknown which name is right.
 void CheckOwn(const FileTags& file, const TaggedFiles& languages, std::set<std::wstring>& explained, Report& report)
 {
     TagNames others;

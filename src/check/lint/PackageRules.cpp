@@ -112,7 +112,7 @@ bool CheckNamedPackage(const Update& update, const IniScan& info, const MissingP
     return true;
 }
 
-/// The folder of nearly the same name as a package's; empty if there is none.
+/// The folder with nearly the same name as a package; empty if no folder fits.
 std::wstring NearFolder(const Package& package, const std::vector<std::wstring>& others)
 {
     const std::wstring& tstrRefused = package.tstrRefused;

@@ -1,5 +1,6 @@
 #include "check/lint/ProductFiles.h"
 
+#include "check/simulate/PlanMachine.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
 
@@ -48,8 +49,12 @@ bool ProductFiles::IsInstallPath(const std::wstring& tstrPath) const
 
 bool ProductFiles::HasFile(const std::wstring& tstrPath) const
 {
-    return m_brought.contains(tstrPath) || (m_bInstalled && IsInstallPath(tstrPath) && !IsDeleted(tstrPath) &&
-                                            Storage::File::IsExisted(LongPath(tstrPath)));
+    if (m_brought.contains(tstrPath)) return true;
+    if (!m_bInstalled || IsDeleted(tstrPath)) return false;
+    if (IsInstallPath(tstrPath)) return Storage::File::IsExisted(LongPath(tstrPath));
+    constexpr std::wstring_view kDriveC = L"C:\\";
+    return String::StartsWithNoCase(tstrPath, kDriveC) &&
+           Storage::File::IsExisted(LongPath(m_installed / kOutsideFolder + tstrPath.substr(kDriveC.size() - 1)));
 }
 
 bool ProductFiles::IsDeleted(const std::wstring& tstrPath) const

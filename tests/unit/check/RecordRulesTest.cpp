@@ -308,8 +308,10 @@ TEST_F(CommandRulesTest, WhatIsStartedIsThereAndNotInUsersHands)
 
     m_optInstalled = m_update.MakeFolder(L"installed");
     Write(L"installed\\old.exe", "x");
+    Write(L"installed\\drive_c\\Tools\\a.exe", "x");
     const std::string strCommands =
-        "[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\n";
+        "[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\nSysRunOnce=C:\\Tools\\a."
+        "exe\n";
     EXPECT_THAT(Lint(strCommands), ElementsAre("B056 3:12"));
     EXPECT_THAT(Lint(strCommands + "[QOR_FILE]\ndelete={InstalledDir}o*.exe\n"), ElementsAre("B056 2:12", "B056 3:12"));
     EXPECT_THAT(Lint(strCommands + "[QOR_DIR]\ndelete={InstalledDir}\n"), ElementsAre("B056 2:12", "B056 3:12"));

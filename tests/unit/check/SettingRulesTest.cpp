@@ -87,7 +87,7 @@ TEST_F(SettingRulesTest, SettingsHaveOneNameInEveryLanguageAndInTheInstalledFile
     const std::string strEnglish = "warning B067 3:1 Component\\p1\\Share\\Setting\\config_EN-US.xml";
     expect("<W>\n<Skin/></W>", "<w>\n<SKIN>a</SKIN></w>", {});
     expect("<W>\n<Skin/></W>", "<W>\n<Skin/></W>\n<Sync><a/><b/></Sync>", {"warning B067 0:0"});
-    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B067 3:1"});  // nobody knows which
+    expect("<W>\n<Skni/></W>", "<W>\n<Skin/></W>", {"warning B067 3:1"});  // either may be right
     expect("<W>\n<Skin type=\"bool\"/></W>", "<W>\n<Skin type=\"int\"/></W>", {"warning B067 3:1"});
     expect("<W>\n<Skni/></W>", "<W>\n<Size/></W>",
            {"warning B067 2:1", "warning B067 2:1 Component\\p1\\Share\\Setting\\config_EN-US.xml"});
