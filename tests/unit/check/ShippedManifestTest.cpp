@@ -62,8 +62,6 @@ protected:
     }
 };
 
-class ManifestRulesTest : public RulesTest<CheckManifest> {};
-
 }  // namespace
 
 TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutAHash)
@@ -146,36 +144,4 @@ TEST_F(ShippedManifestTest, AnInstalledManifestShowsThatTheUpdateRan)
     Put(kShippedManifest, strManifest, 1);
     EXPECT_THAT(VerifyShipped(), StartsWith("0 "));
     EXPECT_THAT(Verify(expected), Contains(StartsWith("UNKNOWN UpdateInfo.ini"))) << "like any file";
-}
-
-TEST_F(ManifestRulesTest, AManifestThatIsNotTodaysIsStale)
-{
-    EXPECT_THAT(Findings(), IsEmpty()) << "no manifest is shipped";
-    Output output;
-    Arguments arguments;
-    arguments.operands = {m_update.Path()};
-    arguments.bInto = true;
-    ASSERT_EQ(RunManifest(arguments, output), kClean);
-    EXPECT_THAT(Findings(), IsEmpty());
-    m_optInstalled = m_update.MakeFolder(L"installed");
-    EXPECT_THAT(Findings(), IsEmpty());
-    std::wstring tstrWide;
-    const std::string strGood = m_update.Read(kShipped).value_or("");
-    ASSERT_TRUE(KzCommon::String::FromUtf8(strGood, tstrWide));
-    const Row rows[] = {{strGood, {}},
-                        {Utf16(tstrWide), {}},
-                        {std::regex_replace(strGood, std::regex("\n"), "\r\n"), {}},
-                        {"", {"B076 0:0"}},
-                        {std::regex_replace(strGood, std::regex("a\\.html"), "b.html"), {"B076 0:0"}}};
-    Expect(rows, {}, {}, kShipped);
-    Write(kShipped, strGood);
-    Write(L"Component\\p1\\Share\\UI\\a.html", "changed");
-    EXPECT_THAT(Findings(kShipped), ElementsAre("B076 0:0"));
-    Report report;
-    const Update update = Open();
-    CheckManifest({update, {}, {}}, report);
-    EXPECT_THAT(report.Sorted().front().tstrText,
-                HasSubstr(L"renew it: BrevantCheck manifest --into \"" + m_update.Path() + L"\""));
-    ASSERT_EQ(RunManifest(arguments, output), kClean);
-    EXPECT_THAT(Findings(), IsEmpty());
 }
