@@ -28,6 +28,14 @@ inline std::string Line(int iSecond, const std::string& strProcess, const std::s
            " <Brevant> " + strText.substr(4) + " - " + strSource + "(12)\r\n";
 }
 
+/// Opens a file as another program may have it open: so that nobody else can, or to write and delete it.
+inline KzCommon::UniqueFile Hold(const std::wstring& tstrPath, bool bShared)
+{
+    const DWORD dwAccess = bShared ? GENERIC_READ | GENERIC_WRITE | DELETE : GENERIC_READ;
+    const DWORD dwShare = bShared ? FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE : 0;
+    return KzCommon::UniqueFile(::CreateFileW(tstrPath.c_str(), dwAccess, dwShare, nullptr, OPEN_EXISTING, 0, nullptr));
+}
+
 class UpdateTest : public RegistryTest {
 protected:
     UpdateTest()

@@ -333,6 +333,10 @@ TEST_F(LintTest, XmlIsRefusedWhereTheProductRefusesIt)
         Write(tstrFile, Utf16(L"<a>\n<Port>\n</Prt ></a>"));
         EXPECT_EQ(Findings(tstrFile), strRule + " 3:3");
         EXPECT_THAT(m_strOutput, HasSubstr("mismatched tag: </Prt> of line 3 does not close <Port> of line 2\n"));
+        {
+            const auto hHeld = Hold(m_update.PathOf(tstrFile), true);
+            EXPECT_EQ(Findings(tstrFile), strRule + " 3:3") << "a file that an editor has open";
+        }
         const std::string strLargest = "<a/>" + std::string(KzCommon::Storage::XmlParser::kMaxBytes - 4, ' ');
         Write(tstrFile, strLargest);
         EXPECT_EQ(Findings(tstrFile), "");

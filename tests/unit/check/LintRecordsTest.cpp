@@ -1,4 +1,5 @@
 // The rules for the records of the instruction file.
+#include "common/KzComn_NamePattern.h"
 #include "unit/check/LintFixture.h"
 
 TEST_F(LintTest, Placeholders)
@@ -155,6 +156,25 @@ TEST_F(LintTest, FilesAndFolders)
     const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
     Bring({L"p1\\Share\\Task\\" + tstrFile, L"p1\\Share\\Task\\e" + tstrFile});
     EXPECT_EQ(Lint(""), "B031 Component\\p1\\Share\\Task\\e" + ToUtf8(tstrFile));
+}
+
+TEST(PatternTest, MatchesAsWindowsListsFiles)
+{
+    const std::tuple<const wchar_t*, std::vector<const wchar_t*>, std::vector<const wchar_t*>> rows[] = {
+        // name, patterns that match, patterns that do not
+        {L"a.txt", {L"*", L"A.T?T", L"a?.txt", L"a.txt?", L"a.txt. ", L"*xt."}, {L"?.tx", L"?????", L"*."}},
+        {L"a", {L"*.*", L"a.?", L"*."}, {L"a.b*", L"ab"}},
+        {L"aXbXc", {L"a*b*c"}, {L"a*b", L"ab*"}},
+        {L"ab.html", {L"*.htm", L"a*.htm", L"*.html"}, {L"ab.htm", L"?b.htm", L"a?.htm", L"*.htm?l"}},
+        {L"seventh.html", {}, {L"*h.htm"}},
+        {L"a.b.c", {L"*.?"}, {}},
+    };
+    for (const auto& [szName, matching, others] : rows) {
+        for (const bool bMatch : {true, false}) {
+            for (const wchar_t* const szPattern : bMatch ? matching : others)
+                EXPECT_EQ(KzCommon::Storage::File::MatchesPattern(szName, szPattern), bMatch) << szName << szPattern;
+        }
+    }
 }
 
 // A deletion lists its files during the run, when the update's own files do not exist yet, except those copied at once.

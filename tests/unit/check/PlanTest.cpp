@@ -253,12 +253,3 @@ TEST_F(PlanTest, TheNewNameIsDueOrNotAndWhy)
     WriteProduct(L"Language", L"ja-jp");
     EXPECT_THAT(decided(), ElementsAre(HasSubstr("ja-jp")));
 }
-
-TEST_F(PlanTest, CommandsOfTheKeyboardFilterWaitForItsDriver)
-{
-    Instruct("[Run]\nSysRunOnce=c {InstalledDir}kbfilter.ini\nSysRunOnce=" + std::string(960, 'x') + "\n");
-    const std::string strTooLong = "  [restart]  (longer than 1023 characters together with its registry key)";
-    EXPECT_THAT(Planned("PostRunScript"), ElementsAre("+ run c I:\\kbfilter.ini  [restart]", EndsWith(strTooLong)));
-    WriteProduct(L"KeystrokeBlackList", L"1");
-    EXPECT_THAT(Planned("PostRunScript").front(), StartsWith("= run c I:\\kbfilter.ini  [restart]  (left out"));
-}

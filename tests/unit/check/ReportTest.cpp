@@ -1,7 +1,6 @@
 #include "check/lint/Report.h"
 #include "check/update/CommandLine.h"
 #include "check/update/HostPaths.h"
-#include "check/update/Suggestion.h"
 #include "unit/check/CheckFixture.h"
 
 #include <gmock/gmock.h>
@@ -131,20 +130,6 @@ TEST_F(UpdateTest, SarifOffersTheRightWordAsAFix)
     std::vector<std::string> after;
     static_cast<void>(fixes(after));
     EXPECT_EQ(before, after) << "places do not count";
-}
-
-TEST(SuggestionTest, ASlipIsFoundAndAnotherWordIsNot)
-{
-    const std::vector<std::wstring> words{L"add", L"add_if_non", L"SysRunOnce"};
-    const std::pair<const wchar_t*, std::vector<const wchar_t*>> rows[] = {
-        {L"add", {L"Add", L"dad", L"ad"}},
-        {L"add_if_non", {L"add_if_none", L"tad_if_nan"}},
-        {L"SysRunOnce", {L"SystemRunOnce"}},
-        {L"", {L"delete", L""}},
-    };
-    for (const auto& [szNear, slips] : rows) {
-        for (const wchar_t* const szWord : slips) EXPECT_EQ(NearestOf(szWord, words), szNear) << szWord;
-    }
 }
 
 TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)

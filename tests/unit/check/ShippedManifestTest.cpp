@@ -88,8 +88,7 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     EXPECT_THAT(output.strText, Not(HasSubstr("QorUpdate.json"))) << "not shipped, not promised";
 
     const std::wstring tstrPath = m_update.Write(kShipped, "old");
-    const KzCommon::UniqueFile held(
-        ::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    const auto hHeld = Hold(tstrPath, false);
     EXPECT_THAT(Ship(kCannotRead).tstrErrors, HasSubstr(L"cannot be"));
 }
 

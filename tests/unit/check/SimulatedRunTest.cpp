@@ -141,27 +141,6 @@ TEST_F(SimulatedRunTest, ACopyThatIsMovedLaterIsOneChange)
     EXPECT_FALSE(m_machine.HasFile(L"D:\\in\\a1"));
 }
 
-TEST_F(SimulatedRunTest, OfWorkingCopiesTheNetEffectIsShown)
-{
-    m_machine.AddFile(L"C:\\in\\u.ini", "[S]\r\nk=v\r\n");
-    m_machine.AddFile(L"C:\\in\\config.xml", "<c/>");
-    m_machine.AddFolder(L"C:\\in\\set");
-    EXPECT_FALSE(m_machine.DeleteNow(L"C:\\in\\work", nullptr));
-    EXPECT_TRUE(Copy(L"C:\\in\\work", L"C:\\in\\u.ini"));
-    EXPECT_TRUE(m_machine.StoreIniValue(L"C:\\in\\work", L"S", L"k", L"w", s_runPatience, nullptr));
-    EXPECT_TRUE(m_machine.MoveNow(L"C:\\in\\work", L"C:\\in\\set\\u.ini", nullptr));
-    EXPECT_FALSE(Copy(L"C:\\in\\set\\u.ini", L"C:\\in\\u.ini"));
-    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\kept", L"C:\\in\\config.xml", nullptr));
-    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\kept", L"C:\\in\\config.xml", nullptr));
-    EXPECT_TRUE(m_machine.BackUp(L"C:\\in\\dropped", L"C:\\in\\config.xml", nullptr));
-    EXPECT_TRUE(m_machine.DeleteNow(L"C:\\in\\dropped", nullptr));
-    EXPECT_THAT(Changes(), ElementsAre("+ C:\\in\\set\\u.ini <- C:\\in\\u.ini", "~ C:\\in\\set\\u.ini [S] k: v -> w",
-                                       "+ C:\\in\\kept <- C:\\in\\config.xml"));
-    std::wstring tstrValue;
-    EXPECT_TRUE(m_machine.ReadIniValue(L"C:\\in\\set\\u.ini", L"S", L"k", L"", tstrValue, nullptr));
-    EXPECT_EQ(L"w", tstrValue);
-}
-
 TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
 {
     for (const wchar_t* const szFile : {L"C:\\up\\a", L"C:\\up\\b", L"C:\\up\\c", L"C:\\up\\d", L"C:\\up\\e",
@@ -229,36 +208,6 @@ TEST_F(SimulatedRunTest, RegistryQuestionsAndRemarks)
                                        "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a; there is no such value", "+ cmd later",
                                        "+ Text Title"));
     EXPECT_EQ(L"no section", m_machine.Steps().back().tstrReason);
-}
-
-TEST_F(SimulatedRunTest, AFolderElsewhereIsLaidOver)
-{
-    const TempFolder update;
-    const TempFolder installed;
-    update.Write(L"Component\\p\\a.dll", "new");
-    update.Write(L"u.ini", "[S]\r\nk=v\r\n");
-    ::SetFileAttributesW(update.PathOf(L"u.ini").c_str(), FILE_ATTRIBUTE_HIDDEN);
-    installed.Write(L"Component\\p\\left.dll", "left");
-    const WindowsMachine real;
-    SimulatedMachine machine(&real);
-    machine.LayOver(installed.Path(), update.Path());
-    std::vector<std::wstring> names;
-    EXPECT_TRUE(machine.ForEachEntry(
-        installed.PathOf(L"Component\\p\\"), L"*.*", [&](const auto& entry) { names.push_back(entry.tstrName); },
-        nullptr));
-    EXPECT_THAT(names, ElementsAre(L"a.dll", L"left.dll"));
-    DWORD dwAttributes = 0;
-    EXPECT_TRUE(machine.ReadAttributes(installed.PathOf(L"U.ini"), dwAttributes, nullptr));
-    EXPECT_TRUE(dwAttributes & FILE_ATTRIBUTE_HIDDEN);
-    std::wstring tstrValue;
-    EXPECT_TRUE(machine.ReadIniValue(installed.PathOf(L"u.ini"), L"S", L"k", L"", tstrValue, nullptr));
-    EXPECT_EQ(L"v", tstrValue);
-    EXPECT_TRUE(machine.MoveAtRestart(installed.PathOf(L"Component\\p\\a.dll"), installed.PathOf(L"a.dll"), nullptr));
-    machine.Restart();
-    SimulatedMachine::Content content;
-    EXPECT_TRUE(machine.OpenContent(installed.PathOf(L"a.dll"), content, nullptr));
-    EXPECT_EQ(update.PathOf(L"Component\\p\\a.dll"), content.tstrReal);
-    EXPECT_THAT(installed.List(), ElementsAre(L"Component\\", L"Component\\p\\", L"Component\\p\\left.dll"));
 }
 
 TEST_F(SimulatedRunTest, APlanIsMadeForTheFolderThatIsNamed)

@@ -10,11 +10,6 @@ namespace {
 const std::wstring kDebugLog = L"Software\\Kazmere\\KZVLT\\1\\DebugLog\\";
 constexpr char kDefault[] = "add_if_non=@!(Default)!REG_SZ!x";
 
-KzCommon::UniqueFile Hold(const std::wstring& tstrPath)
-{
-    return KzCommon::UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
 /// One file that an update moves.
 ExpectedState OneFile(std::wstring tstrPlace, std::wstring tstrSource)
 {
@@ -28,36 +23,35 @@ ExpectedState OneFile(std::wstring tstrPlace, std::wstring tstrSource)
 TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
 {
     std::string strContent;
-    for (const std::wstring tstrFile :
-         {L"p1\\Share\\Engine\\both.dll", L"p1\\Share\\UI\\BOTH.DLL", L"p1\\Share\\UI\\below\\no step.dll",
-          L"p1\\Share\\Task\\daily\\t.xml", L"p1\\64bit\\p1\\Driver\\d.sys", L"p1\\Share\\7-Zip\\Driver\\d.sys",
-          L"p1\\Share\\Setting\\readme_DE-DE.htm", L"p1\\Share\\Setting\\readme_FR-FR.htm",
-          L"p1\\Share\\Setting\\readme.htm", L"p1\\Engine\\Preload\\e.bin", L"r1\\images\\i.png",
-          L"p1\\Share\\UI\\~kzcomn-00000abc-01.tmp"}) {
-        Write(L"Component\\" + tstrFile, strContent += 'x');
+    for (const wchar_t* const szFile :
+         {L"Share\\Engine\\both.dll", L"Share\\UI\\BOTH.DLL", L"Share\\UI\\below\\no step.dll",
+          L"Share\\Task\\daily\\t.xml", L"64bit\\p1\\Driver\\d.sys", L"Share\\7-Zip\\Driver\\d.sys",
+          L"Share\\Setting\\readme_DE-DE.htm", L"Share\\Setting\\readme_FR-FR.htm", L"Share\\Setting\\readme.htm",
+          L"Engine\\Preload\\e.bin", L"..\\r1\\images\\i.png", L"Share\\UI\\~kzcomn-00000abc-01.tmp"}) {
+        Write(std::wstring(L"Component\\p1\\") + szFile, strContent += 'x');
     }
-    std::vector<std::string> found;
-    for (const ExpectedFile& file : Collect().files) {
-        found.push_back(ToUtf8(file.tstrPlace + (file.bAtRestart ? L" r " : L" n ") + file.tstrLanguage) + " " +
-                        std::to_string(file.optContent ? file.optContent->ullSize : 99));
-    }
-    EXPECT_THAT(
-        found, UnorderedElementsAre("{InstalledDir}BOTH.DLL r  2", "{InstalledDir}Task\\daily\\t.xml r  4",
-                                    "{InstalledDir}Driver\\d.sys r  6", "{SystemDrive}d.sys n  5",
-                                    "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r  10",
-                                    "{InstalledDir}Resource\\images\\i.png r  11", "{InstalledDir}UpdateInfo.ini r  99",
-                                    "{InstalledDir}readme.htm r  9", "{InstalledDir}readme.htm r DE-DE 7",
-                                    "{InstalledDir}readme.htm r FR-FR 8", "{InstalledDir}readme_DE-DE.htm r  7",
-                                    "{InstalledDir}readme_FR-FR.htm r  8"));
+    std::string strFound;
     ExpectedState expected = Collect();
+    for (const ExpectedFile& file : expected.files) {
+        strFound += ToUtf8(file.tstrPlace + (file.bAtRestart ? L" r" : L" n") + file.tstrLanguage) +
+                    std::to_string(file.optContent ? file.optContent->ullSize : 99) + "\n";
+    }
+    EXPECT_EQ(strFound,
+              "{AppData}Kazmere\\KZVLT\\Engine\\Preload\\e.bin r10\n{InstalledDir}BOTH.DLL r2\n"
+              "{InstalledDir}Driver\\d.sys r6\n{InstalledDir}readme.htm r9\n{InstalledDir}readme.htm rDE-DE7\n"
+              "{InstalledDir}readme.htm rFR-FR8\n{InstalledDir}readme_DE-DE.htm r7\n{InstalledDir}readme_FR-FR.htm r8\n"
+              "{InstalledDir}Resource\\images\\i.png r11\n{InstalledDir}Task\\daily\\t.xml r4\n"
+              "{InstalledDir}UpdateInfo.ini r99\n{SystemDrive}d.sys n5\n");
     std::erase_if(expected.files, [](const ExpectedFile& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
     EXPECT_THAT(Verify(expected), ElementsAre("0", "ARRIVED readme.htm"));
-    {
-        const auto hHeld = Hold(tstrReadme);
-        EXPECT_THAT(Verify(expected), ElementsAre("1", "UNKNOWN readme.htm (another program has the file open)"));
+    for (const bool bShared : {true, false}) {
+        const auto hHeld = Hold(tstrReadme, bShared);
+        const char* const szLine =
+            bShared ? "ARRIVED readme.htm" : "UNKNOWN readme.htm (another program has the file open)";
+        EXPECT_THAT(Verify(expected), ElementsAre(bShared ? "0" : "1", szLine));
     }
-    const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"));
+    const auto hHeld = Hold(m_update.PathOf(L"Component\\p1\\Share\\UI\\BOTH.DLL"), false);
     std::wstring tstrErrors;
     EXPECT_FALSE(CollectExpectedState(Open(), expected, tstrErrors));
     EXPECT_THAT(tstrErrors, HasSubstr(L"BOTH.DLL: cannot be read: another program"));
@@ -68,16 +62,16 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
 {
     WriteProduct(L"Language", L"DE-DE");
     const std::string strMerge = "[QOR_CONFIG_MERGE]\nmigrate=/a\n";
-    // Instructions, whether the file is the update's, and the machine's update information.
-    const std::tuple<std::string, bool, const char*> rows[] = {
+    const std::string strVersion = "[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION;
+    // Instructions, whether the update has one more file, and the machine's update information after the run.
+    const std::tuple<std::string, bool, std::string> rows[] = {
         {strMerge + "[UPDATE_INFO]\nmodify=C!Component101_Version!3.9\nmodify=C!Same!1\n", false,
-         "[C]\nSame=1\nComponent101_Version=3.9\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION},
-        {strMerge + "[UPDATE_INFO]\nmodify=C!Other!2\n", false,
-         "[C]\nOther=2\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION},
+         "[C]\nSame=1\nComponent101_Version=3.9\n" + strVersion},
+        {strMerge + "[UPDATE_INFO]\nmodify=C!Other!2\n", false, "[C]\nOther=2\n" + strVersion},
         {strMerge, true, "[C]\nSame=1\n"},
     };
     Write(L"Component\\p1\\Share\\Setting\\config_DE-DE.xml", "<c><a>1</a></c>");
-    for (const auto& [strSections, bFile, szUpdateInfo] : rows) {
+    for (const auto& [strSections, bFile, strUpdateInfo] : rows) {
         Instruct(strSections);
         if (bFile) Bring({L"p1\\Share\\UI\\a.dll"});
         Output made;
@@ -96,15 +90,13 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         };
         m_machine.Write(L"config.xml", "<c><a>2</a></c>");
         m_machine.Write(L"config_DE-DE.xml", "<c><a>1</a></c>");  // the same in both versions
-        m_machine.Write(L"UpdateInfo.ini", "[C]\nSame=1\n[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION);
+        m_machine.Write(L"UpdateInfo.ini", "[C]\nSame=1\n" + strVersion);
         const std::string strBefore = verify();
         for (const wchar_t* const szName : {L"config.xml", L"UpdateInfo.ini"}) {
             const std::string strPath = ToUtf8(m_machine.PathOf(szName));
-            EXPECT_THAT(strBefore, AllOf(StartsWith("1 "), HasSubstr("UNKNOWN           " + strPath + " (")))
-                << strSections;
-            EXPECT_THAT(strBefore, Not(HasSubstr("ARRIVED           " + strPath)));
+            EXPECT_THAT(strBefore, AllOf(StartsWith("1 "), HasSubstr("UNKNOWN           " + strPath + " (")));
         }
-        m_machine.Write(L"UpdateInfo.ini", szUpdateInfo);
+        m_machine.Write(L"UpdateInfo.ini", strUpdateInfo);
         m_machine.Write(L"a.dll", "");
         EXPECT_THAT(verify(), AllOf(StartsWith("0 "), Not(HasSubstr("UNKNOWN")))) << strSections;
         EXPECT_THAT(verify(Format::eJson), HasSubstr("\"complete\" : true"));
@@ -247,19 +239,22 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
 
 TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
 {
-    std::wstring tstrOther = m_machine.Path();
-    std::replace(tstrOther.begin(), tstrOther.end(), L'\\', L'/');
-    const std::string strFull = ToUtf8(m_machine.Path());
-    Instruct(
-        "[QOR_DIR]\nadd={InstalledDir}/Lang/\nadd={InstalledDir}none\\..\\Policy\ndelete=C:/ProgramData\\\\.\\QvNone\n"
-        "delete={InstalledDir}..\\Other\ndelete=C:\\QvElsewhere\ndelete={AppData}x\ndelete=\\ProgramData\\x\n"
-        "[QOR_FILE]\ndelete={InstalledDir}Sub/a*.dll\ndelete=" +
-        ToUtf8(tstrOther) +
-        "Sub/b*.dll\n"
-        "delete_now=" +
-        strFull +
-        "Sub\\c*.dll\ndelete=c:\\PROGRAMDATA\\qvnone*.x\ndelete=C:\\qvnone*.sys\n"
-        "delete=C:\\Windows\\qvnone.sys\n");
+    std::string strOther = ToUtf8(m_machine.Path());
+    std::replace(strOther.begin(), strOther.end(), '\\', '/');
+    Instruct(R"([QOR_DIR]
+        add={InstalledDir}/Lang/
+        add={InstalledDir}none\..\Policy
+        delete=C:/ProgramData\\.\QvNone
+        delete={InstalledDir}..\Other
+        delete=C:\QvElsewhere
+        delete={AppData}x
+        delete=\ProgramData\x
+        [QOR_FILE]
+        delete={InstalledDir}Sub/a*.dll
+        delete=)" +
+             strOther +
+             "Sub/b*.dll\ndelete=c:\\PROGRAMDATA\\qvnone*.x\ndelete=C:\\qvnone*.sys\n"
+             "delete=C:\\Windows\\qvnone.sys\n");
     ExpectedState expected;
     std::wstring tstrErrors;
     ASSERT_TRUE(CollectExpectedState(Open(), expected, tstrErrors));
@@ -267,8 +262,8 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     std::vector<std::wstring> places;
     for (const ExpectedDeletion& deletion : expected.deletions) places.push_back(deletion.tstrPlace);
     EXPECT_THAT(places, UnorderedElementsAre(L"C:\\ProgramData\\QvNone", L"{InstalledDir}Sub\\a*.dll",
-                                             m_machine.PathOf(L"Sub\\b*.dll"), m_machine.PathOf(L"Sub\\c*.dll"),
-                                             L"c:\\PROGRAMDATA\\qvnone*.x", L"C:\\qvnone*.sys"));
+                                             m_machine.PathOf(L"Sub\\b*.dll"), L"c:\\PROGRAMDATA\\qvnone*.x",
+                                             L"C:\\qvnone*.sys"));
     for (const wchar_t* const szLeftOut : {L"{InstalledDir}..\\Other:", L"C:\\QvElsewhere:", L"{AppData}x:",
                                            L"\\ProgramData\\x:", L"C:\\Windows\\qvnone.sys:"}) {
         EXPECT_THAT(tstrErrors, HasSubstr(szLeftOut));
@@ -277,15 +272,14 @@ TEST_F(VerifyTest, RecordsNameTheirPlacesInManySpellings)
     for (const wchar_t* const szName : {L"Sub\\a1.dll", L"Sub\\b1.dll", L"Sub\\c1.dll"}) m_machine.Write(szName, "");
     // A manifest from another source may have such places.
     expected.folders.emplace_back(L"{InstalledDir}/Lang/");
-    expected.deletions.push_back({L"{InstalledDir}Sub/d/../c*.dll", false, true});
-    expected.deletions.push_back({L"{InstalledDir}Sub/../../x", false, true});
-    expected.deletions.push_back({L"{AppData}x", false, true});
+    for (const wchar_t* const szPlace : {L"{InstalledDir}Sub/d/../c*.dll", L"{InstalledDir}Sub/../../x", L"{AppData}x"})
+        expected.deletions.push_back({szPlace, false, true});
     EXPECT_THAT(
         Verify(expected),
         UnorderedElementsAre("1", "ARRIVED Lang", "ARRIVED Lang", "MISSING Policy", "DELETED C:\\ProgramData\\QvNone\\",
                              "DELETED C:\\ProgramData\\qvnone*.x", "DELETED C:\\qvnone*.sys", "NOT DELETED Sub\\a1.dll",
-                             "NOT DELETED Sub\\b1.dll", "NOT DELETED Sub\\c1.dll", "NOT DELETED Sub\\c1.dll",
-                             StartsWith("REFUSED"), StartsWith("REFUSED {AppData}x")));
+                             "NOT DELETED Sub\\b1.dll", "NOT DELETED Sub\\c1.dll", StartsWith("REFUSED"),
+                             StartsWith("REFUSED {AppData}x")));
 }
 
 TEST_F(VerifyTest, FilesKeptForTheUserAreNotDeletedByAPattern)
