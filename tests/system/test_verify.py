@@ -35,6 +35,9 @@ class Verify(LabTest):
         self.assertNotIn('B076', linted.output)
         made = machine.run(self.checker, 'manifest', machine.install.rstrip('\\'))
         self.assertEqual(0, made.code, made.output)
+        full = machine.run('cmd.exe', '/c', 'BrevantCheck.exe', 'manifest', '.', '>Z:\\dev\\full',
+                           cwd=machine.host(machine.install))
+        self.assertEqual(3, full.code, 'a disk that is full')
         machine.write(MANIFEST, made.output)
         machine.write(REDIRECTED, made.output.replace('\n', '\r\n'), 'utf-16')  # by Windows PowerShell 5.1
         found = self.expect(1, 'LEFT IN DOWNLOAD', 'MISSING', 'DIFFERENT', 'NOT DELETED', 'VALUE DIFFERS', 'UNKNOWN',

@@ -27,36 +27,29 @@ TEST_F(LintTest, FormOfTheInstructionFile)
     )");
     EXPECT_EQ(Lint(strFull + "\n").find("B007"), std::string::npos);
     EXPECT_THAT(Lint(strFull + "x\n"), StartsWith("B007 1:2"));
-    const std::pair<std::string, const char*> rows[] = {
-        {"", "B008"},
-        {"[QOR_FILE]\ndelete=C:\\a\\b\n[UPDATE_INFO]\nmodify=S!K!V\n", "B008 1:2"},
-        {"[QOR_DIR]\ndelete=C:\\a\n[QOR_FILE]\n[UPDATE_INFO]\nmodify=S!K!V\n", "B008 1:2"},
-        {"[QOR_DIR]\r\nadd=C:\\a\radd=C:\\b\r\n[QOR_FILE]\ndelete=C:\\a\n[UPDATE_INFO]\nmodify=S!K!1.2\n", "B100 2:9"},
-    };
-    for (const auto& [strFile, szFindings] : rows) {
-        Write(kInstructionFile, strFile);
-        EXPECT_EQ(Findings(), szFindings) << strFile;
-    }
+    ExpectFiles(kInstructionFile,
+                {
+                    {"", "B008"},
+                    {"[QOR_FILE]\ndelete=C:\\a\\b\n[UPDATE_INFO]\nmodify=S!K!V\n", "B008 1:2"},
+                    {"[QOR_DIR]\ndelete=C:\\a\n[QOR_FILE]\n[UPDATE_INFO]\nmodify=S!K!V\n", "B008 1:2"},
+                    {"[QOR_DIR]\r\nadd=C:\\a\radd=C:\\b\r\n[QOR_FILE]\ndelete=C:\\a\n[UPDATE_INFO]\nmodify=S!K!1.2\n",
+                     "B100 2:9"},
+                });
 }
 
 TEST_F(LintTest, OnlyUtf16WithBomAndAsciiAreTheSameEverywhere)
 {
-    const std::wstring tstrClean = KzCommon::String::FromAnsi(m_update.Read(kInstructionFile).value_or(""));
-    const std::wstring tstrHalf = tstrClean + L"[Run]\nSysRunOnce=net.exe \xD83D.\nSysRunOnce=net.exe \xDD11\n";
-    const std::wstring tstrPair = tstrClean + L"[Run]\nSysRunOnce=net.exe \U0001F511\n";
-    const std::string strAnsi = m_update.Read(kInstructionFile).value_or("");
-    const std::pair<std::string, const char*> rows[] = {
-        {Utf16(tstrPair), ""},
-        {Utf16(tstrPair) + "x", "B001 9:1"},
-        {Utf16(tstrHalf), "B001 8:20, B001 9:20"},
-        {Utf16(tstrClean).substr(2), "B001 1:1"},
-        {"\xEF\xBB\xBF" + strAnsi, "B001 1:1"},
-        {strAnsi + "[Run]\nSysRunOnce=net.exe a\xFC\n", "B001 8:21"},
-    };
-    for (const auto& [strFile, szFindings] : rows) {
-        Write(kInstructionFile, strFile);
-        EXPECT_EQ(Findings(), szFindings) << PrintToString(strFile);
-    }
+    const std::string strAnsi = m_update.Read(kInstructionFile).value_or("") + "[Run]\n";
+    const std::wstring tstrRun = KzCommon::String::FromAnsi(strAnsi) + L"SysRunOnce=net.exe ";
+    ExpectFiles(kInstructionFile,
+                {
+                    {Utf16(tstrRun + L"\U0001F511\n"), ""},
+                    {Utf16(tstrRun + L"\U0001F511\n") + "x", "B001 9:1"},
+                    {Utf16(tstrRun + L"\xD83D.\nSysRunOnce=net.exe \xDD11\n"), "B001 8:20, B001 9:20"},
+                    {Utf16(tstrRun).substr(2), "B001 1:1"},
+                    {"\xEF\xBB\xBF" + strAnsi, "B001 1:1"},
+                    {strAnsi + "SysRunOnce=net.exe a\xFC\n", "B001 8:21"},
+                });
 }
 
 TEST_F(LintTest, ScanAndWindowsAgreeAboutTheRecordsOfOddLines)
@@ -353,23 +346,18 @@ TEST_F(LintTest, StringTablesAndNotifications)
     const std::wstring tstrFill =
         L"[Global]\n" + tstrName + L"K=" + std::wstring(28672 - 3 - tstrName.size() - 3, L'x');
     const std::wstring tstrTable = L"Component\\p1\\Share\\Resource\\EN-US\\StringTable.ini";
-    const std::pair<std::wstring, const char*> rows[] = {
-        {L"[Global]\n" + tstrName, ""},
-        {L"[Global]\nS_STR_PRODUCT_NAMES=Qorvault\n", "B090 2:1 S_STR_PRODUCT_NAME"},
-        {L"[Global]\nS_STR_PRODUCT_NAME=\n", "B090 1:2"},
-        {L"[Global]\nS_STR_PRODUCT_NAME='Qorvault'\n", "B093w 2:20 Qorvault"},
-        {L"[Global]\rS_STR_PRODUCT_NAME=Qorvault\r", "B100 1:9"},
-        {L"[Globe]\n" + tstrName, "B090"},
-        {tstrFill, ""},
-        {tstrFill + L"x", "B090 1:2"},
-    };
-    for (const auto& [tstrText, szFindings] : rows) {
-        Write(tstrTable, Utf16(tstrText));
-        EXPECT_EQ(Findings(tstrTable), szFindings) << ToUtf8(tstrText.substr(0, 99));
-    }
-    Write(tstrTable, "[Global]\nS_STR_PRODUCT_NAME=Qorvault f\xFCr\n");
-    EXPECT_EQ(Findings(tstrTable), "B090 2:30");
-    Write(tstrTable, "[Global]\nS_STR_PRODUCT_NAME=Qorvault\n");
+    ExpectFiles(tstrTable, {
+                               {Utf16(L"[Global]\n" + tstrName), ""},
+                               {Utf16(L"[Global]\nS_STR_PRODUCT_NAMES=Qorvault\n"), "B090 2:1 S_STR_PRODUCT_NAME"},
+                               {Utf16(L"[Global]\nS_STR_PRODUCT_NAME=\n"), "B090 1:2"},
+                               {Utf16(L"[Global]\nS_STR_PRODUCT_NAME='Qorvault'\n"), "B093w 2:20 Qorvault"},
+                               {Utf16(L"[Global]\rS_STR_PRODUCT_NAME=Qorvault\r"), "B100 1:9"},
+                               {Utf16(L"[Globe]\n" + tstrName), "B090"},
+                               {Utf16(tstrFill), ""},
+                               {Utf16(tstrFill + L"x"), "B090 1:2"},
+                               {"[Global]\nS_STR_PRODUCT_NAME=Qorvault f\xFCr\n", "B090 2:30"},
+                               {"[Global]\nS_STR_PRODUCT_NAME=Qorvault\n", ""},
+                           });
     ExpectIn(kInstructionFile, "[RestartNotification_EN-US]\n", "\n", R"(
         text=title$text=message =>
         text=title => B091w 1:2
@@ -421,16 +409,13 @@ TEST_F(LintTest, AManifestThatIsNotTodaysIsStale)
     const std::string strGood = m_update.Read(tstrShipped).value_or("");
     std::wstring tstrWide;
     ASSERT_TRUE(KzCommon::String::FromUtf8(strGood, tstrWide));
-    for (const auto& [strText, szFindings] :
-         {std::pair(strGood, ""),
-          {Utf16(tstrWide), ""},
-          {std::regex_replace(strGood, std::regex("\n"), "\r\n"), ""},
-          {std::string(), "B076"},
-          {std::regex_replace(strGood, std::regex("a\\.html"), "b.html"), "B076"}}) {
-        Write(tstrShipped, strText);
-        EXPECT_EQ(Findings(tstrShipped), szFindings);
-    }
-    Write(tstrShipped, strGood);
+    ExpectFiles(tstrShipped, {
+                                 {Utf16(tstrWide), ""},
+                                 {std::regex_replace(strGood, std::regex("\n"), "\r\n"), ""},
+                                 {"", "B076"},
+                                 {std::regex_replace(strGood, std::regex("a\\.html"), "b.html"), "B076"},
+                                 {strGood, ""},
+                             });
     Write(L"Component\\p1\\Share\\UI\\a.html", "changed");
     EXPECT_EQ(Findings(tstrShipped), "B076");
     EXPECT_THAT(m_strOutput, HasSubstr("renew it: BrevantCheck manifest --into \"" + ToUtf8(m_update.Path()) + "\""));

@@ -97,6 +97,14 @@ protected:
         return Findings();
     }
 
+    /// Checks files: their bytes and the findings.
+    void ExpectFiles(const std::wstring& tstrFile, const std::vector<std::pair<std::string, const char*>>& rows)
+    {
+        for (const auto& [strBytes, szFindings] : rows) {
+            Write(tstrFile, strBytes);
+            EXPECT_EQ(Findings(tstrFile), szFindings) << PrintToString(strBytes.substr(0, 200));
+        }
+    }
     /// Checks the rows "text => findings" of a table as the content of that file between two other texts. In a text "$"
     /// ends a line and begins the next with the same key, and "#20#" is a character 20 times. A line that begins with
     /// "& " continues the row.

@@ -181,69 +181,6 @@ TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
     EXPECT_TRUE(m_machine.PendingMoves().empty());
 }
 
-TEST_F(SimulatedRunTest, RegistryQuestionsAndRemarks)
-{
-    m_machine.BeginOperation(L"PatchRegistry");
-    m_machine.SetValue({.tstrKeyPath = kVault, .tstrName = L"a"}, StoredValue{REG_BINARY, "abc"});
-    m_machine.Explain(L"a remark");
-    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = L"A"}, DWORD{7}, nullptr));
-    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kVault, .tstrName = L"a"}, DWORD{7}, nullptr));
-    Change stays{.eAction = KzCommon::Action::eWriteValue, .eOutcome = Outcome::eStay};
-    stays.tstrTarget = std::wstring(L"HKEY_LOCAL_MACHINE\\") + kVault;
-    stays.tstrName = L"a";
-    stays.tstrReason = L"it already exists";
-    m_machine.Report(stays);
-    EXPECT_TRUE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
-    EXPECT_FALSE(m_machine.DeleteValue({.tstrKeyPath = kVault, .tstrName = L"a"}, nullptr));
-    EXPECT_TRUE(m_machine.StoreValue({.tstrKeyPath = kRunOnceKey, .tstrName = L"id"}, L"cmd", nullptr));
-    bool bAgreed = true;
-    EXPECT_TRUE(m_machine.AskAtConsole(L"Title", L"Text", 0, bAgreed, nullptr));
-    EXPECT_FALSE(bAgreed);
-    m_machine.BeginOperation(L"MergeConfig");
-    m_machine.ExplainNothing(L"no section");
-    EXPECT_THAT(Changes(), ElementsAre("~ HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault A: (type 3, 3 bytes) -> 7; a remark",
-                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7 -> 7",
-                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7; it already exists",
-                                       "- HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a: 7",
-                                       "= HKEY_LOCAL_MACHINE\\SOFTWARE\\Vault a; there is no such value", "+ cmd later",
-                                       "+ Text Title"));
-    EXPECT_EQ(L"no section", m_machine.Steps().back().tstrReason);
-}
-
-TEST_F(SimulatedRunTest, APlanIsMadeForTheFolderThatIsNamed)
-{
-    const TempFolder update;
-    const TempFolder installed;
-    update.Write(L"QorPaFrwk.ini", "[S]\r\nk=new\r\n");
-    update.Write(L"Component\\p\\a.dll", "new");
-    update.Write(L"other.txt", "not the update client's");
-    installed.Write(L"QorPaFrwk.ini", "[S]\r\nk=old\r\n");
-    installed.Write(L"registry.reg",
-                    "[HKEY_LOCAL_MACHINE\\Software\\Kazmere\\KZVLT]\r\n\"Language\"=\"xy\"\r\nnonsense\r\n");
-    installed.Write(L"drive_c\\ProgramData\\K19\\a.txt", "");
-    const WindowsMachine real;
-    SimulatedMachine machine(&real);
-    machine.SetValue({.tstrKeyPath = L"SOFTWARE\\Kazmere\\KZVLT", .tstrName = L"Version"}, ToStored(L"1"));
-    EXPECT_THAT(PrepareForPlan(machine, {update.Path(), installed.Path(), true}), ElementsAre(3));
-
-    const auto product = [&](const wchar_t* szName) {
-        RegistryData data = std::wstring(L"none");
-        static_cast<void>(
-            machine.ReadValue({.tstrKeyPath = L"software\\kazmere\\kzvlt", .tstrName = szName}, data, nullptr));
-        return std::get<std::wstring>(data);
-    };
-    EXPECT_EQ(L"xy", product(L"Language"));
-    EXPECT_EQ(L"none", product(L"Version"));
-    EXPECT_EQ(installed.Path(), product(L"ProductPath"));
-    EXPECT_EQ(installed.Path(), machine.FolderOf(KnownFolder::eProgram));
-    EXPECT_TRUE(machine.HasFile(installed.PathOf(L"Component\\p\\a.dll")));
-    EXPECT_FALSE(machine.HasFile(installed.PathOf(L"other.txt")));
-    EXPECT_TRUE(machine.HasFile(L"C:\\ProgramData\\K19\\a.txt"));
-    std::wstring tstrValue;
-    EXPECT_TRUE(machine.ReadIniValue(installed.PathOf(L"QorPaFrwk.ini"), L"S", L"k", L"", tstrValue, nullptr));
-    EXPECT_EQ(L"new", tstrValue);
-}
-
 TEST_F(SimulatedRunTest, APlannedRunIsTracedOnlyInThePlan)
 {
     const TempFolder folder;
