@@ -121,26 +121,6 @@ TEST_F(SimulatedRunTest, LongPathsNeedTheSettingOfTheMachine)
     EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, m_dwError);
 }
 
-TEST_F(SimulatedRunTest, ACopyThatIsMovedLaterIsOneChange)
-{
-    m_machine.AddFile(L"C:\\up\\a", "new");
-    m_machine.AddFile(L"D:\\in\\a", "old");
-    m_machine.AddFile(L"D:\\in\\a0", "exists");
-    EXPECT_FALSE(Copy(L"D:\\in\\a0", L"C:\\up\\a"));
-    EXPECT_EQ(DWORD{ERROR_FILE_EXISTS}, m_dwError);
-    EXPECT_TRUE(Copy(L"D:\\in\\a1", L"C:\\up\\a"));
-    EXPECT_TRUE(Later(L"D:\\in\\a1", L"D:\\in\\a"));
-    EXPECT_FALSE(Copy(L"D:\\gone\\b0", L"C:\\up\\a"));
-    EXPECT_FALSE(Copy(L"D:\\gone\\b1", L"C:\\up\\a"));
-    EXPECT_THAT(Changes(), ElementsAre("~ D:\\in\\a <- C:\\up\\a by D:\\in\\a1 later",
-                                       "! D:\\gone\\b <- C:\\up\\a later; the folder is missing"));
-    m_machine.Restart();
-    std::string strBytes;
-    EXPECT_TRUE(m_machine.ReadContent(L"D:\\in\\A", 10, strBytes, nullptr));
-    EXPECT_EQ("new", strBytes);
-    EXPECT_FALSE(m_machine.HasFile(L"D:\\in\\a1"));
-}
-
 TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
 {
     for (const wchar_t* const szFile : {L"C:\\up\\a", L"C:\\up\\b", L"C:\\up\\c", L"C:\\up\\d", L"C:\\up\\e",

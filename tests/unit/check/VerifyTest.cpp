@@ -63,17 +63,17 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
     WriteProduct(L"Language", L"DE-DE");
     const std::string strMerge = "[QOR_CONFIG_MERGE]\nmigrate=/a\n";
     const std::string strVersion = "[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION;
-    // Instructions, whether the update has one more file, and the machine's update information after the run.
-    const std::tuple<std::string, bool, std::string> rows[] = {
-        {strMerge + "[UPDATE_INFO]\nmodify=C!Component101_Version!3.9\nmodify=C!Same!1\n", false,
+    // The record of the update information, which a file more replaces, and that information after the run.
+    const std::pair<std::string, std::string> rows[] = {
+        {"modify=C!Component101_Version!3.9\nmodify=C!Same!1\n",
          "[C]\nSame=1\nComponent101_Version=3.9\n" + strVersion},
-        {strMerge + "[UPDATE_INFO]\nmodify=C!Other!2\n", false, "[C]\nOther=2\n" + strVersion},
-        {strMerge, true, "[C]\nSame=1\n"},
+        {"modify=C!Other!2\n", "[C]\nOther=2\n" + strVersion},
+        {"", "[C]\nSame=1\n"},
     };
     Write(L"Component\\p1\\Share\\Setting\\config_DE-DE.xml", "<c><a>1</a></c>");
-    for (const auto& [strSections, bFile, strUpdateInfo] : rows) {
-        Instruct(strSections);
-        if (bFile) Bring({L"p1\\Share\\UI\\a.dll"});
+    for (const auto& [strRecords, strUpdateInfo] : rows) {
+        Instruct(strMerge + (strRecords.empty() ? "" : "[UPDATE_INFO]\n" + strRecords));
+        if (strRecords.empty()) Bring({L"p1\\Share\\UI\\a.dll"});
         Output made;
         Arguments arguments;
         arguments.operands = {m_update.Path()};
@@ -82,9 +82,8 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         ASSERT_TRUE(KzCommon::String::FromUtf8(made.strText, tstrManifest));
         ReplaceAll(tstrManifest, L"\n", L"\r\n");
         arguments.operands = {m_machine.Write(L"Trace\\update.json", Utf16(tstrManifest))};
-        const auto verify = [&](Format eFormat = Format::eText) {
+        const auto verify = [&] {
             Output said;
-            arguments.eFormat = eFormat;
             const int iExitCode = RunVerify(arguments, said);
             return std::to_string(iExitCode) + " " + said.strText;
         };
@@ -98,8 +97,9 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         }
         m_machine.Write(L"UpdateInfo.ini", strUpdateInfo);
         m_machine.Write(L"a.dll", "");
-        EXPECT_THAT(verify(), AllOf(StartsWith("0 "), Not(HasSubstr("UNKNOWN")))) << strSections;
-        EXPECT_THAT(verify(Format::eJson), HasSubstr("\"complete\" : true"));
+        EXPECT_THAT(verify(), AllOf(StartsWith("0 "), Not(HasSubstr("UNKNOWN")))) << strRecords;
+        arguments.eFormat = Format::eJson;
+        EXPECT_THAT(verify(), HasSubstr("\"complete\" : true"));
         ::DeleteFileW(m_machine.PathOf(L"a.dll").c_str());
     }
     // Values that the machine already had or never had are as expected without the update.
