@@ -289,7 +289,7 @@ TEST_F(LintTest, Commands)
         regsvr32 /s Vault.dll$del C:\a => B056w 2:24 "{InstalledDir}Vault.dll", B056 3:12 cmd.exe /c del C:\a
         C:\ProgramData\Kazmere\a.exe$cmd.exe /c "%TEMP%\a.cmd" => B057w 2:12, B057 3:23
         wscript.exe "{InstallerLogDir}a.vbs"$reg.exe import C:\Users\Public\Downloads\a.reg => B057 2:24, B057 3:27
-        net.exe /Password:geheim$net.exe --api-token geheim => B064w 2:30, B064w 3:32
+        net.exe /Password:geheim$net.exe --api-key geheim => B064w 2:30, B064w 3:30
         net.exe /password:* token C:\a /PasswordLength:8 =>
     )");
     Install();

@@ -67,6 +67,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
     m_machine.AddFile(L"C:\\ro.ini", "[S]\r\nk=v\r\n", FILE_ATTRIBUTE_READONLY);
     m_machine.AddFile(L"C:\\a.ini", "[S]\r\nk=v\r\n");
     m_machine.AddFile(L"C:\\file", "");
+    m_machine.AddFile(L"C:\\hidden", "", FILE_ATTRIBUTE_HIDDEN);
     const std::wstring tstrLong(255, L'n');
     const auto store = [&](const std::wstring& tstrKey, const std::wstring& tstrName) {
         return m_machine.StoreValue({.tstrKeyPath = tstrKey, .tstrName = tstrName}, DWORD{1}, &m_dwError);
@@ -87,6 +88,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
         {ERROR_ACCESS_DENIED,
          [&] { return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_runPatience, &m_dwError); }},
         {ERROR_PATH_NOT_FOUND, [&] { return Copy((L"C:\\" + tstrLong + L"xyz").c_str(), L"C:\\file"); }},
+        {ERROR_ACCESS_DENIED, [&] { return Copy(L"C:\\hidden", L"C:\\file", CopyMode::eOverwrite); }},
         {ERROR_FILENAME_EXCED_RANGE, [&] { return create(L"C:\\" + tstrLong.substr(0, 245)); }},
         {ERROR_SUCCESS, [&] { return create(L"C:\\" + tstrLong.substr(0, 244)); }},
         {ERROR_PATH_NOT_FOUND, [&] { return create(L"Q:\\a"); }}, {ERROR_DIRECTORY, [&] { return create(L"C:\\nul"); }},
