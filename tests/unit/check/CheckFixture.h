@@ -28,7 +28,7 @@ inline std::string Line(int iSecond, const std::string& strProcess, const std::s
            " <Brevant> " + strText.substr(4) + " - " + strSource + "(12)\r\n";
 }
 
-/// Opens a file as another program may have it open: so that nobody else can, or to write and delete it.
+/// Opens a file as another program does: for itself alone, or shared, to write and delete it.
 inline KzCommon::UniqueFile Hold(const std::wstring& tstrPath, bool bShared)
 {
     const DWORD dwAccess = bShared ? GENERIC_READ | GENERIC_WRITE | DELETE : GENERIC_READ;

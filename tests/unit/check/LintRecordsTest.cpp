@@ -265,7 +265,7 @@ TEST_F(LintTest, Commands)
         Task\a.exe$net.exe Task\a.vbs => B054w 2:12
         net.exe C:\KbFilter.ini$net.exe C:\kbfilter.ini => B055w 2:23 kbfilter.ini
     )");
-    // What is started exists, or nobody can know.
+    // The file that a command starts exists, or the checker cannot know.
     ExpectRecords("Run", "SysRunOnce=", R"(
         "{InstalledDir}Brevant" /x$cscript.exe //B //nologo "{InstalledDir}Task\A.VBS" none.vbs$%Other%\a.exe =>
         reg.exe import "{InstalledDir}Task\b.reg"$rundll32 "{InstalledDir}Vault.dll",Register none.dll =>
