@@ -4,7 +4,7 @@
 #include "common/KzComn_Process.h"
 #include "common/KzComn_String.h"
 
-#include <gtest/gtest.h>
+#include <algorithm>
 
 using namespace KzCommon;
 
@@ -35,6 +35,11 @@ std::vector<std::string> TraceRecorder::Messages() const
         messages.push_back(String::ToUtf8(tstrTag + L' ' + tstrMessage));
     }
     return messages;
+}
+
+std::ptrdiff_t TraceRecorder::Count(const testing::Matcher<const std::string&>& message) const
+{
+    return std::ranges::count_if(Messages(), [&](const std::string& strLine) { return message.Matches(strLine); });
 }
 
 DWORD TraceRecorder::OnInitialize(void** ppTrace, const DebugLogConfig* pConfig)

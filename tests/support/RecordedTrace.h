@@ -9,6 +9,8 @@
 #include "support/TempFolder.h"
 #include "support/dll/KzDbg64/TraceSink.h"
 
+#include <gmock/gmock.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -29,6 +31,8 @@ public:
     /// The lines in UTF-8 as "TAG message", without time, ids, module and place; TAG is ".w." for level 1, "@@@" for
     /// 16, "!!!" for 256.
     [[nodiscard]] std::vector<std::string> Messages() const;
+    /// The number of messages that match.
+    [[nodiscard]] std::ptrdiff_t Count(const testing::Matcher<const std::string&>& message) const;
     void Clear() { m_lines.clear(); }
 
     DebugLogConfig m_config{};                         // the settings passed to the library

@@ -58,11 +58,7 @@ void TempFolder::Clear() const
     for (auto it = left.rbegin(); it != left.rend(); ++it) {
         const std::wstring tstrLeft = Exactly(PathOf(*it));
         ::SetFileAttributesW(tstrLeft.c_str(), FILE_ATTRIBUTE_NORMAL);
-        if (tstrLeft.ends_with(L'\\')) {
-            ::RemoveDirectoryW(tstrLeft.c_str());
-        } else {
-            ::DeleteFileW(tstrLeft.c_str());
-        }
+        if (!::RemoveDirectoryW(tstrLeft.c_str())) ::DeleteFileW(tstrLeft.c_str());
     }
 }
 
@@ -71,14 +67,22 @@ std::wstring TempFolder::PathOf(std::wstring_view tstrName) const
     return m_tstrPath + std::wstring(tstrName);
 }
 
-std::wstring TempFolder::Write(std::wstring_view tstrName, std::string_view strBytes) const
+std::wstring TempFolder::Write(std::wstring_view tstrName, std::string_view strBytes, DWORD dwAttributes) const
 {
     const fs::path path(PathOf(tstrName));
     fs::create_directories(path.parent_path());
+    ::SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     std::ofstream file(path, std::ios::binary);
     file << strBytes;
     EXPECT_TRUE(file.flush()) << path;
+    file.close();
+    if (dwAttributes) ::SetFileAttributesW(path.c_str(), dwAttributes);
     return path.wstring();
+}
+
+DWORD TempFolder::Attributes(std::wstring_view tstrName) const
+{
+    return ::GetFileAttributesW(PathOf(tstrName).c_str());
 }
 
 std::wstring TempFolder::MakeFolder(std::wstring_view tstrName) const

@@ -19,8 +19,9 @@ public:
     [[nodiscard]] const std::wstring& Path() const noexcept { return m_tstrPath; }
     [[nodiscard]] std::wstring PathOf(std::wstring_view tstrName) const;
 
-    /// Writes a file and the folders above it; returns its full path.
-    std::wstring Write(std::wstring_view tstrName, std::string_view strBytes) const;
+    /// Writes a file, even a read-only one, and the folders above it; returns its full path.
+    std::wstring Write(std::wstring_view tstrName, std::string_view strBytes, unsigned long dwAttributes = 0) const;
+    [[nodiscard]] unsigned long Attributes(std::wstring_view tstrName) const;
     /// Creates a folder and those above it; returns its full path with trailing backslash.
     std::wstring MakeFolder(std::wstring_view tstrName) const;
     /// A file's bytes; empty when unreadable.

@@ -30,6 +30,21 @@ public:
     SystemWatch& operator=(const SystemWatch&) = delete;
     ~SystemWatch();
 
+    /// Makes the calls of one function fail, on places with that end.
+    void Fail(std::string_view strFunction, DWORD dwCode, const std::wstring& tstrPlaceEnd = L"")
+    {
+        m_fault = [=](std::string_view strCall, const std::wstring& tstrPlace) {
+            return strCall == strFunction && tstrPlace.ends_with(tstrPlaceEnd) ? dwCode : ERROR_SUCCESS;
+        };
+    }
+    /// Likewise only the first `cTimes` calls.
+    void FailFirst(std::string_view strFunction, unsigned cTimes, DWORD dwCode)
+    {
+        m_fault = [=, cLeft = cTimes](std::string_view strCall, auto&&) mutable {
+            return strCall == strFunction && cLeft > 0 && cLeft-- > 0 ? dwCode : ERROR_SUCCESS;
+        };
+    }
+
     const std::wstring m_tstrSandbox;
     const Judge m_judge;
     Fault m_fault = [](auto&&...) {

@@ -1,6 +1,5 @@
 #include "agent/ConfigMerge.h"
 
-#include "support/watch/SystemWatch.h"
 #include "unit/agent/AgentFixture.h"
 
 namespace {
@@ -74,13 +73,12 @@ TEST_F(ConfigMergeTest, AReadOnlyOrBrieflyUsedFileIsMerged)
 {
     Instruct(kTags);
     m_install.Write(L"config.xml", kUsers);
-    ASSERT_TRUE(::SetFileAttributesW(m_install.Write(L"new\\config.xml", kShipped).c_str(), FILE_ATTRIBUTE_READONLY));
     for (const wchar_t* szHeld : {L"config.xml", L"new\\config.xml"}) {
-        const std::jthread holder = HoldForAMoment(szHeld);
+        m_install.Write(L"new\\config.xml", kShipped, FILE_ATTRIBUTE_READONLY);
+        const std::jthread holder = HoldForAMoment(m_install.PathOf(szHeld));
         Merge();
         EXPECT_EQ(m_install.Read(L"new\\config.xml"), kMerged);
         EXPECT_EQ(Kept(), "none");
-        m_install.Write(L"new\\config.xml", kShipped);
     }
 }
 
@@ -95,12 +93,10 @@ TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
         return m_install.Read(L"config.previous.3.xml").value_or("none");
     };
     for (const DWORD dwLinkCode : {ERROR_INVALID_FUNCTION, ERROR_SUCCESS, ERROR_ALREADY_EXISTS}) {
-        KzCommon::UniqueFile held = Hold(L"config.xml");
+        UniqueFile held = Hold(L"config.xml");
         SystemWatch watch(m_install.Path());
         watch.m_bHurry = true;
-        watch.m_fault = [&](std::string_view strCall, auto&&...) {
-            return strCall == "CreateHardLinkW" ? dwLinkCode : ERROR_SUCCESS;
-        };
+        watch.Fail("CreateHardLinkW", dwLinkCode);
         Merge();
         held.Reset();
         EXPECT_EQ(third(), dwLinkCode == ERROR_INVALID_FUNCTION ? "none" : kUsers);

@@ -2,88 +2,67 @@
 
 #include "unit/agent/AgentFixture.h"
 
-namespace {
+#include <sddl.h>
 
-class DeploymentLockTest : public AgentTest {
-protected:
-    [[nodiscard]] bool IsThere() const
-    {
-        return ::GetFileAttributesW(m_install.PathOf(L"Brevant.lock").c_str()) != INVALID_FILE_ATTRIBUTES;
-    }
-    /// Whether the access control list of the open lock file contains an account.
-    [[nodiscard]] bool MayRead(WELL_KNOWN_SID_TYPE eWho) const
-    {
-        std::vector<BYTE> descriptor(1024), sid(SECURITY_MAX_SID_SIZE);
-        DWORD cb = 0, cbSid = SECURITY_MAX_SID_SIZE;
-        BOOL bPresent = FALSE, bDefaulted = FALSE;
-        PACL pList = nullptr;
-        EXPECT_TRUE(::CreateWellKnownSid(eWho, nullptr, sid.data(), &cbSid));
-        EXPECT_TRUE(::GetFileSecurityW(m_install.PathOf(L"Brevant.lock").c_str(), DACL_SECURITY_INFORMATION,
-                                       descriptor.data(), 1024, &cb));
-        EXPECT_TRUE(::GetSecurityDescriptorDacl(descriptor.data(), &bPresent, &pList, &bDefaulted));
-        bool bNamed = !pList;
-        for (DWORD uEntry = 0; pList && uEntry < pList->AceCount; ++uEntry) {
-            void* pEntry = nullptr;
-            EXPECT_TRUE(::GetAce(pList, uEntry, &pEntry));
-            bNamed = bNamed || ::EqualSid(&static_cast<ACCESS_ALLOWED_ACE*>(pEntry)->SidStart, sid.data());
-        }
-        return bNamed;
-    }
-    const std::string m_strLine = "DeploymentLock::Take() - ";
-};
+using DeploymentLockTest = AgentTest;
 
-}  // namespace
+/// The access control list of a file as text; empty if it does not exist.
+static std::wstring AccessOf(const std::wstring& tstrPath)
+{
+    BYTE found[1024] = {};
+    DWORD cb = sizeof(found);
+    wchar_t* szText = nullptr;
+    if (!::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, found, cb, &cb)) return {};
+    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(found, SDDL_REVISION_1,
+                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
+    const std::wstring tstrText = szText;
+    ::LocalFree(szText);
+    return tstrText;
+}
 
 TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstForALimitedTime)
 {
-    DeploymentLock first;
+    const std::wstring tstrFile = m_install.PathOf(L"Brevant.lock");
+    const std::string strAnother = "DeploymentLock::Take() - another run ";
+    DeploymentLock first, second;
     ASSERT_TRUE(first.Take(m_install.Path()));
-    EXPECT_TRUE(IsThere());
-    EXPECT_FALSE(MayRead(WinWorldSid) || MayRead(WinBuiltinUsersSid)) << "a user with access could keep it open";
-    DeploymentLock second;
+    // A user with access could keep it open.
+    EXPECT_THAT(AccessOf(tstrFile), AllOf(StartsWith(L"D:"), Not(HasSubstr(L";WD)")), Not(HasSubstr(L";BU)"))));
     EXPECT_FALSE(second.Take(m_install.Path(), 300));
-    EXPECT_EQ(CountTraced("@@@ " + m_strLine + "another run changes [" + m_strInstall + "] and is waited for."), 1);
-    EXPECT_EQ(CountTraced("!!! *** " + m_strLine + "another run still changes [" + m_strInstall +
-                          "]: nothing is changed. [0x00000020]"),
-              1);
+    EXPECT_EQ(CountTraced("@@@ " + strAnother + "changes [" + m_strInstall + "] and is waited for."), 1);
+    EXPECT_EQ(
+        CountTraced("!!! *** " + strAnother + "still changes [" + m_strInstall + "]: nothing is changed. [0x00000020]"),
+        1);
     {
-        const std::jthread ended([&] {
-            ::Sleep(400);
-            first.Release();
-        });
+        const std::jthread ended([&] { ::Sleep(400), first.Release(); });
         EXPECT_TRUE(second.Take(m_install.Path(), 60'000));
     }
     EXPECT_FALSE(first.Take(m_install.Path(), 0)) << "the second one has it now";
     second.Release();
-    EXPECT_FALSE(IsThere());
+    EXPECT_EQ(AccessOf(tstrFile), L"") << "deleted";
 }
 
 TEST_F(DeploymentLockTest, WithoutALockTheRunContinues)
 {
-    const TempFolder blocked;
+    const TempFolder blocked, leftover;
     blocked.MakeFolder(L"Brevant.lock");
-    const TempFolder leftover;
     leftover.Write(L"Brevant.lock", "left by a power failure");
     // The install folder and the traced code.
-    const std::pair<std::wstring, const char*> rows[] = {{L"", nullptr},
-                                                         {L"Product\\", nullptr},
-                                                         {leftover.Path(), nullptr},
+    const std::pair<std::wstring, std::string> rows[] = {{L"", ""},
+                                                         {L"Product\\", ""},
+                                                         {leftover.Path(), ""},
                                                          {blocked.Path(), "0x00000005"},
                                                          {m_install.PathOf(L"none\\"), "0x00000003"}};
-    for (const auto& [tstrFolder, szCode] : rows) {
-        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrFolder));
+    for (const auto& [tstrFolder, strCode] : rows) {
+        const std::string strFolder = String::ToUtf8(tstrFolder);
         m_trace.Clear();
-        const ULONGLONG ullStart = ::GetTickCount64();
-        {
-            DeploymentLock lock;
-            EXPECT_TRUE(lock.Take(tstrFolder));
-        }
-        EXPECT_LT(::GetTickCount64() - ullStart, 2000U);
-        EXPECT_EQ(CountTraced(StartsWith("!!!")), szCode ? 1 : 0);
-        EXPECT_EQ(
-            CountTraced("!!! *** " + m_strLine + "[" + KzCommon::String::ToUtf8(tstrFolder) +
-                        "Brevant.lock] cannot be made, the run goes on without it. [" + (szCode ? szCode : "") + "]"),
-            szCode ? 1 : 0);
+        EXPECT_LT(TimeOf([&] { EXPECT_TRUE(DeploymentLock().Take(tstrFolder)) << strFolder; }), 2000U);
+        EXPECT_EQ(CountTraced(StartsWith("!!!")), strCode.empty() ? 0 : 1) << strFolder;
+        EXPECT_EQ(CountTraced("!!! *** DeploymentLock::Take() - [" + strFolder +
+                              "Brevant.lock] cannot be made, the run "
+                              "goes on without it. [" +
+                              strCode + "]"),
+                  strCode.empty() ? 0 : 1);
     }
     EXPECT_THAT(leftover.List(), IsEmpty());
     EXPECT_THAT(blocked.List(), ElementsAre(L"Brevant.lock\\"));

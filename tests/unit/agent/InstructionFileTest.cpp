@@ -1,5 +1,6 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/GuardedStep.h"
 #include "agent/InstructionFile.h"
 
 class InstructionFileTest : public AgentTest {
@@ -21,10 +22,19 @@ TEST_F(InstructionFileTest, KeepsLineOrderWithinAKeyAndSplitsAtTheFirstRunOfEqua
                                         Pair(L"add", L"k=v=w"), Pair(L"add=", L"x"), Pair(L"delete", L"b")));
     EXPECT_THAT(Read(L"Missing", ERROR_FILE_NOT_FOUND), IsEmpty());
     EXPECT_THAT(Read(L"Empty", ERROR_FILE_NOT_FOUND), IsEmpty());
-    const std::jthread holder = HoldForAMoment(L"QorPaFrwk.ini");
+    const std::jthread holder = HoldForAMoment(m_install.PathOf(L"QorPaFrwk.ini"));
     EXPECT_THAT(Read(L"T"), ElementsAre(Pair(L"add", L"z"))) << "in use for a moment";
     WriteProduct(L"ProductPath", L"");
     EXPECT_THAT(Read(L"S", ERROR_BAD_ARGUMENTS), IsEmpty());
+}
+
+TEST_F(InstructionFileTest, EveryExceptionOfAStepIsTracedAndCaught)
+{
+    EXPECT_TRUE(RunGuarded(L"Nothing", [] {}));
+    EXPECT_FALSE(RunGuarded(L"The rename", [] { Storage::Throw(ERROR_ACCESS_DENIED); }));
+    EXPECT_FALSE(RunGuarded(L"The rename", [] { throw 1; }));
+    EXPECT_THAT(m_trace.Messages(), ElementsAre("!!! *** The rename ended early. [0x00000005]",
+                                                "!!! *** The rename ended early. [0x800300fd]"));
 }
 
 // The buffer grows in steps of 256 characters while it is below 32767. The last one has 32512; a section may use all
@@ -34,7 +44,7 @@ TEST_F(InstructionFileTest, ASectionBeyondTheLastBufferIsSilentlyEmpty)
     constexpr std::size_t kMax = 32512 - 3;
     for (const std::size_t cch : {std::size_t{253}, std::size_t{254}, kMax, kMax + 1}) {
         const std::wstring tstrText(cch - 3, L'x');  // each entry of the section has a terminating zero
-        Instruct("[S]\nk=" + KzCommon::String::ToUtf8(tstrText) + "\n");
+        Instruct("[S]\nk=" + String::ToUtf8(tstrText) + "\n");
         std::size_t cchRead = 0;
         for (const auto& [tstrKey, tstrValue] : Read(L"S")) cchRead += tstrValue.size();
         EXPECT_EQ(cchRead, cch <= kMax ? cch - 3 : 0) << cch;

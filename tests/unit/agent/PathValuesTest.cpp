@@ -1,7 +1,5 @@
 #include "unit/agent/AgentFixture.h"
 
-#include "common/KzComn_Process.h"
-
 class PathValuesTest : public AgentTest {
 protected:
     void SetLogFolder(const std::wstring& tstrSession, const wchar_t* szFolder)
@@ -23,7 +21,7 @@ TEST_F(PathValuesTest, ExpandsExactPlaceholdersEverywhereInTheText)
     SetLogFolder(L"Interactive", L"C:\\I");
     SetLogFolder(L"Service", L"C:\\S{ServiceLogDir}\\");  // the inner placeholder is not expanded again
     m_run.paths.ReadProductFolders();
-    const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
+    const std::wstring tstrWindows = Process::WindowsFolder();
     const std::pair<const wchar_t*, std::wstring> rows[] = {
         // clang-format off
         {L"{InstalledDir}a {InstalledDir}b", m_tstrInstall + L"a " + m_tstrInstall + L"b"}, {L"", L""},
@@ -54,7 +52,7 @@ TEST_F(PathValuesTest, TheProtectedFolderFansOutOverProfilesButAPlaceholderTakes
     WriteRaw(HKEY_LOCAL_MACHINE, tstrList + L"4", L"Other", RawText(L"x"));
     for (const auto& [szFolder, folders] : rows) {
         SetLogFolder(L"Protected", szFolder);
-        EXPECT_EQ(m_run.paths.ProtectedLogDirs(), folders) << KzCommon::String::ToUtf8(szFolder);
+        EXPECT_EQ(m_run.paths.ProtectedLogDirs(), folders) << String::ToUtf8(szFolder);
         EXPECT_EQ(Expand(L"{ProtectedLogDir}"), folders.front());
     }
 }
@@ -67,10 +65,8 @@ TEST_F(PathValuesTest, DownloadFoldersComeFromTheKeyOfThisPlatformOrTheDefault)
     EXPECT_EQ(m_run.paths.ProductDownloadPath(), L"c21t2103v0.0.0l1p1r1o1") << "the 32-bit key is ignored here";
     EXPECT_EQ(m_run.paths.ReadResourceDownloadDir(), m_tstrInstall + L"Component\\res\\");
     m_install.Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=right\n");
-    {
-        const std::jthread holder = HoldForAMoment(L"UpdateInfo.ini");
-        m_run.paths.ReadProductFolders();
-    }
+    const std::jthread holder = HoldForAMoment(m_install.PathOf(L"UpdateInfo.ini"));
+    m_run.paths.ReadProductFolders();
     EXPECT_EQ(m_run.paths.ProductDownloadDir(), m_tstrInstall + L"Component\\right\\");
     ::DeleteFileW(m_install.PathOf(L"UpdateInfo.ini").c_str());
     m_install.MakeFolder(L"UpdateInfo.ini");
@@ -98,21 +94,21 @@ TEST_F(PathValuesTest, ADownloadPathNamesAFolderBelowComponentOrCountsAsMissing)
         L"a\\com1.x", L"./nul", L"a*", L"a\tb"};                                       // clang-format on
     const auto read = [&](const std::wstring& tstrPath) {
         m_install.Write(L"UpdateInfo.ini",
-                        "[COMPONENT_LIST]\nComponent101_DownloadPath=" + KzCommon::String::ToUtf8(tstrPath) + "\n");
+                        "[COMPONENT_LIST]\nComponent101_DownloadPath=" + String::ToUtf8(tstrPath) + "\n");
         m_trace.Clear();
         m_run.paths.ReadProductFolders();
         return m_run.paths.ProductDownloadPath();
     };
     for (const auto& [szPath, szNormal] : paths) {
-        EXPECT_EQ(read(szPath), szNormal) << KzCommon::String::ToUtf8(szPath);
+        EXPECT_EQ(read(szPath), szNormal) << String::ToUtf8(szPath);
         EXPECT_EQ(m_run.paths.ProductDownloadDir(), m_tstrInstall + L"Component\\" + szNormal + L"\\");
     }
     for (const wchar_t* szPath : others) {
         EXPECT_EQ(read(szPath), L"c21t2103v0.0.0l1p1r1o1");
         EXPECT_EQ(CountTraced("!!! *** PathValues::ReadDownloadPath() - Component101_DownloadPath=[" +
-                              KzCommon::String::ToUtf8(szPath) +
+                              String::ToUtf8(szPath) +
                               "] is no name below \"Component\\\", [c21t2103v0.0.0l1p1r1o1] is taken."),
                   1)
-            << KzCommon::String::ToUtf8(szPath);
+            << String::ToUtf8(szPath);
     }
 }

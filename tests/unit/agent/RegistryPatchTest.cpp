@@ -58,7 +58,7 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         {103, L"!Name!REG_SZ!v", {}, {}, "!!! PatchReg(op<op_begin_reg || op>op_end_reg)"}};
     // clang-format on
     for (const auto& [dwOp, tstrRecord, before, after, strTraced] : rows) {
-        SCOPED_TRACE(std::to_string(dwOp) + KzCommon::String::ToUtf8(tstrRecord));
+        SCOPED_TRACE(std::to_string(dwOp) + String::ToUtf8(tstrRecord));
         ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kKey);
         if (before) WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"Name", *before);
         m_trace.Clear();
