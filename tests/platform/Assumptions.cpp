@@ -1,10 +1,8 @@
-// Files, INI files, libraries and sessions; and effects that only a restart shows.
+// INI files, sessions and the registry; and effects that only a restart shows.
 #include "Assumptions.h"
 
-#include "common/KzComn_Handle.h"
+#include "common/KzComn_Process.h"
 
-#include <accctrl.h>
-#include <aclapi.h>
 #include <wtsapi32.h>
 
 using namespace KzCommon;
@@ -13,209 +11,293 @@ namespace Platform {
 
 namespace {
 
-std::wstring CopyOnto(const std::wstring& tstrFolder, DWORD dwAttributes)
+Text CopyOnto(const Text& tstrFolder, DWORD dwAttributes)
 {
-    const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwAttributes);
+    const Text tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwAttributes);
     return Outcome(::CopyFileW(WriteFileAt(tstrFolder + L"new", "new").c_str(), tstrOld.c_str(), FALSE));
 }
 
-UniqueFile HoldFile(const std::wstring& tstrPath, DWORD dwShare)
+Text MoveOntoRead(const Text& tstrFolder, DWORD)
 {
-    return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, dwShare, nullptr, OPEN_EXISTING, 0, nullptr));
+    const Text tstrOld = WriteFileAt(tstrFolder + L"old", "old"), tstrNew = WriteFileAt(tstrFolder + L"new", "new");
+    const UniqueFile reader = Open(tstrOld, GENERIC_READ, FILE_SHARE_READ);
+    return Outcome(::MoveFileExW(tstrNew.c_str(), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING));
 }
 
-std::wstring IniAt(const std::wstring& tstrFolder, std::string_view strBytes, DWORD dwAttributes = 0)
+Text NameWithEnd(const Text& tstrFolder, DWORD)
 {
-    return WriteFileAt(tstrFolder + L"a.ini", strBytes, dwAttributes);
+    WriteFileAt(tstrFolder + L"name. .", "a");
+    return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
 }
 
-std::wstring ValueOf(const std::wstring& tstrIni)
+/// The rights of every signed-in user on a file that an administrator creates in the drive's root; empty if the current
+/// user may not create one.
+Text RightsBelowDrive(const Text&, DWORD)
 {
-    wchar_t szText[64] = {};
-    ::GetPrivateProfileStringW(L"B", L"key", L"default", szText, 64, tstrIni.c_str());
-    return szText;
+    const Text tstrPath = Process::WindowsFolder().substr(0, 3) + L"brevant-trial.tmp";
+    if (!UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr))) return {};
+    const Text tstrList = SecurityOf(tstrPath, DACL_SECURITY_INFORMATION);
+    ::DeleteFileW(tstrPath.c_str());
+    const bool bModify = tstrList.find(L"0x1301bf;;;AU)") != Text::npos || tstrList.find(L"FA;;;AU)") != Text::npos;
+    return bModify ? L"every user may change it" : L"users may not change it";
 }
 
-std::wstring ReadLetter(const std::wstring& tstrFolder, std::string_view strBytes)
-{
-    return ValueOf(IniAt(tstrFolder, strBytes)) == L"\u00e4" ? L"as written" : L"in another form";
-}
+// -- INI files --
 
-std::wstring WriteIni(const std::wstring& tstrIni)
-{
-    return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
-}
+enum { eSectionMissing, eSectionEmpty };
 
-/// The content of a section that may be missing or empty: the result and its code.
-std::wstring SectionAndCode(const std::wstring& tstrFolder, std::string_view strBytes)
+Text SectionAndCode(const Text& tstrFolder, DWORD dwSection)
 {
-    const std::wstring tstrIni = IniAt(tstrFolder, strBytes);
+    const Text tstrIni =
+        WriteFileAt(tstrFolder + L"a.ini", dwSection == eSectionEmpty ? "[A]\r\nk=v\r\n[B]\r\n" : "[A]\r\nk=v\r\n");
     wchar_t szText[64] = {};
     ::SetLastError(ERROR_SUCCESS);
     const DWORD cch = ::GetPrivateProfileSectionW(L"B", szText, 64, tstrIni.c_str());
     return std::to_wstring(cch) + L" characters, last error " + std::to_wstring(::GetLastError());
 }
 
-/// The rights of every signed-in user on a file that an administrator creates in the drive's root; empty if the current
-/// user may not create one.
-std::wstring RightsBelowDrive(const std::wstring&)
+enum { eUtf8, eUtf16 };
+
+Text ReadLetter(const Text& tstrFolder, DWORD dwEncoding)
 {
-    wchar_t szWindows[MAX_PATH] = {};
-    ::GetSystemWindowsDirectoryW(szWindows, MAX_PATH);
-    const std::wstring tstrPath = std::wstring(szWindows, 3) + L"brevant-trial.tmp";
-    if (!UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr))) return {};
-    PACL pList = nullptr;
-    PSECURITY_DESCRIPTOR pFound = nullptr;
-    ::GetNamedSecurityInfoW(tstrPath.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &pList,
-                            nullptr, &pFound);
-    ::DeleteFileW(tstrPath.c_str());
-    BYTE sid[SECURITY_MAX_SID_SIZE] = {};
-    DWORD cbSid = sizeof(sid);
-    TRUSTEE_W users{};
-    ACCESS_MASK rights = 0;
-    if (pList && ::CreateWellKnownSid(WinAuthenticatedUserSid, nullptr, sid, &cbSid)) {
-        ::BuildTrusteeWithSidW(&users, sid);
-        ::GetEffectiveRightsFromAclW(pList, &users, &rights);
-    }
-    ::LocalFree(pFound);
-    return (rights & FILE_WRITE_DATA) ? L"every user may change it" : L"users may not change it";
+    const wchar_t szWide[] = L"\xFEFF[B]\r\nkey=\u00e4\r\n";
+    const std::string_view strWide{reinterpret_cast<const char*>(szWide), sizeof(szWide) - sizeof(wchar_t)};
+    const Text tstrIni = WriteFileAt(
+        tstrFolder + L"a.ini", dwEncoding == eUtf16 ? strWide : "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
+    wchar_t szText[64] = {};
+    ::GetPrivateProfileStringW(L"B", L"key", L"default", szText, 64, tstrIni.c_str());
+    return szText == Text(L"\u00e4") ? L"as written" : L"in another form";
 }
 
-std::wstring MessageWithoutSession(const std::wstring&)
+/// Writes to a file with these attributes, or without any, to a file that is open for reading.
+Text WriteIni(const Text& tstrFolder, DWORD dwAttributes)
+{
+    const Text tstrIni = WriteFileAt(tstrFolder + L"a.ini", "[B]\r\nkey=value\r\n", dwAttributes);
+    const UniqueFile reader =
+        dwAttributes ? UniqueFile() : Open(tstrIni, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
+    return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
+}
+
+// -- sessions --
+
+bool Message(DWORD dwSession, DWORD& dwAnswer)
+{
+    wchar_t szText[] = L"Trial";
+    constexpr DWORD kBytes = sizeof(szText) - sizeof(wchar_t), kSeconds = 3;
+    return ::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, dwSession, szText, kBytes, szText, kBytes, MB_OK, kSeconds,
+                             &dwAnswer, TRUE);
+}
+
+Text MessageWithoutSession(const Text&, DWORD)
 {
     constexpr DWORD kUnusedSession = 54321;
-    wchar_t szText[] = L"Trial";
-    constexpr DWORD kBytes = sizeof(szText) - sizeof(wchar_t);
     DWORD dwAnswer = 0;
-    return ::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, kUnusedSession, szText, kBytes, szText, kBytes, MB_OK, 1,
-                             &dwAnswer, TRUE)
-               ? L"done"
-               : L"refused";
+    return Message(kUnusedSession, dwAnswer) ? L"done" : L"refused";
 }
 
-// -- the next restart --
-
-/// A file "new" that will replace "old", with the attributes of each.
-void DelayedReplacement(const std::wstring& tstrFolder, DWORD dwNew, DWORD dwOld)
+/// False also when the session's state is unknown.
+bool IsWithoutUser(DWORD dwSession)
 {
-    const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwOld);
-    Delay(WriteFileAt(tstrFolder + L"new", "new", dwNew), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING);
+    wchar_t* szUser = nullptr;
+    DWORD cb = 0;
+    if (!::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSession, WTSUserName, &szUser, &cb)) return false;
+    const bool bEmpty = *szUser == L'\0';
+    ::WTSFreeMemory(szUser);
+    return bEmpty;
 }
 
-std::wstring WhatStandsInOld(const std::wstring& tstrFolder)
+/// Not observed without a console session, or when a user would have to answer.
+Text MessageWithoutUser(const Text&, DWORD)
+{
+    const DWORD dwSession = ::WTSGetActiveConsoleSessionId();
+    if (dwSession == 0xFFFFFFFF || !IsWithoutUser(dwSession)) return {};
+    DWORD dwAnswer = 0;
+    if (!Message(dwSession, dwAnswer)) return Outcome(FALSE);
+    return dwAnswer == IDTIMEOUT ? L"waits for an answer" : L"answered by itself (" + std::to_wstring(dwAnswer) + L")";
+}
+
+// -- the registry --
+
+/// Which functions find a key that exists only in a redirected HKEY_LOCAL_MACHINE: those of the core, which the product
+/// imports, or those of advapi32.
+Text RedirectedRegistry(const Text&, DWORD)
+{
+    const Text tstrRoot = L"Software\\BrevantTrial" + std::to_wstring(::GetCurrentProcessId());
+    UniqueRegistryKey root, probe;
+    Require(::RegCreateKeyW(HKEY_CURRENT_USER, tstrRoot.c_str(), root.Receive()) == ERROR_SUCCESS &&
+                ::RegCreateKeyW(root.Get(), L"brevant-trial", probe.Receive()) == ERROR_SUCCESS &&
+                ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.Get()) == ERROR_SUCCESS,
+            L"the registry can be redirected");
+    const auto finds = [](decltype(&::RegOpenKeyExW) pfnOpen) {
+        UniqueRegistryKey key;
+        return pfnOpen && pfnOpen(HKEY_LOCAL_MACHINE, L"brevant-trial", 0, KEY_READ, key.Receive()) == ERROR_SUCCESS;
+    };
+    const bool bCore = finds(&::RegOpenKeyExW);
+    const bool bOld = finds(reinterpret_cast<decltype(&::RegOpenKeyExW)>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"advapi32.dll"), "RegOpenKeyExW"))));
+    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, tstrRoot.c_str());
+    return bCore && bOld ? L"both" : bCore ? L"the core's only" : bOld ? L"advapi32's only" : L"neither";
+}
+
+// -- delayed moves and deletions --
+
+constexpr DWORD kNewIsReadOnly = 1, kOldIsReadOnly = 2;
+
+void DelayReplacement(const Text& tstrFolder, DWORD dwReadOnly)
+{
+    const auto attributes = [&](DWORD dwWhich) {
+        return dwReadOnly == dwWhich ? DWORD{FILE_ATTRIBUTE_READONLY} : 0;
+    };
+    const Text tstrOld = WriteFileAt(tstrFolder + L"old", "old", attributes(kOldIsReadOnly));
+    Delay(WriteFileAt(tstrFolder + L"new", "new", attributes(kNewIsReadOnly)), tstrOld.c_str());
+}
+
+Text ContentOfOld(const Text& tstrFolder, DWORD)
 {
     return ReadFileAt(tstrFolder + L"old") == "new" ? L"arrives" : L"does not arrive";
 }
 
-/// A folder with a file in it; either both or only the folder is to be deleted.
-void DelayedDeletion(const std::wstring& tstrFolder, bool bFileToo)
+enum { eFolderOnly, eFileToo, eLink };
+
+/// Schedules the deletion of a folder with a file in it, of both, or of a link to such a folder. (Wine reports success
+/// without creating a link.)
+void DelayDeletion(const Text& tstrFolder, DWORD dwWhat)
 {
-    ::CreateDirectoryW((tstrFolder + L"folder").c_str(), nullptr);
-    const std::wstring tstrFile = WriteFileAt(tstrFolder + L"folder\\a", "a");
-    if (bFileToo) Delay(tstrFile, nullptr);
-    Delay(tstrFolder + L"folder", nullptr);
+    const Text tstrReal = tstrFolder + (dwWhat == eLink ? L"target" : L"folder"), tstrDeleted = tstrFolder + L"folder";
+    ::CreateDirectoryW(tstrReal.c_str(), nullptr);
+    const Text tstrFile = WriteFileAt(tstrReal + L"\\a", "a");
+    Require(
+        dwWhat != eLink || ::CreateSymbolicLinkW(tstrDeleted.c_str(), tstrReal.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY),
+        L"links can be created (run it as an administrator)");
+    if (dwWhat == eFileToo) Delay(tstrFile);
+    Delay(tstrDeleted);
 }
 
-/// A link to a folder with a file in it. (Wine reports success without creating one.)
-void DelayedDeletionOfLink(const std::wstring& tstrFolder)
+Text IsFolderGone(const Text& tstrFolder, DWORD dwWhat)
 {
-    ::CreateDirectoryW((tstrFolder + L"target").c_str(), nullptr);
-    WriteFileAt(tstrFolder + L"target\\a", "a");
-    Require(::CreateSymbolicLinkW((tstrFolder + L"folder").c_str(), (tstrFolder + L"target").c_str(),
-                                  SYMBOLIC_LINK_FLAG_DIRECTORY),
-            L"links can be created (run it as an administrator)");
-    Delay(tstrFolder + L"folder", nullptr);
+    const Text tstrGone = Exists(tstrFolder + L"folder") ? L"there" : L"gone";
+    if (dwWhat != eLink) return tstrGone;
+    return tstrGone + (ReadFileAt(tstrFolder + L"target\\a") == "a" ? L", its target there" : L", its target, too");
 }
 
-std::wstring WhetherFolderIsGone(const std::wstring& tstrFolder)
+constexpr unsigned kMoves = 1000, kTargets = 10;
+
+Text SourceOf(const Text& tstrFolder, unsigned uMove)
 {
-    return ::GetFileAttributesW((tstrFolder + L"folder").c_str()) == INVALID_FILE_ATTRIBUTES ? L"gone" : L"there";
+    return tstrFolder + L"source" + std::to_wstring(uMove);
 }
 
-void RunOnceOf(const std::wstring& tstrFolder, std::size_t cchCommand)
+Text TargetOf(const Text& tstrFolder, unsigned uMove)
 {
-    std::wstring tstrCommand = L"cmd.exe /c echo ran>\"" + tstrFolder + L"ran.txt\"";
-    tstrCommand.insert(11, std::wstring(cchCommand > tstrCommand.size() ? cchCommand - tstrCommand.size() : 0, L' '));
-    AddRunOnce(std::to_wstring(cchCommand), tstrCommand);
+    return tstrFolder + L"target" + std::to_wstring(uMove % kTargets);
 }
 
-std::wstring WhetherItRan(const std::wstring& tstrFolder)
+/// Replaces each target a hundred times: it contains the last source only if the order is kept.
+void DelayThousand(const Text& tstrFolder, DWORD)
 {
-    return ReadFileAt(tstrFolder + L"ran.txt").starts_with("ran") ? L"runs" : L"does not run";
+    for (unsigned uMove = 0; uMove < kMoves; ++uMove)
+        Delay(WriteFileAt(SourceOf(tstrFolder, uMove), std::to_string(uMove)), TargetOf(tstrFolder, uMove).c_str());
 }
 
-// question, assumed, Wine 8 | Wine 10 where they differ, what depends on it; clang-format would give each trial lines
-// of its own
+Text CountMoved(const Text& tstrFolder, DWORD)
+{
+    unsigned cMoved = 0, cLast = 0;
+    for (unsigned uMove = 0; uMove < kMoves; ++uMove) {
+        cMoved += Exists(SourceOf(tstrFolder, uMove)) ? 0 : 1;
+        cLast += ReadFileAt(TargetOf(tstrFolder, uMove)) == std::to_string(uMove) ? 1 : 0;
+    }
+    if (cMoved == kMoves && cLast == kTargets) return L"all, in order";
+    return std::to_wstring(cMoved) + L" moves, " + std::to_wstring(cLast) + L" targets with the last one";
+}
+
+// -- run-once commands --
+
+constexpr DWORD kElevated = 1;  // instead of the number of characters
+
+/// Registers a command for the next logon under a unique name.
+void AddRunOnce(DWORD dwName, const Text& tstrCommand)
+{
+    Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
+                              (L"brevant-trial-" + std::to_wstring(dwName)).c_str(), REG_SZ, tstrCommand.c_str(),
+                              static_cast<DWORD>((tstrCommand.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS,
+            L"the RunOnce key can be written (run it as an administrator)");
+}
+
+void RunOnce(const Text& tstrFolder, DWORD cchCommand)
+{
+    Text tstrCommand = L"cmd.exe /c echo ran>\"" + tstrFolder + L"ran.txt\"";
+    tstrCommand.insert(11, Text(cchCommand > tstrCommand.size() ? cchCommand - tstrCommand.size() : 0, L' '));
+    AddRunOnce(cchCommand, tstrCommand);
+}
+
+constexpr char kManifest[] = R"(<assembly xmlns="urn:schemas-microsoft-com:asm.v1" manifestVersion="1.0">)"
+                             R"(<trustInfo xmlns="urn:schemas-microsoft-com:asm.v3"><security><requestedPrivileges>)"
+                             R"(<requestedExecutionLevel level="requireAdministrator" uiAccess="false"/>)"
+                             R"(</requestedPrivileges></security></trustInfo></assembly>)";
+
+/// A copy of this program whose manifest requires elevation.
+void RunOnceElevated(const Text& tstrFolder, DWORD)
+{
+    wchar_t szOwn[1024] = {};
+    ::GetModuleFileNameW(nullptr, szOwn, 1024);
+    const Text tstrCopy = tstrFolder + L"elevated.exe";
+    Require(::CopyFileW(szOwn, tstrCopy.c_str(), FALSE), L"the trial can copy itself");
+    const HANDLE hUpdate = ::BeginUpdateResourceW(tstrCopy.c_str(), FALSE);
+    Require(hUpdate &&
+                ::UpdateResourceW(hUpdate, RT_MANIFEST, MAKEINTRESOURCEW(1), LANG_NEUTRAL, const_cast<char*>(kManifest),
+                                  sizeof(kManifest) - 1) &&
+                ::EndUpdateResourceW(hUpdate, FALSE),
+            L"a copy can be given a manifest");
+    AddRunOnce(kElevated, L"\"" + tstrCopy + L"\" --note-rights \"" + tstrFolder + L"ran.txt\"");
+}
+
+Text HasItRun(const Text& tstrFolder, DWORD)
+{
+    const std::string strRan = ReadFileAt(tstrFolder + L"ran.txt");
+    if (strRan == "elevated" || strRan == "plain") return strRan == "plain" ? L"runs, not elevated" : L"runs, elevated";
+    return strRan.starts_with("ran") ? L"runs" : L"does not run";
+}
+
+const wchar_t kEmptyConsole[] = L"run it while no user is signed in at the console (docs/windows-trial.md)";
+
+// question, assumed, Wine 8 | Wine 10 where they differ, what depends on it
 // clang-format off
 constexpr Assumption kRows[] = {
-    {L"CopyFileW onto a hidden file", L"refused (5)", L"done", L"drivers, language files and shortcut backup",
-     [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_HIDDEN); }},
-    {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies",
-     [](const std::wstring& tstrFolder) { return CopyOnto(tstrFolder, FILE_ATTRIBUTE_READONLY); }},
-    {L"MoveFileExW over a file open for reading", L"refused (5)", nullptr,
-     L"a replaced file is tried again, then copied onto",
-     [](const std::wstring& tstrFolder) {
-         const std::wstring tstrOld = WriteFileAt(tstrFolder + L"old", "old");
-         const std::wstring tstrNew = WriteFileAt(tstrFolder + L"new", "new");
-         const UniqueFile reader = HoldFile(tstrOld, FILE_SHARE_READ);
-         return Outcome(::MoveFileExW(tstrNew.c_str(), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING));
-     }},
-    {L"a name with trailing spaces and dots", L"the same as without them", nullptr,
-     L"which download paths lead elsewhere",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         WriteFileAt(tstrFolder + L"name. .", "a");
-         return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
-     }},
+    {L"CopyFileW onto a hidden file", L"refused (5)", L"done", L"drivers, language files and shortcut backup", &CopyOnto, FILE_ATTRIBUTE_HIDDEN},
+    {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies", &CopyOnto, FILE_ATTRIBUTE_READONLY},
+    {L"MoveFileExW over a file open for reading", L"refused (5)", nullptr, L"a replaced file is tried again, then copied onto", &MoveOntoRead},
+    {L"a name with trailing spaces and dots", L"the same as without them", nullptr, L"which download paths lead elsewhere", &NameWithEnd},
     {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
      L"a driver copied there keeps the rights of the replaced one", &RightsBelowDrive},
     {L"GetPrivateProfileSectionW, section missing", L"0 characters, last error 2", L"0 characters, last error 0",
-     L"the failure line of a missing section has a code",
-     [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n"); }},
+     L"the failure line of a missing section has a code", &SectionAndCode, eSectionMissing},
     {L"GetPrivateProfileSectionW, section empty", L"0 characters, last error 0", nullptr,
-     L"only the code distinguishes an empty section from a missing one",
-     [](const std::wstring& tstrFolder) { return SectionAndCode(tstrFolder, "[A]\r\nkey=value\r\n[B]\r\n"); }},
-    {L"an INI file in UTF-8 with BOM", L"in another form", L"as written", L"the guides ask for UTF-16",
-     [](const std::wstring& tstrFolder) {
-         return ReadLetter(tstrFolder, "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
-     }},
-    {L"an INI file in UTF-16 with BOM", L"as written", nullptr, L"the same",
-     [](const std::wstring& tstrFolder) {
-         const wchar_t szText[] = L"\xFEFF[B]\r\nkey=\u00e4\r\n";
-         return ReadLetter(tstrFolder, {reinterpret_cast<const char*>(szText), sizeof(szText) - sizeof(wchar_t)});
-     }},
+     L"only the code distinguishes an empty section from a missing one", &SectionAndCode, eSectionEmpty},
+    {L"an INI file in UTF-8 with BOM", L"in another form", L"as written", L"the guides ask for UTF-16", &ReadLetter, eUtf8},
+    {L"an INI file in UTF-16 with BOM", L"as written", nullptr, L"the same", &ReadLetter, eUtf16},
     {L"WritePrivateProfileStringW, file read-only", L"refused (5)", L"done",
-     L"update information then causes a failure line",
-     [](const std::wstring& tstrFolder) { return WriteIni(IniAt(tstrFolder, "[B]\r\n", FILE_ATTRIBUTE_READONLY)); }},
-    {L"WritePrivateProfileStringW, file open for reading", L"refused (32)", nullptr, L"the same",
-     [](const std::wstring& tstrFolder) {
-         const std::wstring tstrIni = IniAt(tstrFolder, "[B]\r\nkey=value\r\n");
-         const UniqueFile holder = HoldFile(tstrIni, FILE_SHARE_READ | FILE_SHARE_DELETE);
-         return WriteIni(tstrIni);
-     }},
-    {L"WTSSendMessageW to a missing session", L"refused", L"done",
-     L"no question is asked without a console session", &MessageWithoutSession},
-    {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &WhatStandsInOld,
-     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, 0); }},
-    {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &WhatStandsInOld,
-     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, FILE_ATTRIBUTE_READONLY, 0); }},
+     L"update information then causes a failure line", &WriteIni, FILE_ATTRIBUTE_READONLY},
+    {L"WritePrivateProfileStringW, file open for reading", L"refused (32)", nullptr, L"the same", &WriteIni},
+    {L"WTSSendMessageW to a missing session", L"refused", L"done", L"no question is asked without a console session", &MessageWithoutSession},
+    {L"a message box on a console without a user", L"waits for an answer", nullptr,
+     L"the question of a deployment and the update client wait until a user signs in there",
+     &MessageWithoutUser, 0, nullptr, kEmptyConsole},
+    {L"RegOverridePredefKey, functions that are redirected", L"both", nullptr,
+     L"the unit tests leave the machine's registry alone", &RedirectedRegistry},
+    {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &ContentOfOld, 0, &DelayReplacement},
+    {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &ContentOfOld, kNewIsReadOnly, &DelayReplacement},
     // Wine 10 does as Windows.
     {L"delayed move onto a read-only file", L"does not arrive", L"arrives",
-     L"what is to be replaced is made writable when the move is registered", &WhatStandsInOld,
-     [](const std::wstring& tstrFolder) { DelayedReplacement(tstrFolder, 0, FILE_ATTRIBUTE_READONLY); }},
-    {L"delayed deletion of a folder that is empty by then", L"gone", nullptr, L"folders of \"QOR_DIR\"",
-     &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, true); }},
-    {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"other programs' files are not lost",
-     &WhetherFolderIsGone, [](const std::wstring& tstrFolder) { DelayedDeletion(tstrFolder, false); }},
-    {L"delayed deletion of a link to a folder", L"gone, its target there", nullptr, L"the same",
-     [](const std::wstring& tstrFolder) -> std::wstring {
-         return WhetherFolderIsGone(tstrFolder) + (ReadFileAt(tstrFolder + L"target\\a") == "a" ? L", its target there"
-                                                                                              : L", its target, too");
-     },
-     &DelayedDeletionOfLink},
-    {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit in the guides", &WhetherItRan,
-     [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 250); }},
-    {L"a run-once command of 400 characters", L"does not run", L"runs", L"the same limit", &WhetherItRan,
-     [](const std::wstring& tstrFolder) { RunOnceOf(tstrFolder, 400); }},
+     L"what is to be replaced is made writable when the move is registered", &ContentOfOld, kOldIsReadOnly, &DelayReplacement},
+    {L"a thousand delayed moves", L"all, in order", nullptr,
+     L"updates of any size; of two packages with the same file, the later one wins", &CountMoved, 0, &DelayThousand},
+    {L"delayed deletion of a folder that is empty by then", L"gone", nullptr, L"folders of \"QOR_DIR\"", &IsFolderGone, eFileToo, &DelayDeletion},
+    {L"delayed deletion of a folder that is not empty", L"there", nullptr, L"other programs' files are not lost", &IsFolderGone, eFolderOnly, &DelayDeletion},
+    {L"delayed deletion of a link to a folder", L"gone, its target there", nullptr, L"the same", &IsFolderGone, eLink, &DelayDeletion},
+    {L"a run-once command of 250 characters", L"runs", nullptr, L"the limit in the guides", &HasItRun, 250, &RunOnce},
+    {L"a run-once command of 400 characters", L"does not run", L"runs", L"the same limit", &HasItRun, 400, &RunOnce},
+    {L"a run-once command whose program requires elevation", L"runs, elevated", nullptr, L"the rename after the restart", &HasItRun, 0, &RunOnceElevated},
 };
 // clang-format on
 
@@ -226,18 +308,15 @@ std::span<const Assumption> Assumptions()
     return kRows;
 }
 
-void Delay(const std::wstring& tstrSource, const wchar_t* szDestination, DWORD dwFlags)
+void NoteRights(const Text& tstrPath)
 {
-    Require(::MoveFileExW(tstrSource.c_str(), szDestination, dwFlags | MOVEFILE_DELAY_UNTIL_REBOOT),
-            L"moves can be delayed (run it as an administrator)");
-}
-
-void AddRunOnce(const std::wstring& tstrName, const std::wstring& tstrCommand)
-{
-    Require(::RegSetKeyValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce",
-                              (L"brevant-trial-" + tstrName).c_str(), REG_SZ, tstrCommand.c_str(),
-                              static_cast<DWORD>((tstrCommand.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS,
-            L"the RunOnce key can be written (run it as an administrator)");
+    UniqueKernelHandle token;
+    TOKEN_ELEVATION elevation{};
+    DWORD cb = sizeof(elevation);
+    const bool bElevated = ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.Receive()) &&
+                           ::GetTokenInformation(token.Get(), TokenElevation, &elevation, cb, &cb) &&
+                           elevation.TokenIsElevated;
+    WriteFileAt(tstrPath, bElevated ? "elevated" : "plain");
 }
 
 }  // namespace Platform

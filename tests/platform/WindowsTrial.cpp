@@ -9,7 +9,6 @@
 #include "Assumptions.h"
 
 #include "common/KzComn_File.h"
-#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -35,14 +34,14 @@ fs::path TrialFolder()
 void RemoveTrialFolder()
 {
     // Delete links themselves: some lead to the whole drive.
-    const auto remove = [](const std::wstring& tstrPath) {
+    const auto remove = [](const Text& tstrPath) {
         ::SetFileAttributesW(tstrPath.c_str(), FILE_ATTRIBUTE_NORMAL);
         if (!::RemoveDirectoryW(tstrPath.c_str())) ::DeleteFileW(tstrPath.c_str());
     };
     static_cast<void>(KzCommon::Storage::Directory::ForEachInTree((TrialFolder() / L"").wstring(), remove, nullptr));
 }
 
-void Print(const std::wstring& tstrLine)
+void Print(const Text& tstrLine)
 {
     std::puts(KzCommon::String::ToUtf8(tstrLine).c_str());
 }
@@ -55,60 +54,52 @@ int WineVersion()
 }
 
 /// What this Wine is known to show instead; empty where it is to show what is assumed, and on Windows.
-std::wstring KnownOfWine(const Assumption& row)
+Text KnownOfWine(const Assumption& row)
 {
     constexpr std::wstring_view kNext = L" | ";
     constexpr int kFirstWithNext = 10;
     const std::wstring_view tstrAll = row.szWine ? row.szWine : L"";
     const std::size_t uNext = std::min(tstrAll.find(kNext), tstrAll.size());
     if (WineVersion() == 0) return {};
-    if (WineVersion() < kFirstWithNext || uNext == tstrAll.size()) return std::wstring(tstrAll.substr(0, uNext));
-    return std::wstring(tstrAll.substr(uNext + kNext.size()));
+    if (WineVersion() < kFirstWithNext || uNext == tstrAll.size()) return Text(tstrAll.substr(0, uNext));
+    return Text(tstrAll.substr(uNext + kNext.size()));
 }
 
 /// Prints one row; false when it differs in another way than known for Wine.
-bool Judge(const Assumption& row, const std::wstring& tstrSeen)
+bool Judge(const Assumption& row, const Text& tstrSeen)
 {
     if (tstrSeen.empty()) {
-        Print(L"not seen " + std::wstring(row.szQuestion) + L": " + row.szSeenBy);
+        Print(L"not seen " + Text(row.szQuestion) + L": " + row.szSeenBy);
         return true;
     }
     const bool bAssumed = tstrSeen == row.szAssumed;
     const bool bWine = !bAssumed && tstrSeen == KnownOfWine(row);
-    const std::wstring tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
+    const Text tstrVerdict = bAssumed ? L"ok       " : bWine ? L"Wine     " : L"DIFFERS  ";
     Print(tstrVerdict + row.szQuestion + L": " + tstrSeen);
     if (bAssumed) return true;
-    Print(L"         assumed: " + std::wstring(row.szAssumed) + L"; needed for: " + row.szFollows);
+    Print(L"         assumed: " + Text(row.szAssumed) + L"; needed for: " + row.szFollows);
     return bWine;
-}
-
-/// All rows, in trial order.
-std::vector<Assumption> AllAssumptions()
-{
-    std::vector<Assumption> all;
-    for (const auto pfnTable : {&Assumptions, &FileAssumptions, &SystemAssumptions, &LinkAssumptions}) {
-        const std::span<const Assumption> table = pfnTable();
-        all.insert(all.end(), table.begin(), table.end());
-    }
-    return all;
 }
 
 /// Runs the rows for "--prepare" or "--after-restart", or without these words the others. Returns the number of
 /// differences.
-unsigned Try(const std::wstring& tstrVerb)
+unsigned Try(const Text& tstrVerb)
 {
     const bool bPrepare = tstrVerb == L"--prepare";
     const bool bAfterRestart = tstrVerb == L"--after-restart";
     Require(!bAfterRestart || fs::exists(TrialFolder()), L"the trial has been prepared");
     unsigned cDiffering = 0;
     unsigned uRow = 0;
-    for (const Assumption& row : AllAssumptions()) {
+    std::vector<Assumption> all;
+    for (const auto table : {Assumptions(), FileAssumptions(), LinkAssumptions()})
+        all.insert(all.end(), table.begin(), table.end());
+    for (const Assumption& row : all) {
         const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";
         if ((row.pfnPrepare != nullptr) != (bPrepare || bAfterRestart)) continue;
         fs::create_directories(folder);
         if (bPrepare) {
-            row.pfnPrepare(folder.wstring());
-        } else if (!Judge(row, row.pfnObserve(folder.wstring()))) {
+            row.pfnPrepare(folder.wstring(), row.dwOption);
+        } else if (!Judge(row, row.pfnObserve(folder.wstring(), row.dwOption))) {
             ++cDiffering;
         }
     }
@@ -125,13 +116,37 @@ void WaitAfterDoubleClick()
 
 }  // namespace
 
-std::wstring Outcome(BOOL bDone)
+Text Outcome(BOOL bDone)
 {
     const DWORD dwError = ::GetLastError();
     return bDone ? L"done" : L"refused (" + std::to_wstring(dwError) + L")";
 }
 
-std::wstring WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes, DWORD dwAttributes)
+Text OutcomeOf(bool bDone, DWORD dwError)
+{
+    ::SetLastError(dwError);
+    return Outcome(bDone);
+}
+
+void Delay(const Text& tstrSource, const wchar_t* szDestination)
+{
+    Require(::MoveFileExW(tstrSource.c_str(), szDestination,
+                          MOVEFILE_DELAY_UNTIL_REBOOT | (szDestination ? MOVEFILE_REPLACE_EXISTING : 0)),
+            L"moves can be delayed (run it as an administrator)");
+}
+
+KzCommon::UniqueFile Open(const Text& tstrPath, DWORD dwAccess, DWORD dwShare, DWORD dwFlags)
+{
+    return KzCommon::UniqueFile(
+        ::CreateFileW(tstrPath.c_str(), dwAccess, dwShare, nullptr, OPEN_EXISTING, dwFlags, nullptr));
+}
+
+bool Exists(const Text& tstrPath)
+{
+    return ::GetFileAttributesW(tstrPath.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+Text WriteFileAt(const Text& tstrPath, std::string_view strBytes, DWORD dwAttributes)
 {
     std::ofstream file(fs::path(tstrPath), std::ios::binary);
     file << strBytes;
@@ -140,7 +155,7 @@ std::wstring WriteFileAt(const std::wstring& tstrPath, std::string_view strBytes
     return tstrPath;
 }
 
-std::string ReadFileAt(const std::wstring& tstrPath)
+std::string ReadFileAt(const Text& tstrPath)
 {
     std::ifstream file(fs::path(tstrPath), std::ios::binary);
     if (!file) return "(no file)";
@@ -151,8 +166,7 @@ void Require(BOOL bOk, const wchar_t* szWhat)
 {
     if (bOk) return;
     const DWORD dwError = ::GetLastError();
-    Print(L"FAILED   requirement not met: " + std::wstring(szWhat) + L" (last error " + std::to_wstring(dwError) +
-          L")");
+    Print(L"FAILED   requirement not met: " + Text(szWhat) + L" (last error " + std::to_wstring(dwError) + L")");
     WaitAfterDoubleClick();
     std::exit(2);
 }
@@ -162,7 +176,7 @@ void Require(BOOL bOk, const wchar_t* szWhat)
 int wmain(int argc, wchar_t** argv)
 {
     using namespace Platform;
-    const std::wstring tstrVerb = argc > 1 ? argv[1] : L"";
+    const Text tstrVerb = argc > 1 ? argv[1] : L"";
     if (tstrVerb == L"--note-rights" && argc > 2) {
         NoteRights(argv[2]);
         return 0;
