@@ -1,4 +1,8 @@
 """Comparisons that name what differs in a few lines, however large the rest is."""
+import os
+import pathlib
+import subprocess
+import tempfile
 import unittest
 from typing import Any, Iterable, Mapping
 
@@ -57,6 +61,14 @@ def shown(lines: Iterable[str]) -> str:
     return '\n  '.join(['', *lines[:MOST_LINES], *([f'... and {rest} more'] if rest > 0 else [])])
 
 
+def call(*command: object, folder: Any = None, alone: bool = False, **variables: str) -> tuple[int, str]:
+    """Exit code of a command, and all that it wrote; `alone`: without the caller's environment."""
+    done = subprocess.run([str(word) for word in command], cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, timeout=600,
+                          env={**({} if alone else os.environ), **variables})
+    return done.returncode, done.stdout
+
+
 class LabTest(unittest.TestCase):
     """A test whose failures say which file or value, in a few lines."""
     maxDiff = 2000
@@ -65,3 +77,11 @@ class LabTest(unittest.TestCase):
         """Two mappings, sequences or sets are equal."""
         if lines := differences(expected, found):
             raise self.failureException(f'{where or "not the same"}:{shown(lines)}')
+
+
+class HomeTest(LabTest):
+    """One with a folder of its own."""
+    parent: Any = None
+
+    def setUp(self) -> None:
+        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.parent)))

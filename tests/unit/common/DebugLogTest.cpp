@@ -1,15 +1,7 @@
 #include "common/KzComn_DebugLog.h"
-#include "common/KzComn_Process.h"
-#include "common/KzComn_String.h"
-#include "support/RecordedTrace.h"
-#include "support/RegistryFixture.h"
-
-#include <gmock/gmock.h>
+#include "support/Testing.h"
 
 #include <stdexcept>
-
-using namespace KzCommon;
-using namespace testing;
 
 namespace {
 
@@ -68,14 +60,12 @@ TEST_F(DebugLogTest, SettingsAreReadUpToTheFirstAbsentOneAndHandedOver)
         EXPECT_EQ(nPresent > 0, m_recorder.m_config.stOpened.wYear > 0) << "the library is loaded when enabled";
         EXPECT_EQ(nPresent != 1, Trace(kTraceInfo)) << "without Level the level is 256";
         EXPECT_EQ(nPresent <= 1, Trace(kTraceError));
-        EXPECT_EQ(nPresent > 2 ? 3U : 0U, m_config.dwLogProcess);
-        EXPECT_EQ(nPresent > 3 ? 4U : 0U, m_config.dwLogUnitType);
-        EXPECT_STREQ(nPresent > 4 ? L"fol" : L"", m_config.szLogFolder);
-        EXPECT_STREQ(nPresent > 5 ? L"pre" : L"", m_config.szLogPrefix);
-        EXPECT_STREQ(nPresent > 6 ? L"fil" : L"", m_config.szLogFile);
-        EXPECT_STREQ(nPresent > 7 ? L"ext" : L"", m_config.szLogExtension);
-        EXPECT_EQ(nPresent > 8, m_config.bRobust);
-        EXPECT_EQ(nPresent > 9, m_config.bDebugger);
+        EXPECT_EQ((std::pair<DWORD, DWORD>(nPresent > 2 ? 3 : 0, nPresent > 3 ? 4 : 0)),
+                  std::pair(m_config.dwLogProcess, m_config.dwLogUnitType));
+        EXPECT_EQ(
+            std::wstring(L"folprefilext").substr(0, std::clamp(nPresent - 4, 0, 4) * std::size_t{3}),
+            std::wstring(m_config.szLogFolder) + m_config.szLogPrefix + m_config.szLogFile + m_config.szLogExtension);
+        EXPECT_EQ(std::pair(nPresent > 8, nPresent > 9), std::pair(m_config.bRobust == 1, m_config.bDebugger == 1));
         EXPECT_TRUE(m_log.Close());
     }
 }
@@ -140,18 +130,6 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
                              " @@@ <Brevant> Paramter is /Täst - Brevant\\.cpp\\(430\\)\r\n"));
 }
 
-TEST_F(DebugLogTest, LinesGoToASinkInsteadOfTheLibrary)
-{
-    std::vector<std::wstring> lines;
-    m_log.OpenFor(L"Brevant", kTraceError, [&](const std::wstring& tstrLine) { lines.push_back(tstrLine); });
-    EXPECT_TRUE(Trace(kTraceError));
-    EXPECT_FALSE(Trace(kTraceInfo));
-    EXPECT_THAT(lines, ElementsAre(AllOf(HasSubstr(L"!!! <Brevant> text"), EndsWith(L" - a.cpp(7)\r\n"))));
-    EXPECT_TRUE(m_log.Close());
-    EXPECT_FALSE(Trace(kTraceError));
-    EXPECT_EQ(std::size_t{1}, lines.size());
-}
-
 TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
 {
     for (const auto& [tstrName, value] : kValues) Set(tstrName, value);
@@ -169,21 +147,6 @@ TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
             EXPECT_TRUE(Trace(kTraceInfo));
             EXPECT_TRUE(m_log.Close());
         }
-    }
-}
-
-TEST(ProcedureLoader, EachMissingProcedureCountsWhereverItStands)
-{
-    Library::Wrapper library;
-    ASSERT_TRUE(library.LoadSystem(L"kernel32.dll"));
-    for (const auto& [szFirst, szLast] : {std::pair("NoSuch", "Sleep"), {"Sleep", "NoSuch"}}) {
-        Library::ProcedureLoader procedures(library);
-        FARPROC pfn = nullptr;
-        procedures.Take(pfn, szFirst);
-        procedures.Take(pfn, szLast);
-        DWORD dwError = ERROR_SUCCESS;
-        EXPECT_FALSE(procedures.HasAll(&dwError)) << szFirst;
-        EXPECT_EQ(DWORD{ERROR_PROC_NOT_FOUND}, dwError);
     }
 }
 

@@ -1,25 +1,13 @@
 // Replacing and deleting files that are in use, locked, or not alone in their folder.
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
-#include "common/KzComn_Handle.h"
 #include "common/KzComn_LockedFolder.h"
-#include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
-#include "support/RecordedTrace.h"
-#include "support/TempFolder.h"
-#include "support/watch/SystemWatch.h"
+#include "support/Testing.h"
 
-#include <gmock/gmock.h>
 #include <sddl.h>
 
-#include <functional>
-#include <thread>
-
-using namespace KzCommon;
-using namespace KzCommon::Storage;
-using ::testing::AnyOf;
-using ::testing::ElementsAre;
-using ::testing::StartsWith;
+using namespace Storage;
 
 namespace {
 
@@ -39,21 +27,6 @@ std::wstring AccessOf(const std::wstring& tstrPath)
     return tstrText;
 }
 
-/// Closes a file to everyone except administrators and the interactive user.
-void Close(const std::wstring& tstrPath)
-{
-    void* pDescriptor = nullptr;
-    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;FA;;;BA)(A;;FA;;;IU)", SDDL_REVISION_1,
-                                                                       &pDescriptor, nullptr));
-    EXPECT_TRUE(::SetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
-    ::LocalFree(pDescriptor);
-}
-
-UniqueFile Hold(const std::wstring& tstrPath)
-{
-    return UniqueFile(::CreateFileW(tstrPath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
 /// Every way to read or change a file: applies it to "new" and "old" of the folder; the content of "old" on success.
 struct Way {
     const char* szName;
@@ -65,17 +38,13 @@ std::string s_strRead;
 enum { eRead, eCopy, eBackup, eReplaceWhole, eDelete, eDeleteFiles };
 const Way kWays[] = {
     // clang-format off
-    {"ReadWhole", [](const TempFolder& f, DWORD* p) { return File::ReadWhole(f.PathOf(L"old"), 1, s_strRead, p); }, "o",
-     true},
-    {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n",
-     false},
-    {"Backup", [](const TempFolder& f, DWORD* p) { return File::Backup(f.PathOf(L"old"), f.PathOf(L"new"), p); },
-     "n", true},
-    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n",
-     false},
+    {"ReadWhole", [](const TempFolder& f, DWORD* p) { return File::ReadWhole(f.PathOf(L"old"), 1, s_strRead, p); }, "o", true},
+    {"Copy", [](const TempFolder& f, DWORD* p) { return File::Copy(f.PathOf(L"old"), f.PathOf(L"new"), true, p); }, "n", false},
+    {"Backup", [](const TempFolder& f, DWORD* p) { return File::Backup(f.PathOf(L"old"), f.PathOf(L"new"), p); }, "n", true},
+    {"ReplaceWhole", [](const TempFolder& f, DWORD* p) { return File::ReplaceWhole(f.PathOf(L"old"), "n", p); }, "n", false},
     {"Delete", [](const TempFolder& f, DWORD* p) { return File::Delete(f.PathOf(L"old"), p); }, std::nullopt, true},
-    {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); },
-     std::nullopt, true}};  // clang-format on
+    {"DeleteFiles", [](const TempFolder& f, DWORD* p) { return Directory::DeleteFiles(f.Path(), L"o*", p); }, std::nullopt, true}};
+// clang-format on
 
 /// A temporary file's name created by the process with that id.
 std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
@@ -89,16 +58,12 @@ std::wstring TemporaryName(DWORD dwProcess, unsigned uNumber)
 bool MayRestore()
 {
     UniqueKernelHandle token;
+    PRIVILEGE_SET wanted{1, PRIVILEGE_SET_ALL_NECESSARY, {}};
+    BOOL bHeld = FALSE;
     EXPECT_TRUE(::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, token.Receive()));
-    BYTE buffer[2048] = {};
-    DWORD cb = 0;
-    EXPECT_TRUE(::GetTokenInformation(token.Get(), TokenPrivileges, buffer, sizeof(buffer), &cb));
-    LUID restore{};
-    EXPECT_TRUE(::LookupPrivilegeValueW(nullptr, SE_RESTORE_NAME, &restore));
-    const auto& all = *reinterpret_cast<const TOKEN_PRIVILEGES*>(buffer);
-    return std::any_of(all.Privileges, all.Privileges + all.PrivilegeCount, [&](const LUID_AND_ATTRIBUTES& one) {
-        return one.Luid.LowPart == restore.LowPart && (one.Attributes & SE_PRIVILEGE_ENABLED);
-    });
+    EXPECT_TRUE(::LookupPrivilegeValueW(nullptr, SE_RESTORE_NAME, &wanted.Privilege[0].Luid));
+    EXPECT_TRUE(::PrivilegeCheck(token.Get(), &wanted, &bHeld));
+    return bHeld;
 }
 
 }  // namespace
@@ -108,25 +73,19 @@ TEST(Replace, FilesInUseAreRetriedAndFailWithTheirCode)
     for (const Way& way : kWays) {
         SCOPED_TRACE(way.szName);
         const TempFolder folder;
-        folder.Write(L"new", "n");
-        UniqueFile held = Hold(folder.Write(L"old", "o"));
-        std::jthread release([&] { ::Sleep(300), held.Reset(); });
-        DWORD dwError = 77;
-        EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
-        release.join();
-        EXPECT_EQ(way.expected, folder.Read(L"old"));
-
-        held = Hold(folder.PathOf(L"new"));
-        release = std::jthread([&] { ::Sleep(300), held.Reset(); });
-        folder.Write(L"old", "o");
-        EXPECT_TRUE(way.act(folder, &dwError)) << "its source is in use: " << dwError;
-        release.join();
-
+        for (const wchar_t* szHeld : {L"old", L"new"}) {  // the file, its source
+            folder.Write(L"new", "n");
+            folder.Write(L"old", "o");
+            DWORD dwError = 77;
+            const std::jthread holder = HoldForAMoment(folder.PathOf(szHeld));
+            EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
+            EXPECT_EQ(way.expected, folder.Read(L"old"));
+        }
         // Waiting for two files in use takes no longer than for one, and both keep their attributes.
-        const std::wstring tstrLocked = folder.Write(L"old", "o");
-        held = Hold(tstrLocked);
-        if (way.bUnlocks) ::SetFileAttributesW(tstrLocked.c_str(), kLocked);
-        const UniqueFile second = Hold(folder.Write(L"o2", "o"));
+        UniqueFile held = HoldFile(folder.Write(L"old", "o"));
+        if (way.bUnlocks) ::SetFileAttributesW(folder.PathOf(L"old").c_str(), kLocked);
+        const UniqueFile second = HoldFile(folder.Write(L"o2", "o"));
+        DWORD dwError = 77;
         {
             SystemWatch watch(folder.Path());
             watch.m_bHurry = true;
@@ -136,7 +95,7 @@ TEST(Replace, FilesInUseAreRetriedAndFailWithTheirCode)
         EXPECT_THAT(dwError, AnyOf(DWORD{ERROR_ACCESS_DENIED}, DWORD{ERROR_SHARING_VIOLATION}));
         held.Reset();
         EXPECT_EQ("o", folder.Read(L"old"));
-        EXPECT_EQ(way.bUnlocks ? kLocked : 0, ::GetFileAttributesW(tstrLocked.c_str()) & kLocked);
+        EXPECT_EQ(way.bUnlocks ? kLocked : 0, folder.Attributes(L"old") & kLocked);
         EXPECT_THAT(folder.List(), ElementsAre(L"new", L"o2", L"old")) << "no temporary file is left";
     }
 }
@@ -156,49 +115,37 @@ TEST(Replace, ALockedOrMisplacedTargetFailsAtOnceUnlessItIsACopyOfOurs)
         const TempFolder folder;
         folder.Write(L"new", "n");
         const bool bFolder = dwAttributes == FILE_ATTRIBUTE_DIRECTORY;
-        if (bFolder) folder.MakeFolder(L"old");
-        if (!bFolder) ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
-        const ULONGLONG ullStart = ::GetTickCount64();
+        bFolder ? folder.MakeFolder(L"old") : folder.Write(L"old", "o", dwAttributes);
         DWORD dwError = 0;
-        EXPECT_EQ(bDone, way.act(folder, &dwError));
+        EXPECT_LT(TimeOf([&] { EXPECT_EQ(bDone, way.act(folder, &dwError)); }), 1500U);
         EXPECT_EQ(bDone ? 0 : DWORD{ERROR_ACCESS_DENIED}, dwError);
-        EXPECT_LT(::GetTickCount64() - ullStart, 1500U);
-        const DWORD dwAfter = ::GetFileAttributesW(folder.PathOf(L"old").c_str());
-        EXPECT_EQ(bDone && nWay == eBackup ? 0 : dwAttributes, dwAfter & (dwAttributes | kLocked));
-        if (bFolder) continue;
-        EXPECT_EQ(bDone ? way.expected : "o", folder.Read(L"old"));
+        EXPECT_EQ(bDone && nWay == eBackup ? 0 : dwAttributes, folder.Attributes(L"old") & (dwAttributes | kLocked));
+        EXPECT_EQ(bFolder ? std::nullopt : bDone ? way.expected : "o", folder.Read(L"old"));
     }
-}
-
-TEST(Replace, AFileThatWasMadeWritableIsReplaced)
-{
-    const std::tuple<const wchar_t*, DWORD, DWORD> rows[] = {{L"old", 0, 0},
-                                                             {L"old", FILE_ATTRIBUTE_READONLY, 0},
-                                                             {L"old", kLocked | FILE_ATTRIBUTE_SYSTEM, 0},
-                                                             {L"none", 0, 0},
-                                                             {L"none\\old", 0, 0},
-                                                             {L"folder", 0, ERROR_DIRECTORY}};
-    for (const auto& [szName, dwAttributes, dwCode] : rows) {
-        SCOPED_TRACE(String::ToUtf8(szName) + std::to_string(dwAttributes));
-        const TempFolder folder;
-        folder.Write(L"new", "n");
-        folder.MakeFolder(L"folder");
-        ::SetFileAttributesW(folder.Write(L"old", "o").c_str(), dwAttributes);
+    const TempFolder folder;
+    folder.MakeFolder(L"folder");
+    folder.Write(L"new", "n");
+    for (const DWORD dwAttributes : {DWORD{FILE_ATTRIBUTE_READONLY}, kLocked | FILE_ATTRIBUTE_SYSTEM}) {
+        EXPECT_TRUE(File::MakeWritable(folder.Write(L"old", "o", dwAttributes), nullptr));
+        EXPECT_TRUE(kWays[eCopy].act(folder, nullptr)) << "made writable";
+    }
+    for (const auto& [szName, dwCode] :
+         {std::pair(L"none", DWORD{0}), {L"none\\old", 0}, {L"folder", ERROR_DIRECTORY}}) {
         DWORD dwError = 0;
         EXPECT_EQ(dwCode == 0, File::MakeWritable(folder.PathOf(szName), &dwError));
         EXPECT_EQ(dwCode, dwError);
-        if (dwAttributes == 0) continue;
-        EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), folder.PathOf(L"new"), true, nullptr));
-        EXPECT_EQ("n", folder.Read(L"old"));
     }
 }
 
 TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
 {
     const TempFolder folder;
-    const std::wstring tstrNew = folder.Write(L"new", "n");
-    const std::wstring tstrOld = folder.Write(L"old", "o");
-    Close(tstrOld);
+    const std::wstring tstrNew = folder.Write(L"new", "n"), tstrOld = folder.Write(L"old", "o");
+    void* pDescriptor = nullptr;
+    ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;;FA;;;BA)(A;;FA;;;IU)", SDDL_REVISION_1,
+                                                                       &pDescriptor, nullptr));
+    EXPECT_TRUE(::SetFileSecurityW(tstrOld.c_str(), DACL_SECURITY_INFORMATION, pDescriptor));
+    ::LocalFree(pDescriptor);
     const std::wstring tstrClosed = AccessOf(tstrOld);
     ASSERT_NE(tstrClosed, AccessOf(tstrNew));
     {
@@ -219,20 +166,18 @@ TEST(Replace, TheOverwrittenFilesRightsStayAndTheSourcesAttributesCome)
     EXPECT_TRUE(File::Backup(folder.PathOf(L"kept"), tstrOld, nullptr));
     EXPECT_EQ(tstrClosed, AccessOf(folder.PathOf(L"kept")));
     EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
-    EXPECT_EQ(kLocked, ::GetFileAttributesW(tstrOld.c_str()) & kLocked);
+    EXPECT_EQ(kLocked, folder.Attributes(L"old") & kLocked);
     EXPECT_THAT(folder.List(), ElementsAre(L"kept", L"new", L"old"));
 }
 
 TEST(Replace, WithoutATemporaryFileTheTargetIsOverwrittenOrItsCodeReported)
 {
     const TempFolder folder;
-    const std::wstring tstrNew = folder.Write(L"new", "n");
-    const std::wstring tstrOld = folder.Write(L"old", "o");
+    const std::wstring tstrNew = folder.Write(L"new", "n"), tstrOld = folder.Write(L"old", "o");
     folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), 0));
     EXPECT_TRUE(File::Backup(tstrOld, tstrNew, nullptr)) << "the next name is free";
-    for (unsigned uNumber = 1; uNumber < 100; ++uNumber) {
+    for (unsigned uNumber = 1; uNumber < 100; ++uNumber)
         folder.MakeFolder(TemporaryName(::GetCurrentProcessId(), uNumber));
-    }
     folder.Write(L"old", "o");
     EXPECT_TRUE(File::Copy(tstrOld, tstrNew, true, nullptr));
     EXPECT_EQ("n", folder.Read(L"old"));
@@ -252,34 +197,37 @@ TEST(Replace, OnlyLeftoversOfEndedRunsAreDeleted)
     PROCESS_INFORMATION process{};
     ASSERT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
                                  &process));
-    const UniqueKernelHandle thread(process.hThread);
-    const UniqueKernelHandle running(process.hProcess);
+    const UniqueKernelHandle thread(process.hThread), running(process.hProcess);
     const TempFolder folder;
     const std::wstring tstrRunning = TemporaryName(process.dwProcessId, 0);
-    for (const std::wstring& tstrName :
-         {tstrRunning, TemporaryName(0xFFFFFFF0, 7), TemporaryName(::GetCurrentProcessId(), 0),
-          std::wstring(L"~kzcomn-mine.tmp")}) {
-        EXPECT_EQ(tstrName.size() == tstrRunning.size(), File::IsTemporaryName(tstrName));
-        ::SetFileAttributesW(folder.Write(tstrName, "x").c_str(), FILE_ATTRIBUTE_READONLY);
-    }
-    const std::wstring tstrNew = folder.Write(L"new", "n");
-    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), tstrNew, true, nullptr));
-    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", tstrRunning, L"~kzcomn-mine.tmp"));
+    std::vector<std::wstring> others{L"~kzcomn-0000002g-00.tmp",
+                                     L"~kzcomn-00000020-00.tmp0",
+                                     L"~kzcomn-00000020-0x.tmp",
+                                     L"~kzcomn-00000020_00.tmp",
+                                     L"~kzcomn-mine.tmp",
+                                     tstrRunning,
+                                     L"x~kzcomn-00000020-00.tmp",
+                                     L"new",
+                                     L"old"};
+    for (const std::wstring& tstrName : others) folder.Write(tstrName, "x", FILE_ATTRIBUTE_READONLY);
+    folder.Write(L"old", "o");
+    for (const DWORD dwProcess : {DWORD{0xFFFFFFF0}, ::GetCurrentProcessId()})
+        folder.Write(TemporaryName(dwProcess, 0), "x", FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(kWays[eCopy].act(folder, nullptr));
+    EXPECT_THAT(folder.List(), UnorderedElementsAreArray(others));
     ::TerminateProcess(running.Get(), 0);
     ::WaitForSingleObject(running.Get(), INFINITE);
-    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), tstrNew, true, nullptr));
-    EXPECT_THAT(folder.List(), ElementsAre(L"new", L"old", L"~kzcomn-mine.tmp"));
-    for (const wchar_t* szName : {L"~kzcomn-0000002g-00.tmp", L"~kzcomn-00000020-0x.tmp", L"~kzcomn-00000020_00.tmp",
-                                  L"x~kzcomn-00000020-00.tmp", L"~kzcomn-00000020-00.tmp0", L""}) {
-        EXPECT_FALSE(File::IsTemporaryName(szName)) << String::ToUtf8(szName);
-    }
+    folder.Write(L"old", "o");
+    EXPECT_TRUE(kWays[eCopy].act(folder, nullptr));
+    std::erase(others, tstrRunning);
+    EXPECT_THAT(folder.List(), UnorderedElementsAreArray(others));
 }
 
 TEST(Replace, ALockedFolderCannotBeExchangedAndKnowsItsOwnFiles)
 {
     const TempFolder folder;
-    UniqueFile inside = Hold(folder.Write(L"a\\b\\file", ""));
-    const UniqueFile outside = Hold(folder.Write(L"a\\other\\file", ""));
+    UniqueFile inside = HoldFile(folder.Write(L"a\\b\\file", ""));
+    const UniqueFile outside = HoldFile(folder.Write(L"a\\other\\file", ""));
     DWORD dwError = 0;
     {
         Directory::LockedFolder held;
@@ -292,37 +240,28 @@ TEST(Replace, ALockedFolderCannotBeExchangedAndKnowsItsOwnFiles)
         EXPECT_FALSE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
     }
     EXPECT_TRUE(::MoveFileW(folder.PathOf(L"a\\b").c_str(), folder.PathOf(L"c").c_str()));
-}
 
-TEST(Replace, AFolderIsLockedByItsShortNamesToo)
-{
-    const TempFolder folder;
-    folder.Write(L"A long name of a folder\\And another in it\\new", "new");
+    const std::wstring tstrLong = folder.MakeFolder(L"A long name of a folder\\And another in it");
     wchar_t szShort[MAX_PATH] = {};
-    ASSERT_NE(
-        ::GetShortPathNameW(folder.PathOf(L"A long name of a folder\\And another in it").c_str(), szShort, MAX_PATH),
-        0U);
-    const std::wstring tstrShort = szShort;
-    ASSERT_EQ(tstrShort.find(L' '), std::wstring::npos);
-    DWORD dwError = ERROR_SUCCESS;
-    EXPECT_TRUE(File::Copy(tstrShort + L"\\copy", tstrShort + L"\\new", true, &dwError)) << dwError;
-    EXPECT_EQ(folder.Read(L"A long name of a folder\\And another in it\\copy"), "new");
+    ASSERT_NE(::GetShortPathNameW(tstrLong.c_str(), szShort, MAX_PATH), 0U);
+    ASSERT_EQ(std::wstring(szShort).find(L' '), std::wstring::npos);
+    EXPECT_TRUE(File::Copy(std::wstring(szShort) + L"copy", folder.Write(L"new", "n"), true, &dwError)) << dwError;
+    EXPECT_EQ(folder.Read(L"A long name of a folder\\And another in it\\copy"), "n");
 }
 
 TEST(Replace, ARestrictedOwnerIsSetLastOrTraced)
 {
     ASSERT_FALSE(MayRestore()) << "the privilege is disabled by default";
     for (const DWORD dwRefused : {ERROR_SUCCESS, ERROR_INVALID_OWNER, ERROR_ACCESS_DENIED}) {
-        for (const Way& way : {kWays[eCopy], kWays[eReplaceWhole], kWays[eBackup]}) {
-            SCOPED_TRACE(way.szName + std::to_string(dwRefused));
+        for (const int nWay : {eCopy, eReplaceWhole, eBackup}) {
+            SCOPED_TRACE(kWays[nWay].szName + std::to_string(dwRefused));
             const TempFolder folder;
-            const bool bKept = std::string(way.szName) == "Backup";
             folder.Write(L"new", "n");
             ASSERT_TRUE(
                 ::CreateHardLinkW(folder.PathOf(L"second").c_str(), folder.Write(L"old", "o").c_str(), nullptr));
             const RecordedTrace trace;
             SystemWatch watch(folder.Path());
-            watch.m_tstrForeign = bKept ? L"new" : L"old";
+            watch.m_tstrForeign = nWay == eBackup ? L"new" : L"old";
             unsigned cGiven = 0;
             watch.m_fault = [&](std::string_view strCall, auto&&) -> DWORD {
                 if (strCall == "CreateFileW owner") return ERROR_INVALID_OWNER;
@@ -331,15 +270,14 @@ TEST(Replace, ARestrictedOwnerIsSetLastOrTraced)
                 return MayRestore() ? dwRefused : ERROR_INVALID_OWNER;
             };
             DWORD dwError = 0;
-            EXPECT_TRUE(way.act(folder, &dwError)) << dwError;
+            EXPECT_TRUE(kWays[nWay].act(folder, &dwError)) << dwError;
             EXPECT_EQ("n", folder.Read(L"old"));
             EXPECT_EQ("o", folder.Read(L"second")) << "replaced, not overwritten";
             EXPECT_EQ(1U, cGiven);
             EXPECT_FALSE(MayRestore()) << "for that call only";
-            const std::string strLine = "!!! *** KzCommon::Storage::File - [" + String::ToUtf8(folder.PathOf(L"old")) +
-                                        "] does not keep its owner. [0x";
-            EXPECT_EQ(dwRefused ? 1U : 0U, trace.Messages().size());
-            for (const std::string& strTraced : trace.Messages()) EXPECT_THAT(strTraced, StartsWith(strLine));
+            const auto line = StartsWith("!!! *** KzCommon::Storage::File - [" + String::ToUtf8(folder.PathOf(L"old")) +
+                                         "] does not keep its owner. [0x");
+            EXPECT_THAT(trace.Messages(), AllOf(SizeIs(dwRefused ? 1 : 0), Each(line)));
         }
     }
 }
@@ -363,41 +301,34 @@ TEST(Replace, ReadersWithSharedDeletionDoNotBlockAReplacement)
         if (!bKnown) continue;
         // Replace if it exists, with POSIX semantics.
         EXPECT_THAT(watch.m_renames, ElementsAre(TemporaryName(::GetCurrentProcessId(), 0) + L" > " + tstrOld + L" 3"));
-        const UniqueFile reader(::CreateFileW(tstrOld.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                                              nullptr, OPEN_EXISTING, 0, nullptr));
+        const UniqueFile reader = HoldFile(tstrOld, FILE_SHARE_READ | FILE_SHARE_DELETE);
         EXPECT_TRUE(File::ReplaceWhole(tstrOld, "m", nullptr));
         EXPECT_EQ("m", folder.Read(L"old"));
     }
-}
-
-TEST(Replace, AMappedFileCountsAsInUse)
-{
     const TempFolder folder;
     folder.Write(L"new", "n");
     SystemWatch watch(folder.Path());
-    unsigned cAttempts = 0;
-    watch.m_fault = [&](std::string_view strCall, auto&&) -> DWORD {
-        return strCall == "CopyFileW" && ++cAttempts < 3 ? ERROR_USER_MAPPED_FILE : ERROR_SUCCESS;
-    };
-    EXPECT_TRUE(File::Copy(folder.PathOf(L"old"), folder.PathOf(L"new"), true, nullptr));
-    EXPECT_EQ(3U, cAttempts);
+    watch.FailFirst("CopyFileW", 2, ERROR_USER_MAPPED_FILE);
+    EXPECT_TRUE(kWays[eCopy].act(folder, nullptr)) << "a mapped file counts as in use";
 }
 
-TEST(Replace, AFileIsDeletedWithTheRightsOfItsFolder)
+// Without rights on the file: neither to write its attributes nor SYNCHRONIZE, which CreateFileW always requests. And
+// with a program that has it open in every way, shared in every way.
+TEST(Replace, AFileIsDeletedWithTheRightsOfItsFolderAndUnderItsUsers)
 {
     for (const int nWay : {eDelete, eDeleteFiles}) {
-        const TempFolder folder;
-        folder.Write(L"old", "o");
-        SystemWatch watch(folder.Path());
-        // No rights on the file: neither to write its attributes nor SYNCHRONIZE, which CreateFileW always requests.
-        watch.m_fault = [](std::string_view strCall, const std::wstring& tstrPlace) -> DWORD {
-            return strCall == "CreateFileW" && tstrPlace.ends_with(L"\\old") ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
-        };
-        const ULONGLONG ullStart = ::GetTickCount64();
-        DWORD dwError = 0;
-        EXPECT_TRUE(kWays[nWay].act(folder, &dwError)) << dwError;
-        EXPECT_FALSE(folder.Read(L"old"));
-        EXPECT_LT(::GetTickCount64() - ullStart, 1500U) << "at once";
+        for (const bool bRights : {true, false}) {
+            const TempFolder folder;
+            const UniqueFile user(::CreateFileW(folder.Write(L"old", "o").c_str(),
+                                                GENERIC_READ | GENERIC_WRITE | DELETE, 7, nullptr, OPEN_EXISTING, 0,
+                                                nullptr));
+            SystemWatch watch(folder.Path());
+            watch.m_bHurry = true;
+            if (!bRights) watch.Fail("CreateFileW", ERROR_ACCESS_DENIED, L"\\old");
+            DWORD dwError = 0;
+            EXPECT_TRUE(kWays[nWay].act(folder, &dwError)) << dwError;
+            EXPECT_EQ(watch.m_dwPausedMs, 0U) << "at once";
+        }
     }
 }
 
@@ -407,8 +338,7 @@ TEST(Replace, FilesOfAMountedVolumeAreDeletedButNotThroughAUsersLink)
         SCOPED_TRACE(String::ToUtf8(tstrFolder));
         const TempFolder folder;
         folder.MakeFolder(L"Volume\\inside");
-        const std::wstring tstrFile = tstrFolder + L"\\a";
-        folder.Write(tstrFile, "");
+        folder.Write(tstrFolder + L"\\a", "");
         SystemWatch watch(folder.Path());
         watch.m_tstrVolume = L"Volume";
         watch.m_tstrLink = L"Link";
@@ -417,6 +347,6 @@ TEST(Replace, FilesOfAMountedVolumeAreDeletedButNotThroughAUsersLink)
         DWORD dwError = 0;
         EXPECT_EQ(!bLink, Directory::DeleteFiles(folder.PathOf(tstrFolder) + L"\\", L"*", &dwError));
         EXPECT_EQ(bLink ? Directory::kStoppedOnLink : 0, dwError);
-        EXPECT_EQ(bLink, folder.Read(tstrFile).has_value());
+        EXPECT_EQ(bLink, folder.Read(tstrFolder + L"\\a").has_value());
     }
 }

@@ -1,29 +1,18 @@
+// Texts, names and paths.
+#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
+#include "common/QorCommon_Touchpad.h"
+#include "support/Testing.h"
 
-#include <gtest/gtest.h>
-
-using namespace KzCommon::String;
-
-TEST(String, FieldsAreSplitAtRunsOfSeparators)
-{
-    const std::tuple<const wchar_t*, std::size_t, std::vector<std::wstring>, bool> rows[] = {
-        // clang-format off
-        {L"!a!!b!", 4, {L"a", L"b"}, false}, {L"a!b!c", 2, {L"a", L"b"}, true},
-        {L"a!b!!", 2, {L"a", L"b"}, false}, {L"!!!", 4, {}, false}};  // clang-format on
-    for (const auto& [szText, cMax, fields, bExpected] : rows) {
-        bool bMore = !bExpected;
-        EXPECT_EQ(fields, SplitFields(szText, L'!', cMax, bMore)) << ToUtf8(szText);
-        EXPECT_EQ(bExpected, bMore) << ToUtf8(szText);
-    }
-}
+using namespace String;
+using namespace Storage;
 
 TEST(String, NumbersAreDigitsThatFitOrZero)
 {
     const std::tuple<const wchar_t*, DWORD, ULONGLONG> rows[] = {// clang-format off
         {L"0042", 42, 42}, {L"4294967295", 0xFFFFFFFF, 0xFFFFFFFF}, {L"4294967296", 0, 0x100000000},
         {L"18446744073709551615", 0, 0xFFFFFFFFFFFFFFFF}, {L"18446744073709551616", 0, 0}, {L"", 0, 0}, {L"-1", 0, 0},
-        {L"+1", 0, 0}, {L" 1", 0, 0}, {L"1 ", 0, 0}, {L"0x10", 0, 0}, {L"1,000", 0, 0}, {L"\x0661", 0, 0}};
-    // clang-format on
+        {L"+1", 0, 0}, {L" 1", 0, 0}, {L"1 ", 0, 0}, {L"1,000", 0, 0}, {L"\x0661", 0, 0}};  // clang-format on
     for (const auto& [szText, dwValue, ullValue] : rows) {
         EXPECT_EQ(dwValue, ToDwordStrict(szText)) << ToUtf8(szText);
         EXPECT_EQ(ullValue, ToQwordStrict(szText)) << ToUtf8(szText);
@@ -42,29 +31,28 @@ TEST(String, Utf8IsExactBothWaysOrRefused)
 
 TEST(String, PathsAreFullOnlyWithADriveAndASlashOrAsAShare)
 {
-    for (const wchar_t* szPath : {L"C:\\", L"c:/a", L"\\\\s\\h", L"//s/h", L"\\\\?\\C:\\a"}) {
+    for (const wchar_t* szPath : {L"C:\\", L"c:/a", L"\\\\s\\h", L"//s/h", L"\\\\?\\C:\\a"})
         EXPECT_TRUE(IsFullPath(szPath)) << ToUtf8(szPath);
-    }
-    for (const wchar_t* szPath :
-         {L"", L"a", L"C:", L"C:a", L"C:a\\b", L"\\a", L"/a\\b", L"..\\a", L"a\\b", L".\\", L"\\"}) {
+    for (const wchar_t* szPath : {L"", L"a", L"C:", L"C:a\\b", L"\\a", L"/a\\b", L"..\\a", L"a\\b", L".\\", L"\\"})
         EXPECT_FALSE(IsFullPath(szPath)) << ToUtf8(szPath);
-    }
-    // Folder, name, and the results of JoinPath() and FolderBelow().
-    const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*> rows[] = {
+    // A path, the length of its drive or share, and whether that is the whole path.
+    const std::tuple<const wchar_t*, std::size_t, bool> rows[] = {
         // clang-format off
-        {L"C:\\a", L"b", L"C:\\a\\b", L"C:\\a\\b\\"}, {L"C:\\a\\", L"b\\", L"C:\\a\\b\\", L"C:\\a\\b\\"},
-        {L"", L"b", L"b", L""}, {L"C:\\", L"", L"C:\\", L"C:\\"}};  // clang-format on
-    for (const auto& [szFolder, szName, szJoined, szBelow] : rows) {
-        EXPECT_EQ(szJoined, JoinPath(szFolder, szName));
-        EXPECT_EQ(szBelow, FolderBelow(szFolder, szName));
+        {L"C:\\", 2, true}, {L"C:\\a", 2, false}, {L"C:\\a\\..", 2, true}, {L"C:/", 2, true},
+        {L"\\\\s\\h", 5, true}, {L"\\\\s\\h\\", 5, true}, {L"\\\\s", 3, true}, {L"\\\\s\\h\\a", 5, false},
+        {L"\\\\?\\C:\\", 6, true}, {L"\\\\?\\C:\\a", 6, false}, {L"\\\\?\\UNC\\s\\h\\", 11, true},
+        {L"\\\\?\\UNC\\s\\h\\a\\b", 11, false}};  // clang-format on
+    for (const auto& [szPath, cchRoot, bRoot] : rows) {
+        EXPECT_EQ(cchRoot, Directory::RootLength(Directory::FullPath(szPath))) << ToUtf8(szPath);
+        EXPECT_EQ(bRoot, Directory::IsRoot(szPath)) << ToUtf8(szPath);
     }
 }
 
 TEST(String, TheOrderOfSetsIsTheSystemsComparison)
 {
-    const std::wstring_view texts[] = {L"",       L"a",       L"A",       L"ab",      L"a_",     L"AZ",
-                                       L"\u00e4", L"\u00c4b", L"a\u00e4", L"A\u00c4", L"\u0131", L"I",
-                                       L"z",      L"\u00df",  L"ss",      L"\u03c3",  L"\u03a3", L"\u03c2"};
+    const std::wstring_view texts[] = {L"",       L"a",      L"A",       L"ab",      L"a_",
+                                       L"AZ",     L"\u00e4", L"\u00c4b", L"A\u00c4", L"I",
+                                       L"\u0131", L"\u00df", L"\u03c3",  L"\u03a3",  L"\u03c2"};
     for (const std::wstring_view tstrLeft : texts) {
         for (const std::wstring_view tstrRight : texts) {
             const int iSystem = ::CompareStringOrdinal(tstrLeft.data(), static_cast<int>(tstrLeft.size()),
@@ -78,17 +66,43 @@ TEST(String, TheOrderOfSetsIsTheSystemsComparison)
 TEST(String, APathIsSplitOrItsCodeIsLeftBehind)
 {
     const std::wstring tstrLong(256, L'x');
-    const std::tuple<std::wstring, int, DWORD> rows[] = {{L"C:\\a\\b.c.d", 0, 77},
-                                                         {L"C:\\" + tstrLong, ERANGE, ERROR_BUFFER_OVERFLOW},
-                                                         {L"C:\\" + tstrLong + L"\\a", ERANGE, ERROR_BUFFER_OVERFLOW},
-                                                         {L"a." + tstrLong, ERANGE, ERROR_BUFFER_OVERFLOW}};
-    for (const auto& [tstrPath, iExpected, dwLeft] : rows) {
-        PathParts parts;
+    PathParts parts;
+    for (const std::wstring& tstrPath : {L"C:\\" + tstrLong, L"C:\\" + tstrLong + L"\\a", L"a." + tstrLong}) {
         ::SetLastError(77);
-        EXPECT_EQ(iExpected, SplitPath(tstrPath, parts)) << ToUtf8(tstrPath);
-        EXPECT_EQ(dwLeft, ::GetLastError()) << ToUtf8(tstrPath);
-        if (iExpected != 0) continue;
-        EXPECT_EQ(L"C:|\\a\\|b.c|.d",
-                  std::wstring(parts.szDrive) + L"|" + parts.szDir + L"|" + parts.szName + L"|" + parts.szExt);
+        EXPECT_EQ(ERANGE, SplitPath(tstrPath, parts));
+        EXPECT_EQ(DWORD{ERROR_BUFFER_OVERFLOW}, ::GetLastError());
     }
+    EXPECT_EQ(0, SplitPath(L"C:\\a\\b.c.d", parts));
+    EXPECT_EQ(L"C:|\\a\\|b.c|.d",
+              std::wstring(parts.szDrive) + L"|" + parts.szDir + L"|" + parts.szName + L"|" + parts.szExt);
+}
+
+TEST(String, VersionsAreComparedPartByPartAsNumbers)
+{
+    const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {// clang-format off
+        {L"10.2.0.2", L"10.2.0.3", true}, {L"10.2.0.3", L"10.2.0.3", false}, {L"10.10.0.1", L"10.9", false},
+        {L"10.2", L"10.2.0.3", true}, {L"10.2.0.3.1", L"10.2.0.3", false}, {L"9.9.9.9", L"10", true},
+        {L"x.1", L"0.1", false}, {L"-1", L"0", true}, {L"...", L"1", true}, {L"1", L"...", false}};  // clang-format on
+    for (const auto& [szCurrent, szMinimum, bOlder] : rows)
+        EXPECT_EQ(bOlder, QorCommon::IsDriverOlder(szCurrent, szMinimum)) << szCurrent << szMinimum;
+}
+
+TEST(String, FoldersAreCreatedWithTheirParents)
+{
+    const TempFolder folder;
+    folder.Write(L"dir\\file", "");
+    const std::tuple<std::wstring, bool, DWORD> rows[] = {// clang-format off
+        {folder.PathOf(L"a\\b\\"), true, ERROR_DIRECTORY}, {folder.PathOf(L"a\\b"), true, ERROR_DIRECTORY},
+        {folder.PathOf(L"e\\\\f\\\\"), true, ERROR_DIRECTORY}, {L"C:\\", true, ERROR_DIRECTORY},
+        {folder.PathOf(L"dir\\file"), false, 0}, {folder.PathOf(L"dir\\file\\g"), false, ERROR_PATH_NOT_FOUND},
+        {L"Q:\\none\\such", false, ERROR_PATH_NOT_FOUND}, {L"", false, ERROR_BAD_ARGUMENTS}};  // clang-format on
+    for (const auto& [tstrPath, bCreated, dwExists] : rows) {
+        DWORD dwCreate = 0, dwExist = 0;
+        SCOPED_TRACE(ToUtf8(tstrPath));
+        EXPECT_EQ(bCreated, Directory::Create(tstrPath, nullptr, &dwCreate) && dwCreate == 0);
+        EXPECT_EQ(dwExists == 0, File::IsExisted(tstrPath, &dwExist));
+        EXPECT_EQ(dwExists, dwExist);
+        EXPECT_EQ(bCreated, Directory::IsExisted(tstrPath));
+    }
+    EXPECT_THAT(folder.List(), ElementsAre(L"a\\", L"a\\b\\", L"dir\\", L"dir\\file", L"e\\", L"e\\f\\"));
 }

@@ -1,12 +1,8 @@
-#include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
 #include "common/KzComn_XmlWriter.h"
-#include "support/CodeOf.h"
-#include "support/TempFolder.h"
+#include "support/Testing.h"
 
-#include <gtest/gtest.h>
-
-using namespace KzCommon::Storage;
+using namespace Storage;
 using namespace std::string_literals;
 
 namespace {
@@ -67,32 +63,6 @@ TEST(Xml, SingleByteEncodingsAreReadAndMultiByteOnesRefused)
     }
 }
 
-TEST(Xml, FilesAreReadAndReplacedOrTheCodeSaysWhyNot)
-{
-    const TempFolder folder;
-    const std::tuple<std::wstring, long, long> rows[] = {
-        // path, codes of reading and of writing
-        {folder.PathOf(L"none.xml"), ERROR_FILE_NOT_FOUND, ERROR_FILE_NOT_FOUND},
-        {folder.PathOf(L"none\\a.xml"), ERROR_PATH_NOT_FOUND, ERROR_PATH_NOT_FOUND},
-        {folder.Write(L"bad.xml", "<r>\n<"), ERROR_XML_PARSE_ERROR, 0},
-        {folder.Write(L"empty.xml", ""), ERROR_XML_PARSE_ERROR, 0},
-        {folder.Write(L"spaces.xml", std::string(XmlParser::kMaxBytes, ' ')), ERROR_XML_PARSE_ERROR, 0},
-        {folder.Write(L"large.xml", std::string(XmlParser::kMaxBytes + 1, ' ')), ERROR_FILE_TOO_LARGE, 0},
-        {folder.Write(L"good.xml", "<r>old</r>"), 0, 0}};
-    const auto document = XmlParser().ParseText("<r>new</r>");
-    KzCommon::WindowsMachine machine;
-    XmlParser parser;  // one for all: a file must not affect the next one
-    for (const auto& [tstrPath, lRead, lWritten] : rows) {
-        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrPath));
-        EXPECT_EQ(CodeOf([&] { static_cast<void>(parser.ParseFile(tstrPath)); }), lRead);
-        EXPECT_EQ(CodeOf([&] { XmlWriter::WriteFile(*document, machine, tstrPath); }), lWritten);
-        if (lWritten != 0) continue;
-        EXPECT_EQ(parser.ParseFile(tstrPath)->GetRoot()->GetText(), L"new");
-    }
-    EXPECT_EQ(folder.List().size(), 5U) << "no temporary files are left";
-    EXPECT_EQ(CodeOf([&] { static_cast<void>(parser.ParseFile(L"")); }), ERROR_BAD_ARGUMENTS);
-}
-
 TEST(Xml, RefusesABadDocumentAndSaysWhere)
 {
     const std::tuple<std::string, ULONGLONG, ULONGLONG> rows[] = {
@@ -107,8 +77,8 @@ TEST(Xml, RefusesABadDocumentAndSaysWhere)
         SCOPED_TRACE(strDocument.substr(0, 80));
         try {
             FAIL() << Rewritten(strDocument);
-        } catch (Exception* pException) {
-            const std::unique_ptr<Exception> caught(pException);
+        } catch (Storage::Exception* pException) {
+            const CaughtException caught(pException);
             const XmlPosition at = dynamic_cast<const XmlException&>(*pException).Position();
             EXPECT_EQ(pException->ErrorCode(), DWORD{ERROR_XML_PARSE_ERROR});
             EXPECT_EQ(std::pair(at.ullLine, at.ullColumn), std::pair(ullLine, ullColumn));
@@ -125,7 +95,7 @@ TEST(Xml, ElementsAreAddedUnderTheNamesThatCanBeReadAgain)
         const auto document = XmlParser().ParseText("<r/>");
         document->GetRoot()->AddChild(szGood);
         const auto again = XmlParser().ParseText(XmlWriter::ToText(*document));
-        EXPECT_TRUE(again->GetRoot()->FindChild(szGood)) << KzCommon::String::ToUtf8(szGood);
+        EXPECT_TRUE(again->GetRoot()->FindChild(szGood)) << String::ToUtf8(szGood);
     }
     // Among them: a colon only, a sign, a leading combining accent, a name unknown to Expat, an unpaired surrogate.
     const auto document = XmlParser().ParseText("<r/>");
@@ -135,7 +105,7 @@ TEST(Xml, ElementsAreAddedUnderTheNamesThatCanBeReadAgain)
           L"?a?"s,     L"\u20ac"s, L"\u00d7"s,   L"\u0301e"s,      L"\ufeffa"s,    L"\xD83D\xDD11"s,
           L"a\xD800"s, L"a\0b"s,   L"\u00fc\0"s, L"\u00fc x='1'"s, L"\u00fc/><b"s, L"\u00fc><b/></\u00fc"s}) {
         EXPECT_EQ(CodeOf([&] { document->GetRoot()->AddChild(tstrBad); }), ERROR_BAD_ARGUMENTS)
-            << KzCommon::String::ToUtf8(tstrBad);
+            << String::ToUtf8(tstrBad);
     }
 }
 
