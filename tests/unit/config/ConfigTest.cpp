@@ -1,13 +1,9 @@
-#include "common/KzComn_String.h"
 #include "config/ConfigProvider.h"
-#include "support/RecordedTrace.h"
-#include "support/RegistryFixture.h"
+#include "support/Testing.h"
 
-#include <gmock/gmock.h>
 #include <json/reader.h>
 
-using namespace testing;
-using KzCommon::String::ToUtf8;
+using String::ToUtf8;
 
 namespace {
 
@@ -257,7 +253,7 @@ TEST_F(ConfigTest, SecretsOfTheProgramAreNeverInClear)
         EXPECT_THAT(m_trace.Messages(), Contains(traced).Times(bTraced));
         EXPECT_THAT(m_trace.Messages(), Each(Not(HasSubstr("hunter2"))));
         EXPECT_EQ(Send(kQuery, Target(), data), 0U);
-        const std::wstring tstrPassword = KzCommon::String::FromAnsi(data["/ProxySettings/Password"].asString());
+        const std::wstring tstrPassword = String::FromAnsi(data["/ProxySettings/Password"].asString());
         EXPECT_TRUE(Unprotect(tstrPassword.substr(11), L"/ProxySettings/Password"));
         EXPECT_EQ(m_clear.value, L"hunter2");
     }

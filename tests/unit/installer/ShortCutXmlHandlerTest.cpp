@@ -1,26 +1,13 @@
 #include "installer/ShortCutXmlHandler.h"
 
 #include "common/KzComn_Com.h"
-#include "common/KzComn_Handle.h"
-#include "common/KzComn_String.h"
 #include "common/KzComn_XmlParser.h"
 #include "installer/InstComn_ShellLink.h"
 #include "support/PinRecorder.h"
-#include "support/RecordedTrace.h"
-#include "support/RegistryFixture.h"
-#include "support/watch/SystemWatch.h"
+#include "support/Testing.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <set>
-#include <thread>
-
-using namespace testing;
-using namespace KzCommon;
 using namespace InstCommon::Utility;
 namespace Links = InstCommon::Utility::ShellLink;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -95,12 +82,7 @@ protected:
     }
 
     /// The number of trace lines with this beginning.
-    std::ptrdiff_t CountTraced(const std::string& strStart) const
-    {
-        const std::vector<std::string> messages = m_trace.Messages();
-        return std::count_if(messages.begin(), messages.end(),
-                             [&](const std::string& strLine) { return strLine.starts_with(strStart); });
-    }
+    std::ptrdiff_t CountTraced(const std::string& strStart) const { return m_trace.Count(StartsWith(strStart)); }
 
     TempFolder m_shell, m_install;
     RecordedTrace m_trace;
