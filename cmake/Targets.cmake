@@ -66,16 +66,18 @@ function(brevant_unit_tests library)
     set_tests_properties(unit.${library} PROPERTIES TIMEOUT 300)
 endfunction()
 
-# brevant_standins(folder): a recording DLL for each sub-folder, with its name, in bin/standins. The target
+# brevant_standins(folder...): a recording DLL for each sub-folder, with its name, in bin/standins. The target
 # "standins" builds all of them.
-function(brevant_standins folder)
-    brevant_glob(entries ${folder}/*)
+function(brevant_standins)
+    list(TRANSFORM ARGN APPEND /* OUTPUT_VARIABLE patterns)
+    brevant_glob(entries ${patterns})
     add_custom_target(standins)
     foreach(entry IN LISTS entries)
         if(IS_DIRECTORY ${entry})
             get_filename_component(name ${entry} NAME)
             # Target names must not hide the system library of the same name.
-            brevant_dll(standin_${name} ${folder}/${name} ${kBinDir}/standins)
+            cmake_path(RELATIVE_PATH entry BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
+            brevant_dll(standin_${name} ${entry} ${kBinDir}/standins)
             set_target_properties(standin_${name} PROPERTIES OUTPUT_NAME ${name}
                 ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/standins)
             target_link_options(standin_${name} PRIVATE $<$<CONFIG:Release>:-s>)

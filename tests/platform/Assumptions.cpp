@@ -1,4 +1,4 @@
-// INI files, sessions and the registry; and effects that only a restart shows.
+// Sessions and the registry; and effects that only a restart shows.
 #include "Assumptions.h"
 
 #include "common/KzComn_Process.h"
@@ -11,25 +11,6 @@ namespace Platform {
 
 namespace {
 
-Text CopyOnto(const Text& tstrFolder, DWORD dwAttributes)
-{
-    const Text tstrOld = WriteFileAt(tstrFolder + L"old", "old", dwAttributes);
-    return Outcome(::CopyFileW(WriteFileAt(tstrFolder + L"new", "new").c_str(), tstrOld.c_str(), FALSE));
-}
-
-Text MoveOntoRead(const Text& tstrFolder, DWORD)
-{
-    const Text tstrOld = WriteFileAt(tstrFolder + L"old", "old"), tstrNew = WriteFileAt(tstrFolder + L"new", "new");
-    const UniqueFile reader = Open(tstrOld, GENERIC_READ, FILE_SHARE_READ);
-    return Outcome(::MoveFileExW(tstrNew.c_str(), tstrOld.c_str(), MOVEFILE_REPLACE_EXISTING));
-}
-
-Text NameWithEnd(const Text& tstrFolder, DWORD)
-{
-    WriteFileAt(tstrFolder + L"name. .", "a");
-    return ReadFileAt(tstrFolder + L"name") == "a" ? L"the same as without them" : L"another name";
-}
-
 /// The rights of every signed-in user on a file that an administrator creates in the drive's root; empty if the current
 /// user may not create one.
 Text RightsBelowDrive(const Text&, DWORD)
@@ -40,42 +21,6 @@ Text RightsBelowDrive(const Text&, DWORD)
     ::DeleteFileW(tstrPath.c_str());
     const bool bModify = tstrList.find(L"0x1301bf;;;AU)") != Text::npos || tstrList.find(L"FA;;;AU)") != Text::npos;
     return bModify ? L"every user may change it" : L"users may not change it";
-}
-
-// -- INI files --
-
-enum { eSectionMissing, eSectionEmpty };
-
-Text SectionAndCode(const Text& tstrFolder, DWORD dwSection)
-{
-    const Text tstrIni =
-        WriteFileAt(tstrFolder + L"a.ini", dwSection == eSectionEmpty ? "[A]\r\nk=v\r\n[B]\r\n" : "[A]\r\nk=v\r\n");
-    wchar_t szText[64] = {};
-    ::SetLastError(ERROR_SUCCESS);
-    const DWORD cch = ::GetPrivateProfileSectionW(L"B", szText, 64, tstrIni.c_str());
-    return std::to_wstring(cch) + L" characters, last error " + std::to_wstring(::GetLastError());
-}
-
-enum { eUtf8, eUtf16 };
-
-Text ReadLetter(const Text& tstrFolder, DWORD dwEncoding)
-{
-    const wchar_t szWide[] = L"\xFEFF[B]\r\nkey=\u00e4\r\n";
-    const std::string_view strWide{reinterpret_cast<const char*>(szWide), sizeof(szWide) - sizeof(wchar_t)};
-    const Text tstrIni = WriteFileAt(
-        tstrFolder + L"a.ini", dwEncoding == eUtf16 ? strWide : "\xEF\xBB\xBF[A]\r\nx=y\r\n[B]\r\nkey=\xC3\xA4\r\n");
-    wchar_t szText[64] = {};
-    ::GetPrivateProfileStringW(L"B", L"key", L"default", szText, 64, tstrIni.c_str());
-    return szText == Text(L"\u00e4") ? L"as written" : L"in another form";
-}
-
-/// Writes to a file with these attributes, or without any, to a file that is open for reading.
-Text WriteIni(const Text& tstrFolder, DWORD dwAttributes)
-{
-    const Text tstrIni = WriteFileAt(tstrFolder + L"a.ini", "[B]\r\nkey=value\r\n", dwAttributes);
-    const UniqueFile reader =
-        dwAttributes ? UniqueFile() : Open(tstrIni, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE);
-    return Outcome(::WritePrivateProfileStringW(L"B", L"key", L"other", tstrIni.c_str()));
 }
 
 // -- sessions --
@@ -264,21 +209,8 @@ const wchar_t kEmptyConsole[] = L"run it while no user is signed in at the conso
 // question, assumed, Wine 8 | Wine 10 where they differ, what depends on it
 // clang-format off
 constexpr Assumption kRows[] = {
-    {L"CopyFileW onto a hidden file", L"refused (5)", L"done", L"drivers, language files and shortcut backup", &CopyOnto, FILE_ATTRIBUTE_HIDDEN},
-    {L"CopyFileW onto a read-only file", L"refused (5)", L"done", L"the same copies", &CopyOnto, FILE_ATTRIBUTE_READONLY},
-    {L"MoveFileExW over a file open for reading", L"refused (5)", nullptr, L"a replaced file is tried again, then copied onto", &MoveOntoRead},
-    {L"a name with trailing spaces and dots", L"the same as without them", nullptr, L"which download paths lead elsewhere", &NameWithEnd},
     {L"a new file in the root of the system drive", L"every user may change it", L"users may not change it",
      L"a driver copied there keeps the rights of the replaced one", &RightsBelowDrive},
-    {L"GetPrivateProfileSectionW, section missing", L"0 characters, last error 2", L"0 characters, last error 0",
-     L"the failure line of a missing section has a code", &SectionAndCode, eSectionMissing},
-    {L"GetPrivateProfileSectionW, section empty", L"0 characters, last error 0", nullptr,
-     L"only the code distinguishes an empty section from a missing one", &SectionAndCode, eSectionEmpty},
-    {L"an INI file in UTF-8 with BOM", L"in another form", L"as written", L"the guides ask for UTF-16", &ReadLetter, eUtf8},
-    {L"an INI file in UTF-16 with BOM", L"as written", nullptr, L"the same", &ReadLetter, eUtf16},
-    {L"WritePrivateProfileStringW, file read-only", L"refused (5)", L"done",
-     L"update information then causes a failure line", &WriteIni, FILE_ATTRIBUTE_READONLY},
-    {L"WritePrivateProfileStringW, file open for reading", L"refused (32)", nullptr, L"the same", &WriteIni},
     {L"WTSSendMessageW to a missing session", L"refused", L"done", L"no question is asked without a console session", &MessageWithoutSession},
     {L"a message box on a console without a user", L"waits for an answer", nullptr,
      L"the question of a deployment and the update client wait until a user signs in there",

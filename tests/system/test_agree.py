@@ -1,6 +1,5 @@
 """What a run does is what was planned, on the cases in which the two once differed and on random updates; any number of
 these: tools/agree.sh."""
-import unittest
 
 from brevantlab.agree import AgreementMachine, State, disagreements
 from brevantlab.expect import LabTest, shown
@@ -35,17 +34,3 @@ class Agree(LabTest):
                 ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
             with self.subTest(told):
                 self.assertIn(told, '\n'.join(disagreements(state(), planned, after, asked=False)))
-
-    def test_a_path_through_links_names_the_file_behind_them(self):
-        links = {'c:\\a': 'c:\\b', 'c:\\b\\c': 'c:\\d'}
-        files = {'c:\\d\\source': b'x', 'c:\\b\\gone': b'y'}
-        planned = [{'action': 'copy', 'outcome': 'new', 'atRestart': False, 'source': 'C:\\A\\C\\source',
-                    'target': 'C:\\a\\copy'},
-                   {'action': 'delete', 'outcome': 'remove', 'atRestart': False, 'target': 'C:\\a\\gone'}]
-        after = {'c:\\d\\source': b'x', 'c:\\b\\copy': b'x'}
-        self.assertEqual([], list(disagreements(state(files=files, links=links), planned,
-                                                state(files=after, links=links), asked=False)))
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -1,7 +1,6 @@
 """Deployments that are ended half-way, or that meet another one."""
 import concurrent.futures
 import time
-import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.layouts import MARKER, SampleMachine, lay_out
@@ -147,7 +146,3 @@ class TwoAtOnce(LabTest):
         self.assertFalse([line for line in machine.messages() if 'DeploymentLock' in line])
         question.answer(CANCEL)
         self.assertEqual(0, first.result().code)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -1,5 +1,4 @@
 """Links that a user could have put where a run, which has full rights, writes."""
-import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.layouts import SampleMachine
@@ -42,7 +41,3 @@ class Links(LabTest):
         for argument in ('/DeployFramework', '/ApplyNewName'):
             output = self.machine.run(self.machine.install + 'Brevant.exe', argument, debug='-all,fixme+process').output
             self.assertRegex(output, r'SetProcessMitigationPolicy \(16, \w+, 4\)', argument)
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -93,7 +93,3 @@ class Pages(unittest.TestCase):
                 if named not in LAYERS[layer] | {layer}:
                     upwards.append(f'{source.name} includes {named}')
         self.assertEqual(upwards, [])
-
-
-if __name__ == '__main__':
-    unittest.main()

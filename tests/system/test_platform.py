@@ -16,7 +16,3 @@ class Platform(unittest.TestCase):
             seen = machine.run(TRIAL, '--after-restart')
             self.assertEqual(0, seen.code, seen.output)
             self.assertGreaterEqual(seen.output.count('\nok '), 4, seen.output)
-
-
-if __name__ == '__main__':
-    unittest.main()

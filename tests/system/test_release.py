@@ -179,15 +179,6 @@ class Refusals(HomeTest):
 
 
 class NextDebian(HomeTest):
-    """tools/next.sh, as far as it goes without a Debian of its own."""
-
-    def test_it_says_what_it_lacks(self):
-        unprivileged = ('setpriv', '--reuid=65534', '--clear-groups') if os.getuid() == 0 else ()
-        for arguments, code, words in (([['trixie', 'forky'], 64, 'no such option: forky'], [['--'], 64, 'no command follows'],
-                                        [['--only', 'ucrt'], 1, 'FAILED: root is needed'])):
-            result, output = call(*unprivileged, ROOT / 'tools' / 'next.sh', *arguments)
-            self.assertEqual((code, True), (result, words in output), output)
-
     def test_the_entries_of_a_machine_for_another_release(self):
         etc = self.home / 'etc'
         (etc / 'apt' / 'sources.list.d').mkdir(parents=True)

@@ -1,5 +1,4 @@
 """Commands for after the restart, and the touchpad that keeps some of them back."""
-import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.machine import PRODUCT, RUN_ONCE, SETTINGS, Machine
@@ -27,6 +26,8 @@ class RunOnce(LabTest):
             ('Touchpad', '', '1', False),
             ('touchpad', '99', 'yes', False),
             ('touchpad', '99', '1', True),
+            ('without', '99', '1', True),
+            ('without', '99', '', False),
         ):
             with self.subTest(name=name, minimum=minimum, blacklist=blacklist):
                 for value in (('ETDName', name), ('ETDMinVersion', minimum), ('KeystrokeBlackList', blacklist)):
@@ -39,8 +40,4 @@ class RunOnce(LabTest):
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))
-        self.assertEqual(3 + 4 + 4 + 4 + 3, len(machine.read('C:\\said.txt').splitlines()))
-
-
-if __name__ == '__main__':
-    unittest.main()
+        self.assertEqual(3 + 4 + 4 + 4 + 3 + 3 + 4, len(machine.read('C:\\said.txt').splitlines()))

@@ -1,7 +1,6 @@
 """The whole story that the demo shows: deployment, question, restart, new name, in both languages and answers."""
 import contextlib
 import io
-import unittest
 
 from brevantlab import demo
 from brevantlab.expect import LabTest
@@ -14,7 +13,3 @@ class Story(LabTest):
                 outcome, failures = demo.play(language)
                 self.assertSame([], failures)
                 self.assertSame([], outcome.problems())
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -1,12 +1,12 @@
 """The tools as a user first meets them: help and wrong use at once, progress, programs that are started once."""
 import os
-import pathlib
 import shutil
-import subprocess
-import tempfile
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+from brevantlab.expect import HomeTest, call
+from brevantlab.prefix import ROOT
+
+BIN = ROOT / 'build/release/bin'
 WRONG_USE = 64
 # Besides a wrong option: arguments that a tool can refuse before it builds.
 REFUSED = {
@@ -15,6 +15,7 @@ REFUSED = {
     'build.sh': [['release']],
     'check.sh': [['no-such-update'], ['Lint', '.'], ['.', '--installed'], ['--strict']],
     'demo.sh': [['--details', 'file']],
+    'next.sh': [['--only', 'x'], ['trixie', 'forky'], ['--']],
     'release.sh': [['--unsigned', '--verify']],
     'setup.sh': [['exact']],
     'symbolise.sh': [[], ['Brevant.exe']],
@@ -23,89 +24,66 @@ REFUSED = {
 }
 
 
-def call(*command, **options):
-    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=300, **options)
-
-
-class FirstSight(unittest.TestCase):
+class FirstSight(HomeTest):
     """In a copy of the sources in which nothing is built, and nothing can be: no compiler, no package manager."""
-    def setUp(self):
-        self.root = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory())) / 'project'
+    def test_help_and_wrong_use(self):
+        root, programs = self.home / 'project', self.home / 'programs'
         for folder in 'tools', 'bench':
-            shutil.copytree(ROOT / folder, self.root / folder, ignore=shutil.ignore_patterns('__pycache__'))
-        shutil.copy(ROOT / 'CMakeLists.txt', self.root)
-        self.programs = self.root.parent / 'programs'
-        self.programs.mkdir()
+            shutil.copytree(ROOT / folder, root / folder, ignore=shutil.ignore_patterns('__pycache__'))
+        shutil.copy(ROOT / 'CMakeLists.txt', root)
+        programs.mkdir()
         for name in 'bash', 'env', 'dirname', 'sed', 'python3':
-            (self.programs / name).symlink_to(shutil.which(name))
-        self.tools = sorted(file.name for file in (self.root / 'tools').glob('*.sh') if os.access(file, os.X_OK))
+            (programs / name).symlink_to(shutil.which(name))
+        tools = {file.name for file in (root / 'tools').glob('*.sh') if os.access(file, os.X_OK)}
+        self.assertLessEqual({*REFUSED, 'agree.sh', 'next.sh', 'update-dependencies.sh'}, tools)
 
-    def tool(self, name, *arguments):
-        result = call(f'tools/{name}', *arguments, cwd=self.root, env={'PATH': str(self.programs)})
-        self.assertFalse((self.root / 'build').exists(), f'{name} has begun to build: {result.stdout}')
-        return result.returncode, result.stdout
+        def tool(name, *arguments):
+            code, output = call(f'tools/{name}', *arguments, folder=root, alone=True, PATH=str(programs))
+            self.assertFalse((root / 'build').exists(), f'{name} has begun to build: {output}')
+            return code, output
 
-    def test_help(self):
-        self.assertLessEqual({*REFUSED, 'agree.sh', 'update-dependencies.sh'}, set(self.tools))
-        for python in True, False:
-            for name in self.tools:
-                with self.subTest(name, python=python):
-                    code, output = self.tool(name, '--help')
-                    self.assertEqual(0, code, output)
-                    self.assertGreater(len(output.splitlines()), 1, output)
-                    self.assertNotIn('set -euo', output)
-            (self.programs / 'python3').unlink(missing_ok=True)  # a bare machine
-
-    def test_wrong_use(self):
-        for name in self.tools:
+        for name in sorted(tools):
             for arguments in [['--no-such-option'], *REFUSED.get(name, [])]:
-                with self.subTest(name, arguments=arguments):
-                    code, output = self.tool(name, *arguments)
-                    self.assertEqual(WRONG_USE, code, output)
-                    self.assertIn(f'tools/{name}', output)
+                code, output = tool(name, *arguments)
+                self.assertEqual((WRONG_USE, True), (code, f'tools/{name}' in output), (arguments, output))
+        for python in True, False:
+            for name in sorted(tools):
+                with self.subTest(name, python=python):
+                    code, output = tool(name, '--help')
+                    self.assertEqual((0, True), (code, len(output.splitlines()) > 1), output)
+                    self.assertNotIn('set -euo', output)
+            (programs / 'python3').unlink(missing_ok=True)  # a bare machine
 
 
-class Builds(unittest.TestCase):
+class Builds(HomeTest):
     def test_progress(self):
         steps = ''.join(f'echo "[{step}/40] Compiling"; ' for step in range(1, 41))
-        shown = call('bash', '-c', f'. tools/tool.sh; {{ echo "[setup] ready"; SECONDS=9; {steps} echo cc1plus; }} | '
-                     '{ SECONDS=9; show_progress; }', cwd=ROOT).stdout.splitlines()
-        self.assertEqual(['[setup] ready', '[build] 1 of 40 steps'], shown)
+        self.assertEqual((0, '[setup] ready\n[build] 1 of 40 steps\n'), call(
+            'bash', '-c', f'. tools/tool.sh; {{ echo "[setup] ready"; SECONDS=9; {steps} echo cc1plus; }} | '
+            '{ SECONDS=9; show_progress; }', folder=ROOT))
 
-    @unittest.skipUnless((ROOT / 'build/release/bin/Brevant.exe').exists(), 'no release build: run tools/build.sh')
-    def test_the_checker_speaks_of_the_hosts_files(self):
-        samples = ROOT / 'samples' / 'second'
-        with tempfile.TemporaryDirectory() as folder:
-            shutil.copytree(samples / 'installed', f'{folder}/in stalled')
-            shutil.copytree(samples / 'update', f'{folder}/update')
-            for arguments, told in (
-                    (['update', '--strict', '--installed', 'in stalled', '--format', 'sarif'],
-                     f'"file://{folder}/update/"'),
-                    (['plan', 'update', '--installed', 'in stalled', '--language', 'ES-ES'],
-                     f'in {folder}/in stalled/\n'),
-                    (['plan', 'update', '--installed', 'none'], 'none: cannot be read')):
-                with self.subTest(arguments):
-                    done = call(ROOT / 'tools/check.sh', *arguments, cwd=folder)
-                    self.assertEqual(3 if 'none' in arguments else 0, done.returncode, done.stdout)
-                    self.assertIn(told, done.stdout)
-                    self.assertNotIn('Z:', done.stdout)
+    @unittest.skipUnless((BIN / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
+    def test_the_checker_speaks_of_the_hosts_files_and_ends_with_the_highest_code(self):
+        shutil.copytree(ROOT / 'samples/second/installed', self.home / 'in stalled')
+        for name in 'update', 'second':
+            shutil.copytree(ROOT / 'samples/second/update', self.home / name)
+        (self.home / 'second/QorPaFrwk.ini').write_text('[QOR_DIR]\nAdd=x\n')
+        for arguments, code, told in (
+                (['update', '--strict', '--installed', 'in stalled', '--format', 'sarif'], 0, f'"file://{self.home}/update/"'),
+                (['plan', 'update', '--installed', 'in stalled', '--language', 'ES-ES'], 0, f'in {self.home}/in stalled/\n'),
+                (['plan', 'update', '--installed', 'none'], 3, 'none: cannot be read'),
+                (['second', 'update', '--installed', 'in stalled'], 1, '\n0 errors, 0 warnings\n')):
+            with self.subTest(arguments):
+                result, output = call(ROOT / 'tools/check.sh', *arguments, folder=self.home)
+                self.assertEqual((code, True, False), (result, told in output, 'Z:' in output), output)
 
-    @unittest.skipUnless((ROOT / 'build/release/bin/Brevant.exe').exists(), 'no release build: run tools/build.sh')
+    @unittest.skipUnless((BIN / 'Brevant.exe').exists(), 'no release build: run tools/build.sh')
     def test_a_program_that_does_not_start_fails_the_build(self):
-        with tempfile.TemporaryDirectory() as folder:
-            shutil.copytree(ROOT / 'build/release/bin', folder, dirs_exist_ok=True)
-            for name, other, code in ('Brevant.exe', None, 0), ('Brevant.exe', 'BrevantCheck.exe', 1), (
-                    'BrevantCheck.exe', 'Brevant.exe', 1):
-                with self.subTest(name, other=other):
-                    if other:
-                        shutil.copy(ROOT / 'build/release/bin' / other, pathlib.Path(folder) / name)
-                    result = call('python3', '-B', '-m', 'brevantlab.first_start',
-                                  env={**os.environ, 'BREVANT_BIN': folder, 'PYTHONPATH': str(ROOT / 'tools')})
-                    self.assertEqual(code, result.returncode, result.stdout)
-                    self.assertIn(f'FAILED: {name}' if code else 'start', result.stdout)
-                    shutil.copy(ROOT / 'build/release/bin' / name, folder)
-
-
-if __name__ == '__main__':
-    unittest.main()
+        shutil.copytree(BIN, self.home, dirs_exist_ok=True)
+        for name, other in ('Brevant.exe', 'Brevant.exe'), ('Brevant.exe', 'BrevantCheck.exe'), (
+                'BrevantCheck.exe', 'Brevant.exe'):
+            shutil.copy(BIN / other, self.home / name)
+            code, output = call('python3', '-B', '-m', 'brevantlab.first_start', BREVANT_BIN=str(self.home),
+                                PYTHONPATH=str(ROOT / 'tools'))
+            self.assertEqual((name != other, True), (code, (f'FAILED: {name}' if code else 'start') in output), output)
+            shutil.copy(BIN / name, self.home)

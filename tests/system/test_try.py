@@ -5,21 +5,21 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest.mock
 
-from brevantlab import report
+from brevantlab import report, try_update
 from brevantlab.doubts import read_intended
-from brevantlab.expect import LabTest
+from brevantlab.expect import HomeTest, call
 from brevantlab.layouts import SAMPLES, write_sample
-from brevantlab.outcome import short
+from brevantlab.machine import PRODUCT
+from brevantlab.outcome import Check, Move, Outcome, State, short
 from brevantlab.try_update import Options, Refused, Trial
 
 
-class Try(LabTest):
+class Try(HomeTest):
     """The second sample, without question and shortcuts, of which only the guides tell, unless a test has another."""
     def setUp(self):
-        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        super().setUp()
         self.update, self.installed = self.home / 'update', SAMPLES / 'second' / 'installed'
         shutil.copytree(SAMPLES / 'second' / 'update', self.update)
 
@@ -46,17 +46,15 @@ class Try(LabTest):
         for language, found in ('', 'FR-FR'), ('ES-ES', 'ES-ES'):
             with self.subTest(language):
                 outcome = self.outcome(language=language)
-                self.assertSame(([], [], {}), (outcome.problems(), outcome.never_looked_at(), outcome.question))
-                self.assertEqual((found, 4), (outcome.language, len(outcome.settings())))
-                self.assertEqual((0, 0), (outcome.exit_code(), len(outcome.failures()[0])))
+                self.assertSame(([], [], {}, found, 4, 0, []), (
+                    outcome.problems(), outcome.never_looked_at(), outcome.question, outcome.language,
+                    len(outcome.settings()), outcome.exit_code(), outcome.failures()[0]))
                 note = 'Segunda versión' if found == 'ES-ES' else 'Deuxième version'
                 self.assertRegex(dict(outcome.summary())['folded'], 'SyncMinutes=30.*written')
                 self.assertSame([f'/Sync/Note: à vérifier -> {note}'], outcome.left_behind())
 
     def test_what_did_not_arrive_is_named(self):
-        done = subprocess.run([sys.executable, SAMPLES / 'second' / 'plant.py', self.update], check=True,
-                              stdout=subprocess.PIPE, text=True).stdout
-        mistakes = re.findall(r'^(B\d+) .*: (.*)$', done, re.M)
+        mistakes = re.findall(r'^(B\d+) .*: (.*)$', call(sys.executable, SAMPLES / 'second/plant.py', self.update)[1], re.M)
         self.assertEqual(5, len(mistakes))
         with self.assertRaises(Refused) as refusal:
             self.outcome()
@@ -135,29 +133,70 @@ class Try(LabTest):
         self.assertIn('[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch', left)
         self.assertSame(set(), {where for _, where in expected if 'NoSuch' not in where} & left)
 
-    def test_every_language_in_one_table(self):
-        done = subprocess.run([sys.executable, '-B', '-m', 'brevantlab.try_update', self.update, '--installed',
-                               self.installed, '--language', 'all'], stdout=subprocess.PIPE, text=True)
-        self.assertEqual(0, done.returncode, done.stdout)
-        self.assertEqual(['ES-ES', 'FR-FR'],
-                         re.findall('^([A-Z]{2}-[A-Z]{2}) +complete +[0-9]+ of', done.stdout, re.M), done.stdout)
+    def tried(self, *options, tool='try_update'):
+        words = [self.update, '--installed', self.installed] if tool == 'try_update' else []
+        return call(sys.executable, '-B', '-m', f'brevantlab.{tool}', *words, *options)
 
-    def test_a_checker_without_a_verdict(self):
+    def test_every_language_in_one_table_and_the_highest_code(self):
+        code, output = self.tried('--language', 'all')
+        self.assertEqual((0, ['ES-ES', 'FR-FR']), (
+            code, re.findall('^([A-Z]{2}-[A-Z]{2}) +complete +[0-9]+ of', output, re.M)), output)
+        with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(3, None), (1, None)]), \
+                unittest.mock.patch('builtins.print'):
+            self.assertEqual(3, try_update.main([str(self.update), '--language', 'all']))
+
+    def test_a_program_that_fails(self):
         programs = pathlib.Path(shutil.copytree(os.environ['BREVANT_BIN'], self.home / 'programs'))
         self.enterContext(unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)))
         crash = '*(volatile int*)0 = 1'
-        for statement, told in ((crash, 'lint ended with exit code 5: it crashed'),
-                                ('return 3', 'lint ended with exit code 3: it could not read its input'),
-                                (f'if (count > 1 && words[1][0] == 118) {crash}', 'verify ended with exit code 5')):
-            with self.subTest(statement):
-                (self.home / 'checker.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
-                subprocess.run(['x86_64-w64-mingw32-gcc', '-o', programs / 'BrevantCheck.exe', self.home / 'checker.c'],
-                               check=True)
-                done = subprocess.run([sys.executable, '-B', '-m', 'brevantlab.try_update', self.update, '--installed',
-                                       self.installed], stdout=subprocess.PIPE, text=True)
-                self.assertEqual(4, done.returncode, done.stdout)
-                self.assertIn(told, done.stdout)
-                self.assertNotIn('REFUSED', done.stdout)
+        for name, statement, tool, code, told in (
+                ('Brevant', 'return 7', 'try_update', 3, '[try] THE AGENT FAILED with 7'),
+                ('Brevant', 'return 7', 'demo', 1, 'FAILED\n  EN-US: the update is not complete'),
+                ('BrevantCheck', crash, 'demo', 4, '[demo] FAILED: the checker itself failed'),
+                ('BrevantCheck', crash, 'try_update', 4, 'lint ended with exit code 5: it crashed'),
+                ('BrevantCheck', 'return 3', 'try_update', 4, 'lint ended with exit code 3: it could not read its input'),
+                ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {crash}', 'try_update', 4,
+                 'verify ended with exit code 5')):
+            with self.subTest(statement, tool=tool):
+                (self.home / 'a.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
+                saved = (programs / f'{name}.exe').read_bytes()
+                call('x86_64-w64-mingw32-gcc', '-o', programs / f'{name}.exe', self.home / 'a.c')
+                result, output = self.tried(tool=tool)
+                (programs / f'{name}.exe').write_bytes(saved)
+                self.assertEqual((code, True, False), (result, told in output, 'REFUSED' in output), output)
+
+    def test_what_an_outcome_says(self):
+        a, b = PRODUCT + 'a', PRODUCT + 'b\\b'
+        folders = {PRODUCT.rstrip('\\').casefold()}
+        stayed, brought = State({a: b'1'}, {}, {}), State({a: b'2'}, {}, {})
+        protected = State({a: b'1'}, {}, {}, frozenset({a.casefold()}))
+        line = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
+        harmless = "Failed to delete file 'x', error = 2."
+        second = 'KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2'
+        source, to, gone = PRODUCT + 's', {'waiting': State({PRODUCT + 's': b'2'}, {}, {})}, [Move(a, '')]
+        for parts, problems in (
+                ({'moves': gone, 'after': stayed}, [('NOT DELETED', 'a')]), ({'moves': gone}, []),
+                ({**to, 'moves': [Move(source, a)], 'after': brought}, []),
+                ({**to, 'moves': [Move(source, a)], 'after': stayed}, [('NOT ARRIVED', 'a: has another content')]),
+                ({**to, 'moves': [Move(source, a)], 'after': protected}, [('NOT ARRIVED', 'a: the file there is read-only')]),
+                ({**to, 'moves': [Move(source, a)]}, [('NOT ARRIVED', 'a: is not there')]),
+                ({**to, 'moves': [Move(source, a), *gone]}, [('NOT ARRIVED', 'a: has been deleted again')]),
+                ({**to, 'moves': [Move(source, b)]}, [('NOT ARRIVED', 'b\\b: its folder is missing')]),
+                ({'moves': [Move(source, a)]}, [('NOT ARRIVED', 'a: there was nothing to be moved')]),
+                ({'left': gone}, [('STILL WAITING', 'a')]), ({'records': [('K', 'N')]}, [('NOT WRITTEN', 'K!N')]),
+                ({'lines': [line.format(harmless)]}, []), ({'lines': [line.format(second)]}, [('FAILURE', second)]),
+                ({'lines': [line.format(second)], 'ended': True}, []),
+                ({'lines': [line.format('x' + harmless)]}, [('FAILURE', 'x' + harmless)]),
+                ({'verify': Check('verify', 1, ['MISSING: x'])}, [('MISSING', 'x')]),
+                ({'plan': Check('plan', 5, [])}, [('CHECKER FAILED', 'BrevantCheck plan ended with exit code 5: it crashed '
+                                                   '(access violation)')])):
+            none = State({}, {}, {})
+            outcome = Outcome(**{**dict(
+                update='', language='EN-US', lint=Check('lint', 0, []), before=none, packaged={}, records=[], waiting=none,
+                moves=[], commands=[], question={}, code=0, kill_at=0, ended=False, after=none, left=[], lines=[],
+                verify=Check('verify', 0, []), folders=folders, seconds=0), **parts})
+            self.assertSame(problems, outcome.problems())
+            self.assertEqual(not problems, outcome.complete())
 
     def test_a_power_cut(self):
         self.update, self.installed = write_sample(self.home / 'first')

@@ -3,11 +3,9 @@ import os
 import pathlib
 import re
 import shutil
-import subprocess
-import tempfile
-import unittest
 import zipfile
 
+from brevantlab.expect import HomeTest, call
 from brevantlab.prefix import BUILD, ROOT, VERSION, template
 from shipping import release
 
@@ -15,9 +13,11 @@ from shipping import release
 COMMANDS = ('bash', 'dirname', 'env', 'mkdir', 'python3', 'realpath', 'setarch', 'wine', 'wineserver')
 
 
-class Unpacked(unittest.TestCase):
+class Unpacked(HomeTest):
+    parent = BUILD
+
     def setUp(self):
-        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir=BUILD)))
+        super().setUp()
         self.root = self.home / f'brevant-tools-{VERSION}'
         standins = pathlib.Path(os.environ['BREVANT_STANDINS'])
         content = {name: standins / file.name if name.startswith('standins/') else file
@@ -36,11 +36,9 @@ class Unpacked(unittest.TestCase):
         for name in COMMANDS:
             (self.path / name).symlink_to(shutil.which(name, path=os.defpath + ':/usr/bin'))
 
-    def tool(self, name, *arguments, root=None, **variables):
-        done = subprocess.run(['bash', (root or self.root) / 'tools' / name, *arguments], cwd=self.home, text=True,
-                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
-                              env={'PATH': str(self.path), **variables})
-        return done.returncode, done.stdout
+    def tool(self, name, *arguments, **variables):
+        return call('/bin/bash', self.root / 'tools' / name, *arguments, folder=self.home, alone=True,
+                    PATH=str(self.path), **variables)
 
     def test_the_release_beside_them_is_taken(self):
         code, output = self.tool('try.sh')
@@ -76,14 +74,8 @@ class Unpacked(unittest.TestCase):
             (self.home / 'build' / name / 'CMakeCache.txt').write_text(
                 f'A:B=C\nCMAKE_HOME_DIRECTORY:INTERNAL={place}\n')
         (self.home / 'build' / 'deps').mkdir()
-        done = subprocess.run(['bash', '-euc', f'. {ROOT}/tools/programs.sh; forget_copied_builds'], cwd=self.home,
-                              stdout=subprocess.PIPE, text=True)
-        self.assertEqual((0, '[programs] build/copied was made in /another/place and is built again\n'),
-                         (done.returncode, done.stdout))
+        self.assertEqual((0, '[programs] build/copied was made in /another/place and is built again\n'), call(
+            'bash', '-euc', f'. {ROOT}/tools/programs.sh; forget_copied_builds', folder=self.home))
         self.assertEqual(['deps', 'here'], sorted(folder.name for folder in (self.home / 'build').iterdir()))
         for tool in 'tools/build.sh', 'tools/test.sh', 'tools/programs.sh':
             self.assertRegex((ROOT / tool).read_text(), re.compile('^ *forget_copied_builds$', re.M))
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -2,7 +2,6 @@
 arrival."""
 import json
 import os
-import unittest
 
 from brevantlab.expect import LabTest
 from brevantlab.layouts import SampleMachine
@@ -50,7 +49,7 @@ class Verify(LabTest):
         source.rename(source.with_suffix('.away'))
         self.expect(1, 'STILL WAITING', 'MISSING', manifests=([MANIFEST], []))
         source.with_suffix('.away').rename(source)
-        machine.restart()
+        machine.start_again()
         self.expect(0, manifests=([MANIFEST], []))
 
         patterns = machine.host(machine.install + 'Patterns')
@@ -59,7 +58,3 @@ class Verify(LabTest):
         self.expect(1, 'REFUSED', manifests=[[MANIFEST], []])
         machine.write(machine.install + 'QorUpdate.json', '{}')
         self.expect(3, manifests=[[]])
-
-
-if __name__ == '__main__':
-    unittest.main()

@@ -18,7 +18,7 @@ HAS_ID_LIST, HAS_LINK_INFO, HAS_NAME, HAS_RELATIVE_PATH, HAS_FOLDER, HAS_ARGUMEN
 
 def read_link(content: bytes) -> ShellLink:
     """The link in the bytes of a .lnk file; texts that it does not hold are empty."""
-    size, flags = struct.unpack_from('<I16xI', content)
+    size, flags, icon_index = struct.unpack_from('<I16xI32xi', content)
     if size != HEADER or not flags & IS_UNICODE:
         raise ValueError('no shell link')
     offset = HEADER
@@ -35,4 +35,6 @@ def read_link(content: bytes) -> ShellLink:
             end = offset + 2 + 2 * struct.unpack_from('<H', content, offset)[0]
             texts[flag] = content[offset + 2:end].decode('utf-16-le').rstrip('\0')
             offset = end
+    if icon_index:
+        texts[HAS_ICON] = f'{texts.get(HAS_ICON, "")},{icon_index}'  # none of the agent's links has one
     return ShellLink(target, *(texts.get(flag, '') for flag in (HAS_ICON, HAS_ARGUMENTS, HAS_NAME, HAS_FOLDER)))

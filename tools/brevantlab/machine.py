@@ -94,6 +94,13 @@ class Machine:
         self._boot()
         self._insist('restart', lambda: _done(self._tool('wineboot', '-r', timeout=timeout)))
 
+    def start_again(self) -> None:
+        """Ends the machine's server, which writes the registry to the disk, and starts it again: the first start after
+        that is a restart as well."""
+        subprocess.run(['wineserver', '-k', '-w'], env=self._environment(), check=False)
+        self._up = False
+        self.restart()
+
     def wait_for_restart(self, timeout: float = 300) -> None:
         """Waits until the restart that a program has asked the system for is over."""
         end, quiet = time.monotonic() + timeout, 0

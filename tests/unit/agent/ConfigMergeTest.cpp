@@ -69,19 +69,6 @@ TEST_F(ConfigMergeTest, MigratesTheUsersValuesOrKeepsTheirFile)
     }
 }
 
-TEST_F(ConfigMergeTest, AReadOnlyOrBrieflyUsedFileIsMerged)
-{
-    Instruct(kTags);
-    m_install.Write(L"config.xml", kUsers);
-    for (const wchar_t* szHeld : {L"config.xml", L"new\\config.xml"}) {
-        m_install.Write(L"new\\config.xml", kShipped, FILE_ATTRIBUTE_READONLY);
-        const std::jthread holder = HoldForAMoment(m_install.PathOf(szHeld));
-        Merge();
-        EXPECT_EQ(m_install.Read(L"new\\config.xml"), kMerged);
-        EXPECT_EQ(Kept(), "none");
-    }
-}
-
 TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
 {
     Instruct(kTags);

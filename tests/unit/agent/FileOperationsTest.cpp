@@ -7,16 +7,6 @@ protected:
     void Perform(const std::wstring& tstrRecord, int iOp) { PerformFileOperation(m_run, tstrRecord, iOp); }
 };
 
-TEST_F(FileOperationsTest, DeletesMatchingFilesNowReadOnlyOnesTooAndLeavesTheRest)
-{
-    for (const wchar_t* szName : {L"a.dll", L"b.dll", L"d.txt", L"f.dll\\e.dll"}) m_install.Write(szName, "");
-    m_install.Write(L"c.dll", "", FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN);
-    const UniqueFile held = Hold(L"a.dll");
-    Perform(L"{InstalledDir}f.dll\\..\\*.dll", op_file_delete_now);
-    EXPECT_THAT(m_install.List(), ElementsAre(L"a.dll", L"d.txt", L"f.dll\\", L"f.dll\\e.dll"));
-    EXPECT_EQ(CountTraced("!!! Failed to delete file '" + m_strInstall + "f.dll\\..\\*.dll', error = 32."), 1);
-}
-
 TEST_F(FileOperationsTest, FilesKeptByTheRunAreNotDeleted)
 {
     m_run.paths.KeepFile(m_install.PathOf(L"config.previous.xml"));

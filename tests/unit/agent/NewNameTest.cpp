@@ -12,7 +12,7 @@ constexpr DWORD kShutdownPrivilege = 19;  // the same on every machine
 /// The simulated system: console session, the user's answer (0: the question fails), and the code of each step of a
 /// restart (0: success).
 struct Answers {
-    DWORD dwSession = 1, dwAnswer = IDOK, dwToken = 0, dwAdjust = 0, dwExit = 0;
+    DWORD dwSession = 1, dwAnswer = IDOK, dwAdjust = 0, dwExit = 0;
 } s_answers;
 
 /// The recorded requests.
@@ -27,12 +27,6 @@ BOOL Answer(DWORD dwError, bool bDone)
 {
     ::SetLastError(dwError);
     return bDone;
-}
-
-BOOL WINAPI OpenToken(HANDLE, DWORD, HANDLE* phToken)
-{
-    *phToken = ::CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    return Answer(s_answers.dwToken, s_answers.dwToken == 0);
 }
 
 BOOL WINAPI Adjust(HANDLE, BOOL, TOKEN_PRIVILEGES* pNew, DWORD, TOKEN_PRIVILEGES*, DWORD*)
@@ -73,7 +67,6 @@ protected:
 
 // The linker uses these instead of the system's functions.
 extern "C" {
-decltype(&::OpenProcessToken) __imp_OpenProcessToken = &OpenToken;
 decltype(&::AdjustTokenPrivileges) __imp_AdjustTokenPrivileges = &Adjust;
 decltype(&::ExitWindowsEx) __imp_ExitWindowsEx = &NoteExit;
 decltype(&::WTSGetActiveConsoleSessionId) __imp_WTSGetActiveConsoleSessionId = &ConsoleSession;
@@ -163,13 +156,11 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
         {strTexts, {1, 0}, L"Titel", L"Text! =x", 0, "!!! *** ::WTSSendMessage() failed. [0x00001b70]"},
         {strTexts, {0xFFFFFFFF}, L"", L"", 0, "@@@ Restart later..."},
         {strTexts, {3}, L"Titel", L"Text! =x", EWX_REBOOT, "@@@ To restart system..."},
-        {strTexts, {3, IDOK, ERROR_ACCESS_DENIED}, L"Titel", L"Text! =x", 0,
-         "!!! *** ::OpenProcessToken() failed. [0x00000005]"},
-        {strTexts, {3, IDOK, 0, ERROR_INVALID_HANDLE}, L"Titel", L"Text! =x", 0, strNotSet},
+        {strTexts, {3, IDOK, ERROR_INVALID_HANDLE}, L"Titel", L"Text! =x", 0, strNotSet},
         // The call succeeds although the token does not have the privilege.
-        {strTexts, {3, IDOK, 0, ERROR_NOT_ALL_ASSIGNED}, L"Titel", L"Text! =x", 0,
+        {strTexts, {3, IDOK, ERROR_NOT_ALL_ASSIGNED}, L"Titel", L"Text! =x", 0,
          "!!! *** ::AdjustTokenPrivileges() failed. [0x00000514]"},
-        {strTexts, {3, IDOK, 0, 0, ERROR_SHUTDOWN_IN_PROGRESS}, L"Titel", L"Text! =x", EWX_REBOOT,
+        {strTexts, {3, IDOK, 0, ERROR_SHUTDOWN_IN_PROGRESS}, L"Titel", L"Text! =x", EWX_REBOOT,
          "!!! *** ::ExitWindowsEx() failed. [0x0000045b]"}};
     // clang-format on
     WriteProduct(L"Language", L"DE-DE");

@@ -27,15 +27,3 @@ TEST_F(RunOnceTest, EveryCommandIsRegisteredExceptTheFiltersForAnOldTouchpad)
         EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::PostRunScript() - add to sys RunOnce: [a.exe]"), 2);
     }
 }
-
-TEST_F(RunOnceTest, WithoutTheSectionNothingIsRegistered)
-{
-    WriteProduct(L"KeystrokeBlackList", L"1");
-    Instruct("[Other]\na=b\n");
-    PostRunScript(m_run);
-    EXPECT_THAT(RunOnceCommands(), IsEmpty());
-    EXPECT_EQ(CountTraced("!!! *** FrameworkDeployAgent::PostRunScript() - QueryValue failed. [0x00000002]"), 1);
-    EXPECT_EQ(CountTraced("@@@ KeystrokeBlackList = 1"), 0);
-    EXPECT_THAT(m_trace.Lines(), Contains(AllOf(HasSubstr(L"QueryValue failed"), HasSubstr(L" - RunOnce.cpp("))))
-        << "the line contains its reader's source location";
-}
