@@ -2,7 +2,6 @@
 
 #include "common/KzComn_Handle.h"
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
@@ -12,16 +11,6 @@ using KzCommon::UniqueRegistryKey;
 namespace {
 
 const std::pair<HKEY, const wchar_t*> kRoots[] = {{HKEY_LOCAL_MACHINE, L"\\HKLM"}, {HKEY_CLASSES_ROOT, L"\\HKCR"}};
-
-using OpenKey = decltype(&::RegOpenKeyExW);
-
-/// The functions that open a key: the core's, which this code imports, and advapi32's.
-std::array<OpenKey, 2> OpenFunctions()
-{
-    const HMODULE hLibrary = ::LoadLibraryExW(L"advapi32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-    const FARPROC pfnOpen = ::GetProcAddress(hLibrary, "RegOpenKeyExW");
-    return {&::RegOpenKeyExW, reinterpret_cast<OpenKey>(reinterpret_cast<void*>(pfnOpen))};
-}
 
 void RemoveRedirection(const std::wstring& tstrPath)
 {
@@ -53,7 +42,10 @@ void RegistryTest::RequireRedirection() const
         const std::wstring tstrProbe = m_tstrPath + szName + L"\\brevant-probe";
         UniqueRegistryKey probe;
         EXPECT_EQ(ERROR_SUCCESS, ::RegCreateKeyW(HKEY_CURRENT_USER, tstrProbe.c_str(), probe.Receive()));
-        for (const OpenKey pfnOpen : OpenFunctions()) {
+        // The core's function, which this code imports, and advapi32's.
+        const FARPROC pfnOld = ::GetProcAddress(::LoadLibraryW(L"advapi32.dll"), "RegOpenKeyExW");
+        for (const auto pfnOpen :
+             {&::RegOpenKeyExW, reinterpret_cast<decltype(&::RegOpenKeyExW)>(reinterpret_cast<void*>(pfnOld))}) {
             UniqueRegistryKey found;
             if (pfnOpen(hRoot, L"brevant-probe", 0, KEY_READ, found.Receive()) == ERROR_SUCCESS) continue;
             RemoveRedirection(m_tstrPath);

@@ -1,4 +1,5 @@
 #include "common/KzComn_DebugLog.h"
+#include "support/dll/KzDbg64/TraceSink.h"
 #include "support/Testing.h"
 
 #include <stdexcept>
@@ -15,6 +16,48 @@ const std::pair<std::wstring, RawValue> kValues[] = {
     {L"LogUnitType", RawNumber(4)}, {L"LogFolder", RawText(L"fol")}, {L"LogPrefix", RawText(L"pre")},
     {L"LogFile", RawText(L"fil")}, {L"LogExtension", RawText(L"ext")}, {L"Robust", RawNumber(5)},
     {L"Debugger", RawNumber(6)}};  // clang-format on
+
+/// Receives the calls of the stand-in trace library during its lifetime.
+class TraceRecorder final : public TraceLines, public ::TraceSink {
+public:
+    TraceRecorder() { SetSink(this); }
+    ~TraceRecorder() { SetSink(nullptr); }
+
+    /// The folder of the stand-in "KzDbg64.dll".
+    static std::wstring LibraryFolder() { return Process::ProgramFolder() + L"..\\bin\\standins\\"; }
+
+    DebugLogConfig m_config{};                         // the settings passed to the library
+    DWORD m_dwInitializeResult = ERROR_SUCCESS;        // its result for them
+    std::function<void(const char* szCall)> m_onCall;  // called first in each call: "open", "line", "close"
+
+private:
+    DWORD OnInitialize(void** ppTrace, const DebugLogConfig* pConfig) override
+    {
+        if (m_onCall) m_onCall("open");
+        m_config = *pConfig;
+        *ppTrace = this;
+        return m_dwInitializeResult;
+    }
+    DWORD OnTrace(void* pTrace, const SYSTEMTIME* pTime, const wchar_t* szLine) override
+    {
+        if (m_onCall) m_onCall("line");
+        if (pTrace != this || !pTime || pTime->wYear == 0) return ERROR_INVALID_PARAMETER;
+        m_lines.emplace_back(szLine);
+        return ERROR_SUCCESS;
+    }
+    DWORD OnUninitialize(void* pTrace) override
+    {
+        if (m_onCall) m_onCall("close");
+        return pTrace == this ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    }
+    void SetSink(::TraceSink* pSink) const
+    {
+        const FARPROC pfn = ::GetProcAddress(m_hModule.Get(), "SetTraceSink");
+        EXPECT_TRUE(pfn) << "the stand-in trace library is not built";
+        if (pfn) reinterpret_cast<SetTraceSinkProc>(reinterpret_cast<void*>(pfn))(pSink);
+    }
+    UniqueModule m_hModule{::LoadLibraryW((LibraryFolder() + L"KzDbg64.dll").c_str())};
+};
 
 /// Possible faults inside a library.
 const char* const kFaults[] = {"access violation", "jump to nowhere", "exception of this compiler", "of another"};

@@ -73,23 +73,6 @@ TEST_F(RegistryStorage, WritesAndDeletionsFailWithTheirCode)
     EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { m_registry.OpenOrCreate(kRoot, L""); }));
 }
 
-TEST_F(RegistryStorage, AnObjectThatOpensAnotherKeyWorksOnThatOne)
-{
-    for (const wchar_t* szKey : {L"a", L"b"}) {
-        m_registry.OpenOrCreate(kRoot, kPath + L"\\" + szKey);
-        m_registry.WriteString(L"name", szKey);
-    }
-    EXPECT_EQ(kPath + L"\\b", m_registry.Path());
-    EXPECT_EQ(RawText(L"a"), ReadRaw(kRoot, kPath + L"\\a", L"name"));
-    m_registry.OpenForEnumerate(kRoot, kPath);
-    EXPECT_EQ(L"ab", m_registry.EnumSubKey(0) + m_registry.EnumSubKey(1));
-    EXPECT_EQ(ERROR_NO_MORE_ITEMS, CodeOf([&] { m_registry.EnumSubKey(2); }));
-    EXPECT_EQ(ERROR_NO_MORE_ITEMS, CodeOf([&] { m_registry.EnumValue(0); }));
-    m_registry.OpenOrCreate(kRoot, kPath);
-    m_registry.DeleteSubKey(L"a");
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, CodeOf([&] { m_registry.DeleteSubKey(L"a"); }));
-}
-
 // Protects the developer's machine: without redirection each of these would write to its registry.
 TEST_F(RegistryStorage, NoTestBeginsWithoutRedirection)
 {
