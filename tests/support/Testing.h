@@ -11,6 +11,7 @@
 #include "support/watch/SystemWatch.h"
 
 #include <gmock/gmock.h>
+#include <sddl.h>
 
 #include <filesystem>
 #include <functional>
@@ -48,3 +49,41 @@ inline ULONGLONG TimeOf(const std::function<void()>& action)
     action();
     return ::GetTickCount64() - ullStart;
 }
+
+/// The access control list of a file as text; empty if it does not exist.
+inline std::wstring AccessOf(const std::wstring& tstrPath)
+{
+    BYTE found[4096] = {};
+    DWORD cb = sizeof(found);
+    wchar_t* szText = nullptr;
+    if (!::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, found, cb, &cb)) return {};
+    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(found, SDDL_REVISION_1,
+                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
+    const std::wstring tstrText = szText;
+    ::LocalFree(szText);
+    return tstrText;
+}
+
+/// Another process, which does nothing: this program, suspended.
+class IdleProcess {
+public:
+    IdleProcess()
+    {
+        STARTUPINFOA start{};
+        start.cb = sizeof(start);
+        EXPECT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr,
+                                     &start, &m_process));
+        m_thread.Reset(m_process.hThread);
+        m_handle.Reset(m_process.hProcess);
+    }
+    [[nodiscard]] DWORD Id() const noexcept { return m_process.dwProcessId; }
+    void End() const
+    {
+        ::TerminateProcess(m_handle.Get(), 0);
+        ::WaitForSingleObject(m_handle.Get(), INFINITE);
+    }
+
+private:
+    PROCESS_INFORMATION m_process{};
+    UniqueKernelHandle m_thread, m_handle;
+};

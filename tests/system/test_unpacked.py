@@ -1,7 +1,6 @@
 """The tools that are shipped: they run without a compiler, on the programs of the release beside them."""
 import os
 import pathlib
-import re
 import shutil
 import zipfile
 
@@ -67,15 +66,3 @@ class Unpacked(HomeTest):
             code, output = self.tool('try.sh', *options, **variables)
             self.assertEqual(64, code, output)
             self.assertRegex(output, f'no Brevant.exe in (empty|{self.home}/empty)\n')
-
-    def test_a_copied_build_folder_is_built_again(self):
-        for name, place in ('here', self.home), ('copied', '/another/place'):
-            (self.home / 'build' / name).mkdir(parents=True)
-            (self.home / 'build' / name / 'CMakeCache.txt').write_text(
-                f'A:B=C\nCMAKE_HOME_DIRECTORY:INTERNAL={place}\n')
-        (self.home / 'build' / 'deps').mkdir()
-        self.assertEqual((0, '[programs] build/copied was made in /another/place and is built again\n'), call(
-            'bash', '-euc', f'. {ROOT}/tools/programs.sh; forget_copied_builds', folder=self.home))
-        self.assertEqual(['deps', 'here'], sorted(folder.name for folder in (self.home / 'build').iterdir()))
-        for tool in 'tools/build.sh', 'tools/test.sh', 'tools/programs.sh':
-            self.assertRegex((ROOT / tool).read_text(), re.compile('^ *forget_copied_builds$', re.M))

@@ -63,9 +63,9 @@ def shown(lines: Iterable[str]) -> str:
 
 def call(*command: object, folder: Any = None, alone: bool = False, **variables: str) -> tuple[int, str]:
     """Exit code of a command, and all that it wrote; `alone`: without the caller's environment."""
-    done = subprocess.run([str(word) for word in command], cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=600,
-                          env={**({} if alone else os.environ), **variables})
+    environment = {**variables} if alone else {**os.environ, **variables}
+    done = subprocess.run([str(word) for word in command], cwd=folder, env=environment, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=600)
     return done.returncode, done.stdout
 
 

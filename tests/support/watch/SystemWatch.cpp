@@ -177,32 +177,28 @@ REPLACED(MoveFileExW, BOOL, (LPCWSTR szFrom, LPCWSTR szTo, DWORD dwFlags))
 
 REPLACED(GetVolumePathNameW, BOOL, (LPCWSTR sz, LPWSTR szMount, DWORD cch))
 {
-    if (!s_pWatch) return REAL(GetVolumePathNameW)(sz, szMount, cch);
-    s_pWatch->m_volumeQuestions.emplace_back(sz);
+    if (s_pWatch) s_pWatch->m_volumeQuestions.emplace_back(sz);
     if (Fails("GetVolumePathNameW", sz)) return FALSE;
-    if (s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
+    if (!s_pWatch || s_pWatch->m_tstrMountPoint.empty()) return REAL(GetVolumePathNameW)(sz, szMount, cch);
     szMount[s_pWatch->m_tstrMountPoint.copy(szMount, cch - 1)] = L'\0';
     return TRUE;
 }
 
 REPLACED(GetVolumeNameForVolumeMountPointW, BOOL, (LPCWSTR sz, LPWSTR szVolume, DWORD cch))
 {
-    if (!IsLinkName(sz) || s_pWatch->m_tstrVolume.empty()) {
+    if (!IsLinkName(sz) || s_pWatch->m_tstrVolume.empty())
         return REAL(GetVolumeNameForVolumeMountPointW)(sz, szVolume, cch);
-    }
     szVolume[(s_pWatch->m_tstrSandbox + s_pWatch->m_tstrVolume + L"\\").copy(szVolume, cch - 1)] = L'\0';
     return TRUE;
 }
 
 REPLACED(GetVolumePathNamesForVolumeNameW, BOOL, (LPCWSTR sz, LPWSTR szPaths, DWORD cch, PDWORD pcch))
 {
-    if (!s_pWatch || s_pWatch->m_tstrVolume.empty()) {
+    if (!s_pWatch || s_pWatch->m_tstrVolume.empty())
         return REAL(GetVolumePathNamesForVolumeNameW)(sz, szPaths, cch, pcch);
-    }
     const std::wstring tstrPaths = s_pWatch->m_tstrSandbox + L"Mount\\" + std::wstring(2, L'\0');
     *pcch = static_cast<DWORD>(tstrPaths.size());
-    if (cch < tstrPaths.size()) ::SetLastError(ERROR_MORE_DATA);
-    if (cch < tstrPaths.size()) return FALSE;
+    if (cch < tstrPaths.size()) return ::SetLastError(ERROR_MORE_DATA), FALSE;
     tstrPaths.copy(szPaths, cch);
     return TRUE;
 }
@@ -252,9 +248,8 @@ REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD c
     if (!s_pWatch) return cchDone;
     // A file in a mounted volume has the volume's path, not the path of the folder; likewise for a link.
     std::wstring tstrPath = szPath;
-    if (!s_pWatch->m_tstrVolume.empty()) {
+    if (!s_pWatch->m_tstrVolume.empty())
         KzCommon::String::ReplaceAll(tstrPath, L"\\Mount\\", L"\\" + s_pWatch->m_tstrVolume + L"\\");
-    }
     for (const std::wstring& tstrLink : {s_pWatch->m_tstrLink, s_pWatch->m_tstrSwapped}) {
         const std::size_t uLink = tstrPath.find(L"\\" + tstrLink + L"\\");
         if (tstrLink.empty() || s_pWatch->m_tstrLinkTarget.empty() || uLink == std::wstring::npos) continue;
@@ -268,8 +263,7 @@ REPLACED(GetFinalPathNameByHandleW, DWORD, (HANDLE hFile, LPWSTR szPath, DWORD c
 /// Simulates a system that supports FileRenameInfoEx, or one that does not.
 static BOOL RenameAtOnce(HANDLE hFile, const void* p, DWORD cb)
 {
-    if (!s_pWatch->m_bRenamesAtOnce) ::SetLastError(ERROR_INVALID_PARAMETER);
-    if (!s_pWatch->m_bRenamesAtOnce) return FALSE;
+    if (!s_pWatch->m_bRenamesAtOnce) return ::SetLastError(ERROR_INVALID_PARAMETER), FALSE;
     wchar_t szFrom[1024] = {};
     REAL(GetFinalPathNameByHandleW)(hFile, szFrom, 1024, VOLUME_NAME_DOS);
     const auto* const pInfo = static_cast<const FILE_RENAME_INFO*>(p);
@@ -313,9 +307,8 @@ static bool IsOpenLink(HANDLE hFile)
 REPLACED(GetKernelObjectSecurity, BOOL,
          (HANDLE hFile, SECURITY_INFORMATION asked, PSECURITY_DESCRIPTOR p, DWORD cb, LPDWORD pcb))
 {
-    if (!IsOpenLink(hFile) || s_pWatch->m_tstrLinkRights.empty()) {
+    if (!IsOpenLink(hFile) || s_pWatch->m_tstrLinkRights.empty())
         return REAL(GetKernelObjectSecurity)(hFile, asked, p, cb, pcb);
-    }
     void* pRights = nullptr;
     EXPECT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(s_pWatch->m_tstrLinkRights.c_str(),
                                                                        SDDL_REVISION_1, &pRights, nullptr));
@@ -330,9 +323,8 @@ REPLACED(GetKernelObjectSecurity, BOOL,
 REPLACED(DeviceIoControl, BOOL,
          (HANDLE hFile, DWORD dwCode, LPVOID pIn, DWORD cbIn, LPVOID pOut, DWORD cbOut, LPDWORD pcb, LPOVERLAPPED p))
 {
-    if (dwCode != FSCTL_GET_REPARSE_POINT || !IsOpenLink(hFile)) {
+    if (dwCode != FSCTL_GET_REPARSE_POINT || !IsOpenLink(hFile))
         return REAL(DeviceIoControl)(hFile, dwCode, pIn, cbIn, pOut, cbOut, pcb, p);
-    }
     // A full path is a junction's target, any other path a symbolic link's.
     const bool bJunction = KzCommon::String::IsFullPath(s_pWatch->m_tstrLinkTarget);
     const std::wstring tstrTarget = (bJunction ? L"\\??\\" : L"") + s_pWatch->m_tstrLinkTarget;

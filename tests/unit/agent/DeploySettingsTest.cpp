@@ -147,13 +147,8 @@ TEST_F(DeploySettingsTest, TheUsersSettingsAreNeverLostWhereTheMergeCannotBeFini
 TEST_F(DeploySettingsTest, OnlyWorkingCopiesOfEndedRunsAreDeleted)
 {
     m_install.MakeFolder(kSetting);
-    PROCESS_INFORMATION process{};
-    STARTUPINFOA start{};
-    start.cb = sizeof(start);
-    ASSERT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
-                                 &process));
-    const UniqueKernelHandle thread(process.hThread), other(process.hProcess);
-    const std::wstring tstrOther = WorkingName(L"UpdateInfo", process.dwProcessId);
+    const IdleProcess other;
+    const std::wstring tstrOther = WorkingName(L"UpdateInfo", other.Id());
     const std::vector<std::wstring> others{tstrOther, kDownload + L"UpdateInfo-0000000.unfinished",
                                            kDownload + L"UpdateInfo-0000000g.unfinished",
                                            kDownload + L"user-00000000.unfinished"};
@@ -162,8 +157,7 @@ TEST_F(DeploySettingsTest, OnlyWorkingCopiesOfEndedRunsAreDeleted)
     for (const std::wstring& tstrName : others) m_install.Write(tstrName, "");
     for (const std::wstring& tstrName : leftovers) m_install.Write(tstrName, "", FILE_ATTRIBUTE_READONLY);
     EXPECT_TRUE(PrepareSettings(m_run));
-    ::TerminateProcess(other.Get(), 0);
-    ::WaitForSingleObject(other.Get(), INFINITE);
+    other.End();
     for (const std::wstring& tstrName : leftovers) EXPECT_EQ(m_install.Read(tstrName), std::nullopt);
     for (const std::wstring& tstrName : others) EXPECT_EQ(m_install.Read(tstrName), "");
     EXPECT_TRUE(PrepareSettings(m_run));

@@ -2,23 +2,7 @@
 
 #include "unit/agent/AgentFixture.h"
 
-#include <sddl.h>
-
 using DeploymentLockTest = AgentTest;
-
-/// The access control list of a file as text; empty if it does not exist.
-static std::wstring AccessOf(const std::wstring& tstrPath)
-{
-    BYTE found[1024] = {};
-    DWORD cb = sizeof(found);
-    wchar_t* szText = nullptr;
-    if (!::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, found, cb, &cb)) return {};
-    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(found, SDDL_REVISION_1,
-                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
-    const std::wstring tstrText = szText;
-    ::LocalFree(szText);
-    return tstrText;
-}
 
 TEST_F(DeploymentLockTest, ASecondRunWaitsForTheFirstForALimitedTime)
 {

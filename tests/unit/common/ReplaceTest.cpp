@@ -5,27 +5,11 @@
 #include "common/KzComn_WholeFile.h"
 #include "support/Testing.h"
 
-#include <sddl.h>
-
 using namespace Storage;
 
 namespace {
 
 constexpr DWORD kLocked = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
-
-/// The access control list of a file as text.
-std::wstring AccessOf(const std::wstring& tstrPath)
-{
-    BYTE descriptor[4096] = {};
-    DWORD cb = sizeof(descriptor);
-    EXPECT_TRUE(::GetFileSecurityW(tstrPath.c_str(), DACL_SECURITY_INFORMATION, descriptor, cb, &cb));
-    wchar_t* szText = nullptr;
-    EXPECT_TRUE(::ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1,
-                                                                       DACL_SECURITY_INFORMATION, &szText, nullptr));
-    const std::wstring tstrText = szText ? szText : L"";
-    ::LocalFree(szText);
-    return tstrText;
-}
 
 /// Every way to read or change a file: applies it to "new" and "old" of the folder; the content of "old" on success.
 struct Way {
@@ -192,14 +176,9 @@ TEST(Replace, WithoutATemporaryFileTheTargetIsOverwrittenOrItsCodeReported)
 
 TEST(Replace, OnlyLeftoversOfEndedRunsAreDeleted)
 {
-    STARTUPINFOA start{};
-    start.cb = sizeof(start);
-    PROCESS_INFORMATION process{};
-    ASSERT_TRUE(::CreateProcessA(_pgmptr, nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &start,
-                                 &process));
-    const UniqueKernelHandle thread(process.hThread), running(process.hProcess);
+    const IdleProcess running;
     const TempFolder folder;
-    const std::wstring tstrRunning = TemporaryName(process.dwProcessId, 0);
+    const std::wstring tstrRunning = TemporaryName(running.Id(), 0);
     std::vector<std::wstring> others{L"~kzcomn-0000002g-00.tmp",
                                      L"~kzcomn-00000020-00.tmp0",
                                      L"~kzcomn-00000020-0x.tmp",
@@ -215,8 +194,7 @@ TEST(Replace, OnlyLeftoversOfEndedRunsAreDeleted)
         folder.Write(TemporaryName(dwProcess, 0), "x", FILE_ATTRIBUTE_READONLY);
     EXPECT_TRUE(kWays[eCopy].act(folder, nullptr));
     EXPECT_THAT(folder.List(), UnorderedElementsAreArray(others));
-    ::TerminateProcess(running.Get(), 0);
-    ::WaitForSingleObject(running.Get(), INFINITE);
+    running.End();
     folder.Write(L"old", "o");
     EXPECT_TRUE(kWays[eCopy].act(folder, nullptr));
     std::erase(others, tstrRunning);

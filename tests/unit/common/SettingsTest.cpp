@@ -18,42 +18,14 @@ TEST(IniFileTest, ValuesOfAnyLengthComeBackFromAnOpenFileOnly)
         ini.StoreString(L"S", L"key", std::wstring(cch, L'v'));
         EXPECT_EQ(std::wstring(cch, L'v'), ini.ReadString(L"S", L"key", L"default"));
     }
+    EXPECT_EQ(Ini::SectionOutcome::eTooLarge, Ini::ReadSection(folder.PathOf(L"a.ini"), L"S", {8, 8, 24}).eOutcome);
+    ::SetLastError(77);
+    const Ini::Section missing = Ini::ReadSection(folder.PathOf(L"none.ini"), L"S", {8, 8, 24});
+    EXPECT_EQ(Ini::SectionOutcome::eFailed, missing.eOutcome);
+    EXPECT_THAT(missing.dwError, AllOf(Ne(0U), Ne(77U))) << "its own code, not that of an earlier call";
     Patience patience;
     EXPECT_FALSE(Ini::StoreValue(folder.PathOf(L"none\\a.ini"), L"S", L"k", L"v", patience));
     EXPECT_EQ(DWORD{ERROR_PATH_NOT_FOUND}, ::GetLastError());
-}
-
-TEST(IniFileTest, ASectionComesWholeOrItsFailureHasACode)
-{
-    const TempFolder folder;
-    const std::wstring tstrFile = folder.Write(L"a.ini", "[S]\r\na=1\r\nb==2\r\nnone\r\nempty=\r\na=3=4\r\n[E]\r\n");
-    constexpr Ini::SectionGrowth kSmall{8, 8, 64};
-    EXPECT_THAT(Ini::ReadSection(tstrFile, L"S", kSmall).entries,
-                ElementsAre(Pair(L"a", L"1"), Pair(L"b=", L"2"), Pair(L"a", L"3=4")));
-    EXPECT_EQ(Ini::SectionOutcome::eTooLarge, Ini::ReadSection(tstrFile, L"S", {8, 8, 24}).eOutcome);
-    for (const auto& [tstrPath, szSection] :
-         {std::pair(tstrFile, L"None"), {tstrFile, L"E"}, {folder.PathOf(L"none.ini"), L"S"}, {folder.Path(), L"S"}}) {
-        ::SetLastError(77);
-        const Ini::Section missing = Ini::ReadSection(tstrPath, szSection, kSmall);
-        EXPECT_EQ(Ini::SectionOutcome::eFailed, missing.eOutcome) << String::ToUtf8(szSection);
-        EXPECT_THAT(missing.dwError, AllOf(Ne(0U), Ne(77U))) << "its own code, not that of an earlier call";
-    }
-}
-
-TEST(ProcessTest, PathsInSettingsAreExpandedAndRelativeToTheProgram)
-{
-    using namespace Process;
-    ::SetEnvironmentVariableW(L"BREVANT_TEST", L"\u00FC");
-    const std::wstring tstrProgram = ProgramFolder();
-    for (const auto& [tstrText, tstrWanted] :
-         {std::pair(L"a%BREVANT_TEST%b", L"a\u00FCb"), {L"", L""}, {L"100%", L"100%"}})
-        EXPECT_EQ(tstrWanted, ExpandEnvironment(tstrText));
-    for (const auto& [szPath, tstrWanted] : {std::pair(L".\\a", tstrProgram + L"a"),
-                                             {L".\\", tstrProgram},
-                                             {L"C:\\a", L"C:\\a"},
-                                             {L"\\\\s\\h", L"\\\\s\\h"},
-                                             {L"..\\a", tstrProgram + L"..\\a"}})
-        EXPECT_EQ(tstrWanted, ResolveBesideProgram(szPath));
 }
 
 /// The table of "IEBHO" is below the install folder, which a test can choose.

@@ -19,22 +19,8 @@ TEST(String, NumbersAreDigitsThatFitOrZero)
     }
 }
 
-TEST(String, Utf8IsExactBothWaysOrRefused)
+TEST(String, WholeDrivesAndSharesAreRecognized)
 {
-    std::wstring tstrRead;
-    EXPECT_EQ("Schl\xC3\xBCssel \xF0\x9F\x94\x91", ToUtf8(L"Schlüssel \xD83D\xDD11"));
-    EXPECT_TRUE(FromUtf8("Schl\xC3\xBCssel \xF0\x9F\x94\x91", tstrRead));
-    EXPECT_EQ(L"Schlüssel \xD83D\xDD11", tstrRead);
-    EXPECT_EQ("a\xEF\xBF\xBD", ToUtf8(L"a\xD83D"));
-    for (const char* szBad : {"\xFF", "a\xC3", "\xC0\x80", "\xED\xA0\x80"}) EXPECT_FALSE(FromUtf8(szBad, tstrRead));
-}
-
-TEST(String, PathsAreFullOnlyWithADriveAndASlashOrAsAShare)
-{
-    for (const wchar_t* szPath : {L"C:\\", L"c:/a", L"\\\\s\\h", L"//s/h", L"\\\\?\\C:\\a"})
-        EXPECT_TRUE(IsFullPath(szPath)) << ToUtf8(szPath);
-    for (const wchar_t* szPath : {L"", L"a", L"C:", L"C:a\\b", L"\\a", L"/a\\b", L"..\\a", L"a\\b", L".\\", L"\\"})
-        EXPECT_FALSE(IsFullPath(szPath)) << ToUtf8(szPath);
     // A path, the length of its drive or share, and whether that is the whole path.
     const std::tuple<const wchar_t*, std::size_t, bool> rows[] = {
         // clang-format off
@@ -61,20 +47,6 @@ TEST(String, TheOrderOfSetsIsTheSystemsComparison)
                 << ToUtf8(tstrLeft) << " " << ToUtf8(tstrRight);
         }
     }
-}
-
-TEST(String, APathIsSplitOrItsCodeIsLeftBehind)
-{
-    const std::wstring tstrLong(256, L'x');
-    PathParts parts;
-    for (const std::wstring& tstrPath : {L"C:\\" + tstrLong, L"C:\\" + tstrLong + L"\\a", L"a." + tstrLong}) {
-        ::SetLastError(77);
-        EXPECT_EQ(ERANGE, SplitPath(tstrPath, parts));
-        EXPECT_EQ(DWORD{ERROR_BUFFER_OVERFLOW}, ::GetLastError());
-    }
-    EXPECT_EQ(0, SplitPath(L"C:\\a\\b.c.d", parts));
-    EXPECT_EQ(L"C:|\\a\\|b.c|.d",
-              std::wstring(parts.szDrive) + L"|" + parts.szDir + L"|" + parts.szName + L"|" + parts.szExt);
 }
 
 TEST(String, VersionsAreComparedPartByPartAsNumbers)

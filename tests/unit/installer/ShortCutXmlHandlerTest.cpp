@@ -208,20 +208,6 @@ TEST_F(ShortCutTest, OnlyAMissingStartMenuEndsTheWalk)
     EXPECT_EQ("D\\A.lnk M\\F\\ ", Found());
 }
 
-TEST_F(ShortCutTest, EndlessFoldersStopAtTheLongestPath)
-{
-    const std::string strLongest(kLongestFolder - m_shell.PathOf(L"M\\").size(), 'x');
-    std::string strFolders;
-    for (int i = 0; i < 900; ++i) strFolders = InFolder("twenty characters ..x", strFolders);
-    const std::string strDescription =
-        Describe("", strFolders + InFolder(strLongest, "") + InFolder(strLongest + "x", ""));
-    EXPECT_TRUE(Create(strDescription));
-    EXPECT_EQ(2, CountTraced("!!! *** Path is too long: "));
-    EXPECT_THAT(m_shell.List().size(), AllOf(Gt(5U), Lt(20U)));
-    EXPECT_TRUE(Remove(strDescription));
-    EXPECT_EQ("", Found());
-}
-
 TEST_F(ShortCutTest, RemovesEmptyFoldersLevelByLevelButNoLinks)
 {
     const std::tuple<std::vector<const wchar_t*>, std::string, std::string> rows[] = {
