@@ -172,7 +172,7 @@ class Try(HomeTest):
         stayed, brought = State({a: b'1'}, {}, {}), State({a: b'2'}, {}, {})
         protected = State({a: b'1'}, {}, {}, frozenset({a.casefold()}))
         line = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
-        harmless = "Failed to delete file 'x', error = 2."
+        harmless, harmful = (f"Failed to delete file 'x', error = {code}." for code in (2, 5))
         second = 'KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2'
         source, to, gone = PRODUCT + 's', {'waiting': State({PRODUCT + 's': b'2'}, {}, {})}, [Move(a, '')]
         for parts, problems in (
@@ -188,7 +188,7 @@ class Try(HomeTest):
                 ({'left': gone}, [('STILL WAITING', 'a')]), ({'records': [('K', 'N')]}, [('NOT WRITTEN', 'K!N')]),
                 ({'lines': [line.format(harmless)]}, []), ({'lines': [line.format(second)]}, [('FAILURE', second)]),
                 ({'lines': [line.format(second)], 'ended': True}, []),
-                ({'lines': [line.format('x' + harmless)]}, [('FAILURE', 'x' + harmless)]),
+                ({'lines': [line.format(harmful)]}, [('FAILURE', harmful)]),
                 ({'verify': Check('verify', 1, ['MISSING: x'])}, [('MISSING', 'x')]),
                 ({'plan': Check('plan', 124, [])}, [('CHECKER FAILED', 'BrevantCheck plan did not end in time')])):
             none = State({}, {}, {})
