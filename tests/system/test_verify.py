@@ -28,6 +28,10 @@ class Verify(LabTest):
         self.machine = machine = self.enterContext(SampleMachine())
         self.checker = machine.install + 'BrevantCheck.exe'
         machine.mark_renamed()
+        # A key that the run creates: it must outlast Windows.
+        path, section = machine.install + 'QorPaFrwk.ini', '[QOR_REGISTRY_PATCH]\n'
+        records = machine.read(path, 'utf-16').replace(section, section + 'add=SOFTWARE\\Made!Name!REG_SZ!kept\n')
+        machine.write(path, records, 'utf-16')
         self.expect(3, manifests=[[]])
         self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)
         linted = machine.run(self.checker, 'lint', machine.install.rstrip('\\'))
