@@ -197,11 +197,6 @@ Text LookIntoUnlisted(const Text& tstrFolder, DWORD dwHow)
     return tstrSeen;
 }
 
-Text ListFile(const Text& tstrFolder, DWORD)
-{
-    return List(WriteFileAt(tstrFolder + L"a", "a") + L"\\*");
-}
-
 // question, assumed, Wine 8 | Wine 10 where they differ, what depends on it
 // clang-format off
 constexpr Assumption kFileRows[] = {
@@ -230,7 +225,6 @@ constexpr Assumption kFileRows[] = {
      L"such a folder is not taken as empty", &LookIntoUnlisted, eListAll},
     {L"the same for one file by its name", L"refused (5)", L"done", L"the same", &LookIntoUnlisted, eListOne},
     {L"GetFileAttributesW of a file in such a folder", L"done", nullptr, L"a named file can be found there", &LookIntoUnlisted, eAttributes},
-    {L"FindFirstFileW in a file", L"refused (267)", L"refused (123)", L"a file is not taken as an empty folder", &ListFile},
 };
 // clang-format on
 

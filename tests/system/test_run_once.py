@@ -6,7 +6,7 @@ from brevantlab.prefix import ROOT
 
 SAME = 'cmd.exe /c echo once more>>C:\\said.txt'
 FILTER = 'cmd.exe /c echo kbfilter.ini>>C:\\said.txt'
-OTHER_CASE = 'cmd.exe /c echo KBFILTER.INI>>C:\\said.txt'
+OTHER_CASE = 'cmd.exe /c echo {InstalledDir} KBFILTER.INI>>C:\\said.txt'
 
 
 class RunOnce(LabTest):
@@ -36,7 +36,7 @@ class RunOnce(LabTest):
                 registered = machine.values(RUN_ONCE)
                 new = [registered[key] for key in registered.keys() - before.keys()]
                 before = registered
-                self.assertSame(sorted([OTHER_CASE, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
+                self.assertSame(sorted([OTHER_CASE.replace('{InstalledDir}', PRODUCT), SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))

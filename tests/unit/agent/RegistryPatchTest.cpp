@@ -42,7 +42,6 @@ TEST_F(RegistryPatchTest, RecordsDoWhatTheirOperationAndTypeSay)
         {op_reg_add_if_non, L"!Name!REG_DWORD!5", RawValue{REG_BINARY, "\1\2\3"}, RawNumber(5), strAddIfNon},
         {op_reg_add_if_non, L"!Name!REG_SZ!n", RawNumber(7), RawText(L"n"), strAddIfNon},
         {op_reg_add, tstrTooLongKey + L"SZ!n", {}, {}, kStore + "() failed. Win32ErrorCode="},
-        {op_reg_add, tstrTooLongKey + L"DWORD!5", {}, {}, kStore + "(REG_DWORD) failed. Win32ErrorCode="},
         {op_reg_add, tstrTooLongKey + L"QDWORD!5", {}, {}, kStore + "(REG_QDWORD) failed. Win32ErrorCode="},
         {op_reg_delete, L"!Name", RawNumber(1), {}, "@@@ To delete registry key: HKEY_LOCAL_MACHINE:SOFTWARE\\X:Name"},
         {op_reg_delete, L"!Name", {}, {}, kStore + "() failed. Win32ErrorCode=2"},

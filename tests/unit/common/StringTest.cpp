@@ -19,6 +19,14 @@ TEST(String, NumbersAreDigitsThatFitOrZero)
     }
 }
 
+TEST(String, Utf8IsExactOrRefused)
+{
+    std::wstring tstrRead;
+    EXPECT_TRUE(FromUtf8("\xC3\xBC\xF0\x9F\x94\x91", tstrRead));
+    EXPECT_EQ(L"\u00fc\xD83D\xDD11", tstrRead);
+    for (const char* szBad : {"\xFF", "a\xC3", "\xC0\x80", "\xED\xA0\x80"}) EXPECT_FALSE(FromUtf8(szBad, tstrRead));
+}
+
 TEST(String, WholeDrivesAndSharesAreRecognized)
 {
     // A path, the length of its drive or share, and whether that is the whole path.
