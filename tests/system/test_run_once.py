@@ -36,7 +36,8 @@ class RunOnce(LabTest):
                 registered = machine.values(RUN_ONCE)
                 new = [registered[key] for key in registered.keys() - before.keys()]
                 before = registered
-                self.assertSame(sorted([OTHER_CASE.replace('{InstalledDir}', PRODUCT), SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
+                named = OTHER_CASE.replace('{InstalledDir}', PRODUCT)
+                self.assertSame(sorted([named, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))
