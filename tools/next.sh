@@ -49,7 +49,7 @@ create_root() {
     mirror="$(sed -nE 's/^URIs: *(\S+).*|^deb +(\[.*\] +)?(\S+).*/\1\3/p' "$kHome"/entries/* | head -n 1)"
     [[ -n "$mirror" ]] || fail "the apt sources of this machine name no archive of Debian to take $suite from"
     say "creating ${root#"$PWD/"}"
-    debootstrap --variant=minbase --keyring="$kKeys" --include=ca-certificates "$suite" "$fresh" "$mirror" \
+    debootstrap --variant=minbase --keyring="$kKeys" --include=ca-certificates,ccache "$suite" "$fresh" "$mirror" \
         >"$log" 2>&1 || { tail -n 5 "$log" >&2; fail "debootstrap made no $suite: is the archive within reach? ($log)"; }
     rm -f "$fresh/etc/apt/sources.list"
     cp "$kHome"/entries/* "$fresh/etc/apt/sources.list.d/"
