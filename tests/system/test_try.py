@@ -14,6 +14,7 @@ from brevantlab.layouts import SAMPLES, write_sample
 from brevantlab.machine import PRODUCT
 from brevantlab.outcome import Check, Move, Outcome, State, short
 from brevantlab.try_update import Options, Refused, Trial
+from shipping.bill import compiler
 
 
 class Try(HomeTest):
@@ -161,7 +162,7 @@ class Try(HomeTest):
             with self.subTest(statement, tool=tool):
                 (self.home / 'a.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
                 saved = (programs / f'{name}.exe').read_bytes()
-                call('x86_64-w64-mingw32-gcc', '-o', programs / f'{name}.exe', self.home / 'a.c')
+                call(compiler(), '-static', '-xc', '-o', programs / f'{name}.exe', self.home / 'a.c')
                 result, output = self.tried(tool=tool)
                 (programs / f'{name}.exe').write_bytes(saved)
                 self.assertEqual((code, True, False), (result, told in output, 'REFUSED' in output), output)

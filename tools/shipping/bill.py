@@ -23,7 +23,7 @@ GCC_LICENCE = 'GPL-3.0-or-later WITH GCC-exception-3.1'
 # licence; None: as Debian's copyright file of the package has it.
 TOOLCHAIN = {'libgcc.a': GCC_LICENCE, 'libstdc++.a': GCC_LICENCE, 'libmingwex.a': None, 'libwinpthread.a': None}
 BOOST_HEADER, BOOST_LICENCE = pathlib.Path('/usr/include/boost/lexical_cast.hpp'), 'BSL-1.0'
-COMPILER = 'x86_64-w64-mingw32-g++-posix'
+TOOLCHAIN_SCRIPT = pathlib.Path(__file__).parents[1] / 'toolchain.sh'
 # The names of Debian's copyright file, and the files of the runtime that no program has: of the profiler and the tests.
 SPDX = {'ZPL-2.1': 'ZPL-2.1', 'expat': 'MIT', 'BSD-3-clause': 'BSD-3-Clause', 'ISC': 'ISC',
         'BSD-2-clause-NetBSD': 'BSD-2-Clause', 'BSD-3-clause-Lockless': 'BSD-3-Clause',
@@ -109,7 +109,7 @@ def _toolchain() -> list[Component]:
     """The binary packages of this machine's Debian of which parts are in the programs."""
     files = {BOOST_HEADER: BOOST_LICENCE}
     for name, licence in TOOLCHAIN.items():
-        found = _said(COMPILER, f'-print-file-name={name}')
+        found = _said(compiler(), f'-print-file-name={name}')
         files[pathlib.Path(found)] = licence or ''
     libraries = {}
     for file, licence in files.items():
@@ -118,6 +118,11 @@ def _toolchain() -> list[Component]:
         libraries[package] = _library(package, version, architecture, machine_suite(),
                                       licence or runtime_licences(package))
     return list(libraries.values())
+
+
+def compiler() -> str:
+    """The compiler that builds the programs; BREVANT_TOOLCHAIN selects it."""
+    return _said('bash', '-c', '. "$0" && echo "$kTarget-g++$kThreads"', str(TOOLCHAIN_SCRIPT))
 
 
 def runtime_licences(package: str, copyrights: str = '') -> str:
