@@ -120,11 +120,15 @@ try() {
     return $result
 }
 
+# Debian's compiler itself names no more than its major version.
+readonly kVersions='
+compiler="$(dpkg-query -W -f "\${Version}" gcc-mingw-w64-base)"
+echo "GCC ${compiler%%-*}, $(wine --version 2>/dev/null)"'
+
 # report RUNTIME: compiler, Wine, seconds, and how many of ctest's tests passed.
 report() {
     local log="$kHome/$suite-$1.log" versions
-    # shellcheck disable=SC2016
-    versions="$(enter "/brevant/$1" bash -c '. tools/toolchain.sh && echo "GCC $("$kTarget-g++$kThreads" -dumpfullversion), $(wine --version)"')"
+    versions="$(enter "/brevant/$1" bash -c "$kVersions")"
     say "$suite, $1: $versions; demo $(sed -n 's/^\[next\] demo: //p' "$log"), tests $(sed -n 's/^\[next\] tests: //p' "$log"):" \
         "$(sed -nE 's/.*, ([0-9]+) tests failed out of ([0-9]+)$/\1 \2/p' "$log" |
             awk '{ failed += $1; all += $2 } END { print all - failed " of " all " passed" }')"
