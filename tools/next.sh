@@ -3,7 +3,7 @@
 # two C runtimes, and under its Wine. That Debian is created once, from nothing, in build/next, and kept there. Needs
 # root, and a system on which root may mount.
 #
-#   tools/next.sh [SUITE]          everything; SUITE is trixie (Debian 13) unless another one is named
+#   tools/next.sh [SUITE]          everything; SUITE is trixie (Debian 13) unless another one is named; UCRT comes first
 #   tools/next.sh --only RUNTIME   one runtime: msvcrt, or ucrt, the one that is part of Windows 10
 #   tools/next.sh -- COMMAND...    this in place of demo and tests, such as: tools/next.sh -- tools/test.sh -R unit
 #
@@ -22,7 +22,7 @@ say() { printf '[next] %s\n' "$*"; }
 fail() { printf '[next] FAILED: %s\n' "$*" >&2; exit 1; }
 
 read_arguments() {
-    suite='' runtimes=(msvcrt ucrt) command=()
+    suite='' runtimes=(ucrt msvcrt) command=()
     while [[ $# -gt 0 && "$1" != -- ]]; do
         if [[ "$1" == --only && "${2:-}" =~ ^(msvcrt|ucrt)$ ]]; then
             runtimes=("$2")
