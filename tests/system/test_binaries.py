@@ -1,4 +1,5 @@
 """What is shipped: self-contained, hardened, small, with its manifest and version."""
+import os
 import re
 import struct
 import subprocess
@@ -11,7 +12,9 @@ from brevantlab.prefix import BUILD, ROOT, VERSION
 SHIPPED = BUILD / 'release' / 'bin'
 HARDENING = {'HIGH_ENTROPY_VA', 'DYNAMIC_BASE', 'NX_COMPAT'}
 # What every process of Windows has loaded. Whatever else a program imported would be mapped at each of its starts.
-CORE = re.compile(r'KERNEL32\.dll|ntdll\.dll|msvcrt\.dll|api-ms-win-[a-z0-9-]+\.dll')
+# Of the two C runtimes it may import the one that it was built with alone: libexpat.dll and the agent share it.
+RUNTIME = 'api-ms-win-crt-[a-z]+-l1-1-0' if os.environ.get('BREVANT_TOOLCHAIN') == 'ucrt' else 'msvcrt'
+CORE = re.compile(rf'(KERNEL32|ntdll|{RUNTIME}|api-ms-win-(core|security)-[a-z0-9-]+)\.dll')
 VERSION_MARK = struct.pack('<I', 0xFEEF04BD)  # begins the numbers of a version resource
 WRITABLE = 1 << 31  # the flag of a section
 
@@ -20,8 +23,7 @@ def protect_sections(content):
     """A program of which no section but those of its variables can be written; and the sections that could before."""
     content = bytearray(content)
     header, = struct.unpack_from('<I', content, 60)
-    count, = struct.unpack_from('<H', content, header + 6)
-    optional, = struct.unpack_from('<H', content, header + 20)
+    count, optional = struct.unpack_from('<H12xH', content, header + 6)
     protected = set()
     for entry in range(header + 24 + optional, header + 24 + optional + count * 40, 40):
         name = content[entry:entry + 8].rstrip(b'\0').decode()
