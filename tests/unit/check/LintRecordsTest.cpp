@@ -107,7 +107,7 @@ TEST_F(LintTest, FilesAndFolders)
     ExpectRecords("QOR_DIR", "", R"(
         add={InstalledDir}a b.c$delete=\\server\share\a$add={InstalledDir}..\a =>
         add=a\b$add=\b$add=C:b$delete=C:\ => B030 2:5 {InstalledDir}a\b, B030 3:5 {InstalledDir}b, B030 4:5, B030 5:8
-        add=%InstalledDir%a$add='{InstalledDir}a' => B030 2:5, B030 3:5
+        add=%InstalledDir%a$add='{InstalledDir}a' => B030 2:5, B030 3:5 {InstalledDir}a
         add=C:\#200#\#56#$add=C:\#200#\#57# => B031 3:5
         delete=C:\a*$add=C:\?\b => B034 2:8, B034 3:5
         add=C:\a|b$add=C:\nul\a$add=C:\a.\b$add=C:\b \c$add=C:\c:d => B035 2:5, B035 3:5, B035 4:5, B035 5:5, B035 6:5

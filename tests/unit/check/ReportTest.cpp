@@ -135,9 +135,9 @@ TEST_F(UpdateTest, SarifOffersTheRightWordAsAFix)
 TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)
 {
     const wchar_t szText[] =
-        L"Z:\\a b\\c.ini: x <- Z:\\u  (the place of \\\\?\\Z:\\y) run \"Z:\\i\" A\\Z, B\\Z:\\b XYZ:\\b Z:c, dst:Z:\\d - x";
+        L"XYZ:\\b Z:\\a b\\c.ini: x <- Z:\\u  (the place of \\\\?\\Z:\\y) run \"Z:\\i\" A\\Z, B\\Z:\\b, Z:\\d, Z:c - x";
     EXPECT_EQ(WithHostPaths(szText, L"Z:"),
-              L"/a b/c.ini: x <- /u  (the place of /y) run \"/i\" A\\Z, B\\/b XYZ:\\b Z:c, dst:/d - x");
+              L"XYZ:\\b /a b/c.ini: x <- /u  (the place of /y) run \"/i\" A\\Z, B\\/b, /d, Z:c - x");
     EXPECT_EQ(WithHostPaths(szText, L""), szText);
     EXPECT_EQ(HostPathOf(L"z:\\a\\", L"Z:"), L"/a/");
     EXPECT_EQ(HostPathOf(L"C:\\a", L"Z:"), std::nullopt);
