@@ -83,6 +83,7 @@ TEST_F(LintTest, FilesOfPackages)
            L"p1\\64bit\\a.dll", L"p1\\Share\\UI\\THUMBS.DB", L"p1\\Share\\Task\\.DS_Store", L"r1\\EN-US\\help\\a.htm",
            L"p1\\Share\\Setting\\~$readme.doc", L"other\\64bit\\other\\a.dll"});
     Write(L"Component\\p1\\64bit\\p1\\Empty.dll", "");
+    Write(L"Component\\p1\\Share\\Task\\Empty.cmd", "");
     Write(L"Component\\p1\\Share\\UI\\empty.txt", "");
     for (const wchar_t* const szName : {L"Share\\UI\\a.html", L"64bit\\p1\\Driver\\k.ini"})  // moved; copied at once
         ::SetFileAttributesW(m_update.PathOf(L"Component\\p1\\" + std::wstring(szName)).c_str(),
@@ -92,7 +93,8 @@ TEST_F(LintTest, FilesOfPackages)
               "B075w Component\\p1\\64bit\\p1\\Driver\\k.ini, B078 Component\\p1\\64bit\\p1\\Empty.dll, "
               "B070w Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\, "
               "B077w Component\\p1\\Share\\Setting\\~$readme.doc, B077w Component\\p1\\Share\\Task\\.DS_Store, "
-              "B077w Component\\p1\\Share\\UI\\THUMBS.DB, B070w Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\, "
+              "B078 Component\\p1\\Share\\Task\\Empty.cmd, B077w Component\\p1\\Share\\UI\\THUMBS.DB, B070w "
+              "Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\, "
               "B070w Component\\p1\\a.htm");
 }
 
@@ -139,6 +141,10 @@ TEST_F(LintTest, SectionsThatNeedTheProductPackage)
     EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2");
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n[S]\nK=1\n");
     EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2, B074 2:27 UpdateInfo.ini p1") << "as if the name were right";
+    Remove(L"UpdateInfo.ini");
+    EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2, B070 UpdateInfo.ini p1");
+    Bring({L"p2\\Share\\UI\\a.html"});  // either may be meant
+    EXPECT_EQ(Lint(strSections), "B070 Component\\p1, B070 Component\\p2, B070 UpdateInfo.ini");
 }
 
 TEST_F(LintTest, ALanguageHasAllOfItsFilesOrNone)
@@ -238,9 +244,13 @@ TEST_F(LintTest, SettingsOfEveryLanguageAndOfTheInstalledFile)
     Write(tstrEnglish, "<a>\n<W>\n<Skin/></W>\n<Sync><a/><b/></Sync></a>");
     expect("<W>$<Skin/></W> => B067w");
     Write(tstrEnglish, "<a>\n<W>\n<Skin/></W></a>");
+    expect(R"(<W>$<Skin type="bool"/></W> => B067w 3:1)");
     BringTable(L"FR-FR");
     Write(m_tstrSetting + L"config_FR-FR.xml", "<a><W><Skni/></W></a>");
     expect(R"(<W>$<Skni/></W> => B067w 3:1 Component\p1\Share\Setting\config_EN-US.xml Skni)");
+    Instruct("[QOR_CONFIG_MERGE]\nmigrate=/W/Skin\n");  // the name that is right
+    expect(R"(<W>$<Skni/></W> => B066w 3:1 Skin, B066w 1:7 Component\p1\Share\Setting\config_FR-FR.xml Skin)");
+    Instruct("");
     Install();
     Write(L"installed\\config.xml", "<b><W><Skin>dark</Skin></W></b>");
     expect(R"(
@@ -257,6 +267,8 @@ TEST_F(LintTest, SettingsOfEveryLanguageAndOfTheInstalledFile)
         /A => B068w 1:8 Component\p1\Share\Setting\config_EN-US.xml
         /A$/B =>
     )");
+    Write(L"installed\\registry.reg", "[HKEY_LOCAL_MACHINE\\Software\\Kazmere\\KZVLT]\n\"Language\"=\"DE-DE\"\n");
+    ExpectRecords("QOR_CONFIG_MERGE", "migrate=", R"(/A => B068w 2:9 Component\p1\Share\Setting\config_DE-DE.xml)");
     m_optInstalled.reset();
     EXPECT_EQ(Findings(), "") << "no product is known";
 }

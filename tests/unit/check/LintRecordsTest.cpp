@@ -289,13 +289,25 @@ TEST_F(LintTest, Commands)
         regsvr32 /s Vault.dll$del C:\a => B056w 2:24 "{InstalledDir}Vault.dll", B056 3:12 cmd.exe /c del C:\a
         C:\ProgramData\Kazmere\a.exe$cmd.exe /c "%TEMP%\a.cmd" => B057w 2:12, B057 3:23
         wscript.exe "{InstallerLogDir}a.vbs"$reg.exe import C:\Users\Public\Downloads\a.reg => B057 2:24, B057 3:27
+        powershell -c "Get-Date; & '{InstalledDir}x.ps1' 1;Start-Process -Wait '{InstalledDir}y.exe' z.ps1"
+        &  => B056w 2:40, B056w 2:84
+        powershell -Command "& 'x.ps1'"$powershell -Command "& '{InstalledDir}Task\a.vbs'; Remove-Item x.ps1"
+        &  => B056w 2:36
         net.exe /Password:geheim$net.exe --api-key geheim => B064w 2:30, B064w 3:30
+        cmd.exe /c "net user me geheim /add"$schtasks /create /tn a /ru me /rp geheim => B064w 2:36, B064w 3:46
+        net use Z: \\s\a geheim /user:me$cmd.exe /c net user me * /add & net use Z: \\s\a /user:me => B064w 2:29
         net.exe /password:* token C:\a /PasswordLength:8 =>
     )");
     Install();
-    Write(L"installed\\old.exe", "x");
-    EXPECT_EQ(Lint("[Run]\nSysRunOnce=\"{InstalledDir}old.exe\"\nSysRunOnce=\"{InstalledDir}none.exe\"\n"),
-              "B056 3:12");
+    Write(L"installed\\Old\\old.exe", "x");
+    Write(L"installed\\drive_c\\Tools\\a.exe", "x");
+    ExpectRecords("Run", "SysRunOnce=", R"(
+        "{InstalledDir}Old\old.exe"$"{InstalledDir}none.exe"$C:\Tools\a.exe => B056 3:12
+    )");
+    ExpectIn(kInstructionFile, "[Run]\nSysRunOnce=\"{InstalledDir}Old\\old.exe\"\n", "\n", R"(
+        [QOR_FILE]$delete={InstalledDir}Old\o*.exe => B056 2:12
+        [QOR_DIR]$delete={InstalledDir}Old => B056 2:12
+    )");
 }
 
 TEST_F(LintTest, ACommentTakesTheWarningsOfTheNextLineOrOfAll)

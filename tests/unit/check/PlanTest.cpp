@@ -188,6 +188,8 @@ TEST_F(PlanTest, SettingsThatAreNotCarriedOverAreNamed)
 
 TEST_F(PlanTest, AFolderWithoutARegistryAndTwoLanguagesAreReported)
 {
+    Instruct("[QOR_DIR]\nadd=C:\\K19\n[QOR_FILE]\ndelete_now=C:\\K19\\a.*\n");
+    m_installed.Write(L"drive_c\\K19\\a.txt", "");
     Arguments arguments;
     arguments.operands = {m_update.Path()};
     arguments.optInstalled = m_installed.Path();
@@ -197,6 +199,7 @@ TEST_F(PlanTest, AFolderWithoutARegistryAndTwoLanguagesAreReported)
         Output output;
         EXPECT_EQ(RunPlan(arguments, output), kClean);
         EXPECT_EQ(output.tstrErrors.find(L"registry.reg: missing") == std::wstring::npos, bFile) << bFile;
+        EXPECT_THAT(output.strText, HasSubstr("- C:\\K19\\a.txt\n"));
     }
     arguments.languages.push_back(L"DE-DE");
     Output output;
