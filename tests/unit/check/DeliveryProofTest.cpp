@@ -4,8 +4,10 @@
 #include "check/simulate/PlanMachine.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_Result.h"
+#include "unit/check/KeyTrial.h"
 #include "unit/check/VerifyFixture.h"
 
+#include <map>
 #include <random>
 
 using namespace KzCommon;
@@ -99,12 +101,22 @@ protected:
             Write(L"Component\\p1\\Share\\Setting\\" + String::FromAnsi(strName),
                   strName.ends_with(".ini") ? "[S]\nX=1\n" : strText);
         }
-        std::string strInstructions;
+        std::map<std::string, std::string> sections;
         for (const char* const szSection : kRecords) {
-            for (const std::string& strWord : Words(szSection)) {
-                if (strWord.starts_with('[') || Chance(2)) strInstructions += strWord + "\n";
+            const std::vector<std::string> words = Words(szSection);
+            std::string& strRecords = sections[words.front()];
+            for (const std::string& strWord : words) {
+                if (&strWord != &words.front() && Chance(2)) strRecords += strWord + "\n";
             }
         }
+        for (const ::Section& section : kSections) {
+            for (const SectionKey& key : section.keys) {
+                std::string& strRecords = sections["[" + NameOf(section) + "]"];
+                if (Chance(4)) strRecords += ToUtf8(key.szKey) + "=" + TrialOf(key).strRecord + "\n";
+            }
+        }
+        std::string strInstructions;
+        for (const auto& [strSection, strRecords] : sections) strInstructions += strSection + "\n" + strRecords;
         Instruct(strInstructions);
     }
 

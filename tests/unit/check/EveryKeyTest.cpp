@@ -1,33 +1,13 @@
 // Every key of the instruction file through "lint", "plan" and "manifest": one that the table knows and a verb does not
 // is found here.
-#include "agent/Sections.h"
 #include "check/simulate/Plan.h"
 #include "check/verify/FoundValue.h"
 #include "check/verify/Manifest.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "unit/check/CheckFixture.h"
+#include "unit/check/KeyTrial.h"
 
 namespace {
-
-/// What a key of a form is tried with. "e7k" is in it and nowhere else.
-struct Trial {
-    const char* szRecord;
-    bool bPlanned = true;   ///< the plan names it
-    bool bPromised = true;  ///< the manifest names it
-};
-
-constexpr Trial TrialOf(RecordForm eForm)
-{
-    switch (eForm) {
-        case RecordForm::ePath: return {"{InstalledDir}e7k"};
-        case RecordForm::eRegistryValue: return {"SOFTWARE\\e7k!e7k!REG_SZ!e7k"};
-        case RecordForm::eTag: return {"/P/e7k"};
-        case RecordForm::eIniValue: return {"e7k!e7k!e7k"};
-        case RecordForm::eCommand: return {"e7k.exe", true, false};  // Windows takes it away
-        case RecordForm::eText: break;                               // for the user, when a new name is due
-    }
-    return {"e7k", false, false};
-}
 
 class EveryKeyTest : public UpdateTest {
 protected:
@@ -41,10 +21,9 @@ protected:
     /// Makes the update's instruction file of one record, in line 2, and the other section that removals need.
     void Use(const Section& section, const SectionKey& key, const std::string& strRecord) const
     {
-        const std::wstring tstrName = section.szName + std::wstring(section.bLanguage ? L"EN-US" : L"");
         const bool bFiles = std::wstring_view(section.szName) == L"QOR_FILE";
         Write(kInstructionFile,
-              KzCommon::String::ToUtf8(L"[" + tstrName + L"]\n" + key.szKey + L"=") + strRecord +
+              "[" + NameOf(section) + "]\n" + KzCommon::String::ToUtf8(key.szKey) + "=" + strRecord +
                   (bFiles ? "\n[QOR_DIR]\nadd={InstalledDir}\n" : "\n[QOR_FILE]\ndelete=C:\\*.none\n"));
     }
     /// Whether "lint" has a finding about a value in that line.
@@ -61,12 +40,14 @@ protected:
                    finding.eRule >= Rule::eRegistryFields;
         });
     }
-    [[nodiscard]] bool IsPlanned() const
+    /// Whether "plan" has a change of what the trial names; with `bCopied` only that of a copied file.
+    [[nodiscard]] bool IsPlanned(bool bCopied = false) const
     {
         const Plan plan = MakePlan(Open(), m_installed.Path());
-        return std::ranges::any_of(plan.steps, [](const PlanStep& step) {
-            return std::ranges::any_of(step.changes, [](const Change& change) {
-                return (change.tstrTarget + change.tstrName).find(L"e7k") != std::wstring::npos;
+        return std::ranges::any_of(plan.steps, [&](const PlanStep& step) {
+            return std::ranges::any_of(step.changes, [&](const Change& change) {
+                return (change.tstrTarget + change.tstrName).find(L"e7k") != std::wstring::npos &&
+                       (!bCopied || (change.eAction == KzCommon::Action::eCopy && change.eOutcome != Outcome::eFail));
             });
         });
     }
@@ -88,8 +69,8 @@ TEST_F(EveryKeyTest, IsKnownToEveryVerb)
     for (const Section& section : kSections) {
         for (const SectionKey& key : section.keys) {
             SCOPED_TRACE(KzCommon::String::ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
-            const Trial trial = TrialOf(FormOf(key.eEffect));
-            Use(section, key, trial.szRecord);
+            const KeyTrial trial = TrialOf(key);
+            Use(section, key, trial.strRecord);
             EXPECT_EQ(IsPlanned(), trial.bPlanned);
             const std::string strManifest = Manifest();
             Use(section, key, "\n");
@@ -100,6 +81,12 @@ TEST_F(EveryKeyTest, IsKnownToEveryVerb)
             // Texts are judged together, in the line of their section.
             const unsigned uLine = FormOf(key.eEffect) == RecordForm::eText ? 1 : 2;
             EXPECT_TRUE(IsFound(uLine)) << "no rule looks at its value";
+
+            // A command may start a file that a record copies, and no other file of that name.
+            if (FormOf(key.eEffect) == RecordForm::eCommand) continue;
+            const std::string strFile = "{InstalledDir}e7k-" + KzCommon::String::ToUtf8(key.szKey);
+            Use(section, key, trial.strRecord + "\n[Run]\nSysRunOnce=\"" + strFile + "\"");
+            EXPECT_NE(IsFound(4), IsPlanned(true));
         }
     }
 }
