@@ -28,7 +28,14 @@ ProductFiles::ProductFiles(const Update& update, const IniScan& instructions)
     for (const std::wstring& tstrFile : update.Files()) m_downloaded.insert(m_installed / tstrFile);
     const CustomerFolders folders(m_installed, update.Product().tstrDownloadPath);
     for (const Instruction& instruction : ListInstructions(instructions)) {
-        if (FormOf(instruction.pKey->eEffect) != RecordForm::ePath) continue;
+        switch (FormOf(instruction.pKey->eEffect)) {
+            case RecordForm::ePath: break;
+            case RecordForm::eRegistryValue:
+            case RecordForm::eTag:
+            case RecordForm::eIniValue:
+            case RecordForm::eCommand:
+            case RecordForm::eText: continue;  // neither delete nor make files
+        }
         const int iOp = FileOpOf(instruction.pKey->eEffect);
         const FileRecord record = ParseFileRecord(iOp, folders.Expand(instruction.pRecord->tstrValue));
         if (iOp == op_dir_add || record.eRefusal != FileRefusal::eNone) continue;
