@@ -136,7 +136,7 @@ bool NeedToInformUser(const Machine& machine)
     Trace(kTraceInfo, L"Read StringTable.ini...");
     CL10nReader reader(machine);
     if (reader.ParseL10nFile(L"EN-US", L"")) {
-        const wchar_t* szName = reader.GetString(L"S_STR_PRODUCT_NAME");
+        const wchar_t* szName = reader.GetString(kProductNameText);
         if (szName) tstrProductName = szName;
     }
     Trace(kTraceInfo, L"tsProductName=='%s'", tstrProductName.c_str());

@@ -58,7 +58,7 @@ Names ReadNames(const Machine& machine)
     Names names;
     CL10nReader reader(machine);
     if (!reader.ParseL10nFile(Frwk::Utility::GetLanguage(machine), L"")) return names;
-    const wchar_t* szProduct = reader.GetString(L"S_STR_PRODUCT_NAME");
+    const wchar_t* szProduct = reader.GetString(kProductNameText);
     const wchar_t* szToolbar = reader.GetString(L"S_TOOLBAR_DISPLAY_NAME");
     names.tstrProduct = szProduct ? szProduct : kNewProductName;
     names.tstrToolbar = szToolbar ? szToolbar : L"Kazmere Qorvault ToolBar";

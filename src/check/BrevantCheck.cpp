@@ -6,6 +6,7 @@
 #include "check/trace/TraceSummary.h"
 #include "check/update/CommandLine.h"
 #include "check/update/HostPaths.h"
+#include "check/verify/Diff.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/Verify.h"
 
@@ -56,6 +57,12 @@ constexpr Verb kVerbs[] = {
      L"          brings it along, and \"verify\" needs no FILE. Renew it after every change of the update.\n\n"
      L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
      kInto, 1, 1, RunManifest},
+    {L"diff", L"OLD NEW [--format text|json]",
+     L"Shows what another update does otherwise: files, settings, deletions, registry values, update information,\n"
+     L"commands, shortcuts, names. OLD and NEW are the folder of an update or a manifest each.\n\n"
+     L"  + only NEW   - only OLD   ~ both, in different ways\n\n"
+     L"Exit code: 0 equal, 1 different, 2 wrong use, 3 cannot read.",
+     kFormatJson, 2, 2, RunDiff},
     {L"verify", L"[FILE] [--installed DIR] [--format text|json]",
      L"Says of each promise of a manifest, FILE, whether this machine keeps it. Without FILE it uses the manifest\n"
      L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"

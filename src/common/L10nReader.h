@@ -9,6 +9,9 @@
 /// The buffer sizes for a string table section. A section that exceeds the last one is not read at all.
 inline constexpr KzCommon::Storage::Ini::SectionGrowth kStringTableGrowth{4096, 4096, 0x7FFF};
 
+/// The key of the product's name.
+inline constexpr wchar_t kProductNameText[] = L"S_STR_PRODUCT_NAME";
+
 /// The texts of one language, read from "StringTable.ini" in the language's folder below "Resource\". Traces and
 /// returns failures; throws nothing.
 class CL10nReader {

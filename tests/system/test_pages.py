@@ -36,7 +36,7 @@ LAYERS = {
     'agent': {'installer', 'config', 'common', 'runtime'},
     'check/update': {'agent', 'config', 'common'},
     'check/simulate': {'check/update', 'agent', 'config', 'common'},
-    'check/verify': {'check/update', 'agent', 'config', 'common'},
+    'check/verify': {'check/update', 'agent', 'installer', 'config', 'common'},
     'check/lint': {'check/verify', 'check/simulate', 'check/update', 'agent', 'installer', 'config', 'common'},
     'check/trace': {'check/update', 'agent', 'common'},
     'check/start': {'check/update', 'common'},

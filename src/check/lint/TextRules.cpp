@@ -25,7 +25,7 @@ namespace {
 
 constexpr wchar_t kTable[] = L"StringTable.ini";
 constexpr wchar_t kGlobal[] = L"Global";
-const std::wstring kProductName = L"S_STR_PRODUCT_NAME";
+const std::wstring kProductName = kProductNameText;
 
 void CheckTableEncoding(const IniScan& scan, const std::wstring& tstrFile, Report& report)
 {

@@ -132,6 +132,8 @@ public:
         AddFiles();
         AddUpdateInfo();
         AddDeletions();
+        m_expected.uncovered = ListUncoveredParts(m_update);
+        m_expected.languages = ListLanguages(m_update);
         return m_bRead;
     }
 

@@ -6,6 +6,7 @@
 #include "check/update/Update.h"
 #include "check/verify/MergedSettings.h"
 #include "check/verify/Sha256.h"
+#include "check/verify/UncoveredParts.h"
 
 #include <optional>
 #include <string>
@@ -66,11 +67,14 @@ struct ExpectedIniKey {
 struct ExpectedState {
     std::wstring tstrProduct;   ///< the product package's download path
     std::wstring tstrResource;  ///< the resource package's download path
+    std::string strUpdate;      ///< the identity of the update from its manifest: a SHA-256
     std::vector<std::wstring> folders;
     std::vector<ExpectedFile> files;
     std::vector<ExpectedDeletion> deletions;
     std::vector<ExpectedValue> registry;
     std::vector<ExpectedIniKey> updateInfo;
+    std::vector<UncoveredPart> uncovered;
+    std::vector<std::wstring> languages;
 
     [[nodiscard]] std::size_t Count() const noexcept
     {

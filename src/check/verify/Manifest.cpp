@@ -6,9 +6,11 @@
 #include "check/update/OpenUpdate.h"
 #include "check/verify/FoundValue.h"
 
+#include "BrevantVersion.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
 
 #include <algorithm>
 #include <iterator>
@@ -20,7 +22,8 @@ namespace Check {
 
 namespace {
 
-constexpr unsigned kFormat = 1;
+constexpr unsigned kFormat = 2;
+constexpr unsigned kOldestFormat = 1;  // had neither "update" nor "not_covered"
 
 struct StateWord {
     ValueState eState;
@@ -28,6 +31,9 @@ struct StateWord {
 };
 constexpr StateWord kStates[] = {
     {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
+
+constexpr const char* kUncoveredKinds[] = {"command", "shortcut", "new_name"};
+static_assert(std::size(kUncoveredKinds) == static_cast<std::size_t>(UncoveredKind::eNewName) + 1);
 
 const char* When(bool bAtRestart)
 {
@@ -90,6 +96,16 @@ Json::Value Describe(const ExpectedIniKey& value)
     json["section"] = ToJson(value.tstrSection);
     json["key"] = ToJson(value.tstrKey);
     json["value"] = ToJson(value.tstrValue);
+    return json;
+}
+
+Json::Value Describe(const UncoveredPart& part)
+{
+    Json::Value json;
+    json["kind"] = kUncoveredKinds[static_cast<std::size_t>(part.eKind)];
+    json["what"] = ToJson(part.tstrWhat);
+    if (!part.tstrDetail.empty()) json["detail"] = ToJson(part.tstrDetail);
+    if (!part.tstrLanguage.empty()) json["language"] = ToJson(part.tstrLanguage);
     return json;
 }
 
@@ -208,6 +224,19 @@ bool FromJson(const Json::Value& json, ExpectedIniKey& value)
     return members.AreGood() && !value.tstrSection.empty() && !value.tstrKey.empty();
 }
 
+bool FromJson(const Json::Value& json, UncoveredPart& part)
+{
+    Members members(json);
+    const std::string strKind = members.Utf8("kind");
+    const auto* const pKind = std::ranges::find(kUncoveredKinds, strKind);
+    part.tstrWhat = members.Text("what");
+    if (members.Has("detail")) part.tstrDetail = members.Text("detail");
+    if (members.Has("language")) part.tstrLanguage = members.Text("language");
+    if (!members.AreGood() || pKind == std::end(kUncoveredKinds)) return false;
+    part.eKind = static_cast<UncoveredKind>(pKind - kUncoveredKinds);
+    return true;
+}
+
 template <class Item>
 bool ReadList(const Json::Value& root, const char* szName, std::vector<Item>& items, std::wstring& tstrError)
 {
@@ -220,6 +249,16 @@ bool ReadList(const Json::Value& root, const char* szName, std::vector<Item>& it
         return false;
     }
     return true;
+}
+
+/// The members since format 2.
+bool ReadAddedMembers(const Json::Value& root, ExpectedState& expected, std::wstring& tstrError)
+{
+    Members members(root);
+    expected.strUpdate = members.Utf8("update");
+    tstrError = L"update: not as it should be";
+    return expected.strUpdate.size() == 64 && ReadList(root, "not_covered", expected.uncovered, tstrError) &&
+           ReadList(root, "languages", expected.languages, tstrError);
 }
 
 /// The text as UTF-8, from UTF-8 or UTF-16.
@@ -248,6 +287,13 @@ bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstr
         tstrError = L"not JSON";
     }
     return false;
+}
+
+/// The SHA-256 of a manifest's other members: two updates that promise the same have the same one.
+std::string IdentityOf(const Json::Value& root)
+{
+    Content content;
+    return ContentReader::HashBytes(ToJsonText(root), content, nullptr) ? content.strSha256 : std::string();
 }
 
 /// Writes the manifest to the product package's settings folder and creates the folder if it is missing.
@@ -298,6 +344,10 @@ std::string FormatManifest(const ExpectedState& expected)
     root["deletions"] = DescribeAll(expected.deletions);
     root["registry"] = DescribeAll(expected.registry);
     root["update_information"] = DescribeAll(expected.updateInfo);
+    root["not_covered"] = DescribeAll(expected.uncovered);
+    root["languages"] = Describe(expected.languages);
+    root["update"] = IdentityOf(root);
+    root["tool"] = BREVANT_VERSION;
     return ToJsonText(root);
 }
 
@@ -306,7 +356,10 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
     Json::Value root;
     if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
     tstrError = L"not a manifest, or another format";
-    if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() != kFormat) return false;
+    if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() < kOldestFormat ||
+        root["format"].asUInt() > kFormat) {
+        return false;
+    }
     Members component(root["component"]);
     expected.tstrProduct = component.Text("product");
     expected.tstrResource = component.Text("resource");
@@ -315,7 +368,23 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
            ReadList(root, "files", expected.files, tstrError) &&
            ReadList(root, "deletions", expected.deletions, tstrError) &&
            ReadList(root, "registry", expected.registry, tstrError) &&
-           ReadList(root, "update_information", expected.updateInfo, tstrError);
+           ReadList(root, "update_information", expected.updateInfo, tstrError) &&
+           (root["format"].asUInt() == kOldestFormat || ReadAddedMembers(root, expected, tstrError));
+}
+
+bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors)
+{
+    std::string strBytes;
+    DWORD dwError = ERROR_SUCCESS;
+    std::wstring tstrError;
+    if (!Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strBytes, &dwError)) {
+        tstrError = L"cannot be read: " + DescribeError(dwError);
+    } else if (ParseManifest(strBytes, expected, tstrError)) {
+        if (expected.Count() > 0) return true;
+        tstrError = L"promises nothing";
+    }
+    tstrErrors += tstrManifest + L": " + tstrError + L"\n";
+    return false;
 }
 
 bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest, std::wstring& tstrErrors)

@@ -16,6 +16,9 @@ namespace Check {
 /// `tstrError`, for another file or another format. The caller checks the places.
 [[nodiscard]] bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstring& tstrError);
 
+/// Reads the manifest at `tstrManifest`. False, with an error line, when it is unreadable, no manifest, or empty.
+[[nodiscard]] bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors);
+
 /// The largest manifest that is read, in bytes: about 25,000 files, in UTF-16 with non-ASCII names.
 inline constexpr std::size_t kMaxManifestBytes = std::size_t{32} * 1024 * 1024;
 

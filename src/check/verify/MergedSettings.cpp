@@ -64,9 +64,10 @@ ExpectedSettings SettingsOf(const XmlElement& root, const std::vector<std::wstri
     ForEachTag(root, [&](const XmlElement& element, const TagPath& path) {
         if (known.insert(path.Folded()).second && !element.GetFirstChild()) expected.tags.push_back(path.Text());
     });
+    FoldedTags listed;
     for (const std::wstring& tstrTag : migrated) {
         const auto path = TagPath::Parse(tstrTag);
-        if (path && known.insert(path->Folded()).second) expected.carriedOver.push_back(path->Text());
+        if (path && listed.insert(path->Folded()).second) expected.carriedOver.push_back(path->Text());
     }
     return expected;
 }

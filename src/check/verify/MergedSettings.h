@@ -12,8 +12,8 @@ namespace Check {
 /// The contents of a merged file on every machine: only names and paths, never values.
 struct ExpectedSettings {
     std::wstring tstrRoot;           ///< the outermost element's name
-    std::vector<std::wstring> tags;  ///< settings, "/Parent/Child"
-    /// Settings that are also migrated if the user has them. After a failed merge they are in the kept file.
+    std::vector<std::wstring> tags;  ///< settings of the update's file, "/Parent/Child"
+    /// The settings whose values are the user's if there are any. After a failed merge they are in the kept file.
     std::vector<std::wstring> carriedOver;
 };
 

@@ -13,7 +13,6 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
-#include "common/KzComn_WholeFile.h"
 
 #include <algorithm>
 #include <iterator>
@@ -119,22 +118,6 @@ void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected)
     }
 }
 
-/// Reads the expected state from a manifest. False, with an error line, when it is unreadable or empty.
-bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, Output& output)
-{
-    std::string strBytes;
-    DWORD dwError = ERROR_SUCCESS;
-    std::wstring tstrError;
-    if (!Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strBytes, &dwError)) {
-        tstrError = L"cannot be read: " + DescribeError(dwError);
-    } else if (ParseManifest(strBytes, expected, tstrError)) {
-        if (expected.Count() > 0) return true;
-        tstrError = L"promises nothing";
-    }
-    output.tstrErrors += tstrManifest + L": " + tstrError + L"\n";
-    return false;
-}
-
 }  // namespace
 
 int ExitCodeOf(std::span<const VerifyResult> results)
@@ -212,7 +195,7 @@ int RunVerify(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     ExpectedState expected;
-    if (!ReadManifest(tstrSource, expected, output)) return kCannotRead;
+    if (!ReadManifest(tstrSource, expected, output.tstrErrors)) return kCannotRead;
     if (bShipped) AddOwnContent(tstrSource, expected);
     MachineFolders folders(installed, expected.tstrProduct);
     ContentReader contents;

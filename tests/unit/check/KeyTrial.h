@@ -21,8 +21,8 @@ inline KeyTrial TrialOf(const SectionKey& key)
         case RecordForm::eRegistryValue: return {"SOFTWARE\\e7k!e7k!REG_SZ!e7k"};
         case RecordForm::eTag: return {"/P/e7k"};
         case RecordForm::eIniValue: return {"e7k!e7k!e7k"};
-        case RecordForm::eCommand: return {"e7k.exe", true, false};  // Windows takes it away
-        case RecordForm::eText: break;                               // for the user, when a new name is due
+        case RecordForm::eCommand: return {"e7k.exe"};
+        case RecordForm::eText: break;  // for the user, when a new name is due
     }
     return {"e7k", false, false};
 }

@@ -343,8 +343,8 @@ TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
         EXPECT_THAT(read.files, Contains(Field(&ExpectedFile::tstrPlace, L"{InstalledDir}\u00E9\U0001F511.dll")));
     }
     const std::pair<std::string, std::string> damages[] = {
-        {"\"format\" : 1", "\"format\" : 2"},
-        {"\"format\" : 1", "\"format\" : 1e99"},
+        {"\"format\" : 2", "\"format\" : 3"},
+        {"\"format\" : 2", "\"format\" : 1e99"},
         {"\"when\" : \"now\"", "\"when\" : \"then\""},
         {"18446744073709551615", "18446744073709551616"},
         {"\"state\" : \"any\"", "\"state\" : []"},

@@ -1,0 +1,223 @@
+#include "check/verify/Diff.h"
+
+#include "check/update/HostPaths.h"
+#include "check/update/JsonText.h"
+#include "check/update/OpenUpdate.h"
+#include "check/update/ShownText.h"
+#include "check/verify/FoundValue.h"
+#include "check/verify/Manifest.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// What an update does with each item of one kind, by the item's name.
+using Items = String::NoCaseMap<std::wstring>;
+
+std::wstring MomentOf(bool bAtRestart)
+{
+    return bAtRestart ? L"at the restart" : L"at once";
+}
+
+void ListPackages(const ExpectedState& state, Items& items)
+{
+    items[L"product"] = state.tstrProduct;
+    items[L"resource"] = state.tstrResource;
+}
+
+void ListFolders(const ExpectedState& state, Items& items)
+{
+    for (const std::wstring& tstrFolder : state.folders) items[tstrFolder];
+}
+
+std::wstring NameOf(const ExpectedFile& file)
+{
+    return file.tstrLanguage.empty() ? file.tstrPlace : file.tstrPlace + L" for " + file.tstrLanguage;
+}
+
+void ListFiles(const ExpectedState& state, Items& items)
+{
+    for (const ExpectedFile& file : state.files) {
+        std::wstring& tstrText = items[NameOf(file)];
+        tstrText = MomentOf(file.bAtRestart);
+        if (file.optSettings) tstrText = L"merged with the user's, " + tstrText;
+        if (!file.optContent) continue;
+        tstrText = std::to_wstring(file.optContent->ullSize) + L" bytes, SHA-256 " +
+                   String::FromAnsi(file.optContent->strSha256.c_str()) + L", " + tstrText;
+    }
+}
+
+void ListSettings(const ExpectedState& state, Items& items)
+{
+    for (const ExpectedFile& file : state.files) {
+        if (!file.optSettings) continue;
+        for (const std::wstring& tstrTag : file.optSettings->tags)
+            items[NameOf(file) + L" " + tstrTag] = L"the update's";
+        for (const std::wstring& tstrTag : file.optSettings->carriedOver) {
+            items[NameOf(file) + L" " + tstrTag] = L"the user's, carried over";
+        }
+    }
+}
+
+void ListDeletions(const ExpectedState& state, Items& items)
+{
+    for (const ExpectedDeletion& deletion : state.deletions) items[deletion.tstrPlace] = MomentOf(deletion.bAtRestart);
+}
+
+void ListValues(const ExpectedState& state, Items& items)
+{
+    for (const ExpectedValue& value : state.registry) {
+        std::wstring& tstrText = items[value.tstrKeyPath + L": " + value.tstrValueName];
+        switch (value.eState) {
+            case ValueState::eAbsent: tstrText = L"deleted"; continue;
+            case ValueState::eData: break;
+            case ValueState::eAnyData: tstrText = L"if it is missing: "; break;
+        }
+        tstrText += DescribeValue(value.eType, value.tstrData, value.ullData);
+    }
+}
+
+void ListUpdateInfo(const ExpectedState& state, Items& items)
+{
+    for (const ExpectedIniKey& value : state.updateInfo) {
+        items[L"[" + value.tstrSection + L"] " + value.tstrKey] = value.tstrValue;
+    }
+}
+
+template <UncoveredKind eKind>
+void ListUncovered(const ExpectedState& state, Items& items)
+{
+    for (const UncoveredPart& part : state.uncovered) {
+        if (part.eKind != eKind) continue;
+        const bool bName = eKind == UncoveredKind::eNewName;
+        const std::wstring tstrLanguage = part.tstrLanguage.empty() ? L"" : L" for " + part.tstrLanguage;
+        items[bName ? part.tstrLanguage : part.tstrWhat + tstrLanguage] = bName ? part.tstrWhat : part.tstrDetail;
+    }
+}
+
+void ListLanguageTags(const ExpectedState& state, Items& items)
+{
+    for (const std::wstring& tstrLanguage : state.languages) items[tstrLanguage];
+}
+
+struct KindRow {
+    const char* szKind;
+    void (*pfnList)(const ExpectedState& state, Items& items);
+};
+constexpr KindRow kKinds[] = {
+    {"package", &ListPackages},
+    {"language", &ListLanguageTags},
+    {"folder", &ListFolders},
+    {"file", &ListFiles},
+    {"setting", &ListSettings},
+    {"deletion", &ListDeletions},
+    {"value", &ListValues},
+    {"update information", &ListUpdateInfo},
+    {"command", &ListUncovered<UncoveredKind::eCommand>},
+    {"shortcut", &ListUncovered<UncoveredKind::eShortcut>},
+    {"new name", &ListUncovered<UncoveredKind::eNewName>},
+};
+
+void CompareItems(const char* szKind, const Items& older, const Items& newer, std::vector<Difference>& differences)
+{
+    for (const auto& [tstrWhat, tstrOld] : older) {
+        const auto itNew = newer.find(tstrWhat);
+        if (itNew == newer.end()) {
+            differences.push_back({szKind, tstrWhat, tstrOld, std::nullopt});
+        } else if (itNew->second != tstrOld) {
+            differences.push_back({szKind, tstrWhat, tstrOld, itNew->second});
+        }
+    }
+    for (const auto& [tstrWhat, tstrNew] : newer) {
+        if (!older.contains(tstrWhat)) differences.push_back({szKind, tstrWhat, std::nullopt, tstrNew});
+    }
+}
+
+/// An update's folder, or a manifest.
+bool ReadState(const std::wstring& tstrOperand, ExpectedState& state, Output& output)
+{
+    if (!Storage::Directory::IsExisted(tstrOperand)) return ReadManifest(tstrOperand, state, output.tstrErrors);
+    Update update;
+    Arguments arguments;
+    arguments.operands = {tstrOperand};
+    return OpenUpdate(arguments, update, output) && CollectExpectedState(update, state, output.tstrErrors);
+}
+
+wchar_t SignOf(const Difference& difference)
+{
+    if (!difference.optOld) return L'+';
+    return difference.optNew ? L'~' : L'-';
+}
+
+std::wstring FormatDifferences(const std::vector<Difference>& differences)
+{
+    std::wstring tstrText;
+    const char* szKind = "";
+    for (const Difference& difference : differences) {
+        if (difference.szKind != szKind) tstrText += String::FromAnsi(szKind = difference.szKind) + L"\n";
+        std::wstring tstrLine = std::wstring(L"  ") + SignOf(difference) + L" " + difference.tstrWhat;
+        const std::wstring tstrOld = difference.optOld.value_or(L"");
+        const std::wstring tstrNew = difference.optNew.value_or(L"");
+        if (difference.optOld && difference.optNew) {
+            tstrLine += L": " + tstrOld + L" -> " + tstrNew;
+        } else if (!(tstrOld + tstrNew).empty()) {
+            tstrLine += L": " + tstrOld + tstrNew;
+        }
+        tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
+    }
+    return tstrText + (differences.empty() ? L"equal" : Counted(differences.size(), L"difference", L"differences")) +
+           L"\n";
+}
+
+std::string FormatDifferencesAsJson(const std::vector<Difference>& differences)
+{
+    Json::Value root;
+    root["equal"] = differences.empty();
+    root["differences"] = Json::Value(Json::arrayValue);
+    for (const Difference& difference : differences) {
+        Json::Value json;
+        json["kind"] = difference.szKind;
+        json["what"] = ToJson(difference.tstrWhat);
+        if (difference.optOld) json["old"] = ToJson(*difference.optOld);
+        if (difference.optNew) json["new"] = ToJson(*difference.optNew);
+        root["differences"].append(json);
+    }
+    return ToJsonText(root);
+}
+
+}  // namespace
+
+std::vector<Difference> CompareStates(const ExpectedState& older, const ExpectedState& newer)
+{
+    std::vector<Difference> differences;
+    for (const KindRow& row : kKinds) {
+        Items before;
+        Items after;
+        row.pfnList(older, before);
+        row.pfnList(newer, after);
+        CompareItems(row.szKind, before, after, differences);
+    }
+    return differences;
+}
+
+int RunDiff(const Arguments& arguments, Output& output)
+{
+    ExpectedState older;
+    ExpectedState newer;
+    if (!ReadState(arguments.operands[0], older, output) || !ReadState(arguments.operands[1], newer, output)) {
+        return kCannotRead;
+    }
+    const std::vector<Difference> differences = CompareStates(older, newer);
+    output.strText = arguments.eFormat == Format::eJson ? FormatDifferencesAsJson(differences)
+                                                        : String::ToUtf8(FormatDifferences(differences));
+    return differences.empty() ? kClean : kFound;
+}
+
+}  // namespace Check
