@@ -1,5 +1,6 @@
 // Entry point of the checking program: checks updates before they ship and machines after it. It runs with
 // its caller's rights, and writes only the manifest of "manifest --into" and the folder of "new".
+#include "check/fleet/Rollup.h"
 #include "check/lint/Lint.h"
 #include "check/simulate/Plan.h"
 #include "check/start/NewUpdate.h"
@@ -63,13 +64,25 @@ constexpr Verb kVerbs[] = {
      L"  + only NEW   - only OLD   ~ both, in different ways\n\n"
      L"Exit code: 0 equal, 1 different, 2 wrong use, 3 cannot read.",
      kFormatJson, 2, 2, RunDiff},
-    {L"verify", L"[FILE] [--installed DIR] [--format text|json]",
+    {L"verify", L"[FILE] [--installed DIR] [--format text|json] [--record FILE] [--detect [--pending arrived|missing]]",
      L"Says of each promise of a manifest, FILE, whether this machine keeps it. Without FILE it uses the manifest\n"
      L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"
      L"restart moves, and in the download folder. Its last line names the file.\n\n"
-     L"  --installed DIR  the folder of the installed product; without it the one in the registry\n\n"
-     L"Exit code: 0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
-     kInstalled | kFormatJson, 0, 1, RunVerify},
+     L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
+     L"  --record FILE    also writes the verdict over this machine to FILE, for \"rollup\"\n"
+     L"  --detect         for detection scripts: one line if the update has arrived, no output if it has not\n"
+     L"  --pending WORD   how --detect counts an update that waits for the restart: arrived, or missing (as without "
+     L"it)\n\n"
+     L"Exit code with --detect: 0 arrived or not, otherwise it cannot be told. Exit code without it:\n"
+     L"0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
+     kInstalled | kFormatJson | kFleet, 0, 1, RunVerify},
+    {L"rollup", L"DIR [--machines FILE] [--format text|json|csv]",
+     L"Makes one table of the records in DIR and its subfolders, which \"verify --record\" has written on many\n"
+     L"machines: verdicts of each update, the ten most frequent reasons with their machines. The latest record of a\n"
+     L"machine counts. Damaged files and second copies are named.\n\n"
+     L"  --machines FILE  the machines to expect, one name in each line; those without a record are named\n\n"
+     L"Exit code: 0 arrived on every machine, 1 not, 2 wrong use, 3 cannot read.",
+     kFormatJson | kMachines, 1, 1, RunRollup},
     {L"trace", L"FILE... [--all]",
      L"Summarises every run of the trace files: time, duration, actions, failures. It also reads earlier files\n"
      L"(FILE.1, ...).\n\n"

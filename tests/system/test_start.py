@@ -5,23 +5,14 @@ import pathlib
 import re
 import shutil
 
-import jsonschema
-
 from brevantlab import report
-from brevantlab.expect import HomeTest, call
+from brevantlab.expect import HomeTest, call, faults
 from brevantlab.layouts import SAMPLES, write_sample
 from brevantlab.machine import PRODUCT, Machine
 from brevantlab.prefix import ROOT
 from brevantlab.try_update import Options, Trial, host_path
 
 STARTER, SCHEMAS = ROOT / 'starter', ROOT / 'schemas'
-
-
-def faults(name, document):
-    """What a schema finds in a JSON document."""
-    schema = json.loads((SCHEMAS / f'{name}.schema.json').read_text())
-    jsonschema.Draft202012Validator.check_schema(schema)
-    return [error.message for error in jsonschema.Draft202012Validator(schema).iter_errors(document)]
 
 
 def valid(name, file):

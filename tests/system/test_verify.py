@@ -3,9 +3,10 @@ arrival."""
 import json
 import os
 
-from brevantlab.expect import LabTest
+from brevantlab.expect import LabTest, faults
 from brevantlab.layouts import SampleMachine
 
+RECORD = 'C:\\record.json'
 MANIFEST = 'C:\\update.json'
 REDIRECTED = 'C:\\redirected.json'
 KEPT = {'ARRIVED', 'DELETED', 'VALUE RIGHT'}
@@ -24,6 +25,34 @@ class Verify(LabTest):
             self.assertEqual((code, set(verdicts)), (result.code, set(broken.values())), f'{broken}'[:500])
         return found
 
+    def detect(self, *pending):
+        return tuple(self.machine.run(self.checker, 'verify', '--detect', *(['--pending', *pending] if pending else []),
+                                      errors=False))
+
+    def record(self):
+        self.machine.run(self.checker, 'verify', '--record', RECORD)
+        record = json.loads(self.machine.read(RECORD))
+        self.assertEqual([], faults('record', record))
+        return record
+
+    def expect_rollup(self, waiting, arrived):
+        """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
+        other = {**waiting, 'machine': '=PC2', 'open': [{'verdict': 'MISSING', 'what': 'x'}], 'verdict': 'missing'}
+        for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
+                           ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9])):
+            self.machine.write(f'C:\\fleet\\{name}.json', text)
+        self.machine.write('C:\\machines.txt', f'{waiting["machine"].lower()}\nPC3\n', 'utf-16')
+        told = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
+                                'json')
+        found = json.loads(told.output)
+        self.assertEqual([], faults('rollup', found))
+        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 3, 1), (
+            told.code, {row['machine']: row['verdict'] for row in found['machines']}, found['no_record'],
+            len(found['ignored']), found['older_records']), told.output)
+        self.assertEqual([{'verdict': 'MISSING', 'what': 'x', 'machines': ['=PC2']}], found['reasons'])
+        table = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--format', 'csv').output
+        self.assertIn('"\'=PC2","missing"', table)
+
     def test_from_the_download_to_the_restart_and_with_a_link(self):
         self.machine = machine = self.enterContext(SampleMachine())
         self.checker = machine.install + 'BrevantCheck.exe'
@@ -33,6 +62,7 @@ class Verify(LabTest):
         records = machine.read(path, 'utf-16').replace(section, section + 'add=SOFTWARE\\Made!Name!REG_SZ!kept\n')
         machine.write(path, records, 'utf-16')
         self.expect(3, manifests=[[]])
+        self.assertEqual((0, ''), self.detect())
         self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)
         linted = machine.run(self.checker, 'lint', machine.install.rstrip('\\'))
         self.assertNotIn('B076', linted.output)
@@ -49,16 +79,29 @@ class Verify(LabTest):
 
         machine.run(machine.install + 'Brevant.exe', '/DeployFramework')
         self.expect(RESTART_PENDING, 'STILL WAITING', manifests=([MANIFEST], []))
+        update = json.loads(made.output)['update']
+        self.assertEqual([(0, ''), (0, ''), (0, f'pending {update}\n')],
+                         [self.detect(*words) for words in ([], ['missing'], ['arrived'])])
+        waiting = self.record()
+        self.assertEqual(('pending', update), (waiting['verdict'], waiting['update']))
+        self.assertLess(waiting['pending_minutes'], 9)
         source = machine.host(machine.pending_moves()[0][0])
         source.rename(source.with_suffix('.away'))
         self.expect(1, 'STILL WAITING', 'MISSING', manifests=([MANIFEST], []))
         source.with_suffix('.away').rename(source)
         machine.start_again()
-        self.expect(0, manifests=([MANIFEST], []))
+        self.expect(0, 'NOT COVERED', manifests=([MANIFEST], []))
+        self.assertEqual((0, f'arrived {update}\n'), self.detect())
+        arrived = self.record()
+        self.assertEqual(('arrived', ['NOT COVERED'], None), (
+            arrived['verdict'], [answer['verdict'] for answer in arrived['open']], arrived.get('pending_minutes')))
+        self.assertLess(len(machine.read(RECORD)), 4096)
+        self.expect_rollup(waiting, arrived)
 
         patterns = machine.host(machine.install + 'Patterns')
         patterns.rename(patterns.with_name('Elsewhere'))
         os.symlink('Elsewhere', patterns)
-        self.expect(1, 'REFUSED', manifests=[[MANIFEST], []])
+        self.expect(1, 'REFUSED', 'NOT COVERED', manifests=[[MANIFEST], []])
+        self.assertEqual((1, ''), self.detect())
         machine.write(machine.install + 'QorUpdate.json', '{}')
         self.expect(3, manifests=[[]])

@@ -1,4 +1,5 @@
 """Comparisons that name what differs in a few lines, however large the rest is."""
+import json
 import os
 import pathlib
 import subprocess
@@ -6,7 +7,17 @@ import tempfile
 import unittest
 from typing import Any, Iterable, Mapping
 
+from brevantlab.prefix import ROOT
+
 MOST_LINES, MOST_CHARACTERS = 6, 100
+
+
+def faults(name: str, document: Any) -> list[str]:
+    """What a schema finds in a JSON document."""
+    import jsonschema  # only tests need it
+    schema = json.loads((ROOT / f'schemas/{name}.schema.json').read_text())
+    jsonschema.Draft202012Validator.check_schema(schema)
+    return [error.message for error in jsonschema.Draft202012Validator(schema).iter_errors(document)]
 
 
 def _excerpt(value: Any, other: Any) -> str:

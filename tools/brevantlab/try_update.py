@@ -32,7 +32,7 @@ ROOMS = ('files', 'registry', 'agent', 'shortcuts', 'settings', 'trace', 'checke
 REFUSED = 2
 CHECKER_FAILED = 4
 USAGE = 64
-KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT')  # verdicts of a verification
+KEPT = ('ARRIVED', 'DELETED', 'VALUE RIGHT', 'NOT COVERED')  # verdicts of a verification
 CLASSES = 'HKLM\\Software\\Classes\\CLSID\\'
 # What the change of name writes beside the product's own key.
 NAMED_KEYS = (UNINSTALL, CLASSES + '{71C4A0E9-5D2B-4E86-B3F7-C1280D9A6E45}',

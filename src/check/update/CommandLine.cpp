@@ -13,13 +13,6 @@ namespace Check {
 
 namespace {
 
-struct OptionRow {
-    const wchar_t* szName;
-    unsigned uBits;
-    bool bValue;
-    bool (*pfnTake)(const Verb& verb, const std::wstring& tstrValue, Arguments& arguments);
-};
-
 bool TakeFormat(const Verb& verb, const std::wstring& tstrValue, Arguments& arguments)
 {
     struct FormatRow {
@@ -29,7 +22,8 @@ bool TakeFormat(const Verb& verb, const std::wstring& tstrValue, Arguments& argu
     };
     constexpr FormatRow kFormats[] = {{L"text", Format::eText, kFormatSarif | kFormatJson},
                                       {L"sarif", Format::eSarif, kFormatSarif},
-                                      {L"json", Format::eJson, kFormatJson}};
+                                      {L"json", Format::eJson, kFormatJson},
+                                      {L"csv", Format::eCsv, kMachines}};
     for (const FormatRow& row : kFormats) {
         if (tstrValue != row.szName || !(verb.uOptions & row.uBits)) continue;
         arguments.eFormat = row.eFormat;
@@ -38,47 +32,9 @@ bool TakeFormat(const Verb& verb, const std::wstring& tstrValue, Arguments& argu
     return false;
 }
 
-bool TakeInstalled(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
-{
-    arguments.optInstalled = tstrValue;
-    return !tstrValue.empty();
-}
-
 bool TakeLanguage(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
 {
     arguments.languages.push_back(tstrValue);
-    return !tstrValue.empty();
-}
-
-bool TakeStrict(const Verb&, const std::wstring&, Arguments& arguments)
-{
-    return arguments.bStrict = true;
-}
-
-bool TakeAll(const Verb&, const std::wstring&, Arguments& arguments)
-{
-    return arguments.bAll = true;
-}
-
-bool TakeTrace(const Verb&, const std::wstring&, Arguments& arguments)
-{
-    return arguments.bTrace = true;
-}
-
-bool TakeInto(const Verb&, const std::wstring&, Arguments& arguments)
-{
-    return arguments.bInto = true;
-}
-
-bool TakeProduct(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
-{
-    arguments.optProduct = tstrValue;
-    return !tstrValue.empty();
-}
-
-bool TakeVersion(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
-{
-    arguments.optVersion = tstrValue;
     return !tstrValue.empty();
 }
 
@@ -89,18 +45,44 @@ bool TakeLanguages(const Verb&, const std::wstring& tstrValue, Arguments& argume
     return !arguments.languages.empty();
 }
 
-constexpr OptionRow kOptions[] = {
-    {L"--installed", kInstalled, true, TakeInstalled},
-    {L"--language", kLanguage, true, TakeLanguage},
-    {L"--strict", kStrict, false, TakeStrict},
-    {L"--format", kFormatSarif | kFormatJson, true, TakeFormat},
-    {L"--all", kAll, false, TakeAll},
-    {L"--trace", kTrace, false, TakeTrace},
-    {L"--into", kInto, false, TakeInto},
-    {L"--product", kNewNames, true, TakeProduct},
-    {L"--version", kNewNames, true, TakeVersion},
-    {L"--languages", kNewNames, true, TakeLanguages},
+bool TakePending(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
+{
+    arguments.optPending = tstrValue;
+    return tstrValue == L"arrived" || tstrValue == L"missing";
+}
+
+/// An option sets a flag, stores a text that is not empty, or has a function for its value.
+struct OptionRow {
+    const wchar_t* szName;
+    unsigned uBits;
+    bool Arguments::*pFlag = nullptr;
+    std::optional<std::wstring> Arguments::*pText = nullptr;
+    bool (*pfnTake)(const Verb& verb, const std::wstring& tstrValue, Arguments& arguments) = nullptr;
 };
+constexpr OptionRow kOptions[] = {
+    {.szName = L"--installed", .uBits = kInstalled, .pText = &Arguments::optInstalled},
+    {.szName = L"--language", .uBits = kLanguage, .pfnTake = TakeLanguage},
+    {.szName = L"--strict", .uBits = kStrict, .pFlag = &Arguments::bStrict},
+    {.szName = L"--format", .uBits = kFormatSarif | kFormatJson, .pfnTake = TakeFormat},
+    {.szName = L"--all", .uBits = kAll, .pFlag = &Arguments::bAll},
+    {.szName = L"--trace", .uBits = kTrace, .pFlag = &Arguments::bTrace},
+    {.szName = L"--into", .uBits = kInto, .pFlag = &Arguments::bInto},
+    {.szName = L"--product", .uBits = kNewNames, .pText = &Arguments::optProduct},
+    {.szName = L"--version", .uBits = kNewNames, .pText = &Arguments::optVersion},
+    {.szName = L"--languages", .uBits = kNewNames, .pfnTake = TakeLanguages},
+    {.szName = L"--record", .uBits = kFleet, .pText = &Arguments::optRecord},
+    {.szName = L"--detect", .uBits = kFleet, .pFlag = &Arguments::bDetect},
+    {.szName = L"--pending", .uBits = kFleet, .pfnTake = TakePending},
+    {.szName = L"--machines", .uBits = kMachines, .pText = &Arguments::optMachines},
+};
+
+bool Take(const OptionRow& row, const Verb& verb, const std::wstring& tstrValue, Arguments& arguments)
+{
+    if (row.pFlag) return arguments.*row.pFlag = true;
+    if (row.pfnTake) return row.pfnTake(verb, tstrValue, arguments);
+    arguments.*row.pText = tstrValue;
+    return !tstrValue.empty();
+}
 
 /// The row of an option that the verb accepts, or null.
 const OptionRow* FindOption(const Verb& verb, std::wstring_view tstrName)
@@ -160,13 +142,13 @@ bool ParseArguments(const Verb& verb, std::span<const wchar_t* const> words, Arg
         tstrError = tstrWord + L": unknown option of \"" + verb.szName + L"\"";
         if (!pRow) return false;
         std::wstring tstrValue;
-        if (pRow->bValue) {
+        if (!pRow->pFlag) {
             tstrError = tstrWord + L": a value is missing";
             if (++uWord == words.size()) return false;
             tstrValue = words[uWord];
         }
         tstrError = tstrWord + L": \"" + tstrValue + L"\" is not a valid value";
-        if (!pRow->pfnTake(verb, tstrValue, arguments)) return false;
+        if (!Take(*pRow, verb, tstrValue, arguments)) return false;
     }
     const std::size_t cOperands = arguments.operands.size();
     tstrError = cOperands < verb.cLeastOperands ? L"an operand is missing" : L"too many operands";

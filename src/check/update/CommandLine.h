@@ -11,7 +11,7 @@ namespace Check {
 /// Exit codes; 3010 is Windows' own for "done, but a restart is pending".
 enum ExitCode : int { kClean = 0, kFound = 1, kWrongUse = 2, kCannotRead = 3, kRestartPending = 3010 };
 
-enum class Format { eText, eSarif, eJson };
+enum class Format { eText, eSarif, eJson, eCsv };
 
 /// The arguments of a verb.
 struct Arguments {
@@ -20,11 +20,15 @@ struct Arguments {
     std::vector<std::wstring> languages;       ///< --language TAG, any number of times, or --languages TAG,...
     std::optional<std::wstring> optProduct;    ///< --product NAME
     std::optional<std::wstring> optVersion;    ///< --version V
+    std::optional<std::wstring> optRecord;     ///< --record FILE
+    std::optional<std::wstring> optPending;    ///< --pending arrived|missing
+    std::optional<std::wstring> optMachines;   ///< --machines FILE
     Format eFormat = Format::eText;            ///< --format
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
     bool bTrace = false;                       ///< --trace
     bool bInto = false;                        ///< --into
+    bool bDetect = false;                      ///< --detect
 };
 
 /// The output of a verb; the entry point prints it after the verb returns.
@@ -43,7 +47,9 @@ enum OptionBits : unsigned {
     kAll = 32,
     kTrace = 64,
     kInto = 128,
-    kNewNames = 256,  ///< --product, --version and --languages
+    kNewNames = 256,   ///< --product, --version and --languages
+    kFleet = 512,      ///< --record, --detect and --pending
+    kMachines = 1024,  ///< --machines, and --format csv
 };
 
 /// One verb: a row in the table of the entry point.

@@ -1,4 +1,4 @@
-// JSON output of the program.
+// JSON that the program writes and reads.
 #pragma once
 
 #include <json/json.h>
@@ -14,5 +14,12 @@ namespace Check {
 
 /// A text as a JSON value; an unpaired surrogate becomes U+FFFD.
 [[nodiscard]] Json::Value ToJson(std::wstring_view tstrText);
+
+/// A text as UTF-8, from UTF-8 with or without BOM or, as some consoles redirect output, UTF-16 with BOM.
+[[nodiscard]] std::string DecodeText(std::string_view strBytes);
+
+/// Parses strict JSON in one of the encodings of DecodeText(), at most 16 levels deep. False
+/// with the reason in `tstrError`.
+[[nodiscard]] bool ParseJson(std::string_view strBytes, Json::Value& root, std::wstring& tstrError);
 
 }  // namespace Check

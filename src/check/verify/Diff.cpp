@@ -50,7 +50,7 @@ void ListFiles(const ExpectedState& state, Items& items)
         if (file.optSettings) tstrText = L"merged with the user's, " + tstrText;
         if (!file.optContent) continue;
         tstrText = std::to_wstring(file.optContent->ullSize) + L" bytes, SHA-256 " +
-                   String::FromAnsi(file.optContent->strSha256.c_str()) + L", " + tstrText;
+                   String::FromAnsi(file.optContent->strSha256) + L", " + tstrText;
     }
 }
 

@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <memory>
 
 using namespace KzCommon;
 
@@ -261,34 +260,6 @@ bool ReadAddedMembers(const Json::Value& root, ExpectedState& expected, std::wst
            ReadList(root, "languages", expected.languages, tstrError);
 }
 
-/// The text as UTF-8, from UTF-8 or UTF-16.
-std::string Decode(std::string_view strBytes)
-{
-    if (strBytes.starts_with("\xEF\xBB\xBF")) return std::string(strBytes.substr(3));
-    if (!strBytes.starts_with("\xFF\xFE")) return std::string(strBytes);
-    std::wstring tstrText((strBytes.size() - 2) / sizeof(wchar_t), L'\0');
-    std::copy_n(strBytes.data() + 2, tstrText.size() * sizeof(wchar_t), reinterpret_cast<char*>(tstrText.data()));
-    return String::ToUtf8(tstrText);
-}
-
-bool ParseJson(const std::string& strText, Json::Value& root, std::wstring& tstrError)
-{
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = 16;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string strErrors;
-    try {
-        if (reader->parse(strText.data(), strText.data() + strText.size(), &root, &strErrors)) return true;
-    } catch (const Json::Exception& exception) {
-        strErrors = exception.what();
-    }
-    if (!String::FromUtf8(strErrors.substr(0, strErrors.find_last_not_of("\r\n") + 1), tstrError)) {
-        tstrError = L"not JSON";
-    }
-    return false;
-}
-
 /// The SHA-256 of a manifest's other members: two updates that promise the same have the same one.
 std::string IdentityOf(const Json::Value& root)
 {
@@ -354,7 +325,7 @@ std::string FormatManifest(const ExpectedState& expected)
 bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstring& tstrError)
 {
     Json::Value root;
-    if (!ParseJson(Decode(strBytes), root, tstrError)) return false;
+    if (!ParseJson(strBytes, root, tstrError)) return false;
     tstrError = L"not a manifest, or another format";
     if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() < kOldestFormat ||
         root["format"].asUInt() > kFormat) {

@@ -4,9 +4,11 @@
 #include "check/update/XmlForm.h"
 
 #include "common/KzComn_XmlParser.h"
+#include "config/ConfigStore.h"
 #include "config/ConfigValue.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 using namespace KzCommon;
@@ -42,16 +44,49 @@ std::wstring FirstMissing(const std::vector<std::wstring>& tags, const FoldedTag
     return itMissing == tags.end() ? std::wstring() : *itMissing;
 }
 
-/// The migrated settings that the user had; empty when the kept file is unreadable.
-std::vector<std::wstring> KeptTags(const std::vector<std::wstring>& carriedOver, std::string_view strKept)
+/// The elements that hold values, by folded tag; of several for one tag the first counts.
+using Elements = std::map<std::wstring, const XmlElement*>;
+
+Elements ValuesIn(const XmlElement& root)
 {
-    std::vector<std::wstring> kept;
+    Elements elements;
+    ForEachTag(root, [&](const XmlElement& element, const TagPath& path) {
+        if (!element.GetFirstChild()) elements.emplace(path.Folded(), &element);
+    });
+    return elements;
+}
+
+/// Whether the merge takes a value over as it is, so that the two texts can be compared.
+bool IsComparable(const Config::Value& users, const XmlElement& merged)
+{
+    return !users.bProtected && Config::ProtectionOf(merged) == Config::Protection::eNone &&
+           Config::Fits(Config::TypeOfName(merged.GetAttribute(L"type")), users.tstrText);
+}
+
+/// The first of the user's settings that the merged file does not have, or has with another value; empty if all are as
+/// they were. An unreadable kept file shows nothing.
+std::wstring FirstLost(const std::vector<std::wstring>& carriedOver, const XmlElement& merged, std::string_view strKept)
+{
+    std::wstring tstrLost;
     static_cast<void>(Storage::Guarded(nullptr, [&] {
-        const FoldedTags users = TagsIn(*Storage::XmlParser().ParseText(strKept)->GetRoot());
-        std::copy_if(carriedOver.begin(), carriedOver.end(), std::back_inserter(kept),
-                     [&](const std::wstring& tstrTag) { return users.contains(Folded(tstrTag)); });
+        const auto kept = Storage::XmlParser().ParseText(strKept);
+        const Elements users = ValuesIn(*kept->GetRoot());
+        const Elements there = ValuesIn(merged);
+        for (const std::wstring& tstrTag : carriedOver) {
+            const auto itUsers = users.find(Folded(tstrTag));
+            if (itUsers == users.end() || !tstrLost.empty()) continue;
+            const auto itThere = there.find(itUsers->first);
+            if (itThere == there.end()) {
+                tstrLost = L"there is no " + tstrTag;
+                continue;
+            }
+            const Config::Value value = Config::ValueOf(*itUsers->second);
+            if (IsComparable(value, *itThere->second) && Config::ValueOf(*itThere->second) != value) {
+                tstrLost = tstrTag + L" has another value than in the file kept for the user";
+            }
+        }
     }));
-    return kept;
+    return tstrLost;
 }
 
 }  // namespace
@@ -79,11 +114,9 @@ std::wstring WhyNotMerged(const ExpectedSettings& expected, std::string_view str
         const XmlElement& root = *document->GetRoot();
         if (!root.IsNamed(expected.tstrRoot)) return L"not <" + expected.tstrRoot + L">";
         const FoldedTags there = TagsIn(root);
-        std::wstring tstrMissing = FirstMissing(expected.tags, there);
-        if (tstrMissing.empty() && !strKept.empty()) {
-            tstrMissing = FirstMissing(KeptTags(expected.carriedOver, strKept), there);
-        }
-        return tstrMissing.empty() ? tstrMissing : L"there is no " + tstrMissing;
+        const std::wstring tstrMissing = FirstMissing(expected.tags, there);
+        if (!tstrMissing.empty()) return L"there is no " + tstrMissing;
+        return strKept.empty() ? std::wstring() : FirstLost(expected.carriedOver, root, strKept);
     } catch (Storage::Exception* pException) {
         return ReasonOf(*Storage::CaughtException(pException));
     }

@@ -21,9 +21,9 @@ struct ExpectedSettings {
 [[nodiscard]] ExpectedSettings SettingsOf(const KzCommon::Storage::XmlElement& root,
                                           const std::vector<std::wstring>& migrated);
 
-/// Why a merged file differs from the expected one: the position where it is not well-formed, or the first missing
-/// setting; empty if it does not differ. `strKept` is the user's file kept by a failed merge, otherwise empty.
-/// Expat.
+/// Why a merged file differs from the expected one: the position where it is not well-formed, or the first setting that
+/// is missing or has lost the user's value; empty if it does not differ. `strKept` is the user's file kept by a failed
+/// merge, otherwise empty. Expat.
 [[nodiscard]] std::wstring WhyNotMerged(const ExpectedSettings& expected, std::string_view strMerged,
                                         std::string_view strKept);
 

@@ -45,6 +45,7 @@ struct Judgement {
     Verdict eVerdict = Verdict::eUnknown;
     std::wstring tstrDetail;
     bool bContentKnown = false;  ///< its content was compared, not only its existence
+    bool bValuesKnown = false;   ///< the carried-over values were compared with the file kept for the user
 };
 
 /// Checks the expected items one by one.
@@ -88,8 +89,7 @@ private:
     {
         if (m_cVersions > 0) return m_cRightVersions == m_cVersions;
         return m_bEvidence && std::all_of(m_results.begin(), m_results.end(), [](const VerifyResult& result) {
-                   return result.eVerdict == Verdict::eArrived || result.eVerdict == Verdict::eDeleted ||
-                          result.eVerdict == Verdict::eValueRight;
+                   return Check::IsKept(result) || result.eVerdict == Verdict::eNotCovered;
                });
     }
 
@@ -179,6 +179,11 @@ private:
         if (bThere && judgement.bContentKnown) m_bEvidence = true;
         if (bThere && !judgement.bContentKnown) m_doubtful.push_back(m_results.size());
         Add(judgement.eVerdict, tstrPath, judgement.tstrDetail);
+        const bool bUsersValues = file.optSettings && !file.optSettings->carriedOver.empty();
+        if (!bThere || !bUsersValues || judgement.bValuesKnown) return;
+        std::wstring tstrTags;
+        for (const std::wstring& tstrTag : file.optSettings->carriedOver) tstrTags += L" " + tstrTag;
+        Add(Verdict::eNotCovered, tstrPath, L"the user's values, which change in use:" + tstrTags);
     }
 
     /// Whether the file that the restart moves to a place is the expected one. A file with unknown content is
@@ -228,7 +233,7 @@ private:
             bRead = m_context.contents.Compare(tstrPath, content, bSame, &dwError);
             judgement.bContentKnown = true;
         } else if (file.optSettings) {
-            bRead = JudgeSettings(tstrPath, *file.optSettings, judgement.tstrDetail, &dwError);
+            bRead = JudgeSettings(tstrPath, *file.optSettings, judgement, &dwError);
             bSame = judgement.tstrDetail.empty();
         } else {
             bRead = m_context.contents.ReadSize(tstrPath, ullSize, &dwError);
@@ -249,7 +254,7 @@ private:
     }
 
     /// False with the code when the file is unreadable.
-    bool JudgeSettings(const std::wstring& tstrPath, const ExpectedSettings& settings, std::wstring& tstrDetail,
+    bool JudgeSettings(const std::wstring& tstrPath, const ExpectedSettings& settings, Judgement& judgement,
                        DWORD* pdwError) const
     {
         std::string strMerged;
@@ -259,7 +264,8 @@ private:
             static_cast<void>(m_context.contents.ReadWhole(NewestKeptFile(m_context.machine, tstrPath),
                                                            Config::kMaxFileBytes, strKept, nullptr));
         }
-        tstrDetail = WhyNotMerged(settings, strMerged, strKept);
+        judgement.tstrDetail = WhyNotMerged(settings, strMerged, strKept);
+        judgement.bValuesKnown = !strKept.empty();
         return true;
     }
 

@@ -25,8 +25,9 @@ enum class Verdict {
     eToBeReplaced,    ///< exists until the restart replaces it with another program's file
     eNotDeleted,
     eValueDiffers,
-    eUnknown,  ///< not accessible, or possibly an older file
-    eRefused,  ///< an invalid place, or one behind a link: not accessed
+    eUnknown,     ///< not accessible, or possibly an older file
+    eNotCovered,  ///< exists, but nothing shows whether it is as the update left it
+    eRefused,     ///< an invalid place, or one behind a link: not accessed
     eCount
 };
 
@@ -51,7 +52,14 @@ struct VerifyContext {
 /// other items as expected.
 [[nodiscard]] std::vector<VerifyResult> VerifyState(const ExpectedState& expected, VerifyContext& context);
 
-/// 0 when all are as expected, 3010 when all others wait for the restart, otherwise 1.
+/// The verdict's word in every output, "ARRIVED".
+[[nodiscard]] const wchar_t* WordOf(Verdict eVerdict);
+/// The verdict of a word. False for another word.
+[[nodiscard]] bool ParseVerdict(std::wstring_view tstrWord, Verdict& eVerdict);
+/// Whether the machine is as expected there.
+[[nodiscard]] bool IsKept(const VerifyResult& result);
+
+/// 0 when all that can be checked is as expected, 3010 when all others wait for the restart, otherwise 1.
 [[nodiscard]] int ExitCodeOf(std::span<const VerifyResult> results);
 
 /// One line per result, unexpected ones last, then the counts. `tstrSource` is the source of the expected state.

@@ -1,22 +1,15 @@
-// The output formats of "verify", and the verb.
+// The output formats of "verify".
 #include "check/verify/Verify.h"
 
-#include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
 #include "check/update/RowOrder.h"
 #include "check/update/ShownText.h"
-#include "check/verify/Manifest.h"
 
-#include "agent/DownloadPath.h"
-#include "common/Frwk_Utility.h"
-#include "common/KzComn_File.h"
 #include "common/KzComn_String.h"
-#include "common/KzComn_WindowsMachine.h"
 
 #include <algorithm>
 #include <iterator>
-#include <optional>
 
 using namespace KzCommon;
 
@@ -43,6 +36,7 @@ constexpr VerdictRow kVerdicts[] = {
     {Verdict::eNotDeleted, L"NOT DELETED"},
     {Verdict::eValueDiffers, L"VALUE DIFFERS"},
     {Verdict::eUnknown, L"UNKNOWN"},
+    {Verdict::eNotCovered, L"NOT COVERED"},
     {Verdict::eRefused, L"REFUSED"},
 };
 static_assert(IsInOrder(kVerdicts, &VerdictRow::eVerdict) &&
@@ -55,76 +49,38 @@ const VerdictRow& RowOf(Verdict eVerdict)
     return kVerdicts[static_cast<std::size_t>(eVerdict)];
 }
 
-bool IsKept(const VerifyResult& result)
-{
-    return RowOf(result.eVerdict).bKept;
-}
-
 std::size_t CountOf(std::span<const VerifyResult> results, Verdict eVerdict)
 {
     return static_cast<std::size_t>(std::count_if(
         results.begin(), results.end(), [&](const VerifyResult& result) { return result.eVerdict == eVerdict; }));
 }
 
-/// The manifest of the update in the download folder; empty when that is not below the install folder.
-std::wstring DownloadedManifest(const Folder& installed)
-{
-    const DownloadKey& key = ProductDownloadKey();
-    std::wstring tstrPackage = key.szDefault;
-    const WindowsMachine machine;
-    static_cast<void>(ReadDownloadPath(machine, installed / kUpdateInfoFile, key, tstrPackage));
-    MachineFolders folders(installed, tstrPackage);
-    const Destination place{kInstalledDir, kComponents + tstrPackage + L"\\Share\\Setting\\" + kShippedManifest};
-    return folders.LeadsElsewhere(machine, place) ? std::wstring() : folders.PathOf(place);
-}
-
-/// The last write time of a file; empty when it does not exist.
-std::optional<ULONGLONG> TimeOf(const std::wstring& tstrPath)
-{
-    WIN32_FILE_ATTRIBUTE_DATA data = {};
-    if (tstrPath.empty() || !::GetFileAttributesExW(LongPath(tstrPath).c_str(), GetFileExInfoStandard, &data))
-        return {};
-    if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) return {};
-    return ULARGE_INTEGER{{data.ftLastWriteTime.dwLowDateTime, data.ftLastWriteTime.dwHighDateTime}}.QuadPart;
-}
-
-/// The manifest shipped with the newest update: the installed one, or the one that the restart puts in its place,
-/// unless a newer one has been downloaded since. Otherwise empty.
-std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& pending)
-{
-    std::wstring tstrFound = installed / kShippedManifest;
-    const PendingFate fate = pending.After(tstrFound);
-    // Another program may move a file there, too: one from elsewhere does not belong to an update.
-    if (fate.eKind == PendingFate::Kind::eTaken && installed.Contains(fate.tstrFrom)) {
-        tstrFound = fate.tstrFrom;
-    }
-    std::wstring tstrDownloaded = DownloadedManifest(installed);
-    const auto optFound = TimeOf(tstrFound);
-    const auto optDownloaded = TimeOf(tstrDownloaded);
-    if (optDownloaded && (!optFound || *optDownloaded > *optFound)) return tstrDownloaded;
-    return optFound ? tstrFound : std::wstring();
-}
-
-/// Sets the expected content of the manifest file itself, which is known here but cannot be in the manifest.
-void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected)
-{
-    ContentReader reader;
-    Content content;
-    if (!reader.Read(tstrManifest, content, nullptr)) return;
-    for (ExpectedFile& file : expected.files) {
-        if (String::EqualsNoCase(file.tstrPlace, kInstalledDir + std::wstring(kShippedManifest))) {
-            file.optContent = content;
-        }
-    }
-}
-
 }  // namespace
+
+bool IsKept(const VerifyResult& result)
+{
+    return RowOf(result.eVerdict).bKept;
+}
+
+const wchar_t* WordOf(Verdict eVerdict)
+{
+    return RowOf(eVerdict).szWord;
+}
+
+bool ParseVerdict(std::wstring_view tstrWord, Verdict& eVerdict)
+{
+    const auto* const pRow = std::ranges::find(kVerdicts, tstrWord, &VerdictRow::szWord);
+    if (pRow == std::end(kVerdicts)) return false;
+    eVerdict = pRow->eVerdict;
+    return true;
+}
 
 int ExitCodeOf(std::span<const VerifyResult> results)
 {
     int iExitCode = kClean;
     for (const VerifyResult& result : results) {
-        if (!IsKept(result) && result.eVerdict != Verdict::eWaiting) return kFound;
+        const bool bNoMatter = IsKept(result) || result.eVerdict == Verdict::eNotCovered;
+        if (!bNoMatter && result.eVerdict != Verdict::eWaiting) return kFound;
         if (result.eVerdict == Verdict::eWaiting) iExitCode = kRestartPending;
     }
     return iExitCode;
@@ -170,41 +126,6 @@ std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std
     }
     ShowHostPaths(root);
     return ToJsonText(root);
-}
-
-int RunVerify(const Arguments& arguments, Output& output)
-{
-    const std::wstring tstrInstalled =
-        arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(WindowsMachine()));
-    const Folder installed = Storage::Directory::FullPath(tstrInstalled);
-    if (tstrInstalled.empty() || !Storage::Directory::IsExisted(installed)) {
-        output.tstrErrors +=
-            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
-            L"; --installed DIR names the product's folder\n";
-        return kCannotRead;
-    }
-    const WindowsMachine machine;
-    PendingPlaces pending(machine, ReadPendingMoves(machine));
-    const bool bShipped = arguments.operands.empty();
-    const std::wstring tstrSource = bShipped ? FindShippedManifest(installed, pending) : arguments.operands.front();
-    if (tstrSource.empty()) {
-        output.tstrErrors +=
-            L"no update on this machine has brought its manifest, QorUpdate.json. Its author adds it with "
-            L"\"BrevantCheck manifest --into UPDATE\". Here \"BrevantCheck manifest UPDATE > FILE\" "
-            L"and \"BrevantCheck verify FILE\" do the same with the update's folder\n";
-        return kCannotRead;
-    }
-    ExpectedState expected;
-    if (!ReadManifest(tstrSource, expected, output.tstrErrors)) return kCannotRead;
-    if (bShipped) AddOwnContent(tstrSource, expected);
-    MachineFolders folders(installed, expected.tstrProduct);
-    ContentReader contents;
-    VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
-    const std::vector<VerifyResult> results = VerifyState(expected, context);
-    output.strText = arguments.eFormat == Format::eJson
-                         ? FormatResultsAsJson(results, tstrSource)
-                         : String::ToUtf8(WithHostPaths(FormatResults(results, tstrSource)));
-    return ExitCodeOf(results);
 }
 
 }  // namespace Check

@@ -130,7 +130,9 @@ TEST_F(VerifyTest, MergedSettingsAreCheckedByTheirContents)
         {"<c><a/><b><new/></b>", nullptr, "DIFFERENT config.xml (line 1: "},
         {"<c><a/><b><new/></b></c>", "<c><other/></c>", "ARRIVED config.xml"},
         {"<c><a/><b><new/></b></c>", "<c><own>secret</own></c>", "DIFFERENT config.xml (there is no /own)"},
-        {"<c><a/><b><new/></b><own/></c>", "<c><own>secret</own></c>", "ARRIVED config.xml"},
+        {"<c><a/><b><new/></b><own>1</own></c>", "<c><own>1</own></c>", "ARRIVED config.xml"},
+        {"<c><a/><b><new/></b><own/></c>", "<c><own>1</own></c>", "DIFFERENT config.xml (/own has another"},
+        {"<c><a/><b><new/></b><own type=\"int\"/></c>", "<c><own>x</own></c>", "ARRIVED config.xml"},
     };
     for (const auto& [szMerged, szKept, szLine] : rows) {
         m_machine.Write(L"config.xml", szMerged);

@@ -1,0 +1,290 @@
+#include "check/fleet/Rollup.h"
+
+#include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
+#include "check/update/JsonText.h"
+#include "check/update/OpenUpdate.h"
+#include "check/update/ShownText.h"
+
+#include "common/KzComn_File.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
+
+#include <algorithm>
+#include <initializer_list>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+constexpr std::size_t kMostBytes = std::size_t{1} << 20;
+constexpr std::size_t kReasons = 10;
+constexpr std::size_t kNamedMachines = 5;
+constexpr std::size_t kShownDigits = 12;  // of an update's SHA-256
+
+/// Collects records and keeps the latest of each machine.
+class Collection {
+public:
+    explicit Collection(Rollup& rollup) : m_rollup(rollup) {}
+
+    void Take(const std::wstring& tstrFile)
+    {
+        std::string strBytes;
+        Record record;
+        DWORD dwError = ERROR_SUCCESS;
+        std::wstring tstrError;
+        if (!Storage::File::ReadWhole(LongPath(tstrFile), kMostBytes, strBytes, &dwError)) {
+            m_rollup.ignored.push_back({tstrFile, DescribeError(dwError)});
+        } else if (!ParseRecord(strBytes, record, tstrError)) {
+            m_rollup.ignored.push_back({tstrFile, tstrError});
+        } else {
+            Keep(tstrFile, std::move(record));
+        }
+    }
+
+    void Finish()
+    {
+        for (auto& [tstrMachine, record] : m_latest) m_rollup.machines.push_back(std::move(record));
+        String::NoCaseMap<SharedReason> reasons;
+        for (const Record& record : m_rollup.machines) {
+            for (const VerifyResult& result : record.open) {
+                if (result.eVerdict == Verdict::eNotCovered) continue;
+                const std::wstring tstrVerdict = WordOf(result.eVerdict);
+                SharedReason& reason = reasons[tstrVerdict + L"\n" + result.tstrWhat];
+                reason.tstrVerdict = tstrVerdict;
+                reason.tstrWhat = result.tstrWhat;
+                reason.machines.push_back(record.tstrMachine);
+            }
+        }
+        for (auto& [tstrKey, reason] : reasons) m_rollup.reasons.push_back(std::move(reason));
+        std::ranges::stable_sort(m_rollup.reasons, std::ranges::greater(),
+                                 [](const SharedReason& reason) { return reason.machines.size(); });
+        if (m_rollup.reasons.size() > kReasons) m_rollup.reasons.resize(kReasons);
+    }
+
+    [[nodiscard]] bool HasRecordOf(const std::wstring& tstrMachine) const { return m_latest.contains(tstrMachine); }
+
+private:
+    void Keep(const std::wstring& tstrFile, Record record)
+    {
+        const auto [itKnown, bNew] = m_latest.try_emplace(record.tstrMachine);
+        Record& known = itKnown->second;
+        if (!bNew && known.tstrTime == record.tstrTime) {
+            m_rollup.ignored.push_back({tstrFile, L"a second record of " + record.tstrMachine + L" of the same time"});
+            return;
+        }
+        if (!bNew) ++m_rollup.cOlder;
+        if (bNew || known.tstrTime < record.tstrTime) known = std::move(record);
+    }
+
+    Rollup& m_rollup;
+    String::NoCaseMap<Record> m_latest;  // by machine
+};
+
+std::size_t CountOf(const Rollup& rollup, const std::string& strUpdate, MachineVerdict eVerdict)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(rollup.machines, [&](const Record& record) {
+        return record.strUpdate == strUpdate && record.eVerdict == eVerdict;
+    }));
+}
+
+constexpr MachineVerdict kVerdicts[] = {MachineVerdict::eArrived, MachineVerdict::ePending, MachineVerdict::eMissing,
+                                        MachineVerdict::eUnknown};
+
+/// One record of each update, by identity.
+std::map<std::string, const Record*> UpdatesOf(const Rollup& rollup)
+{
+    std::map<std::string, const Record*> updates;
+    for (const Record& record : rollup.machines) updates.try_emplace(record.strUpdate, &record);
+    return updates;
+}
+
+std::wstring FormatText(const Rollup& rollup)
+{
+    std::wstring tstrText;
+    const auto add = [&](std::wstring tstrLine) {
+        tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
+    };
+    for (const auto& [strUpdate, pRecord] : UpdatesOf(rollup)) {
+        add(L"update " + String::FromAnsi(strUpdate.substr(0, kShownDigits)) + L", " + pRecord->tstrPackage);
+        std::wstring tstrLine;
+        for (const MachineVerdict eVerdict : kVerdicts) {
+            tstrLine += (tstrLine.empty() ? L"  " : L", ") + std::to_wstring(CountOf(rollup, strUpdate, eVerdict)) +
+                        L" " + String::FromAnsi(WordOf(eVerdict));
+        }
+        add(tstrLine);
+    }
+    if (!rollup.reasons.empty()) tstrText += L"most frequent reasons\n";
+    for (const SharedReason& reason : rollup.reasons) {
+        std::wstring tstrLine = L"  " + Counted(reason.machines.size(), L"machine", L"machines") + L": " +
+                                reason.tstrVerdict + L" " + reason.tstrWhat + L": ";
+        const std::size_t cNamed = std::min(reason.machines.size(), kNamedMachines);
+        for (std::size_t u = 0; u < cNamed; ++u) tstrLine += (u ? L", " : L"") + reason.machines[u];
+        add(tstrLine + (cNamed < reason.machines.size() ? L", ..." : L""));
+    }
+    for (const std::wstring& tstrMachine : rollup.unheard) add(L"no record: " + tstrMachine);
+    for (const IgnoredRecord& ignored : rollup.ignored)
+        add(L"ignored: " + ignored.tstrFile + L": " + ignored.tstrReason);
+    if (rollup.cOlder > 0) add(Counted(rollup.cOlder, L"older record", L"older records"));
+    return tstrText + Counted(rollup.machines.size(), L"machine", L"machines") + L"\n";
+}
+
+Json::Value ListOf(const std::vector<std::wstring>& texts)
+{
+    Json::Value json(Json::arrayValue);
+    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
+    return json;
+}
+
+std::string FormatJson(const Rollup& rollup)
+{
+    Json::Value root;
+    root["updates"] = root["reasons"] = root["machines"] = root["ignored"] = Json::Value(Json::arrayValue);
+    for (const auto& [strUpdate, pRecord] : UpdatesOf(rollup)) {
+        Json::Value json;
+        json["update"] = strUpdate;
+        json["package"] = ToJson(pRecord->tstrPackage);
+        for (const MachineVerdict eVerdict : kVerdicts) {
+            json[WordOf(eVerdict)] = Json::UInt64{CountOf(rollup, strUpdate, eVerdict)};
+        }
+        root["updates"].append(std::move(json));
+    }
+    for (const SharedReason& reason : rollup.reasons) {
+        Json::Value json;
+        json["verdict"] = ToJson(reason.tstrVerdict);
+        json["what"] = ToJson(reason.tstrWhat);
+        json["machines"] = ListOf(reason.machines);
+        root["reasons"].append(std::move(json));
+    }
+    for (const Record& record : rollup.machines) {
+        Json::Value json;
+        json["machine"] = ToJson(record.tstrMachine);
+        json["update"] = record.strUpdate;
+        json["verdict"] = WordOf(record.eVerdict);
+        json["time"] = ToJson(record.tstrTime);
+        if (record.optPendingMinutes) json["pending_minutes"] = Json::UInt64{*record.optPendingMinutes};
+        root["machines"].append(std::move(json));
+    }
+    for (const IgnoredRecord& ignored : rollup.ignored) {
+        Json::Value json;
+        json["file"] = ToJson(ignored.tstrFile);
+        json["reason"] = ToJson(ignored.tstrReason);
+        root["ignored"].append(std::move(json));
+    }
+    root["no_record"] = ListOf(rollup.unheard);
+    root["older_records"] = Json::UInt64{rollup.cOlder};
+    ShowHostPaths(root);
+    return ToJsonText(root);
+}
+
+/// A field of RFC 4180. A spreadsheet takes a text that begins like a formula for one, so such a text begins with "'".
+std::wstring CsvField(std::wstring tstrText)
+{
+    if (!tstrText.empty() && std::wstring_view(L"=+-@\t\r").find(tstrText.front()) != std::wstring_view::npos) {
+        tstrText.insert(0, 1, L'\'');
+    }
+    std::wstring tstrField = L"\"";
+    for (const wchar_t ch : tstrText) tstrField.append(ch == L'"' ? 2 : 1, ch);
+    return tstrField + L"\"";
+}
+
+std::wstring CsvLine(std::initializer_list<std::wstring> fields)
+{
+    std::wstring tstrLine;
+    for (const std::wstring& tstrField : fields) tstrLine += (tstrLine.empty() ? L"" : L",") + CsvField(tstrField);
+    return tstrLine + L"\r\n";
+}
+
+/// One line for each machine; those without a record have no other field.
+std::wstring FormatCsv(const Rollup& rollup)
+{
+    std::wstring tstrText = CsvLine({L"machine", L"verdict", L"update", L"package", L"product version",
+                                     L"agent version", L"time", L"started", L"pending minutes", L"not kept"});
+    for (const Record& record : rollup.machines) {
+        tstrText +=
+            CsvLine({record.tstrMachine, String::FromAnsi(WordOf(record.eVerdict)), String::FromAnsi(record.strUpdate),
+                     record.tstrPackage, record.tstrProductVersion, record.tstrAgentVersion, record.tstrTime,
+                     record.tstrStarted, record.optPendingMinutes ? std::to_wstring(*record.optPendingMinutes) : L"",
+                     std::to_wstring(record.open.size())});
+    }
+    for (const std::wstring& tstrMachine : rollup.unheard) {
+        tstrText += CsvLine({tstrMachine, L"no record", L"", L"", L"", L"", L"", L"", L"", L""});
+    }
+    return tstrText;
+}
+
+/// One name in each line, in UTF-8 or UTF-16 with BOM.
+bool ReadNames(const std::wstring& tstrFile, std::vector<std::wstring>& names, DWORD* pdwError)
+{
+    std::string strBytes;
+    if (!Storage::File::ReadWhole(LongPath(Storage::Directory::FullPath(tstrFile)), kMostBytes, strBytes, pdwError)) {
+        return false;
+    }
+    std::wstring tstrText;
+    static_cast<void>(String::FromUtf8(DecodeText(strBytes), tstrText));
+    bool bMore = false;
+    for (const std::wstring& tstrLine : String::SplitFields(tstrText, L'\n', tstrText.size() + 1, bMore)) {
+        std::wstring tstrName(String::Trim(tstrLine, L" \t\r"));
+        if (!tstrName.empty()) names.push_back(std::move(tstrName));
+    }
+    return true;
+}
+
+bool IsJson(std::wstring_view tstrName)
+{
+    constexpr std::wstring_view kEnding = L".json";
+    return tstrName.size() > kEnding.size() &&
+           String::EqualsNoCase(tstrName.substr(tstrName.size() - kEnding.size()), kEnding);
+}
+
+}  // namespace
+
+bool MakeRollup(const std::wstring& tstrFolder, const std::vector<std::wstring>& known, Rollup& rollup, DWORD* pdwError)
+{
+    Collection collection(rollup);
+    std::vector<std::wstring> folders{String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder))};
+    while (!folders.empty()) {
+        const std::wstring tstrCurrent = std::move(folders.back());
+        folders.pop_back();
+        const auto take = [&](const Storage::Directory::Entry& entry) {
+            if (entry.bFolder && !entry.bLink) folders.push_back(tstrCurrent + entry.tstrName + L"\\");
+            if (!entry.bFolder && IsJson(entry.tstrName)) {
+                collection.Take(tstrCurrent + entry.tstrName);
+            }
+        };
+        const bool bListed =
+            Storage::Directory::ForEachEntry(String::EnsureBackslash(LongPath(tstrCurrent)), L"*", take, pdwError);
+        if (!bListed) return false;
+    }
+    for (const std::wstring& tstrMachine : known) {
+        if (!collection.HasRecordOf(tstrMachine)) rollup.unheard.push_back(tstrMachine);
+    }
+    collection.Finish();
+    return true;
+}
+
+int RunRollup(const Arguments& arguments, Output& output)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    std::vector<std::wstring> known;
+    if (arguments.optMachines && !ReadNames(*arguments.optMachines, known, &dwError)) {
+        return CannotRead(*arguments.optMachines, dwError, output);
+    }
+    Rollup rollup;
+    if (!MakeRollup(arguments.operands.front(), known, rollup, &dwError)) {
+        return CannotRead(arguments.operands.front(), dwError, output);
+    }
+    switch (arguments.eFormat) {
+        case Format::eText:
+        case Format::eSarif: output.strText = String::ToUtf8(WithHostPaths(FormatText(rollup))); break;
+        case Format::eJson: output.strText = FormatJson(rollup); break;
+        case Format::eCsv: output.strText = String::ToUtf8(FormatCsv(rollup)); break;
+    }
+    const bool bAll = std::ranges::all_of(
+        rollup.machines, [](const Record& record) { return record.eVerdict == MachineVerdict::eArrived; });
+    return bAll && rollup.unheard.empty() && rollup.ignored.empty() ? kClean : kFound;
+}
+
+}  // namespace Check

@@ -1,0 +1,120 @@
+// The verb "verify" and what it leaves for a fleet: a record, the answer to a detection script.
+#include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
+#include "check/verify/Manifest.h"
+#include "check/verify/Record.h"
+#include "check/verify/ShippedManifest.h"
+#include "check/verify/Verify.h"
+
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_File.h"
+#include "common/KzComn_FileReplace.h"
+#include "common/KzComn_String.h"
+#include "common/KzComn_WindowsMachine.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// What was found on this machine.
+struct Verification {
+    Folder installed;
+    std::wstring tstrSource;  ///< the manifest; empty if no update has brought one
+    ExpectedState expected;
+    std::vector<VerifyResult> results;
+};
+
+/// False, with an error line, if nothing can be verified.
+bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verification& found, std::wstring& tstrErrors)
+{
+    const std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(machine));
+    found.installed = Folder(Storage::Directory::FullPath(tstrInstalled));
+    if (tstrInstalled.empty() || !Storage::Directory::IsExisted(found.installed)) {
+        tstrErrors +=
+            (tstrInstalled.empty() ? L"no product is installed on this machine" : tstrInstalled + L": no such folder") +
+            L"; --installed DIR names the product's folder\n";
+        return false;
+    }
+    PendingPlaces pending(machine, ReadPendingMoves(machine));
+    const bool bShipped = arguments.operands.empty();
+    found.tstrSource = bShipped ? FindShippedManifest(found.installed, pending) : arguments.operands.front();
+    if (found.tstrSource.empty()) {
+        tstrErrors +=
+            L"no update on this machine has brought its manifest, QorUpdate.json. Its author adds it with "
+            L"\"BrevantCheck manifest --into UPDATE\". Here \"BrevantCheck manifest UPDATE > FILE\" "
+            L"and \"BrevantCheck verify FILE\" do the same with the update's folder\n";
+        return false;
+    }
+    if (!ReadManifest(found.tstrSource, found.expected, tstrErrors)) return false;
+    if (bShipped) AddOwnContent(found.tstrSource, found.expected);
+    MachineFolders folders(found.installed, found.expected.tstrProduct);
+    ContentReader contents;
+    VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
+    found.results = VerifyState(found.expected, context);
+    return true;
+}
+
+/// "--record". False, with an error line, if the record cannot be written.
+bool WriteRecord(const std::wstring& tstrFile, const Record& record, std::wstring& tstrErrors)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    Storage::File::Replacement file(LongPath(Storage::Directory::FullPath(tstrFile)));
+    if (file.Create({}, FILE_ATTRIBUTE_NORMAL, &dwError) && file.Write(FormatRecord(record), &dwError) &&
+        file.TakePlace(&dwError)) {
+        return true;
+    }
+    tstrErrors += tstrFile + L": cannot be written: " + DescribeError(dwError) + L"\n";
+    return false;
+}
+
+/// "--detect": a management program runs a script and takes "exit code 0 with a line" for "has arrived", "exit code 0
+/// without output" for "has not", and anything else for "the script has failed".
+int Detect(const Verification& found, bool bPendingCounts, Output& output)
+{
+    const MachineVerdict eVerdict = JudgeMachine(found.results);
+    if (eVerdict == MachineVerdict::eUnknown) {
+        for (const VerifyResult& result : found.results) {
+            if (IsKept(result) || result.eVerdict == Verdict::eWaiting) continue;
+            output.tstrErrors +=
+                std::wstring(WordOf(result.eVerdict)) + L" " + result.tstrWhat + L" (" + result.tstrDetail + L")\n";
+        }
+        return kFound;
+    }
+    if (eVerdict == MachineVerdict::eArrived || (bPendingCounts && eVerdict == MachineVerdict::ePending)) {
+        output.strText = std::string(WordOf(eVerdict)) + " " + found.expected.strUpdate + "\n";
+    }
+    return kClean;
+}
+
+/// Whether nothing on the machine speaks of an update: that is an answer for a detection script, not a failure.
+bool IsNothingThere(const Arguments& arguments, const Verification& found)
+{
+    return arguments.bDetect && arguments.operands.empty() && !arguments.optInstalled && found.tstrSource.empty();
+}
+
+}  // namespace
+
+int RunVerify(const Arguments& arguments, Output& output)
+{
+    const WindowsMachine machine;
+    Verification found;
+    std::wstring tstrErrors;
+    if (!VerifyMachine(arguments, machine, found, tstrErrors)) {
+        if (IsNothingThere(arguments, found)) return kClean;
+        output.tstrErrors += tstrErrors;
+        return kCannotRead;
+    }
+    if (arguments.optRecord) {
+        const Record record = MakeRecord(machine, found.installed, found.expected, found.results);
+        if (!WriteRecord(*arguments.optRecord, record, output.tstrErrors)) return kCannotRead;
+    }
+    if (arguments.bDetect) return Detect(found, arguments.optPending == L"arrived", output);
+    output.strText = arguments.eFormat == Format::eJson
+                         ? FormatResultsAsJson(found.results, found.tstrSource)
+                         : String::ToUtf8(WithHostPaths(FormatResults(found.results, found.tstrSource)));
+    return ExitCodeOf(found.results);
+}
+
+}  // namespace Check
