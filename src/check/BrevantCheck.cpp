@@ -2,6 +2,7 @@
 // its caller's rights, and writes only the manifest of "manifest --into" and the folder of "new".
 #include "check/fleet/Rollup.h"
 #include "check/lint/Lint.h"
+#include "check/ready/Ready.h"
 #include "check/simulate/Plan.h"
 #include "check/start/NewUpdate.h"
 #include "check/trace/TraceSummary.h"
@@ -51,6 +52,13 @@ constexpr Verb kVerbs[] = {
      L"  --trace          prints the trace that the run would write\n\n"
      L"Exit code: 0 planned, 2 wrong use, 3 cannot read.",
      kInstalled | kLanguage | kFormatJson | kTrace, 1, 1, RunPlan},
+    {L"ready", L"UPDATE [--installed DIR] [--format text|json]",
+     L"Says whether the deployment would work on this machine, now: space, files in use, pending moves of others, an\n"
+     L"update that still waits for the restart, changes that are not possible, folders that standard users can write\n"
+     L"to, Fast Startup, a version that is installed already. Each finding has a number and a remedy.\n\n"
+     L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n\n"
+     L"Exit code: 0 ready, 1 findings, 2 wrong use, 3 cannot read.",
+     kInstalled | kFormatJson, 1, 1, RunReady},
     {L"manifest", L"UPDATE > FILE | --into UPDATE",
      L"Writes what the update promises to a machine: files with their SHA-256, deletions, registry values, update\n"
      L"information. \"verify\" compares a machine with it.\n\n"

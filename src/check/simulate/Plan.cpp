@@ -63,14 +63,9 @@ Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOption
         std::move(run.tstrTrace)};
 }
 
-int RunPlan(const Arguments& arguments, Output& output)
+bool OpenPlan(const Arguments& arguments, Update& update, Plan& plan, Output& output)
 {
-    if (arguments.languages.size() > 1) {
-        output.tstrErrors += L"--language: an installed product has one language\n";
-        return kWrongUse;
-    }
-    Update update;
-    if (!OpenUpdate(arguments, update, output)) return kCannotRead;
+    if (!OpenUpdate(arguments, update, output)) return false;
     const WindowsMachine machine;
     const bool bGiven = arguments.optInstalled.has_value();
     const Folder installed = InstalledFolder(machine, update, bGiven);
@@ -78,18 +73,20 @@ int RunPlan(const Arguments& arguments, Output& output)
         output.tstrErrors +=
             (installed.IsKnown() ? installed / L": no such folder" : L"no product is installed on this machine") +
             L"; --installed DIR names the product's folder\n";
-        return kCannotRead;
+        return false;
     }
     for (const wchar_t* szName : {kInstructionFile, kUpdateInfoFile}) {
         DWORD dwError = ERROR_SUCCESS;
         const std::wstring tstrLaid = update.Root() / szName;
         const std::wstring tstrPath = machine.HasAny(tstrLaid) ? tstrLaid : installed / szName;
-        if (!IsReadable(tstrPath, dwError)) return CannotRead(tstrPath, dwError, output);
+        if (IsReadable(tstrPath, dwError)) continue;
+        static_cast<void>(CannotRead(tstrPath, dwError, output));
+        return false;
     }
-    const Plan plan = MakePlan(update, installed,
-                               {.bInstalledGiven = bGiven,
-                                .bTrace = arguments.bTrace,
-                                .tstrLanguage = arguments.languages.empty() ? L"" : arguments.languages.front()});
+    plan = MakePlan(update, installed,
+                    {.bInstalledGiven = bGiven,
+                     .bTrace = arguments.bTrace,
+                     .tstrLanguage = arguments.languages.empty() ? L"" : arguments.languages.front()});
     if (bGiven && LacksRegistry(machine, installed)) {
         output.tstrErrors += installed / kRegistryFile +
                              L": missing; language, version and all else that the product's registry key holds count "
@@ -98,6 +95,18 @@ int RunPlan(const Arguments& arguments, Output& output)
     for (const std::size_t uLine : plan.unknownLines) {
         output.tstrErrors += installed / L"registry.reg:" + std::to_wstring(uLine) + L": ignored, not known\n";
     }
+    return true;
+}
+
+int RunPlan(const Arguments& arguments, Output& output)
+{
+    if (arguments.languages.size() > 1) {
+        output.tstrErrors += L"--language: an installed product has one language\n";
+        return kWrongUse;
+    }
+    Update update;
+    Plan plan;
+    if (!OpenPlan(arguments, update, plan, output)) return kCannotRead;
     output.strText = arguments.bTrace                     ? String::ToUtf8(WithHostPaths(plan.tstrTrace))
                      : arguments.eFormat == Format::eJson ? FormatPlanJson(plan)
                                                           : String::ToUtf8(WithHostPaths(FormatPlanText(plan)));

@@ -34,6 +34,10 @@ class Update;
 /// `installedDir`.
 [[nodiscard]] Plan MakePlan(const Update& update, const Folder& installedDir, const PlanOptions& options = {});
 
+/// Opens the update of a verb's first operand, finds the installed product, and plans. False, with an error line, when
+/// one of them is missing or unreadable.
+[[nodiscard]] bool OpenPlan(const Arguments& arguments, Update& update, Plan& plan, Output& output);
+
 /// Runs the verb.
 [[nodiscard]] int RunPlan(const Arguments& arguments, Output& output);
 

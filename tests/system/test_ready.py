@@ -1,0 +1,54 @@
+"""What "ready" finds on a machine: nothing before a deployment, then one obstacle after another."""
+import json
+import unittest
+
+from brevantlab.expect import LabTest, faults
+from brevantlab.layouts import SampleMachine
+from brevantlab.machine import SESSION_MANAGER
+
+POWER = 'HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power'
+TERABYTE = 1 << 40
+
+
+class Ready(LabTest):
+    def found(self):
+        """(number, name of the file or folder) of each finding."""
+        result = self.machine.run(self.machine.install + 'BrevantCheck.exe', 'ready',
+                                  self.machine.install.rstrip('\\'), '--format', 'json', errors=False)
+        told = json.loads(result.output)
+        self.assertEqual([], faults('ready', told))
+        found = {(row['number'], row['what'].rstrip('\\').split('\\')[-1]) for row in told['findings']}
+        self.assertEqual((int(bool(found)), not found), (result.code, told['ready']))
+        return found
+
+    def test_each_obstacle_is_found(self):
+        self.machine = machine = self.enterContext(SampleMachine())
+        machine.mark_renamed()
+        self.assertEqual(set(), self.found())
+
+        machine.set_value(POWER, 'HiberbootEnabled', 1)
+        machine.set_value(SESSION_MANAGER, 'PendingFileRenameOperations', [
+            '\\??\\C:\\other.dll', f'!\\??\\{machine.install}Qorvault.exe', f'\\??\\{machine.install}config.xml', '',
+            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
+        setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
+        with open(setting / 'readme_EN-US.htm', 'ab') as file:
+            file.truncate(8 * TERABYTE)
+        machine.host(machine.install + 'Component').chmod(0o777)
+        machine.host(machine.install + 'Patterns').rename(machine.host(machine.install + 'Patterns2'))
+        machine.host(machine.install + 'Patterns').write_text('a file')
+        found = self.found()
+        self.assertEqual({(1, 'C:'), (3, 'Qorvault.exe'), (3, 'config.xml'), (6, 'Component'), (7, 'Fast Startup')},
+                         {row for row in found if row[0] != 5})
+        self.assertIn(5, [number for number, _ in found])
+
+    def test_an_update_that_waits_or_has_arrived(self):
+        self.machine = machine = self.enterContext(SampleMachine())
+        machine.mark_renamed()
+        machine.run(machine.install + 'Brevant.exe', '/DeployFramework')
+        self.assertEqual({(4, 'Component')}, self.found())
+        machine.restart()
+        self.assertIn((8, 'UpdateInfo.ini'), self.found())
+
+
+if __name__ == '__main__':
+    unittest.main()
