@@ -7,7 +7,7 @@ set -euo pipefail
 here="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
-readonly kVerbs=" lint plan ready manifest diff verify rollup trace new "
+readonly kVerbs=" lint plan ready manifest sign check-signature diff verify rollup trace new "
 
 # The updates and the options of lint, for a call without a verb.
 updates=() options=()
@@ -59,6 +59,35 @@ check() {
     PYTHONPATH="$tools" BREVANT_HOST_DRIVE=Z: python3 -B -m brevantlab.machine run "$program" "$@"
 }
 
+# The program cannot start a command of the host, so this does what its verb "sign" does on Windows.
+sign() {
+    local update='' with='' manifest
+    while [[ $# -gt 0 ]]; do
+        if [[ "$1" == --with && $# -gt 1 ]]; then
+            with="$2"
+            shift
+        elif [[ -z "$update" && "$1" != -* ]]; then
+            update="$1"
+        else
+            wrong_use "sign: not understood: $1"
+        fi
+        shift
+    done
+    [[ -n "$update" && -n "$with" ]] || wrong_use "sign UPDATE --with COMMAND"
+    manifest="$(check manifest --into "$update")" || exit
+    manifest="${manifest%: written*}"
+    rm -f -- "$manifest.sig"
+    $with "$manifest" || fail_sign "$with"
+    [[ -s "$manifest.sig" ]] || fail_sign "$with"
+    echo "$manifest.sig: written"
+}
+
+fail_sign() {
+    echo "$1: wrote no signature" >&2
+    exit 3
+}
+
+[[ "$verb" != sign || "${2:-}" == --help ]] || { sign "${@:2}"; exit; }
 [[ -z "$verb" ]] || { check "$@"; exit; }
 code=0
 for update in "${updates[@]}"; do

@@ -62,6 +62,7 @@ if [[ "${1:-}" == --fast ]]; then
 fi
 need_packages chromium # in which the report of a trial is opened
 need_packages python3-jsonschema libxml2-utils # for the schemas
+need_packages openssl # for signatures
 step "locked dependencies" tools/update-dependencies.sh --check || true # says it, and the tests go on
 step "Python" tools/analyse.sh --python
 step "checked programs and tests" build_checked

@@ -3,6 +3,7 @@
 #include "check/fleet/Rollup.h"
 #include "check/lint/Lint.h"
 #include "check/ready/Ready.h"
+#include "check/sign/CheckSignature.h"
 #include "check/simulate/Plan.h"
 #include "check/start/NewUpdate.h"
 #include "check/trace/TraceSummary.h"
@@ -66,6 +67,24 @@ constexpr Verb kVerbs[] = {
      L"          brings it along, and \"verify\" needs no FILE. Renew it after every change of the update.\n\n"
      L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
      kInto, 1, 1, RunManifest},
+    {L"sign", L"UPDATE --with COMMAND",
+     L"Writes the manifest into the update, as \"manifest --into\" does, and starts COMMAND with the manifest's path "
+     L"as\n"
+     L"its last argument. COMMAND writes the signature to the same path with \".sig\": ECDSA on P-256 with SHA-256, "
+     L"in\n"
+     L"DER. The key stays where COMMAND has it.\n\n"
+     L"Exit code: 0 signed, 2 wrong use, 3 cannot read, write or sign.",
+     kWith, 1, 1, RunSign},
+    {L"check-signature", L"UPDATE --key FILE... [--installed DIR] [--older]",
+     L"Says whether an update is as its author signed it: the manifest has the signature of one of the keys, every "
+     L"file\n"
+     L"has the content that the manifest lists, no file is missing or too many, the version is not older than the\n"
+     L"installed one, and standard users cannot write to the update's folder. Start the agent only after that.\n\n"
+     L"  --key FILE       a public key in PEM; several for a change of keys\n"
+     L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
+     L"  --older          accepts an older version\n\n"
+     L"Exit code: 0 as it was signed, 1 not, 2 wrong use, 3 cannot read.",
+     kKey | kInstalled | kOlder, 1, 1, RunCheckSignature},
     {L"diff", L"OLD NEW [--format text|json]",
      L"Shows what another update does otherwise: files, settings, deletions, registry values, update information,\n"
      L"commands, shortcuts, names. OLD and NEW are the folder of an update or a manifest each.\n\n"
@@ -77,13 +96,14 @@ constexpr Verb kVerbs[] = {
      L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"
      L"restart moves, and in the download folder. Its last line names the file.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
+     L"  --key FILE       a public key in PEM: only a manifest that one of the keys has signed counts\n"
      L"  --record FILE    also writes the verdict over this machine to FILE, for \"rollup\"\n"
      L"  --detect         for detection scripts: one line if the update has arrived, no output if it has not\n"
      L"  --pending WORD   how --detect counts an update that waits for the restart: arrived, or missing (as without "
      L"it)\n\n"
      L"Exit code with --detect: 0 arrived or not, otherwise it cannot be told. Exit code without it:\n"
      L"0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
-     kInstalled | kFormatJson | kFleet, 0, 1, RunVerify},
+     kInstalled | kFormatJson | kFleet | kKey, 0, 1, RunVerify},
     {L"rollup", L"DIR [--machines FILE] [--format text|json|csv]",
      L"Makes one table of the records in DIR and its subfolders, which \"verify --record\" has written on many\n"
      L"machines: verdicts of each update, the ten most frequent reasons with their machines. The latest record of a\n"

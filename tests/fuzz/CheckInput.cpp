@@ -4,6 +4,8 @@
 #include "check/verify/Manifest.h"
 #include "check/simulate/Plan.h"
 #include "check/trace/TraceSummary.h"
+#include "check/verify/Record.h"
+#include "check/verify/Signature.h"
 #include "check/verify/Verify.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
@@ -136,6 +138,38 @@ TEST_F(CheckInput, PlacesOfManifests)
         }
     });
     EXPECT_GT(cLookedUp, 0u);
+}
+
+TEST_F(CheckInput, Records)
+{
+    RunVariants({Seed("record.json")}, [&](const std::string& strVariant) {
+        Record record;
+        Record again;
+        std::wstring tstrError;
+        if (!ParseRecord(strVariant, record, tstrError)) {
+            EXPECT_FALSE(tstrError.empty());
+            return;
+        }
+        ASSERT_TRUE(ParseRecord(FormatRecord(record), again, tstrError)) << String::ToUtf8(tstrError);
+        EXPECT_EQ(FormatRecord(again), FormatRecord(record));
+    });
+}
+
+// Only the one signature is that of the one manifest by the one key.
+TEST_F(CheckInput, Signatures)
+{
+    const std::string strManifest = Seed("manifest.json");
+    const std::string strSignature = Seed("manifest.json.sig");
+    const std::string strKey = Seed("manifest.pub");
+    PublicKey key;
+    ASSERT_TRUE(key.Read(strKey, nullptr));
+    ASSERT_TRUE(key.HasSigned(strManifest, strSignature));
+    RunVariants({strSignature, strKey}, [&](const std::string& strVariant) {
+        EXPECT_EQ(key.HasSigned(strManifest, strVariant), strVariant == strSignature);
+        PublicKey other;
+        if (!other.Read(strVariant, nullptr)) return;
+        EXPECT_EQ(other.HasSigned(strManifest, strSignature), other.Id() == key.Id());
+    });
 }
 
 }  // namespace

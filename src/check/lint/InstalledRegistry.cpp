@@ -16,25 +16,6 @@ namespace {
 
 constexpr std::size_t kMostRegistryBytes = std::size_t{64} * 1024 * 1024;
 
-/// The numbers of a version; empty for any other text.
-std::vector<unsigned long> NumbersOf(std::wstring_view tstrVersion)
-{
-    constexpr std::size_t kMostDigits = 9;
-    std::vector<unsigned long> numbers;
-    while (true) {
-        const std::size_t uEnd = std::min(tstrVersion.find(L'.'), tstrVersion.size());
-        const std::wstring tstrNumber(tstrVersion.substr(0, uEnd));
-        if (tstrNumber.empty() || tstrNumber.size() > kMostDigits ||
-            tstrNumber.find_first_not_of(L"0123456789") != std::wstring::npos) {
-            return {};
-        }
-        numbers.push_back(std::stoul(tstrNumber));
-        if (uEnd == tstrVersion.size()) break;
-        tstrVersion.remove_prefix(uEnd + 1);
-    }
-    return numbers.size() > 1 ? numbers : std::vector<unsigned long>();
-}
-
 }  // namespace
 
 InstalledRegistry::InstalledRegistry(const Update& update)
@@ -59,13 +40,6 @@ std::optional<StoredValue> InstalledRegistry::Find(const std::wstring& tstrKeyPa
     const bool bFound =
         m_optTree && m_optTree->Read({.tstrKeyPath = tstrKeyPath, .tstrName = tstrName}, value, nullptr);
     return bFound ? std::optional(std::move(value)) : std::nullopt;
-}
-
-bool IsOlderVersion(std::wstring_view tstrVersion, std::wstring_view tstrInstalled)
-{
-    const std::vector<unsigned long> numbers = NumbersOf(tstrVersion);
-    const std::vector<unsigned long> installed = NumbersOf(tstrInstalled);
-    return !numbers.empty() && !installed.empty() && numbers < installed;
 }
 
 }  // namespace Check

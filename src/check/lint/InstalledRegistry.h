@@ -31,7 +31,4 @@ private:
     std::optional<RegistryTree> m_optTree;
 };
 
-/// Whether both texts are versions, numbers between dots, and the first one is the older one.
-[[nodiscard]] bool IsOlderVersion(std::wstring_view tstrVersion, std::wstring_view tstrInstalled);
-
 }  // namespace Check

@@ -4,6 +4,7 @@
 #include "check/lint/SecretText.h"
 #include "check/update/Instructions.h"
 #include "check/update/Suggestion.h"
+#include "check/update/VersionText.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_String.h"

@@ -45,6 +45,12 @@ bool TakeLanguages(const Verb&, const std::wstring& tstrValue, Arguments& argume
     return !arguments.languages.empty();
 }
 
+bool TakeKey(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
+{
+    arguments.keys.push_back(tstrValue);
+    return !tstrValue.empty();
+}
+
 bool TakePending(const Verb&, const std::wstring& tstrValue, Arguments& arguments)
 {
     arguments.optPending = tstrValue;
@@ -73,6 +79,9 @@ constexpr OptionRow kOptions[] = {
     {.szName = L"--record", .uBits = kFleet, .pText = &Arguments::optRecord},
     {.szName = L"--detect", .uBits = kFleet, .pFlag = &Arguments::bDetect},
     {.szName = L"--pending", .uBits = kFleet, .pfnTake = TakePending},
+    {.szName = L"--with", .uBits = kWith, .pText = &Arguments::optWith},
+    {.szName = L"--key", .uBits = kKey, .pfnTake = TakeKey},
+    {.szName = L"--older", .uBits = kOlder, .pFlag = &Arguments::bOlder},
     {.szName = L"--machines", .uBits = kMachines, .pText = &Arguments::optMachines},
 };
 

@@ -23,6 +23,9 @@ struct Arguments {
     std::optional<std::wstring> optRecord;     ///< --record FILE
     std::optional<std::wstring> optPending;    ///< --pending arrived|missing
     std::optional<std::wstring> optMachines;   ///< --machines FILE
+    std::optional<std::wstring> optWith;       ///< --with COMMAND
+    std::vector<std::wstring> keys;            ///< --key FILE, any number of times
+    bool bOlder = false;                       ///< --older
     Format eFormat = Format::eText;            ///< --format
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
@@ -47,8 +50,11 @@ enum OptionBits : unsigned {
     kAll = 32,
     kTrace = 64,
     kInto = 128,
-    kNewNames = 256,   ///< --product, --version and --languages
-    kFleet = 512,      ///< --record, --detect and --pending
+    kNewNames = 256,  ///< --product, --version and --languages
+    kFleet = 512,     ///< --record, --detect and --pending
+    kWith = 2048,
+    kKey = 4096,
+    kOlder = 8192,
     kMachines = 1024,  ///< --machines, and --format csv
 };
 

@@ -147,7 +147,7 @@ bool ReadState(const std::wstring& tstrOperand, ExpectedState& state, Output& ou
     Update update;
     Arguments arguments;
     arguments.operands = {tstrOperand};
-    return OpenUpdate(arguments, update, output) && CollectExpectedState(update, state, output.tstrErrors);
+    return OpenUpdate(arguments, update, output) && CollectManifest(update, false, state, output.tstrErrors);
 }
 
 wchar_t SignOf(const Difference& difference)

@@ -134,6 +134,7 @@ public:
         AddDeletions();
         m_expected.uncovered = ListUncoveredParts(m_update);
         m_expected.languages = ListLanguages(m_update);
+        AddContents();
         return m_bRead;
     }
 
@@ -311,11 +312,27 @@ private:
         PromiseIniValue(m_expected.updateInfo, DeployedVersion());
     }
 
+    void AddContents()
+    {
+        std::vector<std::wstring> files = m_update.Files();
+        if (Storage::File::IsExisted(m_update.FullPath(kInstructionFile))) files.push_back(kInstructionFile);
+        std::ranges::sort(files, String::OrdinalNoCase());
+        for (const std::wstring& tstrFile : files) {
+            if (IsManifestOrSignature(m_update, tstrFile)) continue;
+            if (const auto optContent = ContentOf(tstrFile)) m_expected.contents.push_back({tstrFile, *optContent});
+        }
+    }
+
+    /// Reads each file once.
     std::optional<Content> ContentOf(const std::wstring& tstrFile)
     {
+        const auto itKnown = m_contents.find(tstrFile);
+        if (itKnown != m_contents.end()) return itKnown->second;
         Content content;
         DWORD dwError = ERROR_SUCCESS;
-        if (m_reader.Read(m_update.FullPath(tstrFile), content, &dwError)) return content;
+        if (m_reader.Read(m_update.FullPath(tstrFile), content, &dwError)) {
+            return m_contents.emplace(tstrFile, content).first->second;
+        }
         m_tstrErrors += m_update.FullPath(tstrFile) + L": cannot be read: " + DescribeError(dwError) + L"\n";
         m_bRead = false;
         return std::nullopt;
@@ -327,6 +344,7 @@ private:
     const MachineFolders m_folders;
     ContentReader m_reader;
     std::vector<std::wstring> m_migrated;
+    String::NoCaseMap<Content> m_contents;  // of the files that were read
     bool m_bRead = true;
 };
 
@@ -336,6 +354,12 @@ bool IsVersionKey(const std::wstring& tstrKey)
 {
     constexpr std::wstring_view kEnd = L"_Version";
     return tstrKey.size() >= kEnd.size() && String::EqualsNoCase(tstrKey.substr(tstrKey.size() - kEnd.size()), kEnd);
+}
+
+bool IsManifestOrSignature(const Update& update, const std::wstring& tstrFile)
+{
+    const std::wstring tstrManifest = update.SettingFolder() / kShippedManifest;
+    return String::EqualsNoCase(tstrFile, tstrManifest) || String::EqualsNoCase(tstrFile, tstrManifest + kSignatureEnd);
 }
 
 bool CollectExpectedState(const Update& update, ExpectedState& expected, std::wstring& tstrErrors)

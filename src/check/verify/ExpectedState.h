@@ -60,6 +60,12 @@ struct ExpectedIniKey {
     std::wstring tstrValue;
 };
 
+/// One file of an update, with its content.
+struct UpdateFile {
+    std::wstring tstrFile;  ///< relative to the update's folder
+    Content content;
+};
+
 /// Whether a key of the update information contains a version.
 [[nodiscard]] bool IsVersionKey(const std::wstring& tstrKey);
 
@@ -75,12 +81,22 @@ struct ExpectedState {
     std::vector<ExpectedIniKey> updateInfo;
     std::vector<UncoveredPart> uncovered;
     std::vector<std::wstring> languages;
+    /// The instruction file and all files of the packages, except the manifest and its signature.
+    std::vector<UpdateFile> contents;
 
     [[nodiscard]] std::size_t Count() const noexcept
     {
         return folders.size() + files.size() + deletions.size() + registry.size() + updateInfo.size();
     }
 };
+
+/// The name of a shipped manifest among the settings of the product package. The agent copies it to the install folder
+/// like any other file there. Its signature is in a file beside it, with this ending.
+inline constexpr wchar_t kShippedManifest[] = L"QorUpdate.json";
+inline constexpr wchar_t kSignatureEnd[] = L".sig";
+
+/// Whether a file of an update, relative to its folder, is the shipped manifest or its signature.
+[[nodiscard]] bool IsManifestOrSignature(const Update& update, const std::wstring& tstrFile);
 
 /// Collects the expected state of an update, with the contents of its files. Adds a line to `tstrErrors` for anything
 /// that cannot be verified. False when a file is unreadable.

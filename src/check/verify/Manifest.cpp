@@ -21,6 +21,7 @@ namespace Check {
 
 namespace {
 
+constexpr std::size_t kDigestDigits = 64;  // of a SHA-256
 constexpr unsigned kFormat = 2;
 constexpr unsigned kOldestFormat = 1;  // had neither "update" nor "not_covered"
 
@@ -108,6 +109,15 @@ Json::Value Describe(const UncoveredPart& part)
     return json;
 }
 
+Json::Value Describe(const UpdateFile& file)
+{
+    Json::Value json;
+    json["file"] = ToJson(file.tstrFile);
+    json["size"] = Json::UInt64{file.content.ullSize};
+    json["sha256"] = file.content.strSha256;
+    return json;
+}
+
 template <class Item>
 Json::Value DescribeAll(const std::vector<Item>& items)
 {
@@ -177,7 +187,7 @@ bool FromJson(const Json::Value& json, ExpectedFile& file)
     if (members.Has("language")) file.tstrLanguage = members.Text("language");
     if (members.Has("size") || members.Has("sha256")) {
         file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
-        if (file.optContent->strSha256.size() != 64) return false;
+        if (file.optContent->strSha256.size() != kDigestDigits) return false;
     }
     if (!members.Has("settings")) return members.AreGood();
     return FromJson(json["settings"], file.optSettings.emplace()) && members.AreGood();
@@ -236,6 +246,14 @@ bool FromJson(const Json::Value& json, UncoveredPart& part)
     return true;
 }
 
+bool FromJson(const Json::Value& json, UpdateFile& file)
+{
+    Members members(json);
+    file.tstrFile = members.Text("file");
+    file.content = {members.Number("size"), members.Utf8("sha256")};
+    return members.AreGood() && !file.tstrFile.empty() && file.content.strSha256.size() == kDigestDigits;
+}
+
 template <class Item>
 bool ReadList(const Json::Value& root, const char* szName, std::vector<Item>& items, std::wstring& tstrError)
 {
@@ -256,8 +274,9 @@ bool ReadAddedMembers(const Json::Value& root, ExpectedState& expected, std::wst
     Members members(root);
     expected.strUpdate = members.Utf8("update");
     tstrError = L"update: not as it should be";
-    return expected.strUpdate.size() == 64 && ReadList(root, "not_covered", expected.uncovered, tstrError) &&
-           ReadList(root, "languages", expected.languages, tstrError);
+    return expected.strUpdate.size() == kDigestDigits && ReadList(root, "not_covered", expected.uncovered, tstrError) &&
+           ReadList(root, "languages", expected.languages, tstrError) &&
+           ReadList(root, "contents", expected.contents, tstrError);
 }
 
 /// The SHA-256 of a manifest's other members: two updates that promise the same have the same one.
@@ -273,29 +292,6 @@ bool WriteInto(const Folder& folder, std::string_view strManifest, DWORD* pdwErr
     Storage::File::Replacement file(LongPath(folder / kShippedManifest));
     return file.Create({}, FILE_ATTRIBUTE_NORMAL, pdwError) && file.Write(strManifest, pdwError) &&
            file.TakePlace(pdwError);
-}
-
-/// "manifest --into".
-int ShipManifest(const Update& update, Output& output)
-{
-    if (!update.Product().bThere) {
-        output.tstrErrors += update.Product().folder /
-                             L": no such folder: a manifest is shipped with the product "
-                             L"package; without it use \"manifest UPDATE > FILE\"\n";
-        return kCannotRead;
-    }
-    // Without this folder the agent skips the settings, so it must exist before the expected state is collected.
-    const Folder folder = update.Root() / update.SettingFolder().Text();
-    DWORD dwError = ERROR_SUCCESS;
-    std::string strManifest;
-    const bool bFolder = Storage::Directory::Create(LongPath(folder), nullptr, &dwError);
-    if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return kCannotRead;
-    if (!bFolder || !WriteInto(folder, strManifest, &dwError)) {
-        output.tstrErrors += folder / kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
-        return kCannotRead;
-    }
-    output.strText = String::ToUtf8(WithHostPaths(folder / kShippedManifest) + L": written\n");
-    return kClean;
 }
 
 }  // namespace
@@ -317,6 +313,7 @@ std::string FormatManifest(const ExpectedState& expected)
     root["update_information"] = DescribeAll(expected.updateInfo);
     root["not_covered"] = DescribeAll(expected.uncovered);
     root["languages"] = Describe(expected.languages);
+    root["contents"] = DescribeAll(expected.contents);
     root["update"] = IdentityOf(root);
     root["tool"] = BREVANT_VERSION;
     return ToJsonText(root);
@@ -358,20 +355,52 @@ bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std
     return false;
 }
 
-bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest, std::wstring& tstrErrors)
+bool CollectManifest(const Update& update, bool bShipped, ExpectedState& expected, std::wstring& tstrErrors)
 {
-    ExpectedState expected;
     if (!CollectExpectedState(update, expected, tstrErrors)) return false;
     const ExpectedFile manifest{kInstalledDir + std::wstring(kShippedManifest),
                                 update.SettingFolder() / kShippedManifest,
                                 true,
                                 {},
                                 std::nullopt};
-    const std::size_t cFound = std::erase_if(expected.files, [&](const ExpectedFile& file) {
-        return String::EqualsNoCase(file.tstrPlace, manifest.tstrPlace);
-    });
-    if (bShipped || cFound > 0) expected.files.push_back(manifest);
+    const auto take = [&](const std::wstring& tstrPlace) {
+        return std::erase_if(expected.files, [&](const ExpectedFile& file) {
+                   return String::EqualsNoCase(file.tstrPlace, tstrPlace);
+               }) > 0;
+    };
+    // The signature is made after the manifest, which therefore cannot promise it.
+    static_cast<void>(take(manifest.tstrPlace + kSignatureEnd));
+    if (take(manifest.tstrPlace) || bShipped) expected.files.push_back(manifest);
+    return true;
+}
+
+bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest, std::wstring& tstrErrors)
+{
+    ExpectedState expected;
+    if (!CollectManifest(update, bShipped, expected, tstrErrors)) return false;
     strManifest = FormatManifest(expected);
+    return true;
+}
+
+bool ShipManifest(const Update& update, Output& output)
+{
+    if (!update.Product().bThere) {
+        output.tstrErrors += update.Product().folder /
+                             L": no such folder: a manifest is shipped with the product "
+                             L"package; without it use \"manifest UPDATE > FILE\"\n";
+        return false;
+    }
+    // Without this folder the agent skips the settings, so it must exist before the expected state is collected.
+    const Folder folder = update.Root() / update.SettingFolder().Text();
+    DWORD dwError = ERROR_SUCCESS;
+    std::string strManifest;
+    const bool bFolder = Storage::Directory::Create(LongPath(folder), nullptr, &dwError);
+    if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return false;
+    if (!bFolder || !WriteInto(folder, strManifest, &dwError)) {
+        output.tstrErrors += folder / kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
+        return false;
+    }
+    output.strText = String::ToUtf8(WithHostPaths(folder / kShippedManifest) + L": written\n");
     return true;
 }
 
@@ -379,7 +408,7 @@ int RunManifest(const Arguments& arguments, Output& output)
 {
     Update update;
     if (!OpenUpdate(arguments, update, output)) return kCannotRead;
-    if (arguments.bInto) return ShipManifest(update, output);
+    if (arguments.bInto) return ShipManifest(update, output) ? kClean : kCannotRead;
     return MakeManifest(update, false, output.strText, output.tstrErrors) ? kClean : kCannotRead;
 }
 

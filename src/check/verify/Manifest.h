@@ -22,15 +22,19 @@ namespace Check {
 /// The largest manifest that is read, in bytes: about 25,000 files, in UTF-16 with non-ASCII names.
 inline constexpr std::size_t kMaxManifestBytes = std::size_t{32} * 1024 * 1024;
 
-/// The name of a shipped manifest among the settings of the product package. The agent copies it to the install folder
-/// like any other file there.
-inline constexpr wchar_t kShippedManifest[] = L"QorUpdate.json";
+/// Collects the expected state of an update as its manifest has it: without the content of the manifest itself, and
+/// without its signature. False, with error lines, as CollectExpectedState().
+[[nodiscard]] bool CollectManifest(const Update& update, bool bShipped, ExpectedState& expected,
+                                   std::wstring& tstrErrors);
 
 /// Writes the expected state of the update as a manifest. `bShipped`: the manifest is part of the update, even if it
 /// does not exist yet. Its own content is not included, because it would contain its own hash. Adds a line to
 /// `tstrErrors` for anything that cannot be verified. False when a file of the update is unreadable.
 [[nodiscard]] bool MakeManifest(const Update& update, bool bShipped, std::string& strManifest,
                                 std::wstring& tstrErrors);
+
+/// Writes the manifest into the update's product package ("manifest --into"). False, with an error line, on failure.
+[[nodiscard]] bool ShipManifest(const Update& update, Output& output);
 
 /// Runs the verb.
 [[nodiscard]] int RunManifest(const Arguments& arguments, Output& output);

@@ -18,7 +18,6 @@ namespace Check {
 namespace {
 
 constexpr std::size_t kBufferBytes = std::size_t{1} << 20;
-constexpr std::size_t kHashBytes = 32;
 
 struct HashTraits {
     using Handle = BCRYPT_HASH_HANDLE;
@@ -48,7 +47,7 @@ bool OpenFile(const std::wstring& tstrPath, UniqueFile& hFile, ULONGLONG& ullSiz
     return true;
 }
 
-std::string ToHex(const std::array<UCHAR, kHashBytes>& bytes)
+std::string ToHex(const Digest& bytes)
 {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string strText;
@@ -72,27 +71,23 @@ BCRYPT_ALG_HANDLE Sha256()
 
 /// Hashes the blocks from `read`, which returns bytes and their number (0 at the end), or false with a code.
 template <class Read>
-bool Hash(Read&& read, Content& content, DWORD* pdwError)
+bool Hash(Read&& read, ULONGLONG& ullSize, Digest& digest, DWORD* pdwError)
 {
     UniqueHandle<HashTraits> hHash;
     if (!Sha256() || !BCRYPT_SUCCESS(::BCryptCreateHash(Sha256(), hHash.Receive(), nullptr, 0, nullptr, 0, 0))) {
         return Fail(ERROR_INTERNAL_ERROR, pdwError);
     }
-    content.ullSize = 0;
+    ullSize = 0;
     const UCHAR* pBytes = nullptr;
     ULONG cbBlock = 0;
-    for (bool bMore = true; bMore; content.ullSize += cbBlock) {
+    for (bool bMore = true; bMore; ullSize += cbBlock) {
         if (!read(pBytes, cbBlock, bMore)) return Fail(::GetLastError(), pdwError);
         if (!BCRYPT_SUCCESS(::BCryptHashData(hHash.Get(), const_cast<PUCHAR>(pBytes), cbBlock, 0))) {
             return Fail(ERROR_INTERNAL_ERROR, pdwError);
         }
     }
-    std::array<UCHAR, kHashBytes> bytes{};
-    if (!BCRYPT_SUCCESS(::BCryptFinishHash(hHash.Get(), bytes.data(), static_cast<ULONG>(bytes.size()), 0))) {
-        return Fail(ERROR_INTERNAL_ERROR, pdwError);
-    }
-    content.strSha256 = ToHex(bytes);
-    return true;
+    return BCRYPT_SUCCESS(::BCryptFinishHash(hHash.Get(), digest.data(), static_cast<ULONG>(digest.size()), 0)) ||
+           Fail(ERROR_INTERNAL_ERROR, pdwError);
 }
 
 bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content, DWORD* pdwError)
@@ -104,12 +99,13 @@ bool HashFile(HANDLE hFile, std::vector<unsigned char>& buffer, Content& content
         bMore = cbBlock == buffer.size();  // only the last block is incomplete
         return bRead;
     };
-    return Hash(read, content, pdwError);
+    Digest digest{};
+    if (!Hash(read, content.ullSize, digest, pdwError)) return false;
+    content.strSha256 = ToHex(digest);
+    return true;
 }
 
-}  // namespace
-
-bool ContentReader::HashBytes(std::string_view strBytes, Content& content, DWORD* pdwError)
+bool HashBlock(std::string_view strBytes, ULONGLONG& ullSize, Digest& digest, DWORD* pdwError)
 {
     const auto read = [&](const UCHAR*& pBytes, ULONG& cbBlock, bool& bMore) {
         pBytes = reinterpret_cast<const UCHAR*>(strBytes.data());
@@ -117,7 +113,28 @@ bool ContentReader::HashBytes(std::string_view strBytes, Content& content, DWORD
         bMore = false;
         return true;
     };
-    return Hash(read, content, pdwError);
+    return Hash(read, ullSize, digest, pdwError);
+}
+
+}  // namespace
+
+bool ContentReader::DigestOf(std::string_view strBytes, Digest& digest)
+{
+    ULONGLONG ullSize = 0;
+    return HashBlock(strBytes, ullSize, digest, nullptr);
+}
+
+bool ContentReader::HashBytes(std::string_view strBytes, Content& content, DWORD* pdwError)
+{
+    Digest digest{};
+    if (!HashBlock(strBytes, content.ullSize, digest, pdwError)) return false;
+    content.strSha256 = ToHex(digest);
+    return true;
+}
+
+bool ContentReader::ReadOpen(HANDLE hFile, Content& content, DWORD* pdwError)
+{
+    return HashFile(hFile, m_buffer, content, pdwError);
 }
 
 bool ContentReader::ReadSize(const std::wstring& tstrPath, ULONGLONG& ullSize, DWORD* pdwError)

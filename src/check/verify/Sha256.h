@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <array>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,9 @@ struct Content {
     std::string strSha256;
     bool operator==(const Content&) const = default;
 };
+
+/// A SHA-256.
+using Digest = std::array<unsigned char, 32>;
 
 /// Reads the files of this machine through one buffer; refuses links instead of following them. Derived classes read
 /// files of other machines.
@@ -40,6 +44,11 @@ public:
     [[nodiscard]] virtual bool ReadWhole(const std::wstring& tstrPath, std::size_t cbMost, std::string& strBytes,
                                          DWORD* pdwError);
 
+    /// Size and hash of an open file, from its beginning; false with the code. ReadFile, BCryptHashData.
+    [[nodiscard]] bool ReadOpen(HANDLE hFile, Content& content, DWORD* pdwError);
+
+    /// The hash of bytes; false on failure.
+    [[nodiscard]] static bool DigestOf(std::string_view strBytes, Digest& digest);
     /// Size and hash of bytes; false with ERROR_INTERNAL_ERROR (1359). BCryptHashData.
     [[nodiscard]] static bool HashBytes(std::string_view strBytes, Content& content, DWORD* pdwError);
 

@@ -4,12 +4,14 @@
 #include "check/verify/Manifest.h"
 #include "check/verify/Record.h"
 #include "check/verify/ShippedManifest.h"
+#include "check/verify/SignedManifest.h"
 #include "check/verify/Verify.h"
 
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
 #include "common/KzComn_WindowsMachine.h"
 
 using namespace KzCommon;
@@ -25,6 +27,21 @@ struct Verification {
     ExpectedState expected;
     std::vector<VerifyResult> results;
 };
+
+/// False, with an error line, if none of the keys has signed the manifest.
+bool IsSigned(const std::vector<std::wstring>& files, const std::wstring& tstrManifest, std::wstring& tstrErrors)
+{
+    std::vector<PublicKey> keys;
+    std::string strManifest;
+    std::wstring tstrReason;
+    if (!ReadKeys(files, keys, tstrErrors)) return false;
+    if (Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strManifest, nullptr) &&
+        FindSigner(keys, tstrManifest, strManifest, tstrReason)) {
+        return true;
+    }
+    tstrErrors += tstrReason + L"\n";
+    return false;
+}
 
 /// False, with an error line, if nothing can be verified.
 bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verification& found, std::wstring& tstrErrors)
@@ -48,6 +65,7 @@ bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verificat
         return false;
     }
     if (!ReadManifest(found.tstrSource, found.expected, tstrErrors)) return false;
+    if (!arguments.keys.empty() && !IsSigned(arguments.keys, found.tstrSource, tstrErrors)) return false;
     if (bShipped) AddOwnContent(found.tstrSource, found.expected);
     MachineFolders folders(found.installed, found.expected.tstrProduct);
     ContentReader contents;

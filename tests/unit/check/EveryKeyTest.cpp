@@ -2,6 +2,7 @@
 // is found here.
 #include "check/simulate/Plan.h"
 #include "check/verify/FoundValue.h"
+#include "check/verify/Diff.h"
 #include "check/verify/Manifest.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "unit/check/CheckFixture.h"
@@ -51,12 +52,12 @@ protected:
             });
         });
     }
-    [[nodiscard]] std::string Manifest() const
+    [[nodiscard]] ExpectedState Promised() const
     {
-        std::string strManifest;
+        ExpectedState state;
         std::wstring tstrErrors;
-        EXPECT_TRUE(MakeManifest(Open(), false, strManifest, tstrErrors));
-        return strManifest;
+        EXPECT_TRUE(CollectManifest(Open(), false, state, tstrErrors));
+        return state;
     }
 
     TempFolder m_installed;
@@ -72,9 +73,9 @@ TEST_F(EveryKeyTest, IsKnownToEveryVerb)
             const KeyTrial trial = TrialOf(key);
             Use(section, key, trial.strRecord);
             EXPECT_EQ(IsPlanned(), trial.bPlanned);
-            const std::string strManifest = Manifest();
+            const ExpectedState promised = Promised();
             Use(section, key, "\n");
-            EXPECT_EQ(strManifest != Manifest(), trial.bPromised);
+            EXPECT_EQ(!CompareStates(promised, Promised()).empty(), trial.bPromised);
 
             // Wrong in every form: no full path, no fields, no tag, no full path of a program, half a question.
             Use(section, key, "a\\b");

@@ -1,0 +1,64 @@
+// "sign": makes the manifest of an update, and has a command sign it.
+#include "check/sign/CheckSignature.h"
+
+#include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
+#include "check/update/OpenUpdate.h"
+#include "check/verify/Manifest.h"
+
+#include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// Runs a command and waits for its end. False with the code, or with its exit code. CreateProcessW.
+bool RunCommand(std::wstring tstrCommand, DWORD& dwError, DWORD& dwExitCode)
+{
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process{};
+    if (!::CreateProcessW(nullptr, tstrCommand.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                          &process)) {
+        dwError = ::GetLastError();
+        return false;
+    }
+    const UniqueHandle<KernelHandleTraits> hProcess(process.hProcess);
+    const UniqueHandle<KernelHandleTraits> hThread(process.hThread);
+    ::WaitForSingleObject(hProcess.Get(), INFINITE);
+    return ::GetExitCodeProcess(hProcess.Get(), &dwExitCode) && dwExitCode == 0;
+}
+
+}  // namespace
+
+int RunSign(const Arguments& arguments, Output& output)
+{
+    Update update;
+    if (!arguments.optWith) {
+        output.tstrErrors += L"--with COMMAND is missing\n";
+        return kWrongUse;
+    }
+    if (!OpenUpdate(arguments, update, output) || !ShipManifest(update, output)) return kCannotRead;
+    const std::wstring tstrManifest = update.Root() / update.SettingFolder().Text() + kShippedManifest;
+    const std::wstring tstrSignature = tstrManifest + kSignatureEnd;
+    static_cast<void>(::DeleteFileW(LongPath(tstrSignature).c_str()));
+    DWORD dwError = ERROR_SUCCESS;
+    DWORD dwExitCode = 0;
+    if (!RunCommand(*arguments.optWith + L" \"" + tstrManifest + L"\"", dwError, dwExitCode)) {
+        output.tstrErrors += *arguments.optWith + L": " +
+                             (dwError == ERROR_SUCCESS ? L"ended with exit code " + std::to_wstring(dwExitCode)
+                                                       : DescribeError(dwError)) +
+                             L"\n";
+        return kCannotRead;
+    }
+    if (::GetFileAttributesW(LongPath(tstrSignature).c_str()) == INVALID_FILE_ATTRIBUTES) {
+        return CannotRead(tstrSignature, ::GetLastError(), output);
+    }
+    output.strText += String::ToUtf8(WithHostPaths(tstrSignature) + L": written\n");
+    return kClean;
+}
+
+}  // namespace Check

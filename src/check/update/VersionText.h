@@ -1,0 +1,11 @@
+// Versions as texts.
+#pragma once
+
+#include <string_view>
+
+namespace Check {
+
+/// Whether both texts are versions, numbers between dots, and the first one is the older one.
+[[nodiscard]] bool IsOlderVersion(std::wstring_view tstrVersion, std::wstring_view tstrInstalled);
+
+}  // namespace Check

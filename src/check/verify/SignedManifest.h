@@ -1,0 +1,21 @@
+// Whose signature a manifest has.
+#pragma once
+
+#include "check/verify/Signature.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Check {
+
+/// Reads keys from PEM files. False, with an error line, when one is unreadable or no key on P-256.
+[[nodiscard]] bool ReadKeys(const std::vector<std::wstring>& files, std::vector<PublicKey>& keys,
+                            std::wstring& tstrErrors);
+
+/// The key that has signed a manifest, by the signature in the file beside it; null, with the reason in `tstrReason`,
+/// if none has.
+[[nodiscard]] const PublicKey* FindSigner(const std::vector<PublicKey>& keys, const std::wstring& tstrManifest,
+                                          std::string_view strManifest, std::wstring& tstrReason);
+
+}  // namespace Check

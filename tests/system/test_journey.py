@@ -1,0 +1,105 @@
+"""From a new update to many machines: sign, check, look at the machine, deploy, detect, record, and count."""
+import json
+import pathlib
+import shutil
+import subprocess
+import tempfile
+
+from brevantlab.expect import LabTest
+from brevantlab.machine import PRODUCT, Machine
+from brevantlab.layouts import install_folder
+from brevantlab.prefix import ROOT
+from brevantlab.try_update import host_path
+
+SETTING = 'Component/c21t2103v3.9.3l1p1r1o1/Share/Setting'
+PENDING = 3010 & 0xFF
+
+
+class Journey(LabTest):
+    def setUp(self):
+        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
+        self.keys = {name: self.make_key(name) for name in ('own', 'other')}
+        self.update = pathlib.Path(shutil.copytree(ROOT / 'starter/update', self.home / 'update'))
+        self.signature = self.update / SETTING / 'QorUpdate.json.sig'
+
+    def openssl(self, *words):
+        subprocess.run(['openssl', *words], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def make_key(self, name):
+        private, public = self.home / f'{name}.pem', self.home / f'{name}.pub'
+        self.openssl('ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private)
+        self.openssl('ec', '-in', private, '-pubout', '-out', public)
+        return public
+
+    def check(self, *words):
+        return self.machine.run(self.checker, *(host_path(word) if isinstance(word, pathlib.Path) else word
+                                                for word in words), errors=True)
+
+    def sign(self):
+        signer = self.home / 'signer'
+        signer.write_text(f'#!/bin/sh\nexec openssl dgst -sha256 -sign {self.home}/own.pem -out "$1.sig" "$1"\n')
+        signer.chmod(0o755)
+        subprocess.run([ROOT / 'tools/check.sh', 'sign', self.update, '--with', signer], check=True,
+                       stdout=subprocess.DEVNULL)
+
+    def start(self):
+        self.machine = self.enterContext(Machine())
+        self.machine.install_program()
+        self.checker = PRODUCT + 'BrevantCheck.exe'
+
+    def test_a_signature_covers_every_byte(self):
+        self.start()
+        self.sign()
+        own = ['--key', self.keys['own']]
+        good = self.check('check-signature', self.update, '--key', self.keys['other'], *own)
+        self.assertEqual((0, 'signed with key '), (good.code, good.output[:16]))
+        self.assertEqual(0, self.check('lint', self.update, '--strict').code)
+        self.assertEqual(1, self.check('check-signature', self.update, '--key', self.keys['other']).code)
+        self.assertEqual(3, self.check('check-signature', self.update, '--key', self.home / 'own.pem').code)
+        files = [file for file in self.update.rglob('*') if file.is_file() and file.name != 'UpdateInfo.ini']
+        self.assertGreater(len(files), 8)
+        for file in files:
+            content = file.read_bytes()
+            for spoilt in (content[:-1] + bytes([content[-1] ^ 1]), content[:-1], content + b'\n' * 2000, None):
+                with self.subTest(file=file.name, size=len(spoilt or b'')):
+                    file.unlink() if spoilt is None else file.write_bytes(spoilt)
+                    self.assertIn(self.check('check-signature', self.update, *own).code, (1, 3))
+            file.write_bytes(content)
+        for spoil, undo in (((self.update / SETTING / 'more.txt').touch, (self.update / SETTING / 'more.txt').unlink),
+                            (lambda: self.update.chmod(0o777), lambda: self.update.chmod(0o755))):
+            spoil()
+            self.assertEqual(1, self.check('check-signature', self.update, *own).code)
+            undo()
+        self.assertEqual(0, self.check('check-signature', self.update, *own).code)
+        manifest = self.signature.with_suffix('')
+        told = self.check('sign', self.update, '--with', 'cmd.exe /c copy ' + host_path(self.keys['own'])
+                          + ' ' + host_path(self.signature) + ' &rem')
+        self.assertEqual((0, self.keys['own'].read_bytes()), (told.code, self.signature.read_bytes()), told.output)
+        self.assertTrue(manifest.exists())
+
+    def test_from_a_new_update_to_many_machines(self):
+        self.start()
+        install_folder(self.machine, ROOT / 'starter/installed', 'EN-US')
+        self.sign()
+        for name in ('Component', 'QorPaFrwk.ini', 'UpdateInfo.ini'):  # as the update client does
+            source, target = self.update / name, self.machine.host(PRODUCT + name)
+            shutil.copytree(source, target) if source.is_dir() else shutil.copy(source, target)
+        folder, own = PRODUCT.rstrip('\\'), ['--key', self.keys['own']]
+        self.assertEqual(0, self.check('check-signature', folder, *own).code)
+        self.assertEqual((0, 'ready\n'), tuple(self.check('ready', folder)))
+        self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        self.assertEqual([PENDING, 3], [self.check('verify', '--key', self.keys[name]).code for name in self.keys])
+        self.assertEqual((0, ''), tuple(self.check('verify', '--detect')))
+        self.machine.restart()
+        self.assertRegex(self.check('verify', '--detect', *own).output, '^arrived [0-9a-f]{64}\n$')
+        record = self.home / 'records'
+        record.mkdir()
+        self.assertEqual(0, self.check('verify', '--record', record / 'pc.json').code)
+        told = json.loads(self.check('rollup', record, '--format', 'json').output)
+        self.assertEqual([1], [update['arrived'] for update in told['updates']])
+        self.assertEqual((0, 'equal\n'), tuple(self.check('diff', self.update, PRODUCT + 'QorUpdate.json')))
+
+
+if __name__ == '__main__':
+    import unittest
+    unittest.main()
