@@ -91,13 +91,16 @@ constexpr Verb kVerbs[] = {
      L"  + only NEW   - only OLD   ~ both, in different ways\n\n"
      L"Exit code: 0 equal, 1 different, 2 wrong use, 3 cannot read.",
      kFormatJson, 2, 2, RunDiff},
-    {L"verify", L"[FILE] [--installed DIR] [--format text|json] [--record FILE] [--detect [--pending arrived|missing]]",
+    {L"verify",
+     L"[FILE] [--installed DIR] [--format text|json] [--key FILE]... [--record FILE] [--event-log]\n"
+     L"         [--detect [--pending arrived|missing]]",
      L"Says of each promise of a manifest, FILE, whether this machine keeps it. Without FILE it uses the manifest\n"
      L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"
      L"restart moves, and in the download folder. Its last line names the file.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
      L"  --key FILE       a public key in PEM: only a manifest that one of the keys has signed counts\n"
      L"  --record FILE    also writes the verdict over this machine to FILE, for \"rollup\"\n"
+     L"  --event-log      also writes one event to the application log\n"
      L"  --detect         for detection scripts: one line if the update has arrived, no output if it has not\n"
      L"  --pending WORD   how --detect counts an update that waits for the restart: arrived, or missing (as without "
      L"it)\n\n"

@@ -30,7 +30,7 @@ class Verify(LabTest):
                                       errors=False))
 
     def record(self):
-        self.machine.run(self.checker, 'verify', '--record', RECORD)
+        self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log')
         record = json.loads(self.machine.read(RECORD))
         self.assertEqual([], faults('record', record))
         return record

@@ -78,6 +78,7 @@ constexpr OptionRow kOptions[] = {
     {.szName = L"--languages", .uBits = kNewNames, .pfnTake = TakeLanguages},
     {.szName = L"--record", .uBits = kFleet, .pText = &Arguments::optRecord},
     {.szName = L"--detect", .uBits = kFleet, .pFlag = &Arguments::bDetect},
+    {.szName = L"--event-log", .uBits = kFleet, .pFlag = &Arguments::bEventLog},
     {.szName = L"--pending", .uBits = kFleet, .pfnTake = TakePending},
     {.szName = L"--with", .uBits = kWith, .pText = &Arguments::optWith},
     {.szName = L"--key", .uBits = kKey, .pfnTake = TakeKey},

@@ -32,6 +32,7 @@ struct Arguments {
     bool bTrace = false;                       ///< --trace
     bool bInto = false;                        ///< --into
     bool bDetect = false;                      ///< --detect
+    bool bEventLog = false;                    ///< --event-log
 };
 
 /// The output of a verb; the entry point prints it after the verb returns.
@@ -51,7 +52,7 @@ enum OptionBits : unsigned {
     kTrace = 64,
     kInto = 128,
     kNewNames = 256,  ///< --product, --version and --languages
-    kFleet = 512,     ///< --record, --detect and --pending
+    kFleet = 512,     ///< --record, --detect, --pending and --event-log
     kWith = 2048,
     kKey = 4096,
     kOlder = 8192,

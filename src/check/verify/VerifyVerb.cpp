@@ -1,6 +1,7 @@
 // The verb "verify" and what it leaves for a fleet: a record, the answer to a detection script.
 #include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
+#include "check/verify/EventLog.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/Record.h"
 #include "check/verify/ShippedManifest.h"
@@ -124,9 +125,12 @@ int RunVerify(const Arguments& arguments, Output& output)
         output.tstrErrors += tstrErrors;
         return kCannotRead;
     }
-    if (arguments.optRecord) {
-        const Record record = MakeRecord(machine, found.installed, found.expected, found.results);
-        if (!WriteRecord(*arguments.optRecord, record, output.tstrErrors)) return kCannotRead;
+    const Record record = MakeRecord(machine, found.installed, found.expected, found.results);
+    DWORD dwError = ERROR_SUCCESS;
+    if (arguments.optRecord && !WriteRecord(*arguments.optRecord, record, output.tstrErrors)) return kCannotRead;
+    if (arguments.bEventLog && !WriteEvent(record, &dwError)) {
+        output.tstrErrors += L"the event log cannot be written: " + DescribeError(dwError) + L"\n";
+        return kCannotRead;
     }
     if (arguments.bDetect) return Detect(found, arguments.optPending == L"arrived", output);
     output.strText = arguments.eFormat == Format::eJson
