@@ -52,6 +52,8 @@ class Try(HomeTest):
                     len(outcome.settings()), outcome.exit_code(), outcome.failures()[0]))
                 note = 'Segunda versión' if found == 'ES-ES' else 'Deuxième version'
                 self.assertRegex(dict(outcome.summary())['folded'], 'SyncMinutes=30.*written')
+                new = 'Léame' if found == 'ES-ES' else 'Lisez-moi'
+                self.assertRegex(dict(outcome.summary())['not made'], f'^{new} ')
                 self.assertSame([f'/Sync/Note: à vérifier -> {note}'], outcome.left_behind())
 
     def test_what_did_not_arrive_is_named(self):

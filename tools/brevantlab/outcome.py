@@ -3,6 +3,7 @@ import dataclasses
 import difflib
 import json
 import re
+import xml.etree.ElementTree
 from typing import Any, NamedTuple, Optional
 
 from . import registry, trace
@@ -211,6 +212,12 @@ class Outcome:
         """The user's settings that the update does not carry over, each with its old and new value."""
         return [f'{lost["setting"]}: {lost["old"]} -> {lost["new"]}' for lost in self.planned.get('leftBehind', [])]
 
+    def shortcuts_not_made(self) -> list[str]:
+        """The names of new shortcuts that do not exist after a deployment without the change of name."""
+        old, new = (_described(state.content(PRODUCT + 'qorshcut.xml')) for state in (self.before, self.after))
+        found = {path.rpartition('\\')[2].removesuffix('.lnk').casefold() for path in self.after.links}
+        return [name for name in new if old and name not in old and name.casefold() not in found]
+
     def problems(self) -> list[tuple[str, str]]:
         """(what, where) of everything that keeps the update from being complete."""
         return [*self.harm(), *((doubt.label, doubt.where) for doubt in self.all_doubts()
@@ -273,6 +280,8 @@ class Outcome:
                                      f'Answer: {self.answer}'))
         return rows + [
             ('shortcuts', f'{len(links[0].keys() - links[1].keys())} removed, {made} made'),
+            *(('not made', f'{name} (the change of name makes shortcuts, and is not due)')
+              for name in ([] if renamed else self.shortcuts_not_made())),
             ('settings', f'{len(texts) - secret - alone} carried over, {secret} secret, {alone} left alone'),
             ('trace', f'{len(self.lines)} lines, {len(failures)} failures{" (shown)" if failures else ""}, '
                       f'{len(folded)} folded'),
@@ -335,6 +344,16 @@ class Outcome:
 
 def _state(old: Any, new: Any) -> str:
     return 'same' if old == new else 'new' if old is None else 'gone' if new is None else 'changed'
+
+
+def _described(content: Optional[bytes]) -> list[str]:
+    """The names of the shortcuts that a description has; none when it cannot be read."""
+    try:
+        root = xml.etree.ElementTree.fromstring(content or b'')
+    except (xml.etree.ElementTree.ParseError, ValueError, LookupError):
+        return []
+    return [(element.text or '').strip() for place in root if place.get('available') == '1'
+            for element in place.iter() if element.tag.casefold() == 'shortcut']
 
 
 def _typed(state: State, place: tuple[str, str]) -> Optional[str]:
