@@ -174,6 +174,18 @@ std::wstring LanguageOf(const std::wstring& tstrPath)
     return {};
 }
 
+/// A line that names the languages whose texts are the English ones; empty when there are none.
+std::wstring Untranslated(const std::vector<std::wstring>& languages)
+{
+    const std::vector<std::wstring> translated = NewNames().languages;
+    std::wstring tstrNamed;
+    for (const std::wstring& tstrLanguage : languages) {
+        if (std::find(translated.begin(), translated.end(), tstrLanguage) != translated.end()) continue;
+        tstrNamed += (tstrNamed.empty() ? L"" : L", ") + tstrLanguage;
+    }
+    return tstrNamed.empty() ? tstrNamed : L"the texts of " + tstrNamed + L" are English ones: translate them\n";
+}
+
 /// Whether the folder, as the user wrote it, can take a new update; a line of errors when not.
 bool IsFree(const std::wstring& tstrGiven, Output& output)
 {
@@ -262,7 +274,8 @@ int RunNew(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     output.strText = String::ToUtf8(tstrGiven + L": " + std::to_wstring(files.size()) +
-                                    L" files written; the update is in \"update\", README.md says what to do next\n");
+                                    L" files written; the update is in \"update\", README.md says what to do next\n" +
+                                    Untranslated(names.languages));
     return kClean;
 }
 

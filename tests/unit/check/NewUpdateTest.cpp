@@ -50,10 +50,11 @@ TEST(NewUpdateTest, OnlyAFolderWithoutFilesIsTaken)
 {
     const TempFolder folder;
     Arguments arguments;
-    arguments.languages = {L"EN-US"};
+    arguments.languages = {L"EN-US", L"FR-FR"};
     arguments.operands = {folder.PathOf(L"a\\b\\")};
     Output output;
     EXPECT_EQ(RunNew(arguments, output), kClean);
+    EXPECT_THAT(output.strText, HasSubstr("the texts of FR-FR are"));
     EXPECT_THAT(folder.List(), Contains(L"a\\b\\update\\QorPaFrwk.ini"));
     const auto before = folder.List();
     for (const wchar_t* szName : {L"a", L"a\\b", L"a\\b\\README.md", L"a\\b\\README.md\\c"}) {
