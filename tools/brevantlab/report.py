@@ -26,6 +26,8 @@ td.left { background: #ffd; }
   #rooms thead th:not(:first-child) { display: none; } #rooms tr { display: block; margin-bottom: .4em; }
   #rooms tr[hidden] { display: none; } #rooms td, #rooms th { display: block; width: auto; border-bottom: 0; }
   #rooms td:empty { display: none; } #rooms td:last-child { border-bottom: 1px solid #ccc; }
+  :is(#files, #registry, #agent, #shortcuts, #settings) td:nth-child(2):not(.diff)::before { content: "before: "; }
+  :is(#files, #registry, #agent, #shortcuts, #settings) td:nth-child(3):not(:last-child)::before { content: "after: "; }
   #summary tr { display: block; } #summary th, #summary td { display: block; width: auto; }
 }
 </style></head><body>
