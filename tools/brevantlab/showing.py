@@ -21,14 +21,18 @@ def print_rows(rows: list[tuple[str, str]]) -> None:
             print(f'{"":<20} ... and {more} more (--details)')
 
 
+def cut(text: str, most: int) -> str:
+    return text if len(text) <= most else text[:most] + '...'
+
+
 def print_details(details: dict[str, list[Row]], rooms: Sequence[str]) -> None:
     for room in rooms:
         print(f'\n== {room} ==')
-        most = 1000 if room in ('trace', 'checker') else 100  # contents are cut, messages are not
+        most = 1000 if room in ('trace', 'checker') else 250  # contents are cut, messages are not
         for row in details[room]:
             if row.state == 'same':
                 continue
-            before, after = ('; '.join(text.splitlines())[:most] for text in (row.before, row.after))
+            before, after = (cut('; '.join(text.splitlines()), most) for text in (row.before, row.after))
             print(f'{row.state:<14} {row.name}  ' + (f'{before} -> {after}' if before else after))
             print(''.join(f'{"":<15}{line}\n' for line in row.diff.splitlines()), end='')
 

@@ -336,7 +336,7 @@ class Parser(argparse.ArgumentParser):
         """The options that say what is shown."""
         self.add_argument('--report', type=pathlib.Path, metavar='DIR', help='write report.html and report.json there')
         self.add_argument('--programs', type=pathlib.Path, metavar='DIR',
-                          help='a folder with the programs to try instead of those built here')
+                          help='a folder with other programs to try')
         self.add_argument('--details', type=room_list, nargs='?', const='all', default='', metavar='LIST',
                           help=f'all, or some of {",".join(ROOMS)}')
 
