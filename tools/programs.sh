@@ -64,10 +64,10 @@ make_standins() {
     need_packages wine wine64 python3 $(awk '{ print $1 }' <<<"$kToolchainPackages") || return
     mkdir -p "$1"
     for name in wtsapi32 KzDbgFault; do
-        home="tests/support/dll/$name"
+        home="tools/standins/$name"
         sources=("$home/$name.cpp")
         [[ ! -f "$home/$name.def" ]] || sources+=("$home/$name.def")
-        [[ ! -f "$1/$name.dll" || -n "$(find tests/support/dll src/common -newer "$1/$name.dll")" ]] || continue
+        [[ ! -f "$1/$name.dll" || -n "$(find tools/standins src/common -newer "$1/$name.dll")" ]] || continue
         "$kTarget-g++$kThreads" -std=c++20 -O2 -DUNICODE -D_UNICODE -DNOMINMAX -DWIN32_LEAN_AND_MEAN -DSTRICT \
             -D_WIN32_WINNT=0x0A00 -Isrc -shared -static -s "${sources[@]}" -o "$1/$name.dll" || return
     done
