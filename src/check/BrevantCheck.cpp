@@ -104,7 +104,7 @@ constexpr Verb kVerbs[] = {
      L"  --detect         for detection scripts: one line if the update has arrived, no output if it has not\n"
      L"  --pending WORD   how --detect counts an update that waits for the restart: arrived, or missing (as without "
      L"it)\n\n"
-     L"Exit code with --detect: 0 arrived or not, otherwise it cannot be told. Exit code without it:\n"
+     L"Exit code with --detect: 0 arrived or not, otherwise unknown. Exit code without it:\n"
      L"0 complete, 1 not or not known, 3010 only a restart is missing, 2 wrong use, 3 cannot read.",
      kInstalled | kFormatJson | kFleet | kKey, 0, 1, RunVerify},
     {L"rollup", L"DIR [--machines FILE] [--format text|json|csv]",

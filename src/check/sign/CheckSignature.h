@@ -10,7 +10,7 @@
 namespace Check {
 
 /// Why an update is not as its manifest says, one line each: files that differ, are missing or too many, packages of
-/// other names. Every file stays open, so that nobody changes it, until the last one is compared.
+/// other names. Every file stays open until the last one is compared, so that no program can change it.
 [[nodiscard]] std::vector<std::wstring> CompareFiles(const Update& update, std::string_view strManifest);
 
 /// Run the verbs.

@@ -174,7 +174,7 @@ std::wstring LanguageOf(const std::wstring& tstrPath)
     return {};
 }
 
-/// A line that names the languages whose texts are the English ones; empty when there are none.
+/// A line that names the languages that got the English texts; empty if every language has its own.
 std::wstring Untranslated(const std::vector<std::wstring>& languages)
 {
     const std::vector<std::wstring> translated = NewNames().languages;
