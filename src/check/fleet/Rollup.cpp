@@ -131,13 +131,6 @@ std::wstring FormatText(const Rollup& rollup)
     return tstrText + Counted(rollup.machines.size(), L"machine", L"machines") + L"\n";
 }
 
-Json::Value ListOf(const std::vector<std::wstring>& texts)
-{
-    Json::Value json(Json::arrayValue);
-    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
-    return json;
-}
-
 std::string FormatJson(const Rollup& rollup)
 {
     Json::Value root;
@@ -155,7 +148,7 @@ std::string FormatJson(const Rollup& rollup)
         Json::Value json;
         json["verdict"] = ToJson(reason.tstrVerdict);
         json["what"] = ToJson(reason.tstrWhat);
-        json["machines"] = ListOf(reason.machines);
+        json["machines"] = ToJson(reason.machines);
         root["reasons"].append(std::move(json));
     }
     for (const Record& record : rollup.machines) {
@@ -173,7 +166,7 @@ std::string FormatJson(const Rollup& rollup)
         json["reason"] = ToJson(ignored.tstrReason);
         root["ignored"].append(std::move(json));
     }
-    root["no_record"] = ListOf(rollup.unheard);
+    root["no_record"] = ToJson(rollup.unheard);
     root["older_records"] = Json::UInt64{rollup.cOlder};
     ShowHostPaths(root);
     return ToJsonText(root);

@@ -22,6 +22,13 @@ Json::Value ToJson(std::wstring_view tstrText)
     return String::ToUtf8(tstrText);
 }
 
+Json::Value ToJson(const std::vector<std::wstring>& texts)
+{
+    Json::Value json(Json::arrayValue);
+    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
+    return json;
+}
+
 std::string DecodeText(std::string_view strBytes)
 {
     if (strBytes.starts_with("\xEF\xBB\xBF")) return std::string(strBytes.substr(3));

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Check {
 
@@ -14,6 +15,9 @@ namespace Check {
 
 /// A text as a JSON value; an unpaired surrogate becomes U+FFFD.
 [[nodiscard]] Json::Value ToJson(std::wstring_view tstrText);
+
+/// Texts as an array.
+[[nodiscard]] Json::Value ToJson(const std::vector<std::wstring>& texts);
 
 /// A text as UTF-8, from UTF-8 with or without BOM or, as some consoles redirect output, UTF-16 with BOM.
 [[nodiscard]] std::string DecodeText(std::string_view strBytes);

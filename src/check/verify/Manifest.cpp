@@ -40,13 +40,6 @@ const char* When(bool bAtRestart)
     return bAtRestart ? "restart" : "now";
 }
 
-Json::Value Describe(const std::vector<std::wstring>& texts)
-{
-    Json::Value json(Json::arrayValue);
-    for (const std::wstring& tstrText : texts) json.append(ToJson(tstrText));
-    return json;
-}
-
 Json::Value Describe(const ExpectedFile& file)
 {
     Json::Value json;
@@ -56,8 +49,8 @@ Json::Value Describe(const ExpectedFile& file)
     if (!file.tstrLanguage.empty()) json["language"] = ToJson(file.tstrLanguage);
     if (file.optSettings) {
         json["settings"]["root"] = ToJson(file.optSettings->tstrRoot);
-        json["settings"]["tags"] = Describe(file.optSettings->tags);
-        json["settings"]["carried_over"] = Describe(file.optSettings->carriedOver);
+        json["settings"]["tags"] = ToJson(file.optSettings->tags);
+        json["settings"]["carried_over"] = ToJson(file.optSettings->carriedOver);
     }
     // Without both, the content differs between machines.
     if (file.optContent) {
@@ -306,13 +299,13 @@ std::string FormatManifest(const ExpectedState& expected)
     for (const ExpectedIniKey& value : expected.updateInfo) {
         if (IsVersionKey(value.tstrKey)) root["version"][String::ToUtf8(value.tstrKey)] = ToJson(value.tstrValue);
     }
-    root["folders"] = Describe(expected.folders);
+    root["folders"] = ToJson(expected.folders);
     root["files"] = DescribeAll(expected.files);
     root["deletions"] = DescribeAll(expected.deletions);
     root["registry"] = DescribeAll(expected.registry);
     root["update_information"] = DescribeAll(expected.updateInfo);
     root["not_covered"] = DescribeAll(expected.uncovered);
-    root["languages"] = Describe(expected.languages);
+    root["languages"] = ToJson(expected.languages);
     root["contents"] = DescribeAll(expected.contents);
     root["update"] = IdentityOf(root);
     root["tool"] = BREVANT_VERSION;
