@@ -5,7 +5,7 @@ import shutil
 import subprocess
 import tempfile
 
-from brevantlab.expect import LabTest
+from brevantlab.expect import LabTest, faults
 from brevantlab.machine import PRODUCT, Machine
 from brevantlab.layouts import install_folder
 from brevantlab.prefix import ROOT
@@ -77,13 +77,16 @@ class Journey(LabTest):
         self.assertEqual((0, self.keys['own'].read_bytes()), (told.code, self.signature.read_bytes()), told.output)
         self.assertTrue(manifest.exists())
 
-    def test_from_a_new_update_to_many_machines(self):
+    def lay_out(self):
         self.start()
         install_folder(self.machine, ROOT / 'starter/installed', 'EN-US')
         self.sign()
         for name in ('Component', 'QorPaFrwk.ini', 'UpdateInfo.ini'):  # as the update client does
             source, target = self.update / name, self.machine.host(PRODUCT + name)
             shutil.copytree(source, target) if source.is_dir() else shutil.copy(source, target)
+
+    def test_from_a_new_update_to_many_machines(self):
+        self.lay_out()
         folder, own = PRODUCT.rstrip('\\'), ['--key', self.keys['own']]
         self.assertEqual(0, self.check('check-signature', folder, *own).code)
         self.assertEqual((0, 'ready\n'), tuple(self.check('ready', folder)))
@@ -98,6 +101,22 @@ class Journey(LabTest):
         told = json.loads(self.check('rollup', record, '--format', 'json').output)
         self.assertEqual([1], [update['arrived'] for update in told['updates']])
         self.assertEqual((0, 'equal\n'), tuple(self.check('diff', self.update, PRODUCT + 'QorUpdate.json')))
+
+    def test_of_two_updates_the_later_one_counts(self):
+        self.lay_out()
+        self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        info, folder = self.machine.host(PRODUCT + 'UpdateInfo.ini'), self.machine.host(PRODUCT + 'Component')
+        name, later = SETTING.split('/')[1], 'c21t2103v3.9.4l1p1r1o1'
+        shutil.copytree(self.update / 'Component' / name, folder / later)
+        (folder / later / '64bit' / name).rename(folder / later / '64bit' / later)
+        (folder / later / '64bit' / later / 'Qorvault.cmd').write_text('later')
+        info.write_bytes(info.read_bytes().decode('utf-16').replace(name, later).encode('utf-16'))
+        self.assertEqual(0, self.check('manifest', '--into', PRODUCT.rstrip('\\')).code)
+        self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        told = json.loads(self.check('verify', '--format', 'json').output)
+        self.assertEqual([], faults('verify', told))
+        self.assertEqual([('file', '{InstalledDir}Qorvault.cmd')],
+                         [(row['kind'], row['what']) for row in told['replaced']])
 
 
 if __name__ == '__main__':

@@ -62,10 +62,20 @@ struct VerifyContext {
 /// 0 when all that can be checked is as expected, 3010 when all others wait for the restart, otherwise 1.
 [[nodiscard]] int ExitCodeOf(std::span<const VerifyResult> results);
 
-/// One line per result, unexpected ones last, then the counts. `tstrSource` is the source of the expected state.
-[[nodiscard]] std::wstring FormatResults(std::span<const VerifyResult> results, const std::wstring& tstrSource);
+/// An item of an earlier update that waits for the same restart; the update that was verified replaces it.
+struct ReplacedItem {
+    std::string strUpdate;  ///< the earlier update's identity
+    const char* szKind;     ///< as in Difference
+    std::wstring tstrWhat;
+};
+
+/// One line per result, unexpected ones last, then the replaced items and the counts. `tstrSource` is the source of the
+/// expected state.
+[[nodiscard]] std::wstring FormatResults(std::span<const VerifyResult> results, const std::wstring& tstrSource,
+                                         std::span<const ReplacedItem> replaced = {});
 /// Likewise as JSON in ASCII.
-[[nodiscard]] std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std::wstring& tstrSource);
+[[nodiscard]] std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std::wstring& tstrSource,
+                                              std::span<const ReplacedItem> replaced = {});
 
 /// Runs the verb.
 [[nodiscard]] int RunVerify(const Arguments& arguments, Output& output);

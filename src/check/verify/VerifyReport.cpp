@@ -86,7 +86,8 @@ int ExitCodeOf(std::span<const VerifyResult> results)
     return iExitCode;
 }
 
-std::wstring FormatResults(std::span<const VerifyResult> results, const std::wstring& tstrSource)
+std::wstring FormatResults(std::span<const VerifyResult> results, const std::wstring& tstrSource,
+                           std::span<const ReplacedItem> replaced)
 {
     std::vector<VerifyResult> sorted(results.begin(), results.end());
     std::stable_partition(sorted.begin(), sorted.end(), IsKept);
@@ -98,6 +99,11 @@ std::wstring FormatResults(std::span<const VerifyResult> results, const std::wst
         if (!result.tstrDetail.empty()) tstrLine += L" (" + result.tstrDetail + L")";
         tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     }
+    for (const ReplacedItem& item : replaced) {
+        tstrText += OnOneLine(L"instead of the earlier update " + String::FromAnsi(item.strUpdate) + L": " +
+                              String::FromAnsi(item.szKind) + L" " + item.tstrWhat) +
+                    L"\n";
+    }
     const auto cKept = std::count_if(results.begin(), results.end(), IsKept);
     tstrText += std::to_wstring(cKept) + L" of " + std::to_wstring(results.size()) + L" promises kept";
     for (const VerdictRow& row : kVerdicts) {
@@ -107,7 +113,8 @@ std::wstring FormatResults(std::span<const VerifyResult> results, const std::wst
     return tstrText + L" (" + tstrSource + L")\n";
 }
 
-std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std::wstring& tstrSource)
+std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std::wstring& tstrSource,
+                                std::span<const ReplacedItem> replaced)
 {
     Json::Value root;
     root["promises_from"] = ToJson(tstrSource);
@@ -123,6 +130,14 @@ std::string FormatResultsAsJson(std::span<const VerifyResult> results, const std
         json["what"] = ToJson(result.tstrWhat);
         if (!result.tstrDetail.empty()) json["detail"] = ToJson(result.tstrDetail);
         root["answers"].append(json);
+    }
+    root["replaced"] = Json::Value(Json::arrayValue);
+    for (const ReplacedItem& item : replaced) {
+        Json::Value json;
+        json["update"] = item.strUpdate;
+        json["kind"] = item.szKind;
+        json["what"] = ToJson(item.tstrWhat);
+        root["replaced"].append(json);
     }
     ShowHostPaths(root);
     return ToJsonText(root);

@@ -1,6 +1,7 @@
 // The verb "verify" and what it leaves for a fleet: a record, the answer to a detection script.
 #include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
+#include "check/verify/Diff.h"
 #include "check/verify/EventLog.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/Record.h"
@@ -27,7 +28,29 @@ struct Verification {
     std::wstring tstrSource;  ///< the manifest; empty if no update has brought one
     ExpectedState expected;
     std::vector<VerifyResult> results;
+    std::vector<ReplacedItem> replaced;
 };
+
+/// What the verified update replaces of earlier ones: those whose manifests the same restart would bring.
+std::vector<ReplacedItem> ListReplaced(const std::vector<PendingMove>& moves, const Verification& found)
+{
+    std::vector<ReplacedItem> replaced;
+    for (const PendingMove& move : moves) {
+        const bool bManifest = String::EqualsNoCase(move.tstrDestination, found.installed / kShippedManifest);
+        std::wstring tstrUnread;
+        ExpectedState earlier;
+        if (!bManifest || String::EqualsNoCase(move.tstrSource, found.tstrSource) ||
+            !found.installed.Contains(move.tstrSource) || !ReadManifest(move.tstrSource, earlier, tstrUnread)) {
+            continue;
+        }
+        for (const Difference& difference : CompareStates(earlier, found.expected)) {
+            const bool bBoth = difference.optOld && difference.optNew;
+            if (!bBoth || difference.szKind == std::string_view("package")) continue;
+            replaced.push_back({earlier.strUpdate, difference.szKind, difference.tstrWhat});
+        }
+    }
+    return replaced;
+}
 
 /// False, with an error line, if none of the keys has signed the manifest.
 bool IsSigned(const std::vector<std::wstring>& files, const std::wstring& tstrManifest, std::wstring& tstrErrors)
@@ -55,7 +78,8 @@ bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verificat
             L"; --installed DIR names the product's folder\n";
         return false;
     }
-    PendingPlaces pending(machine, ReadPendingMoves(machine));
+    const std::vector<PendingMove> moves = ReadPendingMoves(machine);
+    PendingPlaces pending(machine, moves);
     const bool bShipped = arguments.operands.empty();
     found.tstrSource = bShipped ? FindShippedManifest(found.installed, pending) : arguments.operands.front();
     if (found.tstrSource.empty()) {
@@ -67,6 +91,7 @@ bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verificat
     }
     if (!ReadManifest(found.tstrSource, found.expected, tstrErrors)) return false;
     if (!arguments.keys.empty() && !IsSigned(arguments.keys, found.tstrSource, tstrErrors)) return false;
+    found.replaced = ListReplaced(moves, found);
     if (bShipped) AddOwnContent(found.tstrSource, found.expected);
     MachineFolders folders(found.installed, found.expected.tstrProduct);
     ContentReader contents;
@@ -133,9 +158,10 @@ int RunVerify(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     if (arguments.bDetect) return Detect(found, arguments.optPending == L"arrived", output);
-    output.strText = arguments.eFormat == Format::eJson
-                         ? FormatResultsAsJson(found.results, found.tstrSource)
-                         : String::ToUtf8(WithHostPaths(FormatResults(found.results, found.tstrSource)));
+    output.strText =
+        arguments.eFormat == Format::eJson
+            ? FormatResultsAsJson(found.results, found.tstrSource, found.replaced)
+            : String::ToUtf8(WithHostPaths(FormatResults(found.results, found.tstrSource, found.replaced)));
     return ExitCodeOf(found.results);
 }
 
