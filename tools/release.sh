@@ -3,7 +3,8 @@
 # brevant-VERSION-symbols.zip, a bill of materials (CycloneDX) and SHA256SUMS. The demo passes on exactly these files,
 # or nothing is made. docs/release.md describes every step.
 #
-#   tools/release.sh              BREVANT_SIGN names the command that signs a file: "$BREVANT_SIGN FILE"
+#   tools/release.sh              BREVANT_SIGN names the command that signs a file: "$BREVANT_SIGN FILE"; BREVANT_SIGN_SUMS
+#                                 one that writes FILE.sig beside the file, for SHA256SUMS
 #   tools/release.sh --unsigned   leaves the programs unsigned
 #   tools/release.sh --verify     makes the release of HEAD twice, unsigned, in different folders, and compares every
 #                                 byte; needs no tag and leaves nothing behind
@@ -41,10 +42,17 @@ require_tag() {
         fail "HEAD is not tagged v$kVersion, the version of CMakeLists.txt (tags here: ${tags:-none})"
 }
 
-require_signer() {
-    [[ "${BREVANT_SIGN:-}" == *[![:space:]]* ]] || fail "BREVANT_SIGN names no signing command (or say --unsigned)"
+# Sets the arrays signer and sums_signer.
+require_signers() {
+    local name
+    for name in BREVANT_SIGN BREVANT_SIGN_SUMS; do
+        [[ "${!name:-}" == *[![:space:]]* ]] || fail "$name names no signing command (or say --unsigned)"
+    done
     read -ra signer <<<"$BREVANT_SIGN"
+    read -ra sums_signer <<<"$BREVANT_SIGN_SUMS"
     command -v "${signer[0]}" >/dev/null || fail "the signing command is not there: ${signer[0]} (BREVANT_SIGN)"
+    command -v "${sums_signer[0]}" >/dev/null ||
+        fail "the signing command is not there: ${sums_signer[0]} (BREVANT_SIGN_SUMS)"
 }
 
 require_newest() {
@@ -92,6 +100,12 @@ sign() {
     say "signed by ${signer[0]}"
 }
 
+# Signs the list of sums in the folder $1, and with it every file of the release.
+sign_sums() {
+    "${sums_signer[@]}" "$1/SHA256SUMS" >"$work/sign.log" 2>&1 || { cat "$work/sign.log" >&2; fail "signing SHA256SUMS"; }
+    [[ -s "$1/SHA256SUMS.sig" ]] || fail "the signing command wrote no SHA256SUMS.sig (BREVANT_SIGN_SUMS)"
+}
+
 # Packs what was built in the folder $1 into the folder $2, with a valid bill of materials.
 pack() {
     /usr/bin/python3 -B -m shipping.release pack "$1" "$2" "$kVersion" "$SOURCE_DATE_EPOCH" ${reason:+--known-older "$reason"}
@@ -118,13 +132,14 @@ verify() {
 
 release() {
     require_tag
-    [[ "$1" == --unsigned ]] || require_signer
+    [[ "$1" == --unsigned ]] || require_signers
     require_newest
     take_schema
     try_next
     build "$work/build"
     [[ "$1" == --unsigned ]] || sign "$work/build/build/release/bin"
     pack "$work/build" "$work/dist"
+    [[ "$1" == --unsigned ]] || sign_sums "$work/dist"
     python3 -B -m zipfile -e "$work/dist/brevant-$kVersion.zip" "$work/unpacked"
     say "the demo on the files of brevant-$kVersion.zip"
     BREVANT_BIN="$work/unpacked/brevant-$kVersion" tools/demo.sh || fail "the demo did not pass"

@@ -155,7 +155,9 @@ class Refusals(HomeTest):
         git('tag', f'v{version}')
         for signer in '', ' ':
             refused('BREVANT_SIGN names no signing command', BREVANT_SIGN=signer)
-        refused('the signing command is not there: missing', BREVANT_SIGN='missing -x')
+        refused('BREVANT_SIGN_SUMS names no signing command', BREVANT_SIGN='true')
+        refused('the signing command is not there: missing', BREVANT_SIGN='missing -x', BREVANT_SIGN_SUMS='true')
+        refused('the signing command is not there: none', BREVANT_SIGN='true', BREVANT_SIGN_SUMS='none')
         (clone / 'changed').touch()
         for option in '--unsigned', '--verify':
             refused('the tree is dirty', option)
