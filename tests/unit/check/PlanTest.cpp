@@ -139,16 +139,20 @@ TEST_F(PlanTest, RegistryRecordsAreSeenInTheOrderOfTheRun)
 TEST_F(PlanTest, SettingsAreCarriedOverWithoutShowingSecrets)
 {
     const std::string strTarget = "Component\\p1\\Share\\Setting\\config.xml  ";
-    Instruct("[QOR_CONFIG_MERGE]\nmigrate=/ProxySettings/Password\nmigrate=/A\nmigrate=/B\nmigrate=/C\nmigrate=/D\n");
+    Instruct(
+        "[QOR_CONFIG_MERGE]\nmigrate=/ProxySettings/Password\nmigrate=/A\nmigrate=/B\nmigrate=/C\nmigrate=/D\n"
+        "migrate=/S\n");
     m_installed.Write(L"config.xml",
-                      "<c><ProxySettings><Password>hidden</Password></ProxySettings><A>1</A><C type='int'>5</C></c>");
-    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D></c>");
-    EXPECT_THAT(Planned("MergeConfig"),
-                ElementsAre("= " + strTarget + "/A: \"1\"",
-                            "= " + strTarget + "/B  (left alone: the installed file has no such setting)",
-                            "~ " + strTarget + "/C: \"4\" -> \"5\"",
-                            "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
-                            "+ " + strTarget + "/ProxySettings/Password  (a secret)"));
+                      "<c><ProxySettings><Password>hidden</Password></ProxySettings><A>1</A><C type='int'>5</C>"
+                      "<S protected='1'/></c>");
+    Write(L"Component\\p1\\Share\\Setting\\config_xy.xml", "<c><A>1</A><C type='int'>4</C><D>x</D><S>x</S></c>");
+    EXPECT_THAT(
+        Planned("MergeConfig"),
+        ElementsAre("= " + strTarget + "/A: \"1\"",
+                    "= " + strTarget + "/B  (left alone: the installed file has no such setting)",
+                    "~ " + strTarget + "/C: \"4\" -> \"5\"",
+                    "= " + strTarget + "/D  (left alone: the installed file has no such setting)",
+                    "+ " + strTarget + "/ProxySettings/Password  (a secret)", "~ " + strTarget + "/S  (a secret)"));
     // A file kept by an earlier run is deleted if it has the same settings; one with other settings stays.
     m_installed.Write(L"config.previous.xml", m_installed.Read(L"config.xml").value());
     m_installed.Write(L"config.previous.2.xml", "<c><A>lost</A></c>");
