@@ -61,11 +61,12 @@ class Builds(HomeTest):
         shutil.copytree(ROOT / 'samples/second/installed', self.home / 'in stalled')
         for name in 'update', 'second':
             shutil.copytree(ROOT / 'samples/second/update', self.home / name)
+        (self.home / 'none').mkdir()
         (self.home / 'second/QorPaFrwk.ini').write_text('[QOR_DIR]\nAdd=x\n')
         for arguments, code, told in (
                 ('update --strict --format sarif --installed', 0, f'"file://{self.home}/update/"'),
                 ('plan update --language ES-ES --installed', 0, f'in {self.home}/in stalled/\n'),
-                ('second update --installed', 1, '\n0 errors, 0 warnings\n')):
+                ('second none second update --installed', 3, '\n0 errors, 0 warnings\n')):
             with self.subTest(arguments):
                 result, output = call(ROOT / 'tools/check.sh', *arguments.split(), 'in stalled', folder=self.home)
                 self.assertEqual((code, True, False), (result, told in output, 'Z:' in output), output)

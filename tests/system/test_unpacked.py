@@ -51,7 +51,8 @@ class Unpacked(HomeTest):
                          self.tool('check.sh', 'lint', 'new/update', '--installed', 'new/installed', '--strict'))
         code, output = self.tool('check.sh', 'lint', 'new/update', '--format', 'sarif')
         self.assertIn(f'"helpUri" : "file://{self.root}/guides/check-rules.md#b001-encoding"', output)
-        code, output = self.tool('try.sh', 'new/update', '--installed', 'new/installed')
+        (self.home / f'brevant-{VERSION}').rename(self.home / 'other')
+        code, output = self.tool('try.sh', 'new/update', '--installed', 'new/installed', '--programs=other')
         self.assertEqual((0, '[try] complete'), (code, output.splitlines()[-1]), output)
 
         (self.path / 'wineserver').unlink()
