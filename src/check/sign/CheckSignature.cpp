@@ -128,7 +128,7 @@ std::vector<std::wstring> CompareFiles(const Update& update, std::string_view st
     if (ParseManifest(strManifest, expected, tstrError) && !expected.contents.empty()) {
         FileComparison(update, faults).CompareAll(expected);
     } else {
-        faults.push_back(L"the manifest lists no contents: renew it with \"BrevantCheck manifest --into\"");
+        faults.emplace_back(L"the manifest lists no contents: renew it with \"BrevantCheck manifest --into\"");
     }
     return faults;
 }
