@@ -35,6 +35,7 @@ PLACES = ('C:\\ProgramData\\Kazmere\\', 'C:\\Trace\\', 'C:\\windows\\Temp\\', 'C
           LINKED)
 MANIFEST = 'C:\\update.json'
 # What the programs and the stand-ins themselves write; and they, whose files are in use during the run.
+PROMISES = ('folders', 'files', 'deletions', 'registry', 'update_information')  # what "verify" looks at
 NOT_COMPARED = re.compile(r'.*\.(log|answer)|.*\\(brevant(check)?\.exe|brevant\.lock|(kzdbg64|libexpat|wtsapi32)\.dll)')
 KEY = 'HKLM\\Software\\Kazmere'
 BELOW_ROOT = ('hklm\\hkey_local_machine', 'hklm\\software/kazmere/slash')
@@ -319,7 +320,7 @@ class AgreementMachine(Machine):
         found = list(arrivals(before, changes, state_of(self)))
         self._put_programs(scenario.install)  # the update may delete them
         promises = json.loads(manifest) if manifest.startswith('{') else {}
-        if not any(isinstance(part, list) and part for part in promises.values()):
+        if not any(promises.get(part) for part in PROMISES):
             return found  # "verify" has nothing to look at
         self.write(MANIFEST, manifest)
         result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json',
