@@ -5,6 +5,7 @@
 
 #include "agent/QorDeployAgent.h"
 #include "check/lint/Lint.h"
+#include "check/ready/Ready.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/PendingMoves.h"
 #include "check/simulate/Plan.h"
@@ -144,6 +145,9 @@ void MeasureChecks(unsigned cRounds)
         "lint", cRounds, read, [] { static_cast<void>(RunVerb(Check::RunLint, kInstallDir, Check::kFound)); }, asItIs);
     MeasurePairs(
         "plan", cRounds, read, [] { static_cast<void>(RunVerb(Check::RunPlan, kInstallDir, Check::kClean)); }, asItIs);
+    MeasurePairs(
+        "ready", cRounds, [] { static_cast<void>(RunVerb(Check::RunPlan, kInstallDir, Check::kClean)); },
+        [] { static_cast<void>(RunVerb(Check::RunReady, kInstallDir, Check::kFound)); }, asItIs);
 
     WriteManifest();
     InstallUpdate();

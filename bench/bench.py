@@ -25,6 +25,7 @@ RATIOS = (
     ('registry', '1,000 registry "add" records', 'the bare loop of open, set, close', 1.10),
     ('lint', 'Lint, 3,000 files and the largest instruction file', 'reading all of it', 2.0),
     ('plan', 'Plan, the same update', 'reading all of it', 1.5),
+    ('ready', 'Ready, the same update', 'planning it', 1.5),
     ('verify', 'Verify, the same update installed', 'reading and hashing its files', 1.5),
     ('start', 'Start without argument', 'an empty program', 1.35),
 )
