@@ -146,7 +146,7 @@ void MeasureRegistry(unsigned cRounds)
 void UpdateBare(const std::vector<FolderPair>& folders)
 {
     AddBare();
-    const std::wstring tstrUpdateInfo = UpdateInfoPath();
+    const std::wstring tstrUpdateInfo = EditedInfoPath();
     for (unsigned uIndex = 0; uIndex < kIniRecords; ++uIndex) {
         const std::wstring tstrName = RecordName(uIndex);
         ::WritePrivateProfileStringW(L"COMPONENT_LIST", tstrName.c_str(), tstrName.c_str(), tstrUpdateInfo.c_str());

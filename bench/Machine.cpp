@@ -24,6 +24,7 @@ constexpr wchar_t kPendingMoves[] = L"PendingFileRenameOperations";
 constexpr DWORD kEveryLevel = 0x111;
 
 // The component's own identifier: the name of the package's folder without an "UpdateInfo.ini".
+constexpr wchar_t kDownload[] = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
 constexpr wchar_t kPackage[] = L"Component\\c21t2103v0.0.0l1p1r1o1\\Share\\";
 constexpr struct {
     const wchar_t* szSource;
@@ -184,6 +185,11 @@ std::wstring UpdateInfoPath()
     return std::wstring(kInstallDir) + L"UpdateInfo.ini";
 }
 
+std::wstring EditedInfoPath()
+{
+    return std::wstring(kInstallDir) + kDownload + L"UpdateInfo.edited";
+}
+
 void WriteLargestInstructions()
 {
     CreateFolder(std::wstring(kInstallDir) + kPackage + L"Setting\\");
@@ -215,6 +221,8 @@ void Reset()
     ::RegDeleteTreeW(HKEY_LOCAL_MACHINE, kRecordKey);
     ::DeleteFileW((std::wstring(kInstallDir) + kPackage + L"Setting\\UpdateInfo.ini").c_str());
     const UniqueFile updateInfo = CreateNew(UpdateInfoPath());
+    CreateFolder(std::wstring(kInstallDir) + kDownload);
+    const UniqueFile edited = CreateNew(EditedInfoPath());
     static_cast<void>(Storage::Directory::DeleteFiles(kTraceDir, L"*", nullptr));
 }
 

@@ -45,6 +45,9 @@ void WriteUpdateRecords(unsigned cRegistryRecords, unsigned cIniRecords);
 
 /// The installed update information file.
 [[nodiscard]] std::wstring UpdateInfoPath();
+/// A file as deep in the folders as the agent's working copy of it: each edit opens the file twice, and the time of an
+/// opening depends on the depth.
+[[nodiscard]] std::wstring EditedInfoPath();
 
 /// Writes the largest instruction file that is carried out in full: every section as long as is still read.
 void WriteLargestInstructions();
