@@ -65,8 +65,11 @@ class Journey(LabTest):
                     file.unlink() if spoilt is None else file.write_bytes(spoilt)
                     self.assertIn(self.check('check-signature', self.update, *own).code, (1, 3))
             file.write_bytes(content)
-        for spoil, undo in (((self.update / SETTING / 'more.txt').touch, (self.update / SETTING / 'more.txt').unlink),
-                            (lambda: self.update.chmod(0o777), lambda: self.update.chmod(0o755))):
+        settings = self.update / SETTING
+        for spoil, undo in (((settings / 'more.txt').touch, (settings / 'more.txt').unlink),
+                            (lambda: self.update.chmod(0o777), lambda: self.update.chmod(0o755)),
+                            (lambda: settings.chmod(0o777), lambda: settings.chmod(0o755)),
+                            (lambda: files[0].chmod(0o666), lambda: files[0].chmod(0o644))):
             spoil()
             self.assertEqual(1, self.check('check-signature', self.update, *own).code)
             undo()
@@ -76,6 +79,8 @@ class Journey(LabTest):
                           + ' ' + host_path(self.signature) + ' &rem')
         self.assertEqual((0, self.keys['own'].read_bytes()), (told.code, self.signature.read_bytes()), told.output)
         self.assertTrue(manifest.exists())
+        told = self.check('sign', self.update, '--with', f'cmd.exe /c type nul >{host_path(self.signature)} &rem')
+        self.assertEqual((3, True), (told.code, 'wrote no signature' in told.output), told.output)
 
     def lay_out(self):
         self.start()

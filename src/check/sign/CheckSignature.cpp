@@ -10,6 +10,7 @@
 #include "check/verify/SignedManifest.h"
 
 #include "common/Frwk_Utility.h"
+#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
@@ -32,6 +33,9 @@ public:
     {
         ComparePackage(m_update.Product(), expected.tstrProduct);
         ComparePackage(m_update.Resource(), expected.tstrResource);
+        for (const std::wstring& tstrFile : m_update.Files()) {
+            if (!m_present.insert(tstrFile).second) m_faults.push_back(tstrFile + L": there twice, in another case");
+        }
         for (const UpdateFile& file : expected.contents) {
             m_known.insert(file.tstrFile);
             Compare(file);
@@ -76,14 +80,13 @@ private:
 
     [[nodiscard]] bool IsInUpdate(const std::wstring& tstrFile) const
     {
-        return String::EqualsNoCase(tstrFile, kInstructionFile) ||
-               std::ranges::any_of(m_update.Files(),
-                                   [&](const std::wstring& tstrKnown) { return tstrKnown == tstrFile; });
+        return String::EqualsNoCase(tstrFile, kInstructionFile) || m_present.contains(tstrFile);
     }
 
     const Update& m_update;
     std::vector<std::wstring>& m_faults;
     String::NoCaseSet m_known;
+    String::NoCaseSet m_present;
     std::vector<UniqueFile> m_open;
     ContentReader m_reader;
 };
@@ -106,15 +109,51 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
     }
 }
 
-void CheckFolders(const Update& update, std::vector<std::wstring>& faults)
+/// Adds the folders from "Component\" to the package, and everything in it, folders with a backslash at the end.
+void AddPlacesOf(const Package& package, std::size_t cchComponents, std::vector<std::wstring>& places)
 {
-    for (const std::wstring& tstrFolder : {update.Root().Text(), update.Root() / kComponents}) {
+    if (!package.bThere) return;
+    const std::wstring& tstrPackage = package.folder.Text();
+    for (std::size_t u = cchComponents; (u = tstrPackage.find(L'\\', u)) != std::wstring::npos; ++u) {
+        places.push_back(tstrPackage.substr(0, u + 1));
+    }
+    for (std::size_t u = places.size() - 1; u < places.size(); ++u) {
+        const std::wstring tstrFolder = places[u];
+        if (!tstrFolder.ends_with(L'\\')) continue;
+        static_cast<void>(Storage::Directory::ForEachEntry(
+            String::EnsureBackslash(LongPath(tstrFolder)), L"*",
+            [&](const Storage::Directory::Entry& entry) {
+                if (entry.bFolder && entry.bLink) return;
+                places.push_back(tstrFolder + entry.tstrName + (entry.bFolder ? L"\\" : L""));
+            },
+            nullptr));
+    }
+}
+
+/// Files keep their own rights when they are moved, so the rights of the update's folder say nothing of what is in it.
+void CheckRights(const Update& update, std::vector<std::wstring>& faults)
+{
+    const std::wstring tstrComponents = update.Root() / kComponents;
+    std::vector<std::wstring> places{update.Root().Text(), tstrComponents, update.Root() / kInstructionFile,
+                                     update.Root() / kUpdateInfoFile};
+    AddPlacesOf(update.Product(), tstrComponents.size(), places);
+    AddPlacesOf(update.Resource(), tstrComponents.size(), places);
+    std::vector<std::wstring> open;
+    for (const std::wstring& tstrPlace : places) {
+        const auto contains = [&](const std::wstring& tstrFolder) {
+            return String::IsBelow(tstrPlace, tstrFolder);
+        };
+        if (std::ranges::any_of(open, contains)) continue;
         DWORD dwError = ERROR_SUCCESS;
-        const auto optOpen = IsOpenToUsers(tstrFolder, &dwError);
-        if (!optOpen) faults.push_back(tstrFolder + L": its rights cannot be read: " + DescribeError(dwError));
-        if (optOpen.value_or(false)) {
-            faults.push_back(tstrFolder + L": standard users can change what is in it, also after this check");
+        const auto optOpen = IsOpenToUsers(tstrPlace, &dwError);
+        if (!optOpen && dwError != ERROR_FILE_NOT_FOUND) {
+            faults.push_back(tstrPlace + L": its rights cannot be read: " + DescribeError(dwError));
         }
+        if (!optOpen.value_or(false)) continue;
+        const bool bFolder = tstrPlace.ends_with(L'\\');
+        faults.push_back(tstrPlace + L": standard users can change " + (bFolder ? L"what is in it" : L"it") +
+                         L", also after this check");
+        if (bFolder) open.push_back(tstrPlace);
     }
 }
 
@@ -159,7 +198,7 @@ int RunCheckSignature(const Arguments& arguments, Output& output)
         ExpectedState expected;
         faults = CompareFiles(update, strManifest);
         if (ParseManifest(strManifest, expected, tstrReason)) CheckVersions(arguments, expected, faults);
-        CheckFolders(update, faults);
+        CheckRights(update, faults);
     }
     std::wstring tstrText;
     for (const std::wstring& tstrFault : faults) tstrText += OnOneLine(tstrFault) + L"\n";
