@@ -5,9 +5,11 @@
 #include "check/update/HostPaths.h"
 #include "check/update/OpenUpdate.h"
 #include "check/verify/Manifest.h"
+#include "check/verify/SignedManifest.h"
 
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
 
 using namespace KzCommon;
 
@@ -54,8 +56,13 @@ int RunSign(const Arguments& arguments, Output& output)
                              L"\n";
         return kCannotRead;
     }
-    if (::GetFileAttributesW(LongPath(tstrSignature).c_str()) == INVALID_FILE_ATTRIBUTES) {
-        return CannotRead(tstrSignature, ::GetLastError(), output);
+    std::string strSignature;
+    if (!Storage::File::ReadWhole(LongPath(tstrSignature), kMostSignatureBytes, strSignature, &dwError)) {
+        return CannotRead(tstrSignature, dwError, output);
+    }
+    if (strSignature.empty()) {
+        output.tstrErrors += *arguments.optWith + L": wrote no signature\n";
+        return kCannotRead;
     }
     output.strText += String::ToUtf8(WithHostPaths(tstrSignature) + L": written\n");
     return kClean;

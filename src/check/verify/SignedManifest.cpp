@@ -16,7 +16,6 @@ namespace Check {
 namespace {
 
 constexpr std::size_t kMostKeyBytes = std::size_t{16} * 1024;
-constexpr std::size_t kMostSignatureBytes = 1024;
 
 }  // namespace
 

@@ -9,6 +9,9 @@
 
 namespace Check {
 
+/// Longer files are no signatures: one takes about 72 bytes.
+inline constexpr std::size_t kMostSignatureBytes = 1024;
+
 /// Reads keys from PEM files. False, with an error line, when one is unreadable or no key on P-256.
 [[nodiscard]] bool ReadKeys(const std::vector<std::wstring>& files, std::vector<PublicKey>& keys,
                             std::wstring& tstrErrors);
