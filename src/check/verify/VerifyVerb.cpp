@@ -142,6 +142,10 @@ bool IsNothingThere(const Arguments& arguments, const Verification& found)
 
 int RunVerify(const Arguments& arguments, Output& output)
 {
+    if (arguments.optPending && !arguments.bDetect) {
+        output.tstrErrors += L"--pending: only with --detect\n";
+        return kWrongUse;
+    }
     const WindowsMachine machine;
     Verification found;
     std::wstring tstrErrors;
