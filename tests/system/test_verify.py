@@ -39,17 +39,21 @@ class Verify(LabTest):
         """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
         other = {**waiting, 'machine': '=PC2', 'open': [{'verdict': 'MISSING', 'what': 'x'}], 'verdict': 'missing'}
         for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
-                           ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9])):
+                           ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9]),
+                           ('5', json.dumps({**waiting, 'time': 'later'}))):
             self.machine.write(f'C:\\fleet\\{name}.json', text)
-        self.machine.write('C:\\machines.txt', f'{waiting["machine"].lower()}\nPC3\n', 'utf-16')
+        self.machine.write('C:\\machines.txt', f'{waiting["machine"].lower()}\nPC3\npc3\n', 'utf-16')
         told = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
                                 'json')
         found = json.loads(told.output)
         self.assertEqual([], faults('rollup', found))
-        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 3, 1), (
+        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 4, 1), (
             told.code, {row['machine']: row['verdict'] for row in found['machines']}, found['no_record'],
             len(found['ignored']), found['older_records']), told.output)
         self.assertEqual([{'verdict': 'MISSING', 'what': 'x', 'machines': ['=PC2']}], found['reasons'])
+        self.machine.write('C:\\machines.txt', 'PC3', 'utf-16-le')
+        unreadable = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt')
+        self.assertEqual(3, unreadable.code)
         table = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--format', 'csv').output
         self.assertIn('"\'=PC2","missing"', table)
 
@@ -63,6 +67,7 @@ class Verify(LabTest):
         machine.write(path, records, 'utf-16')
         self.expect(3, manifests=[[]])
         self.assertEqual((0, ''), self.detect())
+        self.assertEqual(2, machine.run(self.checker, 'verify', '--pending', 'arrived').code)
         self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)
         linted = machine.run(self.checker, 'lint', machine.install.rstrip('\\'))
         self.assertNotIn('B076', linted.output)

@@ -7,6 +7,7 @@
 #include "check/update/ShownText.h"
 
 #include "common/KzComn_File.h"
+#include "common/KzComn_Result.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
 
@@ -216,11 +217,15 @@ bool ReadNames(const std::wstring& tstrFile, std::vector<std::wstring>& names, D
         return false;
     }
     std::wstring tstrText;
-    static_cast<void>(String::FromUtf8(DecodeText(strBytes), tstrText));
+    // An unreadable list must not pass for one whose machines all have a record.
+    if (!String::FromUtf8(DecodeText(strBytes), tstrText) || tstrText.find(L'\0') != std::wstring::npos) {
+        return Storage::Fail(ERROR_NO_UNICODE_TRANSLATION, pdwError);
+    }
+    String::NoCaseSet known;
     bool bMore = false;
     for (const std::wstring& tstrLine : String::SplitFields(tstrText, L'\n', tstrText.size() + 1, bMore)) {
         std::wstring tstrName(String::Trim(tstrLine, L" \t\r"));
-        if (!tstrName.empty()) names.push_back(std::move(tstrName));
+        if (!tstrName.empty() && known.insert(tstrName).second) names.push_back(std::move(tstrName));
     }
     return true;
 }
@@ -237,7 +242,8 @@ bool IsJson(std::wstring_view tstrName)
 bool MakeRollup(const std::wstring& tstrFolder, const std::vector<std::wstring>& known, Rollup& rollup, DWORD* pdwError)
 {
     Collection collection(rollup);
-    std::vector<std::wstring> folders{String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder))};
+    const std::wstring tstrTop = String::EnsureBackslash(Storage::Directory::FullPath(tstrFolder));
+    std::vector<std::wstring> folders{tstrTop};
     while (!folders.empty()) {
         const std::wstring tstrCurrent = std::move(folders.back());
         folders.pop_back();
@@ -247,9 +253,11 @@ bool MakeRollup(const std::wstring& tstrFolder, const std::vector<std::wstring>&
                 collection.Take(tstrCurrent + entry.tstrName);
             }
         };
+        DWORD dwError = ERROR_SUCCESS;
         const bool bListed =
-            Storage::Directory::ForEachEntry(String::EnsureBackslash(LongPath(tstrCurrent)), L"*", take, pdwError);
-        if (!bListed) return false;
+            Storage::Directory::ForEachEntry(String::EnsureBackslash(LongPath(tstrCurrent)), L"*", take, &dwError);
+        if (!bListed && String::EqualsNoCase(tstrCurrent, tstrTop)) return Storage::Fail(dwError, pdwError);
+        if (!bListed) rollup.ignored.push_back({tstrCurrent, DescribeError(dwError)});
     }
     for (const std::wstring& tstrMachine : known) {
         if (!collection.HasRecordOf(tstrMachine)) rollup.unheard.push_back(tstrMachine);

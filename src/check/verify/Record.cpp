@@ -78,6 +78,16 @@ bool TakeText(const Json::Value& json, const char* szName, std::wstring& tstrTex
     return json[szName].isString() && String::FromUtf8(json[szName].asString(), tstrText);
 }
 
+/// Whether a text has the form of TextOfTime(). The latest record counts, and any other text could come after all
+/// times.
+bool IsTime(std::wstring_view tstrText)
+{
+    constexpr std::wstring_view kForm = L"0000-00-00T00:00:00Z";
+    return std::ranges::equal(tstrText, kForm, [](wchar_t ch, wchar_t chForm) {
+        return chForm == L'0' ? ch >= L'0' && ch <= L'9' : ch == chForm;
+    });
+}
+
 bool TakeOpen(const Json::Value& list, std::vector<VerifyResult>& open)
 {
     if (!list.isArray()) return false;
@@ -185,7 +195,7 @@ bool ParseRecord(std::string_view strBytes, Record& record, std::wstring& tstrEr
     return TakeText(root, "package", record.tstrPackage) &&
            TakeText(root, "product_version", record.tstrProductVersion) &&
            TakeText(root, "agent_version", record.tstrAgentVersion) && TakeText(root, "machine", record.tstrMachine) &&
-           !record.tstrMachine.empty() && TakeText(root, "time", record.tstrTime) &&
+           !record.tstrMachine.empty() && TakeText(root, "time", record.tstrTime) && IsTime(record.tstrTime) &&
            TakeText(root, "started", record.tstrStarted) && TakeVerdict(root["verdict"], record.eVerdict) &&
            TakeOpen(root["open"], record.open);
 }
