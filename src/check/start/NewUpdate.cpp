@@ -2,10 +2,9 @@
 
 #include "check/start/StarterFiles.h"
 #include "check/update/ErrorText.h"
-#include "check/update/LongPath.h"
+#include "check/update/NewFolder.h"
 
 #include "common/KzComn_File.h"
-#include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
 
 #include <algorithm>
@@ -152,9 +151,7 @@ std::wstring Decode(std::string_view strBytes)
 
 std::string Encode(const std::wstring& tstrText, bool bUtf16)
 {
-    if (!bUtf16) return String::ToUtf8(tstrText);
-    return std::string(kUtf16Mark) +
-           std::string(reinterpret_cast<const char*>(tstrText.data()), tstrText.size() * sizeof(wchar_t));
+    return bUtf16 ? ToUtf16File(tstrText) : String::ToUtf8(tstrText);
 }
 
 NewFile Filled(const StarterFile& file, const std::wstring& tstrPath, const NewNames& names)
@@ -184,30 +181,6 @@ std::wstring Untranslated(const std::vector<std::wstring>& languages)
         tstrNamed += (tstrNamed.empty() ? L"" : L", ") + tstrLanguage;
     }
     return tstrNamed.empty() ? tstrNamed : L"the texts of " + tstrNamed + L" are English ones: translate them\n";
-}
-
-/// Whether the folder, as the user wrote it, can take a new update; a line of errors when not.
-bool IsFree(const std::wstring& tstrGiven, Output& output)
-{
-    const std::wstring tstrPath = LongPath(Storage::Directory::FullPath(tstrGiven));
-    bool bFree = !Storage::File::IsExisted(tstrPath);
-    if (!bFree) {
-        output.tstrErrors += tstrGiven + L": is a file\n";
-        return false;
-    }
-    static_cast<void>(Storage::Directory::ForEachEntry(
-        String::EnsureBackslash(tstrPath), L"*", [&](const Storage::Directory::Entry&) { bFree = false; }, nullptr));
-    if (!bFree) output.tstrErrors += tstrGiven + L": is not empty; name a new folder or an empty one\n";
-    return bFree;
-}
-
-bool WriteFile(const std::wstring& tstrPath, const std::string& strBytes, DWORD* pdwError)
-{
-    const std::wstring tstrLong = LongPath(tstrPath);
-    Storage::File::Replacement file(tstrLong);
-    return Storage::Directory::Create(tstrLong.substr(0, tstrLong.rfind(L'\\') + 1), nullptr, pdwError) &&
-           file.Create({}, FILE_ATTRIBUTE_NORMAL, pdwError) && file.Write(strBytes, pdwError) &&
-           file.TakePlace(pdwError);
 }
 
 }  // namespace
@@ -264,12 +237,12 @@ int RunNew(const Arguments& arguments, Output& output)
         return kWrongUse;
     }
     const std::wstring& tstrGiven = arguments.operands.front();
-    if (!IsFree(tstrGiven, output)) return kCannotRead;
+    if (!IsFreeFolder(tstrGiven, output)) return kCannotRead;
     const std::wstring tstrFolder = String::EnsureBackslash(Storage::Directory::FullPath(tstrGiven));
     const std::vector<NewFile> files = MakeNewUpdate(names);
     for (const NewFile& file : files) {
         DWORD dwError = ERROR_SUCCESS;
-        if (WriteFile(tstrFolder + file.tstrPath, file.strBytes, &dwError)) continue;
+        if (WriteNewFile(tstrFolder + file.tstrPath, file.strBytes, &dwError)) continue;
         output.tstrErrors += tstrFolder + file.tstrPath + L": cannot be written: " + DescribeError(dwError) + L"\n";
         return kCannotRead;
     }
