@@ -7,7 +7,7 @@ set -euo pipefail
 here="$PWD"
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 source tools/tool.sh
-readonly kVerbs=" lint plan ready manifest sign check-signature diff verify rollup trace new "
+readonly kVerbs=" lint plan ready manifest sign check-signature diff verify rollup trace new undo "
 
 # The updates and the options of lint, for a call without a verb.
 updates=() options=()

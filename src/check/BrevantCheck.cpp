@@ -1,5 +1,5 @@
 // Entry point of the checking program: checks updates before they ship and machines after it. It runs with
-// its caller's rights, and writes only the manifest of "manifest --into" and the folder of "new".
+// its caller's rights, and writes only the manifest of "manifest --into" and the folders of "new" and "undo".
 #include "check/fleet/Rollup.h"
 #include "check/lint/Lint.h"
 #include "check/ready/Ready.h"
@@ -7,6 +7,7 @@
 #include "check/simulate/Plan.h"
 #include "check/start/NewUpdate.h"
 #include "check/trace/TraceSummary.h"
+#include "check/undo/Undo.h"
 #include "check/update/CommandLine.h"
 #include "check/update/HostPaths.h"
 #include "check/verify/Diff.h"
@@ -85,6 +86,14 @@ constexpr Verb kVerbs[] = {
      L"  --older          accepts an older version\n\n"
      L"Exit code: 0 as it was signed, 1 not, 2 wrong use, 3 cannot read.",
      kKey | kInstalled | kOlder, 1, 1, RunCheckSignature},
+    {L"undo", L"UPDATE [--installed DIR] --output NEW",
+     L"Writes an update into NEW that restores what UPDATE replaces or removes: files, settings, registry values,\n"
+     L"update information. Use it before UPDATE is deployed. It carries out both updates in memory and lists what\n"
+     L"is not restored, also in the manifest of the new update. Lint, try and sign that update like any other.\n\n"
+     L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n"
+     L"  --output NEW     a new or empty folder\n\n"
+     L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
+     kInstalled | kOutput, 1, 1, RunUndo},
     {L"diff", L"OLD NEW [--format text|json]",
      L"Shows what another update does otherwise: files, settings, deletions, registry values, update information,\n"
      L"commands, shortcuts, names. OLD and NEW are the folder of an update or a manifest each.\n\n"

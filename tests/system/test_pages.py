@@ -40,11 +40,12 @@ LAYERS = {
     'check/sign': {'check/verify', 'check/update', 'agent', 'common'},
     'check/ready': {'check/simulate', 'check/verify', 'check/update', 'agent', 'common'},
     'check/fleet': {'check/verify', 'check/update', 'common'},
+    'check/undo': {'check/simulate', 'check/verify', 'check/update', 'agent', 'config', 'common'},
     'check/lint': {'check/verify', 'check/simulate', 'check/update', 'agent', 'installer', 'config', 'common'},
     'check/trace': {'check/update', 'agent', 'common'},
     'check/start': {'check/update', 'common'},
     'check': {'check/fleet', 'check/lint', 'check/ready', 'check/sign', 'check/simulate', 'check/start', 'check/trace',
-              'check/update', 'check/verify', 'common'},
+              'check/undo', 'check/update', 'check/verify', 'common'},
 }
 
 

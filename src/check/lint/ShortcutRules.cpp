@@ -6,7 +6,10 @@
 #include "check/update/Suggestion.h"
 #include "check/update/XmlForm.h"
 
+#include "agent/NewNameDecision.h"
 #include "common/KzComn_String.h"
+#include "common/KzComn_WholeFile.h"
+#include "common/KzComn_XmlParser.h"
 #include "installer/ShortcutPlan.h"
 
 #include <algorithm>
@@ -69,8 +72,9 @@ const PartRow* FindPart(const XmlElement& element)
 /// One description.
 class Description {
 public:
-    Description(const std::wstring& tstrFile, const ProductFiles& files, Report& report)
-        : m_tstrFile(tstrFile), m_files(files), m_report(report)
+    /// `bInstalled`: the product has this description already.
+    Description(const std::wstring& tstrFile, const ProductFiles& files, bool bInstalled, Report& report)
+        : m_tstrFile(tstrFile), m_files(files), m_bInstalled(bInstalled), m_report(report)
     {
     }
 
@@ -95,6 +99,7 @@ private:
 
     const std::wstring& m_tstrFile;
     const ProductFiles& m_files;
+    bool m_bInstalled;
     Report& m_report;
 };
 
@@ -154,6 +159,8 @@ void Description::CheckTarget(const ShortcutItem& item, const std::wstring& tstr
 void Description::AddMissing(Rule eRule, const XmlElement& element, const std::wstring& tstrFile)
 {
     const bool bKnown = m_files.AreInstalledKnown();
+    // The installed shortcut leads there already.
+    if (m_bInstalled && !m_files.IsDeleted(m_files.PathOf(tstrFile))) return;
     Add(bKnown ? Severity::eError : Severity::eWarning, eRule, element,
         L"\"" + tstrFile + L"\" does not come with the update" +
             (m_files.IsDeleted(m_files.PathOf(tstrFile)) ? L", which deletes it"
@@ -255,6 +262,18 @@ void Description::CheckIgnored(const XmlElement& element, const std::wstring& ts
             (cShortcuts == 1 ? L"1 shortcut is" : tstrCount + L" shortcuts are") + L" never made");
 }
 
+/// Whether the product has the same description.
+bool IsInstalled(const Update& update, const std::wstring& tstrFile)
+{
+    std::string strNew;
+    std::string strInstalled;
+    return update.InstalledFolder() &&
+           Storage::File::ReadWhole(update.FullPath(tstrFile), Storage::XmlParser::kMaxBytes, strNew, nullptr) &&
+           Storage::File::ReadWhole(LongPath(*update.InstalledFolder() / kShortcutFile), Storage::XmlParser::kMaxBytes,
+                                    strInstalled, nullptr) &&
+           strNew == strInstalled;
+}
+
 }  // namespace
 
 void CheckShortcuts(const LintContext& context, Report& report)
@@ -265,7 +284,7 @@ void CheckShortcuts(const LintContext& context, Report& report)
     for (const std::wstring& tstrFile : descriptions) {
         const auto document = ReadXml(context.update, tstrFile, Rule::eShortcutsNotXml, report);
         if (!document) continue;
-        Description description(tstrFile, files, report);
+        Description description(tstrFile, files, IsInstalled(context.update, tstrFile), report);
         description.CheckItems(*document->GetRoot());
         description.CheckPlaces(*document->GetRoot());
         description.CheckParts(*document->GetRoot());

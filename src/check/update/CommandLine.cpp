@@ -83,6 +83,7 @@ constexpr OptionRow kOptions[] = {
     {.szName = L"--with", .uBits = kWith, .pText = &Arguments::optWith},
     {.szName = L"--key", .uBits = kKey, .pfnTake = TakeKey},
     {.szName = L"--older", .uBits = kOlder, .pFlag = &Arguments::bOlder},
+    {.szName = L"--output", .uBits = kOutput, .pText = &Arguments::optOutput},
     {.szName = L"--machines", .uBits = kMachines, .pText = &Arguments::optMachines},
 };
 
@@ -111,8 +112,8 @@ std::wstring UsageOf(const Verb& verb)
 std::wstring Overview(std::span<const Verb> verbs)
 {
     std::wstring tstrText =
-        L"Checks updates before they ship and machines after it; writes only what \"new\" and \"manifest --into\" "
-        L"make.\n\n";
+        L"Checks updates before they ship and machines after it; writes only what \"new\", \"undo\" and "
+        L"\"manifest --into\" make.\n\n";
     for (const Verb& verb : verbs) tstrText += L"  " + UsageOf(verb);
     return tstrText + L"  BrevantCheck --version | --help | VERB --help\n";
 }

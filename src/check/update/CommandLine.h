@@ -26,6 +26,7 @@ struct Arguments {
     std::optional<std::wstring> optWith;       ///< --with COMMAND
     std::vector<std::wstring> keys;            ///< --key FILE, any number of times
     bool bOlder = false;                       ///< --older
+    std::optional<std::wstring> optOutput;     ///< --output DIR
     Format eFormat = Format::eText;            ///< --format
     bool bStrict = false;                      ///< --strict
     bool bAll = false;                         ///< --all
@@ -53,10 +54,11 @@ enum OptionBits : unsigned {
     kInto = 128,
     kNewNames = 256,  ///< --product, --version and --languages
     kFleet = 512,     ///< --record, --detect, --pending and --event-log
+    kMachines = 1024,  ///< --machines, and --format csv
     kWith = 2048,
     kKey = 4096,
     kOlder = 8192,
-    kMachines = 1024,  ///< --machines, and --format csv
+    kOutput = 16384,
 };
 
 /// One verb: a row in the table of the entry point.

@@ -123,6 +123,7 @@ constexpr KindRow kKinds[] = {
     {"command", &ListUncovered<UncoveredKind::eCommand>},
     {"shortcut", &ListUncovered<UncoveredKind::eShortcut>},
     {"new name", &ListUncovered<UncoveredKind::eNewName>},
+    {"not restored", &ListUncovered<UncoveredKind::eNotRestored>},
 };
 
 void CompareItems(const char* szKind, const Items& older, const Items& newer, std::vector<Difference>& differences)

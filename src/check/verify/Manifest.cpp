@@ -32,8 +32,8 @@ struct StateWord {
 constexpr StateWord kStates[] = {
     {ValueState::eAbsent, "absent"}, {ValueState::eData, "value"}, {ValueState::eAnyData, "any"}};
 
-constexpr const char* kUncoveredKinds[] = {"command", "shortcut", "new_name"};
-static_assert(std::size(kUncoveredKinds) == static_cast<std::size_t>(UncoveredKind::eNewName) + 1);
+constexpr const char* kUncoveredKinds[] = {"command", "shortcut", "new_name", "not_restored"};
+static_assert(std::size(kUncoveredKinds) == static_cast<std::size_t>(UncoveredKind::eNotRestored) + 1);
 
 const char* When(bool bAtRestart)
 {

@@ -1,5 +1,6 @@
 #include "check/verify/UncoveredParts.h"
 
+#include "check/update/IniScan.h"
 #include "check/update/Instructions.h"
 
 #include "agent/NewNameDecision.h"
@@ -55,6 +56,22 @@ void AddCommands(const Update& update, std::vector<UncoveredPart>& parts)
     }));
 }
 
+/// An update that undoes another one names them in the comments of its instruction file.
+void AddNotRestored(const Update& update, std::vector<UncoveredPart>& parts)
+{
+    IniScan scan;
+    if (!scan.Read(update.FullPath(kInstructionFile), nullptr)) return;
+    for (const IniComment& comment : scan.Comments()) {
+        const std::size_t uWhat = comment.tstrText.find(kNotRestored);
+        if (uWhat == std::wstring::npos) continue;
+        const std::wstring tstrPart = comment.tstrText.substr(uWhat + std::wstring_view(kNotRestored).size());
+        const std::size_t uWhy = tstrPart.rfind(kWhyNot);
+        UncoveredPart part{UncoveredKind::eNotRestored, tstrPart.substr(0, uWhy)};
+        if (uWhy != std::wstring::npos) part.tstrDetail = tstrPart.substr(uWhy + std::wstring_view(kWhyNot).size());
+        parts.push_back(std::move(part));
+    }
+}
+
 void AddShortcuts(const Update& update, const Delivery& delivery, std::vector<UncoveredPart>& parts)
 {
     static_cast<void>(Storage::Guarded(nullptr, [&] {
@@ -86,6 +103,7 @@ std::vector<UncoveredPart> ListUncoveredParts(const Update& update)
 {
     std::vector<UncoveredPart> parts;
     AddCommands(update, parts);
+    AddNotRestored(update, parts);
     for (const Delivery& delivery : update.Deliveries()) {
         if (String::EqualsNoCase(delivery.tstrBelow, kShortcutFile)) AddShortcuts(update, delivery, parts);
     }

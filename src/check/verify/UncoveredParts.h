@@ -9,21 +9,26 @@
 namespace Check {
 
 enum class UncoveredKind {
-    eCommand,   ///< a run-once command
-    eShortcut,  ///< a shortcut of the description that the renaming run carries out
-    eNewName    ///< the product's name in one language
+    eCommand,     ///< a run-once command
+    eShortcut,    ///< a shortcut of the description that the renaming run carries out
+    eNewName,     ///< the product's name in one language
+    eNotRestored  ///< a part of another update that this one does not undo
 };
 
 /// A part that changes nothing that stays, or changes it only on some machines.
 struct UncoveredPart {
     UncoveredKind eKind = UncoveredKind::eCommand;
-    std::wstring tstrWhat;        ///< the command; the link, "Desktop\...lnk"; the name
-    std::wstring tstrDetail{};    ///< a link's target and arguments
+    std::wstring tstrWhat;        ///< the command; the link, "Desktop\...lnk"; the name; the file, the value
+    std::wstring tstrDetail{};    ///< a link's target and arguments; why it is not restored
     std::wstring tstrLanguage{};  ///< of a name, or of a description of shortcuts; empty for all
 };
 
-/// Commands and shortcuts in their order, then the names in the order of their languages. Skips unreadable files: lint
-/// reports them.
+/// In front of the comments of an instruction file that name the parts not restored: "; Not restored: WHAT | WHY".
+inline constexpr wchar_t kNotRestored[] = L"Not restored: ";
+inline constexpr wchar_t kWhyNot[] = L" | ";
+
+/// Commands, parts that are not restored, and shortcuts in their order, then the names in the order of their languages.
+/// Skips unreadable files: lint reports them.
 [[nodiscard]] std::vector<UncoveredPart> ListUncoveredParts(const Update& update);
 
 /// The languages with a string table of their own, sorted.

@@ -1,0 +1,253 @@
+#include "check/undo/Undo.h"
+
+#include "check/simulate/Plan.h"
+#include "check/simulate/PlanMachine.h"
+#include "check/undo/UndoParts.h"
+#include "check/update/ErrorText.h"
+#include "check/update/HostPaths.h"
+#include "check/update/NewFolder.h"
+#include "check/update/ShownText.h"
+#include "check/verify/Manifest.h"
+
+#include "agent/DeployFramework.h"
+#include "agent/NewNameDecision.h"
+#include "common/Frwk_Utility.h"
+#include "common/KzComn_WindowsMachine.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+
+namespace Check {
+
+namespace {
+
+/// Deploys an update on a machine in memory, and restarts it.
+void Deploy(SimulatedMachine& machine, const PlanFolders& folders, Touched& touched)
+{
+    static_cast<void>(PrepareForPlan(machine, folders));
+    if (DeployFramework(machine)) DecideAboutNewName(machine, [] {});
+    machine.Restart();
+    touched.Add(machine.Steps());
+}
+
+std::wstring ReasonFor(const UndoParts& parts, const std::wstring& tstrName, bool bBefore, bool bNow)
+{
+    const auto itReason = parts.reasons.find(tstrName);
+    if (itReason != parts.reasons.end()) return itReason->second;
+    if (bBefore && bNow) return L"it is not as before";
+    return bNow ? L"it stays" : L"it does not come back";
+}
+
+/// Lists the differences between the machine before the update and after its undo.
+class Differences {
+public:
+    Differences(const UndoContext& context, const UndoParts& parts) : m_context(context), m_parts(parts) {}
+
+    [[nodiscard]] std::vector<UncoveredPart> List()
+    {
+        AddPaths();
+        AddValues();
+        AddKeys();
+        for (std::wstring tstrCommand : m_context.touched.commands) {
+            String::ReplaceAll(tstrCommand, m_context.installed.Text(), L"{InstalledDir}");
+            if (tstrCommand == kNewNameCommand) continue;  // named below
+            Add(L"the effects of the command " + tstrCommand, L"nobody can know them");
+        }
+        if (m_context.touched.bNewName) {
+            Add(L"the new name with its shortcuts and pinned items", L"the product keeps its new name");
+        }
+        Add(L"{InstalledDir}QorUpdate.json", L"it is the manifest of this update");
+        Add(L"{InstalledDir}QorPaFrwk.ini, {InstalledDir}Component and the download paths in UpdateInfo.ini",
+            L"the update client writes them");
+        return std::move(m_list);
+    }
+
+private:
+    void Add(const std::wstring& tstrWhat, const std::wstring& tstrReason)
+    {
+        m_list.push_back({UncoveredKind::eNotRestored, OnOneLine(tstrWhat), OnOneLine(tstrReason)});
+    }
+
+    void AddPaths()
+    {
+        const SimulatedMachine& before = m_context.before;
+        for (const std::wstring& tstrPath : m_context.touched.paths) {
+            if (IsOfUpdates(m_context.installed, tstrPath) || IsSamePath(before, m_context.after, tstrPath)) continue;
+            const bool bFolder = before.HasFolder(tstrPath) || m_context.after.HasFolder(tstrPath);
+            const std::wstring tstrName = NameOfPath(m_context.installed, tstrPath) + (bFolder ? L"\\" : L"");
+            Add(tstrName, ReasonFor(m_parts, tstrName, before.HasAny(tstrPath), m_context.after.HasAny(tstrPath)));
+        }
+    }
+
+    void AddValues()
+    {
+        std::wstring tstrKey;
+        for (const NamePair& value : m_context.touched.values) {
+            const RegistryPlace place = PlaceOf(value);
+            const bool bNewKey = !m_context.before.HasKey(place) && m_context.after.HasKey(place);
+            if (bNewKey && !String::EqualsNoCase(tstrKey, value.first)) {
+                Add(L"HKEY_LOCAL_MACHINE\\" + value.first, L"an empty key stays");
+            }
+            tstrKey = value.first;
+            if (IsSameValue(m_context.before, m_context.after, value)) continue;
+            StoredValue stored;
+            const std::wstring tstrName = NameOfValue(value);
+            Add(tstrName, ReasonFor(m_parts, tstrName, m_context.before.ReadStored(place, stored, nullptr),
+                                    m_context.after.ReadStored(place, stored, nullptr)));
+        }
+    }
+
+    void AddKeys()
+    {
+        const std::wstring tstrFile = m_context.installed / kUpdateInfoFile;
+        if (!m_context.before.HasFile(tstrFile)) Add(L"{InstalledDir}UpdateInfo.ini", L"an update needs it");
+        for (const NamePair& key : m_parts.newKeys) {
+            Add(NameOfKey(key), L"no record removes a key; it stays where the update client keeps the file");
+        }
+        for (const NamePair& key : m_context.touched.iniKeys) {
+            if (m_parts.newKeys.contains(key)) continue;
+            const std::wstring tstrBefore = ReadKey(m_context.before, tstrFile, key);
+            const std::wstring tstrNow = ReadKey(m_context.after, tstrFile, key);
+            if (tstrBefore == tstrNow) continue;
+            const std::wstring tstrName = NameOfKey(key);
+            Add(tstrName, ReasonFor(m_parts, tstrName, !tstrBefore.empty(), !tstrNow.empty()));
+        }
+    }
+
+    const UndoContext& m_context;
+    const UndoParts& m_parts;
+    std::vector<UncoveredPart> m_list;
+};
+
+/// The instruction file. It is for one product, in one language, and goes back on purpose.
+std::wstring FormatInstructions(const UndoParts& parts, const std::vector<UncoveredPart>& notRestored)
+{
+    std::wstring tstrText =
+        L"; Restores what another update has replaced or removed, on the product for which it was made.\r\n"
+        L"; BrevantCheck: B046 B068 B072 B077 B078\r\n";
+    for (const UncoveredPart& part : notRestored) {
+        tstrText += L"; " + std::wstring(kNotRestored) + part.tstrWhat + kWhyNot + part.tstrDetail + L"\r\n";
+    }
+    for (const UndoSection* const pSection :
+         {&parts.folderRecords, &parts.fileRecords, &parts.valueRecords, &parts.settingRecords, &parts.infoRecords}) {
+        if (pSection->lines.empty()) continue;
+        tstrText += L"\r\n[" + std::wstring(pSection->szName) + L"]\r\n";
+        for (const std::wstring& tstrLine : pSection->lines) tstrText += tstrLine + L"\r\n";
+    }
+    return tstrText;
+}
+
+/// Writes one file of the new update, with an error line when it cannot be written.
+bool Report(const std::wstring& tstrPath, bool bWritten, DWORD dwError, Output& output)
+{
+    if (!bWritten) output.tstrErrors += tstrPath + L": cannot be written: " + DescribeError(dwError) + L"\n";
+    return bWritten;
+}
+
+bool WriteText(const std::wstring& tstrPath, const std::wstring& tstrText, Output& output)
+{
+    DWORD dwError = ERROR_SUCCESS;
+    const bool bWritten = WriteNewFile(tstrPath, ToUtf16File(tstrText), &dwError);
+    return Report(tstrPath, bWritten, dwError, output);
+}
+
+bool CopyInstalled(const SimulatedMachine& before, const std::wstring& tstrPath, const std::wstring& tstrFrom,
+                   Output& output)
+{
+    SimulatedMachine::Content content;
+    DWORD dwError = ERROR_SUCCESS;
+    bool bWritten = before.OpenContent(tstrFrom, content, &dwError);
+    if (bWritten && !content.tstrReal.empty()) {
+        bWritten = CopyNewFile(tstrPath, content.tstrReal, &dwError);
+    } else if (bWritten) {
+        dwError = ERROR_NOT_SUPPORTED;
+        bWritten = content.optBytes && WriteNewFile(tstrPath, *content.optBytes, &dwError);
+    }
+    return Report(tstrPath, bWritten, dwError, output);
+}
+
+/// Writes the manifest of the new update into it, with the list in the instruction file.
+bool ShipManifest(const Folder& folder, Output& output)
+{
+    Arguments arguments;
+    arguments.operands = {folder};
+    arguments.bInto = true;
+    Output written;
+    const bool bWritten = RunManifest(arguments, written) == kClean;
+    if (!bWritten) output.tstrErrors += written.tstrErrors;
+    return bWritten;
+}
+
+/// Creates the folder of the package, which may be empty.
+bool MakePackage(const UndoParts& parts, const Folder& folder, Output& output)
+{
+    const Folder package = folder / kComponents + parts.tstrPackage;
+    DWORD dwError = ERROR_SUCCESS;
+    const bool bMade = Storage::Directory::Create(LongPath(package), nullptr, &dwError);
+    return Report(package, bMade, dwError, output);
+}
+
+/// Writes everything but the list. The manifest's folder decides whether the settings step takes place.
+bool WriteUpdate(const UndoParts& parts, const SimulatedMachine& before, const Folder& folder, Output& output)
+{
+    const bool bFiles = std::all_of(parts.files.begin(), parts.files.end(), [&](const auto& file) {
+        return CopyInstalled(before, folder / file.first, file.second, output);
+    });
+    return bFiles && WriteText(folder / kUpdateInfoFile, parts.tstrUpdateInfo, output) &&
+           WriteText(folder / kInstructionFile, FormatInstructions(parts, {}), output) &&
+           MakePackage(parts, folder, output) && ShipManifest(folder, output);
+}
+
+std::string Summary(const std::wstring& tstrGiven, const UndoParts& parts, const std::vector<UncoveredPart>& list)
+{
+    std::wstring tstrText = WithHostPaths(tstrGiven) + L": " + std::to_wstring(parts.files.size()) +
+                            L" files restored; not restored, as its manifest says:\n";
+    for (const UncoveredPart& part : list) tstrText += L"  " + part.tstrWhat + L": " + part.tstrDetail + L"\n";
+    return String::ToUtf8(tstrText);
+}
+
+/// Writes the update that undoes the one of the context, and deploys it in memory to list what it does not restore.
+int WriteUndo(UndoContext& context, const std::wstring& tstrGiven, Output& output)
+{
+    const Folder folder = Storage::Directory::FullPath(tstrGiven);
+    const UndoParts parts = MakeUndo(context);
+    if (!WriteUpdate(parts, context.before, folder, output)) return kCannotRead;
+    const std::vector<std::wstring> commands = context.touched.commands;
+    Deploy(context.after, {folder, context.installed}, context.touched);
+    context.touched.commands = commands;  // the machine's list has them once more
+    const std::vector<UncoveredPart> notRestored = Differences(context, parts).List();
+    if (!WriteText(folder / kInstructionFile, FormatInstructions(parts, notRestored), output) ||
+        !ShipManifest(folder, output)) {
+        return kCannotRead;
+    }
+    output.strText = Summary(tstrGiven, parts, notRestored);
+    return kClean;
+}
+
+}  // namespace
+
+int RunUndo(const Arguments& arguments, Output& output)
+{
+    if (!arguments.optOutput) {
+        output.tstrErrors += L"--output NEW is missing: the folder of the new update\n";
+        return kWrongUse;
+    }
+    Update update;
+    Plan plan;
+    if (!IsFreeFolder(*arguments.optOutput, output) || !OpenPlan(arguments, update, plan, output)) return kCannotRead;
+    const WindowsMachine machine;
+    const bool bCopy = arguments.optInstalled.has_value();
+    SimulatedMachine before(&machine);
+    SimulatedMachine after(&machine);
+    static_cast<void>(PrepareForPlan(before, {plan.installedDir, plan.installedDir, bCopy}));
+    UndoContext context{update, plan.installedDir, before, after, {}};
+    Deploy(after, {update.Root(), plan.installedDir, bCopy}, context.touched);
+    if (!String::EqualsNoCase(Folder(Frwk::Utility::GetInstalledFolder(after)).Text(), plan.installedDir.Text())) {
+        output.tstrErrors += update.GivenFolder() + L": changes ProductPath: no later update finds the product\n";
+        return kCannotRead;
+    }
+    return WriteUndo(context, *arguments.optOutput, output);
+}
+
+}  // namespace Check

@@ -1,0 +1,123 @@
+// Files and folders of an update that undoes another one.
+#include "check/undo/UndoParts.h"
+
+#include "agent/PackageLayout.h"
+
+#include <algorithm>
+
+using namespace KzCommon;
+using namespace PackageLayout;
+
+namespace Check {
+
+namespace {
+
+/// In places where every user may write, a delayed deletion could follow a link.
+constexpr const wchar_t* kUsersFolders[] = {L"C:\\ProgramData\\", L"C:\\Users\\", L"C:\\Windows\\Temp\\"};
+
+/// Finds the places of an update's files from their destinations: the reverse of the deploy steps.
+class PlaceFinder {
+public:
+    PlaceFinder(const UndoContext& context, const std::wstring& tstrPackage)
+        : m_copies(
+              ListCopies(context.before, {.tstrInstallDir = context.installed,
+                                          .tstrProductDownloadDir = String::EnsureBackslash(kComponents + tstrPackage),
+                                          .tstrProductDownloadPath = tstrPackage,
+                                          .tstrResourceDownloadDir = {}}))
+    {
+    }
+
+    /// The place below the update's folder; empty when no step brings a file there.
+    [[nodiscard]] std::wstring Find(const std::wstring& tstrDestination) const
+    {
+        const FolderCopy* pBest = nullptr;
+        for (const FolderCopy& copy : m_copies) {
+            if (Fits(copy, tstrDestination) && (!pBest || IsNearer(copy, *pBest))) pBest = &copy;
+        }
+        return pBest ? pBest->tstrSourceDir + tstrDestination.substr(pBest->tstrDestinationDir.size()) : std::wstring();
+    }
+
+private:
+    static bool Fits(const FolderCopy& copy, const std::wstring& tstrDestination)
+    {
+        // The settings step changes what it brings, and driver files go to two places at once.
+        const bool bDriver = copy.pRow->eWhen == When::eNow && copy.pRow->destination.eBase != Base::eSystemDrive;
+        // Texts of a language would ask for its settings files.
+        const bool bTexts = copy.pRow->source.szBelow == std::wstring_view(L"Resource");
+        if (copy.tstrSourceDir.empty() || copy.pStep->bPreparesSettings || bDriver || bTexts) return false;
+        if (!String::IsBelow(tstrDestination, copy.tstrDestinationDir)) return false;
+        return copy.pRow->eDepth == Depth::eWithSubfolders ||
+               tstrDestination.find(L'\\', copy.tstrDestinationDir.size()) == std::wstring::npos;
+    }
+
+    static bool IsNearer(const FolderCopy& copy, const FolderCopy& other)
+    {
+        return copy.tstrDestinationDir.size() > other.tstrDestinationDir.size();
+    }
+
+    std::vector<FolderCopy> m_copies;
+};
+
+/// Whether the settings step of the new update brings the file.
+bool IsBroughtAsSetting(const UndoContext& context, const UndoParts& parts, const std::wstring& tstrPath)
+{
+    const std::wstring tstrSetting = std::wstring(kComponents) + parts.tstrPackage + L"\\Share\\Setting\\";
+    return std::any_of(parts.files.begin(), parts.files.end(), [&](const auto& file) {
+        const bool bSetting = String::IsBelow(file.first, tstrSetting);
+        return bSetting && (String::EqualsNoCase(file.second, tstrPath) ||
+                            String::EqualsNoCase(context.installed / file.first.substr(tstrSetting.size()), tstrPath));
+    });
+}
+
+/// The records that delete a file which the update has brought.
+bool AddDeletion(const UndoContext& context, const std::wstring& tstrPath, UndoSection& section)
+{
+    const bool bUsers = std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders), [&](const wchar_t* szFolder) {
+        return String::StartsWithNoCase(tstrPath, szFolder);
+    });
+    return tstrPath.size() <= _MAX_PATH &&
+           AddRecord(section, bUsers ? L"delete_now" : L"delete", NameOfPath(context.installed, tstrPath));
+}
+
+void AddFolders(const UndoContext& context, const String::NoCaseSet& folders, UndoParts& parts)
+{
+    for (auto itFolder = folders.begin(); itFolder != folders.end(); ++itFolder) {
+        // A folder in it comes next, and is created with those above it.
+        const auto itNext = std::next(itFolder);
+        if (itNext != folders.end() && String::IsBelow(*itNext, *itFolder)) continue;
+        const std::wstring tstrName = NameOfPath(context.installed, *itFolder);
+        if (!AddRecord(parts.folderRecords, L"add", tstrName.substr(0, tstrName.size() - 1))) {
+            parts.reasons[tstrName] = L"its section has no room for it";
+        }
+    }
+}
+
+}  // namespace
+
+void AddUndoFiles(const UndoContext& context, UndoParts& parts)
+{
+    const PlaceFinder finder(context, parts.tstrPackage);
+    String::NoCaseSet folders;
+    for (const std::wstring& tstrPath : context.touched.paths) {
+        if (IsOfUpdates(context.installed, tstrPath) || IsSamePath(context.before, context.after, tstrPath)) continue;
+        if (IsBroughtAsSetting(context, parts, tstrPath)) continue;
+        const std::wstring tstrName = NameOfPath(context.installed, tstrPath);
+        if (context.before.HasFolder(tstrPath)) {
+            folders.insert(tstrPath + L"\\");
+        } else if (!context.before.HasFile(tstrPath)) {
+            if (context.after.HasFolder(tstrPath)) continue;
+            if (!AddDeletion(context, tstrPath, parts.fileRecords)) {
+                parts.reasons[tstrName] = L"its path or its section is too long for a record";
+            }
+        } else if (const std::wstring tstrPlace = finder.Find(tstrPath); !tstrPlace.empty()) {
+            parts.files[tstrPlace] = tstrPath;
+            const std::wstring tstrFolder = String::FolderPart(tstrPath);
+            if (!context.after.HasFolder(tstrFolder)) folders.insert(tstrFolder);
+        } else {
+            parts.reasons[tstrName] = L"no deploy step brings files there";
+        }
+    }
+    AddFolders(context, folders, parts);
+}
+
+}  // namespace Check

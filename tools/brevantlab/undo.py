@@ -1,0 +1,160 @@
+"""Deploys updates on throwaway machines, then what "BrevantCheck undo" made of them, and compares: the same files,
+folders and values as before, except for the listed ones.
+
+    python3 -m brevantlab.undo --seeds 20            # updates without a mistake
+    python3 -m brevantlab.undo --seeds 20 --wild     # random updates on random machines
+    python3 -m brevantlab.undo --seeds 20 --kill     # a first run of each undo ends half-way
+"""
+import argparse
+import json
+import pathlib
+import re
+import shutil
+import sys
+import tempfile
+from typing import Any, Iterator
+
+from .agree import AgreementMachine, State, _of_updates, state_of
+from .layouts import OUTSIDE, host_files, text_of
+from .machine import PRODUCT, SETTINGS
+from .random_update import INSTALLS, Scenario, random_scenario
+from .standins import FaultLibrary
+from .valid_update import make_update
+
+UNDO, AGENT = 'C:\\Undo\\', 'C:\\Agent\\'
+OF_UPDATES = 'qorpafrwk.ini', 'updateinfo.ini', 'qorupdate.json'
+DOWNLOAD = re.compile(r'\[component_list\] component\d+_downloadpath')
+
+
+class UndoMachine(AgreementMachine):
+    """A machine on which updates are deployed and undone, one after the other."""
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.install_program(PRODUCT)  # makes the updates
+        self.library = FaultLibrary(self, AGENT)
+        self.listed: set[str] = set()
+        self.changed: list[str] = []  # by the update alone
+
+    def lay_out(self, scenario: Scenario) -> None:
+        """The product and the update of a scenario."""
+        self._set_up(scenario)
+
+    def prepare(self, update: pathlib.Path, installed: pathlib.Path) -> Scenario:
+        """The product of a folder, with an update of another one on it."""
+        scenario = Scenario('prepared', INSTALLS[0])
+        scenario.files = {}
+        for path, content in host_files(installed).items():
+            outside = path.startswith(OUTSIDE + '\\')
+            scenario.files['C:' + path.removeprefix(OUTSIDE) if outside else scenario.install + path] = content
+        scenario.files |= {scenario.install + path: content for path, content in host_files(update).items()}
+        scenario.sections, scenario.encoding = {}, ''
+        self._set_up(scenario)
+        self.write(scenario.install + 'QorPaFrwk.ini', (update / 'QorPaFrwk.ini').read_bytes())
+        self.import_reg(text_of(installed / 'registry.reg'))
+        self.set_value(SETTINGS, 'ProductPath', scenario.install.rstrip('\\'))
+        return scenario
+
+    def undo(self, scenario: Scenario, strict: bool = False, ended_at: float = 0) -> list[str]:
+        """What differs in the end, and was not listed. With `ended_at` a first run of the undo ends after that part of
+        its trace lines."""
+        install, checker = scenario.install, scenario.install + 'BrevantCheck.exe'
+        before = state_of(self)
+        shutil.rmtree(self.host(UNDO), ignore_errors=True)
+        code, output = self.run(checker, 'undo', install.rstrip('\\'), '--output', UNDO.rstrip('\\'))
+        if code != 0:
+            return [] if 'changes ProductPath' in output else [f'undo ends with {code}: {output}']
+        found = []
+        if strict:
+            code, output = self.run(checker, 'lint', UNDO.rstrip('\\'), '--installed', install.rstrip('\\'),
+                                    '--strict')
+            found = [output] if code != 0 else []
+        manifest = json.loads(next(self.host(UNDO).glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
+        self.listed = {part['what'].replace('{InstalledDir}', install).lower() for part in manifest['not_covered']
+                       if part['kind'] == 'not_restored'}
+        self.deploy(install)
+        self.changed = list(unlisted(before, state_of(self), install.lower(), set()))
+        self.meanwhile(install)
+        shutil.copytree(self.host(UNDO), self.host(install), dirs_exist_ok=True)
+        if ended_at:
+            self.library.end_at(1 + int(self.library.lines() * ended_at))
+            self.run(AGENT + 'Brevant.exe', '/DeployFramework')
+        self.deploy(install)
+        return found + list(unlisted(before, state_of(self), install.lower(), self.listed))
+
+    def meanwhile(self, install: str) -> None:
+        """What the user does between the update and its undo: nothing."""
+
+    def deploy(self, install: str) -> None:
+        """Deploys what is on the machine, and restarts it."""
+        self.library.end_at(0)
+        self.run(AGENT + 'Brevant.exe', '/DeployFramework')
+        self._restart()
+        self._put_programs(install)  # which an update may delete
+
+
+def unlisted(before: State, after: State, install: str, listed: set[str]) -> Iterator[str]:
+    """The differences that a list does not have."""
+    components = f'{install}component\\', before.real(f'{install}component') + '\\'
+    compared: dict[str, list[dict[str, Any]]] = {
+        'file': [before.files, after.files],
+        'folder': [dict.fromkeys(_of_updates(state.folders)) for state in (before, after)],
+        'value': [_named(before), _named(after)],
+        'key': [_keys(before, install), _keys(after, install)]}
+    for what, (left, right) in compared.items():
+        for name in sorted(left.keys() | right.keys()):
+            # Windows makes no folder whose name has a colon.
+            if (name in left, left.get(name)) == (name in right, right.get(name)) or DOWNLOAD.search(name) \
+                    or ':' in name[2:] and what == 'folder':
+                continue
+            own = f'{name}\\'.startswith(components) or name.removeprefix(install) in OF_UPDATES
+            if not own and name not in listed and f'{name}\\' not in listed:
+                yield f'{what} {name}: {str(left.get(name))[:200]} -> {str(right.get(name))[:200]}'
+
+
+def _named(state: State) -> dict[str, str]:
+    return {f'{key.replace("hklm", "hkey_local_machine", 1)} : {name or "(unnamed)"}': data
+            for (key, name), data in state.values.items()}
+
+
+def _keys(state: State, install: str) -> dict[str, str]:
+    """The update information by section and key."""
+    content = state.files.get(f'{install}updateinfo.ini', b'')
+    text = content.decode('utf-16' if content[:2] == b'\xff\xfe' else 'cp1252', 'replace')
+    keys: dict[str, str] = {}
+    section = ''
+    for line in text.lower().splitlines():
+        section = line.replace(' ', '') if line.strip().startswith('[') else section
+        name, equals, value = line.partition('=')
+        if equals and section and not line.lstrip().startswith(';'):
+            keys.setdefault(f'{install}updateinfo.ini {section} {name.strip()}', value.strip())
+    return keys
+
+
+def main(arguments: list[str]) -> int:
+    parser = argparse.ArgumentParser(description='Deploys updates and undoes them.')
+    parser.add_argument('--seeds', type=int, default=20)
+    parser.add_argument('--first', type=int, default=1)
+    parser.add_argument('--wild', action='store_true', help='random updates on random machines, with their mistakes')
+    parser.add_argument('--kill', action='store_true', help='end a first run of each undo at some trace line')
+    options = parser.parse_args(arguments)
+    whole = 0
+    with UndoMachine() as machine, tempfile.TemporaryDirectory() as folder:
+        for seed in range(options.first, options.first + options.seeds):
+            home = pathlib.Path(folder) / str(seed)
+            if options.wild:
+                scenario = random_scenario(seed)
+                machine.lay_out(scenario)
+            else:
+                make_update(home, seed, machine)
+                scenario = machine.prepare(home / 'update', home / 'installed')
+            found = machine.undo(scenario, not options.wild, seed % 17 / 17 if options.kill else 0)
+            whole += not found
+            told = f'{len(machine.changed)} changes, {len(machine.listed)} listed, as before'
+            print(f'seed {seed}: {"; ".join(found) or told}', flush=True)
+    print(f'{whole} of {options.seeds} as before')
+    return 0 if whole == options.seeds else 1
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1:]))
