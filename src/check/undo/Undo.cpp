@@ -52,7 +52,7 @@ public:
         for (std::wstring tstrCommand : m_context.touched.commands) {
             String::ReplaceAll(tstrCommand, m_context.installed.Text(), L"{InstalledDir}");
             if (tstrCommand == kNewNameCommand) continue;  // named below
-            Add(L"the effects of the command " + tstrCommand, L"nobody can know them");
+            Add(L"the effects of the command " + tstrCommand, L"they are not known");
         }
         if (m_context.touched.bNewName) {
             Add(L"the new name with its shortcuts and pinned items", L"the product keeps its new name");
@@ -207,14 +207,15 @@ std::string Summary(const std::wstring& tstrGiven, const UndoParts& parts, const
     return String::ToUtf8(tstrText);
 }
 
-/// Writes the update that undoes the one of the context, and deploys it in memory to list what it does not restore.
-int WriteUndo(UndoContext& context, const std::wstring& tstrGiven, Output& output)
+/// Writes the update that undoes the one of the context, for the product in a folder as its registry names it, and
+/// deploys it in memory to list what it does not restore.
+int WriteUndo(UndoContext& context, const Folder& installedDir, const std::wstring& tstrGiven, Output& output)
 {
     const Folder folder = Storage::Directory::FullPath(tstrGiven);
     const UndoParts parts = MakeUndo(context);
     if (!WriteUpdate(parts, context.before, folder, output)) return kCannotRead;
     const std::vector<std::wstring> commands = context.touched.commands;
-    Deploy(context.after, {folder, context.installed}, context.touched);
+    Deploy(context.after, {folder, installedDir}, context.touched);
     context.touched.commands = commands;  // the machine's list has them once more
     const std::vector<UncoveredPart> notRestored = Differences(context, parts).List();
     if (!WriteText(folder / kInstructionFile, FormatInstructions(parts, notRestored), output) ||
@@ -241,13 +242,16 @@ int RunUndo(const Arguments& arguments, Output& output)
     SimulatedMachine before(&machine);
     SimulatedMachine after(&machine);
     static_cast<void>(PrepareForPlan(before, {plan.installedDir, plan.installedDir, bCopy}));
-    UndoContext context{update, plan.installedDir, before, after, {}};
+    // The registry may write the folder in its own way.
+    const std::wstring tstrInstalled = Storage::Directory::FullPath(plan.installedDir);
+    UndoContext context{update, tstrInstalled, before, after, {}};
     Deploy(after, {update.Root(), plan.installedDir, bCopy}, context.touched);
-    if (!String::EqualsNoCase(Folder(Frwk::Utility::GetInstalledFolder(after)).Text(), plan.installedDir.Text())) {
+    const Folder now = Storage::Directory::FullPath(Frwk::Utility::GetInstalledFolder(after));
+    if (!String::EqualsNoCase(now.Text(), context.installed.Text())) {
         output.tstrErrors += update.GivenFolder() + L": changes ProductPath: no later update finds the product\n";
         return kCannotRead;
     }
-    return WriteUndo(context, *arguments.optOutput, output);
+    return WriteUndo(context, plan.installedDir, *arguments.optOutput, output);
 }
 
 }  // namespace Check

@@ -123,7 +123,10 @@ std::wstring NameOfPath(const Folder& installed, const std::wstring& tstrPath)
 
 std::wstring NameOfValue(const NamePair& value)
 {
-    return L"HKEY_LOCAL_MACHINE\\" + value.first + L" : " + (value.second.empty() ? L"(unnamed)" : value.second);
+    std::wstring tstrKey = value.first;
+    // Windows reads several backslashes as one.
+    while (tstrKey.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrKey, L"\\\\", L"\\");
+    return L"HKEY_LOCAL_MACHINE\\" + tstrKey + L" : " + (value.second.empty() ? L"(unnamed)" : value.second);
 }
 
 std::wstring NameOfKey(const NamePair& key)
