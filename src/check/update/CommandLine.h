@@ -52,8 +52,8 @@ enum OptionBits : unsigned {
     kAll = 32,
     kTrace = 64,
     kInto = 128,
-    kNewNames = 256,  ///< --product, --version and --languages
-    kFleet = 512,     ///< --record, --detect, --pending and --event-log
+    kNewNames = 256,   ///< --product, --version and --languages
+    kFleet = 512,      ///< --record, --detect, --pending and --event-log
     kMachines = 1024,  ///< --machines, and --format csv
     kWith = 2048,
     kKey = 4096,
