@@ -37,7 +37,7 @@ class Verify(LabTest):
 
     def expect_rollup(self, waiting, arrived):
         """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
-        other = {**waiting, 'machine': '=PC2', 'open': [{'verdict': 'MISSING', 'what': 'x'}], 'verdict': 'missing'}
+        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'open': [{'verdict': 'MISSING', 'what': 'x'}], 'verdict': 'missing'}
         for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
                            ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9]),
                            ('5', json.dumps({**waiting, 'time': 'later'}))):
@@ -55,7 +55,7 @@ class Verify(LabTest):
         unreadable = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt')
         self.assertEqual(3, unreadable.code)
         table = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--format', 'csv').output
-        self.assertIn('"\'=PC2","missing"', table)
+        self.assertRegex(table, '"\'=PC2","missing","[0-9a-f]+","\'-P"')
 
     def test_from_the_download_to_the_restart_and_with_a_link(self):
         self.machine = machine = self.enterContext(SampleMachine())

@@ -19,7 +19,7 @@ TEST(NewUpdateTest, NoNameOfTheStarterIsLeft)
     for (const char* const szOld : {"3.9.3\\", "3.9.3l", "Kazmere Qorvault", "1139", "EN-US"})
         EXPECT_THAT(strAll, Not(HasSubstr(szOld)));
     for (const char* const szNew :
-         {"rem 12.0.3.0:", "arg=\"\">A &amp; B 3.9.3.1140<",
+         {"rem 12.0.3.0:", "arg=\"\">A &amp; B 3.9.3.1140<", "<title>A &amp; B 3.9.3.1140</",
           "\"Version\"=\"12.0.2.0\"\r\n\"ProductName\"=\"A & B 3.9.3.1140\"", "\"Language\"=\"FR-FR\"",
           "p-1r1o1\\DE-DE-1996\\StringTable.ini\n", "Version!12.0.3.0\r\n",
           "\r\n\r\n[RestartNotification_de-DE]\r\ntext=A & B 3.9.3.1140\r\ntext=Please restart the computer to finish"})

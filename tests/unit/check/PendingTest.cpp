@@ -38,7 +38,7 @@ TEST_F(PendingTest, EveryStateOfAFile)
         {"old", false, L"@a.exe0|@b.exe|@b.exe|!@a.exe|", {"3010", "STILL WAITING a.exe"}},
         {"old", false, L"@other.exe|!@a.exe|@a.exe0|!@a.exe|", {"3010", "STILL WAITING a.exe"}},
         {"old", false, L"@a.exe0|@a.exe|", {"1", "DIFFERENT a.exe (another content)"}},
-        {"old", true, L"@other.exe|!@a.exe|", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
+        {"old", true, L"@none|!@a.exe|@other.exe|!@a.exe|", {"1", "LEFT IN DOWNLOAD a.exe (another content)"}},
         {nullptr, false, L"@a.exe0|@none\\b.exe|@none\\b.exe|@a.exe|", {"1", kLost}},
         // files that it removes again
         {"new", false, L"@A.exe||", {"1", "TO BE DELETED a.exe (at the restart)"}},

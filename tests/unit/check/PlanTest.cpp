@@ -188,6 +188,8 @@ TEST_F(PlanTest, SettingsThatAreNotCarriedOverAreNamed)
     ASSERT_EQ(plan.lost.size(), 6U);
     EXPECT_EQ(TextOf(plan.lost[0]), L"/P/C: old -> (none)");
     EXPECT_THAT(FormatPlanJson(plan), HasSubstr("\"setting\" : \"/P/C\""));
+    m_installed.Write(L"config.xml", "<c><ProxySettings><Password type='int'>hidden</Password></ProxySettings></c>");
+    EXPECT_THAT(Planned(szLost), ElementsAre("LEFT BEHIND /ProxySettings/Password: (secret) -> (none)"));
 }
 
 TEST_F(PlanTest, AFolderWithoutARegistryAndTwoLanguagesAreReported)

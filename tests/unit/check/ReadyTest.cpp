@@ -27,7 +27,7 @@ TEST(ReadyTest, AFileThatCannotBeReplacedNowIsInUse)
                        .tstrTarget = folder / L"moved.exe"};
     const Plan plan{{}, folder, {{L"", L"", {copied, moved}}}};
     const Update update;
-    const std::vector<PendingMove> pending;
+    std::vector<PendingMove> pending;
     const auto found = [&] {
         std::vector<std::wstring> files;
         for (const ReadyFinding& finding : CheckReadiness({machine, update, folder, plan, pending}).findings) {
@@ -45,4 +45,7 @@ TEST(ReadyTest, AFileThatCannotBeReplacedNowIsInUse)
         }
         EXPECT_THAT(found(), ElementsAre(L"config.xml", L"copied.ini"));
     }
+    pending.push_back({.tstrSource = folder / L"Component\\a.dll", .tstrDestination = {}});
+    EXPECT_THAT(CheckReadiness({machine, update, folder, plan, pending}).findings,
+                Contains(Field(&ReadyFinding::uNumber, 4U)));
 }

@@ -65,7 +65,8 @@ protected:
 TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
 {
     m_machine.AddFile(L"C:\\ro.ini", "[S]\r\nk=v\r\n", FILE_ATTRIBUTE_READONLY);
-    m_machine.AddFile(L"C:\\a.ini", "[S]\r\nk=v\r\n");
+    m_machine.AddFile(L"C:\\a.ini", "[S]\r\nk=vv\r\n");
+    m_machine.AddFile(L"C:\\b.ini", "[S]\r\nk=vvv\r\n");
     m_machine.AddFile(L"C:\\file", "");
     m_machine.AddFile(L"C:\\hidden", "", FILE_ATTRIBUTE_HIDDEN);
     const std::wstring tstrLong(255, L'n');
@@ -84,6 +85,8 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
         {ERROR_INVALID_PARAMETER, [&] { return store(L"Vault\\Deep", L""); }},
         {ERROR_INVALID_PARAMETER, [&] { return store(L"SOFTWARE\\" + tstrLong + L"n", L""); }},
         {ERROR_SUCCESS, [&] { return store(L"SOFTWARE\\" + tstrLong, L""); }},
+        {ERROR_SUCCESS, [&] { return m_machine.ReadIniSection(L"C:\\a.ini", L"S", {8, 8, 9}).entries.size() == 1; }},
+        {ERROR_SUCCESS, [&] { return m_machine.ReadIniSection(L"C:\\b.ini", L"S", {8, 8, 9}).entries.empty(); }},
         {ERROR_INVALID_PARAMETER, [&] { return store(kVault, std::wstring(16384, L'n')); }},
         {ERROR_ACCESS_DENIED,
          [&] { return m_machine.StoreIniValue(L"C:\\ro.ini", L"S", L"k", L"w", s_runPatience, &m_dwError); }},
@@ -106,7 +109,7 @@ TEST_F(SimulatedRunTest, WhatOnlyWindowsRefuses)
     EXPECT_THAT(Changes(),
                 IsSupersetOf({"! HKEY_LOCAL_MACHINE\\Vault\\Deep; Windows allows no key directly below the root",
                               "! C:\\ro.ini [S] k; the file there is read-only", "! Q:\\a; there is no such drive",
-                              "! C:\\nul; a device has that name", "~ C:\\a.ini [s] K: v -> ?",
+                              "! C:\\nul; a device has that name", "~ C:\\a.ini [s] K: vv -> ?",
                               "+ C:\\u.ini [s] K -> \u4e00"}));
 }
 

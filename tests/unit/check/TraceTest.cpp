@@ -110,10 +110,11 @@ TEST_F(TraceTest, RunsContinueInRolledFilesAndOnTheNextDay)
     EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261122.log"), &dwError));
     EXPECT_THAT(reader.MissingFiles(), ElementsAre(m_folder.PathOf(L"t_20261121.log.3")));
     Arguments arguments;
-    arguments.operands = {m_folder.PathOf(L"t_20261121.log")};
+    m_folder.Write(L"asked.log", Line(1, "00d0", kDeploy) + Line(2, "00d0", "@@@ To display notification dialog..."));
+    arguments.operands = {m_folder.PathOf(L"t_20261121.log"), m_folder.PathOf(L"asked.log")};
     Output output;
     EXPECT_EQ(RunTrace(arguments, output), kClean);
-    EXPECT_THAT(output.strText, HasSubstr("t_20261121.log.3 is missing or unreadable"));
+    EXPECT_THAT(output.strText, AllOf(HasSubstr("log.3 is missing or unreadable"), HasSubstr("failures, 3 cut off")));
     EXPECT_FALSE(reader.Add(m_folder.PathOf(L"none.log"), &dwError));
     EXPECT_EQ(dwError, DWORD{ERROR_FILE_NOT_FOUND});
     for (const std::string& strNone : {std::string("no trace\r\n"), std::string("\0\xFF", 2), Line(1, "xyz", kStop),
@@ -138,7 +139,7 @@ TEST_F(TraceTest, AFailureHasItsCodePageAndContext)
     ASSERT_EQ(reader.Runs().size(), 1U);
     const TraceRun run = reader.Runs().front();
     EXPECT_EQ(run.lines.back().tstrMessage, L"NO need to apply\r\n new brand");
-    const RunSummary summary = SummarizeRun(run);
+    RunSummary summary = SummarizeRun(run);
     const std::wstring tstrShown = FormatRun(summary, false);
     EXPECT_THAT(tstrShown, HasSubstr(L"(process 00d0, 6.000 s)\n  2 files for the restart\n  CUT OFF"));
     EXPECT_THAT(tstrShown, HasSubstr(L"\n  3 failures\n    !!! KzCommon::Storage::Reg::StoreValue() failed. "
@@ -147,7 +148,8 @@ TEST_F(TraceTest, AFailureHasItsCodePageAndContext)
     EXPECT_THAT(tstrShown, HasSubstr(L"        read: docs/instruction-file.md, \"Registry"));
     EXPECT_THAT(tstrShown, HasSubstr(L"error = 32. - FileOperations.cpp (2 times)\n        code: another program"));
     EXPECT_THAT(tstrShown, Not(HasSubstr(L"'y'")));
-    EXPECT_THAT(FormatRun(summary, true), HasSubstr(L"'y'"));
+    summary.llMilliseconds = 60'000;
+    EXPECT_THAT(FormatRun(summary, true), AllOf(HasSubstr(L"'y'"), HasSubstr(L", 0:01:00 h)")));
 }
 
 TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)

@@ -65,8 +65,8 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
     const std::string strVersion = "[COMPONENT_LIST]\nComponent103_iUD_Version=" BREVANT_VERSION;
     // The record of the update information, which a file more replaces, and that information after the run.
     const std::pair<std::string, std::string> rows[] = {
-        {"modify=C!Component101_Version!3.9\nmodify=C!Same!1\n",
-         "[C]\nSame=1\nComponent101_Version=3.9\n" + strVersion},
+        {"modify=C!Component101_Version!3.9\nmodify=C!Component102_Version!1.2\nmodify=C!Same!1\n",
+         "[C]\nSame=1\nComponent101_Version=3.9\nComponent102_Version=1.2\n" + strVersion},
         {"modify=C!Other!2\n", "[C]\nOther=2\n" + strVersion},
         {"", "[C]\nSame=1\n"},
     };
@@ -89,7 +89,7 @@ TEST_F(VerifyTest, NothingHasArrivedWhereNothingRan)
         };
         m_machine.Write(L"config.xml", "<c><a>2</a></c>");
         m_machine.Write(L"config_DE-DE.xml", "<c><a>1</a></c>");  // the same in both versions
-        m_machine.Write(L"UpdateInfo.ini", "[C]\nSame=1\n" + strVersion);
+        m_machine.Write(L"UpdateInfo.ini", "[C]\nSame=1\nComponent102_Version=1.2\n" + strVersion);
         const std::string strBefore = verify();
         for (const wchar_t* const szName : {L"config.xml", L"UpdateInfo.ini"}) {
             const std::string strPath = ToUtf8(m_machine.PathOf(szName));
