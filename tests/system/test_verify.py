@@ -37,7 +37,8 @@ class Verify(LabTest):
 
     def expect_rollup(self, waiting, arrived):
         """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
-        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'open': [{'verdict': 'MISSING', 'what': 'x'}], 'verdict': 'missing'}
+        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'verdict': 'missing',
+                 'open': [{'verdict': 'MISSING', 'what': 'x'}]}
         for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
                            ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9]),
                            ('5', json.dumps({**waiting, 'time': 'later'}))):
