@@ -142,7 +142,7 @@ TEST_F(ConfigTest, QueryGivesTheValueTheDefaultOrNull)
 TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
 {
     const std::string strBefore =
-        "\n  <!-- kept --><a z='1' type='int'>1</a>\n  <B><C>x</C>\n<C>2nd</C></B> <D type='bool'>0</D>\n";
+        "\n  <!-- kept --><E> </E><a z='1' type='int'>1</a>\n  <B><C>x</C>\n<C>2nd</C></B> <D type='bool'>0</D>\n";
     const std::tuple<const char*, std::string, const char*, DWORD> rows[] = {
         // clang-format off
         {"{'/A':'-5'}", ">1<", ">-5<", 0}, {"{'/b/c':'<new> '}", ">x<", ">&lt;new&gt; <", 0},
@@ -153,6 +153,7 @@ TEST_F(ConfigTest, WriteReplacesValuesAndNothingElse)
         {"{'/New/Sub':'n'}", "</D>", "</D>\n  <New><Sub>n</Sub></New>", 0},
         {"{'/Stra\xC3\x9F""e':'n'}", "</D>", "</D>\n  <Stra\xC3\x9F""e>n</Stra\xC3\x9F""e>", 0},
         {"{'/ProxySettings/Port':'1'}", "</D>", "</D>\n  <ProxySettings><Port type='int'>1</Port></ProxySettings>", 0},
+        {"{'/E/X':'n'}", "<E> <", "<E> <X>n</X><", 0},
         {"{'/A':'1','/b/c':'x','/D':null}", "", "", 0}};  // clang-format on
     for (const auto& [szData, strReplaced, szBy, dwResult] : rows) {
         SCOPED_TRACE(szData);

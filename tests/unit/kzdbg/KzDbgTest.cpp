@@ -139,8 +139,10 @@ TEST_F(KzDbgTest, AFullFileRollsOverAndTheOldestIsDeletedUnlessInUse)
     EXPECT_THAT(m_folder.List(), ElementsAre(m_tstrLog, m_tstrLog + L".1", m_tstrLog + L".2", m_tstrLog + L".3"));
 
     fs::resize_file(m_path, KzDbg::kFullBytes);
+    fs::remove(m_folder.PathOf(m_tstrLog + L".2"));
     reader = Hold(m_tstrLog + L".1", FILE_SHARE_READ);
     first.Line(L"!");
+    EXPECT_EQ("2", Log(L".3")) << "a missing file replaces none";
     EXPECT_EQ("full + 1", Log()) << "renamed back: the newest full file cannot be moved";
 }
 
