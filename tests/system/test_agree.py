@@ -1,7 +1,7 @@
 """What a run does is what was planned, on the cases in which the two once differed and on random updates; any number of
 these: tools/agree.sh."""
 
-from brevantlab.agree import AgreementMachine, State, disagreements
+from brevantlab.agree import AgreementMachine, State, arrivals, disagreements
 from brevantlab.expect import LabTest, shown
 from brevantlab.random_update import known_cases, random_scenario
 
@@ -34,3 +34,6 @@ class Agree(LabTest):
                 ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
             with self.subTest(told):
                 self.assertIn(told, '\n'.join(disagreements(state(), planned, after, asked=False)))
+        for planned, after, told in ((move, state(), 'did not arrive'),
+                                     ({**move, 'outcome': 'fail'}, state(files={'c:\\b': b'x'}), 'arrived')):
+            self.assertEqual([f'after the restart c:\\b: {told}'], list(arrivals(state(), [planned], after)))

@@ -35,11 +35,11 @@ class Journey(LabTest):
         return self.machine.run(self.checker, *(host_path(word) if isinstance(word, pathlib.Path) else word
                                                 for word in words), errors=True)
 
-    def sign(self):
+    def sign(self, command=None):
         signer = self.home / 'signer'
         signer.write_text(f'#!/bin/sh\nexec openssl dgst -sha256 -sign {self.home}/own.pem -out "$1.sig" "$1"\n')
         signer.chmod(0o755)
-        subprocess.run([ROOT / 'tools/check.sh', 'sign', self.update, '--with', signer], check=True,
+        subprocess.run([ROOT / 'tools/check.sh', 'sign', self.update, '--with', command or signer], check=True,
                        stdout=subprocess.DEVNULL)
 
     def start(self):
@@ -89,6 +89,7 @@ class Journey(LabTest):
         self.assertTrue(manifest.exists())
         told = self.check('sign', self.update, '--with', f'cmd.exe /c type nul >{host_path(self.signature)} &rem')
         self.assertEqual((3, True), (told.code, 'wrote no signature' in told.output), told.output)
+        self.assertRaises(subprocess.CalledProcessError, self.sign, 'true')  # the old signature is no new one
 
     def lay_out(self):
         self.start()

@@ -5,8 +5,8 @@ from brevantlab.machine import PRODUCT, RUN_ONCE, SETTINGS, Machine
 from brevantlab.prefix import ROOT
 
 SAME = 'cmd.exe /c echo once more>>C:\\said.txt'
-FILTER = 'cmd.exe /c echo kbfilter.ini>>C:\\said.txt'
-OTHER_CASE = 'cmd.exe /c echo {InstalledDir} KBFILTER.INI>>C:\\said.txt'
+FILTER = f'cmd.exe /c echo {PRODUCT} kbfilter.ini>>C:\\said.txt'
+OTHER_CASE = f'cmd.exe /c echo {PRODUCT} KBFILTER.INI>>C:\\said.txt'
 
 
 class RunOnce(LabTest):
@@ -17,7 +17,8 @@ class RunOnce(LabTest):
         machine.set_value(SETTINGS, 'Language', 'ja-jp')  # which keeps the product's old name
         machine.import_reg((ROOT / 'tests' / 'support' / 'touchpad.reg').read_text().partition('\n')[2])
         machine.write(PRODUCT + 'QorPaFrwk.ini', '[Run]\n' + ''.join(
-            f'SysRunOnce={command}\n' for command in (SAME, FILTER, SAME, OTHER_CASE)), 'utf-16')
+            f'SysRunOnce={command}\n'.replace(PRODUCT, '{InstalledDir}')
+            for command in (SAME, FILTER, SAME, OTHER_CASE)), 'utf-16')
 
         before = {}
         for name, minimum, blacklist, kept_back in (
@@ -32,12 +33,13 @@ class RunOnce(LabTest):
             with self.subTest(name=name, minimum=minimum, blacklist=blacklist):
                 for value in (('ETDName', name), ('ETDMinVersion', minimum), ('KeystrokeBlackList', blacklist)):
                     machine.set_value(SETTINGS, *value)
+                planned = machine.run(PRODUCT + 'BrevantCheck.exe', 'plan', PRODUCT.rstrip('\\')).output
+                self.assertEqual((1, kept_back), (planned.count(FILTER), 'left out' in planned), planned)
                 machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
                 registered = machine.values(RUN_ONCE)
                 new = [registered[key] for key in registered.keys() - before.keys()]
                 before = registered
-                named = OTHER_CASE.replace('{InstalledDir}', PRODUCT)
-                self.assertSame(sorted([named, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
+                self.assertSame(sorted([OTHER_CASE, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))

@@ -139,6 +139,7 @@ bool IsOfUpdates(const Folder& installed, const std::wstring& tstrPath)
     for (const wchar_t* const szName : {kInstructionFile, kUpdateInfoFile, kShippedManifest}) {
         if (String::EqualsNoCase(tstrPath, installed / szName)) return true;
     }
+    if (String::EqualsNoCase(tstrPath, installed / kShippedManifest + kSignatureEnd)) return true;
     const Folder components = installed / kComponents;
     return components.Contains(tstrPath) || String::EqualsNoCase(Folder(tstrPath).Text(), components.Text());
 }

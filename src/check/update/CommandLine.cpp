@@ -112,8 +112,7 @@ std::wstring UsageOf(const Verb& verb)
 std::wstring Overview(std::span<const Verb> verbs)
 {
     std::wstring tstrText =
-        L"Checks updates before they ship and machines after it; writes only what \"new\", \"undo\" and "
-        L"\"manifest --into\" make.\n\n";
+        L"Checks updates before they ship and machines after it. \"VERB --help\" says what a verb writes.\n\n";
     for (const Verb& verb : verbs) tstrText += L"  " + UsageOf(verb);
     return tstrText + L"  BrevantCheck --version | --help | VERB --help\n";
 }
