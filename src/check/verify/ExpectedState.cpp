@@ -315,7 +315,7 @@ private:
     void AddContents()
     {
         std::vector<std::wstring> files = m_update.Files();
-        if (Storage::File::IsExisted(m_update.FullPath(kInstructionFile))) files.push_back(kInstructionFile);
+        if (Storage::File::IsExisted(m_update.FullPath(kInstructionFile))) files.emplace_back(kInstructionFile);
         std::ranges::sort(files, String::OrdinalNoCase());
         for (const std::wstring& tstrFile : files) {
             if (IsManifestOrSignature(m_update, tstrFile)) continue;
