@@ -116,7 +116,7 @@ void CheckBlanks(const Patch& patch)
     for (std::size_t u = 0; u < cNames; ++u) {
         const std::wstring& tstrText = patch.fields[u].tstrText;
         if (tstrText.starts_with(L' ') || tstrText.ends_with(L' ')) {
-            patch.Warn(Rule::eBlankAtField, patch.fields[u].place,
+            patch.Warn(Rule::eSpaceAtField, patch.fields[u].place,
                        L"the spaces beside \"!\" belong to \"" + tstrText + L"\"");
         }
     }

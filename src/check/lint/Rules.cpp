@@ -45,7 +45,7 @@ constexpr RuleRow kRules[] = {
     {Rule::eUndoneByOtherPass, kWarning, L"undone-by-other-pass",
      L"Deletes come first, then adds, then adds of missing values: another record makes this one pointless."},
     {Rule::eCountsAsMissing, kWarning, L"counts-as-missing", L"This data counts as a missing value for add_if_non."},
-    {Rule::eBlankAtField, kWarning, L"blank-at-field", L"Spaces beside \"!\" become part of the field."},
+    {Rule::eSpaceAtField, kWarning, L"space-at-field", L"Spaces beside \"!\" become part of the field."},
     {Rule::eKeyPath, kError, L"key-path",
      L"Windows refuses a key path with a leading backslash, and usually two in a row; it drops backslashes at the end."},
     {Rule::eProductPath, kError, L"product-path",

@@ -32,7 +32,7 @@ enum class Rule : unsigned {
     eDefaultName = 24,
     eUndoneByOtherPass = 25,
     eCountsAsMissing = 26,
-    eBlankAtField = 27,
+    eSpaceAtField = 27,
     eKeyPath = 28,
     eProductPath = 29,
     // Files and folders
