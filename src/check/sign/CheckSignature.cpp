@@ -44,8 +44,7 @@ public:
             if (m_known.contains(tstrFile) || IsManifestOrSignature(m_update, tstrFile)) continue;
             m_faults.push_back(tstrFile + L": not in the manifest");
         }
-        const bool bInstructions = m_update.Root().IsKnown() && m_known.contains(kInstructionFile);
-        if (!bInstructions && IsThere(kInstructionFile)) {
+        if (!m_known.contains(kInstructionFile) && IsThere(kInstructionFile)) {
             m_faults.push_back(std::wstring(kInstructionFile) + L": not in the manifest");
         }
     }
@@ -157,20 +156,25 @@ void CheckRights(const Update& update, std::vector<std::wstring>& faults)
     }
 }
 
-}  // namespace
-
-std::vector<std::wstring> CompareFiles(const Update& update, std::string_view strManifest)
+/// Why an update is not as a signed manifest says, one line each. Every file stays open until the last one is compared,
+/// so that no program can change it.
+std::vector<std::wstring> CompareUpdate(const Arguments& arguments, const Update& update, std::string_view strManifest)
 {
     std::vector<std::wstring> faults;
     ExpectedState expected;
     std::wstring tstrError;
-    if (ParseManifest(strManifest, expected, tstrError) && !expected.contents.empty()) {
-        FileComparison(update, faults).CompareAll(expected);
-    } else {
-        faults.emplace_back(L"the manifest lists no contents: renew it with \"BrevantCheck manifest --into\"");
+    if (!ParseManifest(strManifest, expected, tstrError)) return {L"the manifest: " + tstrError};
+    if (expected.contents.empty()) {
+        return {L"the manifest lists no contents: renew it with \"BrevantCheck manifest --into\""};
     }
+    FileComparison comparison(update, faults);
+    comparison.CompareAll(expected);
+    CheckVersions(arguments, expected, faults);
+    CheckRights(update, faults);
     return faults;
 }
+
+}  // namespace
 
 int RunCheckSignature(const Arguments& arguments, Output& output)
 {
@@ -192,13 +196,10 @@ int RunCheckSignature(const Arguments& arguments, Output& output)
     std::vector<std::wstring> faults;
     std::wstring tstrReason;
     const PublicKey* const pSigner = FindSigner(keys, tstrManifest, strManifest, tstrReason);
-    if (!pSigner) {
-        faults.push_back(tstrReason);
+    if (pSigner) {
+        faults = CompareUpdate(arguments, update, strManifest);
     } else {
-        ExpectedState expected;
-        faults = CompareFiles(update, strManifest);
-        if (ParseManifest(strManifest, expected, tstrReason)) CheckVersions(arguments, expected, faults);
-        CheckRights(update, faults);
+        faults.push_back(tstrReason);
     }
     std::wstring tstrText;
     for (const std::wstring& tstrFault : faults) tstrText += OnOneLine(tstrFault) + L"\n";

@@ -46,8 +46,12 @@ int RunSign(const Arguments& arguments, Output& output)
     if (!OpenUpdate(arguments, update, output) || !ShipManifest(update, output)) return kCannotRead;
     const std::wstring tstrManifest = update.Root() / update.SettingFolder().Text() + kShippedManifest;
     const std::wstring tstrSignature = tstrManifest + kSignatureEnd;
-    static_cast<void>(::DeleteFileW(LongPath(tstrSignature).c_str()));
     DWORD dwError = ERROR_SUCCESS;
+    // An old signature that stays would count as the new one.
+    if (!::DeleteFileW(LongPath(tstrSignature).c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND) {
+        output.tstrErrors += tstrSignature + L": cannot be replaced: " + DescribeError(::GetLastError()) + L"\n";
+        return kCannotRead;
+    }
     DWORD dwExitCode = 0;
     if (!RunCommand(*arguments.optWith + L" \"" + tstrManifest + L"\"", dwError, dwExitCode)) {
         output.tstrErrors += *arguments.optWith + L": " +

@@ -6,8 +6,6 @@
 #include "check/update/HostPaths.h"
 #include "check/update/OpenUpdate.h"
 
-#include "agent/DeployFramework.h"
-#include "agent/NewNameDecision.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
@@ -18,14 +16,6 @@ using namespace KzCommon;
 namespace Check {
 
 namespace {
-
-/// Runs the agent as for "/DeployFramework", without its lock.
-void RunAgent(Machine& machine)
-{
-    if (DeployFramework(machine)) {
-        DecideAboutNewName(machine, [] {});
-    }
-}
 
 /// Whether an INI file of the run is missing or readable.
 bool IsReadable(const std::wstring& tstrPath, DWORD& dwError)

@@ -1,5 +1,7 @@
 #include "check/simulate/PlanMachine.h"
 
+#include "agent/DeployFramework.h"
+#include "agent/NewNameDecision.h"
 #include "agent/PostRestartRename.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_DebugLog.h"
@@ -86,6 +88,11 @@ std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFol
     }
     machine.SetKnownFolder(KnownFolder::eProgram, folders.installedDir);
     return unknown;
+}
+
+void RunAgent(Machine& machine)
+{
+    if (DeployFramework(machine)) DecideAboutNewName(machine, [] {});
 }
 
 PlannedRun PlanRun(const Machine& base, const PlanFolders& folders, const std::function<void(Machine&)>& run,

@@ -27,6 +27,9 @@ struct PlanFolders {
 /// "registry.reg".
 std::vector<std::size_t> PrepareForPlan(SimulatedMachine& machine, const PlanFolders& folders);
 
+/// Runs the agent as for "/DeployFramework", without its lock.
+void RunAgent(KzCommon::Machine& machine);
+
 /// The effects of a run.
 struct PlannedRun {
     std::vector<PlanStep> steps;

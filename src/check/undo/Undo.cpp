@@ -9,7 +9,6 @@
 #include "check/update/ShownText.h"
 #include "check/verify/Manifest.h"
 
-#include "agent/DeployFramework.h"
 #include "agent/NewNameDecision.h"
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_WindowsMachine.h"
@@ -26,7 +25,7 @@ namespace {
 void Deploy(SimulatedMachine& machine, const PlanFolders& folders, Touched& touched)
 {
     static_cast<void>(PrepareForPlan(machine, folders));
-    if (DeployFramework(machine)) DecideAboutNewName(machine, [] {});
+    RunAgent(machine);
     machine.Restart();
     touched.Add(machine.Steps());
 }

@@ -1,5 +1,7 @@
 #include "check/update/Instructions.h"
 
+#include "common/KzComn_Exception.h"
+#include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 
 using namespace KzCommon;
@@ -70,6 +72,17 @@ std::wstring KeyPathOf(std::wstring tstrKeyPath)
 {
     while (tstrKeyPath.ends_with(L'\\')) tstrKeyPath.pop_back();
     return tstrKeyPath;
+}
+
+SectionRecords ReadRecords(const Update& update, const ::Section& section)
+{
+    SectionRecords records;
+    static_cast<void>(Storage::Guarded(nullptr, [&] {
+        Storage::IniFile instructions;
+        instructions.Open(update.FullPath(kInstructionFile));
+        static_cast<void>(ReadSectionRecords(instructions, section.szName, records));
+    }));
+    return records;
 }
 
 CustomerFolders::CustomerFolders(Folder installed, const std::wstring& tstrDownloadPath)

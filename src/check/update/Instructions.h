@@ -4,6 +4,7 @@
 #include "agent/Sections.h"
 #include "check/update/Folder.h"
 #include "check/update/IniScan.h"
+#include "check/update/Update.h"
 
 #include <string>
 #include <string_view>
@@ -27,6 +28,9 @@ struct Instruction {
 /// All records that the agent reads, in execution order, without unknown sections and keys, refused lengths and
 /// sections that Windows does not read. Valid as long as the scan.
 [[nodiscard]] std::vector<Instruction> ListInstructions(const IniScan& scan);
+
+/// The records of a section of an update's instruction file, as the agent reads them; empty when it cannot be read.
+[[nodiscard]] SectionRecords ReadRecords(const Update& update, const ::Section& section);
 
 /// A field of a record and its position in the line.
 struct Field {

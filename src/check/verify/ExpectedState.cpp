@@ -12,7 +12,6 @@
 #include "common/Frwk_Utility.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
@@ -139,16 +138,7 @@ public:
     }
 
 private:
-    [[nodiscard]] SectionRecords Read(const Section& section) const
-    {
-        SectionRecords records;
-        static_cast<void>(Storage::Guarded(nullptr, [&] {
-            Storage::IniFile instructions;
-            instructions.Open(m_update.FullPath(kInstructionFile));
-            static_cast<void>(ReadSectionRecords(instructions, section.szName, records));
-        }));
-        return records;
-    }
+    [[nodiscard]] SectionRecords Read(const Section& section) const { return ReadRecords(m_update, section); }
 
     /// The known or default install folder: full paths below it are places of the product.
     static Folder InstalledFolderOf(const Update& update)

@@ -333,7 +333,8 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
            (root["format"].asUInt() == kOldestFormat || ReadAddedMembers(root, expected, tstrError));
 }
 
-bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors)
+bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors,
+                  std::string* pstrBytes)
 {
     std::string strBytes;
     DWORD dwError = ERROR_SUCCESS;
@@ -341,6 +342,7 @@ bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std
     if (!Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strBytes, &dwError)) {
         tstrError = L"cannot be read: " + DescribeError(dwError);
     } else if (ParseManifest(strBytes, expected, tstrError)) {
+        if (pstrBytes) *pstrBytes = strBytes;
         if (expected.Count() > 0) return true;
         tstrError = L"promises nothing";
     }

@@ -16,8 +16,10 @@ namespace Check {
 /// `tstrError`, for another file or another format. The caller checks the places.
 [[nodiscard]] bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstring& tstrError);
 
-/// Reads the manifest at `tstrManifest`. False, with an error line, when it is unreadable, no manifest, or empty.
-[[nodiscard]] bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors);
+/// Reads the manifest at `tstrManifest`. False, with an error line, when it is unreadable, no manifest, or empty. The
+/// bytes that were parsed go to `*pstrBytes` (may be null): a signature must be of these, not of a second reading.
+[[nodiscard]] bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors,
+                                std::string* pstrBytes = nullptr);
 
 /// The largest manifest that is read, in bytes: about 25,000 files, in UTF-16 with non-ASCII names.
 inline constexpr std::size_t kMaxManifestBytes = std::size_t{32} * 1024 * 1024;

@@ -74,15 +74,16 @@ std::wstring FirstLost(const std::vector<std::wstring>& carriedOver, const XmlEl
         const Elements there = ValuesIn(merged);
         for (const std::wstring& tstrTag : carriedOver) {
             const auto itUsers = users.find(Folded(tstrTag));
-            if (itUsers == users.end() || !tstrLost.empty()) continue;
+            if (itUsers == users.end()) continue;
             const auto itThere = there.find(itUsers->first);
             if (itThere == there.end()) {
                 tstrLost = L"there is no " + tstrTag;
-                continue;
+                return;
             }
             const Config::Value value = Config::ValueOf(*itUsers->second);
             if (IsComparable(value, *itThere->second) && Config::ValueOf(*itThere->second) != value) {
                 tstrLost = tstrTag + L" has another value than in the file kept for the user";
+                return;
             }
         }
     }));

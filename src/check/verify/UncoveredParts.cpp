@@ -5,7 +5,6 @@
 
 #include "agent/NewNameDecision.h"
 #include "common/KzComn_Exception.h"
-#include "common/KzComn_IniFile.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
 #include "common/KzComn_XmlParser.h"
@@ -45,15 +44,9 @@ Tables ListTables(const Update& update)
 void AddCommands(const Update& update, std::vector<UncoveredPart>& parts)
 {
     constexpr const Section& kSection = SectionOf(L"Run", L"PostRunScript");
-    static_cast<void>(Storage::Guarded(nullptr, [&] {
-        Storage::IniFile instructions;
-        SectionRecords records;
-        instructions.Open(update.FullPath(kInstructionFile));
-        static_cast<void>(ReadSectionRecords(instructions, kSection.szName, records));
-        ForEachRecord(kSection, records, [&](const SectionKey&, const std::wstring& tstrCommand) {
-            parts.push_back({UncoveredKind::eCommand, tstrCommand});
-        });
-    }));
+    ForEachRecord(kSection, ReadRecords(update, kSection), [&](const SectionKey&, const std::wstring& tstrCommand) {
+        parts.push_back({UncoveredKind::eCommand, tstrCommand});
+    });
 }
 
 /// An update that undoes another one names them in the comments of its instruction file.

@@ -13,7 +13,6 @@
 #include "common/KzComn_File.h"
 #include "common/KzComn_FileReplace.h"
 #include "common/KzComn_String.h"
-#include "common/KzComn_WholeFile.h"
 #include "common/KzComn_WindowsMachine.h"
 
 using namespace KzCommon;
@@ -53,16 +52,13 @@ std::vector<ReplacedItem> ListReplaced(const std::vector<PendingMove>& moves, co
 }
 
 /// False, with an error line, if none of the keys has signed the manifest.
-bool IsSigned(const std::vector<std::wstring>& files, const std::wstring& tstrManifest, std::wstring& tstrErrors)
+bool IsSigned(const std::vector<std::wstring>& files, const std::wstring& tstrManifest, std::string_view strManifest,
+              std::wstring& tstrErrors)
 {
     std::vector<PublicKey> keys;
-    std::string strManifest;
     std::wstring tstrReason;
     if (!ReadKeys(files, keys, tstrErrors)) return false;
-    if (Storage::File::ReadWhole(LongPath(tstrManifest), kMaxManifestBytes, strManifest, nullptr) &&
-        FindSigner(keys, tstrManifest, strManifest, tstrReason)) {
-        return true;
-    }
+    if (FindSigner(keys, tstrManifest, strManifest, tstrReason)) return true;
     tstrErrors += tstrReason + L"\n";
     return false;
 }
@@ -89,8 +85,9 @@ bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verificat
             L"and \"BrevantCheck verify FILE\" do the same with the update's folder\n";
         return false;
     }
-    if (!ReadManifest(found.tstrSource, found.expected, tstrErrors)) return false;
-    if (!arguments.keys.empty() && !IsSigned(arguments.keys, found.tstrSource, tstrErrors)) return false;
+    std::string strManifest;
+    if (!ReadManifest(found.tstrSource, found.expected, tstrErrors, &strManifest)) return false;
+    if (!arguments.keys.empty() && !IsSigned(arguments.keys, found.tstrSource, strManifest, tstrErrors)) return false;
     found.replaced = ListReplaced(moves, found);
     if (bShipped) AddOwnContent(found.tstrSource, found.expected);
     MachineFolders folders(found.installed, found.expected.tstrProduct);
@@ -120,7 +117,7 @@ int Detect(const Verification& found, bool bPendingCounts, Output& output)
     const MachineVerdict eVerdict = JudgeMachine(found.results);
     if (eVerdict == MachineVerdict::eUnknown) {
         for (const VerifyResult& result : found.results) {
-            if (IsKept(result) || result.eVerdict == Verdict::eWaiting) continue;
+            if (result.eVerdict != Verdict::eUnknown && result.eVerdict != Verdict::eRefused) continue;
             output.tstrErrors +=
                 std::wstring(WordOf(result.eVerdict)) + L" " + result.tstrWhat + L" (" + result.tstrDetail + L")\n";
         }
