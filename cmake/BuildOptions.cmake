@@ -47,3 +47,22 @@ elseif(CMAKE_BUILD_TYPE STREQUAL Release)
     target_compile_definitions(brevant_options INTERFACE _FORTIFY_SOURCE=2)
     include(${CMAKE_CURRENT_LIST_DIR}/SplitSymbols.cmake)
 endif()
+
+# brevant_precompile(target owner header...): compiles the headers that most sources include once, in the target
+# "owner", for all targets with its options. Only the checked build does: a clean one takes a quarter less. The others
+# show whether each source includes what it uses.
+function(brevant_precompile target owner)
+    if(NOT BREVANT_CHECKED)
+        return()
+    endif()
+    # The first is for ccache. The warnings are for what the libraries' own headers do: GCC does not know precompiled
+    # ones as the system's. The other builds warn.
+    target_compile_options(${target} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+    if(target STREQUAL owner)
+        target_precompile_headers(${target} PRIVATE ${kUsualHeaders} ${ARGN})
+    else()
+        target_precompile_headers(${target} REUSE_FROM ${owner})
+    endif()
+endfunction()
+set(kUsualHeaders <windows.h> <algorithm> <array> <cstring> <cwchar> <functional> <iterator> <map> <memory> <optional>
+    <set> <span> <string> <string_view> <utility> <variant> <vector>)

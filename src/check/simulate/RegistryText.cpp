@@ -26,7 +26,7 @@ const RootRow kRoots[] = {{L"HKEY_LOCAL_MACHINE", HKEY_LOCAL_MACHINE},
                           {L"HKCR", HKEY_CLASSES_ROOT},
                           {L"HKEY_USERS", HKEY_USERS}};
 
-std::wstring DecodeText(std::string_view strBytes)
+std::wstring DecodeExport(std::string_view strBytes)
 {
     if (strBytes.starts_with("\xFF\xFE")) return String::FromUtf16(strBytes.substr(2));
     if (strBytes.starts_with("\xEF\xBB\xBF")) strBytes.remove_prefix(3);
@@ -160,7 +160,7 @@ private:
 
 std::vector<std::size_t> ReadRegistryText(std::string_view strBytes, const RegistryTextTaker& taker)
 {
-    const std::wstring tstrAll = DecodeText(strBytes);
+    const std::wstring tstrAll = DecodeExport(strBytes);
     Reader reader(taker);
     std::vector<std::size_t> unknown;
     std::wstring tstrJoined;

@@ -11,7 +11,7 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kLongestName = 255;         // of a key
+constexpr std::size_t kLongestKeyName = 255;      // of a key
 constexpr std::size_t kLongestValueName = 16383;  // of a value
 constexpr wchar_t kTop[] = L"SYSTEM\\CurrentControlSet";
 
@@ -33,7 +33,7 @@ bool HasLongName(std::wstring_view tstrPath)
 {
     while (!tstrPath.empty()) {
         const std::size_t uEnd = std::min(tstrPath.find(L'\\'), tstrPath.size());
-        if (uEnd > kLongestName) return true;
+        if (uEnd > kLongestKeyName) return true;
         tstrPath.remove_prefix(std::min(uEnd + 1, tstrPath.size()));
     }
     return false;
