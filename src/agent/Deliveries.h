@@ -18,6 +18,8 @@ struct Delivery {
     PackageLayout::When eWhen = PackageLayout::When::eAtRestart;
     /// The product language for which the settings step creates `tstrSource`; empty for every other delivery.
     std::wstring tstrLanguage;
+    /// For a file that a record copies: the destination with the record's placeholders.
+    std::wstring tstrPlace;
     bool bMerged = false;  ///< the settings step migrates the user's values into the file
 };
 

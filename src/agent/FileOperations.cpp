@@ -19,8 +19,9 @@ void Refuse(FileRecord& record, FileRefusal eRefusal, DWORD dwCode)
     record.dwRefusal = dwCode;
 }
 
-void ParseFolder(FileRecord& record, bool bClear)
+void ParseFolder(FileRecord& record)
 {
+    const bool bClear = record.traits.eAction == Action::eDelete;
     record.tstrFolder = bClear ? String::EnsureBackslash(record.tstrPath) : record.tstrPath;
     if (bClear) record.tstrPattern = L"*";
     if (!String::IsFullPath(record.tstrFolder) || (bClear && Storage::Directory::IsRoot(record.tstrFolder))) {
@@ -52,13 +53,11 @@ const wchar_t* ReasonOf(FileRefusal eRefusal)
 }
 
 /// Reports a record for which no request is made to the machine.
-void ReportUndone(Machine& machine, int iOp, const std::wstring& tstrPath, Outcome eOutcome,
-                  const std::wstring& tstrReason)
+void ReportUndone(Machine& machine, const FileRecord& record, Outcome eOutcome, const std::wstring& tstrReason)
 {
-    const bool bCreate = iOp == op_dir_add;
-    Change change{.eAction = bCreate ? Action::eCreateFolder : Action::eDelete, .eOutcome = eOutcome};
-    change.bAtRestart = !bCreate && iOp != op_file_delete_now;
-    change.tstrTarget = tstrPath;
+    Change change{.eAction = record.traits.eAction, .eOutcome = eOutcome, .bAtRestart = record.traits.bAtRestart};
+    change.tstrTarget = record.tstrPath;
+    change.tstrSource = record.tstrSource;
     change.tstrReason = tstrReason;
     machine.Report(change);
 }
@@ -87,12 +86,12 @@ void ScheduleFolder(const RunContext& run, const FileRecord& record)
     Machine& machine = run.machine;
     if (!machine.HasFolder(record.tstrFolder)) {
         Trace(kTraceError, L"No files under directory '%s'", record.tstrPath.c_str());
-        ReportUndone(machine, op_dir_delete, record.tstrPath, Outcome::eStay, L"there is no such folder");
+        ReportUndone(machine, record, Outcome::eStay, L"there is no such folder");
         return;
     }
     if (record.eRefusal != FileRefusal::eNone) {
         TraceFailedDelete(record, record.dwRefusal);
-        ReportUndone(machine, op_dir_delete, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
+        ReportUndone(machine, record, Outcome::eFail, ReasonOf(record.eRefusal));
         return;
     }
     DWORD dwError = ERROR_SUCCESS;
@@ -108,29 +107,27 @@ void MakeFolder(Machine& machine, const FileRecord& record)
 {
     if (machine.HasFolder(record.tstrFolder)) {
         Trace(kTraceInfo, L"Directory '%s' is already there.", record.tstrPath.c_str());
-        ReportUndone(machine, op_dir_add, record.tstrPath, Outcome::eStay, {});
+        ReportUndone(machine, record, Outcome::eStay, {});
         return;
     }
     if (record.eRefusal != FileRefusal::eNone) {
         TraceFailedFolder(record, record.dwRefusal);
-        ReportUndone(machine, op_dir_add, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
+        ReportUndone(machine, record, Outcome::eFail, ReasonOf(record.eRefusal));
         return;
     }
     DWORD dwError = ERROR_SUCCESS;
     if (!machine.CreateFolder(record.tstrFolder, &dwError)) TraceFailedFolder(record, dwError);
 }
 
-/// How a kind of removal works: the operation, the request and the trace line for a path that is too long.
+/// How a kind of removal works: the request and the trace line for a path that is too long.
 struct Removal {
-    FileOp eOp;
     bool (Machine::*pfnRemove)(const std::wstring& tstrFolder, const std::wstring& tstrPattern, DWORD* pdwError,
                                const Storage::Directory::Spared& isSpared);
     TraceFormat<int> tooLong;
 };
-constexpr Removal kAtRestart{op_file_delete, &Machine::DeleteMatchingAtRestart,
+constexpr Removal kAtRestart{&Machine::DeleteMatchingAtRestart,
                              L"_MAX_PATH<strPath.length() --> %d. Cnnot do further."};
-constexpr Removal kNow{op_file_delete_now, &Machine::DeleteMatchingNow,
-                       L"_MAX_PATH<strPath.length() --> %d. Cannot do further."};
+constexpr Removal kNow{&Machine::DeleteMatchingNow, L"_MAX_PATH<strPath.length() --> %d. Cannot do further."};
 
 void RemoveMatching(const RunContext& run, const FileRecord& record, const Removal& removal)
 {
@@ -149,7 +146,7 @@ void RemoveMatching(const RunContext& run, const FileRecord& record, const Remov
             }
             return;
     }
-    ReportUndone(run.machine, removal.eOp, record.tstrPath, Outcome::eFail, ReasonOf(record.eRefusal));
+    ReportUndone(run.machine, record, Outcome::eFail, ReasonOf(record.eRefusal));
 }
 
 }  // namespace
@@ -158,8 +155,14 @@ FileRecord ParseFileRecord(int iOp, const std::wstring& tstrExpanded)
 {
     FileRecord record;
     record.tstrPath = tstrExpanded;
-    if (iOp == op_dir_delete || iOp == op_dir_add) ParseFolder(record, iOp == op_dir_delete);
-    if (iOp == op_file_delete || iOp == op_file_delete_now) ParsePattern(record);
+    const std::optional<FileOpTraits> optTraits = TraitsOf(static_cast<FileOp>(iOp));
+    if (!optTraits) return record;
+    record.traits = *optTraits;
+    if (record.traits.bFolder) {
+        ParseFolder(record);
+    } else {
+        ParsePattern(record);
+    }
     return record;
 }
 
@@ -196,7 +199,7 @@ void PerformFileOperation(const RunContext& run, const std::wstring& tstrData, i
     const OperationTrace trace(L"FrameworkDeployAgent::PerformFileOperation()");
     if (!IsRecordLengthValid(tstrData)) {
         Trace(kTraceError, L"PerformFileOperation(tszData==empty || tszData.size()>1023)");
-        ReportUndone(run.machine, iOp, tstrData, Outcome::eFail, kRecordTooLong);
+        ReportUndone(run.machine, ParseFileRecord(iOp, tstrData), Outcome::eFail, kRecordTooLong);
         return;
     }
     if (iOp < op_begin_file || iOp > op_end_file) {

@@ -6,9 +6,42 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <string>
 
 struct SectionKey;
+
+/// File operations; other numbers are refused.
+enum FileOp : int {
+    op_dir_delete = 0,       ///< delete a folder with its contents at the next restart
+    op_dir_add = 1,          ///< create a folder now
+    op_not_used = 2,         ///< does nothing
+    op_file_delete = 3,      ///< delete the matching files at the next restart
+    op_file_delete_now = 4,  ///< delete the matching files now
+    op_begin_file = op_dir_delete,
+    op_end_file = op_file_delete_now
+};
+
+/// What a file operation does with the path of its record.
+struct FileOpTraits {
+    KzCommon::Action eAction;  ///< eCreateFolder, eDelete, or eCopy for a file that is written
+    bool bFolder;              ///< the path is a folder; otherwise a file, or the name pattern of files
+    bool bAtRestart;           ///< the change is made at the restart
+};
+
+/// The traits of a FileOp; none for other numbers.
+constexpr std::optional<FileOpTraits> TraitsOf(FileOp eOp) noexcept
+{
+    using KzCommon::Action;
+    switch (eOp) {
+        case op_dir_delete: return FileOpTraits{Action::eDelete, true, true};
+        case op_dir_add: return FileOpTraits{Action::eCreateFolder, true, false};
+        case op_file_delete: return FileOpTraits{Action::eDelete, false, true};
+        case op_file_delete_now: return FileOpTraits{Action::eDelete, false, false};
+        case op_not_used: break;
+    }
+    return std::nullopt;
+}
 
 /// Why a file record is refused.
 enum class FileRefusal {
@@ -20,9 +53,11 @@ enum class FileRefusal {
 
 /// A parsed file record with expanded placeholders.
 struct FileRecord {
-    std::wstring tstrPath;
-    std::wstring tstrFolder;   ///< the folder to create or clear, or the folder of the files
-    std::wstring tstrPattern;  ///< the files to delete; "*" for a whole folder, empty for a folder to create
+    FileOpTraits traits{};      ///< of the operation
+    std::wstring tstrPath;      ///< for a copy the destination
+    std::wstring tstrFolder;    ///< the folder to create or clear, or the folder of the files
+    std::wstring tstrPattern;   ///< the files to delete; "*" for a whole folder, empty for a folder to create
+    std::wstring tstrSource{};  ///< the file that is copied; empty unless the operation copies one
     FileRefusal eRefusal = FileRefusal::eNone;
     DWORD dwRefusal = ERROR_SUCCESS;  ///< the Win32 code of the refusal
 };

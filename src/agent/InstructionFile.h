@@ -20,27 +20,6 @@
 /// The name of the instruction file in the install folder.
 inline constexpr wchar_t kInstructionFile[] = L"QorPaFrwk.ini";
 
-/// Registry operations; other numbers are refused.
-enum RegOp : DWORD {
-    op_no_reg = 0,            ///< no operation
-    op_reg_add = 100,         ///< write the value, even if it exists
-    op_reg_add_if_non = 101,  ///< write the value only when it does not exist
-    op_reg_delete = 102,      ///< delete the value
-    op_begin_reg = op_reg_add,
-    op_end_reg = op_reg_delete
-};
-
-/// File operations; other numbers are refused.
-enum FileOp : int {
-    op_dir_delete = 0,       ///< delete a folder with its contents at the next restart
-    op_dir_add = 1,          ///< create a folder now
-    op_not_used = 2,         ///< does nothing
-    op_file_delete = 3,      ///< delete the matching files at the next restart
-    op_file_delete_now = 4,  ///< delete the matching files now
-    op_begin_file = op_dir_delete,
-    op_end_file = op_file_delete_now
-};
-
 /// The longest record value that an operation accepts, in characters.
 inline constexpr std::size_t kMaxRecordCharacters = 1023;
 

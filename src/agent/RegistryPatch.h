@@ -12,6 +12,16 @@
 
 struct SectionKey;
 
+/// Registry operations; other numbers are refused.
+enum RegOp : DWORD {
+    op_no_reg = 0,            ///< no operation
+    op_reg_add = 100,         ///< write the value, even if it exists
+    op_reg_add_if_non = 101,  ///< write the value only when it does not exist
+    op_reg_delete = 102,      ///< delete the value
+    op_begin_reg = op_reg_add,
+    op_end_reg = op_reg_delete
+};
+
 /// The types of a registry record.
 enum class RegistryType {
     eText,       ///< REG_SZ

@@ -33,7 +33,7 @@ enum class RecordEffect {
 
 /// The form of a record's value, which selects the family of lint rules.
 enum class RecordForm {
-    ePath,           ///< folder, or folder "\" pattern
+    ePath,           ///< paths: the operation is a FileOp
     eRegistryValue,  ///< key path "!" value name, and "!" type "!" data unless the value is deleted
     eTag,            ///< a path in the configuration
     eIniValue,       ///< section "!" key "!" value
@@ -41,22 +41,46 @@ enum class RecordForm {
     eText            ///< a text for the user
 };
 
-constexpr RecordForm FormOf(RecordEffect eEffect) noexcept
+/// The form of an effect's records, and the operation that carries them out.
+struct EffectTraits {
+    RecordForm eForm;
+    FileOp eFileOp = op_not_used;  ///< of paths; FileOpTraits describes what it does with them
+    RegOp eRegOp = op_no_reg;      ///< of registry values
+};
+
+constexpr EffectTraits TraitsOf(RecordEffect eEffect) noexcept
 {
     switch (eEffect) {
-        case RecordEffect::eCreateFolder:
-        case RecordEffect::eDeleteFolder:
-        case RecordEffect::eDeleteFiles:
-        case RecordEffect::eDeleteFilesNow: return RecordForm::ePath;
-        case RecordEffect::eDeleteValue:
-        case RecordEffect::eWriteValue:
-        case RecordEffect::eWriteMissingValue: return RecordForm::eRegistryValue;
-        case RecordEffect::eCarryOver: return RecordForm::eTag;
-        case RecordEffect::eEditIni: return RecordForm::eIniValue;
-        case RecordEffect::eRunOnce: return RecordForm::eCommand;
+        case RecordEffect::eCreateFolder: return {RecordForm::ePath, op_dir_add};
+        case RecordEffect::eDeleteFolder: return {RecordForm::ePath, op_dir_delete};
+        case RecordEffect::eDeleteFiles: return {RecordForm::ePath, op_file_delete};
+        case RecordEffect::eDeleteFilesNow: return {RecordForm::ePath, op_file_delete_now};
+        case RecordEffect::eDeleteValue: return {RecordForm::eRegistryValue, op_not_used, op_reg_delete};
+        case RecordEffect::eWriteValue: return {RecordForm::eRegistryValue, op_not_used, op_reg_add};
+        case RecordEffect::eWriteMissingValue: return {RecordForm::eRegistryValue, op_not_used, op_reg_add_if_non};
+        case RecordEffect::eCarryOver: return {RecordForm::eTag};
+        case RecordEffect::eEditIni: return {RecordForm::eIniValue};
+        case RecordEffect::eRunOnce: return {RecordForm::eCommand};
         case RecordEffect::eShowText: break;
     }
-    return RecordForm::eText;
+    return {RecordForm::eText};
+}
+
+constexpr RecordForm FormOf(RecordEffect eEffect) noexcept
+{
+    return TraitsOf(eEffect).eForm;
+}
+
+/// The FileOp of an effect; op_not_used for an effect that does not concern files or folders.
+constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
+{
+    return TraitsOf(eEffect).eFileOp;
+}
+
+/// The RegOp of an effect; op_no_reg for an effect that does not concern registry values.
+constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
+{
+    return TraitsOf(eEffect).eRegOp;
 }
 
 /// Whether the value is nothing but paths, in which braces mean placeholders only.
@@ -71,44 +95,6 @@ constexpr bool IsPath(RecordForm eForm) noexcept
         case RecordForm::eText: break;
     }
     return false;
-}
-
-/// The FileOp of an effect; op_not_used for an effect that does not concern files or folders.
-constexpr FileOp FileOpOf(RecordEffect eEffect) noexcept
-{
-    switch (eEffect) {
-        case RecordEffect::eCreateFolder: return op_dir_add;
-        case RecordEffect::eDeleteFolder: return op_dir_delete;
-        case RecordEffect::eDeleteFiles: return op_file_delete;
-        case RecordEffect::eDeleteFilesNow: return op_file_delete_now;
-        case RecordEffect::eDeleteValue:
-        case RecordEffect::eWriteValue:
-        case RecordEffect::eWriteMissingValue:
-        case RecordEffect::eCarryOver:
-        case RecordEffect::eEditIni:
-        case RecordEffect::eRunOnce:
-        case RecordEffect::eShowText: break;
-    }
-    return op_not_used;
-}
-
-/// The RegOp of an effect; op_no_reg for an effect that does not concern registry values.
-constexpr RegOp RegOpOf(RecordEffect eEffect) noexcept
-{
-    switch (eEffect) {
-        case RecordEffect::eDeleteValue: return op_reg_delete;
-        case RecordEffect::eWriteValue: return op_reg_add;
-        case RecordEffect::eWriteMissingValue: return op_reg_add_if_non;
-        case RecordEffect::eCreateFolder:
-        case RecordEffect::eDeleteFolder:
-        case RecordEffect::eDeleteFiles:
-        case RecordEffect::eDeleteFilesNow:
-        case RecordEffect::eCarryOver:
-        case RecordEffect::eEditIni:
-        case RecordEffect::eRunOnce:
-        case RecordEffect::eShowText: break;
-    }
-    return op_no_reg;
 }
 
 /// When a record is carried out, in run order.

@@ -39,7 +39,10 @@ struct FileCheck {
     const CustomerFolders& folders;
     Report& report;
 
-    [[nodiscard]] bool IsFolder() const { return iOp == op_dir_add || iOp == op_dir_delete; }
+    [[nodiscard]] bool IsFolder() const { return parsed.traits.bFolder; }
+    [[nodiscard]] bool Deletes() const { return parsed.traits.eAction == Action::eDelete; }
+    /// Whether it changes files before the run ends.
+    [[nodiscard]] bool ChangesFilesNow() const { return !parsed.traits.bFolder && !parsed.traits.bAtRestart; }
     /// Without "..", as Windows takes it.
     [[nodiscard]] Check::Folder Folder() const
     {
@@ -130,7 +133,8 @@ void CheckNames(const FileCheck& check)
     std::size_t uBegin = Storage::Directory::RootLength(tstrPath);
     while ((uBegin = tstrPath.find_first_not_of(L"\\/", uBegin)) != std::wstring::npos) {
         const std::size_t uEnd = std::min(tstrPath.find_first_of(L"\\/", uBegin), tstrPath.size());
-        CheckName(check, tstrPath.substr(uBegin, uEnd - uBegin), !check.IsFolder() && uEnd == tstrPath.size());
+        const bool bPattern = check.Deletes() && !check.IsFolder() && uEnd == tstrPath.size();
+        CheckName(check, tstrPath.substr(uBegin, uEnd - uBegin), bPattern);
         uBegin = uEnd;
     }
 }
@@ -179,14 +183,14 @@ void AddLoss(Losses& losses, const FileCheck& check, const FileContext& around, 
     const bool bAtOnce = file.eWhen == PackageLayout::When::eNow;
     const bool bUnknown = !around.update.InstalledFolder();
     if (!bAtOnce && !bUnknown && !Storage::File::IsExisted(file.tstrDestination)) return;
-    losses.Add(file.tstrDestination, bAtOnce || check.iOp != op_file_delete_now);
+    losses.Add(file.tstrDestination, bAtOnce || !check.ChangesFilesNow());
 }
 
 Losses LossesIn(const FileCheck& check, const FileContext& around)
 {
     Losses losses;
     const std::wstring tstrFolder = check.Folder();
-    if (check.iOp == op_dir_delete) {
+    if (check.IsFolder()) {
         for (auto it = around.brought.lower_bound(tstrFolder);
              it != around.brought.end() && String::StartsWithNoCase(it->first, tstrFolder); ++it) {
             for (const Delivery& file : it->second) AddLoss(losses, check, around, file);
@@ -205,7 +209,7 @@ Losses LossesIn(const FileCheck& check, const FileContext& around)
 /// Files that are deleted from the download folder before the restart can move them.
 void AddDeletedSources(Losses& losses, const FileCheck& check, const FileContext& around)
 {
-    if (check.iOp != op_file_delete_now) return;
+    if (!check.ChangesFilesNow()) return;
     const std::wstring& tstrInstalled = around.folders.InstalledDir();
     const std::wstring tstrFolder = check.Folder();
     if (tstrFolder.size() <= tstrInstalled.size()) return;
@@ -218,11 +222,11 @@ void AddDeletedSources(Losses& losses, const FileCheck& check, const FileContext
 
 void CheckLosses(const FileCheck& check, const FileContext& around)
 {
-    if (check.iOp == op_dir_add) return;
+    if (!check.Deletes()) return;
     Losses losses = LossesIn(check, around);
     AddDeletedSources(losses, check, around);
     if (losses.cFiles == 0) {
-        const bool bCreated = check.iOp == op_dir_delete && around.created.contains(check.Folder().Text());
+        const bool bCreated = check.IsFolder() && around.created.contains(check.Folder().Text());
         if (bCreated) {
             check.report.AddAs(Severity::eWarning, Rule::eDeletesWhatItBrings, kInstructionFile,
                                check.record.valuePlace, L"the folder is created by this update");
@@ -241,13 +245,14 @@ void CheckLosses(const FileCheck& check, const FileContext& around)
 /// the restart does no harm.
 void CheckInstructionsKept(const FileCheck& check, const FileContext& around)
 {
-    if (check.iOp != op_file_delete_now || !String::EqualsNoCase(check.Folder(), around.folders.InstalledDir()) ||
+    if (!check.ChangesFilesNow() || !String::EqualsNoCase(check.Folder(), around.folders.InstalledDir()) ||
         !Storage::File::MatchesPattern(kInstructionFile, check.parsed.tstrPattern)) {
         return;
     }
     const auto add = [&](Severity eSeverity, const wchar_t* szLost) {
         check.report.AddAs(eSeverity, Rule::eDeletesInstructions, kInstructionFile, check.record.valuePlace,
-                           L"\"" + check.parsed.tstrPattern + L"\" deletes the instruction file before " + szLost);
+                           L"\"" + check.parsed.tstrPattern + L"\" " + (check.Deletes() ? L"deletes" : L"replaces") +
+                               L" the instruction file before " + szLost);
     };
     if (around.cCommands > 0) {
         add(Severity::eError, L"[Run] is read: all commands are lost; narrow the pattern");
@@ -260,20 +265,14 @@ void CheckUsersFolder(const FileCheck& check, const FileContext& around)
 {
     const std::wstring tstrFolder = check.Folder();
     if (!IsUsersFolder(tstrFolder, around.folders.InstalledDir())) return;
-    switch (check.iOp) {
-        case op_dir_add:
-            check.Add(Rule::eFolderUsersWrite,
-                      L"\"" + tstrFolder + L"\" inherits its access list: every user may create files in it");
-            break;
-        case op_dir_delete:
-            check.Add(Rule::eDelayedInUsersFolder, L"until the restart a user may replace \"" + tstrFolder +
-                                                       L"\" by a link: clear it with delete_now, folder by folder");
-            break;
-        case op_file_delete:
-            check.Add(Rule::eDelayedInUsersFolder,
-                      L"until the restart a user may replace \"" + tstrFolder + L"\" by a link", L"delete_now");
-            break;
-        default: break;
+    const std::wstring tstrReplaced = L"until the restart a user may replace \"" + tstrFolder + L"\" by a link";
+    if (check.parsed.traits.eAction == Action::eCreateFolder) {
+        check.Add(Rule::eFolderUsersWrite,
+                  L"\"" + tstrFolder + L"\" inherits its access list: every user may create files in it");
+    } else if (check.IsFolder()) {
+        check.Add(Rule::eDelayedInUsersFolder, tstrReplaced + L": clear it with delete_now, folder by folder");
+    } else if (check.parsed.traits.bAtRestart) {
+        check.Add(Rule::eDelayedInUsersFolder, tstrReplaced, check.Deletes() ? L"delete_now" : L"");
     }
 }
 
@@ -336,7 +335,7 @@ void CheckPath(const Instruction& instruction, FileContext& around, Report& repo
                           ParseFileRecord(iOp, around.folders.Expand(instruction.pRecord->tstrValue)), around.folders,
                           report};
     if (!CheckRefusal(check)) return;
-    if (iOp == op_dir_add) AddCreated(around.created, check.Folder());
+    if (check.parsed.traits.eAction == Action::eCreateFolder) AddCreated(around.created, check.Folder());
     CheckNames(check);
     CheckFolderAsFile(check, around);
     CheckLosses(check, around);

@@ -28,19 +28,13 @@ ProductFiles::ProductFiles(const Update& update, const IniScan& instructions)
     for (const std::wstring& tstrFile : update.Files()) m_downloaded.insert(m_installed / tstrFile);
     const CustomerFolders folders(m_installed, update.Product().tstrDownloadPath);
     for (const Instruction& instruction : ListInstructions(instructions)) {
-        switch (FormOf(instruction.pKey->eEffect)) {
-            case RecordForm::ePath: break;
-            case RecordForm::eRegistryValue:
-            case RecordForm::eTag:
-            case RecordForm::eIniValue:
-            case RecordForm::eCommand:
-            case RecordForm::eText: continue;  // neither delete nor make files
-        }
-        const int iOp = FileOpOf(instruction.pKey->eEffect);
-        const FileRecord record = ParseFileRecord(iOp, folders.Expand(instruction.pRecord->tstrValue));
-        if (iOp == op_dir_add || record.eRefusal != FileRefusal::eNone) continue;
+        const FileOp eOp = FileOpOf(instruction.pKey->eEffect);
+        const std::optional<FileOpTraits> optTraits = TraitsOf(eOp);
+        if (!optTraits || optTraits->eAction != Action::eDelete) continue;
+        const FileRecord record = ParseFileRecord(eOp, folders.Expand(instruction.pRecord->tstrValue));
+        if (record.eRefusal != FileRefusal::eNone) continue;
         m_deletions.push_back({Storage::Directory::FullPath(WithoutPrefix(record.tstrFolder)),
-                               iOp == op_dir_delete ? std::wstring() : record.tstrPattern});
+                               optTraits->bFolder ? std::wstring() : record.tstrPattern});
     }
 }
 

@@ -22,7 +22,18 @@ constexpr std::wstring_view kAgent = L"Brevant";
 constexpr std::wstring_view kParameter = L"Paramter is ";
 
 /// The counted kinds of changes, in display order.
-enum class Figure { eFolders, eMoves, eValues, eSettings, eIniValues, eRemovals, eCommands, eShortcuts, eNone };
+enum class Figure {
+    eFolders,
+    eMoves,
+    eValues,
+    eSettings,
+    eIniValues,
+    eCopies,
+    eRemovals,
+    eCommands,
+    eShortcuts,
+    eNone
+};
 
 struct FigureRow {
     Figure eFigure;
@@ -35,6 +46,7 @@ constexpr FigureRow kFigures[] = {
     {Figure::eValues, L"registry record", L"registry records"},
     {Figure::eSettings, L"setting to carry over", L"settings to carry over"},
     {Figure::eIniValues, L"change of the update information", L"changes of the update information"},
+    {Figure::eCopies, L"file to copy at once", L"files to copy at once"},
     {Figure::eRemovals, L"removal", L"removals"},
     {Figure::eCommands, L"command for the restart", L"commands for the restart"},
     {Figure::eShortcuts, L"shortcut", L"shortcuts"},
@@ -42,21 +54,23 @@ constexpr FigureRow kFigures[] = {
 static_assert(IsInOrder(kFigures, &FigureRow::eFigure));
 static_assert(std::size(kFigures) == static_cast<std::size_t>(Figure::eNone));
 
+constexpr Figure FigureOf(FileOp eOp)
+{
+    const Action eAction = TraitsOf(eOp)->eAction;
+    if (eAction == Action::eCreateFolder) return Figure::eFolders;
+    return eAction == Action::eDelete ? Figure::eRemovals : Figure::eCopies;
+}
+
 /// The figure that counts the records of an effect by their lines.
 constexpr Figure FigureOf(RecordEffect eEffect)
 {
-    switch (eEffect) {
-        case RecordEffect::eCreateFolder: return Figure::eFolders;
-        case RecordEffect::eDeleteFolder:
-        case RecordEffect::eDeleteFiles:
-        case RecordEffect::eDeleteFilesNow: return Figure::eRemovals;
-        case RecordEffect::eDeleteValue:
-        case RecordEffect::eWriteValue:
-        case RecordEffect::eWriteMissingValue: return Figure::eValues;
-        case RecordEffect::eCarryOver: return Figure::eSettings;
-        case RecordEffect::eEditIni: return Figure::eIniValues;
-        case RecordEffect::eRunOnce: return Figure::eCommands;
-        case RecordEffect::eShowText: break;
+    switch (FormOf(eEffect)) {
+        case RecordForm::ePath: return FigureOf(FileOpOf(eEffect));
+        case RecordForm::eRegistryValue: return Figure::eValues;
+        case RecordForm::eTag: return Figure::eSettings;
+        case RecordForm::eIniValue: return Figure::eIniValues;
+        case RecordForm::eCommand: return Figure::eCommands;
+        case RecordForm::eText: break;
     }
     return Figure::eNone;
 }

@@ -76,10 +76,17 @@ std::wstring KeyPathOf(std::wstring tstrKeyPath)
 
 SectionRecords ReadRecords(const Update& update, const ::Section& section)
 {
+    const std::wstring_view tstrReader = section.szReader;
     SectionRecords records;
     static_cast<void>(Storage::Guarded(nullptr, [&] {
         Storage::IniFile instructions;
         instructions.Open(update.FullPath(kInstructionFile));
+        for (const ::Section& other : kSections) {
+            if (&other == &section || other.szReader != tstrReader) continue;
+            SectionRecords needed;
+            static_cast<void>(ReadSectionRecords(instructions, other.szName, needed));
+            if (needed.empty()) return;
+        }
         static_cast<void>(ReadSectionRecords(instructions, section.szName, records));
     }));
     return records;

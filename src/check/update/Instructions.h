@@ -29,7 +29,8 @@ struct Instruction {
 /// sections that Windows does not read. Valid as long as the scan.
 [[nodiscard]] std::vector<Instruction> ListInstructions(const IniScan& scan);
 
-/// The records of a section of an update's instruction file, as the agent reads them; empty when it cannot be read.
+/// The records of a section of an update's instruction file, as the agent reads them; empty when it cannot be read, or
+/// another section without which its reader does nothing.
 [[nodiscard]] SectionRecords ReadRecords(const Update& update, const ::Section& section);
 
 /// A field of a record and its position in the line.

@@ -137,7 +137,35 @@ std::vector<Delivery> Update::FindDeliveries() const
         delivery.tstrSource = nameOf(delivery.tstrSource);
         delivery.tstrContent = bItself ? delivery.tstrSource : nameOf(delivery.tstrContent);
     }
+    for (const ::Section& section : kSections) {
+        for (const SectionKey& key : section.keys) AddCopies(section, key, deliveries);
+    }
     return deliveries;
+}
+
+/// Adds the files that the records of a key copy. Those from elsewhere have no content in the update.
+void Update::AddCopies(const ::Section& section, const SectionKey& key, std::vector<Delivery>& deliveries) const
+{
+    const FileOp eOp = FileOpOf(key.eEffect);
+    const std::optional<FileOpTraits> optTraits = TraitsOf(eOp);
+    if (!optTraits || optTraits->eAction != Action::eCopy) return;
+    const CustomerFolders folders(m_optInstalled.value_or(kUsualInstallFolder), m_product.tstrDownloadPath);
+    std::vector<Delivery> copies;
+    ForEachRecord(ReadRecords(*this, section), key.szKey, [&](const std::wstring& tstrRecord) {
+        const FileRecord record = ParseFileRecord(eOp, folders.Expand(tstrRecord));
+        if (!IsRecordLengthValid(tstrRecord) || record.eRefusal != FileRefusal::eNone) return;
+        Delivery& copy = copies.emplace_back();
+        copy.tstrSource = folders.InstalledDir().Relative(Storage::Directory::FullPath(record.tstrSource));
+        const auto itFile = std::ranges::find_if(
+            m_files, [&](const std::wstring& tstrFile) { return String::EqualsNoCase(tstrFile, copy.tstrSource); });
+        if (itFile != m_files.end()) copy.tstrContent = copy.tstrSource = *itFile;
+        copy.tstrDestination = Storage::Directory::FullPath(record.tstrPath);
+        copy.tstrPlace = ParseFileRecord(eOp, tstrRecord).tstrPath;
+        copy.tstrBelow = folders.InstalledDir().Relative(copy.tstrDestination);
+        copy.eWhen = optTraits->bAtRestart ? PackageLayout::When::eAtRestart : PackageLayout::When::eNow;
+    });
+    const bool bFirst = section.ePhase == RunPhase::eBeforeDeployment;
+    deliveries.insert(bFirst ? deliveries.begin() : deliveries.end(), copies.begin(), copies.end());
 }
 
 bool Update::ListFiles(const std::wstring& tstrPackage, DWORD* pdwError)

@@ -14,6 +14,9 @@
 #include <string_view>
 #include <vector>
 
+struct Section;
+struct SectionKey;
+
 namespace Check {
 
 /// One downloaded package.
@@ -53,8 +56,8 @@ public:
     /// The files directly in a folder (relative) whose name matches a pattern with "*" and "?". PathMatchSpecW.
     [[nodiscard]] std::vector<std::wstring> FilesIn(const Folder& folder, const wchar_t* szPattern) const;
 
-    /// The deliveries of the deploy steps from ListDeliveries(), for the installed folder or, if unknown, the default
-    /// one. Sources and contents are relative names as in Files().
+    /// The deliveries of the deploy steps from ListDeliveries(), and the files that records copy, for the installed
+    /// folder or, if unknown, the default one. Sources and contents are relative names as in Files().
     [[nodiscard]] const std::vector<Delivery>& Deliveries() const;
 
     /// A file's path for reading; see LongPath().
@@ -70,6 +73,7 @@ public:
 private:
     [[nodiscard]] bool ListFiles(const std::wstring& tstrPackage, DWORD* pdwError);
     [[nodiscard]] std::vector<Delivery> FindDeliveries() const;
+    void AddCopies(const ::Section& section, const SectionKey& key, std::vector<Delivery>& deliveries) const;
 
     std::wstring m_tstrGiven;
     Folder m_root;

@@ -126,11 +126,8 @@ public:
     {
         m_expected.tstrProduct = m_update.Product().tstrDownloadPath;
         m_expected.tstrResource = m_update.Resource().tstrDownloadPath;
-        AddSection(SectionOf(L"QOR_DIR", L"CreateDirBeforeReboot"));
-        if (m_update.Product().bThere) AddSection(SectionOf(L"QOR_REGISTRY_PATCH", L"PatchRegistry"));
+        AddSections();
         AddFiles();
-        AddUpdateInfo();
-        AddDeletions();
         m_expected.uncovered = ListUncoveredParts(m_update);
         m_expected.languages = ListLanguages(m_update);
         AddContents();
@@ -159,57 +156,42 @@ private:
         return std::nullopt;
     }
 
-    void AddRecord(RecordEffect eEffect, const std::wstring& tstrRecord)
+    void AddRecord(const EffectTraits& effect, const std::wstring& tstrRecord)
     {
-        if (FormOf(eEffect) == RecordForm::ePath) return AddFileRecord(FileOpOf(eEffect), tstrRecord);
-        if (!IsRecordLengthValid(tstrRecord)) return;
-        switch (eEffect) {
-            case RecordEffect::eDeleteValue:
-                return PromiseNoValue(m_expected.registry, ParseRegistryRecord(tstrRecord));
-            case RecordEffect::eWriteValue:
-            case RecordEffect::eWriteMissingValue:
-                return ExpectValue(m_expected.registry, ParseRegistryRecord(tstrRecord),
-                                   eEffect == RecordEffect::eWriteMissingValue);
-            case RecordEffect::eEditIni: return PromiseIniValue(m_expected.updateInfo, ParseIniRecord(tstrRecord));
-            case RecordEffect::eCreateFolder:
-            case RecordEffect::eDeleteFolder:
-            case RecordEffect::eDeleteFiles:
-            case RecordEffect::eDeleteFilesNow:  // see above
-            case RecordEffect::eCarryOver:       // with the file that receives the values
-            case RecordEffect::eRunOnce:
-            case RecordEffect::eShowText: break;  // has no effect on the machine that can be verified
+        switch (effect.eForm) {
+            case RecordForm::ePath: return AddFileRecord(*TraitsOf(effect.eFileOp), tstrRecord);
+            case RecordForm::eRegistryValue: return AddValueRecord(effect.eRegOp, ParseRegistryRecord(tstrRecord));
+            case RecordForm::eIniValue: return PromiseIniValue(m_expected.updateInfo, ParseIniRecord(tstrRecord));
+            case RecordForm::eTag:  // with the file that receives the values
+            case RecordForm::eCommand:
+            case RecordForm::eText: break;  // has no effect on the machine that can be verified
         }
     }
 
-    void AddFileRecord(FileOp eOp, const std::wstring& tstrRecord)
+    void AddValueRecord(RegOp eOp, const RegistryRecord& record)
     {
-        const bool bFolder = eOp == op_dir_add || eOp == op_dir_delete;
-        const auto optPlace = PlaceOf(tstrRecord, !bFolder);
+        if (eOp == op_reg_delete) return PromiseNoValue(m_expected.registry, record);
+        ExpectValue(m_expected.registry, record, eOp == op_reg_add_if_non);
+    }
+
+    void AddFileRecord(const FileOpTraits& operation, const std::wstring& tstrRecord)
+    {
+        if (operation.eAction == Action::eCopy) return;  // one of the deliveries
+        const auto optPlace = PlaceOf(tstrRecord, !operation.bFolder);
         if (!optPlace) return;
-        if (eOp == op_dir_add) {
+        if (operation.eAction == Action::eCreateFolder) {
             m_expected.folders.push_back(*optPlace);
         } else {
-            m_expected.deletions.push_back({*optPlace, bFolder, eOp != op_file_delete_now});
+            m_expected.deletions.push_back({*optPlace, operation.bFolder, operation.bAtRestart});
         }
     }
 
     void AddRecords(const Section& section, const SectionRecords& records)
     {
         ForEachRecord(section, records, [&](const SectionKey& key, const std::wstring& tstrRecord) {
-            AddRecord(key.eEffect, tstrRecord);
+            const EffectTraits effect = TraitsOf(key.eEffect);
+            if (effect.eForm == RecordForm::ePath || IsRecordLengthValid(tstrRecord)) AddRecord(effect, tstrRecord);
         });
-    }
-    void AddSection(const Section& section) { AddRecords(section, Read(section)); }
-
-    void AddDeletions()
-    {
-        constexpr const Section& kFolders = SectionOf(L"QOR_DIR", L"RemoveFileAfterReboot");
-        constexpr const Section& kFiles = SectionOf(L"QOR_FILE", L"RemoveFileAfterReboot");
-        const SectionRecords folders = Read(kFolders);
-        const SectionRecords files = Read(kFiles);
-        if (folders.empty() || files.empty()) return;  // then the agent removes nothing
-        AddRecords(kFolders, folders);
-        AddRecords(kFiles, files);
     }
 
     /// Of several files for one place and language, the last one wins; files moved at the restart replace those copied
@@ -219,8 +201,8 @@ private:
         String::NoCaseMap<String::NoCaseMap<const Delivery*>> last;  // by place and language
         for (const PackageLayout::When eWhen : {PackageLayout::When::eNow, PackageLayout::When::eAtRestart}) {
             for (const Delivery& delivery : m_update.Deliveries()) {
-                if (delivery.eWhen != eWhen) continue;
-                last[PlaceOf(delivery)][delivery.tstrLanguage] = &delivery;
+                const auto optPlace = delivery.eWhen == eWhen ? PlaceOf(delivery) : std::nullopt;
+                if (optPlace) last[*optPlace][delivery.tstrLanguage] = &delivery;
             }
         }
         const bool bMerged = ReadMigrated(m_migrated);
@@ -232,7 +214,7 @@ private:
     void AddFile(const Delivery& delivery, bool bMerged)
     {
         ExpectedFile& expected = m_expected.files.emplace_back();
-        expected.tstrPlace = PlaceOf(delivery);
+        expected.tstrPlace = PlaceOf(delivery).value_or(std::wstring());
         expected.tstrSource = delivery.tstrSource;
         expected.bAtRestart = delivery.eWhen == PackageLayout::When::eAtRestart;
         expected.tstrLanguage = delivery.tstrLanguage;
@@ -244,7 +226,12 @@ private:
         }
     }
 
-    static std::wstring PlaceOf(const Delivery& delivery) { return PlaceholderOf(delivery.eBase) + delivery.tstrBelow; }
+    std::optional<std::wstring> PlaceOf(const Delivery& delivery)
+    {
+        if (delivery.tstrPlace.empty()) return PlaceholderOf(delivery.eBase) + delivery.tstrBelow;
+        const auto optPlace = PlaceOf(delivery.tstrPlace, false);
+        return optPlace ? m_folders.PlaceOf(*optPlace) : optPlace;
+    }
 
     static const wchar_t* PlaceholderOf(PackageLayout::Base eBase)
     {
@@ -287,18 +274,29 @@ private:
         }
     }
 
-    /// The changes of the update information. An update's own update information replaces the changed file.
-    void AddUpdateInfo()
+    void AddSections()
     {
-        constexpr const Section& kSection = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
+        constexpr const Section& kUpdateInfo = SectionOf(L"UPDATE_INFO", L"ModifyUpdateInfo");
+        for (const Section& section : kSections) {
+            if (&section == &kUpdateInfo) {
+                AddUpdateInfo(section);
+            } else if (section.ePhase != RunPhase::eDeployment || m_update.Product().bThere) {
+                AddRecords(section, Read(section));
+            }
+        }
+    }
+
+    /// The changes of the update information. An update's own update information replaces the changed file.
+    void AddUpdateInfo(const Section& section)
+    {
         const std::wstring tstrSource = m_update.SettingFolder() / kUpdateInfoFile;
         const bool bPrepared =
             std::any_of(m_update.Deliveries().begin(), m_update.Deliveries().end(), [&](const Delivery& delivery) {
                 return delivery.tstrContent.empty() && String::EqualsNoCase(delivery.tstrSource, tstrSource);
             });
-        const SectionRecords records = bPrepared ? Read(kSection) : SectionRecords();
+        const SectionRecords records = bPrepared ? Read(section) : SectionRecords();
         if (records.empty()) return;
-        AddRecords(kSection, records);
+        AddRecords(section, records);
         PromiseIniValue(m_expected.updateInfo, DeployedVersion());
     }
 
