@@ -1,5 +1,6 @@
 """Tries the sample's update once for each of its languages, and compares the results with the expected ones."""
 import argparse
+import json
 import os
 import pathlib
 import re
@@ -172,6 +173,9 @@ class Expectations:
         for base, kind in (('config', 'xml'), ('qorshcut', 'xml'), ('readme', 'htm')):
             others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
         known = {path for path, content in expected.items() if content} | {PRODUCT + name for name in others}
+        # What else a record brings is in the manifest; "verify" compares its content.
+        manifest = json.loads(self.read(PRODUCT + 'QorUpdate.json'))
+        known |= {file['destination'].replace('{InstalledDir}', PRODUCT) for file in manifest['files']}
         yield 'unexpected files', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
         yield 'files that no step looks at', set(planted_files()), set(self.outcome.never_looked_at())
         yield 'folder Legacy', False, (PRODUCT + 'Legacy').casefold() in self.outcome.folders

@@ -20,7 +20,6 @@ TEST_F(FileOperationsTest, FilesKeptByTheRunAreNotDeleted)
         // clang-format off
         {L"{InstalledDir}*.xml", op_file_delete, {L"a.xml > "}, 1},
         {L"{InstalledDir}Long name\\..\\*.XML", op_file_delete, {L"Long name\\..\\a.xml > "}, 1},
-        {L"{InstalledDir}config.previous.xml", op_file_delete, {}, 1},
         {L"{InstalledDir}", op_dir_delete, {L"Long name > ", L"a.xml > ", m_install.Path().substr(0, m_install.Path().size() - 1) + L" > "}, 2}};
     // clang-format on
     for (const auto& [tstrRecord, iOp, moves, cKept] : rows) {

@@ -113,13 +113,7 @@ protected:
         for (const ::Section& section : kSections) {
             for (const SectionKey& key : section.keys) {
                 std::string& strRecords = sections["[" + NameOf(section) + "]"];
-                if (!Chance(4)) continue;
-                // A copied file may compete with those that the steps deploy, at once or at the restart.
-                const auto optTraits = FileTraitsOf(key);
-                const bool bCompetes = optTraits && optTraits->eAction == KzCommon::Action::eCopy && Chance(2);
-                const char* const szPlace = Chance(2) ? "{InstalledDir}a.dll" : "{InstalledDir}Driver\\a.dll";
-                strRecords += ToUtf8(key.szKey) + "=";
-                strRecords += TrialOf(key, bCompetes ? szPlace : TrialFileOf(key)).strRecord + "\n";
+                if (Chance(4)) strRecords += ToUtf8(key.szKey) + "=" + TrialOf(key).strRecord + "\n";
             }
         }
         std::string strInstructions;

@@ -10,20 +10,22 @@
 #include "unit/check/KeyTrial.h"
 
 #include <functional>
-#include <map>
+#include <set>
 
-using KzCommon::String::FromAnsi;
+using KzCommon::String::ToUtf8;
 
 namespace {
 
 class EveryKeyTest : public UpdateTest {
 protected:
+    using Action = KzCommon::Action;  // the test library has one, too
+
     EveryKeyTest()
     {
         Bring({L"p1\\Share\\Setting\\readme.htm"});
         Write(kTrialSource, "");
         Write(L"Component\\p1\\Share\\Setting\\config.xml", "<c><P><e7k>1</e7k></P></c>");
-        m_installed.Write(L"config.xml", kSettings);
+        m_installed.Write(L"config.xml", kUsers);
     }
 
     /// Makes the update's instruction file of one record, in line 2, and the other section that removals need.
@@ -31,7 +33,7 @@ protected:
     {
         const bool bFiles = std::wstring_view(section.szName) == L"QOR_FILE";
         Write(kInstructionFile,
-              "[" + NameOf(section) + "]\n" + KzCommon::String::ToUtf8(key.szKey) + "=" + strRecord +
+              "[" + NameOf(section) + "]\n" + ToUtf8(key.szKey) + "=" + strRecord +
                   (bFiles ? "\n[QOR_DIR]\nadd={InstalledDir}\n" : "\n[QOR_FILE]\ndelete=C:\\*.none\n"));
     }
     [[nodiscard]] std::vector<Finding> Findings() const
@@ -51,46 +53,32 @@ protected:
                    finding.eRule >= Rule::eRegistryFields;
         });
     }
-    [[nodiscard]] bool IsFound(Rule eRule) const
-    {
-        return std::ranges::any_of(Findings(), [&](const Finding& finding) { return finding.eRule == eRule; });
-    }
-    /// Whether "plan" has such a change of what the record names with a word in it.
-    [[nodiscard]] bool IsPlanned(const std::function<bool(const Change&)>& isSuch, const wchar_t* szWord = L"e7k") const
+    [[nodiscard]] bool IsFound(Rule eRule) const { return std::ranges::count(Findings(), eRule, &Finding::eRule) > 0; }
+    /// Whether "plan" has a change of something with that word in its name; with an action one that succeeds.
+    [[nodiscard]] bool IsPlanned(const wchar_t* szWord = L"e7k", std::optional<Action> optAction = {}) const
     {
         const Plan plan = MakePlan(Open(), m_installed.Path());
         return std::ranges::any_of(plan.steps, [&](const PlanStep& step) {
             return std::ranges::any_of(step.changes, [&](const Change& change) {
-                return (change.tstrTarget + change.tstrName).find(szWord) != std::wstring::npos && isSuch(change);
+                return (change.tstrTarget + change.tstrName).find(szWord) != std::wstring::npos &&
+                       (!optAction || (change.eAction == *optAction && change.eOutcome != Outcome::eFail));
             });
         });
     }
-    [[nodiscard]] bool IsPlanned() const
-    {
-        return IsPlanned([](const Change&) { return true; });
-    }
-    [[nodiscard]] bool IsCopied() const
-    {
-        return IsPlanned([](const Change& change) {
-            return change.eAction == KzCommon::Action::eCopy && change.eOutcome != Outcome::eFail;
-        });
-    }
-    /// Calls `apply` for every key whose records are paths.
-    static void ForEachPathKey(const std::function<void(const Section& section, const SectionKey& key)>& apply)
+    static void ForEachKey(const std::function<void(const Section&, const SectionKey&)>& apply)
     {
         for (const Section& section : kSections) {
             for (const SectionKey& key : section.keys) {
-                SCOPED_TRACE(KzCommon::String::ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
-                if (FileTraitsOf(key)) apply(section, key);
+                SCOPED_TRACE(ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
+                apply(section, key);
             }
         }
     }
-    /// The content of an installed file, where it has one.
-    [[nodiscard]] std::optional<std::string> ContentOf(const SimulatedMachine& machine, const std::wstring& tstrPath)
+    /// Whether the content of a file is the user's.
+    [[nodiscard]] static bool HasUsers(const SimulatedMachine& machine, const std::wstring& tstrPath)
     {
         std::string strBytes;
-        const bool bRead = machine.ReadContent(tstrPath, 1 << 20, strBytes, nullptr);
-        return bRead ? std::optional(strBytes) : std::nullopt;
+        return machine.ReadContent(tstrPath, sizeof kUsers, strBytes, nullptr) && strBytes == kUsers;
     }
     [[nodiscard]] ExpectedState Promised() const
     {
@@ -100,7 +88,8 @@ protected:
         return state;
     }
 
-    static constexpr char kSettings[] = "<c><P><e7k>2</e7k></P></c>";
+    /// The content of the user's files.
+    static constexpr char kUsers[] = "<c><P><e7k>2</e7k></P></c>";
     const KzCommon::WindowsMachine m_real;
     TempFolder m_installed;
 };
@@ -109,83 +98,66 @@ protected:
 
 TEST_F(EveryKeyTest, IsKnownToEveryVerb)
 {
-    for (const Section& section : kSections) {
-        for (const SectionKey& key : section.keys) {
-            SCOPED_TRACE(KzCommon::String::ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
-            const KeyTrial trial = TrialOf(key);
-            Use(section, key, trial.strRecord);
-            EXPECT_EQ(IsPlanned(), trial.bPlanned);
-            const ExpectedState promised = Promised();
-            Use(section, key, "\n");
-            EXPECT_EQ(!CompareStates(promised, Promised()).empty(), trial.bPromised);
+    ForEachKey([&](const Section& section, const SectionKey& key) {
+        const KeyTrial trial = TrialOf(key);
+        Use(section, key, trial.strRecord);
+        EXPECT_EQ(IsPlanned(), trial.bPlanned);
+        const ExpectedState promised = Promised();
+        Use(section, key, "\n");
+        EXPECT_EQ(!CompareStates(promised, Promised()).empty(), trial.bPromised);
 
-            // Wrong in every form: no full path, no fields, no tag, no full path of a program, half a question.
-            Use(section, key, "a\\b");
-            // Texts are judged together, in the line of their section.
-            const unsigned uLine = FormOf(key.eEffect) == RecordForm::eText ? 1 : 2;
-            EXPECT_TRUE(IsFound(uLine)) << "no rule looks at its value";
-            if (FileTraitsOf(key)) {
-                const auto isUndone = [](const Change& change) {
-                    return change.eOutcome == Outcome::eFail || change.eOutcome == Outcome::eStay;
-                };
-                EXPECT_TRUE(IsPlanned(isUndone, L"a\\b")) << "the plan does not say that it is left undone";
-            }
+        // Wrong in every form: no full path, no fields, no tag, no full path of a program, half a question.
+        Use(section, key, "a\\b");
+        // Texts are judged together, in the line of their section.
+        const unsigned uLine = FormOf(key.eEffect) == RecordForm::eText ? 1 : 2;
+        EXPECT_TRUE(IsFound(uLine)) << "no rule looks at its value";
+        EXPECT_TRUE(IsPlanned(L"a\\b") || FormOf(key.eEffect) != RecordForm::ePath)
+            << "the operation does not report what it refuses";
 
-            // A command may start a file that a record copies, and no other file of that name.
-            if (FormOf(key.eEffect) == RecordForm::eCommand) continue;
-            const std::string strFile = "{InstalledDir}e7k-" + KzCommon::String::ToUtf8(key.szKey);
-            Use(section, key, trial.strRecord + "\n[Run]\nSysRunOnce=\"" + strFile + "\"");
-            EXPECT_NE(IsFound(4), IsCopied());
-            EXPECT_NE(IsFound(Rule::eNoStepLooksThere), IsCopied());
-        }
-    }
-}
-
-TEST_F(EveryKeyTest, NoRecordChangesAFileThatTheRunKeeps)
-{
-    ForEachPathKey([&](const Section&, const SectionKey& key) {
-        SimulatedMachine machine(&m_real);
-        static_cast<void>(PrepareForPlan(machine, {m_update.Path(), m_installed.Path()}));
-        const std::wstring tstrKept = m_installed.PathOf(L"e7k-kept");
-        machine.AddFile(tstrKept, "user's");
-        RunContext run{machine};
-        run.paths.ReadProductFolders();
-        run.paths.KeepFile(tstrKept);
-        (*key.optOperation.value())(run, key, FromAnsi(TrialOf(key, "{InstalledDir}e7k-kept").strRecord));
-        machine.Restart();
-        EXPECT_EQ(ContentOf(machine, tstrKept), "user's");
+        // A command may start a file that a record copies, and no other file of that name.
+        if (FormOf(key.eEffect) == RecordForm::eCommand) return;
+        Use(section, key, trial.strRecord + "\n[Run]\nSysRunOnce=\"" + ToUtf8(kInstalledDir + TrialFileOf(key)) + "\"");
+        EXPECT_NE(IsFound(4), IsPlanned(L"e7k", Action::eCopy));
+        EXPECT_NE(IsFound(Rule::eNoStepLooksThere), IsPlanned(L"e7k", Action::eCopy)) << "of its source";
     });
 }
 
 TEST_F(EveryKeyTest, ASecondRunLosesNothingThatTheFirstHasKept)
 {
-    for (const Section& section : kSections) {
-        for (const SectionKey& key : section.keys) {
-            SCOPED_TRACE(KzCommon::String::ToUtf8(std::wstring(section.szName) + L" " + key.szKey));
-            m_installed.Write(FromAnsi(TrialFileOf(key)).substr(std::size(kInstalledDir) - 1), "user's");
-            Use(section, key, TrialOf(key).strRecord);
-            SimulatedMachine machine(&m_real);
-            static_cast<void>(PrepareForPlan(machine, {m_update.Path(), m_installed.Path()}));
-            RunAgent(machine);
-            std::map<std::wstring, std::string> kept;
-            for (const PlanStep& step : machine.Steps()) {
-                for (const Change& change : step.changes) {
-                    const auto optContent = ContentOf(machine, change.tstrTarget);
-                    if (optContent == "user's" || optContent == kSettings) kept[change.tstrTarget] = *optContent;
-                }
+    ForEachKey([&](const Section& section, const SectionKey& key) {
+        m_installed.Write(TrialFileOf(key), kUsers);
+        Use(section, key, TrialOf(key).strRecord);
+        SimulatedMachine machine(&m_real);
+        static_cast<void>(PrepareForPlan(machine, {m_update.Path(), m_installed.Path()}));
+        RunAgent(machine);
+        std::set<std::wstring> kept;
+        for (const PlanStep& step : machine.Steps()) {
+            for (const Change& change : step.changes) {
+                if (HasUsers(machine, change.tstrTarget)) kept.insert(change.tstrTarget);
             }
-            RunAgent(machine);
-            for (const auto& [tstrPath, strContent] : kept) EXPECT_EQ(ContentOf(machine, tstrPath), strContent);
         }
-    }
+        RunAgent(machine);
+        for (const std::wstring& tstrPath : kept) EXPECT_TRUE(HasUsers(machine, tstrPath)) << ToUtf8(tstrPath);
+    });
 }
 
-TEST_F(EveryKeyTest, ARecordThatTakesTheInstructionsAwayIsFound)
+TEST_F(EveryKeyTest, RecordsAimedAtTheFilesOfTheRun)
 {
-    ForEachPathKey([&](const Section& section, const SectionKey& key) {
-        Use(section, key, TrialOf(key, "{InstalledDir}QorPaFrwk.ini").strRecord + "\n[Run]\nSysRunOnce=C:\\e7k.exe");
-        const bool bRuns = IsPlanned([](const Change& change) { return change.eAction == KzCommon::Action::eRunOnce; });
-        EXPECT_NE(IsFound(Rule::eDeletesInstructions), bRuns);
+    ForEachKey([&](const Section& section, const SectionKey& key) {
+        if (FormOf(key.eEffect) != RecordForm::ePath) return;
+        const std::string strInstructions = TrialOf(key, kInstructionFile).strRecord;
+        Use(section, key, strInstructions + "\n[Run]\nSysRunOnce=C:\\e7k.exe");
+        EXPECT_NE(IsFound(Rule::eDeletesInstructions), IsPlanned(L"e7k", Action::eRunOnce));
+
+        m_installed.Write(L"kept", kUsers);
+        SimulatedMachine machine(&m_real);
+        static_cast<void>(PrepareForPlan(machine, {m_update.Path(), m_installed.Path()}));
+        RunContext run{machine};
+        run.paths.ReadProductFolders();
+        run.paths.KeepFile(m_installed.PathOf(L"kept"));
+        (*key.optOperation.value())(run, key, KzCommon::String::FromAnsi(TrialOf(key, L"kept").strRecord));
+        machine.Restart();
+        EXPECT_TRUE(HasUsers(machine, m_installed.PathOf(L"kept"))) << "the record changes a file that the run keeps";
     });
 }
 
@@ -193,7 +165,7 @@ TEST_F(EveryKeyTest, EveryTypeThatIsWrittenIsReadBack)
 {
     KzCommon::WindowsMachine machine;
     for (const std::wstring& tstrType : RegistryTypeWords()) {
-        SCOPED_TRACE(KzCommon::String::ToUtf8(tstrType));
+        SCOPED_TRACE(ToUtf8(tstrType));
         const RegistryRecord record = ParseRegistryRecord(L"SOFTWARE\\e7k!N!" + tstrType + L"!7");
         const std::optional<KzCommon::RegistryData> optData = DataOf(record);
         ASSERT_TRUE(optData.has_value());

@@ -4,7 +4,6 @@
 #include "agent/Sections.h"
 #include "common/KzComn_String.h"
 
-#include <optional>
 #include <string>
 
 /// What a key is tried with. "e7k" is in it and nowhere else.
@@ -17,23 +16,18 @@ struct KeyTrial {
 /// A file of the update, below its folder, that no deploy step looks at: the source of a record that copies a file.
 inline constexpr wchar_t kTrialSource[] = L"Component\\p1\\Share\\Own\\e7k.dat";
 
-/// What a key's operation does with a path; empty for a key without paths.
-inline std::optional<FileOpTraits> FileTraitsOf(const SectionKey& key)
+/// Each key has a file of its own in the install folder: what one key makes another one would delete.
+inline std::wstring TrialFileOf(const SectionKey& key)
 {
-    return TraitsOf(FileOpOf(key.eEffect));
+    return L"e7k-" + std::wstring(key.szKey);
 }
 
-/// The file that a key with paths is tried with. Each key has its own: what one key makes another one would delete.
-inline std::string TrialFileOf(const SectionKey& key)
+/// `tstrFile`: the file in the install folder that a record of paths changes; empty: that of the key.
+inline KeyTrial TrialOf(const SectionKey& key, std::wstring tstrFile = {})
 {
-    return "{InstalledDir}e7k-" + KzCommon::String::ToUtf8(key.szKey);
-}
-
-/// `strFile`: the path that the record changes, for a key with paths.
-inline KeyTrial TrialOf(const SectionKey& key, const std::string& strFile)
-{
+    if (tstrFile.empty()) tstrFile = TrialFileOf(key);
     switch (FormOf(key.eEffect)) {
-        case RecordForm::ePath: return {strFile};
+        case RecordForm::ePath: return {KzCommon::String::ToUtf8(kInstalledDir + tstrFile)};
         case RecordForm::eRegistryValue: return {"SOFTWARE\\e7k!e7k!REG_SZ!e7k"};
         case RecordForm::eTag: return {"/P/e7k"};
         case RecordForm::eIniValue: return {"e7k!e7k!e7k"};
@@ -41,11 +35,6 @@ inline KeyTrial TrialOf(const SectionKey& key, const std::string& strFile)
         case RecordForm::eText: break;  // for the user, when a new name is due
     }
     return {"e7k", false, false};
-}
-
-inline KeyTrial TrialOf(const SectionKey& key)
-{
-    return TrialOf(key, TrialFileOf(key));
 }
 
 /// The name of a section in an instruction file.
