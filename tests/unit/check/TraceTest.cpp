@@ -168,18 +168,15 @@ TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
         KzCommon::String::ReplaceAll(tstrText, L"*** FrameworkDeployAgent::", L"");
         if (tstrText.find(L'@') != std::wstring::npos) strRecords += KzCommon::String::ToUtf8(tstrText) + "\n";
     }
-    EXPECT_EQ(strRecords, R"(CreateDirBeforeReboot() - to add: [@]
-PatchRegistry() - delete: [@]
-PatchRegistry() - add: [@]
-PatchRegistry() - add: [@]
-MergeConfig() - Add tag. [@]
-ModifyUpdateInfo(@) )"
-                          "\n"
-                          R"(RemoveFileAfterReboot() - to delete folder: [@]
-RemoveFileAfterReboot() - to delete file: [@]
-RemoveFileAfterReboot() - deleting file: [@]
-PostRunScript() - add to sys RunOnce: [@]
-)");
+    std::size_t uAt = 0;
+    for (const char* const szText :
+         {"CreateDirBeforeReboot() - to add: [@]", "PatchRegistry() - delete: [@]", "PatchRegistry() - add: [@]",
+          "PatchRegistry() - add: [@]", "MergeConfig() - Add tag. [@]", "ModifyUpdateInfo(@) ",
+          "RemoveFileAfterReboot() - to delete folder: [@]", "RemoveFileAfterReboot() - to delete file: [@]",
+          "RemoveFileAfterReboot() - deleting file: [@]", "PostRunScript() - add to sys RunOnce: [@]"}) {
+        uAt = strRecords.find(std::string(szText) + "\n", uAt) + 1;
+        ASSERT_NE(uAt, 0U) << szText << " is not in its place of\n" << strRecords;
+    }
     std::size_t cCounted = 0;
     const RunSummary summary = SummarizeRun(run);
     for (const std::wstring& tstrFigure : summary.figures) cCounted += std::stoul(tstrFigure);
