@@ -111,16 +111,14 @@ function(brevant_fuzz_tests folder)
     endforeach()
 endfunction()
 
-# brevant_platform_trial(folder): WindowsTrial.exe, run without a restart; a system test does the part with a restart.
+# brevant_platform_trial(folder): WindowsTrial.exe, which a system test runs beside the shipped programs.
 function(brevant_platform_trial folder)
     brevant_glob(sources ${folder}/*.cpp)
     add_executable(WindowsTrial ${sources})
     set_target_properties(WindowsTrial PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${kTestDir})
-    target_link_libraries(WindowsTrial PRIVATE common)
+    target_link_libraries(WindowsTrial PRIVATE check_ready)
     brevant_precompile(WindowsTrial common)
     target_link_options(WindowsTrial PRIVATE -municode -mconsole)
-    add_test(NAME platform.now COMMAND WindowsTrial --now)
-    set_tests_properties(platform.now PROPERTIES TIMEOUT 120)
 endfunction()
 
 # brevant_every_source_is_used(folder...): checks that each source below the folders belongs to a target or is a test of

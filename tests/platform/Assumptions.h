@@ -34,6 +34,8 @@ struct Assumption {
 [[nodiscard]] std::span<const Assumption> Assumptions();
 /// Replacing and deleting files.
 [[nodiscard]] std::span<const Assumption> FileAssumptions();
+/// What the checking program asks Windows for.
+[[nodiscard]] std::span<const Assumption> CheckerAssumptions();
 /// Links. Tried last, because its last rows change the rights of this process.
 [[nodiscard]] std::span<const Assumption> LinkAssumptions();
 

@@ -91,7 +91,7 @@ unsigned Try(const Text& tstrVerb)
     unsigned cDiffering = 0;
     unsigned uRow = 0;
     std::vector<Assumption> all;
-    for (const auto table : {Assumptions(), FileAssumptions(), LinkAssumptions()})
+    for (const auto table : {Assumptions(), FileAssumptions(), CheckerAssumptions(), LinkAssumptions()})
         all.insert(all.end(), table.begin(), table.end());
     for (const Assumption& row : all) {
         const fs::path folder = TrialFolder() / std::to_wstring(++uRow) / L"";

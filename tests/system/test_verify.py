@@ -29,8 +29,11 @@ class Verify(LabTest):
         return tuple(self.machine.run(self.checker, 'verify', '--detect', *(['--pending', *pending] if pending else []),
                                       errors=False))
 
-    def record(self):
-        self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log')
+    def record(self, event):
+        """The record; Wine's debug channel shows the event, which is written with it."""
+        told = self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log',
+                                debug='-all,fixme+advapi,+eventlog').output
+        self.assertRegex(told, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,0x0004,0x0000,{event}')
         record = json.loads(self.machine.read(RECORD))
         self.assertEqual([], faults('record', record))
         return record
@@ -88,7 +91,7 @@ class Verify(LabTest):
         update = json.loads(made.output)['update']
         self.assertEqual([(0, ''), (0, ''), (0, f'pending {update}\n')],
                          [self.detect(*words) for words in ([], ['missing'], ['arrived'])])
-        waiting = self.record()
+        waiting = self.record('0x00000002,(?s:.*)L"The update waits for a restart')
         self.assertEqual(('pending', update), (waiting['verdict'], waiting['update']))
         self.assertLess(waiting['pending_minutes'], 9)
         source = machine.host(machine.pending_moves()[0][0])
@@ -98,7 +101,7 @@ class Verify(LabTest):
         machine.start_again()
         self.expect(0, 'NOT COVERED', manifests=([MANIFEST], []))
         self.assertEqual((0, f'arrived {update}\n'), self.detect())
-        arrived = self.record()
+        arrived = self.record('0x00000001,(?s:.*)L"The update has arrived')
         self.assertEqual(('arrived', ['NOT COVERED'], None), (
             arrived['verdict'], [answer['verdict'] for answer in arrived['open']], arrived.get('pending_minutes')))
         self.assertLess(len(machine.read(RECORD)), 4096)

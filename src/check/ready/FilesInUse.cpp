@@ -4,6 +4,7 @@
 
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_Library.h"
+#include "common/KzComn_String.h"
 
 #include <restartmanager.h>
 
@@ -72,7 +73,9 @@ bool IsFree(const std::wstring& tstrFile, DWORD& dwError)
 std::wstring UsersOf(const std::wstring& tstrFile)
 {
     std::wstring tstrNames;
+    String::NoCaseSet named;  // a program may have many processes
     for (const RM_PROCESS_INFO& process : RestartManager().ProcessesWith(tstrFile)) {
+        if (!named.insert(process.strAppName).second) continue;
         tstrNames += (tstrNames.empty() ? L"" : L", ") + std::wstring(process.strAppName);
     }
     return tstrNames;

@@ -12,7 +12,8 @@ namespace Check {
 /// CreateFileW.
 [[nodiscard]] bool IsFree(const std::wstring& tstrFile, DWORD& dwError);
 
-/// The names of the programs that have a file open, with commas; empty when Windows does not tell. RmGetList.
+/// The names of the programs that have a file open, each once, with commas; empty when Windows does not tell.
+/// RmGetList.
 [[nodiscard]] std::wstring UsersOf(const std::wstring& tstrFile);
 
 }  // namespace Check
