@@ -11,7 +11,7 @@ from brevantlab.layouts import write_sample
 from brevantlab.machine import SETTINGS
 from brevantlab.prefix import ROOT
 from brevantlab.random_update import random_scenario
-from brevantlab.undo import UNDO, UndoMachine, unlisted
+from brevantlab.undo import UNDO, UndoMachine, spread, unlisted
 
 VAULT = SETTINGS + '\\Vault'
 ODD_SEEDS = 44, 69, 78, 162, 165
@@ -30,9 +30,10 @@ class Undo(LabTest):
 
     def test_the_product_is_as_before(self):
         starter = ROOT / 'starter/update', ROOT / 'starter/installed'
+        changed = {}
         for (update, installed), listed, parts in (
-                (write_sample(self.home), [*ALWAYS, *OF_SAMPLE], (0, 0.3, 0.6, 0.9)),
-                (starter, [*ALWAYS, *OF_STARTER], (0, 0.5))):
+                (write_sample(self.home), [*ALWAYS, *OF_SAMPLE], spread(10)),
+                (starter, [*ALWAYS, *OF_STARTER], spread(2))):
             for ended_at in parts:
                 with self.subTest(update=update, ended_at=ended_at):
                     scenario = self.machine.prepare(update, installed)
@@ -40,6 +41,8 @@ class Undo(LabTest):
                     self.assertSame([], [what for what in self.machine.listed
                                          if not any(re.fullmatch(known, what) for known in listed)])
                     self.assertLess(len(self.machine.listed) + 5, len(self.machine.changed))
+                    self.assertSame(changed.setdefault(update, self.machine.changed), self.machine.changed)
+        self.assertEqual(12, self.machine.ended)
 
     def test_settings_that_the_update_carries_over_stay_the_users(self):
         def change(install):

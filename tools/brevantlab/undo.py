@@ -3,7 +3,7 @@ folders and values as before, except for the listed ones.
 
     python3 -m brevantlab.undo --seeds 20            # updates without a mistake
     python3 -m brevantlab.undo --seeds 20 --wild     # random updates on random machines
-    python3 -m brevantlab.undo --seeds 20 --kill     # a first run of each undo ends half-way
+    python3 -m brevantlab.undo --seeds 20 --kills 10 # first runs of update and undo end at ten places
 """
 import argparse
 import json
@@ -18,7 +18,7 @@ from .agree import AgreementMachine, State, _of_updates, state_of
 from .layouts import OUTSIDE, host_files, text_of
 from .machine import PRODUCT, SETTINGS
 from .random_update import INSTALLS, Scenario, random_scenario
-from .standins import FaultLibrary
+from .standins import ENDED, FaultLibrary
 from .valid_update import make_update
 
 UNDO, AGENT = 'C:\\Undo\\', 'C:\\Agent\\'
@@ -35,6 +35,7 @@ class UndoMachine(AgreementMachine):
         self.library = FaultLibrary(self, AGENT)
         self.listed: set[str] = set()
         self.changed: list[str] = []  # by the update alone
+        self.ended = 0  # runs that have been ended
 
     def lay_out(self, scenario: Scenario) -> None:
         """The product and the update of a scenario."""
@@ -55,9 +56,9 @@ class UndoMachine(AgreementMachine):
         self.set_value(SETTINGS, 'ProductPath', scenario.install.rstrip('\\'))
         return scenario
 
-    def undo(self, scenario: Scenario, strict: bool = False, ended_at: float = 0) -> list[str]:
-        """What differs in the end, and was not listed. With `ended_at` a first run of the undo ends after that part of
-        its trace lines."""
+    def undo(self, scenario: Scenario, strict: bool = False, ended_at: tuple[float, float] = (0, 0)) -> list[str]:
+        """What differs in the end, and was not listed. With `ended_at` a first run of the update, and one of the undo,
+        ends after that part of its trace lines."""
         install, checker = scenario.install, scenario.install + 'BrevantCheck.exe'
         before = state_of(self)
         shutil.rmtree(self.host(UNDO), ignore_errors=True)
@@ -72,25 +73,31 @@ class UndoMachine(AgreementMachine):
         manifest = json.loads(next(self.host(UNDO).glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
         self.listed = {part['what'].replace('{InstalledDir}', install).lower() for part in manifest['not_covered']
                        if part['kind'] == 'not_restored'}
-        self.deploy(install)
+        self.deploy(install, ended_at[0])
         self.changed = list(unlisted(before, state_of(self), install.lower(), set()))
         self.meanwhile(install)
         shutil.copytree(self.host(UNDO), self.host(install), dirs_exist_ok=True)
-        if ended_at:
-            self.library.end_at(1 + int(self.library.lines() * ended_at))
-            self.run(AGENT + 'Brevant.exe', '/DeployFramework')
-        self.deploy(install)
+        self.deploy(install, ended_at[1])
         return found + list(unlisted(before, state_of(self), install.lower(), self.listed))
 
     def meanwhile(self, install: str) -> None:
         """What the user does between the update and its undo: nothing."""
 
-    def deploy(self, install: str) -> None:
-        """Deploys what is on the machine, and restarts it."""
+    def deploy(self, install: str, ended_at: float = 0) -> None:
+        """Deploys what is on the machine, perhaps in a second run, and restarts it."""
+        if ended_at:
+            planned = self.run(install + 'BrevantCheck.exe', 'plan', install.rstrip('\\'), '--trace').output
+            self.library.end_at(1 + int(planned.count('\n') * ended_at))
+            self.ended += self.run(AGENT + 'Brevant.exe', '/DeployFramework').code == ENDED
         self.library.end_at(0)
         self.run(AGENT + 'Brevant.exe', '/DeployFramework')
         self._restart()
         self._put_programs(install)  # which an update may delete
+
+
+def spread(kills: int) -> list[tuple[float, float]]:
+    """The parts of their trace lines after which runs of update and undo end, for a number of kills in all."""
+    return [((2 * pair + 0.5) / kills, (2 * pair + 1.5) / kills) for pair in range(kills // 2)] or [(0, 0)]
 
 
 def unlisted(before: State, after: State, install: str, listed: set[str]) -> Iterator[str]:
@@ -136,24 +143,28 @@ def main(arguments: list[str]) -> int:
     parser.add_argument('--seeds', type=int, default=20)
     parser.add_argument('--first', type=int, default=1)
     parser.add_argument('--wild', action='store_true', help='random updates on random machines, with their mistakes')
-    parser.add_argument('--kill', action='store_true', help='end a first run of each undo at some trace line')
+    parser.add_argument('--kills', type=int, default=0, metavar='N',
+                        help='end first runs of update and undo at N places, two in each trial (0)')
     options = parser.parse_args(arguments)
     whole = 0
+    trials = [(seed, ended_at) for seed in range(options.first, options.first + options.seeds)
+              for ended_at in spread(options.kills)]
     with UndoMachine() as machine, tempfile.TemporaryDirectory() as folder:
-        for seed in range(options.first, options.first + options.seeds):
+        for seed, ended_at in trials:
             home = pathlib.Path(folder) / str(seed)
             if options.wild:
                 scenario = random_scenario(seed)
                 machine.lay_out(scenario)
             else:
+                shutil.rmtree(home, ignore_errors=True)
                 make_update(home, seed, machine)
                 scenario = machine.prepare(home / 'update', home / 'installed')
-            found = machine.undo(scenario, not options.wild, seed % 17 / 17 if options.kill else 0)
+            found = machine.undo(scenario, not options.wild, ended_at)
             whole += not found
             told = f'{len(machine.changed)} changes, {len(machine.listed)} listed, as before'
-            print(f'seed {seed}: {"; ".join(found) or told}', flush=True)
-    print(f'{whole} of {options.seeds} as before')
-    return 0 if whole == options.seeds else 1
+            print(f'seed {seed}, ended at {ended_at}: {"; ".join(found) or told}', flush=True)
+        print(f'{whole} of {len(trials)} as before, {machine.ended} runs ended')
+    return int(whole < len(trials))
 
 
 if __name__ == '__main__':
