@@ -61,7 +61,7 @@ check() {
 
 # The program cannot start a command of the host, so this does what its verb "sign" does on Windows.
 sign() {
-    local update='' with='' manifest
+    local update='' with='' manifest links
     while [[ $# -gt 0 ]]; do
         if [[ "$1" == --with && $# -gt 1 ]]; then
             with="$2"
@@ -74,6 +74,9 @@ sign() {
         shift
     done
     [[ -n "$update" && -n "$with" ]] || wrong_use "sign UPDATE --with COMMAND"
+    # On the throwaway machine a link to a file looks like the file, which it is not for Windows.
+    links="$(find "$update" -type l)"
+    [[ -z "$links" ]] || { echo "$links: a link, and no signature covers what it leads to" >&2; exit 3; }
     manifest="$(check manifest --into "$update")" || exit
     manifest="${manifest%: written*}"
     rm -f -- "$manifest.sig"

@@ -25,12 +25,18 @@ class Ready(LabTest):
         self.machine = machine = self.enterContext(SampleMachine())
         machine.mark_renamed()
         self.assertEqual(set(), self.found())
+        machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o666)
+        setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
+        (setting / 'readme_EN-US.htm').chmod(0o666)
+        machine.host(machine.install + 'Resource\\EN-US').chmod(0o777)
+        self.assertEqual({(6, 'QorPaFrwk.ini'), (6, 'readme_EN-US.htm'), (6, 'EN-US')}, self.found())
+        machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o644)
+        machine.host(machine.install + 'Resource\\EN-US').chmod(0o755)
 
         machine.set_value(POWER, 'HiberbootEnabled', 1)
         machine.set_value(SESSION_MANAGER, 'PendingFileRenameOperations', [
             '\\??\\C:\\other.dll', f'!\\??\\{machine.install}Qorvault.exe', f'\\??\\{machine.install}config.xml', '',
             '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
-        setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
         with open(setting / 'readme_EN-US.htm', 'ab') as file:
             file.truncate(8 * TERABYTE)
         machine.host(machine.install + 'Component').chmod(0o777)
@@ -48,6 +54,14 @@ class Ready(LabTest):
         self.assertEqual({(4, 'Component')}, self.found())
         machine.restart()
         self.assertIn((8, 'UpdateInfo.ini'), self.found())
+        path, section = machine.install + 'QorPaFrwk.ini', '[UPDATE_INFO]\n'
+        other = f'{section}modify=COMPONENT_LIST!Component103_iUD_Version!1.8.1020\n'
+        machine.write(path, machine.read(path, 'utf-16').replace(section, other), 'utf-16')
+        self.assertNotIn((8, 'UpdateInfo.ini'), self.found(), 'only some of the versions')
+        for name in ('Kazmere', 'Wow6432Node\\Kazmere'):
+            machine.run('reg.exe', 'delete', 'HKLM\\Software\\' + name, '/f')
+        told = machine.run(machine.install + 'BrevantCheck.exe', 'ready', machine.install.rstrip('\\'))
+        self.assertEqual((3, 1, True), (told.code, told.output.count('\n'), 'registry' in told.output), told.output)
 
 
 if __name__ == '__main__':

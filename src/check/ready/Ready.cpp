@@ -159,14 +159,19 @@ void CheckPlan(Checking& check)
 
 void CheckRights(Checking& check)
 {
-    for (const std::wstring& tstrFolder :
-         {check.context.installed.Text(), check.context.installed / kComponents, check.context.update.Root().Text()}) {
-        if (!check.context.machine.HasFolder(tstrFolder)) continue;
-        DWORD dwError = ERROR_SUCCESS;
-        const auto optOpen = IsOpenToUsers(tstrFolder, &dwError);
-        if (!optOpen) check.Skip(tstrFolder, DescribeError(dwError));
-        if (optOpen.value_or(false)) {
-            check.Find(tstrFolder, L"standard users can change what is in it, before and after any check");
+    const Folder& installed = check.context.installed;
+    String::NoCaseSet folders{installed.Text(), installed / kComponents};
+    check.ForEachChange([&](const Change& change) {
+        // Of what has arrived nothing is certain, either.
+        if (Happens(change) && installed.Contains(change.tstrTarget))
+            folders.insert(String::FolderPart(change.tstrTarget));
+    });
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(check.context.update, {folders.begin(), folders.end()})) {
+        const bool bFolder = place.tstrPlace.ends_with(L'\\');
+        if (place.eDoubt == Doubt::eUnreadable) check.Skip(place.tstrPlace, DescribeError(place.dwError));
+        if (place.eDoubt == Doubt::eOpen) {
+            check.Find(place.tstrPlace, std::wstring(L"standard users can change ") +
+                                            (bFolder ? L"what is in it" : L"it") + L", before and after any check");
         }
     }
 }

@@ -62,6 +62,14 @@ int RunReady(const Arguments& arguments, Output& output)
     Update update;
     Plan plan;
     if (!OpenPlan(arguments, update, plan, output)) return kCannotRead;
+    // Whatever the checks said then would be about a machine on which the agent finds no product.
+    if (!plan.bRegistered) {
+        output.tstrErrors +=
+            plan.installedDir.Text() +
+            L": this machine's registry knows no product there; \"ready\" examines the machine on which "
+            L"the update will be deployed, or the folder DIR of --installed with its registry.reg\n";
+        return kCannotRead;
+    }
     const WindowsMachine machine;
     const std::vector<PendingMove> pending = ReadPendingMoves(machine);
     const ReadyReport report = CheckReadiness({machine, update, plan.installedDir, plan, pending});

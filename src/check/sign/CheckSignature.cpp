@@ -10,7 +10,6 @@
 #include "check/verify/SignedManifest.h"
 
 #include "common/Frwk_Utility.h"
-#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WholeFile.h"
@@ -108,51 +107,21 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
     }
 }
 
-/// Adds the folders from "Component\" to the package, and everything in it, folders with a backslash at the end.
-void AddPlacesOf(const Package& package, std::size_t cchComponents, std::vector<std::wstring>& places)
+void CheckPlaces(const Update& update, std::vector<std::wstring>& faults)
 {
-    if (!package.bThere) return;
-    const std::wstring& tstrPackage = package.folder.Text();
-    for (std::size_t u = cchComponents; (u = tstrPackage.find(L'\\', u)) != std::wstring::npos; ++u) {
-        places.push_back(tstrPackage.substr(0, u + 1));
-    }
-    for (std::size_t u = places.size() - 1; u < places.size(); ++u) {
-        const std::wstring tstrFolder = places[u];
-        if (!tstrFolder.ends_with(L'\\')) continue;
-        static_cast<void>(Storage::Directory::ForEachEntry(
-            String::EnsureBackslash(LongPath(tstrFolder)), L"*",
-            [&](const Storage::Directory::Entry& entry) {
-                if (entry.bFolder && entry.bLink) return;
-                places.push_back(tstrFolder + entry.tstrName + (entry.bFolder ? L"\\" : L""));
-            },
-            nullptr));
-    }
-}
-
-/// Files keep their own rights when they are moved, so the rights of the update's folder say nothing of what is in it.
-void CheckRights(const Update& update, std::vector<std::wstring>& faults)
-{
-    const std::wstring tstrComponents = update.Root() / kComponents;
-    std::vector<std::wstring> places{update.Root().Text(), tstrComponents, update.Root() / kInstructionFile,
-                                     update.Root() / kUpdateInfoFile};
-    AddPlacesOf(update.Product(), tstrComponents.size(), places);
-    AddPlacesOf(update.Resource(), tstrComponents.size(), places);
-    std::vector<std::wstring> open;
-    for (const std::wstring& tstrPlace : places) {
-        const auto contains = [&](const std::wstring& tstrFolder) {
-            return String::IsBelow(tstrPlace, tstrFolder);
-        };
-        if (std::ranges::any_of(open, contains)) continue;
-        DWORD dwError = ERROR_SUCCESS;
-        const auto optOpen = IsOpenToUsers(tstrPlace, &dwError);
-        if (!optOpen && dwError != ERROR_FILE_NOT_FOUND) {
-            faults.push_back(tstrPlace + L": its rights cannot be read: " + DescribeError(dwError));
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update)) {
+        const bool bFolder = place.tstrPlace.ends_with(L'\\');
+        std::wstring& tstrFault = faults.emplace_back(place.tstrPlace);
+        switch (place.eDoubt) {
+            case Doubt::eOpen:
+                tstrFault += std::wstring(L": standard users can change ") + (bFolder ? L"what is in it" : L"it") +
+                             L", also after this check";
+                break;
+            case Doubt::eLink: tstrFault += L": a link, and no signature covers what it leads to"; break;
+            case Doubt::eUnreadable:
+                tstrFault += L": it, or its rights, cannot be read: " + DescribeError(place.dwError);
+                break;
         }
-        if (!optOpen.value_or(false)) continue;
-        const bool bFolder = tstrPlace.ends_with(L'\\');
-        faults.push_back(tstrPlace + L": standard users can change " + (bFolder ? L"what is in it" : L"it") +
-                         L", also after this check");
-        if (bFolder) open.push_back(tstrPlace);
     }
 }
 
@@ -170,7 +139,7 @@ std::vector<std::wstring> CompareUpdate(const Arguments& arguments, const Update
     FileComparison comparison(update, faults);
     comparison.CompareAll(expected);
     CheckVersions(arguments, expected, faults);
-    CheckRights(update, faults);
+    CheckPlaces(update, faults);
     return faults;
 }
 

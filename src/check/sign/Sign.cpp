@@ -3,6 +3,7 @@
 
 #include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
+#include "check/update/OpenFolder.h"
 #include "check/update/OpenUpdate.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/SignedManifest.h"
@@ -34,6 +35,19 @@ bool RunCommand(std::wstring tstrCommand, DWORD& dwError, DWORD& dwExitCode)
     return ::GetExitCodeProcess(hProcess.Get(), &dwExitCode) && dwExitCode == 0;
 }
 
+/// False, with error lines, if an update has links: the agent would act on them, and no signature covers what they lead
+/// to.
+bool HasNoLinks(const Update& update, std::wstring& tstrErrors)
+{
+    bool bNone = true;
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update)) {
+        if (place.eDoubt != Doubt::eLink) continue;
+        tstrErrors += place.tstrPlace + L": a link, and no signature covers what it leads to\n";
+        bNone = false;
+    }
+    return bNone;
+}
+
 }  // namespace
 
 int RunSign(const Arguments& arguments, Output& output)
@@ -43,7 +57,10 @@ int RunSign(const Arguments& arguments, Output& output)
         output.tstrErrors += L"--with COMMAND is missing\n";
         return kWrongUse;
     }
-    if (!OpenUpdate(arguments, update, output) || !ShipManifest(update, output)) return kCannotRead;
+    if (!OpenUpdate(arguments, update, output) || !HasNoLinks(update, output.tstrErrors) ||
+        !ShipManifest(update, output)) {
+        return kCannotRead;
+    }
     const std::wstring tstrManifest = update.Root() / update.SettingFolder().Text() + kShippedManifest;
     const std::wstring tstrSignature = tstrManifest + kSignatureEnd;
     DWORD dwError = ERROR_SUCCESS;

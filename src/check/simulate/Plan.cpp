@@ -34,11 +34,12 @@ Folder InstalledFolder(const Machine& machine, const Update& update, bool bGiven
     return folder.IsKnown() ? folder : update.InstalledFolder().value_or(Folder());
 }
 
-/// A folder that says nothing of the product's registry key, and is not the one that this machine's registry names.
-bool LacksRegistry(const Machine& machine, const Folder& installed)
+/// Whether a folder is the one that this machine's registry names. A folder that the caller gives may instead describe
+/// the product's registry key itself.
+bool IsRegistered(const Machine& machine, const Folder& installed, bool bGiven)
 {
-    return !machine.HasFile(installed / kRegistryFile) &&
-           !String::EqualsNoCase(Folder(Frwk::Utility::GetInstalledFolder(machine)).Text(), installed.Text());
+    return (bGiven && machine.HasFile(installed / kRegistryFile)) ||
+           String::EqualsNoCase(Folder(Frwk::Utility::GetInstalledFolder(machine)).Text(), installed.Text());
 }
 
 }  // namespace
@@ -77,7 +78,8 @@ bool OpenPlan(const Arguments& arguments, Update& update, Plan& plan, Output& ou
                     {.bInstalledGiven = bGiven,
                      .bTrace = arguments.bTrace,
                      .tstrLanguage = arguments.languages.empty() ? L"" : arguments.languages.front()});
-    if (bGiven && LacksRegistry(machine, installed)) {
+    plan.bRegistered = IsRegistered(machine, installed, bGiven);
+    if (bGiven && !plan.bRegistered) {
         output.tstrErrors += installed / kRegistryFile +
                              L": missing; language, version and all else that the product's registry key holds count "
                              L"as not set\n";

@@ -19,6 +19,7 @@ struct Plan {
     std::vector<LostSetting> lost{};          ///< the user's settings that are not carried over
     std::vector<std::size_t> unknownLines{};  ///< in "registry.reg" in the installed folder
     std::wstring tstrTrace{};                 ///< the trace lines of the run, if requested
+    bool bRegistered = true;                  ///< the registry, or "registry.reg", knows the product in its folder
 };
 
 /// Options for planning a run.

@@ -1,8 +1,8 @@
 #include "check/update/OpenFolder.h"
 
-#include "check/update/LongPath.h"
-
+#include "common/KzComn_File.h"
 #include "common/KzComn_Handle.h"
+#include "common/KzComn_String.h"
 
 #include <algorithm>
 #include <vector>
@@ -13,11 +13,11 @@ namespace Check {
 
 namespace {
 
-/// Whether an access list lets one of the groups of all users change a folder's content.
+/// Whether an access list lets one of the groups of all users change a file, or a folder's content.
 bool HasOpenEntry(PACL pList)
 {
-    constexpr ACCESS_MASK kChange =
-        FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL;
+    constexpr ACCESS_MASK kChange = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | DELETE | WRITE_DAC |
+                                    WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL;
     for (DWORD uEntry = 0; uEntry < pList->AceCount; ++uEntry) {
         void* pEntry = nullptr;
         if (!::GetAce(pList, uEntry, &pEntry)) return false;
@@ -33,25 +33,121 @@ bool HasOpenEntry(PACL pList)
     return false;
 }
 
+/// Collects the places of an update, then asks for their rights.
+class PlaceWalk {
+public:
+    PlaceWalk(const Update& update, const std::vector<std::wstring>& others)
+    {
+        Add(update.Root().Text());
+        for (const std::wstring& tstrOther : others) Add(tstrOther);
+        const std::wstring tstrComponents = update.Root() / kComponents;
+        for (const std::wstring& tstrPlace :
+             {tstrComponents, update.Root() / kInstructionFile, update.Root() / kUpdateInfoFile}) {
+            if (!IsLink(tstrPlace)) Add(tstrPlace);
+        }
+        for (const Package* const pPackage : {&update.Product(), &update.Resource()}) {
+            if (pPackage->bThere) AddPackage(pPackage->folder.Text(), tstrComponents.size());
+        }
+    }
+
+    [[nodiscard]] std::vector<DoubtfulPlace> Judge()
+    {
+        std::vector<std::wstring> open;
+        for (const std::wstring& tstrPlace : m_places) {
+            const auto contains = [&](const std::wstring& tstrFolder) {
+                return String::IsBelow(tstrPlace, tstrFolder);
+            };
+            if (std::ranges::any_of(open, contains)) continue;
+            DWORD dwError = ERROR_SUCCESS;
+            const auto optOpen = IsOpenToUsers(tstrPlace, &dwError);
+            if (!optOpen && dwError != ERROR_FILE_NOT_FOUND && dwError != ERROR_PATH_NOT_FOUND) {
+                m_doubtful.push_back({tstrPlace, Doubt::eUnreadable, dwError});
+            }
+            if (!optOpen.value_or(false)) continue;
+            m_doubtful.push_back({tstrPlace, Doubt::eOpen});
+            if (tstrPlace.ends_with(L'\\')) open.push_back(tstrPlace);
+        }
+        return std::move(m_doubtful);
+    }
+
+private:
+    void Add(const std::wstring& tstrPlace)
+    {
+        if (m_known.insert(tstrPlace).second) m_places.push_back(tstrPlace);
+    }
+
+    bool IsLink(const std::wstring& tstrPlace)
+    {
+        const bool bLink = Storage::Directory::IsLink(LongPath(tstrPlace));
+        if (bLink) m_doubtful.push_back({tstrPlace, Doubt::eLink});
+        return bLink;
+    }
+
+    /// Adds the folders from "Component\" to the package, and everything in it.
+    void AddPackage(const std::wstring& tstrPackage, std::size_t cchComponents)
+    {
+        for (std::size_t u = cchComponents; (u = tstrPackage.find(L'\\', u)) != std::wstring::npos; ++u) {
+            const std::wstring tstrFolder = tstrPackage.substr(0, u + 1);
+            if (IsLink(tstrFolder)) return;
+            Add(tstrFolder);
+        }
+        std::vector<std::wstring> folders{tstrPackage};
+        while (!folders.empty()) {
+            const std::wstring tstrFolder = std::move(folders.back());
+            folders.pop_back();
+            const auto take = [&](const Storage::Directory::Entry& entry) {
+                const std::wstring tstrPlace = tstrFolder + entry.tstrName + (entry.bFolder ? L"\\" : L"");
+                if (entry.bLink) return m_doubtful.push_back({tstrPlace, Doubt::eLink});
+                Add(tstrPlace);
+                if (entry.bFolder) folders.push_back(tstrPlace);
+            };
+            DWORD dwError = ERROR_SUCCESS;
+            const std::wstring tstrListed = String::EnsureBackslash(LongPath(tstrFolder));
+            if (!Storage::Directory::ForEachEntry(tstrListed, L"*", take, &dwError) &&
+                dwError != ERROR_FILE_NOT_FOUND) {
+                m_doubtful.push_back({tstrFolder, Doubt::eUnreadable, dwError});
+            }
+        }
+    }
+
+    std::vector<std::wstring> m_places;
+    String::NoCaseSet m_known;
+    std::vector<DoubtfulPlace> m_doubtful;
+};
+
 }  // namespace
 
-std::optional<bool> IsOpenToUsers(const std::wstring& tstrFolder, DWORD* pdwError)
+std::optional<bool> IsOpenToUsers(const std::wstring& tstrPlace, DWORD* pdwError)
 {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const UniqueFile folder(::CreateFileW(LongPath(tstrFolder).c_str(), READ_CONTROL, kShareAll, nullptr, OPEN_EXISTING,
+    const UniqueFile hPlace(::CreateFileW(LongPath(tstrPlace).c_str(), READ_CONTROL, kShareAll, nullptr, OPEN_EXISTING,
                                           FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+    // Most descriptors fit at once, which saves a second request for every file of an update.
+    constexpr DWORD kUsualBytes = 1024;
+    std::vector<BYTE> descriptor(kUsualBytes);
     DWORD cb = 0;
-    ::GetKernelObjectSecurity(folder.Get(), DACL_SECURITY_INFORMATION, nullptr, 0, &cb);
-    std::vector<BYTE> descriptor(std::max<std::size_t>(cb, SECURITY_DESCRIPTOR_MIN_LENGTH));
+    const auto read = [&] {
+        return ::GetKernelObjectSecurity(hPlace.Get(), DACL_SECURITY_INFORMATION, descriptor.data(),
+                                         static_cast<DWORD>(descriptor.size()), &cb) != FALSE;
+    };
+    bool bRead = hPlace && read();
+    if (hPlace && !bRead && ::GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
+        descriptor.resize(cb);
+        bRead = read();
+    }
     BOOL bPresent = FALSE;
     BOOL bDefaulted = FALSE;
     PACL pList = nullptr;
-    if (!folder || !::GetKernelObjectSecurity(folder.Get(), DACL_SECURITY_INFORMATION, descriptor.data(), cb, &cb) ||
-        !::GetSecurityDescriptorDacl(descriptor.data(), &bPresent, &pList, &bDefaulted)) {
+    if (!bRead || !::GetSecurityDescriptorDacl(descriptor.data(), &bPresent, &pList, &bDefaulted)) {
         *pdwError = ::GetLastError();
         return std::nullopt;
     }
     return !bPresent || !pList || HasOpenEntry(pList);
+}
+
+std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, const std::vector<std::wstring>& others)
+{
+    return PlaceWalk(update, others).Judge();
 }
 
 }  // namespace Check
