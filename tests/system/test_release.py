@@ -12,7 +12,7 @@ import zipfile
 from brevantlab.expect import HomeTest, call
 from brevantlab.prefix import ROOT
 from shipping import release, schema
-from shipping.apt import Source
+from shipping.apt import Source, write_entries
 from shipping.bill import BillError, bill_of_materials, runtime_licences
 from shipping.dependencies import DependencyError
 
@@ -116,6 +116,19 @@ class LockedDependencies(HomeTest):
             release.write_sources(packs[0], [Source('small', '2', digest)], 0)
         self.lock('3', digest)
         self.fetch(1, f'small 3 is missing in {packs[1]}', archive=packs[1])
+
+    def test_of_the_machines_archives_only_those_in_use_count(self):
+        entries = self.home / 'apt/sources.list.d'
+        entries.mkdir(parents=True)
+        (self.home / 'os-release').write_text('VERSION_CODENAME=bookworm\n')
+        entry = '{}Types: deb\nURIs: http://{}\nSuites: bookworm\nComponents: {}main\n\n'
+        (entries / 'a.sources').write_text(''.join(entry.format(*row) for row in (
+            ('', 'own', ''), ('Enabled: no\n', 'off', ''), ('ENABLED:false\n', 'off', ''), ('', 'other', 'not-'))))
+        (entries / 'b.list').write_text('deb http://own bookworm main\n# deb http://off bookworm main\n')
+        write_entries(self.home, 'trixie', 'deb-src', self.home)
+        self.assertEqual('Types: deb-src\nURIs: http://own\nSuites: trixie\nComponents: main\n'
+                         'deb-src http://own trixie main\n',
+                         ''.join((self.home / f'debian.{end}').read_text() for end in ('sources', 'list')))
 
     def test_the_lock_takes_the_newest_that_is_served(self):
         digests = self.serve('1', '2', '3')

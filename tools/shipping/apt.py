@@ -128,7 +128,7 @@ def write_entries(folder: pathlib.Path, suite: str, kind: str, etc: pathlib.Path
         for paragraph in re.split(r'\n\s*\n', text.strip()):
             if re.search(rf'^Suites:.*\s{codename}', paragraph, re.M) and \
                     re.search(r'^Components:.*\smain\b', paragraph, re.M) and \
-                    not re.search(r'^Enabled: *no', paragraph, re.M | re.I):
+                    not re.search(r'^Enabled:\s*(no|false|off|without|disable|0)\b', paragraph, re.M | re.I):
                 paragraphs.append(re.sub(r'^Types:.*$', f'Types: {kind}', paragraph, flags=re.M))
     lines: list[str] = []
     for file in (etc / 'apt/sources.list', *sorted(etc.glob('apt/sources.list.d/*.list'))):
