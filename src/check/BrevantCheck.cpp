@@ -79,9 +79,9 @@ constexpr Verb kVerbs[] = {
     {L"check-signature", L"UPDATE --key FILE... [--installed DIR] [--older]",
      L"Says whether an update is as its author signed it: the manifest has the signature of one of the keys, every "
      L"file\n"
-     L"has the content that the manifest lists, no file is missing or too many, the version is not older than the\n"
-     L"installed one, and standard users cannot write to the update's folder. Start the agent only after that.\n\n"
-     L"  --key FILE       a public key in PEM; several for a change of keys\n"
+     L"has the content that the manifest lists, no file is missing or too many, nothing is a link, the version is not\n"
+     L"older than the installed one, and standard users cannot write to it. Start the agent only after that.\n\n"
+     L"  --key FILE       public keys in PEM; one must have signed, several are for a change of keys\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
      L"  --older          accepts an older version\n\n"
      L"Exit code: 0 as it was signed, 1 not, 2 wrong use, 3 cannot read.",
@@ -98,7 +98,7 @@ constexpr Verb kVerbs[] = {
      L"Shows what another update does otherwise: files, settings, deletions, registry values, update information,\n"
      L"commands, shortcuts, names. OLD and NEW are the folder of an update or a manifest each.\n\n"
      L"  + only NEW   - only OLD   ~ both, in different ways\n\n"
-     L"Exit code: 0 equal, 1 different, 2 wrong use, 3 cannot read.",
+     L"Exit code: 0 equal, 1 different or not all compared, 2 wrong use, 3 cannot read.",
      kFormatJson, 2, 2, RunDiff},
     {L"verify",
      L"[FILE] [--installed DIR] [--format text|json] [--key FILE]... [--record FILE] [--event-log]\n"
@@ -107,7 +107,7 @@ constexpr Verb kVerbs[] = {
      L"that the update brought, QorUpdate.json: the newest of those in the install folder, among the files that the\n"
      L"restart moves, and in the download folder. Its last line names the file.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one in the registry\n"
-     L"  --key FILE       a public key in PEM: only a manifest that one of the keys has signed counts\n"
+     L"  --key FILE       public keys in PEM: only a manifest that one of the keys has signed counts\n"
      L"  --record FILE    also writes the verdict over this machine to FILE, for \"rollup\"\n"
      L"  --event-log      also writes one event to the application log\n"
      L"  --detect         for detection scripts: one line if the update has arrived, no output if it has not\n"

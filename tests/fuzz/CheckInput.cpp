@@ -5,7 +5,7 @@
 #include "check/simulate/Plan.h"
 #include "check/trace/TraceSummary.h"
 #include "check/verify/Record.h"
-#include "check/verify/Signature.h"
+#include "check/verify/SignedManifest.h"
 #include "check/verify/Verify.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
@@ -153,6 +153,28 @@ TEST_F(CheckInput, Records)
         ASSERT_TRUE(ParseRecord(FormatRecord(record), again, tstrError)) << String::ToUtf8(tstrError);
         EXPECT_EQ(FormatRecord(again), FormatRecord(record));
     });
+}
+
+// A file may have several keys, for a change of keys. Where one of them is none, the whole file is refused.
+TEST_F(CheckInput, FilesWithSeveralKeys)
+{
+    const std::string strOwn = Seed("manifest.pub");
+    const std::string strOther =
+        "-----BEGIN PUBLIC KEY-----\n"
+        "MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEF8vPqu+x+9964RtZNzGJIl0Wln0d\n"
+        "JAVb/pULBPaHqQLzAvZqEwlEfbw2HygKAZrxjmiYomx/KdDhyOc/DxCIRQ==\n"
+        "-----END PUBLIC KEY-----\n";
+    const std::wstring tstrManifest = m_sandbox.Write(L"m.json", Seed("manifest.json"));
+    m_sandbox.Write(L"m.json.sig", Seed("manifest.json.sig"));
+    for (const std::string& strPem :
+         {strOther + strOwn, strOwn + strOther, strOwn + strOther.substr(0, 60), strOther.substr(27)}) {
+        std::vector<PublicKey> keys;
+        std::wstring tstrText;
+        const bool bGood = strPem.size() == strOther.size() + strOwn.size();
+        EXPECT_EQ(ReadKeys({m_sandbox.Write(L"keys.pem", strPem)}, keys, tstrText), bGood) << strPem;
+        if (!bGood) continue;
+        EXPECT_NE(FindSigner(keys, tstrManifest, Seed("manifest.json"), tstrText), nullptr) << strPem;
+    }
 }
 
 // Only the one signature is that of the one manifest by the one key.

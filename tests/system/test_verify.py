@@ -2,9 +2,11 @@
 arrival."""
 import json
 import os
+import shutil
 
 from brevantlab.expect import LabTest, faults
 from brevantlab.layouts import SampleMachine
+from brevantlab.machine import SETTINGS
 
 RECORD = 'C:\\record.json'
 MANIFEST = 'C:\\update.json'
@@ -40,26 +42,29 @@ class Verify(LabTest):
 
     def expect_rollup(self, waiting, arrived):
         """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
-        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'verdict': 'missing',
-                 'open': [{'verdict': 'MISSING', 'what': 'x'}]}
+        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'verdict': 'missing', 'not_kept': 300,
+                 'open': [{'verdict': 'MISSING', 'what': 'x'}] * 2 + [{'verdict': 'CHANGED SINCE', 'what': 'y'}]}
         for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
                            ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9]),
-                           ('5', json.dumps({**waiting, 'time': 'later'}))):
+                           ('5', json.dumps({**waiting, 'time': 'later'})),
+                           ('6', json.dumps({**arrived, 'update': 'x' * 64})),
+                           ('7', json.dumps({**waiting, 'not_kept': 0}))):
             self.machine.write(f'C:\\fleet\\{name}.json', text)
         self.machine.write('C:\\machines.txt', f'{waiting["machine"].lower()}\nPC3\npc3\n', 'utf-16')
         told = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
                                 'json')
         found = json.loads(told.output)
         self.assertEqual([], faults('rollup', found))
-        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 4, 1), (
+        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 6, 1), (
             told.code, {row['machine']: row['verdict'] for row in found['machines']}, found['no_record'],
             len(found['ignored']), found['older_records']), told.output)
         self.assertEqual([{'verdict': 'MISSING', 'what': 'x', 'machines': ['=PC2']}], found['reasons'])
-        self.machine.write('C:\\machines.txt', 'PC3', 'utf-16-le')
-        unreadable = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt')
-        self.assertEqual(3, unreadable.code)
+        for names, encoding in (('PC3', 'utf-16-le'), (' \n', 'utf-8')):
+            self.machine.write('C:\\machines.txt', names, encoding)
+            refused = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt')
+            self.assertEqual(3, refused.code, 'not readable, or empty')
         table = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--format', 'csv').output
-        self.assertRegex(table, '"\'=PC2","missing","[0-9a-f]+","\'-P"')
+        self.assertRegex(table, '"\'=PC2","missing","[0-9a-f]+","\'-P",.*,"300"')
 
     def test_from_the_download_to_the_restart_and_with_a_link(self):
         self.machine = machine = self.enterContext(SampleMachine())
@@ -71,7 +76,9 @@ class Verify(LabTest):
         machine.write(path, records, 'utf-16')
         self.expect(3, manifests=[[]])
         self.assertEqual((0, ''), self.detect())
-        self.assertEqual(2, machine.run(self.checker, 'verify', '--pending', 'arrived').code)
+        for code, words in ((2, '--pending arrived'), (2, '--detect --format json'), (3, '--detect --key C:\\none.pem')):
+            told = machine.run(self.checker, 'verify', *words.split())
+            self.assertEqual((code, True), (told.code, bool(told.output)), words)
         self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)
         linted = machine.run(self.checker, 'lint', machine.install.rstrip('\\'))
         self.assertNotIn('B076', linted.output)
@@ -106,6 +113,15 @@ class Verify(LabTest):
             arrived['verdict'], [answer['verdict'] for answer in arrived['open']], arrived.get('pending_minutes')))
         self.assertLess(len(machine.read(RECORD)), 4096)
         self.expect_rollup(waiting, arrived)
+        # The user's doing: it does not make the update one that has not arrived.
+        machine.write(machine.install + 'Legacy\\again.txt', 'new')
+        machine.set_value(SETTINGS, 'Language', 'DE-DE')
+        found = self.expect(0, 'NOT COVERED', 'CHANGED SINCE', manifests=[[]])
+        self.assertEqual({'Legacy\\', 'readme.htm', 'qorshcut.xml'},
+                         {what for what, verdict in found.items() if verdict == 'CHANGED SINCE'})
+        self.assertEqual((0, f'arrived {update}\n'), self.detect())
+        machine.set_value(SETTINGS, 'Language', 'EN-US')
+        shutil.rmtree(machine.host(machine.install + 'Legacy'))
 
         patterns = machine.host(machine.install + 'Patterns')
         patterns.rename(patterns.with_name('Elsewhere'))

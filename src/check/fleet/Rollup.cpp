@@ -13,6 +13,8 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <iterator>
+#include <map>
 
 using namespace KzCommon;
 
@@ -25,7 +27,8 @@ constexpr std::size_t kReasons = 10;
 constexpr std::size_t kNamedMachines = 5;
 constexpr std::size_t kShownDigits = 12;  // of an update's SHA-256
 
-/// Collects records and keeps the latest of each machine.
+/// Collects records and keeps what counts of the latest of each machine. Most machines of a fleet share their reasons,
+/// so each reason is kept once: ten thousand records would otherwise not fit into the memory of a small server.
 class Collection {
 public:
     explicit Collection(Rollup& rollup) : m_rollup(rollup) {}
@@ -41,64 +44,103 @@ public:
         } else if (!ParseRecord(strBytes, record, tstrError)) {
             m_rollup.ignored.push_back({tstrFile, tstrError});
         } else {
-            Keep(tstrFile, std::move(record));
+            Keep(tstrFile, record);
         }
     }
 
     void Finish()
     {
-        for (auto& [tstrMachine, record] : m_latest) m_rollup.machines.push_back(std::move(record));
-        String::NoCaseMap<SharedReason> reasons;
-        for (const Record& record : m_rollup.machines) {
-            for (const VerifyResult& result : record.open) {
-                if (result.eVerdict == Verdict::eNotCovered) continue;
-                const std::wstring tstrVerdict = WordOf(result.eVerdict);
-                SharedReason& reason = reasons[tstrVerdict + L"\n" + result.tstrWhat];
-                reason.tstrVerdict = tstrVerdict;
-                reason.tstrWhat = result.tstrWhat;
-                reason.machines.push_back(record.tstrMachine);
-            }
+        // By text, so that reasons of equally many machines have the same order in every run.
+        std::vector<const std::wstring*> texts(m_reasons.size());
+        std::vector<std::vector<std::size_t>> machines(m_reasons.size());
+        for (auto& [tstrMachine, latest] : m_latest) {
+            for (const std::size_t uReason : latest.reasons) machines[uReason].push_back(m_rollup.machines.size());
+            m_rollup.machines.push_back(std::move(latest.state));
         }
-        for (auto& [tstrKey, reason] : reasons) m_rollup.reasons.push_back(std::move(reason));
-        std::ranges::stable_sort(m_rollup.reasons, std::ranges::greater(),
-                                 [](const SharedReason& reason) { return reason.machines.size(); });
-        if (m_rollup.reasons.size() > kReasons) m_rollup.reasons.resize(kReasons);
+        std::vector<std::size_t> order;
+        for (const auto& [tstrText, uReason] : m_reasons) {
+            texts[uReason] = &tstrText;
+            if (!machines[uReason].empty()) order.push_back(uReason);
+        }
+        std::ranges::stable_sort(order, std::ranges::greater(),
+                                 [&](std::size_t uReason) { return machines[uReason].size(); });
+        if (order.size() > kReasons) order.resize(kReasons);
+        for (const std::size_t uReason : order) {
+            const std::size_t uEnd = texts[uReason]->find(L'\n');
+            m_rollup.reasons.push_back(
+                {texts[uReason]->substr(0, uEnd), texts[uReason]->substr(uEnd + 1), std::move(machines[uReason])});
+        }
     }
 
     [[nodiscard]] bool HasRecordOf(const std::wstring& tstrMachine) const { return m_latest.contains(tstrMachine); }
 
 private:
-    void Keep(const std::wstring& tstrFile, Record record)
+    struct Latest {
+        MachineState state;
+        std::vector<unsigned> reasons;  ///< numbers in m_reasons
+    };
+
+    void Keep(const std::wstring& tstrFile, Record& record)
     {
         const auto [itKnown, bNew] = m_latest.try_emplace(record.tstrMachine);
-        Record& known = itKnown->second;
-        if (!bNew && known.tstrTime == record.tstrTime) {
+        Latest& known = itKnown->second;
+        if (!bNew && known.state.tstrTime == record.tstrTime) {
             m_rollup.ignored.push_back({tstrFile, L"a second record of " + record.tstrMachine + L" of the same time"});
             return;
         }
         if (!bNew) ++m_rollup.cOlder;
-        if (bNew || known.tstrTime < record.tstrTime) known = std::move(record);
+        if (!bNew && known.state.tstrTime > record.tstrTime) return;
+        known.reasons = ReasonsOf(record.open);
+        known.state = {.tstrMachine = std::move(record.tstrMachine),
+                       .strUpdate = std::move(record.strUpdate),
+                       .tstrPackage = std::move(record.tstrPackage),
+                       .tstrProductVersion = std::move(record.tstrProductVersion),
+                       .tstrAgentVersion = std::move(record.tstrAgentVersion),
+                       .tstrTime = std::move(record.tstrTime),
+                       .tstrStarted = std::move(record.tstrStarted),
+                       .optPendingMinutes = record.optPendingMinutes,
+                       .eVerdict = record.eVerdict,
+                       .cNotKept = record.cNotKept};
+    }
+
+    /// The numbers of a record's reasons, each once.
+    std::vector<unsigned> ReasonsOf(const std::vector<VerifyResult>& open)
+    {
+        std::vector<unsigned> numbers;
+        for (const VerifyResult& result : open) {
+            if (!IsAgainst(result)) continue;
+            const auto uNext = static_cast<unsigned>(m_reasons.size());
+            const std::wstring tstrText = std::wstring(WordOf(result.eVerdict)) + L"\n" + result.tstrWhat;
+            numbers.push_back(m_reasons.try_emplace(tstrText, uNext).first->second);
+        }
+        std::ranges::sort(numbers);
+        numbers.erase(std::ranges::unique(numbers).begin(), numbers.end());
+        return {numbers.begin(), numbers.end()};  // without the spare memory of its growth
     }
 
     Rollup& m_rollup;
-    String::NoCaseMap<Record> m_latest;  // by machine
+    String::NoCaseMap<Latest> m_latest;     // by machine
+    String::NoCaseMap<unsigned> m_reasons;  // the numbers of all reasons, "VERDICT\nwhat"
 };
-
-std::size_t CountOf(const Rollup& rollup, const std::string& strUpdate, MachineVerdict eVerdict)
-{
-    return static_cast<std::size_t>(std::ranges::count_if(rollup.machines, [&](const Record& record) {
-        return record.strUpdate == strUpdate && record.eVerdict == eVerdict;
-    }));
-}
 
 constexpr MachineVerdict kVerdicts[] = {MachineVerdict::eArrived, MachineVerdict::ePending, MachineVerdict::eMissing,
                                         MachineVerdict::eUnknown};
 
-/// One record of each update, by identity.
-std::map<std::string, const Record*> UpdatesOf(const Rollup& rollup)
+/// The machines of one update.
+struct UpdateCounts {
+    std::wstring tstrPackage;
+    std::size_t counts[std::size(kVerdicts)] = {};  ///< by verdict
+};
+
+/// By identity.
+std::map<std::string, UpdateCounts> UpdatesOf(const Rollup& rollup)
 {
-    std::map<std::string, const Record*> updates;
-    for (const Record& record : rollup.machines) updates.try_emplace(record.strUpdate, &record);
+    std::map<std::string, UpdateCounts> updates;
+    for (const MachineState& machine : rollup.machines) {
+        UpdateCounts& update = updates[machine.strUpdate];
+        if (update.tstrPackage.empty()) update.tstrPackage = machine.tstrPackage;
+        ++update.counts[static_cast<std::size_t>(machine.eVerdict)];
+    }
     return updates;
 }
 
@@ -108,12 +150,13 @@ std::wstring FormatText(const Rollup& rollup)
     const auto add = [&](std::wstring tstrLine) {
         tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     };
-    for (const auto& [strUpdate, pRecord] : UpdatesOf(rollup)) {
-        add(L"update " + String::FromAnsi(strUpdate.substr(0, kShownDigits)) + L", " + pRecord->tstrPackage);
+    for (const auto& [strUpdate, update] : UpdatesOf(rollup)) {
+        add(L"update " + String::FromAnsi(strUpdate.substr(0, kShownDigits)) + L", " + update.tstrPackage);
         std::wstring tstrLine;
         for (const MachineVerdict eVerdict : kVerdicts) {
-            tstrLine += (tstrLine.empty() ? L"  " : L", ") + std::to_wstring(CountOf(rollup, strUpdate, eVerdict)) +
-                        L" " + String::FromAnsi(WordOf(eVerdict));
+            tstrLine += (tstrLine.empty() ? L"  " : L", ") +
+                        std::to_wstring(update.counts[static_cast<std::size_t>(eVerdict)]) + L" " +
+                        String::FromAnsi(WordOf(eVerdict));
         }
         add(tstrLine);
     }
@@ -122,7 +165,8 @@ std::wstring FormatText(const Rollup& rollup)
         std::wstring tstrLine = L"  " + Counted(reason.machines.size(), L"machine", L"machines") + L": " +
                                 reason.tstrVerdict + L" " + reason.tstrWhat + L": ";
         const std::size_t cNamed = std::min(reason.machines.size(), kNamedMachines);
-        for (std::size_t u = 0; u < cNamed; ++u) tstrLine += (u ? L", " : L"") + reason.machines[u];
+        for (std::size_t u = 0; u < cNamed; ++u)
+            tstrLine += (u ? L", " : L"") + rollup.machines[reason.machines[u]].tstrMachine;
         add(tstrLine + (cNamed < reason.machines.size() ? L", ..." : L""));
     }
     for (const std::wstring& tstrMachine : rollup.unheard) add(L"no record: " + tstrMachine);
@@ -136,12 +180,12 @@ std::string FormatJson(const Rollup& rollup)
 {
     Json::Value root;
     root["updates"] = root["reasons"] = root["machines"] = root["ignored"] = Json::Value(Json::arrayValue);
-    for (const auto& [strUpdate, pRecord] : UpdatesOf(rollup)) {
+    for (const auto& [strUpdate, update] : UpdatesOf(rollup)) {
         Json::Value json;
         json["update"] = strUpdate;
-        json["package"] = ToJson(pRecord->tstrPackage);
+        json["package"] = ToJson(update.tstrPackage);
         for (const MachineVerdict eVerdict : kVerdicts) {
-            json[WordOf(eVerdict)] = Json::UInt64{CountOf(rollup, strUpdate, eVerdict)};
+            json[WordOf(eVerdict)] = Json::UInt64{update.counts[static_cast<std::size_t>(eVerdict)]};
         }
         root["updates"].append(std::move(json));
     }
@@ -149,10 +193,10 @@ std::string FormatJson(const Rollup& rollup)
         Json::Value json;
         json["verdict"] = ToJson(reason.tstrVerdict);
         json["what"] = ToJson(reason.tstrWhat);
-        json["machines"] = ToJson(reason.machines);
+        for (const std::size_t u : reason.machines) json["machines"].append(ToJson(rollup.machines[u].tstrMachine));
         root["reasons"].append(std::move(json));
     }
-    for (const Record& record : rollup.machines) {
+    for (const MachineState& record : rollup.machines) {
         Json::Value json;
         json["machine"] = ToJson(record.tstrMachine);
         json["update"] = record.strUpdate;
@@ -196,12 +240,12 @@ std::wstring FormatCsv(const Rollup& rollup)
 {
     std::wstring tstrText = CsvLine({L"machine", L"verdict", L"update", L"package", L"product version",
                                      L"agent version", L"time", L"started", L"pending minutes", L"not kept"});
-    for (const Record& record : rollup.machines) {
+    for (const MachineState& record : rollup.machines) {
         tstrText +=
             CsvLine({record.tstrMachine, String::FromAnsi(WordOf(record.eVerdict)), String::FromAnsi(record.strUpdate),
                      record.tstrPackage, record.tstrProductVersion, record.tstrAgentVersion, record.tstrTime,
                      record.tstrStarted, record.optPendingMinutes ? std::to_wstring(*record.optPendingMinutes) : L"",
-                     std::to_wstring(record.open.size())});
+                     std::to_wstring(record.cNotKept)});
     }
     for (const std::wstring& tstrMachine : rollup.unheard) {
         tstrText += CsvLine({tstrMachine, L"no record", L"", L"", L"", L"", L"", L"", L"", L""});
@@ -273,6 +317,11 @@ int RunRollup(const Arguments& arguments, Output& output)
     if (arguments.optMachines && !ReadNames(*arguments.optMachines, known, &dwError)) {
         return CannotRead(*arguments.optMachines, dwError, output);
     }
+    // An empty list must not pass for one whose machines all have a record.
+    if (arguments.optMachines && known.empty()) {
+        output.tstrErrors += *arguments.optMachines + L": the list of machines is empty\n";
+        return kCannotRead;
+    }
     Rollup rollup;
     if (!MakeRollup(arguments.operands.front(), known, rollup, &dwError)) {
         return CannotRead(arguments.operands.front(), dwError, output);
@@ -284,7 +333,7 @@ int RunRollup(const Arguments& arguments, Output& output)
         case Format::eCsv: output.strText = String::ToUtf8(FormatCsv(rollup)); break;
     }
     const bool bAll = std::ranges::all_of(
-        rollup.machines, [](const Record& record) { return record.eVerdict == MachineVerdict::eArrived; });
+        rollup.machines, [](const MachineState& record) { return record.eVerdict == MachineVerdict::eArrived; });
     return bAll && rollup.unheard.empty() && rollup.ignored.empty() ? kClean : kFound;
 }
 

@@ -4,7 +4,7 @@
 #include "check/update/CommandLine.h"
 #include "check/verify/Record.h"
 
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,16 +16,30 @@ struct IgnoredRecord {
     std::wstring tstrReason;
 };
 
-/// A result that is not as expected, and the machines that have it.
+/// What counts of the latest record of a machine.
+struct MachineState {
+    std::wstring tstrMachine;
+    std::string strUpdate;
+    std::wstring tstrPackage;
+    std::wstring tstrProductVersion;
+    std::wstring tstrAgentVersion;
+    std::wstring tstrTime;
+    std::wstring tstrStarted;
+    std::optional<ULONGLONG> optPendingMinutes;
+    MachineVerdict eVerdict = MachineVerdict::eUnknown;
+    std::size_t cNotKept = 0;
+};
+
+/// A result that speaks against the update, and the machines that have it.
 struct SharedReason {
     std::wstring tstrVerdict;
     std::wstring tstrWhat;
-    std::vector<std::wstring> machines;
+    std::vector<std::size_t> machines;  ///< indices in Rollup::machines
 };
 
 /// The table.
 struct Rollup {
-    std::vector<Record> machines;        ///< the latest record of each machine, by name
+    std::vector<MachineState> machines;  ///< by name
     std::vector<SharedReason> reasons;   ///< the most frequent first
     std::vector<std::wstring> unheard;   ///< machines of the list without a record
     std::vector<IgnoredRecord> ignored;  ///< damaged files and second copies

@@ -110,21 +110,28 @@ void ListLanguageTags(const ExpectedState& state, Items& items)
 struct KindRow {
     const char* szKind;
     void (*pfnList)(const ExpectedState& state, Items& items);
+    unsigned uSince = kOldestManifestFormat;  ///< the first format of manifests that has this kind
 };
 constexpr KindRow kKinds[] = {
     {"package", &ListPackages},
-    {"language", &ListLanguageTags},
+    {"language", &ListLanguageTags, kManifestFormat},
     {"folder", &ListFolders},
     {"file", &ListFiles},
-    {"setting", &ListSettings},
+    {"setting", &ListSettings, kManifestFormat},
     {"deletion", &ListDeletions},
     {"value", &ListValues},
     {"update information", &ListUpdateInfo},
-    {"command", &ListUncovered<UncoveredKind::eCommand>},
-    {"shortcut", &ListUncovered<UncoveredKind::eShortcut>},
-    {"new name", &ListUncovered<UncoveredKind::eNewName>},
-    {"not restored", &ListUncovered<UncoveredKind::eNotRestored>},
+    {"command", &ListUncovered<UncoveredKind::eCommand>, kManifestFormat},
+    {"shortcut", &ListUncovered<UncoveredKind::eShortcut>, kManifestFormat},
+    {"new name", &ListUncovered<UncoveredKind::eNewName>, kManifestFormat},
+    {"not restored", &ListUncovered<UncoveredKind::eNotRestored>, kManifestFormat},
 };
+
+/// Both states say something of this kind, or neither can.
+bool IsCompared(const KindRow& row, const ExpectedState& older, const ExpectedState& newer)
+{
+    return older.uFormat == newer.uFormat || row.uSince <= std::min(older.uFormat, newer.uFormat);
+}
 
 void CompareItems(const char* szKind, const Items& older, const Items& newer, std::vector<Difference>& differences)
 {
@@ -157,9 +164,13 @@ wchar_t SignOf(const Difference& difference)
     return difference.optNew ? L'~' : L'-';
 }
 
-std::wstring FormatDifferences(const std::vector<Difference>& differences)
+std::wstring FormatDifferences(const std::vector<Difference>& differences, const std::vector<const char*>& missing)
 {
     std::wstring tstrText;
+    for (const char* const szMissing : missing) {
+        tstrText += (tstrText.empty() ? L"not compared: " : L", ") + String::FromAnsi(szMissing);
+    }
+    if (!missing.empty()) tstrText += L": a manifest of format 1 says nothing of them\n";
     const char* szKind = "";
     for (const Difference& difference : differences) {
         if (difference.szKind != szKind) tstrText += String::FromAnsi(szKind = difference.szKind) + L"\n";
@@ -173,14 +184,16 @@ std::wstring FormatDifferences(const std::vector<Difference>& differences)
         }
         tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     }
-    return tstrText + (differences.empty() ? L"equal" : Counted(differences.size(), L"difference", L"differences")) +
-           L"\n";
+    const bool bEqual = differences.empty() && missing.empty();
+    return tstrText + (bEqual ? L"equal" : Counted(differences.size(), L"difference", L"differences")) + L"\n";
 }
 
-std::string FormatDifferencesAsJson(const std::vector<Difference>& differences)
+std::string FormatDifferencesAsJson(const std::vector<Difference>& differences, const std::vector<const char*>& missing)
 {
     Json::Value root;
-    root["equal"] = differences.empty();
+    root["equal"] = differences.empty() && missing.empty();
+    root["not_compared"] = Json::Value(Json::arrayValue);
+    for (const char* const szMissing : missing) root["not_compared"].append(szMissing);
     root["differences"] = Json::Value(Json::arrayValue);
     for (const Difference& difference : differences) {
         Json::Value json;
@@ -195,10 +208,20 @@ std::string FormatDifferencesAsJson(const std::vector<Difference>& differences)
 
 }  // namespace
 
+std::vector<const char*> KindsNotCompared(const ExpectedState& older, const ExpectedState& newer)
+{
+    std::vector<const char*> missing;
+    for (const KindRow& row : kKinds) {
+        if (!IsCompared(row, older, newer)) missing.push_back(row.szKind);
+    }
+    return missing;
+}
+
 std::vector<Difference> CompareStates(const ExpectedState& older, const ExpectedState& newer)
 {
     std::vector<Difference> differences;
     for (const KindRow& row : kKinds) {
+        if (!IsCompared(row, older, newer)) continue;
         Items before;
         Items after;
         row.pfnList(older, before);
@@ -216,9 +239,10 @@ int RunDiff(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     const std::vector<Difference> differences = CompareStates(older, newer);
-    output.strText = arguments.eFormat == Format::eJson ? FormatDifferencesAsJson(differences)
-                                                        : String::ToUtf8(FormatDifferences(differences));
-    return differences.empty() ? kClean : kFound;
+    const std::vector<const char*> missing = KindsNotCompared(older, newer);
+    output.strText = arguments.eFormat == Format::eJson ? FormatDifferencesAsJson(differences, missing)
+                                                        : String::ToUtf8(FormatDifferences(differences, missing));
+    return differences.empty() && missing.empty() ? kClean : kFound;
 }
 
 }  // namespace Check

@@ -69,11 +69,17 @@ struct UpdateFile {
 /// Whether a key of the update information contains a version.
 [[nodiscard]] bool IsVersionKey(const std::wstring& tstrKey);
 
+/// The format of the manifests that are written now. Manifests of format 1 have neither identity nor languages,
+/// contents and what is not covered, and only some of the carried-over settings.
+inline constexpr unsigned kManifestFormat = 2;
+inline constexpr unsigned kOldestManifestFormat = 1;
+
 /// The complete expected state.
 struct ExpectedState {
-    std::wstring tstrProduct;   ///< the product package's download path
-    std::wstring tstrResource;  ///< the resource package's download path
-    std::string strUpdate;      ///< the identity of the update from its manifest: a SHA-256
+    unsigned uFormat = kManifestFormat;  ///< of the manifest that it was read from
+    std::wstring tstrProduct;            ///< the product package's download path
+    std::wstring tstrResource;           ///< the resource package's download path
+    std::string strUpdate;               ///< the identity of the update from its manifest: a SHA-256
     std::vector<std::wstring> folders;
     std::vector<ExpectedFile> files;
     std::vector<ExpectedDeletion> deletions;

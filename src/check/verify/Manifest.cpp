@@ -21,10 +21,6 @@ namespace Check {
 
 namespace {
 
-constexpr std::size_t kDigestDigits = 64;  // of a SHA-256
-constexpr unsigned kFormat = 2;
-constexpr unsigned kOldestFormat = 1;  // had neither "update" nor "not_covered"
-
 struct StateWord {
     ValueState eState;
     const char* szWord;
@@ -180,7 +176,7 @@ bool FromJson(const Json::Value& json, ExpectedFile& file)
     if (members.Has("language")) file.tstrLanguage = members.Text("language");
     if (members.Has("size") || members.Has("sha256")) {
         file.optContent = Content{members.Number("size"), members.Utf8("sha256")};
-        if (file.optContent->strSha256.size() != kDigestDigits) return false;
+        if (!IsSha256(file.optContent->strSha256)) return false;
     }
     if (!members.Has("settings")) return members.AreGood();
     return FromJson(json["settings"], file.optSettings.emplace()) && members.AreGood();
@@ -244,7 +240,7 @@ bool FromJson(const Json::Value& json, UpdateFile& file)
     Members members(json);
     file.tstrFile = members.Text("file");
     file.content = {members.Number("size"), members.Utf8("sha256")};
-    return members.AreGood() && !file.tstrFile.empty() && file.content.strSha256.size() == kDigestDigits;
+    return members.AreGood() && !file.tstrFile.empty() && IsSha256(file.content.strSha256);
 }
 
 template <class Item>
@@ -267,7 +263,7 @@ bool ReadAddedMembers(const Json::Value& root, ExpectedState& expected, std::wst
     Members members(root);
     expected.strUpdate = members.Utf8("update");
     tstrError = L"update: not as it should be";
-    return expected.strUpdate.size() == kDigestDigits && ReadList(root, "not_covered", expected.uncovered, tstrError) &&
+    return IsSha256(expected.strUpdate) && ReadList(root, "not_covered", expected.uncovered, tstrError) &&
            ReadList(root, "languages", expected.languages, tstrError) &&
            ReadList(root, "contents", expected.contents, tstrError);
 }
@@ -292,7 +288,7 @@ bool WriteInto(const Folder& folder, std::string_view strManifest, DWORD* pdwErr
 std::string FormatManifest(const ExpectedState& expected)
 {
     Json::Value root;
-    root["format"] = kFormat;
+    root["format"] = kManifestFormat;
     root["component"]["product"] = ToJson(expected.tstrProduct);
     root["component"]["resource"] = ToJson(expected.tstrResource);
     root["version"] = Json::Value(Json::objectValue);
@@ -317,10 +313,9 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
     Json::Value root;
     if (!ParseJson(strBytes, root, tstrError)) return false;
     tstrError = L"not a manifest, or another format";
-    if (!root.isObject() || !root["format"].isUInt() || root["format"].asUInt() < kOldestFormat ||
-        root["format"].asUInt() > kFormat) {
-        return false;
-    }
+    if (!root.isObject() || !root["format"].isUInt()) return false;
+    expected.uFormat = root["format"].asUInt();
+    if (expected.uFormat < kOldestManifestFormat || expected.uFormat > kManifestFormat) return false;
     Members component(root["component"]);
     expected.tstrProduct = component.Text("product");
     expected.tstrResource = component.Text("resource");
@@ -330,7 +325,7 @@ bool ParseManifest(std::string_view strBytes, ExpectedState& expected, std::wstr
            ReadList(root, "deletions", expected.deletions, tstrError) &&
            ReadList(root, "registry", expected.registry, tstrError) &&
            ReadList(root, "update_information", expected.updateInfo, tstrError) &&
-           (root["format"].asUInt() == kOldestFormat || ReadAddedMembers(root, expected, tstrError));
+           (expected.uFormat == kOldestManifestFormat || ReadAddedMembers(root, expected, tstrError));
 }
 
 bool ReadManifest(const std::wstring& tstrManifest, ExpectedState& expected, std::wstring& tstrErrors,

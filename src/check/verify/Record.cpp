@@ -1,6 +1,7 @@
 #include "check/verify/Record.h"
 
 #include "check/update/JsonText.h"
+#include "check/verify/Sha256.h"
 
 #include "agent/IniEdits.h"
 #include "common/Frwk_Utility.h"
@@ -18,6 +19,7 @@ namespace {
 
 constexpr unsigned kRecordFormat = 1;
 constexpr std::size_t kMostOpen = 200;
+constexpr std::size_t kMostBytesArrived = 4096;
 constexpr ULONGLONG kTicksPerMillisecond = 10'000;
 constexpr ULONGLONG kMillisecondsPerMinute = 60'000;
 
@@ -110,13 +112,40 @@ bool TakeVerdict(const Json::Value& json, MachineVerdict& eVerdict)
     return true;
 }
 
+/// The record with its first `cOpen` open results.
+std::string FormatWith(const Record& record, std::size_t cOpen)
+{
+    Json::Value root;
+    root["record"] = kRecordFormat;
+    root["update"] = record.strUpdate;
+    root["package"] = ToJson(record.tstrPackage);
+    root["product_version"] = ToJson(record.tstrProductVersion);
+    root["agent_version"] = ToJson(record.tstrAgentVersion);
+    root["machine"] = ToJson(record.tstrMachine);
+    root["time"] = ToJson(record.tstrTime);
+    root["started"] = ToJson(record.tstrStarted);
+    if (record.optPendingMinutes) root["pending_minutes"] = Json::UInt64{*record.optPendingMinutes};
+    root["verdict"] = WordOf(record.eVerdict);
+    root["kept"] = Json::UInt64{record.cKept};
+    root["not_kept"] = Json::UInt64{record.cNotKept};
+    root["open"] = Json::Value(Json::arrayValue);
+    for (const VerifyResult& result : std::span(record.open).first(cOpen)) {
+        Json::Value json;
+        json["verdict"] = ToJson(WordOf(result.eVerdict));
+        json["what"] = ToJson(result.tstrWhat);
+        if (!result.tstrDetail.empty()) json["detail"] = ToJson(result.tstrDetail);
+        root["open"].append(std::move(json));
+    }
+    return ToJsonText(root);
+}
+
 }  // namespace
 
 MachineVerdict JudgeMachine(std::span<const VerifyResult> results)
 {
     MachineVerdict eVerdict = MachineVerdict::eArrived;
     for (const VerifyResult& result : results) {
-        if (IsKept(result) || result.eVerdict == Verdict::eNotCovered) continue;
+        if (!IsAgainst(result)) continue;
         if (result.eVerdict == Verdict::eWaiting) {
             if (eVerdict == MachineVerdict::eArrived) eVerdict = MachineVerdict::ePending;
         } else if (result.eVerdict == Verdict::eUnknown || result.eVerdict == Verdict::eRefused) {
@@ -148,34 +177,19 @@ Record MakeRecord(const Machine& machine, const Folder& installed, const Expecte
     if (record.eVerdict == MachineVerdict::ePending) record.optPendingMinutes = MinutesSinceDeployment(machine);
     std::ranges::copy_if(results, std::back_inserter(record.open),
                          [](const VerifyResult& result) { return !IsKept(result); });
-    record.cKept = results.size() - record.open.size();
+    record.cNotKept = record.open.size();
+    record.cKept = results.size() - record.cNotKept;
     return record;
 }
 
 std::string FormatRecord(const Record& record)
 {
-    Json::Value root;
-    root["record"] = kRecordFormat;
-    root["update"] = record.strUpdate;
-    root["package"] = ToJson(record.tstrPackage);
-    root["product_version"] = ToJson(record.tstrProductVersion);
-    root["agent_version"] = ToJson(record.tstrAgentVersion);
-    root["machine"] = ToJson(record.tstrMachine);
-    root["time"] = ToJson(record.tstrTime);
-    root["started"] = ToJson(record.tstrStarted);
-    if (record.optPendingMinutes) root["pending_minutes"] = Json::UInt64{*record.optPendingMinutes};
-    root["verdict"] = WordOf(record.eVerdict);
-    root["kept"] = Json::UInt64{record.cKept};
-    root["not_kept"] = Json::UInt64{record.open.size()};
-    root["open"] = Json::Value(Json::arrayValue);
-    for (const VerifyResult& result : std::span(record.open).first(std::min(record.open.size(), kMostOpen))) {
-        Json::Value json;
-        json["verdict"] = ToJson(WordOf(result.eVerdict));
-        json["what"] = ToJson(result.tstrWhat);
-        if (!result.tstrDetail.empty()) json["detail"] = ToJson(result.tstrDetail);
-        root["open"].append(std::move(json));
-    }
-    return ToJsonText(root);
+    std::size_t cOpen = std::min(record.open.size(), kMostOpen);
+    std::string strText = FormatWith(record, cOpen);
+    // Of an update that has arrived, nobody looks for a reason.
+    const bool bShort = record.eVerdict == MachineVerdict::eArrived;
+    while (bShort && strText.size() > kMostBytesArrived && cOpen > 0) strText = FormatWith(record, --cOpen);
+    return strText;
 }
 
 bool ParseRecord(std::string_view strBytes, Record& record, std::wstring& tstrError)
@@ -189,15 +203,17 @@ bool ParseRecord(std::string_view strBytes, Record& record, std::wstring& tstrEr
         if (!root["pending_minutes"].isUInt64()) return false;
         record.optPendingMinutes = root["pending_minutes"].asUInt64();
     }
-    if (!root["update"].isString() || !root["kept"].isUInt64()) return false;
+    if (!root["update"].isString() || !root["kept"].isUInt64() || !root["not_kept"].isUInt64()) return false;
     record.strUpdate = root["update"].asString();
+    if (!record.strUpdate.empty() && !IsSha256(record.strUpdate)) return false;
     record.cKept = root["kept"].asUInt64();
+    record.cNotKept = root["not_kept"].asUInt64();
     return TakeText(root, "package", record.tstrPackage) &&
            TakeText(root, "product_version", record.tstrProductVersion) &&
            TakeText(root, "agent_version", record.tstrAgentVersion) && TakeText(root, "machine", record.tstrMachine) &&
            !record.tstrMachine.empty() && TakeText(root, "time", record.tstrTime) && IsTime(record.tstrTime) &&
            TakeText(root, "started", record.tstrStarted) && TakeVerdict(root["verdict"], record.eVerdict) &&
-           TakeOpen(root["open"], record.open);
+           TakeOpen(root["open"], record.open) && record.open.size() <= record.cNotKept;
 }
 
 }  // namespace Check

@@ -38,14 +38,17 @@ struct Record {
     std::optional<ULONGLONG> optPendingMinutes;  ///< since the deployment, while the restart is pending
     MachineVerdict eVerdict = MachineVerdict::eUnknown;
     std::size_t cKept = 0;
-    std::vector<VerifyResult> open;  ///< the results that are not as expected
+    std::size_t cNotKept = 0;
+    std::vector<VerifyResult>
+        open;  ///< the results that are not as expected; of a record that was read, the listed ones
 };
 
 /// The record of this machine, now. GetSystemTimeAsFileTime, GetTickCount64, GetComputerNameExW.
 [[nodiscard]] Record MakeRecord(const KzCommon::Machine& machine, const Folder& installed,
                                 const ExpectedState& expected, std::span<const VerifyResult> results);
 
-/// JSON in pure ASCII, at most 4 KB when nothing is open. Of more than 200 open results only their number.
+/// JSON in pure ASCII, at most 4 KB of an update that has arrived. Lists the first open results as far as there is
+/// space, at most 200, and the number of all.
 [[nodiscard]] std::string FormatRecord(const Record& record);
 
 /// Parses a record. False, with the reason in `tstrError`, for any other file.

@@ -118,6 +118,12 @@ bool HashBlock(std::string_view strBytes, ULONGLONG& ullSize, Digest& digest, DW
 
 }  // namespace
 
+bool IsSha256(std::string_view strText)
+{
+    return strText.size() == 2 * std::tuple_size_v<Digest> &&
+           strText.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
 bool ContentReader::DigestOf(std::string_view strBytes, Digest& digest)
 {
     ULONGLONG ullSize = 0;

@@ -17,6 +17,9 @@ struct Content {
     bool operator==(const Content&) const = default;
 };
 
+/// Whether a text is a SHA-256 as it is written here: 64 lower-case hexadecimal digits.
+[[nodiscard]] bool IsSha256(std::string_view strText);
+
 /// A SHA-256.
 using Digest = std::array<unsigned char, 32>;
 

@@ -4,6 +4,7 @@
 #include "check/verify/Manifest.h"
 
 #include "agent/DownloadPath.h"
+#include "common/KzComn_Handle.h"
 #include "common/KzComn_String.h"
 #include "common/KzComn_WindowsMachine.h"
 
@@ -52,6 +53,20 @@ std::wstring FindShippedManifest(const Folder& installed, const PendingPlaces& p
     const auto optDownloaded = TimeOf(tstrDownloaded);
     if (optDownloaded && (!optFound || *optDownloaded > *optFound)) return tstrDownloaded;
     return optFound ? tstrFound : std::wstring();
+}
+
+std::optional<ULONGLONG> TimeOfArrival(const std::wstring& tstrManifest)
+{
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const UniqueFile hFile(::CreateFileW(LongPath(tstrManifest).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                         OPEN_EXISTING, 0, nullptr));
+    // A move keeps the times of creation and writing, and sets this one.
+    FILE_BASIC_INFO times{};
+    if (!hFile || !::GetFileInformationByHandleEx(hFile.Get(), FileBasicInfo, &times, sizeof(times)) ||
+        times.ChangeTime.QuadPart <= 0) {
+        return std::nullopt;
+    }
+    return static_cast<ULONGLONG>(times.ChangeTime.QuadPart);
 }
 
 void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected)

@@ -5,6 +5,7 @@
 #include "check/verify/ExpectedState.h"
 #include "check/verify/PendingMoves.h"
 
+#include <optional>
 #include <string>
 
 namespace Check {
@@ -15,5 +16,9 @@ namespace Check {
 
 /// Sets the expected content of the manifest file itself, which is known here but cannot be in the manifest.
 void AddOwnContent(const std::wstring& tstrManifest, ExpectedState& expected);
+
+/// When the restart moved the installed manifest to its place, as a FILETIME; empty if the file system does not tell.
+/// GetFileInformationByHandleEx.
+[[nodiscard]] std::optional<ULONGLONG> TimeOfArrival(const std::wstring& tstrManifest);
 
 }  // namespace Check

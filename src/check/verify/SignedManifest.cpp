@@ -17,6 +17,22 @@ namespace {
 
 constexpr std::size_t kMostKeyBytes = std::size_t{16} * 1024;
 
+/// Reads every block of a PEM file as a key; text before a block is a comment. False if there is none, or one is no
+/// key on P-256: with only some of them a change of keys would seem to be prepared.
+bool ReadBlocks(const std::string& strPem, std::vector<PublicKey>& keys)
+{
+    constexpr std::string_view kBegin = "-----BEGIN ";
+    std::size_t uBegin = strPem.find(kBegin);
+    if (uBegin == std::string::npos) return false;
+    while (uBegin != std::string::npos) {
+        const std::size_t uNext = strPem.find(kBegin, uBegin + 1);
+        const std::string_view strBlock = std::string_view(strPem).substr(uBegin, uNext - uBegin);
+        if (!keys.emplace_back().Read(strBlock, nullptr)) return false;
+        uBegin = uNext;
+    }
+    return true;
+}
+
 }  // namespace
 
 bool ReadKeys(const std::vector<std::wstring>& files, std::vector<PublicKey>& keys, std::wstring& tstrErrors)
@@ -29,8 +45,8 @@ bool ReadKeys(const std::vector<std::wstring>& files, std::vector<PublicKey>& ke
             tstrErrors += tstrFile + L": cannot be read: " + DescribeError(dwError) + L"\n";
             return false;
         }
-        if (!keys.emplace_back().Read(strPem, &dwError)) {
-            tstrErrors += tstrFile + L": no public key on the curve P-256 in PEM\n";
+        if (!ReadBlocks(strPem, keys)) {
+            tstrErrors += tstrFile + L": not only public keys on the curve P-256 in PEM\n";
             return false;
         }
     }

@@ -12,7 +12,8 @@ namespace Check {
 /// Longer files are no signatures: one takes about 72 bytes.
 inline constexpr std::size_t kMostSignatureBytes = 1024;
 
-/// Reads keys from PEM files. False, with an error line, when one is unreadable or no key on P-256.
+/// Reads all keys of PEM files, one or more in each. False, with an error line, when a file is unreadable, or one of
+/// its blocks is no public key on P-256.
 [[nodiscard]] bool ReadKeys(const std::vector<std::wstring>& files, std::vector<PublicKey>& keys,
                             std::wstring& tstrErrors);
 

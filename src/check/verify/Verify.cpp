@@ -22,6 +22,8 @@ namespace Check {
 
 namespace {
 
+constexpr wchar_t kCreatedSince[] = L"created after the update had arrived";
+
 /// An INI value as Windows reads it: without the spaces and the pair of quotes around it.
 std::wstring ReadBack(const std::wstring& tstrValue)
 {
@@ -88,9 +90,8 @@ private:
     [[nodiscard]] bool HasRun() const
     {
         if (m_cVersions > 0) return m_cRightVersions == m_cVersions;
-        return m_bEvidence && std::all_of(m_results.begin(), m_results.end(), [](const VerifyResult& result) {
-                   return Check::IsKept(result) || result.eVerdict == Verdict::eNotCovered;
-               });
+        return m_bEvidence && std::all_of(m_results.begin(), m_results.end(),
+                                          [](const VerifyResult& result) { return !IsAgainst(result); });
     }
 
     /// Without evidence that the update ran, matching files may be the older ones.
@@ -169,6 +170,7 @@ private:
         if (IsWaiting(file, tstrSource, tstrPath, fate)) return Add(Verdict::eWaiting, tstrPath);
         Judgement judgement = JudgeFile(tstrPath, tstrSource, file);
         if (IsOverruled(judgement, tstrPath, fate)) return;
+        if (judgement.eVerdict != Verdict::eArrived && IsInAnotherLanguage(file, tstrPath, fate)) return;
         const bool bThere = judgement.eVerdict == Verdict::eArrived;
         if (!bThere && fate.bProtected) judgement.tstrDetail = L"read-only, so the restart does not replace it";
         // Only moved files leave the download folder.
@@ -184,6 +186,39 @@ private:
         std::wstring tstrTags;
         for (const std::wstring& tstrTag : file.optSettings->carriedOver) tstrTags += L" " + tstrTag;
         Add(Verdict::eNotCovered, tstrPath, L"the user's values, which change in use:" + tstrTags);
+    }
+
+    /// Adds a result if a place has, or will have, the update's file for another language: then the product's language
+    /// has been changed since the deployment.
+    bool IsInAnotherLanguage(const ExpectedFile& expected, const std::wstring& tstrPath, const PendingFate& fate)
+    {
+        for (const ExpectedFile& file : m_expected.files) {
+            if (!String::EqualsNoCase(file.tstrPlace, expected.tstrPlace) || IsForThisMachine(file)) continue;
+            const std::wstring tstrSource = m_context.folders.PathOf({kInstalledDir, file.tstrSource});
+            const std::wstring tstrDetail =
+                (file.tstrLanguage.empty() ? L"the one for other languages" : L"the one for " + file.tstrLanguage) +
+                L"; the product's language is " + m_context.tstrLanguage + L" now";
+            if (file.optContent && IsWaiting(file, tstrSource, tstrPath, fate)) {
+                Add(Verdict::eWaiting, tstrPath, tstrDetail);
+                return true;
+            }
+            const bool bComparable = file.optContent || file.optSettings;
+            if (!bComparable || JudgeFile(tstrPath, tstrSource, file).eVerdict != Verdict::eArrived) continue;
+            m_bEvidence = true;
+            Add(Verdict::eChangedSince, tstrPath, tstrDetail);
+            return true;
+        }
+        return false;
+    }
+
+    /// Whether somebody created a file or folder after the update had arrived. GetFileAttributesExW.
+    [[nodiscard]] bool IsNewer(const std::wstring& tstrPath) const
+    {
+        WIN32_FILE_ATTRIBUTE_DATA data = {};
+        return m_context.optArrived &&
+               ::GetFileAttributesExW(LongPath(tstrPath).c_str(), GetFileExInfoStandard, &data) &&
+               ULARGE_INTEGER{{data.ftCreationTime.dwLowDateTime, data.ftCreationTime.dwHighDateTime}}.QuadPart >
+                   *m_context.optArrived;
     }
 
     /// Whether the file that the restart moves to a place is the expected one. A file with unknown content is
@@ -292,7 +327,9 @@ private:
             const std::wstring tstrFile = record.tstrFolder + entry.tstrName;
             if (entry.bFolder || m_brought.contains(tstrFile) || IsKept(tstrFile, record.tstrPattern)) return;
             ++cLeft;
-            Add(m_context.pending.IsGone(tstrFile) ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFile);
+            if (m_context.pending.IsGone(tstrFile)) return Add(Verdict::eWaiting, tstrFile);
+            if (IsNewer(tstrFile)) return Add(Verdict::eChangedSince, tstrFile, kCreatedSince);
+            Add(Verdict::eNotDeleted, tstrFile);
         });
         if (dwError != ERROR_SUCCESS) return Add(Verdict::eUnknown, tstrPath, DescribeError(dwError));
         if (cLeft == 0) Add(Verdict::eDeleted, tstrPath);
@@ -320,8 +357,10 @@ private:
         }
         std::size_t cLeft = 0;
         std::size_t cWaiting = 0;
+        std::size_t cNewer = 0;
         bool bBrought = false;
         const auto count = [&](const std::wstring& tstrPath) {
+            if (IsNewer(tstrPath)) return void(++cNewer);
             ++cLeft;
             if (m_context.pending.IsGone(tstrPath)) ++cWaiting;
         };
@@ -347,7 +386,10 @@ private:
             return Add(Verdict::eUnknown, tstrFolder, DescribeError(dwUnknown));
         }
         if (!bBrought) count(tstrFolder);
-        if (cLeft == 0) return Add(Verdict::eDeleted, tstrFolder);
+        if (cLeft == 0) {
+            return cNewer > 0 ? Add(Verdict::eChangedSince, tstrFolder, kCreatedSince)
+                              : Add(Verdict::eDeleted, tstrFolder);
+        }
         Add(cWaiting == cLeft ? Verdict::eWaiting : Verdict::eNotDeleted, tstrFolder,
             std::to_wstring(cFiles) + (cFiles == 1 ? L" file" : L" files"));
     }

@@ -6,6 +6,7 @@
 #include "check/verify/ExpectedState.h"
 #include "check/verify/PendingMoves.h"
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -25,9 +26,10 @@ enum class Verdict {
     eToBeReplaced,    ///< exists until the restart replaces it with another program's file
     eNotDeleted,
     eValueDiffers,
-    eUnknown,     ///< not accessible, or possibly an older file
-    eNotCovered,  ///< exists, but nothing shows whether it is as the update left it
-    eRefused,     ///< an invalid place, or one behind a link: not accessed
+    eUnknown,       ///< not accessible, or possibly an older file
+    eNotCovered,    ///< exists, but nothing shows whether it is as the update left it
+    eRefused,       ///< an invalid place, or one behind a link: not accessed
+    eChangedSince,  ///< the update arrived, and somebody has changed this since
     eCount
 };
 
@@ -45,6 +47,9 @@ struct VerifyContext {
     MachineFolders& folders;
     PendingPlaces pending;
     std::wstring tstrLanguage;  ///< the product's language
+    /// When the update arrived, as a FILETIME: a file that was created later is not one that it left behind. Empty if
+    /// unknown.
+    std::optional<ULONGLONG> optArrived{};
 };
 
 /// Checks every expected item in order. A file without an expected content, because it differs between machines, counts
@@ -58,6 +63,8 @@ struct VerifyContext {
 [[nodiscard]] bool ParseVerdict(std::wstring_view tstrWord, Verdict& eVerdict);
 /// Whether the machine is as expected there.
 [[nodiscard]] bool IsKept(const VerifyResult& result);
+/// Whether something has not arrived, or may not have.
+[[nodiscard]] bool IsAgainst(const VerifyResult& result);
 
 /// 0 when all that can be checked is as expected, 3010 when all others wait for the restart, otherwise 1.
 [[nodiscard]] int ExitCodeOf(std::span<const VerifyResult> results);

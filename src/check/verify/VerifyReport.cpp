@@ -17,16 +17,19 @@ namespace Check {
 
 namespace {
 
-/// The name of a verdict, and whether it means "as expected".
+/// What a verdict says of the update.
+enum class Weight { eFor, eNeither, eAgainst };
+
+/// The name of a verdict, and what it says.
 struct VerdictRow {
     Verdict eVerdict;
     const wchar_t* szWord;
-    bool bKept = false;
+    Weight eWeight = Weight::eAgainst;
 };
 constexpr VerdictRow kVerdicts[] = {
-    {Verdict::eArrived, L"ARRIVED", true},
-    {Verdict::eDeleted, L"DELETED", true},
-    {Verdict::eValueRight, L"VALUE RIGHT", true},
+    {Verdict::eArrived, L"ARRIVED", Weight::eFor},
+    {Verdict::eDeleted, L"DELETED", Weight::eFor},
+    {Verdict::eValueRight, L"VALUE RIGHT", Weight::eFor},
     {Verdict::eWaiting, L"STILL WAITING"},
     {Verdict::eMissing, L"MISSING"},
     {Verdict::eDifferent, L"DIFFERENT"},
@@ -36,8 +39,9 @@ constexpr VerdictRow kVerdicts[] = {
     {Verdict::eNotDeleted, L"NOT DELETED"},
     {Verdict::eValueDiffers, L"VALUE DIFFERS"},
     {Verdict::eUnknown, L"UNKNOWN"},
-    {Verdict::eNotCovered, L"NOT COVERED"},
+    {Verdict::eNotCovered, L"NOT COVERED", Weight::eNeither},
     {Verdict::eRefused, L"REFUSED"},
+    {Verdict::eChangedSince, L"CHANGED SINCE", Weight::eNeither},
 };
 static_assert(IsInOrder(kVerdicts, &VerdictRow::eVerdict) &&
               std::size(kVerdicts) == static_cast<std::size_t>(Verdict::eCount));
@@ -59,7 +63,12 @@ std::size_t CountOf(std::span<const VerifyResult> results, Verdict eVerdict)
 
 bool IsKept(const VerifyResult& result)
 {
-    return RowOf(result.eVerdict).bKept;
+    return RowOf(result.eVerdict).eWeight == Weight::eFor;
+}
+
+bool IsAgainst(const VerifyResult& result)
+{
+    return RowOf(result.eVerdict).eWeight == Weight::eAgainst;
 }
 
 const wchar_t* WordOf(Verdict eVerdict)
@@ -79,8 +88,7 @@ int ExitCodeOf(std::span<const VerifyResult> results)
 {
     int iExitCode = kClean;
     for (const VerifyResult& result : results) {
-        const bool bNoMatter = IsKept(result) || result.eVerdict == Verdict::eNotCovered;
-        if (!bNoMatter && result.eVerdict != Verdict::eWaiting) return kFound;
+        if (IsAgainst(result) && result.eVerdict != Verdict::eWaiting) return kFound;
         if (result.eVerdict == Verdict::eWaiting) iExitCode = kRestartPending;
     }
     return iExitCode;
@@ -108,7 +116,8 @@ std::wstring FormatResults(std::span<const VerifyResult> results, const std::wst
     tstrText += std::to_wstring(cKept) + L" of " + std::to_wstring(results.size()) + L" promises kept";
     for (const VerdictRow& row : kVerdicts) {
         const std::size_t cAnswers = CountOf(results, row.eVerdict);
-        if (cAnswers > 0 && !row.bKept) tstrText += L", " + std::to_wstring(cAnswers) + L" " + row.szWord;
+        if (cAnswers > 0 && row.eWeight != Weight::eFor)
+            tstrText += L", " + std::to_wstring(cAnswers) + L" " + row.szWord;
     }
     return tstrText + L" (" + tstrSource + L")\n";
 }

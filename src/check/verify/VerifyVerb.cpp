@@ -52,19 +52,18 @@ std::vector<ReplacedItem> ListReplaced(const std::vector<PendingMove>& moves, co
 }
 
 /// False, with an error line, if none of the keys has signed the manifest.
-bool IsSigned(const std::vector<std::wstring>& files, const std::wstring& tstrManifest, std::string_view strManifest,
+bool IsSigned(const std::vector<PublicKey>& keys, const std::wstring& tstrManifest, std::string_view strManifest,
               std::wstring& tstrErrors)
 {
-    std::vector<PublicKey> keys;
     std::wstring tstrReason;
-    if (!ReadKeys(files, keys, tstrErrors)) return false;
     if (FindSigner(keys, tstrManifest, strManifest, tstrReason)) return true;
     tstrErrors += tstrReason + L"\n";
     return false;
 }
 
 /// False, with an error line, if nothing can be verified.
-bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verification& found, std::wstring& tstrErrors)
+bool VerifyMachine(const Arguments& arguments, const std::vector<PublicKey>& keys, const Machine& machine,
+                   Verification& found, std::wstring& tstrErrors)
 {
     const std::wstring tstrInstalled = arguments.optInstalled.value_or(Frwk::Utility::GetInstalledFolder(machine));
     found.installed = Folder(Storage::Directory::FullPath(tstrInstalled));
@@ -87,12 +86,15 @@ bool VerifyMachine(const Arguments& arguments, const Machine& machine, Verificat
     }
     std::string strManifest;
     if (!ReadManifest(found.tstrSource, found.expected, tstrErrors, &strManifest)) return false;
-    if (!arguments.keys.empty() && !IsSigned(arguments.keys, found.tstrSource, strManifest, tstrErrors)) return false;
+    if (!keys.empty() && !IsSigned(keys, found.tstrSource, strManifest, tstrErrors)) return false;
     found.replaced = ListReplaced(moves, found);
     if (bShipped) AddOwnContent(found.tstrSource, found.expected);
     MachineFolders folders(found.installed, found.expected.tstrProduct);
     ContentReader contents;
     VerifyContext context{machine, contents, folders, std::move(pending), Frwk::Utility::GetLanguage(machine)};
+    if (String::EqualsNoCase(found.tstrSource, found.installed / kShippedManifest)) {
+        context.optArrived = TimeOfArrival(found.tstrSource);
+    }
     found.results = VerifyState(found.expected, context);
     return true;
 }
@@ -143,10 +145,17 @@ int RunVerify(const Arguments& arguments, Output& output)
         output.tstrErrors += L"--pending: only with --detect\n";
         return kWrongUse;
     }
+    if (arguments.bDetect && arguments.eFormat != Format::eText) {
+        output.tstrErrors += L"--format: not with --detect, whose output is for detection scripts\n";
+        return kWrongUse;
+    }
+    // Read first: the answer to a wrong key must not depend on whether an update is there already.
+    std::vector<PublicKey> keys;
+    if (!ReadKeys(arguments.keys, keys, output.tstrErrors)) return kCannotRead;
     const WindowsMachine machine;
     Verification found;
     std::wstring tstrErrors;
-    if (!VerifyMachine(arguments, machine, found, tstrErrors)) {
+    if (!VerifyMachine(arguments, keys, machine, found, tstrErrors)) {
         if (IsNothingThere(arguments, found)) return kClean;
         output.tstrErrors += tstrErrors;
         return kCannotRead;

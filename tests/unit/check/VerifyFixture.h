@@ -27,7 +27,8 @@ protected:
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
         const KzCommon::WindowsMachine machine;
         ContentReader contents;
-        VerifyContext context{machine, contents, folders, PendingPlaces(machine, ParsePendingMoves(tstrRaw)), L"de-de"};
+        VerifyContext context{machine,  contents,    folders, PendingPlaces(machine, ParsePendingMoves(tstrRaw)),
+                              L"de-de", m_optArrived};
         const std::vector<VerifyResult> results = VerifyState(expected, context);
         std::vector<std::string> found{std::to_string(ExitCodeOf(results))};
         std::wstring tstrText = FormatResults(results, L"");
@@ -41,4 +42,5 @@ protected:
     }
 
     TempFolder m_machine;
+    std::optional<ULONGLONG> m_optArrived;  // the time of the update's arrival
 };

@@ -1,4 +1,6 @@
+#include "check/verify/Diff.h"
 #include "check/verify/Manifest.h"
+#include "check/verify/Record.h"
 #include "BrevantVersion.h"
 #include "unit/check/VerifyFixture.h"
 
@@ -45,6 +47,15 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     std::erase_if(expected.files, [](const ExpectedFile& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
     EXPECT_THAT(Verify(expected), ElementsAre("0", "ARRIVED readme.htm"));
+    for (const std::string strOther : {"xxxxxxxx", "xxxxxxxxx"}) {
+        m_machine.Write(L"readme.htm", strOther);
+        EXPECT_THAT(Verify(expected), ElementsAre("0", StartsWith("CHANGED SINCE readme.htm (the one for ")));
+    }
+    m_machine.Write(L"moved.htm", "xxxxxxxx");
+    m_machine.Write(L"readme.htm", "old");
+    EXPECT_THAT(Verify(expected, L"@moved.htm|!@readme.htm|"),
+                ElementsAre("3010", StartsWith("STILL WAITING readme.htm (the one for FR-FR")));
+    m_machine.Write(L"readme.htm", "xxxxxxx");
     for (const bool bShared : {true, false}) {
         const auto hHeld = Hold(tstrReadme, bShared);
         const char* const szLine =
@@ -218,6 +229,11 @@ TEST_F(VerifyTest, DeletionsFoldersAndUpdateInformation)
     EXPECT_THAT(Verify(expected), IsSupersetOf({"1", "NOT DELETED Old1.dll", "NOT DELETED Legacy\\ (1 file)",
                                                 "VALUE DIFFERS UpdateInfo.ini: [s] k (promised \"' b'\", is \"a\")"}));
     EXPECT_THAT(Verify(expected, L"@Legacy\\a\\b.txt||"), Contains("NOT DELETED Legacy\\ (1 file)"));
+    m_optArrived = 1;  // long before those files were created
+    EXPECT_THAT(Verify(expected),
+                IsSupersetOf({StartsWith("CHANGED SINCE Old1.dll"), StartsWith("CHANGED SINCE Legacy")}));
+    m_optArrived = MAXULONGLONG;
+    EXPECT_THAT(Verify(expected), Not(Contains(StartsWith("CHANGED SINCE"))));
     const std::wstring tstrInfo = L"Component\\p1\\Share\\Setting\\UpdateInfo.ini";
     const std::wstring tstrPending =
         L"@Old1.dll||@Legacy\\a\\b.txt||@Legacy\\a||@Legacy||@" + tstrInfo + L"|!@UpdateInfo.ini|";
@@ -320,6 +336,16 @@ TEST_F(VerifyTest, APlaceOutsideTheFoldersIsRefusedAndNeverOpened)
     EXPECT_THAT(Verify(OneFile(L"{InstalledDir}console", L"Component\\x")), ElementsAre("1", "MISSING console"));
 }
 
+TEST(RecordTest, IsSmallWhereTheUpdateHasArrived)
+{
+    Record record;
+    record.open.assign(60, {Verdict::eChangedSince, std::wstring(100, L'x'), L""});
+    record.eVerdict = MachineVerdict::eArrived;
+    EXPECT_THAT(FormatRecord(record).size(), AllOf(Gt(3900u), Le(4096u)));
+    record.eVerdict = MachineVerdict::eMissing;
+    EXPECT_GT(FormatRecord(record).size(), 6000u);
+}
+
 TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
 {
     Instruct(
@@ -344,6 +370,13 @@ TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
         EXPECT_EQ(FormatManifest(read), strManifest);
         EXPECT_THAT(read.files, Contains(Field(&ExpectedFile::tstrPlace, L"{InstalledDir}\u00E9\U0001F511.dll")));
     }
+    std::string strFirst = strManifest;
+    strFirst.replace(strFirst.find("t\" : 2"), 6, "t\" : 1");
+    ExpectedState first;
+    std::wstring tstrNone;
+    ASSERT_TRUE(ParseManifest(strFirst, first, tstrNone));
+    EXPECT_THAT(KindsNotCompared(first, expected), SizeIs(6));
+    EXPECT_THAT(CompareStates(first, expected), IsEmpty());
     const std::pair<std::string, std::string> damages[] = {
         {"\"format\" : 2", "\"format\" : 3"},
         {"\"format\" : 2", "\"format\" : 1e99"},
@@ -353,6 +386,7 @@ TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
         {"\"folders\" :", "\"folder\" :"},
         {"\"REG_QDWORD\"", "\"REG_DWORD\""},
         {"11507a0e", "11507"},
+        {"11507a0e", "11507A0E"},
         {"{InstalledDir}Lang", "\\u0000"},
         {"\"sha256\"", "\"sha\""},
         {strManifest, std::string(100'000, '[')},
