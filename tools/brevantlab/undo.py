@@ -71,7 +71,7 @@ class UndoMachine(AgreementMachine):
                                     '--strict')
             found = [output] if code != 0 else []
         manifest = json.loads(next(self.host(UNDO).glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
-        self.listed = {part['what'].replace('{InstalledDir}', install).lower() for part in manifest['not_covered']
+        self.listed = {part['what'].replace('{InstalledDir}', install, 1).lower() for part in manifest['not_covered']
                        if part['kind'] == 'not_restored'}
         self.deploy(install, ended_at[0])
         self.changed = list(unlisted(before, state_of(self), install.lower(), set()))

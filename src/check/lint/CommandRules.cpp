@@ -5,6 +5,7 @@
 #include "check/lint/SecretText.h"
 #include "check/update/Deliveries.h"
 #include "check/update/Instructions.h"
+#include "check/update/OpenFolder.h"
 
 #include "agent/RunOnce.h"
 #include "common/KzComn_File.h"

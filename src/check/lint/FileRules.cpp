@@ -3,6 +3,7 @@
 #include "check/lint/ProductFiles.h"
 #include "check/update/Deliveries.h"
 #include "check/update/Instructions.h"
+#include "check/update/OpenFolder.h"
 
 #include "agent/FileOperations.h"
 #include "common/KzComn_File.h"

@@ -94,16 +94,4 @@ std::wstring ProductFiles::NearestOf(const std::wstring& tstrPath) const
     return Check::NearestOf(IsInstallPath(tstrPath) ? m_installed.Relative(tstrPath) : tstrName, m_below);
 }
 
-bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled)
-{
-    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Documents and Settings\\",
-                                                   L"\\Windows\\Temp\\"};
-    constexpr std::size_t kDrive = 2;  // "C:"
-    if (String::StartsWithNoCase(tstrPath, tstrInstalled) || tstrPath.size() < kDrive) return false;
-    const std::wstring_view tstrBelow = std::wstring_view(tstrPath).substr(kDrive);
-    return tstrPath[1] == L':' &&
-           std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders),
-                       [&](std::wstring_view tstrUsers) { return String::StartsWithNoCase(tstrBelow, tstrUsers); });
-}
-
 }  // namespace Check

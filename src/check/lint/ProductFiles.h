@@ -51,9 +51,4 @@ private:
     std::vector<std::wstring> m_below;  // what is brought to the install folder, below it
 };
 
-/// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
-/// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, never counts as such a place, even
-/// if a copy of it is in one.
-[[nodiscard]] bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled);
-
 }  // namespace Check

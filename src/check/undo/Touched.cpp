@@ -66,6 +66,14 @@ bool ReadHash(const SimulatedMachine& machine, const std::wstring& tstrPath, Con
            ContentReader::HashBytes(strBytes, content, nullptr);
 }
 
+/// The attributes that files are to keep.
+DWORD AttributesOf(const SimulatedMachine& machine, const std::wstring& tstrPath)
+{
+    DWORD dwAttributes = 0;
+    static_cast<void>(machine.ReadAttributes(tstrPath, dwAttributes, nullptr));
+    return dwAttributes & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+}
+
 }  // namespace
 
 void Touched::Add(const std::vector<PlanStep>& steps)
@@ -90,8 +98,8 @@ bool IsSamePath(const SimulatedMachine& left, const SimulatedMachine& right, con
     }
     Content leftContent;
     Content rightContent;
-    return ReadHash(left, tstrPath, leftContent) && ReadHash(right, tstrPath, rightContent) &&
-           leftContent == rightContent;
+    return AttributesOf(left, tstrPath) == AttributesOf(right, tstrPath) && ReadHash(left, tstrPath, leftContent) &&
+           ReadHash(right, tstrPath, rightContent) && leftContent == rightContent;
 }
 
 bool IsSameValue(const SimulatedMachine& left, const SimulatedMachine& right, const NamePair& value)

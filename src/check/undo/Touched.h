@@ -40,8 +40,8 @@ struct Touched {
 /// A registry value's place in the view that the agent uses.
 [[nodiscard]] KzCommon::RegistryPlace PlaceOf(const NamePair& value);
 
-/// Whether a file or folder is the same on both machines: it is missing, a folder, or a file with the same content. A
-/// file whose content is not known counts as different.
+/// Whether a file or folder is the same on both machines: it is missing, a folder, or a file with the same content that
+/// is read-only, hidden or a system file on both. A file whose content is not known counts as different.
 [[nodiscard]] bool IsSamePath(const SimulatedMachine& left, const SimulatedMachine& right,
                               const std::wstring& tstrPath);
 

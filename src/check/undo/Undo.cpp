@@ -8,6 +8,7 @@
 #include "check/update/NewFolder.h"
 #include "check/update/ShownText.h"
 #include "check/verify/Manifest.h"
+#include "check/verify/PendingMoves.h"
 
 #include "agent/NewNameDecision.h"
 #include "common/Frwk_Utility.h"
@@ -81,14 +82,10 @@ private:
 
     void AddValues()
     {
-        std::wstring tstrKey;
+        String::NoCaseSet newKeys;
         for (const NamePair& value : m_context.touched.values) {
             const RegistryPlace place = PlaceOf(value);
-            const bool bNewKey = !m_context.before.HasKey(place) && m_context.after.HasKey(place);
-            if (bNewKey && !String::EqualsNoCase(tstrKey, value.first)) {
-                Add(L"HKEY_LOCAL_MACHINE\\" + value.first, L"an empty key stays");
-            }
-            tstrKey = value.first;
+            AddNewKeys(value.first, newKeys);
             if (IsSameValue(m_context.before, m_context.after, value)) continue;
             StoredValue stored;
             const std::wstring tstrName = NameOfValue(value);
@@ -97,15 +94,27 @@ private:
         }
     }
 
+    /// The key of a value and those above it, as far as the update has created them.
+    void AddNewKeys(const std::wstring& tstrKey, String::NoCaseSet& named)
+    {
+        for (std::size_t uEnd = 0; uEnd < tstrKey.size(); ++uEnd) {
+            uEnd = std::min(tstrKey.find(L'\\', uEnd), tstrKey.size());
+            const std::wstring tstrAbove = tstrKey.substr(0, uEnd);
+            const RegistryPlace place = PlaceOf({tstrAbove, {}});
+            const bool bNew = !m_context.before.HasKey(place) && m_context.after.HasKey(place);
+            if (bNew && named.insert(NameOfKeyPath(tstrAbove)).second) {
+                Add(NameOfKeyPath(tstrAbove), L"no record deletes a key");
+            }
+        }
+    }
+
     void AddKeys()
     {
         const std::wstring tstrFile = m_context.installed / kUpdateInfoFile;
         if (!m_context.before.HasFile(tstrFile)) Add(L"{InstalledDir}UpdateInfo.ini", L"an update needs it");
-        for (const NamePair& key : m_parts.newKeys) {
-            Add(NameOfKey(key), L"no record removes a key; it stays where the update client keeps the file");
-        }
+        for (const auto& [key, szReason] : m_parts.keptKeys) Add(NameOfKey(key), szReason);
         for (const NamePair& key : m_context.touched.iniKeys) {
-            if (m_parts.newKeys.contains(key)) continue;
+            if (m_parts.keptKeys.contains(key)) continue;
             const std::wstring tstrBefore = ReadKey(m_context.before, tstrFile, key);
             const std::wstring tstrNow = ReadKey(m_context.after, tstrFile, key);
             if (tstrBefore == tstrNow) continue;
@@ -124,7 +133,7 @@ std::wstring FormatInstructions(const UndoParts& parts, const std::vector<Uncove
 {
     std::wstring tstrText =
         L"; Restores what another update has replaced or removed, on the product for which it was made.\r\n"
-        L"; BrevantCheck: B046 B068 B072 B077 B078\r\n";
+        L"; BrevantCheck: B046 B068 B072 B077 B078 NO-EFFECT\r\n";
     for (const UncoveredPart& part : notRestored) {
         tstrText += L"; " + std::wstring(kNotRestored) + part.tstrWhat + kWhyNot + part.tstrDetail + L"\r\n";
     }
@@ -200,10 +209,33 @@ bool WriteUpdate(const UndoParts& parts, const SimulatedMachine& before, const F
 
 std::string Summary(const std::wstring& tstrGiven, const UndoParts& parts, const std::vector<UncoveredPart>& list)
 {
-    std::wstring tstrText = WithHostPaths(tstrGiven) + L": " + std::to_wstring(parts.files.size()) +
-                            L" files restored; not restored, as its manifest says:\n";
+    std::wstring tstrText = WithHostPaths(tstrGiven) + L": written; it brings " + std::to_wstring(parts.files.size()) +
+                            L" files. It does not restore, as its manifest says:\n";
     for (const UncoveredPart& part : list) tstrText += L"  " + part.tstrWhat + L": " + part.tstrDetail + L"\n";
     return String::ToUtf8(tstrText);
+}
+
+int NotComplete(const std::wstring& tstrGiven, const Folder& folder, Output& output)
+{
+    if (Storage::Directory::IsExisted(folder)) output.tstrErrors += tstrGiven + L": not complete; delete it\n";
+    return kCannotRead;
+}
+
+/// Whether the new update would change the update that it undoes, or the product.
+bool IsInside(const std::wstring& tstrGiven, const UndoContext& context)
+{
+    const Folder folder = Storage::Directory::FullPath(tstrGiven);
+    return String::StartsWithNoCase(folder.Text(), context.update.Root()) ||
+           String::StartsWithNoCase(folder.Text(), context.installed);
+}
+
+/// Whether the product is between two states.
+bool WaitsForRestart(const Machine& machine, const Folder& installed)
+{
+    const std::vector<PendingMove> moves = ReadPendingMoves(machine);
+    return std::any_of(moves.begin(), moves.end(), [&](const PendingMove& move) {
+        return installed.Contains(move.tstrSource) || installed.Contains(move.tstrDestination);
+    });
 }
 
 /// Writes the update that undoes the one of the context, for the product in a folder as its registry names it, and
@@ -212,14 +244,19 @@ int WriteUndo(UndoContext& context, const Folder& installedDir, const std::wstri
 {
     const Folder folder = Storage::Directory::FullPath(tstrGiven);
     const UndoParts parts = MakeUndo(context);
-    if (!WriteUpdate(parts, context.before, folder, output)) return kCannotRead;
+    if (!WriteUpdate(parts, context.before, folder, output)) return NotComplete(tstrGiven, folder, output);
     const std::vector<std::wstring> commands = context.touched.commands;
     Deploy(context.after, {folder, installedDir}, context.touched);
     context.touched.commands = commands;  // the machine's list has them once more
     const std::vector<UncoveredPart> notRestored = Differences(context, parts).List();
     if (!WriteText(folder / kInstructionFile, FormatInstructions(parts, notRestored), output) ||
         !ShipManifest(folder, output)) {
-        return kCannotRead;
+        return NotComplete(tstrGiven, folder, output);
+    }
+    if (!parts.bAny) {
+        output.tstrErrors += context.update.GivenFolder() +
+                             L": nothing to restore; is it deployed already, or does its UpdateInfo.ini not name its "
+                             L"packages?\n";
     }
     output.strText = Summary(tstrGiven, parts, notRestored);
     return kClean;
@@ -244,6 +281,16 @@ int RunUndo(const Arguments& arguments, Output& output)
     // The registry may write the folder in its own way.
     const std::wstring tstrInstalled = Storage::Directory::FullPath(plan.installedDir);
     UndoContext context{update, tstrInstalled, before, after, {}};
+    if (IsInside(*arguments.optOutput, context)) {
+        output.tstrErrors += *arguments.optOutput + L": is in the folder of the update or of the product\n";
+        return kWrongUse;
+    }
+    if (WaitsForRestart(machine, context.installed)) {
+        output.tstrErrors +=
+            context.installed.Text() +
+            L": files wait for the restart; restart Windows first, so that there is a state to restore\n";
+        return kCannotRead;
+    }
     Deploy(after, {update.Root(), plan.installedDir, bCopy}, context.touched);
     const Folder now = Storage::Directory::FullPath(Frwk::Utility::GetInstalledFolder(after));
     if (!String::EqualsNoCase(now.Text(), context.installed.Text())) {

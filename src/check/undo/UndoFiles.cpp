@@ -1,6 +1,8 @@
 // Files and folders of an update that undoes another one.
 #include "check/undo/UndoParts.h"
 
+#include "check/update/OpenFolder.h"
+
 #include "agent/PackageLayout.h"
 
 #include <algorithm>
@@ -12,8 +14,15 @@ namespace Check {
 
 namespace {
 
-/// In places where every user may write, a delayed deletion could follow a link.
-constexpr const wchar_t* kUsersFolders[] = {L"C:\\ProgramData\\", L"C:\\Users\\", L"C:\\Windows\\Temp\\"};
+constexpr wchar_t kNoPathRecord[] = L"no record can name it, or its section has no room";
+constexpr wchar_t kOpenFolder[] = L"every user could write to its folder once an update has created it";
+
+/// Whether records can name the path: they take braces for placeholders.
+bool IsNameable(const std::wstring& tstrName)
+{
+    constexpr std::wstring_view kInstalled = L"{InstalledDir}";
+    return tstrName.find(L'{', tstrName.starts_with(kInstalled) ? kInstalled.size() : 0) == std::wstring::npos;
+}
 
 /// Finds the places of an update's files from their destinations: the reverse of the deploy steps.
 class PlaceFinder {
@@ -69,14 +78,30 @@ bool IsBroughtAsSetting(const UndoContext& context, const UndoParts& parts, cons
     });
 }
 
-/// The records that delete a file which the update has brought.
+/// The records that delete a file which the update has brought. In places where every user may write, a delayed
+/// deletion could follow a link.
 bool AddDeletion(const UndoContext& context, const std::wstring& tstrPath, UndoSection& section)
 {
-    const bool bUsers = std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders), [&](const wchar_t* szFolder) {
-        return String::StartsWithNoCase(tstrPath, szFolder);
-    });
-    return tstrPath.size() <= _MAX_PATH &&
-           AddRecord(section, bUsers ? L"delete_now" : L"delete", NameOfPath(context.installed, tstrPath));
+    const std::wstring tstrName = NameOfPath(context.installed, tstrPath);
+    const bool bUsers = IsUsersFolder(tstrPath, context.installed);
+    return tstrPath.size() <= _MAX_PATH && IsNameable(tstrName) &&
+           AddRecord(section, bUsers ? L"delete_now" : L"delete", tstrName);
+}
+
+/// Brings an installed file from its place below the update's folder, if there is one.
+void AddFile(const UndoContext& context, const std::wstring& tstrPlace, const std::wstring& tstrPath,
+             String::NoCaseSet& folders, UndoParts& parts)
+{
+    const std::wstring tstrFolder = String::FolderPart(tstrPath);
+    const bool bNewFolder = !context.after.HasFolder(tstrFolder);
+    if (tstrPlace.empty()) {
+        parts.reasons[NameOfPath(context.installed, tstrPath)] = L"no deploy step brings files there";
+    } else if (bNewFolder && IsUsersFolder(tstrFolder, context.installed)) {
+        parts.reasons[NameOfPath(context.installed, tstrPath)] = kOpenFolder;
+    } else {
+        parts.files[tstrPlace] = tstrPath;
+        if (bNewFolder) folders.insert(tstrFolder);
+    }
 }
 
 void AddFolders(const UndoContext& context, const String::NoCaseSet& folders, UndoParts& parts)
@@ -86,8 +111,11 @@ void AddFolders(const UndoContext& context, const String::NoCaseSet& folders, Un
         const auto itNext = std::next(itFolder);
         if (itNext != folders.end() && String::IsBelow(*itNext, *itFolder)) continue;
         const std::wstring tstrName = NameOfPath(context.installed, *itFolder);
-        if (!AddRecord(parts.folderRecords, L"add", tstrName.substr(0, tstrName.size() - 1))) {
-            parts.reasons[tstrName] = L"its section has no room for it";
+        if (IsUsersFolder(*itFolder, context.installed)) {
+            parts.reasons[tstrName] = kOpenFolder;
+        } else if (!IsNameable(tstrName) ||
+                   !AddRecord(parts.folderRecords, L"add", tstrName.substr(0, tstrName.size() - 1))) {
+            parts.reasons[tstrName] = kNoPathRecord;
         }
     }
 }
@@ -100,21 +128,16 @@ void AddUndoFiles(const UndoContext& context, UndoParts& parts)
     String::NoCaseSet folders;
     for (const std::wstring& tstrPath : context.touched.paths) {
         if (IsOfUpdates(context.installed, tstrPath) || IsSamePath(context.before, context.after, tstrPath)) continue;
+        parts.bAny = true;
         if (IsBroughtAsSetting(context, parts, tstrPath)) continue;
         const std::wstring tstrName = NameOfPath(context.installed, tstrPath);
         if (context.before.HasFolder(tstrPath)) {
             folders.insert(tstrPath + L"\\");
         } else if (!context.before.HasFile(tstrPath)) {
             if (context.after.HasFolder(tstrPath)) continue;
-            if (!AddDeletion(context, tstrPath, parts.fileRecords)) {
-                parts.reasons[tstrName] = L"its path or its section is too long for a record";
-            }
-        } else if (const std::wstring tstrPlace = finder.Find(tstrPath); !tstrPlace.empty()) {
-            parts.files[tstrPlace] = tstrPath;
-            const std::wstring tstrFolder = String::FolderPart(tstrPath);
-            if (!context.after.HasFolder(tstrFolder)) folders.insert(tstrFolder);
+            if (!AddDeletion(context, tstrPath, parts.fileRecords)) parts.reasons[tstrName] = kNoPathRecord;
         } else {
-            parts.reasons[tstrName] = L"no deploy step brings files there";
+            AddFile(context, finder.Find(tstrPath), tstrPath, folders, parts);
         }
     }
     AddFolders(context, folders, parts);

@@ -82,9 +82,9 @@ void AddUndoValues(const UndoContext& context, UndoParts& parts)
     for (const NamePair& value : context.touched.values) {
         if (const wchar_t* const szReason = WhyKept(value)) {
             parts.reasons[NameOfValue(value)] = szReason;
-        } else if (!IsSameValue(context.before, context.after, value) &&
-                   !AddValue(context, value, parts.valueRecords)) {
-            parts.reasons[NameOfValue(value)] = kNoRecord;
+        } else if (!IsSameValue(context.before, context.after, value)) {
+            parts.bAny = true;
+            if (!AddValue(context, value, parts.valueRecords)) parts.reasons[NameOfValue(value)] = kNoRecord;
         }
     }
 }
@@ -110,7 +110,6 @@ void CompleteRemovals(UndoParts& parts)
     const bool bFiles = !parts.fileRecords.lines.empty();
     if (bFiles && !bFolders) static_cast<void>(AddRecord(parts.folderRecords, L"add", L"{InstalledDir}"));
     if (bFiles || !bFolders) return;
-    parts.fileRecords.lines.emplace_back(L"; BrevantCheck: NO-EFFECT");
     static_cast<void>(AddRecord(parts.fileRecords, L"delete_now", L"{InstalledDir}QorUndo.none"));
 }
 
@@ -121,12 +120,17 @@ std::wstring NameOfPath(const Folder& installed, const std::wstring& tstrPath)
     return installed.Contains(tstrPath) ? L"{InstalledDir}" + installed.Relative(tstrPath) : tstrPath;
 }
 
-std::wstring NameOfValue(const NamePair& value)
+std::wstring NameOfKeyPath(std::wstring tstrKey)
 {
-    std::wstring tstrKey = value.first;
     // Windows reads several backslashes as one.
     while (tstrKey.find(L"\\\\") != std::wstring::npos) String::ReplaceAll(tstrKey, L"\\\\", L"\\");
-    return L"HKEY_LOCAL_MACHINE\\" + tstrKey + L" : " + (value.second.empty() ? L"(unnamed)" : value.second);
+    if (tstrKey.ends_with(L'\\')) tstrKey.pop_back();
+    return L"HKEY_LOCAL_MACHINE\\" + tstrKey;
+}
+
+std::wstring NameOfValue(const NamePair& value)
+{
+    return NameOfKeyPath(value.first) + L" : " + (value.second.empty() ? L"(unnamed)" : value.second);
 }
 
 std::wstring NameOfKey(const NamePair& key)

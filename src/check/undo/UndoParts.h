@@ -7,6 +7,7 @@
 #include "agent/SettingsFiles.h"
 #include "common/KzComn_String.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -30,14 +31,17 @@ struct UndoParts {
     UndoSection settingRecords{L"QOR_CONFIG_MERGE"};
     UndoSection infoRecords{L"UPDATE_INFO"};
     std::wstring tstrUpdateInfo;  ///< the text of its "UpdateInfo.ini"
-    NamePairs newKeys;            ///< of the update information: the update has added them
+    /// Keys of the update information that no record restores, with the reason.
+    std::map<NamePair, const wchar_t*, NoCasePair> keptKeys;
     /// Why a place cannot be restored, by its name in the list.
     KzCommon::String::NoCaseMap<std::wstring> reasons;
+    bool bAny = false;  ///< the other update changes a file, a folder or a value
 };
 
 /// The names of places in records and in the list of those that are not restored.
 [[nodiscard]] std::wstring NameOfPath(const Folder& installed, const std::wstring& tstrPath);
 [[nodiscard]] std::wstring NameOfValue(const NamePair& value);
+[[nodiscard]] std::wstring NameOfKeyPath(std::wstring tstrKey);
 [[nodiscard]] std::wstring NameOfKey(const NamePair& key);
 
 /// Whether a path belongs to the update client, or to every update in its own way: the download folders, the

@@ -4,6 +4,7 @@
 #include "check/simulate/LostSettings.h"
 #include "check/update/IniScan.h"
 #include "check/update/XmlForm.h"
+#include "check/verify/ExpectedState.h"
 
 #include "agent/DownloadPath.h"
 #include "agent/IniEdits.h"
@@ -75,21 +76,28 @@ std::wstring TextOf(std::string_view strBytes)
     return strBytes.starts_with(kMark) ? String::FromUtf16(strBytes.substr(kMark.size())) : String::FromAnsi(strBytes);
 }
 
-/// The text of the update information without its download paths, and with the new package's.
-std::wstring WithPackage(const std::wstring& tstrText, const std::wstring& tstrPackage)
+using IniValues = std::map<NamePair, std::wstring, NoCasePair>;
+
+/// The text of the update information without its download paths, with the new package's, and with other values: as the
+/// update client leaves it.
+std::wstring WithPackage(const std::wstring& tstrText, const std::wstring& tstrPackage, IniValues values)
 {
     const std::wstring tstrNew = ProductDownloadKey().szKey + (L"=" + tstrPackage) + L"\r\n";
     std::wstring tstrResult;
     bool bNamed = false;
+    std::wstring tstrSection;
     for (std::size_t uLine = 0; uLine < tstrText.size();) {
         const std::size_t uEnd = std::min(tstrText.find(L'\n', uLine), tstrText.size());
         const std::wstring tstrLine(String::Trim(tstrText.substr(uLine, uEnd - uLine), L" \t\r"));
         uLine = uEnd + 1;
         const std::wstring tstrKey(String::Trim(tstrLine.substr(0, tstrLine.find(L'=')), L" \t"));
         if (IsDownloadKey(tstrKey)) continue;
-        tstrResult += tstrLine + L"\r\n";
-        const std::wstring_view tstrSection = String::Trim(tstrLine, L"[] \t");
-        const bool bList = !bNamed && tstrLine.starts_with(L'[') && String::EqualsNoCase(tstrSection, kList);
+        const bool bSection = tstrLine.starts_with(L'[');
+        if (bSection) tstrSection = String::Trim(tstrLine, L"[] \t");
+        // The first of several counts.
+        const auto value = values.extract({tstrSection, tstrKey});
+        tstrResult += (value ? tstrKey + L"=" + value.mapped() : tstrLine) + L"\r\n";
+        const bool bList = !bNamed && bSection && String::EqualsNoCase(tstrSection, kList);
         if (bList) tstrResult += tstrNew;
         bNamed = bNamed || bList;
     }
@@ -99,9 +107,39 @@ std::wstring WithPackage(const std::wstring& tstrText, const std::wstring& tstrP
 /// Whether a record can write the value back.
 bool IsWritable(const NamePair& key, const std::wstring& tstrValue)
 {
-    if (IsDownloadKey(key.second) || String::EqualsNoCase(key.second, DeployedVersion().tstrKey)) return false;
-    const std::wstring tstrAll = key.first + key.second + tstrValue;
-    return !key.second.empty() && !tstrValue.empty() && tstrAll.find_first_of(L"!\"=];") == std::wstring::npos;
+    const bool bNames = (key.first + key.second).find_first_of(L"!=]") == std::wstring::npos;
+    return bNames && !key.second.empty() && !tstrValue.empty() && tstrValue.find(L'!') == std::wstring::npos;
+}
+
+/// Whether the agent or the update client writes the key in every update.
+bool IsOfEveryUpdate(const std::wstring& tstrKey)
+{
+    return IsDownloadKey(tstrKey) || String::EqualsNoCase(tstrKey, DeployedVersion().tstrKey);
+}
+
+bool IsAscii(const std::wstring& tstrText)
+{
+    return std::all_of(tstrText.begin(), tstrText.end(), [](wchar_t ch) { return ch <= 0x7F; });
+}
+
+/// Adds the records that write the installed values. Returns their keys. Of sections and keys with one name Windows
+/// reads the first. Text in a code page is not the same on every machine.
+NamePairs AddInfoRecords(const IniScan& scan, UndoSection& section)
+{
+    NamePairs written;
+    NamePairs seen;
+    for (const IniSection& installed : scan.Sections()) {
+        if (scan.Find(installed.tstrName) != &installed) continue;
+        for (const IniRecord& record : installed.records) {
+            const NamePair key{installed.tstrName, record.tstrKey};
+            const bool bFirst = seen.insert(key).second;
+            const bool bKnown = scan.Encoding() == IniEncoding::eUtf16 || IsAscii(record.tstrValue);
+            if (!bFirst || !bKnown || IsOfEveryUpdate(key.second) || !IsWritable(key, record.tstrValue)) continue;
+            const std::wstring tstrRecord = key.first + L"!" + key.second + L"!" + record.tstrValue;
+            if (AddRecord(section, L"modify", tstrRecord)) written.insert(key);
+        }
+    }
+    return written;
 }
 
 }  // namespace
@@ -112,9 +150,11 @@ void AddUndoSettings(const UndoContext& context, UndoParts& parts)
     const std::wstring tstrLanguage = Frwk::Utility::GetLanguage(context.before);
     for (const LanguageFile& file : LanguageFiles()) {
         const std::wstring tstrInstalled = context.installed / InstalledName(file);
+        // The user's settings change in use: an update that brings none has left them alone.
+        const bool bUsers = file.bMerged && !context.touched.paths.contains(tstrInstalled);
+        if (!context.before.HasFile(tstrInstalled) || bUsers) continue;
         const std::wstring tstrOwn = context.installed / NameInLanguage(file, tstrLanguage);
         parts.reasons[NameOfPath(context.installed, tstrOwn)] = L"the settings step installs this file, too";
-        if (!context.before.HasFile(tstrInstalled)) continue;
         parts.files[tstrSetting + NameInLanguage(file, tstrLanguage)] = tstrInstalled;
         if (file.bMerged) AddCarriedOver(context, tstrInstalled, parts.settingRecords);
     }
@@ -126,23 +166,27 @@ void AddUndoInfo(const UndoContext& context, UndoParts& parts)
     std::string strBytes;
     static_cast<void>(
         context.before.ReadContent(context.installed / kUpdateInfoFile, kMostIniBytes, strBytes, nullptr));
-    parts.tstrUpdateInfo = WithPackage(TextOf(strBytes), parts.tstrPackage);
-    parts.reasons[NameOfKey({kList, DeployedVersion().tstrKey})] = L"every run writes the agent's own version";
-    for (const NamePair& key : context.touched.iniKeys) {
-        const std::wstring tstrFile = context.installed / kUpdateInfoFile;
-        const bool bNew = ReadKey(context.before, tstrFile, key).empty();
-        if (bNew && !ReadKey(context.after, tstrFile, key).empty()) parts.newKeys.insert(key);
-    }
     IniScan scan;
     scan.Scan(strBytes);
-    for (const IniSection& section : scan.Sections()) {
-        for (const IniRecord& record : section.records) {
-            const NamePair key{section.tstrName, record.tstrKey};
-            if (!IsWritable(key, record.tstrValue)) continue;
-            static_cast<void>(
-                AddRecord(parts.infoRecords, L"modify", key.first + L"!" + key.second + L"!" + record.tstrValue));
+    const NamePairs written = AddInfoRecords(scan, parts.infoRecords);
+    parts.reasons[NameOfKey({kList, DeployedVersion().tstrKey})] = L"every run writes the agent's own version";
+    IniValues versions;
+    for (const NamePair& key : context.touched.iniKeys) {
+        const std::wstring tstrFile = context.installed / kUpdateInfoFile;
+        const std::wstring tstrBefore = ReadKey(context.before, tstrFile, key);
+        const std::wstring tstrAfter = ReadKey(context.after, tstrFile, key);
+        if (tstrBefore == tstrAfter || IsOfEveryUpdate(key.second)) continue;
+        if (tstrBefore.empty()) {
+            parts.keptKeys[key] = L"no record removes a key; it stays where the update client keeps the file";
+        } else if (!written.contains(key)) {
+            parts.keptKeys[key] =
+                L"no record can write the old value; it comes back where the update client replaces "
+                L"the file";
+        } else if (IsVersionKey(key.second)) {
+            versions[key] = tstrAfter;  // the version from which the new update goes back
         }
     }
+    parts.tstrUpdateInfo = WithPackage(TextOf(strBytes), parts.tstrPackage, std::move(versions));
 }
 
 }  // namespace Check

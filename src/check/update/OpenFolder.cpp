@@ -150,4 +150,16 @@ std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, const std::v
     return PlaceWalk(update, others).Judge();
 }
 
+bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled)
+{
+    constexpr std::wstring_view kUsersFolders[] = {L"\\ProgramData\\", L"\\Users\\", L"\\Documents and Settings\\",
+                                                   L"\\Windows\\Temp\\"};
+    constexpr std::size_t kDrive = 2;  // "C:"
+    if (String::StartsWithNoCase(tstrPath, tstrInstalled) || tstrPath.size() < kDrive) return false;
+    const std::wstring_view tstrBelow = std::wstring_view(tstrPath).substr(kDrive);
+    return tstrPath[1] == L':' &&
+           std::any_of(std::begin(kUsersFolders), std::end(kUsersFolders),
+                       [&](std::wstring_view tstrUsers) { return String::StartsWithNoCase(tstrBelow, tstrUsers); });
+}
+
 }  // namespace Check

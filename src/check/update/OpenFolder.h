@@ -36,4 +36,9 @@ struct DoubtfulPlace {
 [[nodiscard]] std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update,
                                                             const std::vector<std::wstring>& others = {});
 
+/// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
+/// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, never counts as such a place, even
+/// if a copy of it is in one.
+[[nodiscard]] bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled);
+
 }  // namespace Check
