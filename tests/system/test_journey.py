@@ -1,4 +1,4 @@
-"""From a new update to many machines: sign, check, look at the machine, deploy, detect, record, and count."""
+"""From a new update to many machines and back: the commands of the README in their order."""
 import json
 import pathlib
 import shutil
@@ -10,9 +10,13 @@ from brevantlab.machine import PRODUCT, Machine
 from brevantlab.layouts import install_folder
 from brevantlab.prefix import ROOT
 from brevantlab.try_update import host_path
+from brevantlab.undo import unlisted, whole_state
 
 SETTING = 'Component/c21t2103v3.9.3l1p1r1o1/Share/Setting'
 PENDING = 3010 & 0xFF
+UNDO = 'C:\\Undo'
+PLACES = 'C:\\Program Files\\', 'C:\\ProgramData\\', 'C:\\windows\\Temp\\', 'C:\\users\\Public\\'
+KEYS = [f'HKLM\\Software\\{key}' for key in ('Kazmere', 'WOW6432Node\\Kazmere', 'Microsoft\\Windows\\CurrentVersion')]
 
 
 class Journey(LabTest):
@@ -35,12 +39,12 @@ class Journey(LabTest):
         return self.machine.run(self.checker, *(host_path(word) if isinstance(word, pathlib.Path) else word
                                                 for word in words), errors=True)
 
-    def sign(self, command=None):
+    def sign(self, command=None, update=None):
         signer = self.home / 'signer'
         signer.write_text(f'#!/bin/sh\nexec openssl dgst -sha256 -sign {self.home}/own.pem -out "$1.sig" "$1"\n')
         signer.chmod(0o755)
-        subprocess.run([ROOT / 'tools/check.sh', 'sign', self.update, '--with', command or signer], check=True,
-                       stdout=subprocess.DEVNULL)
+        subprocess.run([ROOT / 'tools/check.sh', 'sign', update or self.update, '--with', command or signer],
+                       check=True, stdout=subprocess.DEVNULL)
 
     def start(self):
         self.machine = self.enterContext(Machine())
@@ -95,16 +99,38 @@ class Journey(LabTest):
         self.start()
         install_folder(self.machine, ROOT / 'starter/installed', 'EN-US')
         self.sign()
-        for name in ('Component', 'QorPaFrwk.ini', 'UpdateInfo.ini'):  # as the update client does
-            source, target = self.update / name, self.machine.host(PRODUCT + name)
-            shutil.copytree(source, target) if source.is_dir() else shutil.copy(source, target)
+        self.lay(self.update)
 
-    def test_from_a_new_update_to_many_machines(self):
+    def lay(self, update):
+        """Copies the update over the product, as the update client does."""
+        for name in ('Component', 'QorPaFrwk.ini', 'UpdateInfo.ini'):
+            source, target = update / name, self.machine.host(PRODUCT + name)
+            shutil.copytree(source, target, dirs_exist_ok=True) if source.is_dir() else shutil.copy(source, target)
+
+    def deploy_undo(self, own):
+        """Signs what undo wrote, and deploys it like any other update, but for its older version."""
+        undo = self.machine.host(UNDO)
+        self.assertEqual(0, self.check('lint', UNDO, '--strict').code)
+        self.sign(update=undo)
+        self.assertEqual([1, 0], [self.check('check-signature', UNDO, *own, *more).code for more in ([], ['--older'])])
+        self.lay(undo)
+        self.assertEqual((0, 'ready\n'), tuple(self.check('ready', PRODUCT.rstrip('\\'))))
+        self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        self.machine.restart()
+        self.assertRegex(self.check('verify', '--detect', *own).output, '^arrived [0-9a-f]{64}\n$')
+        manifest = json.loads(next(undo.glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
+        return {part['what'].replace('{InstalledDir}', PRODUCT).lower() for part in manifest['not_covered']
+                if part['kind'] == 'not_restored'}
+
+    def test_from_a_new_update_to_many_machines_and_back(self):
         self.lay_out()
         folder, own = PRODUCT.rstrip('\\'), ['--key', self.keys['own']]
+        before = whole_state(self.machine, KEYS, PLACES)
         self.assertEqual(0, self.check('check-signature', folder, *own).code)
         self.assertEqual((0, 'ready\n'), tuple(self.check('ready', folder)))
+        self.assertEqual(0, self.check('undo', folder, '--output', UNDO).code)
         self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        self.assertEqual(3, self.check('undo', folder, '--output', UNDO + '2').code)  # too late
         self.assertEqual([PENDING, 3], [self.check('verify', '--key', self.keys[name]).code for name in self.keys])
         self.assertEqual((0, ''), tuple(self.check('verify', '--detect')))
         self.machine.restart()
@@ -117,6 +143,10 @@ class Journey(LabTest):
         (record / 'spoilt.json').touch()
         self.assertEqual(1, self.check('rollup', record).code)
         self.assertEqual((0, 'equal\n'), tuple(self.check('diff', self.update, PRODUCT + 'QorUpdate.json')))
+        deployed = whole_state(self.machine, KEYS, PLACES)
+        self.assertGreater(len(list(unlisted(before, deployed, PRODUCT.lower(), set()))), 10)
+        listed = self.deploy_undo(own)
+        self.assertSame([], list(unlisted(before, whole_state(self.machine, KEYS, PLACES), PRODUCT.lower(), listed)))
 
     def test_of_two_updates_the_later_one_counts(self):
         self.lay_out()

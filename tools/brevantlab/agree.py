@@ -63,12 +63,12 @@ class State:
         return '\\'.join(names)
 
 
-def files_of(machine: Machine) -> tuple[Files, set[str], dict[str, str]]:
+def files_of(machine: Machine, places: Iterable[str] = PLACES) -> tuple[Files, set[str], dict[str, str]]:
     """The files, folders and folder links that a run can change."""
     files: Files = {}
     folders: set[str] = set()
     links: dict[str, str] = {}
-    for place in PLACES:
+    for place in places:
         home = machine.host(place)
         if home.is_symlink():
             links[_plain(place)] = _windows_path(machine, home.resolve())

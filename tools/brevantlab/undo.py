@@ -7,22 +7,25 @@ folders and values as before, except for the listed ones.
 """
 import argparse
 import json
+import os
 import pathlib
 import re
 import shutil
+import stat
 import sys
 import tempfile
-from typing import Any, Iterator
+from typing import Any, Iterable, Iterator
 
-from .agree import AgreementMachine, State, _of_updates, state_of
+from .agree import KEY, PLACES, AgreementMachine, State, _of_updates, files_of
 from .layouts import OUTSIDE, host_files, text_of
-from .machine import PRODUCT, SETTINGS
+from .machine import PRODUCT, SETTINGS, Machine
 from .random_update import INSTALLS, Scenario, random_scenario
 from .standins import ENDED, FaultLibrary
 from .valid_update import make_update
 
 UNDO, AGENT = 'C:\\Undo\\', 'C:\\Agent\\'
 OF_UPDATES = 'qorpafrwk.ini', 'updateinfo.ini', 'qorupdate.json'
+ITSELF = '\0'  # in the place of a value's name: the key
 DOWNLOAD = re.compile(r'\[component_list\] component\d+_downloadpath')
 
 
@@ -60,7 +63,7 @@ class UndoMachine(AgreementMachine):
         """What differs in the end, and was not listed. With `ended_at` a first run of the update, and one of the undo,
         ends after that part of its trace lines."""
         install, checker = scenario.install, scenario.install + 'BrevantCheck.exe'
-        before = state_of(self)
+        before = whole_state(self)
         shutil.rmtree(self.host(UNDO), ignore_errors=True)
         code, output = self.run(checker, 'undo', install.rstrip('\\'), '--output', UNDO.rstrip('\\'))
         if code != 0:
@@ -74,11 +77,11 @@ class UndoMachine(AgreementMachine):
         self.listed = {part['what'].replace('{InstalledDir}', install, 1).lower() for part in manifest['not_covered']
                        if part['kind'] == 'not_restored'}
         self.deploy(install, ended_at[0])
-        self.changed = list(unlisted(before, state_of(self), install.lower(), set()))
+        self.changed = list(unlisted(before, whole_state(self), install.lower(), set()))
         self.meanwhile(install)
         shutil.copytree(self.host(UNDO), self.host(install), dirs_exist_ok=True)
         self.deploy(install, ended_at[1])
-        return found + list(unlisted(before, state_of(self), install.lower(), self.listed))
+        return found + list(unlisted(before, whole_state(self), install.lower(), self.listed))
 
     def meanwhile(self, install: str) -> None:
         """What the user does between the update and its undo: nothing."""
@@ -100,12 +103,30 @@ def spread(kills: int) -> list[tuple[float, float]]:
     return [((2 * pair + 0.5) / kills, (2 * pair + 1.5) / kills) for pair in range(kills // 2)] or [(0, 0)]
 
 
+def whole_state(machine: Machine, keys: Iterable[str] = (KEY,), places: Iterable[str] = PLACES) -> State:
+    """The machine with the attributes of its files, its registry keys, and the types of the values."""
+    state = State(*files_of(machine, places), {}, [], [])
+    for name in list(state.files):
+        file = machine.host(state.real(name))
+        found = not file.stat().st_mode & stat.S_IWUSR
+        if 'user.DOSATTRIB' in os.listxattr(file):  # where Wine keeps the others
+            found |= int(os.getxattr(file, 'user.DOSATTRIB'), 16) & 6
+        state.files |= {f'{name}|attributes': str(found).encode()} if found else {}
+    for key in keys:
+        for below, values in machine.read_tree(key).items():
+            name = '\\'.join(filter(None, f'{key}\\{below}'.lower().split('\\')))
+            state.values[name, ITSELF] = 'key'
+            state.values |= {(name, value.lower()): ' '.join(map(str, data)) for value, data in values.items()}
+    return state
+
+
 def unlisted(before: State, after: State, install: str, listed: set[str]) -> Iterator[str]:
     """The differences that a list does not have."""
     components = f'{install}component\\', before.real(f'{install}component') + '\\'
     compared: dict[str, list[dict[str, Any]]] = {
         'file': [before.files, after.files],
-        'folder': [dict.fromkeys(_of_updates(state.folders)) for state in (before, after)],
+        'folder': [dict.fromkeys(folder for folder in state.folders
+                                 if folder.startswith(install) or _of_updates({folder})) for state in (before, after)],
         'value': [_named(before), _named(after)],
         'key': [_keys(before, install), _keys(after, install)]}
     for what, (left, right) in compared.items():
@@ -114,13 +135,14 @@ def unlisted(before: State, after: State, install: str, listed: set[str]) -> Ite
             if (name in left, left.get(name)) == (name in right, right.get(name)) or DOWNLOAD.search(name) \
                     or ':' in name[2:] and what == 'folder':
                 continue
-            own = f'{name}\\'.startswith(components) or name.removeprefix(install) in OF_UPDATES
-            if not own and name not in listed and f'{name}\\' not in listed:
+            place = name.partition('|')[0]
+            own = f'{place}\\'.startswith(components) or place.removeprefix(install) in OF_UPDATES
+            if not own and place not in listed and f'{place}\\' not in listed:
                 yield f'{what} {name}: {str(left.get(name))[:200]} -> {str(right.get(name))[:200]}'
 
 
 def _named(state: State) -> dict[str, str]:
-    return {f'{key.replace("hklm", "hkey_local_machine", 1)} : {name or "(unnamed)"}': data
+    return {key.replace('hklm', 'hkey_local_machine', 1) + ('' if name == ITSELF else f' : {name or "(unnamed)"}'): data
             for (key, name), data in state.values.items()}
 
 

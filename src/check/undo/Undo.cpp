@@ -58,6 +58,7 @@ public:
             Add(L"the new name with its shortcuts and pinned items", L"the product keeps its new name");
         }
         Add(L"{InstalledDir}QorUpdate.json", L"it is the manifest of this update");
+        Add(L"{InstalledDir}QorUpdate.json.sig", L"it is the signature of that manifest, when it has one");
         Add(L"{InstalledDir}QorPaFrwk.ini, {InstalledDir}Component and the download paths in UpdateInfo.ini",
             L"the update client writes them");
         return std::move(m_list);

@@ -106,18 +106,22 @@ void AddFile(const UndoContext& context, const std::wstring& tstrPlace, const st
 
 void AddFolders(const UndoContext& context, const String::NoCaseSet& folders, UndoParts& parts)
 {
-    for (auto itFolder = folders.begin(); itFolder != folders.end(); ++itFolder) {
-        // A folder in it comes next, and is created with those above it.
-        const auto itNext = std::next(itFolder);
-        if (itNext != folders.end() && String::IsBelow(*itNext, *itFolder)) continue;
+    std::vector<std::wstring>& lines = parts.folderRecords.lines;
+    std::wstring tstrAdded;
+    // Those in a folder come first; it is created with them.
+    for (auto itFolder = folders.rbegin(); itFolder != folders.rend(); ++itFolder) {
+        if (String::IsBelow(tstrAdded, *itFolder)) continue;
         const std::wstring tstrName = NameOfPath(context.installed, *itFolder);
         if (IsUsersFolder(*itFolder, context.installed)) {
             parts.reasons[tstrName] = kOpenFolder;
         } else if (!IsNameable(tstrName) ||
                    !AddRecord(parts.folderRecords, L"add", tstrName.substr(0, tstrName.size() - 1))) {
             parts.reasons[tstrName] = kNoPathRecord;
+        } else {
+            tstrAdded = *itFolder;
         }
     }
+    std::reverse(lines.begin(), lines.end());
 }
 
 }  // namespace
