@@ -89,10 +89,11 @@ constexpr Verb kVerbs[] = {
     {L"undo", L"UPDATE [--installed DIR] --output NEW",
      L"Writes an update into NEW that restores what UPDATE replaces or removes: files, settings, registry values,\n"
      L"update information. Use it before UPDATE is deployed. It carries out both updates in memory and lists what\n"
-     L"is not restored, also in the manifest of the new update. Lint, try and sign that update like any other.\n\n"
+     L"is not restored, also in the manifest of the new update. Lint, try and sign that update like any other. It is\n"
+     L"for this machine only, and older: check-signature needs --older. The guide undo.md says more.\n\n"
      L"  --installed DIR  the folder of the installed product; without it the one that the registry names\n"
-     L"  --output NEW     a new or empty folder\n\n"
-     L"Exit code: 0 written, 2 wrong use, 3 cannot read or write.",
+     L"  --output NEW     a new or empty folder, outside of UPDATE and of the product\n\n"
+     L"Exit code: 0 written, 2 wrong use, 3 cannot read or write, or files of the product wait for the restart.",
      kInstalled | kOutput, 1, 1, RunUndo},
     {L"diff", L"OLD NEW [--format text|json]",
      L"Shows what another update does otherwise: files, settings, deletions, registry values, update information,\n"

@@ -97,7 +97,11 @@ class Journey(LabTest):
 
     def lay_out(self):
         self.start()
-        install_folder(self.machine, ROOT / 'starter/installed', 'EN-US')
+        spring = self.home / 'spring'
+        self.assertEqual(0, self.check('new', spring).code)
+        self.update = spring / 'update'
+        self.assertEqual(0, self.check('lint', self.update, '--installed', spring / 'installed', '--strict').code)
+        install_folder(self.machine, spring / 'installed', 'EN-US')
         self.sign()
         self.lay(self.update)
 
@@ -133,6 +137,7 @@ class Journey(LabTest):
         self.assertEqual(3, self.check('undo', folder, '--output', UNDO + '2').code)  # too late
         self.assertEqual([PENDING, 3], [self.check('verify', '--key', self.keys[name]).code for name in self.keys])
         self.assertEqual((0, ''), tuple(self.check('verify', '--detect')))
+        self.assertRegex(self.check('verify', '--detect', '--pending', 'arrived').output, '^pending ')
         self.machine.restart()
         self.assertRegex(self.check('verify', '--detect', *own).output, '^arrived [0-9a-f]{64}\n$')
         record = self.home / 'records'

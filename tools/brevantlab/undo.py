@@ -108,7 +108,7 @@ def whole_state(machine: Machine, keys: Iterable[str] = (KEY,), places: Iterable
     state = State(*files_of(machine, places), {}, [], [])
     for name in list(state.files):
         file = machine.host(state.real(name))
-        found = not file.stat().st_mode & stat.S_IWUSR
+        found = 0 if file.stat().st_mode & stat.S_IWUSR else 1
         if 'user.DOSATTRIB' in os.listxattr(file):  # where Wine keeps the others
             found |= int(os.getxattr(file, 'user.DOSATTRIB'), 16) & 6
         state.files |= {f'{name}|attributes': str(found).encode()} if found else {}
