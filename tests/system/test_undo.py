@@ -45,7 +45,8 @@ class Undo(LabTest):
                     self.assertSame([], [what for what in self.machine.listed
                                          if not any(re.fullmatch(known, what) for known in listed)])
                     self.assertLess(len(self.machine.listed) + 4, len(self.machine.changed))
-                    self.assertSame(changed.setdefault(update, self.machine.changed), self.machine.changed)
+                    changes = [what for what in self.machine.changed if 'frwkdeploytick' not in what]  # a time
+                    self.assertSame(changed.setdefault(update, changes), changes)
         self.assertEqual(12, self.machine.ended)
 
     def test_settings_that_the_update_carries_over_stay_the_users(self):
