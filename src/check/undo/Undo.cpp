@@ -1,5 +1,6 @@
 #include "check/undo/Undo.h"
 
+#include "check/simulate/FullPath.h"
 #include "check/simulate/Plan.h"
 #include "check/simulate/PlanMachine.h"
 #include "check/undo/UndoParts.h"
@@ -222,11 +223,17 @@ int NotComplete(const std::wstring& tstrGiven, const Folder& folder, Output& out
     return kCannotRead;
 }
 
+/// A folder in the form in which the machine in memory names it.
+Folder PlainFolder(const std::wstring& tstrFolder)
+{
+    return FullPath(tstrFolder).WithoutBackslash().Text();
+}
+
 /// Whether the new update would change the update that it undoes, or the product.
 bool IsInside(const std::wstring& tstrGiven, const UndoContext& context)
 {
-    const Folder folder = Storage::Directory::FullPath(tstrGiven);
-    return String::StartsWithNoCase(folder.Text(), context.update.Root()) ||
+    const Folder folder = PlainFolder(tstrGiven);
+    return String::StartsWithNoCase(folder.Text(), PlainFolder(context.update.Root()).Text()) ||
            String::StartsWithNoCase(folder.Text(), context.installed);
 }
 
@@ -280,8 +287,7 @@ int RunUndo(const Arguments& arguments, Output& output)
     SimulatedMachine after(&machine);
     static_cast<void>(PrepareForPlan(before, {plan.installedDir, plan.installedDir, bCopy}));
     // The registry may write the folder in its own way.
-    const std::wstring tstrInstalled = Storage::Directory::FullPath(plan.installedDir);
-    UndoContext context{update, tstrInstalled, before, after, {}};
+    UndoContext context{update, PlainFolder(plan.installedDir), before, after, {}};
     if (IsInside(*arguments.optOutput, context)) {
         output.tstrErrors += *arguments.optOutput + L": is in the folder of the update or of the product\n";
         return kWrongUse;
@@ -293,7 +299,7 @@ int RunUndo(const Arguments& arguments, Output& output)
         return kCannotRead;
     }
     Deploy(after, {update.Root(), plan.installedDir, bCopy}, context.touched);
-    const Folder now = Storage::Directory::FullPath(Frwk::Utility::GetInstalledFolder(after));
+    const Folder now = PlainFolder(Frwk::Utility::GetInstalledFolder(after));
     if (!String::EqualsNoCase(now.Text(), context.installed.Text())) {
         output.tstrErrors += update.GivenFolder() + L": changes ProductPath: no later update finds the product\n";
         return kCannotRead;
