@@ -14,8 +14,8 @@ from brevantlab.undo import unlisted, whole_state
 
 SETTING = 'Component/c21t2103v3.9.3l1p1r1o1/Share/Setting'
 PENDING = 3010 & 0xFF
-UNDO = 'C:\\Undo'
-PLACES = 'C:\\Program Files\\', 'C:\\ProgramData\\', 'C:\\windows\\Temp\\', 'C:\\users\\Public\\'
+UNDO = 'C:\\Program Files\\Kazmere\\Undo'
+PLACES = PRODUCT, 'C:\\ProgramData\\', 'C:\\windows\\Temp\\', 'C:\\users\\Public\\'
 KEYS = [f'HKLM\\Software\\{key}' for key in ('Kazmere', 'WOW6432Node\\Kazmere', 'Microsoft\\Windows\\CurrentVersion')]
 
 
@@ -113,15 +113,16 @@ class Journey(LabTest):
 
     def deploy_undo(self, own):
         """Signs what undo wrote, and deploys it like any other update, but for its older version."""
-        undo = self.machine.host(UNDO)
+        undo, folder = self.machine.host(UNDO), PRODUCT.rstrip('\\')
         self.assertEqual(0, self.check('lint', UNDO, '--strict').code)
         self.sign(update=undo)
-        self.assertEqual([1, 0], [self.check('check-signature', UNDO, *own, *more).code for more in ([], ['--older'])])
         self.lay(undo)
-        self.assertEqual((0, 'ready\n'), tuple(self.check('ready', PRODUCT.rstrip('\\'))))
+        own += ['--older']
+        self.assertEqual([1, 0], [self.check('check-signature', folder, *words).code for words in (own[:-1], own)])
+        self.assertEqual((0, 'ready\n'), tuple(self.check('ready', folder)))
         self.machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
         self.machine.restart()
-        self.assertRegex(self.check('verify', '--detect', *own).output, '^arrived [0-9a-f]{64}\n$')
+        self.assertRegex(self.check('verify', '--detect', *own[:-1]).output, '^arrived [0-9a-f]{64}\n$')
         manifest = json.loads(next(undo.glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
         return {part['what'].replace('{InstalledDir}', PRODUCT).lower() for part in manifest['not_covered']
                 if part['kind'] == 'not_restored'}

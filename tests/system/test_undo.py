@@ -120,6 +120,8 @@ class Undo(LabTest):
         self.machine.write(UNDO + 'a', '')
         for name in ('Update\\QorPaFrwk.ini', 'Bare\\UpdateInfo.ini'):
             self.machine.write('C:\\Other\\' + name, '')
+        self.machine.make_dir('C:\\Other\\Undo')
+        self.machine.host('C:\\Other\\Undo').chmod(0o777)
 
         def undo(*words):
             return self.machine.run(checker, 'undo', *words)
@@ -127,7 +129,7 @@ class Undo(LabTest):
             UNDO, update + '/Component/undo', f'\\\\?\\{update.upper()}\\undo')])
         self.assertEqual(2, undo(update).code)
         code, output = undo('C:/Other/Update/', '--output', 'C:/Other/Undo', '--installed', 'C:\\Other\\Bare')
-        self.assertEqual((0, True), (code, 'nothing to restore' in output), output)
+        self.assertEqual((0, True, True), (code, 'nothing to restore' in output, 'standard users' in output), output)
         self.assertEqual(2, undo('C:/Other/Update/', '--output', 'C:\\Other\\Update\\Undo').code)
 
     def test_a_difference_is_told(self):

@@ -7,6 +7,7 @@
 #include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
 #include "check/update/NewFolder.h"
+#include "check/update/OpenFolder.h"
 #include "check/update/ShownText.h"
 #include "check/verify/Manifest.h"
 #include "check/verify/PendingMoves.h"
@@ -260,6 +261,11 @@ int WriteUndo(UndoContext& context, const Folder& installedDir, const std::wstri
     if (!WriteText(folder / kInstructionFile, FormatInstructions(parts, notRestored), output) ||
         !ShipManifest(folder, output)) {
         return NotComplete(tstrGiven, folder, output);
+    }
+    DWORD dwError = ERROR_SUCCESS;
+    if (IsOpenToUsers(folder, &dwError).value_or(false)) {
+        output.tstrErrors +=
+            tstrGiven + L": standard users can change what is in it; an elevated agent will deploy it\n";
     }
     if (!parts.bAny) {
         output.tstrErrors += context.update.GivenFolder() +
