@@ -174,7 +174,7 @@ class Expectations:
             others |= {f'{base}.{kind}', *(f'{base}_{language}.{kind}' for language in LANGUAGES)}
         known = {path for path, content in expected.items() if content} | {PRODUCT + name for name in others}
         # What else a record brings is in the manifest; "verify" compares its content.
-        manifest = json.loads(self.read(PRODUCT + 'QorUpdate.json'))
+        manifest = json.loads(self.read(PRODUCT + 'QorUpdate.json') or '{"files": []}')
         known |= {file['destination'].replace('{InstalledDir}', PRODUCT) for file in manifest['files']}
         yield 'unexpected files', set(), {path for path in after.files if path.startswith(PRODUCT)} - known
         yield 'files that no step looks at', set(planted_files()), set(self.outcome.never_looked_at())
