@@ -6,7 +6,8 @@ from brevantlab.expect import LabTest, faults
 from brevantlab.layouts import SampleMachine
 from brevantlab.machine import SESSION_MANAGER
 
-POWER = 'HKLM\\SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power'
+POWER = SESSION_MANAGER + '\\Power'
+HIBERNATION = 'HKLM\\SYSTEM\\CurrentControlSet\\Control\\Power'
 TERABYTE = 1 << 40
 
 
@@ -24,6 +25,8 @@ class Ready(LabTest):
     def test_each_obstacle_is_found(self):
         self.machine = machine = self.enterContext(SampleMachine())
         machine.mark_renamed()
+        machine.set_value(POWER, 'HiberbootEnabled', 1)
+        machine.set_value(HIBERNATION, 'HibernateEnabled', 0)
         self.assertEqual(set(), self.found())
         machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o666)
         setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
@@ -33,7 +36,7 @@ class Ready(LabTest):
         machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o644)
         machine.host(machine.install + 'Resource\\EN-US').chmod(0o755)
 
-        machine.set_value(POWER, 'HiberbootEnabled', 1)
+        machine.set_value(HIBERNATION, 'HibernateEnabled', 1)
         machine.set_value(SESSION_MANAGER, 'PendingFileRenameOperations', [
             '\\??\\C:\\other.dll', f'!\\??\\{machine.install}Qorvault.exe', f'\\??\\{machine.install}config.xml', '',
             '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])

@@ -19,7 +19,7 @@ namespace Check {
 namespace {
 
 constexpr ULONGLONG kMegabyte = 1'048'576;
-constexpr wchar_t kPowerKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
+constexpr wchar_t kControlKey[] = L"SYSTEM\\CurrentControlSet\\Control\\";
 
 /// Carries out one check; its findings get the number of its row.
 class Checking {
@@ -176,11 +176,19 @@ void CheckRights(Checking& check)
     }
 }
 
-void CheckFastStartup(Checking& check)
+/// Whether a number below the system's control key is not 0; `bUnknown` when it does not exist.
+bool IsOn(const Machine& machine, const std::wstring& tstrKey, const wchar_t* szName, bool bUnknown)
 {
     RegistryData data = DWORD{0};
-    const RegistryPlace place{.tstrKeyPath = kPowerKey, .tstrName = L"HiberbootEnabled"};
-    if (check.context.machine.ReadValue(place, data, nullptr) && std::get<DWORD>(data) != 0) {
+    const RegistryPlace place{.tstrKeyPath = kControlKey + tstrKey, .tstrName = szName};
+    return machine.ReadValue(place, data, nullptr) ? std::get<DWORD>(data) != 0 : bUnknown;
+}
+
+/// Fast Startup needs hibernation: "powercfg /h off" ends both, but leaves the value of Fast Startup as it was.
+void CheckFastStartup(Checking& check)
+{
+    if (IsOn(check.context.machine, L"Session Manager\\Power", L"HiberbootEnabled", false) &&
+        IsOn(check.context.machine, L"Power", L"HibernateEnabled", true)) {
         check.Find(L"Fast Startup",
                    L"after a shutdown Windows does not start afresh, and carries out no pending moves");
     }
