@@ -1,4 +1,4 @@
-// Sessions and the registry; and effects that only a restart shows.
+// Sessions, and effects that only a restart shows.
 #include "Assumptions.h"
 
 #include "common/KzComn_Process.h"
@@ -59,30 +59,6 @@ Text MessageWithoutUser(const Text&, DWORD)
     DWORD dwAnswer = 0;
     if (!Message(dwSession, dwAnswer)) return Outcome(FALSE);
     return dwAnswer == IDTIMEOUT ? L"waits for an answer" : L"answered by itself (" + std::to_wstring(dwAnswer) + L")";
-}
-
-// -- the registry --
-
-/// Which functions find a key that exists only in a redirected HKEY_LOCAL_MACHINE: those of the core, which the product
-/// imports, or those of advapi32.
-Text RedirectedRegistry(const Text&, DWORD)
-{
-    const Text tstrRoot = L"Software\\BrevantTrial" + std::to_wstring(::GetCurrentProcessId());
-    UniqueRegistryKey root, probe;
-    Require(::RegCreateKeyW(HKEY_CURRENT_USER, tstrRoot.c_str(), root.Receive()) == ERROR_SUCCESS &&
-                ::RegCreateKeyW(root.Get(), L"brevant-trial", probe.Receive()) == ERROR_SUCCESS &&
-                ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.Get()) == ERROR_SUCCESS,
-            L"the registry can be redirected");
-    const auto finds = [](decltype(&::RegOpenKeyExW) pfnOpen) {
-        UniqueRegistryKey key;
-        return pfnOpen && pfnOpen(HKEY_LOCAL_MACHINE, L"brevant-trial", 0, KEY_READ, key.Receive()) == ERROR_SUCCESS;
-    };
-    const bool bCore = finds(&::RegOpenKeyExW);
-    const bool bOld = finds(reinterpret_cast<decltype(&::RegOpenKeyExW)>(
-        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"advapi32.dll"), "RegOpenKeyExW"))));
-    ::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-    ::RegDeleteTreeW(HKEY_CURRENT_USER, tstrRoot.c_str());
-    return bCore && bOld ? L"both" : bCore ? L"the core's only" : bOld ? L"advapi32's only" : L"neither";
 }
 
 // -- delayed moves and deletions --
@@ -215,8 +191,6 @@ constexpr Assumption kRows[] = {
     {L"a message box on a console without a user", L"waits for an answer", nullptr,
      L"the question of a deployment and the update client wait until a user signs in there",
      &MessageWithoutUser, 0, nullptr, kEmptyConsole},
-    {L"RegOverridePredefKey, functions that are redirected", L"both", nullptr,
-     L"the unit tests leave the machine's registry alone", &RedirectedRegistry},
     {L"delayed move of a file", L"arrives", nullptr, L"everything that is deployed", &ContentOfOld, 0, &DelayReplacement},
     {L"delayed move of a read-only file", L"arrives", nullptr, L"packages may hold such files", &ContentOfOld, kNewIsReadOnly, &DelayReplacement},
     // Wine 10 does as Windows.

@@ -30,7 +30,7 @@ struct Assumption {
     const wchar_t* szSeenBy = L"run it as an administrator";
 };
 
-/// Sessions, the registry and the effects of a restart.
+/// Sessions and the effects of a restart.
 [[nodiscard]] std::span<const Assumption> Assumptions();
 /// Replacing and deleting files.
 [[nodiscard]] std::span<const Assumption> FileAssumptions();

@@ -75,6 +75,7 @@ Text WriteAndReadEvent(const Text& tstrFolder, DWORD dwRegister)
 
 // -- signatures --
 
+/// With line ends of both kinds.
 constexpr char kKey[] =
     "-----BEGIN PUBLIC KEY-----\r\n"
     "MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEbRwFE1T+P0PIhfd6YLwWFnQWmKen\n"
@@ -88,12 +89,9 @@ constexpr std::string_view kSignature =
 Text CheckSignature(const Text&, DWORD)
 {
     PublicKey key;
-    DWORD dwError = ERROR_SUCCESS;
-    if (!key.Read(kKey, &dwError)) return OutcomeOf(false, dwError);
-    const bool bWrong = key.HasSigned("Manifest", kSignature);
-    return !key.HasSigned("manifest", kSignature) ? L"refused"
-           : bWrong                               ? L"accepted, for another text, too"
-                                                  : L"accepted";
+    if (!key.Read(kKey, nullptr)) return L"no key";
+    if (!key.HasSigned("manifest", kSignature)) return L"refused";
+    return key.HasSigned("Manifest", kSignature) ? L"accepted, for another text, too" : L"accepted";
 }
 
 // -- the machine --
@@ -107,12 +105,9 @@ Text AskMachine(const Text& tstrFolder, DWORD dwWhat)
     const RegistryPlace place{.tstrKeyPath = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power",
                               .tstrName = L"HiberbootEnabled"};
     RegistryData data = DWORD{0};
-    ULARGE_INTEGER free{};
     if (dwWhat == eFastStartup) return machine.ReadValue(place, data, nullptr) ? L"a number" : L"no number";
-    if (dwWhat == eFreeSpace) {
-        const Volume volume = machine.VolumeOf(tstrFolder);
-        return Outcome(::GetDiskFreeSpaceExW(volume.tstrMountPoint.c_str(), &free, nullptr, nullptr));
-    }
+    const Text tstrVolume = machine.VolumeOf(tstrFolder).tstrMountPoint;
+    if (dwWhat == eFreeSpace) return Outcome(::GetDiskFreeSpaceExW(tstrVolume.c_str(), nullptr, nullptr, nullptr));
     const bool bWindows = IsOpenToUsers(Process::WindowsFolder(), &dwError).value_or(true);
     const bool bData = IsOpenToUsers(Process::CommonAppDataFolder(), &dwError).value_or(false);
     return (bWindows ? L"open, " : L"closed, ") + Text(bData ? L"open" : L"closed");
@@ -145,8 +140,8 @@ constexpr wchar_t kBeside[] = L"run it as an administrator, beside a BrevantChec
 constexpr Assumption kCheckerRows[] = {
     {L"the program that has a file open, by Restart Manager", L"named", L"named \"\"", L"\"ready\" says what to end", &NameUsers},
     {L"the messages in BrevantCheck.exe", L"1%12%13%14%1", nullptr, L"events with a text", &ListMessages, 0, nullptr, kBeside},
-    {L"an event of a registered source", L"done, number 2 and text", L"done, not in the log", L"\"verify --event-log\"", &WriteAndReadEvent, TRUE, nullptr, kBeside},
     {L"an event of another source", L"done, number 2", L"done, not in the log", L"its exit code is the same", &WriteAndReadEvent, FALSE, nullptr, kBeside},
+    {L"an event of a registered source", L"done, number 2 and text", L"done, not in the log", L"\"verify --event-log\"", &WriteAndReadEvent, TRUE, nullptr, kBeside},
     {L"a signature by openssl, with a short and a long number", L"accepted", nullptr, L"\"check-signature\" and \"verify --key\"", &CheckSignature},
     {L"the value of Fast Startup", L"a number", L"no number", L"\"ready\" advises to restart", &AskMachine, eFastStartup},
     {L"the free space of a folder's volume", L"done", nullptr, L"\"ready\" names a full drive", &AskMachine, eFreeSpace},
