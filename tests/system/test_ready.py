@@ -30,10 +30,11 @@ class Ready(LabTest):
         self.assertEqual(set(), self.found())
         machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o666)
         setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
-        (setting / 'readme_EN-US.htm').chmod(0o666)
+        setting.chmod(0o777)
         machine.host(machine.install + 'Resource\\EN-US').chmod(0o777)
-        self.assertEqual({(6, 'QorPaFrwk.ini'), (6, 'readme_EN-US.htm'), (6, 'EN-US')}, self.found())
+        self.assertEqual({(6, 'QorPaFrwk.ini'), (6, 'Setting'), (6, 'EN-US')}, self.found())
         machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o644)
+        setting.chmod(0o755)
         machine.host(machine.install + 'Resource\\EN-US').chmod(0o755)
 
         machine.set_value(HIBERNATION, 'HibernateEnabled', 1)

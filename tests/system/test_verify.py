@@ -75,7 +75,7 @@ class Verify(LabTest):
         machine.write(path, records, 'utf-16')
         self.expect(3, manifests=[[]])
         self.assertEqual((0, ''), self.detect())
-        for code, words in ((2, '--pending arrived'), (2, '--detect --format json'), (3, '--detect --key C:\\none.pem')):
+        for code, words in ((2, '--pending arrived'), (2, '--detect --format json'), (3, '--detect --key C:\\no.pem')):
             told = machine.run(self.checker, 'verify', *words.split())
             self.assertEqual((code, True), (told.code, bool(told.output)), words)
         self.assertEqual(0, machine.run(self.checker, 'manifest', machine.install.rstrip('\\'), '--into').code)

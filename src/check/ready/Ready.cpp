@@ -166,7 +166,8 @@ void CheckRights(Checking& check)
         if (Happens(change) && installed.Contains(change.tstrTarget))
             folders.insert(String::FolderPart(change.tstrTarget));
     });
-    for (const DoubtfulPlace& place : ListDoubtfulPlaces(check.context.update, {folders.begin(), folders.end()})) {
+    for (const DoubtfulPlace& place :
+         ListDoubtfulPlaces(check.context.update, RightsOf::eFolders, {folders.begin(), folders.end()})) {
         const bool bFolder = place.tstrPlace.ends_with(L'\\');
         if (place.eDoubt == Doubt::eUnreadable) check.Skip(place.tstrPlace, DescribeError(place.dwError));
         if (place.eDoubt == Doubt::eOpen) {

@@ -109,7 +109,7 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
 
 void CheckPlaces(const Update& update, std::vector<std::wstring>& faults)
 {
-    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update)) {
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update, RightsOf::eFoldersAndFiles)) {
         const bool bFolder = place.tstrPlace.ends_with(L'\\');
         std::wstring& tstrFault = faults.emplace_back(place.tstrPlace);
         switch (place.eDoubt) {

@@ -40,7 +40,7 @@ bool RunCommand(std::wstring tstrCommand, DWORD& dwError, DWORD& dwExitCode)
 bool HasNoLinks(const Update& update, std::wstring& tstrErrors)
 {
     bool bNone = true;
-    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update)) {
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(update, RightsOf::eFolders)) {
         if (place.eDoubt != Doubt::eLink) continue;
         tstrErrors += place.tstrPlace + L": a link, and no signature covers what it leads to\n";
         bNone = false;

@@ -36,7 +36,7 @@ bool HasOpenEntry(PACL pList)
 /// Collects the places of an update, then asks for their rights.
 class PlaceWalk {
 public:
-    PlaceWalk(const Update& update, const std::vector<std::wstring>& others)
+    PlaceWalk(const Update& update, RightsOf eRights, const std::vector<std::wstring>& others) : m_eRights(eRights)
     {
         Add(update.Root().Text());
         for (const std::wstring& tstrOther : others) Add(tstrOther);
@@ -98,7 +98,7 @@ private:
             const auto take = [&](const Storage::Directory::Entry& entry) {
                 const std::wstring tstrPlace = tstrFolder + entry.tstrName + (entry.bFolder ? L"\\" : L"");
                 if (entry.bLink) return m_doubtful.push_back({tstrPlace, Doubt::eLink});
-                Add(tstrPlace);
+                if (entry.bFolder || m_eRights == RightsOf::eFoldersAndFiles) Add(tstrPlace);
                 if (entry.bFolder) folders.push_back(tstrPlace);
             };
             DWORD dwError = ERROR_SUCCESS;
@@ -110,6 +110,7 @@ private:
         }
     }
 
+    RightsOf m_eRights;
     std::vector<std::wstring> m_places;
     String::NoCaseSet m_known;
     std::vector<DoubtfulPlace> m_doubtful;
@@ -145,9 +146,10 @@ std::optional<bool> IsOpenToUsers(const std::wstring& tstrPlace, DWORD* pdwError
     return !bPresent || !pList || HasOpenEntry(pList);
 }
 
-std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, const std::vector<std::wstring>& others)
+std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, RightsOf eRights,
+                                              const std::vector<std::wstring>& others)
 {
-    return PlaceWalk(update, others).Judge();
+    return PlaceWalk(update, eRights, others).Judge();
 }
 
 bool IsUsersFolder(const std::wstring& tstrPath, const std::wstring& tstrInstalled)

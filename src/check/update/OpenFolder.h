@@ -29,11 +29,14 @@ struct DoubtfulPlace {
     DWORD dwError = ERROR_SUCCESS;  ///< for eUnreadable
 };
 
+/// Of which places in the packages the rights are read. A file keeps its own rights when it is moved, so that those of
+/// the folders above it prove nothing; but they take as long to read as all else that "ready" does.
+enum class RightsOf { eFolders, eFoldersAndFiles };
+
 /// The doubtful places among the folder of an update, "Component\", the instruction file, the update information, both
-/// packages with all that is in them, and `others`. A file keeps its own rights when it is moved, so those of the
-/// folders above it do not suffice. What is below an open folder is not named again; links are not followed, and one
-/// that leads to the update's folder itself does not count.
-[[nodiscard]] std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update,
+/// packages with all that is in them, and `others`. What is below an open folder is not named again; links are not
+/// followed, and one that leads to the update's folder itself does not count.
+[[nodiscard]] std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, RightsOf eRights,
                                                             const std::vector<std::wstring>& others = {});
 
 /// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
