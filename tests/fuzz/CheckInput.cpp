@@ -164,16 +164,13 @@ TEST_F(CheckInput, FilesWithSeveralKeys)
         "MFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEF8vPqu+x+9964RtZNzGJIl0Wln0d\n"
         "JAVb/pULBPaHqQLzAvZqEwlEfbw2HygKAZrxjmiYomx/KdDhyOc/DxCIRQ==\n"
         "-----END PUBLIC KEY-----\n";
-    const std::wstring tstrManifest = m_sandbox.Write(L"m.json", Seed("manifest.json"));
-    m_sandbox.Write(L"m.json.sig", Seed("manifest.json.sig"));
     for (const std::string& strPem :
          {strOther + strOwn, strOwn + strOther, strOwn + strOther.substr(0, 60), strOther.substr(27)}) {
         std::vector<PublicKey> keys;
         std::wstring tstrText;
         const bool bGood = strPem.size() == strOther.size() + strOwn.size();
-        EXPECT_EQ(ReadKeys({m_sandbox.Write(L"keys.pem", strPem)}, keys, tstrText), bGood) << strPem;
-        if (!bGood) continue;
-        EXPECT_NE(FindSigner(keys, tstrManifest, Seed("manifest.json"), tstrText), nullptr) << strPem;
+        const bool bRead = ReadKeys({m_sandbox.Write(L"keys.pem", strPem)}, keys, tstrText);
+        EXPECT_EQ(bRead && keys.size() == 2 && keys[0].Id() != keys[1].Id(), bGood) << strPem;
     }
 }
 

@@ -41,23 +41,23 @@ class Links(LabTest):
         self.assertEqual([], [path for path in machine.host(ELSEWHERE).rglob('New')])
 
     def test_no_signature_covers_what_one_leads_to(self):
-        machine, folder = self.machine, self.machine.install.rstrip('\\')
-        key = machine.root / 'key.pem'
-        subprocess.run(f'openssl ecparam -name prime256v1 -genkey -noout -out {key}'.split(), check=True)
-        subprocess.run(f'openssl ec -in {key} -pubout -out {key}.pub'.split(), check=True, capture_output=True)
-        machine.run(machine.install + 'BrevantCheck.exe', 'manifest', '--into', folder)
-        manifest = machine.host(machine.folders['share'] + 'Setting\\QorUpdate.json')
-        subprocess.run(['openssl', 'dgst', '-sha256', '-sign', key, '-out', f'{manifest}.sig', manifest], check=True)
+        machine, folder, key = self.machine, self.machine.install.rstrip('\\'), self.machine.root / 'key.pem'
+        checker = folder + '\\BrevantCheck.exe'
+        manifest = machine.host(machine.folders['share']) / 'Setting/QorUpdate.json'
+        machine.run(checker, 'manifest', '--into', folder)
+        for words in (f'ecparam -name prime256v1 -genkey -noout -out {key}', f'pkey -in {key} -pubout -out {key}.pub',
+                      f'dgst -sha256 -sign {key} -out QorUpdate.json.sig QorUpdate.json'):
+            subprocess.run(['openssl', *words.split()], check=True, cwd=manifest.parent)
         check = ['check-signature', folder, '--key', host_path(f'{key}.pub')]
         for place, mode, normal in ((manifest, 0o666, 0o644), (manifest.parent, 0o777, 0o755)):
-            self.assertEqual(0, machine.run(machine.install + 'BrevantCheck.exe', *check).code)
+            self.assertEqual(0, machine.run(checker, *check).code)
             place.chmod(mode)
-            self.assertEqual(1, machine.run(machine.install + 'BrevantCheck.exe', *check).code)
+            self.assertEqual(1, machine.run(checker, *check).code)
             place.chmod(normal)
         machine.make_dir(machine.folders['share'] + 'Empty')
         machine.link(machine.folders['share'] + 'Empty', 'C:\\Empty')
         for code, words in ((1, check), (3, ['sign', folder, '--with', 'cmd.exe /c rem'])):
-            told = machine.run(machine.install + 'BrevantCheck.exe', *words)
+            told = machine.run(checker, *words)
             self.assertEqual((code, True), (told.code, 'Empty\\: a link' in told.output), told.output)
 
     def test_windows_is_asked_to_follow_none_of_a_users(self):

@@ -118,8 +118,7 @@ class LockedDependencies(HomeTest):
         self.fetch(1, f'small 3 is missing in {packs[1]}', archive=packs[1])
 
     def test_of_the_machines_archives_only_those_in_use_count(self):
-        entries = self.home / 'apt/sources.list.d'
-        entries.mkdir(parents=True)
+        (entries := self.home / 'apt/sources.list.d').mkdir(parents=True)
         (self.home / 'os-release').write_text('VERSION_CODENAME=bookworm\n')
         entry = '{}Types: deb\nURIs: http://{}\nSuites: bookworm\nComponents: {}main\n\n'
         (entries / 'a.sources').write_text(''.join(entry.format(*row) for row in (

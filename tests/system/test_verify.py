@@ -115,9 +115,7 @@ class Verify(LabTest):
         # The user's doing: it does not make the update one that has not arrived.
         machine.write(machine.install + 'Legacy\\again.txt', 'new')
         machine.set_value(SETTINGS, 'Language', 'DE-DE')
-        found = self.expect(0, 'NOT COVERED', 'CHANGED SINCE', manifests=[[]])
-        self.assertEqual({'Legacy\\', 'readme.htm', 'qorshcut.xml'},
-                         {what for what, verdict in found.items() if verdict == 'CHANGED SINCE'})
+        self.expect(0, 'NOT COVERED', 'CHANGED SINCE', manifests=[[]])
         self.assertEqual((0, f'arrived {update}\n'), self.detect())
         machine.set_value(SETTINGS, 'Language', 'EN-US')
         shutil.rmtree(machine.host(machine.install + 'Legacy'))

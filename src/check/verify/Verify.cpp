@@ -360,9 +360,10 @@ private:
         std::size_t cNewer = 0;
         bool bBrought = false;
         const auto count = [&](const std::wstring& tstrPath) {
-            if (IsNewer(tstrPath)) return void(++cNewer);
+            const bool bWaiting = m_context.pending.IsGone(tstrPath);
+            if (!bWaiting && IsNewer(tstrPath)) return void(++cNewer);
             ++cLeft;
-            if (m_context.pending.IsGone(tstrPath)) ++cWaiting;
+            if (bWaiting) ++cWaiting;
         };
         std::vector<std::wstring> folders;
         if (!m_context.machine.IsLink(tstrFolder)) folders.push_back(tstrFolder);
