@@ -47,12 +47,9 @@ TEST_F(VerifyTest, TheLastMoveToAPlaceWinsAndLanguagesAndSubfoldersGoTheirWays)
     std::erase_if(expected.files, [](const ExpectedFile& file) { return !file.tstrPlace.ends_with(L"readme.htm"); });
     const std::wstring tstrReadme = m_machine.Write(L"readme.htm", "xxxxxxx");
     EXPECT_THAT(Verify(expected), ElementsAre("0", "ARRIVED readme.htm"));
-    for (const std::string strOther : {"xxxxxxxx", "xxxxxxxxx"}) {
-        m_machine.Write(L"readme.htm", strOther);
-        EXPECT_THAT(Verify(expected), ElementsAre("0", StartsWith("CHANGED SINCE readme.htm (the one for ")));
-    }
-    m_machine.Write(L"moved.htm", "xxxxxxxx");
-    m_machine.Write(L"readme.htm", "old");
+    m_machine.Write(L"readme.htm", "xxxxxxxx");
+    EXPECT_THAT(Verify(expected), ElementsAre("0", StartsWith("CHANGED SINCE readme.htm (the one for FR-FR")));
+    ::MoveFileW(m_machine.PathOf(L"readme.htm").c_str(), m_machine.PathOf(L"moved.htm").c_str());
     EXPECT_THAT(Verify(expected, L"@moved.htm|!@readme.htm|"),
                 ElementsAre("3010", StartsWith("STILL WAITING readme.htm (the one for FR-FR")));
     m_machine.Write(L"readme.htm", "xxxxxxx");
@@ -341,8 +338,6 @@ TEST(RecordTest, IsSmallWhereTheUpdateHasArrived)
     record.open.assign(60, {Verdict::eChangedSince, std::wstring(100, L'x'), L""});
     record.eVerdict = MachineVerdict::eArrived;
     EXPECT_THAT(FormatRecord(record).size(), AllOf(Gt(3900u), Le(4096u)));
-    record.eVerdict = MachineVerdict::eMissing;
-    EXPECT_GT(FormatRecord(record).size(), 6000u);
 }
 
 TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
