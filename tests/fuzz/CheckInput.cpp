@@ -155,7 +155,7 @@ TEST_F(CheckInput, Records)
     });
 }
 
-// A file may have several keys, for a change of keys. Where one of them is none, the whole file is refused.
+// A file may have several keys, for a change of keys. If one block is not a key, the whole file is refused.
 TEST_F(CheckInput, FilesWithSeveralKeys)
 {
     const std::string strOwn = Seed("manifest.pub");

@@ -123,11 +123,9 @@ class LockedDependencies(HomeTest):
         entry = '{}Types: deb\nURIs: http://{}\nSuites: bookworm\nComponents: {}main\n\n'
         (entries / 'a.sources').write_text(''.join(entry.format(*row) for row in (
             ('', 'own', ''), ('Enabled: no\n', 'off', ''), ('ENABLED:false\n', 'off', ''), ('', 'other', 'not-'))))
-        (entries / 'b.list').write_text('deb http://own bookworm main\n# deb http://off bookworm main\n')
         write_entries(self.home, 'trixie', 'deb-src', self.home)
-        self.assertEqual('Types: deb-src\nURIs: http://own\nSuites: trixie\nComponents: main\n'
-                         'deb-src http://own trixie main\n',
-                         ''.join((self.home / f'debian.{end}').read_text() for end in ('sources', 'list')))
+        self.assertEqual('Types: deb-src\nURIs: http://own\nSuites: trixie\nComponents: main\n',
+                         (self.home / 'debian.sources').read_text())
 
     def test_the_lock_takes_the_newest_that_is_served(self):
         digests = self.serve('1', '2', '3')

@@ -186,7 +186,7 @@ std::string FormatRecord(const Record& record)
 {
     std::size_t cOpen = std::min(record.open.size(), kMostOpen);
     std::string strText = FormatWith(record, cOpen);
-    // Of an update that has arrived, nobody looks for a reason.
+    // An update that has arrived needs no reasons.
     const bool bShort = record.eVerdict == MachineVerdict::eArrived;
     while (bShort && strText.size() > kMostBytesArrived && cOpen > 0) strText = FormatWith(record, --cOpen);
     return strText;

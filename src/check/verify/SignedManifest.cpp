@@ -17,8 +17,8 @@ namespace {
 
 constexpr std::size_t kMostKeyBytes = std::size_t{16} * 1024;
 
-/// Reads every block of a PEM file as a key; text before a block is a comment. False if there is none, or one is no
-/// key on P-256: with only some of them a change of keys would seem to be prepared.
+/// Reads every block of a PEM file as a key; text before a block is a comment. False without a block, or if
+/// a block is not a key on P-256: with only some of the keys a change of keys would seem to be prepared.
 bool ReadBlocks(const std::string& strPem, std::vector<PublicKey>& keys)
 {
     constexpr std::string_view kBegin = "-----BEGIN ";
