@@ -1,6 +1,8 @@
 """What a run does is what was planned, on the cases in which the two once differed and on random updates; any number of
 these: tools/agree.sh."""
+import unittest.mock
 
+from brevantlab import agree, undo
 from brevantlab.agree import AgreementMachine, State, arrivals, disagreements
 from brevantlab.expect import LabTest, shown
 from brevantlab.random_update import known_cases, random_scenario
@@ -11,6 +13,15 @@ RESTARTED = 4  # every so many: "verify" must then find all that was promised
 
 def state(**parts):
     return State(**{'files': {}, 'folders': set(), 'links': {}, 'values': {}, 'moves': [], 'commands': [], **parts})
+
+
+class ExitCodes(LabTest):
+    def test_one_that_disagrees_is_told(self):
+        for tool, name, method in (agree, 'AgreementMachine', 'try_scenario'), (undo, 'UndoMachine', 'undo'):
+            for found, code in ([], 0), (['x'], 1):
+                with unittest.mock.patch.object(tool, name) as machine, unittest.mock.patch('builtins.print'):
+                    getattr(machine.return_value.__enter__.return_value, method).side_effect = [[], found]
+                    self.assertEqual(code, tool.main(['--seeds', '2', *(['--wild'] if tool == undo else [])]), name)
 
 
 class Agree(LabTest):

@@ -82,6 +82,9 @@ class LockedDependencies(HomeTest):
                 result, output = self.dependencies('check')
                 self.assertEqual((checked, True, bool(told)), (result, told in output, bool(output)), output)
 
+        served = self.serve('1', '2', '3')
+        (self.home / 'lock').write_text(f'small 3 {served["3"]}\nsmall 2 {served["2"]}\n')
+        self.assertEqual(1, self.dependencies('check')[0], 'one of two is older')
         (self.home / 'archive.list').write_text('deb-src [trusted=yes] http://localhost:9/ ./\n')
         for verb, code in (('check',), 3), (('fetch', self.home / 'out'), 1), (('renew',), 1):
             result, output = self.dependencies(*verb)
@@ -250,6 +253,12 @@ class ShippedFiles(HomeTest):
         except DependencyError as error:
             self.skipTest(str(error))
         self.assertEqual([], schema.faults(bill, self.home))
+        kept, good = self.home / schema.package_file().name, schema.package_file().read_bytes()
+        kept.write_bytes(good[:-1])  # a damaged download is fetched again
+        with unittest.mock.patch.object(schema, 'downloads', return_value=self.home), \
+                unittest.mock.patch.object(schema, 'Archive') as archive:
+            archive.return_value.download_binary.side_effect = lambda *_: kept.write_bytes(good)
+            schema.fetch(self.home / 'again')
         for words, spoil in (
                 ('was unexpected', lambda bill: bill['metadata'].update(maker='x')),
                 ('file:x is no component', lambda bill: bill['dependencies'][0]['dependsOn'].append('file:x')),

@@ -16,7 +16,7 @@ REFUSED = {
     'check.sh': [['no-such-update'], ['Lint', '.'], ['.', '--installed'], ['--strict']],
     'demo.sh': [['--details', 'file']],
     'next.sh': [['--only', 'x'], ['trixie', 'forky'], ['--']],
-    'release.sh': [['--unsigned', '--verify']],
+    'release.sh': [['--unsigned', '--verify'], ['--known-older', '--unsigned'], ['--verify', '--known-older', 'x']],
     'setup.sh': [['exact']],
     'symbolise.sh': [[], ['Brevant.exe']],
     'test.sh': [['--fast', '-R', 'x'], ['unit'], ['-R', 'unit', '--quik']],
@@ -53,6 +53,18 @@ class FirstSight(HomeTest):
                     self.assertEqual((0, True), (code, len(output.splitlines()) > 1), output)
                     self.assertNotIn('set -euo', output)
             (programs / 'python3').unlink(missing_ok=True)  # a bare machine
+
+
+class Analysis(HomeTest):
+    def test_a_finding_of_any_tool_fails(self):
+        shutil.copytree(ROOT / 'tools', self.home / 'tools', ignore=shutil.ignore_patterns('*.py'))
+        for name in 'tests', 'bench', 'samples':
+            (self.home / name).mkdir()
+        for text, code, told in ('import os\n', 1, "'os' imported but unused"), ("a: int = ''\n", 1, 'Incompatible'), (
+                'a = 1\n', 0, 'Success'):
+            (self.home / 'tools/a.py').write_text(text)
+            result, output = call(self.home / 'tools/analyse.sh', '--python')
+            self.assertEqual((code, True), (result, told in output), output)
 
 
 class Builds(HomeTest):
