@@ -8,9 +8,9 @@ import sys
 import unittest.mock
 
 from brevantlab import report, try_update
-from brevantlab.doubts import read_intended
+from brevantlab.doubts import doubts_of, read_intended
 from brevantlab.expect import HomeTest, call
-from brevantlab.layouts import SAMPLES, write_sample
+from brevantlab.layouts import SAMPLES, languages_of, write_sample
 from brevantlab.machine import PRODUCT
 from brevantlab.outcome import Check, Move, Outcome, State, short
 from brevantlab.try_update import Options, Refused, Trial
@@ -108,7 +108,8 @@ class Try(HomeTest):
         (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
         self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such\r\n'
                        'delete={InstalledDir}NoSuch.x'),
-                      ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
+                      ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
+                       'add=SOFTWARE\\Made!Name!REG_SZ!x'),
                       ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
                       ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
         info = self.update / 'UpdateInfo.ini'
@@ -127,7 +128,7 @@ class Try(HomeTest):
         self.assertSame([], [text for label, text in found if label == 'FAILURE' and 'DeleteFile' not in text])
         self.assertEqual(1, outcome.exit_code())
         kept = (self.home / 'kept' / 'registry.reg').read_text('utf-16')
-        self.assertEqual(['FR-FR'], re.findall('"Language"="(.*)"', kept))
+        self.assertEqual([['FR-FR'], ['x']], [re.findall(f'"{name}"="(.*)"', kept) for name in ('Language', 'Name')])
         self.assertTrue(list((self.home / 'kept' / 'trace').rglob('*.log')))
 
         doubts = outcome.all_doubts()
@@ -139,6 +140,11 @@ class Try(HomeTest):
                               '[QOR_FILE] delete={InstalledDir}NoSuch.x'}, left)
         self.assertSame(set(), {where for _, where in expected if 'NoSuch' not in where} & left)
 
+        for asked, labels in ('new', ['NO TEXTS']), ('stay', []):
+            change = {'action': 'ask', 'outcome': asked, 'target': 'x', 'reason': 'built-in texts'}
+            found = doubts_of({'steps': [{'changes': [change]}]}, {}, [])
+            self.assertEqual(labels, [doubt.label for doubt in found])
+
     def tried(self, *options, tool='try_update'):
         words = [self.update, '--installed', self.installed] if tool == 'try_update' else []
         return call(sys.executable, '-B', '-m', f'brevantlab.{tool}', *words, *options)
@@ -147,6 +153,10 @@ class Try(HomeTest):
         code, output = self.tried('--language', 'all')
         self.assertEqual((0, ['ES-ES', 'FR-FR']), (
             code, re.findall('^([A-Z]{2}-[A-Z]{2}) +complete +[0-9]+ of', output, re.M)), output)
+        update = write_sample(self.home / 'first')[0]
+        for settings in update.glob('Component/*/Share/Setting/*_*'):
+            settings.unlink()
+        self.assertEqual(['DE-DE', 'EN-US'], languages_of(update), 'of the texts alone')
         with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(3, None), (1, None)]), \
                 unittest.mock.patch('builtins.print'):
             self.assertEqual(3, try_update.main([str(self.update), '--language', 'all']))

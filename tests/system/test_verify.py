@@ -57,6 +57,7 @@ class Verify(LabTest):
         self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 6, 1), (
             told.code, {row['machine']: row['verdict'] for row in found['machines']}, found['no_record'],
             len(found['ignored']), found['older_records']), told.output)
+        self.assertEqual(['-P'], [row['package'] for row in found['updates']])
         self.assertEqual([{'verdict': 'MISSING', 'what': 'x', 'machines': ['=PC2']}], found['reasons'])
         for names, encoding in (('PC3', 'utf-16-le'), (' \n', 'utf-8')):
             self.machine.write('C:\\machines.txt', names, encoding)
