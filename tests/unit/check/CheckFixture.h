@@ -20,11 +20,12 @@ inline std::string Utf16(std::wstring_view tstrText)
     return "\xFF\xFE" + std::string(reinterpret_cast<const char*>(tstrText.data()), tstrText.size() * sizeof(wchar_t));
 }
 
-/// The trace line "!!! message" at that second of a minute.
+/// The trace line "!!! message" at that second and tenth of a minute.
 inline std::string Line(int iSecond, const std::string& strProcess, const std::string& strText,
                         const std::string& strSource = "Brevant.cpp")
 {
-    return "21/11/2026 08:37:0" + std::to_string(iSecond) + ".500 " + strProcess + ":00d4 " + strText.substr(0, 3) +
+    const std::string strSecond = std::to_string(iSecond);
+    return "21/11/2026 08:37:0" + strSecond + "." + strSecond + "00 " + strProcess + ":00d4 " + strText.substr(0, 3) +
            " <Brevant> " + strText.substr(4) + " - " + strSource + "(12)\r\n";
 }
 

@@ -19,7 +19,7 @@ TEST_F(LintTest, FormOfTheInstructionFile)
         add=C:\a => B002 1:1
         [Runs]$SysRunOnce=a$[RestartNotification_]$text=a => B003 1:2 Run, B003 3:2 RestartNotification_EN-US
         [RestartNotificaton_DE-DE]$text=a => B003 1:2 RestartNotification_DE-DE
-        [QOR_DIR]$add=C:\a$[qor_dir]$add=C:\b => B004 3:2
+        [QOR_DIR]$add=C:\a$[qor_dir]$add=C:\b$add=C:\c => B004 3:2
         [Run]$sysrunonce=a$ SysRunOnec=a$SysRunOnce==net.exe$SysRunOnce =a
         &  => B005 2:1 SysRunOnce, B005 3:2 SysRunOnce, B005 4:1 SysRunOnce, B005 5:1 SysRunOnce=, B056w 5:13
         [Run]$SysRunOnce=$SysRunOnce=  => B006 2:12, B006 3:12
@@ -81,21 +81,32 @@ TEST_F(LintTest, FilesOfPackages)
 {
     Bring({L"p1\\Share\\Pattern\\p.ptn", L"p1\\Share\\UI\\Test\\a.htm", L"p1\\a.htm", L"p1\\32bit\\p1\\a.dll",
            L"p1\\64bit\\a.dll", L"p1\\Share\\UI\\THUMBS.DB", L"p1\\Share\\Task\\.DS_Store", L"r1\\EN-US\\help\\a.htm",
-           L"p1\\Share\\Setting\\~$readme.doc", L"other\\64bit\\other\\a.dll"});
+           L"p1\\Share\\Setting\\~$readme.doc", L"other\\64bit\\other\\a.dll", L"p1\\64bit\\p1\\Drivr\\d.sys",
+           L"p1\\Share\\Setting\\config_old\\a.xml"});
     Write(L"Component\\p1\\64bit\\p1\\Empty.dll", "");
     Write(L"Component\\p1\\Share\\Task\\Empty.cmd", "");
     Write(L"Component\\p1\\Share\\UI\\empty.txt", "");
     for (const wchar_t* const szName : {L"Share\\UI\\a.html", L"64bit\\p1\\Driver\\k.ini"})  // moved; copied at once
         ::SetFileAttributesW(m_update.PathOf(L"Component\\p1\\" + std::wstring(szName)).c_str(),
                              FILE_ATTRIBUTE_READONLY);
-    EXPECT_EQ(Findings(),
-              "B070 Component\\other, B071 Component\\p1\\64bit\\a.dll Component\\p1\\64bit\\p1\\a.dll, "
-              "B075w Component\\p1\\64bit\\p1\\Driver\\k.ini, B078 Component\\p1\\64bit\\p1\\Empty.dll, "
-              "B070w Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\, "
-              "B077w Component\\p1\\Share\\Setting\\~$readme.doc, B077w Component\\p1\\Share\\Task\\.DS_Store, "
-              "B078 Component\\p1\\Share\\Task\\Empty.cmd, B077w Component\\p1\\Share\\UI\\THUMBS.DB, B070w "
-              "Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\, "
-              "B070w Component\\p1\\a.htm");
+    EXPECT_EQ(
+        Findings(),
+        "B070 Component\\other, B071 Component\\p1\\64bit\\a.dll Component\\p1\\64bit\\p1\\a.dll, "
+        "B075w Component\\p1\\64bit\\p1\\Driver\\k.ini, "
+        "B070w Component\\p1\\64bit\\p1\\Drivr\\d.sys 64bit\\p1\\Driver\\, B078 Component\\p1\\64bit\\p1\\Empty.dll, "
+        "B070w Component\\p1\\Share\\Pattern\\p.ptn Share\\Patterns\\, "
+        "B077w Component\\p1\\Share\\Setting\\~$readme.doc, B077w Component\\p1\\Share\\Task\\.DS_Store, "
+        "B078 Component\\p1\\Share\\Task\\Empty.cmd, B077w Component\\p1\\Share\\UI\\THUMBS.DB, B070w "
+        "Component\\p1\\Share\\UI\\Test\\a.htm Share\\UI\\, "
+        "B070w Component\\p1\\a.htm");
+
+    // Without the inner folder nothing of the platform arrives, which is one finding.
+    ::SetFileAttributesW(m_update.PathOf(L"Component\\p1\\64bit\\p1\\Driver\\k.ini").c_str(), FILE_ATTRIBUTE_NORMAL);
+    for (const wchar_t* const szName :
+         {L"Driver\\k.ini", L"Driver\\", L"Drivr\\d.sys", L"Drivr\\", L"Brevant.exe", L"Empty.dll", L""})
+        Remove(std::wstring(L"Component\\p1\\64bit\\p1\\") + szName);
+    EXPECT_THAT(Findings(), HasSubstr("B071 Component\\p1\\64bit\\a.dll Component\\p1\\64bit\\p1\\a.dll, "));
+    EXPECT_THAT(m_strOutput, HasSubstr("only: nothing of them arrives"));
 }
 
 TEST_F(LintTest, PackagesThatAreNamed)

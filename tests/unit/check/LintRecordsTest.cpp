@@ -198,7 +198,7 @@ TEST_F(LintTest, UpdateInformation)
     ExpectRecords("UPDATE_INFO", "modify=", R"(
         S!K!$S!K!a!b$S!!K!a$S !K!a => B040 2:8, B040 3:14, B040 4:8, B040w 5:8
         s!k!1.2$S!K!1.10$S!K!other =>
-        S!K!1.1.9 => B046w 2:12
+        S!K!1.1.9$S!K!1.1.202611221 => B046w 2:12, B046w 3:12
         S!J!1.2$S!Other!1 => B045w 2:10 K, B045w 3:10
         COMPONENT_LST!K!1.2$T!K!1.2 => B045w 2:8 COMPONENT_LIST, B045w 3:8 S
         S!K!password=geheim => B064w 2:21
@@ -293,6 +293,7 @@ TEST_F(LintTest, Commands)
         &  => B056w 2:40, B056w 2:84
         powershell -Command "& 'x.ps1'"$powershell -Command "& '{InstalledDir}Task\a.vbs'; Remove-Item x.ps1"
         &  => B056w 2:36
+        powershell -c "if(1){C:\no.ps1 }" => B056w 2:33
         net.exe /Password:geheim$net.exe --api-key geheim => B064w 2:30, B064w 3:30
         cmd.exe /c "net user me geheim /add"$schtasks /create /tn a /ru me /rp geheim => B064w 2:36, B064w 3:46
         net use Z: \\s\a geheim /user:me$cmd.exe /c net user me * /add & net use Z: \\s\a /user:me => B064w 2:29

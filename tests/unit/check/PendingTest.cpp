@@ -10,6 +10,21 @@ constexpr char kLost[] = "MISSING a.exe (the file that the restart should move t
 
 class PendingTest : public VerifyTest {};
 
+/// A machine that lets its caller read neither registry nor INI files.
+struct ClosedMachine : KzCommon::WindowsMachine {
+    bool ReadValue(const KzCommon::RegistryPlace& /*place*/, KzCommon::RegistryData& /*data*/,
+                   DWORD* pdwError) const override
+    {
+        return KzCommon::Storage::Fail(ERROR_ACCESS_DENIED, pdwError);
+    }
+    bool ReadIniValue(const std::wstring& /*tstrFile*/, const std::wstring& /*tstrSection*/,
+                      const std::wstring& /*tstrKey*/, const std::wstring& /*tstrDefault*/, std::wstring& /*tstrValue*/,
+                      DWORD* pdwError) const override
+    {
+        return KzCommon::Storage::Fail(ERROR_ACCESS_DENIED, pdwError);
+    }
+};
+
 }  // namespace
 
 TEST_F(PendingTest, EveryStateOfAFile)
@@ -98,8 +113,13 @@ TEST_F(PendingTest, APendingMoveIsKnownByAnySpellingOfItsPath)
                     ElementsAre("1", StartsWith("TO BE DELETED a.exe")))
             << ToUtf8(tstrFolder);
     }
-    const std::wstring tstrWindows = KzCommon::Process::WindowsFolder();
-    EXPECT_EQ(ParsePendingMoves(L"\\SystemRoot\\Temp\\x").front().tstrSource, tstrWindows + L"Temp\\x");
+    for (const auto& [szRaw, tstrPlain] : {
+             std::pair(L"\\SystemRoot\\Temp\\x", KzCommon::Process::WindowsFolder() + L"Temp\\x"),
+             {L"\\??\\UNC\\server\\share\\x", L"\\\\server\\share\\x"},
+             {L"\\??\\Volume{0}\\x", L"\\\\?\\Volume{0}\\x"},
+         }) {
+        EXPECT_EQ(ParsePendingMoves(szRaw).front().tstrSource, tstrPlain);
+    }
 }
 
 TEST_F(PendingTest, AFolderThatMayNotBeListedIsUnknown)
@@ -125,4 +145,16 @@ TEST_F(PendingTest, AFolderThatMayNotBeListedIsUnknown)
     EXPECT_THAT(Verify(expected, L"@Above\\b.txt||@Above\\Closed||@Above||"), Contains(unknown("Above\\")));
     std::erase_if(expected.deletions, [](const ExpectedDeletion& deletion) { return deletion.bFolder; });
     EXPECT_THAT(Verify(expected), UnorderedElementsAre("1", unknown("Closed\\*.tmp"), "DELETED *.tmp"));
+}
+
+TEST_F(PendingTest, AValueThatMayNotBeReadIsUnknown)
+{
+    Instruct("[QOR_REGISTRY_PATCH]\nadd=@!N!REG_SZ!x\ndelete=@!Gone\n[UPDATE_INFO]\nmodify=S!K!a\n");
+    Bring({L"p1\\Share\\Setting\\x.txt"});
+    ExpectedState expected = Collect();
+    expected.files.clear();
+    EXPECT_THAT(
+        Verify<ClosedMachine>(expected),
+        AllOf(Contains(StartsWith("UNKNOWN N (access denied")), Contains(StartsWith("UNKNOWN Gone (access denied")),
+              Contains(StartsWith("UNKNOWN UpdateInfo.ini: [S] K (access denied"))));
 }

@@ -39,6 +39,7 @@ TEST(RegistryText, ValuesOfEveryTypeAreTakenAndUnknownLinesNamed)
 "Gone"="x"
 "gone"=-
 "Bad"=dword:xyz
+"Bad"=octal:01
 "Open
 [HKEY_LOCAL_MACHINE\SOFTWARE\Old]
 "a"="b"
@@ -50,7 +51,7 @@ TEST(RegistryText, ValuesOfEveryTypeAreTakenAndUnknownLinesNamed)
     const std::string strUtf16(reinterpret_cast<const char*>(tstrText.data()), tstrText.size() * 2);
     for (const std::string& strBytes : {strText, "\xEF\xBB\xBF" + strText, "\xFF\xFE" + strUtf16}) {
         SimulatedMachine machine(nullptr);
-        EXPECT_THAT(machine.LoadRegistryText(strBytes), ElementsAre(4, 15, 16, 20, 21));
+        EXPECT_THAT(machine.LoadRegistryText(strBytes), ElementsAre(4, 15, 16, 17, 21, 22));
         EXPECT_EQ(RawText(L"unnamed"), Stored(machine, L""));
         EXPECT_EQ(RawText(L"C:\\a \"b\""), Stored(machine, L"path"));
         EXPECT_EQ(RawNumber(60), Stored(machine, L"Number"));

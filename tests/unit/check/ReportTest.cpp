@@ -159,7 +159,7 @@ TEST(CommandLineTest, WrongUseHelpAndARunHaveTheirExitCodes)
         {kFound, {L"lint u", L"lint u --format sarif --language A --language B", L"lint -- --u"}},
         {kClean, {L"lint --help", L"--help", L"--version"}},
         {kWrongUse, {L"", L"lnit u", L"lint", L"lint u v", L"lint u --all", L"lint u --format json"}},
-        {kWrongUse, {L"lint u --installed", L"lint u --installed \"\""}},
+        {kWrongUse, {L"lint u --installed", L"lint u --installed \"\"", L"--version u"}},
     };
     for (const auto& [iExitCode, lines] : rows) {
         for (const std::wstring tstrLine : lines) {

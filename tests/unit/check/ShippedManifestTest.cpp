@@ -64,6 +64,7 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     const std::string strFirst = m_update.Read(kShipped).value_or("");
     EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
     EXPECT_THAT(strFirst, HasSubstr("{InstalledDir}QorUpdate.json\",\n      \"source\"")) << "neither size nor hash";
+    Write(kShipped + kSignatureEnd, "made after the manifest, so not promised");
     static_cast<void>(Ship());
     EXPECT_EQ(m_update.Read(kShipped), strFirst);
     Output output;

@@ -166,6 +166,14 @@ TEST_F(SimulatedRunTest, TheRestartDecidesWhatArrives)
     EXPECT_TRUE(m_machine.PendingMoves().empty());
 }
 
+TEST_F(SimulatedRunTest, WhatItMakesAndDeletesAgainIsNoChange)
+{
+    m_machine.AddFile(L"C:\\file", "");
+    for (const wchar_t* const szMade : {L"C:\\a", L"C:\\b", L"C:\\c"}) EXPECT_TRUE(Copy(szMade, L"C:\\file"));
+    for (const wchar_t* const szDeleted : {L"C:\\a", L"C:\\b"}) EXPECT_TRUE(m_machine.DeleteNow(szDeleted, nullptr));
+    EXPECT_THAT(Changes(), ElementsAre("+ C:\\c <- C:\\file"));
+}
+
 TEST_F(SimulatedRunTest, APlannedRunIsTracedOnlyInThePlan)
 {
     const TempFolder folder;

@@ -109,6 +109,9 @@ TEST_F(TraceTest, RunsContinueInRolledFilesAndOnTheNextDay)
     EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261121.log.1"), &dwError));
     EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261122.log"), &dwError));
     EXPECT_THAT(reader.MissingFiles(), ElementsAre(m_folder.PathOf(L"t_20261121.log.3")));
+    m_folder.Write(L"t_20261121.log.9", Line(0, "00d0", "@@@ d"));
+    EXPECT_TRUE(reader.Add(m_folder.PathOf(L"t_20261121.log.1"), &dwError));
+    EXPECT_THAT(reader.MissingFiles(), SizeIs(5)) << "the oldest file";
     Arguments arguments;
     m_folder.Write(L"asked.log", Line(1, "00d0", kDeploy) + Line(2, "00d0", "@@@ To display notification dialog..."));
     arguments.operands = {m_folder.PathOf(L"t_20261121.log"), m_folder.PathOf(L"asked.log")};
@@ -141,15 +144,17 @@ TEST_F(TraceTest, AFailureHasItsCodePageAndContext)
     EXPECT_EQ(run.lines.back().tstrMessage, L"NO need to apply\r\n new brand");
     RunSummary summary = SummarizeRun(run);
     const std::wstring tstrShown = FormatRun(summary, false);
-    EXPECT_THAT(tstrShown, HasSubstr(L"(process 00d0, 6.000 s)\n  2 files for the restart\n  CUT OFF"));
+    EXPECT_THAT(tstrShown, HasSubstr(L"(process 00d0, 6.600 s)\n  2 files for the restart\n  CUT OFF"));
     EXPECT_THAT(tstrShown, HasSubstr(L"\n  3 failures\n    !!! KzCommon::Storage::Reg::StoreValue() failed. "
                                      L"Win32ErrorCode=5 - RegistryPatch.cpp\n        after: To write registry key: K\n"
                                      L"        code: access denied"));
     EXPECT_THAT(tstrShown, HasSubstr(L"        read: docs/instruction-file.md, \"Registry"));
     EXPECT_THAT(tstrShown, HasSubstr(L"error = 32. - FileOperations.cpp (2 times)\n        code: another program"));
-    EXPECT_THAT(tstrShown, Not(HasSubstr(L"'y'")));
+    EXPECT_THAT(tstrShown, AllOf(Not(HasSubstr(L"'y'")),
+                                 EndsWith(L"  1 harmless line that looks like a failure (--all shows them)\n")));
     summary.llMilliseconds = 60'000;
-    EXPECT_THAT(FormatRun(summary, true), AllOf(HasSubstr(L"'y'"), HasSubstr(L", 0:01:00 h)")));
+    EXPECT_THAT(FormatRun(summary, true),
+                AllOf(HasSubstr(L"'y'"), HasSubstr(L", 0:01:00 h)"), HasSubstr(L"looks like a failure\n")));
 }
 
 TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
@@ -187,31 +192,39 @@ TEST_F(TracedRunTest, TheLineOfEveryOperationIsCounted)
 
 TEST(KnownFailuresTest, HarmlessLinesAreRecognizedAndCodesAreRead)
 {
-    const std::tuple<const wchar_t*, DWORD, bool> rows[] = {
-        {L"*** ::DeleteFile(C:\\[0x1].lnk) failed. [0x00000002]", 2, false},
-        {L"StoreValue() failed: 0x00000005", 5, false},
-        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000000]", 0, false},
-        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000002]", 2, false},
-        {L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5b4", 0x5B4, false},
-        {L"KzCommon::Storage::Reg::StoreValue(). incorrect data type", 0, false},
-        {L"KzCommon::Storage::Reg::StoreValue(SOFTWARE\\XColumns=4)", 0, true},
-        {L"Failed to do file copy. dest='x', error code=80", 80, false},
-        {L"source folder, error code is 80. Modify installed one.", 80, false},
-        {L"Fail to write the product config, error code: 0x10000007", 0x10000007, false},
-        {L"Failed to backup old shortcut configuration. Error code = 3", 3, false},
-        {L"[SHCreateItemFromParsingName]failed. x, hr=-2147024894", 0x80070002, false},
-        {L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]", 2, true},
-        {L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x000000a0]", 0xA0, false},
-        {L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x00000002]", 2, true},
-        {L"Failed to delete file 'C:\\x', error = 2.", 2, true},
-        {L"Failed to delete file 'C:\\x', error = 5.", 5, false},
-        {L"*** ::WTSSendMessage() failed. [0x00000000]", 0, true},
-        {L"*** ::WTSSendMessage() failed. [0x00001b6e]", 0x1B6E, false},
+    // The message, its code, and words of the reason why it is harmless (null: it is a failure).
+    const std::tuple<const wchar_t*, DWORD, const wchar_t*> rows[] = {
+        {L"*** ::DeleteFile(C:\\[0x1].lnk) failed. [0x00000002]", 2, nullptr},
+        {L"StoreValue() failed: 0x00000005", 5, nullptr},
+        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000000]", 0, nullptr},
+        {L"*** FrameworkDeployAgent::MergeConfig() - Write failed. [0x00000002]", 2, nullptr},
+        {L"KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=5b4", 0x5B4, nullptr},
+        {L"KzCommon::Storage::Reg::StoreValue(). incorrect data type", 0, nullptr},
+        {L"KzCommon::Storage::Reg::StoreValue(SOFTWARE\\XColumns=4)", 0, L"a value was missing"},
+        {L"Failed to do file copy. dest='x', error code=80", 80, nullptr},
+        {L"source folder, error code is 80. Modify installed one.", 80, nullptr},
+        {L"Fail to write the product config, error code: 0x10000007", 0x10000007, nullptr},
+        {L"Failed to backup old shortcut configuration. Error code = 3", 3, nullptr},
+        {L"[SHCreateItemFromParsingName]failed. x, hr=-2147024894", 0x80070002, nullptr},
+        {L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]", 2, L"no such section"},
+        {L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x000000a0]", 0xA0, nullptr},
+        {L"*** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x00000002]", 2,
+         L"no such section"},
+        {L"Failed to delete file 'C:\\x', error = 2.", 2, L"nothing to delete"},
+        {L"Failed to delete file 'C:\\x', error = 5.", 5, nullptr},
+        {L"*** ::WTSSendMessage() failed. [0x00000000]", 0, L"Wine shows no"},
+        {L"*** ::WTSSendMessage() failed. [0x00001b6e]", 0x1B6E, nullptr},
     };
-    for (const auto& [szMessage, dwCode, bHarmless] : rows) {
+    for (const auto& [szMessage, dwCode, szWhy] : rows) {
         TraceLine line;
         line.tstrMessage = szMessage;
         EXPECT_EQ(CodeOf(szMessage), dwCode ? std::optional(dwCode) : std::nullopt) << szMessage;
-        EXPECT_EQ(WhyHarmless(line) != nullptr, bHarmless) << szMessage;
+        const wchar_t* const szFound = WhyHarmless(line);
+        EXPECT_EQ(szFound != nullptr, szWhy != nullptr) << szMessage;
+        EXPECT_THAT(std::wstring(szFound ? szFound : L""), HasSubstr(szWhy ? szWhy : L"")) << szMessage;
     }
+    TraceLine question;  // the same message from another source
+    question.tstrMessage = L"*** FrameworkDeployAgent::PatchRegistry() - QueryValue failed. [0x00000002]";
+    question.tstrSource = L"RestartReminder.cpp";
+    EXPECT_THAT(std::wstring(WhyHarmless(question)), HasSubstr(L"no texts for the user's language"));
 }

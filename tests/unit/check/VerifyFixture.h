@@ -18,6 +18,7 @@ protected:
         return expected;
     }
     /// "VERDICT what" for each item, without the install folder and the key, after the exit code.
+    template <class AnyMachine = KzCommon::WindowsMachine>
     [[nodiscard]] std::vector<std::string> Verify(const ExpectedState& expected,
                                                   const std::wstring& tstrPending = {}) const
     {
@@ -25,7 +26,7 @@ protected:
         std::wstring tstrRaw;
         KzCommon::String::ReplaceAll(tstrRaw = tstrPending, L"@", L"\\??\\" + m_machine.Path());
         std::replace(tstrRaw.begin(), tstrRaw.end(), L'|', L'\0');
-        const KzCommon::WindowsMachine machine;
+        const AnyMachine machine;
         ContentReader contents;
         VerifyContext context{machine,  contents,    folders, PendingPlaces(machine, ParsePendingMoves(tstrRaw)),
                               L"de-de", m_optArrived};

@@ -347,9 +347,18 @@ TEST_F(VerifyTest, AManifestContainsTheWholeExpectedState)
         "add_if_non=@!(Default)!REG_SZ!x\nadd_if_non=@!C!REG_SZ!y\n"
         "[QOR_DIR]\nadd={InstalledDir}Lang\ndelete={InstalledDir}Legacy\n[QOR_FILE]\ndelete_now={InstalledDir}*.x\n"
         "[UPDATE_INFO]\nmodify=COMPONENT_LIST!Component101_Version!3.9\n");
+    Write(kInstructionFile, m_update.Read(kInstructionFile).value_or("") + "[Run]\nSysRunOnce=c.exe /x\n");
+    for (const wchar_t* const szFolder : {L"FR-FR", L"deeper\\DE-DE"}) {
+        Write(std::wstring(L"Component\\r1\\") + szFolder + L"\\StringTable.ini",
+              "[Global]\nS_STR_PRODUCT_NAME=Vault\n");
+    }
     Write(L"Component\\p1\\Share\\UI\\\u00E9\U0001F511.dll", "new");
     Write(L"Component\\p1\\Share\\Setting\\readme_DE-DE.htm", "de");
     const ExpectedState expected = Collect();
+    std::vector<std::wstring> uncovered;
+    for (const UncoveredPart& part : expected.uncovered) uncovered.push_back(part.tstrWhat + L"|" + part.tstrLanguage);
+    EXPECT_THAT(uncovered, ElementsAre(L"c.exe /x|", L"Vault|FR-FR"));
+    EXPECT_THAT(expected.languages, ElementsAre(L"FR-FR"));
     const std::string strManifest = FormatManifest(expected);
     EXPECT_THAT(strManifest, HasSubstr("11507a0e2f5e69d5dfa40a62a1bd7b6ee57e6bcd85c67c9b8431b36fff21c437"));
     EXPECT_THAT(strManifest, HasSubstr("\"Component101_Version\" : \"3.9\""));

@@ -1,0 +1,77 @@
+// How the verbs end where something is missing or wrong: the exit code, and words of the output or of the errors.
+#include "check/fleet/Rollup.h"
+#include "check/ready/Ready.h"
+#include "check/sign/CheckSignature.h"
+#include "check/simulate/Plan.h"
+#include "check/start/NewUpdate.h"
+#include "check/trace/TraceSummary.h"
+#include "check/undo/Undo.h"
+#include "check/update/CommandLine.h"
+#include "check/verify/Diff.h"
+#include "check/verify/Manifest.h"
+#include "check/verify/Verify.h"
+#include "unit/check/CheckFixture.h"
+
+#include <shellapi.h>
+
+#include <span>
+
+TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
+{
+    // An update without an instruction file, on a product of which only the folder exists.
+    Bring({L"p1\\Share\\Setting\\readme.htm"});
+    const TempFolder folder;
+    folder.MakeFolder(L"i");
+    folder.MakeFolder(L"e");
+    folder.Write(L"empty.json", "");
+    folder.Write(L"key.pub",
+                 "-----BEGIN PUBLIC KEY-----\nMFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEYnsDr126BgjcMd/JN1UQOy/DaDYc\n"
+                 "hJO7K0eZEi6c/GwBZkffrM4kr7U//m1Up81Hq4E0fy/ryaIz6SFvPqe1zw==\n-----END PUBLIC KEY-----\n");
+    // "@" means the folder, "#" the update.
+    const std::tuple<int (*)(const Arguments&, Output&), const wchar_t*, int, const char*> rows[] = {
+        {RunNew, L"@empty.json", kCannotRead, "empty.json: is a file\n"},
+        {RunLint, L"@none", kCannotRead, "none: cannot be read: "},
+        {RunLint, L"@e", kCannotRead, "e: not an update: "},
+        {RunLint, L"# --installed @none", kCannotRead, "none: cannot be read: "},
+        {RunPlan, L"#", kCannotRead, "no product is installed on this machine; "},
+        {RunPlan, L"# --installed @none", kCannotRead, "none: cannot be read: no such folder"},
+        {RunPlan, L"# --installed @i", kClean, "readme.htm"},
+        {RunPlan, L"# --language A --language B", kWrongUse, "--language: "},
+        {RunReady, L"# --installed @none", kCannotRead, "none: cannot be read: no such folder"},
+        {RunManifest, L"@e", kCannotRead, "e: not an update: "},
+        {RunCheckSignature, L"# --key @key.pub", kCannotRead, "QorUpdate.json: cannot be read: "},
+        {RunSign, L"#", kWrongUse, "--with COMMAND is missing\n"},
+        {RunSign, L"# --with none.exe", kCannotRead, "none.exe: no such file"},
+        {RunSign, L"# --with \"cmd.exe /c exit 7 &rem\"", kCannotRead, "ended with exit code 7\n"},
+        {RunCheckSignature, L"#", kWrongUse, "--key FILE is missing\n"},
+        {RunCheckSignature, L"# --key @none", kCannotRead, "none: cannot be read: "},
+        {RunCheckSignature, L"# --key @empty.json", kCannotRead, "empty.json: no public key "},
+        {RunUndo, L"#", kWrongUse, "--output NEW is missing: "},
+        {RunUndo, L"# --output @", kCannotRead, ": is not empty; "},
+        {RunUndo, L"# --output @new --installed @i", kClean, "{InstalledDir}UpdateInfo.ini: an update needs it\n"},
+        {RunDiff, L"# @none", kCannotRead, "none: cannot be read: "},
+        {RunDiff, L"@empty.json #", kCannotRead, "empty.json: "},
+        {RunVerify, L"--pending arrived", kWrongUse, "--pending: only with --detect\n"},
+        {RunVerify, L"", kCannotRead, "no product is installed on this machine; "},
+        {RunVerify, L"--installed @none", kCannotRead, "none: no such folder; "},
+        {RunVerify, L"--installed @i", kCannotRead, "no update on this machine has brought its manifest"},
+        {RunVerify, L"@none --installed @i", kCannotRead, "none: cannot be read: "},
+        {RunRollup, L"@none", kCannotRead, "none: cannot be read: "},
+        {RunRollup, L"@e --machines @none", kCannotRead, "none: cannot be read: "},
+        {RunRollup, L"@", kFound, "ignored: "},
+        {RunTrace, L"@none", kCannotRead, "none: cannot be read: "},
+        {RunTrace, L"@empty.json", kCannotRead, "empty.json: "},
+    };
+    for (const auto& [pfnRun, szLine, iExitCode, szText] : rows) {
+        std::wstring tstrLine = szLine;
+        KzCommon::String::ReplaceAll(tstrLine, L"@", folder.Path());
+        KzCommon::String::ReplaceAll(tstrLine, L"#", m_update.Path());
+        int cWords = 0;
+        wchar_t** const words = ::CommandLineToArgvW((L"BrevantCheck.exe verb " + tstrLine).c_str(), &cWords);
+        const Verb verb{L"verb", L"", L"", ~0U, 0, SIZE_MAX, pfnRun};
+        Output output;
+        EXPECT_EQ(RunCommandLine({&verb, 1}, std::span(words, cWords).subspan(1), output), iExitCode) << tstrLine;
+        EXPECT_THAT(output.strText + KzCommon::String::ToUtf8(output.tstrErrors), HasSubstr(szText)) << tstrLine;
+        ::LocalFree(words);
+    }
+}
