@@ -119,15 +119,15 @@ class Verify(LabTest):
         self.assertEqual((0, f'arrived {update}\n'), self.detect())
         machine.set_value(SETTINGS, 'Language', 'EN-US')
         shutil.rmtree(machine.host(machine.install + 'Legacy'))
-        machine.write('C:\\machines.txt', waiting['machine'], 'utf-8-sig')
-        told = json.loads(machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
-                                      'json').output)
-        self.assertEqual(([], '-P'), (told['no_record'], told['updates'][0]['package']))
 
         patterns = machine.host(machine.install + 'Patterns')
         patterns.rename(patterns.with_name('Elsewhere'))
         os.symlink('Elsewhere', patterns)
         self.expect(1, 'REFUSED', 'NOT COVERED', manifests=[[MANIFEST], []])
         self.assertEqual((1, ''), self.detect())
+        machine.write('C:\\machines.txt', waiting['machine'], 'utf-8-sig')
+        told = json.loads(machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
+                                      'json').output)
+        self.assertEqual(([], '-P'), (told['no_record'], told['updates'][0]['package']))
         machine.write(machine.install + 'QorUpdate.json', '{}')
         self.expect(3, manifests=[[]])
