@@ -42,7 +42,7 @@ const wchar_t* const kPlaces[] = {L"a.txt",     L"RO.TXT",      L"hid.txt",    L
                                   L"dir\\deep", L"empty\\x\\y", L"x",          L"hid.txt2", L"dir\\deep\\c.txt1"};
 const wchar_t* const kPatterns[] = {L"*", L"*.*", L"*.txt", L"?.TXT", L"b.txt", L"x*", L"", L"a.txt."};
 const wchar_t* const kIniFiles[] = {L"f.ini", L"U.INI", L"dir\\n.ini", L"missing\\n.ini", L"dir", L"bad|name"};
-const wchar_t* const kIniSections[] = {L"S", L"t", L"a]b", L"New"};
+const wchar_t* const kIniSections[] = {L"S", L"t", L"New"};
 const wchar_t* const kIniKeys[] = {L"k", L"Q", L"added", L"a=b", L" s "};
 const wchar_t* const kTexts[] = {L"v", L" x y ", L"\"quoted\"", L"\u4e00\u00e4", L"a=b", L"x\ty"};
 
@@ -156,7 +156,7 @@ protected:
         for (const wchar_t* const szName : {L"a.txt", L"ro.txt", L"hid.txt", L"dir\\b.txt", L"dir\\deep\\c.TXT1"})
             m_home.Write(szName, String::ToUtf8(szName).substr(0, 2));
         m_home.MakeFolder(L"empty");
-        m_home.Write(L"f.ini", "[S]\r\nk=v\r\n;c\r\nq = \"x y\" \r\n[T]\r\n[a]b]\r\nk=w\r\n");
+        m_home.Write(L"f.ini", "[S]\r\nk=v\r\n;c\r\nq = \"x y\" \r\n[T]\r\n");
         m_home.Write(L"u.ini", std::string("\xFF\xFE[\0S\0]\0\r\0\n\0", 12));
         ::SetFileAttributesW(m_home.PathOf(L"ro.txt").c_str(), FILE_ATTRIBUTE_READONLY);
         ::SetFileAttributesW(m_home.PathOf(L"hid.txt").c_str(), FILE_ATTRIBUTE_HIDDEN);
