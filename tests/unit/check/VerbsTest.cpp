@@ -45,7 +45,7 @@ TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
         {RunSign, L"# --with \"cmd.exe /c exit 7 &rem\"", kCannotRead, "ended with exit code 7\n"},
         {RunCheckSignature, L"#", kWrongUse, "--key FILE is missing\n"},
         {RunCheckSignature, L"# --key @none", kCannotRead, "none: cannot be read: "},
-        {RunCheckSignature, L"# --key @empty.json", kCannotRead, "empty.json: no public key "},
+        {RunCheckSignature, L"# --key @empty.json", kCannotRead, " on the curve P-256 in PEM\n"},
         {RunUndo, L"#", kWrongUse, "--output NEW is missing: "},
         {RunUndo, L"# --output @", kCannotRead, ": is not empty; "},
         {RunUndo, L"# --output @new --installed @i", kClean, "{InstalledDir}UpdateInfo.ini: an update needs it\n"},
