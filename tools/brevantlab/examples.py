@@ -1,0 +1,231 @@
+"""docs/examples: what the verbs of the checking program print, in the order of an update's life.
+
+    python3 -m brevantlab.examples    # writes the files; "git diff docs/examples" shows what has changed
+
+A test compares all of it. What differs from one run, machine or release to another is replaced, and JSON is laid out in
+fewer lines.
+"""
+import json
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+from typing import Any
+
+from .layouts import install_folder
+from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
+from .prefix import ROOT
+
+EXAMPLES = ROOT / 'docs/examples'
+WORK, PACKAGE = 'C:\\Work\\', 'c21t2103v3.9.3l1p1r1o1'
+SETTING = f'{PRODUCT}Component\\{PACKAGE}\\Share\\Setting\\'
+POWER = SESSION_MANAGER + '\\Power'
+PENDING_MOVES = 'PendingFileRenameOperations'
+KEY = '--key C:\\key.pem'
+
+REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
+    (r'((?:arrived|pending) |\n  "update": ")[0-9a-f]{64}', r'\1IDENTITY'),  # the agent's version is part of it
+    (r'(with key) [0-9a-f]+', r'\1 KEY'),
+    (r'(\n  "machine": )"[^"]*"', r'\1"PC1"'),
+    (r'(\n  "pending_minutes": )\d+', r'\g<1>1'),
+    (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
+    (r'[\d/]{10} [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
+    (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
+    (r'(not examined: .*?\.xml: )[^\n]+', r'\1The filename cannot be resolved'),  # a text of Windows
+    (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
+
+# What a later update has in its instruction file.
+LATER = {'}Help\r\n': '}Help\r\nadd={InstalledDir}Extra\r\n', '!15': '!20', '=/Window/Skin': '=/Window/Width',
+         'delete={InstalledDir}Retired': 'delete_now={InstalledDir}Retired', '/updated': '/new',
+         '3.9.3.1140': '3.9.4.1200'}
+BROKEN = r"""[QOR_DIR]
+Add={InstalledDir}Help
+[QOR_FILE]
+delete={InstaledDir}Old.dat
+delete={InstalledDir}Grün.dat
+[QOR_REGISTRY_PATCH]
+add=SOFTWARE\Kazmere\KZVLT!Password!REG_SZ!Maple-Street-1906
+add=SOFTWARE\Kazmere\KZVLT!Number!REG_TEXT!1
+[Run]
+SysRunOnce=Setup.exe /quiet
+"""
+
+RECORD: dict[str, Any] = {
+    'record': 1, 'update': '0123456789abcdef' * 4, 'package': PACKAGE, 'product_version': '3.9.3.1140',
+    'agent_version': '1.9.1100', 'machine': 'PC1', 'time': '2026-01-31T12:00:00Z', 'started': '2026-01-31T11:30:00Z',
+    'verdict': 'arrived', 'kept': 23, 'not_kept': 0, 'open': []}
+REASONS = [{'verdict': 'MISSING', 'what': 'C:\\Help', 'detail': 'nothing'},
+           {'verdict': 'NOT DELETED', 'what': 'C:\\Old'}]
+MISSING = {'verdict': 'missing', 'kept': 20, 'not_kept': 3, 'open': REASONS}
+# The records of a small fleet, by file name: what differs from RECORD.
+FLEET: dict[str, dict[str, Any]] = {
+    '1': {}, '1 before': {'time': '2026-01-30T12:00:00Z', **MISSING}, '1 copy': {},
+    '2': {'machine': '=PC2', **MISSING}, '3': {'machine': 'PC3', **MISSING, 'not_kept': 1, 'open': REASONS[:1]},
+    '4': {'machine': 'PC4', 'verdict': 'pending', 'pending_minutes': 7, 'update': 'ab' * 32}, '5': {'record': 2}}
+
+
+def laid_out(value: Any, indent: str = '\n') -> str:
+    """JSON with each short or simple part on one line."""
+    text = json.dumps(value)
+    parts = [*value.values()] if isinstance(value, dict) else value
+    if len(text) < 110 or not any(isinstance(part, (dict, list)) for part in parts):
+        return text
+    names = [f'{json.dumps(name)}: ' for name in value] if isinstance(value, dict) else [''] * len(value)
+    rows = [name + laid_out(part, indent + '  ') for name, part in zip(names, parts)]
+    return f',{indent}  '.join(rows).join((f'{text[0]}{indent}  ', f'{indent}{text[-1]}'))
+
+
+def without_rules(part: dict[str, Any]) -> dict[str, Any]:
+    """A part of SARIF without the list of all rules, which is docs/check-rules.md."""
+    return {**part, **({'rules': '...'} if 'rules' in part else {})}
+
+
+def edit(file: pathlib.Path, changes: dict[str, str], encoding: str = 'utf-16') -> None:
+    text = file.read_bytes().decode(encoding)
+    for old, new in changes.items():
+        if old not in text:
+            raise ValueError(f'{file} has no {old}')
+        text = text.replace(old, new)
+    file.write_bytes(text.encode(encoding))
+
+
+class Examples:
+    """One machine on which every verb is shown; `found` has the text of each file by its name."""
+
+    def __init__(self, machine: Machine) -> None:
+        self.machine = machine
+        self.place = WORK
+        self.found: dict[str, str] = {}
+
+    def run(self) -> dict[str, str]:
+        self.machine.install_program()
+        self.machine.make_dir(WORK)
+        self.show_authors_verbs()
+        self.place = PRODUCT
+        self.show_plans()
+        self.show_signatures()
+        self.show_deployment()
+        self.show_fleet()
+        return self.found
+
+    def show(self, name: str, *commands: str) -> None:
+        """Adds calls to an example, with their output and exit code."""
+        for command in commands:
+            result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
+            self._add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+
+    def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
+        self._add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
+
+    def _add(self, name: str, command: str, text: str) -> None:
+        if text.startswith('{'):
+            document, end = json.JSONDecoder(object_hook=without_rules).raw_decode(text)
+            text = laid_out(document) + text[end:]
+        for pattern, shown in REPLACED:
+            text = pattern.sub(shown, text)
+        self.found[name] = self.found.get(name, '') + f'> {command}\n{text}\n'
+
+    def show_authors_verbs(self) -> None:
+        self.show('new', 'new spring')
+        spring, summer, broken = (self.machine.host(WORK + name) for name in ('spring', 'summer', 'broken'))
+        for folder in (summer, broken):
+            shutil.copytree(spring / 'update', folder)
+        edit(summer / 'QorPaFrwk.ini', LATER)
+        table = next(summer.glob('Component/*/DE-DE/StringTable.ini'))
+        edit(table, {'Kazmere': 'K.'})
+        shutil.copytree(table.parent, table.parent.with_name('FR-FR'))
+        edit(next(summer.rglob('qorshcut_DE-DE.xml')), {'Qorvault.cmd': 'Other.cmd'}, 'utf-8')
+        (broken / 'QorPaFrwk.ini').write_text(BROKEN, 'utf-8')
+        next(broken.rglob('config_DE-DE.xml')).unlink()
+        self.show('lint', 'lint spring\\update --installed spring\\installed --strict', 'lint broken')
+        self.show('lint.sarif', 'lint broken --format sarif')
+        self.show('manifest', 'manifest spring\\update')
+        self.show('diff', 'diff spring\\update spring\\update', 'diff spring\\update summer',
+                  'diff spring\\update summer --format json')
+        install_folder(self.machine, spring / 'installed')
+        shutil.copytree(summer, self.machine.host(PRODUCT), dirs_exist_ok=True)
+
+    def show_plans(self) -> None:
+        machine = self.machine
+        config, component = machine.host(PRODUCT + 'config.xml'), machine.host(PRODUCT + 'Component')
+        self.show('plan', 'plan .')
+        machine.set_value(POWER, 'HiberbootEnabled', 1)
+        machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
+            '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', ''])
+        component.chmod(0o777)
+        self.show('ready', 'ready .', 'ready . --format json')
+        component.chmod(0o755)
+        machine.set_value(POWER, 'HiberbootEnabled', 0)
+        machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
+        away = config.rename(config.with_suffix('.away'))
+        config.symlink_to(config.name)  # nobody can open it
+        self.show('ready', 'ready .')
+        away.replace(config)
+        edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR'})
+        self.show('ready', 'ready .')
+        self.show('plan.json', 'plan . --format json')
+        self.show('undo', 'undo . --output ..\\Undo')
+        self.show_file('undo', '..\\Undo\\QorPaFrwk.ini', 'utf-16')
+
+    def show_signatures(self) -> None:
+        machine = self.machine
+        manifest, page = machine.host(SETTING) / 'QorUpdate.json', machine.host(SETTING + 'Help\\index.htm')
+        self.show('verify', 'verify')
+        self.show('check-signature', 'manifest . --into')
+        with tempfile.NamedTemporaryFile() as private:
+            for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private.name],
+                          ['ec', '-in', private.name, '-pubout', '-out', str(machine.host('C:\\key.pem'))]):
+                subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
+            self.show('check-signature', f'check-signature . {KEY}')
+            subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
+                           check=True)
+        self.show('check-signature', f'check-signature . {KEY}')
+        content = page.read_bytes()
+        page.write_bytes(content + b' ')
+        page.with_name('more.htm').touch()
+        self.show('check-signature', f'check-signature . {KEY}')
+        page.write_bytes(content)
+        page.with_name('more.htm').unlink()
+
+    def show_deployment(self) -> None:
+        machine = self.machine
+        self.show('verify', 'verify')
+        machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        self.show('verify', 'verify --record pending.json')
+        self.show('verify.json', 'verify --format json')
+        self.show('detect', 'verify --detect', 'verify --detect --pending arrived', 'verify --detect --pending missing')
+        machine.restart()
+        self.show('verify', f'verify --record done.json {KEY}')
+        self.show('detect', 'verify --detect')
+        machine.write(PRODUCT + 'Retired.dat', '')
+        machine.set_value(SETTINGS + '\\Vault', 'HelpFile', 'C:\\Help')
+        self.show('verify.json', 'verify --format json')
+        machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')  # of an update whose files are gone
+        machine.write(PRODUCT + 'Brevant.log', '\n'.join(machine.trace_lines()) + '\n')
+        self.show('trace', 'trace Brevant.log --all')
+
+    def show_fleet(self) -> None:
+        for name in ('pending.json', 'done.json'):
+            self.show_file('record', name)
+        for name, other in FLEET.items():
+            self.machine.write(f'{PRODUCT}records\\{name}.json', json.dumps(RECORD | other))
+        self.machine.write(PRODUCT + 'machines.txt', 'pc1\nPC4\nPC5\n')
+        expected = 'rollup records --machines machines.txt'
+        self.show('rollup', expected, f'{expected} --format json', 'rollup records --format csv')
+
+
+def main() -> int:
+    with Machine() as machine:
+        found = Examples(machine).run()
+    shutil.rmtree(EXAMPLES, ignore_errors=True)
+    EXAMPLES.mkdir()
+    for name, text in found.items():
+        (EXAMPLES / f'{name}.txt').write_text(text, 'utf-8')
+    print(f'{len(found)} examples in {EXAMPLES}')
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
