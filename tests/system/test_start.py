@@ -83,37 +83,6 @@ class Start(HomeTest):
             spoil(document)
             self.assertIn(words, '\n'.join(faults(name, document)))
 
-    def test_a_difference_of_every_kind(self):
-        check, newer = self.checker(), pathlib.Path(shutil.copytree(STARTER / 'update', self.home / 'newer'))
-        manifest = self.home / 'older.json'
-        manifest.write_text(check('manifest', STARTER / 'update', errors=False).output)
-        self.assertEqual((0, 'equal\n'), tuple(check('diff', manifest, newer)))
-        instructions = newer / 'QorPaFrwk.ini'
-        text = instructions.read_bytes().decode('utf-16')
-        for old, new in (
-                ('}Help\r\n', '}Help\r\nadd={InstalledDir}Extra\r\n'),
-                ('delete={InstalledDir}Retired', 'delete_now={InstalledDir}Retired'), ('!15', '!20'),
-                ('3.9.3.1140', '3.9.4.1200'), ('/updated', '/new'), ('=/Window/Skin', '=/Window/Width')):
-            self.assertIn(old, text)
-            text = text.replace(old, new)
-        instructions.write_bytes(text.encode('utf-16'))
-        table = next(newer.glob('Component/*/DE-DE/StringTable.ini'))
-        table.write_bytes(table.read_bytes().decode('utf-16').replace('Kazmere', 'K.').encode('utf-16'))
-        shutil.copytree(table.parent, table.parent.with_name('FR-FR'))
-        links = next(newer.glob('Component/*/Share/Setting/qorshcut_DE-DE.xml'))
-        links.write_text(links.read_text().replace('Qorvault.cmd', 'Other.cmd'))
-        code, told = check('diff', manifest, newer)
-        signs: dict[str, str] = {}
-        for line in told.splitlines()[:-1]:
-            if line.startswith('  '):
-                signs[[*signs][-1]] += line[2]
-            else:
-                signs[line] = ''
-        self.assertEqual((1, {'language': '+', 'folder': '+', 'file': '~~~+', 'setting': '~~++', 'deletion': '~',
-                              'value': '~', 'update information': '~', 'command': '-+', 'shortcut': '~~',
-                              'new name': '~+'}), (code, signs), told)
-        self.assertEqual(f'{sum(map(len, signs.values()))} differences', told.splitlines()[-1])
-
     def test_settings_and_shortcuts_fit_their_schemas(self):
         for name, guide, expected in (('config', 'configuration-store', [SAMPLES / 'second/installed/config.xml']),
                                       ('qorshcut', 'update-layout', [])):

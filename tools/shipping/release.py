@@ -64,7 +64,9 @@ def pack(checkout: pathlib.Path, target: pathlib.Path, version: str, epoch: int,
     target.mkdir(parents=True)
     name = f'brevant-{version}'
     shipped = programs(checkout / BIN)
-    guides = {f'guides/{file.name}': file for file in (checkout / 'docs').glob('*.md')
+    documents = checkout / 'docs'
+    guides = {f'guides/{file.relative_to(documents)}': file
+              for pattern in ('*.md', 'examples/*.txt') for file in documents.glob(pattern)
               if file.name not in INTERNAL_DOCUMENTS}
     licences = {f'licences/{licence}': checkout / DEPS / place for licence, place in LICENCES.items()}
     content: Content = {**{file.name: file for file in shipped}, **guides, **licences,
