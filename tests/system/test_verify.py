@@ -39,31 +39,21 @@ class Verify(LabTest):
         self.assertEqual([], faults('record', record))
         return record
 
-    def expect_rollup(self, waiting, arrived):
-        """The latest record of a machine counts, copies and damaged files are named, and so is who has none."""
-        other = {**waiting, 'machine': '=PC2', 'package': '-P', 'verdict': 'missing', 'not_kept': 300,
-                 'open': [{'verdict': 'MISSING', 'what': 'x'}] * 2 + [{'verdict': 'CHANGED SINCE', 'what': 'y'}]}
-        for name, text in (('b\\1', json.dumps(arrived)), ('b\\2', json.dumps(arrived)), ('1', json.dumps(waiting)),
-                           ('2', json.dumps(other)), ('3', '{"record": 1}'), ('4', json.dumps(arrived)[:-9]),
-                           ('5', json.dumps({**waiting, 'time': 'later'})),
-                           ('6', json.dumps({**arrived, 'update': 'x' * 64})),
-                           ('7', json.dumps({**waiting, 'not_kept': 0}))):
-            self.machine.write(f'C:\\fleet\\{name}.json', text)
-        self.machine.write('C:\\machines.txt', f'{waiting["machine"].lower()}\nPC3\npc3\n', 'utf-16')
-        told = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
-                                'json')
-        found = json.loads(told.output)
-        self.assertEqual([], faults('rollup', found))
-        self.assertEqual((1, {waiting['machine']: 'arrived', '=PC2': 'missing'}, ['PC3'], 6, 1), (
-            told.code, {row['machine']: row['verdict'] for row in found['machines']}, found['no_record'],
-            len(found['ignored']), found['older_records']), told.output)
-        self.assertEqual([{'verdict': 'MISSING', 'what': 'x', 'machines': ['=PC2']}], found['reasons'])
-        for names, encoding in (('PC3', 'utf-16-le'), (' \n', 'utf-8')):
+    def expect_rollup(self, record):
+        """Names of machines in each encoding; a list without names is refused. docs/examples have the whole table."""
+        self.machine.write('C:\\fleet\\1.json', json.dumps({**record, 'package': '-P'}))
+        for names, encoding, code in ((f'{record["machine"].lower()}\nPC3\npc3\n', 'utf-16', 1),
+                                      (record['machine'], 'utf-8-sig', 0), ('PC3', 'utf-16-le', 3),
+                                      (' \n', 'utf-8', 3)):
             self.machine.write('C:\\machines.txt', names, encoding)
-            refused = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt')
-            self.assertEqual(3, refused.code, 'not readable, or empty')
+            told = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
+                                    'json')
+            self.assertEqual(code, told.code, told.output)
+            if code < 3:
+                found = json.loads(told.output)
+                self.assertEqual(([], ['PC3'] * code), (faults('rollup', found), found['no_record']))
         table = self.machine.run(self.checker, 'rollup', 'C:\\fleet', '--format', 'csv').output
-        self.assertRegex(table, '"\'=PC2","missing","[0-9a-f]+","\'-P",.*,"300"')
+        self.assertIn('"\'-P"', table)
 
     def test_from_the_download_to_the_restart_and_with_a_link(self):
         self.machine = machine = self.enterContext(SampleMachine())
@@ -111,7 +101,7 @@ class Verify(LabTest):
         self.assertEqual(('arrived', ['NOT COVERED'], None), (
             arrived['verdict'], [answer['verdict'] for answer in arrived['open']], arrived.get('pending_minutes')))
         self.assertLess(len(machine.read(RECORD)), 4096)
-        self.expect_rollup(waiting, arrived)
+        self.expect_rollup(arrived)
         # The user's doing: it does not make the update one that has not arrived.
         machine.write(machine.install + 'Legacy\\again.txt', 'new')
         machine.set_value(SETTINGS, 'Language', 'DE-DE')
@@ -125,9 +115,5 @@ class Verify(LabTest):
         os.symlink('Elsewhere', patterns)
         self.expect(1, 'REFUSED', 'NOT COVERED', manifests=[[MANIFEST], []])
         self.assertEqual((1, ''), self.detect())
-        machine.write('C:\\machines.txt', waiting['machine'], 'utf-8-sig')
-        told = json.loads(machine.run(self.checker, 'rollup', 'C:\\fleet', '--machines', 'C:\\machines.txt', '--format',
-                                      'json').output)
-        self.assertEqual(([], '-P'), (told['no_record'], told['updates'][0]['package']))
         machine.write(machine.install + 'QorUpdate.json', '{}')
         self.expect(3, manifests=[[]])
