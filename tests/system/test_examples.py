@@ -1,5 +1,5 @@
 """What the verbs of the checking program print is what docs/examples show, to the last character. After an intended
-change, write them again: PYTHONPATH=tools python3 -B -m brevantlab.examples"""
+change, tools/examples.sh writes them again."""
 import difflib
 import unittest
 

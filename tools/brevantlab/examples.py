@@ -1,9 +1,7 @@
-"""docs/examples: what the verbs of the checking program print, in the order of an update's life.
+"""What the verbs of the checking program print, in the order of an update's life: docs/examples, which tools/examples.sh
+writes and a test compares.
 
-    python3 -m brevantlab.examples    # writes the files; "git diff docs/examples" shows what has changed
-
-A test compares all of it. What differs from one run, machine or release to another is replaced, and JSON is laid out in
-fewer lines.
+What differs from one run, machine or release to another is replaced, and JSON is laid out in fewer lines.
 """
 import json
 import pathlib
