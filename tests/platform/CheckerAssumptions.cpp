@@ -108,9 +108,11 @@ Text AskMachine(const Text& tstrFolder, DWORD dwWhat)
     if (dwWhat == eFastStartup) return machine.ReadValue(place, data, nullptr) ? L"a number" : L"no number";
     const Text tstrVolume = machine.VolumeOf(tstrFolder).tstrMountPoint;
     if (dwWhat == eFreeSpace) return Outcome(::GetDiskFreeSpaceExW(tstrVolume.c_str(), nullptr, nullptr, nullptr));
-    const bool bWindows = IsOpenToUsers(Process::WindowsFolder(), &dwError).value_or(true);
-    const bool bData = IsOpenToUsers(Process::CommonAppDataFolder(), &dwError).value_or(false);
-    return (bWindows ? L"open, " : L"closed, ") + Text(bData ? L"open" : L"closed");
+    const Text tstrRoot = machine.VolumeOf(Process::WindowsFolder()).tstrMountPoint;
+    Text tstrRights = IsOpenToUsers(tstrRoot, &dwError, kExchangeRightsInRoot).value_or(true) ? L"open" : L"closed";
+    for (const Text& tstr : {Process::WindowsFolder(), tstrRoot + L"Program Files", Process::CommonAppDataFolder()})
+        tstrRights += IsOpenToUsers(tstr, &dwError).value_or(true) ? L", open" : L", closed";
+    return tstrRights;
 }
 
 /// Schedules a replacement and a deletion, and notes how the list shows them.
@@ -145,7 +147,7 @@ constexpr Assumption kCheckerRows[] = {
     {L"a signature by openssl, with a short and a long number", L"accepted", nullptr, L"\"check-signature\" and \"verify --key\"", &CheckSignature},
     {L"the value of Fast Startup", L"a number", L"no number", L"\"ready\" advises to restart", &AskMachine, eFastStartup},
     {L"the free space of a folder's volume", L"done", nullptr, L"\"ready\" names a full drive", &AskMachine, eFreeSpace},
-    {L"users' rights in the Windows folder and in ProgramData", L"closed, open", L"closed, closed", L"folders that \"ready\" and \"check-signature\" trust", &AskMachine, eRights},
+    {L"users' rights to exchange what is in C:\\, and in the folders of Windows, programs and their data", L"closed, closed, closed, open", L"closed, closed, closed, closed", L"folders that \"ready\" and \"check-signature\" trust", &AskMachine, eRights},
     {L"a delayed replacement and a delayed deletion in the list", L"replaced, deleted", nullptr, L"\"ready\" and \"verify\" know what waits", &ShowListed, 0, &DelayAndList},
 };
 // clang-format on

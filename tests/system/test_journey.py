@@ -1,6 +1,7 @@
 """From a new update to many machines and back: the commands of the README in their order."""
 import json
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -23,8 +24,6 @@ class Journey(LabTest):
     def setUp(self):
         self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         self.keys = {name: self.make_key(name) for name in ('own', 'other')}
-        self.update = pathlib.Path(shutil.copytree(ROOT / 'starter/update', self.home / 'update'))
-        self.signature = self.update / SETTING / 'QorUpdate.json.sig'
 
     def openssl(self, *words):
         subprocess.run(['openssl', *words], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -35,8 +34,13 @@ class Journey(LabTest):
         self.openssl('ec', '-in', private, '-pubout', '-out', public)
         return public
 
+    def place(self, path):
+        # Above a folder on the machine's drive C: are its own folders only, not those of the host.
+        drive = self.machine.host('C:\\')
+        return str(path).replace(str(drive), 'C:').replace('/', '\\') if drive in path.parents else host_path(path)
+
     def check(self, *words):
-        return self.machine.run(self.checker, *(host_path(word) if isinstance(word, pathlib.Path) else word
+        return self.machine.run(self.checker, *(self.place(word) if isinstance(word, pathlib.Path) else word
                                                 for word in words), errors=True)
 
     def sign(self, command=None, update=None):
@@ -53,6 +57,8 @@ class Journey(LabTest):
 
     def test_a_signature_covers_every_byte(self):
         self.start()
+        self.update = pathlib.Path(shutil.copytree(ROOT / 'starter/update', self.machine.host('C:\\Made') / 'update'))
+        self.signature = self.update / SETTING / 'QorUpdate.json.sig'
         self.sign()
         own = ['--key', self.keys['own']]
         good = self.check('check-signature', self.update, '--key', self.keys['other'], *own)
@@ -69,21 +75,22 @@ class Journey(LabTest):
                     file.unlink() if spoilt is None else file.write_bytes(spoilt)
                     self.assertIn(self.check('check-signature', self.update, *own).code, (1, 3))
             file.write_bytes(content)
-        settings = self.update / SETTING
-        for spoil, undo in (((settings / 'more.txt').touch, (settings / 'more.txt').unlink),
-                            (lambda: self.update.chmod(0o777), lambda: self.update.chmod(0o755)),
-                            (lambda: settings.chmod(0o777), lambda: settings.chmod(0o755)),
-                            (lambda: files[0].chmod(0o666), lambda: files[0].chmod(0o644))):
-            spoil()
-            self.assertEqual(1, self.check('check-signature', self.update, *own).code)
-            undo()
+        (more := self.signature.with_name('more.txt')).touch()
+        self.assertEqual(1, self.check('check-signature', self.update, *own).code)
+        more.unlink()
+        for place in (self.update.parent, self.update, self.update / 'QorPaFrwk.ini', more.parent, self.signature):
+            place.chmod(place.stat().st_mode ^ 0o002)
+            told = self.check('check-signature', self.update, *own)
+            self.assertRegex(f'{told.code}{told.output}',
+                             f'^1{re.escape(self.place(place))}\\\\?: standard users can .*\n1 fault\n$')
+            place.chmod(place.stat().st_mode ^ 0o002)
         (self.home / 'UpdateInfo.ini').write_text('[COMPONENT_LIST]\nComponent101_Version=9.0.0.0\n')
         own += ['--installed', self.home]
         self.assertEqual(1, self.check('check-signature', self.update, *own).code)
         self.assertEqual(0, self.check('check-signature', self.update, *own, '--older').code)
         manifest = self.signature.with_suffix('')
         told = self.check('sign', self.update, '--with', 'cmd.exe /c copy ' + host_path(self.keys['own'])
-                          + ' ' + host_path(self.signature) + ' &rem')
+                          + ' ' + self.place(self.signature) + ' &rem')
         self.assertEqual((0, self.keys['own'].read_bytes()), (told.code, self.signature.read_bytes()), told.output)
         self.assertEqual(3, self.check('sign', self.update, '--with', 'cmd.exe /c rem').code)
         instructions = (self.update / 'QorPaFrwk.ini').rename(self.home / 'QorPaFrwk.ini')
@@ -91,7 +98,7 @@ class Journey(LabTest):
         instructions.rename(self.update / 'QorPaFrwk.ini')
         self.assertEqual(1, self.check('check-signature', self.update, *own).code)
         self.assertTrue(manifest.exists())
-        told = self.check('sign', self.update, '--with', f'cmd.exe /c type nul >{host_path(self.signature)} &rem')
+        told = self.check('sign', self.update, '--with', f'cmd.exe /c type nul >{self.place(self.signature)} &rem')
         self.assertEqual((3, True), (told.code, 'wrote no signature' in told.output), told.output)
         self.assertRaises(subprocess.CalledProcessError, self.sign, 'true')  # the old signature is no new one
 

@@ -32,7 +32,9 @@ class Ready(LabTest):
         setting = next(machine.host(machine.install).glob('Component/*/Share/Setting'))
         setting.chmod(0o777)
         machine.host(machine.install + 'Resource\\EN-US').chmod(0o777)
-        self.assertEqual({(6, 'QorPaFrwk.ini'), (6, 'Setting'), (6, 'EN-US')}, self.found())
+        machine.host('C:\\Program Files').chmod(0o777)
+        self.assertEqual({(6, name) for name in ('Program Files', 'QorPaFrwk.ini', 'Setting', 'EN-US')}, self.found())
+        machine.host('C:\\Program Files').chmod(0o755)
         machine.host(machine.install + 'QorPaFrwk.ini').chmod(0o644)
         machine.host(machine.install + 'Resource\\EN-US').chmod(0o755)
 

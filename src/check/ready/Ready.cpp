@@ -168,11 +168,10 @@ void CheckRights(Checking& check)
     });
     for (const DoubtfulPlace& place :
          ListDoubtfulPlaces(check.context.update, RightsOf::eFolders, {folders.begin(), folders.end()})) {
-        const bool bFolder = place.tstrPlace.ends_with(L'\\');
-        if (place.eDoubt == Doubt::eUnreadable) check.Skip(place.tstrPlace, DescribeError(place.dwError));
-        if (place.eDoubt == Doubt::eOpen) {
-            check.Find(place.tstrPlace, std::wstring(L"standard users can change ") +
-                                            (bFolder ? L"what is in it" : L"it") + L", before and after any check");
+        if (place.eDoubt == Doubt::eUnreadable) {
+            check.Skip(place.tstrPlace, DescribeError(place.dwError));
+        } else if (place.eDoubt != Doubt::eLink) {
+            check.Find(place.tstrPlace, Describe(place));
         }
     }
 }

@@ -110,18 +110,7 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
 void CheckPlaces(const Update& update, std::vector<std::wstring>& faults)
 {
     for (const DoubtfulPlace& place : ListDoubtfulPlaces(update, RightsOf::eFoldersAndFiles)) {
-        const bool bFolder = place.tstrPlace.ends_with(L'\\');
-        std::wstring& tstrFault = faults.emplace_back(place.tstrPlace);
-        switch (place.eDoubt) {
-            case Doubt::eOpen:
-                tstrFault += std::wstring(L": standard users can change ") + (bFolder ? L"what is in it" : L"it") +
-                             L", also after this check";
-                break;
-            case Doubt::eLink: tstrFault += L": a link, and no signature covers what it leads to"; break;
-            case Doubt::eUnreadable:
-                tstrFault += L": it, or its rights, cannot be read: " + DescribeError(place.dwError);
-                break;
-        }
+        faults.push_back(place.tstrPlace + L": " + Describe(place));
     }
 }
 

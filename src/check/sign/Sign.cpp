@@ -42,7 +42,7 @@ bool HasNoLinks(const Update& update, std::wstring& tstrErrors)
     bool bNone = true;
     for (const DoubtfulPlace& place : ListDoubtfulPlaces(update, RightsOf::eFolders)) {
         if (place.eDoubt != Doubt::eLink) continue;
-        tstrErrors += place.tstrPlace + L": a link, and no signature covers what it leads to\n";
+        tstrErrors += place.tstrPlace + L": " + Describe(place) + L"\n";
         bNone = false;
     }
     return bNone;

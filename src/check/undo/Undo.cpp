@@ -262,10 +262,8 @@ int WriteUndo(UndoContext& context, const Folder& installedDir, const std::wstri
         !ShipManifest(folder, output)) {
         return NotComplete(tstrGiven, folder, output);
     }
-    DWORD dwError = ERROR_SUCCESS;
-    if (IsOpenToUsers(folder, &dwError).value_or(false)) {
-        output.tstrErrors +=
-            tstrGiven + L": standard users can change what is in it; an elevated agent will deploy it\n";
+    for (const DoubtfulPlace& place : ListDoubtfulPlaces(folder)) {
+        output.tstrErrors += place.tstrPlace + L": " + Describe(place) + L"; an elevated agent will deploy it\n";
     }
     if (!parts.bAny) {
         output.tstrErrors += context.update.GivenFolder() +

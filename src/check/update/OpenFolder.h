@@ -2,6 +2,7 @@
 #pragma once
 
 #include "check/update/Update.h"
+#include "check/update/UserRights.h"
 
 #include <windows.h>
 
@@ -11,15 +12,18 @@
 
 namespace Check {
 
-/// Whether the access list of a file or folder lets one of the groups of all users change it, or what is in it. Empty
-/// with the code when it cannot be read. Does not look at rights of single users. GetKernelObjectSecurity.
-[[nodiscard]] std::optional<bool> IsOpenToUsers(const std::wstring& tstrPlace, DWORD* pdwError);
+/// Whether standard users have one of some rights to a file or folder, by default those to change it, or what is in it;
+/// see GrantsUsers(). Empty with the code when its rights cannot be read. GetKernelObjectSecurity.
+[[nodiscard]] std::optional<bool> IsOpenToUsers(const std::wstring& tstrPlace, DWORD* pdwError,
+                                                ACCESS_MASK rights = kChangeRights);
 
 /// Why nothing is certain about a place.
 enum class Doubt {
-    eOpen,       ///< standard users can change it, or what is in it
-    eLink,       ///< a junction or symbolic link: what it leads to is not part of the update
-    eUnreadable  ///< its rights, or its contents, cannot be read
+    eOpen,         ///< standard users can change it, or what is in it
+    eExchange,     ///< a folder above another place: standard users can put something else in its place
+    eThroughLink,  ///< its path leads through a junction or symbolic link that is not an administrator's
+    eLink,         ///< a junction or symbolic link: what it leads to is not part of the update
+    eUnreadable    ///< its rights, or its contents, cannot be read
 };
 
 /// One such place.
@@ -34,10 +38,17 @@ struct DoubtfulPlace {
 enum class RightsOf { eFolders, eFoldersAndFiles };
 
 /// The doubtful places among the folder of an update, "Component\", the instruction file, the update information, both
-/// packages with all that is in them, and `others`. What is below an open folder is not named again; links are not
-/// followed, and one that leads to the update's folder itself does not count.
+/// packages with all that is in them, `others`, and the folders above all these up to the roots of their drives, also
+/// of the drives to which substituted drives and links lead. What is below an open folder is not named again. Links in
+/// the update are not followed.
 [[nodiscard]] std::vector<DoubtfulPlace> ListDoubtfulPlaces(const Update& update, RightsOf eRights,
                                                             const std::vector<std::wstring>& others = {});
+
+/// Likewise for a single folder and the folders above it.
+[[nodiscard]] std::vector<DoubtfulPlace> ListDoubtfulPlaces(const std::wstring& tstrFolder);
+
+/// The reason in words, for a finding.
+[[nodiscard]] std::wstring Describe(const DoubtfulPlace& place);
 
 /// Whether standard users can make files or folders in that place of a customer's machine: below C:\ProgramData,
 /// C:\Users and C:\Windows\Temp on any drive. `tstrInstalled`, the product's folder, never counts as such a place, even
