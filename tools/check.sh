@@ -75,12 +75,13 @@ sign() {
     done
     [[ -n "$update" && -n "$with" ]] || wrong_use "sign UPDATE --with COMMAND"
     # On the throwaway machine a link to a file looks like the file, which it is not for Windows.
-    links="$(find "$update" -type l)"
+    links="$([[ ! -d "$update" ]] || find "$update" -type l)"
     [[ -z "$links" ]] || { echo "$links: a link, and no signature covers what it leads to" >&2; exit 3; }
     manifest="$(check manifest --into "$update")" || exit
     manifest="${manifest%: written*}"
     rm -f -- "$manifest.sig"
-    $with "$manifest" || fail_sign "$with"
+    # As for the program on Windows, a part of the command may be in quotes.
+    bash -c "$with \"\$1\"" signer "$manifest" || fail_sign "$with"
     [[ -s "$manifest.sig" ]] || fail_sign "$with"
     echo "$manifest.sig: written"
 }

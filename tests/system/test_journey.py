@@ -44,10 +44,10 @@ class Journey(LabTest):
                                                 for word in words), errors=True)
 
     def sign(self, command=None, update=None):
-        signer = self.home / 'signer'
+        signer = self.home / 'my signer'
         signer.write_text(f'#!/bin/sh\nexec openssl dgst -sha256 -sign {self.home}/own.pem -out "$1.sig" "$1"\n')
         signer.chmod(0o755)
-        subprocess.run([ROOT / 'tools/check.sh', 'sign', update or self.update, '--with', command or signer],
+        subprocess.run([ROOT / 'tools/check.sh', 'sign', update or self.update, '--with', command or f'"{signer}"'],
                        check=True, stdout=subprocess.DEVNULL)
 
     def start(self):

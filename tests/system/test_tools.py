@@ -74,9 +74,12 @@ class Builds(HomeTest):
         for name in 'update', 'second':
             shutil.copytree(ROOT / 'samples/second/update', self.home / name)
         (self.home / 'none').mkdir()
+        (self.home / 'link').symlink_to('none')
         (self.home / 'second/QorPaFrwk.ini').write_text('[QOR_DIR]\nAdd=x\n')
         for arguments, code, told in (
                 ('update --strict --format sarif --installed', 0, f'"file://{self.home}/update/"'),
+                ('new link/new --product', 0, 'link/new: 22 files written'),  # of the name "in stalled"
+                ('sign none/x --with', 3, 'none/x: cannot be read: no such folder'),
                 ('plan update --language ES-ES --installed', 0, f'in {self.home}/in stalled/\n'),
                 ('second none second update --installed', 3, '\n0 errors, 0 warnings\n')):
             with self.subTest(arguments):

@@ -195,7 +195,7 @@ bool MakePackage(const UndoParts& parts, const Folder& folder, Output& output)
 {
     const Folder package = folder / kComponents + parts.tstrPackage;
     DWORD dwError = ERROR_SUCCESS;
-    const bool bMade = Storage::Directory::Create(LongPath(package), nullptr, &dwError);
+    const bool bMade = MakeFolder(package, &dwError);
     return Report(package, bMade, dwError, output);
 }
 

@@ -1,5 +1,6 @@
 #include "check/update/NewFolder.h"
 
+#include "check/update/HostPaths.h"
 #include "check/update/LongPath.h"
 
 #include "common/KzComn_File.h"
@@ -15,10 +16,21 @@ namespace {
 
 bool MakeFolderOf(const std::wstring& tstrPath, DWORD* pdwError)
 {
-    return Storage::Directory::Create(LongPath(tstrPath.substr(0, tstrPath.rfind(L'\\') + 1)), nullptr, pdwError);
+    return MakeFolder(tstrPath.substr(0, tstrPath.rfind(L'\\')), pdwError);
 }
 
 }  // namespace
+
+bool MakeFolder(const std::wstring& tstrFolder, DWORD* pdwError)
+{
+    const std::wstring tstrPath = LongPath(tstrFolder);
+    if (!HostPathOf(tstrFolder)) return Storage::Directory::Create(tstrPath, nullptr, pdwError);
+    if (Storage::Directory::IsExisted(tstrPath)) return true;
+    const std::wstring tstrAbove = tstrFolder.substr(0, tstrFolder.find_last_not_of(L'\\') + 1);
+    if (!MakeFolder(tstrAbove.substr(0, tstrAbove.rfind(L'\\')), pdwError)) return false;
+    return ::CreateDirectoryW(tstrPath.c_str(), nullptr) || Storage::Directory::IsExisted(tstrPath) ||
+           Storage::Fail(::GetLastError(), pdwError);
+}
 
 bool IsFreeFolder(const std::wstring& tstrGiven, Output& output)
 {

@@ -3,6 +3,7 @@
 #include "check/update/ErrorText.h"
 #include "check/update/HostPaths.h"
 #include "check/update/JsonText.h"
+#include "check/update/NewFolder.h"
 #include "check/update/OpenUpdate.h"
 #include "check/verify/FoundValue.h"
 
@@ -384,7 +385,7 @@ bool ShipManifest(const Update& update, Output& output)
     const Folder folder = update.Root() / update.SettingFolder().Text();
     DWORD dwError = ERROR_SUCCESS;
     std::string strManifest;
-    const bool bFolder = Storage::Directory::Create(LongPath(folder), nullptr, &dwError);
+    const bool bFolder = MakeFolder(folder, &dwError);
     if (bFolder && !MakeManifest(update, true, strManifest, output.tstrErrors)) return false;
     if (!bFolder || !WriteInto(folder, strManifest, &dwError)) {
         output.tstrErrors += folder / kShippedManifest + L": cannot be written: " + DescribeError(dwError) + L"\n";
