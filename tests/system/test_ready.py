@@ -41,14 +41,18 @@ class Ready(LabTest):
         machine.set_value(HIBERNATION, 'HibernateEnabled', 1)
         machine.set_value(SESSION_MANAGER, 'PendingFileRenameOperations', [
             '\\??\\C:\\other.dll', f'!\\??\\{machine.install}Qorvault.exe', f'\\??\\{machine.install}config.xml', '',
-            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
+            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll',
+            # a file that is brought at once, a new folder, a file to be deleted
+            f'\\??\\{machine.install}Driver\\kbfilter.sys', '!\\??\\C:\\old.sys',
+            f'\\??\\{machine.install}Policy\\', '', '\\??\\C:\\other.dll', f'!\\??\\{machine.install}KeystrideBar.dll'])
         with open(setting / 'readme_EN-US.htm', 'ab') as file:
             file.truncate(8 * TERABYTE)
         machine.host(machine.install + 'Component').chmod(0o777)
         machine.host(machine.install + 'Patterns').rename(machine.host(machine.install + 'Patterns2'))
         machine.host(machine.install + 'Patterns').write_text('a file')
         found = self.found()
-        self.assertEqual({(1, 'C:'), (3, 'Qorvault.exe'), (3, 'config.xml'), (6, 'Component'), (7, 'Fast Startup')},
+        moved = 'Qorvault.exe', 'config.xml', 'kbfilter.sys', 'Policy', 'KeystrideBar.dll'
+        self.assertEqual({(1, 'C:'), *((3, name) for name in moved), (6, 'Component'), (7, 'Fast Startup')},
                          {row for row in found if row[0] != 5})
         self.assertIn(5, [number for number, _ in found])
 

@@ -4,6 +4,7 @@
 #include "check/update/ErrorText.h"
 #include "check/update/Instructions.h"
 #include "check/update/OpenFolder.h"
+#include "check/update/ShownText.h"
 #include "check/verify/ExpectedState.h"
 
 #include "agent/IniEdits.h"
@@ -122,19 +123,36 @@ bool IsOurs(const PendingMove& move, const Folder& installed)
            String::IsBelow(move.tstrSource, installed / kComponents);
 }
 
+bool IsFileChange(const Change& change)
+{
+    constexpr Action kActions[] = {Action::eCreateFolder, Action::eMove, Action::eStage,
+                                   Action::eCopy,         Action::eKeep, Action::eDelete};
+    return std::ranges::find(kActions, change.eAction) != std::end(kActions);
+}
+
+/// Files and folders that the run brings, also at once, must still be there after the restart; and nothing may come to
+/// the place of a file that it deletes.
 void CheckOthersMoves(Checking& check)
 {
-    String::NoCaseSet targets;
+    String::NoCaseSet brought;
+    String::NoCaseSet deleted;
     check.ForEachChange([&](const Change& change) {
-        if (change.bAtRestart && Happens(change)) targets.insert(change.tstrTarget);
+        if (!IsFileChange(change)) return;
+        if (Happens(change)) brought.insert(PlainName(change.tstrTarget));
+        if (change.eOutcome == Outcome::eRemove) deleted.insert(PlainName(change.tstrTarget));
     });
     for (const PendingMove& move : check.context.pending) {
         if (IsOurs(move, check.context.installed)) continue;
-        const bool bDeletes = move.tstrDestination.empty();
-        const std::wstring& tstrPlace = bDeletes ? move.tstrSource : move.tstrDestination;
-        if (!targets.contains(tstrPlace)) continue;
-        check.Find(tstrPlace, bDeletes ? L"another program deletes it at the restart"
-                                       : L"another program moves " + move.tstrSource + L" there at the restart");
+        const std::wstring tstrSource = PlainName(move.tstrSource);
+        const std::wstring tstrPlace = PlainName(move.tstrDestination);
+        if (brought.contains(tstrSource)) {
+            check.Find(tstrSource, L"another program " +
+                                       (tstrPlace.empty() ? L"deletes it" : L"moves it to " + tstrPlace) +
+                                       L" at the restart");
+        }
+        if (brought.contains(tstrPlace) || deleted.contains(tstrPlace)) {
+            check.Find(tstrPlace, L"another program moves " + tstrSource + L" there at the restart");
+        }
     }
 }
 
@@ -144,7 +162,9 @@ void CheckEarlierUpdate(Checking& check)
         check.context.pending, [&](const PendingMove& move) { return IsOurs(move, check.context.installed); });
     if (cOurs > 0) {
         check.Find(check.context.installed / kComponents,
-                   std::to_wstring(cOurs) + L" files of an earlier deployment still wait for the restart");
+                   Counted(static_cast<std::size_t>(cOurs), L"file of an earlier deployment still waits",
+                           L"files of an earlier deployment still wait") +
+                       L" for the restart");
     }
 }
 

@@ -68,7 +68,8 @@ std::wstring WithLongNames(const std::wstring& tstrPath)
     return tstrLong.empty() ? tstrPath : tstrLong;
 }
 
-/// A path with long names and without trailing backslash; keeps its case.
+}  // namespace
+
 std::wstring PlainName(std::wstring tstrPath)
 {
     while (tstrPath.ends_with(L'\\')) tstrPath.pop_back();
@@ -80,8 +81,6 @@ std::wstring PlainName(std::wstring tstrPath)
     }
     return tstrPath;
 }
-
-}  // namespace
 
 std::vector<PendingMove> ParsePendingMoves(std::wstring_view tstrRaw)
 {

@@ -18,6 +18,9 @@ struct PendingMove {
     bool bReplace = false;  ///< replaces an existing file; otherwise the move then fails
 };
 
+/// A path with long names and without trailing backslash; keeps its case. GetLongPathNameW.
+[[nodiscard]] std::wstring PlainName(std::wstring tstrPath);
+
 /// The machine's list, in order.
 [[nodiscard]] std::vector<PendingMove> ReadPendingMoves(const KzCommon::Machine& machine);
 
