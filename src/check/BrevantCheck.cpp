@@ -122,7 +122,8 @@ constexpr Verb kVerbs[] = {
      L"machines: verdicts of each update, the ten most frequent reasons with their machines. The latest record of a\n"
      L"machine counts. Damaged files and second copies are named.\n\n"
      L"  --machines FILE  the machines to expect, one name in each line; those without a record are named\n\n"
-     L"Exit code: 0 arrived on every machine, 1 not, 2 wrong use, 3 cannot read.",
+     L"Exit code: 0 arrived on every machine, 1 not, no record, or a file that was not counted, 2 wrong use,\n"
+     L"3 cannot read.",
      kFormatJson | kMachines, 1, 1, RunRollup},
     {L"trace", L"FILE... [--all]",
      L"Summarises every run of the trace files: time, duration, actions, failures. It also reads earlier files\n"

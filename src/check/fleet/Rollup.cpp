@@ -334,7 +334,8 @@ int RunRollup(const Arguments& arguments, Output& output)
     }
     const bool bAll = std::ranges::all_of(
         rollup.machines, [](const MachineState& record) { return record.eVerdict == MachineVerdict::eArrived; });
-    return bAll && rollup.unheard.empty() && rollup.ignored.empty() ? kClean : kFound;
+    // A folder without records must not pass for a fleet on which the update has arrived.
+    return bAll && !rollup.machines.empty() && rollup.unheard.empty() && rollup.ignored.empty() ? kClean : kFound;
 }
 
 }  // namespace Check
