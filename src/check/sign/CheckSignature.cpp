@@ -7,6 +7,7 @@
 #include "check/update/ShownText.h"
 #include "check/update/VersionText.h"
 #include "check/verify/Manifest.h"
+#include "check/verify/Presence.h"
 #include "check/verify/SignedManifest.h"
 
 #include "common/Frwk_Utility.h"
@@ -97,9 +98,14 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
     if (!installed.IsKnown() || arguments.bOlder) return;
     for (const ExpectedIniKey& value : expected.updateInfo) {
         std::wstring tstrInstalled;
-        if (!IsVersionKey(value.tstrKey) || !machine.ReadIniValue(installed / kUpdateInfoFile, value.tstrSection,
-                                                                  value.tstrKey, L"", tstrInstalled, nullptr)) {
-            continue;
+        DWORD dwError = ERROR_SUCCESS;
+        if (!IsVersionKey(value.tstrKey)) continue;
+        const bool bRead = machine.ReadIniValue(installed / kUpdateInfoFile, value.tstrSection, value.tstrKey, L"",
+                                                tstrInstalled, &dwError);
+        // A version that cannot be compared would let an old update pass.
+        if (!bRead && !MeansNothingThere(dwError)) {
+            return faults.push_back(installed / kUpdateInfoFile + L": the installed version cannot be read: " +
+                                    DescribeError(dwError) + L"; --older accepts that");
         }
         if (!IsOlderVersion(value.tstrValue, tstrInstalled)) continue;
         faults.push_back(value.tstrKey + L": " + value.tstrValue + L" is older than the installed " + tstrInstalled +

@@ -59,6 +59,7 @@ TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
         {RunRollup, L"@none", kCannotRead, "none: cannot be read: "},
         {RunRollup, L"@e --machines @none", kCannotRead, "none: cannot be read: "},
         {RunRollup, L"@", kFound, "ignored: "},
+        {RunRollup, L"@e", kFound, "0 machines"},
         {RunTrace, L"@none", kCannotRead, "none: cannot be read: "},
         {RunTrace, L"@empty.json", kCannotRead, "empty.json: "},
     };
@@ -74,4 +75,42 @@ TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
         EXPECT_THAT(output.strText + KzCommon::String::ToUtf8(output.tstrErrors), HasSubstr(szText)) << tstrLine;
         ::LocalFree(words);
     }
+}
+
+// A standard user can keep the file open, so that no program can read it.
+TEST_F(UpdateTest, ASignatureDoesNotCountWhileTheInstalledVersionCannotBeRead)
+{
+    constexpr std::string_view kSignature =
+        "3046022100a8b67c44baa6ddf062c2bc07bcda113ac7a941b3417f01a5a9887a2b2a07c9bc022100f764b636e61465aa9d12"
+        "f31ec4999dbf883eaae51368f8a3e01239e1f7bda416";
+    std::string strSignature;
+    for (std::size_t u = 0; u < kSignature.size(); u += 2) {
+        strSignature += static_cast<char>(std::stoi(std::string(kSignature.substr(u, 2)), nullptr, 16));
+    }
+    Write(L"Component\\p1\\Share\\Setting\\QorUpdate.json.sig", strSignature);
+    Write(
+        L"Component\\p1\\Share\\Setting\\QorUpdate.json",
+        R"({"format": 2, "component": {"product": "p1", "resource": ""}, "folders": [], "files": [], "deletions": [], "registry": [],
+"update_information": [{"section": "S", "key": "A_Version", "value": "1.0"}], "not_covered": [], "languages": [],
+"update": "bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb",
+"contents": [{"file": "a", "size": 1, "sha256": "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa"}]})");
+    const TempFolder folder;
+    folder.Write(L"key.pub",
+                 "-----BEGIN PUBLIC KEY-----\nMFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEsFIVy061PCpFHony5TXzTogj6cFv\n"
+                 "OT3LPD+f6WfEAuPX2WX25mG3+iW5/GWPcYcVZc469JMqxP1dThAnqN278g==\n-----END PUBLIC KEY-----\n");
+    folder.Write(L"UpdateInfo.ini", "[S]\nA_Version=9.0\n");
+    Arguments arguments;
+    arguments.operands = {m_update.Path()};
+    arguments.keys = {folder.Path() + L"key.pub"};
+    arguments.optInstalled = folder.Path();
+    const auto told = [&] {
+        Output output;
+        EXPECT_EQ(RunCheckSignature(arguments, output), kFound);
+        return output.strText;
+    };
+    EXPECT_THAT(told(), HasSubstr("1.0 is older than the installed 9.0; --older accepts it"));
+    const KzCommon::UniqueFile held = Hold(folder.Path() + L"UpdateInfo.ini", false);
+    EXPECT_THAT(told(), HasSubstr("the installed version cannot be read: "));
+    arguments.bOlder = true;
+    EXPECT_THAT(told(), Not(HasSubstr("version")));
 }
