@@ -93,6 +93,8 @@ class Verify(LabTest):
         source = machine.host(machine.pending_moves()[0][0])
         source.rename(source.with_suffix('.away'))
         self.expect(1, 'STILL WAITING', 'MISSING', manifests=([MANIFEST], []))
+        missing = self.record('0x00000003,(?s:.*)MISSING')
+        self.assertEqual(('missing', True), (missing['verdict'], 'pending_minutes' in missing))
         source.with_suffix('.away').rename(source)
         machine.start_again()
         self.expect(0, 'NOT COVERED', manifests=([MANIFEST], []))

@@ -174,7 +174,10 @@ Record MakeRecord(const Machine& machine, const Folder& installed, const Expecte
     record.tstrTime = TextOfTime(Now());
     record.tstrStarted = TextOfTime(Now() - ::GetTickCount64() * kTicksPerMillisecond);
     record.eVerdict = JudgeMachine(results);
-    if (record.eVerdict == MachineVerdict::ePending) record.optPendingMinutes = MinutesSinceDeployment(machine);
+    // Also when something else is missing: the restart has been awaited for as long.
+    if (std::ranges::any_of(results, [](const VerifyResult& result) { return result.eVerdict == Verdict::eWaiting; })) {
+        record.optPendingMinutes = MinutesSinceDeployment(machine);
+    }
     std::ranges::copy_if(results, std::back_inserter(record.open),
                          [](const VerifyResult& result) { return !IsKept(result); });
     record.cNotKept = record.open.size();
