@@ -6,10 +6,12 @@
 #include "check/verify/Diff.h"
 #include "check/verify/Manifest.h"
 #include "common/KzComn_WindowsMachine.h"
+#include "support/RecordedTrace.h"
 #include "unit/check/CheckFixture.h"
 #include "unit/check/KeyTrial.h"
 
 #include <functional>
+#include <regex>
 #include <set>
 
 using KzCommon::String::ToUtf8;
@@ -65,6 +67,18 @@ protected:
             });
         });
     }
+    /// Expects findings where "plan" shows that a copy fails: its source does not exist, or is deleted before.
+    void LosesItsSource(const Section& section, const SectionKey& key) const
+    {
+        const std::string strRecord = TrialOf(key).strRecord;
+        Use(section, key, std::regex_replace(strRecord, std::regex(R"(e7k\.dat)"), "none.dat"));
+        EXPECT_TRUE(IsFound(2) || IsPlanned(L"e7k", Action::eCopy)) << "a source that does not exist";
+        const bool bFiles = std::wstring_view(section.szName) == L"QOR_FILE";
+        Use(section, key,
+            strRecord + (bFiles ? "" : "\n[QOR_FILE]") +
+                "\ndelete_now=" + ToUtf8(kInstalledDir + std::wstring(kTrialSource)));
+        EXPECT_TRUE(IsFound(2) || IsFound(bFiles ? 3 : 4) || IsPlanned(L"e7k", Action::eCopy)) << "a deleted source";
+    }
     static void ForEachKey(const std::function<void(const Section&, const SectionKey&)>& apply)
     {
         for (const Section& section : kSections) {
@@ -119,6 +133,25 @@ TEST_F(EveryKeyTest, IsKnownToEveryVerb)
         Use(section, key, trial.strRecord + "\n[Run]\nSysRunOnce=\"" + ToUtf8(kInstalledDir + TrialFileOf(key)) + "\"");
         EXPECT_NE(IsFound(4), IsPlanned(L"e7k", Action::eCopy));
         EXPECT_NE(IsFound(Rule::eNoStepLooksThere), IsPlanned(L"e7k", Action::eCopy)) << "of its source";
+        if (IsPlanned(L"e7k", Action::eCopy)) LosesItsSource(section, key);
+    });
+}
+
+TEST_F(EveryKeyTest, AFailedRecordHasAFailureLine)
+{
+    ForEachKey([&](const Section&, const SectionKey& key) {
+        if (!key.optOperation) return;
+        // Refused in every form, and aimed at a folder that does not exist.
+        for (const std::string& strRecord : {std::string("a\\b"), TrialOf(key, L"none\\e7k").strRecord}) {
+            const RecordedTrace trace;
+            SimulatedMachine machine(&m_real);
+            RunContext run{machine};
+            machine.BeginOperation(L"e7k");
+            (**key.optOperation)(run, key, KzCommon::String::FromAnsi(strRecord));
+            const bool bFailed = std::ranges::any_of(
+                machine.Steps().back().changes, [](const Change& change) { return change.eOutcome == Outcome::eFail; });
+            EXPECT_TRUE(trace.Count(testing::StartsWith("!!!")) > 0 || !bFailed) << strRecord;
+        }
     });
 }
 
