@@ -158,7 +158,13 @@ void Update::AddCopies(const ::Section& section, const SectionKey& key, std::vec
         copy.tstrSource = folders.InstalledDir().Relative(Storage::Directory::FullPath(record.tstrSource));
         const auto itFile = std::ranges::find_if(
             m_files, [&](const std::wstring& tstrFile) { return String::EqualsNoCase(tstrFile, copy.tstrSource); });
-        if (itFile != m_files.end()) copy.tstrContent = copy.tstrSource = *itFile;
+        if (itFile != m_files.end()) copy.tstrSource = *itFile;
+        // The run changes some files before they are copied.
+        const bool bChanged = std::ranges::any_of(deliveries, [&](const Delivery& delivery) {
+            const bool bSame = String::EqualsNoCase(delivery.tstrSource, copy.tstrSource);
+            return bSame && (delivery.bMerged || delivery.tstrContent != delivery.tstrSource);
+        });
+        if (itFile != m_files.end() && !bChanged) copy.tstrContent = copy.tstrSource;
         copy.tstrDestination = Storage::Directory::FullPath(record.tstrPath);
         copy.tstrPlace = ParseFileRecord(eOp, tstrRecord).tstrPath;
         copy.tstrBelow = folders.InstalledDir().Relative(copy.tstrDestination);

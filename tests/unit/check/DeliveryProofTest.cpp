@@ -9,6 +9,7 @@
 
 #include <map>
 #include <random>
+#include <regex>
 
 using namespace KzCommon;
 using KzCommon::String::ToUtf8;
@@ -113,7 +114,12 @@ protected:
         for (const ::Section& section : kSections) {
             for (const SectionKey& key : section.keys) {
                 std::string& strRecords = sections["[" + NameOf(section) + "]"];
-                if (Chance(4)) strRecords += ToUtf8(key.szKey) + "=" + TrialOf(key).strRecord + "\n";
+                if (!Chance(4)) continue;
+                // The run may change the source of a copy first.
+                const std::regex source(Chance(2) ? R"(Own\\e7k\.dat)" : "none");
+                const std::string strRecord =
+                    std::regex_replace(TrialOf(key).strRecord, source, R"(Setting\config.xml)");
+                strRecords += ToUtf8(key.szKey) + "=" + strRecord + "\n";
             }
         }
         std::string strInstructions;
