@@ -65,7 +65,8 @@ public:
         };
         if (!Add(tstrFolder) || std::ranges::any_of(m_tops, contains)) return;
         m_tops.push_back(tstrFolder);
-        if (Storage::Directory::LeadsThroughLink(tstrFolder)) m_doubtful.push_back({tstrFolder, Doubt::eThroughLink});
+        if (Storage::Directory::LeadsThroughLink(LongPath(tstrFolder)))
+            m_doubtful.push_back({tstrFolder, Doubt::eThroughLink});
         DWORD dwError = ERROR_SUCCESS;
         const std::wstring tstrReal = RealPath(tstrFolder, &dwError);
         if (tstrReal.empty()) return DoubtUnreadable(tstrFolder, dwError);

@@ -27,11 +27,9 @@ constexpr Identity kTrusted[] = {
     {5, 5, {21, kAny, kAny, kAny, 512}},         // Domain Admins
     {5, 5, {21, kAny, kAny, kAny, 519}},         // Enterprise Admins
     // Nobody's: they grant nothing in an entry, and the owner is judged for himself.
-    {3, 1, {0}},  // CREATOR OWNER
-    {3, 1, {4}},  // OWNER RIGHTS
-    // Wine's only user and his group, who is its administrator. No Windows machine has users with these identifiers.
-    {5, 5, {21, 0, 0, 0, 1000}},
-    {5, 5, {21, 0, 0, 0, 513}},
+    {3, 1, {0}},                  // CREATOR OWNER
+    {3, 1, {4}},                  // OWNER RIGHTS
+    {5, 5, {21, 0, 0, 0, 1000}},  // Wine's only user, its administrator; no Windows machine has this identifier
 };
 
 bool IsTrusted(PSID pSid)
