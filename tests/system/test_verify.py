@@ -34,7 +34,7 @@ class Verify(LabTest):
     def record(self, event):
         # Wine's debug channel shows the event that is written with the record.
         told = self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log', debug='+eventlog')
-        self.assertRegex(told.output, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,0x0004,0x0000,{event}')
+        self.assertRegex(told.output, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,{event}')
         record = json.loads(self.machine.read(RECORD))
         self.assertEqual([], faults('record', record))
         return record
@@ -87,19 +87,19 @@ class Verify(LabTest):
         update = json.loads(made.output)['update']
         self.assertEqual([(0, ''), (0, ''), (0, f'pending {update}\n')],
                          [self.detect(*words) for words in ([], ['missing'], ['arrived'])])
-        waiting = self.record('0x00000002,(?s:.*)L"The update waits for a restart')
+        waiting = self.record('0x0004,0x0000,0x00000002,(?s:.*)L"The update waits for a restart')
         self.assertEqual(('pending', update), (waiting['verdict'], waiting['update']))
         self.assertLess(waiting['pending_minutes'], 9)
         source = machine.host(machine.pending_moves()[0][0])
         source.rename(source.with_suffix('.away'))
         self.expect(1, 'STILL WAITING', 'MISSING', manifests=([MANIFEST], []))
-        missing = self.record('0x00000003,(?s:.*)MISSING')
+        missing = self.record('0x0002,0x0000,0x00000003,(?s:.*)L"Not all of the update has arrived')
         self.assertEqual(('missing', True), (missing['verdict'], 'pending_minutes' in missing))
         source.with_suffix('.away').rename(source)
         machine.start_again()
         self.expect(0, 'NOT COVERED', manifests=([MANIFEST], []))
         self.assertEqual((0, f'arrived {update}\n'), self.detect())
-        arrived = self.record('0x00000001,(?s:.*)L"The update has arrived')
+        arrived = self.record('0x0004,0x0000,0x00000001,(?s:.*)L"The update has arrived')
         self.assertEqual(('arrived', ['NOT COVERED'], None), (
             arrived['verdict'], [answer['verdict'] for answer in arrived['open']], arrived.get('pending_minutes')))
         self.assertLess(len(machine.read(RECORD)), 4096)

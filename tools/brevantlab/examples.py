@@ -1,5 +1,5 @@
-"""What the verbs of the checking program print, in the order of an update's life: docs/examples, which tools/examples.sh
-writes and a test compares.
+"""What the verbs of the checking program print, in the order of an update's life: docs/examples, which
+tools/examples.sh writes and a test compares.
 
 What differs from one run, machine or release to another is replaced, and JSON is laid out in fewer lines.
 """
@@ -159,7 +159,7 @@ class Examples:
         machine.set_value(POWER, 'HiberbootEnabled', 0)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
         away = config.rename(config.with_suffix('.away'))
-        config.symlink_to(config.name)  # nobody can open it
+        config.symlink_to(config.name)  # cannot be opened
         self.show('ready', 'ready .')
         away.replace(config)
         edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR'})

@@ -14,7 +14,7 @@ inline constexpr ACCESS_MASK kChangeRights = FILE_WRITE_DATA | FILE_APPEND_DATA 
 /// The rights on a folder that let somebody put something else in the place of a file or folder in it. A new entry
 /// beside the others is harmless: every user can create folders in "C:\".
 inline constexpr ACCESS_MASK kExchangeRights = FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER | GENERIC_ALL;
-/// Likewise for the root of a drive, which nobody can rename or delete.
+/// Likewise for the root of a drive, which Windows neither renames nor deletes.
 inline constexpr ACCESS_MASK kExchangeRightsInRoot = kExchangeRights & ~static_cast<ACCESS_MASK>(DELETE);
 
 /// Whether a security descriptor gives one of `rights` to a standard user: to anybody but the system, its services and
