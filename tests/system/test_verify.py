@@ -94,7 +94,8 @@ class Verify(LabTest):
         source.rename(source.with_suffix('.away'))
         self.expect(1, 'STILL WAITING', 'MISSING', manifests=([MANIFEST], []))
         missing = self.record('0x0002,0x0000,0x00000003,(?s:.*)L"Not all of the update has arrived')
-        self.assertEqual(('missing', True), (missing['verdict'], 'pending_minutes' in missing))
+        self.assertEqual(('missing', 'MISSING', True), (missing['verdict'], missing['open'][0]['verdict'],
+                                                        'pending_minutes' in missing))
         source.with_suffix('.away').rename(source)
         machine.start_again()
         self.expect(0, 'NOT COVERED', manifests=([MANIFEST], []))

@@ -112,6 +112,18 @@ bool TakeVerdict(const Json::Value& json, MachineVerdict& eVerdict)
     return true;
 }
 
+/// The place of a result among those that are not kept: first what is missing, last what does not count.
+int RankOf(const VerifyResult& result)
+{
+    switch (JudgeMachine({&result, 1})) {
+        case MachineVerdict::eMissing: return 0;
+        case MachineVerdict::eUnknown: return 1;
+        case MachineVerdict::ePending: return 2;
+        case MachineVerdict::eArrived: break;
+    }
+    return 3;
+}
+
 /// The record with its first `cOpen` open results.
 std::string FormatWith(const Record& record, std::size_t cOpen)
 {
@@ -180,6 +192,7 @@ Record MakeRecord(const Machine& machine, const Folder& installed, const Expecte
     }
     std::ranges::copy_if(results, std::back_inserter(record.open),
                          [](const VerifyResult& result) { return !IsKept(result); });
+    std::ranges::stable_sort(record.open, {}, RankOf);  // a record and an event have room for the first ones only
     record.cNotKept = record.open.size();
     record.cKept = results.size() - record.cNotKept;
     return record;
