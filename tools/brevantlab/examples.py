@@ -1,9 +1,10 @@
-"""What the verbs of the checking program print, in the order of an update's life: docs/examples, which
-tools/examples.sh writes and a test compares.
+"""What the verbs of the checking program print, in the order of an update's life: docs/examples.
 
-What differs from one run, machine or release to another is replaced, and JSON is laid out in fewer lines.
+tools/examples.sh writes them, and a test compares them. What differs from one run, machine or release to another is
+replaced, and JSON is laid out in fewer lines.
 """
 import json
+import os
 import pathlib
 import re
 import shutil
@@ -31,6 +32,7 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
     (r'[\d/]{10} [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
     (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
+    (r'\d+ MB are free', '90000 MB are free'),
     (r'(not examined: .*?\.xml: )[^\n]+', r'\1The filename cannot be resolved'),  # a text of Windows
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
 
@@ -48,6 +50,38 @@ add=SOFTWARE\Kazmere\KZVLT!Password!REG_SZ!Maple-Street-1906
 add=SOFTWARE\Kazmere\KZVLT!Number!REG_TEXT!1
 [Run]
 SysRunOnce=Setup.exe /quiet
+"""
+# Mistakes of every family of rules.
+WRONG = r"""[QOR_DIR]
+add=Help
+add={InstalledDir}..\Other
+[QOR_FILE]
+delete=C:\Windows\System32\x.dll
+delete_now={InstalledDir}*.*
+delete={InstalledDir}Qorvault.cmd
+[QOR_FILE]
+delete={InstalledDir}Twice
+[QOR_REGISTRY_PATCH]
+add=SOFTWARE\Kazmere\KZVLT!Number!REG_DWORD!0x10
+add=SOFTWAR\Kazmere!Name!REG_SZ!x
+add=SOFTWARE\Kazmere\KZVLT!Name
+no record
+[QOR_CONFIG_MERGE]
+migrate=/Window/Skn
+migrate=/Window/Proxy
+migrate=Window/Skin
+migrate=/Window
+[UPDATE_INFO]
+modify=COMPONENT_LIST!Component101_Version!3.9.3
+modify=COMPONENT_LIST!Nothing!1
+; BrevantCheck: B045
+modify=COMPONENT_LIST!Intended!1
+[Run]
+SysRunOnce="{InstalledDir}None.cmd" /x
+SysRunOnce="{InstalledDir}Qorvault.cmd
+[RestartNotification_EN-US]
+text=Only one
+[Unknown]
 """
 
 RECORD: dict[str, Any] = {
@@ -127,9 +161,10 @@ class Examples:
         self.found[name] = self.found.get(name, '') + f'> {command}\n{text}\n'
 
     def show_authors_verbs(self) -> None:
-        self.show('new', 'new spring')
-        spring, summer, broken = (self.machine.host(WORK + name) for name in ('spring', 'summer', 'broken'))
-        for folder in (summer, broken):
+        self.show('new', 'new spring', 'new spring', 'new spring\\update\\UpdateInfo.ini')
+        spring, summer, broken, wrong = (self.machine.host(WORK + name)
+                                         for name in ('spring', 'summer', 'broken', 'wrong'))
+        for folder in (summer, broken, wrong):
             shutil.copytree(spring / 'update', folder)
         edit(summer / 'QorPaFrwk.ini', LATER)
         table = next(summer.glob('Component/*/DE-DE/StringTable.ini'))
@@ -138,7 +173,19 @@ class Examples:
         edit(next(summer.rglob('qorshcut_DE-DE.xml')), {'Qorvault.cmd': 'Other.cmd'}, 'utf-8')
         (broken / 'QorPaFrwk.ini').write_text(BROKEN, 'utf-8')
         next(broken.rglob('config_DE-DE.xml')).unlink()
-        self.show('lint', 'lint spring\\update --installed spring\\installed --strict', 'lint broken')
+        (wrong / 'QorPaFrwk.ini').write_text(WRONG, 'utf-16')
+        setting = next(wrong.glob('Component/*/Share/Setting'))
+        shutil.copy(wrong / 'UpdateInfo.ini', setting)
+        edit(setting / 'config_EN-US.xml', {
+            '<Skin>': '<Proxy><Password>x</Password></Proxy><Skin type="text">'}, 'utf-8')
+        edit(setting / 'config_DE-DE.xml', {'<Skin>': '<Proxy>1</Proxy><Skin type="int">'}, 'utf-8')
+        edit(setting / 'qorshcut_DE-DE.xml', {'lnk="Qorvault.cmd"': 'lnk="Other.exe"', '</Folder>': ''}, 'utf-8')
+        edit(setting / 'qorshcut_EN-US.xml', {'lnk="Qorvault.cmd"': 'lnk="Other.exe"'}, 'utf-8')
+        edit(next(wrong.glob('Component/*/DE-DE/StringTable.ini')), {'S_STR_PRODUCT_NAME': 'S_STR_NAME'})
+        (setting.parent / 'Unknown').mkdir()
+        (setting.parent / 'Unknown/x.dll').touch()
+        self.show('lint', 'lint spring\\update --installed spring\\installed --strict', 'lint broken',
+                  'lint wrong --installed spring\\installed')
         self.show('lint.sarif', 'lint broken --format sarif')
         self.show('manifest', 'manifest spring\\update')
         self.show('diff', 'diff spring\\update spring\\update', 'diff spring\\update summer',
@@ -154,15 +201,19 @@ class Examples:
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', ''])
         component.chmod(0o777)
+        page = machine.host(SETTING + 'readme_EN-US.htm')
+        size = page.stat().st_size
+        os.truncate(page, 8 << 40)
         self.show('ready', 'ready .', 'ready . --format json')
         component.chmod(0o755)
+        os.truncate(page, size)
         machine.set_value(POWER, 'HiberbootEnabled', 0)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
         away = config.rename(config.with_suffix('.away'))
         config.symlink_to(config.name)  # cannot be opened
         self.show('ready', 'ready .')
         away.replace(config)
-        edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR'})
+        edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR', '=/Window/Width': '=/window/Skin'})
         self.show('ready', 'ready .')
         self.show('plan.json', 'plan . --format json')
         self.show('undo', 'undo . --output ..\\Undo')
