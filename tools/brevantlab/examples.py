@@ -199,7 +199,8 @@ class Examples:
         self.show('plan', 'plan .')
         machine.set_value(POWER, 'HiberbootEnabled', 1)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
-            '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', ''])
+            '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', '',
+            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
         component.chmod(0o777)
         page = machine.host(SETTING + 'readme_EN-US.htm')
         size = page.stat().st_size
@@ -246,7 +247,9 @@ class Examples:
         self.show('verify', 'verify --record pending.json')
         self.show('verify.json', 'verify --format json')
         self.show('detect', 'verify --detect', 'verify --detect --pending arrived', 'verify --detect --pending missing')
+        self.show('ready', 'ready .')
         machine.restart()
+        self.show('ready', 'ready .')
         self.show('verify', f'verify --record done.json {KEY}')
         self.show('detect', 'verify --detect')
         machine.write(PRODUCT + 'Retired.dat', '')
