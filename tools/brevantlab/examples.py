@@ -39,7 +39,9 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
 # What a later update has in its instruction file.
 LATER = {'}Help\r\n': '}Help\r\nadd={InstalledDir}Extra\r\n', '!15': '!20', '=/Window/Skin': '=/Window/Width',
          'delete={InstalledDir}Retired': 'delete_now={InstalledDir}Retired', '/updated': '/new',
-         '3.9.3.1140': '3.9.4.1200'}
+         '3.9.3.1140': '3.9.4.1200', 'add_if_non=': 'delete=SOFTWARE\\Kazmere\\KZVLT\\Vault!None\r\n'
+         'add=SOFTWARE\\Kazmere\\KZVLT\\New!Name!REG_SZ!x\r\nadd=SOFTWARE\\Kazmere\\KZVLT\\New!Name!REG_DWORD!7\r\n'
+         'add_if_non='}
 BROKEN = r"""[QOR_DIR]
 Add={InstalledDir}Help
 [QOR_FILE]
@@ -211,7 +213,7 @@ class Examples:
         machine.set_value(POWER, 'HiberbootEnabled', 0)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
         away = config.rename(config.with_suffix('.away'))
-        config.symlink_to(config.name)  # cannot be opened
+        config.symlink_to(config.name)  # no program can open it
         self.show('ready', 'ready .')
         away.replace(config)
         edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR', '=/Window/Width': '=/window/Skin'})

@@ -114,7 +114,8 @@ private:
             numbers.push_back(m_reasons.try_emplace(tstrText, uNext).first->second);
         }
         std::ranges::sort(numbers);
-        numbers.erase(std::ranges::unique(numbers).begin(), numbers.end());
+        const auto spare = std::ranges::unique(numbers);
+        numbers.erase(spare.begin(), spare.end());
         return {numbers.begin(), numbers.end()};  // without the spare memory of its growth
     }
 

@@ -104,7 +104,7 @@ void ListUncovered(const ExpectedState& state, Items& items)
 
 void ListLanguageTags(const ExpectedState& state, Items& items)
 {
-    for (const std::wstring& tstrLanguage : state.languages) items[tstrLanguage];
+    for (const std::wstring& tstrLanguage : state.languages) items.try_emplace(tstrLanguage);
 }
 
 struct KindRow {
