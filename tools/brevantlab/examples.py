@@ -98,7 +98,8 @@ FLEET: dict[str, dict[str, Any]] = {
     '1': {}, '1 before': {'time': '2026-01-30T12:00:00Z', **MISSING}, '1 copy': {},
     '2': {'machine': '=PC2', **MISSING}, '3': {'machine': 'PC3', **MISSING, 'not_kept': 1, 'open': REASONS[:1]},
     '4': {'machine': 'PC4', 'verdict': 'pending', 'pending_minutes': 7, 'update': 'ab' * 32}, '5': {'record': 2},
-    '6': {'time': 'later'}, '7': {'update': 'x' * 64}, '8': {'verdict': 'pending', 'not_kept': 0, 'open': REASONS}}
+    '6': {'time': '2026-02-30T12:00:00Z'}, '7': {'update': 'x' * 64},
+    '8': {'verdict': 'pending', 'not_kept': 0, 'open': REASONS}}
 
 
 def laid_out(value: Any, indent: str = '\n') -> str:

@@ -107,6 +107,11 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
             return faults.push_back(installed / kUpdateInfoFile + L": the installed version cannot be read: " +
                                     DescribeError(dwError) + L"; --older accepts that");
         }
+        if (tstrInstalled.empty() || tstrInstalled == value.tstrValue) continue;
+        if (!IsVersion(value.tstrValue) || !IsVersion(tstrInstalled)) {
+            faults.push_back(value.tstrKey + L": " + value.tstrValue + L" and the installed " + tstrInstalled +
+                             L" cannot be compared; --older accepts that");
+        }
         if (!IsOlderVersion(value.tstrValue, tstrInstalled)) continue;
         faults.push_back(value.tstrKey + L": " + value.tstrValue + L" is older than the installed " + tstrInstalled +
                          L"; --older accepts it");

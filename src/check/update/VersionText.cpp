@@ -29,6 +29,11 @@ std::vector<unsigned long> NumbersOf(std::wstring_view tstrVersion)
 
 }  // namespace
 
+bool IsVersion(std::wstring_view tstrText)
+{
+    return !NumbersOf(tstrText).empty();
+}
+
 bool IsOlderVersion(std::wstring_view tstrVersion, std::wstring_view tstrInstalled)
 {
     const std::vector<unsigned long> numbers = NumbersOf(tstrVersion);

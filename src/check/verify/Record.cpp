@@ -80,14 +80,16 @@ bool TakeText(const Json::Value& json, const char* szName, std::wstring& tstrTex
     return json[szName].isString() && String::FromUtf8(json[szName].asString(), tstrText);
 }
 
-/// Whether a text has the form of TextOfTime(). The latest record counts, and any other text could come after all
-/// times.
-bool IsTime(std::wstring_view tstrText)
+/// Whether a text is a time as TextOfTime() writes it. The latest record counts, and any other text could come after
+/// all times.
+bool IsTime(const std::wstring& tstrText)
 {
-    constexpr std::wstring_view kForm = L"0000-00-00T00:00:00Z";
-    return std::ranges::equal(tstrText, kForm, [](wchar_t ch, wchar_t chForm) {
-        return chForm == L'0' ? ch >= L'0' && ch <= L'9' : ch == chForm;
-    });
+    SYSTEMTIME parts{};
+    FILETIME time{};
+    return std::swscanf(tstrText.c_str(), L"%4hu-%2hu-%2huT%2hu:%2hu:%2huZ", &parts.wYear, &parts.wMonth, &parts.wDay,
+                        &parts.wHour, &parts.wMinute, &parts.wSecond) == 6 &&
+           ::SystemTimeToFileTime(&parts, &time) &&
+           TextOfTime(ULARGE_INTEGER{{time.dwLowDateTime, time.dwHighDateTime}}.QuadPart) == tstrText;
 }
 
 bool TakeOpen(const Json::Value& list, std::vector<VerifyResult>& open)

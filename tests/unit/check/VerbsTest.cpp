@@ -109,6 +109,8 @@ TEST_F(UpdateTest, ASignatureDoesNotCountWhileTheInstalledVersionCannotBeRead)
         return output.strText;
     };
     EXPECT_THAT(told(), HasSubstr("1.0 is older than the installed 9.0; --older accepts it"));
+    folder.Write(L"UpdateInfo.ini", "[S]\nA_Version=9.0 beta\n");
+    EXPECT_THAT(told(), HasSubstr("1.0 and the installed 9.0 beta cannot be compared; --older accepts that"));
     const KzCommon::UniqueFile held = Hold(folder.Path() + L"UpdateInfo.ini", false);
     EXPECT_THAT(told(), HasSubstr("the installed version cannot be read: "));
     arguments.bOlder = true;
