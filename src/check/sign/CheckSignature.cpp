@@ -111,10 +111,10 @@ void CheckVersions(const Arguments& arguments, const ExpectedState& expected, st
         if (!IsVersion(value.tstrValue) || !IsVersion(tstrInstalled)) {
             faults.push_back(value.tstrKey + L": " + value.tstrValue + L" and the installed " + tstrInstalled +
                              L" cannot be compared; --older accepts that");
+        } else if (IsOlderVersion(value.tstrValue, tstrInstalled)) {
+            faults.push_back(value.tstrKey + L": " + value.tstrValue + L" is older than the installed " +
+                             tstrInstalled + L"; --older accepts it");
         }
-        if (!IsOlderVersion(value.tstrValue, tstrInstalled)) continue;
-        faults.push_back(value.tstrKey + L": " + value.tstrValue + L" is older than the installed " + tstrInstalled +
-                         L"; --older accepts it");
     }
 }
 

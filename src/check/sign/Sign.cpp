@@ -65,8 +65,9 @@ int RunSign(const Arguments& arguments, Output& output)
     const std::wstring tstrSignature = tstrManifest + kSignatureEnd;
     DWORD dwError = ERROR_SUCCESS;
     // An old signature that stays would count as the new one.
-    if (!::DeleteFileW(LongPath(tstrSignature).c_str()) && ::GetLastError() != ERROR_FILE_NOT_FOUND) {
-        output.tstrErrors += tstrSignature + L": cannot be replaced: " + DescribeError(::GetLastError()) + L"\n";
+    const DWORD dwDelete = ::DeleteFileW(LongPath(tstrSignature).c_str()) ? ERROR_SUCCESS : ::GetLastError();
+    if (dwDelete != ERROR_SUCCESS && dwDelete != ERROR_FILE_NOT_FOUND) {
+        output.tstrErrors += tstrSignature + L": cannot be replaced: " + DescribeError(dwDelete) + L"\n";
         return kCannotRead;
     }
     DWORD dwExitCode = 0;

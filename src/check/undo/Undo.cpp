@@ -212,8 +212,9 @@ bool WriteUpdate(const UndoParts& parts, const SimulatedMachine& before, const F
 
 std::string Summary(const std::wstring& tstrGiven, const UndoParts& parts, const std::vector<UncoveredPart>& list)
 {
-    std::wstring tstrText = WithHostPaths(tstrGiven) + L": written; it brings " + std::to_wstring(parts.files.size()) +
-                            L" files. It does not restore, as its manifest says:\n";
+    std::wstring tstrText = WithHostPaths(tstrGiven) + L": written; it brings " +
+                            Counted(parts.files.size(), L"file", L"files") +
+                            L". It does not restore, as its manifest says:\n";
     for (const UncoveredPart& part : list) tstrText += L"  " + part.tstrWhat + L": " + part.tstrDetail + L"\n";
     return String::ToUtf8(tstrText);
 }

@@ -39,8 +39,8 @@ struct Record {
     MachineVerdict eVerdict = MachineVerdict::eUnknown;
     std::size_t cKept = 0;
     std::size_t cNotKept = 0;
-    std::vector<VerifyResult>
-        open;  ///< the results that are not as expected; of a record that was read, the listed ones
+    /// The results that are not as expected; of a record that was read, those that it lists.
+    std::vector<VerifyResult> open;
 };
 
 /// The record of this machine, now. GetSystemTimeAsFileTime, GetTickCount64, GetComputerNameExW.
