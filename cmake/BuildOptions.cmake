@@ -41,7 +41,7 @@ if(BREVANT_CHECKED)
     target_compile_definitions(brevant_options INTERFACE _GLIBCXX_ASSERTIONS)
     target_compile_options(brevant_options INTERFACE
         $<$<COMPILE_LANGUAGE:CXX>:
-        -O1 -Wno-maybe-uninitialized
+        -Og -Wno-maybe-uninitialized
         $<$<NOT:$<BOOL:$<TARGET_PROPERTY:BREVANT_TESTS_ONLY>>>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>>)
 elseif(CMAKE_BUILD_TYPE STREQUAL Release)
     target_compile_definitions(brevant_options INTERFACE _FORTIFY_SOURCE=2)

@@ -101,6 +101,7 @@ function(brevant_standins)
 endfunction()
 
 # brevant_fuzz_tests(folder): the executable fuzz_tests, run once per test (a kind of input) with the folder's seeds.
+set(BREVANT_VARIANTS 1000 CACHE STRING "Broken inputs of each kind that the fuzz tests try")
 function(brevant_fuzz_tests folder)
     brevant_glob(sources ${folder}/*.cpp)
     brevant_glob(seeds ${folder}/seeds/*)
@@ -114,7 +115,7 @@ function(brevant_fuzz_tests folder)
         foreach(test IN LISTS tests)
             string(REGEX REPLACE ".*[(, ]([A-Za-z]+)\\)$" "\\1" kind ${test})
             add_test(NAME fuzz.${kind}
-                COMMAND fuzz_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds 2000)
+                COMMAND fuzz_tests --gtest_brief=1 --gtest_filter=*.${kind} ${PROJECT_SOURCE_DIR}/${folder}/seeds ${BREVANT_VARIANTS})
             set_tests_properties(fuzz.${kind} PROPERTIES TIMEOUT 1200)
         endforeach()
     endforeach()

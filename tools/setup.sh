@@ -113,12 +113,20 @@ build_dependencies() {
         version="$(sed -n '/^project(expat$/,/^)/s/^ *\([0-9][0-9.]*\)$/\1/p' expat/expat/CMakeLists.txt)"
         [[ "$version" =~ ^[0-9]+\.[0-9]+\.[0-9]+$ ]] || fail "Expat's CMakeLists.txt names no version"
         sed -i "s/\"VER_FILEVERSION\"/\"$version.0\"/" expat/expat/win32/version.rc
+        # At the same time: most of their time is that of configurations, which use one core.
+        builds=()
+        if [[ "${1:-}" != --exact ]]; then
+            cross_build googletest googletest -DBUILD_SHARED_LIBS=OFF -DBUILD_GMOCK=ON &
+            builds+=($!)
+        fi
         cross_build expat expat/expat -DEXPAT_SHARED_LIBS=ON -DEXPAT_BUILD_TOOLS=OFF -DEXPAT_BUILD_EXAMPLES=OFF \
-            -DEXPAT_BUILD_TESTS=OFF -DEXPAT_BUILD_DOCS=OFF -DEXPAT_BUILD_PKGCONFIG=OFF
-        cp expat-build/libexpat.dll.debug "$kDeps.new/bin/"
+            -DEXPAT_BUILD_TESTS=OFF -DEXPAT_BUILD_DOCS=OFF -DEXPAT_BUILD_PKGCONFIG=OFF &
+        builds+=($!)
         cross_build jsoncpp libjsoncpp -DBUILD_SHARED_LIBS=OFF -DBUILD_STATIC_LIBS=ON -DBUILD_OBJECT_LIBS=OFF \
-            -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF -DJSONCPP_WITH_PKGCONFIG_SUPPORT=OFF
-        [[ "${1:-}" == --exact ]] || cross_build googletest googletest -DBUILD_SHARED_LIBS=OFF -DBUILD_GMOCK=ON
+            -DJSONCPP_WITH_TESTS=OFF -DJSONCPP_WITH_POST_BUILD_UNITTEST=OFF -DJSONCPP_WITH_PKGCONFIG_SUPPORT=OFF &
+        builds+=($!)
+        for build in "${builds[@]}"; do wait "$build"; done
+        cp expat-build/libexpat.dll.debug "$kDeps.new/bin/"
         keep_licences
     )
     # The headers alone, reachable without the host's other headers.

@@ -3,8 +3,8 @@
 //     fuzz_tests SEEDS [VARIANTS]
 //
 // takes the folder of the well-formed seeds, and the number of variants of each kind of input (default 10,000). The
-// build's tests run 2,000 to save time; run all of them for a release. Kinds whose variants open a hundred files each
-// run a quarter of that.
+// build's tests run 1,000 to save time (BREVANT_VARIANTS of CMake); run all of them for a release. Kinds whose variants
+// open a hundred files each run a quarter of that.
 #pragma once
 
 #include <filesystem>

@@ -137,8 +137,8 @@ def install_folder(machine: Machine, installed: pathlib.Path, language: str = ''
             outside = path.startswith(OUTSIDE + '\\')
             machine.write('C:' + path.removeprefix(OUTSIDE) if outside else PRODUCT + path, content)
     machine.import_reg(text_of(installed / 'registry.reg'))
-    enable_trace(machine)
     language = language or str(machine.values(SETTINGS).get('Language') or 'EN-US')
+    enable_trace(machine)
     machine.set_value(SETTINGS, 'ProductPath', PRODUCT.rstrip('\\'))
     machine.set_value(SETTINGS, 'Language', language)
     return language
@@ -147,8 +147,9 @@ def install_folder(machine: Machine, installed: pathlib.Path, language: str = ''
 def enable_trace(machine: Machine) -> None:
     """Switches the trace on in a readable folder, over the settings of the product. The settings of protected
     programs, which the agent never is, stay unchanged."""
-    places = {session: values['LogFolder'] for session in SESSIONS
-              for values in machine.read_tree(f'{SETTINGS}\\1\\DebugLog\\{session}').values() if 'LogFolder' in values}
+    keys = {key.casefold(): values for key, values in machine.read_tree(SETTINGS).items()}
+    folders = {session: keys.get(f'1\\DebugLog\\{session}'.casefold(), {}).get('LogFolder') for session in SESSIONS}
+    places = {session: folder for session, folder in folders.items() if folder}
     machine.enable_trace()
     for session, (kind, place) in places.items():
         if session == 'ProtectedSession' or re.fullmatch(r'[Cc]:\\[^%]+', str(place)):

@@ -66,6 +66,8 @@ class Machine:
         self._settings: list[str] = []
         self._imports = 0
         self._up = False
+        self._running = 0
+        self._known: dict[str, Optional[str]] = {}  # exports since a program could last change the registry
         prefixes.clone(template, self.prefix)
 
     def __enter__(self) -> Self:
@@ -87,12 +89,18 @@ class Machine:
         """Runs a program (Windows or host path first) and waits for it. Returns its exit code and output, with its
         standard error unless `errors` is false; `debug` selects the messages of Wine itself there."""
         self._boot()
-        return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors, debug=debug)
+        self._running += 1
+        try:
+            return self._wine(*command, cwd=cwd, timeout=timeout, capture=capture, errors=errors, debug=debug)
+        finally:
+            self._running -= 1
+            self._known.clear()
 
     def restart(self, timeout: float = 300) -> None:
         """Restarts: pending moves first, then each run-once command in turn, all of them done on return."""
         self._boot()
         self._insist('restart', lambda: _done(self._tool('wineboot', '-r', timeout=timeout)))
+        self._known.clear()
 
     def start_again(self) -> None:
         """Ends the machine's server, which writes the registry to the disk, and starts it again: the first start after
@@ -109,6 +117,7 @@ class Machine:
             if time.monotonic() > end:
                 raise TimeoutError('the machine does not come back')
             time.sleep(0.05)
+        self._known.clear()
 
     def install_program(self, folder: str = PRODUCT, standins: Iterable[str] = ()) -> None:
         """Copies the programs and libraries of BREVANT_BIN (the release build) into a folder, with stand-ins by name.
@@ -260,6 +269,7 @@ class Machine:
         text = '\r\n'.join([registry.HEADER, *lines, *mark, ''])
         (self.root / 'import.reg').write_text(text, 'utf-16', newline='')
         _done(self._tool('reg', 'import', self._host_file('import.reg')))
+        self._known.clear()
         return self._marked() or None
 
     def _export(self, key: str) -> Optional[registry.Tree]:
@@ -268,6 +278,14 @@ class Machine:
         return None if text is None else registry.parse(text, key)
 
     def _export_text(self, key: str) -> Optional[str]:
+        if key in self._known:
+            return self._known[key]
+        text = self._export_now(key)
+        if not self._running:
+            self._known[key] = text
+        return text
+
+    def _export_now(self, key: str) -> Optional[str]:
         file = self.root / 'export.reg'
 
         def export() -> Optional[tuple[Optional[str]]]:
