@@ -20,7 +20,7 @@ import time
 from typing import Any, Iterable, Iterator
 from xml.sax.saxutils import escape
 
-from . import prefix as prefixes, registry
+from . import answers, prefix as prefixes, registry
 from .expect import differences
 from .layouts import SAMPLES, Files
 from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
@@ -304,6 +304,7 @@ class AgreementMachine(Machine):
         if code != 0:
             return [f'plan ends with {code}: {output}']
         changes = changes_of(output)
+        said = [*answers.plan_lines(output)]
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
         self._forget_traces()
@@ -311,11 +312,12 @@ class AgreementMachine(Machine):
         asked = bool(question.asked())
         found += disagreements(before, changes, state_of(self), asked)
         if restart:
-            found += self._try_restart(scenario, before, changes, manifest)
-        return found
+            found += self._try_restart(scenario, before, changes, manifest, said)
+        return found + answers.differences(scenario.name, said, install)
 
-    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange],
-                     manifest: str) -> list[str]:
+    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange], manifest: str,
+                     said: list[str]) -> list[str]:
+        said += answers.manifest_lines(manifest)
         self._restart()
         found = list(arrivals(before, changes, state_of(self)))
         self._put_programs(scenario.install)  # the update may delete them
@@ -327,6 +329,7 @@ class AgreementMachine(Machine):
                           '--installed', scenario.install.rstrip('\\'), errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
+        said += answers.verify_lines(result.output)
         happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
         for answer in json.loads(result.output)['answers']:
             path = _plain(answer['what'])
