@@ -16,7 +16,7 @@ from typing import Any
 from .layouts import install_folder
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
 from .prefix import ROOT
-from .rare_examples import RareExamples
+from .rare_examples import RareExamples, make_key
 
 EXAMPLES = ROOT / 'docs/examples'
 WORK, PACKAGE = 'C:\\Work\\', 'c21t2103v3.9.3l1p1r1o1'
@@ -33,7 +33,7 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'(\n  "pending_minutes": )\d+', r'\g<1>1'),
     (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
     (r'[\d/]{6}20(?!25)\d\d [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
-    (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
+    (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )(?:"\d+" -> )?"\d+"', r'\1"1234567"'),
     (r'\d+ MB are free', '90000 MB are free'),
     (r'(not examined: .*?\.xml: |hr=-2147.*\n(?: +after: .*\n)? +code: )[^\n]+', r'\1(a text of Windows)'),
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
@@ -240,9 +240,7 @@ class Examples:
         self.show('verify', 'verify')
         self.show('check-signature', 'manifest . --into')
         with tempfile.NamedTemporaryFile() as private:
-            for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private.name],
-                          ['ec', '-in', private.name, '-pubout', '-out', str(machine.host('C:\\key.pem'))]):
-                subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
+            make_key(private.name, machine.host('C:\\key.pem'))
             self.show('check-signature', f'check-signature . {KEY}')
             subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
                            check=True)

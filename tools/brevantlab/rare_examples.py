@@ -1,5 +1,9 @@
 """The part of docs/examples that users meet more rarely: odd machines, and calls that cannot do their work."""
+import hashlib
 import json
+import pathlib
+import subprocess
+import tempfile
 from typing import Any
 
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
@@ -10,6 +14,7 @@ PACKAGE, OLD = 'c21t2103v3.9.3l1p1r1o1', 'C:\\Old'
 VAULT = 'SOFTWARE\\Kazmere\\KZVLT\\Vault'
 SOURCE = f'Component\\{PACKAGE}\\Share\\'
 TRACES = ROOT / 'samples/traces.txt'
+WRONG = {'size': 1, 'sha256': 'ab' * 32}
 # A manifest with what "verify" refuses or cannot find. None of its files is in the download folder any more.
 ODD: dict[str, Any] = {
     'format': 1, 'component': {'product': PACKAGE, 'resource': ''},
@@ -24,9 +29,13 @@ ODD: dict[str, Any] = {
         {'destination': '{InstalledDir}config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now',
          'settings': {'root': 'Other', 'tags': [], 'carried_over': []}},
         {'destination': '{InstalledDir}config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now', 'language': 'en-us',
-         'settings': {'root': 'Configuration', 'tags': ['/Window/Skin', '/None'], 'carried_over': ['/window/Skin']}},
+         'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'], 'carried_over': ['/None', '/window/Skin']}},
+        {'destination': '{InstalledDir}qorshcut.xml', 'source': f'{SOURCE}qorshcut.xml', 'when': 'restart',
+         'language': 'DE-DE'},
+        {'destination': '{InstalledDir}qorshcut_EN-US.xml', 'source': f'{SOURCE}a.xml', 'when': 'restart', **WRONG},
+        {'destination': '{InstalledDir}config_EN-US.xml', 'source': f'{SOURCE}b.xml', 'when': 'restart', **WRONG},
         {'destination': '{InstalledDir}QorUpdate.json', 'source': f'{SOURCE}QorUpdate.json', 'when': 'restart',
-         'language': 'DE-DE', 'size': 1, 'sha256': 'ab' * 32}],
+         'language': 'DE-DE', **WRONG}],
     'deletions': [{'files': '{InstalledDir}readme*.htm', 'when': 'now'},
                   {'folder': '{InstalledDir}Help', 'when': 'now'},
                   {'files': '{InstalledDir}config.*.xml', 'when': 'restart'},
@@ -38,6 +47,7 @@ ODD: dict[str, Any] = {
         {'key': VAULT, 'name': 'IdleMinutes', 'state': 'any', 'type': 'REG_DWORD', 'data': 0},
         {'key': VAULT, 'name': '', 'state': 'value', 'type': 'REG_SZ', 'data': '{InstalledDir}x',
          'unless_literal': True},
+        {'key': VAULT, 'name': 'Bytes', 'state': 'any', 'type': 'REG_SZ', 'data': ''},
         {'key': VAULT, 'name': 'None', 'state': 'value', 'type': 'REG_QDWORD', 'data': 1}],
     'update_information': [
         {'section': 'COMPONENT_LIST', 'key': 'Component101_Version', 'value': ' "9" '},
@@ -48,6 +58,26 @@ BAD_MANIFESTS: dict[str, Any] = {
     'type': {'registry': [{**ODD['registry'][2], 'type': 'REG_NONE'}]},
     'number': {'registry': [{**ODD['registry'][2], 'data': 4294967296}]},
     'update': {'format': 2}, 'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
+
+
+SMALL = r'''[QOR_DIR]
+delete={InstalledDir}Help
+[QOR_FILE]
+delete_now={InstalledDir}config.previous*.xml
+[QOR_REGISTRY_PATCH]
+delete=VAULT
+delete=VAULT!Bytes
+add=\\A!Name!REG_SZ!x
+add_if_non=VAULT\Deep!(Default)!REG_QDWORD!5
+[QOR_CONFIG_MERGE]
+migrate=/Window/Skin
+'''.replace('VAULT', VAULT)
+
+
+def make_key(private: str, public: pathlib.Path) -> None:
+    for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private],
+                  ['ec', '-in', private, '-pubout', '-out', str(public)]):
+        subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
 
 
 class RareExamples:
@@ -62,6 +92,8 @@ class RareExamples:
         self.show_traces()
         self.show_odd_manifests()
         self.show_refusals()
+        self.show_small_update()
+        self.show_wrong_signatures()
         self.show_without_product()
 
     def show_traces(self) -> None:
@@ -73,12 +105,20 @@ class RareExamples:
 
     def show_odd_manifests(self) -> None:
         machine = self.machine
-        machine.write(PRODUCT + 'config.previous.xml',
+        machine.write(PRODUCT + 'config.previous.2.xml',
                       '<Configuration><Window><Skin>red</Skin></Window></Configuration>')
-        machine.write(PRODUCT + 'config.previous.2.xml', '')
+        machine.write(PRODUCT + 'config.previous.xml', '')
         machine.make_dir(PRODUCT + 'Link')
         machine.link(PRODUCT + 'Link', 'C:\\Elsewhere')
         machine.set_value('HKLM\\' + VAULT, '(Default)', 'literal')
+        machine.set_value('HKLM\\' + VAULT, 'Bytes', b'\x01')
+        machine.set_value(SETTINGS, 'Language', 'DE-DE')
+        self.shown.show('verify', 'verify')
+        machine.set_value(SETTINGS, 'Language', 'EN-US')
+        command = machine.host(PRODUCT + 'Qorvault.cmd').read_bytes()
+        place = {'destination': '{InstalledDir}Qorvault.cmd', 'source': f'{SOURCE}Qorvault.cmd', 'when': 'restart'}
+        content = {'size': len(command), 'sha256': hashlib.sha256(command).hexdigest()}
+        ODD['files'] += [{**place, 'language': 'EN-US', **WRONG}, {**place, **content}]
         machine.write(PRODUCT + 'odd.json', json.dumps(ODD))
         self.shown.show('verify', 'verify odd.json', 'verify odd.json --detect')
         self.shown.show('diff', 'diff odd.json QorUpdate.json', 'diff QorUpdate.json odd.json --format json')
@@ -86,15 +126,21 @@ class RareExamples:
         machine.write(f'{PRODUCT}Component\\earlier\\QorUpdate.json', json.dumps({
             **json.loads(machine.read(PRODUCT + 'QorUpdate.json') or ''), 'languages': ['DE-DE', 'JA-JP']}))
         machine.write(PRODUCT + 'odd.json', json.dumps({**ODD, 'folders': ['{InstalledDir}Moved']}))
+        machine.write(f'{PRODUCT}Component\\earlier\\b.xml', 'new')
+        machine.host(PRODUCT + 'config_EN-US.xml').chmod(0o444)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             f'\\??\\{PRODUCT}Component\\earlier\\QorUpdate.json', f'!\\??\\{PRODUCT}QorUpdate.json',
-            f'\\??\\{PRODUCT}readme.htm', f'!\\??\\{PRODUCT}Qorvault.cmd', f'\\??\\{PRODUCT}Help\\index.htm', '',
-            f'\\??\\{PRODUCT}gone.htm', f'!\\??\\{PRODUCT}config_EN-US.xml', f'\\??\\{PRODUCT}Help', ''])
+            f'\\??\\{PRODUCT}readme.htm', f'!\\??\\{PRODUCT}Qorvault.cmd',
+            f'\\??\\{PRODUCT}gone.htm', f'!\\??\\{PRODUCT}qorshcut_EN-US.xml',
+            f'\\??\\{PRODUCT}Component\\earlier\\b.xml', f'!\\??\\{PRODUCT}config_EN-US.xml'])
+        machine.set_value(SESSION_MANAGER, PENDING_MOVES + '2', [
+            f'\\??\\{PRODUCT}Help\\index.htm', '', f'\\??\\{PRODUCT}Help', ''])
         self.shown.show('verify', 'verify odd.json')
         self.shown.show('verify.json', 'verify odd.json --format json')
         self.shown.show('ready', 'ready .')
         self.shown.show('refused', 'undo . --output ..\\Late')
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
+        machine.set_value(SESSION_MANAGER, PENDING_MOVES + '2', [])
 
     def show_refusals(self) -> None:
         machine = self.machine
@@ -105,23 +151,68 @@ class RareExamples:
         machine.write('C:\\Work\\other.pem', '-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n')
         machine.write('C:\\Work\\no.cmd', '@exit 7\r\n')
         machine.write('C:\\Work\\nothing.cmd', '@exit 0\r\n')
+        machine.write('C:\\Work\\empty.cmd', '@type nul >"%~1.sig"\r\n')
         machine.make_dir('C:\\Work\\bare')
+        machine.write('C:\\Work\\records\\QorPaFrwk.ini', '[QOR_DIR]\nadd={InstalledDir}New\n')
         self.shown.place = 'C:\\Work\\'
         self.shown.show(
             'refused', *(f'verify {name}.json' for name in (*BAD_MANIFESTS, 'cut', 'none')),
             'verify --pending arrived', 'verify --detect --format json', 'verify --record C:\\None\\a.json',
             'verify --key other.pem', 'verify --key C:\\key.pem --installed bare', 'manifest bare --into',
+            'manifest records --into', 'manifest wrong',
             'diff spring\\update none', 'plan none', 'plan spring\\update --language DE-DE --language FR-FR',
             'plan spring\\update --installed none', 'undo spring\\update', 'undo spring\\update --output other.pem\\a',
             'undo spring\\update --output spring\\update\\undo', 'sign spring\\update',
             'sign spring\\update --with none.exe', 'sign spring\\update --with no.cmd',
-            'sign spring\\update --with nothing.cmd', 'check-signature spring\\update',
+            'sign spring\\update --with nothing.cmd', 'sign spring\\update --with empty.cmd',
+            'check-signature spring\\update',
             'check-signature spring\\update --key other.pem', 'check-signature spring\\update --key C:\\key.pem',
             'rollup none', 'rollup spring --machines empty.txt', 'rollup spring --machines none.txt', 'rollup bare',
             'trace none.log')
         (machine.host('C:\\Work\\spring\\installed\\registry.reg')).write_text(
             'REGEDIT4\n[HKLM\\Software\\Kazmere\\KZVLT]\n"Language"="DE-DE"\n"A"=none\n[HKEY_NONE\\A]\nB\n')
-        self.shown.show('plan', 'plan spring\\update --installed spring\\installed')
+        self.shown.show('plan', 'plan spring\\update --installed spring\\installed', 'plan records')
+
+    def show_small_update(self) -> None:
+        """With a package whose name has no version, and records that need care."""
+        machine, small = self.machine, 'C:\\Work\\small\\'
+        machine.set_value('HKLM\\' + VAULT, '', 'unnamed')
+        machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
+                      '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
+        machine.make_dir('C:\\Work\\open')
+        machine.host('C:\\Work\\open').chmod(0o777)
+        machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
+        machine.write(small + 'QorPaFrwk.ini', SMALL)
+        self.shown.show('plan', 'plan small')
+        self.shown.show('undo', 'undo small --output open')
+        self.shown.show_file('undo', 'open\\QorPaFrwk.ini', 'utf-16')
+        machine.write(small + 'QorPaFrwk.ini', SMALL.replace(
+            'add=', f'add={SETTINGS[5:]}!ProductPath!REG_SZ!C:\\New\nadd='))
+        self.shown.show('refused', 'undo small --output back')
+
+    def show_wrong_signatures(self) -> None:
+        machine, update = self.machine, self.machine.host('C:\\Work\\spring\\update')
+        manifest = update / f'{SOURCE}Setting\\QorUpdate.json'.replace('\\', '/')
+
+        def check(*options: str) -> None:
+            subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
+                           check=True)
+            self.shown.show('check-signature', *(f'check-signature spring\\update {option}' for option in options))
+        with tempfile.NamedTemporaryFile() as private:
+            make_key(private.name, machine.host('C:\\Work\\own.pem'))
+            check('--key C:\\key.pem', '--key C:\\key.pem --key own.pem', '--key own.pem --older')
+            page = manifest.with_name('Help') / 'index.htm'
+            page.with_name('INDEX.HTM').write_bytes(page.read_bytes())
+            manifest.with_name('readme_EN-US.htm').unlink()
+            info = machine.host(PRODUCT + 'UpdateInfo.ini')
+            info.write_bytes(info.read_text('utf-16').replace('3.9.4.1200', 'new').encode('utf-16'))
+            own = update / 'UpdateInfo.ini'
+            own.write_bytes(own.read_text('utf-16').replace(
+                'c21t2101v3.9.3', 'c21t2101v3.9.2').encode('utf-16'))
+            check('--key own.pem')
+            for content in json.dumps(ODD), '{':
+                manifest.write_text(content)
+                check('--key own.pem')
 
     def show_without_product(self) -> None:
         self.machine.run('reg.exe', 'delete', SETTINGS, '/f')
