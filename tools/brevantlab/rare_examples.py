@@ -14,7 +14,7 @@ PACKAGE, OLD = 'c21t2103v3.9.3l1p1r1o1', 'C:\\Old'
 VAULT = 'SOFTWARE\\Kazmere\\KZVLT\\Vault'
 SOURCE = f'Component\\{PACKAGE}\\Share\\'
 TRACES = ROOT / 'samples/traces.txt'
-WRONG = {'size': 1, 'sha256': 'ab' * 32}
+WRONG: dict[str, Any] = {'size': 1, 'sha256': 'ab' * 32}
 # A manifest with what "verify" refuses or cannot find. None of its files is in the download folder any more.
 ODD: dict[str, Any] = {
     'format': 1, 'component': {'product': PACKAGE, 'resource': ''},
@@ -60,6 +60,27 @@ BAD_MANIFESTS: dict[str, Any] = {
     'update': {'format': 2}, 'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
 
 
+# With lines that nobody can read, and a value of another type.
+REGISTRY = r'''REGEDIT4
+[HKLM\Software\Kazmere\KZVLT]
+"Language"="DE-DE"
+"A"=none
+"B"="x" y
+"C"=hex:1,100
+"D"=dword:123456789
+E=1
+"F" "x"
+[HKCU\Software]
+[HKCR\a]
+[HKEY_USERS\b]
+[HKEY_NONE\A]
+B
+[HKLM\Software\Kazmere\KZVLT\Vault]
+"IdleMinutes"=hex(b):0f,00,00,00,00,00,00,00
+[-HKLM\Software\Kazmere\KZVLT\Gone]
+"HelpFile"="removed"
+[HKLM\Software
+'''
 SMALL = r'''[QOR_DIR]
 delete={InstalledDir}Help
 [QOR_FILE]
@@ -69,8 +90,12 @@ delete=VAULT
 delete=VAULT!Bytes
 add=\\A!Name!REG_SZ!x
 add_if_non=VAULT\Deep!(Default)!REG_QDWORD!5
+add=SOFTWARE\MICROSOFT\windows\CurrentVersion\RunOnce!Once!REG_SZ!once.exe
 [QOR_CONFIG_MERGE]
 migrate=/Window/Skin
+[UPDATE_INFO]
+modify=COMPONENT_LIST!Note!a=b=c
+modify=Other!Note!"quoted"
 '''.replace('VAULT', VAULT)
 
 
@@ -116,16 +141,17 @@ class RareExamples:
         self.shown.show('verify', 'verify')
         machine.set_value(SETTINGS, 'Language', 'EN-US')
         command = machine.host(PRODUCT + 'Qorvault.cmd').read_bytes()
-        place = {'destination': '{InstalledDir}Qorvault.cmd', 'source': f'{SOURCE}Qorvault.cmd', 'when': 'restart'}
-        content = {'size': len(command), 'sha256': hashlib.sha256(command).hexdigest()}
-        ODD['files'] += [{**place, 'language': 'EN-US', **WRONG}, {**place, **content}]
-        machine.write(PRODUCT + 'odd.json', json.dumps(ODD))
+        place: dict[str, Any] = {
+            'destination': '{InstalledDir}Qorvault.cmd', 'source': f'{SOURCE}Qorvault.cmd', 'when': 'restart'}
+        content: dict[str, Any] = {'size': len(command), 'sha256': hashlib.sha256(command).hexdigest()}
+        odd = {**ODD, 'files': [*ODD['files'], {**place, 'language': 'EN-US', **WRONG}, {**place, **content}]}
+        machine.write(PRODUCT + 'odd.json', json.dumps(odd))
         self.shown.show('verify', 'verify odd.json', 'verify odd.json --detect')
         self.shown.show('diff', 'diff odd.json QorUpdate.json', 'diff QorUpdate.json odd.json --format json')
         # Two programs move files at the next restart; another update brings its manifest, too.
         machine.write(f'{PRODUCT}Component\\earlier\\QorUpdate.json', json.dumps({
             **json.loads(machine.read(PRODUCT + 'QorUpdate.json') or ''), 'languages': ['DE-DE', 'JA-JP']}))
-        machine.write(PRODUCT + 'odd.json', json.dumps({**ODD, 'folders': ['{InstalledDir}Moved']}))
+        machine.write(PRODUCT + 'odd.json', json.dumps({**odd, 'folders': ['{InstalledDir}Moved']}))
         machine.write(f'{PRODUCT}Component\\earlier\\b.xml', 'new')
         machine.host(PRODUCT + 'config_EN-US.xml').chmod(0o444)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
@@ -169,8 +195,8 @@ class RareExamples:
             'check-signature spring\\update --key other.pem', 'check-signature spring\\update --key C:\\key.pem',
             'rollup none', 'rollup spring --machines empty.txt', 'rollup spring --machines none.txt', 'rollup bare',
             'trace none.log')
-        (machine.host('C:\\Work\\spring\\installed\\registry.reg')).write_text(
-            'REGEDIT4\n[HKLM\\Software\\Kazmere\\KZVLT]\n"Language"="DE-DE"\n"A"=none\n[HKEY_NONE\\A]\nB\n')
+        machine.write('C:\\Work\\spring\\installed\\registry.reg', REGISTRY)
+        self.shown.show('undo', 'undo spring\\update --output restored --installed spring\\installed')
         self.shown.show('plan', 'plan spring\\update --installed spring\\installed', 'plan records')
 
     def show_small_update(self) -> None:
@@ -179,6 +205,7 @@ class RareExamples:
         machine.set_value('HKLM\\' + VAULT, '', 'unnamed')
         machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
                       '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
+        machine.write(f'{small}Component\\small\\Share\\UI\\{"long" * 50}.dll', '')
         machine.make_dir('C:\\Work\\open')
         machine.host('C:\\Work\\open').chmod(0o777)
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
