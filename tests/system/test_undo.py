@@ -100,10 +100,6 @@ class Undo(LabTest):
                      *(install.lower() + name for name in ('{installeddir}x.dat', 'old\\{x}\\')),
                      *(data.lower() + name for name in ('old\\q\\', 'kzvlt\\engine\\preload\\p.dat'))):
             self.assertIn(what, self.machine.listed)
-        text = self.machine.read(UNDO + 'QorPaFrwk.ini', 'utf-16')
-        for record in ('Semi!a;b=c', 'Quoted!"q"', 'Twice!1'):
-            self.assertIn(f'modify=COMPONENT_LIST!{record}\n', text)
-        self.assertNotIn('Twice!2', text)
         self.assertNotIn(install.lower() + 'old\\', self.machine.listed)
         self.assertEqual(len(UNWRITABLE), sum(what.startswith(f'{key} : ') for what in self.machine.listed))
 
