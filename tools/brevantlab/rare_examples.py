@@ -82,6 +82,7 @@ B
 [HKLM\Software
 '''
 SMALL = r'''[QOR_DIR]
+add={UdComponentsSrcDir}Share\Setting\config_EN-US.xml\
 delete={InstalledDir}Help
 [QOR_FILE]
 delete_now={InstalledDir}config.previous*.xml
@@ -206,6 +207,7 @@ class RareExamples:
         machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
                       '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
         machine.write(f'{small}Component\\small\\Share\\UI\\{"long" * 50}.dll', '')
+        machine.write(PRODUCT + 'registry.reg', REGISTRY)  # which counts in a copy of a product only
         machine.make_dir('C:\\Work\\open')
         machine.host('C:\\Work\\open').chmod(0o777)
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
