@@ -48,6 +48,9 @@ def manifest_lines(output: str) -> Iterator[str]:
 
 
 def verify_lines(output: str) -> Iterator[str]:
+    if not output.startswith('{'):
+        yield output
+        return
     found = json.loads(output)
     for answer in found.pop('answers'):
         yield f'{answer.pop("verdict")} {answer.pop("what")}{_members(answer)}'
