@@ -161,12 +161,12 @@ class Examples:
         """Adds calls to an example, with their output and exit code."""
         for command in commands:
             result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
-            self._add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+            self.add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
 
     def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
-        self._add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
+        self.add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
 
-    def _add(self, name: str, command: str, text: str) -> None:
+    def add(self, name: str, command: str, text: str) -> None:
         if text.startswith('{'):
             document, end = json.JSONDecoder(object_hook=without_rules).raw_decode(text)
             text = laid_out(document) + text[end:]

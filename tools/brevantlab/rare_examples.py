@@ -18,8 +18,8 @@ WRONG: dict[str, Any] = {'size': 1, 'sha256': 'ab' * 32}
 # A manifest with what "verify" refuses or cannot find. None of its files is in the download folder any more.
 ODD: dict[str, Any] = {
     'format': 1, 'component': {'product': PACKAGE, 'resource': ''},
-    'folders': ['{InstalledDir}Help', '{InstalledDir}readme.htm', '{InstalledDir}..\\Other', 'C:\\Other',
-                '{ProtectedLogDir}None'],
+    'folders': ['{InstalledDir}\\Help', '{InstalledDir}Help', '{InstalledDir}readme.htm', '{InstalledDir}..\\Other',
+                'C:\\Other', '{ProtectedLogDir}None'],
     'files': [
         {'destination': '{InstalledDir}readme.htm', 'source': f'{SOURCE}readme.htm', 'when': 'restart'},
         {'destination': '{InstalledDir}Link\\a.dll', 'source': f'{SOURCE}a.dll', 'when': 'restart'},
@@ -39,6 +39,7 @@ ODD: dict[str, Any] = {
     'deletions': [{'files': '{InstalledDir}readme*.htm', 'when': 'now'},
                   {'folder': '{InstalledDir}Help', 'when': 'now'},
                   {'files': '{InstalledDir}config.*.xml', 'when': 'restart'},
+                  {'files': '{InstalledDir}Resource\\EN-US\\*.ini', 'when': 'restart'},
                   {'folder': '{InstalledDir}None', 'when': 'restart'}, {'files': 'C:\\Windows\\*.ini', 'when': 'now'}],
     'registry': [
         {'key': VAULT, 'name': 'HelpFile', 'state': 'absent'}, {'key': VAULT, 'name': 'None', 'state': 'absent'},
@@ -77,6 +78,7 @@ E=1
 B
 [HKLM\Software\Kazmere\KZVLT\Vault]
 "IdleMinutes"=hex(b):0f,00,00,00,00,00,00,00
+[HKLM\Software\Kazmere\KZVLT\Vault\Deep]
 [-HKLM\Software\Kazmere\KZVLT\Gone]
 "HelpFile"="removed"
 [HKLM\Software
@@ -161,13 +163,23 @@ class RareExamples:
             f'\\??\\{PRODUCT}gone.htm', f'!\\??\\{PRODUCT}qorshcut_EN-US.xml',
             f'\\??\\{PRODUCT}Component\\earlier\\b.xml', f'!\\??\\{PRODUCT}config_EN-US.xml'])
         machine.set_value(SESSION_MANAGER, PENDING_MOVES + '2', [
-            f'\\??\\{PRODUCT}Help\\index.htm', '', f'\\??\\{PRODUCT}Help', ''])
-        self.shown.show('verify', 'verify odd.json')
+            f'\\??\\{PRODUCT}Help\\index.htm', '', f'\\??\\{PRODUCT}Help', '',
+            f'\\??\\{PRODUCT}Resource\\EN-US', '!\\??\\C:\\Away'])
+        self.shown.show('verify', 'verify', 'verify odd.json --record late.json')
+        self.shown.show_file('record', 'late.json')
+        path, section = PRODUCT + 'QorPaFrwk.ini', '[UPDATE_INFO]\n'
+        records = machine.read(path, 'utf-16') or ''
+        machine.write(path, records.replace(section, f'{section}modify=Other!Note!1\n'), 'utf-16')
         self.shown.show('verify.json', 'verify odd.json --format json')
         self.shown.show('ready', 'ready .')
+        self.show_in_use('ready . --format json', 'config.xml')
         self.shown.show('refused', 'undo . --output ..\\Late')
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
         machine.set_value(SESSION_MANAGER, PENDING_MOVES + '2', [])
+
+    def show_in_use(self, command: str, file: str) -> None:
+        told = self.machine.run('cmd.exe', '/c', f'BrevantCheck.exe {command} <{file}', cwd=self.machine.host(PRODUCT))
+        self.shown.add('ready', f'BrevantCheck {command} <{file}', f'{told.output}(exit code {told.code})\n')
 
     def show_refusals(self) -> None:
         machine = self.machine
@@ -213,6 +225,8 @@ class RareExamples:
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
         machine.write(small + 'QorPaFrwk.ini', SMALL)
         self.shown.show('plan', 'plan small')
+        self.show_in_use('ready C:\\Work\\small', 'config.previous.xml')
+        self.shown.show('undo', 'undo small --output small.undo --installed spring\\installed')
         self.shown.show('undo', 'undo small --output open')
         self.shown.show_file('undo', 'open\\QorPaFrwk.ini', 'utf-16')
         machine.write(small + 'QorPaFrwk.ini', SMALL.replace(
