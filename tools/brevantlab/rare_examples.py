@@ -88,6 +88,7 @@ add={UdComponentsSrcDir}Share\Setting\config_EN-US.xml\
 delete={InstalledDir}Help
 [QOR_FILE]
 delete_now={InstalledDir}config.previous*.xml
+delete={InstalledDir}Resource/EN-US/*.ini
 [QOR_REGISTRY_PATCH]
 delete=VAULT
 delete=VAULT!Bytes
@@ -219,12 +220,15 @@ class RareExamples:
         machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
                       '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
         machine.write(f'{small}Component\\small\\Share\\UI\\{"long" * 50}.dll', '')
+        for number, place in enumerate((f'{small}Component\\small\\Share\\Task', PRODUCT + 'Help\\Link')):
+            machine.write(f'{place}\\in a link.task', '')
+            machine.link(place, f'C:\\Elsewhere {number}')
         machine.write(PRODUCT + 'registry.reg', REGISTRY)  # which counts in a copy of a product only
         machine.make_dir('C:\\Work\\open')
         machine.host('C:\\Work\\open').chmod(0o777)
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
         machine.write(small + 'QorPaFrwk.ini', SMALL)
-        self.shown.show('plan', 'plan small')
+        self.shown.show('plan', 'plan small', 'plan small --language JA-JP')
         self.show_in_use('ready C:\\Work\\small', 'config.previous.xml')
         self.shown.show('undo', 'undo small --output small.undo --installed spring\\installed')
         self.shown.show('undo', 'undo small --output open')
