@@ -61,7 +61,7 @@ BAD_MANIFESTS: dict[str, Any] = {
     'update': {'format': 2}, 'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
 
 
-# With lines that nobody can read, and a value of another type.
+# It has unreadable lines, and a value of another type.
 REGISTRY = r'''REGEDIT4
 [HKLM\Software\Kazmere\KZVLT]
 "Language"="DE-DE"
