@@ -34,7 +34,8 @@ class Verify(LabTest):
     def record(self, event):
         # Wine's debug channel shows the event that is written with the record.
         told = self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log', debug='+eventlog')
-        self.assertRegex(told.output, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,{event}')
+        self.assertRegex(told.output, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,{event}[.]'
+                         r'\\r\\n\\r\\nPackage: c21t2103v3[.]9[.]0l1p1r1o1\\r\\n')
         record = json.loads(self.machine.read(RECORD))
         self.assertEqual([], faults('record', record))
         return record

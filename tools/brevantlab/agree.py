@@ -20,10 +20,10 @@ import time
 from typing import Any, Iterable, Iterator
 from xml.sax.saxutils import escape
 
-from . import prefix as prefixes, registry
+from . import answers, prefix as prefixes, registry
 from .expect import differences
 from .layouts import SAMPLES, Files
-from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine
+from .machine import BUILD, RUN_ONCE, SESSION_MANAGER, SETTINGS, Machine, Result
 from .random_update import INSTALLS, LINKED, Scenario, known_cases, random_scenario
 from .standins import CANCEL, Question
 from .try_update import Parser
@@ -304,6 +304,7 @@ class AgreementMachine(Machine):
         if code != 0:
             return [f'plan ends with {code}: {output}']
         changes = changes_of(output)
+        said = [*answers.plan_lines(output)]
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
         self._forget_traces()
@@ -311,22 +312,24 @@ class AgreementMachine(Machine):
         asked = bool(question.asked())
         found += disagreements(before, changes, state_of(self), asked)
         if restart:
-            found += self._try_restart(scenario, before, changes, manifest)
-        return found
+            found += self._try_restart(scenario, before, changes, manifest, said)
+        return found + answers.differences(scenario.name, said, install)
 
-    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange],
-                     manifest: str) -> list[str]:
+    def _try_restart(self, scenario: Scenario, before: State, changes: list[PlannedChange], manifest: str,
+                     said: list[str]) -> list[str]:
+        said += answers.manifest_lines(manifest)
+        promises = json.loads(manifest) if manifest.startswith('{') else {}
+        verified = any(promises.get(part) for part in PROMISES)  # else "verify" has nothing to look at
+        if verified:
+            said += answers.verify_lines(self._verify(scenario, manifest).output)
         self._restart()
         found = list(arrivals(before, changes, state_of(self)))
-        self._put_programs(scenario.install)  # the update may delete them
-        promises = json.loads(manifest) if manifest.startswith('{') else {}
-        if not any(promises.get(part) for part in PROMISES):
-            return found  # "verify" has nothing to look at
-        self.write(MANIFEST, manifest)
-        result = self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json',
-                          '--installed', scenario.install.rstrip('\\'), errors=False)
+        if not verified:
+            return found
+        result = self._verify(scenario, manifest)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
+        said += answers.verify_lines(result.output)
         happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
         for answer in json.loads(result.output)['answers']:
             path = _plain(answer['what'])
@@ -335,6 +338,12 @@ class AgreementMachine(Machine):
             if answer['verdict'] == 'ARRIVED' and happens.get(path) is False:
                 found.append(f'verify: ARRIVED {path}, planned to fail')
         return found
+
+    def _verify(self, scenario: Scenario, manifest: str) -> Result:
+        self._put_programs(scenario.install)  # the update may delete them
+        self.write(MANIFEST, manifest)
+        return self.run(scenario.install + 'BrevantCheck.exe', 'verify', MANIFEST, '--format', 'json', '--installed',
+                        scenario.install.rstrip('\\'), errors=False)
 
     def _restart(self) -> None:
         run_once = registry.long_key(RUN_ONCE)  # the new name is another test's

@@ -16,6 +16,7 @@ from typing import Any
 from .layouts import install_folder
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
 from .prefix import ROOT
+from .rare_examples import RareExamples, make_key
 
 EXAMPLES = ROOT / 'docs/examples'
 WORK, PACKAGE = 'C:\\Work\\', 'c21t2103v3.9.3l1p1r1o1'
@@ -25,15 +26,16 @@ PENDING_MOVES = 'PendingFileRenameOperations'
 KEY = '--key C:\\key.pem'
 
 REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
-    (r'((?:arrived|pending) |\n  "update": ")[0-9a-f]{64}', r'\1IDENTITY'),  # the agent's version is part of it
+    # The agent's version is part of it.
+    (r'((?:arrived|pending|earlier update) |\n  "update": "|"kind": "[^"]*", "update": ")[0-9a-f]{64}', r'\1IDENTITY'),
     (r'(with key) [0-9a-f]+', r'\1 KEY'),
     (r'(\n  "machine": )"[^"]*"', r'\1"PC1"'),
     (r'(\n  "pending_minutes": )\d+', r'\g<1>1'),
     (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
-    (r'[\d/]{10} [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
-    (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
+    (r'[\d/]{6}20(?!25)\d\d [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
+    (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )(?:"\d+" -> )?"\d+"', r'\1"1234567"'),
     (r'\d+ MB are free', '90000 MB are free'),
-    (r'(not examined: .*?\.xml: )[^\n]+', r'\1The filename cannot be resolved'),  # a text of Windows
+    (r'(not examined: .*?\.xml: |hr=-2147.*\n(?: +after: .*\n)? +code: )[^\n]+', r'\1(a text of Windows)'),
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
 
 # What a later update has in its instruction file.
@@ -99,7 +101,15 @@ FLEET: dict[str, dict[str, Any]] = {
     '2': {'machine': '=PC2', **MISSING}, '3': {'machine': 'PC3', **MISSING, 'not_kept': 1, 'open': REASONS[:1]},
     '4': {'machine': 'PC4', 'verdict': 'pending', 'pending_minutes': 7, 'update': 'ab' * 32}, '5': {'record': 2},
     '6': {'time': '2026-02-30T12:00:00Z'}, '7': {'update': 'x' * 64},
-    '8': {'verdict': 'pending', 'not_kept': 0, 'open': REASONS}}
+    '8': {'verdict': 'pending', 'not_kept': 0, 'open': REASONS},
+    **{f'many {number}': {'machine': f'PC1{number}', **MISSING, 'update': 'cd' * 32, 'not_kept': 9, 'open': [
+        *[{**REASONS[0], 'what': f'C:\\{letter}'} for letter in 'ABCDEFGHIJK'[:number + 4]], REASONS[1], REASONS[1],
+        {'verdict': 'NOT COVERED', 'what': 'C:\\config.xml'}][-9:]} for number in range(1, 8)},
+    'many unknown': {'machine': 'PC18', 'verdict': 'unknown', 'update': '', 'not_kept': 1, 'open': [
+        {'verdict': 'REFUSED', 'what': 'C:\\"A"', 'detail': 'x'}]},
+    'many 1 earlier': {'machine': 'pc11', 'time': '2025-12-31T23:59:59Z'}, '9': {'machine': ''},
+    '10': {'pending_minutes': -1}, '11': {'kept': 'x'}, '12': {'open': [{'verdict': 'LOST', 'what': 'a'}]},
+    '13': {'verdict': 'lost'}, '14': {'time': '2026-01-31T12:00'}, '15': {'agent_version': 1}}
 
 
 def laid_out(value: Any, indent: str = '\n') -> str:
@@ -144,18 +154,19 @@ class Examples:
         self.show_signatures()
         self.show_deployment()
         self.show_fleet()
+        RareExamples(self).run()
         return self.found
 
     def show(self, name: str, *commands: str) -> None:
         """Adds calls to an example, with their output and exit code."""
         for command in commands:
             result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
-            self._add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+            self.add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
 
     def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
-        self._add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
+        self.add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
 
-    def _add(self, name: str, command: str, text: str) -> None:
+    def add(self, name: str, command: str, text: str) -> None:
         if text.startswith('{'):
             document, end = json.JSONDecoder(object_hook=without_rules).raw_decode(text)
             text = laid_out(document) + text[end:]
@@ -203,7 +214,7 @@ class Examples:
         machine.set_value(POWER, 'HiberbootEnabled', 1)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', '',
-            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
+            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll', f'\\??\\{PRODUCT}Help', '!\\??\\C:\\Help'])
         component.chmod(0o777)
         page = machine.host(SETTING + 'readme_EN-US.htm')
         size = page.stat().st_size
@@ -229,9 +240,7 @@ class Examples:
         self.show('verify', 'verify')
         self.show('check-signature', 'manifest . --into')
         with tempfile.NamedTemporaryFile() as private:
-            for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private.name],
-                          ['ec', '-in', private.name, '-pubout', '-out', str(machine.host('C:\\key.pem'))]):
-                subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
+            make_key(private.name, machine.host('C:\\key.pem'))
             self.show('check-signature', f'check-signature . {KEY}')
             subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
                            check=True)

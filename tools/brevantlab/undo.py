@@ -16,6 +16,7 @@ import sys
 import tempfile
 from typing import Any, Iterable, Iterator
 
+from . import answers
 from .agree import KEY, PLACES, AgreementMachine, State, _of_updates, files_of
 from .layouts import OUTSIDE, host_files, text_of
 from .machine import PRODUCT, SETTINGS, Machine
@@ -46,7 +47,7 @@ class UndoMachine(AgreementMachine):
 
     def prepare(self, update: pathlib.Path, installed: pathlib.Path) -> Scenario:
         """The product of a folder, with an update of another one on it."""
-        scenario = Scenario('prepared', INSTALLS[0])
+        scenario = Scenario('', INSTALLS[0])
         scenario.files = {}
         for path, content in host_files(installed).items():
             outside = path.startswith(OUTSIDE + '\\')
@@ -68,11 +69,12 @@ class UndoMachine(AgreementMachine):
         code, output = self.run(checker, 'undo', install.rstrip('\\'), '--output', UNDO.rstrip('\\'))
         if code != 0:
             return [] if 'changes ProductPath' in output else [f'undo ends with {code}: {output}']
-        found = []
+        said = [output, *(text_of(self.host(UNDO + name)) for name in ('QorPaFrwk.ini', 'UpdateInfo.ini'))]
+        found = answers.differences(scenario.name and f'undo of {scenario.name}', '\n'.join(said).splitlines(), install)
         if strict:
             code, output = self.run(checker, 'lint', UNDO.rstrip('\\'), '--installed', install.rstrip('\\'),
                                     '--strict')
-            found = [output] if code != 0 else []
+            found += [output] if code != 0 else []
         manifest = json.loads(next(self.host(UNDO).glob('Component/*/Share/Setting/QorUpdate.json')).read_text())
         self.listed = {part['what'].replace('{InstalledDir}', install, 1).lower() for part in manifest['not_covered']
                        if part['kind'] == 'not_restored'}

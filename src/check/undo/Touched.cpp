@@ -91,7 +91,7 @@ RegistryPlace PlaceOf(const NamePair& value)
 bool IsSamePath(const SimulatedMachine& left, const SimulatedMachine& right, const std::wstring& tstrPath)
 {
     if (left.HasFolder(tstrPath) || right.HasFolder(tstrPath)) {
-        return left.HasFolder(tstrPath) && right.HasFolder(tstrPath);
+        return left.HasFolder(tstrPath) && right.HasFolder(tstrPath) && left.IsLink(tstrPath) == right.IsLink(tstrPath);
     }
     if (!left.HasFile(tstrPath) || !right.HasFile(tstrPath)) {
         return !left.HasFile(tstrPath) && !right.HasFile(tstrPath);

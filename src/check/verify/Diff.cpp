@@ -77,7 +77,7 @@ void ListValues(const ExpectedState& state, Items& items)
         std::wstring& tstrText = items[value.tstrKeyPath + L": " + value.tstrValueName];
         switch (value.eState) {
             case ValueState::eAbsent: tstrText = L"deleted"; continue;
-            case ValueState::eData: break;
+            case ValueState::eData: tstrText.clear(); break;  // a manifest may name a value twice
             case ValueState::eAnyData: tstrText = L"if it is missing: "; break;
         }
         tstrText += DescribeValue(value.eType, value.tstrData, value.ullData);
