@@ -148,9 +148,12 @@ class Examples:
 
     def show(self, name: str, *commands: str) -> None:
         """Adds calls to an example, with their output and exit code."""
-        for command in commands:
-            result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
-            self._add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+        lines = [f'@"{PRODUCT}BrevantCheck.exe" {command}\r\n@echo ^<%errorlevel%^>\r\n' for command in commands]
+        self.machine.write('C:\\show.cmd', ''.join(lines))
+        result = self.machine.run('cmd.exe', '/c', 'C:\\show.cmd', cwd=self.machine.host(self.place))
+        parts = re.split(r'<(\d+)>\n', result.output)
+        for command, text, code in zip(commands, parts[::2], parts[1::2], strict=False):
+            self._add(name, f'BrevantCheck {command}', f'{text}(exit code {code})\n')
 
     def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
         self._add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
@@ -275,8 +278,6 @@ class Examples:
 def main() -> int:
     with Machine() as machine:
         found = Examples(machine).run()
-    shutil.rmtree(EXAMPLES, ignore_errors=True)
-    EXAMPLES.mkdir()
     for name, text in found.items():
         (EXAMPLES / f'{name}.txt').write_text(text, 'utf-8')
     print(f'{len(found)} examples in {EXAMPLES}')

@@ -8,10 +8,9 @@
 TEST_F(LintTest, FormOfTheInstructionFile)
 {
     // The agent's last buffer has 32512 characters; a section may use all but its two closing zeros and one more.
-    std::string strFull = "[Run]\n";
-    for (int i = 0; i < 40; ++i)
-        strFull += "SysRunOnce=net.exe a" + std::to_string(10 + i) + std::string(789, 'x') + "\n";
-    strFull += "SysRunOnce=net.exe " + std::string(9, 'x');
+    std::string strFull = "[RestartNotification_EN-US]\n";
+    for (int i = 0; i < 40; ++i) strFull += "text=" + std::string(806, 'x') + "\n";
+    strFull += "text=" + std::string(23, 'x');
     ExpectIn(kInstructionFile, "", "\n", R"(
         ; a comment$$  [Run]  $	SysRunOnce=net.exe a=b==c =>
         [run]$SysRunOnce=net.exe$[RestartNotification_EN-US]$text=a$text=b =>
@@ -106,7 +105,6 @@ TEST_F(LintTest, FilesOfPackages)
          {L"Driver\\k.ini", L"Driver\\", L"Drivr\\d.sys", L"Drivr\\", L"Brevant.exe", L"Empty.dll", L""})
         Remove(std::wstring(L"Component\\p1\\64bit\\p1\\") + szName);
     EXPECT_THAT(Findings(), HasSubstr("B071 Component\\p1\\64bit\\a.dll Component\\p1\\64bit\\p1\\a.dll, "));
-    EXPECT_THAT(m_strOutput, HasSubstr("only: nothing of them arrives"));
 }
 
 TEST_F(LintTest, PackagesThatAreNamed)
@@ -345,12 +343,9 @@ TEST_F(LintTest, XmlIsRefusedWhereTheProductRefusesIt)
          {std::pair(L"config_EN-US.xml", std::string("B062")), {L"qorshcut.xml", "B080"}}) {
         const std::wstring tstrFile = m_tstrSetting + szFile;
         ExpectIn(tstrFile, "<a>\n", "", "<Desktop/></a> =>\n<b></a> => " + strRule + " 2:6\n");
-        EXPECT_THAT(m_strOutput, HasSubstr("mismatched tag: </a> of line 2 does not close <b> of line 2\n"));
         ExpectIn(tstrFile, "<a>\n", "", "<Port>$ => " + strRule + " 3:1\n");
-        EXPECT_THAT(m_strOutput, HasSubstr("no element found: <Port> of line 2 is not closed\n"));
         Write(tstrFile, Utf16(L"<a>\n<Port>\n</Prt ></a>"));
         EXPECT_EQ(Findings(tstrFile), strRule + " 3:3");
-        EXPECT_THAT(m_strOutput, HasSubstr("mismatched tag: </Prt> of line 3 does not close <Port> of line 2\n"));
         {
             const auto hHeld = Hold(m_update.PathOf(tstrFile), true);
             EXPECT_EQ(Findings(tstrFile), strRule + " 3:3") << "a file that an editor has open";
@@ -443,7 +438,6 @@ TEST_F(LintTest, AManifestThatIsNotTodaysIsStale)
                              });
     Write(L"Component\\p1\\Share\\UI\\a.html", "changed");
     EXPECT_EQ(Findings(tstrShipped), "B076");
-    EXPECT_THAT(m_strOutput, HasSubstr("renew it: BrevantCheck manifest --into \"" + ToUtf8(m_update.Path()) + "\""));
     ASSERT_EQ(RunManifest(arguments, output), kClean);
     EXPECT_EQ(Findings(), "");
 }

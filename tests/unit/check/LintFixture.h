@@ -3,11 +3,14 @@
 
 #include "unit/check/CheckFixture.h"
 
+#include <cstdlib>
+#include <fstream>
 #include <set>
 
 /// Every row goes through the verb itself, which runs all families of rules. Each finding is "B005 2:1", with a "w"
 /// after the number for a warning, then its file, unless that is the row's, and its suggestion. The exit code must fit
-/// them, with and without --strict. After all tests each rule must have been found.
+/// them, with and without --strict. After all tests each rule must have been found. The texts of a test's findings are
+/// those below its name in docs/examples/findings.txt; BREVANT_WRITE_FINDINGS=1 writes them there.
 class LintTest : public UpdateTest {
 protected:
     LintTest()
@@ -17,6 +20,23 @@ protected:
         Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html",
                L"p1\\Share\\Setting\\a.txt"});
         BringTable(L"EN-US");
+    }
+    void TearDown() override
+    {
+        constexpr char kFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
+        constexpr char kNext[] = "\n== ";
+        std::stringstream all;
+        all << std::ifstream(kFile, std::ios::binary).rdbuf();
+        std::string strAll = all.str();
+        const std::string strHead = kNext + std::string(UnitTest::GetInstance()->current_test_info()->name()) + "\n";
+        const std::size_t uHead = std::min(strAll.find(strHead), strAll.size());
+        const std::size_t uEnd = std::min(strAll.find(kNext, std::min(uHead + 1, strAll.size())), strAll.size());
+        const std::string strTold = m_strTold.empty() ? "" : strHead + m_strTold;
+        if (!std::getenv("BREVANT_WRITE_FINDINGS")) {
+            EXPECT_EQ(strAll.substr(uHead, uEnd - uHead), strTold) << kFile;
+            return;
+        }
+        std::ofstream(kFile, std::ios::binary) << strAll.replace(uHead, uEnd - uHead, strTold);
     }
     static void TearDownTestSuite()
     {
@@ -67,7 +87,6 @@ protected:
         arguments.languages = m_languages;
         Output output;
         const int iExitCode = RunLint(arguments, output);
-        m_strOutput = output.strText;
         const std::string strRoot = KzCommon::String::ToUtf8(m_update.Path());
         static const std::regex s_line(
             R"_((.*?)(?::(\d+):(\d+))?: (error|warning) (B\d+): .*?(?:; did you mean "(.*)"\?)?)_");
@@ -84,6 +103,8 @@ protected:
             strAll += (strAll.empty() ? "" : ", ") + parts.str(5) + (parts[4] == "error" ? "" : "w") +
                       (parts[2].matched ? " " + parts.str(2) + ":" + parts.str(3) : "") +
                       (strFile.empty() ? "" : " " + strFile) + (parts[6].matched ? " " + parts.str(6) : "");
+            for (std::size_t u = 0; (u = strLine.find(strRoot)) != std::string::npos;) strLine.erase(u, strRoot.size());
+            m_strTold += strLine + "\n";
         }
         EXPECT_EQ(iExitCode, bError ? kFound : kClean) << output.strText;
         if (bError) return strAll;
@@ -127,8 +148,13 @@ protected:
             } else {
                 Write(tstrFile, strAll);
             }
+            const std::size_t uTold = m_strTold.size();
             const std::string strFindings = Findings(tstrFile);
             EXPECT_EQ(strRow, strRow.substr(0, uArrow) + " =>" + (strFindings.empty() ? "" : " ") + strFindings);
+            if (uTold == m_strTold.size()) continue;
+            static const std::regex s_sealed("\"1\">2:[^<]+");  // another text every time
+            m_strTold.insert(
+                uTold, "\n" + strKey + std::regex_replace(strRow.substr(0, uArrow), s_sealed, "\"1\">...") + "\n");
         }
     }
     /// Checks the rows as records of a section of the instruction file; the first of them is in line 2.
@@ -144,6 +170,6 @@ protected:
         "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";
     const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";
     std::vector<std::wstring> m_languages;
-    std::string m_strOutput;                       ///< of the last check, in full
+    std::string m_strTold;                         ///< of all checks, with the rows of tables
     static inline std::set<std::wstring> s_found;  ///< rules
 };
