@@ -5,6 +5,34 @@
 #include "config/ConfigProtection.h"
 #include "unit/check/LintFixture.h"
 
+// Each text between empty lines there is checked; the indented lines are what lint must say of it. With "FILE := " in
+// front it is the content of another file; a file of the installed product stays for the texts after it.
+TEST_F(LintTest, MistakesOfTheExamples)
+{
+    const auto [strAll, uBegin, cch] = FindTold();
+    std::istringstream lines(strAll.substr(uBegin, cch) + "\n");
+    std::string strText;
+    for (std::string strLine; std::getline(lines, strLine);) {
+        if (!strLine.empty()) {
+            if (!strLine.starts_with("    ")) strText += strLine + "\n";
+            continue;
+        }
+        if (strText.empty()) continue;
+        m_strTold += "\n" + strText;
+        const std::size_t uMark = strText.find(" := ");
+        const bool bOther = uMark != std::string::npos;
+        const std::wstring tstrFile = KzCommon::String::FromAnsi(strText.substr(0, bOther ? uMark : 0));
+        const bool bInstalled = tstrFile.starts_with(L"installed\\");
+        if (bInstalled && !m_optInstalled) Install();
+        Instruct(bOther ? "" : strText);
+        if (bOther) Write(tstrFile, strText.substr(uMark + 4, strText.size() - uMark - 5));
+        static_cast<void>(Findings());
+        if (bOther && !bInstalled) Remove(tstrFile);
+        strText.clear();
+    }
+    EXPECT_THAT(m_strTold, HasSubstr(": error B"));
+}
+
 TEST_F(LintTest, FormOfTheInstructionFile)
 {
     // The agent's last buffer has 32512 characters; a section may use all but its two closing zeros and one more.

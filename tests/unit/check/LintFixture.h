@@ -23,20 +23,12 @@ protected:
     }
     void TearDown() override
     {
-        constexpr char kFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
-        constexpr char kNext[] = "\n== ";
-        std::stringstream all;
-        all << std::ifstream(kFile, std::ios::binary).rdbuf();
-        std::string strAll = all.str();
-        const std::string strHead = kNext + std::string(UnitTest::GetInstance()->current_test_info()->name()) + "\n";
-        const std::size_t uHead = std::min(strAll.find(strHead), strAll.size());
-        const std::size_t uEnd = std::min(strAll.find(kNext, std::min(uHead + 1, strAll.size())), strAll.size());
-        const std::string strTold = m_strTold.empty() ? "" : strHead + m_strTold;
+        auto [strAll, uBegin, cch] = FindTold();
         if (!std::getenv("BREVANT_WRITE_FINDINGS")) {
-            EXPECT_EQ(strAll.substr(uHead, uEnd - uHead), strTold) << kFile;
-            return;
+            EXPECT_EQ(strAll.substr(uBegin, cch), m_strTold) << kToldFile;
+        } else if (cch > 0 || !m_strTold.empty()) {
+            std::ofstream(kToldFile, std::ios::binary) << strAll.replace(uBegin, cch, m_strTold);
         }
-        std::ofstream(kFile, std::ios::binary) << strAll.replace(uHead, uEnd - uHead, strTold);
     }
     static void TearDownTestSuite()
     {
@@ -104,7 +96,7 @@ protected:
                       (parts[2].matched ? " " + parts.str(2) + ":" + parts.str(3) : "") +
                       (strFile.empty() ? "" : " " + strFile) + (parts[6].matched ? " " + parts.str(6) : "");
             for (std::size_t u = 0; (u = strLine.find(strRoot)) != std::string::npos;) strLine.erase(u, strRoot.size());
-            m_strTold += strLine + "\n";
+            m_strTold += "    " + strLine + "\n";
         }
         EXPECT_EQ(iExitCode, bError ? kFound : kClean) << output.strText;
         if (bError) return strAll;
@@ -153,8 +145,9 @@ protected:
             EXPECT_EQ(strRow, strRow.substr(0, uArrow) + " =>" + (strFindings.empty() ? "" : " ") + strFindings);
             if (uTold == m_strTold.size()) continue;
             static const std::regex s_sealed("\"1\">2:[^<]+");  // another text every time
-            m_strTold.insert(
-                uTold, "\n" + strKey + std::regex_replace(strRow.substr(0, uArrow), s_sealed, "\"1\">...") + "\n");
+            strRow = std::regex_replace(strRow.substr(0, uArrow), s_sealed, "\"1\">...");
+            m_strTold.insert(uTold,
+                             "\n" + strKey + std::regex_replace(strRow, std::regex("\\$"), "\n" + strKey) + "\n");
         }
     }
     /// Checks the rows as records of a section of the instruction file; the first of them is in line 2.
@@ -163,9 +156,22 @@ protected:
         ExpectIn(kInstructionFile, "[" + strSection + "]\n", "\n", strTable, strKey);
     }
 
+    /// The whole file of findings; where in it the part of this test begins, and its length.
+    static std::tuple<std::string, std::size_t, std::size_t> FindTold()
+    {
+        std::stringstream all;
+        all << std::ifstream(kToldFile, std::ios::binary).rdbuf();
+        std::string strAll = all.str();
+        const std::string strHead = "\n== " + std::string(UnitTest::GetInstance()->current_test_info()->name()) + "\n";
+        if (strAll.find(strHead) == std::string::npos) strAll += strHead;
+        const std::size_t uBegin = strAll.find(strHead) + strHead.size();
+        return {strAll, uBegin, std::min(strAll.find("\n== ", uBegin), strAll.size()) - uBegin};
+    }
+
     static std::string ToUtf8(const std::wstring& tstrText) { return KzCommon::String::ToUtf8(tstrText); }
 
-    static constexpr int kTests = 23;
+    static constexpr char kToldFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
+    static constexpr int kTests = 24;
     static constexpr char kInfo[] =
         "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";
     const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";
