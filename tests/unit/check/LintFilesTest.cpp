@@ -175,11 +175,16 @@ TEST_F(LintTest, SectionsThatNeedTheProductPackage)
         "[QOR_REGISTRY_PATCH]\nadd=SAM!N!REG_SZ!a\n[QOR_CONFIG_MERGE]\nmigrate=/ProxySettings/"
         "Server\n[UPDATE_INFO]\nmodify=S!K!V\n";
     for (const wchar_t* const szName : {L"a.txt", L""}) Remove(m_tstrSetting + szName);
-    EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2");
+    ::SetFileAttributesW(m_update.PathOf(L"Component\\p1\\64bit\\p1\\Driver\\k.ini").c_str(), FILE_ATTRIBUTE_READONLY);
+    Bring({L"p1\\Share\\UI\\Thumbs.db"});
+    const std::string strFiles =
+        "B075w Component\\p1\\64bit\\p1\\Driver\\k.ini, B077w Component\\p1\\Share\\UI\\Thumbs.db, ";
+    EXPECT_EQ(Lint(strSections), strFiles + "B073 3:2, B042w 5:2");
     Write(L"UpdateInfo.ini", "[COMPONENT_LIST]\nComponent101_DownloadPath=p2\nComponent2_DownloadPath=r1\n[S]\nK=1\n");
-    EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2, B074 2:27 UpdateInfo.ini p1") << "as if the name were right";
+    EXPECT_EQ(Lint(strSections), strFiles + "B073 3:2, B042w 5:2, B074 2:27 UpdateInfo.ini p1")
+        << "as if it were right";
     Remove(L"UpdateInfo.ini");
-    EXPECT_EQ(Lint(strSections), "B073 3:2, B042w 5:2, B070 UpdateInfo.ini p1");
+    EXPECT_EQ(Lint(strSections), strFiles + "B073 3:2, B042w 5:2, B070 UpdateInfo.ini p1");
     Bring({L"p2\\Share\\UI\\a.html"});  // either may be meant
     EXPECT_EQ(Lint(strSections), "B070 Component\\p1, B070 Component\\p2, B070 UpdateInfo.ini");
 }
@@ -198,6 +203,9 @@ TEST_F(LintTest, ALanguageHasAllOfItsFilesOrNone)
     EXPECT_EQ(Lint(texts("EN-US")), "B072w");
     // A wrong tag is one finding at its name; a language that lacks the others is no slip.
     EXPECT_EQ(Lint(texts("EN-US") + texts("de")), "B072 4:2 RestartNotification_DE-DE");
+    m_languages = {L"DE"};  // which says that it is no slip
+    EXPECT_THAT(Lint(texts("EN-US") + texts("de")), HasSubstr("config_DE.xml"));
+    m_languages.clear();
     BringTable(L"DE_DE");
     Remove(L"Component\\r1\\DE-DE\\StringTable.ini");
     EXPECT_EQ(Lint(texts("EN-US") + texts("DE-DE")), "B072 Component\\r1\\DE_DE\\StringTable.ini DE-DE");
