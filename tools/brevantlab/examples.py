@@ -274,9 +274,17 @@ class Examples:
         content = page.read_bytes()
         page.write_bytes(content + b' ')
         page.with_name('more.htm').touch()
-        self.show('check-signature', f'check-signature . {KEY}')
+        above, way, link = machine.host(PRODUCT).parent, machine.host('C:\\Way'), page.with_name('Link')
+        page.chmod(0o666)
+        above.chmod(0o777)
+        for name, target in ((way, above), (link, machine.host(WORK))):
+            name.symlink_to(target, target_is_directory=True)
+        self.show('check-signature', f'check-signature . {KEY}', f'check-signature C:\\Way\\KZVLT {KEY}')
+        page.chmod(0o644)
+        above.chmod(0o755)
         page.write_bytes(content)
-        page.with_name('more.htm').unlink()
+        for name in (way, link, page.with_name('more.htm')):
+            name.unlink()
 
     def show_deployment(self) -> None:
         machine = self.machine
