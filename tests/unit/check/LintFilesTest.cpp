@@ -223,9 +223,10 @@ TEST_F(LintTest, ALanguageHasAllOfItsFilesOrNone)
 
 TEST_F(LintTest, Configuration)
 {
-    Write(m_tstrSetting + L"config_EN-US.xml", "<Settings><Window><Skin>a</Skin><Size/></Window></Settings>");
+    Write(m_tstrSetting + L"config_EN-US.xml",
+          "<Settings><Window><Skin>a</Skin><Size/></Window><Part><A/></Part><Part/></Settings>");
     ExpectRecords("QOR_CONFIG_MERGE", "migrate=", R"(
-        /Window/Skin$window//SKIN/$/ProxySettings/Server =>
+        /Window/Skin$window//SKIN/$/ProxySettings/Server$/Part =>
         /$\Window\Skin$/Window/Skin,/Window/Size => B060 2:9, B060 3:9 /Window/Skin, B060 4:9
         /Window/Skni$/Window$/Settings/Window/Skin => B061w 2:9 /Window/Skin, B061w 3:9, B061w 4:9 /Window/Skin
     )");
