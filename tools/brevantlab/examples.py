@@ -264,13 +264,14 @@ class Examples:
         self.show('verify', 'verify')
         self.show('check-signature', 'manifest . --into')
         with tempfile.NamedTemporaryFile() as private:
-            for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private.name],
-                          ['ec', '-in', private.name, '-pubout', '-out', str(machine.host('C:\\key.pem'))]):
-                subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
+            for public in ('C:\\other.pem', 'C:\\key.pem'):
+                for words in (['ecparam', '-name', 'prime256v1', '-genkey', '-noout', '-out', private.name],
+                              ['ec', '-in', private.name, '-pubout', '-out', str(machine.host(public))]):
+                    subprocess.run(['openssl', *words], check=True, stderr=subprocess.DEVNULL)
             self.show('check-signature', f'check-signature . {KEY}')
             subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
                            check=True)
-        self.show('check-signature', f'check-signature . {KEY}')
+        self.show('check-signature', f'check-signature . {KEY} --key C:\\other.pem')
         content = page.read_bytes()
         page.write_bytes(content + b' ')
         page.with_name('more.htm').touch()

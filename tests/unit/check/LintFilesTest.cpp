@@ -259,6 +259,7 @@ TEST_F(LintTest, Configuration)
         <Port typ="int">8</Port><Server Type="string" hint=""/> => B066 3:1 type, B066 3:25 type
         <Prot type="int">8</Prot><Servers/> => B066w 3:1 Port, B066w 3:26 Server
         <Server/><Servers/> =>
+        <#1008# type="int">x</#1008#>$<#1009# type="int">x</#1009#> => B063 3:1
         <a><Password>12</Password></a>$<Port type="int">x</Port> => B064w 3:4 <Password protected="1"/>, B063 4:1
     )");
     for (const wchar_t* const szName :

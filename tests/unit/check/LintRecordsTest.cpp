@@ -112,7 +112,8 @@ TEST_F(LintTest, FilesAndFolders)
     )");
     // 259 characters in the default download folder, and one more.
     const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
-    Bring({L"p1\\Share\\Task\\" + tstrFile, L"p1\\Share\\Task\\e" + tstrFile});
+    for (const wchar_t* const szEnd : {L"", L"2"}) Bring({L"p1\\Share\\Task\\e" + tstrFile + szEnd});
+    Bring({L"p1\\Share\\Task\\" + tstrFile});
     EXPECT_EQ(Lint(""), "B031 Component\\p1\\Share\\Task\\e" + ToUtf8(tstrFile));
 }
 

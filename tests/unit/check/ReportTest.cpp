@@ -36,7 +36,7 @@ TEST(ReportTest, LinesAreSortedByPathAndPlaceAndCounted)
               L"/tmp/u/a.ini:10:1: error B002: later\n"
               L"/tmp/u/b \u00FC/#1.xml: error B060: whole file\n"
               L"3 errors, 1 warning\n");
-    EXPECT_THAT(FormatText(Sample(), L"C:\\u\\"), HasSubstr(L"\nC:\\u\\a.ini:9:12: "));
+    EXPECT_THAT(FormatText(Sample(), L"C:/v\\u\\"), HasSubstr(L"\nC:/v\\u\\a.ini:9:12: "));
     EXPECT_EQ(FormatText({}, L""), L"0 errors, 0 warnings\n");
 }
 
