@@ -2,24 +2,6 @@
 #include "common/KzComn_NamePattern.h"
 #include "unit/check/LintFixture.h"
 
-TEST_F(LintTest, Placeholders)
-{
-    ExpectIn(kInstructionFile, "", "\n", R"(
-        [QOR_DIR]$add={InstalledDir}a$add=C:\{0C6E93B1-7F24-4a8d-B1C5-E82A47D9F560}$add=C:\{0} =>
-        [QOR_DIR]$add={installedDir}a => B010 2:5 {InstalledDir}
-        [QOR_DIR]$add={InstallDir}a$add={InstalledDir\a => B010 2:5 {InstalledDir}, B010 3:5 {InstalledDir}
-        [QOR_DIR]$add=InstalledDir}a => B010 2:5 {InstalledDir}
-        [QOR_FILE]$delete={WinDir}\a => B010 2:8
-        [Run]$SysRunOnce=powershell { Get-Date }$SysRunOnce=cmd.exe /c echo {b} => B010w 3:28
-        [QOR_REGISTRY_PATCH]$add=SAM!N!REG_SZ!{InstalledDir}$add=SAM{InstalledDir}!N!REG_SZ!{InstalledDir}
-        &  => B028 3:5, B011 3:8
-        [QOR_REGISTRY_PATCH]$delete=SAM!{installeddir} => B011 2:12
-        [UPDATE_INFO]$modify=S!K!{x}$modify=S!K!{InstalledDir} => B011 3:12
-        [RestartNotification_EN-US]$text={InstalledDir}$text=a => B011 2:6
-        [QOR_FILE]$delete_now={InstallerLogDir}a$delete_now={ServiceLogDir}a => B012w 3:12
-    )");
-}
-
 TEST_F(LintTest, RegistryRecords)
 {
     // All deletes, then all adds, then all adds of missing values, in any order of the lines.
