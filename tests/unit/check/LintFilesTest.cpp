@@ -448,7 +448,7 @@ TEST_F(LintTest, ANewNameThatIsDueHasAStringTable)
     Write(L"installed\\Resource\\EN-US\\StringTable.ini", "");
     EXPECT_EQ(Lint(strQuestion), "B092 1:2") << "no table of the product's language";
     m_languages = {L"EN-US", L"FR-FR"};
-    EXPECT_EQ(Lint(strQuestion), "B092 1:2");
+    EXPECT_EQ(Lint(strQuestion), "B072w, B092 1:2");
     m_languages = {L"EN-US"};
     EXPECT_EQ(Lint(strQuestion), "");
     m_languages.clear();

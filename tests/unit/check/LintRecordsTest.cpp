@@ -136,17 +136,6 @@ TEST_F(LintTest, FilesAndFoldersOfTheInstalledProduct)
 
 TEST_F(LintTest, UpdateInformation)
 {
-    ExpectRecords("UPDATE_INFO", "modify=", R"(
-        S!K!$S!K!a!b$S!!K!a$S !K!a => B040 2:8, B040 3:14, B040 4:8, B040w 5:8
-        s!k!1.2$S!K!1.10$S!K!other =>
-        S!K!1.1.9$S!K!1.1.202611221 => B046w 2:12, B046w 3:12
-        S!J!1.2$S!Other!1 => B045w 2:10 K, B045w 3:10
-        COMPONENT_LST!K!1.2$T!K!1.2 => B045w 2:8 COMPONENT_LIST, B045w 3:8 S
-        S!K!password=geheim => B064w 2:21
-        S!A=B!V$S!;K!V$S![K]!V => B044 2:10, B044 3:10, B044 4:10
-        S! ;K!V => B040w 2:10, B044 2:10
-        S!K[!;V$S!K;L!a=b! =>
-    )");
     ExpectIn(kInstructionFile, "", "\n[QOR_DIR]\nadd=C:\\a\n[QOR_FILE]\ndelete=C:\\*.none", R"(
         [UPDATE_INFO]$nothing => B002 2:1
         [UPDATE_INFO]$; nothing => B042w 1:2
