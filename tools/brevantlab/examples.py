@@ -239,12 +239,15 @@ class Examples:
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', '',
             '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll'])
-        component.chmod(0o777)
+        folders = [component, *component.iterdir()]  # of which only the first is named
+        for folder in folders:
+            folder.chmod(0o777)
         page = machine.host(SETTING + 'readme_EN-US.htm')
         size = page.stat().st_size
         os.truncate(page, 8 << 40)
         self.show('ready', 'ready .', 'ready . --format json')
-        component.chmod(0o755)
+        for folder in folders:
+            folder.chmod(0o755)
         os.truncate(page, size)
         machine.set_value(POWER, 'HiberbootEnabled', 0)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
