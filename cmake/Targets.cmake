@@ -71,7 +71,7 @@ function(brevant_unit_tests library)
     endif()
     # It takes longer than all the others together: half of it at a time.
     foreach(half 0 1)
-        add_test(NAME unit.check.${half} COMMAND ${name} --gtest_brief=1)
+        add_test(NAME unit.check.${half} COMMAND ${name} --gtest_brief=1 WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
         set_tests_properties(unit.check.${half} PROPERTIES TIMEOUT 300 COST 20
             ENVIRONMENT "GTEST_TOTAL_SHARDS=2;GTEST_SHARD_INDEX=${half}")
     endforeach()

@@ -11,7 +11,7 @@ from brevantlab.machine import Machine
 class WholeOutputs(LabTest):
     def test_every_verb_prints_what_its_example_shows(self):
         found = Examples(self.enterContext(Machine())).run()
-        shown = {file.stem: file.read_text('utf-8') for file in EXAMPLES.iterdir()}
+        shown = {file.stem: file.read_text('utf-8') for file in EXAMPLES.iterdir() if file.stem != 'findings'}
         for name in sorted(found.keys() | shown.keys()):
             with self.subTest(name):
                 if lines := [*difflib.unified_diff(shown.get(name, '').splitlines(), found.get(name, '').splitlines(),

@@ -80,6 +80,7 @@ class Builds(HomeTest):
                 ('update --strict --format sarif --installed', 0, f'"file://{self.home}/update/"'),
                 ('new link/new --product', 0, 'link/new: 22 files written'),  # of the name "in stalled"
                 ('sign none/x --with', 3, 'none/x: cannot be read: no such folder'),
+                ('lint update --installed none --language', 1, f'{self.home}/none/registry.reg: missing; '),
                 ('plan update --language ES-ES --installed', 0, f'in {self.home}/in stalled/\n'),
                 ('second none second update --installed', 3, '\n0 errors, 0 warnings\n')):
             with self.subTest(arguments):

@@ -88,6 +88,17 @@ text=Only one
 [Unknown]
 """
 
+VERBS = ('new', 'lint', 'plan', 'ready', 'manifest', 'sign', 'check-signature', 'undo', 'diff', 'verify', 'rollup',
+         'trace')
+MISUSE = ('', 'lnit broken', 'broken', '--help lint', 'lint', 'lint broken wrong', 'lint --language',
+          'lint --installed ""', 'lint --all', 'lint --format json', 'diff broken wrong --format sarif',
+          'rollup broken --format xml', 'verify --machines broken', 'verify --detect --pending soon',
+          'new other --version 3.9', 'new other --languages EN_US', 'new other --languages EN-US,en-us',
+          'new other --product a?', 'lint none', 'lint spring', 'lint broken --installed none',
+          'lint ./broken --installed spring')
+# Codes with words of the program's own, and two without.
+CODES = (2, 3, 5, 6, 13, 32, 160, 161, 223, 448, 681, 1113, 1465, 7022, 0x80040154, 0x800300FD, 112, 99999)
+
 RECORD: dict[str, Any] = {
     'record': 1, 'update': '0123456789abcdef' * 4, 'package': PACKAGE, 'product_version': '3.9.3.1140',
     'agent_version': '1.9.1100', 'machine': 'PC1', 'time': '2026-01-31T12:00:00Z', 'started': '2026-01-31T11:30:00Z',
@@ -123,9 +134,15 @@ def laid_out(value: Any, indent: str = '\n') -> str:
     return f',{indent}  '.join(rows).join((f'{text[0]}{indent}  ', f'{indent}{text[-1]}'))
 
 
-def without_rules(part: dict[str, Any]) -> dict[str, Any]:
-    """A part of SARIF without the list of all rules, which is docs/check-rules.md."""
-    return {**part, **({'rules': '...'} if 'rules' in part else {})}
+def take_rules(sarif: dict[str, Any]) -> str:
+    """Takes the list of all rules out of a SARIF document, and shows one rule in each line."""
+    driver, lines = sarif['runs'][0]['tool']['driver'], ''
+    for rule in driver['rules']:
+        short, level = rule['shortDescription']['text'], rule['defaultConfiguration']['level']
+        lines += f'{rule["id"]} {rule["name"]}, {level}: {short}\n    '
+        lines += f'{rule["helpUri"]} | {rule["help"]["text"].replace(short, "...")}\n'
+    driver['rules'] = '...'
+    return lines
 
 
 def edit(file: pathlib.Path, changes: dict[str, str], encoding: str = 'utf-16') -> None:
@@ -143,6 +160,7 @@ class Examples:
     def __init__(self, machine: Machine) -> None:
         self.machine = machine
         self.place = WORK
+        self.overview = ''
         self.found: dict[str, str] = {}
 
     def run(self) -> dict[str, str]:
@@ -159,23 +177,38 @@ class Examples:
 
     def show(self, name: str, *commands: str) -> None:
         """Adds calls to an example, with their output and exit code."""
-        for command in commands:
-            result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
-            self.add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+        lines = [f'@"{PRODUCT}BrevantCheck.exe" {command}\r\n@echo ^<%errorlevel%^>\r\n' for command in commands]
+        self.machine.write('C:\\show.cmd', ''.join(lines))
+        result = self.machine.run('cmd.exe', '/c', 'C:\\show.cmd', cwd=self.machine.host(self.place))
+        parts = re.split(r'<(\d+)>\n', result.output)
+        for command, text, code in zip(commands, parts[::2], parts[1::2], strict=False):
+            self.add(name, f'BrevantCheck {command}', f'{text}(exit code {code})\n')
 
     def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
         self.add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
 
     def add(self, name: str, command: str, text: str) -> None:
         if text.startswith('{'):
-            document, end = json.JSONDecoder(object_hook=without_rules).raw_decode(text)
+            document, end = json.JSONDecoder().raw_decode(text)
+            if 'runs' in document:
+                self.found['lint.rules'] = take_rules(document)
             text = laid_out(document) + text[end:]
         for pattern, shown in REPLACED:
             text = pattern.sub(shown, text)
+        text = text.replace(self.overview, '(as --help)\n') if name == 'misuse' else text
         self.found[name] = self.found.get(name, '') + f'> {command}\n{text}\n'
 
     def show_authors_verbs(self) -> None:
-        self.show('new', 'new spring', 'new spring', 'new spring\\update\\UpdateInfo.ini')
+        self.show('help', '--help', *(f'{verb} --help' for verb in VERBS))
+        self.show('new', 'new spring', 'new spring', 'new spring\\update\\UpdateInfo.ini',
+                  'new fall --product "A & B" --version 4.0.0.1 --languages FR-FR,DE-DE',
+                  'lint fall/update --installed fall/installed --strict')
+        self.add('new', 'dir /s /b fall', '\n'.join(sorted(self.machine.listing(WORK + 'fall'))) + '\n')
+        for file, encoding in (('QorPaFrwk.ini', 'utf-16'), ('UpdateInfo.ini', 'utf-16'), (
+                'Component\\c21t2103v4.0.0l1p1r1o1\\Share\\Setting\\qorshcut_FR-FR.xml', 'utf-8'), (
+                'Component\\c21t2101v4.0.0l1p-1r1o1\\DE-DE\\StringTable.ini', 'utf-16')):
+            self.show_file('new', f'fall\\update\\{file}', encoding)
+        self.show_file('new', 'fall\\installed\\registry.reg', 'utf-16')
         spring, summer, broken, wrong = (self.machine.host(WORK + name)
                                          for name in ('spring', 'summer', 'broken', 'wrong'))
         for folder in (summer, broken, wrong):
@@ -200,6 +233,8 @@ class Examples:
         (setting.parent / 'Unknown/x.dll').touch()
         self.show('lint', 'lint spring\\update --installed spring\\installed --strict', 'lint broken',
                   'lint wrong --installed spring\\installed')
+        self.overview = self.found['help'].split('\n(exit code', 1)[0].split('\n', 1)[1] + '\n'
+        self.show('misuse', *MISUSE)
         self.show('lint.sarif', 'lint broken --format sarif')
         self.show('manifest', 'manifest spring\\update')
         self.show('diff', 'diff spring\\update spring\\update', 'diff spring\\update summer',
@@ -215,12 +250,15 @@ class Examples:
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', '',
             '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll', f'\\??\\{PRODUCT}Help', '!\\??\\C:\\Help'])
-        component.chmod(0o777)
+        folders = [component, *component.iterdir()]  # of which only the first is named
+        for folder in folders:
+            folder.chmod(0o777)
         page = machine.host(SETTING + 'readme_EN-US.htm')
         size = page.stat().st_size
         os.truncate(page, 8 << 40)
         self.show('ready', 'ready .', 'ready . --format json')
-        component.chmod(0o755)
+        for folder in folders:
+            folder.chmod(0o755)
         os.truncate(page, size)
         machine.set_value(POWER, 'HiberbootEnabled', 0)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
@@ -240,17 +278,26 @@ class Examples:
         self.show('verify', 'verify')
         self.show('check-signature', 'manifest . --into')
         with tempfile.NamedTemporaryFile() as private:
-            make_key(private.name, machine.host('C:\\key.pem'))
+            for public in ('C:\\other.pem', 'C:\\key.pem'):
+                make_key(private.name, machine.host(public))
             self.show('check-signature', f'check-signature . {KEY}')
             subprocess.run(['openssl', 'dgst', '-sha256', '-sign', private.name, '-out', f'{manifest}.sig', manifest],
                            check=True)
-        self.show('check-signature', f'check-signature . {KEY}')
+        self.show('check-signature', f'check-signature . {KEY} --key C:\\other.pem')
         content = page.read_bytes()
         page.write_bytes(content + b' ')
         page.with_name('more.htm').touch()
-        self.show('check-signature', f'check-signature . {KEY}')
+        above, way, link = machine.host(PRODUCT).parent, machine.host('C:\\Way'), page.with_name('Link')
+        page.chmod(0o666)
+        above.chmod(0o777)
+        for name, target in ((way, above), (link, machine.host(WORK))):
+            name.symlink_to(target, target_is_directory=True)
+        self.show('check-signature', f'check-signature . {KEY}', f'check-signature C:\\Way\\KZVLT {KEY}')
+        page.chmod(0o644)
+        above.chmod(0o755)
         page.write_bytes(content)
-        page.with_name('more.htm').unlink()
+        for name in (way, link, page.with_name('more.htm')):
+            name.unlink()
 
     def show_deployment(self) -> None:
         machine = self.machine
@@ -270,6 +317,10 @@ class Examples:
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')  # of an update whose files are gone
         machine.write(PRODUCT + 'Brevant.log', '\n'.join(machine.trace_lines()) + '\n')
         self.show('trace', 'trace Brevant.log --all')
+        machine.write(PRODUCT + 'codes.log', ''.join(
+            f'21/11/2026 08:37:01.000 0120:00d4 !!! <Brevant> KzCommon::Storage::File::Copy() failed. Win32ErrorCode='
+            f'{code:X} - FileOperations.cpp(12)\n' for code in CODES))
+        self.show('codes', 'trace codes.log')
 
     def show_fleet(self) -> None:
         for name in ('pending.json', 'done.json'):
@@ -284,8 +335,6 @@ class Examples:
 def main() -> int:
     with Machine() as machine:
         found = Examples(machine).run()
-    shutil.rmtree(EXAMPLES, ignore_errors=True)
-    EXAMPLES.mkdir()
     for name, text in found.items():
         (EXAMPLES / f'{name}.txt').write_text(text, 'utf-8')
     print(f'{len(found)} examples in {EXAMPLES}')

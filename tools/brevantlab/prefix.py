@@ -69,7 +69,7 @@ def environment(prefix: pathlib.Path, overrides: Mapping[str, str] = {}) -> dict
     """The environment of a prefix's programs; overrides: Wine's load order by DLL name."""
     # Nothing of the caller's home or screen: links and windows must not leave the machine.
     names = ('PATH', 'USER', 'LOGNAME', 'TMPDIR', 'BREVANT_GUIDES', 'BREVANT_HOST_DRIVE', 'BREVANT_PROOF_SEEDS',
-             'GTEST_TOTAL_SHARDS', 'GTEST_SHARD_INDEX')
+             'BREVANT_WRITE_FINDINGS', 'GTEST_TOTAL_SHARDS', 'GTEST_SHARD_INDEX')
     kept = {name: os.environ[name] for name in names if name in os.environ}
     orders = {'winemenubuilder.exe': 'd', 'mscoree': 'd', 'mshtml': 'd', **overrides}
     return {**kept, 'HOME': str(prefix.parent), 'WINEPREFIX': str(prefix), 'WINEDEBUG': '-all', 'LC_ALL': 'C.UTF-8',

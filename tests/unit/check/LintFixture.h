@@ -3,11 +3,14 @@
 
 #include "unit/check/CheckFixture.h"
 
+#include <cstdlib>
+#include <fstream>
 #include <set>
 
 /// Every row goes through the verb itself, which runs all families of rules. Each finding is "B005 2:1", with a "w"
 /// after the number for a warning, then its file, unless that is the row's, and its suggestion. The exit code must fit
-/// them, with and without --strict. After all tests each rule must have been found.
+/// them, with and without --strict. After all tests each rule must have been found. The texts of a test's findings are
+/// those below its name in docs/examples/findings.txt; BREVANT_WRITE_FINDINGS=1 writes them there.
 class LintTest : public UpdateTest {
 protected:
     LintTest()
@@ -17,6 +20,15 @@ protected:
         Bring({L"p1\\64bit\\p1\\Brevant.exe", L"p1\\64bit\\p1\\Driver\\k.ini", L"p1\\Share\\UI\\a.html",
                L"p1\\Share\\Setting\\a.txt"});
         BringTable(L"EN-US");
+    }
+    void TearDown() override
+    {
+        auto [strAll, uBegin, cch] = FindTold();
+        if (!std::getenv("BREVANT_WRITE_FINDINGS")) {
+            EXPECT_EQ(strAll.substr(uBegin, cch), m_strTold) << kToldFile;
+        } else if (cch > 0 || !m_strTold.empty()) {
+            std::ofstream(kToldFile, std::ios::binary) << strAll.replace(uBegin, cch, m_strTold);
+        }
     }
     static void TearDownTestSuite()
     {
@@ -67,7 +79,6 @@ protected:
         arguments.languages = m_languages;
         Output output;
         const int iExitCode = RunLint(arguments, output);
-        m_strOutput = output.strText;
         const std::string strRoot = KzCommon::String::ToUtf8(m_update.Path());
         static const std::regex s_line(
             R"_((.*?)(?::(\d+):(\d+))?: (error|warning) (B\d+): .*?(?:; did you mean "(.*)"\?)?)_");
@@ -84,6 +95,8 @@ protected:
             strAll += (strAll.empty() ? "" : ", ") + parts.str(5) + (parts[4] == "error" ? "" : "w") +
                       (parts[2].matched ? " " + parts.str(2) + ":" + parts.str(3) : "") +
                       (strFile.empty() ? "" : " " + strFile) + (parts[6].matched ? " " + parts.str(6) : "");
+            for (std::size_t u = 0; (u = strLine.find(strRoot)) != std::string::npos;) strLine.erase(u, strRoot.size());
+            m_strTold += "    " + strLine + "\n";
         }
         EXPECT_EQ(iExitCode, bError ? kFound : kClean) << output.strText;
         if (bError) return strAll;
@@ -127,8 +140,14 @@ protected:
             } else {
                 Write(tstrFile, strAll);
             }
+            const std::size_t uTold = m_strTold.size();
             const std::string strFindings = Findings(tstrFile);
             EXPECT_EQ(strRow, strRow.substr(0, uArrow) + " =>" + (strFindings.empty() ? "" : " ") + strFindings);
+            if (uTold == m_strTold.size()) continue;
+            static const std::regex s_sealed("\"1\">2:[^<]+");  // another text every time
+            strRow = std::regex_replace(strRow.substr(0, uArrow), s_sealed, "\"1\">...");
+            m_strTold.insert(uTold,
+                             "\n" + strKey + std::regex_replace(strRow, std::regex("\\$"), "\n" + strKey) + "\n");
         }
     }
     /// Checks the rows as records of a section of the instruction file; the first of them is in line 2.
@@ -137,13 +156,26 @@ protected:
         ExpectIn(kInstructionFile, "[" + strSection + "]\n", "\n", strTable, strKey);
     }
 
+    /// The whole file of findings; where in it the part of this test begins, and its length.
+    static std::tuple<std::string, std::size_t, std::size_t> FindTold()
+    {
+        std::stringstream all;
+        all << std::ifstream(kToldFile, std::ios::binary).rdbuf();
+        std::string strAll = all.str();
+        const std::string strHead = "\n== " + std::string(UnitTest::GetInstance()->current_test_info()->name()) + "\n";
+        if (strAll.find(strHead) == std::string::npos) strAll += strHead;
+        const std::size_t uBegin = strAll.find(strHead) + strHead.size();
+        return {strAll, uBegin, std::min(strAll.find("\n== ", uBegin), strAll.size()) - uBegin};
+    }
+
     static std::string ToUtf8(const std::wstring& tstrText) { return KzCommon::String::ToUtf8(tstrText); }
 
+    static constexpr char kToldFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
     static constexpr int kTests = 23;
     static constexpr char kInfo[] =
         "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";
     const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";
     std::vector<std::wstring> m_languages;
-    std::string m_strOutput;                       ///< of the last check, in full
+    std::string m_strTold;                         ///< of all checks, with the rows of tables
     static inline std::set<std::wstring> s_found;  ///< rules
 };

@@ -24,7 +24,7 @@ static constexpr std::pair<const wchar_t*, int> kRows[] = {
     // owners, who can rewrite the list; administrators
     {L"O:#-1001D:P@", 3}, {L"O:#-1001D:P@(A;;0x1200a9;;;S-1-3-4)", 3}, {L"D:P@", 3}, {L"O:#-500D:P@(A;;FA;;;#-512)(A;;FA;;;#-519)(A;;FA;;;S-1-5-80-0)(A;;FA;;;CO)(A;;FA;;;S-1-3-4)", 0},
     // Domain Users, Power Users, every user of a domain; identifiers of another length or authority
-    {L"&(A;;0x1301bf;;;#-513)", 2}, {L"&(A;;FA;;;S-1-5-32-547)", 3}, {L"&(A;;FA;;;S-1-5-21-0-0-0-497)", 3}, {L"&(A;;FA;;;S-1-5-21-1-2-500)", 3}, {L"&(A;;FA;;;S-1-5-32-544-500)", 3}, {L"&(A;;FA;;;S-1-1-18)", 3},
+    {L"&(A;;0x1301bf;;;#-513)", 2}, {L"&(A;;FA;;;S-1-5-32-547)", 3}, {L"&(A;;FA;;;S-1-5-21-0-0-0-497)", 3}, {L"&(A;;FA;;;S-1-5-21-1-2-500)", 3}, {L"&(A;;FA;;;S-1-5-32-544-500)", 3}, {L"&(A;;FA;;;S-1-1-18)", 3}, {L"&(A;;FA;;;S-1-261-18)", 3},
     // the attributes, deleting what is in it, becoming the owner; denied rights; an empty list, and none
     {L"&(A;;0x100;;;BU)", 1}, {L"&(A;;DT;;;BU)", 3}, {L"&(A;;WO;;;BU)", 3}, {L"&(D;;FA;;;WD)(A;;WD;;;BU)", 3}, {L"&(D;;FA;;;WD)", 0}, {L"O:SYD:P", 0}, {L"O:SY", 3},
 };
