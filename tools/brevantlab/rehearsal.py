@@ -16,10 +16,10 @@ from .prefix import ROOT
 
 REHEARSALS = ROOT / 'docs/tools'
 # What is the same on every machine.
-REAL = """awk bash cat cmp cp cut dirname env find grep head ln ls mkdir mktemp mv paste realpath rm rmdir sed sha256sum sh
-    sort stat tail tar tee touch tr true xargs""".split()
-PROGRAMS = """apt-cache apt-get chroot clang-format clang-tidy-16 cmake cppcheck ctest debootstrap dpkg dpkg-query flake8
-    flock git id mount mypy nproc python3 setarch setpriv signer sudo sums-signer unshare wine wineserver
+REAL = """awk bash cat cmp cp cut dirname env find grep head ln ls mkdir mktemp mv paste realpath rm rmdir sed
+    sha256sum sh sort stat tail tar tee touch tr true xargs""".split()
+PROGRAMS = """apt-cache apt-get chroot clang-format clang-tidy-16 cmake cppcheck ctest debootstrap dpkg dpkg-query
+    flake8 flock git id mount mypy nproc python3 setarch setpriv signer sudo sums-signer unshare wine wineserver
     x86_64-w64-mingw32-addr2line x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-nm x86_64-w64-mingw32-objcopy
     x86_64-w64-mingw32-objdump""".split()
 # Shown before the first command that gets them.
