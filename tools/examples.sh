@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Writes docs/examples and docs/tools again, after an intended change of what the programs or the tools print: "git diff
-# docs" then shows what has changed. Exit code: 0 written, 64 a wrong option, 70 the programs could not be built.
+# Writes docs/examples, docs/tools and docs/trials again, after an intended change of what programs or tools print: "git
+# diff docs" then shows what has changed. Exit code: 0 written, 64 a wrong option, 70 the programs could not be built.
 # BREVANT_BIN, when it is set, is the folder with the programs to be shown in place of those built here.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -9,4 +9,5 @@ answer_options "" "$@"
 source tools/programs.sh
 prepare_programs
 python3 -B -m brevantlab.rehearsal
+python3 -B -m brevantlab.trials
 exec python3 -B -m brevantlab.examples

@@ -1,19 +1,22 @@
 """Any update on a throwaway machine: what did not arrive is named, a power cut does no harm, the report has filters."""
+import json
 import os
 import pathlib
 import re
 import shutil
 import subprocess
 import sys
+import tempfile
 import unittest.mock
 
-from brevantlab import report, try_update
-from brevantlab.doubts import doubts_of, read_intended
+from brevantlab import try_update
+from brevantlab.doubts import doubts_of
 from brevantlab.expect import HomeTest, call
 from brevantlab.layouts import SAMPLES, languages_of, write_sample
 from brevantlab.machine import PRODUCT
 from brevantlab.outcome import Check, Move, Outcome, State, short
-from brevantlab.try_update import Options, Refused, Trial
+from brevantlab.trials import TRIALS, Trials
+from brevantlab.try_update import Trial
 from shipping.bill import compiler
 
 
@@ -23,9 +26,6 @@ class Try(HomeTest):
         super().setUp()
         self.update, self.installed = self.home / 'update', SAMPLES / 'second' / 'installed'
         shutil.copytree(SAMPLES / 'second' / 'update', self.update)
-
-    def outcome(self, **options):
-        return Trial(Options(self.update, self.installed, **options), lambda stage: None).run()
 
     def rows_of(self, page, filters):
         """Names and states of the rows that the filters leave, as a browser shows the page."""
@@ -38,108 +38,26 @@ class Try(HomeTest):
         self.contents = {short(name): content for _, name, content, _ in rows}
         return {short(name): state for hidden, name, _, state in rows if not hidden}
 
-    def test_as_it_is(self):
-        # A product whose trace is off, and whose language is not the first of its registry.
-        registry = (self.installed / 'registry.reg').read_text().replace('"Enable"=dword:00000001', '"Enable"=dword:0')
-        self.installed = shutil.copytree(self.installed, self.home / 'installed')
-        other = '[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n"Language"="XX-XX"\n'
-        (self.installed / 'registry.reg').write_text(other + registry)
-        for language, found in ('', 'FR-FR'), ('ES-ES', 'ES-ES'):
-            with self.subTest(language):
-                outcome = self.outcome(language=language)
-                self.assertSame(([], [], {}, found, 4, 0, []), (
-                    outcome.problems(), outcome.never_looked_at(), outcome.question, outcome.language,
-                    len(outcome.settings()), outcome.exit_code(), outcome.failures()[0]))
-                note = 'Segunda versión' if found == 'ES-ES' else 'Deuxième version'
-                self.assertRegex(dict(outcome.summary())['folded'], 'SyncMinutes=30.*written')
-                new = 'Léame' if found == 'ES-ES' else 'Lisez-moi'
-                self.assertRegex(dict(outcome.summary())['not made'], f'^{new} ')
-                self.assertSame([f'/Sync/Note: à vérifier -> {note}'], outcome.left_behind())
+    def test_what_is_shown(self):
+        for name in 'as_it_is', 'with_doubts', 'power_cut':
+            with self.subTest(name), tempfile.TemporaryDirectory() as home:
+                self.assertShown(TRIALS / f'{name}.txt', getattr(Trials(pathlib.Path(home).resolve()), name)())
 
     def test_what_did_not_arrive_is_named(self):
-        planted = call(sys.executable, SAMPLES / 'second/plant.py', self.update)[1]
-        mistakes = re.findall(r'^(B\d+) .*: (.*)$', planted, re.M)
-        self.assertEqual(5, len(mistakes))
-        with self.assertRaises(Refused) as refusal:
-            self.outcome()
-        self.assertSame([], [rule for rule, _ in mistakes if rule not in str(refusal.exception)])
-
-        outcome = self.outcome(force=True)
-        self.assertEqual(1, outcome.exit_code())
-        never = [short(path) for path in outcome.never_looked_at()]
-        self.assertEqual(2, len(never), never)
-        self.assertSame([('FAILURE', "Failed to create directory '{InstallDir}Resource\\ES-ES\\help', error = 161."),
-                         ('FAILURE', 'KzCommon::Storage::Reg::StoreValue(). incorrect data type'),
-                         *(('NEVER LOOKED AT', path) for path in never),
-                         ('NOT ARRIVED', 'Resource\\ES-ES\\StringTable.ini: its folder is missing'),
-                         ('NOT ARRIVED', 'Resource\\ES-ES\\help\\sync.htm: its folder is missing'),
-                         ('NOT ARRIVED', 'panel.htm: has been deleted again'),
-                         ('NOT ARRIVED', 'readme.htm: has been deleted again'),
-                         ('NOT WRITTEN', 'HKLM\\SOFTWARE\\Kazmere\\KZVLT\\Sync!MostBytes')],
-                        sorted(outcome.problems()))
-        told = '\n'.join([*(where for _, where in outcome.problems()), *never])
-        self.assertSame([], [harm for _, harm in mistakes if harm not in told])
-        self.assertIn('KzCommon::Storage::Reg::StoreValue(). incorrect data type', outcome.failures()[0])
-
-        page = report.write(outcome, self.home / 'report')
+        trials = Trials(self.home)
+        self.assertShown(TRIALS / 'with_mistakes.txt', trials.with_mistakes())
+        self.assertShown(TRIALS / 'report.html', trials.report())
+        page = self.home / 'report/report.html'
+        self.assertEqual(json.loads(page.with_suffix('.json').read_text('utf-8')),
+                         json.loads(re.search('id="data">(.*)</script>', page.read_text('utf-8'))[1]))
         self.assertNotRegex(page.read_text(), r'(src|href)=|url\(')
         found = self.rows_of(page, 'room=files&state=!')
-        self.assertSame({'panel.htm': 'has been deleted again', **dict.fromkeys(never, 'never looked at')},
-                        {name: found.get(name) for name in ['panel.htm', *never]})
-        self.assertNotIn('changed', found.values())
+        self.assertEqual(6, len(found))
+        self.assertEqual('has been deleted again', found['panel.htm'])
         self.assertSame({'Patterns\\sites.ptn': 'changed'}, self.rows_of(page, 'state=changed&text=PATTERNS'))
         self.assertRegex(self.contents['Patterns\\sites.ptn'], '<del>-3.9.0</del>\n<ins>.3.9.2</ins>')
 
-    def instruct(self, *replaced):
-        file = self.update / 'QorPaFrwk.ini'
-        text = file.read_bytes().decode('utf-16')
-        for old, new in replaced:
-            self.assertIn(old, text)
-            text = text.replace(old, new, 1)
-        file.write_bytes(text.encode('utf-16'))
-
-    def test_complete_is_only_what_needs_no_explanation(self):
-        """Each is not complete by itself, until the update or the caller says that it is meant so."""
-        registry = (self.installed / 'registry.reg').read_text()
-        self.installed = shutil.copytree(self.installed, self.home / 'installed')
-        (self.installed / 'registry.reg').write_text(registry.replace('3.9.0.1105', '3.9.0.1099'))
-        names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
-        names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # otherwise there is no question
-        (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
-        self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such\r\n'
-                       'delete={InstalledDir}NoSuch.x'),
-                      ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
-                       'add=SOFTWARE\\Made!Name!REG_SZ!x'),
-                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
-                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
-        info = self.update / 'UpdateInfo.ini'
-        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
-        outcome = self.outcome(force=True, keep=self.home / 'kept')
-        found = {(label, where.split(': ')[0]) for label, where in outcome.problems()}
-        expected = {('NEVER LOOKED AT', 'Component\\c21t2103v3.9.2l1p1r1o2\\Share\\extra.txt'),
-                    ('NO EFFECT', '[QOR_FILE] delete={InstalledDir}No*.such'),
-                    ('NO EFFECT', '[QOR_DIR] delete={InstalledDir}NoSuch'),
-                    ('NO EFFECT', '[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch'),
-                    ('NO EFFECT', '[UPDATE_INFO] modify=SYNC!Schema!2'),
-                    ('NO PACKAGE', 'Component\\c21t2101v3.9.3'), ('NO TEXTS', 'the new name is due, and there is no '
-                                                                  '[RestartNotification_...] of this language')}
-        self.assertSame(set(), expected - found)
-        # A record without effect is one doubt: its failure line is no second one.
-        self.assertSame([], [text for label, text in found if label == 'FAILURE' and 'DeleteFile' not in text])
-        self.assertEqual(1, outcome.exit_code())
-        kept = (self.home / 'kept' / 'registry.reg').read_text('utf-16')
-        self.assertEqual([['FR-FR'], ['x']], [re.findall(f'"{name}"="(.*)"', kept) for name in ('Language', 'Name')])
-        self.assertTrue(list((self.home / 'kept' / 'trace').rglob('*.log')))
-
-        doubts = outcome.all_doubts()
-        self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
-                      ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
-        intended = read_intended(self.update, ['schema!2', 'b091', 'B074'])
-        left = {doubt.where.split(': ')[0] for doubt in doubts if not intended.covers(doubt)}
-        self.assertLessEqual({'[QOR_REGISTRY_PATCH] delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch',
-                              '[QOR_FILE] delete={InstalledDir}NoSuch.x'}, left)
-        self.assertSame(set(), {where for _, where in expected if 'NoSuch' not in where} & left)
-
+    def test_a_question_that_is_asked_in_english(self):
         for asked, labels in ('new', ['NO TEXTS']), ('stay', []):
             change = {'action': 'ask', 'outcome': asked, 'target': 'x', 'reason': 'built-in texts'}
             found = doubts_of({'steps': [{'changes': [change]}]}, {}, [])
@@ -149,10 +67,7 @@ class Try(HomeTest):
         words = [self.update, '--installed', self.installed] if tool == 'try_update' else []
         return call(sys.executable, '-B', '-m', f'brevantlab.{tool}', *words, *options)
 
-    def test_every_language_in_one_table_and_the_highest_code(self):
-        code, output = self.tried('--language', 'all')
-        self.assertEqual((0, ['ES-ES', 'FR-FR']), (
-            code, re.findall('^([A-Z]{2}-[A-Z]{2}) +complete +[0-9]+ of', output, re.M)), output)
+    def test_the_highest_code_of_all_languages_counts(self):
         update = write_sample(self.home / 'first')[0]
         for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.unlink()
@@ -214,11 +129,3 @@ class Try(HomeTest):
                 lines=[], verify=Check('verify', 0, []), folders=folders, seconds=0), **parts})
             self.assertSame(problems, outcome.problems())
             self.assertEqual(not problems, outcome.complete())
-
-    def test_a_power_cut(self):
-        self.update, self.installed = write_sample(self.home / 'first')
-        outcome = self.outcome(answer='later', kill_at=200)
-        self.assertTrue(outcome.ended)
-        self.assertSame([], outcome.problems())
-        self.assertEqual((0, 'Kazmere Qorvault'), (outcome.exit_code(), outcome.question.get('title')))
-        self.assertRegex(dict(outcome.summary())['question'], 'Kazmere Qorvault: "Restart .*" Answer: later')

@@ -1,0 +1,144 @@
+"""What the tools that try updates print, whole: docs/trials. tools/examples.sh writes them, and tests compare them.
+
+What differs from one run, machine or release to another is replaced.
+"""
+import contextlib
+import io
+import json
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+from typing import Callable
+
+from . import demo, try_update
+from .examples import REPLACED
+from .layouts import SAMPLES, write_sample
+from .machine import PRODUCT
+from .prefix import ROOT
+
+TRIALS = ROOT / 'docs/trials'
+Main = Callable[[list[str]], int]
+
+CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
+    (r'\b\d+ s(?=$|: )', 'N s'), (r'(users\\+)\w+(?=\\+AppData)', r'\1me'), (r' +\d+$(?=\n(?:[A-Z]{2}-|\[try\]))', ' N'),
+    (r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3}', '31/01/2026 12:00:00.000'), (r'\(\d{5,} bytes\)', '(N bytes)'),
+    (r'(FrwkDeployTick.*?REG_DWORD |"FrwkDeployTick"=dword:|FrwkDeployTick=)\w+', r'\1N'),
+    (r'\b2:[A-Za-z0-9+/=]{20,}', '2:PROTECTED'), (r'("seconds": )[\d.]+', r'\g<1>1.5'), (r'("date": )"[^"]*"', r'\1"2026-01-31 12:00"'),
+    (r'("programs": )"[^"]*"', r'\1"..."'))]
+
+
+def output_of(main: Main, *arguments: object) -> str:
+    """What a tool prints, and its exit code."""
+    printed = io.TextIOWrapper(io.BytesIO(), 'utf-8', write_through=True)
+    with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(printed):
+        code = main([str(argument) for argument in arguments])
+    printed.seek(0)
+    return f'{printed.read()}(exit code {code})\n'
+
+
+class Trials:
+    """Each method is one file of docs/trials, tried in folders below `home`."""
+    def __init__(self, home: pathlib.Path) -> None:
+        self.home = home
+        self.update, self.installed = (shutil.copytree(SAMPLES / 'second' / name, home / 'second' / name)
+                                       for name in ('update', 'installed'))
+
+    def plain(self, text: str) -> str:
+        """A text without what differs from one run to another."""
+        text = text.replace(f'{self.home}/', '').replace(str(self.home).replace('/', '\\') + '\\', '')
+        for pattern, shown in (*CHANGING, *REPLACED):
+            text = pattern.sub(shown, text)
+        return text
+
+    def trial(self, *options: object) -> str:
+        """Tries the update; what is printed below the call."""
+        text = output_of(try_update.main, self.update, '--installed', self.installed, *options)
+        return self.plain(f'> tools/try.sh {self.update} --installed {self.installed} '
+                          f'{" ".join(map(str, options))}'.rstrip() + f'\n{text}\n')
+
+    def instruct(self, *replaced: tuple[str, str]) -> None:
+        """Changes the instruction file."""
+        file = self.update / 'QorPaFrwk.ini'
+        text = file.read_bytes().decode('utf-16')
+        for old, new in replaced:
+            if old not in text:
+                raise ValueError(f'{file} has no {old}')
+            text = text.replace(old, new, 1)
+        file.write_bytes(text.encode('utf-16'))
+
+    def as_it_is(self) -> str:
+        """The second sample. The trace of its product is off, and the language is not the first of its registry."""
+        registry = (self.installed / 'registry.reg').read_text().replace('"Enable"=dword:00000001', '"Enable"=dword:0')
+        other = '[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n"Language"="XX-XX"\n'
+        (self.installed / 'registry.reg').write_text(other + registry)
+        return self.trial('--details', 'files,registry,agent,shortcuts,settings,checker') + self.trial(
+            '--language', 'all', '--report', self.home / 'report')
+
+    def with_mistakes(self) -> str:
+        """With the mistakes that samples/second/plant.py plants."""
+        planted = subprocess.run([sys.executable, SAMPLES / 'second/plant.py', self.update], check=True, text=True,
+                                 stdout=subprocess.PIPE).stdout
+        return self.plain(planted) + '\n' + self.trial() + self.trial(
+            '--force', '--details', 'files,checker', '--report', self.home / 'report')
+
+    def with_doubts(self) -> str:
+        """With results that nothing but the author's word explains."""
+        registry = self.installed / 'registry.reg'
+        registry.write_text(registry.read_text().replace('3.9.0.1105', '3.9.0.1099'))
+        names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
+        names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # otherwise there is no question
+        (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
+        self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such\r\n'
+                       'delete={InstalledDir}NoSuch.x'),
+                      ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
+                       'add=SOFTWARE\\Made!Name!REG_SZ!x'),
+                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
+                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
+        info = self.update / 'UpdateInfo.ini'
+        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
+        text = self.trial('--force', '--keep', self.home / 'kept')
+        kept = sorted(str(file.relative_to(self.home)) for file in (self.home / 'kept').rglob('*') if file.is_file())
+        text += '\n'.join(re.sub(r'\d{4,}', 'N', name) for name in kept) + '\n'
+        text += self.plain((self.home / 'kept/registry.reg').read_text('utf-16')) + '\n'
+        self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
+                      ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
+        return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074')
+
+    def power_cut(self) -> str:
+        """The first sample, whose first run ends half-way."""
+        self.update, self.installed = write_sample(self.home / 'first')
+        return self.trial('--answer', 'later', '--kill-at', '200')
+
+    def report(self) -> str:
+        """The page of with_mistakes(), after it."""
+        page = self.plain((self.home / 'report/report.html').read_text('utf-8'))
+        head, tag, rest = page.partition('id="data">')
+        data, end, tail = rest.partition('</script>')
+        document = json.loads(data)
+        # The files of Wine are those of its version.
+        document['details']['files'] = [row for row in document['details']['files']
+                                        if row['state'] != 'same' or row['name'].startswith(PRODUCT)]
+        return head + tag + json.dumps(document, indent=0) + end + tail
+
+    def demo(self) -> str:
+        """The demo."""
+        return self.plain(output_of(demo.main, '--details', 'registry,agent,shortcuts,settings'))
+
+
+def main() -> int:
+    TRIALS.mkdir(exist_ok=True)
+    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo':
+        with tempfile.TemporaryDirectory() as home:
+            trials = Trials(pathlib.Path(home).resolve())
+            (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')
+            if name == 'with_mistakes':
+                (TRIALS / 'report.html').write_text(trials.report(), 'utf-8')
+    print(f'the trials in {TRIALS}')
+    return 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
