@@ -3,12 +3,9 @@ these: tools/agree.sh."""
 import unittest.mock
 
 from brevantlab import agree, undo
-from brevantlab.agree import AgreementMachine, State, arrivals, disagreements
-from brevantlab.expect import LabTest, shown
-from brevantlab.random_update import known_cases, random_scenario
-
-SEEDS = range(1, 23)
-RESTARTED = 4  # every so many: "verify" must then find all that was promised
+from brevantlab.agree import State, arrivals, disagreements
+from brevantlab.expect import HomeTest, LabTest
+from brevantlab.trials import TRIALS, Trials
 
 
 def state(**parts):
@@ -24,13 +21,9 @@ class ExitCodes(LabTest):
                     self.assertEqual(code, tool.main(['--seeds', '2', *(['--wild'] if tool == undo else [])]), name)
 
 
-class Agree(LabTest):
+class Agree(HomeTest):
     def test_plan_and_run_agree(self):
-        machine = self.enterContext(AgreementMachine())
-        for number, scenario in enumerate([*known_cases(), *map(random_scenario, SEEDS)], 1):
-            with self.subTest(scenario=scenario.name):
-                found = machine.try_scenario(scenario, restart=scenario.restart or number % RESTARTED == 0)
-                self.assertFalse(found, shown(found))
+        self.assertShown(TRIALS / 'agree.txt', Trials(self.home).agree())
 
     def test_a_disagreement_is_told(self):
         move = {'action': 'move', 'outcome': 'new', 'atRestart': True, 'source': 'C:\\a', 'target': 'C:\\b'}

@@ -13,7 +13,7 @@ import sys
 import tempfile
 from typing import Callable
 
-from . import demo, try_update
+from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
 from .layouts import SAMPLES, write_sample
 from .machine import PRODUCT
@@ -23,10 +23,12 @@ TRIALS = ROOT / 'docs/trials'
 Main = Callable[[list[str]], int]
 
 CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
-    (r'\b\d+ s(?=$|: )', 'N s'), (r'(users\\+)\w+(?=\\+AppData)', r'\1me'), (r' +\d+$(?=\n(?:[A-Z]{2}-|\[try\]))', ' N'),
+    (r'\b[\d.]+ s(?=$|: | each)', 'N s'), (r'RunOnce:[0-9a-f-]{36}', 'RunOnce:ID'),
+    (r'(users\\+)\w+(?=\\+AppData)', r'\1me'), (r' +\d+$(?=\n(?:[A-Z]{2}-|\[try\]))', ' N'),
     (r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3}', '31/01/2026 12:00:00.000'), (r'\(\d{5,} bytes\)', '(N bytes)'),
     (r'(FrwkDeployTick.*?REG_DWORD |"FrwkDeployTick"=dword:|FrwkDeployTick=)\w+', r'\1N'),
-    (r'\b2:[A-Za-z0-9+/=]{20,}', '2:PROTECTED'), (r'("seconds": )[\d.]+', r'\g<1>1.5'), (r'("date": )"[^"]*"', r'\1"2026-01-31 12:00"'),
+    (r'\b2:[A-Za-z0-9+/=]{20,}', '2:PROTECTED'),
+    (r'("seconds": )[\d.]+', r'\g<1>1.5'), (r'("date": )"[^"]*"', r'\1"2026-01-31 12:00"'),
     (r'("programs": )"[^"]*"', r'\1"..."'))]
 
 
@@ -123,6 +125,15 @@ class Trials:
                                         if row['state'] != 'same' or row['name'].startswith(PRODUCT)]
         return head + tag + json.dumps(document, indent=0) + end + tail
 
+    def agree(self) -> str:
+        """Plan and run of the known cases and of random updates."""
+        return self.plain(output_of(agree.main, '--cases', '--seeds', '22', '--restart-every', '4', '--blind'))
+
+    def undo(self) -> str:
+        """Random updates without a mistake: what lint says of them, and whether an undo restores the product."""
+        return self.plain(output_of(valid_update.main, '--seeds', '3')
+                          + output_of(undo.main, '--first', '4', '--seeds', '1'))
+
     def demo(self) -> str:
         """The demo."""
         return self.plain(output_of(demo.main, '--details', 'registry,agent,shortcuts,settings'))
@@ -130,7 +141,7 @@ class Trials:
 
 def main() -> int:
     TRIALS.mkdir(exist_ok=True)
-    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo':
+    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo':
         with tempfile.TemporaryDirectory() as home:
             trials = Trials(pathlib.Path(home).resolve())
             (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')
