@@ -11,7 +11,11 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import unittest.mock
+import zipfile
 from typing import Callable
+
+from shipping import release
 
 from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
@@ -134,6 +138,29 @@ class Trials:
         return self.plain(output_of(valid_update.main, '--seeds', '3')
                           + output_of(undo.main, '--first', '4', '--seeds', '1'))
 
+    def release(self) -> str:
+        """What the archives of a release have, and its sums. Neither the downloads nor the stand-ins need be here."""
+        dist = self.home / 'one/dist'
+        with unittest.mock.patch.multiple(release, write_sources=lambda *_: None, STANDINS=()):
+            release.pack(ROOT, dist, '1.2', 1700000000, 'why')
+        lines = []
+        for archive in sorted(dist.glob('*.zip')):
+            with zipfile.ZipFile(archive) as packed:
+                lines.append(archive.name)
+                for entry in packed.infolist():
+                    file = ROOT / entry.filename.partition('/')[2].replace('guides/', 'docs/')
+                    same = '' if file.is_file() and file.read_bytes() == packed.read(entry) else ' (not of the sources)'
+                    lines.append(f'  {entry.external_attr >> 16:o} {entry.date_time} {entry.filename}{same}')
+        return re.sub('[0-9a-f]{64}', 'SHA-256', '\n'.join([*lines, 'SHA256SUMS', (dist / 'SHA256SUMS').read_text()]))
+
+    def bill(self) -> str:
+        """The bill of materials of release(), after it."""
+        text = (self.home / 'one/dist/brevant-1.2.cdx.json').read_text('utf-8')
+        for pattern, shown in (('[0-9a-f]{64}', 'SHA-256'), ('uuid:[0-9a-f-]+', 'uuid:UUID'),
+                               (r'(?<=[@_"])[\d:]*\d+\.[\w.+%-]*-\d[\w.+%]*(?=["?.])', 'VERSION')):
+            text = re.sub(pattern, shown, text)
+        return text
+
     def demo(self) -> str:
         """The demo."""
         return self.plain(output_of(demo.main, '--details', 'registry,agent,shortcuts,settings'))
@@ -141,12 +168,14 @@ class Trials:
 
 def main() -> int:
     TRIALS.mkdir(exist_ok=True)
-    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo':
+    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo', 'release':
         with tempfile.TemporaryDirectory() as home:
             trials = Trials(pathlib.Path(home).resolve())
             (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')
             if name == 'with_mistakes':
                 (TRIALS / 'report.html').write_text(trials.report(), 'utf-8')
+            if name == 'release':
+                (TRIALS / 'bill.json').write_text(trials.bill(), 'utf-8')
     print(f'the trials in {TRIALS}')
     return 0
 
