@@ -3,22 +3,27 @@ these: tools/agree.sh."""
 import unittest.mock
 
 from brevantlab import agree, undo
-from brevantlab.agree import State, arrivals, disagreements
-from brevantlab.expect import HomeTest, LabTest
-from brevantlab.trials import TRIALS, Trials
+from brevantlab.agree import State, arrivals, disagreements, wrong_verdicts
+from brevantlab.expect import HomeTest
+from brevantlab.trials import TRIALS, Trials, output_of
 
 
 def state(**parts):
     return State(**{'files': {}, 'folders': set(), 'links': {}, 'values': {}, 'moves': [], 'commands': [], **parts})
 
 
-class ExitCodes(LabTest):
+class ExitCodes(HomeTest):
     def test_one_that_disagrees_is_told(self):
         for tool, name, method in (agree, 'AgreementMachine', 'try_scenario'), (undo, 'UndoMachine', 'undo'):
-            for found, code in ([], 0), (['x'], 1):
-                with unittest.mock.patch.object(tool, name) as machine, unittest.mock.patch('builtins.print'):
+            for found, code in ([], 0), (['x'] * 13, 1):
+                with unittest.mock.patch.object(tool, name) as machine:
                     getattr(machine.return_value.__enter__.return_value, method).side_effect = [[], found]
-                    self.assertEqual(code, tool.main(['--seeds', '2', *(['--wild'] if tool == undo else [])]), name)
+                    text = output_of(tool.main, '--seeds', 2, '--wild' if tool == undo else f'--keep={self.home}')
+                    self.assertIn(f'{2 - code} of 2 a', text)
+                    shown = {agree: 12, undo: 13}[tool] * code
+                    self.assertEqual((code, shown), (int(text[-3]), text.count(' x')), text)
+        kept = {str(file.relative_to(self.home)) for file in self.home.rglob('*.*')}
+        self.assertLessEqual({'seed-2/scenario.json', 'seed-2/C/Kazmere/QorPaFrwk.ini'}, kept)
 
 
 class Agree(HomeTest):
@@ -41,3 +46,11 @@ class Agree(HomeTest):
         for planned, after, told in ((move, state(), 'did not arrive'),
                                      ({**move, 'outcome': 'fail'}, state(files={'c:\\b': b'x'}), 'arrived')):
             self.assertEqual([f'after the restart c:\\b: {told}'], list(arrivals(state(), [planned], after)))
+        removed = {'action': 'delete', 'outcome': 'remove', 'atRestart': True, 'target': 'C:\\b'}
+        self.assertEqual(['after the restart c:\\b: not removed'],
+                         list(arrivals(state(), [removed], state(folders={'c:\\b'}))))
+        for outcome, told in ('new', ['MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING']), ('fail', ['ARRIVED']):
+            answers = [{'what': 'C:\\b', 'verdict': verdict} for verdict in (
+                'ARRIVED', 'MISSING', 'NOT KNOWN', 'LEFT IN DOWNLOAD', 'STILL WAITING')]
+            found = [line.partition(' c:')[0] for line in wrong_verdicts([{**move, 'outcome': outcome}], answers)]
+            self.assertEqual([f'verify: {verdict}' for verdict in told], found)

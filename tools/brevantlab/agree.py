@@ -281,6 +281,17 @@ def arrivals(before: State, changes: list[PlannedChange], after: State) -> Itera
             yield f'after the restart {path}: arrived'
 
 
+def wrong_verdicts(changes: list[PlannedChange], answers: list[dict[str, str]]) -> Iterator[str]:
+    """The differences between a verification and the plan."""
+    happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
+    for answer in answers:
+        path, verdict = _plain(answer['what']), answer['verdict']
+        if verdict in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
+            yield f'verify: {verdict} {path}, planned to arrive'
+        if verdict == 'ARRIVED' and happens.get(path) is False:
+            yield f'verify: ARRIVED {path}, planned to fail'
+
+
 class AgreementMachine(Machine):
     """A machine on which one scenario after the other is tried."""
 
@@ -339,14 +350,7 @@ class AgreementMachine(Machine):
                           '--installed', scenario.install.rstrip('\\'), errors=False)
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
-        happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
-        for answer in json.loads(result.output)['answers']:
-            path = _plain(answer['what'])
-            if answer['verdict'] in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
-                found.append(f'verify: {answer["verdict"]} {path}, planned to arrive')
-            if answer['verdict'] == 'ARRIVED' and happens.get(path) is False:
-                found.append(f'verify: ARRIVED {path}, planned to fail')
-        return found
+        return found + list(wrong_verdicts(changes, json.loads(result.output)['answers']))
 
     def _restart(self) -> None:
         run_once = registry.long_key(RUN_ONCE)  # the new name is another test's

@@ -61,7 +61,7 @@ VAULT_KEY = PRODUCT_KEY + '\\Vault'
 UNINSTALL_KEY = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\'
                  '{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}')
 CLASS_KEY = 'HKLM\\Software\\Classes\\CLSID\\'
-ANY = object()
+ANY = 'any value'
 
 # Key, value name, before the update, after it. Braces: folders of the sample, texts of the language.
 REGISTRY = (

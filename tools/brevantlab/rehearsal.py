@@ -17,14 +17,15 @@ from .prefix import ROOT
 REHEARSALS = ROOT / 'docs/tools'
 # What is the same on every machine.
 REAL = """awk bash cat cmp cp cut dirname env find grep head ln ls mkdir mktemp mv paste realpath rm rmdir sed
-    sha256sum sh sort stat tail tar tee touch tr true xargs""".split()
+    sha256sum sh sort stat tail tar tee touch tr true wc xargs""".split()
 PROGRAMS = """apt-cache apt-get chroot clang-format clang-tidy-16 cmake cppcheck ctest debootstrap dpkg dpkg-query
-    flake8 flock git id mount mypy nproc python3 setarch setpriv signer sudo sums-signer unshare wine wineserver
-    x86_64-w64-mingw32-addr2line x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-nm x86_64-w64-mingw32-objcopy
-    x86_64-w64-mingw32-objdump""".split()
+    flake8 flock git id mount mypy nproc python3 setarch setpriv signer sudo sums-signer unshare wine
+    wineboot wineserver x86_64-w64-mingw32-addr2line x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-nm
+    x86_64-w64-mingw32-objcopy x86_64-w64-mingw32-objdump""".split()
 # Shown before the first command that gets them.
 WATCHED = ('BREVANT_ARCHIVE BREVANT_BIN BREVANT_GUIDES BREVANT_HOST_DRIVE BREVANT_SOURCES BREVANT_STANDINS '
-           'BREVANT_TOOLCHAIN CCACHE_DISABLE DEBIAN_FRONTEND PYTHONPATH SOURCE_DATE_EPOCH')
+           'BREVANT_TOOLCHAIN CCACHE_DISABLE DEBIAN_FRONTEND PYTHONPATH SOURCE_DATE_EPOCH WINEDEBUG WINEDLLOVERRIDES '
+           'WINEPREFIX')
 STANDIN = r'''#!@SHELL@
 name="${0##*/}"
 said="$name${*:+ $*}" told="$name"
@@ -49,7 +50,8 @@ nproc) echo 1 ;;
 esac
 '''
 REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
-    (r'\b\d+ s\b', 'N s'), (r'(release-work|tmp)\.\w+', r'\1.XXXXXX'), (r'(\.recipe-)[0-9a-f]{16}', r'\1X'))]
+    (r'\b\d+ s\b', 'N s'), (r'(release-work|tmp)\.\w+', r'\1.XXXXXX'), (r'(\.recipe-)[0-9a-f]{16}', r'\1X'),
+    (r'(machines[/\\])\d+-\w+', r'\1X'), (r'(template-)[0-9a-f]{12}', r'\1X'))]
 
 
 class Stage:
@@ -120,7 +122,8 @@ class Stage:
             yield '  | ' + words.replace('\n', '\n  |   ')
 
     def shown(self, text: str) -> str:
-        text = text.replace(str(self.home), '')
+        for home in str(self.home), str(self.home).replace('/', '\\'):
+            text = text.replace(home, '')
         for pattern, by in REPLACED:
             text = pattern.sub(by, text)
         return text

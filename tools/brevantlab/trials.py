@@ -5,30 +5,66 @@ What differs from one run, machine or release to another is replaced.
 import contextlib
 import io
 import json
+import os
 import pathlib
 import re
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest.mock
 import zipfile
-from typing import Callable
+from typing import Any, Callable
 
 from shipping import release
+from shipping.bill import compiler
 
 from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
 from .layouts import SAMPLES, write_sample
-from .machine import PRODUCT
+from .machine import PRODUCT, SETTINGS
+from .outcome import Check, Move, Outcome, State
 from .prefix import ROOT
+from .showing import show, show_table
 
 TRIALS = ROOT / 'docs/trials'
+CRASH = '*(volatile int*)0 = 1'
+# A program, what it does instead, and the tool that tries it.
+FAILURES = (('Brevant', 'return 7', 'try'), ('Brevant', 'return 7', 'demo'), ('BrevantCheck', CRASH, 'demo'),
+            ('BrevantCheck', CRASH, 'try'), ('BrevantCheck', 'return 3', 'try'),
+            ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {CRASH}', 'try'))  # "verify"
+A, B, SOURCE, SETTING = (PRODUCT + name for name in (
+    'a', 'b\\b', 's', 'Component\\c21t2103v1\\Share\\Setting\\'))
+LINE = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
+BROUGHT = {'waiting': State({SOURCE: b'2'}, {}, {})}
+# What has been seen, as far as it is not empty.
+SEEN: tuple[dict[str, Any], ...] = (
+    {}, {'moves': [Move(A, '')], 'after': State({A: b'1'}, {}, {})}, {'moves': [Move(A, '')]},
+    {**BROUGHT, 'moves': [Move(A, ''), Move(SOURCE, A)], 'after': State({A: b'2'}, {}, {})},
+    *({**BROUGHT, 'moves': [Move(SOURCE, A)], 'after': State(*after)} for after in (
+        ({A: b'1'}, {}, {}), ({A: b'1'}, {}, {}, frozenset({A.casefold()})), ({}, {}, {}))),
+    {**BROUGHT, 'moves': [Move(SOURCE, A), Move(A, '')]}, {**BROUGHT, 'moves': [Move(SOURCE, B)]},
+    {'moves': [Move(SOURCE, A)]}, {'left': [Move(A, '')]},
+    {**BROUGHT, 'moves': [Move(SOURCE, A)], 'left': [Move(SOURCE, A)], 'after': State({A: b'1'}, {}, {})},
+    {'records': [('K', 'N')]}, {'kill_at': 9}, {'kill_at': 9, 'ended': True},
+    {'lines': [LINE.format("Failed to delete file 'x', error = 2."), 'of another form']},
+    *({'lines': [LINE.format('KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2')], 'ended': ended}
+      for ended in (False, True)),
+    {'lines': [LINE.format("Failed to delete file 'x', error = 5.")] * 9},
+    {'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': 'none'},
+    {'packaged': {SETTING + 'config_FR-FR.xml': b'', SETTING + 'readme_EN-US.htm': b''}},
+    {'before': State({}, {(SETTINGS, 'ProductName'): 'K'}, {}),
+     'after': State({}, {(SETTINGS, 'ProductName'): ''}, {})},
+    {'verify': Check('verify', 1, ['MISSING: x', f'MISSING: {A}'])}, {'code': 7},
+    *({name: Check(name, code, ['SAID: so'])} for name, code in (
+        ('lint', 1), ('lint', 2), ('plan', 124), ('plan', 3), ('verify', 194), ('verify', 9))))
 Main = Callable[[list[str]], int]
 
 CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
     (r'\b[\d.]+ s(?=$|: | each)', 'N s'), (r'RunOnce:[0-9a-f-]{36}', 'RunOnce:ID'),
     (r'(users\\+)\w+(?=\\+AppData)', r'\1me'), (r' +\d+$(?=\n(?:[A-Z]{2}-|\[try\]))', ' N'),
+    (r'address [0-9A-F]{16} \(thread \w+\)', 'address N (thread N)'),
     (r'\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\.\d{3}', '31/01/2026 12:00:00.000'), (r'\(\d{5,} bytes\)', '(N bytes)'),
     (r'(FrwkDeployTick.*?REG_DWORD |"FrwkDeployTick"=dword:|FrwkDeployTick=)\w+', r'\1N'),
     (r'\b2:[A-Za-z0-9+/=]{20,}', '2:PROTECTED'),
@@ -87,7 +123,11 @@ class Trials:
         """With the mistakes that samples/second/plant.py plants."""
         planted = subprocess.run([sys.executable, SAMPLES / 'second/plant.py', self.update], check=True, text=True,
                                  stdout=subprocess.PIPE).stdout
-        return self.plain(planted) + '\n' + self.trial() + self.trial(
+        registry = self.installed / 'registry.reg'
+        text, saved = self.plain(planted) + '\n', registry.rename(registry.with_suffix('.saved'))
+        text += self.trial()
+        saved.rename(registry)
+        return text + self.trial(
             '--force', '--details', 'files,checker', '--report', self.home / 'report')
 
     def with_doubts(self) -> str:
@@ -111,7 +151,9 @@ class Trials:
         text += self.plain((self.home / 'kept/registry.reg').read_text('utf-16')) + '\n'
         self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
                       ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
-        return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074')
+        shutil.rmtree(next(self.update.glob('Component/*/Share/Setting')))
+        return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074',
+                                 '--language', 'ES-ES', '--answer', 'none')
 
     def power_cut(self) -> str:
         """The first sample, whose first run ends half-way."""
@@ -129,6 +171,41 @@ class Trials:
                                         if row['state'] != 'same' or row['name'].startswith(PRODUCT)]
         return head + tag + json.dumps(document, indent=0) + end + tail
 
+    def failing_programs(self) -> str:
+        """Programs that end with an error or crash."""
+        programs = self.home / 'programs'
+        shutil.copytree(os.environ['BREVANT_BIN'], programs, ignore=shutil.ignore_patterns('*.debug'))
+        text = ''
+        with unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)):
+            for name, statement, tool in FAILURES:
+                (self.home / 'a.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
+                file = programs / f'{name}.exe'
+                saved = file.read_bytes()
+                subprocess.run([compiler(), '-static', '-xc', '-o', file, self.home / 'a.c'], check=True)
+                text += f'== {file.name}: {statement} ==\n'
+                text += self.trial() if tool == 'try' else self.plain(output_of(demo.main)) + '\n'
+                file.write_bytes(saved)
+        return text
+
+    def outcomes(self) -> str:
+        """What is shown of single results that are made up."""
+        none, outcomes = State({}, {}, {}), []
+        for seen in SEEN:
+            outcomes.append(Outcome(**{**dict(
+                update='', language='EN-US', lint=Check('lint', 0, []), before=none, packaged={}, records=[],
+                waiting=none, moves=[], commands=[], question={}, code=0, kill_at=0, ended=False, after=none, left=[],
+                lines=[], verify=Check('verify', 0, []), folders={PRODUCT.rstrip('\\').casefold()}, seconds=1),
+                **seen}))
+
+        def show_all(_: list[str]) -> int:
+            for outcome in outcomes:
+                print(f'== {outcome.exit_code()}, {outcome.complete()} ==')
+                show(outcome, ['trace', 'checker'])
+            show_table([('XX-XX', 'THE AGENT FAILED', None),
+                        *(('EN-US', 'NOT COMPLETE', outcome) for outcome in outcomes if outcome.problems())])
+            return 0
+        return output_of(show_all)
+
     def agree(self) -> str:
         """Plan and run of the known cases and of random updates."""
         return self.plain(output_of(agree.main, '--cases', '--seeds', '22', '--restart-every', '4', '--blind'))
@@ -141,8 +218,11 @@ class Trials:
     def release(self) -> str:
         """What the archives of a release have, and its sums. Neither the downloads nor the stand-ins need be here."""
         dist = self.home / 'one/dist'
-        with unittest.mock.patch.multiple(release, write_sources=lambda *_: None, STANDINS=()):
+        with unittest.mock.patch.multiple(release, write_sources=lambda *_: None, STANDINS=()), \
+                unittest.mock.patch.dict(os.environ, TZ='EST5'):  # in which no time of an archive is
+            time.tzset()
             release.pack(ROOT, dist, '1.2', 1700000000, 'why')
+        time.tzset()
         lines = []
         for archive in sorted(dist.glob('*.zip')):
             with zipfile.ZipFile(archive) as packed:
@@ -168,7 +248,8 @@ class Trials:
 
 def main() -> int:
     TRIALS.mkdir(exist_ok=True)
-    for name in 'as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo', 'release':
+    for name in ('as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo', 'release',
+                 'outcomes', 'failing_programs'):
         with tempfile.TemporaryDirectory() as home:
             trials = Trials(pathlib.Path(home).resolve())
             (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')
