@@ -3,6 +3,7 @@
 What differs from one run, machine or release to another is replaced.
 """
 import contextlib
+import dataclasses
 import io
 import json
 import os
@@ -42,8 +43,8 @@ BROUGHT = {'waiting': State({SOURCE: b'2'}, {}, {})}
 SEEN: tuple[dict[str, Any], ...] = (
     {}, {'moves': [Move(A, '')], 'after': State({A: b'1'}, {}, {})}, {'moves': [Move(A, '')]},
     {**BROUGHT, 'moves': [Move(A, ''), Move(SOURCE, A)], 'after': State({A: b'2'}, {}, {})},
-    *({**BROUGHT, 'moves': [Move(SOURCE, A)], 'after': State(*after)} for after in (
-        ({A: b'1'}, {}, {}), ({A: b'1'}, {}, {}, frozenset({A.casefold()})), ({}, {}, {}))),
+    *({**BROUGHT, 'moves': [Move(SOURCE, A)], 'after': after} for after in (
+        State({A: b'1'}, {}, {}), State({A: b'1'}, {}, {}, frozenset({A.casefold()})), State({}, {}, {}))),
     {**BROUGHT, 'moves': [Move(SOURCE, A), Move(A, '')]}, {**BROUGHT, 'moves': [Move(SOURCE, B)]},
     {'moves': [Move(SOURCE, A)]}, {'left': [Move(A, '')]},
     {**BROUGHT, 'moves': [Move(SOURCE, A)], 'left': [Move(SOURCE, A)], 'after': State({A: b'1'}, {}, {})},
@@ -189,13 +190,12 @@ class Trials:
 
     def outcomes(self) -> str:
         """What is shown of single results that are made up."""
-        none, outcomes = State({}, {}, {}), []
-        for seen in SEEN:
-            outcomes.append(Outcome(**{**dict(
-                update='', language='EN-US', lint=Check('lint', 0, []), before=none, packaged={}, records=[],
-                waiting=none, moves=[], commands=[], question={}, code=0, kill_at=0, ended=False, after=none, left=[],
-                lines=[], verify=Check('verify', 0, []), folders={PRODUCT.rstrip('\\').casefold()}, seconds=1),
-                **seen}))
+        none = State({}, {}, {})
+        nothing = Outcome(
+            update='', language='EN-US', lint=Check('lint', 0, []), before=none, packaged={}, records=[], waiting=none,
+            moves=[], commands=[], question={}, code=0, kill_at=0, ended=False, after=none, left=[], lines=[],
+            verify=Check('verify', 0, []), folders={PRODUCT.rstrip('\\').casefold()}, seconds=1)
+        outcomes = [dataclasses.replace(nothing, **seen) for seen in SEEN]
 
         def show_all(_: list[str]) -> int:
             for outcome in outcomes:
