@@ -50,7 +50,7 @@ class Agree(HomeTest):
         self.assertEqual(['after the restart c:\\b: not removed'],
                          list(arrivals(state(), [removed], state(folders={'c:\\b'}))))
         for outcome, told in ('new', ['MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING']), ('fail', ['ARRIVED']):
-            answers = [{'what': 'C:\\b', 'verdict': verdict} for verdict in (
+            answers = [{'what': what, 'verdict': verdict} for what in ('C:\\b', 'C:\\not planned') for verdict in (
                 'ARRIVED', 'MISSING', 'NOT KNOWN', 'LEFT IN DOWNLOAD', 'STILL WAITING')]
             found = [line.partition(' c:')[0] for line in wrong_verdicts([{**move, 'outcome': outcome}], answers)]
             self.assertEqual([f'verify: {verdict}' for verdict in told], found)
