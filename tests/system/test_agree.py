@@ -2,9 +2,10 @@
 these: tools/agree.sh."""
 import unittest.mock
 
-from brevantlab import agree, undo
+from brevantlab import agree, undo, valid_update
 from brevantlab.agree import State, arrivals, disagreements, wrong_verdicts
 from brevantlab.expect import HomeTest
+from brevantlab.machine import Result
 from brevantlab.trials import TRIALS, Trials, output_of
 
 
@@ -22,6 +23,13 @@ class ExitCodes(HomeTest):
                     self.assertIn(f'{2 - code} of 2 a', text)
                     shown = {agree: 12, undo: 13}[tool] * code
                     self.assertEqual((code, shown), (int(text[-3]), text.count(' x')), text)
+
+        def make(home, *_):
+            (home / 'update').mkdir(parents=True)
+            (home / 'update/QorPaFrwk.ini').write_text('a=b', 'utf-16')
+        with unittest.mock.patch.multiple(valid_update, Machine=unittest.mock.DEFAULT, make_update=make) as mocks:
+            mocks['Machine'].return_value.__enter__.return_value.run.side_effect = [Result(0, ''), Result(1, '')]
+            self.assertIn('1 of 2 without a finding\n(exit code 1)', output_of(valid_update.main, '--seeds', 2))
         kept = {str(file.relative_to(self.home)) for file in self.home.rglob('*.*')}
         self.assertLessEqual({'seed-2/scenario.json', 'seed-2/C/Kazmere/QorPaFrwk.ini'}, kept)
 
