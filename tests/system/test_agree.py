@@ -4,7 +4,7 @@ import unittest.mock
 
 from brevantlab import agree, undo, valid_update
 from brevantlab.agree import State, arrivals, disagreements, wrong_verdicts
-from brevantlab.expect import HomeTest
+from brevantlab.expect import HomeTest, differences, shown
 from brevantlab.machine import Result
 from brevantlab.trials import TRIALS, Trials, output_of
 
@@ -21,8 +21,8 @@ class ExitCodes(HomeTest):
                     getattr(machine.return_value.__enter__.return_value, method).side_effect = [[], found]
                     text = output_of(tool.main, '--seeds', 2, '--wild' if tool == undo else f'--keep={self.home}')
                     self.assertIn(f'{2 - code} of 2 a', text)
-                    shown = {agree: 12, undo: 13}[tool] * code
-                    self.assertEqual((code, shown), (int(text[-3]), text.count(' x')), text)
+                    lines = {agree: 12, undo: 13}[tool] * code
+                    self.assertEqual((code, lines), (int(text[-3]), text.count(' x')), text)
 
         def make(home, *_):
             (home / 'update').mkdir(parents=True)
@@ -35,6 +35,20 @@ class ExitCodes(HomeTest):
 
 
 class Agree(HomeTest):
+    def test_differences_are_short(self):
+        long = 'x' * 150
+        for expected, found, lines in (
+                ({'a': {}}, {'a': {}}, []), ({'a': {}}, {}, ['a: missing, expected {}']),
+                ({'a': {'b': 1}}, {'a': {'b': 2}, 'c': 3}, ['a: b: expected 1, found 2', 'c: not expected, found 3']),
+                ([1, 2], [1], ['1: missing, expected 2']), (1, '1', ["expected 1, found '1'"]),
+                ({1, 2}, {2, 3}, ['missing: 1', 'not expected: 3']),
+                (long + 'yz' * 99, long, [f"expected ...'{'x' * 50}{'yz' * 25}'... (of 348, from 100), "
+                                          f"found ...'{'x' * 50}'... (of 150, from 100)"]),
+                ([long * 2], [], [f"0: missing, expected '{'x' * 199}..."])):
+            self.assertEqual(lines, differences(expected, found))
+        self.assertEqual('\n  1\n  2\n  3\n  4\n  5\n  6\n  ... and 1 more', shown('1234567'))
+        self.assertEqual('\n  1\n  2\n  3\n  4\n  5\n  6', shown('123456'))
+
     def test_plan_and_run_agree(self):
         self.assertShown(TRIALS / 'agree.txt', Trials(self.home).agree())
 
