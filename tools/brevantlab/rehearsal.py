@@ -26,6 +26,8 @@ PROGRAMS = """apt-cache apt-get chroot clang-format clang-tidy-16 cmake cppcheck
 WATCHED = ('BREVANT_ARCHIVE BREVANT_BIN BREVANT_GUIDES BREVANT_HOST_DRIVE BREVANT_SOURCES BREVANT_STANDINS '
            'BREVANT_TOOLCHAIN CCACHE_DISABLE DEBIAN_FRONTEND PYTHONPATH SOURCE_DATE_EPOCH WINEDEBUG WINEDLLOVERRIDES '
            'WINEPREFIX')
+# Ends of calls: what the tool does at the same time is sorted, or left out.
+ANY_ORDER, OUTPUT_ONLY = '# in any order', '# the output'
 STANDIN = r'''#!@SHELL@
 name="${0##*/}"
 said="$name${*:+ $*}" told="$name"
@@ -110,11 +112,14 @@ class Stage:
         done = subprocess.run(['bash', '-c', self.placed(command)], cwd=self.project, stdin=subprocess.DEVNULL,
                               env={'PATH': f'{self.home}/usr/bin', 'HOME': '/root', 'LC_ALL': 'C.UTF-8'},
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=120)
-        yield from (f'    {self.shown(line)}'.rstrip() for line in done.stdout.splitlines())
+        lines = [f'    {self.shown(line)}'.rstrip() for line in done.stdout.splitlines()]
+        yield from sorted(lines) if command.endswith(ANY_ORDER) else lines
         if done.returncode:
             yield f'    (exit code {done.returncode})'
-        before = ''
-        for called in self.record.read_text('utf-8').split('\1')[1:]:
+        before, record = '', self.record.read_text('utf-8').split('\1')[1:]
+        if command.endswith(ANY_ORDER):
+            record.sort()
+        for called in [] if command.endswith(OUTPUT_ONLY) else record:
             variables, _, words = self.shown(called).partition('\2')
             if variables != before:
                 yield f'  |  {variables or " (no variables)"}'
@@ -134,7 +139,7 @@ def rehearse(text: str) -> str:
     lines: list[str] = []
     for block in re.split(r'^(?=# )', text, flags=re.M):
         kept = [line for line in block.splitlines() if line[:2] in ('# ', '? ', '> ')]
-        with tempfile.TemporaryDirectory(prefix='brevant-stage-') as home:
+        with tempfile.TemporaryDirectory(prefix='brevant-stage-', ignore_cleanup_errors=True) as home:
             stage = Stage(pathlib.Path(home).resolve(), [line[2:] for line in kept if line.startswith('? ')])
             for line in kept:
                 lines += [line, *(stage.run(line[2:]) if line.startswith('> ') else ())]

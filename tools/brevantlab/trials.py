@@ -63,6 +63,7 @@ SEEN: tuple[dict[str, Any], ...] = (
 Main = Callable[[list[str]], int]
 
 CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
+    (r'\[machine\] .*\n', ''),
     (r'\b[\d.]+ s(?=$|: | each)', 'N s'), (r'RunOnce:[0-9a-f-]{36}', 'RunOnce:ID'),
     (r'(users\\+)\w+(?=\\+AppData)', r'\1me'), (r' +\d+$(?=\n(?:[A-Z]{2}-|\[try\]))', ' N'),
     (r'address [0-9A-F]{16} \(thread \w+\)', 'address N (thread N)'),
