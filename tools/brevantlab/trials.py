@@ -160,7 +160,9 @@ class Trials:
     def power_cut(self) -> str:
         """The first sample, whose first run ends half-way."""
         self.update, self.installed = write_sample(self.home / 'first')
-        return self.trial('--answer', 'later', '--kill-at', '200')
+        text = self.trial('--answer', 'later', '--kill-at', '200', '--report', self.home / 'report')
+        report = json.loads((self.home / 'report/report.json').read_text('utf-8'))
+        return text + self.plain(json.dumps(report['versions'], indent=0)) + '\n'
 
     def report(self) -> str:
         """The page of with_mistakes(), after it."""
