@@ -291,7 +291,7 @@ class ShippedFiles(HomeTest):
         self.assertShown(TRIALS / 'release.txt', trials.release())
         if machine_suite() == 'bookworm' and 'ucrt' not in compiler():
             self.assertShown(TRIALS / 'bill.json', trials.bill())
-        for name in release.NEEDED:
+        for name in 'Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll':
             with self.assertRaisesRegex(release.ReleaseError, f'{name} was not built'):
                 others = [SHIPPED / other for other in release.NEEDED if other != name]
                 release.programs(unittest.mock.Mock(**{'iterdir.return_value': others}))

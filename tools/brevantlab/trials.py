@@ -24,6 +24,7 @@ from shipping.bill import compiler
 from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
 from .layouts import SAMPLES, write_sample
+from .links import ShellLink
 from .machine import PRODUCT, SETTINGS
 from .outcome import Check, Move, Outcome, State
 from .prefix import ROOT
@@ -38,6 +39,7 @@ FAILURES = (('Brevant', 'return 7', 'try'), ('Brevant', 'return 7', 'demo'), ('B
 A, B, SOURCE, SETTING = (PRODUCT + name for name in (
     'a', 'b\\b', 's', 'Component\\c21t2103v1\\Share\\Setting\\'))
 LINE = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
+LINK = ShellLink('x.exe', '', '', '', '')
 BROUGHT = {'waiting': State({SOURCE: b'2'}, {}, {})}
 # What has been seen, as far as it is not empty.
 SEEN: tuple[dict[str, Any], ...] = (
@@ -48,6 +50,7 @@ SEEN: tuple[dict[str, Any], ...] = (
     {**BROUGHT, 'moves': [Move(SOURCE, A), Move(A, '')]}, {**BROUGHT, 'moves': [Move(SOURCE, B)]},
     {'moves': [Move(SOURCE, A)]}, {'left': [Move(A, '')]},
     {**BROUGHT, 'moves': [Move(SOURCE, A)], 'left': [Move(SOURCE, A)], 'after': State({A: b'1'}, {}, {})},
+    {'before': State({}, {}, {A: LINK, B: LINK}), 'after': State({}, {}, {A: LINK, SOURCE: LINK})},
     {'records': [('K', 'N')]}, {'kill_at': 9}, {'kill_at': 9, 'ended': True},
     {'lines': [LINE.format("Failed to delete file 'x', error = 2."), 'of another form']},
     *({'lines': [LINE.format('KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2')], 'ended': ended}
