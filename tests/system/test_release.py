@@ -7,13 +7,13 @@ import shutil
 import tarfile
 import unittest
 import unittest.mock
-import zipfile
 
 from brevantlab.expect import HomeTest, call
 from brevantlab.prefix import ROOT
+from brevantlab.trials import TRIALS, Trials
 from shipping import release, schema
-from shipping.apt import Source, write_entries
-from shipping.bill import BillError, bill_of_materials, runtime_licences
+from shipping.apt import Source, machine_suite, write_entries
+from shipping.bill import BillError, bill_of_materials, compiler, runtime_licences
 from shipping.dependencies import DependencyError
 
 SHIPPED = ROOT / 'build' / 'release' / 'bin'
@@ -27,6 +27,15 @@ SMALL = {'control': 'Source: small\nMaintainer: A <a@example.org>\nStandards-Ver
 
 class LockedDependencies(HomeTest):
     """The package "small" in an archive of the test's own; version 2 is locked."""
+
+    def setUp(self):
+        super().setUp()
+        self.said = []
+
+    def tearDown(self):
+        if self.said:  # apart from what apt has said
+            text = re.sub(r'(?<=reached: ).*', '...', '\n'.join(self.said).replace(str(self.home), ''))
+            self.assertShown(TRIALS / f'dependencies_{self.page}.txt', text + '\n')
 
     def serve(self, *versions):
         """An archive of these versions; returns the hashes of their descriptions."""
@@ -55,8 +64,12 @@ class LockedDependencies(HomeTest):
         cache.mkdir()
         for file in kept:
             shutil.copy(file, cache)
-        return call('python3', '-B', '-m', 'shipping.dependencies', '--lock', self.home / 'lock', *arguments,
-                    BREVANT_ARCHIVE=str(archive or self.home / 'archive.list'), BREVANT_SOURCES=str(cache), **TOOLS)
+        code, output = call('python3', '-B', '-m', 'shipping.dependencies', '--lock', self.home / 'lock', *arguments,
+                            BREVANT_ARCHIVE=str(archive or self.home / 'archive.list'), BREVANT_SOURCES=str(cache),
+                            **TOOLS)
+        lines = [line for line in output.splitlines() if line.startswith('[dependencies] ')]
+        self.said += [f'> {" ".join(map(str, arguments))}', *lines, f'(exit code {code})']
+        return code, output
 
     def fetch(self, code, words, *options, **places):
         """Fetches, which succeeds or leaves nothing behind."""
@@ -67,7 +80,7 @@ class LockedDependencies(HomeTest):
                                            for made in ('small/debian/control', 'SOURCES.txt')])
 
     def test_only_the_locked_version_or_a_newer_one_is_taken_and_a_lock_without_a_fix_is_told(self):
-        locked = ''
+        self.page, locked = 'versions', ''
         none = 'small 2 is missing: the archive names '
         for served, options, code, words, checked, told in (
                 ('123', ['--exact'], 0, 'small 2\n', 1, 'small 2 is locked; the archive names 3. It may fix a '),
@@ -92,7 +105,7 @@ class LockedDependencies(HomeTest):
             self.assertIn('the archive cannot be reached: http://localhost:9/', output)
 
     def test_only_the_locked_file_is_taken_and_the_sources_of_a_release_are_an_archive(self):
-        digest = self.serve('2')['2']
+        self.page, digest = 'files', self.serve('2')['2']
         self.lock('2', digest[::-1])
         self.fetch(1, 'does not have the locked SHA-256', kept=self.archive.glob('small_2.*'))
         self.lock('2', digest)
@@ -126,12 +139,17 @@ class LockedDependencies(HomeTest):
         entry = '{}Types: deb\nURIs: http://{}\nSuites: bookworm\nComponents: {}main\n\n'
         (entries / 'a.sources').write_text(''.join(entry.format(*row) for row in (
             ('', 'own', ''), ('Enabled: no\n', 'off', ''), ('ENABLED:false\n', 'off', ''), ('', 'other', 'not-'))))
+        (entries / 'b.list').write_text('deb http://own bookworm main\ndeb http://own bookworm main\n'
+                                        '# deb http://off bookworm main\ndeb http://other bookworm not-main\n')
+        (self.home / 'apt/sources.list').write_text('deb [a=b] http://old bookworm-updates main\n')
         write_entries(self.home, 'trixie', 'deb-src', self.home)
+        self.assertEqual('deb-src [a=b] http://old trixie-updates main\ndeb-src http://own trixie main\n',
+                         (self.home / 'debian.list').read_text())
         self.assertEqual('Types: deb-src\nURIs: http://own\nSuites: trixie\nComponents: main\n',
                          (self.home / 'debian.sources').read_text())
 
     def test_the_lock_takes_the_newest_that_is_served(self):
-        digests = self.serve('1', '2', '3')
+        self.page, digests = 'renewed', self.serve('1', '2', '3')
         self.lock('1', digests['1'])
         (self.archive / 'small_3.dsc').unlink()
         self.assertIn('the archive names 3 but does not serve it; 2 is the newest', self.dependencies('renew')[1])
@@ -269,20 +287,14 @@ class ShippedFiles(HomeTest):
             self.assertIn(words, '\n'.join(schema.faults(spoilt, self.home)))
 
     def test_the_archives_have_all_that_is_shipped_and_two_builds_are_compared(self):
-        dist = self.home / 'one' / 'dist'
-        # Neither the downloads nor the stand-ins of this build need be here.
-        with unittest.mock.patch.multiple(release, write_sources=unittest.mock.DEFAULT, STANDINS=()):
-            release.pack(ROOT, dist, '1.2', 1700000000, 'why')
-        packed = {file.name: set(zipfile.ZipFile(file).namelist()) for file in dist.glob('*.zip')}
-        names = [file.name for file in release.programs(SHIPPED)]
-        self.assertEqual({f'brevant-1.2-symbols/{name}.debug' for name in names}, packed['brevant-1.2-symbols.zip'])
-        for root, needed in (
-                ('brevant-1.2', [*names, 'licences/GPL-3.txt', 'licences/Expat.txt', 'schemas/plan.schema.json']),
-                ('brevant-tools-1.2', ['VERSION', 'tools/try.sh', 'tools/programs.sh'])):
-            self.assertLessEqual({f'{root}/{name}' for name in [*needed, 'guides/check-rules.md', 'starter/README.md',
-                                                                'guides/examples/plan.txt']}, packed[root + '.zip'])
-            self.assertNotIn(f'{root}/guides/architecture.md', packed[root + '.zip'])
-        self.assertIn('"why"', (dist / 'brevant-1.2.cdx.json').read_text())
+        dist, trials = self.home / 'one' / 'dist', Trials(self.home)
+        self.assertShown(TRIALS / 'release.txt', trials.release())
+        if machine_suite() == 'bookworm' and 'ucrt' not in compiler():
+            self.assertShown(TRIALS / 'bill.json', trials.bill())
+        for name in 'Brevant.exe', 'BrevantCheck.exe', 'KzDbg64.dll', 'libexpat.dll':
+            with self.assertRaisesRegex(release.ReleaseError, f'{name} was not built'):
+                others = [SHIPPED / other for other in release.NEEDED if other != name]
+                release.programs(unittest.mock.Mock(**{'iterdir.return_value': others}))
         code, output = call('sha256sum', '--check', '--strict', 'SHA256SUMS', folder=dist)
         self.assertEqual((0, 4), (code, output.count(': OK')), output)
 

@@ -1,15 +1,8 @@
 """The whole story that the demo shows: deployment, question, restart, new name, in both languages and answers."""
-import contextlib
-import io
-
-from brevantlab import demo
-from brevantlab.expect import LabTest
+from brevantlab.expect import HomeTest
+from brevantlab.trials import TRIALS, Trials
 
 
-class Story(LabTest):
+class Story(HomeTest):
     def test_update_from_deployment_to_new_name(self):
-        for language in demo.LANGUAGES:
-            with self.subTest(language), contextlib.redirect_stdout(io.StringIO()):
-                outcome, failures = demo.play(language)
-                self.assertSame([], failures)
-                self.assertSame([], outcome.problems())
+        self.assertShown(TRIALS / 'demo.txt', Trials(self.home).demo())

@@ -1,58 +1,26 @@
-"""The tools as a user first meets them: help and wrong use at once, programs that are started once."""
+"""The tools: what they do with the commands of a machine (docs/tools), programs that are started once."""
 import os
+import re
 import shutil
 import unittest
 
-from brevantlab.expect import HomeTest, call
+from brevantlab.expect import HomeTest, LabTest, call
 from brevantlab.prefix import ROOT
+from brevantlab.rehearsal import REHEARSALS, rehearse
 
 BIN = ROOT / 'build/release/bin'
-WRONG_USE = 64
-# Besides a wrong option: arguments that a tool can refuse before it builds.
-REFUSED = {
-    'analyse.sh': [['--python', 'x.cpp'], ['README']],
-    'bench.sh': [['--quik'], ['--quick', '--plot']],
-    'build.sh': [['release']],
-    'check.sh': [['no-such-update'], ['Lint', '.'], ['.', '--installed'], ['--strict']],
-    'demo.sh': [['--details', 'file']],
-    'next.sh': [['--only', 'x'], ['trixie', 'forky'], ['--']],
-    'release.sh': [['--unsigned', '--verify'], ['--known-older', '--unsigned'], ['--verify', '--known-older', 'x']],
-    'setup.sh': [['exact']],
-    'symbolise.sh': [[], ['Brevant.exe']],
-    'test.sh': [['--fast', '-R', 'x'], ['unit'], ['-R', 'unit', '--quik']],
-    'try.sh': [['no-such-update'], ['--answer', 'yes'], ['--kill-at', '-1'], ['--allow', ' '], ['--allow', 'B999']],
-}
 
 
-class FirstSight(HomeTest):
-    """In a copy of the sources in which nothing is built, and nothing can be: no compiler, no package manager."""
-    def test_help_and_wrong_use(self):
-        root, programs = self.home / 'project', self.home / 'programs'
-        for folder in 'tools', 'bench':
-            shutil.copytree(ROOT / folder, root / folder, ignore=shutil.ignore_patterns('__pycache__'))
-        shutil.copy(ROOT / 'CMakeLists.txt', root)
-        programs.mkdir()
-        for name in 'bash', 'env', 'dirname', 'sed', 'python3':
-            (programs / name).symlink_to(shutil.which(name))
-        tools = {file.name for file in (root / 'tools').glob('*.sh') if os.access(file, os.X_OK)}
-        self.assertLessEqual({*REFUSED, 'agree.sh', 'next.sh', 'update-dependencies.sh'}, tools)
-
-        def tool(name, *arguments):
-            code, output = call(f'tools/{name}', *arguments, folder=root, alone=True, PATH=str(programs))
-            self.assertFalse((root / 'build').exists(), f'{name} has begun to build: {output}')
-            return code, output
-
-        for name in sorted(tools):
-            for arguments in [['--no-such-option'], *REFUSED.get(name, [])]:
-                code, output = tool(name, *arguments)
-                self.assertEqual((WRONG_USE, True), (code, f'tools/{name}' in output), (arguments, output))
-        for python in True, False:
-            for name in sorted(tools):
-                with self.subTest(name, python=python):
-                    code, output = tool(name, '--help')
-                    self.assertEqual((0, True), (code, len(output.splitlines()) > 1), output)
-                    self.assertNotIn('set -euo', output)
-            (programs / 'python3').unlink(missing_ok=True)  # a bare machine
+class Rehearsals(LabTest):
+    def test_every_tool_does_what_its_page_shows(self):
+        pages = {file.name: file.read_text('utf-8') for file in REHEARSALS.iterdir()}
+        for name, page in pages.items():
+            with self.subTest(name):
+                self.assertSame(page.splitlines(), rehearse(page).splitlines())
+        for tool in (file.name for file in (ROOT / 'tools').glob('*.sh') if os.access(file, os.X_OK)):
+            for option in '--help', '--no-such-option':
+                shown = re.compile(f'^> .*tools/{tool} .*{option}', re.M)
+                self.assertTrue(any(map(shown.search, pages.values())), shown.pattern)
 
 
 class Analysis(HomeTest):

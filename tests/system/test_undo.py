@@ -6,11 +6,12 @@ import tempfile
 import unittest
 
 from brevantlab.agree import State
-from brevantlab.expect import LabTest
+from brevantlab.expect import HomeTest, LabTest
 from brevantlab.layouts import write_sample
 from brevantlab.machine import SETTINGS
 from brevantlab.prefix import ROOT
 from brevantlab.random_update import random_scenario
+from brevantlab.trials import TRIALS, Trials
 from brevantlab.undo import UNDO, UndoMachine, spread, unlisted
 
 VAULT = SETTINGS + '\\Vault'
@@ -139,6 +140,11 @@ class Undo(LabTest):
                             (state(files={'c:\\k\\updateinfo.ini': b'[A]\nB=1'}), 'key c:\\k\\updateinfo.ini [a] b')):
             found = list(unlisted(state(), after, 'c:\\k\\', {'c:\\k\\b\\'}))
             self.assertEqual([told] if told else [], [line.partition(':  ')[0].rpartition(': ')[0] for line in found])
+
+
+class WithoutMistakes(HomeTest):
+    def test_updates_are_clean_and_undone(self):
+        self.assertShown(TRIALS / 'undo.txt', Trials(self.home).undo())
 
 
 if __name__ == '__main__':

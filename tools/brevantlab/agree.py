@@ -17,7 +17,7 @@ import re
 import shutil
 import sys
 import time
-from typing import Any, Iterable, Iterator
+from typing import Any, Iterable, Iterator, Optional
 from xml.sax.saxutils import escape
 
 from . import answers, prefix as prefixes, registry
@@ -206,6 +206,13 @@ def disagreements(before: State, changes: list[PlannedChange], after: State, ask
     yield from _wrong_edits(edits, after)
 
 
+def blind_to(before: State, changes: list[PlannedChange], after: State, asked: bool) -> collections.Counter[str]:
+    """How many changes of each kind could be missing in the plan, and nothing would be said of it."""
+    return collections.Counter(
+        f'{change["action"]} ({change["outcome"]})' for number, change in enumerate(changes)
+        if not any(disagreements(before, changes[:number] + changes[number + 1:], after, asked)))
+
+
 def _plain_moves(moves: list[tuple[str, str]], without: set[tuple[str, str]]) -> dict[str, int]:
     """How often they name what, in any order: the plan lists a staged file where its copy was made."""
     plain = [(_plain(source), destination[:1] + _plain(destination[1:])) for source, destination in moves]
@@ -274,6 +281,17 @@ def arrivals(before: State, changes: list[PlannedChange], after: State) -> Itera
             yield f'after the restart {path}: arrived'
 
 
+def wrong_verdicts(changes: list[PlannedChange], answers: list[dict[str, str]]) -> Iterator[str]:
+    """The differences between a verification and the plan."""
+    happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
+    for answer in answers:
+        path, verdict = _plain(answer['what']), answer['verdict']
+        if verdict in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
+            yield f'verify: {verdict} {path}, planned to arrive'
+        if verdict == 'ARRIVED' and happens.get(path) is False:
+            yield f'verify: ARRIVED {path}, planned to fail'
+
+
 class AgreementMachine(Machine):
     """A machine on which one scenario after the other is tried."""
 
@@ -282,11 +300,14 @@ class AgreementMachine(Machine):
         self.add_drive('D')
         for install in INSTALLS:
             self.install_program(install, standins=[Question.LIBRARY])
+        self.planned: list[PlannedChange] = []  # of the last scenario
+        self.blind: Optional[collections.Counter[str]] = None  # to what of it the comparison is blind
         self.kept = self.root / 'programs'
         shutil.copytree(self.host(INSTALLS[0]), self.kept)
 
-    def try_scenario(self, scenario: Scenario, restart: bool = False) -> list[str]:
-        """Where plan and run, and with a restart what arrives, differ."""
+    def try_scenario(self, scenario: Scenario, restart: bool = False, blind: bool = False) -> list[str]:
+        """Where plan and run, and with a restart what arrives, differ; `blind`: notes what the comparison is blind
+        to."""
         self._set_up(scenario)
         install = scenario.install
         checker = install + 'BrevantCheck.exe'
@@ -303,14 +324,16 @@ class AgreementMachine(Machine):
         code, output = self.run(checker, 'plan', install.rstrip('\\'), '--format', 'json')
         if code != 0:
             return [f'plan ends with {code}: {output}']
-        changes = changes_of(output)
+        changes = self.planned = changes_of(output)
         said = [*answers.plan_lines(output)]
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
         self._forget_traces()
         self.run(install + 'Brevant.exe', '/DeployFramework')
         asked = bool(question.asked())
-        found += disagreements(before, changes, state_of(self), asked)
+        after = state_of(self)
+        found += disagreements(before, changes, after, asked)
+        self.blind = blind_to(before, changes, after, asked) if blind else None
         if restart:
             found += self._try_restart(scenario, before, changes, manifest, said)
         return found + answers.differences(scenario.name, said, install)
@@ -330,14 +353,7 @@ class AgreementMachine(Machine):
         if not result.output.startswith('{'):
             return found + [f'verify ends with {result.code}: {result.output}']
         said += answers.verify_lines(result.output)
-        happens = {path: change['outcome'] in ('new', 'replace') for path, change in _at_restart(changes).items()}
-        for answer in json.loads(result.output)['answers']:
-            path = _plain(answer['what'])
-            if answer['verdict'] in ('MISSING', 'LEFT IN DOWNLOAD', 'STILL WAITING') and happens.get(path):
-                found.append(f'verify: {answer["verdict"]} {path}, planned to arrive')
-            if answer['verdict'] == 'ARRIVED' and happens.get(path) is False:
-                found.append(f'verify: ARRIVED {path}, planned to fail')
-        return found
+        return found + list(wrong_verdicts(changes, json.loads(result.output)['answers']))
 
     def _verify(self, scenario: Scenario, manifest: str) -> Result:
         self._put_programs(scenario.install)  # the update may delete them
@@ -453,6 +469,8 @@ def parse(arguments: list[str]) -> argparse.Namespace:
     parser.add_argument('--restart-every', type=int, default=10, metavar='N',
                         help='every N-th one is restarted and verified (10); 0: none')
     parser.add_argument('--cases', action='store_true', help='the known cases as well')
+    parser.add_argument('--blind', action='store_true', help='say of those that are restarted which '
+                        'planned changes nothing would miss')
     parser.add_argument('--keep', type=pathlib.Path, metavar='DIR', help='writes updates that disagree to this folder')
     options = parser.parse_args(arguments)
     if min(options.seeds, options.restart_every) < 0:
@@ -469,7 +487,11 @@ def main(arguments: list[str]) -> int:
         for scenario in scenarios:
             tried += 1
             restart = scenario.restart or options.restart_every and tried % options.restart_every == 0
-            if found := machine.try_scenario(scenario, bool(restart)):
+            found = machine.try_scenario(scenario, bool(restart), bool(restart and options.blind))
+            print(f'{scenario.name} ({scenario.identity()}): {len(machine.planned)} changes planned', flush=True)
+            if machine.blind:
+                print(f'  not missed: {", ".join(f"{count} {kind}" for kind, count in sorted(machine.blind.items()))}')
+            if found:
                 failed += 1
                 print('\n  '.join([f'{scenario.name}: plan and run disagree', *found[:12]]), flush=True)
                 if options.keep:

@@ -61,7 +61,7 @@ VAULT_KEY = PRODUCT_KEY + '\\Vault'
 UNINSTALL_KEY = ('HKLM\\Software\\Microsoft\\Windows\\CurrentVersion\\Uninstall\\'
                  '{5A1C2E77-3B90-4d6e-9F21-7C04B8E2D913}')
 CLASS_KEY = 'HKLM\\Software\\Classes\\CLSID\\'
-ANY = object()
+ANY = 'any value'
 
 # Key, value name, before the update, after it. Braces: folders of the sample, texts of the language.
 REGISTRY = (
@@ -125,11 +125,17 @@ class Expectations:
         self.rows = read_files()
         self.names: dict[str, Any] = {**folders(), 'text': self.text, 'user': os.environ.get('USER', 'root')}
 
+        self.topics = [*self.before_restart(), *self.files(), *self.registry(), *self.settings(), *self.shortcuts(),
+                       *self.trace()]
+
     def failures(self) -> list[str]:
-        topics = (*self.before_restart(), *self.files(), *self.registry(), *self.settings(), *self.shortcuts(),
-                  *self.trace())
-        return [f'{self.language}, {what}: {line}' for what, expected, found in topics
+        return [f'{self.language}, {what}: {line}' for what, expected, found in self.topics
                 for line in expect.differences(expected, found)]
+
+    def count(self) -> int:
+        """How many facts are expected."""
+        return sum(max(len(expected), 1) if isinstance(expected, (dict, list, set)) else 1
+                   for _, expected, _ in self.topics)
 
     def read(self, path: str, encoding: str = 'utf-8') -> str:
         return (self.outcome.after.content(path) or b'').decode(encoding).replace('\r\n', '\n')
@@ -218,8 +224,8 @@ class Expectations:
         yield 'runs after the restart', 1, messages.count('@@@ Paramter is /ApplyNewName')
 
 
-def play(language: str) -> tuple[Outcome, list[str]]:
-    """Tries the sample in a language; returns the outcome, and the expectations that are not met."""
+def play(language: str) -> tuple[Outcome, Expectations]:
+    """Tries the sample in a language; returns the outcome and what is expected of it."""
     home = pathlib.Path(tempfile.mkdtemp(prefix='brevant-sample-'))
     try:
         update, installed = write_sample(home)
@@ -227,7 +233,7 @@ def play(language: str) -> tuple[Outcome, list[str]]:
         outcome = Trial(options, progress(language)).run()
     finally:
         shutil.rmtree(home, ignore_errors=True)
-    return outcome, Expectations(language, outcome).failures()
+    return outcome, Expectations(language, outcome)
 
 
 def parse(arguments: list[str]) -> argparse.Namespace:
@@ -241,10 +247,10 @@ def parse(arguments: list[str]) -> argparse.Namespace:
 
 def main(arguments: list[str]) -> int:
     options = parse(arguments)
-    start, failures, incomplete = time.monotonic(), [], []
+    start, failures, incomplete, facts = time.monotonic(), [], [], 0
     for language in LANGUAGES:
         try:
-            outcome, failed = play(language)
+            outcome, expected = play(language)
         except Refused as findings:
             print(f'\n{findings}\n[demo] FAILED: the checker refuses the sample')
             return 1
@@ -253,11 +259,12 @@ def main(arguments: list[str]) -> int:
             return CHECKER_FAILED
         print()
         show(outcome, options.details, options.report / language if options.report else None)
-        failures += failed
+        failures += expected.failures()
+        facts += expected.count()
         incomplete += [] if outcome.complete() else [f'{language}: the update is not complete']
     print(f'[demo] NEVER LOOKED AT: the sample brings {len(planted_files())} such files on purpose (samples/files.txt)')
     print(f'[demo] {len(LANGUAGES)} machines in {time.monotonic() - start:.0f} s: '
-          + ('FAILED' if failures + incomplete else 'complete, and all expectations met'))
+          + ('FAILED' if failures + incomplete else f'complete, and all {facts} expectations met'))
     print('\n'.join(f'  {text}' for text in incomplete + failures), end='\n' if failures + incomplete else '')
     return 1 if failures + incomplete else 0
 

@@ -89,10 +89,17 @@ class LabTest(unittest.TestCase):
         if lines := differences(expected, found):
             raise self.failureException(f'{where or "not the same"}:{shown(lines)}')
 
+    def assertShown(self, file: pathlib.Path, text: str) -> None:
+        """A text is that of a file. After an intended change tools/examples.sh writes it again, or, if it comes from
+        a test, this does with BREVANT_RENEW=1."""
+        if os.environ.get('BREVANT_RENEW'):
+            file.write_text(text, 'utf-8')
+        self.assertSame(file.read_text('utf-8').splitlines(), text.splitlines(), file.name)
+
 
 class HomeTest(LabTest):
     """One with a folder of its own."""
     parent: Any = None
 
     def setUp(self) -> None:
-        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.parent)))
+        self.home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir=self.parent))).resolve()

@@ -14,7 +14,7 @@ from .machine import PRODUCT, SETTINGS
 
 # What an exit code (its low byte) of BrevantCheck says when it is no verdict.
 NO_VERDICT = {2: 'it was used wrongly', 3: 'it could not read its input', 5: 'it crashed (access violation)'}
-NO_END = 124  # the code of a call that did not end in time
+NO_END, NO_PLAN = 124, 125  # the codes of a call that did not end in time, or said nothing that can be read
 VERDICTS = {'lint': (0, 1), 'plan': (0,),
             'manifest': (0, 3), 'verify': (0, 1, 3010 & 0xFF)}  # 3: the update cannot be described
 
@@ -65,6 +65,8 @@ class Check:
             return ''
         if self.code == NO_END:
             return f'BrevantCheck {self.verb} did not end in time'
+        if self.code == NO_PLAN:
+            return f'BrevantCheck {self.verb} printed no plan'
         why = NO_VERDICT.get(self.code, 'it crashed or was ended')
         return f'BrevantCheck {self.verb} ended with exit code {self.code}: {why}'
 

@@ -4,6 +4,7 @@
     for scenario in known_cases(): ...
 """
 import dataclasses
+import hashlib
 import random
 from typing import Callable, Sequence, Union
 
@@ -41,6 +42,10 @@ class Scenario:
                 self.files |= files
         self.product = folders(self.install)['product']
         self.share = folders(self.install)['share']
+
+    def identity(self) -> str:
+        """What another version of this module changes when it makes another scenario of the same number."""
+        return hashlib.sha256(repr(dataclasses.astuple(self)).encode()).hexdigest()[:8]
 
     def put(self, path: str, text: str = '') -> str:
         """A file with a content of its own, its line ends as they are."""

@@ -23,7 +23,7 @@ from .doubts import WORDS, Doubt, allowance, doubts_of, packages_of, read_intend
 from .layouts import host_files, install_folder, instructions, languages_of, planted_files, write_sample
 from .links import ShellLink, read_link
 from .machine import PRODUCT, RUN_ONCE, SETTINGS, TRACE_FOLDER, Machine, Result
-from .outcome import NO_END, UNINSTALL, Check, Move, Outcome, State
+from .outcome import NO_END, NO_PLAN, UNINSTALL, Check, Move, Outcome, State
 from .showing import progress, show, show_table
 from .standins import CANCEL, ENDED, OK, FaultLibrary, Question
 
@@ -165,7 +165,7 @@ class Trial:
         try:
             return Check('plan', result.code, []), json.loads(result.output)
         except ValueError:
-            return Check('plan', result.code or NO_END, result.output.splitlines()), {}
+            return Check('plan', result.code or NO_PLAN, result.output.splitlines()), {}
 
     def doubts(self, planned: dict[str, Any]) -> list[Doubt]:
         return doubts_of(planned, instructions(self.options.update), self.missing)

@@ -83,16 +83,18 @@ class _Maker:
             f'"{path}" /x', f'cmd.exe /c ""{path}" /x"', f'cmd.exe /c if exist "{path}" call "{path}"')))
 
 
-def make_update(home: pathlib.Path, seed: int, machine: Machine) -> None:
-    """The update of a number and the product that it is for, in folders of `home`."""
+def make_update(home: pathlib.Path, seed: int, machine: Machine) -> str:
+    """The update of a number and the product that it is for, in folders of `home`; says what it is."""
     chance = random.Random(seed)
     languages = chance.sample(LANGUAGES, chance.randint(1, 4))
     version = f'{chance.randint(1, 9)}.{chance.randint(0, 9)}.{chance.randint(1, 9)}.{chance.randint(1101, 9999)}'
-    done = machine.run(PRODUCT + 'BrevantCheck.exe', 'new', host_path(home), '--product', chance.choice(NAMES),
+    product = chance.choice(NAMES)
+    done = machine.run(PRODUCT + 'BrevantCheck.exe', 'new', host_path(home), '--product', product,
                        '--version', version, '--languages', ','.join(languages))
     if done.code != 0:
         raise ValueError(f'seed {seed}: {done.output}')
     _Maker(home, chance, languages).make()
+    return f'{product} {version} in {", ".join(languages)}'
 
 
 def main(arguments: list[str]) -> int:
@@ -105,13 +107,13 @@ def main(arguments: list[str]) -> int:
         machine.install_program(PRODUCT)
         for seed in range(options.first, options.first + options.seeds):
             home = pathlib.Path(folder) / str(seed)
-            make_update(home, seed, machine)
+            made = make_update(home, seed, machine)
             done = machine.run(PRODUCT + 'BrevantCheck.exe', 'lint', host_path(home / 'update'), '--installed',
                                host_path(home / 'installed'), '--strict')
             clean += done.code == 0
             records = (home / 'update/QorPaFrwk.ini').read_text('utf-16').count('=')
             files = sum(file.is_file() for file in (home / 'update').rglob('*'))
-            print(f'seed {seed}: {files} files, {records} lines with a record: {done.output.strip()}')
+            print(f'seed {seed}: {made}, {files} files, {records} lines with a record: {done.output.strip()}')
     print(f'{clean} of {options.seeds} without a finding')
     return 0 if clean == options.seeds else 1
 
