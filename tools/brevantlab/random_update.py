@@ -71,8 +71,8 @@ def _records(**sections: Sequence[str]) -> Change:
 
 
 def _leftovers(scenario: Scenario) -> None:
-    for name in ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished', 'config.xml', 'UpdateInfo.ini',
-                 '~kzcomn-000000d4-01.tmp', 'qorshcut.xml'):
+    for name in ('UpdateInfo-7ffff0d4.unfinished', 'config-7ffff0d4.unfinished', 'config.xml', 'UpdateInfo.ini',
+                 '~kzcomn-7ffff0d4-01.tmp', 'qorshcut.xml'):
         scenario.put(f'{scenario.share}Setting\\{name}')
         scenario.put(scenario.product + name)
     _records(UPDATE_INFO=['modify=A!B!1'], QOR_CONFIG_MERGE=['migrate=/ProxySettings/Server'])(scenario)
@@ -276,13 +276,13 @@ class _Maker:
 
     def add_leftovers(self) -> None:
         scenario = self.scenario
-        places = {scenario.product: ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
+        places = {scenario.product: ('UpdateInfo-7ffff0d4.unfinished', 'config-7ffff0d4.unfinished',
                                      'config-0000zzzz.unfinished'),
-                  scenario.share + 'Setting\\': ('UpdateInfo-000000d4.unfinished', 'config-000000d4.unfinished',
-                                                 'config.xml', 'UpdateInfo.ini', '~kzcomn-000000d4-01.tmp',
+                  scenario.share + 'Setting\\': ('UpdateInfo-7ffff0d4.unfinished', 'config-7ffff0d4.unfinished',
+                                                 'config.xml', 'UpdateInfo.ini', '~kzcomn-7ffff0d4-01.tmp',
                                                  'readme.htm'),
-                  scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-000000d4-01.tmp',
-                                     'UpdateInfo-000000d4.unfinished', 'readme.htm0', 'panel.dll0')}
+                  scenario.install: ('config.previous.xml', 'qorshcutbackup.xml', '~kzcomn-7ffff0d4-01.tmp',
+                                     'UpdateInfo-7ffff0d4.unfinished', 'readme.htm0', 'panel.dll0')}
         for folder, names in places.items():
             for name in names:
                 if self.often(0.08):
