@@ -358,7 +358,9 @@ class Examples:
         self._add('debug-trace', 'type KZVLT_Brevant.log', '\n'.join([*machine.messages(), '']))
         shutil.rmtree(machine.host(SETTING))
         machine.write(PRODUCT + 'QorPaFrwk.ini', '[Unknown]')
-        self.show('plan', 'plan .')
+        machine.set_value(SETTINGS, MARKER[0], 'not applied')
+        machine.set_value(SETTINGS, 'Version', '3.9')
+        self.show('plan', 'plan .', 'plan . --language ja-jp')
 
     def show_fleet(self) -> None:
         for name in ('pending.json', 'done.json'):
