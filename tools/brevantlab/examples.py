@@ -1,5 +1,4 @@
-"""What the verbs of the checking program print, and what the agent traces, in the order of an update's life:
-docs/examples.
+"""What the verbs of the checking program print, in the order of an update's life: docs/examples.
 
 tools/examples.sh writes them, and a test compares them. What differs from one run, machine or release to another is
 replaced, and JSON is laid out in fewer lines.
@@ -14,9 +13,10 @@ import sys
 import tempfile
 from typing import Any
 
-from .layouts import MARKER, install_folder
+from .layouts import install_folder
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
 from .prefix import ROOT
+from .trace_examples import TraceExamples
 
 EXAMPLES = ROOT / 'docs/examples'
 WORK, PACKAGE = 'C:\\Work\\', 'c21t2103v3.9.3l1p1r1o1'
@@ -33,10 +33,6 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
     (r'[\d/]{10} [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
     (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
-    (r'(FrwkDeployTick: "1234567" -> |FrwkDeployTick"[^}]* "old": )"\d+"', r'\1"1234568"'),
-    (r'(C:\\users\\)(?!Public)\w+', r'\1USER'),
-    (r'(RunOnce:)[0-9a-f-]{36}', r'\1NAME'),
-    (r'(x{20})x+', r'\1...'),
     (r'\d+ MB are free', '90000 MB are free'),
     (r'(not examined: .*?\.xml: )[^\n]+', r'\1The filename cannot be resolved'),  # a text of Windows
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
@@ -90,71 +86,6 @@ SysRunOnce="{InstalledDir}Qorvault.cmd
 text=Only one
 [Unknown]
 """
-
-# What the agent refuses, remarks on or cannot do: of every kind of record, then of settings and of shortcuts.
-LONG, DEEP = 'x' * 1030, '/a' * 33
-REFUSED = rf"""[QOR_DIR]
-add=Relative
-add=C:\
-add={{InstalledDir}}readme.htm
-add={{InstalledDir}}Fresh
-add=
-delete=C:\
-delete={{InstalledDir}}None
-delete={{InstalledDir}}Help
-[QOR_FILE]
-delete=relative.dat
-delete={{InstalledDir}}None.dat
-delete={{InstalledDir}}*.none
-delete={{Unknown}}x.dat
-delete={LONG}
-delete_now={{InstalledDir}}None.dat
-delete_now={{InstalledDir}}Help
-delete={{InstalledDir}}Help
-[QOR_REGISTRY_PATCH]
-add=SOFTWARE\Kazmere\KZVLT\Vault!Number!REG_DWORD!0x10
-add=SOFTWARE\Kazmere\KZVLT\Vault!Kind!REG_TEXT!1
-add=SOFTWARE\Kazmere\KZVLT
-add=SOFTWARE\Kazmere\KZVLT\Vault!Path!REG_SZ!{{InstalledDir}}|{{LocalAppDataDir}}|{{Unknown}}
-add=\SOFTWARE\Kazmere!Name!REG_SZ!x
-add={LONG}
-add_if_non=SOFTWARE\Kazmere\KZVLT\Vault!Most!REG_QDWORD!18446744073709551616
-add_if_non=SOFTWARE\Kazmere\KZVLT\Vault!More!REG_SZ!a!b
-add_if_non=SOFTWARE\Kazmere\KZVLT\Vault!List!REG_MULTI_SZ!a
-junk
-DELETE=SOFTWARE\Kazmere\KZVLT\Vault!HelpFile
-delete=SOFTWARE\Kazmere\KZVLT\Vault!None
-delete={LONG}
-[QOR_CONFIG_MERGE]
-migrate=/Window/Skin
-migrate=/Window
-migrate=//Typed/
-migrate=/Refused
-migrate=/None
-migrate=/a b
-migrate={DEEP}
-migrate=/{LONG}
-[UPDATE_INFO]
-modify=COMPONENT_LIST!Component101_Version
-modify=COMPONENT_LIST!Component101_Version!3.9.3.1141!more
-modify={LONG}
-[Run]
-SysRunOnce=
-SysRunOnce={LONG}
-SysRunOnce="{{InstalledDir}}Qorvault.cmd" /later
-[RestartNotification_EN-US]
-text=Only one
-"""
-OLD_SETTINGS, NEW_SETTINGS = (
-    f'<Configuration><Window><Skin>{skin}</Skin></Window><Typed type="{kind}">{typed}</Typed>'
-    f'<Refused type="int">{refused}</Refused></Configuration>'
-    for skin, kind, typed, refused in (('red', 'string', 'text', 'x'), ('light', 'bool', 0, 1)))
-LINK = '<Shortcut lnk="Qorvault.cmd" desc="Opens it" arg="/open">{}</Shortcut>'
-LINKS = ('<Shortcuts><Desktop available="1">'
-         + ''.join(map(LINK.format, ('Good', 'a|b', '..\\Above', 'C:\\Drive', '\\Root', 'nul', LONG[:300])))
-         + '</Desktop><Desktop available="no"/><StartMenu available="1"><Folder name="Group\\Inner">'
-         + LINK.format('In')
-         + '</Folder><Folder name="c|d"/><Folder name=".."/></StartMenu><StartMenu available="0"/></Shortcuts>')
 
 RECORD: dict[str, Any] = {
     'record': 1, 'update': '0123456789abcdef' * 4, 'package': PACKAGE, 'product_version': '3.9.3.1140',
@@ -213,20 +144,20 @@ class Examples:
         self.show_plans()
         self.show_signatures()
         self.show_deployment()
-        self.show_refusals()
         self.show_fleet()
+        TraceExamples(self).run()
         return self.found
 
     def show(self, name: str, *commands: str) -> None:
         """Adds calls to an example, with their output and exit code."""
         for command in commands:
             result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *command.split(), cwd=self.machine.host(self.place))
-            self._add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
+            self.add(name, f'BrevantCheck {command}', f'{result.output}(exit code {result.code})\n')
 
     def show_file(self, name: str, file: str, encoding: str = 'utf-8') -> None:
-        self._add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
+        self.add(name, f'type {file}', self.machine.read(self.place + file, encoding) or '')
 
-    def _add(self, name: str, command: str, text: str) -> None:
+    def add(self, name: str, command: str, text: str) -> None:
         if text.startswith('{'):
             document, end = json.JSONDecoder(object_hook=without_rules).raw_decode(text)
             text = laid_out(document) + text[end:]
@@ -331,36 +262,9 @@ class Examples:
         machine.write(PRODUCT + 'Retired.dat', '')
         machine.set_value(SETTINGS + '\\Vault', 'HelpFile', 'C:\\Help')
         self.show('verify.json', 'verify --format json')
-        machine.set_value(SETTINGS, MARKER[0], 'not applied')
-        machine.set_value(SETTINGS, 'Version', '3.9')
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')  # of an update whose files are gone
         machine.write(PRODUCT + 'Brevant.log', '\n'.join(machine.trace_lines()) + '\n')
         self.show('trace', 'trace Brevant.log --all')
-
-    def show_refusals(self) -> None:
-        """A run whose records and files are wrong in every way, and the work after the restart, with their trace."""
-        machine = self.machine
-        machine.write(PRODUCT + 'QorPaFrwk.ini', REFUSED, 'utf-16')
-        machine.write(PRODUCT + 'config.xml', OLD_SETTINGS)
-        machine.write(SETTING + 'config_EN-US.xml', NEW_SETTINGS)
-        machine.write(PRODUCT + 'qorshcut.xml', LINKS)
-        machine.write(SETTING + 'qorshcut_EN-US.xml', LINKS.replace('Good', 'Better'))
-        machine.set_value(SETTINGS, MARKER[0], 'not applied')
-        machine.set_value(SETTINGS, 'Version', '3.9.3.1099')
-        self.show('plan', 'plan .')
-        self.show('plan.json', 'plan . --format json')
-        machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')
-        machine.restart()
-        machine.host(PRODUCT + 'qorshcutbackup.xml').unlink()
-        machine.write(PRODUCT + 'qorshcut.xml', '<Shortcuts>')
-        machine.host(PRODUCT + 'Resource\\EN-US\\StringTable.ini').unlink()
-        machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
-        self._add('debug-trace', 'type KZVLT_Brevant.log', '\n'.join([*machine.messages(), '']))
-        shutil.rmtree(machine.host(SETTING))
-        machine.write(PRODUCT + 'QorPaFrwk.ini', '[Unknown]')
-        machine.set_value(SETTINGS, MARKER[0], 'not applied')
-        machine.set_value(SETTINGS, 'Version', '3.9')
-        self.show('plan', 'plan .', 'plan . --language ja-jp')
 
     def show_fleet(self) -> None:
         for name in ('pending.json', 'done.json'):
