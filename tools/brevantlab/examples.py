@@ -13,10 +13,10 @@ import sys
 import tempfile
 from typing import Any
 
+from . import trace_examples
 from .layouts import install_folder
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
 from .prefix import ROOT
-from .trace_examples import TraceExamples
 
 EXAMPLES = ROOT / 'docs/examples'
 WORK, PACKAGE = 'C:\\Work\\', 'c21t2103v3.9.3l1p1r1o1'
@@ -145,7 +145,7 @@ class Examples:
         self.show_signatures()
         self.show_deployment()
         self.show_fleet()
-        TraceExamples(self).run()
+        trace_examples.TraceExamples(self).run()
         return self.found
 
     def show(self, name: str, *commands: str) -> None:
