@@ -84,6 +84,7 @@ LINKS = ('<Shortcuts><Desktop available="1">'
 class Shown(Protocol):
     """What this part needs of all examples."""
     machine: Machine
+    place: str
     found: dict[str, str]
 
     def show(self, name: str, *commands: str) -> None: ...
@@ -91,7 +92,7 @@ class Shown(Protocol):
 
 
 class TraceExamples:
-    """Runs after the other examples, in whose work folder the new update is."""
+    """Runs after the other examples: it lays out the product anew."""
 
     def __init__(self, examples: Shown) -> None:
         self.examples = examples
@@ -99,6 +100,7 @@ class TraceExamples:
 
     def run(self) -> None:
         self._lay_out()
+        self.examples.place = PRODUCT
         self.examples.show('plan.mistakes', 'plan .')
         self.examples.show('plan.mistakes.json', 'plan . --format json')
         self._deploy()
@@ -110,11 +112,12 @@ class TraceExamples:
                 self.examples.found[name] = pattern.sub(shown, self.examples.found[name])
 
     def _lay_out(self) -> None:
-        machine, spring = self.machine, self.machine.host('C:\\Work\\spring')
+        machine, new = self.machine, self.machine.host('C:\\Work\\mistakes')
+        machine.run(PRODUCT + 'BrevantCheck.exe', 'new', new.name, cwd=new.parent)
         shutil.rmtree(machine.host(PRODUCT))
         machine.install_program()
-        install_folder(machine, spring / 'installed')
-        shutil.copytree(spring / 'update', machine.host(PRODUCT), dirs_exist_ok=True)
+        install_folder(machine, new / 'installed')
+        shutil.copytree(new / 'update', machine.host(PRODUCT), dirs_exist_ok=True)
         machine.write(PRODUCT + 'QorPaFrwk.ini', REFUSED, 'utf-16')
         machine.write(PRODUCT + 'config.xml', OLD_SETTINGS)
         machine.write(SETTING + 'config_EN-US.xml', NEW_SETTINGS)
