@@ -29,6 +29,7 @@ class RunOnce(LabTest):
             ('touchpad', '99', '1', True),
             ('without', '99', '1', True),
             ('without', '99', '', False),
+            ('', '99', '', False),
         ):
             with self.subTest(name=name, minimum=minimum, blacklist=blacklist):
                 for value in (('ETDName', name), ('ETDMinVersion', minimum), ('KeystrokeBlackList', blacklist)):
@@ -43,4 +44,4 @@ class RunOnce(LabTest):
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))
-        self.assertEqual(3 + 4 + 4 + 4 + 3 + 3 + 4, len(machine.read('C:\\said.txt').splitlines()))
+        self.assertEqual(3 + 4 + 4 + 4 + 3 + 3 + 4 + 4, len(machine.read('C:\\said.txt').splitlines()))

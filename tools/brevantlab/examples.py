@@ -13,6 +13,7 @@ import sys
 import tempfile
 from typing import Any
 
+from . import trace_examples
 from .layouts import install_folder
 from .machine import PRODUCT, SESSION_MANAGER, SETTINGS, Machine
 from .prefix import ROOT
@@ -173,6 +174,7 @@ class Examples:
         self.show_deployment()
         self.show_fleet()
         RareExamples(self).run()
+        trace_examples.TraceExamples(self).run()
         return self.found
 
     def show(self, name: str, *commands: str) -> None:
@@ -231,6 +233,8 @@ class Examples:
         edit(next(wrong.glob('Component/*/DE-DE/StringTable.ini')), {'S_STR_PRODUCT_NAME': 'S_STR_NAME'})
         (setting.parent / 'Unknown').mkdir()
         (setting.parent / 'Unknown/x.dll').touch()
+        (setting.parent / 'UI').mkdir()
+        (setting.parent / 'UI/x').touch()  # a path shorter than that of the settings folder
         self.show('lint', 'lint spring\\update --installed spring\\installed --strict', 'lint broken',
                   'lint wrong --installed spring\\installed')
         self.overview = self.found['help'].split('\n(exit code', 1)[0].split('\n', 1)[1] + '\n'

@@ -63,6 +63,10 @@ TEST_F(ComponentFilesTest, AWalkEntersFoldersInOrderAndDoesNotFollowLinks)
     EXPECT_THAT(Moves(), ElementsAre(L"src\\a > a", L"src\\z > z"));
     EXPECT_TRUE(CopyTree(L"none"));
     EXPECT_EQ(CountTraced(StartsWith("!!!")), 0);
+    EXPECT_TRUE(CopyDirectory(m_run, m_install.PathOf(L"src"), L"*.*", L"", true, true));
+    EXPECT_TRUE(CopyDirectory(m_run, L"", L"*.*", m_install.Path(), true, true));
+    EXPECT_EQ(CountTraced(HasSubstr("CopyDirectory() - unknown folder, source[")), 2);
+    EXPECT_THAT(Moves(), IsEmpty());
 
     const std::string strLine = "!!! *** FrameworkDeployAgent::CopyDirectory() - ";
     for (const DWORD dwCode : {ERROR_PATH_NOT_FOUND, ERROR_ACCESS_DENIED}) {

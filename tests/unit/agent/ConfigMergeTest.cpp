@@ -103,4 +103,12 @@ TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
     Merge();
     EXPECT_EQ(m_install.Read(L"config.previous.9.xml"), "<r>") << "the last name is reused";
     EXPECT_EQ(Kept(), "older");
+    m_install.Write(L"config.xml", kUsers);
+    m_install.Write(L"new\\config.xml", kShipped, FILE_ATTRIBUTE_READONLY);
+    SystemWatch watch(m_install.Path());
+    watch.Fail("SetFileAttributesW", ERROR_ACCESS_DENIED);
+    Merge();
+    EXPECT_EQ(
+        CountTraced(EndsWith("MergeConfig() - [" + m_strInstall + "new\\config.xml] stays read-only. [0x00000005]")),
+        1);
 }

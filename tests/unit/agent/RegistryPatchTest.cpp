@@ -84,21 +84,3 @@ TEST_F(RegistryPatchTest, DefaultNamesTheUnnamedValueOnlyWhenAddingAMissingOne)
     EXPECT_EQ(Value(L"(Default)"), std::nullopt);
     EXPECT_EQ(Value(L""), RawText(L"unnamed again"));
 }
-
-TEST_F(RegistryPatchTest, PassesRunInTheirOwnOrderAndBadRecordsStopNothing)
-{
-    WriteRaw(HKEY_LOCAL_MACHINE, kKey, L"A", RawText(L"before"));
-    const std::string strLong(1024, 'x'), strName = "@@@ *** FrameworkDeployAgent::PatchRegistry() - ";
-    Instruct(
-        "[QOR_REGISTRY_PATCH]\nadd_if_non=SOFTWARE\\X!A!REG_SZ!late\nadd=SOFTWARE\\X!A!REG_SZ!added\nadd=" + strLong +
-        "\nadd=SOFTWARE\\X\njunk\nDELETE=SOFTWARE\\X!A\ndelete=SOFTWARE\\X!A\nadd=SOFTWARE\\X!B!REG_DWORD!1\n");
-    PatchRegistry(m_run);
-    EXPECT_EQ(Value(L"A"), RawText(L"added"));
-    EXPECT_EQ(Value(L"B"), RawNumber(1));
-    std::vector<std::string> passes = m_trace.Messages();
-    std::erase_if(passes, [&](const std::string& strLine) { return !strLine.starts_with(strName); });
-    EXPECT_THAT(passes, ElementsAre(strName + "delete: [SOFTWARE\\X!A]", strName + "add: [SOFTWARE\\X!A!REG_SZ!added]",
-                                    strName + "add: [" + strLong + "]", strName + "add: [SOFTWARE\\X]",
-                                    strName + "add: [SOFTWARE\\X!B!REG_DWORD!1]",
-                                    strName + "add: [SOFTWARE\\X!A!REG_SZ!late]"));
-}
