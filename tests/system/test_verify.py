@@ -35,7 +35,7 @@ class Verify(LabTest):
     def record(self, event):
         # Wine's debug channel shows the event that is written with the record.
         told = self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log', debug='+eventlog')
-        joined = re.sub(r'"\n\w+:trace:eventlog:ReportEventW L"', '', told.output)  # Wine 10 shows line by line
+        joined = re.sub(r'"\n\w+:\w+:eventlog:ReportEventW L"', '', told.output)  # Wine 10 shows line by line
         self.assertRegex(joined, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,{event}[.]'
                          r'\\r\\n\\r\\nPackage: c21t2103v3[.]9[.]0l1p1r1o1\\r\\n')
         record = json.loads(self.machine.read(RECORD))
