@@ -62,12 +62,15 @@ constexpr OpenerRow kOpeners[] = {
     {L"call", L"", Kind::eProgram},
 };
 
+/// What the command interpreter ignores before a command.
+constexpr wchar_t kBeforeCommand[] = L" \t@()";
+
 /// Words of the command interpreter's own.
 constexpr std::wstring_view kBuiltIns[] = {
-    L"assoc",    L"call",     L"cd",    L"chdir", L"cls",   L"copy", L"date", L"del", L"dir",    L"echo",
-    L"endlocal", L"erase",    L"exit",  L"for",   L"ftype", L"goto", L"if",   L"md",  L"mkdir",  L"mklink",
-    L"move",     L"path",     L"pause", L"popd",  L"pushd", L"rd",   L"rem",  L"ren", L"rename", L"rmdir",
-    L"set",      L"setlocal", L"start", L"time",  L"title", L"type", L"ver",  L"vol",
+    L"assoc",  L"call",     L"cd",       L"chdir", L"cls",  L"copy",  L"date", L"del", L"dir", L"echo",
+    L"else",   L"endlocal", L"erase",    L"exit",  L"for",  L"ftype", L"goto", L"if",  L"md",  L"mkdir",
+    L"mklink", L"move",     L"path",     L"pause", L"popd", L"pushd", L"rd",   L"rem", L"ren", L"rename",
+    L"rmdir",  L"set",      L"setlocal", L"start", L"time", L"title", L"type", L"ver", L"vol",
 };
 
 /// Programs of every Windows that updates are likely to start, to be known also where there is no real Windows.
@@ -149,23 +152,28 @@ void StartedFiles::AddFile(Kind eKind, std::wstring tstrFile, std::size_t uAt)
     if (!bVariable && !tstrFile.empty()) m_files.push_back({eKind, std::move(tstrFile), uAt});
 }
 
-/// The commands between "&" and "|" outside quotes.
+/// The commands between "&" and "|" outside quotes, in brackets or not.
 void StartedFiles::AddSequence(std::wstring_view tstrCommands, std::size_t uAt, unsigned uLevel)
 {
     if (uLevel == kMostLevels) return;
     bool bQuotes = false;
+    unsigned uOpen = 0;  // brackets; elsewhere than before a command, one is part of a word
     std::size_t uBegin = 0;
     for (std::size_t u = 0; u <= tstrCommands.size(); ++u) {
         const wchar_t ch = u < tstrCommands.size() ? tstrCommands[u] : L'&';
         if (ch == L'"') bQuotes = !bQuotes;
-        const bool bEnd = u == tstrCommands.size() || (!bQuotes && (ch == L'&' || ch == L'|'));
+        const std::wstring_view tstrSoFar = tstrCommands.substr(uBegin, u - uBegin);
+        if (ch == L'(' && tstrSoFar.find_first_not_of(kBeforeCommand) == std::wstring_view::npos) ++uOpen;
+        const bool bClosed = ch == L')' && !bQuotes && uOpen > 0;
+        const bool bEnd = u == tstrCommands.size() || bClosed || (!bQuotes && (ch == L'&' || ch == L'|'));
         if (!bEnd) continue;
+        if (bClosed) --uOpen;
         Add(tstrCommands.substr(uBegin, u - uBegin), uAt + uBegin, true, uLevel + 1);
         uBegin = u + 1;
     }
 }
 
-/// The word after which the command stands that "if" or "for" carries out; nothing when it does not come.
+/// The index of the first word of the command that "if", "else" or "for" carries out; nothing when there is none.
 std::optional<std::size_t> IndexOfInner(const std::vector<Word>& words, const std::wstring& tstrName)
 {
     std::size_t u = 1;
@@ -175,7 +183,7 @@ std::optional<std::size_t> IndexOfInner(const std::vector<Word>& words, const st
     if (tstrName == L"for") {
         while (u < words.size() && !is(L"do")) ++u;
         ++u;
-    } else {
+    } else if (tstrName == L"if") {
         while (is(L"/i") || is(L"not")) ++u;
         u += is(L"exist") || is(L"defined") || is(L"errorlevel") ? 2 : 1;
     }
@@ -185,7 +193,7 @@ std::optional<std::size_t> IndexOfInner(const std::vector<Word>& words, const st
 void StartedFiles::Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInterpreter, unsigned uLevel)
 {
     const std::size_t uFirst =
-        std::min(tstrCommand.find_first_not_of(bInterpreter ? L" \t@(" : L" \t"), tstrCommand.size());
+        std::min(tstrCommand.find_first_not_of(bInterpreter ? kBeforeCommand : L" \t"), tstrCommand.size());
     tstrCommand.remove_prefix(uFirst);
     uAt += uFirst;
     const std::vector<Word> words = SplitCommand(tstrCommand);
@@ -205,7 +213,7 @@ void StartedFiles::Add(std::wstring_view tstrCommand, std::size_t uAt, bool bInt
     } else if (!bInterpreter) {
         return AddFile(Kind::eBuiltIn, tstrProgram, uAt);
     }
-    if (tstrName == L"if" || tstrName == L"for") {
+    if (tstrName == L"if" || tstrName == L"else" || tstrName == L"for") {
         const std::optional<std::size_t> optInner = IndexOfInner(words, tstrName);
         if (!optInner) return;
         const std::size_t uInner = words[*optInner].uBegin;

@@ -3,6 +3,7 @@
 
 #include "unit/check/CheckFixture.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <set>
@@ -25,10 +26,22 @@ protected:
     {
         auto [strAll, uBegin, cch] = FindTold();
         if (!std::getenv("BREVANT_WRITE_FINDINGS")) {
-            EXPECT_EQ(strAll.substr(uBegin, cch), m_strTold) << kToldFile;
+            ExpectSameLines(strAll.substr(uBegin, cch), m_strTold);
         } else if (cch > 0 || !m_strTold.empty()) {
             std::ofstream(kToldFile, std::ios::binary) << strAll.replace(uBegin, cch, m_strTold);
         }
+    }
+    /// Shows no more than the first line that differs: the texts are long.
+    static void ExpectSameLines(const std::string& strWritten, const std::string& strTold)
+    {
+        const auto uSame =
+            static_cast<std::size_t>(std::ranges::mismatch(strWritten, strTold).in1 - strWritten.begin());
+        const auto LineThere = [uSame](const std::string& str) {
+            const std::size_t uLine = str.substr(0, uSame).rfind('\n') + 1;
+            return str.substr(uLine, str.find('\n', uSame) - uLine);
+        };
+        EXPECT_TRUE(strWritten == strTold)
+            << kToldFile << " has " << LineThere(strWritten) << "\nand found is " << LineThere(strTold);
     }
     static void TearDownTestSuite()
     {

@@ -210,6 +210,7 @@ TEST_F(LintTest, Commands)
         powershell -NoProfile -f "{InstalledDir}x.ps1"$msiexec /qn /i C:\setup\x.msi$msiexec /qn /i"C:\setup\x.msi"
         &  => B056w 2:37, B056w 3:27, B056w 4:26
         cmd.exe /c copy C:\a C:\b & "{InstalledDir}none.cmd" => B056w 2:40
+        cmd.exe /c (ping 1 & C:\no\b.exe)$cmd.exe /c if exist C:\a (net use) else (if a==b (ping.exe)) & sc => B056w 2:33
         cmd.exe /c "call "{InstalledDir}x y.cmd" & reg import C:\x.reg" => B056w 2:29, B056w 2:66
         cmd.exe /c for %i in (1 2) do start "t" /wait C:\no.exe$cmd.exe /c "C:\no.exe /q" => B056w 2:58, B056w 3:24
         wscritp.exe //B$C:\Windows\System32\wscritp.exe
