@@ -152,7 +152,8 @@ std::wstring FormatText(const Rollup& rollup)
         tstrText += OnOneLine(std::move(tstrLine)) + L"\n";
     };
     for (const auto& [strUpdate, update] : UpdatesOf(rollup)) {
-        add(L"update " + String::FromAnsi(strUpdate.substr(0, kShownDigits)) + L", " + update.tstrPackage);
+        const std::wstring tstrUpdate = String::FromAnsi(strUpdate.substr(0, kShownDigits));
+        add(L"update " + (tstrUpdate.empty() ? L"without identity" : tstrUpdate) + L", " + update.tstrPackage);
         std::wstring tstrLine;
         for (const MachineVerdict eVerdict : kVerdicts) {
             tstrLine += (tstrLine.empty() ? L"  " : L", ") +
