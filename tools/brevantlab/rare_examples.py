@@ -30,6 +30,8 @@ ODD: dict[str, Any] = {
          'settings': {'root': 'Other', 'tags': [], 'carried_over': []}},
         {'destination': '{InstalledDir}config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now', 'language': 'en-us',
          'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'], 'carried_over': ['/None', '/window/Skin']}},
+        {'destination': '{InstalledDir}None\\config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now',
+         'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'], 'carried_over': []}},
         {'destination': '{InstalledDir}qorshcut.xml', 'source': f'{SOURCE}qorshcut.xml', 'when': 'restart',
          'language': 'DE-DE'},
         {'destination': '{InstalledDir}qorshcut_EN-US.xml', 'source': f'{SOURCE}a.xml', 'when': 'restart', **WRONG},
