@@ -92,8 +92,9 @@ text=Only one
 VERBS = ('new', 'lint', 'plan', 'ready', 'manifest', 'sign', 'check-signature', 'undo', 'diff', 'verify', 'rollup',
          'trace')
 MISUSE = ('', 'lnit broken', 'broken', '--help lint', 'lint --help broken', 'lint', 'lint broken wrong',
-          'lint --language', 'lint --installed ""', 'lint --all', 'lint --format json', 'diff broken wrong --format sarif',
-          'rollup broken --format xml', 'verify --machines broken', 'verify --detect --pending soon',
+          'lint --language', 'lint --installed ""', 'lint --all', 'lint --format json',
+          'diff broken wrong --format sarif', 'rollup broken --format xml', 'verify --machines broken',
+          'verify --detect --pending soon',
           'new other --version 3.9', 'new other --languages EN_US', 'new other --languages EN-US,en-us',
           'new other --product a?', 'lint none', 'lint spring', 'lint broken --installed none',
           'lint ./broken --installed spring')

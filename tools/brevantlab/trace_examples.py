@@ -34,6 +34,7 @@ delete={{Unknown}}x.dat
 delete={LONG}
 delete_now={{InstalledDir}}None.dat
 delete_now={{InstalledDir}}Help
+delete_now={{InstalledDir}}*.lock
 delete={{InstalledDir}}Help
 [QOR_REGISTRY_PATCH]
 add=SOFTWARE\Kazmere\KZVLT\Vault!Number!REG_DWORD!0x10
