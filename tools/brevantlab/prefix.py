@@ -40,29 +40,11 @@ TEMPLATE_SETTINGS = r'''
 ; Every Windows has this class of devices.
 [HKEY_LOCAL_MACHINE\System\CurrentControlSet\Control\Class\{4D36E96F-E325-11CE-BFC1-08002BE10318}]
 "Class"="Mouse"
-
-; No program here asks these services, and each start of a machine waits for those that start by themselves.
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\Eventlog]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\NDIS]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\nsiproxy]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\PlugPlay]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\wineusb]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\winehid]
-"Start"=dword:00000004
-
-[HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services\winebus]
-"Start"=dword:00000004
 '''
+# No program here asks these services, and each start of a machine waits for those that start by themselves.
+UNUSED_SERVICES = 'Eventlog', 'NDIS', 'nsiproxy', 'PlugPlay', 'winebus', 'winehid', 'wineusb'
+SERVICES = r'HKEY_LOCAL_MACHINE\System\CurrentControlSet\Services'
+TEMPLATE_SETTINGS += ''.join(f'\n[{SERVICES}\\{name}]\n"Start"=dword:00000004\n' for name in UNUSED_SERVICES)
 
 
 def environment(prefix: pathlib.Path, overrides: Mapping[str, str] = {}) -> dict[str, str]:
