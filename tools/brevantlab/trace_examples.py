@@ -93,7 +93,7 @@ class Shown(Protocol):
 
 
 class TraceExamples:
-    """Runs after the other examples: it lays out the product anew."""
+    """Runs after the other examples, because it installs the product again."""
 
     def __init__(self, examples: Shown) -> None:
         self.examples = examples

@@ -157,7 +157,7 @@ void StartedFiles::AddSequence(std::wstring_view tstrCommands, std::size_t uAt, 
 {
     if (uLevel == kMostLevels) return;
     bool bQuotes = false;
-    unsigned uOpen = 0;  // brackets; elsewhere than before a command, one is part of a word
+    unsigned uOpen = 0;  // brackets that begin a command; any other bracket is part of a word
     std::size_t uBegin = 0;
     for (std::size_t u = 0; u <= tstrCommands.size(); ++u) {
         const wchar_t ch = u < tstrCommands.size() ? tstrCommands[u] : L'&';
@@ -173,7 +173,7 @@ void StartedFiles::AddSequence(std::wstring_view tstrCommands, std::size_t uAt, 
     }
 }
 
-/// The index of the first word of the command that "if", "else" or "for" carries out; nothing when there is none.
+/// The index of the first word of the command that "if", "else" or "for" carries out, if one follows.
 std::optional<std::size_t> IndexOfInner(const std::vector<Word>& words, const std::wstring& tstrName)
 {
     std::size_t u = 1;

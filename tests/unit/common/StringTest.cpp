@@ -25,7 +25,9 @@ TEST(String, Utf8IsExactOrRefused)
     EXPECT_TRUE(FromUtf8("\xC3\xBC\xF0\x9F\x94\x91", tstrRead));
     EXPECT_EQ(L"\u00fc\xD83D\xDD11", tstrRead);
     for (const char* szBad : {"\xFF", "a\xC3", "\xC0\x80", "\xED\xA0\x80"}) EXPECT_FALSE(FromUtf8(szBad, tstrRead));
-    EXPECT_EQ(::GetACP() == 1252 ? L"\u20ac\u00fc" : FromAnsi("\x80\xFC"), FromAnsi("\x80\xFC"));
+    if (::GetACP() == 1252) {
+        EXPECT_EQ(L"\u20ac\u00fc", FromAnsi("\x80\xFC"));
+    }
 }
 
 TEST(String, WholeDrivesAndSharesAreRecognized)
