@@ -105,8 +105,8 @@ void CompareWithWindows(const LintContext& context, const IniSection& section, R
     const Storage::Ini::Section read = Storage::Ini::ReadSection(tstrPath, section.tstrName, kRoomy);
     if (read.eOutcome == Storage::Ini::SectionOutcome::eRead && read.entries.size() != cScanned) {
         report.Add(Rule::eScanDiffers, kInstructionFile, section.place,
-                   L"[" + section.tstrName + L"] has " + std::to_wstring(cScanned) + L" records, but Windows finds " +
-                       std::to_wstring(read.entries.size()));
+                   L"[" + section.tstrName + L"] has " + Counted(cScanned, L"record", L"records") +
+                       L", but Windows finds " + std::to_wstring(read.entries.size()));
         return;
     }
     SectionRecords records;

@@ -5,8 +5,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
+#include <span>
 
 /// Every row goes through the verb itself, which runs all families of rules. Each finding is "B005 2:1", with a "w"
 /// after the number for a warning, then its file, unless that is the row's, and its suggestion. The exit code must fit
@@ -82,6 +85,12 @@ protected:
     {
         if (!::DeleteFileW(m_update.PathOf(tstrName).c_str())) ::RemoveDirectoryW(m_update.PathOf(tstrName).c_str());
     }
+    /// A file, and the folders above it that are empty then.
+    void RemoveWithFolders(const std::wstring& tstrName) const
+    {
+        for (std::filesystem::path place = tstrName; !place.empty(); place = place.parent_path())
+            Remove(place.wstring());
+    }
 
     /// The findings. Those in `tstrFile` come without its name.
     [[nodiscard]] std::string Findings(const std::wstring& tstrFile = kInstructionFile)
@@ -123,6 +132,27 @@ protected:
         return Findings();
     }
 
+    /// Checks the update with other files: first the instruction file's lines. Restores the update's own files.
+    void CheckChanged(const std::vector<std::pair<std::wstring, std::string>>& files)
+    {
+        Instruct(files.front().second);
+        std::map<std::wstring, std::optional<std::string>> before;
+        for (const auto& [tstrFile, strLines] : std::span(files).subspan(1)) {
+            const bool bInstalled = tstrFile.starts_with(L"installed\\");
+            if (bInstalled && !m_optInstalled) Install();
+            if (!bInstalled) before.emplace(tstrFile, m_update.Read(tstrFile));
+            if (strLines == "(none)\n") {
+                RemoveWithFolders(tstrFile);
+            } else {
+                Write(tstrFile, strLines.substr(0, strLines.size() - 1));
+            }
+        }
+        static_cast<void>(Findings());
+        for (const auto& [tstrFile, optContent] : before) {
+            if (optContent) Write(tstrFile, *optContent);
+            if (!optContent) RemoveWithFolders(tstrFile);
+        }
+    }
     /// Checks files: their bytes and the findings.
     void ExpectFiles(const std::wstring& tstrFile, const std::vector<std::pair<std::string, const char*>>& rows)
     {

@@ -183,7 +183,7 @@ TEST_F(LintTest, Commands)
         cmd.exe /c ""{InstalledDir}Task\a b.cmd" /q"$cmd.exe /c "del /q "{InstalledDir}a*"" =>
         cmd.exe /c if exist C:\a start "" "{InstalledDir}Brevant.exe"$sc.exe config a binPath= "\"{InstalledDir}a.exe\" /k" =>
         net.exe /c echo Done! => B050 2:32
-        net.exe "{InstalledDir}#219#"$net.exe "{InstalledDir}#220#" => B051 3:12
+        net.exe "{InstalledDir}#219#"$net.exe "{InstalledDir}#220#"$net.exe "{InstalledDir}#970#" => B051 3:12, B051 4:12
         wscript.exe {InstalledDir}Task\a.vbs$cmd.exe /c echo a>{InstalledDir}b => B052 2:24, B052 3:30
         cmd.exe /c copy "{InstalledDir}a" {InstalledDir}b$xcopy.exe "{InstalledDir}Task\" {InstalledDir}b
         &  => B052 2:46, B052 3:44

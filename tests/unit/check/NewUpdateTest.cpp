@@ -30,7 +30,8 @@ TEST(NewUpdateTest, NamesThatCannotBeUsed)
 {
     const NewNames good;
     EXPECT_EQ(FaultOf(good), L"");
-    EXPECT_EQ(FaultOf({L"Söhne & Co. (1)", L"65535.0.0.0", {L"ZH-HANT-TW", L"ENG"}}), L"");
+    EXPECT_EQ(FaultOf({L"Söhne & Co. (1)" + std::wstring(49, L'x'), L"65535.0.0.0", {L"ZH-HANT-TW", L"ENG-12345678"}}),
+              L"");
     for (const wchar_t* szProduct : {L"", L" a", L"a ", L"a.", L"a\\b", L"a:b", L"a\"b", L"a\nb"}) {
         EXPECT_THAT(FaultOf({szProduct, good.tstrVersion, good.languages}), StartsWith(L"--product: "));
     }
@@ -39,7 +40,8 @@ TEST(NewUpdateTest, NamesThatCannotBeUsed)
                                      L"3.9.3.65536", L"0.0.0.0", L"-1.0.0.0"}) {
         EXPECT_THAT(FaultOf({good.tstrProduct, szVersion, good.languages}), StartsWith(L"--version: "));
     }
-    for (const wchar_t* szLanguage : {L"E", L"ENGL", L"EN-", L"EN_US", L"EN-U", L"\x00C4N-US", L"EN-US\\..", L"1N"}) {
+    for (const wchar_t* szLanguage :
+         {L"E", L"ENGL", L"EN-", L"EN_US", L"EN-U", L"\x00C4N-US", L"EN-US\\..", L"1N", L"EN-123456789"}) {
         EXPECT_THAT(FaultOf({good.tstrProduct, good.tstrVersion, {szLanguage}}),
                     EndsWith(L"is no language, such as EN-US"));
     }

@@ -106,13 +106,15 @@ TEST_F(UpdateTest, ASignatureDoesNotCountWhileTheInstalledVersionCannotBeRead)
     const auto told = [&] {
         Output output;
         EXPECT_EQ(RunCheckSignature(arguments, output), kFound);
-        return output.strText;
+        return "\n" + output.strText;
     };
-    EXPECT_THAT(told(), HasSubstr("1.0 is older than the installed 9.0; --older accepts it"));
+    EXPECT_THAT(told(), HasSubstr("\nA_Version: 1.0 is older than the installed 9.0; --older accepts it\n"));
     folder.Write(L"UpdateInfo.ini", "[S]\nA_Version=9.0 beta\n");
-    EXPECT_THAT(told(), HasSubstr("1.0 and the installed 9.0 beta cannot be compared; --older accepts that"));
+    EXPECT_THAT(told(),
+                HasSubstr("\nA_Version: 1.0 and the installed 9.0 beta cannot be compared; --older accepts that\n"));
     const KzCommon::UniqueFile held = Hold(folder.Path() + L"UpdateInfo.ini", false);
-    EXPECT_THAT(told(), HasSubstr("the installed version cannot be read: "));
+    EXPECT_THAT(told(), HasSubstr("UpdateInfo.ini: the installed version cannot be read: another program has the file "
+                                  "open; --older accepts that\n"));
     arguments.bOlder = true;
     EXPECT_THAT(told(), Not(HasSubstr("version")));
 }
