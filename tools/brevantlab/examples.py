@@ -36,7 +36,9 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'[\d/]{6}20(?!25)\d\d [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
     (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )(?:"\d+" -> )?"\d+"', r'\1"1234567"'),
     (r'\d+ MB are free', '90000 MB are free'),
-    (r'(not examined: .*?\.xml: |hr=-2147.*\n(?: +after: .*\n)? +code: )[^\n]+', r'\1(a text of Windows)'),
+    (r'(not examined: .*?\.xml: |its rights, cannot be read: |\nQorPaFrwk.ini: (?=The )|hr=-2147.*\n(?: +after: .*\n)?'
+     r' +code: )[^\n]+', r'\1(a text of Windows)'),
+    (r'("reason": )"The [^"]*', r'\1"(a text of Windows)'),
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
 
 # What a later update has in its instruction file.
@@ -254,7 +256,8 @@ class Examples:
         machine.set_value(POWER, 'HiberbootEnabled', 1)
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             '\\??\\C:\\other.dll', f'!\\??\\{PRODUCT}readme.htm', f'\\??\\{PRODUCT}config.xml', '',
-            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll', f'\\??\\{PRODUCT}Help', '!\\??\\C:\\Help'])
+            '\\??\\C:\\other.dll', '!\\??\\C:\\elsewhere.dll', f'\\??\\{PRODUCT}Help', '!\\??\\C:\\Help',
+            f'\\??\\{PRODUCT}Component\\old\\a.dll', f'!\\??\\{PRODUCT}a.dll'])
         folders = [component, *component.iterdir()]  # of which only the first is named
         for folder in folders:
             folder.chmod(0o777)
@@ -269,7 +272,7 @@ class Examples:
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [])
         away = config.rename(config.with_suffix('.away'))
         config.symlink_to(config.name)  # no program can open it
-        self.show('ready', 'ready .')
+        self.show('ready', 'ready .', 'ready . --format json')
         away.replace(config)
         edit(machine.host(PRODUCT + 'QorPaFrwk.ini'), {'}Extra': '}Resource\\FR-FR', '=/Window/Width': '=/window/Skin'})
         self.show('ready', 'ready .')

@@ -60,7 +60,8 @@ BAD_MANIFESTS: dict[str, Any] = {
     'when': {'files': [ODD['files'][0], {**ODD['files'][0], 'when': 'later'}]},
     'type': {'registry': [{**ODD['registry'][2], 'type': 'REG_NONE'}]},
     'number': {'registry': [{**ODD['registry'][2], 'data': 4294967296}]},
-    'update': {'format': 2}, 'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
+    'update': {'format': 2}, 'deep': {'files': json.loads('[' * 20 + ']' * 20)},
+    'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
 
 
 # It has unreadable lines, and a value of another type.
@@ -172,7 +173,10 @@ class RareExamples:
         self.shown.show_file('record', 'late.json')
         path, section = PRODUCT + 'QorPaFrwk.ini', '[UPDATE_INFO]\n'
         records = machine.read(path, 'utf-16') or ''
-        machine.write(path, records.replace(section, f'{section}modify=Other!Note!1\n'), 'utf-16')
+        machine.write(path, records.replace(
+            section, f'{section}modify=Other!Note!1\nmodify=COMPONENT_LIST!Other_Version!1\n'), 'utf-16')
+        info = PRODUCT + 'UpdateInfo.ini'
+        machine.write(info, (machine.read(info, 'utf-16') or '').replace(']', ']\r\nOther_Version=1', 1), 'utf-16')
         self.shown.show('verify.json', 'verify odd.json --format json')
         self.shown.show('ready', 'ready .')
         self.show_in_use('ready . --format json', 'config.xml')
@@ -195,6 +199,9 @@ class RareExamples:
         machine.write('C:\\Work\\nothing.cmd', '@exit 0\r\n')
         machine.write('C:\\Work\\empty.cmd', '@type nul >"%~1.sig"\r\n')
         machine.make_dir('C:\\Work\\bare')
+        machine.make_dir(f'C:\\Work\\broken\\{SOURCE}Setting\\QorUpdate.json.sig')
+        machine.make_dir(f'C:\\Work\\wrong\\{SOURCE}Setting\\Link')
+        machine.link(f'C:\\Work\\wrong\\{SOURCE}Setting\\Link', 'C:\\Elsewhere 2')
         machine.write('C:\\Work\\records\\QorPaFrwk.ini', '[QOR_DIR]\nadd={InstalledDir}New\n')
         self.shown.place = 'C:\\Work\\'
         self.shown.show(
@@ -206,7 +213,8 @@ class RareExamples:
             'plan spring\\update --installed none', 'undo spring\\update', 'undo spring\\update --output other.pem\\a',
             'undo spring\\update --output spring\\update\\undo', 'sign spring\\update',
             'sign spring\\update --with none.exe', 'sign spring\\update --with no.cmd',
-            'sign spring\\update --with nothing.cmd', 'sign spring\\update --with empty.cmd',
+            'sign spring\\update --with nothing.cmd', 'sign spring\\update --with empty.cmd', 'sign broken --with no.cmd',
+            'sign wrong --with no.cmd',
             'check-signature spring\\update',
             'check-signature spring\\update --key other.pem', 'check-signature spring\\update --key C:\\key.pem',
             'rollup none', 'rollup spring --machines empty.txt', 'rollup spring --machines none.txt', 'rollup bare',
@@ -254,11 +262,20 @@ class RareExamples:
             page.with_name('INDEX.HTM').write_bytes(page.read_bytes())
             manifest.with_name('readme_EN-US.htm').unlink()
             info = machine.host(PRODUCT + 'UpdateInfo.ini')
-            info.write_bytes(info.read_text('utf-16').replace('3.9.4.1200', 'new').encode('utf-16'))
+            info.write_bytes((info.read_text('utf-16').replace('3.9.4.1200', 'new') +
+                              '[S]\nNote=9.0\nB_version=1.0\nC_VERSION=1.0\n').encode('utf-16'))
+            signed = json.loads(manifest.read_text())
+            signed['update_information'] += [{'section': 'S', 'key': key, 'value': value} for key, value in (
+                ('Note', '1.0'), ('B_version', 'beta'), ('c_version', '1.0'))]
+            manifest.write_text(json.dumps(signed))
             own = update / 'UpdateInfo.ini'
             own.write_bytes(own.read_text('utf-16').replace(
                 'c21t2101v3.9.3', 'c21t2101v3.9.2').encode('utf-16'))
+            records = update / 'QorPaFrwk.ini'
+            away = records.rename(update / 'away.ini')
+            records.symlink_to(records.name)  # no program can open it
             check('--key own.pem')
+            away.replace(records)
             for content in json.dumps(ODD), '{':
                 manifest.write_text(content)
                 check('--key own.pem')

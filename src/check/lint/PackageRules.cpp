@@ -84,9 +84,7 @@ TextPosition PlaceOfName(const IniScan& info, const DownloadKey& key)
     const IniSection* const pSection = info.Find(L"COMPONENT_LIST");
     if (!pSection) return {};
     const auto it = std::find_if(pSection->records.begin(), pSection->records.end(), [&](const IniRecord& record) {
-        std::wstring tstrKey = record.tstrKey;
-        while (tstrKey.ends_with(L' ')) tstrKey.pop_back();
-        return record.IsRecord() && String::EqualsNoCase(tstrKey, key.szKey);
+        return record.IsRecord() && String::EqualsNoCase(record.tstrKey, key.szKey);
     });
     return it == pSection->records.end() ? TextPosition{} : it->valuePlace;
 }

@@ -76,6 +76,8 @@ TEST_F(LintTest, OnlyUtf16WithBomAndAsciiAreTheSameEverywhere)
                     {Utf16(tstrRun + L"\xD83D.\nSysRunOnce=net.exe \xDD11\n"), "B001 8:20, B001 9:20"},
                     {Utf16(tstrRun).substr(2), "B001 1:1"},
                     {"\xEF\xBB\xBF" + strAnsi, "B001 1:1"},
+                    {"\xEF\xBB\xBF; \xFC\n" + strAnsi, "B001 1:1"},
+                    {std::string("\xFE\xFF\0[\0X\0]\0\n\0k", 12), "B042w, B001 1:1, B003 1:2"},
                     {strAnsi + "SysRunOnce=net.exe a\xFC\n", "B001 8:21"},
                 });
 }

@@ -1,6 +1,7 @@
 #include "check/lint/Report.h"
 #include "check/update/CommandLine.h"
 #include "check/update/HostPaths.h"
+#include "check/update/LongPath.h"
 #include "unit/check/CheckFixture.h"
 
 #include <gmock/gmock.h>
@@ -141,6 +142,13 @@ TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)
               L"XYZ:\\b /a b/c.ini: x <- /u  (the place of /y) run \"/i\" A\\Z, B\\/b, /d, Z:c - x");
     EXPECT_EQ(WithHostPaths(szText, L""), szText);
     EXPECT_EQ(HostPathOf(L"z:\\a\\", L"Z:"), L"/a/");
+    for (const auto& [szPath, szLong] : {std::pair(L"C:\\a", L"\\\\?\\C:\\a"),
+                                         {L"\\\\s\\a", L"\\\\?\\UNC\\s\\a"},
+                                         {L"\\\\?\\C:\\a", L"\\\\?\\C:\\a"},
+                                         {L"a\\b", L"a\\b"}})
+        EXPECT_EQ(AtAnyLength(szPath), szLong);
+    EXPECT_EQ(WithoutPrefix(L"\\\\.\\C:\\a") + WithoutPrefix(L"\\\\?\\UNC\\s") + WithoutPrefix(L"\\\\?\\C:"),
+              L"C:\\a\\\\?\\UNC\\s\\\\?\\C:");
     EXPECT_EQ(HostPathOf(L"C:\\a", L"Z:"), std::nullopt);
     Json::Value value;
     value["a"].append("Z:\\b");

@@ -23,6 +23,8 @@ TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
     const TempFolder folder;
     folder.MakeFolder(L"i");
     folder.MakeFolder(L"e");
+    folder.MakeFolder(L"f\\QorPaFrwk.ini");
+    folder.MakeFolder(L"f\\Component");
     folder.Write(L"empty.json", "");
     folder.Write(L"key.pub",
                  "-----BEGIN PUBLIC KEY-----\nMFkwEwYHKoZIzj0CAQYIKoZIzj0DAQcDQgAEYnsDr126BgjcMd/JN1UQOy/DaDYc\n"
@@ -32,6 +34,7 @@ TEST_F(UpdateTest, EveryVerbSaysWhatIsMissing)
         {RunNew, L"@empty.json", kCannotRead, "empty.json: is a file\n"},
         {RunLint, L"@none", kCannotRead, "none: cannot be read: "},
         {RunLint, L"@e", kCannotRead, "e: not an update: "},
+        {RunLint, L"@f", kCannotRead, "QorPaFrwk.ini: cannot be read: access denied"},
         {RunLint, L"# --installed @none", kCannotRead, "none: cannot be read: "},
         {RunPlan, L"#", kCannotRead, "no product is installed on this machine; "},
         {RunPlan, L"# --installed @none", kCannotRead, "none: cannot be read: no such folder"},
