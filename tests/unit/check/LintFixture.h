@@ -214,7 +214,7 @@ protected:
     static std::string ToUtf8(const std::wstring& tstrText) { return KzCommon::String::ToUtf8(tstrText); }
 
     static constexpr char kToldFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
-    static constexpr int kTests = 23;
+    static constexpr int kTests = 22;
     static constexpr char kInfo[] =
         "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";
     const std::wstring m_tstrSetting = L"Component\\p1\\Share\\Setting\\";

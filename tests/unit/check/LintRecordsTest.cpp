@@ -2,21 +2,6 @@
 #include "common/KzComn_NamePattern.h"
 #include "unit/check/LintFixture.h"
 
-TEST_F(LintTest, RegistryRecords)
-{
-    // All deletes, then all adds, then all adds of missing values, in any order of the lines.
-    ExpectRecords("QOR_REGISTRY_PATCH", "", R"(
-        add=SAM!N!REG_SZ!a$add=SAM!O!REG_SZ!a$delete=SAM\L!N$add_if_non=SAM!P!REG_SZ!a =>
-        add=SAM!N!REG_SZ!a$delete=sam\!n => B025w 3:1, B028w 3:8 sam
-        add_if_non=SAM!N!REG_SZ!a$delete=SAM!N => B025w 3:1
-        add=SAM!N!REG_SZ!a$add=SAM!n!REG_DWORD!1 => B025w 2:1
-        add_if_non=SAM!N!REG_SZ!a$add=SAM!N!REG_SZ!b => B025w 2:1
-        add_if_non=SAM!N!REG_SZ!a$add=SAM!N!REG_DWORD!1 => B025w 3:1
-        add=SAM!N!REG_DWORD!3943305780$add_if_non=SAM!N!REG_DWORD!1 => B025w 2:1, B026w 2:21
-        add=SAM!N!REG_SZ!a$add=SAM!N!REG_MULTI_SZ!1 => B021 3:11
-    )");
-}
-
 TEST_F(LintTest, RegistryValuesAsTheInstalledProductHasThem)
 {
     const auto expect = [&](const std::string& strTable) {
@@ -41,57 +26,8 @@ TEST_F(LintTest, RegistryValuesAsTheInstalledProductHasThem)
     expect(R"(add=Software\Kazmere\KZVLT!Version!REG_SZ!3.8.1 => B046w 2:43)");
 }
 
-TEST_F(LintTest, FilesAndFolders)
+TEST_F(LintTest, PathsThatAreTooLong)
 {
-    Bring({L"p1\\Share\\Task\\daily\\t.task"});
-    ExpectRecords("QOR_DIR", "", R"(
-        add={InstalledDir}a b.c$delete=\\server\share\a$add={InstalledDir}..\a =>
-        add=a\b$add=\b$add=C:b$delete=C:\ => B030 2:5 {InstalledDir}a\b, B030 3:5 {InstalledDir}b, B030 4:5, B030 5:8
-        add=%InstalledDir%a$add='{InstalledDir}a' => B030 2:5, B030 3:5 {InstalledDir}a
-        add=C:\#200#\#56#$add=C:\#200#\#57# => B031 3:5
-        delete=C:\a*$add=C:\?\b => B034 2:8, B034 3:5
-        add=C:\a|b$add=C:\nul\a$add=C:\a.\b$add=C:\b \c$add=C:\c:d => B035 2:5, B035 3:5, B035 4:5, B035 5:5, B035 6:5
-        delete={InstalledDir}Driver$delete={InstalledDir}Drive$delete={InstalledDir}Task => B033 2:8, B033 4:8
-        add={InstalledDir}New\a$delete={InstalledDir}new => B033w 3:8
-        delete=C:\ProgramData\Kazmere\Old => B038w 2:8
-        add=C:\ProgramData\Kazmere\KZVLT\New$add={InteractiveLogDir}Old => B039w 2:5, B012w 3:5, B039w 3:5
-        add={InstalledDir}New$add=C:\Kazmere\New =>
-    )");
-    ExpectRecords("QOR_FILE", "", R"(
-        delete={InstalledDir}*.d?l$delete_now=D:\* =>
-        delete=old.txt$delete_now={ServiceLogDir}*.log => B030 2:8 {InstalledDir}old.txt, B012w 3:12
-        delete="{InstalledDir}a b.*"$delete_now={InstalledDir}"a b"\c
-        &  => B030 2:8 {InstalledDir}a b.*, B035 3:12 {InstalledDir}a b\c
-        delete=a*\b$delete="a.txt" => B030 2:8, B030 3:8
-        delete=C:\#200#\#56#$delete=C:\#200#\#57#$delete=C:\#256# => B031 3:8, B031 4:8
-        delete=C:\a*\b$delete_now=C:\a\b<$delete={InstalledDir}Legacy\ => B034 2:8, B035 3:12, B036 4:8
-        delete={InstalledDir}A.HTML$delete={InstalledDir}*.htm$delete_now={InstalledDir}a.*
-        &  => B033 2:8, B033 3:8, B033w 4:12
-        delete={InstalledDir}a.htm$delete={InstalledDir}Legacy\a.html$delete={InstalledDir}UpdateInfo.in =>
-        delete={InstalledDir}x\../A.html => B033 2:8
-        delete_now={UdComponentsSrcDir}Share\UI\*$delete={UdComponentsSrcDir}Share\UI\* => B033 2:12
-        delete={InstalledDir}UpdateInfo.ini => B033 2:8
-        delete={ServiceLogDir}*.log$delete={InstallerLogDir}a\*.log
-        &  => B012w 2:8, B038w 2:8 delete_now, B038w 3:8 delete_now
-        delete=D:\programdata\Kazmere\KZVLT\a.dat$delete=C:\Users\Public\a.txt
-        &  => B038w 2:8 delete_now, B038w 3:8 delete_now
-        delete=\\?\C:\ProgramData\a.dat$delete=C:\Documents and Settings\Public\a.txt
-        &  => B038w 2:8 delete_now, B038w 3:8 delete_now
-        delete_now={ServiceLogDir}*.log$delete=C:\ProgramDatas\a$delete={InstalledDir}ProgramData\a => B012w 2:12
-        delete=\\server\ProgramData\a$delete=C:\Windows\a =>
-    )");
-    // The instruction file stays until it is read: no finding without a later reader, or for a deletion at the restart.
-    ExpectIn(kInstructionFile, "[QOR_FILE]\n", "\n", R"(
-        delete_now={InstalledDir}QorPaFrwk.ini$[Run]$SysRunOnce=net.exe => B037 2:12
-        delete_now={InstalledDir}q*.in?$[Run]$SysRunOnce=net.exe => B037 2:12
-        delete_now={InstalledDir}x\..\QORPAFRWK.*$[Run]$SysRunOnce=net.exe => B037 2:12
-        delete_now={InstalledDir}Q*.ini$[RestartNotification_EN-US]$text=a$text=b => B037w 2:12
-        delete_now=\\?\C:\Program Files\Kazmere\KZVLT\q*.ini$[Run]$SysRunOnce=net.exe => B037 2:12
-        delete_now={InstalledDir}QorPaFrwk.ini.$[Run]$SysRunOnce=net.exe => B037 2:12
-        delete_now={InstalledDir}Q*.ini$[Run] =>
-        delete_now={InstalledDir}Task\*.ini$delete_now={InstalledDir}Qor*.in$[Run]$SysRunOnce=net.exe =>
-        delete={InstalledDir}Q*.ini$[Run]$SysRunOnce=net.exe =>
-    )");
     // 259 characters in the default download folder, and one more.
     const std::wstring tstrFile = std::wstring(120, L'd') + L"\\" + std::wstring(83, L'f');
     for (const wchar_t* const szEnd : {L"", L"2"}) Bring({L"p1\\Share\\Task\\e" + tstrFile + szEnd});
