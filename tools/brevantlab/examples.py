@@ -99,7 +99,12 @@ MISUSE = ('', 'lnit broken', 'broken', '--help lint', 'lint --help broken', 'lin
           'verify --detect --pending soon',
           'new other --version 3.9', 'new other --languages EN_US', 'new other --languages EN-US,en-us',
           'new other --product a?', 'lint none', 'lint spring', 'lint broken --installed none',
-          'lint ./broken --installed spring')
+          'lint ./broken --installed spring', 'lint broken --language ""', 'check-signature broken --key ""',
+          'new other --languages ""', 'new other --version ""', 'lint broken --detect', 'plan broken --strict',
+          'ready broken --language DE-DE', 'manifest broken --output other', 'sign broken --key key.pem',
+          'check-signature broken --event-log', 'undo broken --older', 'diff broken wrong --all',
+          'verify --with signer.cmd', 'verify --format csv', 'rollup broken --record a.json', 'trace broken --into',
+          'new other --trace', 'new other --installed broken')
 # Codes with words of the program's own, and two without.
 CODES = (2, 3, 5, 6, 13, 32, 160, 161, 223, 448, 681, 1113, 1465, 7022, 0x80040154, 0x800300FD, 112, 99999)
 
