@@ -141,6 +141,8 @@ TEST(HostPathsTest, FilesOfTheHostsDriveGetTheHostsNames)
     EXPECT_EQ(WithHostPaths(szText, L"Z:"),
               L"XYZ:\\b /a b/c.ini: x <- /u  (the place of /y) run \"/i\" A\\Z, B\\/b, /d, Z:c - x");
     EXPECT_EQ(WithHostPaths(szText, L""), szText);
+    for (const wchar_t ch : std::wstring_view(L"\"<>|*?;\r\n"))
+        EXPECT_EQ(WithHostPaths(std::wstring(L"Z:\\a") + ch + L"\\b", L"Z:"), std::wstring(L"/a") + ch + L"\\b");
     EXPECT_EQ(HostPathOf(L"z:\\a\\", L"Z:"), L"/a/");
     for (const auto& [szPath, szLong] : {std::pair(L"C:\\a", L"\\\\?\\C:\\a"),
                                          {L"\\\\s\\a", L"\\\\?\\UNC\\s\\a"},
