@@ -2,6 +2,7 @@
 import hashlib
 import json
 import pathlib
+import shutil
 import subprocess
 import tempfile
 from typing import Any
@@ -11,6 +12,7 @@ from .prefix import ROOT
 
 PENDING_MOVES = 'PendingFileRenameOperations'
 PACKAGE, OLD = 'c21t2103v3.9.3l1p1r1o1', 'C:\\Old'
+PRELOAD = 'C:\\ProgramData\\Kazmere\\KZVLT\\Engine\\Preload\\'
 VAULT = 'SOFTWARE\\Kazmere\\KZVLT\\Vault'
 SOURCE = f'Component\\{PACKAGE}\\Share\\'
 TRACES = ROOT / 'samples/traces.txt'
@@ -88,6 +90,7 @@ B
 SMALL = r'''[QOR_DIR]
 add={UdComponentsSrcDir}Share\Setting\config_EN-US.xml\
 delete={InstalledDir}Help
+delete=C:\{x}\y
 [QOR_FILE]
 delete_now={InstalledDir}config.previous*.xml
 delete={InstalledDir}Resource/EN-US/*.ini
@@ -95,6 +98,7 @@ delete={InstalledDir}Resource/EN-US/*.ini
 delete=VAULT
 delete=VAULT!Bytes
 add=\\A!Name!REG_SZ!x
+add=SOFTWARE\Kazmere\KZVLT!productpath!REG_SZ!{InstalledDir}
 add_if_non=VAULT\Deep!(Default)!REG_QDWORD!5
 add=SOFTWARE\MICROSOFT\windows\CurrentVersion\RunOnce!Once!REG_SZ!once.exe
 [QOR_CONFIG_MERGE]
@@ -103,6 +107,15 @@ migrate=/Window/Skin
 modify=COMPONENT_LIST!Note!a=b=c
 modify=Other!Note!"quoted"
 '''.replace('VAULT', VAULT)
+# For a product on another drive, that carries nothing over.
+FAR = r'''[QOR_DIR]
+add=C:\Work\new
+delete={InstalledDir}Help
+[QOR_FILE]
+delete={InstalledDir}*.xml
+delete_now={InstalledDir}config.previous*.xml
+delete_now={InstalledDir}readme.htm\x.txt
+'''
 
 
 def make_key(private: str, public: pathlib.Path) -> None:
@@ -230,14 +243,30 @@ class RareExamples:
         machine.host('C:\\Work\\open').chmod(0o777)
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')
         machine.write(small + 'QorPaFrwk.ini', SMALL)
+        machine.write('C:\\{x}\\y\\z', '')
         self.shown.show('plan', 'plan small', 'plan small --language JA-JP')
         self.show_in_use('ready C:\\Work\\small', 'config.previous.xml')
         self.shown.show('undo', 'undo small --output small.undo --installed spring\\installed')
         self.shown.show('undo', 'undo small --output open')
         self.shown.show_file('undo', 'open\\QorPaFrwk.ini', 'utf-16')
+        self.show_other_drive(small)
+        machine.write('C:\\Work\\idle\\QorPaFrwk.ini', '')
+        self.shown.show('undo', 'undo idle --output idle.undo')
         machine.write(small + 'QorPaFrwk.ini', SMALL.replace(
             'add=', f'add={SETTINGS[5:]}!ProductPath!REG_SZ!C:\\New\nadd='))
         self.shown.show('refused', 'undo small --output back')
+
+    def show_other_drive(self, small: str) -> None:
+        """Files for drive C: are staged there. One finds all names in use."""
+        machine = self.machine
+        machine.add_drive('D')
+        shutil.copytree(machine.host('C:\\Work\\spring\\installed'), machine.host('D:\\Product'))
+        for name, taken in ('a.dll', 10), ('b.dll', 100), ('c.dll', 0):
+            machine.write(f'{small}Component\\small\\Engine\\Preload\\{name}', '')
+            for number in range(taken):
+                machine.write(f'{PRELOAD}{name}{number}', '')
+        machine.write(small + 'QorPaFrwk.ini', FAR)
+        self.shown.show('plan', 'plan small --installed D:\\Product --language EN-US')
 
     def show_wrong_signatures(self) -> None:
         machine, update = self.machine, self.machine.host('C:\\Work\\spring\\update')
