@@ -36,7 +36,8 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'[\d/]{6}20(?!25)\d\d [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
     (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )(?:"\d+" -> )?"\d+"', r'\1"1234567"'),
     (r'\d+ MB are free', '90000 MB are free'),
-    (r'(not examined: .*?\.xml: |hr=-2147.*\n(?: +after: .*\n)? +code: )[^\n]+', r'\1(a text of Windows)'),
+    (r'(not examined: .*?\.xml: |json: cannot be written: (?!no )|'
+     r'hr=-2147.*\n(?: +after: .*\n)? +code: )[^\n]+', r'\1(a text of Windows)'),
     (r'(?<![\d.])1\.\d+\.(?!1100)\d{4}(?![\d.])', '1.9.9999'))]  # the agent's version
 
 # What a later update has in its instruction file.
@@ -124,7 +125,16 @@ FLEET: dict[str, dict[str, Any]] = {
     '10': {'pending_minutes': -1}, '11': {'kept': 'x'}, '12': {'open': [{'verdict': 'LOST', 'what': 'a'}]},
     'north\\16': {'machine': 'PC5', 'package': '-P', 'product_version': '+3', 'agent_version': '@"1"',
                   'started': '\t', 'verdict': 'unknown', 'not_kept': 2, 'open': REASONS[:1] * 2},
-    '13': {'verdict': 'lost'}, '14': {'time': '2026-01-31T12:00'}, '15': {'agent_version': 1}}
+    '13': {'verdict': 'lost'}, '14': {'time': '2026-01-31T12:00'}, '15': {'agent_version': 1},
+    '17': {'open': [1]}, '18': {'open': {}}, '19': {'open': [{**REASONS[0], 'detail': 1}]}, '20': {'record': '1'},
+    '21': {'verdict': 1}, 'z': {'machine': 'PC3', 'time': '2025-12-31T23:59:59Z'}}
+
+# A manifest with more of what is not covered than the record of an update that has arrived may have.
+LONG: dict[str, Any] = {
+    'format': 1, 'component': {'product': PACKAGE, 'resource': ''}, 'folders': [], 'deletions': [], 'registry': [],
+    'files': [{'destination': '{InstalledDir}config.xml', 'source': f'Component\\{PACKAGE}\\config.xml', 'when': 'now',
+               'settings': {'root': 'Configuration', 'tags': [], 'carried_over': ['/Window/Skin', '/a' * 2000]}}],
+    'update_information': [{'section': 'COMPONENT_LIST', 'key': 'Component101_Version', 'value': '3.9.4.1200'}]}
 
 
 def laid_out(value: Any, indent: str = '\n') -> str:
@@ -310,6 +320,7 @@ class Examples:
         machine = self.machine
         self.show('verify', 'verify')
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.write(PRODUCT + 'long.json', json.dumps(LONG))
         self.set_back(2)
         self.show('verify', 'verify --record pending.json')
         self.show('verify.json', 'verify --format json')
@@ -318,6 +329,7 @@ class Examples:
         machine.restart()
         self.show('ready', 'ready .')
         self.show('verify', f'verify --record done.json {KEY}')
+        self.show('verify', 'verify long.json --detect --record short.json')
         self.show('detect', 'verify --detect')
         machine.write(PRODUCT + 'Retired.dat', '')
         machine.set_value(SETTINGS + '\\Vault', 'HelpFile', 'C:\\Help')
@@ -337,17 +349,19 @@ class Examples:
         self.machine.set_value(SETTINGS, 'FrwkDeployTick', (tick - minutes * 60_000) % (1 << 32))
 
     def show_fleet(self) -> None:
-        for name in ('pending.json', 'done.json'):
+        for name in ('pending.json', 'done.json', 'short.json'):
             self.show_file('record', name)
         for name, other in FLEET.items():
             self.machine.write(f'{PRODUCT}records\\{name}.json', json.dumps(RECORD | other))
         records = self.machine.host(PRODUCT + 'records')
         (records / 'north/16.json').rename(records / 'north/16.JSON')
-        (records / 'notes.txt').touch()
+        for name, size in ('notes.txt', 0), ('large.json', 2 << 20):
+            (records / name).touch()
+            os.truncate(records / name, size)
         (records / 'south').symlink_to('north', target_is_directory=True)
         self.machine.write(PRODUCT + 'machines.txt', 'pc1\nPC4\nPC6\n \npc6\n')
         expected = 'rollup records --machines machines.txt'
-        self.show('rollup', expected, f'{expected} --format json', 'rollup records --format csv')
+        self.show('rollup', expected, f'{expected} --format json', f'{expected} --format csv')
 
 
 def main() -> int:

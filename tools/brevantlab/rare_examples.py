@@ -44,6 +44,9 @@ ODD: dict[str, Any] = {
                   {'folder': '{InstalledDir}Help', 'when': 'now'},
                   {'files': '{InstalledDir}config.*.xml', 'when': 'restart'},
                   {'files': '{InstalledDir}Resource\\EN-US\\*.ini', 'when': 'restart'},
+                  {'files': '{InstalledDir}H*', 'when': 'now'}, {'folder': '{InstalledDir}Link', 'when': 'now'},
+                  {'folder': '{InstalledDir}readme.htm', 'when': 'now'},
+                  {'folder': '{InstalledDir}Full', 'when': 'now'},
                   {'folder': '{InstalledDir}None', 'when': 'restart'}, {'files': 'C:\\Windows\\*.ini', 'when': 'now'}],
     'registry': [
         {'key': VAULT, 'name': 'HelpFile', 'state': 'absent'}, {'key': VAULT, 'name': 'None', 'state': 'absent'},
@@ -52,16 +55,29 @@ ODD: dict[str, Any] = {
         {'key': VAULT, 'name': 'IdleMinutes', 'state': 'any', 'type': 'REG_DWORD', 'data': 0},
         {'key': VAULT, 'name': '', 'state': 'value', 'type': 'REG_SZ', 'data': '{InstalledDir}x',
          'unless_literal': True},
+        {'key': VAULT, 'name': '', 'state': 'value', 'type': 'REG_QDWORD', 'data': 5, 'unless_literal': True},
+        {'key': 'SOFTWARE\\None', 'name': '', 'state': 'value', 'type': 'REG_SZ', 'data': '', 'unless_literal': True},
         {'key': VAULT, 'name': 'Bytes', 'state': 'any', 'type': 'REG_SZ', 'data': ''},
         {'key': VAULT, 'name': 'None', 'state': 'value', 'type': 'REG_QDWORD', 'data': 1}],
     'update_information': [
         {'section': 'COMPONENT_LIST', 'key': 'Component101_Version', 'value': ' "9" '},
-        {'section': 'A', 'key': 'B', 'value': '1'}]}
+        {'section': 'A', 'key': 'B', 'value': '1'}, {'section': 'COMPONENT_LIST', 'key': 'Blank', 'value': ' '},
+        {'section': 'COMPONENT_LIST', 'key': 'Component101_Version', 'value': '"3.9.4.1200\''}]}
+LATEST: dict[str, Any] = {**ODD, 'format': 2, 'update': 'ab' * 32, 'not_covered': [], 'languages': [], 'contents': []}
 BAD_MANIFESTS: dict[str, Any] = {
     'format': {'format': 9}, 'component': {'component': {'product': PACKAGE}}, 'list': {'files': {}},
     'when': {'files': [ODD['files'][0], {**ODD['files'][0], 'when': 'later'}]},
     'type': {'registry': [{**ODD['registry'][2], 'type': 'REG_NONE'}]},
     'number': {'registry': [{**ODD['registry'][2], 'data': 4294967296}]},
+    'state': {'registry': [{**ODD['registry'][0], 'state': 'gone'}]},
+    'key': {'registry': [{**ODD['registry'][0], 'key': ''}]}, 'zero': {'folders': ['a\0b']}, 'folder': {'folders': [1]},
+    'root': {'files': [{**ODD['files'][6], 'settings': {'root': 1, 'tags': [], 'carried_over': []}}]},
+    'tags': {'files': [{**ODD['files'][6], 'settings': {'root': 'R', 'tags': {}, 'carried_over': []}}]},
+    'hash': {'files': [{**ODD['files'][9], 'sha256': 'AB' * 32}]},
+    'section': {'update_information': [{'section': '', 'key': 'B', 'value': '1'}]},
+    'kind': {**LATEST, 'not_covered': [{'kind': 'none', 'what': 'x'}]}, 'languages': {**LATEST, 'languages': 1},
+    'contents': {**LATEST, 'contents': [{'file': '', **WRONG}]},
+    'digest': {**LATEST, 'contents': [{'file': 'a', 'size': 1}]},
     'update': {'format': 2}, 'nothing': dict.fromkeys(ODD.keys() - {'format', 'component'}, [])}
 
 
@@ -97,6 +113,16 @@ delete={InstalledDir}Resource/EN-US/*.ini
 [QOR_REGISTRY_PATCH]
 delete=VAULT
 delete=VAULT!Bytes
+delete=SOFTWARE\MICROSOFT\windows\CurrentVersion\RunOnce!None
+delete=VAULT!Wide | odd
+add=VAULT\Slash\!Name!REG_SZ!x
+add=VAULT!List!REG_MULTI_SZ!a
+add=VAULT!Zero!REG_DWORD!0
+delete=VAULT\Deep!(Default)
+add_if_non=VAULT!Zero!REG_DWORD!3
+add_if_non=VAULT\Slash!Name!REG_SZ!kept
+add_if_non=VAULT\Slash!NAME!REG_DWORD!1
+add_if_non=VAULT\Slash!(Default)!REG_SZ!a
 add=\\A!Name!REG_SZ!x
 add=SOFTWARE\Kazmere\KZVLT!productpath!REG_SZ!{InstalledDir}
 add_if_non=VAULT\Deep!(Default)!REG_QDWORD!5
@@ -115,6 +141,8 @@ delete={InstalledDir}Help
 delete={InstalledDir}*.xml
 delete_now={InstalledDir}config.previous*.xml
 delete_now={InstalledDir}readme.htm\x.txt
+delete=C:\odd.sys
+delete_now=C:\Odd\*.sys
 '''
 
 
@@ -145,6 +173,7 @@ class RareExamples:
             name, _, text = part.partition('\n')
             self.machine.write(PRODUCT + name, text)
         day, next_day = 'Brevant_20251224.log', 'Brevant_20251225.log'
+        self.shown.show('trace', 'trace A.log.0 of_2025122x.log.x')
         self.shown.show('trace', f'trace {day}.1 {next_day} Empty.log None.log', f'trace {next_day} {day} --all')
 
     def show_odd_manifests(self) -> None:
@@ -153,6 +182,8 @@ class RareExamples:
                       '<Configuration><Window><Skin>red</Skin></Window></Configuration>')
         machine.write(PRODUCT + 'config.previous.xml', '')
         machine.make_dir(PRODUCT + 'Link')
+        machine.write(PRODUCT + 'Full\\Link\\a', '')
+        machine.link(PRODUCT + 'Full\\Link', 'C:\\Elsewhere too')
         machine.link(PRODUCT + 'Link', 'C:\\Elsewhere')
         machine.set_value('HKLM\\' + VAULT, '(Default)', 'literal')
         machine.set_value('HKLM\\' + VAULT, 'Bytes', b'\x01')
@@ -176,6 +207,8 @@ class RareExamples:
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
             f'\\??\\{PRODUCT}Component\\earlier\\QorUpdate.json', f'!\\??\\{PRODUCT}QorUpdate.json',
             f'\\??\\{PRODUCT}readme.htm', f'!\\??\\{PRODUCT}Qorvault.cmd',
+            f'\\??\\{PRODUCT}config.xml', f'!\\??\\{PRODUCT.upper()}CONFIG.xml',
+            f'\\??\\{PRODUCT}Full\\Link', f'!\\??\\{PRODUCT}None\\config.xml', '\\??\\Volume{0}', '',
             f'\\??\\{PRODUCT}gone.htm', f'!\\??\\{PRODUCT}qorshcut_EN-US.xml',
             f'\\??\\{PRODUCT}Component\\earlier\\b.xml', f'!\\??\\{PRODUCT}config_EN-US.xml'])
         machine.set_value(SESSION_MANAGER, PENDING_MOVES + '2', [
@@ -208,14 +241,20 @@ class RareExamples:
         machine.write('C:\\Work\\nothing.cmd', '@exit 0\r\n')
         machine.write('C:\\Work\\empty.cmd', '@type nul >"%~1.sig"\r\n')
         machine.make_dir('C:\\Work\\bare')
+        machine.write(f'C:\\Work\\blocked\\Component\\{PACKAGE}\\Share\\Setting', '')
+        machine.write('C:\\Work\\blocked\\UpdateInfo.ini',
+                      f'[COMPONENT_LIST]\nComponent101_DownloadPath={PACKAGE}\n')
+        machine.write('C:\\Work\\closed\\Component\\a', '')
+        machine.make_dir('C:\\Work\\closed\\UpdateInfo.ini')
         machine.write('C:\\Work\\records\\QorPaFrwk.ini', '[QOR_DIR]\nadd={InstalledDir}New\n')
         self.shown.place = 'C:\\Work\\'
         self.shown.show(
             'refused', *(f'verify {name}.json' for name in (*BAD_MANIFESTS, 'cut', 'none')),
             'verify --pending arrived', 'verify --detect --format json', 'verify --record C:\\None\\a.json',
             'verify --key other.pem', 'verify --key C:\\key.pem --installed bare', 'manifest bare --into',
-            'manifest records --into', 'manifest wrong',
-            'diff spring\\update none', 'plan none', 'plan spring\\update --language DE-DE --language FR-FR',
+            'manifest records --into', 'manifest blocked --into', 'manifest wrong',
+            'diff spring\\update none', 'plan none', 'plan closed',
+            'plan spring\\update --language DE-DE --language FR-FR',
             'plan spring\\update --installed none', 'undo spring\\update', 'undo spring\\update --output other.pem\\a',
             'undo spring\\update --output spring\\update\\undo', 'sign spring\\update',
             'sign spring\\update --with none.exe', 'sign spring\\update --with no.cmd',
@@ -232,6 +271,7 @@ class RareExamples:
         """With a package whose name has no version, and records that need care."""
         machine, small = self.machine, 'C:\\Work\\small\\'
         machine.set_value('HKLM\\' + VAULT, '', 'unnamed')
+        machine.set_value('HKLM\\' + VAULT, 'Wide | odd', b'\x01\x02')
         machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
                       '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
         machine.write(f'{small}Component\\small\\Share\\UI\\{"long" * 50}.dll', '')
@@ -249,6 +289,8 @@ class RareExamples:
         self.shown.show('undo', 'undo small --output small.undo --installed spring\\installed')
         self.shown.show('undo', 'undo small --output open')
         self.shown.show_file('undo', 'open\\QorPaFrwk.ini', 'utf-16')
+        self.shown.show('manifest', 'manifest small')
+        self.shown.show('diff', 'diff small open')
         self.show_other_drive(small)
         machine.write('C:\\Work\\idle\\QorPaFrwk.ini', '')
         self.shown.show('undo', 'undo idle --output idle.undo')
@@ -261,12 +303,18 @@ class RareExamples:
         machine = self.machine
         machine.add_drive('D')
         shutil.copytree(machine.host('C:\\Work\\spring\\installed'), machine.host('D:\\Product'))
+        for name in 'drive_c\\odd.sys', 'drive_c\\Odd\\a.sys':
+            machine.write(f'D:\\Product\\{name}', '')
+        machine.write('D:\\Product\\UpdateInfo.ini', '[Other]\nA=1\n')
+        machine.write('D:\\Product\\registry.reg', REGISTRY.replace('"A"', '"é"'), 'cp1252')
         for name, taken in ('a.dll', 10), ('b.dll', 100), ('c.dll', 0):
             machine.write(f'{small}Component\\small\\Engine\\Preload\\{name}', '')
             for number in range(taken):
                 machine.write(f'{PRELOAD}{name}{number}', '')
         machine.write(small + 'QorPaFrwk.ini', FAR)
         self.shown.show('plan', 'plan small --installed D:\\Product --language EN-US')
+        self.shown.show('undo', 'undo small --output far.undo --installed D:\\Product')
+        self.shown.show_file('undo', 'far.undo\\UpdateInfo.ini', 'utf-16')
 
     def show_wrong_signatures(self) -> None:
         machine, update = self.machine, self.machine.host('C:\\Work\\spring\\update')
@@ -278,7 +326,10 @@ class RareExamples:
             self.shown.show('check-signature', *(f'check-signature spring\\update {option}' for option in options))
         with tempfile.NamedTemporaryFile() as private:
             make_key(private.name, machine.host('C:\\Work\\own.pem'))
-            check('--key C:\\key.pem', '--key C:\\key.pem --key own.pem', '--key own.pem --older')
+            machine.write('C:\\Work\\both.pem', 'Two:\n' + ''.join(
+                machine.host(key).read_text() for key in ('C:\\key.pem', 'C:\\Work\\own.pem')))
+            check('--key both.pem --older',
+                  '--key C:\\key.pem', '--key C:\\key.pem --key own.pem', '--key own.pem --older')
             page = manifest.with_name('Help') / 'index.htm'
             page.with_name('INDEX.HTM').write_bytes(page.read_bytes())
             manifest.with_name('readme_EN-US.htm').unlink()
