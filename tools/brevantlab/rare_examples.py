@@ -1,6 +1,7 @@
 """The part of docs/examples that users meet more rarely: odd machines, and calls that cannot do their work."""
 import hashlib
 import json
+import os
 import pathlib
 import shutil
 import subprocess
@@ -31,7 +32,12 @@ ODD: dict[str, Any] = {
         {'destination': '{InstalledDir}config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now',
          'settings': {'root': 'Other', 'tags': [], 'carried_over': []}},
         {'destination': '{InstalledDir}config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now', 'language': 'en-us',
-         'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'], 'carried_over': ['/None', '/window/Skin']}},
+         'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'],
+                      'carried_over': ['/None', '/Pin', '/window/Skin']}},
+        {'destination': '{InstalledDir}large.xml', 'source': f'{SOURCE}large.xml', 'when': 'now',
+         'settings': {'root': 'Configuration', 'tags': [], 'carried_over': []}},
+        {'destination': '{InstalledDir}Help', 'source': f'{SOURCE}Help', 'when': 'now', **WRONG},
+        {'destination': '{InstalledDir}Link', 'source': f'{SOURCE}Link', 'when': 'now'},
         {'destination': '{InstalledDir}None\\config.xml', 'source': f'{SOURCE}config.xml', 'when': 'now',
          'settings': {'root': 'Configuration', 'tags': ['/Window/Skin'], 'carried_over': []}},
         {'destination': '{InstalledDir}qorshcut.xml', 'source': f'{SOURCE}qorshcut.xml', 'when': 'restart',
@@ -73,7 +79,7 @@ BAD_MANIFESTS: dict[str, Any] = {
     'key': {'registry': [{**ODD['registry'][0], 'key': ''}]}, 'zero': {'folders': ['a\0b']}, 'folder': {'folders': [1]},
     'root': {'files': [{**ODD['files'][6], 'settings': {'root': 1, 'tags': [], 'carried_over': []}}]},
     'tags': {'files': [{**ODD['files'][6], 'settings': {'root': 'R', 'tags': {}, 'carried_over': []}}]},
-    'hash': {'files': [{**ODD['files'][9], 'sha256': 'AB' * 32}]},
+    'hash': {'files': [{**ODD['files'][-1], 'sha256': 'AB' * 32}]},
     'section': {'update_information': [{'section': '', 'key': 'B', 'value': '1'}]},
     'kind': {**LATEST, 'not_covered': [{'kind': 'none', 'what': 'x'}]}, 'languages': {**LATEST, 'languages': 1},
     'contents': {**LATEST, 'contents': [{'file': '', **WRONG}]},
@@ -95,13 +101,14 @@ E=1
 [HKCR\a]
 [HKEY_USERS\b]
 [HKEY_NONE\A]
-B
+"Lost"=dword:1
 [HKLM\Software\Kazmere\KZVLT\Vault]
 "IdleMinutes"=hex(b):0f,00,00,00,00,00,00,00
 [HKLM\Software\Kazmere\KZVLT\Vault\Deep]
 [-HKLM\Software\Kazmere\KZVLT\Gone]
 "HelpFile"="removed"
 [HKLM\Software
+"Lost"="x"
 '''
 SMALL = r'''[QOR_DIR]
 add={UdComponentsSrcDir}Share\Setting\config_EN-US.xml\
@@ -109,6 +116,7 @@ delete={InstalledDir}Help
 delete=C:\{x}\y
 [QOR_FILE]
 delete_now={InstalledDir}config.previous*.xml
+delete_now={InstalledDir}Help\Link\*.task
 delete={InstalledDir}Resource/EN-US/*.ini
 [QOR_REGISTRY_PATCH]
 delete=VAULT
@@ -132,6 +140,7 @@ migrate=/Window/Skin
 [UPDATE_INFO]
 modify=COMPONENT_LIST!Note!a=b=c
 modify=Other!Note!"quoted"
+modify=other!note!quoted
 '''.replace('VAULT', VAULT)
 # For a product on another drive, that carries nothing over.
 FAR = r'''[QOR_DIR]
@@ -179,7 +188,7 @@ class RareExamples:
     def show_odd_manifests(self) -> None:
         machine = self.machine
         machine.write(PRODUCT + 'config.previous.2.xml',
-                      '<Configuration><Window><Skin>red</Skin></Window></Configuration>')
+                      '<Configuration><Window><Skin>red</Skin></Window><Pin>1</Pin></Configuration>')
         machine.write(PRODUCT + 'config.previous.xml', '')
         machine.make_dir(PRODUCT + 'Link')
         machine.write(PRODUCT + 'Full\\Link\\a', '')
@@ -196,6 +205,10 @@ class RareExamples:
         content: dict[str, Any] = {'size': len(command), 'sha256': hashlib.sha256(command).hexdigest()}
         odd = {**ODD, 'files': [*ODD['files'], {**place, 'language': 'EN-US', **WRONG}, {**place, **content}]}
         machine.write(PRODUCT + 'odd.json', json.dumps(odd))
+        machine.write(PRODUCT + 'large.xml', '')
+        os.truncate(machine.host(PRODUCT + 'large.xml'), 1 << 30)
+        users = machine.host(PRODUCT + 'config.xml')
+        users.write_bytes(users.read_bytes().replace(b'</Window>', b'</Window><Pin protected="1">AA==</Pin>'))
         self.shown.show('verify', 'verify odd.json', 'verify odd.json --detect')
         self.shown.show('diff', 'diff odd.json QorUpdate.json', 'diff QorUpdate.json odd.json --format json')
         # Two programs move files at the next restart; another update brings its manifest, too.
@@ -204,7 +217,9 @@ class RareExamples:
         machine.write(PRODUCT + 'odd.json', json.dumps({**odd, 'folders': ['{InstalledDir}Moved']}))
         machine.write(f'{PRODUCT}Component\\earlier\\b.xml', 'new')
         machine.host(PRODUCT + 'config_EN-US.xml').chmod(0o444)
+        machine.write('C:\\other.json', json.dumps({**LATEST, 'folders': []}))
         machine.set_value(SESSION_MANAGER, PENDING_MOVES, [
+            '\\??\\C:\\other.json', f'!\\??\\{PRODUCT}QorUpdate.json',
             f'\\??\\{PRODUCT}Component\\earlier\\QorUpdate.json', f'!\\??\\{PRODUCT}QorUpdate.json',
             f'\\??\\{PRODUCT}readme.htm', f'!\\??\\{PRODUCT}Qorvault.cmd',
             f'\\??\\{PRODUCT}config.xml', f'!\\??\\{PRODUCT.upper()}CONFIG.xml',
@@ -303,8 +318,9 @@ class RareExamples:
         machine = self.machine
         machine.add_drive('D')
         shutil.copytree(machine.host('C:\\Work\\spring\\installed'), machine.host('D:\\Product'))
-        for name in 'drive_c\\odd.sys', 'drive_c\\Odd\\a.sys':
-            machine.write(f'D:\\Product\\{name}', '')
+        for name in 'odd.sys', 'Odd\\a.sys', PRELOAD[3:] + 'c.dll':
+            machine.write(f'D:\\Product\\drive_c\\{name}', 'old')
+            machine.host(f'D:\\Product\\drive_c\\{name}').chmod(0o444)
         machine.write('D:\\Product\\UpdateInfo.ini', '[Other]\nA=1\n')
         machine.write('D:\\Product\\registry.reg', REGISTRY.replace('"A"', '"é"'), 'cp1252')
         for name, taken in ('a.dll', 10), ('b.dll', 100), ('c.dll', 0):
