@@ -117,6 +117,7 @@ delete=C:\{x}\y
 [QOR_FILE]
 delete_now={InstalledDir}config.previous*.xml
 delete_now={InstalledDir}Help\Link\*.task
+delete_now=C:\Odd\*.sys
 delete={InstalledDir}Resource/EN-US/*.ini
 [QOR_REGISTRY_PATCH]
 delete=VAULT
@@ -293,7 +294,8 @@ class RareExamples:
         for number, place in enumerate((f'{small}Component\\small\\Share\\Task', PRODUCT + 'Help\\Link')):
             machine.write(f'{place}\\in a link.task', '')
             machine.link(place, f'C:\\Elsewhere {number}')
-        machine.write(PRODUCT + 'registry.reg', REGISTRY)  # which counts in a copy of a product only
+        for name in 'registry.reg', 'drive_c\\Odd\\a.sys':  # which count in a copy of a product only
+            machine.write(PRODUCT + name, REGISTRY)
         machine.make_dir('C:\\Work\\open')
         machine.host('C:\\Work\\open').chmod(0o777)
         machine.write(small + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=small\n')

@@ -59,11 +59,10 @@ bool IsLeftAlone(const ExpectedValue& known, const RegistryRecord& record)
     return known.eState == ValueState::eAnyData || !CountsAsMissing(held);
 }
 
-/// Run-once commands do not stay in their key, and the agent refuses a key path that begins with a backslash.
+/// Run-once commands do not stay in their key.
 bool StaysInKey(const RegistryRecord& record)
 {
-    return !record.tstrKeyPath.empty() && !record.tstrKeyPath.starts_with(L'\\') &&
-           !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
+    return !record.tstrKeyPath.empty() && !String::EqualsNoCase(KeyPathOf(record.tstrKeyPath), kRunOnceKey);
 }
 
 void SetData(ExpectedValue& expected, const RegistryRecord& record, ValueState eState)
