@@ -124,6 +124,7 @@ delete=VAULT
 delete=VAULT!Bytes
 delete=SOFTWARE\MICROSOFT\windows\CurrentVersion\RunOnce!None
 delete=VAULT!Wide | odd
+delete=VAULT!Many
 add=VAULT\Slash\!Name!REG_SZ!x
 add=VAULT!List!REG_MULTI_SZ!a
 add=VAULT!Zero!REG_DWORD!0
@@ -142,6 +143,8 @@ migrate=/Window/Skin
 modify=COMPONENT_LIST!Note!a=b=c
 modify=Other!Note!"quoted"
 modify=other!note!quoted
+modify=Other!;Note!1
+modify=Other!;Note!1
 '''.replace('VAULT', VAULT)
 # For a product on another drive, that carries nothing over.
 FAR = r'''[QOR_DIR]
@@ -183,7 +186,7 @@ class RareExamples:
             name, _, text = part.partition('\n')
             self.machine.write(PRODUCT + name, text)
         day, next_day = 'Brevant_20251224.log', 'Brevant_20251225.log'
-        self.shown.show('trace', 'trace A.log.0 of_2025122x.log.x')
+        self.shown.show('trace', 'trace A.log.0 of_2025122x.log.x Roll_20251225.log Roll_20251224.log.3')
         self.shown.show('trace', f'trace {day}.1 {next_day} Empty.log None.log', f'trace {next_day} {day} --all')
 
     def show_odd_manifests(self) -> None:
@@ -288,6 +291,7 @@ class RareExamples:
         machine, small = self.machine, 'C:\\Work\\small\\'
         machine.set_value('HKLM\\' + VAULT, '', 'unnamed')
         machine.set_value('HKLM\\' + VAULT, 'Wide | odd', b'\x01\x02')
+        machine.set_value('HKLM\\' + VAULT, 'Many', ['a', 'b'])
         machine.write(small + 'Component\\small\\Share\\Setting\\config_EN-US.xml',
                       '<Configuration><Window><Skin>x</Skin></Window></Configuration>')
         machine.write(f'{small}Component\\small\\Share\\UI\\{"long" * 50}.dll', '')
@@ -323,12 +327,16 @@ class RareExamples:
         for name in 'odd.sys', 'Odd\\a.sys', PRELOAD[3:] + 'c.dll':
             machine.write(f'D:\\Product\\drive_c\\{name}', 'old')
             machine.host(f'D:\\Product\\drive_c\\{name}').chmod(0o444)
-        machine.write('D:\\Product\\UpdateInfo.ini', '[Other]\nA=1\n')
+        machine.write('D:\\Product\\UpdateInfo.ini', '[Other]\nA=1\ncomponent1_downloadpath=a\n')
         machine.write('D:\\Product\\registry.reg', REGISTRY.replace('"A"', '"é"'), 'cp1252')
         for name, taken in ('a.dll', 10), ('b.dll', 100), ('c.dll', 0):
             machine.write(f'{small}Component\\small\\Engine\\Preload\\{name}', '')
             for number in range(taken):
                 machine.write(f'{PRELOAD}{name}{number}', '')
+        deep = f'QorFirefoxExt\\{"deep" * 15}\\'  # too long for a record
+        machine.write(f'{small}Component\\small\\Share\\{deep}{"long" * 50}.js', '')
+        machine.make_dir('D:\\Product\\' + deep)
+        machine.set_value('HKLM\\SYSTEM\\CurrentControlSet\\Control\\FileSystem', 'LongPathsEnabled', 1)
         machine.write(small + 'QorPaFrwk.ini', FAR)
         self.shown.show('plan', 'plan small --installed D:\\Product --language EN-US')
         self.shown.show('undo', 'undo small --output far.undo --installed D:\\Product')
