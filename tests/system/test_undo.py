@@ -83,13 +83,13 @@ class Undo(LabTest):
             self.machine.write(place, 'old')
         for name, old in ODD_VALUES.items():
             self.machine.set_value(VAULT, name, *old)
-        info = '[COMPONENT_LIST]\nSemi=a;b=c\nQuoted="q"\nBang=a!b\nTwice=1\nTwice=2\nForeign=é\n'
+        info = f'[COMPONENT_LIST]\nSemi=a;b=c\nQuoted="q"\nBang=a!b\nTwice=1\nTwice=2\nForeign=é\nLong={"x" * 1020}\n'
         self.machine.write(install + 'UpdateInfo.ini', self.machine.read(install + 'UpdateInfo.ini', 'utf-16').replace(
             '[COMPONENT_LIST]\n', info) + '[component_list]\nX=1\n', 'cp1252')
         self.machine.write(install + 'QorPaFrwk.ini', '\n'.join([
             '[QOR_DIR]', 'delete={InstalledDir}Old', f'delete={data}Old', f'delete={data}KZVLT',
             '[QOR_FILE]', 'delete={InstalledDir}none', '[UPDATE_INFO]', 'modify=COMPONENT_LIST!New!1',
-            *(f'modify=COMPONENT_LIST!{key}!new' for key in ('Semi', 'Quoted', 'Bang', 'Twice', 'Foreign')),
+            *(f'modify=COMPONENT_LIST!{key}!new' for key in ('Semi', 'Quoted', 'Bang', 'Twice', 'Foreign', 'Long')),
             '[QOR_REGISTRY_PATCH]', f'add={BELOW}\\New\\Deep\\Deeper!v!REG_DWORD!1',
             *(f'add={BELOW}!{name}!REG_QDWORD!1' for name in ODD_VALUES), '']), 'utf-16')
         scenario.name = 'odd places'
@@ -97,7 +97,7 @@ class Undo(LabTest):
         key = 'hkey_local_machine\\' + BELOW.lower()
         info_key = f'{install}updateinfo.ini [component_list] '.lower()
         for what in (*(f'{key} : {name}' for name in UNWRITABLE), f'{key}\\new', f'{key}\\new\\deep',
-                     *(info_key + name for name in ('bang', 'foreign', 'new')),
+                     *(info_key + name for name in ('bang', 'foreign', 'new', 'long')),
                      *(install.lower() + name for name in ('{installeddir}x.dat', 'old\\{x}\\')),
                      *(data.lower() + name for name in ('old\\q\\', 'kzvlt\\engine\\preload\\p.dat'))):
             self.assertIn(what, self.machine.listed)

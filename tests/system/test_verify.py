@@ -1,9 +1,11 @@
 """A manifest that the sample update brings, and what the checking program says of the machine at every stage of its
 arrival."""
+import datetime
 import json
 import os
 import re
 import shutil
+import time
 
 from brevantlab.expect import LabTest, faults
 from brevantlab.layouts import SampleMachine
@@ -37,8 +39,12 @@ class Verify(LabTest):
         told = self.machine.run(self.checker, 'verify', '--record', RECORD, '--event-log', debug='+eventlog')
         joined = re.sub(r'"\n\w+:\w+:eventlog:ReportEventW L"', '', told.output)  # Wine 10 shows line by line
         self.assertRegex(joined, f'L"BrevantCheck"(?s:.*)ReportEventW [(]\\w+,{event}[.]'
-                         r'\\r\\n\\r\\nPackage: c21t2103v3[.]9[.]0l1p1r1o1\\r\\n')
+                         r'\\r\\n\\r\\nPackage: c21t2103v3[.]9[.]0l1p1r1o1\\r\\nUpdate: [0-9a-f]{64}\\r\\n[A-Z ]+ C:')
         record = json.loads(self.machine.read(RECORD))
+        now, start = (datetime.datetime.fromisoformat(record[name][:-1] + '+00:00') for name in ('time', 'started'))
+        self.assertLess(abs(now.timestamp() - time.time()), 60)
+        self.assertLess(min(abs((now - start).total_seconds() - time.clock_gettime(clock)) for clock in (
+            time.CLOCK_MONOTONIC, time.CLOCK_BOOTTIME)), 60)
         self.assertEqual([], faults('record', record))
         return record
 
@@ -121,5 +127,6 @@ class Verify(LabTest):
         os.symlink('Elsewhere', patterns)
         self.expect(1, 'REFUSED', 'NOT COVERED', manifests=[[MANIFEST], []])
         self.assertEqual((1, ''), self.detect())
+        self.record('0x0002,0x0000,0x00000004,(?s:.*)L"It is not known whether all of the update has arrived')
         machine.write(machine.install + 'QorUpdate.json', '{}')
         self.expect(3, manifests=[[]])

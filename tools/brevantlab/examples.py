@@ -31,7 +31,7 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'((?:arrived|pending|earlier update) |\n  "update": "|"kind": "[^"]*", "update": ")[0-9a-f]{64}', r'\1IDENTITY'),
     (r'(with key) [0-9a-f]+', r'\1 KEY'),
     (r'(\n  "machine": )"[^"]*"', r'\1"PC1"'),
-    (r'(\n  "pending_minutes": )\d+', r'\g<1>1'),
+    (r'(\n  "pending_minutes": )[01],', r'\g<1>1,'),
     (r'(\n  "(?:started|time)": )"[^"]*"', r'\1"2026-01-31T12:00:00Z"'),
     (r'[\d/]{6}20(?!25)\d\d [\d:]{8}(  .*\(process) \w+, [\d.]+ s', r'31/01/2026 12:00:00\1 0120, 0.050 s'),
     (r'(FrwkDeployTick": |FrwkDeployTick", "new": |FrwkDeployTick: )(?:"\d+" -> )?"\d+"', r'\1"1234567"'),
@@ -129,7 +129,18 @@ FLEET: dict[str, dict[str, Any]] = {
         {'verdict': 'REFUSED', 'what': 'C:\\"A"', 'detail': 'x'}]},
     'many 1 earlier': {'machine': 'pc11', 'time': '2025-12-31T23:59:59Z'}, '9': {'machine': ''},
     '10': {'pending_minutes': -1}, '11': {'kept': 'x'}, '12': {'open': [{'verdict': 'LOST', 'what': 'a'}]},
-    '13': {'verdict': 'lost'}, '14': {'time': '2026-01-31T12:00'}, '15': {'agent_version': 1}}
+    'north\\16': {'machine': 'PC5', 'package': '-P', 'product_version': '+3', 'agent_version': '@"1"',
+                  'started': '\t', 'verdict': 'unknown', 'not_kept': 2, 'open': REASONS[:1] * 2},
+    '13': {'verdict': 'lost'}, '14': {'time': '2026-01-31T12:00'}, '15': {'agent_version': 1},
+    '17': {'open': [1]}, '18': {'open': {}}, '19': {'open': [{**REASONS[0], 'detail': 1}]}, '20': {'record': '1'},
+    '21': {'verdict': 1}, 'z': {'machine': 'PC3', 'time': '2025-12-31T23:59:59Z'}}
+
+# A manifest with more of what is not covered than the record of an update that has arrived may have.
+LONG: dict[str, Any] = {
+    'format': 1, 'component': {'product': PACKAGE, 'resource': ''}, 'folders': [], 'deletions': [], 'registry': [],
+    'files': [{'destination': '{InstalledDir}config.xml', 'source': f'Component\\{PACKAGE}\\config.xml', 'when': 'now',
+               'settings': {'root': 'Configuration', 'tags': [], 'carried_over': ['/Window/Skin', '/a' * 2000]}}],
+    'update_information': [{'section': 'COMPONENT_LIST', 'key': 'Component101_Version', 'value': '3.9.4.1200'}]}
 
 
 def laid_out(value: Any, indent: str = '\n') -> str:
@@ -316,6 +327,8 @@ class Examples:
         machine = self.machine
         self.show('verify', 'verify')
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.write(PRODUCT + 'long.json', json.dumps(LONG))
+        self.set_back(2)
         self.show('verify', 'verify --record pending.json')
         self.show('verify.json', 'verify --format json')
         self.show('detect', 'verify --detect', 'verify --detect --pending arrived', 'verify --detect --pending missing')
@@ -323,6 +336,7 @@ class Examples:
         machine.restart()
         self.show('ready', 'ready .')
         self.show('verify', f'verify --record done.json {KEY}')
+        self.show('verify', 'verify long.json --detect --record short.json')
         self.show('detect', 'verify --detect')
         machine.write(PRODUCT + 'Retired.dat', '')
         machine.set_value(SETTINGS + '\\Vault', 'HelpFile', 'C:\\Help')
@@ -335,14 +349,26 @@ class Examples:
             f'{code:X} - FileOperations.cpp(12)\n' for code in CODES))
         self.show('codes', 'trace codes.log')
 
+    def set_back(self, minutes: int) -> None:
+        """Makes the deployment one of some minutes ago."""
+        tick = self.machine.values(SETTINGS)['FrwkDeployTick']
+        assert isinstance(tick, int)
+        self.machine.set_value(SETTINGS, 'FrwkDeployTick', (tick - minutes * 60_000) % (1 << 32))
+
     def show_fleet(self) -> None:
-        for name in ('pending.json', 'done.json'):
+        for name in ('pending.json', 'done.json', 'short.json'):
             self.show_file('record', name)
         for name, other in FLEET.items():
             self.machine.write(f'{PRODUCT}records\\{name}.json', json.dumps(RECORD | other))
-        self.machine.write(PRODUCT + 'machines.txt', 'pc1\nPC4\nPC5\n')
+        records = self.machine.host(PRODUCT + 'records')
+        (records / 'north/16.json').rename(records / 'north/16.JSON')
+        for name, size in ('notes.txt', 0), ('large.json', 2 << 20):
+            (records / name).touch()
+            os.truncate(records / name, size)
+        (records / 'south').symlink_to('north', target_is_directory=True)
+        self.machine.write(PRODUCT + 'machines.txt', 'pc1\nPC4\nPC6\n \npc6\n')
         expected = 'rollup records --machines machines.txt'
-        self.show('rollup', expected, f'{expected} --format json', 'rollup records --format csv')
+        self.show('rollup', expected, f'{expected} --format json', f'{expected} --format csv')
 
 
 def main() -> int:

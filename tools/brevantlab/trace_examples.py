@@ -7,12 +7,13 @@ from .layouts import MARKER, install_folder
 from .machine import PRODUCT, SETTINGS, Machine
 
 SETTING = f'{PRODUCT}Component\\c21t2103v3.9.3l1p1r1o1\\Share\\Setting\\'
-NAMES = 'plan.mistakes', 'plan.mistakes.json', 'debug-trace'
+NAMES = 'plan.mistakes', 'plan.mistakes.json', 'debug-trace', 'trace.mistakes'
 REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'(FrwkDeployTick: "\d+" -> |FrwkDeployTick"[^}]* "old": )"\d+"', r'\1"1234568"'),
     (r'(FrwkDeployTick": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
     (r'(C:\\users\\)(?!Public)\w+', r'\1USER'),
     (r'(RunOnce:)[0-9a-f-]{36}', r'\1NAME'),
+    (r'((?:7b\]|80070002\]) - [^\n]+\n +code: )[^\n]+', r'\1(a text of Windows)'),
     (r'(x{20})x+', r'\1...'))]
 
 # What the agent refuses, remarks on or cannot do: of every kind of record, then of settings and of shortcuts.
@@ -108,6 +109,8 @@ class TraceExamples:
         self._show_reasons()
         trace = '\n'.join([*self.machine.messages(), ''])
         self.examples.add('debug-trace', 'type KZVLT_Brevant.log', trace)
+        self.machine.write('C:\\Work\\mistakes.log', '\n'.join([*self.machine.trace_lines(), '']))
+        self.examples.show('trace.mistakes', 'trace C:\\Work\\mistakes.log --all')
         for name in NAMES:
             for pattern, shown in REPLACED:
                 self.examples.found[name] = pattern.sub(shown, self.examples.found[name])
@@ -134,8 +137,10 @@ class TraceExamples:
         machine.restart()
         machine.host(PRODUCT + 'qorshcutbackup.xml').unlink()
         machine.write(PRODUCT + 'qorshcut.xml', '<Shortcuts>')
-        machine.host(PRODUCT + 'Resource\\EN-US\\StringTable.ini').unlink()
+        table = PRODUCT + 'Resource\\EN-US\\StringTable.ini'
+        machine.write(table, '[Global]\r\n' + 'Key=a text of the product\r\n' * 3000)  # more than the agent reads
         machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
+        machine.host(table).unlink()
 
     def _show_reasons(self) -> None:
         """An update without settings and records, and the reasons why the new name is not due."""

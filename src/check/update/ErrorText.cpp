@@ -27,6 +27,8 @@ constexpr WordsRow kWords[] = {
     {ERROR_BAD_ARGUMENTS, L"a path is empty: usually the install folder is unknown"},
     {ERROR_FILE_TOO_LARGE, L"the file is larger than such a file may be"},
     {ERROR_NO_UNICODE_TRANSLATION, L"neither UTF-8 nor UTF-16 with BOM"},
+    {ERROR_ALREADY_EXISTS, L"something else has that name"},
+    {ERROR_DIRECTORY, L"a folder is there, or a file in the place of a folder"},
     {ERROR_BAD_PATHNAME, L"the path is not full, or names a whole drive"},
     {kUntrustedJunction, L"the path has a standard user's junction, which Windows refuses"},
     {KzCommon::Storage::Directory::kStoppedOnLink,
