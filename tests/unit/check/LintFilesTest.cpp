@@ -9,8 +9,7 @@
 // front it is the content of another file; a file of the installed product stays for the texts after it.
 TEST_F(LintTest, MistakesOfTheExamples)
 {
-    const auto [strAll, uBegin, cch] = FindTold();
-    std::istringstream lines(strAll.substr(uBegin, cch) + "\n");
+    std::istringstream lines(ToldIn(kFindings, "MistakesOfTheExamples") + "\n");
     std::string strText;
     for (std::string strLine; std::getline(lines, strLine);) {
         if (!strLine.empty()) {
