@@ -70,13 +70,16 @@ private:
             const std::size_t uDrive = strLine.rfind(":\\", uName) - 1;
             strLine.replace(uDrive, std::min(uEnd, strLine.size()) - uDrive, "TEMP" + std::to_string(uNumber));
         }
+        const std::string strLong(20, 'x');
+        for (std::size_t u = 0; (u = strLine.find(strLong + "x", u)) != std::string::npos; ++u) {
+            strLine.replace(u, strLine.find_first_not_of('x', u) - u, strLong + "...");
+        }
         static const std::tuple<const char*, std::regex, const char*> s_rows[] = {
             // clang-format off
             {"-", std::regex("(~kzcomn-|config-|UpdateInfo-|RunOnce:)[0-9a-f-]{8,36}"), "$1ID"},
             {"BREV~", std::regex("(BREV~)..."), "$1ID"},
             {"\\tests\\Resource", std::regex("[A-Z]:[^:]*(\\\\Resource\\\\)"), "PROGRAM$1"},
-            {"\\users\\", std::regex("(\\\\users\\\\)(?!Public)\\w+"), "$1USER"},
-            {"xxxxxxxxxxxxxxxxxxxxx", std::regex("(x{20})x+"), "$1..."}};  // clang-format on
+            {"\\users\\", std::regex("(\\\\users\\\\)(?!Public)\\w+"), "$1USER"}};  // clang-format on
         for (const auto& [szPart, pattern, szShown] : s_rows) {
             if (strLine.find(szPart) != std::string::npos) strLine = std::regex_replace(strLine, pattern, szShown);
         }

@@ -32,6 +32,10 @@ delete={{InstalledDir}}None.dat
 delete={{InstalledDir}}*.none
 delete={{Unknown}}x.dat
 delete={LONG}
+delete={{InstalledDir}}{LONG[:300]}
+delete=C:\{LONG[:256]}
+delete_now=C:\{LONG[:256]}
+delete_now={{InstalledDir}}{LONG[:300]}
 delete_now={{InstalledDir}}None.dat
 delete_now={{InstalledDir}}Help
 delete_now={{InstalledDir}}*.lock
@@ -136,6 +140,13 @@ class TraceExamples:
         machine.write(PRODUCT + 'qorshcut.xml', '<Shortcuts>')
         machine.host(PRODUCT + 'Resource\\EN-US\\StringTable.ini').unlink()
         machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
+        machine.write(PRODUCT + 'Resource\\EN-US\\StringTable.ini', '[Global]\n' + f'A={LONG[:1000]}\n' * 70)
+        library = machine.host(PRODUCT + 'libexpat.dll')
+        for other in 'KzDbg64.dll', None:  # which is no such library
+            library.unlink()
+            if other:
+                shutil.copy(machine.host(PRODUCT + other), library)
+            machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
 
     def _show_reasons(self) -> None:
         """An update without settings and records, and the reasons why the new name is not due."""
@@ -146,3 +157,8 @@ class TraceExamples:
         machine.set_value(SETTINGS, 'Version', '3.9')
         self.examples.show('plan.mistakes', 'plan .', 'plan . --language ja-jp')
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.write(PRODUCT + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=..\\Away\n')
+        self.examples.show('plan.mistakes', 'plan .')
+        machine.set_value(SETTINGS, 'ProductPath', '')
+        machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')

@@ -50,7 +50,7 @@ template <class Function>
 Function Real(const char* szName)
 {
     FARPROC pfn = nullptr;
-    for (const wchar_t* szModule : {L"kernel32.dll", L"advapi32.dll", L"shell32.dll", L"ntdll.dll"}) {
+    for (const wchar_t* szModule : {L"kernel32.dll", L"advapi32.dll", L"shell32.dll", L"ntdll.dll", L"ole32.dll"}) {
         if (!pfn) pfn = ::GetProcAddress(::LoadLibraryW(szModule), szName);
     }
     return reinterpret_cast<Function>(reinterpret_cast<void*>(pfn));
@@ -102,6 +102,13 @@ constexpr int kRenameInfoEx = 22;
         return MayPass(#Name, szPlace, bAnywhere) ? REAL(Name) Arguments : Refused; \
     }
 
+// One function that only reads: its parameters, the arguments to pass on, and its result when it must fail.
+#define FAILING(Name, Result, Parameters, Arguments, Refused)      \
+    REPLACED(Name, Result, Parameters)                             \
+    {                                                              \
+        return Fails(#Name, L"") ? Refused : REAL(Name) Arguments; \
+    }
+
 // clang-format off
 WATCHED(CreateDirectoryW, BOOL, (LPCWSTR sz, LPSECURITY_ATTRIBUTES p), (sz, p), sz, false, FALSE)
 WATCHED(RemoveDirectoryW, BOOL, (LPCWSTR sz), (sz), sz, false, FALSE)
@@ -114,6 +121,12 @@ WATCHED(RegCreateKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD r, LPWSTR c, DWORD 
         (h, sz, r, c, o, a, p, k, d), sz, true, ERROR_ACCESS_DENIED)
 WATCHED(RegOpenKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD o, REGSAM a, PHKEY k), (h, sz, o, a, k), a & (DELETE | KEY_SET_VALUE) ? sz : nullptr,
         true, ERROR_ACCESS_DENIED)
+FAILING(CoInitializeEx, HRESULT, (LPVOID p, DWORD dw), (p, dw), E_FAIL)
+FAILING(CoCreateInstance, HRESULT, (REFCLSID c, LPUNKNOWN u, DWORD dw, REFIID i, LPVOID* pp), (c, u, dw, i, pp), E_FAIL)
+FAILING(SHGetMalloc, HRESULT, (IMalloc** pp), (pp), E_FAIL)
+FAILING(SHGetSpecialFolderLocation, HRESULT, (HWND h, int n, PIDLIST_ABSOLUTE* pp), (h, n, pp), E_FAIL)
+FAILING(OpenProcessToken, BOOL, (HANDLE h, DWORD dw, PHANDLE ph), (h, dw, ph), FALSE)
+FAILING(LookupPrivilegeValueW, BOOL, (LPCWSTR s, LPCWSTR sz, PLUID p), (s, sz, p), FALSE)
 // clang-format on
 
 REPLACED(CreateFileW, HANDLE,
@@ -291,6 +304,7 @@ REPLACED(SetFileInformationByHandle, BOOL, (HANDLE hFile, FILE_INFO_BY_HANDLE_CL
 
 REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
 {
+    if (Fails("SHGetPathFromIDListW", L"")) return FALSE;
     const BOOL bDone = REAL(SHGetPathFromIDListW)(pidl, szPath);
     if (!s_pWatch || IsInSandbox(szPath)) return bDone;
     szPath[(s_pWatch->m_tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';

@@ -146,6 +146,11 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
                 IsSupersetOf({std::string("@@@ copy to a different drive"), "@@@ tsTempFileWithIndex: " + strLong + "1",
                               "@@@ ::CopyFile(" + strLong + "0) failed: ERROR_ALREADY_EXISTS"}));
 
+    std::wstring tstrSameDrive = tstrSource;
+    tstrSameDrive.front() = static_cast<wchar_t>(::towlower(tstrSameDrive.front()));
+    EXPECT_TRUE(CopyFileAfterReboot(m_run, tstrSameDrive, m_install.PathOf(L"b")));
+    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L"src\\a > b"))) << "not staged";
+
     // A refused move also deletes its staged copy, and keeps the package's file on its own drive.
     m_watch.Fail("MoveFileExW", ERROR_NO_SYSTEM_RESOURCES);
     EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, tstrLong));
@@ -224,6 +229,8 @@ TEST_F(ComponentFilesTest, UpdateInformationInUseIsADeploymentFailureAndTheLastP
     EXPECT_THAT(Moves(), ElementsAre(HasSubstr(L"Share\\UI\\f > f")));
     EXPECT_EQ(CountTraced(StartsWith("@@@ CDeployComponentsAction::CopyDirectory(")), 0)
         << "without settings nothing is copied";
+    m_watch.Fail("RegCreateKeyExW", ERROR_NOT_READY);
+    EXPECT_TRUE(DeployFramework(m_machine)) << "without its flags";
     WriteProduct(L"ProductPath", L"");
     EXPECT_TRUE(DeployFramework(m_machine)) << "no folder is known and no file is in use";
 }

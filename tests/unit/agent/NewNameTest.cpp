@@ -181,6 +181,18 @@ TEST_F(NewNameTest, TheQuestionTakesItsTextsFromTheInstructionFileAndOnlyOkResta
     }
 }
 
+TEST_F(NewNameTest, WithoutThePrivilegeThereIsNoRestart)
+{
+    s_answers = {};
+    for (const char* szCall : {"OpenProcessToken", "LookupPrivilegeValueW"}) {
+        SystemWatch watch(m_install.Path());
+        watch.Fail(szCall, ERROR_NOT_READY);
+        s_asked = {};
+        RemindToReboot(m_machine);
+        EXPECT_EQ(0U, s_asked.uExitFlags) << szCall;
+    }
+}
+
 // A system test on a whole machine checks all places with the name.
 TEST_F(NewNameTest, NamesMissingInTheTableAreBuiltInEvenIfShortcutsFail)
 {

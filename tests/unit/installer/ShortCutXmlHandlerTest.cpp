@@ -143,6 +143,20 @@ TEST_F(ShortCutTest, ARefusedNameOrALinkInUseDoesNotAffectOthers)
     EXPECT_EQ(5, CountTraced("!!! *** ::DeleteFile("));
 }
 
+TEST_F(ShortCutTest, AFailingStepOfTheShellEndsOnlyWhatNeedsIt)
+{
+    const std::string strDescription = Describe(Link("A"), InFolder("F", Link(std::string(33000, 'x')) + Link("B")));
+    for (const char* szCall : {"", "CoInitializeEx", "CoCreateInstance", "SHGetMalloc", "SHGetSpecialFolderLocation",
+                               "SHGetPathFromIDListW"}) {
+        SystemWatch watch(m_shell.Path());
+        watch.Fail(szCall, ERROR_NOT_READY);
+        const bool bKnown = *szCall != 'S' || szCall == std::string_view("SHGetMalloc");
+        EXPECT_EQ(bKnown, Create(strDescription)) << szCall;
+        EXPECT_EQ(bKnown, Remove(strDescription)) << szCall;
+        EXPECT_EQ("", Found()) << szCall;
+    }
+}
+
 TEST_F(ShortCutTest, ALinkInUseIsRetriedButNotAFolderInItsPlace)
 {
     const std::wstring tstrLink = m_shell.PathOf(L"D\\A.lnk");
