@@ -274,6 +274,16 @@ TEST_F(ConfigTest, AfterAQueryOnlyWhatItFoundIsWritten)
     EXPECT_THAT(Target(), HasSubstr("<A>b</A>")) << "without a query in the session";
 }
 
+TEST_F(ConfigTest, WithoutEncryptionNoSecretIsReadOrWritten)
+{
+    Json::Value data = FromText("{'/ProxySettings/Password':''}");
+    SystemWatch watch(m_install.Path());
+    watch.Fail("BCryptGenRandom", ERROR_NOT_READY);
+    EXPECT_EQ(Send(kQuery, Document("<ProxySettings><Password>x</Password></ProxySettings>"), data), kRefused);
+    watch.Fail("BCryptOpenAlgorithmProvider", ERROR_NOT_READY);
+    EXPECT_EQ(m_provider.Initialize(), DWORD{Config::eNoProtection});
+}
+
 TEST_F(ConfigTest, FailuresHaveACodeAndKeepTheFile)
 {
     const std::tuple<DWORD, const char*, DWORD> rows[] = {
