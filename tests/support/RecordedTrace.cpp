@@ -48,7 +48,7 @@ private:
     [[nodiscard]] std::string Told() const
     {
         const std::vector<std::string> messages = Messages();
-        constexpr std::size_t kFirst = 240, kLast = 60;
+        constexpr std::size_t kFirst = 640, kLast = 60;
         std::map<std::string, std::size_t> folders;
         std::string strTold;
         for (std::size_t u = 0; u < messages.size(); ++u) {

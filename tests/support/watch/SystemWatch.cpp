@@ -140,6 +140,7 @@ REPLACED(CreateFileW, HANDLE,
          (LPCWSTR sz, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES p, DWORD dwHow, DWORD dwFlags, HANDLE h))
 {
     if (!MayPass("CreateFileW", dwAccess & (GENERIC_WRITE | DELETE) ? sz : nullptr)) return INVALID_HANDLE_VALUE;
+    if (dwAccess == FILE_LIST_DIRECTORY && Fails("CreateFileW list", sz)) return INVALID_HANDLE_VALUE;
     PSID pOwner = nullptr;
     BOOL bDefaulted = FALSE;
     if (p && p->lpSecurityDescriptor) ::GetSecurityDescriptorOwner(p->lpSecurityDescriptor, &pOwner, &bDefaulted);

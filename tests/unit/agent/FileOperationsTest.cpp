@@ -1,6 +1,8 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/ComponentFiles.h"
 #include "agent/FileOperations.h"
+#include "common/KzComn_DebugLog.h"
 
 class FileOperationsTest : public WatchedAgentTest {
 protected:
@@ -77,6 +79,61 @@ TEST_F(FileOperationsTest, AfterAFailureInTheMiddleTheFileIsUnchanged)
         Perform(L"{InstalledDir}file", iOp);
         m_watch.Fail("", ERROR_SUCCESS);
         EXPECT_TRUE(m_install.Attributes(L"file") & FILE_ATTRIBUTE_READONLY) << szCall;
+    }
+}
+
+TEST_F(FileOperationsTest, AfterEachFailingCallTheRestIsDone)
+{
+    const auto copy = [&](bool bAfterReboot) {
+        CopyDirectory(m_run, m_install.PathOf(L"new"), L"*.*", m_install.PathOf(L"old"), true, bAfterReboot);
+    };
+    const std::pair<const wchar_t*, std::function<void()>> operations[] = {
+        {L"create",
+         [&] {
+             Perform(L"{InstalledDir}old\\a\\b", op_dir_add);
+         }},
+        {L"delete the folder",
+         [&] {
+             Perform(L"{InstalledDir}old", op_dir_delete);
+         }},
+        {L"delete",
+         [&] {
+             Perform(L"{InstalledDir}old\\*", op_file_delete);
+         }},
+        {L"delete now",
+         [&] {
+             Perform(L"{InstalledDir}old\\*", op_file_delete_now);
+         }},
+        {L"copy",
+         [&] {
+             copy(false);
+         }},
+        {L"move", [&] {
+             copy(true);
+         }}};
+    for (const std::string strCall :
+         {"CreateDirectoryW", "CreateFileW", "CreateFileW list", "NtOpenFile", "FindFirstFileW", "FindNextFileW",
+          "GetFinalPathNameByHandleW", "SetFileAttributesW", "SetFileInformationByHandle", "MoveFileExW", "CopyFileW",
+          "FlushFileBuffers", "SetFileSecurityW"}) {
+        for (const auto& [szOperation, carryOut] : operations) {
+            m_install.Clear();
+            for (const wchar_t* szName : {L"new\\d\\f", L"new\\d\\g", L"new\\h"}) m_install.Write(szName, "new");
+            for (const wchar_t* szName : {L"old\\d\\f", L"old\\g"}) m_install.Write(szName, "old");
+            m_install.Write(L"old\\h", "old", FILE_ATTRIBUTE_READONLY);
+            m_watch.Fail(strCall, strCall.ends_with("list") ? ERROR_ACCESS_DENIED : ERROR_NOT_READY,
+                         strCall == "FindFirstFileW" ? L"d\\*" : L"");
+            Trace(kTraceInfo, L"== %s without %s", szOperation, String::FromAnsi(strCall).c_str());
+            carryOut();
+            m_watch.Fail("", ERROR_SUCCESS);
+            std::wstring tstrLeft;
+            for (const std::wstring& tstrName : m_install.List()) {
+                const std::string strText = m_install.Read(tstrName).value_or("");
+                tstrLeft +=
+                    tstrName + L" " + String::FromAnsi(strText) + (m_install.Attributes(tstrName) & 1 ? L"! " : L" ");
+            }
+            Trace(kTraceInfo, L"left: %s", tstrLeft.c_str());
+            for (const std::wstring& tstrMove : Moves()) Trace(kTraceInfo, L"%s", tstrMove.c_str());
+        }
     }
 }
 
