@@ -159,6 +159,7 @@ class TraceExamples:
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
         machine.write(PRODUCT + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=..\\Away\n')
         self.examples.show('plan.mistakes', 'plan .')
-        machine.set_value(SETTINGS, 'ProductPath', '')
-        machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        for folder in PRODUCT, '':
+            machine.set_value(SETTINGS, 'ProductPath', folder)
+            machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
         machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')

@@ -26,29 +26,6 @@ protected:
 
 }  // namespace
 
-// A system test on a whole machine checks all destinations of the packages.
-TEST_F(ComponentFilesTest, PackagesAreCopiedInStepOrderEvenWithoutInstructions)
-{
-    const std::wstring tstrPackage = kProduct + L"64bit\\c21t2103v0.0.0l1p1r1o1\\", tstrShare = kProduct + L"Share\\";
-    for (const std::wstring& tstrName : {kResource + L"f", tstrShare + L"Setting\\f", tstrShare + L"Resource\\sub\\f",
-                                         tstrShare + L"UI\\f", tstrShare + L"UI\\sub\\f", tstrPackage + L"f"}) {
-        m_install.Write(tstrName, "");
-    }
-    m_install.Write(tstrPackage + L"Driver\\k.sys", "new");
-    m_install.Write(L"Driver\\k.sys", "old");
-    FrameworkDeployAgent agent(m_machine);
-    agent.DoPreAction();
-    EXPECT_TRUE(agent.DoDeploy());
-    agent.DoPostAction();
-    const auto resource = EndsWith(L"l1p-1r1o1\\f > Resource\\f");
-    EXPECT_THAT(Moves(), ElementsAre(EndsWith(L"l1p1r1o1\\f > f"), EndsWith(L"UI\\f > f"),
-                                     EndsWith(L" > Resource\\sub\\f"), EndsWith(L"Setting\\f > f"), resource));
-    EXPECT_EQ(m_install.Read(L"Driver\\k.sys"), "new");
-    fs::remove_all(m_install.PathOf(kProduct));
-    EXPECT_TRUE(agent.DoDeploy());
-    EXPECT_THAT(Moves(), ElementsAre(resource)) << "the other package is missing";
-}
-
 TEST_F(ComponentFilesTest, AWalkEntersFoldersInOrderAndDoesNotFollowLinks)
 {
     for (const wchar_t* szName : {L"a", L"m\\b", L"m\\n\\c", L"z", L"~kzcomn-fffffff0-00.tmp"})
