@@ -227,7 +227,7 @@ TEST_F(ConfigTest, SecretsOfTheProgramAreNeverInClear)
         {"", "<Password protected=\"1\">2:"},
         // A setting that the program does not call secret is protected only if its author marked it.
         {"<P Protected='true'/>", "<P protected=\"1\">2:"},
-        {"<P protected='no'/>", "<P protected=\"no\">open<"}};
+        {"<P protected=' False '/>", "<P protected=\" False \">open<"}, {"<P protected=''/>", "<P protected=\"\">open<"}};
     // clang-format on
     const std::string strInstalled =
         "<Password>hunter2</Password><P protected='1'>" + ToUtf8(Protected(L"open", L"/ProxySettings/P")) + "</P>";
