@@ -17,7 +17,8 @@ ANSWERS, WHOLE = ROOT / 'samples/answers.txt', BUILD / 'answers'
 HEAD = '== '
 REPLACED = ((re.compile(r'(?<![\d.])1\.\d+\.\d{4}(?![\d.])'), 'VERSION'),  # the agent's
             (re.compile(r'(name="FrwkDeployTick").*'), r'\1'),
-            (re.compile(r'\b2:[A-Za-z0-9+/=]{20,}'), '2:PROTECTED'), (re.compile(r'RunOnce:[0-9a-f-]{36}'), 'RunOnce:ID'),
+            (re.compile(r'\b2:[A-Za-z0-9+/=]{20,}'), '2:PROTECTED'),
+            (re.compile(r'RunOnce:[0-9a-f-]{36}'), 'RunOnce:ID'),
             (re.compile(r'-[0-9a-f]{8}(?=\.unfinished|-01\.tmp)'), '-PID'))
 REPEATED = re.compile(r'(.)\1{29,}')
 

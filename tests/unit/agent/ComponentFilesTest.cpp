@@ -63,7 +63,7 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
 {
     const std::wstring tstrSource = m_install.Write(L"src\\sub\\a", "new");
     m_install.Write(L"src\\b", "new");
-    m_install.Write(L"Link\\b", "old");
+    m_install.Write(L"Link\\b", "old", FILE_ATTRIBUTE_READONLY);
     m_install.MakeFolder(L"Link\\sub");
     m_watch.m_tstrLink = L"Link";
     for (const bool bAfterReboot : {false, true})
@@ -76,6 +76,7 @@ TEST_F(ComponentFilesTest, NothingIsCopiedWhereALinkLeadsElsewhere)
     EXPECT_THAT(m_install.List(),
                 ElementsAre(L"Link\\", L"Link\\b", L"Link\\sub\\", L"src\\", L"src\\b", L"src\\sub\\", L"src\\sub\\a"));
     EXPECT_EQ(m_install.Read(L"Link\\b"), "old");
+    EXPECT_TRUE(m_install.Attributes(L"Link\\b") & FILE_ATTRIBUTE_READONLY);
 }
 
 TEST_F(ComponentFilesTest, TheVolumeIsLookedUpOncePerFolderAndEveryFileGetsAWarning)
@@ -127,28 +128,6 @@ TEST_F(ComponentFilesTest, AFileForAnotherDriveIsStagedUnderTheFirstFreeName)
     };
     EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrSource, L"\\\\?\\" + m_install.PathOf(L"c")));
     EXPECT_THAT(m_install.List(), Not(Contains(StartsWith(L"c")))) << "an incomplete copy is deleted";
-}
-
-// Windows leaves a read-only file as it is at the restart.
-TEST_F(ComponentFilesTest, WhatAMoveReplacesIsNoLongerReadOnly)
-{
-    const std::wstring tstrNew = m_install.Write(L"src\\a", "new");
-    const std::tuple<std::string_view, DWORD, bool, bool> rows[] = {
-        {"", ERROR_SUCCESS, true, false},
-        {"MoveFileExW", ERROR_GEN_FAILURE, false, true},
-        {"SetFileAttributesW", ERROR_ACCESS_DENIED, true, true}};
-    for (const auto& [strFails, dwCode, bMoves, bReadOnly] : rows) {
-        SCOPED_TRACE(strFails);
-        const std::wstring tstrOld = m_install.Write(L"a", "old", FILE_ATTRIBUTE_READONLY);
-        m_watch.Fail(strFails, dwCode);
-        EXPECT_EQ(CopyFileAfterReboot(m_run, tstrNew, tstrOld), bMoves);
-        m_watch.Fail("", ERROR_SUCCESS);
-        EXPECT_EQ(Moves().size(), bMoves ? 1U : 0U);
-        EXPECT_EQ((m_install.Attributes(L"a") & FILE_ATTRIBUTE_READONLY) != 0, bReadOnly);
-    }
-    m_watch.m_tstrLink = L"Link";
-    EXPECT_FALSE(CopyFileAfterReboot(m_run, tstrNew, m_install.Write(L"Link\\a", "", FILE_ATTRIBUTE_READONLY)));
-    EXPECT_TRUE(m_install.Attributes(L"Link\\a") & FILE_ATTRIBUTE_READONLY);
 }
 
 TEST_F(ComponentFilesTest, UpdateInformationInUseIsADeploymentFailureAndTheLastPhaseStillRuns)

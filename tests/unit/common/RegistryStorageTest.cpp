@@ -73,28 +73,6 @@ TEST_F(RegistryStorage, WritesAndDeletionsFailWithTheirCode)
     EXPECT_EQ(ERROR_BAD_ARGUMENTS, CodeOf([&] { m_registry.OpenOrCreate(kRoot, L""); }));
 }
 
-TEST_F(RegistryStorage, BytesComeBackAndKeysAreDeletedByName)
-{
-    m_registry.OpenOrCreate(kRoot, kPath + L"\\sub");
-    m_registry.OpenOrCreate(kRoot, kPath);
-    ByteArray bytes, found, other;
-    bytes.Allocate(3);
-    std::copy_n("abc", 3, bytes.Data());
-    m_registry.WriteBinary(L"b", bytes);
-    m_registry.WriteDword(L"d", 7);
-    m_registry.Flush();
-    EXPECT_TRUE(m_registry.TryReadBinary(L"b", found, &m_dwCode));
-    EXPECT_EQ("abc", std::string(reinterpret_cast<const char*>(found.Data()), found.Size()));
-    EXPECT_FALSE(m_registry.TryReadBinary(L"d", other, &m_dwCode));
-    EXPECT_EQ(DWORD{ERROR_INVALID_DATA}, m_dwCode);
-    DWORD dwValue = 0;
-    std::wstring tstrValue;
-    EXPECT_TRUE(m_registry.TryReadDword(L"d", dwValue, &m_dwCode) && dwValue == 7);
-    EXPECT_FALSE(m_registry.TryReadString(L"d", L"", tstrValue, &m_dwCode));
-    m_registry.DeleteSubKey(L"sub");
-    EXPECT_EQ(ERROR_FILE_NOT_FOUND, CodeOf([&] { m_registry.DeleteSubKey(L"sub"); }));
-}
-
 // Protects the developer's machine: without redirection each of these would write to its registry.
 TEST_F(RegistryStorage, NoTestBeginsWithoutRedirection)
 {

@@ -104,6 +104,7 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
         Describe(Link("..\\A") + Link("x/../A"), InFolder("..", Link("A")) + InFolder("F\\.. .\\G", Link("H"))),
         Describe(Link("C:\\B") + Link("C:") + Link("ab:c"), InFolder("Q:", "")),
         Describe(Link("\\A") + Link("/A"), InFolder("\\\\s\\F", Link("A"))),
+        Describe(Link(std::string(33000, 'x')), InFolder(std::string(260, 'x'), "")),
         Describe(Link("nul") + Link("x\\Com1 .y"), InFolder("F\\aux", Link("A")))};
     // clang-format on
     for (const std::string& strDescription : rows) {
