@@ -1,4 +1,5 @@
 """Commands for after the restart, and the touchpad that keeps some of them back."""
+import re
 
 from brevantlab.expect import LabTest
 from brevantlab.machine import PRODUCT, RUN_ONCE, SETTINGS, Machine
@@ -20,7 +21,8 @@ class RunOnce(LabTest):
             f'SysRunOnce={command}\n'.replace(PRODUCT, '{InstalledDir}')
             for command in (SAME, FILTER, SAME, OTHER_CASE)), 'utf-16')
 
-        before = {}
+        machine.enable_trace()
+        traced = []
         for name, minimum, blacklist, kept_back in (
             ('Touchpad', '10.2.0.3', '', True),
             ('Touchpad', '10.2.0.2', '1', False),
@@ -36,11 +38,10 @@ class RunOnce(LabTest):
                     machine.set_value(SETTINGS, *value)
                 planned = machine.run(PRODUCT + 'BrevantCheck.exe', 'plan', PRODUCT.rstrip('\\')).output
                 self.assertEqual((1, kept_back), (planned.count(FILTER), 'left out' in planned), planned)
-                machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
-                registered = machine.values(RUN_ONCE)
-                new = [registered[key] for key in registered.keys() - before.keys()]
-                before = registered
-                self.assertSame(sorted([OTHER_CASE, SAME, SAME] + [FILTER] * (not kept_back)), sorted(new))
+                traced += machine.run_traced(PRODUCT + 'Brevant.exe', '/DeployFramework')[1]
+
+        step = r'(?s)PostRunScript\(\)\.\.\.\n(.*?\n)[^\n]*Leave\] FrameworkDeployAgent::PostRunScript'
+        self.assertTraced('touchpad', re.findall(step, '\n'.join(traced)))
 
         machine.restart()
         self.assertEqual({}, machine.values(RUN_ONCE))

@@ -328,8 +328,7 @@ class AgreementMachine(Machine):
         said = [*answers.plan_lines(output)]
         manifest = self.run(checker, 'manifest', install.rstrip('\\'), errors=False).output if restart else ''
         found = [f'plan changes {line}' for line in differences(before.files, files_of(self)[0])]
-        self._forget_traces()
-        self.run(install + 'Brevant.exe', '/DeployFramework')
+        said += self.run_traced(install + 'Brevant.exe', '/DeployFramework')[1]
         asked = bool(question.asked())
         after = state_of(self)
         found += disagreements(before, changes, after, asked)
@@ -426,10 +425,6 @@ class AgreementMachine(Machine):
         self.set_value(SETTINGS, 'Language', scenario.language)
         for value in scenario.values:
             self.set_value(*value)
-
-    def _forget_traces(self) -> None:
-        for file in self.host('C:\\Trace').rglob('*.log'):
-            file.unlink()
 
     def _fresh_state(self) -> State:
         """As it was set up, which takes no program of the machine."""

@@ -1,5 +1,6 @@
-"""What BrevantCheck says of each scenario that the tests try, whole: samples/answers.txt. Where it says something else,
-the trial has a disagreement. After an intended change, tools/examples.sh writes them again (BREVANT_ANSWERS=write).
+"""What BrevantCheck says of each scenario that the tests try, and what the run traces, whole: samples/answers.txt.
+Where it says something else, the trial has a disagreement. After an intended change, tools/examples.sh writes them
+again (BREVANT_ANSWERS=write).
 
 Lines that an earlier scenario has, too, are only counted, with a digest.
 """
@@ -16,6 +17,8 @@ ANSWERS, WHOLE = ROOT / 'samples/answers.txt', BUILD / 'answers'
 HEAD = '== '
 REPLACED = ((re.compile(r'(?<![\d.])1\.\d+\.\d{4}(?![\d.])'), 'VERSION'),  # the agent's
             (re.compile(r'(name="FrwkDeployTick").*'), r'\1'),
+            (re.compile(r'\b2:[A-Za-z0-9+/=]{20,}'), '2:PROTECTED'),
+            (re.compile(r'RunOnce:[0-9a-f-]{36}'), 'RunOnce:ID'),
             (re.compile(r'-[0-9a-f]{8}(?=\.unfinished|-01\.tmp)'), '-PID'))
 REPEATED = re.compile(r'(.)\1{29,}')
 

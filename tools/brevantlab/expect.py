@@ -2,6 +2,7 @@
 import json
 import os
 import pathlib
+import re
 import subprocess
 import tempfile
 import unittest
@@ -95,6 +96,12 @@ class LabTest(unittest.TestCase):
         if os.environ.get('BREVANT_RENEW'):
             file.write_text(text, 'utf-8')
         self.assertSame(file.read_text('utf-8').splitlines(), text.splitlines(), file.name)
+
+    def assertTraced(self, name: str, lines: Iterable[str]) -> None:
+        """Trace lines are those of a file in docs/traces. Ids and the user are left out."""
+        text = re.sub(r'(RunOnce:|config-|UpdateInfo-)[0-9a-f-]{8,36}', r'\1ID', '\n'.join(lines) + '\n')
+        text = re.sub(r'(\\users\\)(?!Public)\w+', r'\1USER', text)
+        self.assertShown(ROOT / f'docs/traces/{name}.txt', text)
 
 
 class HomeTest(LabTest):

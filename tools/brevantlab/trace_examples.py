@@ -33,6 +33,10 @@ delete={{InstalledDir}}None.dat
 delete={{InstalledDir}}*.none
 delete={{Unknown}}x.dat
 delete={LONG}
+delete={{InstalledDir}}{LONG[:300]}
+delete=C:\{LONG[:256]}
+delete_now=C:\{LONG[:256]}
+delete_now={{InstalledDir}}{LONG[:300]}
 delete_now={{InstalledDir}}None.dat
 delete_now={{InstalledDir}}Help
 delete_now={{InstalledDir}}*.lock
@@ -141,6 +145,12 @@ class TraceExamples:
         machine.write(table, '[Global]\r\n' + 'Key=a text of the product\r\n' * 3000)  # more than the agent reads
         machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
         machine.host(table).unlink()
+        library = machine.host(PRODUCT + 'libexpat.dll')
+        for other in 'KzDbg64.dll', None:  # which is no such library
+            library.unlink()
+            if other:
+                shutil.copy(machine.host(PRODUCT + other), library)
+            machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')
 
     def _show_reasons(self) -> None:
         """An update without settings and records, and the reasons why the new name is not due."""
@@ -151,3 +161,9 @@ class TraceExamples:
         machine.set_value(SETTINGS, 'Version', '3.9')
         self.examples.show('plan.mistakes', 'plan .', 'plan . --language ja-jp')
         machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.write(PRODUCT + 'UpdateInfo.ini', '[COMPONENT_LIST]\nComponent101_DownloadPath=..\\Away\n')
+        self.examples.show('plan.mistakes', 'plan .')
+        for folder in PRODUCT, '':
+            machine.set_value(SETTINGS, 'ProductPath', folder)
+            machine.run(PRODUCT + 'Brevant.exe', '/DeployFramework')
+        machine.run(PRODUCT + 'Brevant.exe', '/ApplyNewName')

@@ -3,6 +3,7 @@
 #include "common/KzComn_String.h"
 
 #include <gtest/gtest.h>
+#include <bcrypt.h>
 #include <sddl.h>
 #include <shlobj.h>
 #include <winioctl.h>
@@ -50,7 +51,8 @@ template <class Function>
 Function Real(const char* szName)
 {
     FARPROC pfn = nullptr;
-    for (const wchar_t* szModule : {L"kernel32.dll", L"advapi32.dll", L"shell32.dll", L"ntdll.dll"}) {
+    for (const wchar_t* szModule :
+         {L"kernel32.dll", L"advapi32.dll", L"shell32.dll", L"ntdll.dll", L"ole32.dll", L"bcrypt.dll"}) {
         if (!pfn) pfn = ::GetProcAddress(::LoadLibraryW(szModule), szName);
     }
     return reinterpret_cast<Function>(reinterpret_cast<void*>(pfn));
@@ -77,6 +79,7 @@ void MarkLink(WIN32_FIND_DATAW* pData)
 }
 
 constexpr int kRenameInfoEx = 22;
+constexpr auto STATUS_UNSUCCESSFUL = static_cast<NTSTATUS>(0xC0000001);
 
 }  // namespace
 
@@ -102,6 +105,13 @@ constexpr int kRenameInfoEx = 22;
         return MayPass(#Name, szPlace, bAnywhere) ? REAL(Name) Arguments : Refused; \
     }
 
+// One function that only reads: its parameters, the arguments to pass on, and its result when it must fail.
+#define FAILING(Name, Result, Parameters, Arguments, Refused)      \
+    REPLACED(Name, Result, Parameters)                             \
+    {                                                              \
+        return Fails(#Name, L"") ? Refused : REAL(Name) Arguments; \
+    }
+
 // clang-format off
 WATCHED(CreateDirectoryW, BOOL, (LPCWSTR sz, LPSECURITY_ATTRIBUTES p), (sz, p), sz, false, FALSE)
 WATCHED(RemoveDirectoryW, BOOL, (LPCWSTR sz), (sz), sz, false, FALSE)
@@ -114,12 +124,23 @@ WATCHED(RegCreateKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD r, LPWSTR c, DWORD 
         (h, sz, r, c, o, a, p, k, d), sz, true, ERROR_ACCESS_DENIED)
 WATCHED(RegOpenKeyExW, LSTATUS, (HKEY h, LPCWSTR sz, DWORD o, REGSAM a, PHKEY k), (h, sz, o, a, k), a & (DELETE | KEY_SET_VALUE) ? sz : nullptr,
         true, ERROR_ACCESS_DENIED)
+FAILING(CoInitializeEx, HRESULT, (LPVOID p, DWORD dw), (p, dw), E_FAIL)
+FAILING(CoCreateInstance, HRESULT, (REFCLSID c, LPUNKNOWN u, DWORD dw, REFIID i, LPVOID* pp), (c, u, dw, i, pp), E_FAIL)
+FAILING(SHGetMalloc, HRESULT, (IMalloc** pp), (pp), E_FAIL)
+FAILING(SHGetSpecialFolderLocation, HRESULT, (HWND h, int n, PIDLIST_ABSOLUTE* pp), (h, n, pp), E_FAIL)
+FAILING(FlushFileBuffers, BOOL, (HANDLE h), (h), FALSE)
+FAILING(SetEndOfFile, BOOL, (HANDLE h), (h), FALSE)
+FAILING(GetFileSizeEx, BOOL, (HANDLE h, PLARGE_INTEGER p), (h, p), FALSE)
+FAILING(SetFileSecurityW, BOOL, (LPCWSTR sz, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR p), (sz, what, p), FALSE)
+FAILING(OpenProcessToken, BOOL, (HANDLE h, DWORD dw, PHANDLE ph), (h, dw, ph), FALSE)
+FAILING(LookupPrivilegeValueW, BOOL, (LPCWSTR s, LPCWSTR sz, PLUID p), (s, sz, p), FALSE)
 // clang-format on
 
 REPLACED(CreateFileW, HANDLE,
          (LPCWSTR sz, DWORD dwAccess, DWORD dwShare, LPSECURITY_ATTRIBUTES p, DWORD dwHow, DWORD dwFlags, HANDLE h))
 {
     if (!MayPass("CreateFileW", dwAccess & (GENERIC_WRITE | DELETE) ? sz : nullptr)) return INVALID_HANDLE_VALUE;
+    if (dwAccess == FILE_LIST_DIRECTORY && Fails("CreateFileW list", sz)) return INVALID_HANDLE_VALUE;
     PSID pOwner = nullptr;
     BOOL bDefaulted = FALSE;
     if (p && p->lpSecurityDescriptor) ::GetSecurityDescriptorOwner(p->lpSecurityDescriptor, &pOwner, &bDefaulted);
@@ -136,6 +157,18 @@ extern "C" NTSTATUS NTAPI NtOpenFile(PHANDLE ph, ACCESS_MASK access, POBJECT_ATT
     EXPECT_TRUE(tstrName.starts_with(L"\\??\\"));
     if (!MayPass("NtOpenFile", tstrName.c_str() + 4)) return kAccessDenied;
     return REAL(NtOpenFile)(ph, access, p, pStatus, uShare, uOptions);
+}
+
+// Likewise.
+extern "C" NTSTATUS WINAPI BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* ph, LPCWSTR szName, LPCWSTR sz, ULONG uFlags)
+{
+    if (Fails("BCryptOpenAlgorithmProvider", szName)) return STATUS_UNSUCCESSFUL;
+    return REAL(BCryptOpenAlgorithmProvider)(ph, szName, sz, uFlags);
+}
+
+extern "C" NTSTATUS WINAPI BCryptGenRandom(BCRYPT_ALG_HANDLE h, PUCHAR p, ULONG cb, ULONG uFlags)
+{
+    return Fails("BCryptGenRandom", L"") ? STATUS_UNSUCCESSFUL : REAL(BCryptGenRandom)(h, p, cb, uFlags);
 }
 
 REPLACED(Sleep, void, (DWORD dwMs))
@@ -291,6 +324,7 @@ REPLACED(SetFileInformationByHandle, BOOL, (HANDLE hFile, FILE_INFO_BY_HANDLE_CL
 
 REPLACED(SHGetPathFromIDListW, BOOL, (PCIDLIST_ABSOLUTE pidl, LPWSTR szPath))
 {
+    if (Fails("SHGetPathFromIDListW", L"")) return FALSE;
     const BOOL bDone = REAL(SHGetPathFromIDListW)(pidl, szPath);
     if (!s_pWatch || IsInSandbox(szPath)) return bDone;
     szPath[(s_pWatch->m_tstrSandbox + L"Shell").copy(szPath, MAX_PATH - 1)] = L'\0';

@@ -14,8 +14,9 @@
 using Judge = std::function<bool(std::string_view strCall, const std::wstring& tstrPlace)>;
 
 /// The Win32 code with which a call fails; ERROR_SUCCESS lets it pass. Called for judged calls and for some that only
-/// read: for a listing with its path, for SetFileInformationByHandle with the class, for "CreateFileW owner" when the
-/// file gets an owner, for "SetKernelObjectSecurity owner" without a place.
+/// read: for a listing with its path, for SetFileInformationByHandle with the class, for "CreateFileW list" with a
+/// folder, for "CreateFileW owner" when the file gets an owner; without a place for "SetKernelObjectSecurity owner" and
+/// for steps of files, of the shell, of encryption and of privileges.
 using Fault = std::function<DWORD(std::string_view strCall, const std::wstring& tstrPlace)>;
 
 /// During its lifetime, presents every call that changes or lists files, folders or keys to a judge, in the executable

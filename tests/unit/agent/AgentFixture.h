@@ -10,10 +10,6 @@ protected:
     AgentTest() { WriteProduct(L"ProductPath", m_install.Path()); }
 
     void Instruct(const std::string& strLines) const { m_install.Write(L"QorPaFrwk.ini", strLines); }
-    [[nodiscard]] std::ptrdiff_t CountTraced(const Matcher<const std::string&>& line) const
-    {
-        return m_trace.Count(line);
-    }
     /// Opens an installed file without sharing it.
     [[nodiscard]] UniqueFile Hold(const wchar_t* szName) const { return HoldFile(m_install.PathOf(szName)); }
     /// The commands registered to run once; their names are unique.
@@ -30,9 +26,7 @@ protected:
 
     static constexpr wchar_t kRunOnce[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
     TempFolder m_install;
-    const std::string m_strInstall = String::ToUtf8(m_install.Path());
     RunContext m_run{m_machine};
-    RecordedTrace m_trace;
 };
 
 /// Likewise with a watch; pauses of the agent take no time.

@@ -16,56 +16,40 @@ protected:
     [[nodiscard]] std::string Kept() const { return m_install.Read(L"config.previous.xml").value_or("none"); }
 
     const std::wstring m_tstrNew = m_install.PathOf(L"new\\config.xml");
-    const std::string m_strKept = "!!! *** FrameworkDeployAgent::MergeConfig() - the user's settings are kept in [" +
-                                  m_strInstall + "config.previous.xml].";
 };
 
 }  // namespace
 
 TEST_F(ConfigMergeTest, MigratesTheUsersValuesOrKeepsTheirFile)
 {
-    const std::tuple<const char*, std::string, std::string, std::string, std::string, std::string, const char*> rows[] =
-        {// clang-format off
-            {"merged", kTags, kUsers, kShipped, kMerged, "none",
-             "@@@ Write OK: {\"Data\":{\"/P/A\":\"mine\",\"/P/B\":\"1\"},\"FileName\":\"config.xml\",\"FilePath\":\""},
-            {"user's file broken", kTags, "<r", kShipped, kShipped, "<r",
-             "@@@ Write OK: {\"Data\":{\"/P/A\":\"\",\"/P/B\":\"\"},"},
-            {"package's file broken", kTags, kUsers, "<r>", "<r>", kUsers,
-             "!!! Fail to write the product config, error code: 0x10000006"},
+    const std::tuple<const char*, std::string, std::string, std::string, std::string, std::string> rows[] = {
+        // clang-format off
+            {"merged", kTags, kUsers, kShipped, kMerged, "none"},
+            {"user's file broken", kTags, "<r", kShipped, kShipped, "<r"},
+            {"package's file broken", kTags, kUsers, "<r>", "<r>", kUsers},
             {"a value refused in the user's file", kTags, "<r><P><B type='bool'>yes</B></P></r>", kShipped, kShipped,
-             "<r><P><B type='bool'>yes</B></P></r>", "!!! Fail to get the product config, error code: 0x10000008"},
+             "<r><P><B type='bool'>yes</B></P></r>"},
             {"a value refused in the package's", kTags, kUsers, "<r><P><A type='int'>1</A></P></r>",
-             kHead + "<r><P><A type=\"int\">1</A><B type=\"bool\">1</B></P></r>", kUsers,
-             "!!! Fail to write the product config, error code: 0x10000008"},
-            {"no section", "[Other]\na=b\n", kUsers, kShipped, kShipped, kUsers,
-             "!!! *** FrameworkDeployAgent::MergeConfig() - QueryValue(QOR_CONFIG_MERGE) failed. [0x"},
-            {"no tag", "[QOR_CONFIG_MERGE]\nMigrate=/P/A\n", kUsers, kShipped, kShipped, kUsers, "@@@ Query OK:"},
-            {"a tag too long", kTags + "migrate=/" + std::string(1023, 'x'), kUsers, kShipped, kMerged, kUsers,
-             "!!! MergeConfig(tszData==empty || tszData.size()>1023)"},
-            {"no user's file", kTags, "", kShipped, kShipped, "none",
-             "!!! Fail to get the product config, error code: 0x10000006"},
-            {"no file in the package", kTags, kUsers, "", "none", "none",
-             "!!! Fail to write the product config, error code: 0x10000006"}};  // clang-format on
+             kHead + "<r><P><A type=\"int\">1</A><B type=\"bool\">1</B></P></r>", kUsers},
+            {"no section", "[Other]\na=b\n", kUsers, kShipped, kShipped, kUsers},
+            {"no tag", "[QOR_CONFIG_MERGE]\nMigrate=/P/A\n", kUsers, kShipped, kShipped, kUsers},
+            {"a tag too long", kTags + "migrate=/" + std::string(1023, 'x'), kUsers, kShipped, kMerged, kUsers},
+            {"no user's file", kTags, "", kShipped, kShipped, "none"},
+            {"no file in the package", kTags, kUsers, "", "none", "none"}};  // clang-format on
     const auto put = [this](const wchar_t* szName, const std::string& strBytes) {
         const std::wstring tstrPath = m_install.Write(szName, strBytes);
         if (strBytes.empty()) ::DeleteFileW(tstrPath.c_str());
     };
-    for (const auto& [szRow, strInstructions, strInstalled, strBefore, strAfter, strKept, szLine] : rows) {
+    for (const auto& [szRow, strInstructions, strInstalled, strBefore, strAfter, strKept] : rows) {
         SCOPED_TRACE(szRow);
         Instruct(strInstructions);
         put(L"config.xml", strInstalled);
         put(L"new\\config.xml", strBefore);
         put(L"config.previous.xml", "");
-        m_trace.Clear();
         Merge();
         EXPECT_EQ(m_install.Read(L"new\\config.xml").value_or("none"), strAfter);
         EXPECT_EQ(Kept(), strKept);
         EXPECT_EQ(m_install.Read(L"config.xml").value_or(""), strInstalled);
-        EXPECT_GE(CountTraced(StartsWith(szLine)), 1);
-        EXPECT_EQ(CountTraced(m_strKept), strKept != "none");
-        EXPECT_EQ(CountTraced(HasSubstr("[Enter] FrameworkDeployAgent::MergeConfig(" + m_strInstall + "new\\)...")), 1);
-        const bool bTags = strInstructions.starts_with(kTags);
-        EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::MergeConfig() - Add tag. [/P/B]"), bTags ? 2 : 0);
     }
 }
 
@@ -88,7 +72,6 @@ TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
         held.Reset();
         EXPECT_EQ(third(), dwLinkCode == ERROR_INVALID_FUNCTION ? "none" : kUsers);
     }
-    EXPECT_EQ(CountTraced(EndsWith("cannot be kept in [" + m_strInstall + "config.previous.3.xml]. [0x00000001]")), 1);
     m_install.Write(L"new\\config.xml", "<r>");
     Merge();  // the same settings again
     ASSERT_TRUE(::MoveFileExW(tstrNew.c_str(), tstrUsers.c_str(), MOVEFILE_REPLACE_EXISTING)) << "as at the restart";
@@ -97,7 +80,6 @@ TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
     EXPECT_EQ(Kept(), "older");
     EXPECT_THAT(m_install.List(), ElementsAre(L"QorPaFrwk.ini", L"config.previous.2.xml\\", L"config.previous.3.xml",
                                               L"config.previous.xml", L"config.xml", L"new\\"));
-    EXPECT_EQ(CountTraced(EndsWith("are kept in [" + m_strInstall + "config.previous.3.xml].")), 3);
     m_install.Write(L"new\\config.xml", "<r>");
     for (wchar_t ch = L'3'; ch <= L'9'; ++ch) m_install.Write(L"config.previous." + std::wstring(1, ch) + L".xml", "x");
     Merge();
@@ -108,7 +90,8 @@ TEST_F(ConfigMergeTest, AnUnreadableUsersFileIsKeptAndAnEarlierOneStays)
     SystemWatch watch(m_install.Path());
     watch.Fail("SetFileAttributesW", ERROR_ACCESS_DENIED);
     Merge();
-    EXPECT_EQ(
-        CountTraced(EndsWith("MergeConfig() - [" + m_strInstall + "new\\config.xml] stays read-only. [0x00000005]")),
-        1);
+    watch.Fail("BCryptOpenAlgorithmProvider", ERROR_NOT_READY);
+    Merge();
+    WriteProduct(L"ProductPath", L"");
+    Merge();
 }

@@ -19,21 +19,15 @@ protected:
 
 TEST_F(IniEditsTest, RecordsWriteTheirKeyOrLeaveTheirLine)
 {
-    const std::tuple<std::wstring, const wchar_t*, const char*> rows[] = {
-        // clang-format off
-        {L"S!K!V", L"V", "@@@ [S] K=V"}, {L"S!!!K!{InstalledDir}", L"{InstalledDir}", "@@@ [S] K={InstalledDir}"},
-        {L"S!K!V!X", L"V", "!!! ModifyIniKeyValue() field index>2, too many fields, ignore remaining ones"},
-        {L"S!K!", L"-", "@@@ [S] K="}, {L"", L"-", "!!! ModifyIniKeyValue(tszData==empty || tszData.size()>1023)"},
-        {L"S!K!" + std::wstring(1020, L'v'), L"-", "!!! ModifyIniKeyValue(tszData==empty || tszData.size()>1023)"}};
-    // clang-format on
-    for (const auto& [tstrRecord, szValue, szTraced] : rows) {
+    const std::pair<std::wstring, const wchar_t*> rows[] = {
+        {L"S!K!V", L"V"}, {L"S!!!K!{InstalledDir}", L"{InstalledDir}"}, {L"S!K!V!X", L"V"}, {L"S!K!", L"-"},
+        {L"", L"-"},      {L"S!K!" + std::wstring(1020, L'v'), L"-"}};
+    for (const auto& [tstrRecord, szValue] : rows) {
         SCOPED_TRACE(String::ToUtf8(tstrRecord));
         m_install.Write(L"UpdateInfo.ini", "");
-        m_trace.Clear();
         Storage::Patience patience;
         ModifyIniKeyValue(m_machine, {m_tstrFile, m_tstrFile}, tstrRecord, patience);
         EXPECT_EQ(Value(L"S", L"K"), szValue);
-        EXPECT_EQ(CountTraced(szTraced), 1);
     }
 }
 
@@ -45,7 +39,6 @@ TEST_F(IniEditsTest, TheVersionIsWrittenAfterTheRecordsAndNotWithoutTheSection)
     Modify();
     EXPECT_EQ(Value(L"COMPONENT_LIST", L"Component103_iUD_Version"), BREVANT_WIDE_VERSION);
     EXPECT_EQ(Value(L"A", L"B"), L"C");
-    EXPECT_EQ(CountTraced("@@@ *** FrameworkDeployAgent::ModifyUpdateInfo(A!B!C) "), 1) << "the space is part of it";
 }
 
 TEST_F(IniEditsTest, EditsShareTheirWaitForAFileInUseAndFailSeparately)
@@ -71,7 +64,6 @@ TEST_F(IniEditsTest, EditsShareTheirWaitForAFileInUseAndFailSeparately)
     for (const auto& [szRow, cFailures, dwCode, dwAttributes, cChanged] : rows) {
         SCOPED_TRACE(szRow);
         m_install.Write(L"UpdateInfo.ini", "", dwAttributes);
-        m_trace.Clear();
         {
             SystemWatch watch(m_install.Path());
             watch.m_bHurry = true;
@@ -86,8 +78,6 @@ TEST_F(IniEditsTest, EditsShareTheirWaitForAFileInUseAndFailSeparately)
             EXPECT_TRUE(bEvery || watch.m_dwPausedMs <= cMost * Storage::kHeldPauseMs) << "together";
         }
         EXPECT_EQ(changed(), cChanged);
-        EXPECT_EQ(CountTraced("!!! KzCommon::Storage::Ini::StoreValue() failed. Error code: " + std::to_string(dwCode)),
-                  41 - cChanged);
     }
     m_install.Write(L"UpdateInfo.ini", "");
     const std::jthread reader = HoldForAMoment(m_tstrFile);

@@ -1,7 +1,18 @@
 #include "unit/agent/AgentFixture.h"
 
+#include "agent/ConfigMerge.h"
+#include "agent/DeployFramework.h"
 #include "agent/GuardedStep.h"
 #include "agent/InstructionFile.h"
+
+/// Each of these ends in an exception.
+class BrokenMachine : public WindowsMachine {
+    bool CreateFolder(const std::wstring&, DWORD*) override { Storage::Throw(ERROR_NOT_READY); }
+    bool LeadsThroughLink(const std::wstring&) const override { Storage::Throw(ERROR_CRC); }
+    bool StoreValue(const RegistryPlace&, const RegistryData&, DWORD*) override { throw 1; }
+    bool MakeWritable(const std::wstring&, DWORD*) override { Storage::Throw(ERROR_SEEK); }
+    bool ReadContent(const std::wstring&, std::size_t, std::string&, DWORD*) const override { throw 1; }
+};
 
 class InstructionFileTest : public AgentTest {
 protected:
@@ -33,8 +44,12 @@ TEST_F(InstructionFileTest, EveryExceptionOfAStepIsTracedAndCaught)
     EXPECT_TRUE(RunGuarded(L"Nothing", [] {}));
     EXPECT_FALSE(RunGuarded(L"The rename", [] { Storage::Throw(ERROR_ACCESS_DENIED); }));
     EXPECT_FALSE(RunGuarded(L"The rename", [] { throw 1; }));
-    EXPECT_THAT(m_trace.Messages(), ElementsAre("!!! *** The rename ended early. [0x00000005]",
-                                                "!!! *** The rename ended early. [0x800300fd]"));
+    BrokenMachine broken;
+    RunContext run(broken);
+    Instruct("[QOR_DIR]\nadd={InstalledDir}New\n[QOR_CONFIG_MERGE]\nmigrate=/A\n");
+    m_install.Write(L"Component\\c21t2101v0.0.0l1p-1r1o1\\f", "");
+    EXPECT_FALSE(DeployFramework(broken));
+    EXPECT_FALSE(MergeConfig(run, {m_install.PathOf(L"new"), m_install.PathOf(L"new")}));
 }
 
 // The buffer grows in steps of 256 characters while it is below 32767. The last one has 32512; a section may use all

@@ -10,8 +10,7 @@
 // of the installed product stay.
 TEST_F(LintTest, MistakesOfTheExamples)
 {
-    const auto [strAll, uBegin, cch] = FindTold();
-    std::istringstream lines(strAll.substr(uBegin, cch) + "\n");
+    std::istringstream lines(ToldIn(kFindings, "MistakesOfTheExamples") + "\n");
     std::vector<std::pair<std::wstring, std::string>> files{{kInstructionFile, ""}};
     std::string strText;
     for (std::string strLine; std::getline(lines, strLine);) {

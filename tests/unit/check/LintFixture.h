@@ -1,12 +1,11 @@
 // An update without a mistake, changes of it as rows of text, and what the verb "lint" then says.
 #pragma once
 
+#include "support/ToldText.h"
 #include "unit/check/CheckFixture.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
 #include <span>
@@ -27,24 +26,7 @@ protected:
     }
     void TearDown() override
     {
-        auto [strAll, uBegin, cch] = FindTold();
-        if (!std::getenv("BREVANT_WRITE_FINDINGS")) {
-            ExpectSameLines(strAll.substr(uBegin, cch), m_strTold);
-        } else if (cch > 0 || !m_strTold.empty()) {
-            std::ofstream(kToldFile, std::ios::binary) << strAll.replace(uBegin, cch, m_strTold);
-        }
-    }
-    /// Shows no more than the first line that differs: the texts are long.
-    static void ExpectSameLines(const std::string& strWritten, const std::string& strTold)
-    {
-        const auto uSame =
-            static_cast<std::size_t>(std::ranges::mismatch(strWritten, strTold).in1 - strWritten.begin());
-        const auto LineThere = [uSame](const std::string& str) {
-            const std::size_t uLine = str.substr(0, uSame).rfind('\n') + 1;
-            return str.substr(uLine, str.find('\n', uSame) - uLine);
-        };
-        EXPECT_TRUE(strWritten == strTold)
-            << kToldFile << " has " << LineThere(strWritten) << "\nand found is " << LineThere(strTold);
+        ExpectToldIn(kFindings, UnitTest::GetInstance()->current_test_info()->name(), m_strTold);
     }
     static void TearDownTestSuite()
     {
@@ -199,21 +181,9 @@ protected:
         ExpectIn(kInstructionFile, "[" + strSection + "]\n", "\n", strTable, strKey);
     }
 
-    /// The whole file of findings; where in it the part of this test begins, and its length.
-    static std::tuple<std::string, std::size_t, std::size_t> FindTold()
-    {
-        std::stringstream all;
-        all << std::ifstream(kToldFile, std::ios::binary).rdbuf();
-        std::string strAll = all.str();
-        const std::string strHead = "\n== " + std::string(UnitTest::GetInstance()->current_test_info()->name()) + "\n";
-        if (strAll.find(strHead) == std::string::npos) strAll += strHead;
-        const std::size_t uBegin = strAll.find(strHead) + strHead.size();
-        return {strAll, uBegin, std::min(strAll.find("\n== ", uBegin), strAll.size()) - uBegin};
-    }
-
     static std::string ToUtf8(const std::wstring& tstrText) { return KzCommon::String::ToUtf8(tstrText); }
 
-    static constexpr char kToldFile[] = "docs/examples/findings.txt";  // the tests start in the folder of the sources
+    static constexpr char kFindings[] = "docs/examples/findings.txt";
     static constexpr int kTests = 22;
     static constexpr char kInfo[] =
         "[COMPONENT_LIST]\nComponent101_DownloadPath=p1\nComponent2_DownloadPath=r1\n[S]\nK=1.2\nK[=1\nK;L=1\n";

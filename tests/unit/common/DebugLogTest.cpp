@@ -133,6 +133,20 @@ TEST_F(DebugLogTest, SessionChoosesTheSubKey)
     EXPECT_FALSE(m_log.Close());
 }
 
+TEST_F(DebugLogTest, SettingsMayBeInAnIniFile)
+{
+    const TempFolder folder;
+    const std::wstring tstrFile = folder.Write(L"a.ini", "[InteractiveSession]\nEnable=1\nLevel=16\nLogFile=fil\n");
+    for (const auto& [dwKind, bKnown] : {std::pair(DWORD{Storage::Key::eIniFile}, true), {DWORD{77}, false}}) {
+        const Storage::Key key(dwKind, nullptr, tstrFile.c_str());
+        const DWORD dwSession = eInteractiveSession;
+        EXPECT_EQ(bKnown, m_log.Open(L"Brevant", key, TraceRecorder::LibraryFolder(), &dwSession));
+        EXPECT_EQ(bKnown, Trace(kTraceInfo));
+        EXPECT_STREQ(L"fil", m_config.szLogFile);
+        EXPECT_EQ(bKnown, m_log.Close());
+    }
+}
+
 TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
 {
     const std::tuple<DWORD, DWORD, std::vector<std::string>> rows[] = {
