@@ -32,10 +32,12 @@ from .showing import show, show_table
 
 TRIALS = ROOT / 'docs/trials'
 CRASH = '*(volatile int*)0 = 1'
-# A program, what it does instead, and the tool that tries it.
-FAILURES = (('Brevant', 'return 7', 'try'), ('Brevant', 'return 7', 'demo'), ('BrevantCheck', CRASH, 'demo'),
-            ('BrevantCheck', CRASH, 'try'), ('BrevantCheck', 'return 3', 'try'),
-            ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {CRASH}', 'try'))  # "verify"
+SAY_AND_FAIL = 'return fprintf(stderr, "%s: no such folder\\n", words[1]), 3'
+# A program, what it does instead, and the tool that tries it, with its options.
+FAILURES: tuple[tuple[str, ...], ...] = (
+    ('Brevant', 'return 7', 'try'), ('Brevant', 'return 7', 'demo'), ('BrevantCheck', CRASH, 'demo'),
+    ('BrevantCheck', CRASH, 'try'), ('BrevantCheck', SAY_AND_FAIL, 'try', '--force', '--details', 'checker'),
+    ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {CRASH}', 'try'))  # "verify"
 A, B, SOURCE, SETTING = (PRODUCT + name for name in (
     'a', 'b\\b', 's', 'Component\\c21t2103v1\\Share\\Setting\\'))
 LINE = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
@@ -184,13 +186,14 @@ class Trials:
         shutil.copytree(os.environ['BREVANT_BIN'], programs, ignore=shutil.ignore_patterns('*.debug'))
         text = ''
         with unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)):
-            for name, statement, tool in FAILURES:
-                (self.home / 'a.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
+            for name, statement, tool, *options in FAILURES:
+                (self.home / 'a.c').write_text('#include <stdio.h>\nint main(int count, char** words) '
+                                               f'{{ {statement}; return 0; }}')
                 file = programs / f'{name}.exe'
                 saved = file.read_bytes()
                 subprocess.run([compiler(), '-static', '-xc', '-o', file, self.home / 'a.c'], check=True)
                 text += f'== {file.name}: {statement} ==\n'
-                text += self.trial() if tool == 'try' else self.plain(output_of(demo.main)) + '\n'
+                text += self.trial(*options) if tool == 'try' else self.plain(output_of(demo.main)) + '\n'
                 file.write_bytes(saved)
         return text
 
