@@ -149,7 +149,10 @@ class Trials:
                       ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
                        'add=SOFTWARE\\Made!Name!REG_SZ!x'),
                       ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
-                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
+                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'),
+                      ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\n'  # what has arrived
+                       'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
+                       'SysRunOnce='))
         info = self.update / 'UpdateInfo.ini'
         info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
         text = self.trial('--force', '--keep', self.home / 'kept')
