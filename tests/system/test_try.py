@@ -28,7 +28,7 @@ class Try(HomeTest):
         return {short(name): state for hidden, name, _, state in rows if not hidden}
 
     def test_what_is_shown(self):
-        for name in 'as_it_is', 'with_doubts', 'power_cut', 'outcomes', 'failing_programs':
+        for name in 'as_it_is', 'with_doubts', 'power_cut', 'outcomes', 'failing_programs', 'bench':
             with self.subTest(name), tempfile.TemporaryDirectory() as home:
                 self.assertShown(TRIALS / f'{name}.txt', getattr(Trials(pathlib.Path(home).resolve()), name)())
 

@@ -25,7 +25,7 @@ from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
 from .layouts import SAMPLES, write_sample
 from .links import ShellLink
-from .machine import PRODUCT, SETTINGS
+from .machine import PRODUCT, SETTINGS, Result
 from .outcome import Check, Move, Outcome, State
 from .prefix import ROOT
 from .showing import show, show_table
@@ -65,7 +65,7 @@ SEEN: tuple[dict[str, Any], ...] = (
     {'verify': Check('verify', 1, ['MISSING: x', f'MISSING: {A}'])}, {'code': 7},
     *({name: Check(name, code, ['SAID: so'])} for name, code in (
         ('lint', 1), ('lint', 2), ('plan', 124), ('plan', 3), ('verify', 194), ('verify', 9))))
-Main = Callable[[list[str]], int]
+Main = Callable[[list[str]], Any]
 
 CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
     (r'\[machine\] .*\n', ''),
@@ -83,7 +83,10 @@ def output_of(main: Main, *arguments: object) -> str:
     """What a tool prints, and its exit code."""
     printed = io.TextIOWrapper(io.BytesIO(), 'utf-8', write_through=True)
     with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(printed):
-        code = main([str(argument) for argument in arguments])
+        try:
+            code: object = main([str(argument) for argument in arguments])
+        except SystemExit as end:
+            code = end.code
     printed.seek(0)
     return f'{printed.read()}(exit code {code})\n'
 
@@ -150,9 +153,9 @@ class Trials:
                        'add=SOFTWARE\\Made!Name!REG_SZ!x'),
                       ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
                       ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'),
-                      ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\n'  # what has arrived
-                       'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
-                       'SysRunOnce='))
+                      ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\nSysRunOnce='
+                       'cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
+                       'SysRunOnce='))  # on files that have arrived
         info = self.update / 'UpdateInfo.ini'
         info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
         text = self.trial('--force', '--keep', self.home / 'kept')
@@ -253,6 +256,34 @@ class Trials:
             text = re.sub(pattern, shown, text)
         return text
 
+    def bench(self) -> str:
+        """What the benchmarks print of samples that are made up: at most what they may be, and a little more."""
+        sys.path.append(str(ROOT / 'bench'))
+        import bench
+        for name, size in ('Brevant.exe', 2 << 20), ('BrevantCheck.exe', 0x28FFFF):
+            (self.home / 'bin').mkdir(exist_ok=True)
+            (self.home / 'bin' / name).write_bytes(b'x' * size)
+        lines = [f'pair\t{row[0]}\t200\t{200 * row[-1] + 2 * (number % 2) + more:.1f}'
+                 for number, row in enumerate(bench.RATIOS) for more in (50, 0, -20)]
+        lines += [f'memory\t{kind}\t1048576\t{(9 << 20) + more}' for kind in ('private', 'working set')
+                  for more in (0, 2 << 20, -1 << 20)]
+        lines += [f'growth\t{files}\t{1000 * files}\t{250 * files}\t{files * ours}'
+                  for files, ours in ((10, 3000), (10, 2000), (10, 9000), (3000, 1500))]
+        whole = '\n'.join([*lines, 'call\tdisabled trace\t1.25'])
+        results = iter([Result(0, whole), Result(0, re.sub('growth.*\n', '', whole)), Result(1, 'no machine')])
+
+        def run(*words: object, timeout: int) -> Result:
+            print(*words, f'(at most {timeout} seconds)')
+            return next(results)
+        busy = unittest.mock.Mock(side_effect=(0.25, 0.125) * 3)
+        with unittest.mock.patch.multiple(bench, Machine=unittest.mock.DEFAULT, busy=busy) as mocks, \
+                unittest.mock.patch.multiple(os, cpu_count=lambda: 2, sched_setaffinity=lambda *_: None), \
+                unittest.mock.patch.object(shutil, 'copy2', lambda file, _: print(file.relative_to(self.home))), \
+                unittest.mock.patch.dict(os.environ, BREVANT_BUILD=str(self.home)):
+            mocks['Machine'].return_value.__enter__.return_value.run = run
+            text = ''.join(output_of(bench.main, *words.split()) for words in ('', '--quick', '--quick'))
+        return re.sub(r'done in \d+ s', 'done in N s', re.sub(r'wine-[^;]*', 'wine-N', text))
+
     def demo(self) -> str:
         """The demo."""
         return self.plain(output_of(demo.main, '--details', 'registry,agent,shortcuts,settings'))
@@ -261,7 +292,7 @@ class Trials:
 def main() -> int:
     TRIALS.mkdir(exist_ok=True)
     for name in ('as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo', 'release',
-                 'outcomes', 'failing_programs'):
+                 'outcomes', 'failing_programs', 'bench'):
         with tempfile.TemporaryDirectory() as home:
             trials = Trials(pathlib.Path(home).resolve())
             (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')
