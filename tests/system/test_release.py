@@ -116,6 +116,8 @@ class LockedDependencies(HomeTest):
             release.write_sources(pack, [Source('small', '2', digest)], 1700000000)
             os.utime(archive, (0, 0))
         self.assertEqual(packs[0].read_bytes(), packs[1].read_bytes())
+        with tarfile.open(packs[0]) as packed:
+            self.assertEqual({(1700000000, 0o644)}, {(entry.mtime, entry.mode) for entry in packed})
         self.fetch(0, 'small 2\n', '--exact', archive=packs[0])
         with tarfile.open(packs[2], 'w') as other:
             other.add(packs[0], '../outside')

@@ -56,8 +56,11 @@ class Try(HomeTest):
         update = write_sample(self.home / 'first')[0]
         for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.unlink()
-        self.assertEqual(['DE-DE', 'EN-US'], languages_of(update), 'of the texts alone')
-        with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(3, None), (1, None)]), \
+        for name in 'ja-jp', 'images':
+            (update / 'Texts' / name).mkdir(parents=True)
+            (update / 'Texts' / name / 'stringtable.ini').touch()
+        self.assertEqual(['DE-DE', 'EN-US', 'JA-JP'], languages_of(update), 'of the texts alone')
+        with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(1, None), (3, None), (0, None)]), \
                 unittest.mock.patch('builtins.print'):
             self.assertEqual(3, try_update.main([str(update), '--language', 'all']))
 

@@ -134,9 +134,12 @@ class Trials:
         planted = subprocess.run([sys.executable, SAMPLES / 'second/plant.py', self.update], check=True, text=True,
                                  stdout=subprocess.PIPE).stdout
         registry = self.installed / 'registry.reg'
-        text, saved = self.plain(planted) + '\n', registry.rename(registry.with_suffix('.saved'))
+        text, saved = self.plain(planted) + '\n', registry.rename(self.home / 'saved')
         text += self.trial()
-        saved.rename(registry)
+        registry.write_text(saved.read_text() + '\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere\\KZVLT\\Odd]\n'
+                            '"Bytes"=hex:00,ff\n"Text"=hex:61,62\n"Expand"=hex(2):25,00,00,00\n'
+                            '"Many"=hex(7):61,00,00,00,62,00,00,00,00,00\n'
+                            '"Number"=hex(b):01,00,00,00,00,00,00,00\n"None"=hex(0):\n')
         return text + self.trial(
             '--force', '--details', 'files,checker', '--report', self.home / 'report')
 
@@ -162,7 +165,7 @@ class Trials:
         kept = sorted(str(file.relative_to(self.home)) for file in (self.home / 'kept').rglob('*') if file.is_file())
         text += '\n'.join(re.sub(r'\d{4,}', 'N', name) for name in kept) + '\n'
         text += self.plain((self.home / 'kept/registry.reg').read_text('utf-16')) + '\n'
-        self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
+        self.instruct(('delete={InstalledDir}No*', '\t; BrevantCheck: NO-EFFECT\r\n delete={InstalledDir}No*'),
                       ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
         shutil.rmtree(next(self.update.glob('Component/*/Share/Setting')))
         return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074',
