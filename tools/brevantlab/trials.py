@@ -159,6 +159,11 @@ class Trials:
                       ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\nSysRunOnce='
                        'cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
                        'SysRunOnce='))  # on files that have arrived
+        setting = next(self.update.glob('Component/*/Share/Setting'))
+        parts: dict[str, object] = dict.fromkeys(('folders', 'files', 'deletions', 'registry'), [])
+        (setting / 'QorUpdate.json').write_text(json.dumps({  # which stays as it is
+            'format': 1, 'component': {'product': setting.parts[-3], 'resource': ''}, **parts,
+            'update_information': [{'section': 'SYNC', 'key': 'Schema', 'value': '3'}]}))
         info = self.update / 'UpdateInfo.ini'
         info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
         text = self.trial('--force', '--keep', self.home / 'kept')
@@ -167,7 +172,7 @@ class Trials:
         text += self.plain((self.home / 'kept/registry.reg').read_text('utf-16')) + '\n'
         self.instruct(('delete={InstalledDir}No*', '\t; BrevantCheck: NO-EFFECT\r\n delete={InstalledDir}No*'),
                       ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
-        shutil.rmtree(next(self.update.glob('Component/*/Share/Setting')))
+        shutil.rmtree(setting)
         return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074',
                                  '--language', 'ES-ES', '--answer', 'none')
 
@@ -222,7 +227,8 @@ class Trials:
             show_table([('XX-XX', 'THE AGENT FAILED', None),
                         *(('EN-US', 'NOT COMPLETE', outcome) for outcome in outcomes if outcome.problems())])
             return 0
-        return output_of(show_all)
+        with unittest.mock.patch.object(demo, 'play', side_effect=try_update.Refused('a finding')):
+            return output_of(show_all) + output_of(demo.main)
 
     def agree(self) -> str:
         """Plan and run of the known cases and of random updates."""
