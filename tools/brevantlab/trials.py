@@ -199,7 +199,7 @@ class Trials:
         programs = self.home / 'programs'
         shutil.copytree(os.environ['BREVANT_BIN'], programs, ignore=shutil.ignore_patterns('*.debug'))
         text = ''
-        with unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)):
+        with unittest.mock.patch.dict(os.environ):
             for name, statement, tool, *options in FAILURES:
                 (self.home / 'a.c').write_text('#include <stdio.h>\nint main(int count, char** words) '
                                                f'{{ {statement}; return 0; }}')
@@ -207,7 +207,8 @@ class Trials:
                 saved = file.read_bytes()
                 subprocess.run([compiler(), '-static', '-xc', '-o', file, self.home / 'a.c'], check=True)
                 text += f'== {file.name}: {statement} ==\n'
-                text += self.trial(*options) if tool == 'try' else self.plain(output_of(demo.main)) + '\n'
+                words = '--programs', programs, *options
+                text += self.trial(*words) if tool == 'try' else self.plain(output_of(demo.main, *words)) + '\n'
                 file.write_bytes(saved)
         return text
 
