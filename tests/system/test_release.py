@@ -282,6 +282,7 @@ class ShippedFiles(HomeTest):
         for words, spoil in (
                 ('was unexpected', lambda bill: bill['metadata'].update(maker='x')),
                 ('file:x is no component', lambda bill: bill['dependencies'][0]['dependsOn'].append('file:x')),
+                ('file:y is no component', lambda bill: bill['dependencies'].append({'ref': 'file:y'})),
                 ('nothing leads to file:Brevant.exe', lambda bill: bill['dependencies'][0]['dependsOn'].pop(0)),
                 ('BSD is no name', lambda bill: bill['components'][-1].update(licenses=[{'expression': 'BSD'}]))):
             spoilt = copy.deepcopy(bill)

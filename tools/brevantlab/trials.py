@@ -58,6 +58,16 @@ SEEN: tuple[dict[str, Any], ...] = (
     *({'lines': [LINE.format('KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2')], 'ended': ended}
       for ended in (False, True)),
     {'lines': [LINE.format("Failed to delete file 'x', error = 5.")] * 9},
+    {'ended': True, 'lines': [LINE.format(text) for text in (
+        'A - QueryValue(QOR_CONFIG_MERGE) failed. [0x00000002]', 'A - QueryValue(QOR_FILE) failed. [0x00000002]',
+        'KzCommon::Storage::Reg::StoreValue(a=failed)', "Failed to delete file 'x', error = 2. Again.",
+        '[SHCreateItemFromParsingName]failed. C:\\Taskbar\\x.lnk, hr=-2147024894',
+        '*** ::WTSSendMessage() failed. [0x00000000]',
+        'Failed to copy UpdateInfo.ini to iUD download source folder, error code is 80. Modify installed one.')]},
+    {'packaged': {SETTING + name: name[:1].encode() for name in ('Traced.dat', 'Placed.dat', 'left.dat', 'P', 'gone')},
+     'lines': [LINE.format(f'::MoveFileEx({SETTING}traced.DAT) failed')],
+     'after': State({SETTING + 'Traced.dat': b'T', SETTING + 'Placed.dat': b'P', SETTING + 'left.dat': b'l',
+                     SETTING + 'P': b'P', PRODUCT + 'PLACED.dat': b'P'}, {}, {})},
     {'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': 'none'},
     {'packaged': {SETTING + 'config_FR-FR.xml': b'', SETTING + 'readme_EN-US.htm': b''}},
     {'before': State({}, {(SETTINGS, 'ProductName'): 'K'}, {}),
