@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -150,6 +151,11 @@ class Trials:
                             '"Bytes"=hex:00,ff\n"Text"=hex:61,62\n"Expand"=hex(2):25,00,00,00\n'
                             '"Many"=hex(7):61,00,00,00,62,00,00,00,00,00\n'
                             '"Number"=hex(b):01,00,00,00,00,00,00,00\n"None"=hex(0):\n')
+        link = self.installed / 'drive_c/users/Public/Desktop/Odd.lnk'  # with every text, and an icon of a library
+        link.parent.mkdir(parents=True)
+        texts = (f'{name} é'.encode('utf-16-le') for name in ('name', 'relative', 'folder', 'arguments', 'icon'))
+        link.write_bytes(struct.pack('<I16xI32xi16x', 0x4C, 0xFC, -3)
+                         + b''.join(struct.pack('<H', len(text) // 2) + text for text in texts))
         return text + self.trial(
             '--force', '--details', 'files,checker', '--report', self.home / 'report')
 
