@@ -69,7 +69,8 @@ SEEN: tuple[dict[str, Any], ...] = (
      'lines': [LINE.format(f'::MoveFileEx({SETTING}traced.DAT) failed')],
      'after': State({SETTING + 'Traced.dat': b'T', SETTING + 'Placed.dat': b'P', SETTING + 'left.dat': b'l',
                      SETTING + 'P': b'P', PRODUCT + 'PLACED.dat': b'P'}, {}, {})},
-    {'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': 'none'},
+    *({'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': answer}
+      for answer in ('none', 'ok')),
     {'packaged': {SETTING + 'config_FR-FR.xml': b'', SETTING + 'readme_EN-US.htm': b''}},
     {'before': State({}, {(SETTINGS, 'ProductName'): 'K'}, {}),
      'after': State({}, {(SETTINGS, 'ProductName'): ''}, {})},
@@ -166,11 +167,15 @@ class Trials:
         names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
         names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # otherwise there is no question
         (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
+        (self.installed / 'drive_c/Trace/Service').mkdir(parents=True)
+        (self.installed / 'drive_c/Trace/Service/NoSuch.x').touch()  # and none of this name in the install folder
         self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such\r\n'
-                       'delete={InstalledDir}NoSuch.x'),
+                       'delete={ServiceLogDir}NoSuch.x\r\ndelete={InstalledDir}NoSuch.x'),
+                      ('[Run]', '[QOR_FILE]\r\ndelete={InstalledDir}Second.x\r\n\r\n[Run]'),  # which Windows ignores
                       ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
+                       'delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!(Default)\r\n'
                        'add=SOFTWARE\\Made!Name!REG_SZ!x'),
-                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
+                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={ServiceLogDir}NoSuch'),
                       ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'),
                       ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\nSysRunOnce='
                        'cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
@@ -181,7 +186,7 @@ class Trials:
             'format': 1, 'component': {'product': setting.parts[-3], 'resource': ''}, **parts,
             'update_information': [{'section': 'SYNC', 'key': 'Schema', 'value': '3'}]}))
         info = self.update / 'UpdateInfo.ini'
-        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
+        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'), 'utf-16')
         text = self.trial('--force', '--keep', self.home / 'kept')
         kept = sorted(str(file.relative_to(self.home)) for file in (self.home / 'kept').rglob('*') if file.is_file())
         text += '\n'.join(re.sub(r'\d{4,}', 'N', name) for name in kept) + '\n'
