@@ -134,8 +134,10 @@ class Trials:
         file.write_bytes(text.encode('utf-16'))
 
     def as_it_is(self) -> str:
-        """The second sample. The trace of its product is off, and the language is not the first of its registry."""
+        """The second sample. The trace of its product is off, and would go to a folder of the user; the language is not
+        the first of its registry."""
         registry = (self.installed / 'registry.reg').read_text().replace('"Enable"=dword:00000001', '"Enable"=dword:0')
+        registry = registry.replace('Trace\\\\Interactive', '%USERNAME%\\\\Trace')
         other = '[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n"Language"="XX-XX"\n'
         (self.installed / 'registry.reg').write_text(other + registry)
         return self.trial('--details', 'files,registry,agent,shortcuts,settings,checker') + self.trial(
@@ -151,7 +153,8 @@ class Trials:
         registry.write_text(saved.read_text() + '\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere\\KZVLT\\Odd]\n'
                             '"Bytes"=hex:00,ff\n"Text"=hex:61,62\n"Expand"=hex(2):25,00,00,00\n'
                             '"Many"=hex(7):61,00,00,00,62,00,00,00,00,00\n'
-                            '"Number"=hex(b):01,00,00,00,00,00,00,00\n"None"=hex(0):\n')
+                            '"Number"=hex(b):01,00,00,00,00,00,00,00\n"None"=hex(0):\n'
+                            '"Quo\\"ted=\\\\"="a\\"b\\\\c"\n')
         link = self.installed / 'drive_c/users/Public/Desktop/Odd.lnk'  # with every text, and an icon of a library
         link.parent.mkdir(parents=True)
         texts = (f'{name} é'.encode('utf-16-le') for name in ('name', 'relative', 'folder', 'arguments', 'icon'))
