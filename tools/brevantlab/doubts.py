@@ -132,7 +132,7 @@ def _is_of(change: dict[str, Any], section: str, key: str, value: str) -> bool:
     fields = [field.casefold() for field in value.split('!')]
     if action == 'deleteValue' and section == 'QOR_REGISTRY_PATCH' and key == 'delete':
         return len(fields) > 1 and target.endswith('\\' + fields[0].strip('\\')) and (
-            change.get('name', '').casefold() in (fields[1], ''.join(fields[1:2]).replace('(default)', '')))
+            change.get('name', '').casefold() == fields[1])
     if action == 'writeIni' and section == 'UPDATE_INFO' and len(fields) > 2:
         return change.get('name', '').casefold() == f'[{fields[0]}] {fields[1]}'
     return False
