@@ -253,7 +253,7 @@ class ShippedFiles(HomeTest):
         self.assertNotIn('g%2B%2B', ''.join(graph['file:libexpat.dll']))
         text = 'Files: *\nLicense: ZPL-2.1\n\nFiles: mingw-w64-crt/misc/a.c\n mingw-w64-headers/b.h\nLicense: {}\n'
         self.assertEqual('ZPL-2.1 AND BSD-2-Clause AND ISC',
-                         runtime_licences('', text.format('BSD-2-clause-NetBSD and ISC')))
+                         runtime_licences('', text.format('BSD-2-clause-NetBSD, and ISC')))
         with self.assertRaisesRegex(BillError, 'the licence Other'):
             runtime_licences('', text.format('Other'))
 
