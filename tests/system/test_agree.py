@@ -17,9 +17,12 @@ class ExitCodes(HomeTest):
     def test_one_that_disagrees_is_told(self):
         for tool, name, method in (agree, 'AgreementMachine', 'try_scenario'), (undo, 'UndoMachine', 'undo'):
             for found, code in ([], 0), (['x'] * 13, 1):
-                with unittest.mock.patch.object(tool, name) as machine:
-                    getattr(machine.return_value.__enter__.return_value, method).side_effect = [[], found]
-                    text = output_of(tool.main, '--seeds', 2, '--wild' if tool == undo else f'--keep={self.home}')
+                option = f'--keep={self.home}' if tool == agree else ['--kills=2', '--wild'][code]
+                with unittest.mock.patch.object(tool, name) as machine, unittest.mock.patch.object(undo, 'make_update'):
+                    tried = getattr(machine.return_value.__enter__.return_value, method)
+                    tried.side_effect = [[], found]
+                    text = output_of(tool.main, '--seeds', 2, option)
+                    self.assertEqual(option == '--kills=2', tried.call_args[0][1], 'strict: made without mistakes')
                     self.assertIn(f'{2 - code} of 2 a', text)
                     lines = {agree: 12, undo: 13}[tool] * code
                     self.assertEqual((code, lines), (int(text[-3]), text.count(' x')), text)

@@ -5,7 +5,7 @@ import struct
 import subprocess
 import unittest
 
-from brevantlab.expect import LabTest
+from brevantlab.expect import LabTest, call
 from brevantlab.layouts import SampleMachine
 from brevantlab.prefix import BUILD, ROOT, VERSION
 
@@ -45,6 +45,9 @@ class ShippedBinaries(unittest.TestCase):
                 others = {dll for dll in imports if not CORE.fullmatch(dll)}
                 self.assertLessEqual(others, {'ADVAPI32.dll'} if name == 'libexpat.dll' else set())
                 self.assertLessEqual(HARDENING, set(headers.split()))
+                self.assertIn('(Windows CUI)', headers)
+                symbols = call('x86_64-w64-mingw32-nm', SHIPPED / f'{name}.debug')[1].split()
+                self.assertLessEqual({'__stack_chk_fail', '__chk_fail'}, set(symbols), 'checks of stack and copies')
                 if name != 'libexpat.dll':
                     self.assertEqual(['10', '10'], re.findall(r'Major(?:OSystem|Subsystem)Version\s+(\d+)', headers))
                 self.assertEqual(name.endswith('.exe'), 'TERMINAL_SERVICE_AWARE' in headers.split())

@@ -135,12 +135,13 @@ class TwoAtOnce(LabTest):
         self.assertNotIn(LOCK, list(machine.listing(install)))
 
     def test_a_question_keeps_no_run_waiting(self):
-        machine = self.enterContext(SampleMachine())
+        machine = self.enterContext(SampleMachine('DE-DE'))
         question = Question(machine, machine.install)
         question.hold()
         program = machine.install + 'Brevant.exe'
         first = self.pool.submit(machine.run, program, '/DeployFramework')
         self.wait_until(question.asked)
+        self.assertIn('Bitte starten Sie den Computer neu', question.asked()['message'])
         self.assertEqual(0, machine.run(program, '/DeployFramework').code)
         self.assertFalse(first.done())
         self.assertFalse([line for line in machine.messages() if 'DeploymentLock' in line])

@@ -28,7 +28,7 @@ class Try(HomeTest):
         return {short(name): state for hidden, name, _, state in rows if not hidden}
 
     def test_what_is_shown(self):
-        for name in 'as_it_is', 'with_doubts', 'power_cut', 'outcomes', 'failing_programs':
+        for name in 'as_it_is', 'with_doubts', 'power_cut', 'outcomes', 'failing_programs', 'bench':
             with self.subTest(name), tempfile.TemporaryDirectory() as home:
                 self.assertShown(TRIALS / f'{name}.txt', getattr(Trials(pathlib.Path(home).resolve()), name)())
 
@@ -46,18 +46,19 @@ class Try(HomeTest):
         self.assertSame({'Patterns\\sites.ptn': 'changed'}, self.rows_of(page, 'state=changed&text=PATTERNS'))
         self.assertRegex(self.contents['Patterns\\sites.ptn'], '<del>-3.9.0</del>\n<ins>.3.9.2</ins>')
 
-    def test_a_question_that_is_asked_in_english(self):
-        for asked, labels in ('new', ['NO TEXTS']), ('stay', []):
-            change = {'action': 'ask', 'outcome': asked, 'target': 'x', 'reason': 'built-in texts'}
-            found = doubts_of({'steps': [{'changes': [change]}]}, {}, [])
-            self.assertEqual(labels, [doubt.label for doubt in found])
+    def test_a_question_that_is_not_asked_needs_no_texts(self):
+        change = {'action': 'ask', 'outcome': 'stay', 'target': 'x', 'reason': 'built-in texts'}
+        self.assertEqual([], doubts_of({'steps': [{'changes': [change]}]}, {}, []))
 
     def test_the_highest_code_of_all_languages_counts(self):
         update = write_sample(self.home / 'first')[0]
         for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.unlink()
-        self.assertEqual(['DE-DE', 'EN-US'], languages_of(update), 'of the texts alone')
-        with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(3, None), (1, None)]), \
+        for name in 'ja-jp', 'images':
+            (update / 'Texts' / name).mkdir(parents=True)
+            (update / 'Texts' / name / 'stringtable.ini').touch()
+        self.assertEqual(['DE-DE', 'EN-US', 'JA-JP'], languages_of(update), 'of the texts alone')
+        with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(1, None), (3, None), (0, None)]), \
                 unittest.mock.patch('builtins.print'):
             self.assertEqual(3, try_update.main([str(update), '--language', 'all']))
 

@@ -60,11 +60,3 @@ class Unpacked(HomeTest):
             code, output = self.tool(name, argument)
             self.assertEqual(70, code, output)
             self.assertIn('wineserver is missing; on Debian: apt-get install', output)
-
-    def test_other_programs(self):
-        (self.home / 'Brevant.exe').touch()  # alone
-        for options, variables in ((['--programs', 'empty'], {}), (['--programs=empty'], {}),
-                                   ([], {'BREVANT_BIN': 'empty'}), ([], {'BREVANT_BIN': '.'})):
-            code, output = self.tool('try.sh', *options, **variables)
-            self.assertEqual(64, code, output)
-            self.assertRegex(output, f'no (Brevant.exe in (empty|{self.home}/empty)|BrevantCheck.exe in .*)\n')

@@ -98,15 +98,22 @@ def _without_effect(changes: list[dict[str, Any]], sections: dict[str, list[tupl
     idle = [change for change in changes if change['action'] in NOTHING
             and change['outcome'] == NOTHING[change['action']][0]
             and change.get('reason', '').startswith(NOTHING[change['action']][1])]
-    seen = set()
-    for section, records in sections.items():
-        for key, value in records:
+    records = [(section, key, value) for section, pairs in sections.items() for key, value in pairs]
+    found: dict[str, Doubt] = {}
+
+    def is_vague(record: tuple[str, str, str]) -> bool:
+        return bool(re.match(r'\{(?!installeddir\})', record[2], re.IGNORECASE))
+    # A change is that of one record. Of a folder behind another placeholder only the end of the path is known: such
+    # records take what the others leave.
+    for section, key, value in sorted(records, key=is_vague):
+        if change := next((change for change in idle if _is_of(change, section, key, value)), None):
+            idle.remove(change)
             name = record_name(section, key, value)
-            for change in idle:
-                if name not in seen and _is_of(change, section, key, value):
-                    seen.add(name)
-                    yield Doubt('NO EFFECT', f'[{section}] {key}={value}: {WHY[change["action"]]}', name,
-                                _traced(change))
+            found.setdefault(name, Doubt('NO EFFECT', f'[{section}] {key}={value}: {WHY[change["action"]]}', name,
+                                         _traced(change)))
+    for name in dict.fromkeys(record_name(*record) for record in records):
+        if name in found:
+            yield found[name]
 
 
 def _traced(change: dict[str, Any]) -> tuple[str, ...]:
@@ -125,7 +132,7 @@ def _is_of(change: dict[str, Any], section: str, key: str, value: str) -> bool:
     fields = [field.casefold() for field in value.split('!')]
     if action == 'deleteValue' and section == 'QOR_REGISTRY_PATCH' and key == 'delete':
         return len(fields) > 1 and target.endswith('\\' + fields[0].strip('\\')) and (
-            change.get('name', '').casefold() in (fields[1], ''.join(fields[1:2]).replace('(default)', '')))
+            change.get('name', '').casefold() == fields[1])
     if action == 'writeIni' and section == 'UPDATE_INFO' and len(fields) > 2:
         return change.get('name', '').casefold() == f'[{fields[0]}] {fields[1]}'
     return False

@@ -62,9 +62,7 @@ def read_files(install: str = PRODUCT) -> list[File]:
         old = f'old content of {target.rstrip("* ")}\n' if target.endswith('*') else None
         new = f'new content, {source}\n' if source != '(removed)' else None
         target = target.rstrip('* ')
-        if source.startswith('(old '):
-            source, new = '', f'old content of {source[5:-1]}\n'
-        rows.append(File(source.format(**names) if new and source else None,
+        rows.append(File(source.format(**names) if new else None,
                          target.format(**names) if target != 'stays' else None, old, new))
     return rows
 

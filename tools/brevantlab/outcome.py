@@ -235,6 +235,7 @@ class Outcome:
         rows += [('STILL WAITING', short(move.target or move.source)) for move in self.left
                  if move.target not in self.not_arrived()]
         rows += [('CHECKER FAILED', check.failure()) for check in self.checks() if check.failure()]
+        rows += [('NO PLAN', line) for line in self.plan.lines]
         if self.verify.code != 0:
             names = [where.partition(': ')[0].removeprefix('HKLM\\').casefold() for _, where in rows]
             found = [line.partition(': ') for line in self.verify.lines
@@ -302,9 +303,9 @@ class Outcome:
                              for name, text in self.settings().items()]
                 + [Row(setting['setting'], setting['old'], setting['new'], 'left behind') for setting in lost],
                 'trace': [Row(line[:23], '', said(line), state) for line, state in self._traced()],
-                'checker': [Row(verb, '', line, 'finding') for verb, lines in (('lint', self.lint.lines[:-1]),
-                                                                               ('verify', self.verify.lines))
-                            for line in lines]}
+                'checker': [Row(verb, '', line, 'finding') for verb, lines in (
+                    ('lint', self.lint.lines if self.lint.failure() else self.lint.lines[:-1]),  # without its sum
+                    ('plan', self.plan.lines), ('verify', self.verify.lines)) for line in lines]}
 
     def _file_rows(self) -> list[Row]:
         missing, ignored = self.not_arrived(), set(self.never_looked_at())
@@ -340,7 +341,8 @@ class Outcome:
                 'problems': self.problems(),
                 'exitCode': self.exit_code(), 'agentCode': self.code, 'killAt': self.kill_at, 'ended': self.ended,
                 'seconds': round(self.seconds, 1), 'question': self.question, 'summary': self.summary(),
-                'lint': dataclasses.asdict(self.lint), 'verify': dataclasses.asdict(self.verify),
+                'lint': dataclasses.asdict(self.lint), 'plan': dataclasses.asdict(self.plan),
+                'verify': dataclasses.asdict(self.verify),
                 'details': {room: [row._asdict() for row in rows] for room, rows in self.details().items()}}
 
 

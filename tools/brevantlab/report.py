@@ -45,7 +45,7 @@ were, "+" as they are; of other files the size.</dd>
 "left behind": the user's value is lost, the new file's counts.</dd>
 <dt>trace</dt><dd>what the agent has written; "folded": looks like a failure but is harmless; "no effect": the failure
 line of a record that changed nothing.</dd>
-<dt>checker</dt><dd>what lint and verify have found.</dd>
+<dt>checker</dt><dd>what lint and verify have found, and why a plan or a manifest failed.</dd>
 <dt>never looked at</dt><dd>the update brings the file, and no step of the deployment takes it.</dd>
 <dt>what went wrong</dt><dd>every state that is not one of a deployment as it should be.</dd></dl></details>
 <p id="filters"><input id="text" placeholder="name or content"> <select id="room"></select> <select id="state"></select>

@@ -10,6 +10,7 @@ import os
 import pathlib
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -25,17 +26,19 @@ from . import agree, demo, try_update, undo, valid_update
 from .examples import REPLACED
 from .layouts import SAMPLES, write_sample
 from .links import ShellLink
-from .machine import PRODUCT, SETTINGS
+from .machine import PRODUCT, SETTINGS, Result
 from .outcome import Check, Move, Outcome, State
 from .prefix import ROOT
 from .showing import show, show_table
 
 TRIALS = ROOT / 'docs/trials'
 CRASH = '*(volatile int*)0 = 1'
-# A program, what it does instead, and the tool that tries it.
-FAILURES = (('Brevant', 'return 7', 'try'), ('Brevant', 'return 7', 'demo'), ('BrevantCheck', CRASH, 'demo'),
-            ('BrevantCheck', CRASH, 'try'), ('BrevantCheck', 'return 3', 'try'),
-            ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {CRASH}', 'try'))  # "verify"
+SAY_AND_FAIL = 'return fprintf(stderr, "%s: no such folder\\n", words[1]), 3'
+# A program, what it does instead, and the tool that tries it, with its options.
+FAILURES: tuple[tuple[str, ...], ...] = (
+    ('Brevant', 'return 7', 'demo'), ('Brevant', 'return 7', 'try'), ('BrevantCheck', CRASH, 'demo'),
+    ('BrevantCheck', CRASH, 'try'), ('BrevantCheck', SAY_AND_FAIL, 'try', '--force', '--details', 'checker'),
+    ('BrevantCheck', f'if (count > 1 && words[1][0] == 118) {CRASH}', 'try'))  # "verify"
 A, B, SOURCE, SETTING = (PRODUCT + name for name in (
     'a', 'b\\b', 's', 'Component\\c21t2103v1\\Share\\Setting\\'))
 LINE = '22/11/2026 10:00:00.000 0a1c:0b20 !!! <Brevant> {} - A.cpp(1)'
@@ -56,14 +59,25 @@ SEEN: tuple[dict[str, Any], ...] = (
     *({'lines': [LINE.format('KzCommon::Storage::Reg::StoreValue() failed. Win32ErrorCode=2')], 'ended': ended}
       for ended in (False, True)),
     {'lines': [LINE.format("Failed to delete file 'x', error = 5.")] * 9},
-    {'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': 'none'},
+    {'ended': True, 'lines': [LINE.format(text) for text in (
+        'A - QueryValue(QOR_CONFIG_MERGE) failed. [0x00000002]', 'A - QueryValue(QOR_FILE) failed. [0x00000002]',
+        'KzCommon::Storage::Reg::StoreValue(a=failed)', "Failed to delete file 'x', error = 2. Again.",
+        '[SHCreateItemFromParsingName]failed. C:\\Taskbar\\x.lnk, hr=-2147024894',
+        '*** ::WTSSendMessage() failed. [0x00000000]',
+        'Failed to copy UpdateInfo.ini to iUD download source folder, error code is 80. Modify installed one.')]},
+    {'packaged': {SETTING + name: name[:1].encode() for name in ('Traced.dat', 'Placed.dat', 'left.dat', 'P', 'gone')},
+     'lines': [LINE.format(f'::MoveFileEx({SETTING}traced.DAT) failed')],
+     'after': State({SETTING + 'Traced.dat': b'T', SETTING + 'Placed.dat': b'P', SETTING + 'left.dat': b'l',
+                     SETTING + 'P': b'P', PRODUCT + 'PLACED.dat': b'P'}, {}, {})},
+    *({'lines': [LINE.format('*** ::WTSSendMessage() failed. [0x00000005]')], 'answer': answer}
+      for answer in ('none', 'ok')),
     {'packaged': {SETTING + 'config_FR-FR.xml': b'', SETTING + 'readme_EN-US.htm': b''}},
     {'before': State({}, {(SETTINGS, 'ProductName'): 'K'}, {}),
      'after': State({}, {(SETTINGS, 'ProductName'): ''}, {})},
     {'verify': Check('verify', 1, ['MISSING: x', f'MISSING: {A}'])}, {'code': 7},
     *({name: Check(name, code, ['SAID: so'])} for name, code in (
         ('lint', 1), ('lint', 2), ('plan', 124), ('plan', 3), ('verify', 194), ('verify', 9))))
-Main = Callable[[list[str]], int]
+Main = Callable[[list[str]], Any]
 
 CHANGING = [(re.compile(pattern, re.M), shown) for pattern, shown in (
     (r'\[machine\] .*\n', ''),
@@ -81,7 +95,10 @@ def output_of(main: Main, *arguments: object) -> str:
     """What a tool prints, and its exit code."""
     printed = io.TextIOWrapper(io.BytesIO(), 'utf-8', write_through=True)
     with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(printed):
-        code = main([str(argument) for argument in arguments])
+        try:
+            code: object = main([str(argument) for argument in arguments])
+        except SystemExit as end:
+            code = end.code
     printed.seek(0)
     return f'{printed.read()}(exit code {code})\n'
 
@@ -117,8 +134,10 @@ class Trials:
         file.write_bytes(text.encode('utf-16'))
 
     def as_it_is(self) -> str:
-        """The second sample. The trace of its product is off, and the language is not the first of its registry."""
+        """The second sample. The trace of its product is off, and would go to a folder of the user; the language is not
+        the first of its registry."""
         registry = (self.installed / 'registry.reg').read_text().replace('"Enable"=dword:00000001', '"Enable"=dword:0')
+        registry = registry.replace('Trace\\\\Interactive', '%USERNAME%\\\\Trace')
         other = '[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n"Language"="XX-XX"\n'
         (self.installed / 'registry.reg').write_text(other + registry)
         return self.trial('--details', 'files,registry,agent,shortcuts,settings,checker') + self.trial(
@@ -129,9 +148,18 @@ class Trials:
         planted = subprocess.run([sys.executable, SAMPLES / 'second/plant.py', self.update], check=True, text=True,
                                  stdout=subprocess.PIPE).stdout
         registry = self.installed / 'registry.reg'
-        text, saved = self.plain(planted) + '\n', registry.rename(registry.with_suffix('.saved'))
+        text, saved = self.plain(planted) + '\n', registry.rename(self.home / 'saved')
         text += self.trial()
-        saved.rename(registry)
+        registry.write_text(saved.read_text() + '\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere\\KZVLT\\Odd]\n'
+                            '"Bytes"=hex:00,ff\n"Text"=hex:61,62\n"Expand"=hex(2):25,00,00,00\n'
+                            '"Many"=hex(7):61,00,00,00,62,00,00,00,00,00\n'
+                            '"Number"=hex(b):01,00,00,00,00,00,00,00\n"None"=hex(0):\n'
+                            '"Quo\\"ted=\\\\"="a\\"b\\\\c"\n')
+        link = self.installed / 'drive_c/users/Public/Desktop/Odd.lnk'  # with every text, and an icon of a library
+        link.parent.mkdir(parents=True)
+        texts = (f'{name} é'.encode('utf-16-le') for name in ('name', 'relative', 'folder', 'arguments', 'icon'))
+        link.write_bytes(struct.pack('<I16xI32xi16x', 0x4C, 0xFC, -3)
+                         + b''.join(struct.pack('<H', len(text) // 2) + text for text in texts))
         return text + self.trial(
             '--force', '--details', 'files,checker', '--report', self.home / 'report')
 
@@ -142,21 +170,33 @@ class Trials:
         names = self.installed / 'Resource' / 'EN-US' / 'StringTable.ini'
         names.write_text('[Global]\nS_STR_PRODUCT_NAME=Keystride\n')  # otherwise there is no question
         (self.update / 'Component' / 'c21t2103v3.9.2l1p1r1o2' / 'Share' / 'extra.txt').write_text('x')
+        (self.installed / 'drive_c/Trace/Service').mkdir(parents=True)
+        (self.installed / 'drive_c/Trace/Service/NoSuch.x').touch()  # and none of this name in the install folder
         self.instruct(('{InstalledDir}SyncLegacy.*', '{InstalledDir}SyncLegacy.*\r\ndelete={InstalledDir}No*.such\r\n'
-                       'delete={InstalledDir}NoSuch.x'),
+                       'delete={ServiceLogDir}NoSuch.x\r\ndelete={InstalledDir}NoSuch.x'),
+                      ('[Run]', '[QOR_FILE]\r\ndelete={InstalledDir}Second.x\r\n\r\n[Run]'),  # which Windows ignores
                       ('Sync!LegacyPort', 'Sync!LegacyPort\r\ndelete=SOFTWARE\\Kazmere\\KZVLT\\Sync!NoSuch\r\n'
+                       'delete=SOFTWARE\\Kazmere\\KZVLT\\Sync!(Default)\r\n'
                        'add=SOFTWARE\\Made!Name!REG_SZ!x'),
-                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={InstalledDir}NoSuch'),
-                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'))
+                      ('[QOR_DIR]', '[QOR_DIR]\r\ndelete={ServiceLogDir}NoSuch'),
+                      ('; BrevantCheck: B045', '; meant so'), ('[RestartNotification_FR-FR]', '[Restart_FR-FR]'),
+                      ('SysRunOnce=', 'SysRunOnce=cmd.exe /c echo x>"{InstalledDir}panel.htm"\r\nSysRunOnce='
+                       'cmd.exe /c echo x>"{InstalledDir}readme.htm"& attrib +r "{InstalledDir}readme.htm"\r\n'
+                       'SysRunOnce='))  # on files that have arrived
+        setting = next(self.update.glob('Component/*/Share/Setting'))
+        parts: dict[str, object] = dict.fromkeys(('folders', 'files', 'deletions', 'registry'), [])
+        (setting / 'QorUpdate.json').write_text(json.dumps({  # which stays as it is
+            'format': 1, 'component': {'product': setting.parts[-3], 'resource': ''}, **parts,
+            'update_information': [{'section': 'SYNC', 'key': 'Schema', 'value': '3'}]}))
         info = self.update / 'UpdateInfo.ini'
-        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'))
+        info.write_text(info.read_text().replace('c21t2101v3.9.2l1p-1r1o2', 'c21t2101v3.9.3'), 'utf-16')
         text = self.trial('--force', '--keep', self.home / 'kept')
         kept = sorted(str(file.relative_to(self.home)) for file in (self.home / 'kept').rglob('*') if file.is_file())
         text += '\n'.join(re.sub(r'\d{4,}', 'N', name) for name in kept) + '\n'
         text += self.plain((self.home / 'kept/registry.reg').read_text('utf-16')) + '\n'
-        self.instruct(('delete={InstalledDir}No*', '; BrevantCheck: NO-EFFECT\r\ndelete={InstalledDir}No*'),
+        self.instruct(('delete={InstalledDir}No*', '\t; BrevantCheck: NO-EFFECT\r\n delete={InstalledDir}No*'),
                       ('BrevantCheck: B083', 'BrevantCheck: B070 B083'))
-        shutil.rmtree(next(self.update.glob('Component/*/Share/Setting')))
+        shutil.rmtree(setting)
         return text + self.trial('--force', '--allow', 'schema!2', '--allow', 'b091', '--allow', 'B074',
                                  '--language', 'ES-ES', '--answer', 'none')
 
@@ -183,14 +223,16 @@ class Trials:
         programs = self.home / 'programs'
         shutil.copytree(os.environ['BREVANT_BIN'], programs, ignore=shutil.ignore_patterns('*.debug'))
         text = ''
-        with unittest.mock.patch.dict(os.environ, BREVANT_BIN=str(programs)):
-            for name, statement, tool in FAILURES:
-                (self.home / 'a.c').write_text(f'int main(int count, char** words) {{ {statement}; return 0; }}')
+        with unittest.mock.patch.dict(os.environ):
+            for name, statement, tool, *options in FAILURES:
+                (self.home / 'a.c').write_text('#include <stdio.h>\nint main(int count, char** words) '
+                                               f'{{ {statement}; return 0; }}')
                 file = programs / f'{name}.exe'
                 saved = file.read_bytes()
                 subprocess.run([compiler(), '-static', '-xc', '-o', file, self.home / 'a.c'], check=True)
                 text += f'== {file.name}: {statement} ==\n'
-                text += self.trial() if tool == 'try' else self.plain(output_of(demo.main)) + '\n'
+                words = '--programs', programs, *options
+                text += self.trial(*words) if tool == 'try' else self.plain(output_of(demo.main, *words)) + '\n'
                 file.write_bytes(saved)
         return text
 
@@ -210,7 +252,8 @@ class Trials:
             show_table([('XX-XX', 'THE AGENT FAILED', None),
                         *(('EN-US', 'NOT COMPLETE', outcome) for outcome in outcomes if outcome.problems())])
             return 0
-        return output_of(show_all)
+        with unittest.mock.patch.object(demo, 'play', side_effect=try_update.Refused('a finding')):
+            return output_of(show_all) + output_of(demo.main)
 
     def agree(self) -> str:
         """Plan and run of the known cases and of random updates."""
@@ -247,6 +290,28 @@ class Trials:
             text = re.sub(pattern, shown, text)
         return text
 
+    def bench(self) -> str:
+        """What the benchmarks print of made-up samples: at most what they may be, and a little more."""
+        sys.path.append(str(ROOT / 'bench'))
+        import bench
+        for name, size in ('Brevant.exe', 2 << 20), ('BrevantCheck.exe', 0x28FFFF):
+            (self.home / 'bin').mkdir(exist_ok=True)
+            (self.home / 'bin' / name).write_bytes(b'x' * size)
+        whole = (TRIALS / 'bench_samples.txt').read_text('utf-8')
+        results = iter([Result(0, whole), Result(0, re.sub('growth.*\n', '', whole)), Result(1, 'no machine')])
+
+        def run(*words: object, timeout: int) -> Result:
+            print(*words, f'(at most {timeout} seconds)')
+            return next(results)
+        busy = unittest.mock.Mock(side_effect=(0.25, 0.125) * 3)
+        with unittest.mock.patch.multiple(bench, Machine=unittest.mock.DEFAULT, busy=busy) as mocks, \
+                unittest.mock.patch.multiple(os, cpu_count=lambda: 2, sched_setaffinity=lambda *_: None), \
+                unittest.mock.patch.object(shutil, 'copy2', lambda file, _: print(file.relative_to(self.home))), \
+                unittest.mock.patch.dict(os.environ, BREVANT_BUILD=str(self.home)):
+            mocks['Machine'].return_value.__enter__.return_value.run = run
+            text = ''.join(output_of(bench.main, *words.split()) for words in ('', '--quick', '--quick'))
+        return re.sub(r'done in \d+ s', 'done in N s', re.sub(r'wine-[^;]*', 'wine-N', text))
+
     def demo(self) -> str:
         """The demo."""
         return self.plain(output_of(demo.main, '--details', 'registry,agent,shortcuts,settings'))
@@ -255,7 +320,7 @@ class Trials:
 def main() -> int:
     TRIALS.mkdir(exist_ok=True)
     for name in ('as_it_is', 'with_mistakes', 'with_doubts', 'power_cut', 'demo', 'agree', 'undo', 'release',
-                 'outcomes', 'failing_programs'):
+                 'outcomes', 'failing_programs', 'bench'):
         with tempfile.TemporaryDirectory() as home:
             trials = Trials(pathlib.Path(home).resolve())
             (TRIALS / f'{name}.txt').write_text(getattr(trials, name)(), 'utf-8')

@@ -109,11 +109,13 @@ class Trial:
     # -- the checker --
 
     def check(self, *arguments: str, errors: bool = True) -> Result:
-        """Runs BrevantCheck."""
+        """Runs BrevantCheck. Without errors: a call that fails and prints nothing is repeated with them."""
         try:
-            return self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
+            result = self.machine.run(PRODUCT + 'BrevantCheck.exe', *arguments, timeout=300, errors=errors)
         except subprocess.TimeoutExpired:
             return Result(NO_END, '')
+        repeated = result.code != 0 and not errors and not result.output
+        return Result(result.code, self.check(*arguments).output) if repeated else result
 
     def lint(self, language: str) -> Check:
         self.progress('lint')
@@ -139,8 +141,8 @@ class Trial:
             options = ['--into'] if settings else []
             result = self.check('manifest', host_path(copy), *options, errors=False)
             if result.code != 0:
-                said = self.check('manifest', host_path(copy)).output  # with the reason
-                return Check('manifest', result.code, [f'NO MANIFEST: {line}' for line in said.splitlines()])
+                lines = result.output.splitlines()
+                return Check('manifest', result.code, [f'NO MANIFEST: {line}' for line in lines])
             self.packaged = packaged_files(copy)
         if not settings:
             self.operands = [MANIFEST]
