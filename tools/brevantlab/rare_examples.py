@@ -262,6 +262,7 @@ class RareExamples:
         machine.write('C:\\Work\\other.pem', '-----BEGIN PUBLIC KEY-----\nAAAA\n-----END PUBLIC KEY-----\n')
         machine.write('C:\\Work\\no.cmd', '@exit 7\r\n')
         machine.write('C:\\Work\\nothing.cmd', '@exit 0\r\n')
+        machine.write('C:\\Work\\good.cmd', '@echo signature >"%~1.sig"\r\n')
         machine.write('C:\\Work\\empty.cmd', '@type nul >"%~1.sig"\r\n')
         machine.make_dir('C:\\Work\\bare')
         machine.make_dir(f'C:\\Work\\broken\\{SOURCE}Setting\\QorUpdate.json.sig')
@@ -284,7 +285,8 @@ class RareExamples:
             'plan spring\\update --installed none', 'undo spring\\update', 'undo spring\\update --output other.pem\\a',
             'undo spring\\update --output spring\\update\\undo', 'sign spring\\update',
             'sign spring\\update --with none.exe', 'sign spring\\update --with no.cmd',
-            'sign spring\\update --with nothing.cmd', 'sign spring\\update --with empty.cmd', 'sign broken --with no.cmd',
+            'sign spring\\update --with nothing.cmd', 'sign spring\\update --with good.cmd',
+            'sign spring\\update --with empty.cmd', 'sign broken --with no.cmd',
             'sign wrong --with no.cmd',
             'check-signature spring\\update',
             'check-signature spring\\update --key other.pem', 'check-signature spring\\update --key C:\\key.pem',

@@ -50,6 +50,7 @@ TEST_F(LintTest, FormOfTheInstructionFile)
         &  => B005 2:1 SysRunOnce, B005 3:2 SysRunOnce, B005 4:1 SysRunOnce, B005 5:1 SysRunOnce=, B056w 5:13
         [Run]$SysRunOnce=$SysRunOnce=  => B006 2:12, B006 3:12
         [QOR_REGISTRY_PATCH]$add=SAM!N!REG_SZ!#1011#$add=SAM!O!REG_SZ!#1010# => B006 2:5
+        [Run]$SysRunOnce=none.exe #1015# => B006 2:12
     )");
     EXPECT_EQ(Lint(strFull + "\n").find("B007"), std::string::npos);
     EXPECT_THAT(Lint(strFull + "x\n"), StartsWith("B007 1:2"));
@@ -474,6 +475,7 @@ TEST_F(LintTest, AManifestThatIsNotTodaysIsStale)
     ASSERT_TRUE(KzCommon::String::FromUtf8(strGood, tstrWide));
     ExpectFiles(tstrShipped, {
                                  {Utf16(tstrWide), ""},
+                                 {"\xEF\xBB\xBF" + strGood, ""},
                                  {std::regex_replace(strGood, std::regex("\n"), "\r\n"), ""},
                                  {"", "B076"},
                                  {std::regex_replace(strGood, std::regex("a\\.html"), "b.html"), "B076"},
