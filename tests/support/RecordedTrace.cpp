@@ -5,7 +5,6 @@
 #include "support/ToldText.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -44,20 +43,12 @@ private:
         CloseGlobalDebugLog();
         ExpectToldIn(m_strFile, std::string(test.test_suite_name()) + "." + test.name(), Told());
     }
-    /// Without what differs from run to run (folders, ids), and without the middle of a very long trace.
+    /// Without what differs from run to run: folders, ids.
     [[nodiscard]] std::string Told() const
     {
-        const std::vector<std::string> messages = Messages();
-        constexpr std::size_t kFirst = 640, kLast = 60;
         std::map<std::string, std::size_t> folders;
         std::string strTold;
-        for (std::size_t u = 0; u < messages.size(); ++u) {
-            if (u == kFirst && messages.size() > kFirst + kLast) {
-                u = messages.size() - kLast;
-                strTold += "... (of " + std::to_string(messages.size()) + " lines)\n";
-            }
-            strTold += Lasting(messages[u], folders) + "\n";
-        }
+        for (const std::string& strLine : Messages()) strTold += Lasting(strLine, folders) + "\n";
         return strTold;
     }
     static std::string Lasting(std::string strLine, std::map<std::string, std::size_t>& folders)

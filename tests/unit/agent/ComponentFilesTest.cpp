@@ -1,7 +1,6 @@
 #include "agent/ComponentFiles.h"
 
 #include "agent/DeployFramework.h"
-#include "agent/QorDeployAgent.h"
 #include "common/KzComn_File.h"
 #include "common/KzComn_LinkRule.h"
 #include "common/KzComn_Retry.h"
@@ -12,7 +11,6 @@
 namespace {
 
 const std::wstring kProduct = L"Component\\c21t2103v0.0.0l1p1r1o1\\";
-const std::wstring kResource = L"Component\\c21t2101v0.0.0l1p-1r1o1\\";
 
 class ComponentFilesTest : public WatchedAgentTest {
 protected:

@@ -93,7 +93,7 @@ TEST_F(ShortCutTest, CreatesWhatIsPlannedAndNothingOutsideItsPlace)
         // clang-format off
         Describe(Link("A"), InFolder("F", InFolder("G", Link("C")) + Link("B"))),
         // Every child of the desktop is a shortcut, but no child of the Start menu itself.
-        Describe("<Any>A</Any>", Link("B") + "<Group name='G'>" + Link("C") + "</Group>"),
+        Describe("<Any>A</Any><Folder name='F'>B</Folder>", Link("B") + "<Group name='G'>" + Link("C") + "</Group>"),
         "<S><Desktop available='0'>" + Link("A") + "</Desktop><Desktop>" + Link("A") + "</Desktop>" +
         "<StartMenu available='true'><Folder name='F'/></StartMenu><!-- -->"
         "<DESKTOP available='1'><SHORTCUT>B</SHORTCUT></DESKTOP></S>",

@@ -100,7 +100,7 @@ TEST_F(KzDbgTest, TheFileNameFollowsSettingsAndDayAndTheLinesAreUtf8WithOneBom)
         m_config = ConfigFor(tstrFolder);
         m_config.szLogExtension[tstrExtension.size()] = L'\0';
         m_config.szLogFile[0] = bAll ? L'f' : L'\0';
-        m_config.dwLogProcess = m_config.bRobust = bAll;
+        m_config.dwLogProcess = 2 * (m_config.bRobust = bAll);
         m_config.dwLogUnitType = bAll ? 1 : 2;  // a file a day, or an unknown unit
         Trace(m_config).Line(L"鍵鍵鍵\r\n");
         Trace(m_config).Line(L"");
