@@ -70,7 +70,7 @@ private:
             {"-", std::regex("(~kzcomn-|config-|UpdateInfo-|RunOnce:)[0-9a-f-]{8,36}"), "$1ID"},
             {"BREV~", std::regex("(BREV~)..."), "$1ID"},
             {"\\tests\\Resource", std::regex("[A-Z]:[^:]*(\\\\Resource\\\\)"), "PROGRAM$1"},
-            {"\\users\\", std::regex("(\\\\users\\\\)(?!Public)\\w+"), "$1USER"}};  // clang-format on
+            {"\\users\\", std::regex(R"((\\users\\)(?!Public)\w+(\\AppData\\Local(?=\\Temp))?)"), "$1USER"}};  // clang-format on
         for (const auto& [szPart, pattern, szShown] : s_rows) {
             if (strLine.find(szPart) != std::string::npos) strLine = std::regex_replace(strLine, pattern, szShown);
         }

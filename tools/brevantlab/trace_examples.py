@@ -13,7 +13,7 @@ REPLACED = [(re.compile(pattern), shown) for pattern, shown in (
     (r'(FrwkDeployTick": |FrwkDeployTick: )"\d+"', r'\1"1234567"'),
     (r'(C:\\users\\)(?!Public)\w+', r'\1USER'),
     (r'(RunOnce:)[0-9a-f-]{36}', r'\1NAME'),
-    (r'((?:7b\]|80070002\]) - [^\n]+\n +code: )[^\n]+', r'\1(a text of Windows)'),
+    (r'(7b\] - [^\n]+\n +code: )[^\n]+', r'\1(a text of Windows)'),
     (r'(x{20})x+', r'\1...'))]
 
 # What the agent refuses, remarks on or cannot do: of every kind of record, then of settings and of shortcuts.

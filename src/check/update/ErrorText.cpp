@@ -2,6 +2,7 @@
 
 #include "common/KzComn_Exception.h"
 #include "common/KzComn_LinkRule.h"
+#include "config/ConfigResult.h"
 
 #include <iterator>
 
@@ -14,6 +15,8 @@ struct WordsRow {
     const wchar_t* szWords;
 };
 
+constexpr DWORD kWrapped = 0x80070000;  // an HRESULT around a Win32 code, which the shell and COM return
+constexpr DWORD kCodeBits = 0xFFFF;
 constexpr DWORD kUntrustedJunction = 448;  // ERROR_UNTRUSTED_MOUNT_POINT, which the toolchain's headers lack
 
 /// Codes with a special meaning here or without a clear text in Windows.
@@ -37,12 +40,22 @@ constexpr WordsRow kWords[] = {
     {ERROR_CTX_WINSTATION_NOT_FOUND, L"no session at the console could show the question"},
     {static_cast<DWORD>(REGDB_E_CLASSNOTREG), L"the shell does not offer this"},
     {KzCommon::Storage::kCodelessFailure, L"a failure without a code of its own"},
+    {Config::eNotReady, L"the settings cannot be used: why is in a line above"},
+    {Config::eNoInstallFolder, L"the install folder is unknown"},
+    {Config::eNoProtection, L"the encryption of Windows cannot be used"},
+    {Config::eUnknownMessage, L"the settings have no such operation"},
+    {Config::eBadRequest, L"the operation on the settings lacks something"},
+    {Config::eUnreadableFile, L"the settings are missing or no valid XML"},
+    {Config::eUnwritableFile, L"the settings cannot be replaced and are unchanged"},
+    {Config::eRefusedValue, L"at least one setting was refused; all others were read or written"},
+    {Config::eInternalError, L"out of memory"},
 };
 
 }  // namespace
 
 std::wstring DescribeError(DWORD dwCode)
 {
+    if ((dwCode & ~kCodeBits) == kWrapped) return DescribeError(dwCode & kCodeBits);
     for (const WordsRow& row : kWords) {
         if (row.dwCode == dwCode) return row.szWords;
     }

@@ -101,10 +101,8 @@ TEST_F(FileOperationsTest, AfterEachFailingCallTheRestIsDone)
             for (const wchar_t* szName : {L"new\\d\\f", L"new\\d\\g", L"new\\h"}) m_install.Write(szName, "new");
             for (const wchar_t* szName : {L"old\\d\\f", L"old\\g", L"old\\h"})
                 m_install.Write(szName, "old", szName[4] == L'g' ? 0 : FILE_ATTRIBUTE_READONLY);
-            const wchar_t* const szPlace = strCall == "FindFirstFileW"               ? L"d\\*"
-                                           : strCall == "SetFileInformationByHandle" ? L"4"
-                                                                                     : L"";
-            m_watch.Fail(strCall, strCall.ends_with("list") ? ERROR_ACCESS_DENIED : ERROR_NOT_READY, szPlace);
+            m_watch.Fail(strCall, strCall.ends_with("list") ? ERROR_ACCESS_DENIED : ERROR_NOT_READY,
+                         strCall == "FindFirstFileW" ? L"d\\*" : L"");
             Trace(kTraceInfo, L"== %s without %s", szOperation, String::FromAnsi(strCall).c_str());
             carryOut();
             m_watch.Fail("", ERROR_SUCCESS);
