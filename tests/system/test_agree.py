@@ -68,9 +68,12 @@ class Agree(HomeTest):
                 ([{**value, 'outcome': 'stay', 'old': '1'}], state(), 'value hklm\\k : n: missing')):
             with self.subTest(told):
                 self.assertIn(told, '\n'.join(disagreements(state(), planned, after, asked=False)))
-        for planned, after, told in ((move, state(), 'did not arrive'),
-                                     ({**move, 'outcome': 'fail'}, state(files={'c:\\b': b'x'}), 'arrived')):
-            self.assertEqual([f'after the restart c:\\b: {told}'], list(arrivals(state(), [planned], after)))
+        first = {**move, 'outcome': 'replace'}
+        other = {**move, 'target': 'C:\\c'}
+        for planned, after, told in (([first, other], state(files={'c:\\c': b''}), 'did not arrive'),
+                                     ([other, move], state(files={'c:\\c': b''}), 'did not arrive'),
+                                     ([{**move, 'outcome': 'fail'}], state(files={'c:\\b': b'x'}), 'arrived')):
+            self.assertEqual([f'after the restart c:\\b: {told}'], list(arrivals(state(), planned, after)))
         removed = {'action': 'delete', 'outcome': 'remove', 'atRestart': True, 'target': 'C:\\b'}
         self.assertEqual(['after the restart c:\\b: not removed'],
                          list(arrivals(state(), [removed], state(folders={'c:\\b'}))))

@@ -53,6 +53,9 @@ class Try(HomeTest):
     def test_the_highest_code_of_all_languages_counts(self):
         update = write_sample(self.home / 'first')[0]
         for settings in update.glob('Component/*/Share/Setting/*_*'):
+            settings.rename(settings.with_name(settings.name.lower()))
+        self.assertEqual(['DE-DE', 'EN-US'], languages_of(update), 'of the settings')
+        for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.unlink()
         for name in 'ja-jp', 'images':
             (update / 'Texts' / name).mkdir(parents=True)

@@ -149,6 +149,9 @@ class Trials:
                                  stdout=subprocess.PIPE).stdout
         registry = self.installed / 'registry.reg'
         text, saved = self.plain(planted) + '\n', registry.rename(self.home / 'saved')
+        self.instruct(('[QOR_REGISTRY_PATCH]', '[QOR_REGISTRY_PATCH]\r\nadd=SOFTWARE\\Kazmere'))
+        for guide in self.update.rglob('bridge.htm'):
+            guide.write_text('<script>1</script>\n')
         text += self.trial()
         registry.write_text(saved.read_text() + '\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Kazmere\\KZVLT\\Odd]\n'
                             '"Bytes"=hex:00,ff\n"Text"=hex:61,62\n"Expand"=hex(2):25,00,00,00\n'
@@ -216,7 +219,8 @@ class Trials:
         # The files of Wine are those of its version.
         document['details']['files'] = [row for row in document['details']['files']
                                         if row['state'] != 'same' or row['name'].startswith(PRODUCT)]
-        return head + tag + json.dumps(document, indent=0) + end + tail
+        shown = json.dumps(document, indent=0)
+        return head + tag + (shown.replace('<', '\\u003c') if '<' not in data else shown) + end + tail
 
     def failing_programs(self) -> str:
         """Programs that end with an error or crash."""
