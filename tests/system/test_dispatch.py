@@ -21,7 +21,7 @@ class Dispatch(LabTest):
             self.assertEqual(([], {}), (machine.pending_moves(), machine.values(RUN_ONCE)))
 
             # The deployment comes last: its registry flags must not be there before.
-            for arguments in (['/deployframework'], ['/DeployFramework '], ['/applynewname'],
+            for arguments in (['/deployframework'], ['/DeployFramework '], ['/applynewname'], ['/ApplyNewName2'],
                               ['anything', '/DeployFramework'], [''], ['/ApplyNewName', '/DeployFramework'],
                               ['/DeployFramework', '/ApplyNewName']):
                 with self.subTest(arguments):

@@ -187,6 +187,17 @@ TEST_F(DebugLogTest, MaskDecidesAndTheLineHasItsFormAndAnyLength)
                              " @@@ <Brevant> Paramter is /Täst - Brevant\\.cpp\\(430\\)\r\n"));
 }
 
+TEST(OperationTraceTest, EachLineNamesThePlaceOfItsCall)
+{
+    const RecordedTrace trace(0x111);
+    // clang-format off
+    { const OperationTrace a(L"A()"), b(L"B()", L"b"), c(L"%s", L"c", L"d"); Trace(kTraceInfo, L"e"); }
+    // clang-format on
+    EXPECT_EQ(trace.Lines().size(), 7U);
+    for (const std::wstring& tstrLine : trace.Lines())
+        EXPECT_THAT(tstrLine, HasSubstr(L" - DebugLogTest.cpp(" + std::to_wstring(__LINE__ - 4) + L")"));
+}
+
 TEST_F(DebugLogTest, FaultInsideTheLibraryEndsTheTraceOnly)
 {
     for (const auto& [tstrName, value] : kValues) Set(tstrName, value);
