@@ -74,6 +74,7 @@ class Journey(LabTest):
                 with self.subTest(file=file.name, size=len(spoilt or b'')):
                     file.unlink() if spoilt is None else file.write_bytes(spoilt)
                     self.assertIn(self.check('check-signature', self.update, *own).code, (1, 3))
+                    self.assertEqual(spoilt is not None, file.exists())
             file.write_bytes(content)
         (more := self.signature.with_name('more.txt')).touch()
         self.assertEqual(1, self.check('check-signature', self.update, *own).code)

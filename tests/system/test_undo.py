@@ -17,8 +17,8 @@ from brevantlab.undo import UNDO, UndoMachine, spread, unlisted
 VAULT = SETTINGS + '\\Vault'
 BELOW = VAULT.removeprefix('HKLM\\')
 ODD_VALUES = {'Text': ['1'], 'Number': [1], 'Quoted': ['"q" ;=\\'], 'Spaced': [' x '], 'Empty': [''], 'Bang': ['a!b'],
-              'Expand': ['%TEMP%\\x', 'expand'], 'Multi': [['a', 'b']]}
-UNWRITABLE = 'spaced', 'empty', 'bang', 'expand', 'multi'
+              'Expand': ['%TEMP%\\x', 'expand'], 'Multi': [['a', 'b']], 'Service': ['a {ServiceLogDir}x']}
+UNWRITABLE = 'spaced', 'empty', 'bang', 'expand', 'multi', 'service'
 ODD_SEEDS = 44, 69, 78, 162, 165
 # What is listed as not restored.
 ALWAYS = (r'.*\\(config|qorshcut|readme)_en-us\.\w+', r'.*\\qorupdate\.json(\.sig)?', r'.*\\qorpafrwk\.ini, .*',

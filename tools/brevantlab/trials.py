@@ -74,6 +74,7 @@ SEEN: tuple[dict[str, Any], ...] = (
     {'packaged': {SETTING + 'config_FR-FR.xml': b'', SETTING + 'readme_EN-US.htm': b''}},
     {'before': State({}, {(SETTINGS, 'ProductName'): 'K'}, {}),
      'after': State({}, {(SETTINGS, 'ProductName'): ''}, {})},
+    {'after': State({PRODUCT + 'qorshcut.xml': b'<?xml version="1.0" encoding="x-none"?><S/>'}, {}, {})},
     {'verify': Check('verify', 1, ['MISSING: x', f'MISSING: {A}'])}, {'code': 7},
     *({name: Check(name, code, ['SAID: so'])} for name, code in (
         ('lint', 1), ('lint', 2), ('plan', 124), ('plan', 3), ('verify', 194), ('verify', 9))))

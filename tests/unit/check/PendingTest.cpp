@@ -113,6 +113,10 @@ TEST_F(PendingTest, APendingMoveIsKnownByAnySpellingOfItsPath)
                     ElementsAre("1", StartsWith("TO BE DELETED a.exe")))
             << ToUtf8(tstrFolder);
     }
+    ::DeleteFileW(m_machine.PathOf(L"a.exe").c_str());
+    EXPECT_THAT(Verify(expected, tstrPath + L"other.exe|!" + tstrPath + L"a.exe|" + szShort + L"a.exe||"),
+                ElementsAre("1", StartsWith("TO BE DELETED a.exe")))
+        << "which an earlier move brings";
     for (const auto& [szRaw, tstrPlain] : {
              std::pair(L"\\SystemRoot\\Temp\\x", KzCommon::Process::WindowsFolder() + L"Temp\\x"),
              {L"\\??\\UNC\\server\\share\\x", L"\\\\server\\share\\x"},

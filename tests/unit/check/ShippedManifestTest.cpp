@@ -64,7 +64,9 @@ TEST_F(ShippedManifestTest, ItIsWrittenAmongTheSettingsAndPromisesItselfWithoutA
     const std::string strFirst = m_update.Read(kShipped).value_or("");
     EXPECT_THAT(strFirst, AllOf(HasSubstr("a.html"), HasSubstr("UpdateInfo.ini")));
     EXPECT_THAT(strFirst, HasSubstr("{InstalledDir}QorUpdate.json\",\n      \"source\"")) << "neither size nor hash";
-    Write(kShipped + kSignatureEnd, "made after the manifest, so not promised");
+    const std::wstring tstrOtherCase = kSetting + L"QORUPDATE.json";
+    ::MoveFileW(m_update.PathOf(kShipped).c_str(), m_update.PathOf(tstrOtherCase).c_str());
+    Write(tstrOtherCase + kSignatureEnd, "made after the manifest, so not promised");
     static_cast<void>(Ship());
     EXPECT_EQ(m_update.Read(kShipped), strFirst);
     Output output;
