@@ -52,14 +52,14 @@ class Try(HomeTest):
 
     def test_the_highest_code_of_all_languages_counts(self):
         update = write_sample(self.home / 'first')[0]
+        for name in 'ja-jp', 'images':
+            (update / 'Texts' / name).mkdir(parents=True)
+            (update / 'Texts' / name / 'stringtable.ini').touch()
         for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.rename(settings.with_name(settings.name.lower()))
         self.assertEqual(['DE-DE', 'EN-US'], languages_of(update), 'of the settings')
         for settings in update.glob('Component/*/Share/Setting/*_*'):
             settings.unlink()
-        for name in 'ja-jp', 'images':
-            (update / 'Texts' / name).mkdir(parents=True)
-            (update / 'Texts' / name / 'stringtable.ini').touch()
         self.assertEqual(['DE-DE', 'EN-US', 'JA-JP'], languages_of(update), 'of the texts alone')
         with unittest.mock.patch.object(try_update, 'try_once', side_effect=[(1, None), (3, None), (0, None)]), \
                 unittest.mock.patch('builtins.print'):
