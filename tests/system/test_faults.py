@@ -112,7 +112,7 @@ class TwoAtOnce(LabTest):
         second = self.pool.submit(machine.run, OTHER + 'Brevant.exe', '/DeployFramework')
         waits = f'@@@ DeploymentLock::Take() - another run changes [{install}] and is waited for.'
         self.wait_until(lambda: waits in machine.messages())
-        time.sleep(3)
+        time.sleep(3)  # longer than a run waits for a lock that is being deleted
         self.assertSame(before, self.state(machine, install))
         machine.library.go_on()
         self.assertEqual((0, 0), (first.result(), second.result().code))

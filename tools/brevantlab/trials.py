@@ -220,7 +220,7 @@ class Trials:
         # The files of Wine are those of its version.
         document['details']['files'] = [row for row in document['details']['files']
                                         if row['state'] != 'same' or row['name'].startswith(PRODUCT)]
-        shown = json.dumps(document, indent=0)
+        shown = json.dumps(document, indent=0)  # escaped only if the page's own data are
         return head + tag + (shown.replace('<', '\\u003c') if '<' not in data else shown) + end + tail
 
     def failing_programs(self) -> str:

@@ -65,46 +65,33 @@ TEST_F(FileOperationsTest, FailedRecordsAreTraced)
 
 TEST_F(FileOperationsTest, AfterEachFailingCallTheRestIsDone)
 {
-    const auto copy = [&](bool bAfterReboot) {
-        CopyDirectory(m_run, m_install.PathOf(L"new"), L"*.*", m_install.PathOf(L"old"), true, bAfterReboot);
+    // Its name, and the record that it carries out; without one it copies a folder.
+    const std::tuple<std::wstring, const wchar_t*, int> operations[] = {
+        {L"create", L"{InstalledDir}old\\a\\b", op_dir_add},
+        {L"delete the folder", L"{InstalledDir}old", op_dir_delete},
+        {L"delete", L"{InstalledDir}old\\*", op_file_delete},
+        {L"delete now", L"{InstalledDir}old\\*", op_file_delete_now},
+        {L"copy", nullptr, 0},
+        {L"move", nullptr, 0},
     };
-    const std::pair<const wchar_t*, std::function<void()>> operations[] = {
-        {L"create",
-         [&] {
-             Perform(L"{InstalledDir}old\\a\\b", op_dir_add);
-         }},
-        {L"delete the folder",
-         [&] {
-             Perform(L"{InstalledDir}old", op_dir_delete);
-         }},
-        {L"delete",
-         [&] {
-             Perform(L"{InstalledDir}old\\*", op_file_delete);
-         }},
-        {L"delete now",
-         [&] {
-             Perform(L"{InstalledDir}old\\*", op_file_delete_now);
-         }},
-        {L"copy",
-         [&] {
-             copy(false);
-         }},
-        {L"move", [&] {
-             copy(true);
-         }}};
     for (const std::string strCall :
          {"CreateDirectoryW", "CreateFileW", "CreateFileW list", "NtOpenFile", "FindFirstFileW", "FindNextFileW",
           "GetFinalPathNameByHandleW", "SetFileAttributesW", "SetFileInformationByHandle", "MoveFileExW", "CopyFileW",
           "FlushFileBuffers", "SetFileSecurityW"}) {
-        for (const auto& [szOperation, carryOut] : operations) {
+        for (const auto& [tstrOperation, szRecord, iOp] : operations) {
             m_install.Clear();
             for (const wchar_t* szName : {L"new\\d\\f", L"new\\d\\g", L"new\\h"}) m_install.Write(szName, "new");
             for (const wchar_t* szName : {L"old\\d\\f", L"old\\g", L"old\\h"})
                 m_install.Write(szName, "old", szName[4] == L'g' ? 0 : FILE_ATTRIBUTE_READONLY);
             m_watch.Fail(strCall, strCall.ends_with("list") ? ERROR_ACCESS_DENIED : ERROR_NOT_READY,
                          strCall == "FindFirstFileW" ? L"d\\*" : L"");
-            Trace(kTraceInfo, L"== %s without %s", szOperation, String::FromAnsi(strCall).c_str());
-            carryOut();
+            Trace(kTraceInfo, L"== %s without %s", tstrOperation.c_str(), String::FromAnsi(strCall).c_str());
+            if (szRecord) {
+                Perform(szRecord, iOp);
+            } else {
+                CopyDirectory(m_run, m_install.PathOf(L"new"), L"*.*", m_install.PathOf(L"old"), true,
+                              tstrOperation == L"move");
+            }
             m_watch.Fail("", ERROR_SUCCESS);
             std::wstring tstrLeft;
             for (const std::wstring& tstrName : m_install.List()) {
